@@ -1,0 +1,104 @@
+// The linear systems of one Newton iteration in transformed variables, one real and one complex of the order of the
+// reduced problem, and the error estimate that shares the factors of the real one.
+//
+//   E1        = real_shift * M - J
+//   E2R+i*E2I = (complex_shift_re + i * complex_shift_im) * M - J,   the unknown is Z2 + i * Z3
+//
+// matrix_case selects storage and elimination:
+//    1 full Jacobian, identity mass         2 band Jacobian, identity mass
+//    3 full Jacobian, band mass             4 band Jacobian, band mass
+//    5 full Jacobian, full mass             7 full Jacobian in Hessenberg form, identity mass
+//   11 to 15 as 1 to 5 on the lower right block, when the block_count leading equations are
+//            y'(i) = y(i + block_stride) and are eliminated by hand.
+// 6, 8, 9 and 10 do nothing; any other value acts as 1. No routine allocates.
+#pragma once
+
+#include <cstdint>
+
+#include "integrator/radau_callbacks.h"
+
+namespace vorlen {
+
+// Shapes of the band storage, set once per integration. Rows count from 1.
+struct BandDims {
+  std::int32_t factor_lower = 0;     // lower bandwidth of the Jacobian
+  std::int32_t factor_upper = 0;     // upper bandwidth of the Jacobian
+  std::int32_t jac_band_rows = 0;    // rows of the Jacobian's band
+  std::int32_t mass_band_rows = 0;   // rows of the mass matrix's band
+  std::int32_t factor_diag_row = 0;  // row of the diagonal in the band factors
+  std::int32_t mass_row_offset = 0;  // row i of the band mass adds to row i + mass_row_offset of the band factors
+  std::int32_t mass_diag_row = 0;    // row of the diagonal in the band mass
+};
+
+// One record per thread: integrations on different threads do not meet.
+extern constinit thread_local BandDims band_dims;
+
+// Matrices, pivots and shifts of the stage equations. The arrays are the caller's; matrices are stored by columns.
+struct StageSystem {
+  std::int32_t n = 0;
+  std::int32_t matrix_case = 0;
+  std::int32_t block_count = 0;   // leading components with y'(i) = y(i + block_stride)
+  std::int32_t block_stride = 0;  // n without such components
+  std::int32_t n_reduced = 0;     // n - block_count
+
+  double* FJAC = nullptr;  // Jacobian, jac_rows x n; case 7 holds it in Hessenberg form after the first factorisation
+  std::int32_t jac_rows = 0;
+  std::int32_t mljac = 0;
+  std::int32_t mujac = 0;
+
+  double* FMAS = nullptr;  // mass matrix, mass_rows x n_reduced; not read with an identity mass
+  std::int32_t mass_rows = 0;
+  std::int32_t mlmas = 0;
+  std::int32_t mumas = 0;
+
+  double* E1 = nullptr;   // real matrix or its factors, factor_rows x n_reduced
+  double* E2R = nullptr;  // real part of the complex one
+  double* E2I = nullptr;  // imaginary part
+  std::int32_t factor_rows = 0;
+  std::int32_t* IP_real = nullptr;  // pivots, n_reduced each
+  std::int32_t* IP_complex = nullptr;
+  std::int32_t* IPHES = nullptr;  // interchanges of the reduction to Hessenberg form
+
+  double real_shift = 0.0;  // eigenvalues over the step
+  double complex_shift_re = 0.0;
+  double complex_shift_im = 0.0;
+  bool hessenberg_due = false;  // FJAC is fresh and not yet in Hessenberg form
+};
+
+// Work vectors of a step, n reals each, CONT 4 * n.
+struct StageArrays {
+  double* Z1 = nullptr;  // stage increments, function values or Newton updates
+  double* Z2 = nullptr;
+  double* Z3 = nullptr;
+  double* Y0 = nullptr;    // f(x, y) at the start of the step
+  double* SCAL = nullptr;  // error scale of each component
+  double* F1 = nullptr;    // transformed stage increments; scratch of the error estimate
+  double* F2 = nullptr;
+  double* F3 = nullptr;
+  double* CONT = nullptr;  // stage state during Newton, coefficients of the continuous output between steps
+};
+
+// The right-hand side with what it is called with.
+struct RhsFunction {
+  RadauRhsCallback callback = nullptr;
+  void* real_context = nullptr;
+  void* model_context = nullptr;
+};
+
+// Sets E1 and factorises it. zero_pivot is 0, or the index of a pivot that is exactly zero.
+void FormRealMatrix(StageSystem& system, std::int32_t& zero_pivot);
+
+// Sets E2R and E2I and factorises them. zero_pivot as above.
+void FormComplexMatrix(StageSystem& system, std::int32_t& zero_pivot);
+
+// Turns Z1, Z2, Z3 from the transformed values of f at the stages into the Newton update of the transformed increments
+// F1, F2, F3, which stay.
+void SolveStageSystem(const StageSystem& system, const StageArrays& arrays);
+
+// Estimates the error of the step from x with length h in the norm of SCAL; never below 1e-10, also for a
+// not-a-number. A first estimate of 1 or more on the first step or after a rejection is replaced by a second one, which
+// costs one evaluation (counted in rhs_calls) and one solve. Uses F1, F2 and CONT as scratch.
+void EstimateError(const StageSystem& system, const StageArrays& arrays, const RhsFunction& rhs, double x,
+                   const double* y, double h, bool first_step, bool rejected, std::int32_t& rhs_calls, double& err);
+
+}  // namespace vorlen
