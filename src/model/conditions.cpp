@@ -1,0 +1,82 @@
+// Process conditions at a time: the current stage, and T, P, flows, mole fractions and partial pressures in it. The
+// integrator asks for arbitrary test times, so the current stage moves in either direction.
+#include "model/surfchem_nonst.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double TIME_TOLERANCE = 1e-8;  // of the stage bounds, s
+constexpr double GALLIUM_FLOOR = 5e-08;  // least mole fraction of a gallium precursor that acts on the surface
+
+bool holds(const StageRecord& stage, double t) {
+  return stage.begin_time() - TIME_TOLERANCE < t && stage.end_time() + TIME_TOLERANCE > t;
+}
+
+}  // namespace
+
+double interpolate(const ValueRange& range, double fraction) {
+  const double v = range.val == range.end ? range.val : (range.end - range.val) * fraction + range.val;
+  return v > 0.0 ? v : 0.0;
+}
+
+void SurfChemNonst::set_stage_delta(const StageRecord& stage) {
+  if (transport_model == TRANSPORT_fixed_thickness) delta.fill(stage.delta);
+  if (transport_model == TRANSPORT_InGaN_GR_X) delta = stage.delta_species;
+}
+
+std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) {
+  t = t_new;
+  const std::int64_t n = static_cast<std::int64_t>(active_stages.size());
+  const StageRecord& current = active_stages[stage_index];
+  if (current.end_time() + TIME_TOLERANCE < t) {
+    std::int64_t k = static_cast<std::int64_t>(stage_index) + 1;
+    while (k < n && !holds(active_stages[static_cast<std::size_t>(k)], t)) ++k;
+    if (k >= n) {
+      error_text = "t > t_end";
+      return 1;
+    }
+    stage_index = static_cast<std::uint32_t>(k);
+    stage_changed = true;
+  } else if (current.begin_time() - TIME_TOLERANCE > t) {
+    std::int64_t k = static_cast<std::int64_t>(stage_index) - 1;
+    while (k >= 0 && !holds(active_stages[static_cast<std::size_t>(k)], t)) --k;
+    if (k < 0) {
+      error_text = "t < t_begin";
+      return 1;
+    }
+    stage_index = static_cast<std::uint32_t>(k);
+    stage_changed = true;
+  }
+
+  const StageRecord& stage = active_stages[stage_index];
+  const double fraction = (t - stage.begin_time()) / stage.tau;
+  T = interpolate(stage.T, fraction);
+  P = interpolate(stage.P, fraction);
+  rho_D = interpolate(stage.rho_D, fraction);
+  if (transport_model == TRANSPORT_thick_GaN && reactor == REACTOR_TDR) {
+    omega_TDR = interpolate(stage.omega_TDR, fraction);
+  }
+  if (stage_changed || stage.flows_vary) {
+    for (int i = 0; i < N_FLOWS; ++i) {
+      if (gas_index[i] >= 0) Q[i] = interpolate(stage.Q[i], fraction);
+    }
+  }
+  if (stage_changed) set_stage_delta(stage);
+
+  Q_total = 0.0;
+  for (int i = 0; i < N_FLOWS; ++i) {
+    if (gas_index[i] >= 0) Q_total += Q[i];
+  }
+  for (int i = 0; i < N_FLOWS; ++i) {
+    if (gas_index[i] < 0) continue;
+    x[i] = Q[i] / Q_total;
+    p[i] = x[i] * P;
+  }
+  // A trace of gallium stays in the gas of stages without a gallium flow.
+  const double p_min = GALLIUM_FLOOR * P;
+  if (p[TMGa_g] < p_min && p[TEGa_g] < p_min) p[TMGa_g] = p_min;
+  return 0;
+}
+
+}  // namespace vorlen

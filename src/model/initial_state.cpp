@@ -1,0 +1,69 @@
+// The first state vector. The system is stiff and differential-algebraic, and surface concentrations that are far off
+// make the first steps fail; so they are estimated from the balance of fluxes at the begin of the process.
+#include <cmath>
+
+#include "model/surfchem_nonst.h"
+
+namespace vorlen {
+
+namespace {
+constexpr double C_FLOOR = 1e-15;  // kmol/m^2, of nitrogen and hydrogen when the estimate fails
+}
+
+void SurfChemNonst::init_state(double* y) {
+  if (update_conditions(t_begin, true) != 0) return;
+
+  // Pure gallium nitride with a bare surface: the source of the resistances and of the growth rate.
+  x_b = {0.0, 1.0, 0.0};
+  x_b_clip = x_b;
+  c_a.fill(0.0);
+  if (stress_model == STRESS_V_dislocation) {
+    for (double* v : {&h, &I0, &I1, &J0_0, &J0_1}) *v = 0.0;
+  }
+  a_bulk = lattice_a(x_b_clip.data());
+  std::array<double, N_STATE_MAX> f{};
+  pack_state(y);
+  eval_rhs(t, y, f.data());
+  GR = -f[static_cast<std::size_t>(n_state()) - 1];
+  pack_state(y);
+
+  // Nitrogen and hydrogen, from the balance of ammonia with the two gases.
+  double c_N = C_FLOOR;
+  double c_H = C_FLOOR;
+  const double w = std::sqrt(3.0 * R_gas[H2_g] / R_gas[N2_g] * Kd[3] / Kd[4]);
+  const double A = (Kd[3] / K_NH3_des) * R_gas[NH3_g] / (R_gas[N2_g] * w * w * w);
+  const double B = p[NH3_g] / (K_NH3_des * w * w * w);
+  const double r_NH = std::sqrt(A * A + B) - A;
+  if (r_NH > 0.0) {
+    c_N = std::sqrt(r_NH);
+    c_H = w * c_N;
+  }
+
+  // Gallium and aluminium. Both escape as gallium does.
+  const double k_Ga = k_plus(GaN_b);
+  const double k_Al = k_plus(AlN_b);
+  const double k_minus_Ga = k_Ga / (std::sqrt(Kd[3]) * Kd[1]) * K_eq[GaN_b];
+  const double d = k_minus_Ga * activity[GaN_b] * x_b[GaN_b];
+  const double c_Ga = (p[TMGa_g] / R_gas[TMGa_g] + p[TEGa_g] / R_gas[TEGa_g] + d) / (Kd[1] / R_gas[Ga_g] + k_Ga * c_N);
+  const double c_Al = (p[TMAl_g] / R_gas[TMAl_g]) / (Kd[1] / R_gas[Ga_g] + k_Al * c_N);
+  const double r_Ga = k_Ga * c_Ga * c_N - d;
+  const double r_Al = k_Al * c_Al * c_N;
+
+  double X_Ga = r_Ga / (r_Ga + r_Al);
+  double X_Al = r_Al / (r_Ga + r_Al);
+  if (!(r_Al > 0.0)) {
+    X_Ga = 1.0;
+    X_Al = 0.0;
+  } else if (!(r_Ga > 0.0)) {
+    X_Ga = 0.0;
+    X_Al = 1.0;
+  }
+
+  x_b = {0.0, X_Ga, X_Al};
+  x_b_clip = x_b;
+  c_a = {0.0, c_Ga, c_Al, c_N, c_H};
+  pack_state(y);
+  eval_rhs(t, y, f.data());
+}
+
+}  // namespace vorlen

@@ -1,0 +1,83 @@
+// The species lists of the model: which species take part in a run, their compact numbers, and the constant factors of
+// their binary diffusion coefficients.
+#include <cmath>
+
+#include "model/surfchem_nonst.h"
+
+namespace vorlen {
+
+namespace {
+
+// Elements in the order of element_present.
+enum Element { EL_In, EL_Ga, EL_Al, EL_N, EL_H, EL_C };
+
+// Present in every run, whatever its material and flows.
+constexpr GasSpecies ALWAYS_PRESENT[] = {N2_g, H2_g, NH3_g, TMIn_g, In_g, TMGa_g, TEGa_g, Ga_g, TMAl_g, Al_g};
+
+// Chapman-Enskog factor for D in m^2/s with p in Pa, sigma in angstrom and the reduced molar mass in kg/kmol.
+constexpr double CHAPMAN_ENSKOG = 0.02628;
+
+bool refuse(SurfChemNonst& model, std::int32_t& err, std::int32_t code, const char* text) {
+  err = code;
+  model.error_text = text;
+  return false;
+}
+
+template <std::size_t N>
+std::uint32_t number_present(std::array<std::int32_t, N>& index) {
+  std::int32_t count = 0;
+  for (std::int32_t& entry : index) {
+    if (entry >= 0) entry = count++;
+  }
+  return static_cast<std::uint32_t>(count);
+}
+
+}  // namespace
+
+void fill_species_lists(SurfChemNonst& model) {
+  model.gas_species = builtin_gas_species();
+  model.bulk_species = builtin_bulk_species();
+  model.adsorbed_species = builtin_adsorbed_species();
+}
+
+bool species_check(SurfChemNonst& model, std::int32_t& err) {
+  for (int i = 0; i < N_GAS; ++i) {
+    if (model.gas_index[i] < 0) continue;
+    const SpeciesRecord& s = model.gas_species[i];
+    const std::uint8_t atoms[] = {s.n_In, s.n_Ga, s.n_Al, s.n_N, s.n_H, s.n_C};
+    for (int element = EL_In; element <= EL_C; ++element) {
+      if (atoms[element] != 0) model.element_present[element] = true;
+    }
+  }
+  const auto& present = model.element_present;
+  if (!present[EL_N]) {
+    return refuse(model, err, 100, "Chemical element N is not present in precursor and bulk species");
+  }
+  if (!present[EL_H]) return refuse(model, err, 101, "Chemical element H is not present in precursor species");
+  if (!present[EL_C]) return refuse(model, err, 102, "Chemical element C is not present in precursor species");
+  if (present[EL_In] + present[EL_Ga] + present[EL_Al] < 2) {
+    return refuse(model, err, 103, "At least 2 Group-III elements from In, Ga, Al should be present ");
+  }
+
+  for (GasSpecies i : ALWAYS_PRESENT) model.gas_index[i] = 0;
+  model.adsorbed_index.fill(0);
+  model.bulk_index.fill(0);
+  model.n_gas = number_present(model.gas_index);
+  model.n_adsorbed = number_present(model.adsorbed_index);
+  model.n_bulk = number_present(model.bulk_index);
+
+  for (int i = 0; i < N_GAS; ++i) {
+    for (int j = 0; j < N_GAS; ++j) {
+      model.D_binary[i][j] = 0.0;
+      if (model.gas_index[i] < 0 || model.gas_index[j] < 0) continue;
+      const SpeciesRecord& a = model.gas_species[i];
+      const SpeciesRecord& b = model.gas_species[j];
+      const double sigma_ij = (a.sigma + b.sigma) * 0.5;
+      model.D_binary[i][j] =
+          std::sqrt((1.0 / b.molar_mass + 1.0 / a.molar_mass) * 0.5) * CHAPMAN_ENSKOG / (sigma_ij * sigma_ij);
+    }
+  }
+  return true;
+}
+
+}  // namespace vorlen

@@ -1,0 +1,278 @@
+// The growth model: one plain object that holds everything a run knows. It is the store of the options, the record of
+// the conditions at the current time, the scratch space of the residual and the owner of the history of accepted steps.
+//
+// The operations stand in the files of the subsystem that owns them:
+//   model/construction.cpp   construction from a recipe              model/conditions.cpp     conditions at a time
+//   model/transport.cpp      diffusion and transport layers          model/residual.cpp       surface chemistry
+//   residual model/initial_state.cpp  first state vector                      model/species_check.cpp  species lists
+//   strain/lattice.cpp       lattice and strain                      strain/history.cpp       accepted steps
+//   strain/relaxation.cpp    dislocations and relaxation             strain/v_defects.cpp     V-defects
+//   results/write_results.cpp, results/profiles.cpp                  the result file
+//
+// Units are SI with kilomoles: m, s, K, Pa, kmol/m^2, kmol/(m^2 s). Lattice constants are in angstrom, elastic
+// constants in GPa, flows in sccm. Strain is positive for in-plane stretching. Arrays of 14 are indexed by GasSpecies,
+// arrays of 3 by BulkSpecies, arrays of 5 by AdsorbedSpecies (recipe/species_data.h).
+//
+// The state vector y has n = 10 components, or 15 under V_dislocation:
+//   c_a[0..4], z, (h, I0, I1, J0_0, J0_1 under V_dislocation,) x_b[0..2], GR.
+// The first n - 4 equations are differential, the last four algebraic.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <fstream>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "recipe/process_recipe.h"
+#include "recipe/species_data.h"
+
+namespace vorlen {
+
+inline constexpr int N_STATE_MAX = 15;
+inline constexpr int N_ALGEBRAIC = 4;
+inline constexpr double PI = 3.141592653589793;
+
+// One interval of growth, m.
+struct DepthSegment {
+  double z_from = 0.0;  // z at the begin of the interval
+  double z_to = 0.0;    // z at the end
+  double h_from = 0.0;  // h at the begin
+};
+
+class SurfChemNonst {
+ public:
+  // ---- Options and process description
+  std::vector<StageRecord> active_stages;  // copies; construction fills in delta, delta_species, delta_ref, rho_D
+  std::vector<PrePostStageRecord> pre_stages;
+  std::vector<PrePostStageRecord> post_stages;
+  std::int32_t material = NOT_SPECIFIED;
+  std::int32_t stress_model = STRESS_OFF;
+  double cut_angle = 0.0;   // kept, not used by the equations
+  double V_angle_05 = 0.0;  // inclination angle of the dislocations, radian
+  double X_ref = -1.0;      // reference composition of the shear modulus
+  std::int32_t vacancy_model = VACANCY_none;
+  std::array<double, N_GAS> site_gas{};    // free-site factor of each gas species
+  std::array<double, N_BULK> site_bulk{};  // free-site factor of each bulk species
+  std::int32_t transport_model = NOT_SPECIFIED;
+  std::int32_t reactor = NOT_SPECIFIED;
+  double GR_ref = 0.0;                  // m/s for thick_GaN
+  double P_ref = 0.0;                   // Pa
+  double T_ref = 0.0;                   // K
+  double omega_TDR_ref = 0.0;           // rpm
+  std::array<double, N_GAS> delta{};    // thickness of the transport layer, m
+  std::array<double, N_FLOWS> Q_ref{};  // sccm
+  double Q_ref_total = 0.0;             // sccm, for thick_GaN
+  std::array<double, N_ADSORBED> Kd_A{}, Kd_Ta{}, Kd_Tn{};
+  std::array<double, N_BULK> K_plus_A{}, K_plus_Ta{}, K_plus_Tn{};
+
+  // ---- Species. A species whose index is negative is absent; otherwise it is its number among the present ones.
+  std::vector<SpeciesRecord> gas_species;
+  std::vector<AdsorbedSpeciesRecord> adsorbed_species;
+  std::vector<BulkSpeciesRecord> bulk_species;
+  std::array<bool, 6> element_present{};  // In, Ga, Al, N, H, C
+  std::array<std::int32_t, N_GAS> gas_index{};
+  std::array<std::int32_t, N_BULK> bulk_index{};
+  std::array<std::int32_t, N_ADSORBED> adsorbed_index{};
+
+  // ---- Values of the residual, overwritten by each evaluation
+  std::array<double, N_GAS> x{};          // mole fraction in the inlet gas
+  std::array<double, N_GAS> p{};          // partial pressure in the inlet gas, Pa
+  std::array<double, N_GAS> J{};          // molar flux towards the surface, kmol/(m^2 s)
+  std::array<double, N_GAS> D{};          // diffusion coefficient in the mixture, m^2/s
+  std::array<double, N_GAS> R_gas{};      // transport plus kinetic resistance
+  std::array<double, N_GAS> v_kin{};      // Hertz-Knudsen factor
+  std::array<double, N_GAS> G_gas{};      // free energy, J/mol; entries 8 to 13
+  std::array<double, N_BULK> x_b{};       // composition of the solid In, Ga, Al (state)
+  std::array<double, N_BULK> x_b_clip{};  // x_b, each limited to 0..1
+  std::array<double, N_BULK> G_bulk{};    // free energy, J/mol
+  std::array<double, N_BULK> R_b{};       // incorporation rate of each group-III element, kmol/(m^2 s)
+  std::array<double, N_ADSORBED> c_a{};   // surface concentration, kmol/m^2 (state)
+  std::array<double, N_BULK> N2_mix_A{};  // factors of the nitrogen mix
+  std::array<double, N_BULK> N2_mix_T{};  // K
+  double N2_mix = 0.0;                    // composition-weighted factor of the nitrogen flux
+
+  // ---- Run control
+  std::string error_text;
+  std::ofstream out;                           // the result file
+  std::int32_t mode = 0;                       // 1 selects the single-point layout of the result file
+  bool first_point = true;                     // the next accepted point is recorded whatever its time
+  bool detail_output = false;                  // keep surface concentrations and energy terms, and write their columns
+  std::vector<std::int32_t> reported_species;  // gas species numbers listed by the single-point layout
+  double t = 0.0;                              // time of the last conditions lookup, s
+  double t_begin = 0.0;                        // begin of the first active stage, s
+  double t_end = 0.0;                          // end of the last active stage, s
+  double T = 0.0;                              // K, at t
+  double P = 0.0;                              // Pa, at t
+  double rho_D = 0.0;                          // the stage's dislocation density at t
+  double rho_TD0 = 0.0;                        // threading dislocation density under the active layers, m^-2
+  double rho_TD_z0 = 0.0;                      // threading dislocation density at z0, m^-2
+  double rho_VD = 0.0;                         // density of V-defects, m^-2
+  std::array<double, N_FLOWS> Q{};             // sccm, at t
+  double Q_total = 0.0;                        // sccm
+  double omega_TDR = 0.0;                      // rpm
+  std::uint32_t stage_index = 0;               // current active stage
+  bool conditions_vary = false;                // conditions are looked up at every evaluation
+  std::uint32_t n_gas = 0, n_adsorbed = 0, n_bulk = 0;  // species present
+  std::int64_t eval_rhs_calls = 0;                      // evaluations of the residual so far
+
+  // ---- Materials and kinetics
+  double a_ref = 0.0;                                       // in-plane lattice imposed on the active layers, angstrom
+  double c_ref = 0.0;                                       // its out-of-plane companion, angstrom
+  std::array<std::array<double, N_GAS>, N_GAS> D_binary{};  // constant factors of the binary diffusion coefficients
+  std::array<double, N_ADSORBED> Kd{};                      // desorption constants at T
+  double K_NH3 = 0.0;                                       // equilibrium constant of ammonia at T
+  double K_NH3_des = 0.0;                                   // desorption constant of ammonia at T
+  std::array<double, N_BULK> K_eq{};                        // equilibrium constant of each bulk species at T
+  std::array<double, N_BULK> activity{};                    // activity of each bulk species in the solid
+
+  // ---- The layer
+  double GR = 0.0;       // growth rate, m/s (state, algebraic)
+  double z = 0.0;        // total thickness, m (state)
+  double z_start = 0.0;  // z at the begin of the active stages
+  double a_bulk = 0.0;   // Vegard average of a at x_b_clip, angstrom
+  double t_prev = 0.0;   // time of the last accepted step
+  double z_prev = 0.0;   // z at the last accepted step
+  double Vg = 0.0;       // growth rate over the last accepted step, m/s
+
+  // ---- Relaxation and V-defects
+  double z0 = -1e-9;  // height at which V-defects begin, m; negative means not found
+  std::uint32_t z0_index = std::numeric_limits<std::uint32_t>::max();  // its index in the history
+  double sin_V = 0.0, tan_V = 0.0;                                     // of V_angle_05
+  double b_burgers = 0.0;                                              // length of the Burgers vector, m
+  double E_line = 0.0;                                                 // coefficient of the loop energy, J/m
+  double h = 0.0;                                                      // thickness grown in tension, m (state)
+  double h_z0 = 0.0;                                                   // h at z0
+  double h_prev = 0.0;                                                 // h at the last accepted step
+  double I0 = 0.0;                                                     // time integral of R_disl (state)
+  double I1 = 0.0;                                                     // time integral of z_rel * R_disl (state)
+  double J0_0 = 0.0;                                                   // time integral of z_rel * S_disl (state)
+  double J0_1 = 0.0;                                                   // time integral of S_disl (state)
+  double I0_z0 = 0.0, I1_z0 = 0.0, J0_0_z0 = 0.0, J0_1_z0 = 0.0;       // the four integrals at z0
+  double J0 = 0.0;                                                     // balance term of the coherent mismatch
+  double J1 = 0.0;                                                     // balance term of the strain relieved up to z0
+  double J2 = 0.0;                                                     // balance term of the defects' dislocations
+  double K1 = 0.0;                                                     // integral term, kept for inspection
+  double r = 0.0;                                                      // relative lattice mismatch of the surface
+  double eps_r_z0 = 0.0;                                               // strain relieved up to z0
+  double eps_xx = -1.0;  // in-plane strain at the surface, as the last residual evaluation left it
+
+  // ---- History of recorded points, one entry each
+  std::vector<double> hist_t, hist_z, hist_h, hist_Vg, hist_xIn, hist_xGa, hist_xAl, hist_rho_VD;
+  std::vector<double> hist_I0, hist_I1, hist_J0_0, hist_J0_1;  // up to the point at which z0 is found
+  std::vector<double> hist_J0, hist_J1, hist_J2, hist_deltaE, hist_E_V_loop, hist_r, hist_K1;  // with detail_output
+  std::vector<double> hist_In, hist_Ga, hist_Al, hist_N, hist_H;                               // with detail_output
+  std::vector<DepthSegment> seg_relax;                       // growth under compression or without strain
+  std::vector<DepthSegment> seg_tensile;                     // growth under tension
+  std::uint32_t seg_relax_first = 0, seg_tensile_first = 0;  // the first segment above z0
+
+  // Builds the model from a recipe; the recipe is not kept. Opens and empties the file at output_path, unless that is
+  // empty. err is 0 on success, 1, -1 or 100 to 103 on failure, with the text in error_text.
+  SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err);
+
+  // Number of components of the state vector, 10 or 15.
+  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : 10; }
+
+  // ---- Construction
+  void set_reference_lattice(double a_pre, double c_pre);
+
+  // ---- Conditions
+  // Brings the conditions up to time t_new [s]. force: do what is otherwise done only at a change of stage.
+  // Returns 0, or 1 with error_text set for a time outside the process; then only t has changed.
+  std::int32_t update_conditions(double t_new, bool force);
+
+  // Takes the layer thicknesses of the stage, for fixed_thickness and InGaN_GR_X.
+  void set_stage_delta(const StageRecord& stage);
+
+  // ---- Transport
+  // Diffusion coefficients [m^2/s] in the mixture x_in at T_gas [K] and P_gas [Pa], by Wilke's rule on Chapman-Enskog
+  // binary coefficients. x_in and D_out hold 14 entries; those of absent species are left alone.
+  void mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const;
+  // Scales delta for thick_GaN with reactor TDR or HFR.
+  void scale_delta();
+
+  // ---- Residual
+  // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
+  std::int32_t eval_rhs(double t_new, const double* y, double* f);
+  void unpack_state(const double* y);
+  void pack_state(double* y) const;
+  // Rate constant of incorporation of bulk species b at T.
+  double k_plus(int b) const;
+
+  // ---- Initial state
+  // Builds the first state vector y (room for 15) from the conditions at t_begin.
+  void init_state(double* y);
+
+  // ---- Lattice and strain
+  // Relaxed lattice constant of the composition x_solid[3], angstrom (Vegard's law).
+  double lattice_a(const double* x_solid) const;
+  // C13/C33 of the composition x_solid[3].
+  double strain_ratio(const double* x_solid) const;
+  double stage_strain_ratio(const PrePostStageRecord& stage) const;
+  // Fills the lattice fields of the pre-stages or the post-stages. False with error_text set for a bad first pre-stage.
+  bool stage_lattice(bool is_pre);
+  // In-plane strain of a layer with relaxed constant a at thickness z_at, tension thickness h_at.
+  double eps_in_plane(double a, double rho, double z_at, double h_at) const;
+  // Effective in-plane lattice at the surface, angstrom.
+  double a_eff_at_surface(double a, double rho) const;
+
+  // ---- Relaxation by dislocations
+  // Strain relieved at thickness z_at with the V-defect density rho.
+  double eps_relaxed(double rho, double z_at, double h_at) const;
+  // Threading dislocation density at thickness z_at, cm^-2.
+  double rho_TD_at(double rho, double z_at, double h_at) const;
+  // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and refreshes eps_xx. GR_calc is the growth rate, m/s.
+  void relaxation_rows(double GR_calc, double* f);
+  // Relative lattice mismatch of the surface under V_dislocation.
+  double relative_mismatch() const;
+
+  // ---- Accepted steps
+  void record_step(double t_new, const double* y);
+  bool keep_running() const { return true; }
+  void append_segment(std::vector<DepthSegment>& list) const;
+
+  // ---- V-defects
+  double loop_energy(double z_at, double z_base) const;
+  double J2_of(double rho) const;
+  double energy_balance(double E, double rho) const;
+  void find_z0();
+  void start_V_defects();
+  void update_V_defects();
+  bool solve_rho_VD(double& rho_VD_candidate);
+
+  // ---- Result file
+  void write_results(bool success);
+  void stage_thicknesses();
+  void write_header();
+  void write_column_heads();
+  void write_stage_rows(bool is_pre, double z_start_nm);
+  void write_profile();
+  void write_point_state();
+  void write_point_history();
+  void write_point_fluxes();
+};
+
+// 1.0 above 1, v from 0 to 1, else 0.0 (also for not-a-number).
+double clamp_fraction(double v);
+
+// Value of the range at a fraction of the stage; what is not above 0 becomes 0.
+double interpolate(const ValueRange& range, double fraction);
+
+// Reduced collision function of the Lennard-Jones potential at the reduced temperature T_star.
+double omega_inverse(double T_star);
+
+// Integral of x ln(1 + k x) from 0 to x; 0 for k x < 1e-6.
+double F_segment(double k, double x);
+
+// Biaxial modulus of In0.1Ga0.9N, Pa.
+double modulus_M();
+
+// Fills the species lists of the model with the built-in records.
+void fill_species_lists(SurfChemNonst& model);
+
+// Checks that the elements of nitride growth are there, marks and numbers the species, fills D_binary.
+// False with err 100 to 103 and error_text set.
+bool species_check(SurfChemNonst& model, std::int32_t& err);
+
+}  // namespace vorlen

@@ -1,0 +1,150 @@
+// Gas transport through the stagnant layer: diffusion coefficients by Wilke's mixture rule on Chapman-Enskog binary
+// coefficients (Bird, Stewart, Lightfoot, Transport Phenomena), and the thickness of the layer by transport model.
+#include "model/transport.h"
+
+#include <cmath>
+
+namespace vorlen {
+
+namespace {
+
+constexpr double R_J = 8314.0;        // gas constant, J/(kmol K)
+constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
+constexpr double D_MIN = 1e-20;       // m^2/s
+constexpr double GR_REF_MIN = 1e-10;  // nm/s
+constexpr double NM = 1e-9;
+constexpr double GAN_MOLAR_MASS = 84.0;  // kg/kmol, of the reference layer
+constexpr double GAN_DENSITY = 6150.0;   // kg/m^3
+
+bool refuse(SurfChemNonst& m, const char* text) {
+  m.error_text = text;
+  return false;
+}
+
+// The gallium precursor whose layer is the measure of the others: TMGa if it flows, else TEGa.
+GasSpecies reference_precursor(double Q_TMGa) { return !(Q_TMGa < FLOW_MIN) ? TMGa_g : TEGa_g; }
+
+// thick_GaN: the layer through which the reference flow diffuses just fast enough for the reference growth rate.
+bool set_reference_layer(SurfChemNonst& m) {
+  m.Q_ref_total = 0.0;
+  for (double Q : m.Q_ref) m.Q_ref_total += Q;
+  if (m.Q_ref_total < FLOW_MIN) return refuse(m, "Total refence flow rate is less than 1e-10 sccm");
+  if (m.Q_ref[TMGa_g] < FLOW_MIN && m.Q_ref[TEGa_g] < FLOW_MIN) {
+    return refuse(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
+  }
+  std::array<double, N_GAS> x_ref{};
+  std::array<double, N_GAS> D_ref{};
+  for (int i = 0; i < N_FLOWS; ++i) x_ref[i] = m.Q_ref[i] / m.Q_ref_total;
+  m.mix_diffusion(m.T_ref, m.P_ref, x_ref.data(), D_ref.data());
+  if (D_ref[TMGa_g] < D_MIN && D_ref[TEGa_g] < D_MIN) {
+    return refuse(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
+  }
+  if (m.GR_ref < GR_REF_MIN) return refuse(m, "Refence growth rate is less than 1e-10");
+  m.GR_ref *= NM;
+  const GasSpecies r = reference_precursor(m.Q_ref[TMGa_g]);
+  const double delta_0 =
+      (1.0 / m.GR_ref) * x_ref[r] * m.P_ref * D_ref[r] / (R_J * m.T_ref) * GAN_MOLAR_MASS / GAN_DENSITY;
+  for (StageRecord& stage : m.active_stages) {
+    stage.delta = delta_0;
+    stage.delta_ref = D_ref[r];
+  }
+  return true;
+}
+
+// InGaN_GR_X: for each stage the layer through which the gallium flow gives the prescribed growth rate at the
+// prescribed composition.
+bool set_prescribed_growth_layers(SurfChemNonst& m) {
+  for (std::size_t k = 0; k < m.active_stages.size(); ++k) {
+    StageRecord& stage = m.active_stages[k];
+    const double T_av = stage.T.average();
+    const double P_av = stage.P.average();
+    std::array<double, N_GAS> x_av{};
+    std::array<double, N_GAS> D_av{};
+    double sum = 0.0;
+    for (int i = 0; i < N_FLOWS; ++i) {
+      if (m.gas_index[i] < 0) continue;
+      x_av[i] = stage.Q[i].average();
+      sum += x_av[i];
+    }
+    const double Q_TMGa = x_av[TMGa_g];
+    if (Q_TMGa < FLOW_MIN && x_av[TEGa_g] < FLOW_MIN) {
+      if (k == 0) {
+        return refuse(m,
+                      "Flow rates of TMGa and TEGa are less than 1e-10 sccm on first stage. It is not compatible with "
+                      "transport model InGaN_GR_X.");
+      }
+      stage.delta_species = m.active_stages[k - 1].delta_species;
+      continue;
+    }
+    for (int i = 0; i < N_FLOWS; ++i) x_av[i] /= sum;
+    m.mix_diffusion(T_av, P_av, x_av.data(), D_av.data());
+
+    const double GR = stage.GR_average * NM;
+    const double X_In = stage.XIn_average;
+    const double X_Al = stage.XAl_average;
+    const GasSpecies r = reference_precursor(Q_TMGa);
+    const double f = (1.0 / GR) * x_av[r] * P_av * D_av[r] / (R_J * T_av);
+    const std::vector<BulkSpeciesRecord>& b = m.bulk_species;
+    const double V_In = X_In / (1.0 - X_In - X_Al) * b[InN_b].molar_mass / b[InN_b].rho;
+    const double V_Ga = b[GaN_b].molar_mass / b[GaN_b].rho;
+    const double V_Al = X_Al / (1.0 - X_In - X_Al) * b[AlN_b].molar_mass / b[AlN_b].rho;
+    const double g = (V_Al + (V_Ga + V_In)) * f;
+    for (int i = 0; i < N_GAS; ++i) stage.delta_species[i] = std::sqrt(D_av[i] / D_av[r]) * g;
+  }
+  return true;
+}
+
+}  // namespace
+
+double omega_inverse(double T_star) {
+  if (!(T_star > 0.3)) {
+    const double d = T_star - 0.3;
+    return 1.0 / (((5.6 * d) - 4.0) * d + 2.662);
+  }
+  const double L = std::log(T_star) + 1.4;
+  const double u = 1.0 / L;
+  return ((0.19779 - 0.0225768 * u) * u - 0.16845) + (((0.0071131 * L) - 0.0926718) * L + 0.64373) * L;
+}
+
+void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const {
+  const double s = std::pow(T_gas, 1.5) / P_gas;
+  for (int i = 0; i < N_GAS; ++i) {
+    if (gas_index[i] < 0) continue;
+    double sum = 0.0;
+    for (int j = 0; j < N_GAS; ++j) {
+      if (j == i || gas_index[j] < 0 || x_in[j] == 0.0) continue;
+      const double T_star = T_gas / std::sqrt(gas_species[i].eps * gas_species[j].eps);
+      const double D_ij = omega_inverse(T_star) * (D_binary[i][j] * s);
+      sum += x_in[j] / D_ij;
+    }
+    D_out[i] = (1.0 - x_in[i]) / sum;
+  }
+}
+
+void SurfChemNonst::scale_delta() {
+  const StageRecord& S = active_stages[stage_index];
+  if (reactor == REACTOR_TDR) {
+    for (int i = 0; i < N_GAS; ++i) {
+      delta[i] = std::sqrt(D[i] / S.delta_ref * omega_TDR_ref / omega_TDR) * S.delta;
+    }
+  } else if (reactor == REACTOR_HFR) {
+    for (int i = 0; i < N_GAS; ++i) {
+      delta[i] = std::sqrt(D[i] / S.delta_ref * Q_ref_total / Q_total * T_ref / T * P / P_ref) * S.delta;
+    }
+  }
+}
+
+bool set_transport_layers(SurfChemNonst& model) {
+  switch (model.transport_model) {
+    case TRANSPORT_thick_GaN:
+      return set_reference_layer(model);
+    case TRANSPORT_InGaN_GR_X:
+      return set_prescribed_growth_layers(model);
+    case TRANSPORT_InGaN_GR:
+      return refuse(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
+    default:
+      return true;
+  }
+}
+
+}  // namespace vorlen

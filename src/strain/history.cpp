@@ -1,0 +1,100 @@
+// What an accepted step leaves behind: its growth rate, its depth interval under compression or tension, and, for
+// recorded points, an entry in the history. The residual runs at trial points and leaves no trace; this is the only
+// place at which the history grows.
+#include <cmath>
+
+#include "model/surfchem_nonst.h"
+#include "strain/dislocation_constants.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double RECORD_SPACING = 0.0009999999999;  // recorded points lie further apart than this, s
+constexpr double END_TOLERANCE = 1e-10;             // a point this close to the end is the last one, s
+constexpr double SEGMENT_GAP = 1e-14;               // a step that begins no further behind a segment continues it, m
+constexpr double ENERGY_SCALE = 1e10;               // of the energy terms kept with detail_output
+
+bool is_recorded(SurfChemNonst& m, double t) {
+  if (m.mode != 0) return m.out.is_open();
+  if (m.first_point) {
+    m.first_point = false;
+    return true;
+  }
+  return t - m.hist_t.back() > RECORD_SPACING || std::abs(m.t_end - t) < END_TOLERANCE;
+}
+
+void keep_energy_terms(SurfChemNonst& m) {
+  // The zero takes the second term out, but lets a not-a-number through.
+  const double K = m.I1 - m.hist_I1[0] - (m.I0 - m.hist_I0[0]) * 0.0;
+  const double balance =
+      m.z0 <= Z0_FOUND ? K + m.loop_energy(m.z - m.z_start, 0.0) : m.energy_balance(m.loop_energy(m.z, m.z0), m.rho_VD);
+  m.hist_deltaE.push_back(ENERGY_SCALE * balance);
+  m.hist_K1.push_back(ENERGY_SCALE * K);
+  m.hist_J0.push_back(ENERGY_SCALE * m.J0);
+  m.hist_J1.push_back(ENERGY_SCALE * m.J1);
+  m.hist_J2.push_back(ENERGY_SCALE * m.J2);
+  m.hist_E_V_loop.push_back(ENERGY_SCALE * m.loop_energy(m.z, m.z0));
+  m.hist_r.push_back(m.r);
+}
+
+void follow_V_defects(SurfChemNonst& m) {
+  if (m.z0 < 0.0) {
+    m.find_z0();
+    if (m.z0 < 0.0) {
+      m.hist_I0.push_back(m.I0);
+      m.hist_I1.push_back(m.I1);
+      m.hist_J0_0.push_back(m.J0_0);
+      m.hist_J0_1.push_back(m.J0_1);
+    } else {
+      m.start_V_defects();
+    }
+  }
+  if (Z0_FOUND < m.z0) m.update_V_defects();
+  m.hist_h.push_back(m.h);
+  m.hist_rho_VD.push_back(m.rho_VD);
+}
+
+}  // namespace
+
+void SurfChemNonst::append_segment(std::vector<DepthSegment>& list) const {
+  if (!list.empty() && z_prev - list.back().z_to < SEGMENT_GAP) {
+    list.back().z_to = z;
+  } else {
+    list.push_back(DepthSegment{z_prev, z, h_prev});
+  }
+}
+
+void SurfChemNonst::record_step(double t_new, const double* y) {
+  unpack_state(y);
+  Vg = 0.0;
+  if (t_prev < t_new) Vg = (z - z_prev) / (t_new - t_prev);
+  const bool relaxes = stress_model == STRESS_V_dislocation;
+  if (relaxes) append_segment(0.0 < eps_xx ? seg_tensile : seg_relax);
+
+  if (is_recorded(*this, t_new)) {
+    hist_t.push_back(t_new);
+    hist_z.push_back(z);
+    hist_Vg.push_back(Vg);
+    hist_xIn.push_back(x_b[InN_b]);
+    hist_xGa.push_back(x_b[GaN_b]);
+    hist_xAl.push_back(x_b[AlN_b]);
+    if (detail_output) {
+      hist_In.push_back(c_a[In_a]);
+      hist_Ga.push_back(c_a[Ga_a]);
+      hist_Al.push_back(c_a[Al_a]);
+      hist_N.push_back(c_a[N_a]);
+      hist_H.push_back(c_a[H_a]);
+    }
+    if (relaxes) {
+      follow_V_defects(*this);
+      if (detail_output) keep_energy_terms(*this);
+    }
+  }
+
+  z_prev = z;
+  h_prev = h;
+  t_prev = t_new;
+}
+
+}  // namespace vorlen

@@ -1,0 +1,70 @@
+// Threading dislocations and the strain that they relieve. Inclined dislocations that meet react, so their density
+// falls with the thickness grown outside tension, w = z - z_start - h:
+//   1/rho(w) = 1/rho(0) + L_TD tan(V) w,   relieved strain = 1/2 b tan(V) int rho dw = b/(2 L_TD) ln(1 + rho(0) L_TD
+//   tan(V) w).
+// Once V-defects have set in at z0, both laws start anew there with two dislocations more for each defect.
+//
+// The logarithms of this file take their factors in different orders, and last bits with them: they share no product.
+#include <cmath>
+
+#include "model/surfchem_nonst.h"
+#include "strain/dislocation_constants.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double M2_TO_CM2 = 0.0001;          // of a density: m^-2 to cm^-2
+constexpr double RHO_MIN = 1e-5;              // m^-2; a smaller density counts as none
+constexpr double TENSION_THRESHOLD = 0.0001;  // strain above which thickness counts as grown in tension
+
+}  // namespace
+
+double modulus_M() { return 2.624e11 * 0.1 + 4.496e11 * 0.9; }
+
+double SurfChemNonst::rho_TD_at(double rho, double z_at, double h_at) const {
+  if (Z0_FOUND < z0 && z0 <= z_at && 0.0 < rho) {
+    const double d = 2.0 * rho + rho_TD_z0;
+    if (d < RHO_MIN) return 0.0;
+    return M2_TO_CM2 / (L_TD * tan_V * (z_at - z0 - h_at + h_z0) + 1.0 / d);
+  }
+  if (rho_TD0 < RHO_MIN) return 0.0;
+  return M2_TO_CM2 / (L_TD * tan_V * (z_at - z_start - h_at) + 1.0 / rho_TD0);
+}
+
+double SurfChemNonst::eps_relaxed(double rho, double z_at, double h_at) const {
+  const double A = 0.5 * b_burgers * INV_L_TD;
+  if (Z0_FOUND < z0 && z0 < z_at && 0.0 < rho) {
+    return std::log((2.0 * rho + rho_TD_z0) * L_TD * tan_V * (z_at - z0 - h_at + h_z0) + 1.0) * A + eps_r_z0;
+  }
+  if (z_start > z_at) return 0.0;
+  return std::log(rho_TD0 * L_TD * tan_V * (z_at - z_start - h_at) + 1.0) * A;
+}
+
+void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
+  eps_xx = eps_in_plane(a_bulk, rho_VD, z, h);
+  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
+  const double eps_0 = a_ref / a_bulk - 1.0;
+  const double z_rel = z - z_start - h;
+  const double stiff = modulus_M() * (2.0 * tan_V * b_burgers);
+  const double R_disl =
+      (std::log(rho_TD0 * L_TD * tan_V * z_rel + 1.0) * (0.5 * b_burgers * INV_L_TD) + eps_0) * stiff * GR_calc;
+  const double S_disl = stiff * eps_0 * GR_calc;
+  f[1] = R_disl;
+  f[2] = z_rel * R_disl;
+  f[3] = z_rel * S_disl;
+  f[4] = S_disl;
+}
+
+double SurfChemNonst::relative_mismatch() const {
+  const double A = a_ref * 1e-10 * 0.5 * INV_L_TD;
+  if (z0 <= Z0_FOUND) {
+    return std::log((z - z_start - h) * rho_TD0 * L_TD * tan_V + 1.0) * A - 1.0;
+  }
+  return (std::log((z - z0 - h + h_z0) * (2.0 * rho_VD + rho_TD_z0) * L_TD * tan_V + 1.0) +
+          std::log((z0 - z_start - h_z0) * rho_TD0 * L_TD * tan_V + 1.0)) *
+             A -
+         1.0;
+}
+
+}  // namespace vorlen

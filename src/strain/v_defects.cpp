@@ -1,0 +1,178 @@
+// V-defects: an energy balance decides where they open and how dense they get. Opening a defect at depth z0 costs the
+// energy of a dislocation loop that grows with z - z0, and changes the elastic energy of the layer above z0. The depth
+// with the most negative balance becomes z0; from then on the density rises just so far that the balance is zero again.
+//
+// In order: energy terms, search for z0, start, update, root search for the density.
+#include <algorithm>
+#include <cmath>
+
+#include "model/surfchem_nonst.h"
+#include "strain/dislocation_constants.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double BURGERS = 3.189 * 1e-10;          // m, in the loop energy
+constexpr double CANDIDATE_DEPTH = 3e-10 * 3.189;  // a candidate lies three Burgers vectors below the surface, m
+constexpr double SEGMENT_CUT = 1e-6;               // least k x of F_segment; below it the closed form cancels
+constexpr double K_MIN = 1e-10;                    // least k of J2_of
+constexpr double RHO_MIN = 1e-5;                   // m^-2; a smaller density counts as none
+constexpr double BALANCE_ZERO = 1e-40;             // a balance of this size is zero
+
+// The first segment that reaches above depth: its number, or the length of the list.
+std::size_t first_above(const std::vector<DepthSegment>& list, double depth) {
+  const auto reaches = [depth](const DepthSegment& s) { return depth < s.z_to; };
+  return static_cast<std::size_t>(std::find_if(list.begin(), list.end(), reaches) - list.begin());
+}
+
+}  // namespace
+
+double F_segment(double k, double x) {
+  if (x * k < SEGMENT_CUT) return 0.0;
+  const double q = 1.0 / k;
+  return 0.5 * x * q - 0.25 * x * x - std::log(k * x + 1.0) * 0.5 * (q * q - x * x);
+}
+
+double SurfChemNonst::loop_energy(double z_at, double z_base) const {
+  const double d = z_at - z_base;
+  return d * E_line * std::log((d / BURGERS - 1.0) * sin_V + 1.0);
+}
+
+double SurfChemNonst::J2_of(double rho) const {
+  const double c = tan_V * modulus_M() * b_burgers * b_burgers * INV_L_TD;
+  const double k = L_TD * tan_V * (2.0 * rho + rho_TD_z0);
+  if (k < K_MIN) return 0.0;
+  double S = 0.0;
+  for (std::size_t i = seg_relax_first; i < seg_relax.size(); ++i) {
+    const DepthSegment& s = seg_relax[i];
+    const double d = z0 + s.h_from - h_z0;
+    S += F_segment(k, s.z_to - d) - F_segment(k, s.z_from - d);
+  }
+  // Under tension the effective thickness w does not grow.
+  for (std::size_t i = seg_tensile_first; i < seg_tensile.size(); ++i) {
+    const DepthSegment& s = seg_tensile[i];
+    const double w = s.z_from - z0 - s.h_from + h_z0;
+    S += std::log(k * w + 1.0) * w * (s.z_to - s.z_from);
+  }
+  return S * c;
+}
+
+double SurfChemNonst::energy_balance(double E, double rho) const { return E + J0 + J1 + J2_of(rho); }
+
+void SurfChemNonst::find_z0() {
+  double best = 0.0;
+  // The lists of h and the integrals do not hold the current point yet. With a z that is not a number the depth test
+  // never stops the loop; the length does.
+  const std::size_t n = std::min(hist_t.size(), hist_I1.size());
+  for (std::size_t i = 0; i < n; ++i) {
+    const double z_i = hist_z[i];
+    if (z_i > z - CANDIDATE_DEPTH) break;
+    K1 = (I1 - hist_I1[i]) - (I0 - hist_I0[i]) * (z_i - z_start - hist_h[i]);
+    const double s = loop_energy(z, z_i) + K1;
+    if (s < best) {
+      best = s;
+      z0 = z_i;
+      z0_index = static_cast<std::uint32_t>(i);
+    }
+  }
+}
+
+void SurfChemNonst::start_V_defects() {
+  h_z0 = hist_h[z0_index];
+  I0_z0 = hist_I0[z0_index];
+  I1_z0 = hist_I1[z0_index];
+  J0_0_z0 = hist_J0_0[z0_index];
+  J0_1_z0 = hist_J0_1[z0_index];
+  rho_TD_z0 = RHO_MIN <= rho_TD0 ? 1.0 / (1.0 / rho_TD0 + (z0 - z_start - h_z0) * L_TD * tan_V) : 0.0;
+  rho_VD = 0.0;
+  eps_r_z0 = eps_relaxed(rho_VD, z0, h_z0);
+
+  // What grew below z0 no longer counts. A compressive segment is cut at z0; a tensile one begins at z0 in any case.
+  const std::size_t relax = first_above(seg_relax, z0);
+  seg_relax_first = static_cast<std::uint32_t>(relax);
+  if (relax < seg_relax.size() && seg_relax[relax].z_from < z0) seg_relax[relax].z_from = z0;
+  const std::size_t tensile = first_above(seg_tensile, z0);
+  seg_tensile_first = static_cast<std::uint32_t>(tensile);
+  if (tensile < seg_tensile.size()) {
+    DepthSegment& s = seg_tensile[tensile];
+    if (s.z_from < z0) s.h_from += z0 - s.z_from;
+    s.z_from = z0;
+  }
+}
+
+void SurfChemNonst::update_V_defects() {
+  K1 = (I0 - I0_z0) * (z0 - z_start - h_z0) + (I1 - I1_z0);
+  J0 = (J0_1 - J0_1_z0) * (h_z0 - (z0 - z_start)) + (J0_0 - J0_0_z0);
+  const double stiff_relieved = 2.0 * tan_V * modulus_M() * b_burgers * eps_r_z0;
+  if (0.0 < eps_xx) {
+    J1 += stiff_relieved * (z - z_prev) * (z_prev - z0 - h_prev + h_z0);
+  } else {
+    const double grown = z - z_start;
+    const double grown_prev = z_prev - z_start;
+    J1 += stiff_relieved *
+          ((grown * grown - grown_prev * grown_prev) * 0.5 + (z - z_prev) * (h_z0 - h_prev - (z0 - z_start)));
+  }
+  J2 = J2_of(rho_VD);
+  double rho_VD_candidate = 0.0;
+  solve_rho_VD(rho_VD_candidate);
+  rho_VD = rho_VD_candidate;
+}
+
+bool SurfChemNonst::solve_rho_VD(double& rho_VD_candidate) {
+  constexpr double RHO_VD_MAX = 1e17;          // cap of the density, m^-2
+  constexpr double RHO_VD_B_MIN = 1e8;         // smallest starting point of the upper bracket, m^-2
+  constexpr double F_PRECISION = 1e6;          // least tolerance of the density, m^-2
+  constexpr double RELATIVE_TOLERANCE = 1e-4;  // of the larger bracket end
+  constexpr double BRACKET_GROWTH = 10.0;
+  constexpr int MAX_HALVINGS = 20;
+
+  error_text.clear();
+  if (rho_VD >= RHO_VD_MAX) {
+    rho_VD = RHO_VD_MAX;
+    rho_VD_candidate = RHO_VD_MAX;
+    return true;
+  }
+  const double E = loop_energy(z, z0);
+  const auto F = [this, E](double rho) { return energy_balance(E, rho); };
+
+  // A balance that is not negative leaves the density as it is.
+  if (-BALANCE_ZERO < F(rho_VD)) {
+    rho_VD_candidate = rho_VD;
+    return true;
+  }
+
+  double rho_VD_A = rho_VD;
+  double rho_VD_B = std::max(rho_VD_A, RHO_VD_B_MIN);
+  bool bracketed = false;
+  do {
+    rho_VD_B = std::min(BRACKET_GROWTH * rho_VD_B, RHO_VD_MAX);
+    const double F_B = F(rho_VD_B);
+    if (std::abs(F_B) < BALANCE_ZERO) {
+      rho_VD_candidate = rho_VD_B;
+      return true;
+    }
+    if (0.0 < F_B) {
+      bracketed = true;
+      break;
+    }
+    rho_VD_A = rho_VD_B;
+  } while (rho_VD_B < RHO_VD_MAX);
+  if (rho_VD_B > RHO_VD_MAX - RHO_VD_B_MIN && !bracketed) {
+    rho_VD_candidate = RHO_VD_MAX;
+    return true;
+  }
+
+  double rho_VD_C = (rho_VD_A + rho_VD_B) * 0.5;
+  double F_C = F(rho_VD_C);
+  const double tol = std::max(RELATIVE_TOLERANCE * std::max(std::abs(rho_VD_A), std::abs(rho_VD_B)), F_PRECISION);
+  for (int k = 0; k < MAX_HALVINGS && !(std::abs(rho_VD_A - rho_VD_B) <= tol); ++k) {
+    (0.0 < F_C ? rho_VD_B : rho_VD_A) = rho_VD_C;
+    rho_VD_C = (rho_VD_A + rho_VD_B) * 0.5;
+    F_C = F(rho_VD_C);
+  }
+  rho_VD_candidate = rho_VD_C;
+  return true;
+}
+
+}  // namespace vorlen
