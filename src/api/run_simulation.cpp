@@ -1,0 +1,106 @@
+// The driver of a run: construction, one call of the integrator over the whole process, writing. Stage boundaries do
+// not restart the integrator; the model looks its conditions up by time.
+#include "api/run_simulation.h"
+
+#include <vector>
+
+#include "integrator/radau_integrator.h"
+#include "model/surfchem_nonst.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double DT_FIRST = 0.0001;  // first step size, s
+constexpr double DT_MAX = 10.0;      // largest step size, s
+constexpr double RTOL = 1e-10;
+constexpr double ATOL = 1e-14;
+
+SurfChemNonst& model_of(void* model_context) { return *static_cast<SurfChemNonst*>(model_context); }
+
+// A failed look-up of the conditions leaves f as it was; the integrator goes on with what it has.
+void model_rhs_callback(std::int32_t, double x, const double* y, double* f, void*, void* model_context) {
+  model_of(model_context).eval_rhs(x, y, f);
+}
+
+void mass_callback(std::int32_t n, double* FMAS, std::int32_t mass_rows, void*, void*) {
+  for (std::int32_t j = 0; j < n; ++j) FMAS[j * mass_rows] = j < n - N_ALGEBRAIC ? 1.0 : 0.0;
+}
+
+void model_step_callback(std::int32_t, double, double x, const double* y, const double*, std::int32_t, std::int32_t,
+                         void*, void* model_context, std::int32_t& stop_flag) {
+  SurfChemNonst& model = model_of(model_context);
+  model.record_step(x, y);
+  if (!model.keep_running()) stop_flag = -1;
+}
+
+}  // namespace
+
+std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error) {
+  switch (idid) {
+    case 2:
+      error = model_text;
+      return RUN_STOPPED;
+    case -2:
+      error = "Maximum number of time steps reached";
+      return RUN_GAVE_UP_ON_STEPS;
+    case -3:
+      error = "Step size has become too small";
+      return RUN_GAVE_UP_ON_STEPS;
+    case -4:
+      error = "Matrix is repeatedly singular";
+      return RUN_SINGULAR;
+    default:
+      return RUN_OK;
+  }
+}
+
+std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
+                            RunCounters* counters, std::int32_t max_steps) {
+  error.clear();
+  std::int32_t err = 0;
+  SurfChemNonst surfchem_nonst(recipe, output_path, err);
+  if (err != 0) {
+    error = surfchem_nonst.error_text;
+    return err;
+  }
+
+  const std::int32_t n = surfchem_nonst.n_state();
+  double t = surfchem_nonst.t_begin;
+  const double t_end = surfchem_nonst.t_end;
+  double y[N_STATE_MAX] = {};
+  surfchem_nonst.init_state(y);
+
+  const std::int32_t lwork = n * (5 * n + 12) + 20;
+  const std::int32_t liwork = 5 * n + 20;
+  std::vector<double> WORK(static_cast<std::size_t>(lwork), 0.0);
+  std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
+  WORK[7 - 1] = DT_MAX;
+  IWORK[2 - 1] = max_steps;
+  IWORK[5 - 1] = n - N_ALGEBRAIC;
+  IWORK[6 - 1] = N_ALGEBRAIC;
+  IWORK[7 - 1] = 0;
+
+  double dt_last = DT_FIRST;
+  double rtol = RTOL;
+  double atol = ATOL;
+  std::int32_t mljac = n;
+  std::int32_t mujac = n;
+  std::int32_t mumas = 0;
+  std::int32_t idid = 0;
+  RadauIntegrator(n, model_rhs_callback, t, y, t_end, dt_last, &rtol, &atol, /*itol=*/0, /*jacobian_callback=*/nullptr,
+                  /*ijac=*/0, mljac, mujac, mass_callback, /*imas=*/1, /*mlmas=*/0, mumas, model_step_callback,
+                  /*iout=*/1, WORK.data(), lwork, IWORK.data(), liwork, /*real_context=*/nullptr, &surfchem_nonst,
+                  idid);
+  if (counters != nullptr) {
+    *counters = {idid,          IWORK[14 - 1], IWORK[15 - 1],
+                 IWORK[16 - 1], IWORK[17 - 1], IWORK[18 - 1],
+                 IWORK[19 - 1], IWORK[20 - 1], surfchem_nonst.eval_rhs_calls};
+  }
+
+  const std::int32_t status = run_status_of(idid, surfchem_nonst.error_text, error);
+  surfchem_nonst.write_results(status == RUN_OK);
+  return status;
+}
+
+}  // namespace vorlen

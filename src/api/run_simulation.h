@@ -1,0 +1,44 @@
+// The driver: joins the growth model to the integrator for one run.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "recipe/process_recipe.h"
+
+namespace vorlen {
+
+// Status of a run beside 0 (ended normally), -1, 1 and 100 to 103 (construction, see SurfChemNonst).
+enum RunStatus : std::int32_t {
+  RUN_OK = 0,
+  RUN_STOPPED = 1,           // the model ended the run early
+  RUN_GAVE_UP_ON_STEPS = 2,  // too many steps, or a step too small
+  RUN_SINGULAR = 3           // the matrix of the Newton iteration stayed singular
+};
+
+// What the integrator did, for tests and benchmarks.
+struct RunCounters {
+  std::int32_t idid = 0;
+  std::int32_t rhs_calls = 0;  // without those of the numerical Jacobian
+  std::int32_t jacobian_count = 0;
+  std::int32_t step_count = 0;
+  std::int32_t accepted_count = 0;
+  std::int32_t rejected_count = 0;
+  std::int32_t factorisation_count = 0;
+  std::int32_t solve_count = 0;
+  std::int64_t eval_rhs_calls = 0;  // all evaluations of the residual, those of init_state included
+};
+
+inline constexpr std::int32_t MAX_STEPS = 1000000;  // of the integrator in one run
+
+// Runs the recipe and writes the result file to output_path (none if that is empty), also when the integration fails.
+// Returns 0, a RunStatus, or the status of the construction; error is empty on 0 and holds the text otherwise.
+// counters may be null. max_steps is for tests and fuzzing; every run of the library has the default.
+std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
+                            RunCounters* counters = nullptr, std::int32_t max_steps = MAX_STEPS);
+
+// Status and text of a run whose integration ended with idid; model_text is the model's error text.
+// Codes that name no failure of the integration (1, and -1 for a refused call) give 0 and leave error as it is.
+std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error);
+
+}  // namespace vorlen

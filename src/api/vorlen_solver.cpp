@@ -1,0 +1,46 @@
+// The exported function: owns the recipe and the text of a run, and reduces its status to 0 or 1.
+#include "api/vorlen_solver.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "api/run_simulation.h"
+#include "recipe/read_recipe.h"
+
+namespace {
+
+// Copies text, cut to what the buffer holds, with a terminating zero. buffer may be null.
+std::int32_t fail(const char* text, char* buffer) {
+  if (buffer != nullptr) {
+    const std::size_t length = std::min<std::size_t>(std::strlen(text), VORLEN_ERROR_BUFFER_SIZE - 1);
+    std::memcpy(buffer, text, length);
+    buffer[length] = '\0';
+  }
+  return 1;
+}
+
+std::int32_t run(const char* input_path, const char* output_path, char* error_buffer) {
+  vorlen::ProcessRecipe recipe;
+  std::string err;
+  if (vorlen::read_recipe(input_path, recipe, err) != 0) return fail(err.c_str(), error_buffer);
+  if (vorlen::run_simulation(recipe, output_path, err) != 0) return fail(err.c_str(), error_buffer);
+  return 0;
+}
+
+}  // namespace
+
+extern "C" std::int32_t runSurfChem(const char* input_path, const char* output_path, char* error_buffer) {
+  if (input_path == nullptr) return fail("Input path is not specified", error_buffer);
+  if (output_path == nullptr) return fail("Output path is not specified", error_buffer);
+  // Exceptions of the standard library must not cross the C interface.
+  try {
+    return run(input_path, output_path, error_buffer);
+  } catch (const std::bad_alloc&) {
+    return fail("Out of memory", error_buffer);
+  } catch (const std::exception& e) {
+    return fail(e.what(), error_buffer);
+  }
+}

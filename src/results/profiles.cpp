@@ -1,0 +1,126 @@
+// The numbers of the result file: thickness of each active stage, and the data rows. A row stands for one depth and for
+// the moment at which that depth was the surface. Columns marked (t) tell the surface at that moment, with the V-defect
+// density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
+#include "model/surfchem_nonst.h"
+#include "results/number_format.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double M_TO_NM = 1e9;
+constexpr double M2_TO_CM2 = 0.0001;
+constexpr double I1_SCALE = 1e10;
+constexpr std::size_t WRITE_BLOCK = 1 << 16;  // bytes collected before they go to the stream
+
+}  // namespace
+
+void SurfChemNonst::stage_thicknesses() {
+  if (active_stages.empty()) return;
+  const std::size_t last = active_stages.size() - 1;
+  std::size_t k = 0;
+  for (std::size_t i = 1; i < hist_t.size(); ++i) {
+    StageRecord& stage = active_stages[k];
+    const double t_now = hist_t[i];
+    const double dt = t_now - hist_t[i - 1];
+    const double dz = (hist_z[i] - hist_z[i - 1]) * M_TO_NM;
+    if (t_now <= stage.time.end) {
+      stage.thickness += dz;
+      continue;
+    }
+    // The step crosses a boundary: its growth is shared out in proportion to time.
+    stage.thickness += (stage.time.end - hist_t[i - 1]) * dz / dt;
+    while (k < last) {
+      StageRecord& next = active_stages[++k];
+      if (t_now <= next.time.end) {
+        next.thickness += (t_now - next.time.val) * dz / dt;
+        break;
+      }
+      next.thickness += dz * next.tau / dt;
+    }
+  }
+}
+
+void SurfChemNonst::write_profile() {
+  if (active_stages.empty()) return;
+  const bool relaxes = stress_model == STRESS_V_dislocation;
+  const std::size_t last = active_stages.size() - 1;
+  std::size_t k = 0;
+  double a_t = a_ref;
+  double a_z = a_ref;
+  double rho_t = 0.0;
+  double z0_nm = 0.0;
+  std::string text;
+  for (std::size_t i = 0; i < hist_t.size(); ++i) {
+    const double x_row[N_BULK] = {hist_xIn[i], hist_xGa[i], hist_xAl[i]};
+    const double z_row = hist_z[i];
+    while (hist_t[i] > active_stages[k].time.end && k < last) ++k;
+    const StageRecord& stage = active_stages[k];
+    const double a = lattice_a(x_row);
+    double e_t, e_z, d_t, d_z;
+    if (relaxes) {
+      const double h_row = hist_h[i];
+      rho_t = hist_rho_VD[i];
+      z0_nm = z0 <= z_row ? z0 * M_TO_NM : 0.0;
+      e_t = eps_in_plane(a, rho_t, z_row, h_row);
+      a_t = (e_t + 1.0) * a;
+      e_z = eps_in_plane(a, rho_VD, z_row, h_row);
+      a_z = (e_z + 1.0) * a;
+      d_t = rho_TD_at(rho_t, z_row, h_row);
+      d_z = rho_TD_at(rho_VD, z_row, h_row);
+    } else {
+      e_t = e_z = eps_in_plane(a, 0.0, z_row, 0.0);
+      d_t = d_z = interpolate(stage.rho_D, (hist_t[i] - stage.time.val) / stage.tau);
+    }
+    const double q = -2.0 * strain_ratio(x_row);
+    append_columns(text, {hist_t[i], z_row * M_TO_NM, hist_Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
+                          (rho_t + rho_t) * M2_TO_CM2, a_t, e_t, e_t, e_t * q, 0.0, d_z, a_z, e_z, e_z, e_z * q, 0.0});
+    text += ' ';
+    if (detail_output) {
+      append_columns(text, {x_row[0] + x_row[1] + x_row[2], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i]});
+      text += ' ';
+      if (relaxes) {
+        const bool has_integrals = i < hist_I0.size();
+        append_columns(text, {z0_nm, hist_rho_VD[i], hist_K1[i], hist_h[i] * M_TO_NM, has_integrals ? hist_I0[i] : 0.0,
+                              has_integrals ? hist_I1[i] * I1_SCALE : 0.0, has_integrals ? hist_J0_0[i] : 0.0,
+                              has_integrals ? hist_J0_1[i] : 0.0, hist_J0[i], hist_J1[i], hist_J2[i], hist_deltaE[i],
+                              hist_E_V_loop[i], hist_r[i]});
+      }
+    }
+    text += '\n';
+    if (text.size() >= WRITE_BLOCK) {
+      out.write(text.data(), static_cast<std::streamsize>(text.size()));
+      text.clear();
+    }
+  }
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+void SurfChemNonst::write_stage_rows(bool is_pre, double z_start_nm) {
+  const double rho = is_pre ? 0.0 : rho_VD;
+  std::string text;
+  const auto append_row = [&](const PrePostStageRecord& s, double time, double depth) {
+    const double e_zz = stage_strain_ratio(s) * -2.0 * s.eps_xx;
+    append_columns(text, {time, depth, s.GR_average, s.X_In_average, s.X_Ga_average, s.X_Al_average, s.rho_D,
+                          (rho + rho) * M2_TO_CM2, s.a_lattice, s.eps_xx, s.eps_xx, e_zz, 0.0, s.rho_D, s.a_lattice,
+                          s.eps_xx, s.eps_xx, e_zz, 0.0});
+    if (detail_output) {
+      text += ' ';
+      append_columns(text, {1.0, 0.0, 0.0, 0.0, 0.0, 0.0});
+      if (stress_model == STRESS_V_dislocation) {
+        text += ' ';
+        append_columns(text, {0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0});
+      }
+    }
+    text += '\n';
+  };
+  double depth = z_start_nm;
+  for (const PrePostStageRecord& s : is_pre ? pre_stages : post_stages) {
+    append_row(s, s.time.val, depth);
+    depth += s.thickness;
+    append_row(s, s.time.end, depth);
+  }
+  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+}
+
+}  // namespace vorlen
