@@ -33,7 +33,8 @@ constexpr double MIN_SAFETY_FACTOR = 0.001;
 constexpr double MAX_NEWTON_STOP_FACTOR = 0.03;  // of the default
 constexpr double MIN_TOLERANCE_ROUNDOFFS = 10.0;
 
-// The error estimate is of order 3 where the solution is of order 5: the tolerances are scaled to match.
+// The error estimate is of a lower order than the solution: tolerances are scaled for it, so that the error of the
+// solution is near the tolerance asked for.
 constexpr double TOLERANCE_EXPONENT = 0.6666666666666666;
 constexpr double TOLERANCE_FACTOR = 0.1;
 
@@ -83,10 +84,13 @@ bool ReadCounts(const std::int32_t* IWORK, RadauSettings& settings, StageSystem&
 
   system.block_count = IWORK[8];
   system.block_stride = system.block_count == 0 ? n : ValueOr(IWORK[9], system.block_count);
-  if (system.block_count < 0 || system.block_stride < 0) ok = false;
-  if (std::int64_t{system.block_count} + system.block_stride > n) ok = false;
-  if (system.block_count % system.block_stride != 0) {
-    if (system.block_count != 0) ok = false;
+  const bool blocks_fit = system.block_count >= 0 && system.block_stride >= 0 &&
+                          std::int64_t{system.block_count} + system.block_stride <= n &&
+                          system.block_count % system.block_stride == 0;
+  if (!blocks_fit) {
+    ok = false;
+    system.block_count = 0;
+    system.block_stride = n;
   }
   return ok;
 }

@@ -15,7 +15,7 @@ constexpr double R_J = 8314.0;                 // gas constant of the transport,
 constexpr double R_act = 8314.47;              // gas constant of the activities, J/(kmol K)
 constexpr double R_kin = (2.0 * PI) * 8314.0;  // factor of the Hertz-Knudsen flux
 constexpr double c_In_max = 1.901e-08;         // saturation of c_a[In_a] in the vacancy law, kmol/m^2
-constexpr double ATM_PER_PA = 1e-05;           // pressure factor of K_NH3
+constexpr double BAR_PER_PA = 1e-05;           // pressure factor of K_NH3
 
 // Interaction parameters of the regular solution, J/kmol.
 constexpr double W_InGa = 25700000.0;
@@ -71,7 +71,7 @@ void compute_equilibria(SurfChemNonst& m) {
   std::array<double, N_GAS>& G = m.G_gas;
   for (int i = N2_g; i <= Al_g; ++i) G[i] = gibbs_energy(m.gas_species[i], m.T);
   for (int b = 0; b < N_BULK; ++b) m.G_bulk[b] = gibbs_energy(m.bulk_species[b], m.T);
-  m.K_NH3 = std::exp(-(G[NH3_g] - 0.5 * G[N2_g] - 1.5 * G[H2_g]) / (R_kJ * m.T)) * ATM_PER_PA;
+  m.K_NH3 = std::exp(-(G[NH3_g] - 0.5 * G[N2_g] - 1.5 * G[H2_g]) / (R_kJ * m.T)) * BAR_PER_PA;
   for (int b = 0; b < N_BULK; ++b) {
     m.K_eq[b] = std::exp(-((0.5 * G[N2_g] + G[In_g + b]) - m.G_bulk[b]) / (R_kJ * m.T)) * P_K;
   }
