@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "model/residual_terms.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
 
@@ -126,6 +127,10 @@ class SurfChemNonst {
   double K_NH3_des = 0.0;                                   // desorption constant of ammonia at T
   std::array<double, N_BULK> K_eq{};                        // equilibrium constant of each bulk species at T
   std::array<double, N_BULK> activity{};                    // activity of each bulk species in the solid
+
+  // ---- Terms of the residual that are kept from one evaluation to the next
+  ResidualTerms terms;
+  bool reuse_terms = true;  // off: every evaluation computes all of them anew, with the same bits
 
   // ---- The layer
   double GR = 0.0;       // growth rate, m/s (state, algebraic)
