@@ -3,6 +3,7 @@
 //
 // In order: constants, state vector, rate constants and activities, eval_rhs.
 #include <cmath>
+#include <limits>
 
 #include "model/residual_terms.h"
 #include "model/surfchem_nonst.h"
@@ -99,14 +100,12 @@ void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
 
 // Puts the kept or newly computed terms of the present conditions into the model and returns them.
 const ConditionTerms& condition_terms(SurfChemNonst& m) {
-  const StageRecord& stage = m.active_stages[m.stage_index];
-  const bool scaled = m.transport_model == TRANSPORT_thick_GaN && m.reactor != REACTOR_CCS;
-  ConditionKey key{m.T, m.P, m.Q_total, m.omega_TDR, 0.0, 0.0, m.x, {}};
-  if (scaled) {
+  ConditionKey key{m.T, m.P, m.Q_total, m.omega_TDR, 0.0, 0.0, m.x, m.delta};
+  if (m.transport_model == TRANSPORT_thick_GaN && m.reactor != REACTOR_CCS) {
+    const StageRecord& stage = m.active_stages[m.stage_index];
     key.stage_delta = stage.delta;
     key.stage_delta_ref = stage.delta_ref;
-  } else {
-    key.delta = m.delta;
+    key.delta.fill(0.0);
   }
   const std::uint64_t in_model = m.terms.in_model;
   const ConditionTerms* c = m.reuse_terms ? m.terms.conditions.find(key) : nullptr;
@@ -197,9 +196,12 @@ void SurfChemNonst::pack_state(double* y) const {
 
 std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   ++eval_rhs_calls;
-  if (conditions_vary) {
+  // The conditions at a time are the same at each look-up: none is needed where the last evaluation was.
+  if (conditions_vary && !(reuse_terms && t_new == t && t_new == terms.t_of_conditions)) {
+    terms.t_of_conditions = std::numeric_limits<double>::quiet_NaN();
     const std::int32_t code = update_conditions(t_new, false);
     if (code != 0) return code;
+    terms.t_of_conditions = t_new;
   }
   unpack_state(y);
 

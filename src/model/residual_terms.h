@@ -10,6 +10,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include "recipe/process_recipe.h"
 
@@ -85,6 +86,7 @@ struct ResidualTerms {
   // The begin of a step and its three stages; the columns of the Jacobian that move the composition, and the others.
   TermsStore<ConditionTerms, 4> conditions;
   TermsStore<CompositionTerms, 4> compositions;
+  double t_of_conditions = std::numeric_limits<double>::quiet_NaN();  // time of the last look-up by the residual
   std::uint64_t numbers_given = 0;
   std::uint64_t in_model = 0;  // number of the condition terms that stand in the model
 };

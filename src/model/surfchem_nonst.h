@@ -122,6 +122,7 @@ class SurfChemNonst {
   double a_ref = 0.0;                                       // in-plane lattice imposed on the active layers, angstrom
   double c_ref = 0.0;                                       // its out-of-plane companion, angstrom
   std::array<std::array<double, N_GAS>, N_GAS> D_binary{};  // constant factors of the binary diffusion coefficients
+  std::array<std::array<double, N_GAS>, N_GAS> eps_pair{};  // Lennard-Jones energy of each pair, K
   std::array<double, N_ADSORBED> Kd{};                      // desorption constants at T
   double K_NH3 = 0.0;                                       // equilibrium constant of ammonia at T
   double K_NH3_des = 0.0;                                   // desorption constant of ammonia at T
