@@ -39,6 +39,11 @@ MassRow RowOfMass(const StageSystem& system, MatrixForm form, std::int32_t i) {
           std::min(order - 1, i + system.mumas)};
 }
 
+// A mass matrix of one row: the row of each equation is its diagonal entry.
+bool IsDiagonalMass(const StageSystem& system, MatrixForm form) {
+  return form == MatrixForm::FULL_BAND_MASS && system.mlmas == 0 && system.mumas == 0;
+}
+
 // Components whose equation has an identity mass: all, or the leading ones of the block structure.
 std::int32_t IdentityCount(const StageSystem& system, MatrixForm form) {
   return HasMass(form) ? LeadingCount(system) : system.n;
@@ -189,11 +194,20 @@ void SolveStageSystem(const StageSystem& system, const StageArrays& arrays) {
   for (std::int32_t i = 0; i < identity_count; ++i) {
     add_shifted(i, -arrays.F1[i], -arrays.F2[i], -arrays.F3[i]);
   }
+  const bool diagonal = IsDiagonalMass(system, form);
   for (std::int32_t i = identity_count; i < system.n; ++i) {
-    const MassRow mass = RowOfMass(system, form, i - identity_count);
     double r1 = 0.0;
     double r2 = 0.0;
     double r3 = 0.0;
+    if (diagonal) {
+      const double m_ii = system.FMAS[i - identity_count];
+      r1 -= m_ii * arrays.F1[i];
+      r2 -= m_ii * arrays.F2[i];
+      r3 -= m_ii * arrays.F3[i];
+      add_shifted(i, r1, r2, r3);
+      continue;
+    }
+    const MassRow mass = RowOfMass(system, form, i - identity_count);
     for (std::int32_t j = mass.first; j <= mass.last; ++j) {
       const double m_ij = mass.row[j * mass.stride];
       r1 -= m_ij * arrays.F1[j + identity_count];
@@ -225,9 +239,15 @@ void EstimateError(const StageSystem& system, const StageArrays& arrays, const R
   for (std::int32_t i = 0; i < identity_count; ++i) {
     F2[i] = F1[i];
   }
+  const bool diagonal = IsDiagonalMass(system, form);
   for (std::int32_t i = identity_count; i < n; ++i) {
-    const MassRow mass = RowOfMass(system, form, i - identity_count);
     double sum = 0.0;
+    if (diagonal) {
+      sum += system.FMAS[i - identity_count] * F1[i];
+      F2[i] = sum;
+      continue;
+    }
+    const MassRow mass = RowOfMass(system, form, i - identity_count);
     for (std::int32_t j = mass.first; j <= mass.last; ++j) {
       sum += mass.row[j * mass.stride] * F1[j + identity_count];
     }

@@ -3,7 +3,9 @@
 //
 // In order: constants, state vector, rate constants and activities, eval_rhs.
 #include <cmath>
+#include <limits>
 
+#include "model/residual_terms.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -37,12 +39,10 @@ double rate_constant(double A, double Ta, double Tn, double T) {
 }
 
 // Activities of the bulk species in the solid: a regular solution with the elastic energy of the lattice imposed on it.
-void compute_activity(SurfChemNonst& m) {
+void compute_activity(const SurfChemNonst& m, double mismatch, std::array<double, N_BULK>& activity) {
   static const double C_cell = std::sqrt(3.0) * 0.25 * 6.02214e+26;  // lattice cell factor, 1/kmol
-  const double B_0 = m.bulk_species[InN_b].M * 1000000000.0;         // biaxial moduli, Pa
-  const double B_1 = m.bulk_species[GaN_b].M * 1000000000.0;
-  const double B_2 = m.bulk_species[AlN_b].M * 1000000000.0;
-  const double B[N_BULK] = {B_0, B_1, B_2};
+  const double B[N_BULK] = {m.bulk_species[InN_b].M * 1000000000.0,  // biaxial moduli, Pa
+                            m.bulk_species[GaN_b].M * 1000000000.0, m.bulk_species[AlN_b].M * 1000000000.0};
 
   const std::array<double, N_BULK>& x_b = m.x_b;
   const double Q[N_BULK] = {
@@ -51,30 +51,118 @@ void compute_activity(SurfChemNonst& m) {
       W_InAl * x_b[0] * x_b[0] + W_GaAl * x_b[1] * x_b[1] + W_x2 * x_b[0] * x_b[1],
   };
   const double B_mix = B[0] * x_b[0] + B[1] * x_b[1] + B[2] * x_b[2];
-  double mismatch = -1.0;
-  if (m.stress_model == STRESS_V_dislocation) {
-    m.r = m.relative_mismatch();
-    mismatch = m.r;
-  }
   double a[N_BULK];
   for (int k = 0; k < N_BULK; ++k) a[k] = (mismatch * m.bulk_species[k].a + m.a_ref) * 1e-10;
   const double a_mix = a[0] * x_b[0] + a[1] * x_b[1] + a[2] * x_b[2];
   for (int k = 0; k < N_BULK; ++k) {
     const double E = ((m.c_ref * 1e-10) * C_cell * a_mix) * (a_mix * B[k] + (a[k] - a_mix) * 2.0 * B_mix);
-    m.activity[k] = std::exp((Q[k] + E) / (R_act * m.T));
+    activity[k] = std::exp((Q[k] + E) / (R_act * m.T));
   }
 }
 
 // Equilibrium constants of ammonia and of the bulk species at T, from the free energies.
-void compute_equilibria(SurfChemNonst& m) {
+void compute_equilibria(const SurfChemNonst& m, ConditionTerms& c) {
   static const double P_K = std::pow(100000.0, 1.5);  // pressure factor of K_eq
-  std::array<double, N_GAS>& G = m.G_gas;
-  for (int i = N2_g; i <= Al_g; ++i) G[i] = gibbs_energy(m.gas_species[i], m.T);
-  for (int b = 0; b < N_BULK; ++b) m.G_bulk[b] = gibbs_energy(m.bulk_species[b], m.T);
-  m.K_NH3 = std::exp(-(G[NH3_g] - 0.5 * G[N2_g] - 1.5 * G[H2_g]) / (R_kJ * m.T)) * BAR_PER_PA;
+  const FreeEnergyPowers powers(m.T);
+  std::array<double, N_GAS>& G = c.G_gas;
+  for (int i = N2_g; i <= Al_g; ++i) G[i] = gibbs_energy(m.gas_species[i], powers);
+  for (int b = 0; b < N_BULK; ++b) c.G_bulk[b] = gibbs_energy(m.bulk_species[b], powers);
+  c.K_NH3 = std::exp(-(G[NH3_g] - 0.5 * G[N2_g] - 1.5 * G[H2_g]) / (R_kJ * m.T)) * BAR_PER_PA;
   for (int b = 0; b < N_BULK; ++b) {
-    m.K_eq[b] = std::exp(-((0.5 * G[N2_g] + G[In_g + b]) - m.G_bulk[b]) / (R_kJ * m.T)) * P_K;
+    c.K_eq[b] = std::exp(-((0.5 * G[N2_g] + G[In_g + b]) - c.G_bulk[b]) / (R_kJ * m.T)) * P_K;
   }
+}
+
+// Transport, free energies and rate constants: what follows from the conditions alone.
+void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
+  const double T = m.T;
+  for (int b = 0; b < N_BULK; ++b) c.N2_factor[b] = m.N2_mix_A[b] * std::exp(-m.N2_mix_T[b] / T);
+  for (int i = 0; i < N_GAS; ++i) {
+    if (m.gas_index[i] >= 0) c.v_kin[i] = 1.0 / std::sqrt(R_kin * m.gas_species[i].molar_mass * T);
+  }
+  m.mix_diffusion(T, m.P, m.x.data(), m.D.data());
+  if (m.transport_model == TRANSPORT_thick_GaN) m.scale_delta();
+  c.D = m.D;
+  c.delta = m.delta;
+  compute_equilibria(m, c);
+  for (int k = 0; k < N_ADSORBED; ++k) {
+    c.Kd[k] = rate_constant(m.Kd_A[k], m.Kd_Ta[k], m.Kd_Tn[k], T);
+    if (DESORBS_AS[k] != N2_g) c.Kd[k] /= c.v_kin[DESORBS_AS[k]];
+  }
+  c.K_H2_des = std::pow(c.Kd[4], 1.5);
+  for (int i = 0; i < N_GAS; ++i) {
+    if (m.gas_index[i] < 0) continue;
+    c.R_transport[i] = (R_J * T) * c.delta[i] / c.D[i];
+    c.R_kinetic[i] = 1.0 / c.v_kin[i];
+  }
+  for (int b = 0; b < N_BULK; ++b) c.k_plus[b] = m.k_plus(b);
+}
+
+// Puts the kept or newly computed terms of the present conditions into the model and returns them.
+const ConditionTerms& condition_terms(SurfChemNonst& m) {
+  ConditionKey key{m.T, m.P, m.Q_total, m.omega_TDR, 0.0, 0.0, m.x, m.delta};
+  if (m.transport_model == TRANSPORT_thick_GaN && m.reactor != REACTOR_CCS) {
+    const StageRecord& stage = m.active_stages[m.stage_index];
+    key.stage_delta = stage.delta;
+    key.stage_delta_ref = stage.delta_ref;
+    key.delta.fill(0.0);
+  }
+  const std::uint64_t in_model = m.terms.in_model;
+  const ConditionTerms* c = m.reuse_terms ? m.terms.conditions.find(key) : nullptr;
+  if (c == nullptr) {
+    ConditionTerms& computed = m.terms.conditions.replace_oldest();
+    computed.number = ++m.terms.numbers_given;
+    computed.key = key;
+    compute_condition_terms(m, computed);
+    c = &computed;
+  }
+  if (c->number != in_model) {
+    m.terms.in_model = c->number;
+    m.D = c->D;
+    m.delta = c->delta;
+    m.v_kin = c->v_kin;
+    m.G_gas = c->G_gas;
+    m.G_bulk = c->G_bulk;
+    m.K_NH3 = c->K_NH3;
+    m.K_eq = c->K_eq;
+    m.Kd = c->Kd;
+  }
+  return *c;
+}
+
+// Nitrogen factor, activities and the constants that they enter: what follows from the composition of the solid.
+void compute_composition_terms(const SurfChemNonst& m, const ConditionTerms& c, CompositionTerms& s) {
+  s.N2_mix = 1.0;
+  for (int b = 0; b < N_BULK; ++b) s.N2_mix *= std::pow(c.N2_factor[b], m.x_b_clip[b]);
+  s.v_kin_N2 = c.v_kin[N2_g] * s.N2_mix;
+  s.R_kinetic_N2 = 1.0 / s.v_kin_N2;
+  compute_activity(m, s.key.mismatch, s.activity);
+  s.Kd_N2 = c.Kd[3] / s.v_kin_N2;
+  const double s_N2 = std::sqrt(s.Kd_N2);
+  s.K_NH3_des = c.K_H2_des * (c.K_NH3 * s_N2);
+  for (int b = 0; b < N_BULK; ++b) s.k_minus[b] = c.k_plus[b] / (c.Kd[b] * s_N2) * c.K_eq[b];
+}
+
+// Puts the kept or newly computed terms of the present composition into the model and returns them.
+const CompositionTerms& composition_terms(SurfChemNonst& m, const ConditionTerms& c) {
+  CompositionKey key{c.number, -1.0, m.x_b};
+  if (m.stress_model == STRESS_V_dislocation) {
+    m.r = m.relative_mismatch();
+    key.mismatch = m.r;
+  }
+  const CompositionTerms* s = m.reuse_terms ? m.terms.compositions.find(key) : nullptr;
+  if (s == nullptr) {
+    CompositionTerms& computed = m.terms.compositions.replace_oldest();
+    computed.key = key;
+    compute_composition_terms(m, c, computed);
+    s = &computed;
+  }
+  m.N2_mix = s->N2_mix;
+  m.v_kin[N2_g] = s->v_kin_N2;
+  m.Kd[3] = s->Kd_N2;
+  m.K_NH3_des = s->K_NH3_des;
+  m.activity = s->activity;
+  return *s;
 }
 
 }  // namespace
@@ -108,27 +196,17 @@ void SurfChemNonst::pack_state(double* y) const {
 
 std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   ++eval_rhs_calls;
-  if (conditions_vary) {
+  // The conditions at a time are the same at each look-up: none is needed where the last evaluation was.
+  if (conditions_vary && !(reuse_terms && t_new == t && t_new == terms.t_of_conditions)) {
+    terms.t_of_conditions = std::numeric_limits<double>::quiet_NaN();
     const std::int32_t code = update_conditions(t_new, false);
     if (code != 0) return code;
+    terms.t_of_conditions = t_new;
   }
   unpack_state(y);
 
-  N2_mix = 1.0;
-  for (int b = 0; b < N_BULK; ++b) N2_mix *= std::pow(N2_mix_A[b] * std::exp(-N2_mix_T[b] / T), x_b_clip[b]);
-  for (int i = 0; i < N_GAS; ++i) {
-    if (gas_index[i] >= 0) v_kin[i] = 1.0 / std::sqrt(R_kin * gas_species[i].molar_mass * T);
-  }
-  v_kin[N2_g] *= N2_mix;
-  mix_diffusion(T, P, x.data(), D.data());
-  if (transport_model == TRANSPORT_thick_GaN) scale_delta();
-  compute_activity(*this);
-  compute_equilibria(*this);
-  for (int k = 0; k < N_ADSORBED; ++k) {
-    Kd[k] = rate_constant(Kd_A[k], Kd_Ta[k], Kd_Tn[k], T) / v_kin[DESORBS_AS[k]];
-  }
-  const double s_N2 = std::sqrt(Kd[3]);
-  K_NH3_des = std::pow(Kd[4], 1.5) * (K_NH3 * s_N2);
+  const ConditionTerms& conditions = condition_terms(*this);
+  const CompositionTerms& composition = composition_terms(*this, conditions);
 
   if (vacancy_model == VACANCY_In) {
     const double s = 1.0 - c_a[In_a] / c_In_max;
@@ -139,7 +217,8 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface.
   for (int i = 0; i < N_GAS; ++i) {
     if (gas_index[i] < 0) continue;
-    R_gas[i] = (R_J * T) * delta[i] / D[i] * site_gas[i] + 1.0 / v_kin[i];
+    const double R_kinetic = i == N2_g ? composition.R_kinetic_N2 : conditions.R_kinetic[i];
+    R_gas[i] = conditions.R_transport[i] * site_gas[i] + R_kinetic;
     J[i] = p[i] * site_gas[i];
   }
   J[In_g] -= Kd[0] * c_a[In_a];
@@ -155,9 +234,7 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   // Incorporation and growth rate.
   double GR_calc = 0.0;
   for (int b = 0; b < N_BULK; ++b) {
-    const double k_forward = k_plus(b);
-    const double k_minus = k_forward / (Kd[b] * s_N2) * K_eq[b];
-    R_b[b] = k_forward * c_a[b] * c_a[N_a] - k_minus * activity[b] * x_b[b] * site_bulk[b];
+    R_b[b] = conditions.k_plus[b] * c_a[b] * c_a[N_a] - composition.k_minus[b] * activity[b] * x_b[b] * site_bulk[b];
     GR_calc += R_b[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
   }
 

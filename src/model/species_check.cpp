@@ -69,6 +69,7 @@ bool species_check(SurfChemNonst& model, std::int32_t& err) {
   for (int i = 0; i < N_GAS; ++i) {
     for (int j = 0; j < N_GAS; ++j) {
       model.D_binary[i][j] = 0.0;
+      model.eps_pair[i][j] = std::sqrt(model.gas_species[i].eps * model.gas_species[j].eps);
       if (model.gas_index[i] < 0 || model.gas_index[j] < 0) continue;
       const SpeciesRecord& a = model.gas_species[i];
       const SpeciesRecord& b = model.gas_species[j];

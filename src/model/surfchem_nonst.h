@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "model/residual_terms.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
 
@@ -121,11 +122,16 @@ class SurfChemNonst {
   double a_ref = 0.0;                                       // in-plane lattice imposed on the active layers, angstrom
   double c_ref = 0.0;                                       // its out-of-plane companion, angstrom
   std::array<std::array<double, N_GAS>, N_GAS> D_binary{};  // constant factors of the binary diffusion coefficients
+  std::array<std::array<double, N_GAS>, N_GAS> eps_pair{};  // Lennard-Jones energy of each pair, K
   std::array<double, N_ADSORBED> Kd{};                      // desorption constants at T
   double K_NH3 = 0.0;                                       // equilibrium constant of ammonia at T
   double K_NH3_des = 0.0;                                   // desorption constant of ammonia at T
   std::array<double, N_BULK> K_eq{};                        // equilibrium constant of each bulk species at T
   std::array<double, N_BULK> activity{};                    // activity of each bulk species in the solid
+
+  // ---- Terms of the residual that are kept from one evaluation to the next
+  ResidualTerms terms;
+  bool reuse_terms = true;  // off: every evaluation computes all of them anew, with the same bits
 
   // ---- The layer
   double GR = 0.0;       // growth rate, m/s (state, algebraic)

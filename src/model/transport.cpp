@@ -108,14 +108,21 @@ double omega_inverse(double T_star) {
 
 void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const {
   const double s = std::pow(T_gas, 1.5) / P_gas;
+  // A binary coefficient is the same in both directions, to the last bit: its pair is computed once.
+  double D_pair[N_GAS][N_GAS];
+  const auto counts = [this, x_in](int j) { return gas_index[j] >= 0 && x_in[j] != 0.0; };
   for (int i = 0; i < N_GAS; ++i) {
     if (gas_index[i] < 0) continue;
+    const bool i_counts = counts(i);
     double sum = 0.0;
     for (int j = 0; j < N_GAS; ++j) {
-      if (j == i || gas_index[j] < 0 || x_in[j] == 0.0) continue;
-      const double T_star = T_gas / std::sqrt(gas_species[i].eps * gas_species[j].eps);
-      const double D_ij = omega_inverse(T_star) * (D_binary[i][j] * s);
-      sum += x_in[j] / D_ij;
+      if (j == i || !counts(j)) continue;
+      if (!(j < i && i_counts)) {
+        const double T_star = T_gas / eps_pair[i][j];
+        D_pair[i][j] = omega_inverse(T_star) * (D_binary[i][j] * s);
+        if (i_counts) D_pair[j][i] = D_pair[i][j];
+      }
+      sum += x_in[j] / D_pair[i][j];
     }
     D_out[i] = (1.0 - x_in[i]) / sum;
   }

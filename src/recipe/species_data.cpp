@@ -136,14 +136,17 @@ BulkSpeciesRecord::BulkSpeciesRecord(const ThermoSpeciesRecord& thermo, double d
       M((c11 + c12) - 2.0 * c13 * c13 / c33),
       molar_volume(thermo.molar_mass / density) {}
 
-double gibbs_energy(const ThermoSpeciesRecord& record, double T) {
-  const double x = 0.0001 * T;
-  const double x2 = x * x;
-  const double L = std::log(x);
-  const double phi = record.phi3 / x2 + record.phi1 + record.phi4 / x + record.phi2 * L + record.phi5 * x +
+FreeEnergyPowers::FreeEnergyPowers(double temperature) : T(temperature), x(0.0001 * T), x2(x * x), L(std::log(x)) {}
+
+double gibbs_energy(const ThermoSpeciesRecord& record, const FreeEnergyPowers& powers) {
+  const double x = powers.x;
+  const double x2 = powers.x2;
+  const double phi = record.phi3 / x2 + record.phi1 + record.phi4 / x + record.phi2 * powers.L + record.phi5 * x +
                      record.phi6 * x2 + record.phi7 * x * x2;
-  return record.H0 - phi * T;
+  return record.H0 - phi * powers.T;
 }
+
+double gibbs_energy(const ThermoSpeciesRecord& record, double T) { return gibbs_energy(record, FreeEnergyPowers(T)); }
 
 std::vector<SpeciesRecord> builtin_gas_species() {
   std::vector<SpeciesRecord> species(N_GAS);

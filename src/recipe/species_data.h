@@ -67,6 +67,16 @@ struct BulkSpeciesRecord : ThermoSpeciesRecord {
 // phi = phi3/x^2 + phi1 + phi4/x + phi2 ln x + phi5 x + phi6 x^2 + phi7 x^3.
 double gibbs_energy(const ThermoSpeciesRecord& record, double T);
 
+// What the free energies of all species at one temperature have in common.
+struct FreeEnergyPowers {
+  explicit FreeEnergyPowers(double temperature);
+  double T;   // K
+  double x;   // 1e-4 T
+  double x2;  // x^2
+  double L;   // ln x
+};
+double gibbs_energy(const ThermoSpeciesRecord& record, const FreeEnergyPowers& powers);
+
 // The built-in records, 14, 3 and 5 of them, in the order of the species numbers.
 std::vector<SpeciesRecord> builtin_gas_species();
 std::vector<BulkSpeciesRecord> builtin_bulk_species();

@@ -1,6 +1,8 @@
 // Numbers of the result file.
 #include "results/number_format.h"
 
+#include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 
@@ -9,7 +11,20 @@ namespace vorlen {
 namespace {
 
 constexpr int PRECISION = 16;
-constexpr std::size_t LONGEST = 32;  // sign, digit, point, 16 digits, e, sign, 3 digits
+constexpr std::size_t LONGEST = 28;  // sign, digit, point, 16 digits, e, sign, 3 digits
+
+// Writes value in row format to buffer, which holds LONGEST characters, and returns the end.
+char* write_row_format(char* buffer, double value) {
+  char* end = std::to_chars(buffer, buffer + LONGEST, value, std::chars_format::scientific, PRECISION).ptr;
+  const bool two_digit_exponent = std::isfinite(value) && end[-4] == 'e';
+  if (two_digit_exponent) {
+    end[0] = end[-1];
+    end[-1] = end[-2];
+    end[-2] = '0';
+    ++end;
+  }
+  return end;
+}
 
 }  // namespace
 
@@ -21,15 +36,7 @@ void append_general(std::string& text, double value) {
 
 void append_row_format(std::string& text, double value) {
   char buffer[LONGEST];
-  const auto end = std::to_chars(buffer, buffer + LONGEST, value, std::chars_format::scientific, PRECISION).ptr;
-  const bool two_digit_exponent = std::isfinite(value) && (end[-4] == 'e');
-  if (!two_digit_exponent) {
-    text.append(buffer, end);
-    return;
-  }
-  text.append(buffer, end - 2);
-  text += '0';
-  text.append(end - 2, end);
+  text.append(buffer, write_row_format(buffer, value));
 }
 
 void append_columns(std::string& text, std::initializer_list<double> values) {
@@ -39,6 +46,33 @@ void append_columns(std::string& text, std::initializer_list<double> values) {
     first = false;
     append_row_format(text, value);
   }
+}
+
+void ColumnWriter::append(std::string& text, std::initializer_list<double> values) {
+  const auto bits = [](double value) { return std::bit_cast<std::uint64_t>(value); };
+  char row[MAX_COLUMNS * LONGEST];
+  char* end = row;
+  int number = 0;
+  for (double value : values) {
+    Column& column = columns_[static_cast<std::size_t>(number)];
+    if (column.length == 0 || bits(value) != bits(column.value)) {
+      const Column* same = nullptr;
+      for (int back : {1, GROUP}) {
+        if (number >= back && bits(columns_[static_cast<std::size_t>(number - back)].value) == bits(value)) {
+          same = &columns_[static_cast<std::size_t>(number - back)];
+        }
+      }
+      if (same != nullptr) {
+        column = *same;
+      } else {
+        column.value = value;
+        column.length = static_cast<std::uint32_t>(write_row_format(column.text, value) - column.text);
+      }
+    }
+    if (number++ > 0) *end++ = ' ';
+    end = std::copy_n(column.text, column.length, end);
+  }
+  text.append(row, end);
 }
 
 }  // namespace vorlen

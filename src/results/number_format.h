@@ -1,6 +1,8 @@
 // The two number formats of the result file, independent of any locale.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 
@@ -14,5 +16,23 @@ void append_row_format(std::string& text, double value);
 
 // The values in row format, separated by one blank.
 void append_columns(std::string& text, std::initializer_list<double> values);
+
+// Writes the columns of a table row by row. A value that stands in the same column of the row before, in the column
+// before, or seven columns before (where the columns (z) repeat the columns (t)) is copied instead of formatted anew.
+class ColumnWriter {
+ public:
+  // Appends one row of values in row format, separated by one blank.
+  void append(std::string& text, std::initializer_list<double> values);
+
+ private:
+  static constexpr int MAX_COLUMNS = 25;
+  static constexpr int GROUP = 7;
+  struct Column {
+    double value = 0.0;
+    std::uint32_t length = 0;  // 0: not written yet
+    char text[28];
+  };
+  std::array<Column, MAX_COLUMNS> columns_;
+};
 
 }  // namespace vorlen

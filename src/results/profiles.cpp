@@ -51,6 +51,8 @@ void SurfChemNonst::write_profile() {
   double rho_t = 0.0;
   double z0_nm = 0.0;
   std::string text;
+  text.reserve(WRITE_BLOCK + WRITE_BLOCK / 8);
+  ColumnWriter writer;
   for (std::size_t i = 0; i < hist_t.size(); ++i) {
     const double x_row[N_BULK] = {hist_xIn[i], hist_xGa[i], hist_xAl[i]};
     const double z_row = hist_z[i];
@@ -73,8 +75,8 @@ void SurfChemNonst::write_profile() {
       d_t = d_z = interpolate(stage.rho_D, (hist_t[i] - stage.time.val) / stage.tau);
     }
     const double q = -2.0 * strain_ratio(x_row);
-    append_columns(text, {hist_t[i], z_row * M_TO_NM, hist_Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
-                          (rho_t + rho_t) * M2_TO_CM2, a_t, e_t, e_t, e_t * q, 0.0, d_z, a_z, e_z, e_z, e_z * q, 0.0});
+    writer.append(text, {hist_t[i], z_row * M_TO_NM, hist_Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
+                         (rho_t + rho_t) * M2_TO_CM2, a_t, e_t, e_t, e_t * q, 0.0, d_z, a_z, e_z, e_z, e_z * q, 0.0});
     text += ' ';
     if (detail_output) {
       append_columns(text, {x_row[0] + x_row[1] + x_row[2], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i]});

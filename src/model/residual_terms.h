@@ -1,0 +1,94 @@
+// Parts of the residual that are kept from one evaluation to the next: what follows from the process conditions alone
+// and what follows from the composition of the solid under these conditions.
+//
+// The integrator evaluates at few conditions many times: the three stages of a step in each Newton iteration, and the
+// begin of the step for every column of the Jacobian, of which most leave the composition alone. The key of a kept set
+// is every input of its formulas, compared bit by bit, and the values are stored as they were computed; so an
+// evaluation has the same bits as one that computes everything anew.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "recipe/process_recipe.h"
+
+namespace vorlen {
+
+// Everything that the condition terms are computed from.
+struct ConditionKey {
+  double T = 0.0, P = 0.0, Q_total = 0.0, omega_TDR = 0.0;
+  double stage_delta = 0.0, stage_delta_ref = 0.0;  // of the current stage, where the reactor scales the layer
+  std::array<double, N_GAS> x{};                    // mole fractions in the inlet gas
+  std::array<double, N_GAS> delta{};                // layer thicknesses, where the reactor does not scale them
+};
+
+struct ConditionTerms {
+  std::uint64_t number = 0;  // a new one for each set computed; 0: nothing kept
+  ConditionKey key;
+  std::array<double, N_GAS> D{}, delta{}, v_kin{}, G_gas{};  // v_kin without the nitrogen factor
+  std::array<double, N_BULK> G_bulk{}, K_eq{};
+  std::array<double, N_ADSORBED> Kd{};  // the entry of nitrogen before its division by v_kin
+  double K_NH3 = 0.0;
+  double K_H2_des = 0.0;                    // Kd of hydrogen to the power 1.5
+  std::array<double, N_GAS> R_transport{};  // transport resistance without free sites
+  std::array<double, N_GAS> R_kinetic{};    // 1 / v_kin
+  std::array<double, N_BULK> N2_factor{};   // base of each power in the nitrogen factor
+  std::array<double, N_BULK> k_plus{};      // rate constants of incorporation
+};
+
+// Everything that the composition terms are computed from.
+struct CompositionKey {
+  std::uint64_t conditions = 0;  // number of the condition terms
+  double mismatch = 0.0;         // relative lattice mismatch of the surface
+  std::array<double, N_BULK> x_b{};
+};
+
+struct CompositionTerms {
+  CompositionKey key;
+  double N2_mix = 0.0;
+  double v_kin_N2 = 0.0;
+  double R_kinetic_N2 = 0.0;  // 1 / v_kin of nitrogen
+  double Kd_N2 = 0.0;
+  double K_NH3_des = 0.0;
+  std::array<double, N_BULK> activity{};
+  std::array<double, N_BULK> k_minus{};
+};
+
+// A few sets of terms, found by their keys; a new set takes the place of the oldest.
+template <class Terms, int KEPT>
+struct TermsStore {
+  std::array<Terms, KEPT> kept;
+  int current = 0;
+  int oldest = 0;
+
+  template <class Key>
+  const Terms* find(const Key& key) {
+    if (std::memcmp(&kept[current].key, &key, sizeof key) == 0) return &kept[current];
+    for (int i = 0; i < KEPT; ++i) {
+      if (std::memcmp(&kept[i].key, &key, sizeof key) == 0) {
+        current = i;
+        return &kept[i];
+      }
+    }
+    return nullptr;
+  }
+
+  Terms& replace_oldest() {
+    current = oldest;
+    oldest = (oldest + 1) % KEPT;
+    return kept[current];
+  }
+};
+
+struct ResidualTerms {
+  // The begin of a step and its three stages; the columns of the Jacobian that move the composition, and the others.
+  TermsStore<ConditionTerms, 4> conditions;
+  TermsStore<CompositionTerms, 4> compositions;
+  double t_of_conditions = std::numeric_limits<double>::quiet_NaN();  // time of the last look-up by the residual
+  std::uint64_t numbers_given = 0;
+  std::uint64_t in_model = 0;  // number of the condition terms that stand in the model
+};
+
+}  // namespace vorlen
