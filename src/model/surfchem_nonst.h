@@ -28,6 +28,7 @@
 #include "model/residual_terms.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
+#include "strain/candidate_blocks.h"
 
 namespace vorlen {
 
@@ -171,6 +172,7 @@ class SurfChemNonst {
   std::vector<double> hist_In, hist_Ga, hist_Al, hist_N, hist_H;                               // with detail_output
   std::vector<DepthSegment> seg_relax;                       // growth under compression or without strain
   std::vector<DepthSegment> seg_tensile;                     // growth under tension
+  CandidateBlocks candidate_blocks;       // of the history, for the search of z0
   std::uint32_t seg_relax_first = 0, seg_tensile_first = 0;  // the first segment above z0
 
   // Builds the model from a recipe; the recipe is not kept. Opens and empties the file at output_path, unless that is

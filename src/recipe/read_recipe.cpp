@@ -146,9 +146,10 @@ ListResult read_pre_stages(const TiXmlElement& root, ProcessRecipe& recipe, std:
     return ListResult::failed;
   }
   if (!check_stage_count(n_pre_stages, *list, "n_pre_stages", error)) return ListResult::failed;
+  const ChildIndex index(*list);
   for (std::int32_t i = 1; i <= n_pre_stages; ++i) {
     PrePostStageRecord stage;
-    if (!read_pre_post_stage(*list, "pre_stage_", i, stage, error)) return ListResult::failed;
+    if (!read_pre_post_stage(index, "pre_stage_", i, stage, error)) return ListResult::failed;
     recipe.add_pre_stage(stage, error);
     if (i == 1 && stage.stress_state < STRESS_STATE_IS_LATTICE) {
       error = "Provide lattice constant 'a' for first pre-stage, not the relaxation degree: stress_state should be > 1";
@@ -168,9 +169,10 @@ bool read_process_stages(const TiXmlElement& root, ProcessRecipe& recipe, std::s
     return false;
   }
   if (!check_stage_count(n_stages, *list, "n_stages", error)) return false;
+  const ChildIndex index(*list);
   for (std::int32_t i = 1; i <= n_stages; ++i) {
     StageRecord stage;
-    if (!read_active_stage(*list, i, 0, recipe, stage, error)) return false;
+    if (!read_active_stage(index, i, 0, recipe, stage, error)) return false;
     if (stage.period == -1 && !recipe.add_active_stage(stage, error)) return false;
   }
   return true;
@@ -186,9 +188,10 @@ bool read_post_stages(const TiXmlElement& root, ProcessRecipe& recipe, std::stri
     return false;
   }
   if (!check_stage_count(n_post_stages, *list, "n_post_stages", error)) return false;
+  const ChildIndex index(*list);
   for (std::int32_t i = 1; i <= n_post_stages; ++i) {
     PrePostStageRecord stage;
-    if (!read_pre_post_stage(*list, "post_stage_", i, stage, error)) return false;
+    if (!read_pre_post_stage(index, "post_stage_", i, stage, error)) return false;
     recipe.add_post_stage(stage, error);
   }
   return true;

@@ -208,10 +208,11 @@ bool expand_periodic_stage(const TiXmlElement& parent, const TiXmlElement& eleme
   }
   if (!check_stage_count(n_stages, element, "n_stages", error)) return false;
 
+  const ChildIndex sub_list(element);
   std::vector<StageRecord> sub_stages;
   for (std::int32_t m = 1; m <= n_stages; ++m) {
     StageRecord sub_stage;
-    if (!read_active_stage(element, m, depth + 1, recipe, sub_stage, error)) return false;
+    if (!read_active_stage(sub_list, m, depth + 1, recipe, sub_stage, error)) return false;
     sub_stages.push_back(sub_stage);
   }
   stage.period = 0;
@@ -235,10 +236,10 @@ bool check_stage_count(std::int32_t count, const TiXmlElement& parent, const cha
   return fail(error, "Number of stages is greater than 9999: " + element_full_name(&parent) + ":" + name);
 }
 
-bool read_pre_post_stage(const TiXmlElement& parent, const char* label_prefix, std::int32_t number,
+bool read_pre_post_stage(const ChildIndex& list, const char* label_prefix, std::int32_t number,
                          PrePostStageRecord& stage, std::string& error) {
   const std::string label = label_prefix + std::to_string(number);
-  const TiXmlElement* element = require_child(parent, label.c_str(), error);
+  const TiXmlElement* element = list.require(label, error);
   if (element == nullptr) return false;
   stage.label = label;
 
@@ -283,11 +284,11 @@ bool read_pre_post_stage(const TiXmlElement& parent, const char* label_prefix, s
   return true;
 }
 
-bool read_active_stage(const TiXmlElement& parent, std::int32_t number, int depth, ProcessRecipe& recipe,
+bool read_active_stage(const ChildIndex& list, std::int32_t number, int depth, ProcessRecipe& recipe,
                        StageRecord& stage, std::string& error) {
-  const std::string prefix = depth == 0 ? "stage_" : std::string(parent.Value()) + "_";
+  const std::string prefix = depth == 0 ? "stage_" : list.parent().ValueStr() + "_";
   const std::string label = prefix + std::to_string(number);
-  const TiXmlElement* element = require_child(parent, label.c_str(), error);
+  const TiXmlElement* element = list.require(label, error);
   if (element == nullptr) return false;
 
   const TiXmlElement* type_element = require_child(*element, "type", error);
@@ -305,7 +306,7 @@ bool read_active_stage(const TiXmlElement& parent, std::int32_t number, int dept
     if (depth > 0) {
       return fail(error, "Nested periodic stages are not supported: " + element_full_name(type_element));
     }
-    return expand_periodic_stage(parent, *element, depth, recipe, stage, error);
+    return expand_periodic_stage(list.parent(), *element, depth, recipe, stage, error);
   }
 
   stage.label = label;

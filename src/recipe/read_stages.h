@@ -1,12 +1,11 @@
 // The readers of the single stages of a recipe, and the expansion of periodic stages.
 #pragma once
 
-#include <tinyxml.h>
-
 #include <cstdint>
 #include <string>
 
 #include "recipe/process_recipe.h"
+#include "recipe/xml_lookup.h"
 
 namespace vorlen {
 
@@ -18,16 +17,16 @@ inline constexpr std::int64_t ACTIVE_STAGE_COUNT_MAX = 1000000;
 // False with a message when count, read from the child name of parent, exceeds STAGE_COUNT_MAX.
 bool check_stage_count(std::int32_t count, const TiXmlElement& parent, const char* name, std::string& error);
 
-// Reads the child label_prefix + number of parent into a fresh stage. False with the message in error.
-bool read_pre_post_stage(const TiXmlElement& parent, const char* label_prefix, std::int32_t number,
+// Reads the element label_prefix + number of the list into a fresh stage. False with the message in error.
+bool read_pre_post_stage(const ChildIndex& list, const char* label_prefix, std::int32_t number,
                          PrePostStageRecord& stage, std::string& error);
 
-// Reads active stage number of parent, which is process_stages at depth 0 and a periodic stage at depth 1, into a
+// Reads active stage number of the list, which is process_stages at depth 0 and a periodic stage at depth 1, into a
 // fresh stage. recipe gives the models; a periodic stage adds its expanded sub-stages to it and leaves 0 in
 // stage.period, a single stage leaves -1 there and is for the caller to add. False with the message in error.
 //
 // A periodic stage with a count below 1 returns true with the stage untouched: adding it is refused.
-bool read_active_stage(const TiXmlElement& parent, std::int32_t number, int depth, ProcessRecipe& recipe,
+bool read_active_stage(const ChildIndex& list, std::int32_t number, int depth, ProcessRecipe& recipe,
                        StageRecord& stage, std::string& error);
 
 }  // namespace vorlen

@@ -12,6 +12,12 @@ bool conversion_failure(const char* kind, const TiXmlElement& element, const cha
   return false;
 }
 
+void missing_child(const TiXmlNode& parent, const char* name, std::string& error) {
+  std::string full_name = element_full_name(parent.ToElement());
+  if (!full_name.empty()) full_name += ":";
+  error = "Element " + full_name + name + " is not found";
+}
+
 }  // namespace
 
 std::string element_full_name(const TiXmlElement* element) {
@@ -25,12 +31,21 @@ std::string element_full_name(const TiXmlElement* element) {
 
 const TiXmlElement* require_child(const TiXmlNode& parent, const char* name, std::string& error) {
   const TiXmlElement* child = parent.FirstChildElement(name);
-  if (child == nullptr) {
-    std::string full_name = element_full_name(parent.ToElement());
-    if (!full_name.empty()) full_name += ":";
-    error = "Element " + full_name + name + " is not found";
-  }
+  if (child == nullptr) missing_child(parent, name, error);
   return child;
+}
+
+ChildIndex::ChildIndex(const TiXmlElement& parent) : parent_(&parent) {
+  for (const TiXmlElement* child = parent.FirstChildElement(); child != nullptr; child = child->NextSiblingElement()) {
+    first_by_name_.emplace(child->ValueStr(), child);
+  }
+}
+
+const TiXmlElement* ChildIndex::require(const std::string& name, std::string& error) const {
+  const auto found = first_by_name_.find(name);
+  if (found != first_by_name_.end()) return found->second;
+  missing_child(*parent_, name.c_str(), error);
+  return nullptr;
 }
 
 const char* require_attribute(const TiXmlElement& element, const char* name, std::string& error) {

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 #include "recipe/process_recipe.h"
 
@@ -20,6 +22,20 @@ std::string element_full_name(const TiXmlElement* element);
 // The first child element of that name, or null with "Element ... is not found". The parent is an element or the
 // document itself, which has no part in the full name.
 const TiXmlElement* require_child(const TiXmlNode& parent, const char* name, std::string& error);
+
+// The children of an element by name, for lists of many: finds one in constant time where require_child walks over all
+// siblings before it.
+class ChildIndex {
+ public:
+  explicit ChildIndex(const TiXmlElement& parent);
+  const TiXmlElement& parent() const { return *parent_; }
+  // As require_child.
+  const TiXmlElement* require(const std::string& name, std::string& error) const;
+
+ private:
+  const TiXmlElement* parent_;
+  std::unordered_map<std::string_view, const TiXmlElement*> first_by_name_;  // names stand in the document
+};
 
 // The text of the attribute, or null with "Attribute ... of element ... is not found".
 const char* require_attribute(const TiXmlElement& element, const char* name, std::string& error);

@@ -7,7 +7,8 @@ namespace vorlen {
 namespace {
 
 constexpr double TINY = 1e-100;  // keeps a lattice constant from being exactly zero
-// c over a of a strained layer in the chain of stages; the strain column eps_zz takes C13/C33 instead.
+// Contraction along c for each part of in-plane strain in the chain of stages. A fixed number: the strain column eps_zz
+// takes 2 C13/C33 of the composition instead, so the two do not agree exactly.
 constexpr double CHAIN_STRAIN_RATIO = 0.25;
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Threading dislocations and the strain that they relieve. Inclined dislocations that meet react, so their density
 // falls with the thickness grown outside tension, w = z - z_start - h:
-//   1/rho(w) = 1/rho(0) + L_TD tan(V) w,   relieved strain = 1/2 b tan(V) int rho dw = b/(2 L_TD) ln(1 + rho(0) L_TD
-//   tan(V) w).
+//   1/rho(w) = 1/rho(0) + L_TD tan(V) w
+//   relieved strain = 1/2 b tan(V) int rho dw = b/(2 L_TD) ln(1 + rho(0) L_TD tan(V) w).
 // Once V-defects have set in at z0, both laws start anew there with two dislocations more for each defect.
 //
 // The logarithms of this file take their factors in different orders, and last bits with them: they share no product.

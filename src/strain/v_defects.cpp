@@ -60,22 +60,48 @@ double SurfChemNonst::J2_of(double rho) const {
 
 double SurfChemNonst::energy_balance(double E, double rho) const { return E + J0 + J1 + J2_of(rho); }
 
+// The balances of all candidates are compared as if computed one by one, but blocks of candidates are passed over when
+// no balance in them can be below the best one. The lower bound of a block takes the extremes of its members through
+// the same operations; as each of them rounds monotonically, it stays below every balance as computed, and the factor
+// LOG_SLACK covers the last bit of the logarithm, which need not be monotonic.
 void SurfChemNonst::find_z0() {
+  constexpr double LOG_SLACK = 1.0 - 1e-14;
   double best = 0.0;
   // The lists of h and the integrals do not hold the current point yet. With a z that is not a number the depth test
   // never stops the loop; the length does.
   const std::size_t n = std::min(hist_t.size(), hist_I1.size());
-  for (std::size_t i = 0; i < n; ++i) {
+  const double z_limit = z - CANDIDATE_DEPTH;
+  const auto K1_of = [this](std::size_t i) {
+    return (I1 - hist_I1[i]) - (I0 - hist_I0[i]) * (hist_z[i] - z_start - hist_h[i]);
+  };
+  const auto cannot_win = [&](const CandidateBounds& b) {
+    if (!(b.z_max <= z_limit)) return false;  // the depth test may stop the loop in this block
+    const double I0_from = I0 - b.I0_max;
+    const double I0_to = I0 - b.I0_min;
+    const double product = std::max({I0_from * b.w_min, I0_from * b.w_max, I0_to * b.w_min, I0_to * b.w_max});
+    return loop_energy(z, b.z_max) * LOG_SLACK + ((I1 - b.I1_max) - product) >= best;
+  };
+  const bool bounded = E_line > 0.0 && sin_V > 0.0;  // then the loop energy rises with the distance to the surface
+  if (bounded) candidate_blocks.extend({hist_z, hist_h, hist_I0, hist_I1}, n, z_start);
+
+  std::size_t i = 0;
+  while (i < n) {
+    const std::size_t skipped = bounded ? candidate_blocks.skipped_at(i, cannot_win) : 0;
+    if (skipped > 0) {
+      i += skipped;
+      continue;
+    }
     const double z_i = hist_z[i];
-    if (z_i > z - CANDIDATE_DEPTH) break;
-    K1 = (I1 - hist_I1[i]) - (I0 - hist_I0[i]) * (z_i - z_start - hist_h[i]);
-    const double s = loop_energy(z, z_i) + K1;
+    if (z_i > z_limit) break;
+    const double s = loop_energy(z, z_i) + K1_of(i);
     if (s < best) {
       best = s;
       z0 = z_i;
       z0_index = static_cast<std::uint32_t>(i);
     }
+    ++i;
   }
+  if (i > 0) K1 = K1_of(i - 1);
 }
 
 void SurfChemNonst::start_V_defects() {
