@@ -1,0 +1,172 @@
+// The file level of the reader: what can't be opened or parsed, the form of the XML, and the locale.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <locale.h>
+
+#include <clocale>
+
+#include "recipe/read_outcome.h"
+
+namespace vorlen_test {
+namespace {
+
+// The texts behind "Error reading file" and the line and column are those of TinyXML 2.6.2.
+
+TEST(ReadFile, AMissingFileIsToldWithoutALine) {
+  const TempFolder folder;
+  const std::string path = folder.path("none.xml");
+  const ReadOutcome outcome = read_recipe_file(path);
+  EXPECT_EQ(outcome.status, -1);
+  EXPECT_EQ(outcome.error, "Error reading file " + path + "\nFailed to open file");
+}
+
+TEST(ReadFile, ADirectoryIsToldLikeAMissingFile) {
+  const TempFolder folder;
+  const ReadOutcome outcome = read_recipe_file(folder.path());
+  EXPECT_EQ(outcome.status, -1);
+  EXPECT_EQ(outcome.error, "Error reading file " + folder.path() + "\nFailed to open file");
+}
+
+TEST(ReadFile, AnEmptyPathIsToldLikeAMissingFile) {
+  const ReadOutcome outcome = read_recipe_file("");
+  EXPECT_EQ(outcome.status, -1);
+  EXPECT_EQ(outcome.error, "Error reading file \nFailed to open file");
+}
+
+TEST(ReadFile, AnEmptyFileIsTold) {
+  const TempFolder folder;
+  const std::string path = write_file(folder.path("empty.xml"), "");
+  const ReadOutcome outcome = read_recipe_file(path);
+  EXPECT_EQ(outcome.status, -1);
+  EXPECT_EQ(outcome.error, "Error reading file " + path + "\nError document empty.");
+}
+
+TEST(ReadFile, MalformedXmlIsToldWithLineAndColumnDirectlyBehindTheText) {
+  const TempFolder folder;
+  // Where an attribute is due stands the "<" of line 3.
+  const std::string path = write_file(folder.path("bad.xml"), "<NonstSurfChem>\n  <material val=\"InGaN\"\n</x>\n");
+  const ReadOutcome outcome = read_recipe_file(path);
+  EXPECT_EQ(outcome.status, -1);
+  EXPECT_EQ(outcome.error, "Error reading file " + path + "\nError reading Attributes.Line:3\nColumn:1\n");
+}
+
+TEST(ReadFile, AnElementThatIsNotClosedIsTold) {
+  const TempFolder folder;
+  const std::string path = write_file(folder.path("bad.xml"), "<NonstSurfChem>\n <chemistry>\n</NonstSurfChem>\n");
+  const ReadOutcome outcome = read_recipe_file(path);
+  EXPECT_EQ(outcome.status, -1);
+  EXPECT_THAT(outcome.error, testing::StartsWith("Error reading file " + path + "\nError reading end tag.Line:"));
+}
+
+TEST(ReadFile, AnotherRootIsNoRecipe) {
+  const ReadOutcome outcome = read_text("<Recipe/>");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.error, "Element NonstSurfChem is not found");
+}
+
+TEST(ReadFile, TheFirstRootOfThatNameCounts) {
+  RecipeBuilder second;
+  second.set("material", "AlGaN");
+  std::string two = "<Other/>" + RecipeBuilder().text().substr(RecipeBuilder().text().find("<NonstSurfChem")) +
+                    second.text().substr(second.text().find("<NonstSurfChem"));
+  const ReadOutcome outcome = read_text(two);
+  EXPECT_EQ(outcome.status, 0) << outcome.error;
+  EXPECT_EQ(outcome.recipe.material, vorlen::MATERIAL_InGaN);
+}
+
+TEST(ReadFile, OrderOfSiblingsTextUnknownElementsAndUnknownAttributesDoNotMatter) {
+  RecipeBuilder recipe;
+  recipe.remove("material").set("material", "AlInN");  // now behind post_stages
+  recipe.add_text("chemistry", "text is not read").set("comment", "not asked for").set("stress/unknown", "1");
+  recipe.set("process_stages/stage_1/tau", "unit", "s");
+  const ReadOutcome outcome = read(recipe);
+  EXPECT_EQ(outcome.status, 0) << outcome.error;
+  EXPECT_EQ(outcome.recipe.material, vorlen::MATERIAL_AlInN);
+}
+
+TEST(ReadFile, OfTwoSiblingsWithOneNameTheFirstCounts) {
+  std::string text = RecipeBuilder().text();
+  const std::string original = "<tau val=\"10\" />";
+  const std::size_t place = text.rfind(original);  // that of stage_1, behind the pre-stage
+  ASSERT_NE(place, std::string::npos);
+  text.insert(place, "<tau val=\"7\"/>");
+  const ReadOutcome outcome = read_text(text);
+  EXPECT_EQ(outcome.status, 0) << outcome.error;
+  EXPECT_EQ(outcome.recipe.active_stages.at(0).tau, 7.0);
+}
+
+TEST(ReadFile, LineEndsOfOtherSystemsAndAByteOrderMarkAreTaken) {
+  std::string text = "\xEF\xBB\xBF";
+  for (char c : RecipeBuilder().text()) text += c == '\n' ? std::string("\r\n") : std::string(1, c);
+  const ReadOutcome outcome = read_text(text);
+  EXPECT_EQ(outcome.status, 0) << outcome.error;
+}
+
+// A locale with a comma as decimal separator, or an empty string when this machine has none.
+std::string comma_locale() {
+  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "ru_RU.UTF-8", "nl_NL.UTF-8"}) {
+    const locale_t candidate = newlocale(LC_ALL_MASK, name, nullptr);
+    if (candidate != nullptr) {
+      freelocale(candidate);
+      return name;
+    }
+  }
+  return "";
+}
+
+double parse(const char* text) { return std::strtod(text, nullptr); }
+
+TEST(ReadFileLocale, ThePointSeparatesWhateverTheProcessHasSet) {
+  const std::string name = comma_locale();
+  if (name.empty()) GTEST_SKIP() << "no locale with a decimal comma is installed (de_DE.UTF-8, package locales)";
+  const std::string before = std::setlocale(LC_ALL, nullptr);
+  ASSERT_NE(std::setlocale(LC_ALL, name.c_str()), nullptr);
+  ASSERT_EQ(parse("0.5"), 0.0) << "the point ends a number in this locale";
+  const ReadOutcome outcome = read(RecipeBuilder());
+  const double after = parse("0,5");
+  std::setlocale(LC_ALL, before.c_str());
+  EXPECT_EQ(outcome.status, 0) << outcome.error;
+  EXPECT_EQ(outcome.recipe.X_ref, 0.1);
+  EXPECT_EQ(outcome.recipe.active_stages.at(0).delta, 0.008);
+  EXPECT_EQ(after, 0.5) << "the process's locale stays";
+}
+
+TEST(ReadFileLocale, ThePointSeparatesWhateverTheThreadHasSetAndTheThreadsLocaleReturnsOnEveryPath) {
+  const std::string name = comma_locale();
+  if (name.empty()) GTEST_SKIP() << "no locale with a decimal comma is installed (de_DE.UTF-8, package locales)";
+  const TempFolder folder;
+  const std::string good = RecipeBuilder().write(folder.path("good.xml"));
+  const std::string bad = RecipeBuilder().remove("material").write(folder.path("bad.xml"));
+  const std::string malformed = write_file(folder.path("malformed.xml"), "<NonstSurfChem");
+  const std::string incomplete =
+      RecipeBuilder().set("pre_stages/pre_stage_1/stress_state", "0.5").write(folder.path("incomplete.xml"));
+  const locale_t comma = newlocale(LC_ALL_MASK, name.c_str(), nullptr);
+  ASSERT_NE(comma, nullptr);
+
+  struct Path {
+    std::string file;
+    std::int32_t status;
+  };
+  for (const Path& path : {Path{good, 0}, Path{bad, 1}, Path{malformed, -1}, Path{folder.path("none.xml"), -1},
+                           Path{folder.path(), -1}, Path{incomplete, 0}}) {
+    const locale_t before = uselocale(comma);
+    const ReadOutcome outcome = read_recipe_file(path.file);
+    const locale_t left = uselocale(before);
+    EXPECT_EQ(left, comma) << path.file;
+    EXPECT_EQ(outcome.status, path.status) << path.file;
+    if (path.file == good) {
+      EXPECT_EQ(outcome.recipe.active_stages.at(0).delta, 0.008);
+    }
+  }
+  freelocale(comma);
+}
+
+TEST(ReadFileLocale, AThreadWithoutALocaleOfItsOwnKeepsTheGlobalOne) {
+  read(RecipeBuilder());
+  read(RecipeBuilder().remove("material"));
+  read_recipe_file("");
+  EXPECT_EQ(uselocale(nullptr), LC_GLOBAL_LOCALE);
+}
+
+}  // namespace
+}  // namespace vorlen_test
