@@ -56,7 +56,7 @@ std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std
 }
 
 std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
-                            RunCounters* counters, std::int32_t max_steps) {
+                            RunCounters* counters, const RunOptions& options) {
   error.clear();
   std::int32_t err = 0;
   SurfChemNonst surfchem_nonst(recipe, output_path, err);
@@ -65,6 +65,7 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
     return err;
   }
 
+  surfchem_nonst.reuse_terms = options.reuse_terms;
   const std::int32_t n = surfchem_nonst.n_state();
   double t = surfchem_nonst.t_begin;
   const double t_end = surfchem_nonst.t_end;
@@ -76,7 +77,7 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   std::vector<double> WORK(static_cast<std::size_t>(lwork), 0.0);
   std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
   WORK[7 - 1] = DT_MAX;
-  IWORK[2 - 1] = max_steps;
+  IWORK[2 - 1] = options.max_steps;
   IWORK[5 - 1] = n - N_ALGEBRAIC;
   IWORK[6 - 1] = N_ALGEBRAIC;
   IWORK[7 - 1] = 0;

@@ -29,13 +29,17 @@ struct RunCounters {
   std::int64_t eval_rhs_calls = 0;  // all evaluations of the residual, those of init_state included
 };
 
-inline constexpr std::int32_t MAX_STEPS = 1000000;  // of the integrator in one run
+// For tests, benchmarks and fuzzing; every run of the library has the defaults.
+struct RunOptions {
+  std::int32_t max_steps = 1000000;  // of the integrator
+  bool reuse_terms = true;           // off: the residual keeps nothing from one evaluation to the next
+};
 
 // Runs the recipe and writes the result file to output_path (none if that is empty), also when the integration fails.
 // Returns 0, a RunStatus, or the status of the construction; error is empty on 0 and holds the text otherwise.
-// counters may be null. max_steps is for tests and fuzzing; every run of the library has the default.
+// counters may be null.
 std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
-                            RunCounters* counters = nullptr, std::int32_t max_steps = MAX_STEPS);
+                            RunCounters* counters = nullptr, const RunOptions& options = {});
 
 // Status and text of a run whose integration ended with idid; model_text is the model's error text.
 // Codes that name no failure of the integration (1, and -1 for a refused call) give 0 and leave error as it is.

@@ -1,0 +1,125 @@
+// Memory: the right-hand side allocates nothing, and an allocation that fails ends a run with a text. The program
+// counts and refuses allocations through its own operator new.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
+#include "api/run_support.h"
+#include "integrator/radau_integrator.h"
+#include "model/surfchem_nonst.h"
+#include "recipe/read_recipe.h"
+#include "support/allocation_counter.h"
+#include "support/recipe_builder.h"
+
+namespace vorlen_test {
+namespace {
+
+using namespace vorlen;
+
+// The model with the number of allocations outside record_step.
+struct Watched {
+  SurfChemNonst& model;
+  long count_at_last_step = -1;
+  long allocated = 0;
+  int steps = 0;
+};
+
+void rhs(std::int32_t, double x, const double* y, double* f, void*, void* context) {
+  static_cast<Watched*>(context)->model.eval_rhs(x, y, f);
+}
+
+void mass(std::int32_t n, double* FMAS, std::int32_t, void*, void*) {
+  for (std::int32_t j = 0; j < n; ++j) FMAS[j] = j < n - N_ALGEBRAIC ? 1.0 : 0.0;
+}
+
+void step(std::int32_t, double, double x, const double* y, const double*, std::int32_t, std::int32_t, void*,
+          void* context, std::int32_t&) {
+  Watched& watched = *static_cast<Watched*>(context);
+  if (watched.count_at_last_step >= 0) watched.allocated += allocations - watched.count_at_last_step;
+  ++watched.steps;
+  watched.model.record_step(x, y);
+  watched.count_at_last_step = allocations;
+}
+
+class Allocations : public testing::TestWithParam<const char*> {};
+
+// Between the first and the last accepted step nothing is allocated but by record_step, which grows the history.
+TEST_P(Allocations, NoneBetweenTheFirstAndTheLastStep) {
+  const TempFolder folder;
+  const RecipeBuilder builder({.stress_model = GetParam(), .n_stages = 2});
+  // A ramp, so that the conditions are looked up at each evaluation.
+  RecipeBuilder ramped = builder;
+  ramped.set_range("process_stages/stage_2/T", "1030", "1050");
+  ProcessRecipe recipe;
+  std::string error;
+  ASSERT_EQ(0, read_recipe(ramped.write(folder.path("recipe.xml")).c_str(), recipe, error)) << error;
+  std::int32_t err = 0;
+  SurfChemNonst model(recipe, "", err);
+  ASSERT_EQ(0, err) << model.error_text;
+  ASSERT_TRUE(model.conditions_vary);
+  const std::int32_t n = model.n_state();
+  double y[N_STATE_MAX] = {};
+  model.init_state(y);
+
+  std::vector<double> WORK(static_cast<std::size_t>(n * (5 * n + 12) + 20), 0.0);
+  std::vector<std::int32_t> IWORK(static_cast<std::size_t>(5 * n + 20), 0);
+  WORK[6] = 10.0;
+  IWORK[1] = 100000;
+  IWORK[4] = n - N_ALGEBRAIC;
+  IWORK[5] = N_ALGEBRAIC;
+  Watched watched{model};
+  double t = model.t_begin, h = 1e-4, rtol = 1e-10, atol = 1e-14;
+  std::int32_t mljac = n, mujac = n, mumas = 0, idid = 0;
+  RadauIntegrator(n, rhs, t, y, model.t_end, h, &rtol, &atol, 0, nullptr, 0, mljac, mujac, mass, 1, 0, mumas, step, 1,
+                  WORK.data(), static_cast<std::int32_t>(WORK.size()), IWORK.data(),
+                  static_cast<std::int32_t>(IWORK.size()), nullptr, &watched, idid);
+  EXPECT_EQ(1, idid);
+  EXPECT_GT(watched.steps, 20);
+  EXPECT_EQ(0, watched.allocated);
+}
+
+INSTANTIATE_TEST_SUITE_P(StressModel, Allocations, testing::Values("relax", "V_dislocation"),
+                         [](const testing::TestParamInfo<const char*>& param) { return std::string(param.param); });
+
+// Takes what is allocated in its life out of the leak check of the address sanitizer.
+struct LeaksAllowed {
+#ifdef __SANITIZE_ADDRESS__
+  LeaksAllowed() { __lsan_disable(); }
+  ~LeaksAllowed() { __lsan_enable(); }
+#endif
+};
+
+// The guard of the exported function: whichever allocation is the first to fail, the call ends with a text, and the
+// next one is as good as new.
+TEST(Allocations, AFailureEndsTheCallWithOutOfMemory) {
+  const TempFolder folder;
+  const std::string input = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
+  const std::string output = folder.path("out.txt");
+  char text[VORLEN_ERROR_BUFFER_SIZE] = "";
+  long first = allocations;
+  ASSERT_EQ(0, runSurfChem(input.c_str(), output.c_str(), text));
+  const long of_a_run = allocations - first;
+  const std::string expected = read_file(output);
+  ASSERT_GT(of_a_run, 100);
+
+  // The XML library does not give back its file buffer when an allocation inside it fails.
+  [[maybe_unused]] const LeaksAllowed leaks_allowed;
+  for (long number = 0; number < of_a_run; number += 1 + of_a_run / 200) {
+    text[0] = '\0';
+    refused_from = allocations + number;
+    const std::int32_t result = runSurfChem(input.c_str(), output.c_str(), text);
+    refused_from = -1;
+    ASSERT_EQ(1, result) << "allocation " << number;
+    ASSERT_STREQ("Out of memory", text) << "allocation " << number;
+  }
+  ASSERT_EQ(0, runSurfChem(input.c_str(), output.c_str(), text));
+  EXPECT_EQ(expected, read_file(output));
+}
+
+}  // namespace
+}  // namespace vorlen_test
