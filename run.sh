@@ -1,0 +1,38 @@
+#!/bin/bash
+# Builds the library and its command-line host, runs a recipe and shows what grew: ./run.sh [RECIPE]
+# Without a recipe: the multi-quantum well of examples/. May be called from any folder, as often as one likes.
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# A folder of its own: the tests' build is configured otherwise.
+build="$root/build/run"
+
+if [ $# -gt 1 ] || [[ "${1:-}" == -* ]]; then
+  echo "usage: ./run.sh [RECIPE]" >&2
+  exit 2
+fi
+recipe="${1:-$root/examples/ingan_gan_mqw.xml}"
+
+say() { echo "== $*"; }
+
+# Runs a command without its output, unless it fails.
+quietly() {
+  local log="$build/run.log"
+  if ! "$@" >"$log" 2>&1; then
+    cat "$log" >&2
+    echo "run.sh: this failed: $*" >&2
+    exit 1
+  fi
+}
+
+say "Looking for compiler and libraries"
+"$root/tools/setup.sh" build
+mkdir -p "$build"
+
+say "Building the library and the tool in build/run"
+(cd "$root" && quietly cmake --preset release -B "$build" -DVORLEN_TESTS=OFF)
+quietly cmake --build "$build" --target vorlen
+
+say "Running $recipe"
+name=$(basename "$recipe" .xml)
+"$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt"

@@ -1,0 +1,69 @@
+"""What the functional tests share: the tool as a process, its printed table, and a reader of result files.
+
+The reader is written apart from the tool's own, so that the two check each other.
+"""
+import os
+import re
+import subprocess
+
+VORLEN = os.environ["VORLEN"]
+LIBRARY = os.environ["VORLEN_LIBRARY"]
+SOURCE = os.environ["VORLEN_SOURCE"]
+EXAMPLES_FOLDER = os.path.join(SOURCE, "examples")
+EXAMPLES = sorted(name[:-4] for name in os.listdir(EXAMPLES_FOLDER) if name.endswith(".xml"))
+
+# The columns of the table, from the left.
+(TIME, Z, RATE, X_IN, X_GA, X_AL, RHO_TD_T, RHO_VD0_T, A_EFF_T, EPS_XX_T, EPS_YY_T, EPS_ZZ_T, EPS_YZ_T,
+ RHO_TD_Z, A_EFF_Z, EPS_XX_Z, EPS_YY_Z, EPS_ZZ_Z, EPS_YZ_Z) = range(19)
+
+
+def vorlen(*arguments, cwd):
+    """Runs the tool. The result has returncode, stdout and stderr (as text)."""
+    return subprocess.run([VORLEN, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False)
+
+
+def example(name):
+    return os.path.join(EXAMPLES_FOLDER, name + ".xml")
+
+
+class Result:
+    """A result file: layers as (name, duration, thickness), rows as lists of 19 numbers, active rows apart."""
+
+    def __init__(self, path):
+        with open(path, encoding="utf-8", newline="") as file:
+            lines = file.read().split("\n")
+        assert lines[0] == '"VORLEN output file, version 2.0"', lines[0]
+        assert lines[1] == "<LAYERS>", lines[1]
+        assert lines[-1] == "", "no line end behind the last row"
+        end = lines.index("</LAYERS>")
+        self.layers = []
+        for line in lines[2:end]:
+            name, duration, thickness = re.fullmatch(r'"(.*)" (\S+) (\S+)', line).groups()
+            self.layers.append((name, float(duration), float(thickness)))
+        assert lines[end + 1].startswith("#time(sec) z(nm) Vg "), lines[end + 1]
+        self.rows = []
+        self.active_rows = []
+        for line in lines[end + 2:-1]:
+            row = [float(field) for field in line.split()]
+            assert len(row) == 19, line
+            self.rows.append(row)
+            if line.endswith(" "):
+                self.active_rows.append(row)
+
+
+def printed_table(text):
+    """The layer table that the tool prints: a list of (number, name, duration, thickness)."""
+    table = []
+    for line in text.split("\n\n")[0].splitlines()[1:]:
+        number, name, duration, thickness = re.fullmatch(r" *(\d+)  (.*?) +(\S+) +(\S+)", line).groups()
+        table.append((int(number), name, float(duration), float(thickness)))
+    return table
+
+
+def printed_words(text):
+    """The numbers of the words below the table, by their first two words: {"total thickness": [12.3], ...}"""
+    words = {}
+    for line in text.split("\n\n")[1].splitlines()[1:]:
+        label, values = re.fullmatch(r"  (\S+(?: \S+)?) {2,}(.*)", line).groups()
+        words[label] = [float(n) for n in re.findall(r"[-+]?(?:\d+(?:\.\d+)?(?:e[-+]?\d+)?|nan|inf)(?![\w^])", values)]
+    return words

@@ -1,0 +1,166 @@
+"""What the tool does with input that it can't use, and with odd but good input."""
+import os
+import tempfile
+import unittest
+
+from support import Result, example, vorlen
+
+VERSION = os.environ["VORLEN_VERSION"]
+
+
+class InAFolder(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def run_tool(self, *arguments):
+        return vorlen(*arguments, cwd=self.folder)
+
+    def write_recipe(self, name, old="", new=""):
+        """A short example under another name, with one piece of its text replaced."""
+        with open(example("algan_gan_hemt"), encoding="utf-8") as file:
+            text = file.read()
+        self.assertIn(old, text)
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            file.write(text.replace(old, new, 1) if old else text)
+
+
+class Failures(InAFolder):
+    def expect_failure(self, text, *arguments):
+        run = self.run_tool(*arguments)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertEqual(run.stderr, f"vorlen: {text}\n")
+
+    def test_a_missing_recipe(self):
+        self.expect_failure("Error reading file none.xml\nFailed to open file", "run", "none.xml")
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_a_folder_as_recipe(self):
+        os.mkdir(self.path("folder.xml"))
+        self.expect_failure("Error reading file folder.xml\nFailed to open file", "run", "folder.xml")
+
+    def test_a_faulty_recipe_leaves_the_old_result_alone(self):
+        self.write_recipe("recipe.xml", '<material val="AlGaN"/>', '<material val="GaAs"/>')
+        with open(self.path("recipe.result.txt"), "w", encoding="utf-8") as file:
+            file.write("of yesterday")
+        self.expect_failure('Material "GaAs" is not recognized', "run", "recipe.xml")
+        with open(self.path("recipe.result.txt"), encoding="utf-8") as file:
+            self.assertEqual(file.read(), "of yesterday")
+
+    def test_a_recipe_that_is_no_xml(self):
+        with open(self.path("recipe.xml"), "w", encoding="utf-8") as file:
+            file.write("hello")
+        run = self.run_tool("run", "recipe.xml")
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertTrue(run.stderr.startswith("vorlen: Error reading file recipe.xml\n"), run.stderr)
+
+    def test_a_result_in_a_folder_that_does_not_exist(self):
+        self.expect_failure("Unable to open file no/out.txt for writing", "run", example("algan_gan_hemt"), "-o",
+                            "no/out.txt")
+
+    def test_a_folder_as_result(self):
+        os.mkdir(self.path("out"))
+        self.expect_failure("Unable to open file out for writing", "run", example("algan_gan_hemt"), "-o", "out")
+
+    def test_a_result_that_is_the_recipe(self):
+        self.write_recipe("recipe.xml")
+        with open(self.path("recipe.xml"), encoding="utf-8") as file:
+            before = file.read()
+        self.expect_failure("the result would overwrite the recipe recipe.xml", "run", "recipe.xml", "-o",
+                            "./recipe.xml")
+        with open(self.path("recipe.xml"), encoding="utf-8") as file:
+            self.assertEqual(file.read(), before)
+
+    @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
+    def test_a_full_disk(self):
+        self.expect_failure("/dev/full is not a regular file: there is no result to show", "run",
+                            example("algan_gan_hemt"), "-o", "/dev/full")
+
+
+class CommandLines(InAFolder):
+    def test_help_and_version_go_to_stdout(self):
+        for arguments in (["--help"], ["run", "--help"]):
+            run = self.run_tool(*arguments)
+            self.assertEqual((run.returncode, run.stderr), (0, ""))
+            self.assertIn("run", run.stdout)
+        run = self.run_tool("run", "--help")
+        self.assertIn("RECIPE", run.stdout)
+        self.assertIn("--output", run.stdout)
+        run = self.run_tool("--version")
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (0, f"vorlen {VERSION}\n", ""))
+
+    def test_what_is_not_understood_has_status_2(self):
+        recipe = example("algan_gan_hemt")
+        for arguments in ([], ["run"], ["walk", recipe], ["run", recipe, recipe], ["run", "--fast", recipe],
+                          ["run", recipe, "-o"], ["run", recipe, "-o", ""], ["run", recipe, "--output="]):
+            with self.subTest(arguments):
+                run = self.run_tool(*arguments)
+                self.assertEqual((run.returncode, run.stdout), (2, ""))
+                self.assertNotEqual(run.stderr, "")
+                self.assertEqual(os.listdir(self.folder), [])
+
+
+class OddNames(InAFolder):
+    def test_a_recipe_name_outside_of_ascii(self):
+        self.write_recipe("Größe Ω 氮化.xml")
+        run = self.run_tool("run", "Größe Ω 氮化.xml")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn("rows in Größe Ω 氮化.result.txt\n", run.stdout)
+        self.assertTrue(os.path.exists(self.path("Größe Ω 氮化.result.txt")))
+
+    def test_a_recipe_without_extension_in_another_folder(self):
+        os.mkdir(self.path("recipes"))
+        self.write_recipe("recipes/plain")
+        run = self.run_tool("run", "recipes/plain")
+        self.assertEqual(run.returncode, 0)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["plain.result.txt", "recipes"])
+
+    def test_layer_names_with_quotes_line_breaks_numbers_and_umlauts(self):
+        # The file holds names as they stand; in the printed table a line break is a blank.
+        for name, shown in (("say &quot;GaN&quot; 12 3.5", 'say "GaN" 12 3.5'), ("two&#10;lines", "two lines"),
+                            ("&lt;/LAYERS&gt;", "</LAYERS>"), ("Löß", "Löß")):
+            with self.subTest(name):
+                self.write_recipe("recipe.xml", 'val="AlGaN barrier"', f'val="{name}"')
+                run = self.run_tool("run", "recipe.xml")
+                self.assertEqual((run.returncode, run.stderr), (0, ""))
+                rows = run.stdout.split("\n\n")[0].splitlines()
+                self.assertIn(f"  {shown} ", rows[5])
+                self.assertEqual(len({len(row) for row in rows}), 1, "the columns are not aligned")
+
+    def test_an_unnamed_layer_is_shown_by_its_number(self):
+        self.write_recipe("recipe.xml", 'val="AlGaN barrier"', 'val=""')
+        run = self.run_tool("run", "recipe.xml")
+        self.assertEqual(run.returncode, 0)
+        self.assertIn("    5  Layer5 ", run.stdout)
+        self.assertEqual(Result(self.path("recipe.result.txt")).layers[4][0], "Layer5")
+
+
+class DamagedResults(InAFolder):
+    """A disk that fills up shows as a file that is cut off. A limit on the size of files stands for it here."""
+
+    def test_a_file_cut_off_is_not_shown_as_a_result(self):
+        import resource
+        import signal
+        import subprocess
+
+        from support import VORLEN
+        recipe = example("algan_gan_hemt")
+        self.assertEqual(self.run_tool("run", recipe, "-o", "whole.txt").returncode, 0)
+        limit = os.path.getsize(self.path("whole.txt")) // 2
+
+        def limit_file_size():
+            signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+
+        run = subprocess.run([VORLEN, "run", recipe, "-o", "cut.txt"], cwd=self.folder, capture_output=True,
+                             encoding="utf-8", check=False, preexec_fn=limit_file_size)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertRegex(run.stderr, "cut off|ends before the run does")
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,66 @@
+#!/bin/bash
+# Installs what Debian 12 lacks for this project: tools/setup.sh [build|test]
+#   build  compiler and libraries of the library and its command-line host (default)
+#   test   these, and what ./test.sh needs besides
+# What is there already is left alone; when nothing is missing, neither the network nor root is needed.
+set -euo pipefail
+
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev)
+TEST_PACKAGES=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libgmock-dev nlohmann-json3-dev
+  libbenchmark-dev libxml2-utils locales python3 git)
+# The tests run under a locale with a comma as decimal separator.
+TEST_LOCALE=de_DE
+
+die() {
+  echo "setup: $*" >&2
+  exit 1
+}
+
+# How to become root: nothing, or sudo. Stops with a text when neither is possible; its argument says what is to be done.
+rise_to_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    as_root=()
+  elif command -v sudo >/dev/null; then
+    as_root=(sudo)
+  else
+    die "root is needed and there is no sudo. As root, run:
+  $*"
+  fi
+}
+
+case "${1:-build}" in
+  build) packages=("${BUILD_PACKAGES[@]}") ;;
+  test) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
+  *) die "usage: tools/setup.sh [build|test]" ;;
+esac
+
+if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+  die "this is no Debian system, so nothing can be installed here. These Debian 12 packages, or their like, are needed:
+  ${packages[*]}
+With them in place the CMake presets work by themselves, see CONTRIBUTING.md."
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+  [ "$status" = installed ] || missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  rise_to_root "apt-get update && apt-get install -y --no-install-recommends ${missing[*]}"
+  echo "setup: installing ${missing[*]}"
+  log=$(mktemp)
+  trap 'rm -f "$log"' EXIT
+  for action in "update" "install -y --no-install-recommends ${missing[*]}"; do
+    # shellcheck disable=SC2086  # the action is a list of words
+    if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $action >"$log" 2>&1; then
+      cat "$log" >&2
+      die "apt-get ${action%% *} failed"
+    fi
+  done
+fi
+
+if [ "${1:-build}" = test ] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
+  rise_to_root "localedef -i $TEST_LOCALE -f UTF-8 $TEST_LOCALE.UTF-8"
+  echo "setup: making the locale $TEST_LOCALE.UTF-8"
+  "${as_root[@]}" localedef -i "$TEST_LOCALE" -f UTF-8 "$TEST_LOCALE.UTF-8"
+fi
