@@ -1,0 +1,103 @@
+// The linear algebra of the integrator at the orders of the growth model, 10 and 15: one pair of factorisations, real
+// and complex, and one pair of solves. The matrices are those of the model: a shift times the mass less the Jacobian.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "bench_support.h"
+#include "integrator/matrix_kernels.h"
+#include "integrator/numerical_jacobian.h"
+#include "integrator/radau_constants.h"
+#include "recipes/bench_recipes.h"
+
+namespace vorlen::bench {
+
+namespace {
+
+constexpr double STEP = 0.1;  // s
+constexpr double ROUNDOFF = 1e-16;
+
+struct Matrices {
+  std::int32_t n = 0;
+  std::vector<double> E1, E2R, E2I, B;
+};
+
+void rhs_callback(std::int32_t, double x, const double* y, double* f, void*, void* model_context) {
+  static_cast<SurfChemNonst*>(model_context)->eval_rhs(x, y, f);
+}
+
+// Order 10 for a model without stress, 15 under V_dislocation.
+Matrices model_matrices(std::int64_t order) {
+  Model model = build_model(single_InGaN(order == 15, 1030));
+  SurfChemNonst& m = *model.surfchem_nonst;
+  Matrices matrices;
+  const std::int32_t n = matrices.n = m.n_state();
+  const auto count = static_cast<std::size_t>(n);
+  std::vector<double> J(count * count), f(count), scratch(4 * count);
+  std::vector<double> y(model.y.begin(), model.y.begin() + n);
+  StageSystem system;
+  system.n = system.n_reduced = system.block_stride = system.mljac = system.mujac = system.jac_rows = n;
+  system.FJAC = J.data();
+  StageArrays arrays;
+  arrays.Y0 = f.data();
+  arrays.CONT = scratch.data();
+  m.eval_rhs(m.t_begin, y.data(), f.data());
+  NumericalJacobian(system, arrays, {rhs_callback, nullptr, &m}, ROUNDOFF, m.t_begin, y.data());
+  matrices.E1.resize(count * count);
+  matrices.E2R.resize(count * count);
+  matrices.E2I.assign(count * count, 0.0);
+  matrices.B.assign(count, 1.0);
+  for (std::size_t i = 0; i < count * count; ++i) matrices.E1[i] = matrices.E2R[i] = -J[i];
+  for (std::size_t i = 0; i < count - N_ALGEBRAIC; ++i) {
+    const std::size_t diagonal = i * (count + 1);
+    matrices.E1[diagonal] += radau::real_eigenvalue / STEP;
+    matrices.E2R[diagonal] += radau::complex_eigenvalue_re / STEP;
+    matrices.E2I[diagonal] = radau::complex_eigenvalue_im / STEP;
+  }
+  return matrices;
+}
+
+// The copy of the matrices is part of the time: the factors overwrite them.
+void factorise(benchmark::State& state) {
+  const Matrices source = model_matrices(state.range(0));
+  Matrices work = source;
+  std::int32_t IP[N_STATE_MAX], IP_complex[N_STATE_MAX];
+  std::int32_t zero_pivot = 0, zero_pivot_complex = 0;
+  for (auto _ : state) {
+    std::copy(source.E1.begin(), source.E1.end(), work.E1.begin());
+    std::copy(source.E2R.begin(), source.E2R.end(), work.E2R.begin());
+    std::copy(source.E2I.begin(), source.E2I.end(), work.E2I.begin());
+    LuDecompose(work.n, work.n, work.E1.data(), IP, zero_pivot);
+    LuDecomposeComplex(work.n, work.n, work.E2R.data(), work.E2I.data(), IP_complex, zero_pivot_complex);
+    benchmark::ClobberMemory();
+  }
+  if (zero_pivot != 0 || zero_pivot_complex != 0) state.SkipWithError("a matrix is singular");
+}
+BENCHMARK(factorise)->Name("factorise_pair")->Arg(10)->Arg(15);
+
+void solve(benchmark::State& state) {
+  Matrices m = model_matrices(state.range(0));
+  std::int32_t IP[N_STATE_MAX], IP_complex[N_STATE_MAX];
+  std::int32_t zero_pivot = 0;
+  LuDecompose(m.n, m.n, m.E1.data(), IP, zero_pivot);
+  if (zero_pivot != 0) state.SkipWithError("the real matrix is singular");
+  LuDecomposeComplex(m.n, m.n, m.E2R.data(), m.E2I.data(), IP_complex, zero_pivot);
+  if (zero_pivot != 0) state.SkipWithError("the complex matrix is singular");
+  double b[N_STATE_MAX], b_re[N_STATE_MAX], b_im[N_STATE_MAX];
+  for (auto _ : state) {
+    std::copy(m.B.begin(), m.B.end(), b);
+    std::copy(m.B.begin(), m.B.end(), b_re);
+    std::copy(m.B.begin(), m.B.end(), b_im);
+    LuSolve(m.n, m.n, m.E1.data(), b, IP);
+    LuSolveComplex(m.n, m.n, m.E2R.data(), m.E2I.data(), b_re, b_im, IP_complex);
+    benchmark::DoNotOptimize(b);
+    benchmark::DoNotOptimize(b_re);
+    benchmark::DoNotOptimize(b_im);
+  }
+}
+BENCHMARK(solve)->Name("solve_pair")->Arg(10)->Arg(15);
+
+}  // namespace
+
+}  // namespace vorlen::bench
