@@ -2,12 +2,17 @@
 // the conditions at the current time, the scratch space of the residual and the owner of the history of accepted steps.
 //
 // The operations stand in the files of the subsystem that owns them:
-//   model/construction.cpp   construction from a recipe              model/conditions.cpp     conditions at a time
-//   model/transport.cpp      diffusion and transport layers          model/residual.cpp       surface chemistry
-//   residual model/initial_state.cpp  first state vector                      model/species_check.cpp  species lists
-//   strain/lattice.cpp       lattice and strain                      strain/history.cpp       accepted steps
-//   strain/relaxation.cpp    dislocations and relaxation             strain/v_defects.cpp     V-defects
-//   results/write_results.cpp, results/profiles.cpp                  the result file
+//   model/construction.cpp    construction from a recipe
+//   model/species_check.cpp   species lists
+//   model/conditions.cpp      conditions at a time
+//   model/transport.cpp       diffusion and transport layers
+//   model/residual.cpp        surface chemistry residual
+//   model/initial_state.cpp   first state vector
+//   strain/lattice.cpp        lattice and strain
+//   strain/relaxation.cpp     dislocations and relaxation
+//   strain/history.cpp        accepted steps
+//   strain/v_defects.cpp      V-defects
+//   results/write_results.cpp and results/profiles.cpp: the result file
 //
 // Units are SI with kilomoles: m, s, K, Pa, kmol/m^2, kmol/(m^2 s). Lattice constants are in angstrom, elastic
 // constants in GPa, flows in sccm. Strain is positive for in-plane stretching. Arrays of 14 are indexed by GasSpecies,
@@ -172,7 +177,7 @@ class SurfChemNonst {
   std::vector<double> hist_In, hist_Ga, hist_Al, hist_N, hist_H;                               // with detail_output
   std::vector<DepthSegment> seg_relax;                       // growth under compression or without strain
   std::vector<DepthSegment> seg_tensile;                     // growth under tension
-  CandidateBlocks candidate_blocks;       // of the history, for the search of z0
+  CandidateBlocks candidate_blocks;                          // of the history, for the search of z0
   std::uint32_t seg_relax_first = 0, seg_tensile_first = 0;  // the first segment above z0
 
   // Builds the model from a recipe; the recipe is not kept. Opens and empties the file at output_path, unless that is
@@ -183,6 +188,7 @@ class SurfChemNonst {
   std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : 10; }
 
   // ---- Construction
+  // Sets the lattice imposed on the active layers [angstrom]; what is not above 0 is replaced by that of GaN.
   void set_reference_lattice(double a_pre, double c_pre);
 
   // ---- Conditions
@@ -197,13 +203,15 @@ class SurfChemNonst {
   // Diffusion coefficients [m^2/s] in the mixture x_in at T_gas [K] and P_gas [Pa], by Wilke's rule on Chapman-Enskog
   // binary coefficients. x_in and D_out hold 14 entries; those of absent species are left alone.
   void mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const;
-  // Scales delta for thick_GaN with reactor TDR or HFR.
+  // Scales delta to the present conditions, for thick_GaN with reactor TDR or HFR; D must be that of the conditions.
   void scale_delta();
 
   // ---- Residual
   // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
   std::int32_t eval_rhs(double t_new, const double* y, double* f);
+  // Copies the state vector into the model; z is raised to z_start, x_b_clip and a_bulk follow.
   void unpack_state(const double* y);
+  // The reverse, without additions.
   void pack_state(double* y) const;
   // Rate constant of incorporation of bulk species b at T.
   double k_plus(int b) const;
@@ -236,26 +244,41 @@ class SurfChemNonst {
   double relative_mismatch() const;
 
   // ---- Accepted steps
+  // Takes in the accepted state y at time t_new: growth rate, interval of growth, and history if the point is recorded.
   void record_step(double t_new, const double* y);
+  // Asked after each accepted step; false would end the run with error_text as the reason.
   bool keep_running() const { return true; }
+  // Extends the last segment of the list by the interval from z_prev to z, or appends a new one behind a gap.
   void append_segment(std::vector<DepthSegment>& list) const;
 
-  // ---- V-defects
+  // ---- V-defects. Energies are those of one defect, J.
+  // Energy of the dislocation loop around a defect that reaches from z_base to z_at [m].
   double loop_energy(double z_at, double z_base) const;
+  // Balance term of the dislocations that V-defects of density rho [m^-2] bring into the layer above z0.
   double J2_of(double rho) const;
+  // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.
   double energy_balance(double E, double rho) const;
+  // Looks through the history for the depth with the most negative balance; sets z0, z0_index when there is one.
   void find_z0();
+  // Keeps the state at z0 and cuts the segments there; directly after find_z0 has set z0.
   void start_V_defects();
+  // Brings the balance terms and rho_VD up to the present point.
   void update_V_defects();
+  // Writes the density at which the balance is zero, never below rho_VD, to rho_VD_candidate. Always true.
   bool solve_rho_VD(double& rho_VD_candidate);
 
   // ---- Result file
+  // Writes the whole file and closes it; nothing if it is not open. success: with the rows of the post-stages.
   void write_results(bool success);
+  // Sums up the thickness [nm] of each active stage from the history; a step over a boundary is shared out by time.
   void stage_thicknesses();
   void write_header();
   void write_column_heads();
+  // Two rows for each pre-stage or post-stage, the first at depth z_start_nm.
   void write_stage_rows(bool is_pre, double z_start_nm);
+  // A row for each recorded point.
   void write_profile();
+  // The sections of the single-point layout.
   void write_point_state();
   void write_point_history();
   void write_point_fluxes();

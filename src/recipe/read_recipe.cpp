@@ -9,12 +9,15 @@
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 
 #include "recipe/keywords.h"
 #include "recipe/read_stages.h"
 #include "recipe/species_data.h"
 #include "recipe/xml_lookup.h"
+#include "recipe/xml_nesting.h"
 
 namespace vorlen {
 
@@ -44,13 +47,25 @@ struct ClassicLocaleScope {
   }
 };
 
+// The whole file; empty when it can't be read.
+std::string file_text(const char* path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 bool load(const char* path, TiXmlDocument& document, std::string& error) {
-  // A directory opens like a file of absurd length; it is reported like a file that can't be opened.
+  const std::string start = std::string("Error reading file ") + path + "\n";
+  // What is there but no file (a directory, a pipe, a device) may open and never end; it is reported like a file that
+  // can't be opened.
   std::error_code ignored;
-  const bool loaded = std::filesystem::is_directory(path, ignored) ? document.LoadFile(static_cast<std::FILE*>(nullptr))
-                                                                   : document.LoadFile();
-  if (loaded) return true;
-  error = std::string("Error reading file ") + path + "\n" + document.ErrorDesc();
+  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
+  const bool no_file = std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+  if (!no_file && nesting_exceeds(file_text(path), NESTING_MAX)) {
+    error = start + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
+    return false;
+  }
+  if (no_file ? document.LoadFile(static_cast<std::FILE*>(nullptr)) : document.LoadFile()) return true;
+  error = start + document.ErrorDesc();
   if (document.ErrorRow() > 0) {
     error += "Line:" + std::to_string(document.ErrorRow()) + "\n";
     if (document.ErrorCol() > 0) error += "Column:" + std::to_string(document.ErrorCol()) + "\n";

@@ -11,11 +11,10 @@ namespace vorlen {
 namespace {
 
 constexpr int PRECISION = 16;
-constexpr std::size_t LONGEST = 28;  // sign, digit, point, 16 digits, e, sign, 3 digits
 
-// Writes value in row format to buffer, which holds LONGEST characters, and returns the end.
+// Writes value in row format to buffer, which holds ROW_FORMAT_MAX characters, and returns the end.
 char* write_row_format(char* buffer, double value) {
-  char* end = std::to_chars(buffer, buffer + LONGEST, value, std::chars_format::scientific, PRECISION).ptr;
+  char* end = std::to_chars(buffer, buffer + ROW_FORMAT_MAX, value, std::chars_format::scientific, PRECISION).ptr;
   const bool two_digit_exponent = std::isfinite(value) && end[-4] == 'e';
   if (two_digit_exponent) {
     end[0] = end[-1];
@@ -29,13 +28,13 @@ char* write_row_format(char* buffer, double value) {
 }  // namespace
 
 void append_general(std::string& text, double value) {
-  char buffer[LONGEST];
-  const auto end = std::to_chars(buffer, buffer + LONGEST, value, std::chars_format::general, PRECISION).ptr;
+  char buffer[ROW_FORMAT_MAX];
+  const auto end = std::to_chars(buffer, buffer + ROW_FORMAT_MAX, value, std::chars_format::general, PRECISION).ptr;
   text.append(buffer, end);
 }
 
 void append_row_format(std::string& text, double value) {
-  char buffer[LONGEST];
+  char buffer[ROW_FORMAT_MAX];
   text.append(buffer, write_row_format(buffer, value));
 }
 
@@ -50,7 +49,7 @@ void append_columns(std::string& text, std::initializer_list<double> values) {
 
 void ColumnWriter::append(std::string& text, std::initializer_list<double> values) {
   const auto bits = [](double value) { return std::bit_cast<std::uint64_t>(value); };
-  char row[MAX_COLUMNS * LONGEST];
+  char row[MAX_COLUMNS * ROW_FORMAT_MAX];
   char* end = row;
   int number = 0;
   for (double value : values) {

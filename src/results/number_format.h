@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -10,6 +11,9 @@ namespace vorlen {
 
 // General format: the shorter of fixed and scientific notation with 16 significant digits, no trailing zeros.
 void append_general(std::string& text, double value);
+
+// Longest number in row format: sign, digit, point, 16 digits, e, sign, 3 digits; with room to widen the exponent.
+inline constexpr std::size_t ROW_FORMAT_MAX = 28;
 
 // Row format: one digit, the point, 16 digits, e, sign and three digits of the exponent: 1.2500000000000000e+002.
 void append_row_format(std::string& text, double value);
@@ -21,7 +25,7 @@ void append_columns(std::string& text, std::initializer_list<double> values);
 // before, or seven columns before (where the columns (z) repeat the columns (t)) is copied instead of formatted anew.
 class ColumnWriter {
  public:
-  // Appends one row of values in row format, separated by one blank.
+  // Appends one row of at most 25 values in row format, separated by one blank.
   void append(std::string& text, std::initializer_list<double> values);
 
  private:
@@ -30,7 +34,7 @@ class ColumnWriter {
   struct Column {
     double value = 0.0;
     std::uint32_t length = 0;  // 0: not written yet
-    char text[28];
+    char text[ROW_FORMAT_MAX];
   };
   std::array<Column, MAX_COLUMNS> columns_;
 };

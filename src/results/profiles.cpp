@@ -3,13 +3,13 @@
 // density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
 #include "model/surfchem_nonst.h"
 #include "results/number_format.h"
+#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 
 namespace {
 
 constexpr double M_TO_NM = 1e9;
-constexpr double M2_TO_CM2 = 0.0001;
 constexpr double I1_SCALE = 1e10;
 constexpr std::size_t WRITE_BLOCK = 1 << 16;  // bytes collected before they go to the stream
 

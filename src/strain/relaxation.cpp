@@ -14,8 +14,6 @@ namespace vorlen {
 
 namespace {
 
-constexpr double M2_TO_CM2 = 0.0001;          // of a density: m^-2 to cm^-2
-constexpr double RHO_MIN = 1e-5;              // m^-2; a smaller density counts as none
 constexpr double TENSION_THRESHOLD = 0.0001;  // strain above which thickness counts as grown in tension
 
 }  // namespace

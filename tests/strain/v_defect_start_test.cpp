@@ -1,0 +1,287 @@
+// The depth at which the V-defects set in, what is frozen there, and the update of the balance from then on.
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "strain/small_model.h"
+#include "support/bits.h"
+
+namespace vorlen_test {
+namespace {
+
+using namespace vorlen;
+
+constexpr std::uint32_t NO_INDEX = std::numeric_limits<std::uint32_t>::max();
+constexpr double LEAST_DEPTH = 3e-10 * 3.189;  // three Burgers vectors, 9.567e-10 m
+
+// A history of points at the depths z; the integrals stay at 0 in it. I1 of the current point steers the balance:
+// without I0 it is loop_energy(z, z_i) + I1.
+std::unique_ptr<SurfChemNonst> model_with_history(const std::vector<double>& depths, double z, double I1) {
+  auto m = small_model(STRESS_V_dislocation);
+  const std::vector<double> zeros(depths.size(), 0.0);
+  m->hist_z = depths;
+  m->hist_t = zeros;
+  m->hist_h = zeros;
+  m->hist_I0 = zeros;
+  m->hist_I1 = zeros;
+  m->hist_J0_0 = zeros;
+  m->hist_J0_1 = zeros;
+  m->z = z;
+  m->I1 = I1;
+  return m;
+}
+
+TEST(FindZ0, TheDepthWithTheMostNegativeBalanceIsTaken) {
+  const auto m = model_with_history({1.0e-7, 1.1e-7, 1.2e-7, 1.3e-7, 1.4e-7}, 1.5e-7, 0.0);
+  // Integral terms that outweigh the loop energy of some 1e-15 J/m at the third point most.
+  m->hist_I1 = {0.0, 1e-13, 3e-13, 2e-13, 0.0};
+  m->find_z0();
+  EXPECT_EQ(m->z0_index, 2u);
+  EXPECT_EQ(m->z0, 1.2e-7);
+}
+
+TEST(FindZ0, TheIntegralTermTakesTheEffectiveThicknessOfTheCandidate) {
+  const auto m = model_with_history({1.2e-7, 1.4e-7}, 1.5e-7, 0.0);
+  m->I0 = 7e-6;
+  m->I1 = 4e-13;
+  m->hist_I0 = {1e-6, 2e-6};
+  m->hist_I1 = {3e-14, 5e-14};
+  m->hist_h = {5e-9, 1e-8};
+  m->find_z0();
+  // Candidate 1: 40 nm above the start, 10 of them in tension.
+  EXPECT_TRUE(close_to((4e-13 - 5e-14) - (7e-6 - 2e-6) * 3e-8, m->K1, 1e-12));
+}
+
+TEST(FindZ0, ACandidateLiesThreeBurgersVectorsBelowTheSurface) {
+  const double z = 1.5e-7;
+  const double limit = z - LEAST_DEPTH;
+  const auto at = model_with_history({limit}, z, -1.0);
+  at->find_z0();
+  EXPECT_EQ(at->z0, limit);
+  const auto above = model_with_history({std::nextafter(limit, 1.0)}, z, -1.0);
+  above->find_z0();
+  EXPECT_EQ(above->z0, -1e-9);
+  EXPECT_EQ(above->z0_index, NO_INDEX);
+}
+
+TEST(FindZ0, GrowthThinnerThanThatNeverGivesACandidate) {
+  const auto m = model_with_history({1e-7, 1.005e-7}, 1e-7 + 9.5e-10, -1.0);
+  m->find_z0();
+  EXPECT_EQ(m->z0, -1e-9);
+}
+
+TEST(FindZ0, TheSearchStopsAtTheFirstDepthTooCloseToTheSurface) {
+  // Etched back: a later point lies deeper again.
+  const auto m = model_with_history({1.5e-7, 1.0e-7}, 1.5e-7, -1.0);
+  m->find_z0();
+  EXPECT_EQ(m->z0, -1e-9);
+}
+
+TEST(FindZ0, TheFirstOfEqualMinimaStays) {
+  const auto m = model_with_history({1e-7, 1e-7, 1e-7}, 1.5e-7, -1.0);
+  m->find_z0();
+  EXPECT_EQ(m->z0_index, 0u);
+}
+
+TEST(FindZ0, WithoutANegativeBalanceNothingChanges) {
+  const auto m = model_with_history({1e-7, 1.1e-7, 1.2e-7}, 1.5e-7, 1.0);
+  m->find_z0();
+  EXPECT_EQ(m->z0, -1e-9);
+  EXPECT_EQ(m->z0_index, NO_INDEX);
+}
+
+TEST(FindZ0, ABalanceOfExactlyZeroIsNotNegative) {
+  const auto m = model_with_history({1e-7}, 1.5e-7, 0.0);
+  m->E_line = 0.0;
+  m->find_z0();
+  EXPECT_EQ(m->z0, -1e-9);
+  m->I1 = -std::numeric_limits<double>::denorm_min();
+  m->find_z0();
+  EXPECT_EQ(m->z0, 1e-7);
+}
+
+TEST(FindZ0, AnEmptyHistoryGivesNothing) {
+  const auto m = model_with_history({}, 1.5e-7, -1.0);
+  m->find_z0();
+  EXPECT_EQ(m->z0, -1e-9);
+}
+
+TEST(FindZ0, AThicknessThatIsNotANumberReadsNothingBehindTheLists) {
+  const auto m = model_with_history({1e-7, 1.1e-7}, std::numeric_limits<double>::quiet_NaN(), 0.0);
+  // As in a recorded step: time and depth hold the current point already, the others do not.
+  m->hist_t.push_back(1.0);
+  m->hist_z.push_back(m->z);
+  m->hist_I1 = {1.0, 2.0};
+  for (auto* list : {&m->hist_t, &m->hist_z, &m->hist_h, &m->hist_I0, &m->hist_I1}) list->shrink_to_fit();
+  m->find_z0();
+  EXPECT_EQ(m->z0, -1e-9);
+  EXPECT_EQ(m->K1, -2.0) << "the last candidate looked at is the last of the integrals";
+}
+
+// Defects that set in at the second of three points, 300 nm above the start.
+struct Start : testing::Test {
+  std::unique_ptr<SurfChemNonst> m = model_with_history({1e-7, 4e-7, 5e-7}, 6e-7, 0.0);
+  Start() {
+    m->z0 = 4e-7;
+    m->z0_index = 1;
+    m->hist_h = {0.0, 5e-8, 6e-8};
+    m->hist_I0 = {0.0, 1.0, 2.0};
+    m->hist_I1 = {0.0, 3.0, 4.0};
+    m->hist_J0_0 = {0.0, 5.0, 6.0};
+    m->hist_J0_1 = {0.0, 7.0, 8.0};
+  }
+};
+
+TEST_F(Start, TheValuesAtZ0AreFrozen) {
+  m->rho_VD = 1e15;
+  m->start_V_defects();
+  EXPECT_EQ(m->h_z0, 5e-8);
+  EXPECT_EQ(m->I0_z0, 1.0);
+  EXPECT_EQ(m->I1_z0, 3.0);
+  EXPECT_EQ(m->J0_0_z0, 5.0);
+  EXPECT_EQ(m->J0_1_z0, 7.0);
+  EXPECT_EQ(m->rho_VD, 0.0);
+  // 250 nm of effective thickness on 5e12 m^-2.
+  EXPECT_TRUE(close_to(1.0 / (2e-13 + 3.1e-8 * 2.5e-7), m->rho_TD_z0));
+  EXPECT_TRUE(close_to(m->rho_TD_z0, 1e4 * m->rho_TD_at(0.0, 4e-7, 5e-8)));
+  EXPECT_TRUE(close_to(std::log(5e12 * 3.1e-8 * 2.5e-7 + 1.0) * B_BURGERS / 6.2e-8, m->eps_r_z0));
+}
+
+TEST_F(Start, WithoutDislocationsBelowThereAreNoneAtZ0) {
+  m->rho_TD0 = std::nextafter(1e-5, 0.0);
+  m->start_V_defects();
+  EXPECT_EQ(m->rho_TD_z0, 0.0);
+  m->rho_TD0 = 1e-5;
+  m->start_V_defects();
+  EXPECT_DOUBLE_EQ(m->rho_TD_z0, 1e-5);
+}
+
+TEST_F(Start, EmptySegmentListsBeginAtZero) {
+  m->seg_relax_first = 9;
+  m->seg_tensile_first = 9;
+  m->start_V_defects();
+  EXPECT_EQ(m->seg_relax_first, 0u);
+  EXPECT_EQ(m->seg_tensile_first, 0u);
+}
+
+TEST_F(Start, SegmentsBelowZ0DoNotCount) {
+  m->seg_relax = {{1e-7, 2e-7, 0.0}, {3e-7, 4e-7, 1e-9}};
+  m->seg_tensile = {{2e-7, 3e-7, 0.0}};
+  m->start_V_defects();
+  EXPECT_EQ(m->seg_relax_first, 2u) << "a segment that ends at z0 lies below it";
+  EXPECT_EQ(m->seg_tensile_first, 1u);
+  EXPECT_EQ(m->seg_relax[1].z_from, 3e-7);
+  EXPECT_EQ(m->seg_tensile[0].z_from, 2e-7);
+}
+
+TEST_F(Start, ACompressiveSegmentAcrossZ0IsCutThere) {
+  m->seg_relax = {{1e-7, 2e-7, 0.0}, {3e-7, 5e-7, 1e-9}, {5.5e-7, 6e-7, 2e-9}};
+  m->start_V_defects();
+  EXPECT_EQ(m->seg_relax_first, 1u);
+  EXPECT_EQ(m->seg_relax[1].z_from, 4e-7);
+  EXPECT_EQ(m->seg_relax[1].z_to, 5e-7);
+  EXPECT_EQ(m->seg_relax[1].h_from, 1e-9) << "no tension inside";
+  EXPECT_EQ(m->seg_relax[2].z_from, 5.5e-7) << "only the first one that counts is touched";
+}
+
+TEST_F(Start, ACompressiveSegmentAboveZ0StaysWhereItBegins) {
+  m->seg_relax = {{4.5e-7, 5e-7, 1e-9}};
+  m->start_V_defects();
+  EXPECT_EQ(m->seg_relax_first, 0u);
+  EXPECT_EQ(m->seg_relax[0].z_from, 4.5e-7);
+}
+
+TEST_F(Start, ATensileSegmentAcrossZ0IsCutThereWithTheTensionUpToIt) {
+  m->seg_tensile = {{3e-7, 5e-7, 1e-9}};
+  m->start_V_defects();
+  EXPECT_EQ(m->seg_tensile_first, 0u);
+  EXPECT_EQ(m->seg_tensile[0].z_from, 4e-7);
+  EXPECT_DOUBLE_EQ(m->seg_tensile[0].h_from, 1e-9 + 1e-7);
+}
+
+TEST_F(Start, ATensileSegmentAboveZ0IsMovedDownToIt) {
+  m->seg_tensile = {{4.5e-7, 5e-7, 1e-9}, {5.5e-7, 6e-7, 2e-9}};
+  m->start_V_defects();
+  EXPECT_EQ(m->seg_tensile[0].z_from, 4e-7);
+  EXPECT_EQ(m->seg_tensile[0].h_from, 1e-9);
+  EXPECT_EQ(m->seg_tensile[1].z_from, 5.5e-7);
+}
+
+// Behind the start, one step from 500 to 600 nm; the balance is positive, so that the density stays.
+struct Update : Start {
+  Update() {
+    m->start_V_defects();
+    m->z_prev = 5e-7;
+    m->h_prev = 6e-8;
+    m->J1 = 0.0;
+    m->E_line = 1e10;
+  }
+  // Stress of the strain relieved up to z0; tan(45 degrees) = 1.
+  double relieved_stress() const { return 2.0 * MODULUS * B_BURGERS * m->eps_r_z0; }
+};
+
+TEST_F(Update, TheTermOfTheMismatchIsTheMomentAboutTheEffectiveThicknessAtZ0) {
+  m->J0_0 = 5.5;
+  m->J0_1 = 9.0;
+  m->I0 = 2.0;
+  m->I1 = 3.25;
+  m->update_V_defects();
+  const double w0 = 2.5e-7;
+  EXPECT_TRUE(close_to(0.5 - 2.0 * w0, m->J0));
+  EXPECT_TRUE(close_to(1.0 * w0 + 0.25, m->K1)) << "with a plus sign, unlike in the search";
+}
+
+TEST_F(Update, CompressiveGrowthAddsTheIntegralOfTheThicknessAboveZ0) {
+  m->eps_xx = 0.0;
+  m->update_V_defects();
+  // Effective thickness since z0 at the middle of the step, 550 nm, with 10 nm of tension since z0; times 100 nm.
+  EXPECT_TRUE(close_to(relieved_stress() * (1.5e-7 - 1e-8) * 1e-7, m->J1, 1e-12));
+}
+
+TEST_F(Update, TensileGrowthAddsWithTheThicknessAtTheBeginOfTheStep) {
+  m->eps_xx = std::numeric_limits<double>::denorm_min();
+  m->update_V_defects();
+  EXPECT_TRUE(close_to(relieved_stress() * (1e-7 - 1e-8) * 1e-7, m->J1, 1e-12));
+}
+
+TEST_F(Update, TheTermOfTheRelievedStrainAccumulates) {
+  m->eps_xx = 0.0;
+  m->update_V_defects();
+  const double once = m->J1;
+  m->update_V_defects();
+  EXPECT_DOUBLE_EQ(m->J1, 2.0 * once);
+}
+
+TEST_F(Update, TheTermOfTheDefectsIsTakenAtTheDensityBeforeTheSearch) {
+  m->seg_relax = {{4e-7, 6e-7, 5e-8}};
+  m->rho_VD = 1e12;
+  m->E_line = 0.0;
+  m->J0_0 = m->J0_0_z0 - 1.0;  // far below zero
+  const double J2_before = m->J2_of(1e12);
+  m->update_V_defects();
+  EXPECT_EQ(m->J2, J2_before);
+  EXPECT_EQ(m->rho_VD, 1e17) << "no density balances it";
+}
+
+TEST_F(Update, APositiveBalanceLeavesTheDensity) {
+  m->rho_VD = 1e12;
+  m->J0_0 = m->J0_0_z0 + 1.0;
+  m->update_V_defects();
+  EXPECT_EQ(m->rho_VD, 1e12);
+}
+
+TEST_F(Update, StepsBetweenRecordedPointsAddNothing) {
+  m->hist_t = {9.0, 9.5, 10.0};
+  m->first_point = false;
+  m->t_prev = 10.0;
+  m->eps_xx = -1e-3;
+  const double J0_0 = m->J0_0_z0 + 1.0;
+  accept(*m, 10.0005, {.z = 5.5e-7, .h = 6e-8, .J0_0 = J0_0});
+  EXPECT_EQ(m->J1, 0.0);
+  accept(*m, 10.0015, {.z = 6e-7, .h = 6e-8, .J0_0 = J0_0});
+  // Only the step from 550 to 600 nm counts, with its middle at 575 nm.
+  EXPECT_TRUE(close_to(relieved_stress() * (1.75e-7 - 1e-8) * 5e-8, m->J1, 1e-12));
+}
+
+}  // namespace
+}  // namespace vorlen_test
