@@ -1,0 +1,39 @@
+// Published stiff test problems. Start, end and reference values are read from
+// tests/data/integrator/stiff_problems.json, which names their source; the equations stand here as functions.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "integrator/integrator_call.h"
+
+namespace vorlen::test {
+
+struct StiffProblem {
+  IntegratorCall call;
+  std::vector<double> reference;  // at call.x_end; empty where the file has several points
+};
+
+// "hires", "pollu", "ringmod", "rober", "e5", "orego", "vdpol", "chemakzo", "transamp", "caraxis", "water", "pendulum"
+// (index 3), with mass matrix, bandwidths and index counts in place.
+StiffProblem LoadStiffProblem(const std::string& id);
+
+// "e5" with its third equation replaced by the invariant y2 - y3 - y4 = 0 that the system keeps, as a system of
+// index 1.
+StiffProblem LoadE5WithInvariant();
+
+// The reference points of the pendulum: t and the five values.
+struct ReferencePoint {
+  double t = 0.0;
+  std::vector<double> values;
+};
+std::vector<ReferencePoint> PendulumPoints();
+
+// The pendulum with its constraint differentiated once (index 2) or twice (index 1).
+void PendulumIndex1Rhs(std::int32_t n, double x, const double* y, double* f, void*, void*);
+void PendulumIndex2FormRhs(std::int32_t n, double x, const double* y, double* f, void*, void*);
+
+// Least number of correct decimal digits, relative to the reference; components with the reference 0 are left out.
+double SignificantDigits(const std::vector<double>& y, const std::vector<double>& reference);
+
+}  // namespace vorlen::test
