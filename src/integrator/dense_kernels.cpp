@@ -2,6 +2,8 @@
 // differ only in how far down a column goes. Loops run down columns; rows and columns count from 0 here, the entries of
 // IP from 1.
 #include <cmath>
+#include <type_traits>
+#include <utility>
 
 #include "integrator/elimination_helpers.h"
 #include "integrator/matrix_kernels.h"
@@ -14,16 +16,58 @@ using elimination::MarkSingular;
 
 namespace {
 
+// The orders of the growth model. For them the loops are compiled with their lengths known and steps unrolled; each
+// element goes through the same operations in the same order as for any other order, so the bits are the same.
+template <std::int32_t N>
+using Known = std::integral_constant<std::int32_t, N>;
+
+// Calls routine(order, leading dimension) with both known where they are those of the growth model.
+template <class Routine>
+void WithOrder(std::int32_t n, std::int32_t ndim, Routine routine) {
+  if (n == 10 && ndim == 10) {
+    routine(Known<10>(), Known<10>());
+  } else if (n == 15 && ndim == 15) {
+    routine(Known<15>(), Known<15>());
+  } else {
+    routine(n, ndim);
+  }
+}
+
+// Calls step(k) for k = 0 to n - 2, until one returns false.
+template <class Step>
+void ForwardSteps(std::int32_t n, Step step) {
+  for (std::int32_t k = 0; k < n - 1 && step(k); ++k) {
+  }
+}
+
+template <std::int32_t N, class Step>
+void ForwardSteps(Known<N>, Step step) {
+  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<K>()) && ...); }
+  (std::make_integer_sequence<std::int32_t, N - 1>());
+}
+
+// Calls step(k) for k = n - 1 down to 1.
+template <class Step>
+void BackwardSteps(std::int32_t n, Step step) {
+  for (std::int32_t k = n - 1; k > 0; --k) step(k);
+}
+
+template <std::int32_t N, class Step>
+void BackwardSteps(Known<N>, Step step) {
+  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<N - 1 - K>()), ...); }
+  (std::make_integer_sequence<std::int32_t, N - 1>());
+}
+
 // One behind the last row that takes part in step k.
 std::int32_t RowEnd(std::int32_t n, std::int32_t subdiagonals, std::int32_t k) {
   return subdiagonals < n - 1 - k ? k + subdiagonals + 1 : n;
 }
 
-void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
-               std::int32_t& zero_pivot) {
+template <class Order, class Stride>
+void Factorise(Order n, Stride ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP, std::int32_t& zero_pivot) {
   zero_pivot = 0;
   IP[n - 1] = 1;
-  for (std::int32_t k = 0; k < n - 1; ++k) {
+  ForwardSteps(n, [&](auto k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     double* column_k = Column(A, ndim, k);
     std::int32_t m = k;
@@ -39,7 +83,7 @@ void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdia
     }
     if (pivot == 0.0) {
       MarkSingular(n, k, IP, zero_pivot);
-      return;
+      return false;
     }
     const double inverse = 1.0 / pivot;
     for (std::int32_t i = k + 1; i < row_end; ++i) {
@@ -55,13 +99,14 @@ void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdia
         column_j[i] += column_k[i] * t;
       }
     }
-  }
-  if (Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
+    return true;
+  });
+  if (zero_pivot == 0 && Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
 }
 
-void Substitute(std::int32_t n, std::int32_t ndim, const double* A, std::int32_t subdiagonals, double* B,
-                const std::int32_t* IP) {
-  for (std::int32_t k = 0; k < n - 1; ++k) {
+template <class Order, class Stride>
+void Substitute(Order n, Stride ndim, const double* A, std::int32_t subdiagonals, double* B, const std::int32_t* IP) {
+  ForwardSteps(n, [&](auto k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     const double* column_k = Column(A, ndim, k);
     const std::int32_t m = IP[k] - 1;
@@ -71,23 +116,25 @@ void Substitute(std::int32_t n, std::int32_t ndim, const double* A, std::int32_t
     for (std::int32_t i = k + 1; i < row_end; ++i) {
       B[i] += column_k[i] * t;
     }
-  }
-  for (std::int32_t k = n - 1; k > 0; --k) {
+    return true;
+  });
+  BackwardSteps(n, [&](auto k) {
     const double* column_k = Column(A, ndim, k);
     B[k] = B[k] / column_k[k];
     const double t = -B[k];
     for (std::int32_t i = 0; i < k; ++i) {
       B[i] += column_k[i] * t;
     }
-  }
+  });
   B[0] = B[0] / A[0];
 }
 
-void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
-                      std::int32_t* IP, std::int32_t& zero_pivot) {
+template <class Order, class Stride>
+void FactoriseComplex(Order n, Stride ndim, double* AR, double* AI, std::int32_t subdiagonals, std::int32_t* IP,
+                      std::int32_t& zero_pivot) {
   zero_pivot = 0;
   IP[n - 1] = 1;
-  for (std::int32_t k = 0; k < n - 1; ++k) {
+  ForwardSteps(n, [&](auto k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     double* re_k = Column(AR, ndim, k);
     double* im_k = Column(AI, ndim, k);
@@ -107,7 +154,7 @@ void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI,
     }
     if (std::abs(pivot_re) + std::abs(pivot_im) == 0.0) {
       MarkSingular(n, k, IP, zero_pivot);
-      return;
+      return false;
     }
     const double modulus2 = pivot_re * pivot_re + pivot_im * pivot_im;
     const double inverse_re = pivot_re / modulus2;
@@ -145,15 +192,17 @@ void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI,
         }
       }
     }
-  }
+    return true;
+  });
   const double last_re = Column(AR, ndim, n - 1)[n - 1];
   const double last_im = Column(AI, ndim, n - 1)[n - 1];
-  if (std::abs(last_re) + std::abs(last_im) == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
+  if (zero_pivot == 0 && std::abs(last_re) + std::abs(last_im) == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
 }
 
-void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, std::int32_t subdiagonals,
-                       double* BR, double* BI, const std::int32_t* IP) {
-  for (std::int32_t k = 0; k < n - 1; ++k) {
+template <class Order, class Stride>
+void SubstituteComplex(Order n, Stride ndim, const double* AR, const double* AI, std::int32_t subdiagonals, double* BR,
+                       double* BI, const std::int32_t* IP) {
+  ForwardSteps(n, [&](auto k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     const double* re_k = Column(AR, ndim, k);
     const double* im_k = Column(AI, ndim, k);
@@ -168,8 +217,9 @@ void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, cons
       BR[i] += re_k[i] * t_re - im_k[i] * t_im;
       BI[i] += im_k[i] * t_re + re_k[i] * t_im;
     }
-  }
-  for (std::int32_t k = n - 1; k > 0; --k) {
+    return true;
+  });
+  BackwardSteps(n, [&](auto k) {
     const double* re_k = Column(AR, ndim, k);
     const double* im_k = Column(AI, ndim, k);
     DivideComplex(re_k[k], im_k[k], BR[k], BI[k]);
@@ -179,28 +229,29 @@ void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, cons
       BR[i] += re_k[i] * t_re - im_k[i] * t_im;
       BI[i] += im_k[i] * t_re + re_k[i] * t_im;
     }
-  }
+  });
   DivideComplex(AR[0], AI[0], BR[0], BI[0]);
 }
 
 }  // namespace
 
 void LuDecompose(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP, std::int32_t& zero_pivot) {
-  Factorise(n, ndim, A, n - 1, IP, zero_pivot);
+  WithOrder(n, ndim, [&](auto order, auto stride) { Factorise(order, stride, A, order - 1, IP, zero_pivot); });
 }
 
 void LuSolve(std::int32_t n, std::int32_t ndim, const double* A, double* B, const std::int32_t* IP) {
-  Substitute(n, ndim, A, n - 1, B, IP);
+  WithOrder(n, ndim, [&](auto order, auto stride) { Substitute(order, stride, A, order - 1, B, IP); });
 }
 
 void LuDecomposeComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t* IP,
                         std::int32_t& zero_pivot) {
-  FactoriseComplex(n, ndim, AR, AI, n - 1, IP, zero_pivot);
+  WithOrder(n, ndim,
+            [&](auto order, auto stride) { FactoriseComplex(order, stride, AR, AI, order - 1, IP, zero_pivot); });
 }
 
 void LuSolveComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, double* BR, double* BI,
                     const std::int32_t* IP) {
-  SubstituteComplex(n, ndim, AR, AI, n - 1, BR, BI, IP);
+  WithOrder(n, ndim, [&](auto order, auto stride) { SubstituteComplex(order, stride, AR, AI, order - 1, BR, BI, IP); });
 }
 
 void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,

@@ -17,6 +17,14 @@ namespace {
 // E := -J in the storage of the factors. Hessenberg form takes what stands on and above the first subdiagonal.
 void SetNegatedJacobian(const StageSystem& system, MatrixForm form, double* E) {
   const std::int32_t order = OrderOf(system);
+  if (form != MatrixForm::HESSENBERG && !IsBanded(form) && system.jac_rows == order && system.factor_rows == order) {
+    // Two square matrices without gaps between their columns.
+    const double* jac = Column(system.FJAC, order, LeadingCount(system));
+    for (std::int32_t i = 0; i < order * order; ++i) {
+      E[i] = -jac[i];
+    }
+    return;
+  }
   for (std::int32_t j = 0; j < order; ++j) {
     const double* jac = Column(system.FJAC, system.jac_rows, j + LeadingCount(system));
     double* factor = Column(E, system.factor_rows, j);

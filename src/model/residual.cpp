@@ -2,7 +2,9 @@
 // desorption, incorporation, composition of the solid and growth rate.
 //
 // In order: constants, state vector, rate constants and activities, eval_rhs.
+#include <bit>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "model/residual_terms.h"
@@ -98,21 +100,41 @@ void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
   for (int b = 0; b < N_BULK; ++b) c.k_plus[b] = m.k_plus(b);
 }
 
+bool same_bits(double a, double b) { return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b); }
+
+bool layer_is_scaled(const SurfChemNonst& m) {
+  return m.transport_model == TRANSPORT_thick_GaN && m.reactor != REACTOR_CCS;
+}
+
+ConditionKey condition_key(const SurfChemNonst& m) {
+  ConditionKey key{m.T, m.P, m.Q_total, m.omega_TDR, 0.0, 0.0, m.x, {}};
+  if (layer_is_scaled(m)) {
+    key.stage_delta = m.active_stages[m.stage_index].delta;
+    key.stage_delta_ref = m.active_stages[m.stage_index].delta_ref;
+  } else {
+    key.delta = m.delta;
+  }
+  return key;
+}
+
+// Whether the key is that of the present conditions. Scalars are never -0, so equal ones have equal bits.
+bool is_present(const ConditionKey& key, const SurfChemNonst& m) {
+  if (!(key.T == m.T && key.P == m.P && key.Q_total == m.Q_total && key.omega_TDR == m.omega_TDR)) return false;
+  if (std::memcmp(&key.x, &m.x, sizeof key.x) != 0) return false;
+  if (!layer_is_scaled(m)) return std::memcmp(&key.delta, &m.delta, sizeof key.delta) == 0;
+  const StageRecord& stage = m.active_stages[m.stage_index];
+  return key.stage_delta == stage.delta && key.stage_delta_ref == stage.delta_ref;
+}
+
 // Puts the kept or newly computed terms of the present conditions into the model and returns them.
 const ConditionTerms& condition_terms(SurfChemNonst& m) {
-  ConditionKey key{m.T, m.P, m.Q_total, m.omega_TDR, 0.0, 0.0, m.x, m.delta};
-  if (m.transport_model == TRANSPORT_thick_GaN && m.reactor != REACTOR_CCS) {
-    const StageRecord& stage = m.active_stages[m.stage_index];
-    key.stage_delta = stage.delta;
-    key.stage_delta_ref = stage.delta_ref;
-    key.delta.fill(0.0);
-  }
   const std::uint64_t in_model = m.terms.in_model;
-  const ConditionTerms* c = m.reuse_terms ? m.terms.conditions.find(key) : nullptr;
+  const auto matches = [&m](const ConditionKey& key) { return is_present(key, m); };
+  const ConditionTerms* c = m.reuse_terms ? m.terms.conditions.find(matches) : nullptr;
   if (c == nullptr) {
     ConditionTerms& computed = m.terms.conditions.replace_oldest();
     computed.number = ++m.terms.numbers_given;
-    computed.key = key;
+    computed.key = condition_key(m);
     compute_condition_terms(m, computed);
     c = &computed;
   }
@@ -133,7 +155,9 @@ const ConditionTerms& condition_terms(SurfChemNonst& m) {
 // Nitrogen factor, activities and the constants that they enter: what follows from the composition of the solid.
 void compute_composition_terms(const SurfChemNonst& m, const ConditionTerms& c, CompositionTerms& s) {
   s.N2_mix = 1.0;
-  for (int b = 0; b < N_BULK; ++b) s.N2_mix *= std::pow(c.N2_factor[b], m.x_b_clip[b]);
+  for (int b = 0; b < N_BULK; ++b) {
+    if (m.x_b_clip[b] != 0.0) s.N2_mix *= std::pow(c.N2_factor[b], m.x_b_clip[b]);  // a power of 0 is exactly 1
+  }
   s.v_kin_N2 = c.v_kin[N2_g] * s.N2_mix;
   s.R_kinetic_N2 = 1.0 / s.v_kin_N2;
   compute_activity(m, s.key.mismatch, s.activity);
@@ -150,7 +174,12 @@ const CompositionTerms& composition_terms(SurfChemNonst& m, const ConditionTerms
     m.r = m.relative_mismatch();
     key.mismatch = m.r;
   }
-  const CompositionTerms* s = m.reuse_terms ? m.terms.compositions.find(key) : nullptr;
+  const auto matches = [&key](const CompositionKey& kept) {
+    return kept.conditions == key.conditions && same_bits(kept.mismatch, key.mismatch) &&
+           same_bits(kept.x_b[0], key.x_b[0]) && same_bits(kept.x_b[1], key.x_b[1]) &&
+           same_bits(kept.x_b[2], key.x_b[2]);
+  };
+  const CompositionTerms* s = m.reuse_terms ? m.terms.compositions.find(matches) : nullptr;
   if (s == nullptr) {
     CompositionTerms& computed = m.terms.compositions.replace_oldest();
     computed.key = key;

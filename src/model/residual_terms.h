@@ -9,16 +9,15 @@
 
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 
 #include "recipe/process_recipe.h"
 
 namespace vorlen {
 
-// Everything that the condition terms are computed from.
+// Everything that the condition terms are computed from. The first value of an empty set equals no number.
 struct ConditionKey {
-  double T = 0.0, P = 0.0, Q_total = 0.0, omega_TDR = 0.0;
+  double T = std::numeric_limits<double>::quiet_NaN(), P = 0.0, Q_total = 0.0, omega_TDR = 0.0;
   double stage_delta = 0.0, stage_delta_ref = 0.0;  // of the current stage, where the reactor scales the layer
   std::array<double, N_GAS> x{};                    // mole fractions in the inlet gas
   std::array<double, N_GAS> delta{};                // layer thicknesses, where the reactor does not scale them
@@ -56,18 +55,19 @@ struct CompositionTerms {
   std::array<double, N_BULK> k_minus{};
 };
 
-// A few sets of terms, found by their keys; a new set takes the place of the oldest.
+// A few sets of terms; a new one takes the place of the oldest.
 template <class Terms, int KEPT>
 struct TermsStore {
   std::array<Terms, KEPT> kept;
   int current = 0;
   int oldest = 0;
 
-  template <class Key>
-  const Terms* find(const Key& key) {
-    if (std::memcmp(&kept[current].key, &key, sizeof key) == 0) return &kept[current];
+  // The set for which matches(set.key) holds, the one used last first; null if there is none.
+  template <class Matches>
+  const Terms* find(Matches matches) {
+    if (matches(kept[current].key)) return &kept[current];
     for (int i = 0; i < KEPT; ++i) {
-      if (std::memcmp(&kept[i].key, &key, sizeof key) == 0) {
+      if (i != current && matches(kept[i].key)) {
         current = i;
         return &kept[i];
       }
