@@ -1,6 +1,8 @@
-// Dense elimination and substitution, real and complex, also for matrices with a limited number of subdiagonals, which
-// differ only in how far down a column goes. Loops run down columns; rows and columns count from 0 here, the entries of
-// IP from 1.
+// Dense elimination and substitution, also for matrices with a limited number of subdiagonals, which differ only in how
+// far down a column goes. Loops run down columns; rows and columns count from 0 here, the entries of IP from 1.
+//
+// The columns are short, and each step begins one row further down than the one before: loops over several rows at once
+// would wait for the stores of the step before. This file is therefore compiled without vectorisation (CMakeLists.txt).
 #include <cmath>
 #include <type_traits>
 #include <utility>
@@ -11,63 +13,16 @@
 namespace vorlen {
 
 using elimination::Column;
-using elimination::DivideComplex;
 using elimination::MarkSingular;
+using elimination::RowEnd;
 
 namespace {
 
-// The orders of the growth model. For them the loops are compiled with their lengths known and steps unrolled; each
-// element goes through the same operations in the same order as for any other order, so the bits are the same.
-template <std::int32_t N>
-using Known = std::integral_constant<std::int32_t, N>;
-
-// Calls routine(order, leading dimension) with both known where they are those of the growth model.
-template <class Routine>
-void WithOrder(std::int32_t n, std::int32_t ndim, Routine routine) {
-  if (n == 10 && ndim == 10) {
-    routine(Known<10>(), Known<10>());
-  } else if (n == 15 && ndim == 15) {
-    routine(Known<15>(), Known<15>());
-  } else {
-    routine(n, ndim);
-  }
-}
-
-// Calls step(k) for k = 0 to n - 2, until one returns false.
-template <class Step>
-void ForwardSteps(std::int32_t n, Step step) {
-  for (std::int32_t k = 0; k < n - 1 && step(k); ++k) {
-  }
-}
-
-template <std::int32_t N, class Step>
-void ForwardSteps(Known<N>, Step step) {
-  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<K>()) && ...); }
-  (std::make_integer_sequence<std::int32_t, N - 1>());
-}
-
-// Calls step(k) for k = n - 1 down to 1.
-template <class Step>
-void BackwardSteps(std::int32_t n, Step step) {
-  for (std::int32_t k = n - 1; k > 0; --k) step(k);
-}
-
-template <std::int32_t N, class Step>
-void BackwardSteps(Known<N>, Step step) {
-  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<N - 1 - K>()), ...); }
-  (std::make_integer_sequence<std::int32_t, N - 1>());
-}
-
-// One behind the last row that takes part in step k.
-std::int32_t RowEnd(std::int32_t n, std::int32_t subdiagonals, std::int32_t k) {
-  return subdiagonals < n - 1 - k ? k + subdiagonals + 1 : n;
-}
-
-template <class Order, class Stride>
-void Factorise(Order n, Stride ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP, std::int32_t& zero_pivot) {
+void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
+               std::int32_t& zero_pivot) {
   zero_pivot = 0;
   IP[n - 1] = 1;
-  ForwardSteps(n, [&](auto k) {
+  for (std::int32_t k = 0; k < n - 1; ++k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     double* column_k = Column(A, ndim, k);
     std::int32_t m = k;
@@ -83,7 +38,7 @@ void Factorise(Order n, Stride ndim, double* A, std::int32_t subdiagonals, std::
     }
     if (pivot == 0.0) {
       MarkSingular(n, k, IP, zero_pivot);
-      return false;
+      return;
     }
     const double inverse = 1.0 / pivot;
     for (std::int32_t i = k + 1; i < row_end; ++i) {
@@ -99,11 +54,40 @@ void Factorise(Order n, Stride ndim, double* A, std::int32_t subdiagonals, std::
         column_j[i] += column_k[i] * t;
       }
     }
-    return true;
-  });
-  if (zero_pivot == 0 && Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
+  }
+  if (Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
 }
 
+// The orders of the growth model: for them a substitution is compiled with its lengths known and its steps unrolled.
+// Each element goes through the same operations in the same order as for any other order, so the bits are the same.
+template <std::int32_t N>
+using Known = std::integral_constant<std::int32_t, N>;
+
+// Calls step(k) for k = 0 to n - 2.
+template <class Step>
+void ForwardSteps(std::int32_t n, Step step) {
+  for (std::int32_t k = 0; k < n - 1; ++k) step(k);
+}
+
+template <std::int32_t N, class Step>
+void ForwardSteps(Known<N>, Step step) {
+  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<K>()), ...); }
+  (std::make_integer_sequence<std::int32_t, N - 1>());
+}
+
+// Calls step(k) for k = n - 1 down to 1.
+template <class Step>
+void BackwardSteps(std::int32_t n, Step step) {
+  for (std::int32_t k = n - 1; k > 0; --k) step(k);
+}
+
+template <std::int32_t N, class Step>
+void BackwardSteps(Known<N>, Step step) {
+  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<N - 1 - K>()), ...); }
+  (std::make_integer_sequence<std::int32_t, N - 1>());
+}
+
+// Order and Stride are std::int32_t or Known.
 template <class Order, class Stride>
 void Substitute(Order n, Stride ndim, const double* A, std::int32_t subdiagonals, double* B, const std::int32_t* IP) {
   ForwardSteps(n, [&](auto k) {
@@ -116,7 +100,6 @@ void Substitute(Order n, Stride ndim, const double* A, std::int32_t subdiagonals
     for (std::int32_t i = k + 1; i < row_end; ++i) {
       B[i] += column_k[i] * t;
     }
-    return true;
   });
   BackwardSteps(n, [&](auto k) {
     const double* column_k = Column(A, ndim, k);
@@ -129,129 +112,20 @@ void Substitute(Order n, Stride ndim, const double* A, std::int32_t subdiagonals
   B[0] = B[0] / A[0];
 }
 
-template <class Order, class Stride>
-void FactoriseComplex(Order n, Stride ndim, double* AR, double* AI, std::int32_t subdiagonals, std::int32_t* IP,
-                      std::int32_t& zero_pivot) {
-  zero_pivot = 0;
-  IP[n - 1] = 1;
-  ForwardSteps(n, [&](auto k) {
-    const std::int32_t row_end = RowEnd(n, subdiagonals, k);
-    double* re_k = Column(AR, ndim, k);
-    double* im_k = Column(AI, ndim, k);
-    std::int32_t m = k;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      if (std::abs(re_k[i]) + std::abs(im_k[i]) > std::abs(re_k[m]) + std::abs(im_k[m])) m = i;
-    }
-    IP[k] = m + 1;
-    const double pivot_re = re_k[m];
-    const double pivot_im = im_k[m];
-    if (m != k) {
-      IP[n - 1] = -IP[n - 1];
-      re_k[m] = re_k[k];
-      im_k[m] = im_k[k];
-      re_k[k] = pivot_re;
-      im_k[k] = pivot_im;
-    }
-    if (std::abs(pivot_re) + std::abs(pivot_im) == 0.0) {
-      MarkSingular(n, k, IP, zero_pivot);
-      return false;
-    }
-    const double modulus2 = pivot_re * pivot_re + pivot_im * pivot_im;
-    const double inverse_re = pivot_re / modulus2;
-    const double inverse_im = -pivot_im / modulus2;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      const double p_re = re_k[i] * inverse_re - im_k[i] * inverse_im;
-      const double p_im = im_k[i] * inverse_re + re_k[i] * inverse_im;
-      re_k[i] = -p_re;
-      im_k[i] = -p_im;
-    }
-    for (std::int32_t j = k + 1; j < n; ++j) {
-      double* re_j = Column(AR, ndim, j);
-      double* im_j = Column(AI, ndim, j);
-      const double t_re = re_j[m];
-      const double t_im = im_j[m];
-      re_j[m] = re_j[k];
-      im_j[m] = im_j[k];
-      re_j[k] = t_re;
-      im_j[k] = t_im;
-      if (std::abs(t_re) + std::abs(t_im) == 0.0) continue;
-      if (t_im == 0.0) {
-        for (std::int32_t i = k + 1; i < row_end; ++i) {
-          re_j[i] += re_k[i] * t_re;
-          im_j[i] += im_k[i] * t_re;
-        }
-      } else if (t_re == 0.0) {
-        for (std::int32_t i = k + 1; i < row_end; ++i) {
-          re_j[i] += -im_k[i] * t_im;
-          im_j[i] += re_k[i] * t_im;
-        }
-      } else {
-        for (std::int32_t i = k + 1; i < row_end; ++i) {
-          re_j[i] += re_k[i] * t_re - im_k[i] * t_im;
-          im_j[i] += im_k[i] * t_re + re_k[i] * t_im;
-        }
-      }
-    }
-    return true;
-  });
-  const double last_re = Column(AR, ndim, n - 1)[n - 1];
-  const double last_im = Column(AI, ndim, n - 1)[n - 1];
-  if (zero_pivot == 0 && std::abs(last_re) + std::abs(last_im) == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
-}
-
-template <class Order, class Stride>
-void SubstituteComplex(Order n, Stride ndim, const double* AR, const double* AI, std::int32_t subdiagonals, double* BR,
-                       double* BI, const std::int32_t* IP) {
-  ForwardSteps(n, [&](auto k) {
-    const std::int32_t row_end = RowEnd(n, subdiagonals, k);
-    const double* re_k = Column(AR, ndim, k);
-    const double* im_k = Column(AI, ndim, k);
-    const std::int32_t m = IP[k] - 1;
-    const double t_re = BR[m];
-    const double t_im = BI[m];
-    BR[m] = BR[k];
-    BI[m] = BI[k];
-    BR[k] = t_re;
-    BI[k] = t_im;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      BR[i] += re_k[i] * t_re - im_k[i] * t_im;
-      BI[i] += im_k[i] * t_re + re_k[i] * t_im;
-    }
-    return true;
-  });
-  BackwardSteps(n, [&](auto k) {
-    const double* re_k = Column(AR, ndim, k);
-    const double* im_k = Column(AI, ndim, k);
-    DivideComplex(re_k[k], im_k[k], BR[k], BI[k]);
-    const double t_re = -BR[k];
-    const double t_im = -BI[k];
-    for (std::int32_t i = 0; i < k; ++i) {
-      BR[i] += re_k[i] * t_re - im_k[i] * t_im;
-      BI[i] += im_k[i] * t_re + re_k[i] * t_im;
-    }
-  });
-  DivideComplex(AR[0], AI[0], BR[0], BI[0]);
-}
-
 }  // namespace
 
 void LuDecompose(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP, std::int32_t& zero_pivot) {
-  WithOrder(n, ndim, [&](auto order, auto stride) { Factorise(order, stride, A, order - 1, IP, zero_pivot); });
+  Factorise(n, ndim, A, n - 1, IP, zero_pivot);
 }
 
 void LuSolve(std::int32_t n, std::int32_t ndim, const double* A, double* B, const std::int32_t* IP) {
-  WithOrder(n, ndim, [&](auto order, auto stride) { Substitute(order, stride, A, order - 1, B, IP); });
-}
-
-void LuDecomposeComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t* IP,
-                        std::int32_t& zero_pivot) {
-  WithOrder(n, ndim,
-            [&](auto order, auto stride) { FactoriseComplex(order, stride, AR, AI, order - 1, IP, zero_pivot); });
-}
-
-void LuSolveComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, double* BR, double* BI,
-                    const std::int32_t* IP) {
-  WithOrder(n, ndim, [&](auto order, auto stride) { SubstituteComplex(order, stride, AR, AI, order - 1, BR, BI, IP); });
+  if (n == 10 && ndim == 10) {
+    Substitute(Known<10>(), Known<10>(), A, 9, B, IP);
+  } else if (n == 15 && ndim == 15) {
+    Substitute(Known<15>(), Known<15>(), A, 14, B, IP);
+  } else {
+    Substitute(n, ndim, A, n - 1, B, IP);
+  }
 }
 
 void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
@@ -262,16 +136,6 @@ void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t 
 void LuSolveHess(std::int32_t n, std::int32_t ndim, const double* A, std::int32_t subdiagonals, double* B,
                  const std::int32_t* IP) {
   Substitute(n, ndim, A, subdiagonals, B, IP);
-}
-
-void LuDecomposeHessComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
-                            std::int32_t* IP, std::int32_t& zero_pivot) {
-  FactoriseComplex(n, ndim, AR, AI, subdiagonals, IP, zero_pivot);
-}
-
-void LuSolveHessComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI,
-                        std::int32_t subdiagonals, double* BR, double* BI, const std::int32_t* IP) {
-  SubstituteComplex(n, ndim, AR, AI, subdiagonals, BR, BI, IP);
 }
 
 }  // namespace vorlen

@@ -14,6 +14,11 @@ inline const double* Column(const double* A, std::int32_t ndim, std::int32_t j) 
   return A + static_cast<std::ptrdiff_t>(j) * ndim;
 }
 
+// One behind the last row that takes part in step k of an elimination with so many subdiagonals.
+inline std::int32_t RowEnd(std::int32_t n, std::int32_t subdiagonals, std::int32_t k) {
+  return subdiagonals < n - 1 - k ? k + subdiagonals + 1 : n;
+}
+
 // Marks the factorisation of order n as singular in column k.
 inline void MarkSingular(std::int32_t n, std::int32_t k, std::int32_t* IP, std::int32_t& zero_pivot) {
   zero_pivot = k + 1;

@@ -4,7 +4,6 @@
 // In order: constants, state vector, rate constants and activities, eval_rhs.
 #include <bit>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 #include "model/residual_terms.h"
@@ -117,11 +116,11 @@ ConditionKey condition_key(const SurfChemNonst& m) {
   return key;
 }
 
-// Whether the key is that of the present conditions. Scalars are never -0, so equal ones have equal bits.
+// Whether the key is that of the present conditions. No value is ever -0, so equal ones have equal bits.
 bool is_present(const ConditionKey& key, const SurfChemNonst& m) {
   if (!(key.T == m.T && key.P == m.P && key.Q_total == m.Q_total && key.omega_TDR == m.omega_TDR)) return false;
-  if (std::memcmp(&key.x, &m.x, sizeof key.x) != 0) return false;
-  if (!layer_is_scaled(m)) return std::memcmp(&key.delta, &m.delta, sizeof key.delta) == 0;
+  if (key.x != m.x) return false;
+  if (!layer_is_scaled(m)) return key.delta == m.delta;
   const StageRecord& stage = m.active_stages[m.stage_index];
   return key.stage_delta == stage.delta && key.stage_delta_ref == stage.delta_ref;
 }

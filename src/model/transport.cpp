@@ -109,7 +109,7 @@ double omega_inverse(double T_star) {
 void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const {
   const double s = std::pow(T_gas, 1.5) / P_gas;
   // A binary coefficient is the same in both directions, to the last bit: its pair is computed once.
-  double D_pair[N_GAS][N_GAS];
+  double D_pair[N_GAS][N_GAS] = {};
   const auto counts = [this, x_in](int j) { return gas_index[j] >= 0 && x_in[j] != 0.0; };
   for (int i = 0; i < N_GAS; ++i) {
     if (gas_index[i] < 0) continue;

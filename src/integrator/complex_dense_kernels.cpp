@@ -1,0 +1,140 @@
+// Complex dense elimination and substitution, also for matrices with a limited number of subdiagonals. A matrix is two
+// real ones, and its entries are compared by abs(re) + abs(im). Rows and columns count from 0 here, the entries of IP
+// from 1.
+#include <cmath>
+
+#include "integrator/elimination_helpers.h"
+#include "integrator/matrix_kernels.h"
+
+namespace vorlen {
+
+using elimination::Column;
+using elimination::DivideComplex;
+using elimination::MarkSingular;
+using elimination::RowEnd;
+
+namespace {
+
+void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
+                      std::int32_t* IP, std::int32_t& zero_pivot) {
+  zero_pivot = 0;
+  IP[n - 1] = 1;
+  for (std::int32_t k = 0; k < n - 1; ++k) {
+    const std::int32_t row_end = RowEnd(n, subdiagonals, k);
+    double* re_k = Column(AR, ndim, k);
+    double* im_k = Column(AI, ndim, k);
+    std::int32_t m = k;
+    for (std::int32_t i = k + 1; i < row_end; ++i) {
+      if (std::abs(re_k[i]) + std::abs(im_k[i]) > std::abs(re_k[m]) + std::abs(im_k[m])) m = i;
+    }
+    IP[k] = m + 1;
+    const double pivot_re = re_k[m];
+    const double pivot_im = im_k[m];
+    if (m != k) {
+      IP[n - 1] = -IP[n - 1];
+      re_k[m] = re_k[k];
+      im_k[m] = im_k[k];
+      re_k[k] = pivot_re;
+      im_k[k] = pivot_im;
+    }
+    if (std::abs(pivot_re) + std::abs(pivot_im) == 0.0) {
+      MarkSingular(n, k, IP, zero_pivot);
+      return;
+    }
+    const double modulus2 = pivot_re * pivot_re + pivot_im * pivot_im;
+    const double inverse_re = pivot_re / modulus2;
+    const double inverse_im = -pivot_im / modulus2;
+    for (std::int32_t i = k + 1; i < row_end; ++i) {
+      const double p_re = re_k[i] * inverse_re - im_k[i] * inverse_im;
+      const double p_im = im_k[i] * inverse_re + re_k[i] * inverse_im;
+      re_k[i] = -p_re;
+      im_k[i] = -p_im;
+    }
+    for (std::int32_t j = k + 1; j < n; ++j) {
+      double* re_j = Column(AR, ndim, j);
+      double* im_j = Column(AI, ndim, j);
+      const double t_re = re_j[m];
+      const double t_im = im_j[m];
+      re_j[m] = re_j[k];
+      im_j[m] = im_j[k];
+      re_j[k] = t_re;
+      im_j[k] = t_im;
+      if (std::abs(t_re) + std::abs(t_im) == 0.0) continue;
+      if (t_im == 0.0) {
+        for (std::int32_t i = k + 1; i < row_end; ++i) {
+          re_j[i] += re_k[i] * t_re;
+          im_j[i] += im_k[i] * t_re;
+        }
+      } else if (t_re == 0.0) {
+        for (std::int32_t i = k + 1; i < row_end; ++i) {
+          re_j[i] += -im_k[i] * t_im;
+          im_j[i] += re_k[i] * t_im;
+        }
+      } else {
+        for (std::int32_t i = k + 1; i < row_end; ++i) {
+          re_j[i] += re_k[i] * t_re - im_k[i] * t_im;
+          im_j[i] += im_k[i] * t_re + re_k[i] * t_im;
+        }
+      }
+    }
+  }
+  const double last_re = Column(AR, ndim, n - 1)[n - 1];
+  const double last_im = Column(AI, ndim, n - 1)[n - 1];
+  if (std::abs(last_re) + std::abs(last_im) == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
+}
+
+void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, std::int32_t subdiagonals,
+                       double* BR, double* BI, const std::int32_t* IP) {
+  for (std::int32_t k = 0; k < n - 1; ++k) {
+    const std::int32_t row_end = RowEnd(n, subdiagonals, k);
+    const double* re_k = Column(AR, ndim, k);
+    const double* im_k = Column(AI, ndim, k);
+    const std::int32_t m = IP[k] - 1;
+    const double t_re = BR[m];
+    const double t_im = BI[m];
+    BR[m] = BR[k];
+    BI[m] = BI[k];
+    BR[k] = t_re;
+    BI[k] = t_im;
+    for (std::int32_t i = k + 1; i < row_end; ++i) {
+      BR[i] += re_k[i] * t_re - im_k[i] * t_im;
+      BI[i] += im_k[i] * t_re + re_k[i] * t_im;
+    }
+  }
+  for (std::int32_t k = n - 1; k > 0; --k) {
+    const double* re_k = Column(AR, ndim, k);
+    const double* im_k = Column(AI, ndim, k);
+    DivideComplex(re_k[k], im_k[k], BR[k], BI[k]);
+    const double t_re = -BR[k];
+    const double t_im = -BI[k];
+    for (std::int32_t i = 0; i < k; ++i) {
+      BR[i] += re_k[i] * t_re - im_k[i] * t_im;
+      BI[i] += im_k[i] * t_re + re_k[i] * t_im;
+    }
+  }
+  DivideComplex(AR[0], AI[0], BR[0], BI[0]);
+}
+
+}  // namespace
+
+void LuDecomposeComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t* IP,
+                        std::int32_t& zero_pivot) {
+  FactoriseComplex(n, ndim, AR, AI, n - 1, IP, zero_pivot);
+}
+
+void LuSolveComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, double* BR, double* BI,
+                    const std::int32_t* IP) {
+  SubstituteComplex(n, ndim, AR, AI, n - 1, BR, BI, IP);
+}
+
+void LuDecomposeHessComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
+                            std::int32_t* IP, std::int32_t& zero_pivot) {
+  FactoriseComplex(n, ndim, AR, AI, subdiagonals, IP, zero_pivot);
+}
+
+void LuSolveHessComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI,
+                        std::int32_t subdiagonals, double* BR, double* BI, const std::int32_t* IP) {
+  SubstituteComplex(n, ndim, AR, AI, subdiagonals, BR, BI, IP);
+}
+
+}  // namespace vorlen
