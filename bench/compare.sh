@@ -24,6 +24,7 @@ if [ $# -lt 1 ] || [ $# -gt 2 ]; then
 fi
 root=$(cd "$(dirname "$0")/.." && pwd)
 work=${COMPARE_DIR:-$root/build/compare}
+"$root/tools/setup.sh" bench || exit 2
 revision=$(git -C "$root" rev-parse --verify --quiet "$1^{commit}") || die "git knows no revision $1"
 base=$work/$(echo "$revision" | cut -c1-12)
 present=$work/present
@@ -62,7 +63,7 @@ build() {
     export CMAKE_CXX_COMPILER_LAUNCHER
   fi
   {
-    cmake -S "$1/tree" -B "$1/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORLEN_BENCH=ON -DVORLEN_TESTS=OFF \
+    cmake -S "$1/tree" -B "$1/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVORLEN_BENCH=ON -DVORLEN_WORK_PRECISION=OFF -DVORLEN_TESTS=OFF \
       -DVORLEN_TOOLS=OFF &&
       cmake --build "$1/build" -j"${JOBS:-$(nproc)}" --target vorlen_bench vorlen_bench_run
   } >"$1/build.log" 2>&1

@@ -1,13 +1,15 @@
 #!/bin/bash
-# Installs what Debian 12 lacks for this project: tools/setup.sh [build|test]
+# Installs what Debian 12 lacks for this project: tools/setup.sh [build|test|bench]
 #   build  compiler and libraries of the library and its command-line host (default)
 #   test   these, and what ./test.sh needs besides
+#   bench  these, and what the benchmarks and the comparison of integrators need besides
 # What is there already is left alone; when nothing is missing, neither the network nor root is needed.
 set -euo pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev)
 TEST_PACKAGES=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libgmock-dev nlohmann-json3-dev
-  libbenchmark-dev libxml2-utils locales python3 git)
+  libxml2-utils locales python3 git)
+BENCH_PACKAGES=(libbenchmark-dev libsundials-dev python3-matplotlib valgrind)
 # The tests run under a locale with a comma as decimal separator.
 TEST_LOCALE=de_DE
 
@@ -31,7 +33,8 @@ rise_to_root() {
 case "${1:-build}" in
   build) packages=("${BUILD_PACKAGES[@]}") ;;
   test) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
-  *) die "usage: tools/setup.sh [build|test]" ;;
+  bench) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
+  *) die "usage: tools/setup.sh [build|test|bench]" ;;
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
@@ -59,7 +62,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   done
 fi
 
-if [ "${1:-build}" = test ] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
+if [ "${1:-build}" != build ] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
   rise_to_root "localedef -i $TEST_LOCALE -f UTF-8 $TEST_LOCALE.UTF-8"
   echo "setup: making the locale $TEST_LOCALE.UTF-8"
   "${as_root[@]}" localedef -i "$TEST_LOCALE" -f UTF-8 "$TEST_LOCALE.UTF-8"

@@ -1,11 +1,7 @@
-// Dense elimination and substitution, also for matrices with a limited number of subdiagonals, which differ only in how
-// far down a column goes. Loops run down columns; rows and columns count from 0 here, the entries of IP from 1.
-//
-// The columns are short, and each step begins one row further down than the one before: loops over several rows at once
-// would wait for the stores of the step before. This file is therefore compiled without vectorisation (CMakeLists.txt).
+// Dense elimination, real and complex, and complex substitution, also for matrices with a limited number of
+// subdiagonals, which differ only in how far down a column goes. Loops run down columns; rows and columns count from 0
+// here, the entries of IP from 1.
 #include <cmath>
-#include <type_traits>
-#include <utility>
 
 #include "integrator/elimination_helpers.h"
 #include "integrator/matrix_kernels.h"
@@ -13,6 +9,7 @@
 namespace vorlen {
 
 using elimination::Column;
+using elimination::DivideComplex;
 using elimination::MarkSingular;
 using elimination::RowEnd;
 
@@ -58,58 +55,104 @@ void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdia
   if (Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
 }
 
-// The orders of the growth model: for them a substitution is compiled with its lengths known and its steps unrolled.
-// Each element goes through the same operations in the same order as for any other order, so the bits are the same.
-template <std::int32_t N>
-using Known = std::integral_constant<std::int32_t, N>;
-
-// Calls step(k) for k = 0 to n - 2.
-template <class Step>
-void ForwardSteps(std::int32_t n, Step step) {
-  for (std::int32_t k = 0; k < n - 1; ++k) step(k);
-}
-
-template <std::int32_t N, class Step>
-void ForwardSteps(Known<N>, Step step) {
-  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<K>()), ...); }
-  (std::make_integer_sequence<std::int32_t, N - 1>());
-}
-
-// Calls step(k) for k = n - 1 down to 1.
-template <class Step>
-void BackwardSteps(std::int32_t n, Step step) {
-  for (std::int32_t k = n - 1; k > 0; --k) step(k);
-}
-
-template <std::int32_t N, class Step>
-void BackwardSteps(Known<N>, Step step) {
-  [&]<std::int32_t... K>(std::integer_sequence<std::int32_t, K...>) { (step(Known<N - 1 - K>()), ...); }
-  (std::make_integer_sequence<std::int32_t, N - 1>());
-}
-
-// Order and Stride are std::int32_t or Known.
-template <class Order, class Stride>
-void Substitute(Order n, Stride ndim, const double* A, std::int32_t subdiagonals, double* B, const std::int32_t* IP) {
-  ForwardSteps(n, [&](auto k) {
+void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
+                      std::int32_t* IP, std::int32_t& zero_pivot) {
+  zero_pivot = 0;
+  IP[n - 1] = 1;
+  for (std::int32_t k = 0; k < n - 1; ++k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
-    const double* column_k = Column(A, ndim, k);
-    const std::int32_t m = IP[k] - 1;
-    const double t = B[m];
-    B[m] = B[k];
-    B[k] = t;
+    double* re_k = Column(AR, ndim, k);
+    double* im_k = Column(AI, ndim, k);
+    std::int32_t m = k;
     for (std::int32_t i = k + 1; i < row_end; ++i) {
-      B[i] += column_k[i] * t;
+      if (std::abs(re_k[i]) + std::abs(im_k[i]) > std::abs(re_k[m]) + std::abs(im_k[m])) m = i;
     }
-  });
-  BackwardSteps(n, [&](auto k) {
-    const double* column_k = Column(A, ndim, k);
-    B[k] = B[k] / column_k[k];
-    const double t = -B[k];
+    IP[k] = m + 1;
+    const double pivot_re = re_k[m];
+    const double pivot_im = im_k[m];
+    if (m != k) {
+      IP[n - 1] = -IP[n - 1];
+      re_k[m] = re_k[k];
+      im_k[m] = im_k[k];
+      re_k[k] = pivot_re;
+      im_k[k] = pivot_im;
+    }
+    if (std::abs(pivot_re) + std::abs(pivot_im) == 0.0) {
+      MarkSingular(n, k, IP, zero_pivot);
+      return;
+    }
+    const double modulus2 = pivot_re * pivot_re + pivot_im * pivot_im;
+    const double inverse_re = pivot_re / modulus2;
+    const double inverse_im = -pivot_im / modulus2;
+    for (std::int32_t i = k + 1; i < row_end; ++i) {
+      const double p_re = re_k[i] * inverse_re - im_k[i] * inverse_im;
+      const double p_im = im_k[i] * inverse_re + re_k[i] * inverse_im;
+      re_k[i] = -p_re;
+      im_k[i] = -p_im;
+    }
+    for (std::int32_t j = k + 1; j < n; ++j) {
+      double* re_j = Column(AR, ndim, j);
+      double* im_j = Column(AI, ndim, j);
+      const double t_re = re_j[m];
+      const double t_im = im_j[m];
+      re_j[m] = re_j[k];
+      im_j[m] = im_j[k];
+      re_j[k] = t_re;
+      im_j[k] = t_im;
+      if (std::abs(t_re) + std::abs(t_im) == 0.0) continue;
+      if (t_im == 0.0) {
+        for (std::int32_t i = k + 1; i < row_end; ++i) {
+          re_j[i] += re_k[i] * t_re;
+          im_j[i] += im_k[i] * t_re;
+        }
+      } else if (t_re == 0.0) {
+        for (std::int32_t i = k + 1; i < row_end; ++i) {
+          re_j[i] += -im_k[i] * t_im;
+          im_j[i] += re_k[i] * t_im;
+        }
+      } else {
+        for (std::int32_t i = k + 1; i < row_end; ++i) {
+          re_j[i] += re_k[i] * t_re - im_k[i] * t_im;
+          im_j[i] += im_k[i] * t_re + re_k[i] * t_im;
+        }
+      }
+    }
+  }
+  const double last_re = Column(AR, ndim, n - 1)[n - 1];
+  const double last_im = Column(AI, ndim, n - 1)[n - 1];
+  if (std::abs(last_re) + std::abs(last_im) == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
+}
+
+void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, std::int32_t subdiagonals,
+                       double* BR, double* BI, const std::int32_t* IP) {
+  for (std::int32_t k = 0; k < n - 1; ++k) {
+    const std::int32_t row_end = RowEnd(n, subdiagonals, k);
+    const double* re_k = Column(AR, ndim, k);
+    const double* im_k = Column(AI, ndim, k);
+    const std::int32_t m = IP[k] - 1;
+    const double t_re = BR[m];
+    const double t_im = BI[m];
+    BR[m] = BR[k];
+    BI[m] = BI[k];
+    BR[k] = t_re;
+    BI[k] = t_im;
+    for (std::int32_t i = k + 1; i < row_end; ++i) {
+      BR[i] += re_k[i] * t_re - im_k[i] * t_im;
+      BI[i] += im_k[i] * t_re + re_k[i] * t_im;
+    }
+  }
+  for (std::int32_t k = n - 1; k > 0; --k) {
+    const double* re_k = Column(AR, ndim, k);
+    const double* im_k = Column(AI, ndim, k);
+    DivideComplex(re_k[k], im_k[k], BR[k], BI[k]);
+    const double t_re = -BR[k];
+    const double t_im = -BI[k];
     for (std::int32_t i = 0; i < k; ++i) {
-      B[i] += column_k[i] * t;
+      BR[i] += re_k[i] * t_re - im_k[i] * t_im;
+      BI[i] += im_k[i] * t_re + re_k[i] * t_im;
     }
-  });
-  B[0] = B[0] / A[0];
+  }
+  DivideComplex(AR[0], AI[0], BR[0], BI[0]);
 }
 
 }  // namespace
@@ -118,14 +161,14 @@ void LuDecompose(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP,
   Factorise(n, ndim, A, n - 1, IP, zero_pivot);
 }
 
-void LuSolve(std::int32_t n, std::int32_t ndim, const double* A, double* B, const std::int32_t* IP) {
-  if (n == 10 && ndim == 10) {
-    Substitute(Known<10>(), Known<10>(), A, 9, B, IP);
-  } else if (n == 15 && ndim == 15) {
-    Substitute(Known<15>(), Known<15>(), A, 14, B, IP);
-  } else {
-    Substitute(n, ndim, A, n - 1, B, IP);
-  }
+void LuDecomposeComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t* IP,
+                        std::int32_t& zero_pivot) {
+  FactoriseComplex(n, ndim, AR, AI, n - 1, IP, zero_pivot);
+}
+
+void LuSolveComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, double* BR, double* BI,
+                    const std::int32_t* IP) {
+  SubstituteComplex(n, ndim, AR, AI, n - 1, BR, BI, IP);
 }
 
 void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
@@ -133,9 +176,14 @@ void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t 
   Factorise(n, ndim, A, subdiagonals, IP, zero_pivot);
 }
 
-void LuSolveHess(std::int32_t n, std::int32_t ndim, const double* A, std::int32_t subdiagonals, double* B,
-                 const std::int32_t* IP) {
-  Substitute(n, ndim, A, subdiagonals, B, IP);
+void LuDecomposeHessComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
+                            std::int32_t* IP, std::int32_t& zero_pivot) {
+  FactoriseComplex(n, ndim, AR, AI, subdiagonals, IP, zero_pivot);
+}
+
+void LuSolveHessComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI,
+                        std::int32_t subdiagonals, double* BR, double* BI, const std::int32_t* IP) {
+  SubstituteComplex(n, ndim, AR, AI, subdiagonals, BR, BI, IP);
 }
 
 }  // namespace vorlen

@@ -233,6 +233,33 @@ void PendulumIndex3Rhs(std::int32_t, double, const double* y, double* f, void*, 
   f[4] = y[0] * y[0] + y[1] * y[1] - 1.0;
 }
 
+// The rate lambda comes through model_context.
+void ProtheroRobinsonRhs(std::int32_t, double x, const double* y, double* f, void*, void* model_context) {
+  f[0] = *static_cast<const double*>(model_context) * (y[0] - std::cos(x)) - std::sin(x);
+}
+
+void HeatRhs(std::int32_t n, double, const double* y, double* f, void*, void*) {
+  const double d = (n + 1.0) * (n + 1.0);
+  for (std::int32_t i = 0; i < n; ++i) {
+    const double left = i > 0 ? y[i - 1] : 0.0;
+    const double right = i < n - 1 ? y[i + 1] : 0.0;
+    f[i] = d * (left - 2.0 * y[i] + right);
+  }
+}
+
+void SpringChainRhs(std::int32_t n, double, const double* y, double* f, void*, void*) {
+  const std::int32_t half = n / 2;
+  for (std::int32_t i = 0; i < half; ++i) {
+    f[i] = y[i + half];
+    const double left = i > 0 ? y[i - 1] : 0.0;
+    const double right = i < half - 1 ? y[i + 1] : 0.0;
+    f[i + half] = 100.0 * (left - 2.0 * y[i] + right);
+  }
+}
+
+// Sine mode k of a row of n points between fixed ends, at point i.
+double SineMode(std::int32_t n, std::int32_t k, std::int32_t i) { return std::sin(k * PI * (i + 1) / (n + 1)); }
+
 // The diagonal of the mass matrix comes through real_context.
 void DiagonalMass(std::int32_t n, double* FMAS, std::int32_t rows, void* real_context, void*) {
   const auto* values = static_cast<const std::vector<double>*>(real_context);
@@ -327,6 +354,55 @@ StiffProblem LoadE5WithInvariant() {
   problem.call.imas = 1;
   problem.call.mass_callback = DiagonalMass;
   problem.call.real_context = &diagonal;
+  return problem;
+}
+
+StiffProblem ProtheroRobinson(double lambda) {
+  constexpr double END = 10.0;
+  static std::map<double, double> rates;
+  double& rate = rates[lambda];
+  rate = lambda;
+  StiffProblem problem{IntegratorCall(ProtheroRobinsonRhs, {1.0}, END), {std::cos(END)}};
+  problem.call.model_context = &rate;
+  return problem;
+}
+
+StiffProblem HeatEquation() {
+  constexpr std::int32_t N = 100;
+  constexpr double END = 0.1;
+  // Mode k decays with 4 (n + 1)^2 sin^2(k pi / (2 (n + 1))).
+  const auto decay = [](std::int32_t k) {
+    const double s = std::sin(k * PI / (2.0 * (N + 1)));
+    return std::exp(-4.0 * (N + 1) * (N + 1) * s * s * END);
+  };
+  std::vector<double> start, expected;
+  for (std::int32_t i = 0; i < N; ++i) {
+    start.push_back(SineMode(N, 1, i) + 0.5 * SineMode(N, 3, i) + 0.1 * SineMode(N, N, i));
+    expected.push_back(decay(1) * SineMode(N, 1, i) + 0.5 * decay(3) * SineMode(N, 3, i) +
+                       0.1 * decay(N) * SineMode(N, N, i));
+  }
+  StiffProblem problem{IntegratorCall(HeatRhs, start, END), expected};
+  problem.call.mljac = problem.call.mujac = 1;
+  return problem;
+}
+
+StiffProblem SpringChain() {
+  constexpr std::int32_t M = 20;
+  constexpr double END = 3.0;
+  // Mode k swings with 20 sin(k pi / (2 (m + 1))).
+  const auto frequency = [](std::int32_t k) { return 20.0 * std::sin(k * PI / (2.0 * (M + 1))); };
+  std::vector<double> start(2 * M, 0.0), expected(2 * M, 0.0);
+  for (std::int32_t i = 0; i < M; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    for (const std::int32_t k : {1, 2}) {
+      start[at] += SineMode(M, k, i);
+      expected[at] += std::cos(frequency(k) * END) * SineMode(M, k, i);
+      expected[at + M] -= frequency(k) * std::sin(frequency(k) * END) * SineMode(M, k, i);
+    }
+  }
+  StiffProblem problem{IntegratorCall(SpringChainRhs, start, END), expected};
+  problem.call.Iwork(9) = M;
+  problem.call.mljac = problem.call.mujac = 1;
   return problem;
 }
 

@@ -1,5 +1,6 @@
 // Published stiff test problems. Start, end and reference values are read from
-// tests/data/integrator/stiff_problems.json, which names their source; the equations stand here as functions.
+// tests/data/integrator/stiff_problems.json, which names their source; the equations stand here as functions. Besides,
+// problems of other kinds whose reference values follow from a solution in closed form.
 #pragma once
 
 #include <string>
@@ -21,6 +22,19 @@ StiffProblem LoadStiffProblem(const std::string& id);
 // "e5" with its third equation replaced by the invariant y2 - y3 - y4 = 0 that the system keeps, as a system of
 // index 1.
 StiffProblem LoadE5WithInvariant();
+
+// y' = lambda (y - cos x) - sin x with y(0) = 1, to x = 10: the solution is cos x for any lambda (Prothero and
+// Robinson, 1974).
+StiffProblem ProtheroRobinson(double lambda);
+
+// u_t = u_xx on the unit interval with zeros at both ends, by central differences at 100 points, to t = 0.1; with a
+// band Jacobian. The start is made of three sine modes, and each mode decays by itself.
+StiffProblem HeatEquation();
+
+// 20 masses on springs between fixed ends, q'' = 100 (q(i-1) - 2 q(i) + q(i+1)), to t = 3. The components are all q,
+// then all q': in block form, with a band Jacobian of the equations behind. The start is made of two modes at rest,
+// and each mode swings by itself.
+StiffProblem SpringChain();
 
 // The reference points of the pendulum: t and the five values.
 struct ReferencePoint {

@@ -11,7 +11,6 @@
 
 #include <cmath>
 #include <cstdio>
-#include <numbers>
 
 #include "integrator/probe.h"
 
@@ -240,20 +239,16 @@ TEST(StiffProblemPendulum, AllThreeIndicesFollowTheClosedForm) {
 }
 
 TEST(StiffProblemProtheroRobinson, TheSlowSolutionIsFollowedWhateverTheStiffness) {
-  // y' = lambda (y - cos x) - sin x with y(0) = 1 has the solution cos x (Prothero and Robinson, 1974).
   for (const double lambda : {-1.0, -1e3, -1e6, -1e9}) {
-    static double rate = 0.0;
-    rate = lambda;
     for (const double asked : {4.0, 6.0, 8.0, 10.0}) {
       SCOPED_TRACE(std::to_string(lambda) + " asked " + std::to_string(asked));
-      IntegratorCall call([](std::int32_t, double x, const double* y, double* f, void*,
-                             void*) { f[0] = rate * (y[0] - std::cos(x)) - std::sin(x); },
-                          {1.0}, 10.0);
+      StiffProblem problem = ProtheroRobinson(lambda);
+      IntegratorCall& call = problem.call;
       call.SetTolerance(Tolerance(asked), Tolerance(asked));
       call.Work(2) = CAREFUL;
       call.SizeAndRun();
       ASSERT_EQ(call.idid, 1);
-      const double digits = SignificantDigits(call.y, {std::cos(10.0)});
+      const double digits = SignificantDigits(call.y, problem.reference);
       Report("Prothero-Robinson", asked, digits, call.ReadCounters());
       EXPECT_GE(digits, asked - 2.0);
       EXPECT_LE(call.ReadCounters().step_count, 800);
@@ -263,36 +258,14 @@ TEST(StiffProblemProtheroRobinson, TheSlowSolutionIsFollowedWhateverTheStiffness
 }
 
 TEST(StiffProblemHeat, ABandOfAHundredPointsFollowsItsEigenmodes) {
-  // u_t = u_xx by central differences: each sine mode k decays with 4 (n + 1)^2 sin^2(k pi / (2 (n + 1))).
-  constexpr std::int32_t n = 100;
-  constexpr double t_end = 0.1;
-  const auto mode = [](std::int32_t k, std::int32_t i) { return std::sin(k * std::numbers::pi * (i + 1) / (n + 1)); };
-  const auto decay = [](std::int32_t k) {
-    const double s = std::sin(k * std::numbers::pi / (2.0 * (n + 1)));
-    return std::exp(-4.0 * (n + 1) * (n + 1) * s * s * t_end);
-  };
-  std::vector<double> start, expected;
-  for (std::int32_t i = 0; i < n; ++i) {
-    start.push_back(mode(1, i) + 0.5 * mode(3, i) + 0.1 * mode(n, i));
-    expected.push_back(decay(1) * mode(1, i) + 0.5 * decay(3) * mode(3, i) + 0.1 * decay(n) * mode(n, i));
-  }
   for (const double asked : {4.0, 6.0, 8.0, 10.0}) {
     SCOPED_TRACE(asked);
-    IntegratorCall call(
-        [](std::int32_t count, double, const double* y, double* f, void*, void*) {
-          const double d = (count + 1.0) * (count + 1.0);
-          for (std::int32_t i = 0; i < count; ++i) {
-            const double left = i > 0 ? y[i - 1] : 0.0;
-            const double right = i < count - 1 ? y[i + 1] : 0.0;
-            f[i] = d * (left - 2.0 * y[i] + right);
-          }
-        },
-        start, t_end);
-    call.mljac = call.mujac = 1;
+    StiffProblem problem = HeatEquation();
+    IntegratorCall& call = problem.call;
     call.SetTolerance(Tolerance(asked), Tolerance(asked) * 1e-2);
     call.SizeAndRun();
     ASSERT_EQ(call.idid, 1);
-    const double digits = SignificantDigits(call.y, expected);
+    const double digits = SignificantDigits(call.y, problem.reference);
     Report("heat equation", asked, digits, call.ReadCounters());
     EXPECT_GE(digits, asked - 2.0);
     EXPECT_LE(call.ReadCounters().jacobian_count, 5);  // linear: the Jacobian stays
@@ -302,36 +275,11 @@ TEST(StiffProblemHeat, ABandOfAHundredPointsFollowsItsEigenmodes) {
 }
 
 TEST(StiffProblemChain, MassesOnSpringsInBlockFormFollowTheirEigenmodes) {
-  // q'' = 100 (q(i-1) - 2 q(i) + q(i+1)) with fixed ends: mode k swings with 20 sin(k pi / (2 (m + 1))). As first-order
-  // system of 2 m components the first m equations are y'(i) = y(i + m).
-  constexpr std::int32_t m = 20;
-  constexpr double t_end = 3.0;
-  const auto mode = [](std::int32_t k, std::int32_t i) { return std::sin(k * std::numbers::pi * (i + 1) / (m + 1)); };
-  const auto frequency = [](std::int32_t k) { return 20.0 * std::sin(k * std::numbers::pi / (2.0 * (m + 1))); };
-  std::vector<double> start(40, 0.0), expected(40, 0.0);
-  for (std::int32_t i = 0; i < m; ++i) {
-    const auto at = static_cast<std::size_t>(i);
-    for (const std::int32_t k : {1, 2}) {
-      start[at] += mode(k, i);
-      expected[at] += std::cos(frequency(k) * t_end) * mode(k, i);
-      expected[at + 20] -= frequency(k) * std::sin(frequency(k) * t_end) * mode(k, i);
-    }
-  }
   for (const double asked : {4.0, 6.0, 8.0, 10.0}) {
     SCOPED_TRACE(asked);
-    IntegratorCall call(
-        [](std::int32_t n, double, const double* y, double* f, void*, void*) {
-          const std::int32_t half = n / 2;
-          for (std::int32_t i = 0; i < half; ++i) {
-            f[i] = y[i + half];
-            const double left = i > 0 ? y[i - 1] : 0.0;
-            const double right = i < half - 1 ? y[i + 1] : 0.0;
-            f[i + half] = 100.0 * (left - 2.0 * y[i] + right);
-          }
-        },
-        start, t_end);
-    call.Iwork(9) = m;
-    call.mljac = call.mujac = 1;
+    StiffProblem problem = SpringChain();
+    IntegratorCall& call = problem.call;
+    const std::vector<double>& expected = problem.reference;
     call.SetTolerance(Tolerance(asked), Tolerance(asked));
     call.SizeAndRun();
     ASSERT_EQ(call.idid, 1);

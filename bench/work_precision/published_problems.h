@@ -1,0 +1,12 @@
+// Published stiff problems with their end values, and problems with a solution in closed form.
+#pragma once
+
+#include <vector>
+
+#include "work_precision/problem.h"
+
+namespace vorlen::bench {
+
+std::vector<Problem> published_problems();
+
+}  // namespace vorlen::bench
