@@ -9,9 +9,15 @@
 
 namespace vorlen {
 
+using elimination::AddMultiple;
+using elimination::AddMultipleComplex;
 using elimination::Column;
 using elimination::DivideComplex;
 using elimination::MarkSingular;
+using elimination::PivotRow;
+using elimination::PivotRowComplex;
+using elimination::SetMultipliers;
+using elimination::SetMultipliersComplex;
 
 namespace {
 
@@ -35,11 +41,8 @@ void LuDecomposeBand(std::int32_t n, std::int32_t ndim, double* A, std::int32_t 
     std::int32_t col_end = 0;  // one behind the last column that a pivot row so far reaches
     for (std::int32_t k = 0; k < n - 1; ++k) {
       double* column_k = Column(A, ndim, k);
-      const std::int32_t last_sub = std::min(lower, n - 1 - k) + diag_row;
-      std::int32_t m = diag_row;
-      for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-        if (std::abs(column_k[i]) > std::abs(column_k[m])) m = i;
-      }
+      const std::int32_t sub_end = std::min(lower, n - 1 - k) + diag_row + 1;
+      std::int32_t m = PivotRow(column_k, diag_row, sub_end);
       IP[k] = m + k - diag_row + 1;
       const double pivot = column_k[m];
       if (m != diag_row) {
@@ -51,10 +54,7 @@ void LuDecomposeBand(std::int32_t n, std::int32_t ndim, double* A, std::int32_t 
         MarkSingular(n, k, IP, zero_pivot);
         return;
       }
-      const double inverse = 1.0 / pivot;
-      for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-        column_k[i] = -column_k[i] * inverse;
-      }
+      SetMultipliers(column_k, first_sub, sub_end, pivot);
       col_end = std::min(std::max(col_end, upper + IP[k]), n);
       std::int32_t row_k = diag_row;
       for (std::int32_t j = k + 1; j < col_end; ++j) {
@@ -64,11 +64,7 @@ void LuDecomposeBand(std::int32_t n, std::int32_t ndim, double* A, std::int32_t 
         const double t = column_j[m];
         column_j[m] = column_j[row_k];
         column_j[row_k] = t;
-        if (t == 0.0) continue;
-        const std::int32_t shift = j - k;
-        for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-          column_j[i - shift] += column_k[i] * t;
-        }
+        AddMultiple(column_k, first_sub, sub_end, t, column_j - (j - k));
       }
     }
   }
@@ -117,11 +113,8 @@ void LuDecomposeBandComplex(std::int32_t n, std::int32_t ndim, double* AR, doubl
     for (std::int32_t k = 0; k < n - 1; ++k) {
       double* re_k = Column(AR, ndim, k);
       double* im_k = Column(AI, ndim, k);
-      const std::int32_t last_sub = std::min(lower, n - 1 - k) + diag_row;
-      std::int32_t m = diag_row;
-      for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-        if (std::abs(re_k[i]) + std::abs(im_k[i]) > std::abs(re_k[m]) + std::abs(im_k[m])) m = i;
-      }
+      const std::int32_t sub_end = std::min(lower, n - 1 - k) + diag_row + 1;
+      std::int32_t m = PivotRowComplex(re_k, im_k, diag_row, sub_end);
       IP[k] = m + k - diag_row + 1;
       const double pivot_re = re_k[m];
       const double pivot_im = im_k[m];
@@ -136,15 +129,7 @@ void LuDecomposeBandComplex(std::int32_t n, std::int32_t ndim, double* AR, doubl
         MarkSingular(n, k, IP, zero_pivot);
         return;
       }
-      const double modulus2 = pivot_re * pivot_re + pivot_im * pivot_im;
-      const double inverse_re = pivot_re / modulus2;
-      const double inverse_im = -pivot_im / modulus2;
-      for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-        const double p_re = re_k[i] * inverse_re - im_k[i] * inverse_im;
-        const double p_im = im_k[i] * inverse_re + re_k[i] * inverse_im;
-        re_k[i] = -p_re;
-        im_k[i] = -p_im;
-      }
+      SetMultipliersComplex(re_k, im_k, first_sub, sub_end, pivot_re, pivot_im);
       col_end = std::min(std::max(col_end, upper + IP[k]), n);
       std::int32_t row_k = diag_row;
       for (std::int32_t j = k + 1; j < col_end; ++j) {
@@ -158,24 +143,7 @@ void LuDecomposeBandComplex(std::int32_t n, std::int32_t ndim, double* AR, doubl
         im_j[m] = im_j[row_k];
         re_j[row_k] = t_re;
         im_j[row_k] = t_im;
-        if (std::abs(t_re) + std::abs(t_im) == 0.0) continue;
-        const std::int32_t shift = j - k;
-        if (t_im == 0.0) {
-          for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-            re_j[i - shift] += re_k[i] * t_re;
-            im_j[i - shift] += im_k[i] * t_re;
-          }
-        } else if (t_re == 0.0) {
-          for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-            re_j[i - shift] += -im_k[i] * t_im;
-            im_j[i - shift] += re_k[i] * t_im;
-          }
-        } else {
-          for (std::int32_t i = first_sub; i <= last_sub; ++i) {
-            re_j[i - shift] += re_k[i] * t_re - im_k[i] * t_im;
-            im_j[i - shift] += im_k[i] * t_re + re_k[i] * t_im;
-          }
-        }
+        AddMultipleComplex(re_k, im_k, first_sub, sub_end, t_re, t_im, re_j - (j - k), im_j - (j - k));
       }
     }
   }

@@ -8,10 +8,16 @@
 
 namespace vorlen {
 
+using elimination::AddMultiple;
+using elimination::AddMultipleComplex;
 using elimination::Column;
 using elimination::DivideComplex;
 using elimination::MarkSingular;
+using elimination::PivotRow;
+using elimination::PivotRowComplex;
 using elimination::RowEnd;
+using elimination::SetMultipliers;
+using elimination::SetMultipliersComplex;
 
 namespace {
 
@@ -22,10 +28,7 @@ void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdia
   for (std::int32_t k = 0; k < n - 1; ++k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     double* column_k = Column(A, ndim, k);
-    std::int32_t m = k;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      if (std::abs(column_k[i]) > std::abs(column_k[m])) m = i;
-    }
+    const std::int32_t m = PivotRow(column_k, k, row_end);
     IP[k] = m + 1;
     const double pivot = column_k[m];
     if (m != k) {
@@ -37,19 +40,13 @@ void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdia
       MarkSingular(n, k, IP, zero_pivot);
       return;
     }
-    const double inverse = 1.0 / pivot;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      column_k[i] = -column_k[i] * inverse;
-    }
+    SetMultipliers(column_k, k + 1, row_end, pivot);
     for (std::int32_t j = k + 1; j < n; ++j) {
       double* column_j = Column(A, ndim, j);
       const double t = column_j[m];
       column_j[m] = column_j[k];
       column_j[k] = t;
-      if (t == 0.0) continue;
-      for (std::int32_t i = k + 1; i < row_end; ++i) {
-        column_j[i] += column_k[i] * t;
-      }
+      AddMultiple(column_k, k + 1, row_end, t, column_j);
     }
   }
   if (Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
@@ -63,10 +60,7 @@ void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI,
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     double* re_k = Column(AR, ndim, k);
     double* im_k = Column(AI, ndim, k);
-    std::int32_t m = k;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      if (std::abs(re_k[i]) + std::abs(im_k[i]) > std::abs(re_k[m]) + std::abs(im_k[m])) m = i;
-    }
+    const std::int32_t m = PivotRowComplex(re_k, im_k, k, row_end);
     IP[k] = m + 1;
     const double pivot_re = re_k[m];
     const double pivot_im = im_k[m];
@@ -81,15 +75,7 @@ void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI,
       MarkSingular(n, k, IP, zero_pivot);
       return;
     }
-    const double modulus2 = pivot_re * pivot_re + pivot_im * pivot_im;
-    const double inverse_re = pivot_re / modulus2;
-    const double inverse_im = -pivot_im / modulus2;
-    for (std::int32_t i = k + 1; i < row_end; ++i) {
-      const double p_re = re_k[i] * inverse_re - im_k[i] * inverse_im;
-      const double p_im = im_k[i] * inverse_re + re_k[i] * inverse_im;
-      re_k[i] = -p_re;
-      im_k[i] = -p_im;
-    }
+    SetMultipliersComplex(re_k, im_k, k + 1, row_end, pivot_re, pivot_im);
     for (std::int32_t j = k + 1; j < n; ++j) {
       double* re_j = Column(AR, ndim, j);
       double* im_j = Column(AI, ndim, j);
@@ -99,23 +85,7 @@ void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI,
       im_j[m] = im_j[k];
       re_j[k] = t_re;
       im_j[k] = t_im;
-      if (std::abs(t_re) + std::abs(t_im) == 0.0) continue;
-      if (t_im == 0.0) {
-        for (std::int32_t i = k + 1; i < row_end; ++i) {
-          re_j[i] += re_k[i] * t_re;
-          im_j[i] += im_k[i] * t_re;
-        }
-      } else if (t_re == 0.0) {
-        for (std::int32_t i = k + 1; i < row_end; ++i) {
-          re_j[i] += -im_k[i] * t_im;
-          im_j[i] += re_k[i] * t_im;
-        }
-      } else {
-        for (std::int32_t i = k + 1; i < row_end; ++i) {
-          re_j[i] += re_k[i] * t_re - im_k[i] * t_im;
-          im_j[i] += im_k[i] * t_re + re_k[i] * t_im;
-        }
-      }
+      AddMultipleComplex(re_k, im_k, k + 1, row_end, t_re, t_im, re_j, im_j);
     }
   }
   const double last_re = Column(AR, ndim, n - 1)[n - 1];
