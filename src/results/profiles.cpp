@@ -56,7 +56,7 @@ void SurfChemNonst::write_profile() {
   for (std::size_t i = 0; i < hist_t.size(); ++i) {
     const double x_row[N_BULK] = {hist_xIn[i], hist_xGa[i], hist_xAl[i]};
     const double z_row = hist_z[i];
-    while (hist_t[i] > active_stages[k].time.end && k < last) ++k;
+    while (k < last && hist_t[i] > active_stages[k].time.end) ++k;
     const StageRecord& stage = active_stages[k];
     const double a = lattice_a(x_row);
     double e_t, e_z, d_t, d_z;

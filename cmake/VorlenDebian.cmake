@@ -1,0 +1,82 @@
+# The three Debian packages, made by CPack from the preset `package`: the library, what builds against it, the tool.
+set(VORLEN_MAINTAINER "VorlenSolver maintainers <maintainers@vorlensolver.invalid>")
+set(VORLEN_DEBIAN_REVISION 1)
+
+set(library_package "libvorlensolver${VORLEN_SOVERSION}")
+set(debian_version "${PROJECT_VERSION}-${VORLEN_DEBIAN_REVISION}")
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME vorlensolver)
+set(CPACK_PACKAGE_VENDOR VorlenSolver)
+set(CPACK_PACKAGE_CONTACT "${VORLEN_MAINTAINER}")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL library development tool)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE ${VORLEN_DEBIAN_REVISION})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+# The loader's cache is renewed once, after all packages of an installation.
+file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/debian/triggers" "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_BINARY_DIR}/debian/triggers")
+
+# What each links is found by dpkg-shlibdeps; the library itself says under which name hosts depend on it.
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/src/api")
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "growth of III-nitride layers in MOVPE, shared library
+Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
+vapour-phase epitaxy over a whole process recipe: surface chemistry, transport
+of gases, composition and thickness, strain, dislocations and V-defects.
+.
+The library has one C function, which reads a recipe and writes a result file.")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvorlensolver-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${library_package} (= ${debian_version})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "growth of III-nitride layers in MOVPE, development files
+Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
+vapour-phase epitaxy over a whole process recipe.
+.
+This package holds the C header, and the files by which pkg-config and CMake
+find the library.")
+
+set(CPACK_DEBIAN_TOOL_PACKAGE_NAME vorlen)
+set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION science)
+set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${library_package} (= ${debian_version})")
+set(CPACK_COMPONENT_TOOL_DESCRIPTION "growth of III-nitride layers in MOVPE, command line
+Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
+vapour-phase epitaxy over a whole process recipe.
+.
+This package holds the program vorlen, which runs recipes and shows what grew.")
+
+# Each package tells its history and whose it is, where Debian's policy wants it.
+configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
+configure_file(cmake/debian/copyright.in debian/copyright @ONLY)
+find_program(GZIP_PROGRAM gzip)
+if(GZIP_PROGRAM)
+  execute_process(COMMAND "${GZIP_PROGRAM}" -9nkf "${CMAKE_CURRENT_BINARY_DIR}/debian/changelog"
+    COMMAND_ERROR_IS_FATAL ANY)
+endif()
+foreach(part library:${library_package} development:libvorlensolver-dev tool:vorlen)
+  string(REGEX MATCH "^[a-z]+" component "${part}")
+  string(REGEX REPLACE "^[a-z]+:" "" package "${part}")
+  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/debian/changelog.gz" RENAME changelog.Debian.gz
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}" COMPONENT ${component})
+  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/debian/copyright"
+    DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}" COMPONENT ${component})
+endforeach()
+
+include(CPack)

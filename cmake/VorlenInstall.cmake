@@ -1,0 +1,25 @@
+# What an installation holds beside the targets: how other builds find the library, and the files that are only copied.
+# Components: library (what a host needs to run), development (what it needs to be built), tool (all the rest).
+include(CMakePackageConfigHelpers)
+
+set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/VorlenSolver")
+configure_package_config_file(cmake/VorlenSolverConfig.cmake.in VorlenSolverConfig.cmake
+  INSTALL_DESTINATION "${package_folder}")
+write_basic_package_version_file(VorlenSolverConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(EXPORT VorlenSolverTargets NAMESPACE VorlenSolver:: DESTINATION "${package_folder}" COMPONENT development)
+install(FILES
+  "${CMAKE_CURRENT_BINARY_DIR}/VorlenSolverConfig.cmake"
+  "${CMAKE_CURRENT_BINARY_DIR}/VorlenSolverConfigVersion.cmake"
+  DESTINATION "${package_folder}" COMPONENT development)
+
+file(RELATIVE_PATH pc_to_prefix "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig" "${CMAKE_INSTALL_PREFIX}")
+string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
+configure_file(cmake/vorlensolver.pc.in vorlensolver.pc @ONLY)
+install(FILES "${CMAKE_CURRENT_BINARY_DIR}/vorlensolver.pc"
+  DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
+
+# The Python package, where Debian's Python looks and where the tool finds it beside itself.
+if(VORLEN_TOOLS AND EXISTS "${PROJECT_SOURCE_DIR}/python/vorlen")
+  install(DIRECTORY python/vorlen DESTINATION "lib/python3/dist-packages" COMPONENT tool
+    FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE)
+endif()

@@ -1,0 +1,122 @@
+"""An installation into an empty folder is complete, may be moved, and is found by CMake and by pkg-config."""
+import os
+import re
+import shlex
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+BUILD = os.environ["VORLEN_BUILD"]
+SOURCE = os.environ["VORLEN_SOURCE"]
+VERSION = os.environ["VORLEN_VERSION"]
+SOVERSION = os.environ["VORLEN_SOVERSION"]
+LIBDIR = os.environ["VORLEN_LIBDIR"]
+TOOL = os.environ["VORLEN_TOOL"]
+CMAKE = os.environ["VORLEN_CMAKE"]
+CONSUMER = os.path.join(SOURCE, "tests", "package", "consumer")
+RECIPE = os.path.join(SOURCE, "examples", "algan_gan_hemt.xml")
+
+# What names a place or flags of the caller's own would hide a fault.
+ENVIRONMENT = {name: value for name, value in os.environ.items()
+               if name not in ("LD_LIBRARY_PATH", "PKG_CONFIG_PATH", "CMAKE_PREFIX_PATH", "DESTDIR")}
+
+
+def run(*command, **environment):
+    """Runs a command. The result has returncode, stdout and stderr (as text)."""
+    return subprocess.run(command, env={**ENVIRONMENT, **environment}, capture_output=True, encoding="utf-8",
+                          check=False)
+
+
+class Installation(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(folder.cleanup)
+        cls.folder = folder.name
+        first = os.path.join(cls.folder, "first")
+        done = run(CMAKE, "--install", BUILD, "--prefix", first)
+        assert done.returncode == 0, done.stdout + done.stderr
+        # Elsewhere than it was installed, under a name with a blank: nothing may know the first place.
+        cls.prefix = os.path.join(cls.folder, "moved here")
+        os.rename(first, cls.prefix)
+        cls.libraries = os.path.join(cls.prefix, LIBDIR)
+
+    def succeed(self, *command, **environment):
+        done = run(*command, **environment)
+        self.assertEqual(done.returncode, 0, f"{command}\n{done.stdout}\n{done.stderr}")
+        return done.stdout
+
+    def check_host(self, program):
+        """With a recipe it writes a result; without one it tells the text of the library."""
+        result = os.path.join(self.folder, os.path.basename(program) + ".txt")
+        environment = {"LD_LIBRARY_PATH": self.libraries}
+        self.assertEqual(self.succeed(program, RECIPE, result, **environment), "grown\n")
+        with open(result, encoding="utf-8") as file:
+            self.assertEqual(file.readline(), '"VORLEN output file, version 2.0"\n')
+        done = run(program, "none.xml", result, **environment)
+        self.assertEqual((done.returncode, done.stderr), (1, "Error reading file none.xml\nFailed to open file\n"))
+
+    def test_the_files_are_there(self):
+        expected = ["include/vorlen_solver.h", f"{LIBDIR}/libVorlenSolver.so", f"{LIBDIR}/libVorlenSolver.so.{SOVERSION}",
+                    f"{LIBDIR}/pkgconfig/vorlensolver.pc", f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfig.cmake",
+                    f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfigVersion.cmake"]
+        if TOOL:
+            expected.append("bin/vorlen")
+        if TOOL and os.path.isdir(os.path.join(SOURCE, "python", "vorlen")):
+            expected.append("lib/python3/dist-packages/vorlen/__init__.py")
+        for name in expected:
+            self.assertTrue(os.path.isfile(os.path.join(self.prefix, name)), name)
+        self.assertEqual(os.readlink(os.path.join(self.libraries, "libVorlenSolver.so")),
+                         f"libVorlenSolver.so.{SOVERSION}")
+
+    def test_no_text_file_names_a_place_of_the_build(self):
+        for folder, _, names in os.walk(self.prefix):
+            for name in names:
+                if name.endswith((".cmake", ".pc", ".h", ".py")):
+                    with open(os.path.join(folder, name), encoding="utf-8") as file:
+                        text = file.read()
+                    for place in (BUILD, SOURCE, os.path.join(self.folder, "first")):
+                        self.assertNotIn(place, text, name)
+
+    def test_a_c_and_a_cpp_program_by_find_package(self):
+        build = os.path.join(self.folder, "by_cmake")
+        self.succeed(CMAKE, "-S", CONSUMER, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
+                     "-DCMAKE_BUILD_TYPE=Release", f"-DCMAKE_C_COMPILER={os.environ['VORLEN_CC']}",
+                     f"-DCMAKE_CXX_COMPILER={os.environ['VORLEN_CXX']}",
+                     f"-DCMAKE_C_FLAGS={os.environ['VORLEN_CFLAGS']}",
+                     f"-DCMAKE_CXX_FLAGS={os.environ['VORLEN_CXXFLAGS']}")
+        self.succeed(CMAKE, "--build", build)
+        self.check_host(os.path.join(build, "host_c"))
+        self.check_host(os.path.join(build, "host_cpp"))
+
+    def test_another_major_version_is_not_taken(self):
+        done = run(CMAKE, "-S", CONSUMER, "-B", os.path.join(self.folder, "other_version"),
+                   f"-DCMAKE_PREFIX_PATH={self.prefix}", f"-DWANTED_VERSION={int(VERSION.split('.')[0]) + 1}")
+        self.assertNotEqual(done.returncode, 0)
+        self.assertRegex(done.stderr, r"compatible\s+with\s+requested\s+version")
+
+    @unittest.skipUnless(shutil.which("pkg-config"), "no pkg-config")
+    def test_a_c_and_a_cpp_program_by_pkg_config(self):
+        environment = {"PKG_CONFIG_PATH": os.path.join(self.libraries, "pkgconfig")}
+        self.assertEqual(self.succeed("pkg-config", "--modversion", "vorlensolver", **environment), VERSION + "\n")
+        flags = shlex.split(self.succeed("pkg-config", "--cflags", "--libs", "vorlensolver", **environment))
+        self.assertIn("-lVorlenSolver", flags)
+        for compiler, more, source in (("VORLEN_CC", "VORLEN_CFLAGS", "host.c"),
+                                       ("VORLEN_CXX", "VORLEN_CXXFLAGS", "host.cpp")):
+            program = os.path.join(self.folder, "by_pkg_config_" + source.replace(".", "_"))
+            self.succeed(os.environ[compiler], *shlex.split(os.environ[more]), os.path.join(CONSUMER, source), *flags,
+                         "-o", program)
+            self.check_host(program)
+
+    @unittest.skipUnless(TOOL, "built without the tool")
+    def test_the_tool_finds_its_library(self):
+        tool = os.path.join(self.prefix, "bin", "vorlen")
+        self.assertTrue(re.fullmatch(r"vorlen \d+\.\d+\.\d+\n", self.succeed(tool, "--version")))
+        result = os.path.join(self.folder, "tool.txt")
+        self.assertIn("GaN channel", self.succeed(tool, "run", RECIPE, "-o", result))
+        self.assertTrue(os.path.getsize(result) > 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
