@@ -1,24 +1,18 @@
 // The exported function: owns the recipe and the text of a run, and reduces its status to 0 or 1.
 #include "api/vorlen_solver.h"
 
-#include <algorithm>
-#include <cstring>
 #include <exception>
 #include <new>
 #include <string>
 
+#include "api/error_buffer.h"
 #include "api/run_simulation.h"
 #include "recipe/read_recipe.h"
 
 namespace {
 
-// Copies text, cut to what the buffer holds, with a terminating zero. buffer may be null.
-std::int32_t fail(const char* text, char* buffer) {
-  if (buffer != nullptr) {
-    const std::size_t length = std::min<std::size_t>(std::strlen(text), VORLEN_ERROR_BUFFER_SIZE - 1);
-    std::memcpy(buffer, text, length);
-    buffer[length] = '\0';
-  }
+std::int32_t fail(const char* text, char* error_buffer) {
+  vorlen::copy_error_text(text, error_buffer);
   return 1;
 }
 

@@ -51,22 +51,6 @@ TEST_F(Interface, AnEmptyOutputPathRunsWithoutAFile) {
   EXPECT_EQ(1u, files);  // the recipe
 }
 
-// "Error reading file " + path + newline + "Failed to open file": the text is longer than the buffer from a path of
-// 2048 - 39 bytes on.
-TEST_F(Interface, ALongTextIsCutToTheBufferAndTerminated) {
-  const std::size_t frame = std::string("Error reading file \nFailed to open file").size();
-  for (std::size_t length :
-       {std::size_t{0}, std::size_t{100}, 2047 - frame, 2048 - frame, 2049 - frame, std::size_t{5000}}) {
-    SCOPED_TRACE(length);
-    const std::string path(length, 'x');
-    const CallOutcome got = call_library(path, "");
-    EXPECT_EQ(1, got.result);
-    EXPECT_TRUE(got.terminated);
-    EXPECT_TRUE(got.guarded);
-    EXPECT_EQ(("Error reading file " + path + "\nFailed to open file").substr(0, 2047), got.text);
-  }
-}
-
 TEST_F(Interface, ADirectoryAsRecipeReadsLikeAMissingFile) {
   const CallOutcome got = call_library(folder.path(), "");
   EXPECT_EQ(1, got.result);

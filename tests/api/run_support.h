@@ -11,27 +11,28 @@
 namespace vorlen_test {
 
 inline constexpr char FILL = '\xa5';
-inline constexpr std::size_t GUARD = 64;  // bytes behind the buffer that must stay as they are
+inline constexpr std::size_t GUARD = 64;  // bytes before and behind the buffer that must stay as they are
 
 struct CallOutcome {
   int result = 0;
   bool untouched = false;   // the buffer is as it was
   bool terminated = false;  // it holds a zero
-  bool guarded = false;     // nothing was written behind it
+  bool guarded = false;     // nothing was written before or behind it
   std::string text;         // up to the zero
 };
 
 inline CallOutcome call_library(const std::string& input_path, const std::string& output_path) {
-  std::vector<char> block(VORLEN_ERROR_BUFFER_SIZE + GUARD, FILL);
+  std::vector<char> block(GUARD + VORLEN_ERROR_BUFFER_SIZE + GUARD, FILL);
   CallOutcome outcome;
-  outcome.result = runSurfChem(input_path.c_str(), output_path.c_str(), block.data());
-  const auto end = block.begin() + VORLEN_ERROR_BUFFER_SIZE;
+  outcome.result = runSurfChem(input_path.c_str(), output_path.c_str(), block.data() + GUARD);
+  const auto begin = block.begin() + GUARD;
+  const auto end = begin + VORLEN_ERROR_BUFFER_SIZE;
   const auto is_fill = [](char c) { return c == FILL; };
-  outcome.untouched = std::all_of(block.begin(), end, is_fill);
-  outcome.guarded = std::all_of(end, block.end(), is_fill);
-  const auto zero = std::find(block.begin(), end, '\0');
+  outcome.untouched = std::all_of(begin, end, is_fill);
+  outcome.guarded = std::all_of(block.begin(), begin, is_fill) && std::all_of(end, block.end(), is_fill);
+  const auto zero = std::find(begin, end, '\0');
   outcome.terminated = zero != end;
-  if (outcome.terminated) outcome.text.assign(block.begin(), zero);
+  if (outcome.terminated) outcome.text.assign(begin, zero);
   return outcome;
 }
 

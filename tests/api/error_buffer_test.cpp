@@ -1,0 +1,99 @@
+// The error buffer for texts of every length: what fits is told whole, the rest is cut, and no byte outside is touched.
+#include "api/error_buffer.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <string>
+
+#include "api/run_support.h"
+#include "support/recipe_builder.h"
+
+namespace vorlen_test {
+namespace {
+
+constexpr std::size_t BUFFER_SIZE = VORLEN_ERROR_BUFFER_SIZE;
+constexpr std::size_t LENGTH_MAX = 5000;  // of the texts; more than twice the buffer
+
+// A text without a repeated neighbour, so that a shifted copy differs.
+std::string text_of(std::size_t length) {
+  std::string text;
+  for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
+  return text;
+}
+
+// The buffer at the very end of a page, before one that must not be touched: a byte written or read behind it ends the
+// program.
+struct BufferAtTheEdge {
+  std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  void* pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  char* buffer = static_cast<char*>(pages) + page - BUFFER_SIZE;
+
+  BufferAtTheEdge() { EXPECT_EQ(0, mprotect(static_cast<char*>(pages) + page, page, PROT_NONE)); }
+  BufferAtTheEdge(const BufferAtTheEdge&) = delete;
+  BufferAtTheEdge& operator=(const BufferAtTheEdge&) = delete;
+  ~BufferAtTheEdge() { munmap(pages, 2 * page); }
+};
+
+TEST(ErrorBuffer, TextsOfEveryLengthAreCopiedOrCut) {
+  for (std::size_t length = 0; length <= LENGTH_MAX; ++length) {
+    const std::string text = text_of(length);
+    std::string block(GUARD + BUFFER_SIZE + GUARD, FILL);
+    vorlen::copy_error_text(text.c_str(), block.data() + GUARD);
+    const std::string shown = text.substr(0, BUFFER_SIZE - 1);
+    std::string expected(GUARD + BUFFER_SIZE + GUARD, FILL);
+    expected.replace(GUARD, shown.size() + 1, shown.c_str(), shown.size() + 1);
+    ASSERT_EQ(expected, block) << length;
+  }
+}
+
+TEST(ErrorBuffer, ANullBufferTakesNoText) { vorlen::copy_error_text("text", nullptr); }
+
+// "Error reading file " + path + line feed + "Failed to open file": 39 bytes more than the path has.
+TEST(ErrorBuffer, TextsOfEveryLengthComeThroughTheCall) {
+  const std::size_t frame = std::string("Error reading file \nFailed to open file").size();
+  for (std::size_t length = frame; length <= LENGTH_MAX; ++length) {
+    const std::string path = text_of(length - frame);
+    const CallOutcome got = call_library(path, "");
+    ASSERT_EQ(1, got.result) << length;
+    ASSERT_TRUE(got.terminated && got.guarded) << length;
+    ASSERT_EQ(("Error reading file " + path + "\nFailed to open file").substr(0, BUFFER_SIZE - 1), got.text);
+  }
+}
+
+TEST(ErrorBuffer, ATextThatTheRecipeMakesLongIsCutToo) {
+  const TempFolder folder;
+  for (const std::size_t length : {std::size_t{0}, std::size_t{2000}, BUFFER_SIZE, LENGTH_MAX}) {
+    const std::string material = text_of(length);
+    const CallOutcome got =
+        call_library(RecipeBuilder().set("material", material).write(folder.path("recipe.xml")), "");
+    EXPECT_EQ(1, got.result);
+    EXPECT_TRUE(got.terminated && got.guarded);
+    EXPECT_EQ(("Material \"" + material + "\" is not recognized").substr(0, BUFFER_SIZE - 1), got.text);
+  }
+}
+
+TEST(ErrorBuffer, NothingBehindItIsTouched) {
+  const BufferAtTheEdge edge;
+  ASSERT_NE(MAP_FAILED, edge.pages);
+  for (const std::size_t length : {std::size_t{0}, std::size_t{1}, BUFFER_SIZE - 40, BUFFER_SIZE, LENGTH_MAX}) {
+    EXPECT_EQ(1, runSurfChem(text_of(length).c_str(), "", edge.buffer));
+    const std::string text = "Error reading file " + text_of(length) + "\nFailed to open file";
+    EXPECT_EQ(text.substr(0, BUFFER_SIZE - 1), edge.buffer);
+  }
+}
+
+TEST(ErrorBuffer, ASuccessTouchesNoByteOfIt) {
+  const TempFolder folder;
+  const std::string recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
+  const BufferAtTheEdge edge;
+  ASSERT_NE(MAP_FAILED, edge.pages);
+  // Memory that can't even be read: a success has no business there.
+  ASSERT_EQ(0, mprotect(edge.pages, edge.page, PROT_NONE));
+  EXPECT_EQ(0, runSurfChem(recipe.c_str(), folder.path("out.txt").c_str(), edge.buffer));
+}
+
+}  // namespace
+}  // namespace vorlen_test

@@ -1,0 +1,12 @@
+/* What no file of the library may do; library_symbols.sh must find it. */
+#include <locale.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+void forbidden_calls(int status);
+
+void forbidden_calls(int status) {
+  puts(setlocale(LC_ALL, ""));
+  if (status == 1) abort();
+  exit(status);
+}

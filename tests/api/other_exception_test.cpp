@@ -1,0 +1,45 @@
+// A host may replace operator new, and its own may fail in a way of its own: that exception must not cross the C
+// interface either. The program replaces operator new for itself.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "api/run_support.h"
+#include "support/recipe_builder.h"
+
+namespace {
+bool refuse = false;
+}
+
+void* operator new(std::size_t size) {
+  if (refuse) {
+    refuse = false;  // the exception allocates its text
+    throw std::length_error("The host's memory manager says no");
+  }
+  if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* block) noexcept { std::free(block); }
+
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+
+namespace vorlen_test {
+namespace {
+
+TEST(OtherExceptions, EndTheCallWithTheirText) {
+  const TempFolder folder;
+  const std::string recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
+  char text[VORLEN_ERROR_BUFFER_SIZE] = "";
+  refuse = true;
+  EXPECT_EQ(1, runSurfChem(recipe.c_str(), "", text));
+  EXPECT_FALSE(refuse);
+  EXPECT_STREQ("The host's memory manager says no", text);
+  EXPECT_EQ(0, runSurfChem(recipe.c_str(), "", text)) << "the next call is as good as new";
+}
+
+}  // namespace
+}  // namespace vorlen_test
