@@ -7,17 +7,12 @@
 #include <tinyxml.h>
 
 #include <cstddef>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <system_error>
 
 #include "recipe/keywords.h"
+#include "recipe/load_document.h"
 #include "recipe/read_stages.h"
 #include "recipe/species_data.h"
 #include "recipe/xml_lookup.h"
-#include "recipe/xml_nesting.h"
 
 namespace vorlen {
 
@@ -46,32 +41,6 @@ struct ClassicLocaleScope {
     if (classic != nullptr) freelocale(classic);
   }
 };
-
-// The whole file; empty when it can't be read.
-std::string file_text(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-bool load(const char* path, TiXmlDocument& document, std::string& error) {
-  const std::string start = std::string("Error reading file ") + path + "\n";
-  // What is there but no file (a directory, a pipe, a device) may open and never end; it is reported like a file that
-  // can't be opened.
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
-  const bool no_file = std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
-  if (!no_file && nesting_exceeds(file_text(path), NESTING_MAX)) {
-    error = start + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
-    return false;
-  }
-  if (no_file ? document.LoadFile(static_cast<std::FILE*>(nullptr)) : document.LoadFile()) return true;
-  error = start + document.ErrorDesc();
-  if (document.ErrorRow() > 0) {
-    error += "Line:" + std::to_string(document.ErrorRow()) + "\n";
-    if (document.ErrorCol() > 0) error += "Column:" + std::to_string(document.ErrorCol()) + "\n";
-  }
-  return false;
-}
 
 // Reads the keyword in val of a required child; an unknown one writes unknown + the quoted value + " is not
 // recognized".
@@ -218,8 +187,8 @@ std::int32_t read_recipe(const char* path, ProcessRecipe& recipe, std::string& e
   constexpr std::int32_t READ = 0, BAD_RECIPE = 1, BAD_FILE = -1;
   const ClassicLocaleScope classic_locale;
   error.clear();
-  TiXmlDocument document(path);
-  if (!load(path, document, error)) return BAD_FILE;
+  TiXmlDocument document;
+  if (!load_document(path, document, error)) return BAD_FILE;
 
   const TiXmlElement* root = require_child(document, "NonstSurfChem", error);
   if (root == nullptr) return BAD_RECIPE;
