@@ -1,6 +1,7 @@
 // The exported function: owns the recipe and the text of a run, and reduces its status to 0 or 1.
 #include "api/vorlen_solver.h"
 
+#include <cfenv>
 #include <exception>
 #include <new>
 #include <string>
@@ -16,6 +17,22 @@ std::int32_t fail(const char* text, char* error_buffer) {
   return 1;
 }
 
+// Gives the calling thread the default floating-point environment for the life of this object, and the host's back
+// behind it. Numbers are the same whatever the host has set, and a trap of the host does not end its process.
+class DefaultFloatingPoint {
+ public:
+  DefaultFloatingPoint() {
+    std::fegetenv(&host_);
+    std::fesetenv(FE_DFL_ENV);
+  }
+  ~DefaultFloatingPoint() { std::fesetenv(&host_); }
+  DefaultFloatingPoint(const DefaultFloatingPoint&) = delete;
+  DefaultFloatingPoint& operator=(const DefaultFloatingPoint&) = delete;
+
+ private:
+  std::fenv_t host_;
+};
+
 std::int32_t run(const char* input_path, const char* output_path, char* error_buffer) {
   vorlen::ProcessRecipe recipe;
   std::string err;
@@ -29,6 +46,7 @@ std::int32_t run(const char* input_path, const char* output_path, char* error_bu
 extern "C" std::int32_t runSurfChem(const char* input_path, const char* output_path, char* error_buffer) {
   if (input_path == nullptr) return fail("Input path is not specified", error_buffer);
   if (output_path == nullptr) return fail("Output path is not specified", error_buffer);
+  const DefaultFloatingPoint default_floating_point;
   // Exceptions of the standard library must not cross the C interface.
   try {
     return run(input_path, output_path, error_buffer);

@@ -47,14 +47,18 @@ extern "C" {
  *   - the run ends normally: it is complete.
  * A null input_path or output_path gives result 1 with "Input path is not specified" or "Output path is not specified".
  * Errors while the file is written, such as a full disk, are not reported. When memory runs out the result is 1 with
- * the text "Out of memory", and nothing is lost but the run.
+ * the text "Out of memory", nothing is lost but the run, and the file is left as in one of the cases above, or cut off.
  *
  * Calls may overlap: any number of threads may run simulations at the same time, each with its own paths and buffer.
- * A call runs on the calling thread alone, starts no thread, prints nothing, and neither reads nor changes the
- * environment or the locale of the process: numbers have the point as decimal separator whatever the locale is.
+ * A call runs on the calling thread alone, starts no thread and prints nothing.
  *
- * The same recipe gives the same bytes in the result file, on any thread and in any order of calls. The floating-point
- * environment is to be the default one (round to nearest, no flush to zero).
+ * The same recipe gives the same bytes in the result file and the same texts, on any thread, in any order of calls and
+ * whatever the host has set: locale (numbers have the point as decimal separator), environment variables, rounding
+ * mode, floating-point traps, flush to zero. The floating-point environment is the default one during the call (round
+ * to nearest, no traps, no flush to zero) and the host's own again behind it, with the flags that it had.
+ *
+ * A call leaves the process as it was: locale of C, of C++ and of the thread, floating-point environment, working
+ * directory, signal handlers and mask, open files, umask, environment variables, limits. errno may change.
  */
 VORLEN_EXPORT int32_t runSurfChem(const char* input_path, const char* output_path, char* error_buffer);
 
