@@ -1,5 +1,6 @@
 // Construction of the growth model from a recipe: options, species, reference lattice, dislocation data of the stages,
 // time axis, dislocation geometry and transport layers, in this order.
+#include <cerrno>
 #include <cmath>
 
 #include "model/surfchem_nonst.h"
@@ -118,7 +119,8 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
     out.open(output_path, std::ios::out | std::ios::trunc);
     if (!out.is_open()) {
       err = 1;
-      error_text = std::string("Unable to open file ") + output_path + " for writing";
+      error_text =
+          errno == ENOMEM ? "Out of memory" : std::string("Unable to open file ") + output_path + " for writing";
       return;
     }
     out.precision(OUTPUT_PRECISION);

@@ -29,13 +29,12 @@ bool is_no_file(const char* path) {
   return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
 }
 
-bool read_text(const char* path, std::string& text) {
-  if (is_no_file(path)) return false;
+enum class ReadResult { read, failed, no_memory };
+
+ReadResult read_text(const char* path, std::string& text) {
+  if (is_no_file(path)) return ReadResult::failed;
   const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "rb"));
-  if (file == nullptr) {
-    if (errno == ENOMEM) throw std::bad_alloc();
-    return false;
-  }
+  if (file == nullptr) return errno == ENOMEM ? ReadResult::no_memory : ReadResult::failed;
   std::setvbuf(file.get(), nullptr, _IONBF, 0);  // the blocks are large enough
   std::size_t length = 0;
   std::size_t got = 0;
@@ -45,7 +44,7 @@ bool read_text(const char* path, std::string& text) {
     length += got;
   } while (got == READ_BLOCK);
   text.resize(length);
-  return std::ferror(file.get()) == 0;
+  return std::ferror(file.get()) == 0 ? ReadResult::read : ReadResult::failed;
 }
 
 // Line ends of other systems, CR LF and CR, become LF.
@@ -82,16 +81,22 @@ std::size_t tree_size_max(const std::string& text) {
 bool load_document(const char* path, TiXmlDocument& document, std::string& error) {
   const std::string start = std::string("Error reading file ") + path + "\n";
   std::string text;
-  if (read_text(path, text)) {
-    normalise_line_ends(text);
-    if (nesting_exceeds(text, NESTING_MAX)) {
-      error = start + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
+  switch (read_text(path, text)) {
+    case ReadResult::no_memory:
+      error = "Out of memory";
       return false;
-    }
-    require_memory(tree_size_max(text));
-    document.Parse(text.c_str());
-  } else {
-    document.LoadFile(static_cast<std::FILE*>(nullptr));  // for the library's own text
+    case ReadResult::failed:
+      document.LoadFile(static_cast<std::FILE*>(nullptr));  // for the library's own text
+      break;
+    case ReadResult::read:
+      normalise_line_ends(text);
+      if (nesting_exceeds(text, NESTING_MAX)) {
+        error = start + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
+        return false;
+      }
+      require_memory(tree_size_max(text));
+      document.Parse(text.c_str());
+      break;
   }
   if (!document.Error()) return true;
   error = start + document.ErrorDesc();

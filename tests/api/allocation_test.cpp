@@ -1,15 +1,9 @@
-// Memory: the right-hand side allocates nothing, and an allocation that fails ends a run with a text. The program
-// counts and refuses allocations through its own operator new.
+// Memory: between the first and the last step nothing is allocated but for the history.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
-
-#include "api/run_support.h"
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
 #include "recipe/read_recipe.h"
@@ -85,41 +79,6 @@ TEST_P(Allocations, NoneBetweenTheFirstAndTheLastStep) {
 
 INSTANTIATE_TEST_SUITE_P(StressModel, Allocations, testing::Values("relax", "V_dislocation"),
                          [](const testing::TestParamInfo<const char*>& param) { return std::string(param.param); });
-
-// Takes what is allocated in its life out of the leak check of the address sanitizer.
-struct LeaksAllowed {
-#ifdef __SANITIZE_ADDRESS__
-  LeaksAllowed() { __lsan_disable(); }
-  ~LeaksAllowed() { __lsan_enable(); }
-#endif
-};
-
-// The guard of the exported function: whichever allocation is the first to fail, the call ends with a text, and the
-// next one is as good as new.
-TEST(Allocations, AFailureEndsTheCallWithOutOfMemory) {
-  const TempFolder folder;
-  const std::string input = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
-  const std::string output = folder.path("out.txt");
-  char text[VORLEN_ERROR_BUFFER_SIZE] = "";
-  long first = allocations;
-  ASSERT_EQ(0, runSurfChem(input.c_str(), output.c_str(), text));
-  const long of_a_run = allocations - first;
-  const std::string expected = read_file(output);
-  ASSERT_GT(of_a_run, 100);
-
-  // The XML library does not give back its file buffer when an allocation inside it fails.
-  [[maybe_unused]] const LeaksAllowed leaks_allowed;
-  for (long number = 0; number < of_a_run; number += 1 + of_a_run / 200) {
-    text[0] = '\0';
-    refused_from = allocations + number;
-    const std::int32_t result = runSurfChem(input.c_str(), output.c_str(), text);
-    refused_from = -1;
-    ASSERT_EQ(1, result) << "allocation " << number;
-    ASSERT_STREQ("Out of memory", text) << "allocation " << number;
-  }
-  ASSERT_EQ(0, runSurfChem(input.c_str(), output.c_str(), text));
-  EXPECT_EQ(expected, read_file(output));
-}
 
 }  // namespace
 }  // namespace vorlen_test

@@ -1,22 +1,128 @@
 #include "support/allocation_counter.h"
 
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <malloc.h>
+
+#include <cerrno>
+#include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace vorlen_test {
 
 std::atomic<long> allocations{0};
+std::atomic<long> live_blocks{0};
+std::atomic<long> live_bytes{0};
+std::atomic<long> peak_bytes{0};
 std::atomic<long> refused_from{-1};
+std::atomic<long> refused_count{LONG_MAX};
+std::atomic<bool> refused_in_parser{false};
 
+namespace {
+
+// The first call of backtrace loads a library, which allocates.
+void* warm_up[1];
+[[maybe_unused]] const int warmed_up = backtrace(warm_up, 1);
+
+bool called_by_parser() {
+  constexpr int DEPTH = 64;
+  void* frames[DEPTH];
+  const int n = backtrace(frames, DEPTH);
+  for (int i = 0; i < n; ++i) {
+    Dl_info info;
+    if (dladdr(frames[i], &info) != 0 && std::strstr(info.dli_fname, "libtinyxml") != nullptr) return true;
+  }
+  return false;
+}
+
+// Counts one allocation; true when it is to fail.
+bool refuse() {
+  const long number = allocations++;
+  const long from = refused_from;
+  if (from < 0 || number < from || number - from >= refused_count) return false;
+  refused_in_parser = called_by_parser();
+  return true;
+}
+
+}  // namespace
 }  // namespace vorlen_test
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+
 void* operator new(std::size_t size) {
-  const long number = vorlen_test::allocations++;
-  if (vorlen_test::refused_from >= 0 && number >= vorlen_test::refused_from) throw std::bad_alloc();
-  if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+  if (!vorlen_test::refuse()) {
+    if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+  }
   throw std::bad_alloc();
 }
 
 void operator delete(void* block) noexcept { std::free(block); }
 
 void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+
+#else
+
+// The C library's allocator under the names by which it can be reached behind these.
+extern "C" {
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+void __libc_free(void* block);
+}
+
+namespace vorlen_test {
+namespace {
+
+void* kept(void* block) {
+  if (block == nullptr) return nullptr;
+  ++live_blocks;
+  const long now = live_bytes += static_cast<long>(malloc_usable_size(block));
+  long peak = peak_bytes;
+  while (now > peak && !peak_bytes.compare_exchange_weak(peak, now)) {
+  }
+  return block;
+}
+
+void given_back(void* block) {
+  if (block == nullptr) return;
+  --live_blocks;
+  live_bytes -= static_cast<long>(malloc_usable_size(block));
+}
+
+void* no_memory() {
+  errno = ENOMEM;
+  return nullptr;
+}
+
+}  // namespace
+}  // namespace vorlen_test
+
+extern "C" {
+
+void* malloc(std::size_t size) {
+  using namespace vorlen_test;
+  return refuse() ? no_memory() : kept(__libc_malloc(size));
+}
+
+void* calloc(std::size_t count, std::size_t size) {
+  using namespace vorlen_test;
+  return refuse() ? no_memory() : kept(__libc_calloc(count, size));
+}
+
+void* realloc(void* block, std::size_t size) {
+  using namespace vorlen_test;
+  if (refuse()) return no_memory();
+  given_back(block);
+  return kept(__libc_realloc(block, size));
+}
+
+void free(void* block) {
+  vorlen_test::given_back(block);
+  __libc_free(block);
+}
+
+}  // extern "C"
+
+#endif

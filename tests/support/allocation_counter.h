@@ -1,12 +1,27 @@
-// Counts and refuses the allocations of a test program that links the library vorlen_allocation_counter, which replaces
-// the global operator new.
+// Counts and refuses the allocations of a test program that links the library vorlen_allocation_counter. It stands in
+// for malloc, and so sees what C and C++ libraries allocate too; under a sanitizer, which has a malloc of its own, it
+// stands in for the global operator new and does not follow what is given back.
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 
 namespace vorlen_test {
 
-extern std::atomic<long> allocations;   // so far
-extern std::atomic<long> refused_from;  // number of the allocation that fails, with all behind it; negative: none
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool LIVE_BLOCKS_KNOWN = false;
+#else
+inline constexpr bool LIVE_BLOCKS_KNOWN = true;
+#endif
+
+extern std::atomic<long> allocations;    // so far
+extern std::atomic<long> live_blocks;    // not given back, where that is known
+extern std::atomic<long> live_bytes;     // their usable bytes
+extern std::atomic<long> peak_bytes;     // largest live_bytes since the test has set it
+extern std::atomic<long> refused_from;   // number of the first allocation that fails; negative: none
+extern std::atomic<long> refused_count;  // how many fail from that one on
+
+// Whether the last refused allocation was asked for by TinyXML, at any depth.
+extern std::atomic<bool> refused_in_parser;
 
 }  // namespace vorlen_test

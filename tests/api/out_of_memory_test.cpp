@@ -1,0 +1,200 @@
+// Whichever allocation of a run fails, the call ends with "Out of memory", gives back what it had taken and leaves a
+// process in which the next call gives what the first one of a fresh process gives.
+//
+// Each failure is tried in a process of its own, in which nothing has been called before, so that what is set up once
+// takes part. One thing is not given back: what TinyXML has built when an allocation fails inside it, at most the tree
+// of the recipe. The library therefore asks for that much memory before it parses, so that a real shortage shows there.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "api/run_support.h"
+#include "recipe/load_document.h"
+#include "support/allocation_counter.h"
+#include "support/recipe_builder.h"
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+// What TinyXML allocates, itself or by the C++ library, is the one thing that may stay; the stacks are followed through
+// libraries without frame pointers to tell.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libtinyxml\n"; }
+extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+#endif
+
+namespace vorlen_test {
+namespace {
+
+constexpr long ALL = 1L << 60;
+
+struct Case {
+  std::string name;
+  RecipeBuilder recipe;
+  std::int32_t result;
+  std::string text;
+};
+
+// Recipes that run through all parts of the library within a few steps; LongRun takes the lists of the history beyond
+// the 1024 entries that they are built with.
+Case recipe_case(const std::string& name) {
+  const auto of_duration = [](const char* tau, const RecipeOptions& options) {
+    RecipeBuilder recipe(options);
+    recipe.set("process_stages/stage_1/tau", tau);
+    return recipe;
+  };
+  const RecipeOptions stress_off = {.stress_model = "relax", .n_post_stages = 1};
+  if (name == "StressOff") return {name, of_duration("0.01", stress_off), 0, ""};
+  if (name == "VDislocation") return {name, of_duration("0.01", {.n_post_stages = 1}), 0, ""};
+  if (name == "LongRun") return {name, of_duration("11000", stress_off), 0, ""};
+  if (name == "Faulty") {
+    RecipeBuilder recipe = of_duration("0.01", stress_off).remove("post_stages");
+    return {name, recipe, 1, "Element NonstSurfChem:post_stages is not found"};
+  }
+  RecipeBuilder recipe = of_duration("0.01", stress_off);
+  recipe.set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited");
+  return {name, recipe, 1, "Cannot inherit dislocation density for first pre-stage"};
+}
+
+long open_descriptors() {
+  const std::filesystem::directory_iterator entries("/proc/self/fd");
+  return std::distance(begin(entries), end(entries));
+}
+
+// Runs body in a process of its own and returns what it has written to the descriptor that it gets.
+template <class Body>
+std::string in_child(const Body& body) {
+  int ends[2];
+  if (pipe(ends) != 0) return "no pipe";
+  const pid_t child = fork();
+  if (child == 0) {
+    close(ends[0]);
+    body(ends[1]);
+    _exit(0);
+  }
+  close(ends[1]);
+  std::string said;
+  char block[4096];
+  for (ssize_t n = 0; (n = read(ends[0], block, sizeof block)) > 0;) said.append(block, static_cast<std::size_t>(n));
+  close(ends[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) said += "the process has died, status " + std::to_string(status);
+  return said;
+}
+
+void say(int descriptor, const std::string& text) {
+  [[maybe_unused]] const ssize_t written = write(descriptor, text.data(), text.size());
+}
+
+class OutOfMemory : public testing::TestWithParam<const char*> {
+ protected:
+  // One call in which count allocations from the given one on fail, and one call behind it. Says what is wrong.
+  void fail_and_call_again(long number, long count, int answer) const {
+    char text[VORLEN_ERROR_BUFFER_SIZE] = "";
+    const long descriptors = open_descriptors();
+    const long blocks = live_blocks;
+    const long bytes = live_bytes;
+    refused_count = count;
+    refused_from = allocations + number;
+    const std::int32_t result = runSurfChem(input.c_str(), output.c_str(), text);
+    refused_from = -1;
+    const long left_blocks = live_blocks - blocks;
+    const long left_bytes = live_bytes - bytes;
+
+    const std::string at = "allocation " + std::to_string(number) + " of " + std::to_string(count) + ": ";
+    if (result != 1 || std::string(text) != "Out of memory") say(answer, at + std::to_string(result) + text + "\n");
+    if (refused_in_parser ? left_bytes > parser_limit : left_blocks != 0) {
+      say(answer, at + std::to_string(left_bytes) + " bytes are not given back\n");
+    }
+    if (open_descriptors() != descriptors) say(answer, at + "a file is left open\n");
+
+    const CallOutcome again = call_library(input, output);
+    if (again.result != tested.result || (again.result == 1 && again.text != tested.text)) {
+      say(answer, at + "the next call ends with " + again.text + "\n");
+    }
+    if (read_file(output) != expected) say(answer, at + "the next call gives another file\n");
+  }
+
+  const TempFolder folder;
+  const Case tested = recipe_case(GetParam());
+  const std::string input = tested.recipe.write(folder.path("recipe.xml"));
+  const std::string output = folder.path("out.txt");
+  std::string expected;
+  const long parser_limit = static_cast<long>(vorlen::tree_size_max(tested.recipe.text()));
+};
+
+TEST_P(OutOfMemory, EndsTheCallWhicheverAllocationFails) {
+  const std::string told = in_child([&](int answer) {
+    char text[VORLEN_ERROR_BUFFER_SIZE] = "";
+    const long before = allocations;
+    const std::int32_t result = runSurfChem(input.c_str(), output.c_str(), text);
+    say(answer, std::to_string(allocations - before) + " " + std::to_string(result) + text);
+  });
+  ASSERT_EQ(std::to_string(tested.result) + tested.text, told.substr(told.find(' ') + 1));
+  const long of_a_run = std::stol(told);
+  ASSERT_GT(of_a_run, 100);
+  expected = read_file(output);
+  // What the long run has in common with the short one, before its lists grow, is left out.
+  const long first = tested.name == "LongRun" ? of_a_run - 30 : 0;
+
+  const auto fail_all = [&](const auto& attempt) {
+    for (long number = first; number < of_a_run; ++number) {
+      for (const long count : {1L, ALL}) attempt(number, count);
+    }
+  };
+  std::string wrong;
+  if (LIVE_BLOCKS_KNOWN) {
+    fail_all([&](long number, long count) {
+      wrong += in_child([&](int answer) { fail_and_call_again(number, count, answer); });
+    });
+  } else {
+    wrong = in_child([&](int answer) {
+      fail_all([&](long number, long count) { fail_and_call_again(number, count, answer); });
+#ifdef __SANITIZE_ADDRESS__
+      if (__lsan_do_recoverable_leak_check() != 0) say(answer, "memory is not given back\n");
+#endif
+    });
+  }
+  EXPECT_EQ("", wrong);
+}
+
+INSTANTIATE_TEST_SUITE_P(Recipe, OutOfMemory,
+                         testing::Values("StressOff", "VDislocation", "LongRun", "Faulty", "Refused"),
+                         [](const auto& instance) { return std::string(instance.param); });
+
+// A host may open the library late and call it on a thread that has never run its code: the thread's own records of the
+// library take no memory then.
+TEST(OutOfMemoryOnAThread, EndsTheCallOfALibraryOpenedLate) {
+  const TempFolder folder;
+  const std::string input = recipe_case("VDislocation").recipe.write(folder.path("recipe.xml"));
+  std::string said;
+  long number = 0;
+  for (; number < 1000 && said != "0"; ++number) {
+    said = in_child([&](int answer) {
+      void* const library = dlopen(VORLEN_LIBRARY, RTLD_NOW);
+      if (library == nullptr) return say(answer, "not opened");
+      const auto run = reinterpret_cast<decltype(&runSurfChem)>(dlsym(library, "runSurfChem"));
+      std::thread([&] {
+        char text[VORLEN_ERROR_BUFFER_SIZE] = "";
+        refused_count = ALL;
+        refused_from = allocations + number;
+        const std::int32_t result = run(input.c_str(), "", text);
+        refused_from = -1;
+        say(answer, std::to_string(result) + text);
+      }).join();
+    });
+    if (said != "0") {
+      ASSERT_EQ("1Out of memory", said) << "allocation " << number;
+    }
+  }
+  EXPECT_EQ("0", said) << "the call has not come to its end";
+  EXPECT_GT(number, 100);
+}
+
+}  // namespace
+}  // namespace vorlen_test
