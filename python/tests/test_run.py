@@ -1,0 +1,107 @@
+"""vorlen.run: the call, its failures, what it leaves on the disk."""
+
+from __future__ import annotations
+
+import hashlib
+import json
+import pickle
+import threading
+from pathlib import Path
+
+import pytest
+
+import vorlen
+from vorlen._library import simulate
+from vorlen.run import status_path
+
+
+
+def bytes_of_the_library(recipe: Path, folder: Path) -> bytes:
+    """What the bare call writes for a recipe."""
+    path = folder / "bare.txt"
+    assert simulate(recipe, path) == (0, "")
+    return path.read_bytes()
+
+
+def test_a_path_a_text_and_a_recipe_give_the_bytes_of_the_bare_call(examples: Path, tmp_path: Path) -> None:
+    path = examples / "algan_gan_hemt.xml"
+    expected = bytes_of_the_library(path, tmp_path)
+    for recipe in (path, str(path), path.read_text(), vorlen.Recipe.load(path)):
+        assert vorlen.run(recipe).content == expected
+
+
+def test_the_result_file_and_its_status_file_are_kept_where_wanted(examples: Path, tmp_path: Path) -> None:
+    path, result = examples / "algan_gan_hemt.xml", tmp_path / "hemt.result.txt"
+    run = vorlen.run(path, result)
+    assert run.path == result and result.read_bytes() == run.content
+    status = json.loads((tmp_path / "hemt.status.json").read_text())
+    assert status["result"] == 0 and status["text"] == "" and status["wall_time_s"] > 0
+    assert status["version"] == vorlen.__version__
+    assert status["result_sha256"] == hashlib.sha256(result.read_bytes()).hexdigest()
+    assert status["recipe_sha256"] == hashlib.sha256(path.read_bytes()).hexdigest()
+    assert sorted(entry.name for entry in tmp_path.iterdir()) == ["hemt.result.txt", "hemt.status.json"]
+
+
+@pytest.mark.parametrize(
+    ("result", "status"),
+    [("a.result.txt", "a.status.json"), ("a.txt", "a.status.json"), ("a.out", "a.out.status.json")],
+)
+def test_the_status_file_has_the_name_of_the_result(result: str, status: str) -> None:
+    assert status_path(result).name == status
+
+
+def test_a_refused_recipe_raises_the_library_s_text_and_leaves_an_older_result(examples: Path, tmp_path: Path) -> None:
+    recipe = vorlen.Recipe.load(examples / "algan_gan_hemt.xml")
+    recipe["process_stages/stage_1/T"] = 0
+    result = tmp_path / "old.txt"
+    result.write_text("older")
+    with pytest.raises(vorlen.SimulationError) as caught:
+        vorlen.run(recipe, result)
+    assert caught.value.text == "Very low or negative temperature in stage_1"  # docs/messages.md
+    assert caught.value.run is None and caught.value.recipe is recipe
+    assert result.read_text() == "older"
+    assert json.loads((tmp_path / "old.status.json").read_text())["result_sha256"] is None
+
+
+def test_a_missing_recipe_raises_the_library_s_text(tmp_path: Path) -> None:
+    with pytest.raises(vorlen.SimulationError, match="missing.xml"):
+        vorlen.run(tmp_path / "missing.xml")
+
+
+def test_the_result_never_overwrites_the_recipe(examples: Path, tmp_path: Path) -> None:
+    recipe = tmp_path / "r.xml"
+    recipe.write_bytes((examples / "algan_gan_hemt.xml").read_bytes())
+    with pytest.raises(ValueError, match="would overwrite the recipe"):
+        vorlen.run(recipe, recipe)
+    assert recipe.read_bytes() == (examples / "algan_gan_hemt.xml").read_bytes()
+
+
+def test_a_result_without_a_folder_is_refused_before_the_run(examples: Path, tmp_path: Path) -> None:
+    with pytest.raises(FileNotFoundError, match="nowhere"):
+        vorlen.run(examples / "algan_gan_hemt.xml", tmp_path / "nowhere" / "r.txt")
+    with pytest.raises(IsADirectoryError):
+        vorlen.run(examples / "algan_gan_hemt.xml", tmp_path)
+
+
+def test_runs_in_threads_give_the_same_bytes_as_one_by_one(examples: Path) -> None:
+    paths = sorted(examples.glob("*.xml"))
+    expected = [vorlen.run(path).content for path in paths]
+    results: list[bytes] = [b""] * len(paths)
+
+    def work(index: int) -> None:
+        results[index] = vorlen.run(paths[index]).content
+
+    threads = [threading.Thread(target=work, args=(index,)) for index in range(len(paths))]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert results == expected
+
+
+def test_a_run_and_an_error_survive_pickling(examples: Path) -> None:
+    run = vorlen.run(examples / "algan_gan_hemt.xml")
+    again = pickle.loads(pickle.dumps(run))
+    assert again.content == run.content and again.layers.equals(run.layers)
+    error = pickle.loads(pickle.dumps(vorlen.SimulationError("text", "recipe.xml", run)))
+    assert error.text == "text" and error.run.content == run.content

@@ -1,0 +1,178 @@
+"""Reader of result files, as docs/result-format.md describes them.
+
+The reading is strict: whatever differs from the format is an error with the number of its line. Only the values are
+free, infinities and not-a-numbers included. The file of a failed run reads well; it has fewer rows.
+"""
+
+from __future__ import annotations
+
+import re
+import warnings
+
+import numpy as np
+import pandas as pd
+
+TITLE = b'"VORLEN output file, version 2.0"'
+LAYERS_BEGIN = b"<LAYERS>"
+LAYERS_END = b"</LAYERS>"
+HEADING = (
+    b"#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
+    b"rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)"
+)
+
+# name, unit, meaning of the columns, in the order of the file. (t): when this depth was the surface; (z): in the end.
+COLUMNS = (
+    ("time", "s", "time of the process"),
+    ("z", "nm", "height above the bottom of the first pre-stage"),
+    ("rate", "nm/s", "growth rate (um/h, as the recipe gives it, in rows of pre-stages and post-stages)"),
+    ("x_in", "1", "indium in the solid, of all metal"),
+    ("x_ga", "1", "gallium in the solid, of all metal"),
+    ("x_al", "1", "aluminium in the solid, of all metal"),
+    ("rho_td_t", "cm^-2", "density of threading dislocations, when this depth was the surface"),
+    ("rho_vd0_t", "cm^-2", "two times the density of V-defects, when this depth was the surface"),
+    ("a_eff_t", "angstrom", "in-plane lattice constant, when this depth was the surface"),
+    ("eps_xx_t", "1", "in-plane strain, positive when stretched, when this depth was the surface"),
+    ("eps_yy_t", "1", "in-plane strain across, when this depth was the surface"),
+    ("eps_zz_t", "1", "strain along the growth direction, when this depth was the surface"),
+    ("eps_yz_t", "1", "shear strain, when this depth was the surface"),
+    ("rho_td_z", "cm^-2", "density of threading dislocations, in the finished structure"),
+    ("a_eff_z", "angstrom", "in-plane lattice constant, in the finished structure"),
+    ("eps_xx_z", "1", "in-plane strain, positive when stretched, in the finished structure"),
+    ("eps_yy_z", "1", "in-plane strain across, in the finished structure"),
+    ("eps_zz_z", "1", "strain along the growth direction, in the finished structure"),
+    ("eps_yz_z", "1", "shear strain, in the finished structure"),
+)
+COLUMN_NAMES = tuple(name for name, _, _ in COLUMNS)
+COLUMN_COUNT = len(COLUMNS)
+
+TIME_TOLERANCE = 1e-9  # relative; the rounding of a sum of many durations
+
+_NUMBER = re.compile(rb"-?(?:nan|inf|\d+(?:\.\d*)?(?:e[+-]?\d+)?)")
+_LAYER = re.compile(rb'"(.*)" ([^ \n]+) ([^ \n]+)', re.DOTALL)
+_BYTES_OF_ROWS = b"0123456789+-.einfa \n"
+
+
+class ResultFileError(ValueError):
+    """A file is no result file, or is damaged. The text names the file and the line."""
+
+
+def _number(text: bytes) -> float | None:
+    return float(text) if _NUMBER.fullmatch(text) else None
+
+
+def _parse_layers(content: bytes, name: str) -> tuple[list[tuple[str, float, float]], int, int]:
+    """The layers, the offset of the rows and the number of their first line."""
+    position, line_number = 0, 0
+
+    def take() -> bytes | None:
+        """The next line; None at the end, and for a last line that was cut off."""
+        nonlocal position, line_number
+        end = content.find(b"\n", position)
+        if end < 0:
+            return None
+        line = content[position:end]
+        position = end + 1
+        line_number += 1
+        return line
+
+    def expect(expected: bytes) -> None:
+        if take() != expected:
+            raise ResultFileError(f"{name}, line {max(line_number, 1)}: expected {expected.decode()}")
+
+    expect(TITLE)
+    expect(LAYERS_BEGIN)
+    layers: list[tuple[str, float, float]] = []
+    while True:
+        line = take()
+        if line is None:
+            raise ResultFileError(f"{name}, line {line_number}: the list of layers has no end")
+        if line == LAYERS_END:
+            break
+        first = line_number
+        while True:  # a name may hold line breaks: the layer goes on until its two numbers come
+            match = _LAYER.fullmatch(line)
+            numbers = [_number(match[2]), _number(match[3])] if match else [None]
+            if None not in numbers:
+                break
+            more = take()
+            if more is None:
+                raise ResultFileError(f"{name}, line {first}: this is no layer")
+            line += b"\n" + more
+        layers.append((match[1].decode("utf-8", "surrogateescape"), numbers[0], numbers[1]))
+    expect(HEADING)
+    return layers, position, line_number + 1
+
+
+def _first_fault(body: bytes, first_line: int) -> tuple[int, str]:
+    """Line number and text of the first line of body that is no row."""
+    for number, line in enumerate(body.split(b"\n")[:-1], first_line):
+        words = line.removesuffix(b" ").split(b" ")
+        if len(words) != COLUMN_COUNT or not all(_NUMBER.fullmatch(word) for word in words):
+            return number, "this is no row of 19 numbers"
+    raise AssertionError("the fast reader refused rows that the slow one takes")
+
+
+def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np.ndarray]:
+    """The numbers, one row per line, and which of the rows are active."""
+    codes = np.frombuffer(body, np.uint8)
+    separators = np.flatnonzero((codes == ord(" ")) | (codes == ord("\n")))
+    is_line_end = codes[separators] == ord("\n")
+    line_ends = np.flatnonzero(is_line_end)  # as indices into separators
+    count = len(line_ends)
+    if body and body[-1:] != b"\n":
+        raise ResultFileError(f"{name}, line {first_line + count}: the last line is cut off")
+    if count == 0:
+        return np.empty((0, COLUMN_COUNT)), np.empty(0, bool)
+    # 19 numbers with one blank between them, and one behind the last in an active row
+    length_before = np.diff(separators, prepend=-1) - 1
+    blanks = np.diff(line_ends, prepend=-1) - 1
+    active = (blanks > 0) & (length_before[line_ends] == 0)
+    well_formed = (
+        not body.translate(None, _BYTES_OF_ROWS)
+        and bool(np.all(blanks == COLUMN_COUNT - 1 + active))
+        and int(np.count_nonzero(length_before)) == count * COLUMN_COUNT
+    )
+    values = None
+    if well_formed:
+        with warnings.catch_warnings():
+            warnings.simplefilter("error", DeprecationWarning)  # numpy's way to tell of text that is no number
+            try:
+                values = np.fromstring(body, sep=" ")
+            except (DeprecationWarning, ValueError):
+                pass
+    if values is None or values.size != count * COLUMN_COUNT:
+        line, text = _first_fault(body, first_line)
+        raise ResultFileError(f"{name}, line {line}: {text}")
+    return values.reshape(count, COLUMN_COUNT), active
+
+
+def parse_layers(content: bytes, name: str = "result") -> pd.DataFrame:
+    """The layers: name, duration [s] and thickness [nm], numbered from 1. name stands in the texts of errors."""
+    layers, _, _ = _parse_layers(content, name)
+    table = pd.DataFrame(layers, columns=["name", "duration", "thickness"], index=range(1, len(layers) + 1))
+    table.index.name = "layer"
+    return table
+
+
+def parse_profile(content: bytes, name: str = "result") -> pd.DataFrame:
+    """The rows: the columns of COLUMNS, and active, which is true for rows of simulated stages."""
+    _, begin, first_line = _parse_layers(content, name)
+    values, active = _parse_rows(content[begin:], name, first_line)
+    profile = pd.DataFrame(values, columns=list(COLUMN_NAMES))
+    profile["active"] = active
+    profile.attrs["units"] = {column: unit for column, unit, _ in COLUMNS}
+    profile.attrs["meanings"] = {column: meaning for column, _, meaning in COLUMNS}
+    return profile
+
+
+def reaches_the_end(content: bytes, name: str = "result") -> bool:
+    """True when the table ends with a whole row, at the time at which the last layer ends."""
+    layers, begin, _ = _parse_layers(content, name)
+    lines = content[begin:].rsplit(b"\n", 2)
+    if len(lines) < 2 or lines[-1] or not lines[-2]:
+        return False
+    first, last = _number(content[begin:].split(b" ", 1)[0]), _number(lines[-2].split(b" ", 1)[0])
+    if first is None or last is None:
+        return False
+    gap = abs(last - first - sum(duration for _, duration, _ in layers))
+    return not gap > TIME_TOLERANCE * abs(last)  # a not-a-number passes

@@ -1,0 +1,408 @@
+"""One simulation: run() calls the library, Run holds what came of it.
+
+Values of a layer are defined in docs/result-format.md, so that this package and the command-line host give the same.
+"""
+
+from __future__ import annotations
+
+import datetime
+import functools
+import hashlib
+import json
+import os
+import socket
+import tempfile
+import time
+import uuid
+from dataclasses import dataclass, field
+from pathlib import Path
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import pandas as pd
+
+from ._library import simulate
+from ._version import __version__
+from .recipe import Recipe, RecipeError
+from .result_file import (
+    COLUMN_NAMES,
+    TIME_TOLERANCE,
+    ResultFileError,
+    parse_layers,
+    parse_profile,
+    reaches_the_end,
+)
+
+if TYPE_CHECKING:
+    from matplotlib.figure import Figure
+
+SMALLEST_MISMATCH = 1e-6  # angstrom; below it a degree of relaxation makes no sense
+
+# name, unit, meaning of the columns of Run.layers
+LAYER_COLUMNS = (
+    ("name", "", "name in the recipe"),
+    ("kind", "", "pre, active (simulated) or post"),
+    ("begin", "s", "time at which the layer begins"),
+    ("end", "s", "time at which it ends"),
+    ("duration", "s", "duration"),
+    ("thickness", "nm", "thickness"),
+    ("mean_rate", "nm/s", "thickness by duration"),
+    ("x_in", "1", "indium, mean over the thickness"),
+    ("x_ga", "1", "gallium, mean over the thickness"),
+    ("x_al", "1", "aluminium, mean over the thickness"),
+    ("x_in_end", "1", "indium at the end"),
+    ("x_ga_end", "1", "gallium at the end"),
+    ("x_al_end", "1", "aluminium at the end"),
+    ("eps_xx_t", "1", "in-plane strain of the surface at the end of the layer"),
+    ("eps_xx_z", "1", "in-plane strain of the top of the layer in the finished structure"),
+    ("rho_td_t", "cm^-2", "threading dislocations at the surface at the end of the layer"),
+    ("rho_td_z", "cm^-2", "threading dislocations at the top of the layer in the finished structure"),
+    ("v_defects_t", "cm^-2", "V-defects at the end of the layer"),
+    ("relaxation", "1", "degree of relaxation of the top of the layer in the finished structure"),
+)
+
+
+class SimulationError(RuntimeError):
+    """A run has failed.
+
+    text    the library's text, explained in docs/messages.md
+    recipe  what was handed to run()
+    run     the rows up to the failure, as a Run; None if there are none
+    """
+
+    def __init__(self, text: str, recipe: Any = None, run: Run | None = None) -> None:
+        super().__init__(text)
+        self.text = text
+        self.recipe = recipe
+        self.run = run
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return SimulationError, (self.text, self.recipe, self.run)
+
+
+@dataclass(repr=False, eq=False)
+class Run:
+    """What one simulation has given. The table is taken apart when it is looked at first."""
+
+    content: bytes = field(repr=False)  # of the result file
+    path: Path | None = None  # the result file, if one was kept
+    recipe_source: RecipeSource = field(default_factory=lambda: RecipeSource())
+    text: str = ""  # the library's text; empty when the run has ended normally, or nothing is known
+    wall_time: float | None = None  # s, of the library's call
+
+    @functools.cached_property
+    def profile(self) -> pd.DataFrame:
+        """All rows; attrs["units"] and attrs["meanings"] tell of each column."""
+        return parse_profile(self.content, self._name)
+
+    @functools.cached_property
+    def layers(self) -> pd.DataFrame:
+        """One row per layer, numbered from 1. attrs["units"] and attrs["meanings"] tell of each column."""
+        return _layer_values(parse_layers(self.content, self._name), self.profile)
+
+    @functools.cached_property
+    def complete(self) -> bool:
+        """True when the table reaches the end of the last layer."""
+        return reaches_the_end(self.content, self._name)
+
+    @property
+    def failed(self) -> bool:
+        """True when the library has said so, or the table ends before the last layer does."""
+        return bool(self.text) or not self.complete
+
+    @property
+    def sha256(self) -> str:
+        """Of the result file."""
+        return hashlib.sha256(self.content).hexdigest()
+
+    @property
+    def _name(self) -> str:
+        return str(self.path or "result")
+
+    @functools.cached_property
+    def recipe(self) -> Recipe | None:
+        """The recipe, if it is known and well-formed."""
+        if self.recipe_source.content is None:
+            return None
+        try:
+            return Recipe(self.recipe_source.content, self.recipe_source.path)
+        except RecipeError:
+            return None
+
+    @functools.cached_property
+    def warnings(self) -> list[str]:
+        """What a reader of the numbers should know; usually empty."""
+        found = []
+        numbers = self.profile[list(COLUMN_NAMES)].to_numpy()
+        bad = ~np.isfinite(numbers)
+        rows = np.flatnonzero(bad.any(axis=1))
+        if len(rows) > 0:
+            columns = [name for name, column_is_bad in zip(COLUMN_NAMES, bad.any(axis=0)) if column_is_bad]
+            found.append(
+                f"{len(rows)} of {len(numbers)} rows hold numbers that are not finite, the first at "
+                f"{numbers[rows[0], 0]:.10g} s, in the columns {', '.join(columns)}"
+            )
+        return found
+
+    @property
+    def end(self) -> pd.Series:
+        """The last row: the surface when the process is over."""
+        return self.profile.iloc[-1]
+
+    def to_csv(self, path: str | os.PathLike[str], what: str = "profile") -> None:
+        """Writes "profile" or "layers" as comma-separated values, every digit kept."""
+        self._table(what).to_csv(path, index=what == "layers")
+
+    def to_netcdf(self, path: str | os.PathLike[str]) -> None:
+        """Writes profile and layers as one netCDF-4 file, with units and meanings. Needs xarray and netCDF4."""
+        from .export import write_netcdf
+
+        write_netcdf(self, Path(path))
+
+    def _table(self, what: str) -> pd.DataFrame:
+        if what not in ("profile", "layers"):
+            raise ValueError(f'what is "profile" or "layers", not {what!r}')
+        return self.profile if what == "profile" else self.layers
+
+    def plot(self, kind: str = "time", **options: Any) -> Figure:
+        """A figure of the run; see vorlen.plot.plot_run for the kinds and options. Needs matplotlib."""
+        from .plot import plot_run
+
+        return plot_run(self, kind, **options)
+
+    def __repr__(self) -> str:
+        state = f"failed: {self.text or 'incomplete'}" if self.failed else "complete"
+        place = f", {self.path}" if self.path else ""
+        return f"<Run, {len(self.profile)} rows, {state}{place}>"
+
+
+def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
+    """pre, active or post of each layer, from the kinds of the rows: pre- and post-stages have two rows each."""
+    simulated = np.flatnonzero(active)
+    if len(simulated) == 0:
+        pre, post = len(active) // 2, 0
+    else:
+        pre, post = simulated[0] // 2, (len(active) - 1 - simulated[-1]) // 2
+    pre = min(pre, layer_count)
+    post = min(post, layer_count - pre)
+    return ["pre"] * pre + ["active"] * (layer_count - pre - post) + ["post"] * post
+
+
+def _mean_composition(time: np.ndarray, z: np.ndarray, x: np.ndarray, begin: float, end: float) -> np.ndarray | None:
+    """Mean of x over the height grown from begin to end. x has one column per metal.
+
+    The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
+    linear in time between rows. None if nothing grew.
+    """
+    inside = np.flatnonzero((time > begin) & (time < end))
+    first, last = (inside[0], inside[-1]) if len(inside) else (np.searchsorted(time, end), -1)
+    if len(inside) == 0:
+        last = first - 1
+    times = np.concatenate(([max(begin, time[0])], time[first : last + 1], [min(end, time[-1])]))
+    if times[-1] <= times[0]:
+        return None
+    heights = np.interp(times, time, z)
+    grown = heights[-1] - heights[0]
+    if not grown > 0.0:
+        return None
+    steps = np.diff(heights)
+    columns = [np.interp(times, time, column) for column in x.T]
+    return np.array([float(np.sum(0.5 * (column[1:] + column[:-1]) * steps)) / grown for column in columns])
+
+
+def _relaxation(row: dict[str, float], a_sub: float) -> float:
+    """(a - a_sub) / (a0 - a_sub) in the finished structure, a0 being the layer's own lattice constant."""
+    a0 = row["a_eff_z"] / (1.0 + row["eps_xx_z"])
+    if abs(a0 - a_sub) < SMALLEST_MISMATCH:
+        return np.nan
+    return (row["a_eff_z"] - a_sub) / (a0 - a_sub)
+
+
+def _layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFrame:
+    """Run.layers from the lines of the layers and the rows."""
+    names = [name for name, _, _ in LAYER_COLUMNS]
+    active = profile["active"].to_numpy()
+    numbers = {name: profile[name].to_numpy() for name in COLUMN_NAMES}
+    kinds = _kinds(active, len(layer_list))
+    active_rows = np.flatnonzero(active)
+    pre_count = kinds.count("pre")
+    post_begin = active_rows[-1] + 1 if len(active_rows) else 2 * pre_count
+    substrate_row = 2 * pre_count - 1 if pre_count else (active_rows[0] if len(active_rows) else None)
+    metals = np.column_stack([numbers["x_in"], numbers["x_ga"], numbers["x_al"]])
+
+    records = []
+    clock = numbers["time"][0] if len(profile) else np.nan
+    for index, (name, duration, thickness) in enumerate(layer_list.itertuples(index=False)):
+        kind = kinds[index]
+        begin, end = clock, clock + duration
+        clock = end
+        slack = TIME_TOLERANCE * abs(end)
+        if kind == "active":
+            time = numbers["time"][active_rows]
+            candidates = active_rows[(time > begin + slack) & (time <= end + slack)]
+            mean = (
+                _mean_composition(time, numbers["z"][active_rows], metals[active_rows], begin, end)
+                if len(active_rows)
+                else None
+            )
+        else:
+            first = 2 * index if kind == "pre" else post_begin + 2 * (index - len(kinds) + kinds.count("post"))
+            candidates = np.arange(first, min(first + 2, len(profile)))
+            mean = metals[candidates].mean(axis=0) if len(candidates) == 2 else None
+        record: dict[str, Any] = dict.fromkeys(names, np.nan)
+        record.update(name=name, kind=kind, begin=begin, end=end, duration=duration, thickness=thickness)
+        if duration != 0.0:
+            record["mean_rate"] = thickness / duration
+        if mean is not None:
+            record.update(zip(("x_in", "x_ga", "x_al"), mean))
+        if len(candidates):
+            row = {column: float(numbers[column][candidates[-1]]) for column in COLUMN_NAMES}
+            for column in ("x_in", "x_ga", "x_al"):
+                record[f"{column}_end"] = row[column]
+            for column in ("eps_xx_t", "eps_xx_z", "rho_td_t", "rho_td_z"):
+                record[column] = row[column]
+            record["v_defects_t"] = row["rho_vd0_t"] / 2.0
+            record["relaxation"] = _relaxation(row, float(numbers["a_eff_z"][substrate_row]))
+        records.append(record)
+    table = pd.DataFrame(records, columns=names, index=layer_list.index)
+    table.attrs["units"] = {name: unit for name, unit, _ in LAYER_COLUMNS}
+    table.attrs["meanings"] = {name: meaning for name, _, meaning in LAYER_COLUMNS}
+    return table
+
+
+def read(path: str | os.PathLike[str], recipe: str | os.PathLike[str] | Recipe | None = None) -> Run:
+    """Reads a result file, that of a failed run too.
+
+    recipe  the recipe it came from, when pictures and reports are to show temperatures and stages
+    Raises ResultFileError, with the number of the line, for what is no result file. The text and the duration of the
+    run are taken from the status file beside it, if there is one that belongs to it.
+    """
+    path = Path(path)
+    content = path.read_bytes()
+    if not content:
+        raise ResultFileError(f"{path} is empty: the run ended before its first row")
+    status = read_status(path)
+    if status.get("result_sha256") != hashlib.sha256(content).hexdigest():
+        status = {}
+    source = RecipeSource() if recipe is None else RecipeSource.of(recipe)
+    if recipe is not None and source.content is None:
+        raise FileNotFoundError(f"there is no recipe {source.path}")
+    result = Run(content, path, source, str(status.get("text") or ""), status.get("wall_time_s"))
+    _ = result.profile  # whatever is wrong with the file is told now
+    return result
+
+
+def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] | None = None) -> Run:
+    """Simulates one recipe.
+
+    recipe  a path, a Recipe, or the XML itself
+    result  path of the result file to keep; None keeps none. It appears when it is complete: an older file stays in
+            place until then. A status file (NAME.status.json) is written beside it
+    Raises SimulationError with the library's text when the run fails. Of a run that fails under way the result file is
+    kept too, and the error's run holds it. Other Python threads go on during the call.
+    """
+    source = RecipeSource.of(recipe)
+    target = None if result is None else Path(result)
+    if target is not None:
+        _check_target(target, source)
+    with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
+        # The kept file is made as a sibling, so that the rename stays within one file system.
+        output = target.with_name(f".{target.name}.{uuid.uuid4().hex}") if target else Path(folder, "result.txt")
+        try:
+            begin = time.perf_counter()
+            status, text = simulate(source.file_for_library(Path(folder)), output)
+            wall_time = time.perf_counter() - begin
+            content = output.read_bytes() if output.exists() else b""
+            if content and target:
+                os.replace(output, target)
+        finally:
+            if target:
+                output.unlink(missing_ok=True)
+    simulated = Run(content, target, source, text, wall_time) if content else None
+    if status == 0 and (simulated is None or not simulated.complete):
+        status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
+    if target:
+        _write_status(target, status, text, wall_time, source, content)
+    if status != 0:
+        raise SimulationError(text, recipe, simulated)
+    assert simulated is not None
+    return simulated
+
+
+@dataclass(frozen=True)
+class RecipeSource:
+    """A recipe as it was handed over: a file, a text, or both when a Recipe was loaded from a file."""
+
+    path: Path | None = None
+    content: bytes | None = None  # None: there is none, or it can't be read
+    on_disk: bool = False  # path holds content
+
+    @staticmethod
+    def of(recipe: str | os.PathLike[str] | Recipe) -> RecipeSource:
+        if isinstance(recipe, Recipe):
+            return RecipeSource(recipe.path, recipe.to_bytes())
+        if isinstance(recipe, str) and recipe.lstrip("\ufeff \t\r\n").startswith("<"):
+            return RecipeSource(None, recipe.encode("utf-8"))
+        path = Path(recipe)
+        try:
+            return RecipeSource(path, path.read_bytes(), on_disk=True)
+        except OSError:
+            return RecipeSource(path, None, on_disk=True)  # the library says what is wrong with it
+
+    def file_for_library(self, folder: Path) -> Path:
+        """A file with the recipe, made in folder if there is none."""
+        if self.on_disk and self.path is not None:
+            return self.path
+        path = folder / "recipe.xml"
+        path.write_bytes(self.content or b"")
+        return path
+
+
+def _check_target(target: Path, source: RecipeSource) -> None:
+    """Refuses a place for the result that would lose something, before anything is computed."""
+    if source.path is not None and source.path.exists() and target.exists() and target.samefile(source.path):
+        raise ValueError(f"the result would overwrite the recipe {source.path}")
+    if target.is_dir():
+        raise IsADirectoryError(f"{target} is a folder; the result needs the path of a file")
+    if not target.parent.is_dir():
+        raise FileNotFoundError(f"there is no folder {target.parent} for the result {target.name}")
+
+
+def status_path(result: str | os.PathLike[str]) -> Path:
+    """The status file that belongs to a result file: NAME.result.txt or NAME.txt has NAME.status.json."""
+    path = Path(result)
+    name = path.name.removesuffix(".txt").removesuffix(".result") if path.name.endswith(".txt") else path.name
+    return path.with_name(name + ".status.json")
+
+
+def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
+    """The status file beside a result file; empty if there is none that can be read."""
+    try:
+        status = json.loads(status_path(result).read_text("utf-8"))
+    except (OSError, ValueError):
+        return {}
+    return status if isinstance(status, dict) else {}
+
+
+def _write_status(
+    target: Path, status: int, text: str, wall_time: float, source: RecipeSource, content: bytes
+) -> None:
+    record = {
+        "result": status,
+        "text": text,
+        "wall_time_s": wall_time,
+        "version": __version__,
+        "recipe": None if source.path is None else str(source.path),
+        "recipe_sha256": None if source.content is None else hashlib.sha256(source.content).hexdigest(),
+        "result_file": str(target),
+        "result_sha256": hashlib.sha256(content).hexdigest() if content else None,
+        "host": socket.gethostname(),
+        "finished": datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ"),
+    }
+    path = status_path(target)
+    part = path.with_name(f".{path.name}.{uuid.uuid4().hex}")
+    try:
+        part.write_text(json.dumps(record, indent=2, ensure_ascii=False) + "\n", "utf-8", "surrogateescape")
+        os.replace(part, path)
+    finally:
+        part.unlink(missing_ok=True)
