@@ -12,6 +12,8 @@ root's children down, with slashes (or with colons, as in the library's messages
     recipe["chemistry/Kd_In/A"] = 2e13               one attribute
 
 Of two elements with the same name the first counts, as for the library.
+
+Contents: numbers and texts; Recipe: load and save, values by path, stages, timeline.
 """
 
 from __future__ import annotations
@@ -21,98 +23,29 @@ import math
 import numbers
 import os
 import re
-import xml.parsers.expat
 from collections.abc import Iterator, Mapping
-from dataclasses import dataclass, field
+from decimal import Decimal
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
+
+from . import xml_bytes
+from .xml_bytes import Edit, Element, RecipeError
 
 if TYPE_CHECKING:
     import pandas as pd
 
-ROOT = "NonstSurfChem"
-_ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
-
 Value = float | str | tuple[Any, Any] | dict[str, Any]
 
-
-class RecipeError(ValueError):
-    """A text is no recipe that can be worked with."""
-
-
-@dataclass
-class Element:
-    """One element of the file, by its place. Offsets are in bytes."""
-
-    tag: str
-    attributes: dict[str, str]
-    begin: int  # of the start tag
-    tag_end: int = 0  # behind the start tag
-    end_tag: int = 0  # of the end tag; where it is, for an element without one, tag_end
-    end: int = 0  # behind the element
-    children: list[Element] = field(default_factory=list)
-
-    def child(self, tag: str) -> Element | None:
-        """The first child of that name."""
-        return next((child for child in self.children if child.tag == tag), None)
-
-
-def _index(content: bytes, name: str) -> Element:
-    """The elements of content. Raises RecipeError when it is not well-formed XML with the right root."""
-    parser = xml.parsers.expat.ParserCreate(None if _is_utf8(content) or _names_encoding(content) else "iso-8859-1")
-    stack: list[Element] = [Element("", {}, 0)]
-
-    def start(tag: str, attributes: dict[str, str]) -> None:
-        element = Element(tag, attributes, parser.CurrentByteIndex)
-        stack[-1].children.append(element)
-        stack.append(element)
-
-    def end(_: str) -> None:
-        element = stack.pop()
-        element.end_tag = parser.CurrentByteIndex
-
-    parser.StartElementHandler, parser.EndElementHandler = start, end
-    try:
-        parser.Parse(content, True)
-    except xml.parsers.expat.ExpatError as error:
-        raise RecipeError(f"{name}, line {error.lineno}: {xml.parsers.expat.ErrorString(error.code)}") from None
-    except (LookupError, ValueError) as error:
-        raise RecipeError(f"{name}: {error}") from None
-    root = stack[0].children[0]
-    if root.tag != ROOT:
-        raise RecipeError(f"{name}: the root element is {root.tag}, not {ROOT}")
-    _find_ends(content, root)
-    return root
-
-
-def _is_utf8(content: bytes) -> bool:
-    try:
-        content.decode("utf-8")
-    except UnicodeDecodeError:
-        return False
-    return True
-
-
-def _names_encoding(content: bytes) -> bool:
-    return re.match(rb"\s*<\?xml[^>]*\sencoding\s*=", content) is not None
-
-
-_START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]|"[^"]*"|'[^']*')*>""")
-
-
-def _find_ends(content: bytes, element: Element) -> None:
-    """Fills in where start tags and elements end, for element and all below it."""
-    pending = [element]
-    while pending:
-        element = pending.pop()
-        match = _START_TAG.match(content, element.begin)
-        assert match is not None
-        element.tag_end = match.end()
-        if content[element.tag_end - 2 : element.tag_end] == b"/>":
-            element.end_tag = element.end = element.tag_end
-        else:
-            element.end = content.index(b">", element.end_tag) + 1
-        pending.extend(element.children)
+ROOT = "NonstSurfChem"
+# group: what stands before the number of its stages, the element that counts them
+GROUPS = {
+    "pre_stages": ("pre_stage_", "n_pre_stages"),
+    "process_stages": ("stage_", "n_stages"),
+    "post_stages": ("post_stage_", "n_post_stages"),
+}
+FLOWS = ("TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2")
+# columns of the timeline: where their values stand in a stage
+RAMPS = {"T": "T", "P": "P"} | {flow: f"gas_species/Q/{flow}" for flow in FLOWS}
 
 
 def _parse_value(text: str) -> float | str:
@@ -121,6 +54,12 @@ def _parse_value(text: str) -> float | str:
     except ValueError:
         return text
     return value if "_" not in text else text
+
+
+def _leading_number(value: object) -> float:
+    """The number that a text begins with, as the library reads it; not-a-number when there is none."""
+    match = re.match(r"\s*[-+]?(\d+\.?\d*|\.\d+)([eE][-+]?\d+)?", str(value))
+    return float(match[0]) if match else math.nan
 
 
 def _format_value(value: object) -> str:
@@ -134,13 +73,9 @@ def _format_value(value: object) -> str:
     number = float(value)
     if not math.isfinite(number):
         raise ValueError(f"{number} is no value for a recipe")
-    return str(int(number)) if number.is_integer() and abs(number) < 1e15 and number != 0.0 else repr(number)
-
-
-def _escape(text: str, quote: str) -> str:
-    text = text.replace("&", "&amp;").replace("<", "&lt;")
-    text = text.replace(quote, "&quot;" if quote == '"' else "&apos;")
-    return re.sub(r"[\t\n\r]", lambda match: f"&#{ord(match[0])};", text)
+    if 1e-4 <= abs(number) < 1e6 or number == 0.0:
+        return repr(number).removesuffix(".0")
+    return f"{Decimal(repr(number)).normalize():e}".replace("e+", "e")
 
 
 class Recipe:
@@ -149,8 +84,8 @@ class Recipe:
     def __init__(self, source: str | bytes, path: str | os.PathLike[str] | None = None) -> None:
         """Takes the XML itself; Recipe.load takes a path. path is remembered for messages and status files."""
         self.path = None if path is None else Path(path)
-        self._content = source.encode("utf-8") if isinstance(source, str) else bytes(source)
-        self._root = _index(self._content, self._name)
+        self._content = xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
+        self._root = self._index(self._content)
 
     @classmethod
     def load(cls, path: str | os.PathLike[str]) -> Recipe:
@@ -197,6 +132,8 @@ class Recipe:
         if attribute is not None:
             return _parse_value(element.attributes[attribute])
         values = {name: _parse_value(text) for name, text in element.attributes.items()}
+        if element.tag == "name":
+            return element.attributes.get("val", "")
         if set(values) == {"val"}:
             return values["val"]
         if set(values) == {"val", "end"}:
@@ -222,7 +159,10 @@ class Recipe:
         if unknown:
             raise KeyError(f"{path} has no {', '.join(map(str, unknown))}; it has {', '.join(known)}")
         texts = {name: _format_value(new) for name, new in changes.items()}
-        self._replace(self._attribute_edits(element, texts))
+        for name, new in changes.items():
+            if not isinstance(new, str) and _parse_value(known[name]) == new:
+                texts[name] = known[name]  # the number stands there already, perhaps written otherwise
+        self._replace(xml_bytes.attribute_edits(self._content, element, texts))
 
     def get(self, path: str, default: Any = None) -> Any:
         """The value at path, or default when there is no such path."""
@@ -294,31 +234,228 @@ class Recipe:
             return "one value, or two for begin and end"
         return f"a mapping with {', '.join(element.attributes)}"
 
+    # ---- stages
+
+    def stages(self, group: str = "process_stages") -> list[str]:
+        """Paths of the stages of a group that count, in order.
+
+        group  "pre_stages", "process_stages", "post_stages", or the path of a periodic stage for its sub-stages
+        """
+        group = self._group(group)
+        element = self._element(group)
+        prefix = self._stage_prefix(group)
+        return [f"{group}/{prefix}{i}" for i in range(1, self._count(group) + 1) if element.child(f"{prefix}{i}")]
+
+    def add_stage(
+        self,
+        like: str,
+        name: str | None = None,
+        before: str | None = None,
+        values: Mapping[str, object] | None = None,
+    ) -> str:
+        """Adds a copy of a stage to the group of that stage, and returns its path.
+
+        like    path of the stage to copy, periodic ones included
+        name    name of the new layer; None: that of the copied one
+        before  path of the stage to stand in front of; None: the end of the group
+        values  what is to be different, by paths from the stage on: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}
+        Stages behind it move on by one number.
+        """
+        group, _ = self._split_stage(like)
+        count, prefix = self._count(group), self._stage_prefix(group)
+        number = count + 1
+        if before is not None:
+            before_group, number = self._split_stage(before)
+            if before_group != group:
+                raise ValueError(f"{before} is not in {group}")
+        text = xml_bytes.renamed_stage(self._content, self._element(like), f"{prefix}{number}")
+        work = self.copy()
+        work._renumber(group, number, +1)
+        content = work._content
+        next_stage = work._element(group).child(f"{prefix}{number + 1}")
+        if next_stage is not None:
+            place = next_stage.begin
+            text += xml_bytes.space_before(content, place)
+        else:
+            last = work._element(f"{group}/{prefix}{number - 1}")
+            place = last.end
+            text = xml_bytes.space_before(content, last.begin) + text
+        work._replace([(place, place, text)])
+        work[f"{group}/{self._count_name(group)}"] = count + 1
+        path = f"{group}/{prefix}{number}"
+        if name is not None:
+            work[f"{path}/name"] = name
+        for key, value in (values or {}).items():
+            work[f"{path}/{key}"] = value
+        self._content, self._root = work._content, work._root
+        return path
+
+    def remove_stage(self, path: str) -> None:
+        """Removes a stage. Those behind it move up by one number."""
+        group, number = self._split_stage(path)
+        count = self._count(group)
+        if count == 1 and not group.endswith(("pre_stages", "post_stages")):
+            raise ValueError(f"{path} is the only stage of {group}")
+        work = self.copy()
+        element = work._element(path)
+        blank = len(xml_bytes.space_before(work._content, element.begin))
+        work._replace([(element.begin - blank, element.end, b"")])
+        work._renumber(group, number + 1, -1)
+        work[f"{group}/{self._count_name(group)}"] = count - 1
+        self._content, self._root = work._content, work._root
+
+    def make_periodic(self, first: str, last: str, periods: int) -> str:
+        """Makes one periodic stage of the stages first to last, grown so many times, and returns its path.
+
+        Of stages that stand in the file in the order of their numbers; what stands between them, comments too, goes in.
+        """
+        group, begin = self._split_stage(first)
+        last_group, end = self._split_stage(last)
+        if group != "process_stages" or last_group != group or end < begin:
+            raise ValueError("a periodic stage is made of single stages of process_stages, in their order")
+        if isinstance(periods, bool) or not isinstance(periods, numbers.Integral) or periods < 1:
+            raise ValueError(f"periods is a whole number from 1 on, not {periods!r}")
+        paths = [f"{group}/stage_{number}" for number in range(begin, end + 1)]
+        if any(self._is_periodic(path) for path in paths):
+            raise ValueError("a periodic stage holds single stages only")
+        elements = [self._element(path) for path in paths]
+        if any(a.end > b.begin for a, b in zip(elements, elements[1:])):
+            raise ValueError("the stages do not stand in the order of their numbers")
+        work = self.copy()
+        edits = []
+        for number, element in enumerate(elements, 1):
+            edits += xml_bytes.tag_edits(element, f"stage_{begin}_{number}")
+        work._replace(edits)
+        block = [work._element(group).child(f"stage_{begin}_{i}") for i in range(1, len(paths) + 1)]
+        outer = xml_bytes.space_before(work._content, block[0].begin)
+        step = b"  " if b"\t" not in outer else b"\t"
+        inner = outer + step
+        new_line = b"\r\n" if b"\r\n" in outer else b"\n"
+        body = work._content[block[0].begin : block[-1].end].replace(new_line, new_line + step)
+        head = [f"<stage_{begin}>", '<type val="periodic"/>', f'<n_periods val="{periods}"/>', f'<n_stages val="{len(paths)}"/>']
+        text = inner.join(part.encode() for part in head) + inner + body + outer + f"</stage_{begin}>".encode()
+        work._replace([(block[0].begin, block[-1].end, text)])
+        work._renumber(group, end + 1, begin - end)
+        work[f"{group}/n_stages"] = self._count(group) - len(paths) + 1
+        self._content, self._root = work._content, work._root
+        return f"{group}/stage_{begin}"
+
+    def timeline(self) -> pd.DataFrame:
+        """All stages as they are grown, periodic ones written out, one row per layer of the result.
+
+        Columns: name, kind (pre, active, post), stage (element name, as messages tell it), begin, end, duration [s];
+        and for active stages T [K], P [Pa] and the seven flows [sccm], each at begin (T_begin) and end (T_end).
+        attrs["units"] tells the units. What the recipe lacks is not-a-number.
+        """
+        import pandas as pd
+
+        rows: list[dict[str, Any]] = []
+        clock = _leading_number(self.get("pre_stages/t0"))
+        for group, kind in (("pre_stages", "pre"), ("process_stages", "active"), ("post_stages", "post")):
+            for path in self._expanded(group) if group in self._groups() else []:
+                duration = _leading_number(self.get(f"{path}/tau"))
+                name = str(self._raw(path, "name") or "") or f"Layer{len(rows) + 1}"
+                row = {"name": name, "kind": kind, "stage": path.rsplit("/", 1)[-1], "path": path}
+                row.update(begin=clock, end=clock + duration, duration=duration)
+                clock += duration
+                for column, below in RAMPS.items():
+                    for when, attribute in (("begin", "val"), ("end", "end")):
+                        value = self._raw(path, below, attribute) if kind == "active" else None
+                        row[f"{column}_{when}"] = _leading_number(value)
+                rows.append(row)
+        units = {"begin": "s", "end": "s", "duration": "s"}
+        for column in RAMPS:
+            unit = {"T": "K", "P": "Pa"}.get(column, "sccm")
+            units |= {f"{column}_begin": unit, f"{column}_end": unit}
+        columns = ["name", "kind", "stage", "path", *units]
+        table = pd.DataFrame(rows, columns=columns, index=pd.RangeIndex(1, len(rows) + 1, name="layer"))
+        table.attrs["units"] = units
+        return table
+
+    def _expanded(self, group: str) -> Iterator[str]:
+        """Paths of the single stages of a group in the order in which they are grown."""
+        for path in self.stages(group):
+            if group == "process_stages" and self._is_periodic(path):
+                inner = self.stages(path)
+                for _ in range(int(_leading_number(self.get(f"{path}/n_periods")))):
+                    yield from inner
+            else:
+                yield path
+
+    def _raw(self, path: str, below: str, attribute: str = "val") -> str | None:
+        element: Element | None = self._element(path)
+        for part in below.split("/"):
+            element = element.child(part) if element else None
+        return element.attributes.get(attribute) if element else None
+
+    def _element(self, path: str) -> Element:
+        element = self._root
+        for part in path.split("/"):
+            below = element.child(part)
+            if below is None:
+                raise KeyError(self._unknown(path))
+            element = below
+        return element
+
+    def _groups(self) -> list[str]:
+        return [child.tag for child in self._root.children]
+
+    def _is_periodic(self, path: str) -> bool:
+        return str(self.get(f"{path}/type", "single")).lower() == "periodic"
+
+    def _group(self, path: str) -> str:
+        path = "/".join(part for part in re.split(r"[/:]", path) if part)
+        self._element(path)
+        if path not in GROUPS and not (re.fullmatch(r"process_stages/stage_\d+", path) and self._is_periodic(path)):
+            raise ValueError(f"{path} is no group of stages")
+        return path
+
+    @staticmethod
+    def _stage_prefix(group: str) -> str:
+        """What stands before the number in the element names of a group: stage_, stage_3_, pre_stage_."""
+        return GROUPS[group][0] if group in GROUPS else group.rsplit("/", 1)[-1] + "_"
+
+    @staticmethod
+    def _count_name(group: str) -> str:
+        return GROUPS[group][1] if group in GROUPS else "n_stages"
+
+    def _count(self, group: str) -> int:
+        count = _leading_number(self[f"{group}/{self._count_name(group)}"])
+        return int(count) if count > 0 else 0
+
+    def _split_stage(self, path: str) -> tuple[str, int]:
+        """Group and number of a stage that counts."""
+        path = "/".join(part for part in re.split(r"[/:]", path) if part)
+        group, _, tag = path.rpartition("/")
+        if not group:
+            raise KeyError(self._unknown(path))
+        group = self._group(group)
+        match = re.fullmatch(re.escape(self._stage_prefix(group)) + r"(\d+)", tag)
+        self._element(path)
+        if match is None or not 1 <= int(match[1]) <= self._count(group):
+            raise KeyError(f"{path} is no stage that counts")
+        return group, int(match[1])
+
     # ---- edits of the bytes
 
-    def _attribute_edits(self, element: Element, texts: Mapping[str, str]) -> list[tuple[int, int, bytes]]:
-        """Edits that give attributes new texts. A text that stands there already is left alone."""
-        edits = []
-        for match in _ATTRIBUTE.finditer(self._content, element.begin + 1 + len(element.tag), element.tag_end):
-            name = match[1].decode("utf-8", "replace")
-            if name in texts and texts[name] != element.attributes[name]:
-                quote = chr(match[2][0])
-                text = quote + _escape(texts[name], quote) + quote
-                edits.append((match.start(2), match.end(2), self._encode(text)))
-        return edits
+    def _renumber(self, group: str, first: int, shift: int) -> None:
+        """Moves all stages of a group from number first on, those that don't count too."""
+        prefix = self._stage_prefix(group)
+        edits: list[Edit] = []
+        for child in self._element(group).children:
+            match = re.fullmatch(re.escape(prefix) + r"(\d+)", child.tag)
+            if match and int(match[1]) >= first:
+                edits += xml_bytes.stage_edits(child, f"{prefix}{int(match[1]) + shift}")
+        self._replace(edits)
 
-    def _encode(self, text: str) -> bytes:
-        """Bytes of a new text in the encoding of the file."""
-        declared = re.match(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""", self._content)
-        encoding = "utf-8" if declared is None and _is_utf8(self._content) else "iso-8859-1"
-        if declared is not None:
-            encoding = declared[1].decode("ascii")
-        return text.encode(encoding, "xmlcharrefreplace")
-
-    def _replace(self, edits: list[tuple[int, int, bytes]]) -> None:
-        """Carries out edits (begin, end, new bytes) that don't overlap. On an error nothing has changed."""
-        content = self._content
-        for begin, end, new in sorted(edits, reverse=True):
-            content = content[:begin] + new + content[end:]
-        self._root = _index(content, self._name)
+    def _replace(self, edits: list[Edit]) -> None:
+        """Carries out edits that don't overlap. On an error nothing has changed."""
+        content = xml_bytes.apply(self._content, edits)
+        self._root = self._index(content)
         self._content = content
+
+    def _index(self, content: bytes) -> Element:
+        root = xml_bytes.index(content, self._name)
+        if root.tag != ROOT:
+            raise RecipeError(f"{self._name}: the root element is {root.tag}, not {ROOT}")
+        return root

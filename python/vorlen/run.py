@@ -21,6 +21,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
+from . import xml_bytes
 from ._library import simulate
 from ._version import __version__
 from .recipe import Recipe, RecipeError
@@ -342,7 +343,7 @@ class RecipeSource:
         if isinstance(recipe, Recipe):
             return RecipeSource(recipe.path, recipe.to_bytes())
         if isinstance(recipe, str) and recipe.lstrip("\ufeff \t\r\n").startswith("<"):
-            return RecipeSource(None, recipe.encode("utf-8"))
+            return RecipeSource(None, xml_bytes.encode(recipe))
         path = Path(recipe)
         try:
             return RecipeSource(path, path.read_bytes(), on_disk=True)

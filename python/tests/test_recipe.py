@@ -1,0 +1,294 @@
+"""vorlen.Recipe: what is not changed stays byte for byte, and what is changed is what the library reads."""
+
+from __future__ import annotations
+
+import re
+from pathlib import Path
+
+import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
+from lxml import etree
+
+import vorlen
+
+ROOT = Path(__file__).resolve().parents[2]
+EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
+V_DEFECTS = ROOT / "examples" / "ingan_v_defects.xml"
+MQW = ROOT / "examples" / "ingan_gan_mqw.xml"
+
+
+def values_of(content: bytes) -> dict[str, dict[str, str]]:
+    """All attributes by the path of their element, read by another parser."""
+    root = etree.fromstring(content)
+    tree = root.getroottree()
+    return {tree.getpath(element): dict(element.attrib) for element in root.iter(etree.Element)}
+
+
+# ---- looking
+
+
+def test_a_ramp_is_a_pair_and_a_single_value_a_number() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    assert recipe["process_stages/stage_1/stage_1_2/T"] == (1080.0, 1010.0)
+    assert recipe["process_stages/stage_1/stage_1_2/T/end"] == 1010.0
+    assert recipe["process_stages/stage_1/stage_1_2/tau"] == 20.0
+    assert recipe["chemistry/Kd_In"] == {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
+    assert recipe["chemistry:Kd_In:Ta"] == 23200.0  # the messages' way to write a path
+    assert recipe["material"] == "InGaN"
+
+
+def test_an_unknown_path_names_the_nearest_ones() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    with pytest.raises(KeyError, match=r"process_stages/stage_1/TT.*process_stages/stage_1/T\b"):
+        recipe["process_stages/stage_1/TT"]
+    with pytest.raises(KeyError, match="process_stages/stage_1/gas_species/Q/TMIn"):
+        recipe["stage_1/TMIn"] = 3
+    with pytest.raises(KeyError, match="group"):
+        recipe["process_stages"]
+    assert recipe.get("process_stages/stage_3/T", 5) == 5
+    assert "process_stages/stage_1/T" in recipe and "process_stages/stage_1/TT" not in recipe
+
+
+def test_all_paths_that_are_listed_can_be_looked_at() -> None:
+    for path in EXAMPLES:
+        recipe = vorlen.Recipe.load(path)
+        assert len(recipe.paths()) > 50
+        for place in recipe.paths():
+            assert recipe[place] is not None
+
+
+def test_of_two_elements_the_first_counts_as_for_the_library() -> None:
+    text = V_DEFECTS.read_text().replace('<tau val="124"/>', '<tau val="60"/><tau val="124"/>')
+    recipe = vorlen.Recipe(text)
+    assert recipe["process_stages/stage_1/tau"] == 60.0
+    assert vorlen.run(recipe).layers["duration"][2] == 60.0
+
+
+@pytest.mark.parametrize(
+    ("text", "told"),
+    [
+        ("<NonstSurfChem><material></NonstSurfChem>", "line 1: mismatched tag"),
+        ("", "no element found"),
+        ("<other/>", "the root element is other, not NonstSurfChem"),
+        ('<?xml version="1.0" encoding="no-such"?>\n<NonstSurfChem/>', "encoding"),
+    ],
+)
+def test_what_is_no_recipe_is_refused_with_a_reason(text: str, told: str) -> None:
+    with pytest.raises(vorlen.RecipeError, match=told):
+        vorlen.Recipe(text)
+
+
+# ---- changing values
+
+
+def test_one_value_for_a_ramp_is_begin_and_end() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    recipe["process_stages/stage_1/stage_1_2/T"] = 1044.5
+    assert b'<T val="1044.5" end="1044.5"/>' in recipe.to_bytes()
+
+
+@pytest.mark.parametrize(
+    ("path", "value", "error"),
+    [
+        ("process_stages/stage_1/tau", (1, 2), ValueError),
+        ("process_stages/stage_1/T", (1, 2, 3), ValueError),
+        ("process_stages/stage_1/tau", float("nan"), ValueError),
+        ("process_stages/stage_1/tau", None, TypeError),
+        ("process_stages/stage_1/tau", True, TypeError),
+        ("chemistry/Kd_In", 3.0, ValueError),
+        ("chemistry/Kd_In", {"B": 3.0}, KeyError),
+        ("process_stages/stage_1/tau/end", 3.0, KeyError),
+        ("process_stages/stage_9/tau", 3.0, KeyError),
+    ],
+)
+def test_a_value_that_does_not_fit_is_refused_and_changes_nothing(path: str, value: object, error: type) -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    with pytest.raises(error):
+        recipe[path] = value
+    assert recipe.to_bytes() == V_DEFECTS.read_bytes()
+
+
+def test_setting_a_number_that_stands_there_changes_no_byte() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["chemistry/Kd_In"] = {"A": 1.0e13, "Ta": 23200, "Tn": 0.0}
+    recipe["process_stages/stage_1/T"] = 1030.0
+    assert recipe.to_bytes() == V_DEFECTS.read_bytes()
+
+
+TEXT = st.text(st.characters(blacklist_categories=("Cs", "Cc"), max_codepoint=0xFFFF, blacklist_characters="\ufffe\uffff"))
+# What people's editors do to a recipe: line ends, quotes, blanks, entities, comments, a byte order mark.
+DRESSES = (
+    lambda text: text,
+    lambda text: text.replace("\n", "\r\n"),
+    lambda text: re.sub(r'(\w+)="([^"]*)"', r"\1 = '\2'", text.split("?>", 1)[1]),
+    lambda text: text.replace("/>", " />").replace("<material", "<!-- <T val='1'/> > --><material\n "),
+    lambda text: text.replace('val="GaN cap"', 'val="&#71;aN &lt;cap&gt; a>b"').replace("<stress>", "<stress><![CDATA[<x>]]>"),
+    lambda text: "\ufeff" + text,
+    lambda text: re.sub(r"<tau val=\"(\d+)\"/>", r'<tau val="\1"></tau >', text),
+)
+
+
+@settings(max_examples=60, deadline=None)
+@given(st.data())
+def test_a_change_touches_the_bytes_of_its_value_alone(data: st.DataObject) -> None:
+    source = data.draw(st.sampled_from(DRESSES))(data.draw(st.sampled_from(EXAMPLES)).read_text()).encode()
+    recipe = vorlen.Recipe(source)
+    assert recipe.to_bytes() == source
+    path = data.draw(st.sampled_from(recipe.paths()))
+    element = recipe._find(path)[0]
+    attribute = data.draw(st.sampled_from(sorted(element.attributes)))
+    value = data.draw(st.floats(allow_nan=False, allow_infinity=False) | st.integers() | TEXT)
+    before = values_of(source)
+    recipe[f"{path}/{attribute}"] = value
+    place = "/NonstSurfChem/" + path
+    after = values_of(recipe.to_bytes())
+    kept = after[place][attribute]
+    assert kept == value if isinstance(value, str) else float(kept) == value
+    before[place][attribute] = kept
+    assert after == before  # every other value of the file
+    new = recipe.to_bytes()
+    assert new[: element.begin] == source[: element.begin]
+    assert new[len(new) - (len(source) - element.tag_end) :] == source[element.tag_end :]
+
+
+@settings(max_examples=30, deadline=None)
+@given(st.floats(allow_nan=False, allow_infinity=False, width=64))
+def test_every_number_survives_the_way_through_a_recipe(number: float) -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["chemistry/Kd_In/A"] = number
+    assert recipe["chemistry/Kd_In/A"] == number
+
+
+def test_a_recipe_in_another_encoding_keeps_it() -> None:
+    source = V_DEFECTS.read_text().replace("UTF-8", "windows-1251").replace("GaN cap", "Покров").encode("cp1251")
+    recipe = vorlen.Recipe(source)
+    assert recipe["process_stages/stage_2/name"] == "Покров"
+    recipe["process_stages/stage_2/name"] = "Слой №1 – µ"
+    recipe["process_stages/stage_1/tau"] = 60
+    again = vorlen.Recipe(recipe.to_bytes())
+    assert again["process_stages/stage_2/name"] == "Слой №1 – µ"
+    assert recipe.to_bytes().decode("cp1251").startswith('<?xml version="1.0" encoding="windows-1251"?>')
+
+
+def test_saving_and_loading_keeps_every_byte(tmp_path: Path) -> None:
+    source = V_DEFECTS.read_bytes().replace(b"\n", b"\r\n")
+    vorlen.Recipe(source).save(tmp_path / "r.xml")
+    assert (tmp_path / "r.xml").read_bytes() == source
+    assert vorlen.Recipe.load(tmp_path / "r.xml") == vorlen.Recipe(source)
+    assert [entry.name for entry in tmp_path.iterdir()] == ["r.xml"]
+
+
+# ---- stages
+
+
+def test_a_stage_is_added_at_the_end_with_its_changes() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    path = recipe.add_stage("process_stages/stage_1", name="second InGaN", values={"tau": 30, "T": (1030, 1020)})
+    assert path == "process_stages/stage_3"
+    assert recipe["process_stages/n_stages"] == 3
+    assert recipe["process_stages/stage_3/T"] == (1030.0, 1020.0)
+    assert recipe["process_stages/stage_1/tau"] == 124.0
+    run = vorlen.run(recipe)
+    assert list(run.layers["name"]) == ["GaN template", "InGaN", "GaN cap", "second InGaN", "p-GaN"]
+
+
+def test_a_stage_is_added_in_front_of_another_which_moves_on() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    before = recipe["process_stages/stage_2/name"]
+    path = recipe.add_stage("process_stages/stage_2", name="spacer", before="process_stages/stage_1")
+    assert path == "process_stages/stage_1" and recipe["process_stages/stage_1/name"] == "spacer"
+    assert recipe["process_stages/stage_2/stage_2_3/name"] == "InGaN well"  # the periodic one and its sub-stages
+    assert recipe["process_stages/stage_3/name"] == before
+    assert recipe.timeline()["name"][2] == "spacer"
+    assert vorlen.run(recipe).layers["duration"].sum() == recipe.timeline()["duration"].sum()
+
+
+def test_adding_and_removing_a_stage_gives_the_bytes_back() -> None:
+    for path in EXAMPLES:
+        for dress in DRESSES[:2]:
+            source = dress(path.read_text()).encode()
+            recipe = vorlen.Recipe(source)
+            for group in ("pre_stages", "process_stages", "post_stages"):
+                for stage in recipe.stages(group):
+                    for before in [*recipe.stages(group), None]:
+                        recipe.remove_stage(recipe.add_stage(stage, before=before))
+                        assert recipe.to_bytes() == source, (path, stage, before)
+
+
+def test_sub_stages_of_a_periodic_stage_are_added_and_removed() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    path = recipe.add_stage("process_stages/stage_1/stage_1_3", before="process_stages/stage_1/stage_1_4")
+    assert path == "process_stages/stage_1/stage_1_4"
+    assert recipe["process_stages/stage_1/n_stages"] == 5
+    assert recipe["process_stages/stage_1/stage_1_5/name"] == "heating"
+    recipe.remove_stage(path)
+    assert recipe.to_bytes() == MQW.read_bytes()
+
+
+def test_single_stages_become_periods() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["stress/model"] = "V_dislocation"
+    recipe.add_stage("process_stages/stage_2", name="end")
+    path = recipe.make_periodic("process_stages/stage_1", "process_stages/stage_2", 4)
+    assert path == "process_stages/stage_1"
+    assert recipe["process_stages/stage_1/type"] == "periodic" and recipe["process_stages/n_stages"] == 2
+    names = list(recipe.timeline()["name"])
+    assert names == ["GaN template", *["InGaN", "GaN cap"] * 4, "end", "p-GaN"]
+    recipe["process_stages/stage_1/stage_1_1/tau"] = 5
+    assert list(vorlen.run(recipe).layers["name"]) == names
+
+
+@pytest.mark.parametrize(
+    "change",
+    [
+        lambda recipe: recipe.remove_stage("process_stages/stage_9"),
+        lambda recipe: recipe.remove_stage("chemistry/Kd_In"),
+        lambda recipe: recipe.add_stage("process_stages"),
+        lambda recipe: recipe.add_stage("process_stages/stage_1", before="pre_stages/pre_stage_1"),
+        lambda recipe: recipe.add_stage("process_stages/stage_1", values={"no_such": 1}),
+        lambda recipe: recipe.make_periodic("process_stages/stage_1", "process_stages/stage_2", 3),  # 1 is periodic
+        lambda recipe: recipe.make_periodic("process_stages/stage_2", "process_stages/stage_2", 0),
+        lambda recipe: recipe.remove_stage("process_stages/stage_1") or recipe.remove_stage("process_stages/stage_1"),
+    ],
+)
+def test_a_change_of_stages_that_makes_no_sense_is_refused(change) -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    with pytest.raises((KeyError, ValueError)):
+        change(recipe)
+
+
+def test_a_refused_change_of_stages_leaves_the_recipe_alone() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    with pytest.raises(KeyError):
+        recipe.add_stage("process_stages/stage_1", values={"no_such": 1})
+    assert recipe.to_bytes() == MQW.read_bytes()
+
+
+def test_stages_beyond_the_count_stay_beyond_it() -> None:
+    text = V_DEFECTS.read_text().replace('<n_stages val="2"/>', '<n_stages val="1"/>')
+    recipe = vorlen.Recipe(text)
+    recipe.add_stage("process_stages/stage_1", name="copy")
+    assert recipe.stages() == ["process_stages/stage_1", "process_stages/stage_2"]
+    assert recipe["process_stages/stage_2/name"] == "copy"
+    assert recipe["process_stages/stage_3/name"] == "GaN cap"
+
+
+# ---- timeline
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+def test_the_timeline_has_the_layers_of_the_result(path: Path) -> None:
+    timeline, layers = vorlen.Recipe.load(path).timeline(), vorlen.run(path).layers
+    assert list(timeline["name"]) == list(layers["name"]) and list(timeline["kind"]) == list(layers["kind"])
+    assert timeline["begin"].to_numpy() == pytest.approx(layers["begin"].to_numpy(), rel=1e-12)
+    assert timeline["end"].to_numpy() == pytest.approx(layers["end"].to_numpy(), rel=1e-12)
+
+
+def test_the_timeline_tells_ramps_and_units() -> None:
+    timeline = vorlen.Recipe.load(MQW).timeline()
+    cooling = timeline[timeline["name"] == "cooling"]
+    assert len(cooling) == 3 and set(cooling["stage"]) == {"stage_1_2"}
+    assert set(cooling["T_begin"]) == {1080.0} and set(cooling["T_end"]) == {1010.0}
+    assert timeline.attrs["units"]["TMIn_begin"] == "sccm" and timeline.attrs["units"]["T_end"] == "K"
+    assert timeline["T_begin"].isna().sum() == (timeline["kind"] != "active").sum()

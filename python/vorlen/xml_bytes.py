@@ -1,0 +1,149 @@
+"""The elements of an XML file by their places in its bytes, and edits that change those bytes alone.
+
+An edit is (begin, end, new bytes).
+"""
+
+from __future__ import annotations
+
+import re
+import xml.parsers.expat
+from collections.abc import Iterable, Mapping
+from dataclasses import dataclass, field
+
+Edit = tuple[int, int, bytes]
+
+_ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
+_START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]|"[^"]*"|'[^']*')*>""")
+_ENCODING = re.compile(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""")
+
+
+class RecipeError(ValueError):
+    """A text is no recipe that can be worked with."""
+
+
+@dataclass
+class Element:
+    """One element. Offsets are in bytes."""
+
+    tag: str
+    attributes: dict[str, str]
+    begin: int  # of the start tag
+    tag_end: int = 0  # behind the start tag
+    end_tag: int = 0  # of the end tag; an element without one has tag_end here
+    end: int = 0  # behind the element
+    children: list[Element] = field(default_factory=list)
+
+    def child(self, tag: str) -> Element | None:
+        """The first child of that name."""
+        return next((child for child in self.children if child.tag == tag), None)
+
+
+def encoding_of(content: bytes) -> str:
+    """The declared encoding; without one UTF-8 if the bytes are that, else ISO 8859-1."""
+    declared = _ENCODING.match(content)
+    if declared is not None:
+        return declared[1].decode("ascii", "replace")
+    try:
+        content.decode("utf-8")
+    except UnicodeDecodeError:
+        return "iso-8859-1"
+    return "utf-8"
+
+
+def encode(text: str) -> bytes:
+    """The bytes of an XML text in the encoding that it declares."""
+    try:
+        return text.encode(encoding_of(text[:200].encode("ascii", "replace")))
+    except (LookupError, UnicodeEncodeError):
+        return text.encode("utf-8")
+
+
+def index(content: bytes, name: str) -> Element:
+    """The root element with all below it. Raises RecipeError, with name and line, for what is not well-formed."""
+    stack = [Element("", {}, 0)]
+
+    def start(tag: str, attributes: dict[str, str]) -> None:
+        element = Element(tag, attributes, parser.CurrentByteIndex)
+        stack[-1].children.append(element)
+        stack.append(element)
+
+    def end(_: str) -> None:
+        stack.pop().end_tag = parser.CurrentByteIndex
+
+    try:
+        parser = xml.parsers.expat.ParserCreate(encoding_of(content))
+        parser.StartElementHandler, parser.EndElementHandler = start, end
+        parser.Parse(content, True)
+    except xml.parsers.expat.ExpatError as error:
+        raise RecipeError(f"{name}, line {error.lineno}: {xml.parsers.expat.ErrorString(error.code)}") from None
+    except (LookupError, ValueError) as error:
+        raise RecipeError(f"{name}: {error}") from None
+    root = stack[0].children[0]
+    pending = [root]
+    while pending:
+        element = pending.pop()
+        match = _START_TAG.match(content, element.begin)
+        if match is None:
+            raise RecipeError(f"{name}: the encoding {encoding_of(content)} is not supported")
+        element.tag_end = match.end()
+        if match[0].endswith(b"/>"):
+            element.end_tag = element.end = element.tag_end
+        else:
+            element.end = content.index(b">", element.end_tag) + 1
+        pending.extend(element.children)
+    return root
+
+
+def apply(content: bytes, edits: Iterable[Edit]) -> bytes:
+    """The bytes after edits, which must not overlap."""
+    pieces, position = [], 0
+    for begin, end, new in sorted(edits):
+        pieces += [content[position:begin], new]
+        position = end
+    return b"".join([*pieces, content[position:]])
+
+
+def space_before(content: bytes, place: int) -> bytes:
+    """The blanks and line ends in front of a place."""
+    return content[len(content[:place].rstrip(b" \t\r\n")) : place]
+
+
+def attribute_edits(content: bytes, element: Element, texts: Mapping[str, str]) -> list[Edit]:
+    """Edits that give attributes new texts. A text that stands there already is left alone."""
+    edits = []
+    for match in _ATTRIBUTE.finditer(content, element.begin + 1, element.tag_end):
+        name = match[1].decode("utf-8", "replace")
+        if name in texts and texts[name] != element.attributes[name]:
+            quote = chr(match[2][0])
+            text = quote + _escape(texts[name], quote) + quote
+            edits.append((match.start(2), match.end(2), text.encode(encoding_of(content), "xmlcharrefreplace")))
+    return edits
+
+
+def _escape(text: str, quote: str) -> str:
+    text = text.replace("&", "&amp;").replace("<", "&lt;")
+    text = text.replace(quote, "&quot;" if quote == '"' else "&apos;")
+    return re.sub(r"[\t\n\r]", lambda match: f"&#{ord(match[0])};", text)
+
+
+def tag_edits(element: Element, tag: str) -> list[Edit]:
+    """Edits that give an element another name."""
+    edits = [(element.begin + 1, element.begin + 1 + len(element.tag.encode()), tag.encode())]
+    if element.end > element.end_tag:
+        edits.append((element.end_tag + 2, element.end_tag + 2 + len(element.tag.encode()), tag.encode()))
+    return edits
+
+
+def stage_edits(element: Element, tag: str) -> list[Edit]:
+    """Edits that rename a stage, and the sub-stages of a periodic one with it."""
+    edits = tag_edits(element, tag)
+    for child in element.children:
+        if re.fullmatch(re.escape(element.tag) + r"_\d+", child.tag):
+            edits += tag_edits(child, tag + child.tag[len(element.tag) :])
+    return edits
+
+
+def renamed_stage(content: bytes, element: Element, tag: str) -> bytes:
+    """The bytes of a stage under another name."""
+    edits = [(begin - element.begin, end - element.begin, new) for begin, end, new in stage_edits(element, tag)]
+    return apply(content[element.begin : element.end], edits)
