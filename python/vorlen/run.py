@@ -177,14 +177,19 @@ class Run:
         return f"<Run, {len(self.profile)} rows, {state}{place}>"
 
 
-def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
-    """pre, active or post of each layer, from the kinds of the rows: pre- and post-stages have two rows each."""
+def _kinds(active: np.ndarray, thicknesses: np.ndarray) -> list[str]:
+    """pre, active or post of each layer, from the kinds of the rows: pre- and post-stages have two rows each.
+
+    A run that failed under way has no rows of post-stages. They are told from active stages that were not reached by
+    their thickness, which is that of the recipe.
+    """
+    layer_count = len(thicknesses)
     simulated = np.flatnonzero(active)
-    if len(simulated) == 0:
-        pre, post = len(active) // 2, 0
-    else:
-        pre, post = simulated[0] // 2, (len(active) - 1 - simulated[-1]) // 2
-    pre = min(pre, layer_count)
+    pre = min(simulated[0] // 2 if len(simulated) else len(active) // 2, layer_count)
+    post = (len(active) - 1 - simulated[-1]) // 2 if len(simulated) else 0
+    unreached = np.flatnonzero(thicknesses[pre:] == 0.0)
+    if post == 0 and len(unreached):
+        post = layer_count - pre - 1 - unreached[-1]
     post = min(post, layer_count - pre)
     return ["pre"] * pre + ["active"] * (layer_count - pre - post) + ["post"] * post
 
@@ -195,11 +200,8 @@ def _mean_composition(time: np.ndarray, z: np.ndarray, x: np.ndarray, begin: flo
     The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
     linear in time between rows. None if nothing grew.
     """
-    inside = np.flatnonzero((time > begin) & (time < end))
-    first, last = (inside[0], inside[-1]) if len(inside) else (np.searchsorted(time, end), -1)
-    if len(inside) == 0:
-        last = first - 1
-    times = np.concatenate(([max(begin, time[0])], time[first : last + 1], [min(end, time[-1])]))
+    begin, end = max(begin, time[0]), min(end, time[-1])
+    times = np.concatenate(([begin], time[(time > begin) & (time < end)], [end]))
     if times[-1] <= times[0]:
         return None
     heights = np.interp(times, time, z)
@@ -224,7 +226,7 @@ def _layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFra
     names = [name for name, _, _ in LAYER_COLUMNS]
     active = profile["active"].to_numpy()
     numbers = {name: profile[name].to_numpy() for name in COLUMN_NAMES}
-    kinds = _kinds(active, len(layer_list))
+    kinds = _kinds(active, layer_list["thickness"].to_numpy())
     active_rows = np.flatnonzero(active)
     pre_count = kinds.count("pre")
     post_begin = active_rows[-1] + 1 if len(active_rows) else 2 * pre_count

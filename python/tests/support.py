@@ -1,0 +1,45 @@
+"""Recipes and results that several tests need."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import vorlen
+
+ROOT = Path(__file__).resolve().parents[2]
+EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
+V_DEFECTS = ROOT / "examples" / "ingan_v_defects.xml"
+MQW = ROOT / "examples" / "ingan_gan_mqw.xml"
+
+TITLE = '"VORLEN output file, version 2.0"\n'
+HEADING = (
+    "#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
+    "rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)\n"
+)
+
+
+def row(active: bool = True, **values: float) -> str:
+    """One row of a result file. Columns that are not named are 0."""
+    numbers = [values.get(name, 0.0) for name in vorlen.result_file.COLUMN_NAMES]
+    return " ".join(f"{number:.16e}" for number in numbers) + (" \n" if active else "\n")
+
+
+def result(layers: list[tuple[str, float, float]], rows: list[str]) -> str:
+    """A result file of layers (name, duration in s, thickness in nm) and rows."""
+    lines = "".join(f'"{name}" {duration!r} {thickness!r}\n' for name, duration, thickness in layers)
+    return f"{TITLE}<LAYERS>\n{lines}</LAYERS>\n{HEADING}{''.join(rows)}"
+
+
+def failing_recipe() -> vorlen.Recipe:
+    """A recipe in which no step converges after 3724 s: the temperature jumps by 130 K there."""
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["process_stages/stage_2/T"] = 900
+    return recipe
+
+
+def recipe_with_not_a_numbers() -> vorlen.Recipe:
+    """A recipe of not-a-number layers: reference flows without carrier gas have no diffusion coefficient."""
+    recipe = vorlen.Recipe.load(ROOT / "examples" / "gan_thick_ccs.xml")
+    for gas in ("N2", "H2", "NH3"):
+        recipe[f"transport/parameters/Q_ref/{gas}"] = 0
+    return recipe

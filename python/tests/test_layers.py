@@ -1,0 +1,120 @@
+"""Run.layers: the values of a layer, on profiles whose values follow by hand."""
+
+from __future__ import annotations
+
+import json
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+
+import numpy as np
+import pandas as pd
+import pytest
+
+import vorlen
+from support import EXAMPLES, V_DEFECTS, failing_recipe, recipe_with_not_a_numbers, result, row
+
+
+def layers_of(text: str) -> pd.DataFrame:
+    return vorlen.Run(text.encode()).layers
+
+
+def test_kinds_come_from_the_ends_of_the_rows() -> None:
+    rows = [row(False, time=t) for t in (0, 1, 1, 3)] + [row(time=t) for t in (3, 4, 5)] + [row(False, time=t) for t in (5, 9)]
+    layers = layers_of(result([("a", 1, 1), ("b", 2, 1), ("c", 1, 1), ("d", 1, 1), ("e", 4, 1)], rows))
+    assert list(layers["kind"]) == ["pre", "pre", "active", "active", "post"]
+    assert list(layers["begin"]) == [0, 1, 3, 4, 5] and list(layers["end"]) == [1, 3, 4, 5, 9]
+
+
+def test_the_mean_composition_is_weighted_with_the_height() -> None:
+    # x rises from 0 to 1 in 10 s while the layer grows at a constant rate, and stays at 1 for 10 s at twice the rate:
+    # (0.5 * 10 + 1 * 20) / 30 over both; in the layer of the first 5 s the mean is 0.25.
+    rows = [row(time=0, z=0, x_in=0), row(time=10, z=10, x_in=1), row(time=20, z=30, x_in=1)]
+    assert layers_of(result([("all", 20, 30)], rows))["x_in"][1] == pytest.approx(25 / 30, rel=1e-15)
+    parts = layers_of(result([("a", 5, 5), ("b", 5, 5), ("c", 10, 20)], rows))
+    assert list(parts["x_in"]) == pytest.approx([0.25, 0.75, 1.0], rel=1e-15)
+
+
+def test_a_layer_in_which_nothing_grew_has_no_mean_composition() -> None:
+    rows = [row(time=0, z=5, x_in=0.2), row(time=10, z=5, x_in=0.4)]
+    layers = layers_of(result([("pause", 10, 0)], rows))
+    assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4 and layers["mean_rate"][1] == 0.0
+
+
+def test_end_values_are_those_of_the_last_row_within_the_layer() -> None:
+    # The first layer ends between two rows; the last row of the second lies beyond its end by rounding only.
+    rows = [row(time=t, z=t, x_in=t / 100, rho_vd0_t=t) for t in (0.0, 4.0, 9.0, 10.000000000001)]
+    layers = layers_of(result([("a", 6, 6), ("b", 4, 4)], rows))
+    assert list(layers["x_in_end"]) == pytest.approx([0.04, 0.1]) and list(layers["v_defects_t"]) == pytest.approx([2, 5])
+
+
+def test_the_row_at_the_begin_of_a_layer_belongs_to_the_one_before() -> None:
+    rows = [row(time=t, z=t, x_in=t / 100) for t in (0.0, 6.0, 12.0)]
+    layers = layers_of(result([("a", 6, 6), ("b", 3, 3), ("c", 3, 3)], rows))
+    assert layers["x_in_end"][1] == 0.06 and np.isnan(layers["x_in_end"][2]) and layers["x_in_end"][3] == 0.12
+
+
+def test_relaxation_is_measured_from_the_substrate_to_the_layer_s_own_lattice() -> None:
+    # Own lattice constant 3.30 on 3.20: with 3.22 a fifth of the mismatch is relieved.
+    pre = [row(False, time=t, a_eff_z=3.2) for t in (0, 1)]
+    rows = [row(time=2, z=1, a_eff_z=3.22, eps_xx_z=3.22 / 3.30 - 1)]
+    layers = layers_of(result([("pre", 1, 1), ("a", 1, 1)], pre + rows))
+    assert layers["relaxation"][2] == pytest.approx(0.2, rel=1e-12) and np.isnan(layers["relaxation"][1])
+
+
+def test_layers_that_a_failed_run_did_not_reach_have_no_values() -> None:
+    with pytest.raises(vorlen.SimulationError) as caught:
+        vorlen.run(failing_recipe())
+    layers = caught.value.run.layers
+    assert list(layers["kind"]) == ["pre", "active", "active", "post"]
+    assert np.isnan(layers["x_in_end"][3]) and np.isnan(layers["eps_xx_z"][4])
+    assert layers["x_in"][2] == pytest.approx(0.19, abs=0.01)  # as the example's comment tells
+
+
+def test_rows_that_are_no_numbers_are_a_warning() -> None:
+    run = vorlen.run(recipe_with_not_a_numbers())
+    (warning,) = run.warnings
+    assert "not finite" in warning and "rate" in warning
+    assert vorlen.run(V_DEFECTS).warnings == []
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+def test_thickness_and_growth_agree(path: Path) -> None:
+    run = vorlen.run(path)
+    layers = run.layers
+    assert layers["thickness"].sum() == pytest.approx(run.end["z"], rel=1e-9)
+    fractions = layers[["x_in", "x_ga", "x_al"]].sum(axis=1)
+    assert fractions.to_numpy() == pytest.approx(np.ones(len(layers)), abs=1e-9)
+
+
+def tool() -> str | None:
+    """The command-line host, if it knows `show`."""
+    path = os.environ.get("VORLEN") or shutil.which("vorlen")
+    if not path:
+        return None
+    help_text = subprocess.run([path, "--help"], capture_output=True, text=True, check=False).stdout
+    return path if re.search(r"^ +show\b", help_text, re.MULTILINE) else None
+
+
+@pytest.mark.skipif(tool() is None, reason="the command-line host has no show")
+@pytest.mark.parametrize("recipe", [*EXAMPLES, failing_recipe], ids=lambda recipe: getattr(recipe, "stem", "failing"))
+def test_the_command_line_host_gives_the_same_values(recipe, tmp_path: Path) -> None:
+    path = tmp_path / "r.result.txt"
+    try:
+        run = vorlen.run(recipe if isinstance(recipe, Path) else recipe(), path)
+    except vorlen.SimulationError as error:
+        run = error.run
+    shown = subprocess.run([tool(), "show", "--json", path], capture_output=True, text=True, check=False)
+    table = json.loads(shown.stdout)["layers"]
+    assert len(table) == len(run.layers)
+    for ours, theirs in zip(run.layers.to_dict("records"), table):
+        for name in set(ours) & set(theirs):
+            if isinstance(ours[name], str):
+                assert ours[name] == theirs[name], name
+            elif theirs[name] is None:
+                assert np.isnan(ours[name]), name
+            else:
+                assert ours[name] == pytest.approx(theirs[name], rel=1e-9, abs=1e-12), name
+        assert {"thickness", "x_in", "relaxation"} <= set(theirs)

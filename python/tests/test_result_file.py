@@ -1,0 +1,120 @@
+"""vorlen.read: every digit, every layer name, and the line of every fault."""
+
+from __future__ import annotations
+
+import math
+from pathlib import Path
+
+import numpy as np
+import pytest
+from hypothesis import given, settings
+from hypothesis import strategies as st
+
+import vorlen
+from support import HEADING, TITLE, V_DEFECTS, failing_recipe, result, row
+from vorlen.result_file import COLUMN_NAMES, parse_layers, parse_profile
+
+
+def test_numbers_are_read_to_the_last_bit() -> None:
+    content = vorlen.run(V_DEFECTS).content.decode()
+    rows = content.split(HEADING)[1].splitlines()
+    expected = [[float(word) for word in line.split()] for line in rows]
+    profile = parse_profile(content.encode())
+    assert np.array_equal(profile[list(COLUMN_NAMES)].to_numpy(), np.array(expected))
+    assert list(profile["active"]) == [line.endswith(" ") for line in rows]
+
+
+@settings(max_examples=50, deadline=None)
+@given(st.lists(st.floats(width=64), min_size=19, max_size=19), st.booleans())
+def test_any_double_survives_the_file(numbers: list[float], active: bool) -> None:
+    words = []
+    for number in numbers:  # as the library writes them, the sign of a not-a-number included
+        text = f"{number:.16e}".replace("e+", "e+0").replace("e-", "e-0")
+        words.append("-nan" if math.isnan(number) and math.copysign(1, number) < 0 else text)
+    line = " ".join(words) + (" \n" if active else "\n")
+    read = parse_profile(result([], [line]).encode())
+    assert np.array_equal(read[list(COLUMN_NAMES)].to_numpy()[0], np.array(numbers), equal_nan=True)
+    assert bool(read["active"][0]) is active
+
+
+@settings(max_examples=100, deadline=None)
+@given(st.lists(st.text(st.characters(blacklist_categories=("Cs",)), max_size=20), max_size=5))
+def test_any_layer_name_survives_the_file(names: list[str]) -> None:
+    # A name that itself reads like the end of a layer's line can't be told from one.
+    names = [name for name in names if not any(line.endswith(("0", "1")) for line in name.split("\n")[:-1])]
+    content = result([(name, 1.5, 2e-05) for name in names], [row()])
+    layers = parse_layers(content.encode())
+    assert list(layers["name"]) == names
+    assert list(layers["duration"]) == [1.5] * len(names) and list(layers["thickness"]) == [2e-05] * len(names)
+
+
+@pytest.mark.parametrize(
+    ("content", "told"),
+    [
+        ("", "is empty"),
+        ("something else\n", "line 1: expected \"VORLEN"),
+        (TITLE, "line 1: expected <LAYERS>"),
+        (TITLE + "<LAYERS>\n", "line 2: the list of layers has no end"),
+        (TITLE + "<LAYERS>\nGaN 1 2\n</LAYERS>\n", "line 3: this is no layer"),
+        (TITLE + '<LAYERS>\n"GaN" 1\n</LAYERS>\n', "line 3: this is no layer"),
+        (TITLE + "<LAYERS>\n</LAYERS>\n#time z\n", "line 4: expected #time"),
+        (result([("a", 1, 1)], [row(), row()[:-2]]), "line 7: the last line is cut off"),
+        (result([("a", 1, 1)], [row(), row()[23:], row()]), "line 7: this is no row of 19 numbers"),
+        (result([("a", 1, 1)], [row(), "\n"]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), row()[:-1] + " \n"]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), " " + row()]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), row().replace(" ", "  ", 1)]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), row().replace(" ", "\t", 1)]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), row().replace("0", "x", 1)]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), row().replace("e+00", "e", 1)]), "line 7: this is no row"),
+        (result([("a", 1, 1)], [row(), row(active=False).replace("\n", " 1.0\n")]), "line 7: this is no row"),
+        # 18 numbers in one line and 20 in the next are as many as two rows have
+        (result([("a", 1, 1)], [row()[23:], "1.0 " + row()]), "line 6: this is no row"),
+        (result([("a", 1, 1)], [row().replace(" ", "-", 1), row()]), "line 6: this is no row"),
+    ],
+    ids=range(19),
+)
+def test_a_damaged_file_is_refused_with_the_line(content: str, told: str, tmp_path: Path) -> None:
+    path = tmp_path / "r.txt"
+    path.write_text(content)
+    with pytest.raises(vorlen.ResultFileError) as caught:
+        vorlen.read(path)
+    assert told in str(caught.value) and str(path) in str(caught.value)
+
+
+@settings(max_examples=150, deadline=None)
+@given(st.data())
+def test_no_change_of_one_byte_in_a_row_goes_unnoticed_or_ends_in_another_error(data: st.DataObject) -> None:
+    content = bytearray(result([("a", 1, 1)], [row(time=float(i), z=1.5) for i in range(3)]).encode())
+    begin = content.index(b"#time")
+    place = data.draw(st.integers(begin, len(content) - 1))
+    content[place] = data.draw(st.integers(0, 255))
+    try:
+        profile = parse_profile(bytes(content))
+    except vorlen.ResultFileError as error:
+        assert "line " in str(error)
+    else:
+        assert profile.shape == (3, 20)
+
+
+def test_the_file_of_a_failed_run_reads_well(tmp_path: Path) -> None:
+    with pytest.raises(vorlen.SimulationError):
+        vorlen.run(failing_recipe(), tmp_path / "r.result.txt")
+    run = vorlen.read(tmp_path / "r.result.txt")
+    assert run.failed and run.text == "Step size has become too small"  # from the status file
+    (tmp_path / "r.status.json").unlink()
+    run = vorlen.read(tmp_path / "r.result.txt")
+    assert run.failed and run.text == ""
+
+
+def test_a_status_file_of_another_run_is_not_believed(examples: Path, tmp_path: Path) -> None:
+    with pytest.raises(vorlen.SimulationError):
+        vorlen.run(failing_recipe(), tmp_path / "r.result.txt")
+    (tmp_path / "r.result.txt").write_bytes(vorlen.run(examples / "algan_gan_hemt.xml").content)
+    assert not vorlen.read(tmp_path / "r.result.txt").failed
+
+
+def test_every_column_has_a_unit_and_a_meaning() -> None:
+    profile = vorlen.run(V_DEFECTS).profile
+    assert set(profile.attrs["units"]) == set(profile.attrs["meanings"]) == set(COLUMN_NAMES)
+    assert profile.attrs["units"]["rho_td_t"] == "cm^-2"
