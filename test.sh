@@ -1,7 +1,8 @@
 #!/bin/bash
 # Checks the whole tree: ./test.sh [--fast]
-# Formatting; build and tests of the presets release and asan; the same bytes from the builds of both compilers, with and
-# without optimisation; static analysis. --fast: formatting, and the preset release alone.
+# Formatting; build and tests of the presets release and asan; overlapping calls under tsan; the same bytes from the
+# builds of both compilers, with and without optimisation; static analysis. --fast: formatting, and the preset release
+# alone.
 # A failed phase does not end the run. The summary at the end names it, and the exit status is 1.
 set -uo pipefail
 
@@ -102,6 +103,8 @@ phase "Formatting" check_format
 phase "Build: release" build release -DVORLEN_TESTS=ON && phase "Tests: release" run_tests release
 if [ $fast = no ]; then
   phase "Build: asan" build asan -DVORLEN_TESTS=ON && phase "Tests: asan" run_tests asan
+  phase "Build: tsan" build tsan -DVORLEN_TESTS=ON -DVORLEN_TOOLS=OFF -- thread_tests &&
+    phase "Tests: tsan" run_tests tsan
   phase "Build: debug, the library" build debug -- VorlenSolver &&
     phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
