@@ -132,8 +132,11 @@ TEST_P(OutOfMemory, EndsTheCallWhicheverAllocationFails) {
   const std::string told = in_child([&](int answer) {
     char text[VORLEN_ERROR_BUFFER_SIZE] = "";
     const long before = allocations;
+    const long blocks = live_blocks;
     const std::int32_t result = runSurfChem(input.c_str(), output.c_str(), text);
-    say(answer, std::to_string(allocations - before) + " " + std::to_string(result) + text);
+    const long left = live_blocks - blocks;
+    const std::string lost = left == 0 ? "" : ", blocks not given back: " + std::to_string(left);
+    say(answer, std::to_string(allocations - before) + " " + std::to_string(result) + text + lost);
   });
   ASSERT_EQ(std::to_string(tested.result) + tested.text, told.substr(told.find(' ') + 1));
   const long of_a_run = std::stol(told);
