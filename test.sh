@@ -1,18 +1,19 @@
 #!/bin/bash
-# Checks the whole tree: ./test.sh [--fast]
-# Formatting; build and tests of the presets release and asan; overlapping calls under tsan; the same bytes from the
-# builds of both compilers, with and without optimisation; static analysis. --fast: formatting, and the preset release
-# alone.
+# Checks the whole tree: ./test.sh [--fast|--coverage|--packages]
+# Formatting; build and tests of the presets release and asan; overlapping calls under tsan; the same bytes from the builds of both compilers, with and
+# without optimisation; Debian packages; static analysis.
+#   --fast      formatting, and the preset release alone
+#   --coverage  how much of src/ the tests reach; fails below the limits that stand in report_coverage
+#   --packages  the Debian packages on a fresh Debian 12, as root and with the network
 # A failed phase does not end the run. The summary at the end names it, and the exit status is 1.
 set -uo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
-fast=no
-case "${1:-}" in
-  "") ;;
-  --fast) fast=yes ;;
+mode=${1:-all}
+case "$mode" in
+  all | --fast | --coverage | --packages) ;;
   *)
-    echo "usage: ./test.sh [--fast]" >&2
+    echo "usage: ./test.sh [--fast|--coverage|--packages]" >&2
     exit 2
     ;;
 esac
@@ -94,20 +95,46 @@ compare_builds() {
 }
 
 analyse() {
+  local status=0
   find src tools -name '*.cpp' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet \
-    --extra-arg=-Wno-unknown-warning-option 2>/dev/null
+    --extra-arg=-Wno-unknown-warning-option 2>/dev/null || status=1
+  cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
+    --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \
+    src tools || status=1
+  return $status
 }
 
+# Branches that only an exception of the standard library would take are not counted: the exceptions end in runSurfChem,
+# and tests of their own refuse allocations. Those of code that can't be reached are not counted either.
+report_coverage() {
+  gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches --txt --print-summary \
+    --fail-under-line 98 --fail-under-branch 90 -j "$jobs" build/coverage
+}
+
+# The counts of an earlier run would be added to.
+forget_counts() { find build/coverage -name '*.gcda' -delete; }
+
 phase "Packages" tools/setup.sh test || exit 1
-phase "Formatting" check_format
-phase "Build: release" build release -DVORLEN_TESTS=ON && phase "Tests: release" run_tests release
-if [ $fast = no ]; then
+case "$mode" in
+  --coverage)
+    phase "Build: coverage" build coverage -DVORLEN_TESTS=ON && forget_counts &&
+      phase "Tests: coverage" run_tests coverage && phase "Coverage of src/" report_coverage
+    ;;
+  --packages) phase "Packages on a fresh Debian" tests/package/clean_debian.sh ;;
+  *)
+    phase "Formatting" check_format
+    phase "Build: release" build release -DVORLEN_TESTS=ON && phase "Tests: release" run_tests release
+    ;;
+esac
+if [ "$mode" = all ]; then
   phase "Build: asan" build asan -DVORLEN_TESTS=ON && phase "Tests: asan" run_tests asan
   phase "Build: tsan" build tsan -DVORLEN_TESTS=ON -DVORLEN_TOOLS=OFF -- thread_tests &&
     phase "Tests: tsan" run_tests tsan
   phase "Build: debug, the library" build debug -- VorlenSolver &&
     phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
+  phase "Build: package" build package &&
+    phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
   phase "Static analysis" analyse
 fi
 

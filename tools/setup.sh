@@ -8,7 +8,7 @@ set -euo pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev)
 TEST_PACKAGES=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libgmock-dev nlohmann-json3-dev
-  libxml2-utils locales python3 git valgrind)
+  libxml2-utils locales python3 git valgrind cppcheck gcovr debootstrap dpkg-dev file lintian)
 BENCH_PACKAGES=(libbenchmark-dev libsundials-dev python3-matplotlib)
 # The tests run under a locale with a comma as decimal separator.
 TEST_LOCALE=de_DE

@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# clean_debian.sh: do the Debian packages install on a Debian 12 that has never seen this project? Makes the packages,
+# a fresh system in a folder by debootstrap (from the mirror that this machine itself uses), installs the three with
+# apt, builds a C program against them, runs the tool, and removes them again. As root; takes some minutes and 1 GB.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+source=$(cd "$here/../.." && pwd)
+build=${1:-$source/build/package}
+suite=bookworm
+
+die() {
+  echo "clean_debian: $*" >&2
+  exit 1
+}
+say() { echo "== $*"; }
+
+[ "$(id -u)" -eq 0 ] || die "a new system can be set up by root alone"
+command -v debootstrap >/dev/null || die "debootstrap is needed"
+mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' "Codename: $suite" 'Label: Debian' | sort -u | head -n 1)
+[ -n "$mirror" ] || die "the package lists of this machine name no mirror of $suite (apt-get update)"
+
+say "Packages"
+(cd "$source" && cmake --preset package -B "$build" >/dev/null && cmake --build "$build" -j "$(nproc)" >/dev/null)
+"$here/debian_packages.sh" "$build"
+
+root=$(mktemp -d)
+trap 'rm -rf --one-file-system "$root"' EXIT
+chmod 755 "$root"
+say "A fresh $suite"
+debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$root.log" 2>&1 || { tail -n 20 "$root.log"; die "debootstrap failed"; }
+rm -f "$root.log"
+
+mkdir "$root/work"
+cp "$build"/*.deb "$here/consumer/host.c" "$source/examples/algan_gan_hemt.xml" "$root/work"
+inside() { chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
+quietly() { "$@" >"$root/work/log" 2>&1 || { tail -n 40 "$root/work/log"; die "failed: $*"; }; }
+
+say "Installing with apt"
+quietly inside apt-get update
+quietly inside sh -c 'apt-get install -y --no-install-recommends /work/*.deb'
+inside dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libvorlensolver*' vorlen
+quietly inside dpkg --audit
+[ ! -s "$root/work/log" ] || die "dpkg is not content: $(cat "$root/work/log")"
+
+say "Running the tool"
+inside sh -c 'cd /work && vorlen run algan_gan_hemt.xml -o tool.txt'
+
+say "Building a C program"
+quietly inside apt-get install -y --no-install-recommends gcc libc6-dev pkg-config
+quietly inside sh -c 'cd /work && gcc -std=c99 -Wall -Werror host.c $(pkg-config --cflags --libs vorlensolver) -o host'
+inside sh -c 'cd /work && ./host algan_gan_hemt.xml host.txt && cmp tool.txt host.txt'
+"$build/tools/vorlen" run "$source/examples/algan_gan_hemt.xml" -o "$root/work/here.txt" >/dev/null
+cmp "$root/work/tool.txt" "$root/work/here.txt"
+
+say "Removing"
+quietly inside apt-get purge -y libvorlensolver1
+left=$(cd "$root" && find usr etc var/lib -xdev \( -iname '*vorlen*' \) ! -path 'var/lib/apt/*')
+[ -z "$left" ] || die "left behind: $left"
+echo "installed, used and removed on a fresh $suite"

@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# debian_packages.sh BUILD: makes the Debian packages of a build of the preset `package`, and looks at them without
+# installing anything: lintian finds no error, the dependencies are right, and what they hold works from an empty
+# folder. tests/package/clean_debian.sh installs them for real.
+set -euo pipefail
+
+build=$(cd "$1" && pwd)
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+source=$(cd "$here/../.." && pwd)
+root=$(mktemp -d)
+trap 'rm -rf "$root"' EXIT
+
+die() {
+  echo "debian_packages: $*" >&2
+  exit 1
+}
+
+rm -f "$build"/*.deb
+(cd "$build" && cpack -G DEB >"$root/cpack.log" 2>&1) || { cat "$root/cpack.log"; die "cpack failed"; }
+packages=("$build"/*.deb)
+[ ${#packages[@]} -eq 3 ] || die "expected three packages, found: ${packages[*]}"
+
+# field PACKAGE NAME: a line of the control file.
+field() { dpkg-deb --field "$build/$1"_*.deb "$2"; }
+
+# expect PACKAGE NAME PATTERN
+expect() {
+  local value
+  value=$(field "$1" "$2")
+  [[ $value =~ $3 ]] || die "$1: $2 is '$value', expected something like $3"
+}
+
+version=$(field vorlen Version)
+expect libvorlensolver1 Depends 'libtinyxml2\.6\.2v5'
+expect libvorlensolver1 Depends 'libc6'
+expect libvorlensolver-dev Depends "libvorlensolver1 \(= $version\)"
+expect vorlen Depends "libvorlensolver1 \(= $version\)"
+for package in libvorlensolver1 libvorlensolver-dev vorlen; do
+  expect $package Version "^[0-9.]+-[0-9]+$"
+  expect $package Maintainer '<.+@.+>'
+  expect $package Description 'III-nitride'
+done
+dpkg-deb --info "$build"/libvorlensolver1_*.deb shlibs | grep -q '^libVorlenSolver 1 libvorlensolver1' ||
+  die "libvorlensolver1 does not say how hosts depend on it"
+
+# An error fails; warnings are shown and are no failure.
+lintian --allow-root --fail-on error --tag-display-limit 0 "${packages[@]}" || die "lintian found errors"
+
+for package in "${packages[@]}"; do dpkg-deb --extract "$package" "$root"; done
+libraries=$(dirname "$(find "$root/usr/lib" -name libVorlenSolver.so.1)")
+export LD_LIBRARY_PATH="$libraries"
+export PKG_CONFIG_PATH="$libraries/pkgconfig"
+
+"$root/usr/bin/vorlen" run "$source/examples/algan_gan_hemt.xml" -o "$root/tool.txt" >"$root/table.txt" ||
+  die "the tool does not run"
+grep -q 'GaN channel' "$root/table.txt" || die "the tool shows no table"
+# shellcheck disable=SC2046  # a list of flags
+cc "$here/consumer/host.c" $(pkg-config --cflags --libs vorlensolver) -o "$root/host"
+"$root/host" "$source/examples/algan_gan_hemt.xml" "$root/host.txt" >/dev/null || die "the host in C does not run"
+cmp "$root/tool.txt" "$root/host.txt" || die "tool and host grow something else"
+echo "three packages, version $version"
