@@ -58,17 +58,17 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
     omega_TDR = interpolate(stage.omega_TDR, fraction);
   }
   if (stage_changed || stage.flows_vary) {
-    for (int i = 0; i < N_FLOWS; ++i) {
+    for (std::size_t i = 0; i < N_FLOWS; ++i) {
       if (gas_index[i] >= 0) Q[i] = interpolate(stage.Q[i], fraction);
     }
   }
   if (stage_changed) set_stage_delta(stage);
 
   Q_total = 0.0;
-  for (int i = 0; i < N_FLOWS; ++i) {
+  for (std::size_t i = 0; i < N_FLOWS; ++i) {
     if (gas_index[i] >= 0) Q_total += Q[i];
   }
-  for (int i = 0; i < N_FLOWS; ++i) {
+  for (std::size_t i = 0; i < N_FLOWS; ++i) {
     if (gas_index[i] < 0) continue;
     x[i] = Q[i] / Q_total;
     p[i] = x[i] * P;

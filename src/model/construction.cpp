@@ -31,7 +31,7 @@ void reserve_history(SurfChemNonst& m) {
 
 void mark_flow_species(SurfChemNonst& m) {
   for (const StageRecord& stage : m.active_stages) {
-    for (int i = 0; i < N_FLOWS; ++i) {
+    for (std::size_t i = 0; i < N_FLOWS; ++i) {
       if (stage.Q[i].val >= 0.0 || stage.Q[i].end >= 0.0) m.gas_index[i] = 0;
     }
   }

@@ -53,9 +53,9 @@ void compute_activity(const SurfChemNonst& m, double mismatch, std::array<double
   };
   const double B_mix = B[0] * x_b[0] + B[1] * x_b[1] + B[2] * x_b[2];
   double a[N_BULK];
-  for (int k = 0; k < N_BULK; ++k) a[k] = (mismatch * m.bulk_species[k].a + m.a_ref) * 1e-10;
+  for (std::size_t k = 0; k < N_BULK; ++k) a[k] = (mismatch * m.bulk_species[k].a + m.a_ref) * 1e-10;
   const double a_mix = a[0] * x_b[0] + a[1] * x_b[1] + a[2] * x_b[2];
-  for (int k = 0; k < N_BULK; ++k) {
+  for (std::size_t k = 0; k < N_BULK; ++k) {
     const double E = ((m.c_ref * 1e-10) * C_cell * a_mix) * (a_mix * B[k] + (a[k] - a_mix) * 2.0 * B_mix);
     activity[k] = std::exp((Q[k] + E) / (R_act * m.T));
   }
@@ -66,10 +66,10 @@ void compute_equilibria(const SurfChemNonst& m, ConditionTerms& c) {
   static const double P_K = std::pow(100000.0, 1.5);  // pressure factor of K_eq
   const FreeEnergyPowers powers(m.T);
   std::array<double, N_GAS>& G = c.G_gas;
-  for (int i = N2_g; i <= Al_g; ++i) G[i] = gibbs_energy(m.gas_species[i], powers);
-  for (int b = 0; b < N_BULK; ++b) c.G_bulk[b] = gibbs_energy(m.bulk_species[b], powers);
+  for (std::size_t i = N2_g; i <= Al_g; ++i) G[i] = gibbs_energy(m.gas_species[i], powers);
+  for (std::size_t b = 0; b < N_BULK; ++b) c.G_bulk[b] = gibbs_energy(m.bulk_species[b], powers);
   c.K_NH3 = std::exp(-(G[NH3_g] - 0.5 * G[N2_g] - 1.5 * G[H2_g]) / (R_kJ * m.T)) * BAR_PER_PA;
-  for (int b = 0; b < N_BULK; ++b) {
+  for (std::size_t b = 0; b < N_BULK; ++b) {
     c.K_eq[b] = std::exp(-((0.5 * G[N2_g] + G[In_g + b]) - c.G_bulk[b]) / (R_kJ * m.T)) * P_K;
   }
 }
@@ -77,8 +77,8 @@ void compute_equilibria(const SurfChemNonst& m, ConditionTerms& c) {
 // Transport, free energies and rate constants: what follows from the conditions alone.
 void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
   const double T = m.T;
-  for (int b = 0; b < N_BULK; ++b) c.N2_factor[b] = m.N2_mix_A[b] * std::exp(-m.N2_mix_T[b] / T);
-  for (int i = 0; i < N_GAS; ++i) {
+  for (std::size_t b = 0; b < N_BULK; ++b) c.N2_factor[b] = m.N2_mix_A[b] * std::exp(-m.N2_mix_T[b] / T);
+  for (std::size_t i = 0; i < N_GAS; ++i) {
     if (m.gas_index[i] >= 0) c.v_kin[i] = 1.0 / std::sqrt(R_kin * m.gas_species[i].molar_mass * T);
   }
   m.mix_diffusion(T, m.P, m.x.data(), m.D.data());
@@ -86,17 +86,17 @@ void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
   c.D = m.D;
   c.delta = m.delta;
   compute_equilibria(m, c);
-  for (int k = 0; k < N_ADSORBED; ++k) {
+  for (std::size_t k = 0; k < N_ADSORBED; ++k) {
     c.Kd[k] = rate_constant(m.Kd_A[k], m.Kd_Ta[k], m.Kd_Tn[k], T);
     if (DESORBS_AS[k] != N2_g) c.Kd[k] /= c.v_kin[DESORBS_AS[k]];
   }
   c.K_H2_des = std::pow(c.Kd[4], 1.5);
-  for (int i = 0; i < N_GAS; ++i) {
+  for (std::size_t i = 0; i < N_GAS; ++i) {
     if (m.gas_index[i] < 0) continue;
     c.R_transport[i] = (R_J * T) * c.delta[i] / c.D[i];
     c.R_kinetic[i] = 1.0 / c.v_kin[i];
   }
-  for (int b = 0; b < N_BULK; ++b) c.k_plus[b] = m.k_plus(b);
+  for (std::size_t b = 0; b < N_BULK; ++b) c.k_plus[b] = m.k_plus(b);
 }
 
 bool same_bits(double a, double b) { return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b); }
@@ -154,7 +154,7 @@ const ConditionTerms& condition_terms(SurfChemNonst& m) {
 // Nitrogen factor, activities and the constants that they enter: what follows from the composition of the solid.
 void compute_composition_terms(const SurfChemNonst& m, const ConditionTerms& c, CompositionTerms& s) {
   s.N2_mix = 1.0;
-  for (int b = 0; b < N_BULK; ++b) {
+  for (std::size_t b = 0; b < N_BULK; ++b) {
     if (m.x_b_clip[b] != 0.0) s.N2_mix *= std::pow(c.N2_factor[b], m.x_b_clip[b]);  // a power of 0 is exactly 1
   }
   s.v_kin_N2 = c.v_kin[N2_g] * s.N2_mix;
@@ -163,7 +163,7 @@ void compute_composition_terms(const SurfChemNonst& m, const ConditionTerms& c, 
   s.Kd_N2 = c.Kd[3] / s.v_kin_N2;
   const double s_N2 = std::sqrt(s.Kd_N2);
   s.K_NH3_des = c.K_H2_des * (c.K_NH3 * s_N2);
-  for (int b = 0; b < N_BULK; ++b) s.k_minus[b] = c.k_plus[b] / (c.Kd[b] * s_N2) * c.K_eq[b];
+  for (std::size_t b = 0; b < N_BULK; ++b) s.k_minus[b] = c.k_plus[b] / (c.Kd[b] * s_N2) * c.K_eq[b];
 }
 
 // Puts the kept or newly computed terms of the present composition into the model and returns them.
@@ -195,7 +195,7 @@ const CompositionTerms& composition_terms(SurfChemNonst& m, const ConditionTerms
 
 }  // namespace
 
-double SurfChemNonst::k_plus(int b) const { return rate_constant(K_plus_A[b], K_plus_Ta[b], K_plus_Tn[b], T); }
+double SurfChemNonst::k_plus(std::size_t b) const { return rate_constant(K_plus_A[b], K_plus_Ta[b], K_plus_Tn[b], T); }
 
 void SurfChemNonst::unpack_state(const double* y) {
   for (double& c : c_a) c = *y++;
@@ -204,7 +204,7 @@ void SurfChemNonst::unpack_state(const double* y) {
   if (stress_model == STRESS_V_dislocation) {
     for (double* v : {&h, &I0, &I1, &J0_0, &J0_1}) *v = *y++;
   }
-  for (int k = 0; k < N_BULK; ++k) {
+  for (std::size_t k = 0; k < N_BULK; ++k) {
     x_b[k] = *y++;
     x_b_clip[k] = clamp_fraction(x_b[k]);
   }
@@ -243,7 +243,7 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   }
 
   // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface.
-  for (int i = 0; i < N_GAS; ++i) {
+  for (std::size_t i = 0; i < N_GAS; ++i) {
     if (gas_index[i] < 0) continue;
     const double R_kinetic = i == N2_g ? composition.R_kinetic_N2 : conditions.R_kinetic[i];
     R_gas[i] = conditions.R_transport[i] * site_gas[i] + R_kinetic;
@@ -255,13 +255,13 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   J[NH3_g] -= K_NH3_des * c_a[N_a] * (c_a[H_a] * c_a[H_a] * c_a[H_a]);
   J[N2_g] = -Kd[3] * c_a[N_a] * c_a[N_a];  // nitrogen gas only leaves the surface
   J[H2_g] -= Kd[4] * (c_a[H_a] * c_a[H_a]);
-  for (int i = 0; i < N_GAS; ++i) {
+  for (std::size_t i = 0; i < N_GAS; ++i) {
     if (gas_index[i] >= 0) J[i] = J[i] / R_gas[i];
   }
 
   // Incorporation and growth rate.
   double GR_calc = 0.0;
-  for (int b = 0; b < N_BULK; ++b) {
+  for (std::size_t b = 0; b < N_BULK; ++b) {
     R_b[b] = conditions.k_plus[b] * c_a[b] * c_a[N_a] - composition.k_minus[b] * activity[b] * x_b[b] * site_bulk[b];
     GR_calc += R_b[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
   }

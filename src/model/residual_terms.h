@@ -56,17 +56,17 @@ struct CompositionTerms {
 };
 
 // A few sets of terms; a new one takes the place of the oldest.
-template <class Terms, int KEPT>
+template <class Terms, std::size_t KEPT>
 struct TermsStore {
   std::array<Terms, KEPT> kept;
-  int current = 0;
-  int oldest = 0;
+  std::size_t current = 0;
+  std::size_t oldest = 0;
 
   // The set for which matches(set.key) holds, the one used last first; null if there is none.
   template <class Matches>
   const Terms* find(Matches matches) {
     if (matches(kept[current].key)) return &kept[current];
-    for (int i = 0; i < KEPT; ++i) {
+    for (std::size_t i = 0; i < KEPT; ++i) {
       if (i != current && matches(kept[i].key)) {
         current = i;
         return &kept[i];

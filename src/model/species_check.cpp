@@ -41,11 +41,11 @@ void fill_species_lists(SurfChemNonst& model) {
 }
 
 bool species_check(SurfChemNonst& model, std::int32_t& err) {
-  for (int i = 0; i < N_GAS; ++i) {
+  for (std::size_t i = 0; i < N_GAS; ++i) {
     if (model.gas_index[i] < 0) continue;
     const SpeciesRecord& s = model.gas_species[i];
     const std::uint8_t atoms[] = {s.n_In, s.n_Ga, s.n_Al, s.n_N, s.n_H, s.n_C};
-    for (int element = EL_In; element <= EL_C; ++element) {
+    for (std::size_t element = EL_In; element <= EL_C; ++element) {
       if (atoms[element] != 0) model.element_present[element] = true;
     }
   }
@@ -66,8 +66,8 @@ bool species_check(SurfChemNonst& model, std::int32_t& err) {
   model.n_adsorbed = number_present(model.adsorbed_index);
   model.n_bulk = number_present(model.bulk_index);
 
-  for (int i = 0; i < N_GAS; ++i) {
-    for (int j = 0; j < N_GAS; ++j) {
+  for (std::size_t i = 0; i < N_GAS; ++i) {
+    for (std::size_t j = 0; j < N_GAS; ++j) {
       model.D_binary[i][j] = 0.0;
       model.eps_pair[i][j] = std::sqrt(model.gas_species[i].eps * model.gas_species[j].eps);
       if (model.gas_index[i] < 0 || model.gas_index[j] < 0) continue;

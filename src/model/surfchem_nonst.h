@@ -214,7 +214,7 @@ class SurfChemNonst {
   // The reverse, without additions.
   void pack_state(double* y) const;
   // Rate constant of incorporation of bulk species b at T.
-  double k_plus(int b) const;
+  double k_plus(std::size_t b) const;
 
   // ---- Initial state
   // Builds the first state vector y (room for 15) from the conditions at t_begin.

@@ -34,7 +34,7 @@ bool set_reference_layer(SurfChemNonst& m) {
   }
   std::array<double, N_GAS> x_ref{};
   std::array<double, N_GAS> D_ref{};
-  for (int i = 0; i < N_FLOWS; ++i) x_ref[i] = m.Q_ref[i] / m.Q_ref_total;
+  for (std::size_t i = 0; i < N_FLOWS; ++i) x_ref[i] = m.Q_ref[i] / m.Q_ref_total;
   m.mix_diffusion(m.T_ref, m.P_ref, x_ref.data(), D_ref.data());
   if (D_ref[TMGa_g] < D_MIN && D_ref[TEGa_g] < D_MIN) {
     return refuse(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
@@ -61,7 +61,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     std::array<double, N_GAS> x_av{};
     std::array<double, N_GAS> D_av{};
     double sum = 0.0;
-    for (int i = 0; i < N_FLOWS; ++i) {
+    for (std::size_t i = 0; i < N_FLOWS; ++i) {
       if (m.gas_index[i] < 0) continue;
       x_av[i] = stage.Q[i].average();
       sum += x_av[i];
@@ -76,7 +76,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
       stage.delta_species = m.active_stages[k - 1].delta_species;
       continue;
     }
-    for (int i = 0; i < N_FLOWS; ++i) x_av[i] /= sum;
+    for (std::size_t i = 0; i < N_FLOWS; ++i) x_av[i] /= sum;
     m.mix_diffusion(T_av, P_av, x_av.data(), D_av.data());
 
     const double GR = stage.GR_average * NM;
@@ -89,7 +89,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     const double V_Ga = b[GaN_b].molar_mass / b[GaN_b].rho;
     const double V_Al = X_Al / (1.0 - X_In - X_Al) * b[AlN_b].molar_mass / b[AlN_b].rho;
     const double g = (V_Al + (V_Ga + V_In)) * f;
-    for (int i = 0; i < N_GAS; ++i) stage.delta_species[i] = std::sqrt(D_av[i] / D_av[r]) * g;
+    for (std::size_t i = 0; i < N_GAS; ++i) stage.delta_species[i] = std::sqrt(D_av[i] / D_av[r]) * g;
   }
   return true;
 }
@@ -110,12 +110,12 @@ void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in
   const double s = std::pow(T_gas, 1.5) / P_gas;
   // A binary coefficient is the same in both directions, to the last bit: its pair is computed once.
   double D_pair[N_GAS][N_GAS] = {};
-  const auto counts = [this, x_in](int j) { return gas_index[j] >= 0 && x_in[j] != 0.0; };
-  for (int i = 0; i < N_GAS; ++i) {
+  const auto counts = [this, x_in](std::size_t j) { return gas_index[j] >= 0 && x_in[j] != 0.0; };
+  for (std::size_t i = 0; i < N_GAS; ++i) {
     if (gas_index[i] < 0) continue;
     const bool i_counts = counts(i);
     double sum = 0.0;
-    for (int j = 0; j < N_GAS; ++j) {
+    for (std::size_t j = 0; j < N_GAS; ++j) {
       if (j == i || !counts(j)) continue;
       if (!(j < i && i_counts)) {
         const double T_star = T_gas / eps_pair[i][j];
@@ -131,11 +131,11 @@ void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in
 void SurfChemNonst::scale_delta() {
   const StageRecord& S = active_stages[stage_index];
   if (reactor == REACTOR_TDR) {
-    for (int i = 0; i < N_GAS; ++i) {
+    for (std::size_t i = 0; i < N_GAS; ++i) {
       delta[i] = std::sqrt(D[i] / S.delta_ref * omega_TDR_ref / omega_TDR) * S.delta;
     }
   } else if (reactor == REACTOR_HFR) {
-    for (int i = 0; i < N_GAS; ++i) {
+    for (std::size_t i = 0; i < N_GAS; ++i) {
       delta[i] = std::sqrt(D[i] / S.delta_ref * Q_ref_total / Q_total * T_ref / T * P / P_ref) * S.delta;
     }
   }

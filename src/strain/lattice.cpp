@@ -20,7 +20,7 @@ double clamp_fraction(double v) {
 
 double SurfChemNonst::lattice_a(const double* x_solid) const {
   double a = TINY;
-  for (int k = 0; k < N_BULK; ++k) {
+  for (std::size_t k = 0; k < N_BULK; ++k) {
     if (bulk_index[k] >= 0) a += bulk_species[k].a * x_solid[k];
   }
   return a;
@@ -29,7 +29,7 @@ double SurfChemNonst::lattice_a(const double* x_solid) const {
 double SurfChemNonst::strain_ratio(const double* x_solid) const {
   double S13 = 0.0;
   double S33 = 0.0;
-  for (int k = 0; k < N_BULK; ++k) {
+  for (std::size_t k = 0; k < N_BULK; ++k) {
     if (bulk_index[k] < 0) continue;
     S13 += x_solid[k] * bulk_species[k].C13;
     S33 += x_solid[k] * bulk_species[k].C33;
@@ -41,7 +41,7 @@ double SurfChemNonst::stage_strain_ratio(const PrePostStageRecord& stage) const 
   const double X[N_BULK] = {stage.X_In_average, stage.X_Ga_average, stage.X_Al_average};
   double S13 = 0.0;
   double S33 = 0.0;
-  for (int k = 0; k < N_BULK; ++k) {
+  for (std::size_t k = 0; k < N_BULK; ++k) {
     S13 += X[k] * bulk_species[k].C13;
     S33 += X[k] * bulk_species[k].C33;
   }
