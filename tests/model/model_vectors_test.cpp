@@ -40,7 +40,7 @@ INSTANTIATE_TEST_SUITE_P(Recipes, ModelVectors, testing::ValuesIn(REFERENCE_RECI
 // The desorbing and arriving parts of a flux, whose difference it is; the last bits of pow and exp grow by them.
 std::vector<double> flux_scale(const SurfChemNonst& m) {
   std::vector<double> scale(N_GAS);
-  for (int i = 0; i < N_GAS; ++i)
+  for (std::size_t i = 0; i < N_GAS; ++i)
     scale[i] = m.gas_index[i] < 0 ? 0.0 : std::fabs(m.J[i]) + 2.0 * m.p[i] * m.site_gas[i] / m.R_gas[i];
   return scale;
 }

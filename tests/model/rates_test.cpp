@@ -201,7 +201,7 @@ TEST(Incorporation, IsForwardLessReverse) {
   s.y[N_a] = 3e-9;
   s.evaluate(0.2, 0.7, 0.1);
   const double x[] = {0.2, 0.7, 0.1};
-  for (int b = 0; b < N_BULK; ++b) {
+  for (std::size_t b = 0; b < N_BULK; ++b) {
     const double forward = s->k_plus(b) * s->c_a[b] * s->c_a[N_a];
     const double ratio = s->K_eq[b] / (s->Kd[b] * std::sqrt(s->Kd[3]));
     const double reverse = s->k_plus(b) * ratio * s->activity[b] * x[b] * s->site_bulk[b];
