@@ -1,148 +1,156 @@
-// vorlen run RECIPE [-o RESULT]: one simulation, and what it grew.
+// vorlen run RECIPE...: simulations, and what grew.
 #include <fmt/core.h>
-#include <vorlen_solver.h>
 
 #include <algorithm>
-#include <array>
-#include <chrono>
-#include <cmath>
-#include <cstdio>
 #include <filesystem>
-#include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <system_error>
+#include <thread>
+#include <vector>
 
+#include "batch.h"
 #include "commands.h"
+#include "output.h"
 #include "result_file.h"
+#include "run_text.h"
+#include "simulation.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
+constexpr int EXIT_SIGNAL = 128;  // plus the number of the signal, as shells have it
+constexpr unsigned MOST_WORKERS = 1024;
+
 struct RunOptions {
-  std::string recipe;
-  std::string result;  // empty: default_result_path()
+  std::vector<std::string> recipes;
+  std::string result;  // of a single recipe; empty: default_result_path()
+  std::string output_folder;
+  unsigned workers = 0;  // 0: as many as there are processors
+  bool keep_going = false;
+  bool force = false;
 };
 
-int fail(const std::string& text) {
-  std::fputs(("vorlen: " + text + "\n").c_str(), stderr);
-  return EXIT_FAILED;
+// The recipe's file name with .result.txt in place of its extension, in folder (empty: the current one).
+std::string default_result_path(const std::string& recipe, const std::string& folder) {
+  return (fs::path(folder) / (fs::path(recipe).stem().string() + ".result.txt")).string();
 }
 
-// The recipe's file name with .result.txt in place of its extension, in the current directory.
-std::string default_result_path(const std::string& recipe) { return fs::path(recipe).stem().string() + ".result.txt"; }
-
-// Columns that text takes on a terminal: its characters in UTF-8.
-std::size_t display_width(const std::string& text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; }));
-}
-
-// A layer name on one line: line breaks and other control characters become blanks.
-std::string printable(std::string name) {
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20U || c == 0x7f; }, ' ');
-  return name;
-}
-
-// value with three decimals, without the sign of a value that rounds to zero.
-std::string three_decimals(double value) { return fmt::format("{:.3f}", std::fabs(value) < 0.0005 ? 0.0 : value); }
-
-void append_layer_table(std::string& text, const ResultFile& result) {
-  const std::string heading = "Layer";
-  std::size_t name_width = heading.size();
-  for (const ResultLayer& layer : result.layers) {
-    name_width = std::max(name_width, display_width(printable(layer.name)));
+// What must not be begun: a text, else empty.
+std::string refusal_of_batch(const std::vector<Job>& jobs) {
+  std::map<fs::path, const Job*> owners;
+  for (const Job& job : jobs) {
+    std::error_code ignored;
+    const fs::path place = fs::weakly_canonical(fs::absolute(job.paths.result, ignored), ignored);
+    const auto [owner, is_first] = owners.emplace(place.empty() ? fs::path(job.paths.result) : place, &job);
+    if (!is_first) {
+      return fmt::format("{} and {} would both write {}", owner->second->recipe, job.recipe, job.paths.result);
+    }
   }
-  auto out = std::back_inserter(text);
-  fmt::format_to(out, "{:>5}  {}{:{}}  {:>12}  {:>14}\n", "No.", heading, "", name_width - heading.size(),
-                 "Duration, s", "Thickness, nm");
-  std::size_t number = 0;
-  for (const ResultLayer& layer : result.layers) {
-    const std::string name = printable(layer.name);
-    fmt::format_to(out, "{:>5}  {}{:{}}  {:>12}  {:>14}\n", ++number, name, "", name_width - display_width(name),
-                   fmt::format("{:.10g}", layer.duration), three_decimals(layer.thickness));
+  return "";
+}
+
+// The recipe that a file of the jobs would overwrite; empty if none.
+std::string overwritten_recipe(const std::vector<Job>& jobs) {
+  for (const Job& job : jobs) {
+    for (const std::string& path : {job.paths.result, job.paths.status, job.paths.failed}) {
+      std::error_code ignored;
+      if (!fs::exists(path, ignored)) continue;
+      for (const Job& other : jobs) {
+        if (fs::equivalent(other.recipe, path, ignored)) return other.recipe;
+      }
+    }
   }
+  return "";
 }
 
-void append_last_row(std::string& text, const ResultRow& row) {
-  const auto column = [&row](ResultColumn c) { return row.values[static_cast<std::size_t>(c)]; };
-  auto out = std::back_inserter(text);
-  const double strain = column(ResultColumn::EPS_XX_T);
-  const char* direction = strain > 0.0 ? "stretched" : "compressed";
-  // A pre-stage or post-stage was not simulated: its rate is the recipe's own number.
-  const char* rate_unit = row.active ? "nm/s" : "um/h, as the recipe gives it";
-  fmt::format_to(out, "At the end, {:.10g} s:\n", column(ResultColumn::TIME));
-  fmt::format_to(out, "  total thickness      {} nm\n", three_decimals(column(ResultColumn::Z)));
-  fmt::format_to(out, "  growth rate          {:.4f} {}\n", column(ResultColumn::RATE), rate_unit);
-  fmt::format_to(out, "  composition          In {}, Ga {}, Al {}\n", three_decimals(column(ResultColumn::X_IN)),
-                 three_decimals(column(ResultColumn::X_GA)), three_decimals(column(ResultColumn::X_AL)));
-  fmt::format_to(out, "  in-plane strain      {} %{}{}\n", three_decimals(100.0 * strain),
-                 std::fabs(strain) < 5e-6 ? "" : ", ", std::fabs(strain) < 5e-6 ? "" : direction);
-  fmt::format_to(out, "  dislocation density  {:.3g} cm^-2\n", column(ResultColumn::RHO_TD_T));
-  // The column holds two times the density.
-  const double v_defects = column(ResultColumn::RHO_VD0_T) / 2.0;
-  if (v_defects > 0.0) fmt::format_to(out, "  V-defects            {:.3g} cm^-2\n", v_defects);
-}
-
-// True when the table covers the durations of all layers; a file cut off between two rows does not.
-bool covers_all_layers(const ResultFile& result) {
-  double duration = 0.0;
-  for (const ResultLayer& layer : result.layers) {
-    duration += layer.duration;
-  }
-  const auto time = static_cast<std::size_t>(ResultColumn::TIME);
-  const double end = result.rows.back().values[time];
-  const double gap = std::fabs(end - result.rows.front().values[time] - duration);
-  return !(gap > 1e-9 * std::fabs(end));  // the rounding of a long sum; a not-a-number passes
-}
-
-// Puts text on stdout as a whole. False when it could not be written.
-bool print_out(const std::string& text) {
-  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-}
-
-int run_recipe(const RunOptions& options) {
-  const std::string result_path = options.result.empty() ? default_result_path(options.recipe) : options.result;
-  std::error_code ignored;
-  if (fs::equivalent(options.recipe, result_path, ignored)) {
-    return fail("the result would overwrite the recipe " + options.recipe);
-  }
-
-  std::array<char, VORLEN_ERROR_BUFFER_SIZE> error_text{};
-  const auto start = std::chrono::steady_clock::now();
-  const bool success = runSurfChem(options.recipe.c_str(), result_path.c_str(), error_text.data()) == 0;
-  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-  if (!success) return fail(error_text.data());
-
+int print_result(const Job& job) {
   ResultFile result;
   std::string error;
-  if (!read_result_file(result_path, result, error)) return fail(error);
-  if (result.rows.empty() || !covers_all_layers(result)) {
-    return fail(result_path + ": the file ends before the run does. Is the disk full?");
+  if (!read_result_file(job.paths.result, result, error)) return fail(error);
+  if (result.rows.empty()) return fail(job.paths.result + " has no rows");
+  return print_out(run_text(result, job));
+}
+
+int run_recipes(const RunOptions& options) {
+  if (!options.result.empty() && options.recipes.size() > 1) {
+    return fail("--output is for one recipe; several take --output-dir", EXIT_USAGE);
+  }
+  std::vector<Job> jobs;
+  for (const std::string& recipe : options.recipes) {
+    Job job;
+    job.recipe = recipe;
+    job.paths =
+        result_paths(options.result.empty() ? default_result_path(recipe, options.output_folder) : options.result);
+    jobs.push_back(job);
+  }
+  const std::string refusal = refusal_of_batch(jobs);
+  if (!refusal.empty()) return fail(refusal, EXIT_USAGE);
+  const std::string overwritten = overwritten_recipe(jobs);
+  if (!overwritten.empty()) return fail("the result would overwrite the recipe " + overwritten);
+  if (!options.output_folder.empty()) {
+    std::error_code code;
+    fs::create_directories(options.output_folder, code);
+    if (code) return fail(options.output_folder + " can't be made: " + code.message());
+  }
+  for (const Job& job : jobs) {
+    const std::string target = refusal_of_target(job);
+    if (!target.empty()) return fail(target);
   }
 
-  std::string text;
-  append_layer_table(text, result);
-  text += '\n';
-  append_last_row(text, result.rows.back());
-  fmt::format_to(std::back_inserter(text), "\nSimulated in {:.2f} s. {} rows in {}\n", elapsed.count(),
-                 result.rows.size(), result_path);
-  return print_out(text) ? EXIT_OK : fail("standard output can't be written");
+  BatchOptions batch;
+  batch.workers = options.workers > 0 ? options.workers : std::max(1U, std::thread::hardware_concurrency());
+  batch.keep_going = options.keep_going;
+  batch.force = options.force;
+  const int signal = run_batch(jobs, batch);
+  if (signal != 0) fail("interrupted");
+
+  const bool all_ran = std::all_of(jobs.begin(), jobs.end(), [](const Job& job) {
+    return job.state == JobState::DONE || job.state == JobState::SKIPPED;
+  });
+  int printed = EXIT_OK;
+  if (jobs.size() > 1) {
+    printed = print_out(batch_text(jobs));
+  } else if (all_ran) {
+    printed = print_result(jobs.front());
+  }
+  if (signal != 0) return EXIT_SIGNAL + signal;
+  return all_ran && printed == EXIT_OK ? EXIT_OK : EXIT_FAILED;
 }
 
 }  // namespace
 
 void add_run_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<RunOptions>();
-  CLI::App* run = app.add_subcommand("run", "Run a recipe, write the result file and show what grew");
-  run->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required();
+  CLI::App* run = app.add_subcommand("run", "Run recipes, write the result files and show what grew");
   const CLI::Validator not_empty([](const std::string& value) { return value.empty() ? "is an empty text" : ""; }, "");
-  run->add_option("-o,--output", options->result,
-                  "Result file to write (default: the recipe's name with .result.txt in place of its\n"
-                  "extension, in the current directory). An existing file is overwritten")
-      ->type_name("RESULT")
-      ->check(not_empty);
-  run->callback([options, &status] { status = run_recipe(*options); });
+  run->add_option("RECIPE", options->recipes, "Recipes, XML files")->required()->type_name("");
+  CLI::Option* result = run->add_option("-o,--output", options->result,
+                                        "Result file of a single recipe (default: the recipe's name with .result.txt\n"
+                                        "in place of its extension, in the current directory). An existing file is\n"
+                                        "replaced when the run has succeeded")
+                            ->type_name("RESULT")
+                            ->check(not_empty);
+  run->add_option("--output-dir", options->output_folder,
+                  "Directory for the result files instead of the current one; made if missing")
+      ->type_name("DIR")
+      ->check(not_empty)
+      ->excludes(result);
+  run->add_option("-j,--jobs", options->workers,
+                  "Recipes that run at once, each in a process of its own (default: one for each\n"
+                  "processor)")
+      ->type_name("N")
+      ->check(CLI::Range(1U, MOST_WORKERS));
+  run->add_flag("--keep-going", options->keep_going, "Go on with the other recipes when one has failed");
+  run->add_flag("--force", options->force, "Run also what is done and unchanged");
+  run->footer(
+      "Beside each result a status file, NAME.status.json, tells how the run ended. Of a run that\n"
+      "fails under way the rows are kept in NAME.failed.txt; an older result stays as it is.\n"
+      "Exit status: 0 all ran (or are up to date), 1 not all, 2 the command line is wrong.\n\n"
+      "Examples:\n"
+      "  vorlen run recipe.xml -o recipe.result.txt\n"
+      "  vorlen run -j 4 --keep-going --output-dir results recipes/*.xml");
+  run->callback([options, &status] { status = run_recipes(*options); });
 }

@@ -3,10 +3,9 @@
 
 #include <CLI/CLI.hpp>
 
-// Exit statuses of the tool.
-constexpr int EXIT_OK = 0;
-constexpr int EXIT_FAILED = 1;  // the work could not be done; a text on stderr says why
-constexpr int EXIT_USAGE = 2;   // the command line was not understood
+#include "exit_status.h"
 
 // Adds a subcommand to app. The subcommand's callback writes its exit status to status, which outlives app.
 void add_run_command(CLI::App& app, int& status);
+void add_show_command(CLI::App& app, int& status);
+void add_diff_command(CLI::App& app, int& status);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-// The columns of the table that the tool shows, by index; result-format.md tells all of them.
+// The columns of the table, by index. (t): when the depth was the surface; (z): in the finished structure.
 enum class ResultColumn : std::size_t {
   TIME = 0,       // s
   Z = 1,          // nm, from the bottom of the first pre-stage
@@ -16,7 +16,17 @@ enum class ResultColumn : std::size_t {
   X_AL = 5,       // fraction
   RHO_TD_T = 6,   // threading dislocations, cm^-2
   RHO_VD0_T = 7,  // two times the density of V-defects, cm^-2
-  EPS_XX_T = 9    // in-plane strain, positive when stretched
+  A_EFF_T = 8,    // in-plane lattice constant, angstrom
+  EPS_XX_T = 9,   // in-plane strain, positive when stretched
+  EPS_YY_T = 10,  // equal to EPS_XX_T
+  EPS_ZZ_T = 11,  // strain along the growth direction
+  EPS_YZ_T = 12,  // 0
+  RHO_TD_Z = 13,  // and so on, (z)
+  A_EFF_Z = 14,
+  EPS_XX_Z = 15,
+  EPS_YY_Z = 16,
+  EPS_ZZ_Z = 17,
+  EPS_YZ_Z = 18
 };
 
 constexpr std::size_t RESULT_COLUMN_COUNT = 19;
@@ -31,6 +41,8 @@ struct ResultLayer {
 struct ResultRow {
   bool active = false;  // of a simulated stage, not of a pre-stage or post-stage
   std::array<double, RESULT_COLUMN_COUNT> values{};
+
+  double at(ResultColumn column) const { return values[static_cast<std::size_t>(column)]; }
 };
 
 struct ResultFile {

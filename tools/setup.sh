@@ -1,15 +1,28 @@
 #!/bin/bash
-# Installs what Debian 12 lacks for this project: tools/setup.sh [build|test|bench]
+# Installs what Debian 12 lacks for this project: tools/setup.sh [build|run|test|bench]
 #   build  compiler and libraries of the library and its command-line host (default)
+#   run    these, and what the Python package needs for figures and reports
 #   test   these, and what ./test.sh needs besides
 #   bench  these, and what the benchmarks and the comparison of integrators need besides
 # What is there already is left alone; when nothing is missing, neither the network nor root is needed.
 set -euo pipefail
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev)
-TEST_PACKAGES=(clang clang-format clang-tidy libclang-rt-14-dev libgtest-dev libgmock-dev nlohmann-json3-dev
-  libxml2-utils locales python3 git valgrind cppcheck gcovr debootstrap dpkg-dev file lintian)
-BENCH_PACKAGES=(libbenchmark-dev libsundials-dev python3-matplotlib)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
+PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib python3-plotly python3-jinja2 python3-lxml)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
+  # compilers, static analysis, test library
+  clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
+  # tools that tests call
+  bash-completion debootstrap dpkg-dev file git groff-base jing libxml2-utils lintian locales
+  # the Python package: tests, formats, installation, browser
+  python3-pytest python3-hypothesis python3-xarray python3-netcdf4 python3-pip python3-venv python3-setuptools
+  python3-wheel python3-selenium chromium chromium-driver
+  # sweeps, fits, notebooks
+  python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat python3-scipy
+  munge openmpi-bin slurm-wlm
+  # the manual
+  mkdocs mkdocs-material libjs-katex fonts-katex)
+BENCH_PACKAGES=(libbenchmark-dev libsundials-dev)
 # The tests run under a locale with a comma as decimal separator.
 TEST_LOCALE=de_DE
 
@@ -32,9 +45,10 @@ rise_to_root() {
 
 case "${1:-build}" in
   build) packages=("${BUILD_PACKAGES[@]}") ;;
+  run) packages=("${BUILD_PACKAGES[@]}" "${PYTHON_PACKAGES[@]}") ;;
   test) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
   bench) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
-  *) die "usage: tools/setup.sh [build|test|bench]" ;;
+  *) die "usage: tools/setup.sh [build|run|test|bench]" ;;
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
@@ -62,7 +76,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   done
 fi
 
-if [ "${1:-build}" != build ] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
+if [[ "${1:-build}" =~ ^(test|bench)$ ]] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
   rise_to_root "localedef -i $TEST_LOCALE -f UTF-8 $TEST_LOCALE.UTF-8"
   echo "setup: making the locale $TEST_LOCALE.UTF-8"
   "${as_root[@]}" localedef -i "$TEST_LOCALE" -f UTF-8 "$TEST_LOCALE.UTF-8"

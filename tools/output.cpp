@@ -1,0 +1,18 @@
+// A full disk or a closed pipe behind stdout shows when it is flushed.
+#include "output.h"
+
+#include <cstdio>
+
+#include "exit_status.h"
+
+int fail(const std::string& text, int status) {
+  std::fputs(("vorlen: " + text + "\n").c_str(), stderr);
+  return status;
+}
+
+int fail(const std::string& text) { return fail(text, EXIT_FAILED); }
+
+int print_out(const std::string& text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+  return written ? EXIT_OK : fail("standard output can't be written");
+}
