@@ -155,6 +155,7 @@ void tell_failure(const Job& job, bool with_name, Progress& progress) {
 // Waits until a worker has something to tell, for POLL_INTERVAL at most, and finishes the jobs of those that have.
 void wait_for_workers(std::vector<Worker>& workers, Progress& progress, bool with_name) {
   std::vector<pollfd> pipes;
+  pipes.reserve(workers.size());
   for (const Worker& worker : workers) pipes.push_back({worker.pipe, POLLIN, 0});
   if (poll(pipes.data(), pipes.size(), POLL_INTERVAL) <= 0) return;
   for (std::size_t i = workers.size(); i-- > 0;) {

@@ -115,7 +115,7 @@ void add_diff_command(CLI::App& app, int& status) {
                    "Relative deviation that counts as none (default: 0). Deviations of a column are\n"
                    "relative to its largest magnitude in both files")
       ->type_name("X")
-      ->check(CLI::NonNegativeNumber);
+      ->check(CLI::NonNegativeNumber.description(""));
   diff->add_flag("--json", options->json, "JSON, with all digits and all columns");
   diff->footer(
       "Exit status: 0 the same, 1 different, 2 a file can't be read.\n\n"

@@ -142,7 +142,7 @@ void add_run_command(CLI::App& app, int& status) {
                   "Recipes that run at once, each in a process of its own (default: one for each\n"
                   "processor)")
       ->type_name("N")
-      ->check(CLI::Range(1U, MOST_WORKERS));
+      ->check(CLI::Range(1U, MOST_WORKERS).description(""));
   run->add_flag("--keep-going", options->keep_going, "Go on with the other recipes when one has failed");
   run->add_flag("--force", options->force, "Run also what is done and unchanged");
   run->footer(

@@ -50,7 +50,7 @@ const ResultRow* first_after(const ResultRow* first, const ResultRow* past, doub
 std::array<double, 3> mean_composition(const ResultRow* first, const ResultRow* past, double begin, double end) {
   std::array<double, 3> integral{};
   double grown = 0.0;
-  for (const ResultRow* b = first + 1; b < past; ++b) {
+  for (const ResultRow* b = first == past ? past : first + 1; b < past; ++b) {
     const ResultRow* a = b - 1;
     const double from = std::max(begin, a->at(ResultColumn::TIME));
     const double to = std::min(end, b->at(ResultColumn::TIME));
@@ -114,12 +114,15 @@ std::vector<LayerValues> layer_values(const ResultFile& result) {
       first = i < groups.pre_layers ? rows + 2 * i : active_end + 2 * (i + groups.post_layers - count);
       past = first + 2;
       end_row = first + 1;
-    } else {
+    } else if (active_begin < active_end) {
       const double slack = TIME_TOLERANCE * std::fabs(layer.end);
-      first = std::max(active_begin, first_after(active_begin, active_end, layer.begin) - 1);
-      past = std::min(active_end, first_after(first, active_end, layer.end) + 1);
-      const ResultRow* last = first_after(active_begin, active_end, layer.end + slack) - 1;
-      if (last >= active_begin && last->at(ResultColumn::TIME) > layer.begin + slack) end_row = last;
+      const ResultRow* after_begin = first_after(active_begin, active_end, layer.begin);
+      const ResultRow* after_end = first_after(after_begin, active_end, layer.end);
+      const ResultRow* past_end = first_after(active_begin, active_end, layer.end + slack);
+      first = after_begin == active_begin ? active_begin : after_begin - 1;
+      past = after_end == active_end ? active_end : after_end + 1;
+      const bool has_end = past_end > active_begin && past_end[-1].at(ResultColumn::TIME) > layer.begin + slack;
+      if (has_end) end_row = past_end - 1;
     }
     layer.x = mean_composition(first, past, layer.begin, layer.end);
     set_end_values(layer, end_row, a_sub);

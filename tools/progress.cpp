@@ -56,13 +56,12 @@ void show_progress(Progress& progress, const std::vector<Job>& jobs, bool at_end
   if (progress.in_place) {
     if (line != progress.shown) std::fputs((ERASE + line).c_str(), stderr);
     if (at_end) std::fputc('\n', stderr);
-  } else if (at_end || now - progress.last_shown >= LINE_INTERVAL) {
-    if (progress.last_shown < 0.0 && !at_end) {
-      progress.last_shown = now;  // nothing has been done yet
-    } else if (line != progress.shown) {
-      std::fputs((line + '\n').c_str(), stderr);
-      progress.last_shown = now;
-    }
+  } else if (progress.last_shown < 0.0 && !at_end) {
+    progress.last_shown = now;  // nothing has been done yet
+    return;
+  } else if (line != progress.shown && (at_end || now - progress.last_shown >= LINE_INTERVAL)) {
+    std::fputs((line + '\n').c_str(), stderr);
+    progress.last_shown = now;
   } else {
     return;
   }

@@ -1,8 +1,13 @@
 // vorlen: the command-line host of VorlenSolver. Data go to stdout, texts about failures to stderr.
 #include <clocale>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "commands.h"
+#include "output.h"
+#include "python_command.h"
+#include "self_description.h"
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");  // what the terminal can show; numbers have the point in any locale
@@ -10,9 +15,21 @@ int main(int argc, char** argv) {
   CLI::App app("Simulates the growth of III-nitride alloy layers over a whole process recipe.", "vorlen");
   app.set_version_flag("--version", "vorlen " VORLEN_VERSION);
   app.require_subcommand(1);
+  app.footer(
+      "vorlen COMMAND --help tells about a command, and the manual page vorlen(1) about all of them.\n\n"
+      "Example:\n  vorlen new algan_gan_hemt && vorlen run algan_gan_hemt.xml");
   add_run_command(app, status);
   add_show_command(app, status);
   add_diff_command(app, status);
+  add_new_command(app, status);
+  add_explain_command(app, status);
+  add_python_commands(app);
+
+  // Words that stand in no help: for the build, and for completion in shells.
+  const std::string first = argc > 1 ? argv[1] : "";
+  if (first == "__man") return print_out(manual_page(app, VORLEN_VERSION));
+  if (first == "__complete") return print_out(completions(app, std::vector<std::string>(argv + 2, argv + argc)));
+  if (is_python_command(first)) return forward_to_python(argv + 1);
 
   try {
     app.parse(argc, argv);

@@ -5,6 +5,8 @@ The reader is written apart from the tool's own, so that the two check each othe
 import os
 import re
 import subprocess
+import tempfile
+import unittest
 
 VORLEN = os.environ["VORLEN"]
 LIBRARY = os.environ["VORLEN_LIBRARY"]
@@ -17,13 +19,43 @@ EXAMPLES = sorted(name[:-4] for name in os.listdir(EXAMPLES_FOLDER) if name.ends
  RHO_TD_Z, A_EFF_Z, EPS_XX_Z, EPS_YY_Z, EPS_ZZ_Z, EPS_YZ_Z) = range(19)
 
 
-def vorlen(*arguments, cwd):
-    """Runs the tool. The result has returncode, stdout and stderr (as text)."""
-    return subprocess.run([VORLEN, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False)
+def vorlen(*arguments, cwd, **options):
+    """Runs the tool. The result has returncode, stdout and stderr (as text). options: of subprocess.run"""
+    return subprocess.run([VORLEN, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
 
 
 def example(name):
     return os.path.join(EXAMPLES_FOLDER, name + ".xml")
+
+
+class InAFolder(unittest.TestCase):
+    """A test with a folder of its own, in which the tool runs."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def write(self, name, text):
+        with open(self.path(name), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def run_tool(self, *arguments, **options):
+        return vorlen(*arguments, cwd=self.folder, **options)
+
+    def write_recipe(self, name, old="", new="", source="algan_gan_hemt"):
+        """An example under another name, with one piece of its text replaced."""
+        with open(example(source), encoding="utf-8") as file:
+            text = file.read()
+        self.assertIn(old, text)
+        self.write(name, text.replace(old, new, 1) if old else text)
 
 
 class Result:

@@ -18,7 +18,7 @@ class Examples(unittest.TestCase):
                 run = vorlen("run", example(name), cwd=folder)
                 self.assertEqual((run.returncode, run.stderr), (0, ""))
                 # The file's default name and place, as --help tells them.
-                self.assertEqual(os.listdir(folder), [name + ".result.txt"])
+                self.assertEqual(sorted(os.listdir(folder)), [name + ".result.txt", name + ".status.json"])
                 result = Result(os.path.join(folder, name + ".result.txt"))
                 self.check_table(run.stdout, result)
                 self.check_words(run.stdout, result)

@@ -1,32 +1,10 @@
 """What the tool does with input that it can't use, and with odd but good input."""
 import os
-import tempfile
 import unittest
 
-from support import Result, example, vorlen
+from support import InAFolder, Result, example
 
 VERSION = os.environ["VORLEN_VERSION"]
-
-
-class InAFolder(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
-    def path(self, name):
-        return os.path.join(self.folder, name)
-
-    def run_tool(self, *arguments):
-        return vorlen(*arguments, cwd=self.folder)
-
-    def write_recipe(self, name, old="", new=""):
-        """A short example under another name, with one piece of its text replaced."""
-        with open(example("algan_gan_hemt"), encoding="utf-8") as file:
-            text = file.read()
-        self.assertIn(old, text)
-        with open(self.path(name), "w", encoding="utf-8") as file:
-            file.write(text.replace(old, new, 1) if old else text)
 
 
 class Failures(InAFolder):
@@ -76,8 +54,8 @@ class Failures(InAFolder):
             self.assertEqual(file.read(), before)
 
     @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
-    def test_a_full_disk(self):
-        self.expect_failure("/dev/full is not a regular file: there is no result to show", "run",
+    def test_a_device_as_result(self):
+        self.expect_failure("/dev/full is not a regular file: no result can be kept there", "run",
                             example("algan_gan_hemt"), "-o", "/dev/full")
 
 
@@ -117,7 +95,7 @@ class OddNames(InAFolder):
         self.write_recipe("recipes/plain")
         run = self.run_tool("run", "recipes/plain")
         self.assertEqual(run.returncode, 0)
-        self.assertEqual(sorted(os.listdir(self.folder)), ["plain.result.txt", "recipes"])
+        self.assertEqual(sorted(os.listdir(self.folder)), ["plain.result.txt", "plain.status.json", "recipes"])
 
     def test_layer_names_with_quotes_line_breaks_numbers_and_umlauts(self):
         # The file holds names as they stand; in the printed table a line break is a blank.
@@ -159,7 +137,8 @@ class DamagedResults(InAFolder):
         run = subprocess.run([VORLEN, "run", recipe, "-o", "cut.txt"], cwd=self.folder, capture_output=True,
                              encoding="utf-8", check=False, preexec_fn=limit_file_size)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertRegex(run.stderr, "cut off|ends before the run does")
+        self.assertRegex(run.stderr, "the file ends before the run does. Is the disk full\\?\n")
+        self.assertNotIn("cut.txt", os.listdir(self.folder))
 
 
 if __name__ == "__main__":

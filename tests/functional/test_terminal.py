@@ -1,0 +1,215 @@
+"""What surrounds the commands: colours, units, progress on a terminal, help, manual page, completion, Python."""
+import os
+import pty
+import re
+import shutil
+import subprocess
+import unittest
+
+from support import LIBRARY, SOURCE, VORLEN, InAFolder, example
+
+BUILD = os.path.dirname(VORLEN)
+COMPLETION = os.path.join(SOURCE, "tools", "vorlen.bash-completion")
+COLOUR = "\033["
+
+
+def environment(**changes):
+    kept = {name: value for name, value in os.environ.items() if name not in ("NO_COLOR", "TERM", "LC_ALL")}
+    return {**kept, **changes}
+
+
+class Terminals(InAFolder):
+    def on_terminal(self, *arguments, **changes):
+        """What the tool writes to a terminal, on both streams together."""
+        master, slave = pty.openpty()
+        with subprocess.Popen([VORLEN, *arguments], cwd=self.folder, env=environment(**changes), stdin=slave,
+                              stdout=slave, stderr=slave) as run:
+            os.close(slave)
+            output = b""
+            while True:
+                try:
+                    block = os.read(master, 65536)
+                except OSError:  # how Linux tells the end
+                    break
+                if not block:
+                    break
+                output += block
+            run.wait(timeout=60)
+        os.close(master)
+        return output.decode()
+
+    def test_colours_stand_on_terminals_only_and_no_color_is_obeyed(self):
+        self.assertIn(COLOUR, self.on_terminal("new", TERM="xterm"))
+        self.assertIn(COLOUR, self.on_terminal("new", TERM="xterm", NO_COLOR=""))  # empty is not set
+        for changes in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"}, {}):
+            self.assertNotIn(COLOUR, self.on_terminal("new", **changes))
+        run = self.run_tool("new", env=environment(TERM="xterm"))
+        self.assertNotIn(COLOUR, run.stdout)
+
+    def test_progress_is_rewritten_in_place_on_a_terminal_only(self):
+        recipes = [example("algan_gan_hemt"), example("algan_tension")]
+        shown = self.on_terminal("run", *recipes, TERM="xterm")
+        self.assertIn("\r\033[K2 of 2 done, 0 failed, 0 running, elapsed 0:0", shown)
+        run = self.run_tool("run", "--force", *recipes, env=environment(TERM="xterm"))
+        self.assertNotIn("\r", run.stderr)
+        self.assertNotIn(COLOUR, run.stderr)
+        self.assertRegex(run.stderr, r"^2 of 2 done, 0 failed, 0 running, elapsed 0:0\d\n$")
+        self.assertNotIn("\033[K", self.on_terminal("run", "--force", *recipes, TERM="dumb"))
+
+    def test_units_have_their_own_letters_in_utf8_and_ascii_ones_elsewhere(self):
+        self.assertEqual(self.run_tool("run", example("ingan_gan_mqw")).returncode, 0)
+        for locale, unit in (("C.UTF-8", "µm/h"), ("C", "um/h")):
+            run = self.run_tool("show", "ingan_gan_mqw.result.txt", env=environment(LC_ALL=locale))
+            self.assertIn(f"Rate, {unit}  ", run.stdout)
+
+    def test_columns_are_aligned_by_what_a_terminal_shows(self):
+        self.write_recipe("a.xml", 'val="AlGaN barrier"', 'val="氮化镓 Löß"')
+        for locale, width in (("C.UTF-8", 2), ("C", 1)):  # Han characters take two columns, where the locale knows them
+            run = self.run_tool("run", "a.xml", env=environment(LC_ALL=locale))
+            rows = run.stdout.split("\n\n")[0].splitlines()
+            widths = {len(row) + (width - 1) * sum(c in "氮化镓" for c in row) for row in rows}
+            self.assertEqual(len(widths), 1, run.stdout)
+
+
+class Help(InAFolder):
+    def commands(self):
+        text = self.run_tool("--help").stdout
+        return re.findall(r"^  ([a-z]\S*) ", text.split("Subcommands:\n")[1].split("\n\n")[0], re.MULTILINE)
+
+    def options(self, *command):
+        text = self.run_tool(*command, "--help").stdout
+        return set(re.findall(r"^ +(?:-\w,)?(--[a-z][a-z-]*)", text, re.MULTILINE))
+
+    def test_each_help_has_an_example(self):
+        self.assertIn("run", self.commands())
+        for command in ["", *self.commands()]:
+            if command in ("report", "sweep"):
+                continue  # Python's own
+            with self.subTest(command):
+                text = self.run_tool(*command.split(), "--help").stdout
+                self.assertRegex(text, r"Examples?:\n +vorlen " + command)
+
+    def test_the_manual_page_tells_each_command_and_option(self):
+        with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
+            page = file.read().replace("\\-", "-")
+        self.assertLess({"run", "show", "diff", "new", "explain", "report", "sweep"}, set(self.commands()) | {""})
+        for command in self.commands():
+            with self.subTest(command):
+                (section,) = re.findall(rf"^\.SS vorlen {command}\b(.*?)(?=^\.S[SH] )", page, re.MULTILINE | re.DOTALL)
+                if command in ("report", "sweep"):
+                    continue
+                options = self.options(command)
+                self.assertIn("--help", options)
+                for option in options:
+                    self.assertRegex(section, rf"\\fB.*{option}\\fR")
+        for option in self.options():
+            self.assertIn(option, page)
+
+    @unittest.skipUnless(shutil.which("groff"), "groff is not there")
+    def test_the_manual_page_is_clean(self):
+        page = os.path.join(BUILD, "vorlen.1")
+        run = subprocess.run(["groff", "-man", "-ww", "-rCHECKSTYLE=3", "-Tutf8", "-P-c", page], capture_output=True,
+                             encoding="utf-8", check=False)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        text = re.sub(".\b", "", run.stdout)  # bold letters are typed twice
+        self.assertIn("--keep-going", text)
+        self.assertIn("EXIT STATUS", text)
+
+
+class Completion(InAFolder):
+    def complete(self, line):
+        """The candidates in bash for a command line that ends where the cursor is."""
+        words = ["vorlen", *line.split(" ")]
+        script = ('source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _vorlen; '
+                  'printf "%s\\n" "${COMPREPLY[@]}"')
+        run = subprocess.run(["bash", "--norc", "-c", script, "bash", COMPLETION, VORLEN, *words[1:]], cwd=self.folder,
+                             capture_output=True, encoding="utf-8", check=False)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        return set(run.stdout.split())
+
+    def test_commands_and_options(self):
+        self.assertEqual(self.complete("ru"), {"run"})
+        self.assertLess({"run", "show", "diff", "new", "explain", "report", "sweep"}, self.complete("") | {""})
+        self.assertEqual(self.complete("--v"), {"--version"})
+        self.assertEqual(self.complete("run --ke"), {"--keep-going"})
+        self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json"})
+        self.assertEqual(self.complete("nonsense "), set())
+
+    def test_files_by_what_the_command_takes(self):
+        for name in ("a.xml", "b.xml", "a.txt", "a.json"):
+            self.write(name, "")
+        os.mkdir(self.path("folder"))
+        self.assertEqual(self.complete("run "), {"a.xml", "b.xml", "folder"})
+        self.assertEqual(self.complete("run a.xml -j 2 b"), {"b.xml"})
+        self.assertEqual(self.complete("run -j "), set())
+        self.assertEqual(self.complete("run --output-dir "), {"folder"})
+        self.assertEqual(self.complete("run -o a"), {"a.txt"})
+        self.assertEqual(self.complete("show "), {"a.txt", "folder"})
+        self.assertEqual(self.complete("diff a.txt "), {"a.txt", "folder"})
+        self.assertEqual(self.complete("new ingan_g"), {"ingan_gan_mqw"})
+        self.assertEqual(self.complete("new algan_tension --o"), {"--output"})
+
+    def test_the_key_in_a_real_bash(self):
+        self.write("growth run.xml", "")
+        master, slave = pty.openpty()
+        path = {"PATH": BUILD + os.pathsep + os.environ["PATH"], "TERM": "dumb", "PS1": "$ ", "INPUTRC": "/dev/null"}
+        with subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], cwd=self.folder, env=environment(**path),
+                              stdin=slave, stdout=slave, stderr=slave, start_new_session=True) as bash:
+            os.close(slave)
+            os.write(master, f"source '{COMPLETION}'\nvorlen() {{ printf '<%s>' \"$@\"; }}\n".encode())
+            os.write(master, f"complete -r; source '{COMPLETION}'\nunset -f vorlen\n".encode())
+            os.write(master, b"vorlen expl\t--he\t >help.txt; vorlen run gro\t -o out.txt; exit\n")
+            shown = b""
+            try:
+                while True:
+                    block = os.read(master, 65536)
+                    if not block:
+                        break
+                    shown += block
+            except OSError:
+                pass
+            bash.wait(timeout=60)
+        os.close(master)
+        self.assertIn(b"Usage: vorlen explain", self.read("help.txt"), shown)
+        self.assertIn(b"Error reading file growth run.xml", shown)  # it is empty, and no recipe
+
+
+class Python(InAFolder):
+    def write_interpreter(self, name, fits):
+        """Stands for a Python: tells whether modules are found, and else what it was called with."""
+        self.write(name, '#!/bin/sh\nif [ "$1" = -c ]; then exit ' + ("0" if fits else "1") + "; fi\n"
+                   'printf "%s\\n" "$VORLEN_LIBRARY" "$@"\nexit 7\n')
+        os.chmod(self.path(name), 0o755)
+        return self.path(name)
+
+    def test_report_and_sweep_go_to_the_package_with_all_their_words(self):
+        python = self.write_interpreter("python", fits=True)
+        settings = environment(VORLEN_PYTHON=python)
+        del settings["VORLEN_LIBRARY"]
+        for command in ("report", "sweep"):
+            run = self.run_tool(command, "a b.txt", "--help", "-x", env=settings)
+            self.assertEqual((run.returncode, run.stderr), (7, ""))
+            self.assertEqual(run.stdout.splitlines(),
+                             [os.path.realpath(LIBRARY), "-m", "vorlen", command, "a b.txt", "--help", "-x"])
+
+    def test_an_interpreter_that_does_not_fit_is_passed_over(self):
+        folder = os.path.join(self.folder, "bin")
+        os.mkdir(folder)
+        self.write_interpreter("bin/python3", fits=True)
+        unfit = self.write_interpreter("unfit", fits=False)
+        settings = environment(VORLEN_PYTHON=unfit, PATH=folder + os.pathsep + os.environ["PATH"], VORLEN_LIBRARY="own")
+        run = self.run_tool("report", env=settings)
+        self.assertEqual((run.returncode, run.stdout), (7, "own\n-m\nvorlen\nreport\n"))
+
+    def test_without_an_interpreter_it_is_told_what_is_missing(self):
+        unfit = self.write_interpreter("unfit", fits=False)
+        # With a home that does not exist no Python starts.
+        settings = environment(VORLEN_PYTHON=unfit, PYTHONHOME=self.path("nowhere"))
+        run = self.run_tool("sweep", env=settings)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertIn("python3-pandas", run.stderr)
+        self.assertIn(f"None of these does: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

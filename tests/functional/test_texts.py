@@ -1,0 +1,113 @@
+"""vorlen new and vorlen explain: the recipes and the page of messages that the tool carries."""
+import json
+import os
+import re
+import unittest
+
+from support import EXAMPLES, SOURCE, InAFolder, example
+
+
+class New(InAFolder):
+    def test_the_kinds_are_the_examples(self):
+        run = self.run_tool("new")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        lines = [re.fullmatch(r"  (\S+) +(\S.*\.)", line).groups() for line in run.stdout.splitlines()[1:]]
+        self.assertEqual([kind for kind, _ in lines], EXAMPLES)
+        self.assertIn(("ingan_gan_mqw", "Three InGaN quantum wells of 3.5 nm between GaN barriers, nitrogen carrier."),
+                      lines)
+
+    def test_a_new_recipe_is_the_example_byte_for_byte(self):
+        for name in EXAMPLES:
+            with open(example(name), "rb") as file:
+                expected = file.read()
+            run = self.run_tool("new", name)
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "", f"vorlen: wrote {name}.xml\n"))
+            self.assertEqual(self.read(name + ".xml"), expected)
+            run = self.run_tool("new", name, "-o", "-")
+            self.assertEqual((run.returncode, run.stdout.encode(), run.stderr), (0, expected, ""))
+        self.assertEqual(sorted(os.listdir(self.folder)), [name + ".xml" for name in EXAMPLES])
+
+    def test_a_file_is_replaced_only_when_told_so(self):
+        self.write("a.xml", "mine")
+        run = self.run_tool("new", "algan_tension", "-o", "a.xml")
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertEqual(run.stderr, "vorlen: a.xml is there already (--force replaces it)\n")
+        self.assertEqual(self.read("a.xml"), b"mine")
+        self.assertEqual(self.run_tool("new", "algan_tension", "-o", "a.xml", "--force").returncode, 0)
+        self.assertNotEqual(self.read("a.xml"), b"mine")
+
+    def test_places_that_can_not_be_written(self):
+        os.mkdir(self.path("folder"))
+        run = self.run_tool("new", "algan_tension", "--force", "-o", "folder")
+        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: folder is a directory\n"))
+        run = self.run_tool("new", "algan_tension", "-o", "no/a.xml")
+        self.assertEqual((run.returncode, run.stderr),
+                         (1, "vorlen: no/a.xml can't be written: No such file or directory\n"))
+
+    def test_an_unknown_kind(self):
+        run = self.run_tool("new", "diamond")
+        self.assertEqual((run.returncode, run.stdout, os.listdir(self.folder)), (2, "", []))
+        self.assertIn("algan_gan_hemt", run.stderr)
+
+
+class Explain(InAFolder):
+    def explain(self, text):
+        run = self.run_tool("explain", text)
+        self.assertEqual((run.returncode, run.stderr), (0, ""), text)
+        return run.stdout
+
+    def test_every_text_of_the_page_is_found_with_its_variable_parts_filled_in(self):
+        with open(os.path.join(SOURCE, "docs", "messages.md"), encoding="utf-8") as file:
+            rows = re.findall(r"^\| (`.*?`) \| (.*?) \|", file.read(), re.MULTILINE)
+        self.assertGreater(len(rows), 70)
+        for texts, meaning in rows:
+            for text in re.findall("`(.*?)`", texts):
+                shown = self.explain(re.sub("<[^<>]*>", "stage_3", text))
+                self.assertIn(text, shown)
+                self.assertIn(meaning.replace("`", ""), shown)
+
+    def test_the_texts_of_faulty_recipes_are_explained(self):
+        """As the library gives them, values and names filled in."""
+        with open(os.path.join(SOURCE, "tests", "data", "bad", "expected.json"), encoding="utf-8") as file:
+            texts = sorted({case["text"] for case in json.load(file) if case["ret"] == 1 and case.get("text")})
+        self.assertGreater(len(texts), 20)
+        for text in texts[::7]:
+            with self.subTest(text):
+                self.assertIn("  Meaning:     ", self.explain(text))
+
+    def test_what_to_do_is_told(self):
+        self.assertEqual(self.explain("vorlen: b.xml: Very low or negative pressure in stage_2"),
+                         "Very low or negative pressure in <stage>\n"
+                         "  Section:     Active stages\n"
+                         "  Meaning:     P below 1 at the begin or at the end\n"
+                         "  What to do:  give it in Pa\n")
+
+    def test_a_text_within_a_text(self):
+        shown = self.explain("Active stage  is not set correctly. Stage duration is zero or not specified")
+        self.assertIn("Active stage <stage> is not set correctly. <reason>\n", shown)
+        self.assertIn("\nStage duration is zero or not specified\n", shown)
+
+    def test_a_text_of_two_lines_from_standard_input(self):
+        run = self.run_tool("run", "none.xml")
+        run = self.run_tool("explain", input=run.stderr)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn("Failed to open file\n", run.stdout)
+
+    def test_texts_of_the_tool_itself(self):
+        shown = self.explain("vorlen: a.result.txt: the file ends before the run does. Is the disk full?")
+        self.assertIn("  Section:     Command line\n", shown)
+
+    def test_an_unknown_text_shows_the_closest(self):
+        run = self.run_tool("explain", "step size became small")
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(run.stderr, "vorlen: no message reads like this. The closest are:\n")
+        self.assertTrue(run.stdout.startswith("Step size has become too small\n"), run.stdout)
+        self.assertEqual(run.stdout.count("  Section:"), 3)
+
+    def test_no_text(self):
+        run = self.run_tool("explain", input=" \n")
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: there is no text to explain\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,15 @@
+// Files of the source tree that the tool carries within itself, so that it needs no folder of its own.
+#pragma once
+
+#include <vector>
+
+struct EmbeddedRecipe {
+  const char* kind;  // the example's file name without .xml
+  const char* text;
+};
+
+// The recipes of examples/, by name.
+const std::vector<EmbeddedRecipe>& embedded_recipes();
+
+// docs/messages.md
+const char* embedded_messages();

@@ -1,0 +1,144 @@
+// The interpreter must see the package and what it needs. The package lies in the installation of this tool, or in the
+// source tree of this build; the library that it is to call is the one that this tool uses.
+#include "python_command.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vorlen_solver.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "exit_status.h"
+#include "output.h"
+
+extern char** environ;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct PythonCommand {
+  const char* name;
+  const char* description;
+  const char* example;
+};
+
+constexpr std::array<PythonCommand, 2> COMMANDS = {{
+    {"report", "Write a report of results with plots", "vorlen report recipe.result.txt"},
+    {"sweep", "Run a recipe over a range of its parameters", "vorlen sweep --help"},
+}};
+
+// Asks an interpreter whether it finds all modules that follow.
+constexpr const char* PROBE =
+    "import sys, importlib.util as u; sys.exit(any(u.find_spec(m) is None for m in sys.argv[1:]))";
+constexpr std::array<const char*, 4> MODULES = {"numpy", "pandas", "lxml", "vorlen"};
+
+// The source tree that the build folder of the tool belongs to; empty if the tool lies in none.
+fs::path source_tree(const fs::path& tool) {
+  std::ifstream cache(tool.parent_path().parent_path() / "CMakeCache.txt");
+  const std::string key = "CMAKE_HOME_DIRECTORY:INTERNAL=";
+  std::string line;
+  while (std::getline(cache, line)) {
+    if (line.rfind(key, 0) == 0) return line.substr(key.size());
+  }
+  return {};
+}
+
+// The folder of the package vorlen that belongs to this tool; empty if there is none.
+fs::path package_folder() {
+  std::error_code ignored;
+  const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
+  const fs::path tree = source_tree(tool);
+  const fs::path folder =
+      tree.empty() ? tool.parent_path().parent_path() / "lib/python3/dist-packages" : tree / "python";
+  return fs::exists(folder / "vorlen", ignored) ? folder : fs::path();
+}
+
+void set_environment() {
+  const fs::path package = package_folder();
+  if (!package.empty()) {
+    const char* old = std::getenv("PYTHONPATH");
+    const std::string path = package.string() + (old != nullptr && *old != '\0' ? std::string(":") + old : "");
+    setenv("PYTHONPATH", path.c_str(), 1);
+  }
+  Dl_info library{};
+  if (dladdr(reinterpret_cast<void*>(&runSurfChem), &library) != 0 && library.dli_fname != nullptr) {
+    std::error_code ignored;
+    const fs::path path = fs::canonical(library.dli_fname, ignored);
+    if (!path.empty()) setenv("VORLEN_LIBRARY", path.c_str(), 0);  // a caller's own choice stands
+  }
+}
+
+bool fits(const std::string& interpreter) {
+  std::vector<std::string> words = {interpreter, "-c", PROBE};
+  words.insert(words.end(), MODULES.begin(), MODULES.end());
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t pid = 0;
+  const bool spawned = posix_spawnp(&pid, interpreter.c_str(), &actions, nullptr, arguments.data(), environ) == 0;
+  posix_spawn_file_actions_destroy(&actions);
+  if (!spawned) return false;
+  int ended = 0;
+  while (waitpid(pid, &ended, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
+}
+
+}  // namespace
+
+void add_python_commands(CLI::App& app) {
+  for (const PythonCommand& command : COMMANDS) {
+    app.add_subcommand(command.name, command.description)
+        ->footer(fmt::format("The Python package vorlen carries it out; \"vorlen {} --help\" tells its options.\n\n"
+                             "Example:\n  {}",
+                             command.name, command.example));
+  }
+}
+
+bool is_python_command(const std::string& word) {
+  for (const PythonCommand& command : COMMANDS) {
+    if (word == command.name) return true;
+  }
+  return false;
+}
+
+int forward_to_python(char** arguments) {
+  set_environment();
+  std::vector<std::string> interpreters = {"python3", "/usr/bin/python3"};
+  const char* chosen = std::getenv("VORLEN_PYTHON");
+  if (chosen != nullptr && *chosen != '\0') interpreters.insert(interpreters.begin(), chosen);
+  std::string tried;
+  for (std::string& interpreter : interpreters) {
+    tried += (tried.empty() ? "" : ", ") + interpreter;
+    if (!fits(interpreter)) continue;
+    std::vector<std::string> words = {interpreter, "-m", "vorlen"};
+    for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
+    std::vector<char*> pointers;
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    execvp(interpreter.c_str(), pointers.data());
+    return fail(interpreter + ": " + std::strerror(errno));
+  }
+  return fail(
+      "this command needs a Python 3 that finds numpy, pandas, lxml and the package vorlen (Debian:\n"
+      "python3-numpy, python3-pandas, python3-lxml). None of these does: " +
+      tried + ".\nThe environment variable VORLEN_PYTHON can name another one");
+}
