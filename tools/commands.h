@@ -11,3 +11,5 @@ void add_show_command(CLI::App& app, int& status);
 void add_diff_command(CLI::App& app, int& status);
 void add_new_command(CLI::App& app, int& status);
 void add_explain_command(CLI::App& app, int& status);
+void add_check_command(CLI::App& app, int& status);
+void add_timeline_command(CLI::App& app, int& status);

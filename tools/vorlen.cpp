@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
   app.footer(
       "vorlen COMMAND --help tells about a command, and the manual page vorlen(1) about all of them.\n\n"
       "Example:\n  vorlen new algan_gan_hemt && vorlen run algan_gan_hemt.xml");
+  add_check_command(app, status);
+  add_timeline_command(app, status);
   add_run_command(app, status);
   add_show_command(app, status);
   add_diff_command(app, status);

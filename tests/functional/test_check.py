@@ -1,0 +1,346 @@
+"""vorlen check: all that is wrong with a recipe, where, and what runSurfChem would say first."""
+import ctypes
+import json
+import os
+import subprocess
+import tempfile
+import unittest
+
+from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, example, vorlen
+
+STORED = os.path.join(SOURCE, "tests", "data", "bad")
+
+
+class InAFolder(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def check(self, *arguments):
+        return vorlen("check", *arguments, cwd=self.folder)
+
+    def write(self, name, text):
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        return path
+
+    def recipe(self, *replacements, name="recipe.xml", base="ingan_gan_mqw"):
+        """An example with pieces of its text replaced, once each."""
+        with open(example(base), encoding="utf-8") as file:
+            text = file.read()
+        for old, new in replacements:
+            self.assertIn(old, text)
+            text = text.replace(old, new, 1)
+        self.write(name, text)
+        return text
+
+    def problems(self, *replacements, base="ingan_gan_mqw"):
+        """The problems of such an example, of the JSON form."""
+        self.recipe(*replacements, base=base)
+        return self.problems_of_file()
+
+    def problems_of_file(self):
+        run = self.check("--format", "json", "recipe.xml")
+        self.assertEqual(run.stderr, "")
+        return json.loads(run.stdout)["files"][0]["problems"]
+
+    def one_problem(self, *replacements, base="ingan_gan_mqw"):
+        problems = self.problems(*replacements, base=base)
+        self.assertEqual(len(problems), 1, problems)
+        return problems[0]
+
+
+def place_of(text, piece):
+    """Line and column, from 1, of the first such piece of the text."""
+    at = text.index(piece)
+    return text.count("\n", 0, at) + 1, at - text.rfind("\n", 0, at)
+
+
+class StoredRecipes(InAFolder):
+    """The stored recipes with their expected texts: those of a run that fails on its way are no faults of the recipe."""
+
+    RUN_FAILURES = ("Step size has become too small", "Matrix is repeatedly singular",
+                    "Maximum number of time steps reached")
+
+    def test_the_first_error_is_that_of_a_run(self):
+        with open(os.path.join(STORED, "expected.json"), encoding="utf-8") as file:
+            cases = json.load(file)
+        # A result file that can't be opened has nothing to do with the recipe.
+        cases = [case for case in cases if case["file"] and case["output"] in ("file", "none")]
+        self.assertGreater(len(cases), 450)
+        paths = [os.path.join(STORED, case["file"]) for case in cases]
+        run = self.check("--format", "json", *paths)
+        self.assertEqual((run.returncode, run.stderr), (1, ""))
+        n_refused = 0
+        for case, path, checked in zip(cases, paths, json.loads(run.stdout)["files"], strict=True):
+            with self.subTest(case["id"]):
+                self.assertEqual(checked["file"], path)
+                errors = [problem["text"] for problem in checked["problems"] if problem["severity"] == "error"]
+                text = case["text"] if "text" in case else bytes.fromhex(case["text_hex"]).decode("utf-8", "replace")
+                if text is None or text in self.RUN_FAILURES:
+                    self.assertEqual(errors, [])
+                else:
+                    self.assertEqual(errors[0], text.replace("{INPUT}", path))
+                    n_refused += 1
+        self.assertGreater(n_refused, 400)
+
+    def test_the_first_error_is_that_of_the_library_itself(self):
+        if os.environ.get("VORLEN_PRELOAD") or "-fsanitize" in os.environ.get("VORLEN_CFLAGS", ""):
+            self.skipTest("the library can't be loaded here")
+        self.recipe(('<tau val="70"/>', '<tau val="-1"/>'), ('<T val="1080"', '<T val="x"'))
+        library = ctypes.CDLL(LIBRARY)
+        library.runSurfChem.argtypes = [ctypes.c_char_p] * 3
+        text = ctypes.create_string_buffer(2048)
+        path = os.path.join(self.folder, "recipe.xml")
+        self.assertEqual(library.runSurfChem(path.encode(), b"", text), 1)
+        run = self.check("--format", "json", path)
+        self.assertEqual(json.loads(run.stdout)["files"][0]["problems"][0]["text"], text.value.decode())
+
+
+class Reports(InAFolder):
+    def test_examples_have_no_problems(self):
+        run = self.check("--strict", *[example(name) for name in EXAMPLES])
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertEqual(run.stdout, "".join(f"{example(name)}: no problems\n" for name in EXAMPLES))
+
+    def test_all_errors_are_told_at_once_with_their_places(self):
+        text = self.recipe(('<tau val="70"/>', '<tau val="-1"/>'), ('<material val="InGaN"/>', '<material val="InGan2"/>'),
+                           ('<n_post_stages val="1"/>', '<n_post_stages val="x"/>'))
+        run = self.check("recipe.xml")
+        self.assertEqual((run.returncode, run.stderr), (1, ""))
+        expected = []
+        for piece, message, stage, hint in (
+                ('val="InGan2"', 'Material "InGan2" is not recognized', None,
+                 "did you mean InGaN? Allowed: InGaN, AlGaN, AlInN, AlInGaN"),
+                ('val="-1"', "Duration tau is less than 1e-4 s in stage_1_3", 'stage_1_3 "InGaN well"',
+                 "duration: at least 1e-4 s"),
+                ('val="x"', 'Failed to get integer number from value "x" of attribute val in element '
+                 "NonstSurfChem:post_stages:n_post_stages", None, "number of post-stages: 0 to 9999")):
+            line, column = place_of(text, piece)
+            expected.append(f"recipe.xml:{line}:{column}: error: {message}")
+            if stage:
+                expected.append(f"    stage: {stage}")
+            expected.append(f"    hint: {hint}")
+        expected.append("recipe.xml: 3 errors")
+        self.assertEqual(run.stdout.splitlines(), expected)
+
+    def test_the_json_form(self):
+        text = self.recipe(('<tau val="70"/>', '<tau val="-1"/>'))
+        self.recipe(name="good.xml")
+        run = self.check("--format", "json", "recipe.xml", "good.xml")
+        self.assertEqual((run.returncode, run.stderr), (1, ""))
+        line, column = place_of(text, 'val="-1"')
+        self.assertEqual(json.loads(run.stdout), {
+            "version": os.environ["VORLEN_VERSION"],
+            "files": [
+                {"file": "recipe.xml", "errors": 1, "warnings": 0, "problems": [{
+                    "severity": "error", "kind": "not-allowed", "line": line, "column": column,
+                    "path": "NonstSurfChem:process_stages:stage_1:stage_1_3:tau", "stage": "stage_1_3",
+                    "stage_name": "InGaN well", "text": "Duration tau is less than 1e-4 s in stage_1_3",
+                    "hint": "duration: at least 1e-4 s"}]},
+                {"file": "good.xml", "errors": 0, "warnings": 0, "problems": []}]})
+
+    def test_warnings_count_with_strict_alone_and_can_be_allowed(self):
+        self.recipe(('<tau val="70"/>', '<tau val="70 s"/>'))
+        for arguments, status in (([], 0), (["--strict"], 1), (["--strict", "--allow", "trailing-characters"], 0),
+                                  (["--strict", "--allow", "duplicate"], 1)):
+            with self.subTest(arguments):
+                self.assertEqual(self.check("recipe.xml", *arguments).returncode, status)
+        self.assertIn("recipe.xml: 1 warning\n", self.check("recipe.xml").stdout)
+
+    def test_columns_count_characters_and_a_tab_is_one(self):
+        text = self.recipe(('<tau val="70"/>', '\t\t<tau val="70 s"/>'))
+        line, column = place_of(text, 'val="70 s"')
+        self.assertTrue(self.check("recipe.xml").stdout.startswith(f"recipe.xml:{line}:{column}: warning: "))
+
+
+class Hints(InAFolder):
+    def test_a_misspelt_element(self):
+        problems = self.problems(('<tau val="70"/>', '<tua val="70"/>'))
+        self.assertEqual([(problem["severity"], problem["kind"]) for problem in problems],
+                         [("error", "missing-element"), ("warning", "unknown-element")])
+        self.assertRegex(problems[0]["hint"], r"^<tua> in line \d+ is not read: should it be <tau>\?$")
+        self.assertEqual(problems[1]["hint"], "did you mean tau?")
+
+    def test_a_misspelt_attribute(self):
+        problems = self.problems(('<T val="1080" end="1010"/>', '<T val="1080" ende="1010"/>'))
+        self.assertEqual([problem["kind"] for problem in problems], ["missing-attribute", "unknown-attribute"])
+        self.assertEqual(problems[0]["hint"], "ende is not read: should it be end?")
+        self.assertEqual(problems[1]["hint"], "did you mean end?")
+
+    def test_a_misspelt_keyword(self):
+        problem = self.one_problem(('<disl_model val="inherited"/>', '<disl_model val="inherit"/>'))
+        self.assertEqual(problem["kind"], "unknown-keyword")
+        self.assertEqual(problem["hint"], "did you mean inherited? Allowed: given, inherited")
+
+    def test_a_missing_element(self):
+        problem = self.one_problem(('<tau val="70"/>', ""))
+        self.assertEqual(problem["hint"], 'add <tau val="..."/>: duration')
+
+    def test_one_entry_for_a_count_that_is_too_high(self):
+        problem = self.one_problem(('<n_stages val="2"/>', '<n_stages val="9000"/>'))
+        self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_3 is not found")
+
+
+class Warnings(InAFolder):
+    """What the library accepts in silence."""
+
+    def expect(self, kind, hint, *replacements, base="ingan_gan_mqw"):
+        problem = self.one_problem(*replacements, base=base)
+        self.assertEqual((problem["severity"], problem["kind"]), ("warning", kind))
+        self.assertIn(hint, problem["hint"] or "")
+        return problem
+
+    def test_an_unknown_element(self):
+        self.expect("unknown-element", "", ("<material ", "<operator/><material "))
+
+    def test_an_unknown_attribute(self):
+        self.expect("unknown-attribute", "read here: val", ('<tau val="70"/>', '<tau val="70" unit="s"/>'))
+
+    def test_schema_attributes_of_the_root_are_no_problem(self):
+        self.assertEqual(self.problems((
+            "<NonstSurfChem>", '<NonstSurfChem xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
+            'xsi:noNamespaceSchemaLocation="recipe.xsd">')), [])
+
+    def test_characters_behind_a_number(self):
+        problem = self.expect("trailing-characters", "write the number alone", ('<tau val="70"/>', '<tau val="12abc"/>'))
+        self.assertIn('"12abc" of attribute val', problem["text"])
+        self.assertIn("reads as 12", problem["text"])
+        self.expect("trailing-characters", "the decimal separator is the point: 12.5",
+                    ('<tau val="70"/>', '<tau val="12,5"/>'))
+        self.expect("trailing-characters", "whole number", ('<n_periods val="3"/>', '<n_periods val="3.7"/>'))
+
+    def test_a_number_that_is_none(self):
+        problems = self.problems(('<cut_angle val="0.2"/>', '<cut_angle val="nan"/>'), base="ingan_v_defects")
+        self.assertEqual([problem["kind"] for problem in problems], ["not-finite"])
+
+    def test_a_second_element_of_a_name(self):
+        problem = self.expect("duplicate", "the first one, in line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
+        self.assertIn("stage_1_3:tau is not read", problem["text"])
+
+    def test_elements_of_models_that_are_not_chosen(self):
+        self.expect("not-read", "read with V_dislocation alone",
+                    ('<model val="none"/>', '<model val="none"/><X_ref val="0.1"/>'))
+        self.expect("not-read", "model thick_GaN", ('<model val="fixed_thickness"/>',
+                                                   '<model val="fixed_thickness"/><parameters/>'))
+        self.expect("not-read", "given alone", ('<disl_model val="inherited"/>',
+                                               '<disl_model val="inherited"/><rho_D val="1" end="1"/>'))
+
+    def test_stages_above_their_number(self):
+        self.expect("not-read", "the number of stages in process_stages is 1",
+                    ('<n_stages val="2"/>', '<n_stages val="1"/>'))
+
+    def test_a_name_of_a_periodic_stage(self):
+        self.expect("unknown-element", "it belongs into stage_1_1",
+                    ('<type val="periodic"/>', '<type val="periodic"/><name val="wells"/>'))
+
+    def test_text_between_elements(self):
+        self.expect("stray-text", "attributes", ("<material ", "1030 <material "))
+
+    def test_a_misspelt_stress_model(self):
+        self.expect("misspelt-keyword", "did you mean V_dislocation?", ('<model val="none"/>',
+                                                                      '<model val="V_dislocations"/>'))
+
+    def test_a_flow_of_a_metal_that_the_material_has_not(self):
+        problem = self.expect("flow-not-in-material", "grows its metal all the same",
+                              ('<TMAl val="0" end="0"/>', '<TMAl val="0" end="0.1"/>'))
+        self.assertEqual(problem["text"], "TMAl flows in stage_1_1, but the material is InGaN")
+
+    def test_the_unit_of_a_prescribed_rate(self):
+        path = os.path.join(SOURCE, "tests", "data", "recipes", "ingan_wells_gr_x.xml")
+        run = self.check(path)
+        self.assertEqual(run.returncode, 0)
+        self.assertEqual(run.stdout.count("GR_average of the model InGaN_GR_X acts as nm/s"), 1)
+
+    def test_a_first_stage_without_gallium(self):
+        problem = self.expect("no-gallium", "begin with a stage that has TMGa or TEGa",
+                              ('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>'))
+        self.assertEqual(problem["stage"], "stage_1_1")
+
+    def test_a_jump_of_temperature_while_nothing_grows(self):
+        self.assertEqual(self.problems(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>')), [],
+                         "gallium flows on both sides")
+        text = self.recipe(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>'))
+        at = text.index('<name val="cooling"/>')
+        self.write("recipe.xml", text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1))
+        problems = self.problems_of_file()
+        self.assertEqual([(problem["kind"], problem["stage"]) for problem in problems],
+                         [("temperature-jump", "stage_1_2")])
+        self.assertEqual(problems[0]["text"], "the temperature jumps from 1080 K at the end of stage_1_1 to 1010 K in "
+                         "stage_1_2 while nothing grows")
+
+    def test_a_jump_back_to_the_begin_of_a_period(self):
+        text = self.recipe(('<T val="1010" end="1080"/>', '<T val="1010" end="1010"/>'))
+        at = text.index('<name val="heating"/>')
+        self.write("recipe.xml", text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1))
+        problems = self.problems_of_file()
+        self.assertEqual(sorted(problem["stage"] for problem in problems if problem["kind"] == "temperature-jump"),
+                         ["stage_1_1", "stage_2"])
+
+
+class Faults(InAFolder):
+    def test_files_that_cannot_be_read_do_not_keep_others_from_being_checked(self):
+        os.mkdir(os.path.join(self.folder, "folder.xml"))
+        self.write("broken.xml", "<NonstSurfChem>\n<material>\n")
+        self.recipe(name="good.xml")
+        run = self.check("none.xml", "folder.xml", "broken.xml", "good.xml")
+        self.assertEqual((run.returncode, run.stderr), (1, ""))
+        lines = run.stdout.splitlines()
+        self.assertIn("none.xml: error: Error reading file none.xml Failed to open file", lines)
+        self.assertIn("folder.xml: error: Error reading file folder.xml Failed to open file", lines)
+        self.assertTrue(any(line.startswith("broken.xml") and "error: Error reading file broken.xml" in line
+                            for line in lines))
+        self.assertEqual(lines[-1], "good.xml: no problems")
+        for name in ("none.xml", "folder.xml", "broken.xml"):
+            self.assertIn(f"{name}: 1 error", lines)
+
+    @unittest.skipIf(os.geteuid() == 0, "root may read everything")
+    def test_a_file_without_the_right_to_read_it(self):
+        self.recipe()
+        os.chmod(os.path.join(self.folder, "recipe.xml"), 0)
+        self.assertEqual(self.check("recipe.xml").returncode, 1)
+
+    def test_the_place_of_a_fault_in_the_xml(self):
+        self.write("broken.xml", "<NonstSurfChem>\n  <material val=InGaN\"/>\n</Nonst>\n")
+        run = self.check("--format", "json", "broken.xml")
+        problem = json.loads(run.stdout)["files"][0]["problems"][0]
+        self.assertEqual(problem["kind"], "file")
+        self.assertEqual(problem["line"], int(problem["text"].split("Line:")[1].split("\n")[0]))
+
+    def test_deep_nesting_is_an_error_of_the_file(self):
+        self.write("deep.xml", "<a>" * 100000)
+        run = self.check("deep.xml")
+        self.assertEqual((run.returncode, run.stderr), (1, ""))
+        self.assertIn("nested deeper than 100 levels", run.stdout)
+
+    def test_values_in_another_encoding(self):
+        with open(os.path.join(self.folder, "latin.xml"), "wb") as file:
+            file.write(b'<NonstSurfChem><material val="\xe9"/></NonstSurfChem>')
+        run = self.check("--format", "json", "latin.xml")
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(json.loads(run.stdout)["files"][0]["problems"][0]["text"], 'Material "\ufffd" is not recognized')
+
+    def test_command_lines_that_are_not_understood(self):
+        for arguments in ([], ["--format", "xml", "a.xml"], ["--quick", "a.xml"], ["a.xml", "--allow"]):
+            with self.subTest(arguments):
+                run = self.check(*arguments)
+                self.assertEqual((run.returncode, run.stdout), (2, ""))
+                self.assertNotEqual(run.stderr, "")
+
+    def test_help_has_an_example(self):
+        run = self.check("--help")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn("Example: vorlen check ", run.stdout)
+
+    @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
+    def test_a_full_disk(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            run = subprocess.run([VORLEN, "check", example("ingan_gan_mqw")], stdout=full, stderr=subprocess.PIPE,
+                                 encoding="utf-8", check=False)
+        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: standard output can't be written\n"))
+
+
+if __name__ == "__main__":
+    unittest.main()

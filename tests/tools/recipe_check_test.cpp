@@ -1,0 +1,171 @@
+// The walk over a recipe against the library: for good recipes of every choice of models, with every element that is
+// read left out, every attribute left out and set to all sorts of values, its limits and their neighbours among them,
+// the first error is the library's own refusal, and there is none where the library accepts.
+#include "recipe_check.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <set>
+
+#include "model/surfchem_nonst.h"
+#include "recipe/read_recipe.h"
+#include "recipe/xml_lookup.h"
+#include "recipe_reading.h"
+#include "support/recipe_builder.h"
+
+namespace vorlen_test {
+namespace {
+
+// The library's refusal of the file; empty when it would run it.
+std::string refusal_of(const std::string& path) {
+  vorlen::ProcessRecipe recipe;
+  std::string error;
+  if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) return error;
+  std::int32_t err = 0;
+  const vorlen::SurfChemNonst model(recipe, "", err);
+  return err != 0 ? model.error_text : "";
+}
+
+// The first error of the walk alone, which the library's verdict has no part in.
+std::string first_error_of(const std::string& path) {
+  TiXmlDocument document(path.c_str());
+  document.LoadFile();
+  const recipe::Reading reading = recipe::read_all(document);
+  return reading.errors.empty() ? "" : reading.errors.front().text;
+}
+
+// Only the computation of the reference layer can tell this; the report takes it from the library.
+bool is_computed(const std::string& text) { return text.find("Refence diffusion coefficients") == 0; }
+
+std::string digits(double value) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.17g", value);
+  return text;
+}
+
+std::vector<std::string> values_for(const recipe::Row& row) {
+  if (row.kind == recipe::Kind::text) return {"", "a name"};
+  if (row.kind == recipe::Kind::keyword) {
+    std::vector<std::string> words = {"", "abc", "Inherited", "periodic", "v_DISLOCATION", "InGaN_GR"};
+    words.insert(words.end(), row.keywords.begin(), row.keywords.end());
+    return words;
+  }
+  std::vector<std::string> values = {"",      "abc", "-1",  "0",     "-0.0",  "2",     "0.5",
+                                     "1e-12", "nan", "inf", "12abc", "1e300", "10000", " 0x10 "};
+  const double infinity = std::numeric_limits<double>::infinity();
+  for (const auto& limit : {row.limits.low, row.limits.high}) {
+    if (!limit) continue;
+    for (double value : {*limit, std::nextafter(*limit, -infinity), std::nextafter(*limit, infinity)}) {
+      values.push_back(digits(value));
+    }
+  }
+  return values;
+}
+
+std::vector<std::string> base_recipes() {
+  std::vector<std::string> bases;
+  for (const char* model : {"fixed_thickness", "thick_GaN CCS", "thick_GaN TDR", "InGaN_GR_X"}) {
+    const std::string words = model;
+    RecipeOptions options;
+    options.stress_model = bases.size() % 2 == 0 ? "V_dislocation" : "none";
+    options.transport_model = words.substr(0, words.find(' '));
+    options.reactor = words.ends_with("TDR") ? "TDR" : "CCS";
+    options.n_pre_stages = 2;
+    options.n_stages = 2;
+    options.n_post_stages = 1;
+    RecipeBuilder builder(options);
+    builder.make_periodic(2, 2, 2).set("process_stages/stage_1/type", "single");
+    bases.push_back(builder.text());
+  }
+  RecipeOptions unsupported;
+  unsupported.transport_model = "InGaN_GR";
+  bases.push_back(RecipeBuilder(unsupported).set("process_stages/stage_1/GR_average", "0.1").text());
+  RecipeOptions bare;
+  bare.n_pre_stages = 0;
+  bare.stress_model = "none";
+  bases.push_back(RecipeBuilder(bare).text());
+  return bases;
+}
+
+// Compares both verdicts on the document as it stands now.
+void expect_same_verdict(const TiXmlDocument& document, const std::string& path, const std::string& what) {
+  TiXmlPrinter printer;
+  document.Accept(&printer);
+  write_file(path, printer.Str());
+  const std::string refusal = refusal_of(path);
+  if (is_computed(refusal)) return;
+  EXPECT_EQ(first_error_of(path), refusal) << what;
+}
+
+TEST(RecipeCheck, TellsTheLibrarysRefusalFirstForEveryFaultOfEveryElement) {
+  const TempFolder folder;
+  const std::string path = folder.path("recipe.xml");
+  std::set<const recipe::Row*> met;
+  std::size_t n_recipes = 0;
+  for (const std::string& base : base_recipes()) {
+    TiXmlDocument document;
+    document.Parse(base.c_str());
+    ASSERT_FALSE(document.Error());
+    expect_same_verdict(document, path, "the recipe itself");
+    const recipe::Reading reading = recipe::read_all(document);
+    for (const auto& [constant, read] : reading.elements) {
+      // The second sub-stage is as the first.
+      if (read.row == nullptr || read.place.label == "stage_2_2") continue;
+      auto* element = const_cast<TiXmlElement*>(constant);
+      const std::string name = vorlen::element_full_name(element);
+      SCOPED_TRACE(name);
+      met.insert(read.row);
+      for (const char* attribute : recipe::attributes_of(*read.row)) {
+        const std::string kept = element->Attribute(attribute);
+        for (const std::string& value : values_for(*read.row)) {
+          element->SetAttribute(attribute, value.c_str());
+          expect_same_verdict(document, path, std::string(attribute) + "=" + value);
+          ++n_recipes;
+        }
+        element->RemoveAttribute(attribute);
+        expect_same_verdict(document, path, std::string("without ") + attribute);
+        element->SetAttribute(attribute, kept.c_str());
+      }
+      if (element->Parent() == &document) continue;
+      const std::string value = element->Value();
+      element->SetValue("renamed");
+      expect_same_verdict(document, path, "without the element");
+      element->SetValue(value.c_str());
+    }
+  }
+  EXPECT_GT(n_recipes, 3000u);
+  // Every row of the table has been put to the test.
+  for (const recipe::Row& row : recipe::rows()) {
+    // In a periodic stage the type is met by the row of single stages.
+    const bool is_type_of_periodic = row.section == recipe::Section::periodic && std::string(row.name) == "type";
+    EXPECT_TRUE(met.count(&row) != 0 || is_type_of_periodic) << row.name;
+  }
+}
+
+std::vector<recipe::Problem> problems_of(const RecipeBuilder& builder) {
+  const TempFolder folder;
+  return recipe::check_recipe(builder.write(folder.path("recipe.xml")));
+}
+
+TEST(RecipeCheck, FindsNothingInGoodRecipes) {
+  EXPECT_TRUE(problems_of(RecipeBuilder()).empty());
+  EXPECT_TRUE(problems_of(RecipeBuilder({.stress_model = "none", .n_pre_stages = 2, .n_stages = 3, .n_post_stages = 2}))
+                  .empty());
+}
+
+TEST(RecipeCheck, TellsTheFaultsOfAllStagesAndOfTheWholeAtOnce) {
+  RecipeBuilder builder({.n_stages = 3});
+  builder.set("process_stages/stage_1/tau", "0").set("process_stages/stage_3/gas_species/Q/TMAl", "end", "-1");
+  builder.set("stress/V_angle_05", "90").remove("process_stages/stage_2/T");
+  std::vector<std::string> texts;
+  for (const recipe::Problem& problem : problems_of(builder)) texts.push_back(problem.text);
+  EXPECT_EQ(texts, (std::vector<std::string>{"Duration tau is less than 1e-4 s in stage_1",
+                                             "Element NonstSurfChem:process_stages:stage_2:T is not found",
+                                             "Negative input value for species TMAl in stage_3",
+                                             "Dislocation angle is beyond [0;90] degrees or not specified"}));
+}
+
+}  // namespace
+}  // namespace vorlen_test

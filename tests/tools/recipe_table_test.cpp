@@ -1,0 +1,84 @@
+// The words that the cells of the table become, and how its names are found.
+#include "recipe_table.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <set>
+
+#include "recipe_files.h"
+
+namespace vorlen_test {
+namespace {
+
+using recipe::find_row;
+using recipe::Section;
+
+TEST(RecipeTable, HasEachNameOnceInASection) {
+  std::set<std::pair<Section, std::string>> names;
+  for (const recipe::Row& row : recipe::rows()) EXPECT_TRUE(names.emplace(row.section, row.name).second) << row.name;
+}
+
+TEST(RecipeTable, HasAMeaningForEachRow) {
+  for (const recipe::Row& row : recipe::rows()) {
+    EXPECT_NE(*row.meaning, '\0') << row.name;
+    EXPECT_EQ(std::string(row.meaning).find('\n'), std::string::npos) << row.name;
+  }
+}
+
+TEST(RecipeTable, FindsNumberedStages) {
+  EXPECT_EQ(recipe::stage_number("pre_stage_#", "pre_stage_12"), 12);
+  EXPECT_EQ(recipe::stage_number("stage_#", "stage_9999"), 9999);
+  for (const char* name : {"stage_", "stage_0", "stage_01", "stage_1x", "stage_1_2", "stage_10000", "Stage_1"}) {
+    EXPECT_EQ(recipe::stage_number("stage_#", name), 0) << name;
+  }
+  EXPECT_EQ(find_row(Section::process_stages, "stage_3"), find_row(Section::process_stages, "stage_#"));
+  EXPECT_EQ(find_row(Section::process_stages, "pre_stage_3"), nullptr);
+  EXPECT_EQ(find_row(Section::stage, "t"), nullptr);
+}
+
+TEST(RecipeTable, TellsLimitsInWords) {
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::stage, "tau")), "at least 1e-4");
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::stress, "V_angle_05")), "above 0 and below 89.99");
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::stage, "XIn_average")), "1e-10 to 0.99999");
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::parameters, "T_ref")), "not 0");
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::chemistry, "Kd_In")), "any");
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::parameters, "reactor")), "`CCS`, `TDR`, `HFR`");
+}
+
+TEST(RecipeTable, TellsWhenAnElementIsRead) {
+  EXPECT_EQ(recipe::read_words(*find_row(Section::stage, "tau")), "required");
+  EXPECT_EQ(recipe::read_words(*find_row(Section::Q_ref, "H2")), "model `thick_GaN`");
+  EXPECT_EQ(recipe::read_words(*find_row(Section::stage_dislocations, "disl_model")), "unless `V_dislocation`");
+}
+
+TEST(Limits, LetANotANumberPassWhereTheReaderDoes) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_TRUE(find_row(Section::stage, "tau")->limits.allows(nan));
+  EXPECT_FALSE(find_row(Section::stress, "X_ref")->limits.allows(nan));
+}
+
+TEST(RecipePage, HasItsTablesReplacedAndTheRestLeftAlone) {
+  std::string error;
+  const std::string page = "before\n<!-- table: stress -->\nold\n<!-- end of table -->\nbehind\n";
+  const std::string written = recipe::page_with_tables(page, error);
+  EXPECT_EQ(error, "");
+  EXPECT_EQ(written.find("before\n<!-- table: stress -->\n\n| path |"), 0u);
+  EXPECT_EQ(written.find("old"), std::string::npos);
+  EXPECT_NE(written.find("| `stress:X_ref` | `val` | fraction | 0 to 1 | with `V_dislocation` |"), std::string::npos);
+  EXPECT_TRUE(written.ends_with("\n\n<!-- end of table -->\nbehind\n"));
+  EXPECT_EQ(recipe::page_with_tables(written, error), written);
+}
+
+TEST(RecipePage, IsLeftAloneWhenATableIsNotKnownOrNotEnded) {
+  std::string error;
+  const std::string unknown = "<!-- table: colours -->\n<!-- end of table -->\n";
+  EXPECT_EQ(recipe::page_with_tables(unknown, error), unknown);
+  EXPECT_NE(error, "");
+  const std::string open = "<!-- table: stress -->\nold\n";
+  EXPECT_EQ(recipe::page_with_tables(open, error), open);
+  EXPECT_NE(error, "");
+}
+
+}  // namespace
+}  // namespace vorlen_test
