@@ -14,6 +14,7 @@ like only when they are used.
 from ._library import LibraryNotFoundError
 from ._version import __version__
 from .recipe import Recipe, RecipeError
+from .report import report
 from .result_file import ResultFileError
 from .run import Run, SimulationError, read, run
 
@@ -26,5 +27,6 @@ __all__ = [
     "SimulationError",
     "__version__",
     "read",
+    "report",
     "run",
 ]

@@ -131,6 +131,13 @@ class Run:
             return None
 
     @functools.cached_property
+    def interfaces(self) -> pd.DataFrame:
+        """One row per interface with a change of composition, and its 10-90 % width; see vorlen.interfaces."""
+        from .interfaces import interfaces
+
+        return interfaces(self)
+
+    @functools.cached_property
     def warnings(self) -> list[str]:
         """What a reader of the numbers should know; usually empty."""
         found = []

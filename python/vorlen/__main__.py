@@ -1,0 +1,27 @@
+"""python3 -m vorlen: the subcommands that `vorlen` hands over to Python."""
+
+from __future__ import annotations
+
+import argparse
+import sys
+
+from . import __version__
+from .report import add_command as add_report
+
+
+def main(arguments: list[str] | None = None) -> int:
+    """Runs a subcommand and returns its exit status: 0, 1 for a failure (text on stderr), 2 for a wrong command line."""
+    parser = argparse.ArgumentParser(prog="vorlen", description="Looks at results and sweeps recipes.")
+    parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
+    commands = parser.add_subparsers(required=True, metavar="COMMAND")
+    add_report(commands)
+    options = parser.parse_args(arguments)
+    try:
+        return int(options.function(options))
+    except (OSError, ValueError, RuntimeError, ImportError) as error:
+        print(f"vorlen: {error}", file=sys.stderr)
+        return 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,99 @@
+// Draws the charts of a report and ties them together: what is hovered or zoomed in one is in the other too.
+"use strict";
+(function () {
+  const figures = JSON.parse(document.getElementById("data").textContent);
+  const config = { responsive: true, displaylogo: false, modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
+  const node = (name) => document.getElementById("chart-" + name);
+
+  // Value of `to` at `value` of `from`; both rise, linear between their points.
+  function convert(value, from, to) {
+    let low = 0, high = from.length - 1;
+    if (!(value > from[low])) return to[low];
+    if (!(value < from[high])) return to[high];
+    while (high - low > 1) {
+      const middle = (low + high) >> 1;
+      if (from[middle] <= value) low = middle; else high = middle;
+    }
+    const span = from[high] - from[low];
+    return span > 0 ? to[low] + (to[high] - to[low]) * (value - from[low]) / span : to[low];
+  }
+
+  // Narrow screens have no room for names of stages and wide margins.
+  function fit(name) {
+    const narrow = node(name).clientWidth < 480;
+    const layout = figures[name].layout;
+    layout.margin.l = narrow ? 58 : 74;
+    layout.font.size = narrow ? 11 : 13;
+    if (narrow) layout.legend.font = { size: 10 };
+    if (layout.legend && name !== "interface") layout.legend.y = -52 / (layout.height - 116);
+    layout.margin.b = narrow && name !== "interface" ? 130 : 90;
+    layout.dragmode = window.matchMedia("(pointer: coarse)").matches ? false : "zoom";
+  }
+
+  const names = ["time", "depth"].filter((name) => figures[name]);
+  const drawn = names.map((name) => {
+    fit(name);
+    return Plotly.newPlot(node(name), figures[name].data, figures[name].layout, config);
+  });
+
+  function tie(from, to) {
+    const here = node(from), there = node(to);
+    const link = figures.link;
+    if (link[from].includes(null) || link[to].includes(null)) return;
+    let busy = false;
+    here.on("plotly_hover", (event) => {
+      if (!event.points.length || tie.silent) return;
+      tie.silent = true;
+      const value = convert(event.points[0].x, link[from], link[to]);
+      try { Plotly.Fx.hover(there, { xval: value }, "xy"); } finally { tie.silent = false; }
+    });
+    here.on("plotly_unhover", () => Plotly.Fx.unhover(there));
+    here.on("plotly_relayout", (event) => {
+      if (tie.zooming) return;
+      let range = null;
+      if ("xaxis.range[0]" in event) range = [event["xaxis.range[0]"], event["xaxis.range[1]"]];
+      else if ("xaxis.range" in event) range = event["xaxis.range"];
+      else if (!("xaxis.autorange" in event)) return;
+      const change = range ? { "xaxis.range": range.map((x) => convert(x, link[from], link[to])) } : { "xaxis.autorange": true };
+      tie.zooming = true;
+      Plotly.relayout(there, change).then(() => { tie.zooming = false; });
+    });
+  }
+
+  Promise.all(drawn).then(() => {
+    if (names.length === 2) { tie("time", "depth"); tie("depth", "time"); }
+    if (figures.interface) drawInterfaces();
+    document.documentElement.dataset.drawn = "yes";
+  });
+
+  function drawInterfaces() {
+    const places = figures.interface.places;
+    const choice = document.getElementById("interface-choice");
+    fit("interface");
+    function zoom() {
+      const place = places[Number(choice.value)];
+      const layout = figures.interface.layout;
+      const step = place.y[1] - place.y[0];
+      layout.xaxis.range = place.range;
+      layout.yaxis.range = [place.y[0] - 0.12 * step, place.y[1] + 0.12 * step];
+      layout.shapes = place.marks.filter((x) => x !== null).map((x) => (
+        { type: "line", xref: "x", yref: "paper", x0: x, x1: x, y0: 0, y1: 1, line: { color: "#44525f", width: 1, dash: "dot" } }));
+      layout.annotations = place.marks.map((x, i) => (
+        { x: x, xref: "x", y: 1, yref: "paper", yanchor: "bottom", showarrow: false, font: { size: 11 },
+          xanchor: i ? "left" : "right", text: i ? "90 %" : "10 %" })).filter((mark) => mark.x !== null);
+      Plotly.react(node("interface"), figures.interface.data, layout, config);
+      document.getElementById("interface-caption").textContent = place.label +
+        (place.width === null ? ": the step is not completed between the middles of the two layers."
+          : ": 10–90 % width " + place.width + " nm.");
+    }
+    choice.addEventListener("change", zoom);
+    zoom();
+  }
+
+  // Paper has another width than the screen.
+  function resize() {
+    for (const name of ["time", "depth", "interface"]) if (figures[name]) Plotly.Plots.resize(node(name));
+  }
+  window.addEventListener("beforeprint", resize);
+  window.addEventListener("afterprint", resize);
+})();

@@ -1,0 +1,277 @@
+"""A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT -o run.html.
+
+The page needs no network and no other file. What it shows is gathered here; its form stands in assets/report.html,
+report.css and report.js, the charts' data in report_charts.py, the picture of the layers in report_stack.py.
+"""
+
+from __future__ import annotations
+
+import argparse
+import hashlib
+import json
+import math
+import os
+import shutil
+import subprocess
+import sys
+import uuid
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+import pandas as pd
+
+from ._version import __version__
+from .run import Run, SimulationError, read, read_status
+
+ASSETS = Path(__file__).resolve().parent / "assets"
+CHECK_TIMEOUT = 60  # s
+
+
+def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
+    """Writes the report of a run, also of a failed one, and returns its path.
+
+    run   a Run, or the SimulationError that a run has ended with
+    path  of the page. An older one stays in place until the new one is complete
+    """
+    path = Path(path)
+    text = render(run)
+    part = path.with_name(f".{path.name}.{uuid.uuid4().hex}")
+    try:
+        part.write_text(text, "utf-8", "replace")
+        os.replace(part, path)
+    finally:
+        part.unlink(missing_ok=True)
+    return path
+
+
+def render(run: Run | SimulationError) -> str:
+    """The page of report() as a text."""
+    import jinja2
+
+    from .report_charts import charts
+    from .report_stack import layer_stack
+
+    error = run if isinstance(run, SimulationError) else None
+    if error is not None:
+        run = error.run or Run(b"", text=error.text)
+    has_rows = bool(run.content) and not run.profile.empty
+    figures = charts(run) if has_rows else {}
+    environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
+    environment.filters["number"] = number
+    template = environment.from_string((ASSETS / "report.html").read_text("utf-8"))
+    return template.render(
+        title=_title(run, error),
+        version=__version__,
+        failed=run.failed if run.content else True,
+        failure=_failure(run),
+        facts=_facts(run),
+        warnings=_warnings(run) if has_rows else [],
+        layers=run.layers.reset_index().to_dict("records") if run.content else [],
+        interfaces=run.interfaces.reset_index().to_dict("records") if has_rows else [],
+        stack=layer_stack(run) if run.content else "",
+        summary=_chart_summary(run) if has_rows else "",
+        charts=sorted(figures),
+        data=json.dumps(figures, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
+        css=(ASSETS / "report.css").read_text("utf-8"),
+        script=(ASSETS / "report.js").read_text("utf-8"),
+        plotly=(ASSETS / "plotly-basic.min.js").read_text("utf-8") if figures else "",
+    )
+
+
+def number(value: Any, digits: int = 4, unit: str = "") -> str:
+    """A number for readers: so many digits, true minus signs, a dash when there is none."""
+    if value is None or (isinstance(value, float) and math.isnan(value)):
+        return "\u2013"
+    if abs(value) < 1e-9:
+        value = 0.0
+    text = f"{value:.{digits}g}"
+    if "e" in text:
+        mantissa, exponent = text.split("e")
+        text = f"{mantissa}\u00d710" + str(int(exponent)).translate(str.maketrans("-0123456789", "⁻⁰¹²³⁴⁵⁶⁷⁸⁹"))
+    return text.replace("-", "\u2212") + (f"\u00a0{unit}" if unit else "")
+
+
+def _title(run: Run, error: SimulationError | None) -> str:
+    for path in (run.recipe_source.path, run.path):
+        if path is not None:
+            return path.name
+    if error is not None and isinstance(error.recipe, (str, Path)) and "<" not in str(error.recipe):
+        return Path(error.recipe).name
+    return "VORLEN run"
+
+
+def _failure(run: Run) -> dict[str, str]:
+    """Text of a failed run, and the place where it stopped."""
+    if run.content and not run.failed:
+        return {}
+    text = run.text or "The result file ends before the last layer does, and no status file tells why."
+    if not run.content or run.profile.empty:
+        return {"text": text, "place": "Nothing was simulated: there are no rows."}
+    last = run.end
+    layers = run.layers
+    reached = layers[layers["begin"] <= last["time"] * (1 + 1e-9)]
+    # At the very end of a layer it is the next one that could not be begun.
+    name = f"layer {reached.index[-1]}, {reached['name'].iloc[-1]}" if len(reached) else "the first layer"
+    place = f"It stopped at {last['time']:.10g} s, at a height of {last['z']:.7g} nm, in {name}."
+    ahead = layers[(layers["end"] > last["time"]) & (layers["kind"] == "active")]
+    if len(ahead) and abs(ahead["end"].iloc[0] - last["time"]) < 0.01 * ahead["duration"].iloc[0] and len(ahead) > 1:
+        place += f" The next layer, {ahead['name'].iloc[1]}, was not begun."
+    return {"text": text, "place": place}
+
+
+def _facts(run: Run) -> list[tuple[str, str]]:
+    """Head of the page: pairs of a name and a value."""
+    status = read_status(run.path) if run.path else {}
+    if status.get("result_sha256") != run.sha256:
+        status = {}
+    facts = [("Result", str(run.path.name) if run.path else "not kept as a file")]
+    if run.content:
+        facts += [("SHA-256 of the result", run.sha256), ("Rows", str(len(run.profile)))]
+    source = run.recipe_source
+    facts.append(("Recipe", source.path.name if source.path else str(status.get("recipe") or "not known")))
+    if source.content is not None:
+        facts.append(("SHA-256 of the recipe", hashlib.sha256(source.content).hexdigest()))
+    elif status.get("recipe_sha256"):
+        facts.append(("SHA-256 of the recipe", str(status["recipe_sha256"])))
+    wall_time = run.wall_time if run.wall_time is not None else status.get("wall_time_s")
+    if wall_time is not None:
+        facts.append(("Simulated in", f"{wall_time:.3g} s"))
+    if status.get("version") and status["version"] != __version__:
+        facts.append(("Simulated by", f"VorlenSolver {status['version']}"))
+    for key, name in (("host", "Host"), ("finished", "Finished")):
+        if status.get(key):
+            facts.append((name, str(status[key])))
+    if run.content and not run.profile.empty:
+        facts.append(("Process", f"{run.profile['time'].iloc[0]:.10g} s to {run.end['time']:.10g} s"))
+        facts.append(("Total height", f"{run.end['z']:.7g} nm"))
+    facts.append(("Report by", f"VorlenSolver {__version__}"))
+    return facts
+
+
+def _warnings(run: Run) -> list[str]:
+    found = list(run.warnings)
+    opened = v_defects_open(run)
+    if opened is not None:
+        found.append(
+            f"V-defects opened at {opened['time']:.7g} s, {opened['z']:.7g} nm, in {opened['layer']}. "
+            f"At the end there are {number(run.end['rho_vd0_t'] / 2, 3)} per cm\u00b2."
+        )
+    found += unread_elements(run)
+    return found
+
+
+def v_defects_open(run: Run) -> dict[str, Any] | None:
+    """Time [s], height [nm] and layer of the first row with V-defects; None if there are none."""
+    rows = run.profile[run.profile["rho_vd0_t"] > 0]
+    if rows.empty:
+        return None
+    first = rows.iloc[0]
+    layers = run.layers
+    inside = layers[(layers["begin"] <= first["time"]) & (layers["end"] >= first["time"])]
+    name = f"layer {inside.index[0]}, {inside['name'].iloc[0]}" if len(inside) else "the structure"
+    return {"time": float(first["time"]), "z": float(first["z"]), "layer": name}
+
+
+def find_tool() -> str | None:
+    """The command-line host: the environment variable VORLEN, that of the same installation or tree, or on PATH."""
+    package = Path(__file__).resolve().parent
+    places = [Path(sys.prefix) / "bin" / "vorlen"]
+    if package.parent.name in ("dist-packages", "site-packages"):
+        places.insert(0, package.parents[3] / "bin" / "vorlen")
+    places += [package.parents[1] / "build" / preset / "tools" / "vorlen" for preset in ("release", "run")]
+    named = os.environ.get("VORLEN")
+    return named or next((str(place) for place in places if place.is_file()), None) or shutil.which("vorlen")
+
+
+def unread_elements(run: Run) -> list[str]:
+    """What `vorlen check` tells of a recipe: elements that are not read, and other things to look at."""
+    if run.recipe_source.content is None:
+        return ["The recipe is not known, so it could not be looked through for elements that are not read."]
+    tool = find_tool()
+    if tool is None:
+        return ["The command-line host was not found, so the recipe was not looked through for unread elements."]
+    import tempfile
+
+    with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
+        path = Path(folder, "recipe.xml")
+        path.write_bytes(run.recipe_source.content)
+        try:
+            answer = subprocess.run(
+                [tool, "check", "--format", "json", str(path)],
+                capture_output=True,
+                timeout=CHECK_TIMEOUT,
+                check=False,
+                encoding="utf-8",
+                errors="replace",
+            )
+            findings = _findings(json.loads(answer.stdout))
+        except (OSError, ValueError, subprocess.TimeoutExpired):
+            return ["The command-line host could not look through the recipe for unread elements."]
+    return findings
+
+
+def _findings(answer: Any) -> list[str]:
+    """The texts in the answer of `vorlen check --format json`."""
+    if isinstance(answer, dict):
+        answer = next((answer[key] for key in ("findings", "messages", "diagnostics") if key in answer), [])
+    texts = []
+    for finding in answer if isinstance(answer, list) else []:
+        if isinstance(finding, dict):
+            line = f"line {finding['line']}: " if finding.get("line") else ""
+            texts.append(f"Recipe, {line}{finding.get('message') or finding.get('text') or ''}")
+    return texts
+
+
+def _chart_summary(run: Run) -> str:
+    """The charts in words, for those who can't see them."""
+    rows = run.profile[run.profile["active"]] if run.profile["active"].any() else run.profile
+    parts = [f"{len(rows)} rows from {rows['time'].iloc[0]:.6g} to {rows['time'].iloc[-1]:.6g} s"]
+    for column, name, factor, unit in (
+        ("x_in", "indium", 100, "%"),
+        ("x_al", "aluminium", 100, "%"),
+        ("rate", "growth rate", 1, "nm/s"),
+        ("eps_xx_t", "strain at growth", 100, "%"),
+        ("rho_td_t", "dislocations at growth", 1, "per cm\u00b2"),
+    ):
+        values = factor * rows[column].to_numpy()
+        values = values[np.isfinite(values)]
+        if len(values) and (np.abs(values) > 1e-6).any():
+            parts.append(f"{name} {number(float(values.min()), 3)} to {number(float(values.max()), 3)} {unit}")
+    return "; ".join(parts) + "."
+
+
+def add_command(commands: Any) -> None:
+    """Enters `report` in the subcommands of python3 -m vorlen."""
+    command = commands.add_parser("report", help="Write a report of a result file: one page for a browser")
+    command.add_argument("result", metavar="RESULT", help="result file")
+    command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one its status file names)")
+    command.add_argument("-o", "--output", metavar="PAGE", help="page to write (default: the result's name with .html)")
+    command.set_defaults(function=run_command)
+
+
+def run_command(options: argparse.Namespace) -> int:
+    """vorlen report RESULT [--recipe R] [-o PAGE]"""
+    result = Path(options.result)
+    stem = result.name.removesuffix(".txt").removesuffix(".result")
+    page = Path(options.output) if options.output else result.with_name(stem + ".html")
+    if page.exists() and result.exists() and page.samefile(result):
+        raise ValueError(f"the report would overwrite the result {result}")
+    status = read_status(result)
+    if not result.exists() and status.get("text"):
+        # Refused before the first row: there is a status file and nothing else.
+        print(report(SimulationError(str(status["text"]), status.get("recipe")), page))
+        return 0
+    run = read(result, options.recipe or _recipe_of(result, status))
+    print(report(run, page))
+    return 0
+
+
+def _recipe_of(result: Path, status: dict[str, Any]) -> Path | None:
+    """The recipe that the status file names, if it is still the same."""
+    if not status.get("recipe"):
+        return None
+    for path in (Path(status["recipe"]), result.parent / Path(status["recipe"]).name):
+        if path.is_file() and hashlib.sha256(path.read_bytes()).hexdigest() == status.get("recipe_sha256"):
+            return path
+    return None

@@ -1,0 +1,244 @@
+"""The charts of a report as data for plotly: panels over time, the same over height, and one for the interfaces."""
+
+from __future__ import annotations
+
+import html
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import pandas as pd
+
+from .plot import (
+    ALUMINIUM,
+    BLACK,
+    GALLIUM,
+    INDIUM,
+    ORANGE,
+    PINK,
+    SEEN,
+    drawn_rows,
+    reference_height,
+    stage_borders,
+    temperature_curve,
+)
+
+if TYPE_CHECKING:
+    from .run import Run
+
+MAX_ROWS = 4000  # of one curve; a page with more is slow to move and to mail
+GAP = 0.035  # between panels, as a share of the height
+MAX_NAMES = 14  # of stages above a chart
+
+
+def charts(run: Run) -> dict[str, Any]:
+    """Data and layouts of all charts by name, ready for JSON."""
+    rows = drawn_rows(run, "active")
+    kept = thin(rows)
+    z = kept["z"].to_numpy() - reference_height(run)
+    figures = {
+        "time": _panels(run, kept, kept["time"].to_numpy(), over_time=True),
+        "depth": _panels(run, kept, z, over_time=False),
+        # How the two charts go together: the height at a time, both without not-a-numbers.
+        "link": {"time": _values(kept["time"]), "depth": _values(z)},
+    }
+    if len(run.interfaces):
+        figures["interface"] = _interface_chart(run)
+    return figures
+
+
+def thin(rows: pd.DataFrame) -> pd.DataFrame:
+    """At most MAX_ROWS rows, evenly taken, the first and the last among them."""
+    if len(rows) <= MAX_ROWS:
+        return rows
+    return rows.iloc[np.unique(np.linspace(0, len(rows) - 1, MAX_ROWS).astype(int))]
+
+
+def _values(values: Any, digits: int = 9) -> list[float | None]:
+    """Numbers for JSON: as many digits as a chart needs, null for what is not finite."""
+    return [float(f"{value:.{digits}g}") if np.isfinite(value) else None for value in np.asarray(values, float)]
+
+
+def _curve(x: Any, y: Any, name: str, axis: int, colour: str, unit: str, dash: str = "solid", legend: bool = True) -> dict[str, Any]:
+    return {
+        "type": "scatter",
+        "mode": "lines",
+        "x": _values(x),
+        "y": _values(y, 6),
+        "name": name,
+        "xaxis": "x",
+        "yaxis": f"y{axis if axis > 1 else ''}",
+        "line": {"color": colour, "width": 2, "dash": dash},
+        "hovertemplate": f"%{{y:.4~g}}{unit}",
+        "showlegend": legend,
+    }
+
+
+def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dict[str, Any]:
+    panels: list[tuple[str, str, list[dict[str, Any]]]] = []
+
+    def add(title: str, kind: str, curves: list[tuple[Any, Any, str, str, str, str]]) -> None:
+        axis = len(panels) + 1
+        panels.append((title, kind, [_curve(cx, cy, name, axis, colour, unit, dash) for cx, cy, name, colour, unit, dash in curves]))
+
+    metals = (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM))
+    add(
+        "composition",
+        "linear",
+        [(x, rows[column], name, colour, "", "solid") for column, name, colour in metals if (rows[column].abs() > SEEN).any()],
+    )
+    add("growth rate<br>(nm/s)", "linear", [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, " nm/s", "solid")])
+    curve = temperature_curve(run, "active")
+    if curve is not None and np.isfinite(curve[2]).any():
+        times, heights, heat = (values[_even(len(curve[0]))] for values in curve)
+        add("temperature<br>(K)", "linear", [(times if over_time else heights, heat, "temperature", ORANGE, " K", "solid")])
+    add(
+        "strain \u03b5<sub>xx</sub><br>(%)",
+        "linear",
+        [
+            (x, 100 * rows["eps_xx_t"], "strain at growth (t)", PINK, " %", "solid"),
+            (x, 100 * rows["eps_xx_z"], "strain in the end (z)", PINK, " %", "dash"),
+        ],
+    )
+    densities = [
+        (x, rows["rho_td_t"].where(rows["rho_td_t"] > 0), "dislocations (t)", GALLIUM, " cm\u207b\u00b2", "solid"),
+        (x, rows["rho_td_z"].where(rows["rho_td_z"] > 0), "dislocations (z)", GALLIUM, " cm\u207b\u00b2", "dash"),
+    ]
+    defects = rows["rho_vd0_t"] / 2
+    if (defects > 0).any():
+        densities.append((x, defects.where(defects > 0), "V-defects (t)", INDIUM, " cm\u207b\u00b2", "solid"))
+    add("density<br>(cm\u207b\u00b2)", "log", densities)
+
+    share = (1 - GAP * (len(panels) - 1)) / len(panels)
+    layout = _layout("time (s)" if over_time else "height above the pre-stages (nm)")
+    layout["height"] = 120 + 165 * len(panels)
+    for number, (title, kind, _) in enumerate(panels, 1):
+        top = 1 - (number - 1) * (share + GAP)
+        layout[f"yaxis{number if number > 1 else ''}"] = _y_axis(title, kind, max(top - share, 0.0), top)
+    if not densities_vary(rows):
+        layout[f"yaxis{len(panels)}"]["nticks"] = 4
+    layout["xaxis"]["anchor"] = f"y{len(panels)}"
+    layout["xaxis"]["range"] = _range(x)
+    _shade(layout, stage_borders(run, over_time, "active"), layout["xaxis"]["range"])
+    return {"data": [curve for _, _, curves in panels for curve in curves], "layout": layout}
+
+
+def densities_vary(rows: pd.DataFrame) -> bool:
+    """True when the densities go over more than a decade."""
+    values = rows[["rho_td_t", "rho_td_z"]].to_numpy()
+    values = values[np.isfinite(values) & (values > 0)]
+    return len(values) > 0 and values.max() > 10 * values.min()
+
+
+def _even(count: int) -> np.ndarray:
+    return np.unique(np.linspace(0, count - 1, min(count, MAX_ROWS)).astype(int))
+
+
+def _range(x: np.ndarray) -> list[float]:
+    finite = x[np.isfinite(x)]
+    if len(finite) == 0 or not finite.max() > finite.min():
+        middle = float(finite[0]) if len(finite) else 0.0
+        return [middle - 1.0, middle + 1.0]
+    return [float(finite.min()), float(finite.max())]
+
+
+def _layout(x_title: str) -> dict[str, Any]:
+    return {
+        "font": {"family": "system-ui, Segoe UI, Roboto, Helvetica, Arial, sans-serif", "size": 13, "color": "#1c2733"},
+        "margin": {"l": 74, "r": 14, "t": 70, "b": 46},
+        "paper_bgcolor": "rgba(0,0,0,0)",
+        "plot_bgcolor": "rgba(0,0,0,0)",
+        "hovermode": "x unified",
+        "hoversubplots": "axis",
+        "hoverlabel": {"font": {"size": 12}},
+        "legend": {"orientation": "h", "y": -46 / 900, "yanchor": "top", "x": 0, "font": {"size": 12}},
+        "xaxis": {
+            "title": {"text": x_title, "standoff": 6},
+            "showgrid": False,
+            "showline": True,
+            "linecolor": "#44525f",
+            "ticks": "outside",
+            "hoverformat": ".7~g",
+            "exponentformat": "none",
+        },
+        "shapes": [],
+        "annotations": [],
+    }
+
+
+def _y_axis(title: str, kind: str, bottom: float, top: float) -> dict[str, Any]:
+    return {
+        "title": {"text": title, "font": {"size": 12}},
+        "type": kind,
+        "domain": [bottom, top],
+        "gridcolor": "#d5dbe1",
+        "zeroline": False,
+        "showline": True,
+        "linecolor": "#44525f",
+        "ticks": "outside",
+        "exponentformat": "power",
+        "dtick": 1 if kind == "log" else None,
+        "minexponent": 5,
+        "fixedrange": True,
+        "automargin": False,
+    }
+
+
+def _shade(layout: dict[str, Any], borders: pd.DataFrame, span: list[float]) -> None:
+    """Shades every other stage, and names those that have room."""
+    width = span[1] - span[0]
+    for number, stage in enumerate(borders.itertuples()):
+        begin, end = max(float(stage.begin), span[0]), min(float(stage.end), span[1])
+        if number % 2 == 0:
+            layout["shapes"].append(
+                {"type": "rect", "xref": "x", "yref": "paper", "x0": begin, "x1": end, "y0": 0, "y1": 1}
+                | {"fillcolor": "#e9eef3", "line": {"width": 0}, "layer": "below"}
+            )
+    widest = borders.assign(width=borders["end"] - borders["begin"]).nlargest(MAX_NAMES, "width")
+    for stage in widest.itertuples():
+        if stage.width > 0.012 * width or len(borders) <= 3:
+            layout["annotations"].append(
+                {"x": 0.5 * (max(stage.begin, span[0]) + min(stage.end, span[1])), "xref": "x", "y": 1, "yref": "paper"}
+                | {"yanchor": "bottom", "xanchor": "left", "textangle": -28, "showarrow": False, "font": {"size": 11}}
+                | {"text": html.escape(" ".join(str(stage.name).split())[:30])}
+            )
+
+
+def _interface_chart(run: Run) -> dict[str, Any]:
+    """All metals over height, and for each interface the range to zoom to and the places of 10 % and 90 %."""
+    rows = run.profile
+    offset = reference_height(run)
+    table = run.interfaces
+    places = []
+    for interface in table.itertuples():
+        width = interface.width if np.isfinite(interface.width) else 1.0
+        reach = max(3.0 * width, 0.05)
+        middle = interface.z - offset
+        places.append(
+            {
+                "range": [middle - reach, middle + reach + width],
+                "y": sorted((interface.x_below, interface.x_above)),
+                "marks": _values([interface.z10 - offset, interface.z90 - offset]),
+                "label": f"{interface.below} / {interface.above}",
+                "width": None if np.isnan(interface.width) else f"{interface.width:.3g}",
+            }
+        )
+    # Rows near an interface all stay: there the curve is steep.
+    z = rows["z"].to_numpy() - offset
+    near = np.zeros(len(rows), bool)
+    for place in places:
+        near |= (z >= place["range"][0]) & (z <= place["range"][1])
+    kept = rows[near] if len(rows) > MAX_ROWS else rows
+    kept_z = kept["z"].to_numpy() - offset
+    data = []
+    for column, name, colour in (("x_in", "In", INDIUM), ("x_al", "Al", ALUMINIUM)):
+        if (kept[column].abs() > SEEN).any():
+            curve = _curve(kept_z, kept[column], name, 1, colour, "")
+            curve["mode"] = "lines+markers"
+            curve["marker"] = {"size": 4}
+            data.append(curve)
+    layout = _layout("height above the pre-stages (nm)")
+    layout["height"] = 340
+    layout["margin"]["t"] = 20
+    layout["yaxis"] = _y_axis("composition", "linear", 0.0, 1.0)
+    layout["legend"]["y"] = -0.2
+    return {"data": data, "layout": layout, "places": places}
