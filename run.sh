@@ -1,5 +1,5 @@
 #!/bin/bash
-# Builds the library and its command-line host, runs a recipe and shows what grew: ./run.sh [RECIPE]
+# Builds the library and its command-line host, runs a recipe, shows what grew and writes a report: ./run.sh [RECIPE]
 # Without a recipe: the multi-quantum well of examples/. May be called from any folder, as often as one likes.
 set -euo pipefail
 
@@ -25,8 +25,8 @@ quietly() {
   fi
 }
 
-say "Looking for compiler and libraries"
-"$root/tools/setup.sh" build
+say "Looking for compiler, libraries and Python"
+"$root/tools/setup.sh" run
 mkdir -p "$build"
 
 say "Building the library and the tool in build/run"
@@ -36,3 +36,8 @@ quietly cmake --build "$build" --target vorlen
 say "Running $recipe"
 name=$(basename "$recipe" .xml)
 "$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt"
+
+say "Writing the report, a page for a browser"
+python=$("$root/python/interpreter.sh" numpy pandas jinja2)
+VORLEN="$build/tools/vorlen" VORLEN_LIBRARY="$build/src/api/libVorlenSolver.so" PYTHONPATH="$root/python" \
+  "$python" -m vorlen report "$build/$name.result.txt" --recipe "$recipe" -o "$build/$name.html"

@@ -94,6 +94,13 @@ compare_builds() {
   python3 tests/functional/same_bytes.py build/{release,debug,clang}/src/api/libVorlenSolver.so -- examples/*.xml
 }
 
+test_python() {
+  local python
+  python=$(python/interpreter.sh pandas pytest hypothesis selenium) || return 1
+  VORLEN=$PWD/build/release/tools/vorlen VORLEN_LIBRARY=$PWD/build/release/src/api/libVorlenSolver.so \
+    "$python" -B -m pytest -q -c python/pyproject.toml python/tests
+}
+
 analyse() {
   local status=0
   find src tools -name '*.cpp' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet \
@@ -127,6 +134,7 @@ case "$mode" in
     ;;
 esac
 if [ "$mode" = all ]; then
+  phase "Python" test_python
   phase "Build: asan" build asan -DVORLEN_TESTS=ON && phase "Tests: asan" run_tests asan
   phase "Build: tsan" build tsan -DVORLEN_TESTS=ON -DVORLEN_TOOLS=OFF -- thread_tests &&
     phase "Tests: tsan" run_tests tsan

@@ -6,7 +6,7 @@ Contents: what the figures share; panels over time or height; the relaxation dia
 from __future__ import annotations
 
 import os
-from collections.abc import Callable
+from collections.abc import Callable, Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -49,31 +49,41 @@ NAME_DISTANCE = 0.15  # inches; names of stages that stand closer could not be r
 SEEN = 1e-6  # fraction above which a metal is drawn
 
 
-def plot_run(run: Run, kind: str = "time", span: str = "active", path: str | os.PathLike[str] | None = None) -> Figure:
+PANELS = ("composition", "rate", "temperature", "strain", "densities")
+
+
+def plot_run(
+    run: Run,
+    kind: str = "time",
+    span: str = "active",
+    panels: Sequence[str] = PANELS,
+    path: str | os.PathLike[str] | None = None,
+) -> Figure:
     """A figure of a run.
 
     kind  "time": composition, growth rate, temperature, strain and densities over time;
           "depth": the same over height; "relaxation": lattice constants and degrees of relaxation
     span  "active": the simulated layers; "all": pre-stages and post-stages too
+    panels  which of "composition", "rate", "temperature", "strain", "densities" to draw, from the top down
     path  file to save it in (.pdf, .svg, .png, ...), with text as text; None: none
     Solid lines tell a depth at the moment when it was the surface, dashed ones the finished structure. Temperatures
     are drawn when the run knows its recipe. Raises ValueError when there is nothing to draw.
     """
     import matplotlib.pyplot as plt
 
-    makers: dict[str, Callable[[Run, str], Figure]] = {
-        "time": lambda run, span: _panels(run, span, over_time=True),
-        "depth": lambda run, span: _panels(run, span, over_time=False),
-        "relaxation": _relaxation_diagram,
-    }
-    if kind not in makers:
-        raise ValueError(f"kind is one of {', '.join(makers)}, not {kind!r}")
+    if kind not in ("time", "depth", "relaxation"):
+        raise ValueError(f'kind is "time", "depth" or "relaxation", not {kind!r}')
+    if not panels or not set(panels) <= set(PANELS):
+        raise ValueError(f"panels are some of {', '.join(PANELS)}, not {', '.join(map(str, panels))}")
     if span not in ("active", "all"):
         raise ValueError(f'span is "active" or "all", not {span!r}')
     if drawn_rows(run, span).empty:
         raise ValueError("the run has no rows to draw")
     with plt.rc_context(STYLE):
-        figure = makers[kind](run, span)
+        if kind == "relaxation":
+            figure = _relaxation_diagram(run, span)
+        else:
+            figure = _panels(run, span, panels, over_time=kind == "time")
         if path is not None:
             metadata = {"Date": None} if str(path).lower().endswith(".svg") else None
             figure.savefig(path, metadata=metadata)
@@ -125,9 +135,9 @@ def stage_borders(run: Run, over_time: bool, span: str) -> pd.DataFrame:
         top = layers["thickness"].cumsum() + float(run.profile["z"].iloc[0])
         borders = pd.DataFrame({"name": layers["name"], "begin": top - layers["thickness"], "end": top})
         borders[["begin", "end"]] -= reference_height(run)
-    reached = run.profile["time"].iloc[-1]
-    keep = layers["begin"] < reached
-    return borders[keep & (layers["kind"] == "active")] if span == "active" and keep.any() else borders[keep]
+    keep = (layers["begin"] < run.profile["time"].iloc[-1]) & np.isfinite(borders[["begin", "end"]]).all(axis=1)
+    active = layers["kind"] == "active"
+    return borders[keep & active] if span == "active" and active.any() else borders[keep]
 
 
 def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
@@ -164,25 +174,28 @@ def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
     return upright
 
 
-def _panels(run: Run, span: str, over_time: bool) -> Figure:
+def _panels(run: Run, span: str, panels: Sequence[str], over_time: bool) -> Figure:
     import matplotlib.pyplot as plt
 
     rows = drawn_rows(run, span)
     x = rows["time"].to_numpy() if over_time else rows["z"].to_numpy() - reference_height(run)
     curve = temperature_curve(run, span)
-    drawers: list[Callable[[Axes], None]] = [
-        lambda axis: _draw_composition(axis, x, rows),
-        lambda axis: _draw_rate(axis, x, rows),
-        lambda axis: _draw_strain(axis, x, rows),
-        lambda axis: _draw_densities(axis, x, rows),
-    ]
+    drawers: dict[str, Callable[[Axes], None]] = {
+        "composition": lambda axis: _draw_composition(axis, x, rows),
+        "rate": lambda axis: _draw_rate(axis, x, rows),
+        "strain": lambda axis: _draw_strain(axis, x, rows),
+        "densities": lambda axis: _draw_densities(axis, x, rows),
+    }
     if curve is not None and np.isfinite(curve[2]).any():
-        drawers.insert(2, lambda axis: _draw_temperature(axis, curve[0 if over_time else 1], curve[2]))
+        drawers["temperature"] = lambda axis: _draw_temperature(axis, curve[0 if over_time else 1], curve[2])
+    drawers = {name: drawers[name] for name in panels if name in drawers}
+    if not drawers:
+        raise ValueError("the temperature is not known: the run has no recipe")
     height = 0.95 + PANEL_HEIGHT * len(drawers)  # inches
     figure, grid = plt.subplots(len(drawers), 1, sharex=True, squeeze=False, figsize=(WIDTH, height))
     axes = list(grid[:, 0])
     figure.subplots_adjust(left=0.15, right=0.8, bottom=0.42 / height, hspace=0.14)
-    for axis, draw in zip(axes, drawers):
+    for axis, draw in zip(axes, drawers.values()):
         draw(axis)
         axis.grid(axis="y", color="#d8d8d8", linewidth=0.5, zorder=0.5)
         axis.set_axisbelow(True)

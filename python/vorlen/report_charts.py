@@ -27,7 +27,7 @@ if TYPE_CHECKING:
 
 MAX_ROWS = 4000  # of one curve; a page with more is slow to move and to mail
 GAP = 0.035  # between panels, as a share of the height
-MAX_NAMES = 14  # of stages above a chart
+SMALLEST_NAMED = 0.012  # share of the width that a stage needs to be named
 
 
 def charts(run: Run) -> dict[str, Any]:
@@ -114,19 +114,23 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
     for number, (title, kind, _) in enumerate(panels, 1):
         top = 1 - (number - 1) * (share + GAP)
         layout[f"yaxis{number if number > 1 else ''}"] = _y_axis(title, kind, max(top - share, 0.0), top)
-    if not densities_vary(rows):
-        layout[f"yaxis{len(panels)}"]["nticks"] = 4
+    if curve is not None and np.nanmax(curve[2]) - np.nanmin(curve[2]) < 2.0:
+        layout["yaxis3"]["range"] = [np.nanmin(curve[2]) - 20.0, np.nanmax(curve[2]) + 20.0]
+    layout[f"yaxis{len(panels)}"]["range"] = _decades(densities)
     layout["xaxis"]["anchor"] = f"y{len(panels)}"
     layout["xaxis"]["range"] = _range(x)
     _shade(layout, stage_borders(run, over_time, "active"), layout["xaxis"]["range"])
     return {"data": [curve for _, _, curves in panels for curve in curves], "layout": layout}
 
 
-def densities_vary(rows: pd.DataFrame) -> bool:
-    """True when the densities go over more than a decade."""
-    values = rows[["rho_td_t", "rho_td_z"]].to_numpy()
-    values = values[np.isfinite(values) & (values > 0)]
-    return len(values) > 0 and values.max() > 10 * values.min()
+def _decades(curves: list[tuple[Any, ...]]) -> list[float]:
+    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, V-defects that have just opened cut off."""
+    values = np.concatenate([np.asarray(curve[1], float) for curve in curves])
+    values = values[np.isfinite(values)]
+    if len(values) == 0:
+        return [0.0, 1.0]
+    low, high = max(values.min(), values.max() * 1e-6), values.max()
+    return [float(np.floor(np.log10(low / 1.2))), float(np.ceil(np.log10(high * 1.2)))]
 
 
 def _even(count: int) -> np.ndarray:
@@ -150,6 +154,8 @@ def _layout(x_title: str) -> dict[str, Any]:
         "hovermode": "x unified",
         "hoversubplots": "axis",
         "hoverlabel": {"font": {"size": 12}},
+        "separators": ".",  # no commas in thousands
+        "modebar": {"bgcolor": "rgba(0,0,0,0)", "color": "#4a5866", "activecolor": "#0b5a8f"},
         "legend": {"orientation": "h", "y": -46 / 900, "yanchor": "top", "x": 0, "font": {"size": 12}},
         "xaxis": {
             "title": {"text": x_title, "standoff": 6},
@@ -193,9 +199,8 @@ def _shade(layout: dict[str, Any], borders: pd.DataFrame, span: list[float]) -> 
                 {"type": "rect", "xref": "x", "yref": "paper", "x0": begin, "x1": end, "y0": 0, "y1": 1}
                 | {"fillcolor": "#e9eef3", "line": {"width": 0}, "layer": "below"}
             )
-    widest = borders.assign(width=borders["end"] - borders["begin"]).nlargest(MAX_NAMES, "width")
-    for stage in widest.itertuples():
-        if stage.width > 0.012 * width or len(borders) <= 3:
+    for stage in borders.assign(width=borders["end"] - borders["begin"]).itertuples():
+        if stage.width > SMALLEST_NAMED * width or len(borders) <= 3:
             layout["annotations"].append(
                 {"x": 0.5 * (max(stage.begin, span[0]) + min(stage.end, span[1])), "xref": "x", "y": 1, "yref": "paper"}
                 | {"yanchor": "bottom", "xanchor": "left", "textangle": -28, "showarrow": False, "font": {"size": 11}}

@@ -1,4 +1,4 @@
-"""The layers of a run as a picture to scale, in SVG: the whole structure, and beside it the simulated part enlarged."""
+"""The layers of a run as pictures to scale, in SVG: the whole structure, and the simulated part enlarged."""
 
 from __future__ import annotations
 
@@ -11,14 +11,14 @@ import pandas as pd
 if TYPE_CHECKING:
     from .run import Run
 
-HEIGHT, BAR, TOP = 420, 130, 34  # pixels of the picture
+WIDTH, HEIGHT, BAR, TOP, LEFT = 400, 400, 120, 34, 20  # pixels of a picture
 NAME_HEIGHT = 15  # pixels that a name needs
 # Colours of the three nitrides; an alloy has the mixture by its composition.
-INN, GAN, ALN = np.array([213, 94, 0]), np.array([158, 202, 225]), np.array([102, 194, 150])
+INN, GAN, ALN = np.array([226, 88, 14]), np.array([214, 224, 234]), np.array([32, 156, 112])
 
 
 def layer_stack(run: Run) -> str:
-    """An SVG element with title and description. Empty when nothing has a thickness."""
+    """One or two SVG elements with title and description. Empty when nothing has a thickness."""
     layers = run.layers[run.layers["thickness"] > 0]
     if layers.empty:
         return ""
@@ -26,16 +26,17 @@ def layer_stack(run: Run) -> str:
     bars = [("whole structure", layers)]
     if len(active) and len(active) < len(layers):
         bars.append(("simulated layers", active))
-    parts = []
-    for index, (title, shown) in enumerate(bars):
-        parts.append(_bar(shown, 20 + index * 400, title))
-    if len(bars) == 2:
-        parts.append(_magnifier(layers))
+    return "".join(_picture(title, shown, index) for index, (title, shown) in enumerate(bars))
+
+
+def _picture(title: str, layers: pd.DataFrame, index: int) -> str:
     words = ", ".join(f"{layer.name} {layer.thickness:.4g} nm" for layer in layers.head(40).itertuples())
+    more = f" and {len(layers) - 40} more" if len(layers) > 40 else ""
     return (
-        f'<svg viewBox="0 0 {400 * len(bars)} {HEIGHT + TOP + 14}" role="img" aria-labelledby="stack-title stack-text" '
-        f'style="max-width:{400 * len(bars)}px"><title id="stack-title">Layer stack to scale</title>'
-        f'<desc id="stack-text">From the bottom up: {escape(words)}.</desc>{"".join(parts)}</svg>'
+        f'<svg viewBox="0 0 {WIDTH} {HEIGHT + TOP + 14}" role="img" aria-labelledby="stack-{index}-title '
+        f'stack-{index}-text"><title id="stack-{index}-title">To scale: {title}</title>'
+        f'<desc id="stack-{index}-text">From the bottom up: {escape(words)}{more}.</desc>{_bar(layers, LEFT, title)}'
+        f"{_bracket(layers) if index == 0 else ''}</svg>"
     )
 
 
@@ -78,16 +79,14 @@ def _bar(layers: pd.DataFrame, left: int, title: str) -> str:
     return "".join(parts)
 
 
-def _magnifier(layers: pd.DataFrame) -> str:
-    """Lines from the simulated part of the first bar to the second."""
+def _bracket(layers: pd.DataFrame) -> str:
+    """A bracket at the simulated layers of the whole structure."""
     total = float(layers["thickness"].sum())
-    kinds = layers["kind"].to_numpy()
+    is_active = (layers["kind"] == "active").to_numpy()
     thickness = layers["thickness"].to_numpy()
-    below = thickness[: int(np.argmax(kinds == "active"))].sum()
-    top = below + thickness[kinds == "active"].sum()
-    left, right = 20 + BAR, 420
-    lines = []
-    for height, end in ((below, TOP + HEIGHT), (top, TOP)):
-        y = TOP + HEIGHT - HEIGHT * height / total
-        lines.append(f'<path d="M{left} {y:.2f} L{right} {end}" stroke="#999" stroke-dasharray="3 3" fill="none"/>')
-    return "".join(lines)
+    if not is_active.any() or is_active.all():
+        return ""
+    below = thickness[: int(np.argmax(is_active))].sum()
+    top = below + thickness[is_active].sum()
+    low, high = (TOP + HEIGHT - HEIGHT * height / total for height in (below, top))
+    return f'<path d="M{LEFT - 4} {low:.2f} h-8 V{high:.2f} h8" stroke="#b3261e" stroke-width="2" fill="none"/>'

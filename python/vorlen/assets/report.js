@@ -2,7 +2,11 @@
 "use strict";
 (function () {
   const figures = JSON.parse(document.getElementById("data").textContent);
-  const config = { responsive: true, displaylogo: false, modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
+  const touch = window.matchMedia("(pointer: coarse)").matches;
+  const config = { responsive: true, displaylogo: false, displayModeBar: touch ? false : "hover",
+    modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
+  const PAPER = { width: 670, height: 860 };  // pixels: A4 without its margins, and room for a heading
+  const NAME_DISTANCE = 24;  // pixels between the names of stages
   const node = (name) => document.getElementById("chart-" + name);
 
   // Value of `to` at `value` of `from`; both rise, linear between their points.
@@ -18,16 +22,25 @@
     return span > 0 ? to[low] + (to[high] - to[low]) * (value - from[low]) / span : to[low];
   }
 
-  // Narrow screens have no room for names of stages and wide margins.
+  // Narrow screens have narrow margins, and room for fewer names of stages.
   function fit(name) {
-    const narrow = node(name).clientWidth < 480;
+    const width = node(name).clientWidth, narrow = width < 480;
     const layout = figures[name].layout;
-    layout.margin.l = narrow ? 58 : 74;
+    layout.margin.r = narrow ? 34 : 46;
     layout.font.size = narrow ? 11 : 13;
-    if (narrow) layout.legend.font = { size: 10 };
-    if (layout.legend && name !== "interface") layout.legend.y = -52 / (layout.height - 116);
-    layout.margin.b = narrow && name !== "interface" ? 130 : 90;
-    layout.dragmode = window.matchMedia("(pointer: coarse)").matches ? false : "zoom";
+    layout.dragmode = touch ? false : "zoom";
+    if (narrow) layout.legend.font = { size: 11 };
+    if (name === "interface") return;
+    layout.margin.b = narrow ? 175 : 140;
+    layout.legend.y = -52 / (layout.height - layout.margin.t - layout.margin.b);
+    const range = layout.xaxis.range;
+    const pixels = (width - layout.margin.l - layout.margin.r) / (range[1] - range[0]);
+    let last = -Infinity;
+    layout.annotations = layout.annotations.filter((mark) => {
+      if ((mark.x - last) * pixels < NAME_DISTANCE) return false;
+      last = mark.x;
+      return true;
+    });
   }
 
   const names = ["time", "depth"].filter((name) => figures[name]);
@@ -40,7 +53,6 @@
     const here = node(from), there = node(to);
     const link = figures.link;
     if (link[from].includes(null) || link[to].includes(null)) return;
-    let busy = false;
     here.on("plotly_hover", (event) => {
       if (!event.points.length || tie.silent) return;
       tie.silent = true;
@@ -63,6 +75,8 @@
   Promise.all(drawn).then(() => {
     if (names.length === 2) { tie("time", "depth"); tie("depth", "time"); }
     if (figures.interface) drawInterfaces();
+    // Each chart is one picture with words of its own; its parts say nothing to a screen reader.
+    for (const part of document.querySelectorAll(".chart > *, #js-plotly-tester")) part.setAttribute("aria-hidden", "true");
     document.documentElement.dataset.drawn = "yes";
   });
 
@@ -91,9 +105,14 @@
   }
 
   // Paper has another width than the screen.
-  function resize() {
-    for (const name of ["time", "depth", "interface"]) if (figures[name]) Plotly.Plots.resize(node(name));
+  function fitTo(paper) {
+    for (const name of ["time", "depth", "interface"]) {
+      if (!figures[name]) continue;
+      const height = figures[name].layout.height;
+      Plotly.relayout(node(name), paper ? { width: paper.width, height: Math.min(height, paper.height), autosize: false }
+        : { width: null, height: height, autosize: true });
+    }
   }
-  window.addEventListener("beforeprint", resize);
-  window.addEventListener("afterprint", resize);
+  window.addEventListener("beforeprint", () => fitTo(PAPER));
+  window.addEventListener("afterprint", () => fitTo(null));
 })();

@@ -1,0 +1,291 @@
+"""vorlen.report in a real browser: charts, hover, zoom, paper, phone, screen reader; and the reports of failed runs.
+
+With VORLEN_SCREENSHOTS set to a folder the pages are also left there as pictures.
+"""
+
+from __future__ import annotations
+
+import html.parser
+import os
+import re
+import subprocess
+import sys
+import zlib
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+import vorlen
+from browser import Browser
+from support import MQW, ROOT, V_DEFECTS, failing_recipe, recipe_with_not_a_numbers
+from vorlen.report import render
+
+PANELS = 5  # composition, growth rate, temperature, strain, densities
+
+
+@pytest.fixture(scope="module")
+def browser() -> Iterator[Browser]:
+    browser = Browser()
+    yield browser
+    browser.close()
+
+
+@pytest.fixture(scope="module")
+def pages(tmp_path_factory: pytest.TempPathFactory) -> dict[str, Path]:
+    """Reports of a run with V-defects, of wells, of a failed run, of a refused recipe, and of not-a-numbers."""
+    folder = tmp_path_factory.mktemp("reports")
+    runs: dict[str, vorlen.Run | vorlen.SimulationError] = {
+        "v_defects": vorlen.run(V_DEFECTS, folder / "v_defects.result.txt"),
+        "wells": vorlen.run(MQW),
+        "nan": vorlen.run(recipe_with_not_a_numbers()),
+    }
+    refused = vorlen.Recipe.load(V_DEFECTS)
+    refused["process_stages/stage_1/T"] = 0
+    for name, recipe in (("failed", failing_recipe()), ("refused", refused)):
+        with pytest.raises(vorlen.SimulationError) as caught:
+            vorlen.run(recipe)
+        runs[name] = caught.value
+    return {name: vorlen.report(run, folder / f"{name}.html") for name, run in runs.items()}
+
+
+def keep_picture(browser: Browser, name: str) -> None:
+    if os.environ.get("VORLEN_SCREENSHOTS"):
+        browser.screenshot(Path(os.environ["VORLEN_SCREENSHOTS"], f"{name}.png"))
+
+
+@pytest.fixture(scope="module", params=("v_defects", "wells", "failed", "refused", "nan"))
+def name(request: pytest.FixtureRequest, browser: Browser, pages: dict[str, Path]) -> str:
+    """Name of a page that lies open in a wide window."""
+    browser.console()
+    browser.open(pages[request.param])
+    return request.param
+
+
+def test_a_page_draws_its_charts_without_a_network_and_without_a_complaint(name: str, browser: Browser) -> None:
+    assert browser.console() == []
+    has_charts = name != "refused"
+    assert browser.run("return document.querySelectorAll('.chart').length > 0") is has_charts
+    for chart in ("time", "depth") if has_charts else ():
+        panels = browser.run(f"return document.querySelectorAll('#chart-{chart} .ylines-above').length")
+        assert panels == PANELS
+        drawn = f"return [...document.querySelectorAll('#chart-{chart} .js-line')].filter(e => e.getBBox().width > 50).length"
+        # Of the run without numbers no heights are known, and over time only what the recipe says.
+        assert browser.run(drawn) >= ({"time": 2, "depth": 0}[chart] if name == "nan" else 7)
+    keep_picture(browser, name)
+
+
+def test_a_page_holds_all_it_needs(pages: dict[str, Path]) -> None:
+    for path in pages.values():
+        text = path.read_text()
+        markup = re.sub(r"<script.*?</script>", "", text, flags=re.DOTALL)
+        assert re.findall(r'(?:src|href)="(?!#|data:)[^"]*"', markup) == []
+        assert "url(" not in markup and "@import" not in markup
+
+
+def value_at(browser: Browser, chart: str, share: float) -> tuple[float, float, float]:
+    """Place of the window in the first panel of a chart, at a share of its width, and the x value there."""
+    browser.run(f"document.getElementById('chart-{chart}').scrollIntoView({{block: 'start'}})")
+    return browser.run(
+        f"""const chart = document.getElementById('chart-{chart}'), axis = chart._fullLayout.xaxis;
+        const box = chart.querySelector('.nsewdrag[data-subplot="xy"]').getBoundingClientRect();
+        const x = box.left + {share} * box.width;
+        return [x, box.top + box.height / 2, axis.p2d({share} * box.width)];"""
+    )
+
+
+def hover_texts(browser: Browser, chart: str) -> str:
+    return browser.run(f"return document.querySelector('#chart-{chart} .hoverlayer').textContent")
+
+
+def test_hovering_shows_the_values_there_in_both_charts(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["v_defects"])
+    x, y, time = value_at(browser, "time", 0.5)
+    browser.hover(x, y)
+    browser.wait("return document.querySelector('#chart-time .hoverlayer').textContent.includes('In')")
+    shown = hover_texts(browser, "time")
+    profile = vorlen.run(V_DEFECTS).profile
+    row = profile.iloc[(profile["time"] - time).abs().argmin()]
+    for name, text in (
+        ("In", f"{row['x_in']:.4g}"),
+        ("growth rate", f"{row['rate']:.4g} nm/s"),
+        ("temperature", "1030 K"),
+        ("strain at growth (t)", f"{100 * row['eps_xx_t']:.4g} %"),
+    ):
+        assert f"{name} : {text}" in shown, (name, text, shown)
+    browser.wait("return document.querySelector('#chart-depth .hoverlayer').textContent.includes('growth rate')")
+    assert f"growth rate : {row['rate']:.3g}"[:-1] in hover_texts(browser, "depth")
+    browser.hover(5, 5)
+
+
+def test_zooming_in_one_chart_zooms_the_other(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["wells"])
+    left, right = value_at(browser, "time", 0.25), value_at(browser, "time", 0.75)
+    browser.drag((left[0], left[1]), (right[0], right[1]))
+    full = "document.getElementById('chart-{}')._fullLayout.xaxis.range"
+    browser.wait(f"return {full.format('time')}[0] > {left[2] - 1}")
+    browser.wait(f"return {full.format('depth')}[0] > 1")
+    times, depths = (browser.run(f"return {full.format(chart)}") for chart in ("time", "depth"))
+    active = vorlen.run(MQW).profile.query("active")
+    for time, depth in zip(times, depths):
+        nearest = active.iloc[(active["time"] - time).abs().argsort()[:2]]["z"] - active["z"].iloc[0]
+        assert nearest.min() - 0.5 < depth < nearest.max() + 0.5
+
+
+def test_each_interface_can_be_looked_at_with_its_width(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["wells"])
+    table = vorlen.run(MQW).interfaces
+    assert browser.run("return document.getElementById('interface-choice').options.length") == len(table) == 6
+    for number in (1, 6):
+        browser.run(
+            f"""const choice = document.getElementById('interface-choice'); choice.value = '{number - 1}';
+            choice.dispatchEvent(new Event('change'));"""
+        )
+        width = table.loc[number, "width"]
+        caption = browser.run("return document.getElementById('interface-caption').textContent")
+        assert f"10–90 % width {width:.3g} nm" in caption
+        low, high = browser.run("return document.getElementById('chart-interface')._fullLayout.xaxis.range")
+        height = table.loc[number, "z"] - 2000.0
+        assert low < height < high and high - low < 20 * width
+
+
+def test_a_page_prints_on_paper(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["v_defects"])
+    pdf = browser.print_page()
+    assert pdf.startswith(b"%PDF") and 2 <= len(re.findall(rb"/Type\s*/Page\b", pdf)) <= 6
+    browser.command("Emulation.setEmulatedMedia", media="print")
+    # A4 less margins is 182 mm, 688 CSS pixels.
+    browser.command("Emulation.setDeviceMetricsOverride", width=688, height=1000, deviceScaleFactor=1, mobile=False)
+    browser.run("window.dispatchEvent(new Event('beforeprint'))")
+    for chart in ("time", "depth", "interface"):
+        box = browser.run(f"return document.querySelector('#chart-{chart} .main-svg').getBoundingClientRect().toJSON()")
+        assert 500 < box["width"] <= 688 and box["right"] <= 688 and box["height"] < 950
+    hidden = browser.run("return getComputedStyle(document.querySelector('p.no-print')).display")
+    assert hidden == "none"
+    widths = "return [...document.querySelectorAll('table')].map(t => t.getBoundingClientRect().right)"
+    assert all(right <= 688 for right in browser.run(widths))
+    browser.run("window.dispatchEvent(new Event('afterprint'))")
+    browser.command("Emulation.setEmulatedMedia", media="")
+
+
+@pytest.mark.parametrize("page", ["wells", "failed", "refused"])
+def test_a_page_is_readable_on_a_phone(page: str, browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages[page], width=390, height=844, phone=True)
+    assert browser.run("return document.documentElement.scrollWidth") <= 390
+    small = browser.run(
+        """return [...document.querySelectorAll('p, dd, dt, td, th, li, figcaption, .stack-name')]
+        .filter(e => e.textContent.trim() && e.getBoundingClientRect().width > 0)
+        .filter(e => parseFloat(getComputedStyle(e).fontSize) < 12.5).map(e => e.textContent)"""
+    )
+    assert small == []
+    assert browser.console() == []
+    keep_picture(browser, f"{page}-phone")
+
+
+def test_a_page_is_readable_with_a_screen_reader(name: str, browser: Browser) -> None:
+    tree = browser.command("Accessibility.getFullAXTree")["nodes"]
+    nodes = [(node["role"]["value"], node.get("name", {}).get("value", "")) for node in tree if not node["ignored"]]
+    roles = [role for role, _ in nodes]
+    assert browser.run("return document.documentElement.lang") == "en"
+    for landmark in ("banner", "main", "contentinfo"):
+        assert roles.count(landmark) == 1, landmark
+    levels = browser.run("return [...document.querySelectorAll('h1, h2, h3')].map(h => Number(h.tagName[1]))")
+    assert levels[0] == 1 and levels.count(1) == 1 and set(levels[1:]) <= {2}
+    # Every picture has words, every region and control a name, every table a caption and headed columns and rows.
+    for role, text in nodes:
+        if role in ("image", "img", "region", "combobox", "table"):
+            assert text.strip(), (role, text)
+    if name != "refused":
+        assert sum(role in ("image", "img") for role, _ in nodes) >= 4
+        assert "columnheader" in roles and "rowheader" in roles
+    assert browser.run("return [...document.querySelectorAll('th')].every(h => h.scope)") is True
+    duplicates = browser.run("const ids = [...document.querySelectorAll('body > * [id]:not(.chart *)')].map(e => e.id); return ids.length - new Set(ids).size")
+    assert duplicates == 0
+
+
+def luminance(colour: str) -> float:
+    """Relative luminance of rgb(...), as WCAG 2.1 defines it."""
+    parts = [int(value) / 255 for value in re.findall(r"\d+", colour)[:3]]
+    linear = [part / 12.92 if part <= 0.04045 else ((part + 0.055) / 1.055) ** 2.4 for part in parts]
+    return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2]
+
+
+def test_all_text_has_the_contrast_that_wcag_asks_for(name: str, browser: Browser) -> None:
+    pairs = browser.run(
+        """const found = [];
+        for (const e of document.querySelectorAll('body *:not(.chart *):not(script):not(style):not(title):not(desc)')) {
+          if (![...e.childNodes].some(n => n.nodeType === 3 && n.data.trim())) continue;
+          let ground = e, colour = 'rgba(0, 0, 0, 0)';
+          while (ground && colour === 'rgba(0, 0, 0, 0)') { colour = getComputedStyle(ground).backgroundColor; ground = ground.parentElement; }
+          const style = getComputedStyle(e);
+          found.push([e.ownerSVGElement ? style.fill : style.color, colour, e.textContent.slice(0, 40)]);
+        }
+        return found;"""
+    )
+    assert len(pairs) > (10 if name == "refused" else 30)
+    for text, ground, words in pairs:
+        bright, dark = sorted((luminance(text), luminance(ground)), reverse=True)
+        assert (bright + 0.05) / (dark + 0.05) >= 4.5, (words, text, ground)
+
+
+def test_a_failed_run_tells_its_text_and_where_it_stopped(pages: dict[str, Path]) -> None:
+    text = re.sub(r"\s+", " ", pages["failed"].read_text())
+    assert "Step size has become too small" in text  # docs/messages.md
+    assert "It stopped at 3723.99" in text and "in layer 2, InGaN." in text and "GaN cap, was not begun" in text
+    refused = pages["refused"].read_text()
+    assert "Very low or negative temperature in stage_1" in refused and "Nothing was simulated" in refused
+
+
+def test_warnings_tell_of_v_defects_and_of_not_a_numbers(pages: dict[str, Path]) -> None:
+    # 5.6 nm after the begin at 2000 nm, as the example's comment tells
+    assert re.search(r"V-defects opened at 3718\.\d+ s, 2005\.6\d+ nm, in layer 2, InGaN", pages["v_defects"].read_text())
+    assert "136 of 139 rows hold numbers that are not finite" in pages["nan"].read_text()
+
+
+class Names(html.parser.HTMLParser):
+    """Element names and texts of a page."""
+
+    def __init__(self) -> None:
+        super().__init__()
+        self.tags: list[str] = []
+
+    def handle_starttag(self, tag: str, attrs: list[tuple[str, str | None]]) -> None:
+        self.tags.append(tag)
+
+
+def test_names_from_the_recipe_are_shown_and_not_obeyed(browser: Browser, tmp_path: Path) -> None:
+    nasty = "</script><script>document.title='bad'</script><img src=x onerror=\"document.title='bad'\">"
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["process_stages/stage_1/name"] = nasty
+    page = vorlen.report(vorlen.run(recipe), tmp_path / "r.html")
+    browser.open(page)
+    assert browser.driver.title == "ingan_v_defects.xml – growth run"
+    assert browser.run("return document.querySelector('tbody tr:nth-child(2) th').textContent") == nasty
+    names = Names()
+    names.feed(page.read_text())
+    assert "img" not in names.tags
+
+
+def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp_path: Path) -> None:
+    vorlen.run(V_DEFECTS, tmp_path / "a.result.txt")
+    command = [sys.executable, "-m", "vorlen", "report"]
+    environment = os.environ | {"PYTHONPATH": str(ROOT / "python")}
+    done = subprocess.run([*command, "a.result.txt"], cwd=tmp_path, env=environment, capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stdout, done.stderr) == (0, "a.html\n", "")
+    assert "temperature" in (tmp_path / "a.html").read_text()
+    for arguments, told in (
+        (["none.txt"], "No such file"),
+        (["a.html"], "a.html, line 1: expected"),
+        (["a.result.txt", "--recipe", "none.xml"], "there is no recipe none.xml"),
+        (["a.result.txt", "-o", "a.result.txt"], "would overwrite"),
+        (["a.result.txt", "-o", "nowhere/a.html"], "No such file"),
+    ):
+        done = subprocess.run([*command, *arguments], cwd=tmp_path, env=environment, capture_output=True, text=True, check=False)
+        assert done.returncode == 1 and told in done.stderr and "Traceback" not in done.stderr, done.stderr
+    assert subprocess.run(command, env=environment, capture_output=True, check=False).returncode == 2
+
+
+def test_the_same_run_gives_the_same_page(tmp_path: Path) -> None:
+    run = vorlen.run(V_DEFECTS)
+    assert render(run) == render(run)
+    assert len(zlib.compress(render(run).encode())) < 1_000_000  # bytes: it can be mailed
