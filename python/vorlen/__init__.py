@@ -17,6 +17,7 @@ from .recipe import Recipe, RecipeError
 from .report import report
 from .result_file import ResultFileError
 from .run import Run, SimulationError, read, run
+from .sweep import sweep, write_plan
 
 __all__ = [
     "LibraryNotFoundError",
@@ -29,4 +30,6 @@ __all__ = [
     "read",
     "report",
     "run",
+    "sweep",
+    "write_plan",
 ]

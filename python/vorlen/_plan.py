@@ -1,0 +1,219 @@
+"""What a sweep consists of: a recipe, the values that vary, and the numbered rows that come of them.
+
+A plan can be kept in a file, for batch systems that start one task after the other:
+
+    {"recipe": "mqw.xml", "parameters": {"process_stages/stage_1/T": [1000, 1010, 1020]}, "mode": "grid",
+     "timeout": 60, "out": "temperatures"}
+
+Paths in it are relative to the folder of the file. In place of "parameters", "table" names a file of comma-separated
+values with a column per parameter and a line per row.
+"""
+
+from __future__ import annotations
+
+import hashlib
+import itertools
+import json
+import math
+import os
+import uuid
+from collections.abc import Iterable, Mapping
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+import pandas as pd
+
+from .recipe import Recipe
+from .run import RecipeSource
+
+MODES = ("grid", "zip")
+PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out")
+ROWS_FOLDER = "rows"
+
+
+class PlanError(ValueError):
+    """A sweep can't be done as it is asked for; the text says what to change."""
+
+
+@dataclass(frozen=True)
+class Plan:
+    """Everything that decides what the rows of a sweep are."""
+
+    recipe: bytes  # XML of the recipe that the rows start from
+    parameters: dict[str, list[Any]]  # path in the recipe: its values
+    mode: str = "grid"  # grid: every combination, the last parameter fastest; zip: the n-th values together
+    timeout: float | None = None  # s for one row, None: no limit
+
+    def rows(self) -> list[dict[str, Any]]:
+        """The values of each row. A pair, the begin and end of a ramp, is a list of two numbers."""
+        combine = itertools.product if self.mode == "grid" else zip
+        return [dict(zip(self.parameters, values)) for values in combine(*self.parameters.values())]
+
+
+@dataclass(frozen=True)
+class RowFiles:
+    """Where the files of one row stand, below the folder of the sweep."""
+
+    recipe: Path
+    result: Path
+    status: Path
+
+
+def row_files(folder: Path, number: int) -> RowFiles:
+    """The files of row number, counted from 0. folder may be relative."""
+    stem = f"{number:06d}"
+    rows = folder / ROWS_FOLDER
+    return RowFiles(rows / f"{stem}.xml", rows / f"{stem}.result.txt", rows / f"{stem}.status.json")
+
+
+def row_recipe(base: Recipe, values: Mapping[str, Any]) -> bytes:
+    """XML of a row's recipe: the base with the row's values."""
+    recipe = base.copy()
+    for path, value in values.items():
+        recipe[path] = tuple(value) if isinstance(value, list) else value
+    return recipe.to_bytes()
+
+
+def write_atomically(path: Path, content: bytes) -> None:
+    """Puts a file in place complete: whoever looks finds the old one or the new one, never a part."""
+    part = path.with_name(f".{path.name}.{uuid.uuid4().hex}")
+    try:
+        part.write_bytes(content)
+        os.replace(part, path)
+    finally:
+        part.unlink(missing_ok=True)
+
+
+def sha256(content: bytes) -> str:
+    return hashlib.sha256(content).hexdigest()
+
+
+def recipe_bytes(recipe: str | os.PathLike[str] | Recipe) -> bytes:
+    """XML of a recipe that is given as a path, as a Recipe or as the XML itself."""
+    content = RecipeSource.of(recipe).content
+    if content is None:
+        raise FileNotFoundError(f"there is no recipe {recipe}")
+    return content
+
+
+def _plain_value(value: Any, path: str) -> Any:
+    """A value as JSON holds it, so that a plan means the same in memory and in a file."""
+    if hasattr(value, "item") and not isinstance(value, (str, bytes)):
+        value = value.item() if getattr(value, "ndim", 0) == 0 else list(value)
+    if isinstance(value, str) and value.startswith("["):
+        value = json.loads(value)  # a pair in a column of a table
+    if isinstance(value, (list, tuple)):
+        if len(value) != 2:
+            raise PlanError(f"{path}: a list is a pair, begin and end of a ramp, not {value!r}")
+        return [_plain_value(part, path) for part in value]
+    if isinstance(value, (int, float)) and not math.isfinite(value):
+        raise PlanError(f"{path}: {value} is no value for a recipe")
+    if not isinstance(value, (int, float, str)):
+        raise PlanError(f"{path}: a value is a number, a text or a pair of numbers, not {value!r}")
+    return value
+
+
+def make_plan(
+    recipe: str | os.PathLike[str] | Recipe,
+    parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
+    mode: str = "grid",
+    timeout: float | None = None,
+) -> Plan:
+    """A plan whose every row has been tried on the recipe: paths that are not there are told now, not in each row."""
+    if mode not in MODES:
+        raise PlanError(f'mode is "grid" or "zip", not {mode!r}')
+    if timeout is not None and not timeout > 0:
+        raise PlanError(f"timeout is a number of seconds above 0, or None, not {timeout!r}")
+    if isinstance(parameters, pd.DataFrame):
+        parameters, mode = {str(name): parameters[name].tolist() for name in parameters.columns}, "zip"
+    lists: dict[str, list[Any]] = {}
+    for path, values in parameters.items():
+        if isinstance(values, (str, bytes)) or not isinstance(values, Iterable):
+            raise PlanError(f"{path}: a list of values is expected, not {values!r}")
+        lists[path] = [_plain_value(value, path) for value in values]
+    if not lists or not all(lists.values()):
+        raise PlanError("a sweep needs one parameter at least, and one value for each")
+    if mode == "zip" and len({len(values) for values in lists.values()}) > 1:
+        counts = ", ".join(f"{path}: {len(values)}" for path, values in lists.items())
+        raise PlanError(f'with mode "zip" all parameters have the same number of values, not {counts}')
+    plan = Plan(recipe_bytes(recipe), lists, mode, timeout)
+    trial = Recipe(plan.recipe)
+    for path, values in lists.items():
+        one_of_each_kind = {type(value): value for value in reversed(values)}
+        for value in one_of_each_kind.values():
+            try:
+                trial[path] = tuple(value) if isinstance(value, list) else value
+            except (KeyError, ValueError, TypeError) as error:
+                reason = error.args[0] if error.args else error
+                raise PlanError(f"{path} can't be set to {value!r}: {reason}") from error
+    return plan
+
+
+def write_plan(
+    path: str | os.PathLike[str],
+    recipe: str | os.PathLike[str] | Recipe,
+    parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
+    mode: str = "grid",
+    timeout: float | None = None,
+    out: str | os.PathLike[str] | None = None,
+) -> Path:
+    """Writes a plan for `vorlen sweep`, and the recipe beside it, as NAME.recipe.xml. Arguments as for sweep()."""
+    path = Path(path)
+    plan = make_plan(recipe, parameters, mode, timeout)
+    copy = path.with_name(f"{path.stem}.recipe.xml")
+    write_atomically(copy, plan.recipe)
+    _write_plan_file(path, plan, copy.name, path.stem if out is None else os.fspath(out))
+    return path
+
+
+def _write_plan_file(path: Path, plan: Plan, recipe: str, out: str) -> None:
+    content = {
+        "recipe": recipe, "parameters": plan.parameters, "mode": plan.mode, "timeout": plan.timeout, "out": out,
+    }
+    write_atomically(path, (json.dumps(content, indent=1) + "\n").encode())
+
+
+def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
+    """The plan of a file, and the folder that its sweep goes to."""
+    path = Path(path)
+    try:
+        content = json.loads(path.read_text(encoding="utf-8"))
+    except ValueError as error:
+        raise PlanError(f"{path} is no JSON: {error}") from error
+    if not isinstance(content, dict):
+        raise PlanError(f"{path}: a plan is an object with {', '.join(PLAN_KEYS)}")
+    unknown = sorted(set(content) - set(PLAN_KEYS))
+    if unknown:
+        raise PlanError(f"{path}: {unknown[0]!r} is not known; there are {', '.join(PLAN_KEYS)}")
+    if not isinstance(content.get("recipe"), str) or ("parameters" in content) == ("table" in content):
+        raise PlanError(f'{path}: "recipe" and one of "parameters" and "table" are needed')
+    if "table" in content:
+        parameters = pd.read_csv(path.parent / content["table"], float_precision="round_trip")
+    else:
+        parameters = content["parameters"]
+        if not isinstance(parameters, dict):
+            raise PlanError(f'{path}: "parameters" is an object with a list of values for each path')
+    plan = make_plan(
+        path.parent / content["recipe"], parameters, content.get("mode", "grid"), content.get("timeout")
+    )
+    return plan, path.parent / content.get("out", path.stem)
+
+
+def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
+    """Makes the folder of a sweep, with the plan and the recipe in it.
+
+    A folder that holds other rows is left alone, unless resume is False: further rows behind the old ones are welcome.
+    """
+    plan_path, recipe_path = folder / "plan.json", folder / "recipe.xml"
+    if resume and plan_path.exists() and recipe_path.exists():
+        old = read_plan(plan_path)[0]
+        old_rows = old.rows()
+        if old.recipe != plan.recipe or plan.rows()[: len(old_rows)] != old_rows:
+            raise PlanError(
+                f"{folder} holds a sweep with another recipe or other rows. Name another folder for this one, or say "
+                f"resume=False to replace the old one"
+            )
+    (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
+    write_atomically(recipe_path, plan.recipe)
+    _write_plan_file(plan_path, plan, recipe_path.name, ".")

@@ -1,0 +1,86 @@
+"""The command line of sweeps: vorlen sweep PLAN, also in parts, for batch systems."""
+
+from __future__ import annotations
+
+import argparse
+import sys
+from dataclasses import replace
+from pathlib import Path
+
+from ._plan import PlanError, prepare_folder, read_plan
+from ._table import collect_rows, count_text, ranges, write_table
+from .recipe import RecipeError
+from .sweep import run_rows
+
+
+def _row_range(text: str) -> tuple[int, int]:
+    first, colon, last = text.partition(":")
+    if not colon or not first.isdigit() or not last.isdigit() or int(first) >= int(last):
+        raise argparse.ArgumentTypeError(f"{text} is no range of rows; 0:50 are the first fifty")
+    return int(first), int(last)
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(
+        prog="vorlen sweep",
+        description="Runs the rows of a plan, or a part of them. Rows that are done are not run again.",
+        epilog="Exit status: 0 when every row asked for has a status, whatever it is; 1 when rows are missing or the "
+        "plan is wrong; 2 for a wrong command line.",
+    )
+    parser.add_argument("plan", type=Path, help="plan of the sweep, a JSON file")
+    what = parser.add_mutually_exclusive_group()
+    what.add_argument("--rows", type=_row_range, metavar="A:B", help="run the rows from A, counted from 0, to B - 1")
+    what.add_argument("--merge", action="store_true", help="run nothing; put the table together from the rows done")
+    what.add_argument("--count", action="store_true", help="print the number of rows")
+    parser.add_argument("--out", type=Path, help="folder of the sweep, in place of the plan's")
+    parser.add_argument("--workers", type=int, help="runs at a time; default: one per processor")
+    parser.add_argument("--timeout", type=float, metavar="S", help="seconds for one run, in place of the plan's")
+    parser.add_argument("--no-resume", action="store_true", help="run rows that are done, too")
+    parser.add_argument("--quiet", action="store_true", help="no progress bar")
+    return parser
+
+
+def main(arguments: list[str] | None = None) -> int:
+    """vorlen sweep. Returns the exit status."""
+    parser = _parser()
+    options = parser.parse_args(arguments)
+    if options.workers is not None and options.workers < 1:
+        parser.error("--workers is 1 or more")
+    if options.timeout is not None and not options.timeout > 0:
+        parser.error("--timeout is above 0")
+    try:
+        return _sweep(options)
+    except (PlanError, RecipeError, OSError) as error:
+        print(f"vorlen sweep: {error}", file=sys.stderr)
+        return 1
+
+
+def _sweep(options: argparse.Namespace) -> int:
+    plan, folder = read_plan(options.plan)
+    folder = options.out or folder
+    inputs = plan.rows()
+    if options.count:
+        print(len(inputs))
+        return 0
+    if options.timeout is not None:
+        plan = replace(plan, timeout=options.timeout)
+    if not options.merge:
+        first, last = options.rows or (0, len(inputs))
+        if first >= len(inputs):
+            raise PlanError(f"there is no row {first}: the plan has {len(inputs)} rows, counted from 0")
+        prepare_folder(plan, folder, resume=not options.no_resume)
+        numbers = range(first, min(last, len(inputs)))
+        rows = run_rows(plan, folder, numbers, options.workers, resume=not options.no_resume, progress=not options.quiet)
+        print(count_text(rows))
+        if options.rows:
+            return 0
+    rows = collect_rows(plan, folder)
+    table = write_table(inputs, rows, folder)
+    if options.merge:
+        print(count_text(rows))
+    print(f"table in {table}")
+    missing = [number for number, row in enumerate(rows) if row["status"] == "missing"]
+    if missing:
+        print(f"vorlen sweep: rows {ranges(missing)} are missing", file=sys.stderr)
+        return 1
+    return 0

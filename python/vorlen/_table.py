@@ -1,0 +1,95 @@
+"""The table of a sweep: one row per run, in the order of the plan.
+
+It holds nothing that differs from one machine or one day to the next, so that the table of a sweep in parts is the
+table of a sweep in one go, byte for byte. Durations, hosts and dates stand in the status file of each row.
+"""
+
+from __future__ import annotations
+
+import json
+import re
+from collections import Counter
+from pathlib import Path
+from typing import Any
+
+import pandas as pd
+
+from ._plan import Plan, row_files, row_recipe, sha256, write_atomically
+from ._row import END_VALUES, LAYER_VALUES, row_of_status
+from .recipe import Recipe
+from .run import read_status
+
+TABLE_NAME = "table.csv"
+UNITS = {
+    "z": "nm", "rho_td_t": "cm^-2", "rho_td_z": "cm^-2", "v_defects_t": "cm^-2", "eps_xx_t": "1",
+    "thickness": "nm", "x_in": "1", "x_ga": "1", "x_al": "1",
+}
+
+
+def _value_columns(rows: list[dict[str, Any]]) -> list[str]:
+    """Columns of key results: of the whole structure, then layer after layer."""
+    counts = [
+        int(match[1]) for row in rows for name in row["values"] if (match := re.fullmatch(r"thickness_(\d+)", name))
+    ]
+    return [
+        *END_VALUES,
+        *(f"{name}_{number}" for number in range(1, max(counts, default=0) + 1) for name in LAYER_VALUES),
+    ]
+
+
+def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]], folder: Path) -> pd.DataFrame:
+    """The data frame that a sweep returns. Paths of files begin with folder."""
+    columns = _value_columns(rows)
+    records = []
+    for number, (values, row) in enumerate(zip(inputs, rows)):
+        files = row_files(folder, number)
+        record = {path: tuple(value) if isinstance(value, list) else value for path, value in values.items()}
+        record.update(status=row["status"], text=row["text"])
+        record.update((name, row["values"].get(name)) for name in columns)
+        record["recipe_file"] = str(files.recipe)
+        record["result_file"] = str(files.result) if row["result"] else ""
+        record["status_file"] = str(files.status) if row["status"] not in ("lost", "missing") else ""
+        records.append(record)
+    table = pd.DataFrame(records)
+    table = table.astype({name: float for name in columns})
+    table.index.name = "row"
+    table.attrs["units"] = {name: UNITS[re.sub(r"_\d+$", "", name)] for name in columns}
+    return table
+
+
+def write_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]], folder: Path) -> Path:
+    """Writes the table into the folder of the sweep. Paths in it begin there, and a pair is written as [begin, end]."""
+    table = make_table(inputs, rows, Path())
+    for path in inputs[0]:
+        table[path] = [json.dumps(value) if isinstance(value, tuple) else value for value in table[path]]
+    target = folder / TABLE_NAME
+    write_atomically(target, table.to_csv(lineterminator="\n").encode())
+    return target
+
+
+def collect_rows(plan: Plan, folder: Path) -> list[dict[str, Any]]:
+    """Rows of a sweep from its status files. A row that has none of this recipe and version has the status missing."""
+    base = Recipe(plan.recipe)
+    rows = []
+    for number, values in enumerate(plan.rows()):
+        status = read_status(row_files(folder, number).result)
+        row = row_of_status(status, sha256(row_recipe(base, values))) if status else None
+        rows.append(row or {"status": "missing", "text": "", "values": {}, "result": False})
+    return rows
+
+
+def ranges(numbers: list[int]) -> str:
+    """Row numbers as the command line takes them: 3:5 9:10."""
+    found: list[list[int]] = []
+    for number in numbers:
+        if found and found[-1][1] == number:
+            found[-1][1] += 1
+        else:
+            found.append([number, number + 1])
+    return " ".join(f"{first}:{last}" for first, last in found)
+
+
+def count_text(rows: list[dict[str, Any]]) -> str:
+    """How the rows ended, in words: 12 rows: 10 ok, 2 failed."""
+    counts = Counter(row["status"] for row in rows)
+    return f"{len(rows)} rows: " + ", ".join(f"{count} {status}" for status, count in sorted(counts.items(), reverse=True))

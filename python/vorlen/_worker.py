@@ -1,0 +1,44 @@
+"""The worker process of a sweep: python -m vorlen._worker
+
+Reads one task per line from standard input and answers each with one line, both JSON. A run that brings the process
+down takes nothing else with it; vorlen._pool sees the end of the process and starts another.
+"""
+
+from __future__ import annotations
+
+import ctypes
+import json
+import os
+import signal
+import sys
+
+from ._library import LibraryNotFoundError, _load, find_library
+from ._row import do_row
+
+PR_SET_PDEATHSIG = 1  # <sys/prctl.h>
+
+
+def _die_with_parent() -> None:
+    """A worker that hangs in the library would not notice that nobody waits for it any more."""
+    parent = os.getppid()
+    ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+    if os.getppid() != parent:
+        sys.exit()
+
+
+def main() -> None:
+    _die_with_parent()
+    answers = os.fdopen(os.dup(1), "wb", buffering=0)
+    os.dup2(2, 1)  # what the library may print must not look like an answer
+    try:
+        _load(find_library())
+    except LibraryNotFoundError as error:
+        answers.write(f"{error}\n".encode())
+        return
+    answers.write(b"ready\n")
+    for line in sys.stdin.buffer:
+        answers.write(json.dumps(do_row(json.loads(line))).encode() + b"\n")
+
+
+if __name__ == "__main__":
+    main()
