@@ -13,10 +13,12 @@ like only when they are used.
 
 from ._library import LibraryNotFoundError
 from ._version import __version__
+from .fit import fit, plot_fit
 from .recipe import Recipe, RecipeError
 from .report import report
 from .result_file import ResultFileError
 from .run import Run, SimulationError, read, run
+from .sensitivity import sensitivity, tornado
 from .sweep import sweep, write_plan
 
 __all__ = [
@@ -27,9 +29,13 @@ __all__ = [
     "Run",
     "SimulationError",
     "__version__",
+    "fit",
+    "plot_fit",
     "read",
     "report",
     "run",
+    "sensitivity",
     "sweep",
+    "tornado",
     "write_plan",
 ]

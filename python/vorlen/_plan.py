@@ -51,6 +51,14 @@ class Plan:
         return [dict(zip(self.parameters, values)) for values in combine(*self.parameters.values())]
 
 
+def make_task(plan: Plan, folder: Path, number: int, values: dict[str, Any], resume: bool) -> dict[str, Any]:
+    """What a worker process needs to know to do one row, as JSON holds it."""
+    return {
+        "folder": str(folder.resolve()), "number": number, "values": values, "base_sha256": sha256(plan.recipe),
+        "timeout": plan.timeout, "resume": resume,
+    }
+
+
 @dataclass(frozen=True)
 class RowFiles:
     """Where the files of one row stand, below the folder of the sweep."""

@@ -51,8 +51,11 @@ def add_row(path: Path, row: dict[str, Any]) -> None:
 
 
 @functools.lru_cache(maxsize=4)
-def _base_recipe(path: str, modified: int) -> Recipe:
-    return Recipe(Path(path).read_bytes())
+def _base_recipe(folder: str, recipe_sha256: str) -> Recipe:
+    content = Path(folder, "recipe.xml").read_bytes()
+    if sha256(content) != recipe_sha256:
+        raise ValueError(f"{folder}/recipe.xml has been changed by somebody else")
+    return Recipe(content)
 
 
 def do_row(task: dict[str, Any]) -> dict[str, Any]:
@@ -62,7 +65,7 @@ def do_row(task: dict[str, Any]) -> dict[str, Any]:
     """
     os.chdir(task["folder"])
     files = row_files(Path(), task["number"])
-    content = row_recipe(_base_recipe("recipe.xml", os.stat("recipe.xml").st_mtime_ns), task["values"])
+    content = row_recipe(_base_recipe(task["folder"], task["base_sha256"]), task["values"])
     if task["resume"]:
         done = row_of_status(read_status(files.result), sha256(content))
         if done is not None and done["status"] in FINISHED and done["result"] == files.result.exists():

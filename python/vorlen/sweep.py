@@ -16,7 +16,7 @@ from typing import Any
 
 import pandas as pd
 
-from ._plan import Plan, make_plan, prepare_folder, write_plan
+from ._plan import Plan, make_plan, make_task, prepare_folder, write_plan
 from ._pool import LocalPool, WorkerStartError, default_workers, run_row
 from ._table import make_table, write_table
 from .recipe import Recipe
@@ -86,13 +86,7 @@ def run_rows(
     if workers is not None and workers < 1:
         raise ValueError(f"workers is 1 or more, not {workers}")
     inputs = plan.rows()
-    tasks = [
-        {
-            "folder": str(folder.resolve()), "number": number, "values": inputs[number], "timeout": plan.timeout,
-            "resume": resume,
-        }
-        for number in numbers
-    ]
+    tasks = [make_task(plan, folder, number, inputs[number], resume) for number in numbers]
     if executor is not None:
         return run_tasks(tasks, executor, progress)
     with LocalPool(min(workers or default_workers(), len(tasks))) as pool:

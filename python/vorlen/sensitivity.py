@@ -1,0 +1,144 @@
+"""Sensitivity: how much the results change when one parameter after the other does, and the tornado plot of it.
+
+    table = vorlen.sensitivity("mqw.xml", ["chemistry/Kd_In/A", "process_stages/stage_1/T"])
+    vorlen.tornado(table, "x_in_2")
+"""
+
+from __future__ import annotations
+
+import os
+import tempfile
+from collections.abc import Iterable, Mapping
+from concurrent.futures import Executor
+from pathlib import Path
+from typing import TYPE_CHECKING, Any
+
+import numpy as np
+import pandas as pd
+
+from .recipe import Recipe
+from .run import RecipeSource, SimulationError
+from .sweep import sweep
+
+if TYPE_CHECKING:
+    from matplotlib.figure import Figure
+
+COLUMNS = ("parameter", "quantity", "value", "change", "base", "below", "above", "derivative", "elasticity", "text")
+
+
+def _moved(value: Any, change: float) -> Any:
+    """value + change; of a ramp both ends are moved."""
+    return tuple(end + change for end in value) if isinstance(value, tuple) else value + change
+
+
+def _changes(recipe: Recipe, parameters: Iterable[str] | Mapping[str, float], step: float) -> dict[str, float]:
+    changes = {}
+    for path in parameters:
+        if path not in recipe:
+            raise ValueError(f"the recipe has no {path}")
+        ends = recipe[path] if isinstance(recipe[path], tuple) else (recipe[path],)
+        if isinstance(ends[0], (str, dict)):
+            raise ValueError(f"{path} is {ends[0]!r}, not a number")
+        change = float(parameters[path]) if isinstance(parameters, Mapping) else step * float(np.mean(ends))
+        if change == 0.0 or not np.isfinite(change):
+            raise ValueError(f"{path}: a change of {change:g} shows nothing; give parameters as {{path: change}}")
+        changes[path] = abs(change)
+    if not changes:
+        raise ValueError("no parameter is named")
+    return changes
+
+
+def sensitivity(
+    recipe: str | os.PathLike[str] | Recipe,
+    parameters: Iterable[str] | Mapping[str, float],
+    step: float = 0.01,
+    workers: int | None = None,
+    executor: Executor | None = None,
+    out: str | os.PathLike[str] | None = None,
+    progress: bool = False,
+    timeout: float | None = None,
+) -> pd.DataFrame:
+    """Changes one parameter at a time, up and down, and takes central differences of all key results.
+
+    recipe      a path, a Recipe, or the XML itself
+    parameters  paths, each changed by step times its value; or a mapping of paths to changes in the parameter's unit.
+                Both ends of a ramp are moved together
+    out         folder for the files of the runs; None: they are not kept
+    workers, executor, progress, timeout  as for sweep()
+
+    Returns one row per parameter and quantity (the key results of sweep()):
+      value, change         of the parameter; of a ramp the value is the mean of its ends
+      base, below, above    the quantity in the recipe as it is, and with the parameter less and plus change
+      derivative            (above - below) / (2 change), in the quantity's unit by the parameter's
+      elasticity            per cent of the quantity by per cent of the parameter
+      text                  why a run has failed; the differences are NaN then
+    Raises SimulationError when the recipe itself fails.
+    """
+    source = RecipeSource.of(recipe)
+    if source.content is None:
+        raise FileNotFoundError(f"there is no recipe {recipe}")
+    base_recipe = Recipe(source.content, source.path)
+    changes = _changes(base_recipe, list(parameters) if not isinstance(parameters, Mapping) else parameters, step)
+    present = {path: base_recipe[path] for path in changes}
+    rows = [present]
+    for path, change in changes.items():
+        rows += [present | {path: _moved(present[path], sign * change)} for sign in (-1.0, 1.0)]
+    with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
+        runs = sweep(
+            base_recipe, pd.DataFrame(rows), workers=workers, executor=executor, out=Path(out or folder),
+            progress=progress, timeout=timeout,
+        )
+    if runs.status[0] != "ok":
+        raise SimulationError(runs.text[0], recipe)
+    records = []
+    for number, (path, change) in enumerate(changes.items()):
+        below, above = runs.loc[2 * number + 1], runs.loc[2 * number + 2]
+        text = next((row.text for row in (below, above) if row.status != "ok"), "")
+        value = float(np.mean(present[path]))
+        for quantity in runs.attrs["units"]:
+            base = runs.loc[0, quantity]
+            derivative = (above[quantity] - below[quantity]) / (2.0 * change)
+            elasticity = derivative * value / base if base != 0.0 else np.nan
+            records.append(
+                (path, quantity, value, change, base, below[quantity], above[quantity], derivative, elasticity, text)
+            )
+    table = pd.DataFrame(records, columns=list(COLUMNS))
+    table.attrs["units"] = runs.attrs["units"]
+    return table
+
+
+def tornado(
+    table: pd.DataFrame, quantity: str, most: int = 12, path: str | os.PathLike[str] | None = None
+) -> Figure:
+    """A tornado plot: what each parameter does to a quantity, the strongest on top.
+
+    table     what sensitivity() has returned
+    quantity  one of its quantities, such as x_in_2
+    most      number of parameters shown
+    path      file to save the figure in; None: none
+    """
+    import matplotlib.pyplot as plt
+
+    from .plot import BLACK, GALLIUM, INDIUM, STYLE
+
+    rows = table[table.quantity == quantity]
+    if rows.empty:
+        raise ValueError(f"there is no {quantity}; there are {', '.join(dict.fromkeys(table.quantity))}")
+    rows = rows.assign(width=(rows.above - rows.below).abs()).dropna(subset="width")
+    rows = rows.sort_values("width", kind="stable").tail(most)
+    if rows.empty:
+        raise ValueError(f"no parameter has runs on both sides: {table.text[table.text != ''].iloc[0]}")
+    base = rows.base.iloc[0]
+    unit = table.attrs.get("units", {}).get(quantity, "1")
+    with plt.rc_context(STYLE):
+        figure, axes = plt.subplots(figsize=(6.3, 0.9 + 0.32 * len(rows)), constrained_layout=True)
+        places = np.arange(len(rows))
+        axes.barh(places, rows.below - base, left=base, height=0.6, color=GALLIUM, label="parameter lowered")
+        axes.barh(places, rows.above - base, left=base, height=0.6, color=INDIUM, label="parameter raised")
+        axes.axvline(base, color=BLACK, linewidth=0.7)
+        axes.set_yticks(places, [f"{row.parameter}\n± {row.change:.4g}" for row in rows.itertuples()])
+        axes.set_xlabel(quantity + ("" if unit == "1" else f" ({unit})"))
+        axes.legend(loc="lower right")
+        if path is not None:
+            figure.savefig(path)
+    return figure
