@@ -15,7 +15,8 @@ import pandas as pd
 import pytest
 
 import vorlen
-from vorlen import _library, _plan, _sweep_command
+from vorlen import _library, _plan
+from vorlen.__main__ import main
 from vorlen._table import ranges
 
 T = "process_stages/stage_1/T"
@@ -225,14 +226,14 @@ def test_parts_merged_are_the_table_of_the_serial_run_byte_for_byte(layer, tmp_p
     parameters = {T: [(1000, 1020), 1030, -1.5], "process_stages/stage_1/name": ["a", 'b, "c"']}
     quiet_sweep(layer, parameters, workers=1, out=tmp_path / "serial")
     plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, parameters, out="parts"))
-    assert _sweep_command.main([plan, "--count"]) == 0
+    assert main(["sweep", plan, "--count"]) == 0
     assert capsys.readouterr().out == "6\n"
     for rows in ("4:6", "0:2"):
-        assert _sweep_command.main([plan, "--rows", rows, "--quiet"]) == 0
-    assert _sweep_command.main([plan, "--merge"]) == 1
+        assert main(["sweep", plan, "--rows", rows, "--quiet"]) == 0
+    assert main(["sweep", plan, "--merge"]) == 1
     assert "rows 2:4 are missing" in capsys.readouterr().err
-    assert _sweep_command.main([plan, "--rows", "2:100", "--quiet", "--workers", "1"]) == 0
-    assert _sweep_command.main([plan, "--merge"]) == 0
+    assert main(["sweep", plan, "--rows", "2:100", "--quiet", "--workers", "1"]) == 0
+    assert main(["sweep", plan, "--merge"]) == 0
     assert "6 rows: 4 ok, 2 failed" in capsys.readouterr().out
     assert (tmp_path / "parts" / "table.csv").read_bytes() == (tmp_path / "serial" / "table.csv").read_bytes()
 
@@ -241,7 +242,7 @@ def test_a_plan_may_take_its_rows_from_a_table_such_as_that_of_a_sweep(layer, tm
     first = quiet_sweep(layer, {T: [(1000, 1020), 1030], TMIN: [0.1]}, out=tmp_path / "first")
     pd.read_csv(tmp_path / "first" / "table.csv")[[T, TMIN]].to_csv(tmp_path / "rows.csv", index=False)
     (tmp_path / "plan.json").write_text(json.dumps({"recipe": str(layer), "table": "rows.csv"}))
-    assert _sweep_command.main([str(tmp_path / "plan.json"), "--quiet"]) == 0
+    assert main(["sweep", str(tmp_path / "plan.json"), "--quiet"]) == 0
     again = pd.read_csv(tmp_path / "plan" / "table.csv")
     assert list(again.thickness_2) == list(first.thickness_2)
 
@@ -260,14 +261,14 @@ def test_a_plan_may_take_its_rows_from_a_table_such_as_that_of_a_sweep(layer, tm
 def test_a_wrong_plan_is_told(layer, tmp_path, capsys, plan, text):
     (tmp_path / "r.xml").write_bytes(layer.read_bytes())
     (tmp_path / "plan.json").write_text(plan)
-    assert _sweep_command.main([str(tmp_path / "plan.json")]) == 1
+    assert main(["sweep", str(tmp_path / "plan.json")]) == 1
     assert text in capsys.readouterr().err
 
 
 @pytest.mark.parametrize("rows", ["3", "5:5", "a:b", "-1:3"])
 def test_a_wrong_range_of_rows_is_a_wrong_command_line(tmp_path, rows):
     with pytest.raises(SystemExit) as ended:
-        _sweep_command.main([str(tmp_path / "plan.json"), f"--rows={rows}"])
+        main(["sweep", str(tmp_path / "plan.json"), f"--rows={rows}"])
     assert ended.value.code == 2
 
 

@@ -6,6 +6,7 @@ import argparse
 import sys
 
 from . import __version__
+from ._sweep_command import add_command as add_sweep
 from .report import add_command as add_report
 
 
@@ -15,6 +16,7 @@ def main(arguments: list[str] | None = None) -> int:
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     add_report(commands)
+    add_sweep(commands)
     options = parser.parse_args(arguments)
     try:
         return int(options.function(options))

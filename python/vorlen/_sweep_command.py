@@ -6,10 +6,10 @@ import argparse
 import sys
 from dataclasses import replace
 from pathlib import Path
+from typing import Any
 
 from ._plan import PlanError, prepare_folder, read_plan
 from ._table import collect_rows, count_text, ranges, write_table
-from .recipe import RecipeError
 from .sweep import run_rows
 
 
@@ -20,12 +20,30 @@ def _row_range(text: str) -> tuple[int, int]:
     return int(first), int(last)
 
 
-def _parser() -> argparse.ArgumentParser:
-    parser = argparse.ArgumentParser(
-        prog="vorlen sweep",
+def _workers(text: str) -> int:
+    if not text.isdigit() or int(text) < 1:
+        raise argparse.ArgumentTypeError(f"{text} is no number of workers")
+    return int(text)
+
+
+def _seconds(text: str) -> float:
+    try:
+        seconds = float(text)
+    except ValueError:
+        seconds = 0.0
+    if not seconds > 0.0:
+        raise argparse.ArgumentTypeError(f"{text} is no number of seconds above 0")
+    return seconds
+
+
+def add_command(commands: Any) -> None:
+    """Adds `sweep` to the subcommands."""
+    parser = commands.add_parser(
+        "sweep",
+        help="run the rows of a plan, or a part of them",
         description="Runs the rows of a plan, or a part of them. Rows that are done are not run again.",
-        epilog="Exit status: 0 when every row asked for has a status, whatever it is; 1 when rows are missing or the "
-        "plan is wrong; 2 for a wrong command line.",
+        epilog="Exit status: 0 when every row asked for has been run, whatever came of it; 1 when rows are missing or "
+        "the plan is wrong; 2 for a wrong command line.",
     )
     parser.add_argument("plan", type=Path, help="plan of the sweep, a JSON file")
     what = parser.add_mutually_exclusive_group()
@@ -33,26 +51,11 @@ def _parser() -> argparse.ArgumentParser:
     what.add_argument("--merge", action="store_true", help="run nothing; put the table together from the rows done")
     what.add_argument("--count", action="store_true", help="print the number of rows")
     parser.add_argument("--out", type=Path, help="folder of the sweep, in place of the plan's")
-    parser.add_argument("--workers", type=int, help="runs at a time; default: one per processor")
-    parser.add_argument("--timeout", type=float, metavar="S", help="seconds for one run, in place of the plan's")
+    parser.add_argument("--workers", type=_workers, metavar="N", help="runs at a time; default: one per processor")
+    parser.add_argument("--timeout", type=_seconds, metavar="S", help="seconds for one run, in place of the plan's")
     parser.add_argument("--no-resume", action="store_true", help="run rows that are done, too")
     parser.add_argument("--quiet", action="store_true", help="no progress bar")
-    return parser
-
-
-def main(arguments: list[str] | None = None) -> int:
-    """vorlen sweep. Returns the exit status."""
-    parser = _parser()
-    options = parser.parse_args(arguments)
-    if options.workers is not None and options.workers < 1:
-        parser.error("--workers is 1 or more")
-    if options.timeout is not None and not options.timeout > 0:
-        parser.error("--timeout is above 0")
-    try:
-        return _sweep(options)
-    except (PlanError, RecipeError, OSError) as error:
-        print(f"vorlen sweep: {error}", file=sys.stderr)
-        return 1
+    parser.set_defaults(function=_sweep)
 
 
 def _sweep(options: argparse.Namespace) -> int:
