@@ -41,6 +41,7 @@ if TYPE_CHECKING:
 RecipeLike = str | os.PathLike[str] | Recipe
 STEP = 0.01  # of a logarithm, for the differences: far above the tolerance of the integration, still in the linear range
 REFUSED = 1e6  # residual, in standard deviations, of a point at which a run fails: the fit turns back there
+TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; a part of a hundred of a standard error, in a few steps
 NAME_OF_A_SINGLE_RECIPE = "recipe"
 
 
@@ -139,6 +140,7 @@ def _measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, names: li
             for quantity, value in quantities.items()
         ]
         table = pd.DataFrame(records, columns=["recipe", "quantity", "measured", "sigma"])
+        table = table.astype({"measured": float, "sigma": float})
     unknown = sorted(set(table.recipe) - set(names))
     if unknown:
         raise ValueError(f"measurements are given for {unknown[0]}, which is none of the recipes {', '.join(names)}")
@@ -209,6 +211,7 @@ def fit(
       constants   a row per path: start, value, low and high of the confidence interval, relative_error
       fitted      a row per measurement: recipe, quantity, measured, sigma, fitted, residual
       recipes     the recipes with the fitted constants
+      runs        the number of simulations that it took
     Raises SimulationError when a run fails at the start of the fit.
     """
     from lmfit import minimize
@@ -236,9 +239,10 @@ def fit(
         (first,) = model.at([np.array([one.value for one in start.values()])])
         if isinstance(first, str):
             raise SimulationError(first, recipe)
-        result = minimize(residual, start, method="leastsq", Dfun=jacobian, scale_covar=not weighted)
+        result = minimize(residual, start, method="leastsq", Dfun=jacobian, scale_covar=not weighted, **TOLERANCES)
         (values,) = model.at([np.array([one.value for one in result.params.values()])])
 
+    result.runs = len(model.known) * len(recipes)
     result.constants = _constants(result, start, paths, weighted, level)
     result.fitted = table.assign(fitted=values, residual=(values - measured) / scale)
     result.recipes = {name: _with_constants(one, result.constants) for name, one in recipes.items()}
