@@ -98,6 +98,7 @@ test_python() {
   local python
   python=$(python/interpreter.sh pandas pytest hypothesis selenium) || return 1
   VORLEN=$PWD/build/release/tools/vorlen VORLEN_LIBRARY=$PWD/build/release/src/api/libVorlenSolver.so \
+    VORLEN_ENGINES=required \
     "$python" -B -m pytest -q -c python/pyproject.toml python/tests
 }
 
