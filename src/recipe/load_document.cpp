@@ -2,13 +2,14 @@
 // an open file behind when memory runs out.
 #include "recipe/load_document.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <memory>
 #include <new>
-#include <system_error>
 
 #include "recipe/xml_nesting.h"
 
@@ -16,39 +17,49 @@ namespace vorlen {
 
 namespace {
 
-constexpr std::size_t READ_BLOCK = 1 << 16;  // bytes
+// Lists of 9999 stages each, written out, take some 30 MB. Parsed, a text takes up to 50 times its size in memory.
+constexpr off_t FILE_SIZE_MAX = off_t{64} << 20;  // bytes
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
+// A file that is open for reading, closed at the end of its scope.
+struct OpenFile {
+  int descriptor = -1;
+
+  OpenFile() = default;
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  ~OpenFile() {
+    if (descriptor >= 0) close(descriptor);
+  }
 };
 
-// What is there but no file (a directory, a pipe, a device) may open and never end.
-bool is_no_file(const char* path) {
-  std::error_code ignored;
-  const std::filesystem::file_status status = std::filesystem::status(path, ignored);
-  return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+enum class FileResult { read, unreadable, too_large, no_memory };
+
+// Reads the whole file. What is there but no file (a directory, a pipe, a device) may do something when it is opened,
+// and never end: it is not opened, and unreadable. So is a file with less in it than it says.
+FileResult read_file(const char* path, std::string& text) {
+  struct stat status;
+  if (stat(path, &status) != 0) return errno == ENOMEM ? FileResult::no_memory : FileResult::unreadable;
+  if (!S_ISREG(status.st_mode)) return FileResult::unreadable;
+  OpenFile file;
+  file.descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (file.descriptor < 0) return errno == ENOMEM ? FileResult::no_memory : FileResult::unreadable;
+  if (fstat(file.descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return FileResult::unreadable;
+  if (status.st_size > FILE_SIZE_MAX) return FileResult::too_large;
+  text.resize(static_cast<std::size_t>(status.st_size));
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t count = read(file.descriptor, text.data() + done, text.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return FileResult::unreadable;
+    done += static_cast<std::size_t>(count);
+  }
+  return FileResult::read;
 }
 
-enum class ReadResult { read, failed, no_memory };
-
-ReadResult read_text(const char* path, std::string& text) {
-  if (is_no_file(path)) return ReadResult::failed;
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path, "rb"));
-  if (file == nullptr) return errno == ENOMEM ? ReadResult::no_memory : ReadResult::failed;
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);  // the blocks are large enough
-  std::size_t length = 0;
-  std::size_t got = 0;
-  do {
-    text.resize(length + READ_BLOCK);
-    got = std::fread(text.data() + length, 1, READ_BLOCK, file.get());
-    length += got;
-  } while (got == READ_BLOCK);
-  text.resize(length);
-  return std::ferror(file.get()) == 0 ? ReadResult::read : ReadResult::failed;
-}
-
-// Line ends of other systems, CR LF and CR, become LF.
-void normalise_line_ends(std::string& text) {
+// Makes of a file's text what the parser is to see: the text up to its first zero, with LF for the line ends of other
+// systems, CR LF and CR. Four zeros follow: the parser steps over the last character by the length that its first byte
+// tells, which is up to four and may lead behind the end.
+void make_text_for_parser(std::string& text) {
+  text.resize(std::min(text.find('\0'), text.size()));
   std::size_t length = 0;
   bool behind_CR = false;
   for (const char c : text) {
@@ -56,6 +67,7 @@ void normalise_line_ends(std::string& text) {
     behind_CR = c == '\r';
   }
   text.resize(length);
+  text.append(4, '\0');
 }
 
 // Throws std::bad_alloc unless that many bytes are to be had. The XML library does not give back the elements it is
@@ -81,17 +93,25 @@ std::size_t tree_size_max(const std::string& text) {
 bool load_document(const char* path, TiXmlDocument& document, std::string& error) {
   const std::string start = std::string("Error reading file ") + path + "\n";
   std::string text;
-  switch (read_text(path, text)) {
-    case ReadResult::no_memory:
+  switch (read_file(path, text)) {
+    case FileResult::no_memory:
       error = "Out of memory";
       return false;
-    case ReadResult::failed:
+    case FileResult::too_large:
+      error = start + "File is larger than 64 MiB";
+      return false;
+    case FileResult::unreadable:
       document.LoadFile(static_cast<std::FILE*>(nullptr));  // for the library's own text
       break;
-    case ReadResult::read:
-      normalise_line_ends(text);
-      if (nesting_exceeds(text, NESTING_MAX)) {
+    case FileResult::read:
+      make_text_for_parser(text);
+      const XmlShape shape = shape_of_xml(text);
+      if (shape.nesting > NESTING_MAX) {
         error = start + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
+        return false;
+      }
+      if (shape.attributes > ATTRIBUTES_MAX) {
+        error = start + "An element has more than " + std::to_string(ATTRIBUTES_MAX) + " attributes";
         return false;
       }
       require_memory(tree_size_max(text));

@@ -29,6 +29,9 @@ constexpr double FRACTION_MIN = 1e-10;  // prescribed fractions of InGaN_GR_X
 constexpr double FRACTION_MAX = 0.99999;
 constexpr double FLOW_MIN = -1e-10;  // sccm; a flow from here up to 0 is rounding and counts as 0
 
+// Names of sub-stages are kept once for each period: long ones must not fill the memory.
+constexpr std::int64_t PERIODIC_NAMES_MAX = std::int64_t{64} << 20;  // bytes
+
 enum StageType : std::int32_t { STAGE_single, STAGE_periodic };
 constexpr Keyword STAGE_TYPES[] = {{"single", STAGE_single}, {"periodic", STAGE_periodic}};
 constexpr Keyword DISLOCATION_MODELS[] = {{"given", DISL_given}, {"inherited", DISL_inherited}};
@@ -210,9 +213,11 @@ bool expand_periodic_stage(const TiXmlElement& parent, const TiXmlElement& eleme
 
   const ChildIndex sub_list(element);
   std::vector<StageRecord> sub_stages;
+  std::int64_t names_size = 0;
   for (std::int32_t m = 1; m <= n_stages; ++m) {
     StageRecord sub_stage;
     if (!read_active_stage(sub_list, m, depth + 1, recipe, sub_stage, error)) return false;
+    names_size += static_cast<std::int64_t>(sub_stage.name.size());
     sub_stages.push_back(sub_stage);
   }
   stage.period = 0;
@@ -220,6 +225,9 @@ bool expand_periodic_stage(const TiXmlElement& parent, const TiXmlElement& eleme
   const std::int64_t total =
       static_cast<std::int64_t>(recipe.active_stages.size()) + std::int64_t{n_periods} * std::int64_t{n_stages};
   if (total > ACTIVE_STAGE_COUNT_MAX) return fail(error, "Number of active stages is greater than 1000000");
+  if (names_size * n_periods > PERIODIC_NAMES_MAX) {
+    return fail(error, "Names of all periods take more than 64 MiB: " + element_full_name(&element));
+  }
   for (std::int32_t p = 1; p <= n_periods; ++p) {
     for (StageRecord& sub_stage : sub_stages) {
       sub_stage.period = p;

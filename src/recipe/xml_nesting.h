@@ -1,4 +1,5 @@
-// A look at how deeply the elements of an XML file are nested, before it is parsed.
+// A look at the shape of an XML text before it is parsed: how deeply its elements are nested, and how many attributes
+// they have.
 #pragma once
 
 #include <string>
@@ -8,9 +9,18 @@ namespace vorlen {
 // Recipes nest eight levels deep. The XML library parses by recursion, which takes some 200 bytes of stack for each
 // level: this limit leaves room on a thread with a stack of 64 KiB.
 inline constexpr int NESTING_MAX = 100;
+// Elements of a recipe have at most three attributes. The XML library compares each attribute with those before it.
+inline constexpr int ATTRIBUTES_MAX = 100;
 
-// True when the elements of the XML text may be nested deeper than limit. Never false for a text in which the parser
-// would go deeper; true without need only for texts with declarations or byte order marks in their middle.
-bool nesting_exceeds(const std::string& text, int limit);
+// The most elements that are open at once, <a/> not counted, and the most attributes of one element.
+struct XmlShape {
+  int nesting = 0;
+  int attributes = 0;
+};
+
+// The shape of the text as far as the parser would read it. Looking ends when NESTING_MAX or ATTRIBUTES_MAX is
+// exceeded. The text is as in text_for_parser (recipe/read_recipe.cpp): line ends are "\n", and four zeros stand at its
+// end.
+XmlShape shape_of_xml(const std::string& text);
 
 }  // namespace vorlen

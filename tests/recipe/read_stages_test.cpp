@@ -376,6 +376,15 @@ TEST(ReadPeriodicStages, OneMillionStagesPass) {
   EXPECT_EQ(outcome.recipe.active_stages.size(), 1000000u);
 }
 
+TEST(ReadPeriodicStages, NamesThatWouldFillTheMemoryAreRefused) {
+  const auto named = [](std::size_t length, int n_periods) {
+    return RecipeBuilder().make_periodic(1, n_periods, 1).set(STAGE + "stage_1_1/name", std::string(length, 'x'));
+  };
+  expect_read(named(1 << 16, 1024));
+  expect_refused(named(1 << 16, 1025),
+                 "Names of all periods take more than 64 MiB: NonstSurfChem:process_stages:stage_1");
+}
+
 TEST(ReadPeriodicStages, ABadSubStageIsToldBeforeTheTotal) {
   expect_refused(RecipeBuilder().make_periodic(1, 2147483647, 1).set(STAGE + "stage_1_1/tau", "0"),
                  "Duration tau is less than 1e-4 s in stage_1_1");
