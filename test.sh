@@ -1,7 +1,8 @@
 #!/bin/bash
 # Checks the whole tree: ./test.sh [--fast|--coverage|--packages]
-# Formatting; build and tests of the presets release and asan; overlapping calls under tsan; the same bytes from the builds of both compilers, with and
-# without optimisation; Debian packages; static analysis.
+# Formatting; build and tests of the presets release and asan; the Python package; overlapping calls under tsan; the same
+# bytes from the builds of both compilers, with and without optimisation; Debian packages; a minute of fuzzing; static
+# analysis.
 #   --fast      formatting, and the preset release alone
 #   --coverage  how much of src/ the tests reach; fails below the limits that stand in report_coverage
 #   --packages  the Debian packages on a fresh Debian 12, as root and with the network
@@ -144,6 +145,7 @@ if [ "$mode" = all ]; then
     phase "Same bytes: release, debug, clang" compare_builds
   phase "Build: package" build package &&
     phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
+  phase "Build: fuzz" build fuzz -- fuzz_targets && phase "Fuzzing, one minute" tests/fuzz/run.sh 60
   phase "Static analysis" analyse
 fi
 

@@ -1,0 +1,152 @@
+// Recipes with numbers that make no sense, and of the largest size: each ends, with a text or without one. A limit of
+// steps stands for the time that a host would wait.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "api/run_simulation.h"
+#include "api/run_support.h"
+#include "recipe/read_recipe.h"
+#include "support/recipe_builder.h"
+
+namespace vorlen_test {
+namespace {
+
+constexpr std::int32_t STEPS = 5;
+
+const std::vector<const char*> ODD_NUMBERS = {"nan", "inf",      "-inf",      "1e308",     "-1e308",
+                                              "-0",  "4.9e-324", "-4.9e-324", "2147483647"};
+
+struct Place {
+  std::size_t begin;
+  std::size_t length;
+};
+
+// The attribute values of the recipe that are numbers.
+std::vector<Place> numbers_of(const std::string& text) {
+  static const std::regex NUMBER("(val|end|A|Ta|Tn)=\"([-+0-9.e]+)\"");
+  std::vector<Place> places;
+  for (std::sregex_iterator found(text.begin(), text.end(), NUMBER), end; found != end; ++found) {
+    places.push_back({static_cast<std::size_t>(found->position(2)), static_cast<std::size_t>(found->length(2))});
+  }
+  return places;
+}
+
+class OddNumbers : public testing::TestWithParam<RecipeOptions> {};
+
+TEST_P(OddNumbers, InEveryPlaceEndTheRunOrAreCalculatedWith) {
+  const TempFolder folder;
+  RecipeBuilder builder(GetParam());
+  builder.make_periodic(2, 2, 1);
+  const std::string good = builder.text();
+  const std::vector<Place> places = numbers_of(good);
+  ASSERT_LT(70u, places.size());
+  int refused = 0;
+  int ran = 0;
+  for (const Place& place : places) {
+    for (const char* number : ODD_NUMBERS) {
+      const std::string text = std::string(good).replace(place.begin, place.length, number);
+      SCOPED_TRACE(std::string(number) + " for " + good.substr(place.begin - 30, 30 + place.length));
+      vorlen::ProcessRecipe recipe;
+      std::string error;
+      const std::string path = write_file(folder.path("recipe.xml"), text);
+      if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) {
+        EXPECT_NE("", error);
+        ++refused;
+        continue;
+      }
+      vorlen::RunCounters counters;
+      const std::int32_t status =
+          vorlen::run_simulation(recipe, folder.path("out.txt").c_str(), error, &counters, {.max_steps = STEPS});
+      EXPECT_EQ(status == 0, error.empty());
+      EXPECT_GE(STEPS + 1, counters.step_count);
+      ++ran;
+    }
+  }
+  // Refused is each "-inf" at least where a limit is stated, and something else always runs: 0 in place of a flow.
+  EXPECT_LT(100, refused);
+  EXPECT_LT(100, ran);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Recipes, OddNumbers,
+    testing::Values(RecipeOptions{.n_pre_stages = 2, .n_stages = 2, .n_post_stages = 1},
+                    RecipeOptions{.stress_model = "relax",
+                                  .transport_model = "thick_GaN",
+                                  .reactor = "TDR",
+                                  .n_pre_stages = 2,
+                                  .n_stages = 2,
+                                  .n_post_stages = 1},
+                    RecipeOptions{
+                        .transport_model = "InGaN_GR_X", .n_pre_stages = 2, .n_stages = 2, .n_post_stages = 1}),
+    [](const testing::TestParamInfo<RecipeOptions>& param) { return param.param.transport_model; });
+
+// The library itself, without a limit of steps, on numbers that are refused before a step is made.
+TEST(HostileRecipes, NumbersThatAreRefusedGiveATerminatedText) {
+  const TempFolder folder;
+  for (const char* number : {"-inf", "-1e308", "", "abc", "1e-320"}) {
+    const std::string path = RecipeBuilder().set("process_stages/stage_1/tau", number).write(folder.path("recipe.xml"));
+    const CallOutcome got = call_library(path, folder.path("out.txt"));
+    EXPECT_EQ(1, got.result) << number;
+    EXPECT_TRUE(got.terminated && got.guarded) << number;
+    EXPECT_NE("", got.text) << number;
+  }
+}
+
+TEST(HostileRecipes, TwoThousandMillionPeriodsAreRefusedAtOnce) {
+  const TempFolder folder;
+  const std::string path = RecipeBuilder().make_periodic(1, 2147483647, 1).write(folder.path("recipe.xml"));
+  const CallOutcome got = call_library(path, folder.path("out.txt"));
+  EXPECT_EQ(1, got.result);
+  EXPECT_EQ("Number of active stages is greater than 1000000", got.text);
+}
+
+// The child elements name_1 to name_count, all with the content of name_1 of the recipe.
+std::string list_of(const std::string& recipe, const std::string& name, int count) {
+  const std::string begin = "<" + name + "1>";
+  const std::string end = "</" + name + "1>";
+  const std::size_t first = recipe.find(begin) + begin.size();
+  const std::string content = recipe.substr(first, recipe.find(end) - first);
+  std::string list;
+  for (int i = 1; i <= count; ++i) {
+    const std::string number = std::to_string(i);
+    list.append("<").append(name).append(number).append(">").append(content);
+    list.append("</").append(name).append(number).append(">\n");
+  }
+  return list;
+}
+
+TEST(HostileRecipes, ListsOf9999StagesEachAreReadAndRun) {
+  const std::string builder =
+      RecipeBuilder({.stress_model = "relax", .n_pre_stages = 1, .n_stages = 1, .n_post_stages = 1}).text();
+  std::string text = builder;
+  for (const std::string name : {"pre_stage_", "stage_", "post_stage_"}) {
+    const std::string list = list_of(builder, name, 9999);
+    const std::string end = "</" + name + "1>";
+    const std::size_t first = text.find("<" + name + "1>");
+    text.replace(first, text.find(end) + end.size() - first, list);
+    const std::string count = "<n_" + name.substr(0, name.size() - 1) + "s val=\"";
+    text.replace(text.find(count) + count.size(), 1, "9999");
+  }
+  const TempFolder folder;
+  vorlen::ProcessRecipe recipe;
+  std::string error;
+  const std::string path = write_file(folder.path("recipe.xml"), text);
+  ASSERT_EQ(0, vorlen::read_recipe(path.c_str(), recipe, error)) << error;
+  EXPECT_EQ(9999u, recipe.pre_stages.size());
+  EXPECT_EQ(9999u, recipe.active_stages.size());
+  EXPECT_EQ(9999u, recipe.post_stages.size());
+  // Stages of 10 s each, one behind the other.
+  EXPECT_EQ(99990.0, recipe.active_stages.front().begin_time());
+  EXPECT_EQ(299970.0, recipe.post_stages.back().end_time());
+  EXPECT_EQ(vorlen::RUN_GAVE_UP_ON_STEPS,
+            vorlen::run_simulation(recipe, folder.path("out.txt").c_str(), error, nullptr, {.max_steps = STEPS}));
+  const std::string result = read_file(folder.path("out.txt"));
+  EXPECT_LT(3u * 9999u, static_cast<std::size_t>(std::count(result.begin(), result.end(), '\n')));
+}
+
+}  // namespace
+}  // namespace vorlen_test

@@ -1,0 +1,100 @@
+// Result files that can't be opened or can't be written to their end. Where one can't be opened the run is refused with
+// a text; what happens while it is written is not reported: the run ends as it does without a file.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "api/run_support.h"
+#include "support/child_process.h"
+#include "support/recipe_builder.h"
+
+namespace vorlen_test {
+namespace {
+
+class Output : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(0, chmod(folder.path().c_str(), 0755));  // also for another user
+    recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
+    ASSERT_EQ(0, call_library(recipe, folder.path("whole.txt")).result);
+    ASSERT_LT(TINY, std::filesystem::file_size(folder.path("whole.txt"))) << "too short a result to fill the disk";
+  }
+  // Result and text of a call with this output path.
+  std::string call(const std::string& output) const {
+    const CallOutcome got = call_library(recipe, output);
+    if (!got.guarded || got.untouched == got.terminated) return "the buffer is damaged";
+    return std::to_string(got.result) + " " + got.text;
+  }
+  static std::string refused(const std::string& output) { return "1 Unable to open file " + output + " for writing"; }
+
+  static constexpr std::uintmax_t TINY = 8192;  // bytes on a disk that is too small
+  const TempFolder folder;
+  std::string recipe;
+};
+
+TEST_F(Output, AFolderWithoutTheRightToWriteAndAReadOnlyFileAreTold) {
+  const std::string closed = folder.path("closed");
+  ASSERT_TRUE(std::filesystem::create_directory(closed));
+  ASSERT_EQ(0, chmod(closed.c_str(), 0555));
+  const std::string old = write_file(folder.path("old.txt"), "earlier result");
+  ASSERT_EQ(0, chmod(old.c_str(), 0444));
+  const std::string new_file = closed + "/out.txt";
+  EXPECT_EQ(refused(new_file) + "\n" + refused(old), text_from_child([&] {
+              if (!become_nobody()) return std::string("no right to become another user");
+              return call(new_file) + "\n" + call(old);
+            }));
+  EXPECT_FALSE(std::filesystem::exists(new_file));
+  EXPECT_EQ("earlier result", read_file(old));
+}
+
+TEST_F(Output, AFolderADanglingLinkAndALongPathAreTold) {
+  EXPECT_EQ(refused(folder.path()), call(folder.path()));
+  EXPECT_EQ(refused(folder.path() + "/"), call(folder.path() + "/"));
+  const std::string link = folder.path("link.txt");
+  ASSERT_EQ(0, symlink("none/out.txt", link.c_str()));
+  EXPECT_EQ(refused(link), call(link));
+  const std::string path(5000, 'x');
+  EXPECT_EQ(refused(path).substr(0, 2 + 2047), call(path));
+  EXPECT_EQ(refused(recipe + "/out.txt"), call(recipe + "/out.txt"));
+}
+
+TEST_F(Output, ALinkToAFileThatDoesNotExistYetMakesIt) {
+  ASSERT_EQ(0, symlink("new.txt", folder.path("link.txt").c_str()));
+  EXPECT_EQ("0 ", call(folder.path("link.txt")));
+  EXPECT_EQ(read_file(folder.path("whole.txt")), read_file(folder.path("new.txt")));
+}
+
+TEST_F(Output, ADeviceThatIsAlwaysFullIsNotReported) {
+  if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
+  EXPECT_EQ("0 ", call("/dev/full"));
+}
+
+// A small file system in memory, seen by the child process alone. What fits is the begin of the whole result.
+TEST_F(Output, ADiskThatFillsUpCutsTheResultAndIsNotReported) {
+  const std::string disk = folder.path("disk");
+  ASSERT_TRUE(std::filesystem::create_directory(disk));
+  const std::string got = text_from_child([&]() -> std::string {
+    const std::string size = "size=" + std::to_string(TINY);
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("tmpfs", disk.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+      return std::string("no mount: ") + std::strerror(errno);
+    }
+    return call(disk + "/out.txt") + "\n" + read_file(disk + "/out.txt");
+  });
+  if (got.starts_with("no mount: ")) GTEST_SKIP() << "a file system can't be mounted here: " << got;
+  ASSERT_EQ("0 \n", got.substr(0, 3));
+  const std::string cut = got.substr(3);
+  EXPECT_GE(TINY, cut.size());
+  EXPECT_EQ(read_file(folder.path("whole.txt")).substr(0, cut.size()), cut);
+}
+
+}  // namespace
+}  // namespace vorlen_test

@@ -1,0 +1,55 @@
+// The look at the shape of an XML text against what the parser makes of it: the elements of the parsed document are
+// nested as deeply, and have as many attributes, as was foretold. Without a file, since it takes many tries to find two
+// walks over one text apart.
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "recipe/xml_nesting.h"
+
+namespace {
+
+struct Found {
+  int levels = 0;      // of elements, empty ones counted
+  int attributes = 0;  // most of one element
+};
+
+void look(const TiXmlNode& node, int level, Found& found) {
+  if (const TiXmlElement* element = node.ToElement()) {
+    found.levels = std::max(found.levels, ++level);
+    int count = 0;
+    for (const TiXmlAttribute* a = element->FirstAttribute(); a != nullptr; a = a->Next()) ++count;
+    found.attributes = std::max(found.attributes, count);
+  }
+  for (const TiXmlNode* child = node.FirstChild(); child != nullptr; child = child->NextSibling()) {
+    look(*child, level, found);
+  }
+}
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string text(reinterpret_cast<const char*>(data), size);
+  text = text.substr(0, text.find('\0'));
+  std::replace(text.begin(), text.end(), '\r', '\n');
+  text.append(4, '\0');
+  const vorlen::XmlShape shape = vorlen::shape_of_xml(text);
+  if (shape.nesting > vorlen::NESTING_MAX || shape.attributes > vorlen::ATTRIBUTES_MAX) return 0;
+  TiXmlDocument document;
+  document.Parse(text.c_str());
+  Found found;
+  look(document, 0, found);
+  // The innermost element may be empty; behind a fault the look goes on where the parser has stopped.
+  require(found.levels <= shape.nesting + 1);
+  require(found.attributes <= shape.attributes);
+  if (!document.Error()) require(found.levels >= shape.nesting && found.attributes == shape.attributes);
+  return 0;
+}

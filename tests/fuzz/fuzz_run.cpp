@@ -1,0 +1,39 @@
+// A whole call on small recipes, with a limit of steps: reading, construction, integration, and a result file that is
+// empty if the model could not be built and begins with the header if it ran.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "api/run_simulation.h"
+#include "input_file.h"
+#include "recipe/read_recipe.h"
+
+namespace {
+
+constexpr std::int32_t STEPS_MAX = 12;
+constexpr std::size_t STAGES_MAX = 200;  // more take long without meeting anything new
+
+void require(bool holds) {
+  if (!holds) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const vorlen_fuzz::InputFile input, output;
+  vorlen::ProcessRecipe recipe;
+  std::string error;
+  if (vorlen::read_recipe(input.fill(data, size), recipe, error) != 0) return -1;  // of no use for the corpus
+  if (recipe.active_stages.size() > STAGES_MAX) return -1;
+  output.fill(nullptr, 0);
+  vorlen::RunCounters counters;
+  const std::int32_t status = vorlen::run_simulation(recipe, output.path(), error, &counters, {.max_steps = STEPS_MAX});
+  require((status == 0) == error.empty());
+  require(counters.step_count <= STEPS_MAX + 1);
+  const std::string result = output.content();
+  const bool ran = counters.idid != 0;
+  require(ran == result.starts_with("\"VORLEN output file, version 2.0\"\n"));
+  require(ran || result.empty());
+  return 0;
+}
