@@ -1,8 +1,10 @@
 // Recipes with numbers that make no sense, and of the largest size: each ends, with a text or without one. A limit of
 // steps stands for the time that a host would wait.
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <regex>
 #include <string>
 #include <vector>
@@ -102,6 +104,32 @@ TEST(HostileRecipes, TwoThousandMillionPeriodsAreRefusedAtOnce) {
   const CallOutcome got = call_library(path, folder.path("out.txt"));
   EXPECT_EQ(1, got.result);
   EXPECT_EQ("Number of active stages is greater than 1000000", got.text);
+}
+
+struct StackCall {
+  std::string recipe, output;
+  CallOutcome outcome;
+};
+
+TEST(HostileRecipes, AWholeRunHasRoomOnAThreadWithAStackOf256KiB) {
+  const TempFolder folder;
+  StackCall call{RecipeBuilder({.n_pre_stages = 2, .n_stages = 2, .n_post_stages = 1}).write(folder.path("recipe.xml")),
+                 folder.path("out.txt"),
+                 {}};
+  const auto run = [](void* argument) -> void* {
+    StackCall& one = *static_cast<StackCall*>(argument);
+    one.outcome = call_library(one.recipe, one.output);
+    return nullptr;
+  };
+  pthread_attr_t attributes;
+  ASSERT_EQ(0, pthread_attr_init(&attributes));
+  ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, 256 * 1024));
+  pthread_t thread;
+  ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &call));
+  ASSERT_EQ(0, pthread_join(thread, nullptr));
+  pthread_attr_destroy(&attributes);
+  EXPECT_EQ(0, call.outcome.result) << call.outcome.text;
+  EXPECT_TRUE(std::filesystem::exists(call.output));
 }
 
 // The child elements name_1 to name_count, all with the content of name_1 of the recipe.
