@@ -179,9 +179,7 @@ bool Factorise(Loop& loop) {
   system.real_shift = radau::real_eigenvalue / loop.h;
   system.complex_shift_re = radau::complex_eigenvalue_re / loop.h;
   system.complex_shift_im = radau::complex_eigenvalue_im / loop.h;
-  FormRealMatrix(system, loop.zero_pivot);
-  if (loop.zero_pivot != 0) return false;
-  FormComplexMatrix(system, loop.zero_pivot);
+  FormMatrices(system, loop.zero_pivot);
   if (loop.zero_pivot != 0) return false;
   loop.counters.factorisation_count += 1;
   return true;

@@ -6,6 +6,7 @@
 #include "integrator/elimination_helpers.h"
 #include "integrator/matrix_form.h"
 #include "integrator/matrix_kernels.h"
+#include "integrator/pair_kernels.h"
 #include "integrator/stage_system.h"
 
 namespace vorlen {
@@ -164,6 +165,17 @@ void FoldLeadingColumnsComplex(const StageSystem& system, MatrixForm form) {
   }
 }
 
+void SetRealMatrix(const StageSystem& system, MatrixForm form) {
+  SetRealPart(system, form, system.real_shift, system.E1);
+  if (HasBlocks(system.matrix_case)) FoldLeadingColumns(system, form);
+}
+
+void SetComplexMatrix(const StageSystem& system, MatrixForm form) {
+  SetRealPart(system, form, system.complex_shift_re, system.E2R);
+  SetImaginaryPart(system, form, system.complex_shift_im, system.E2I);
+  if (HasBlocks(system.matrix_case)) FoldLeadingColumnsComplex(system, form);
+}
+
 }  // namespace
 
 void FormRealMatrix(StageSystem& system, std::int32_t& zero_pivot) {
@@ -174,9 +186,7 @@ void FormRealMatrix(StageSystem& system, std::int32_t& zero_pivot) {
     ReduceToHessenberg(system.jac_rows, order, 1, order, system.FJAC, system.IPHES);
     system.hessenberg_due = false;
   }
-  SetRealPart(system, form, system.real_shift, system.E1);
-  if (HasBlocks(system.matrix_case)) FoldLeadingColumns(system, form);
-
+  SetRealMatrix(system, form);
   if (IsBanded(form)) {
     LuDecomposeBand(order, system.factor_rows, system.E1, band_dims.factor_lower, band_dims.factor_upper,
                     system.IP_real, zero_pivot);
@@ -191,10 +201,7 @@ void FormComplexMatrix(StageSystem& system, std::int32_t& zero_pivot) {
   const MatrixForm form = FormOf(system.matrix_case);
   if (form == MatrixForm::NONE) return;
   const std::int32_t order = OrderOf(system);
-  SetRealPart(system, form, system.complex_shift_re, system.E2R);
-  SetImaginaryPart(system, form, system.complex_shift_im, system.E2I);
-  if (HasBlocks(system.matrix_case)) FoldLeadingColumnsComplex(system, form);
-
+  SetComplexMatrix(system, form);
   if (IsBanded(form)) {
     LuDecomposeBandComplex(order, system.factor_rows, system.E2R, system.E2I, band_dims.factor_lower,
                            band_dims.factor_upper, system.IP_complex, zero_pivot);
@@ -203,6 +210,19 @@ void FormComplexMatrix(StageSystem& system, std::int32_t& zero_pivot) {
   } else {
     LuDecomposeComplex(order, system.factor_rows, system.E2R, system.E2I, system.IP_complex, zero_pivot);
   }
+}
+
+void FormMatrices(StageSystem& system, std::int32_t& zero_pivot) {
+  const MatrixForm form = FormOf(system.matrix_case);
+  if (form != MatrixForm::NONE && form != MatrixForm::HESSENBERG && !IsBanded(form)) {
+    SetRealMatrix(system, form);
+    SetComplexMatrix(system, form);
+    LuDecomposePair(OrderOf(system), system.factor_rows, system.E1, system.IP_real, system.E2R, system.E2I,
+                    system.IP_complex, zero_pivot);
+    return;
+  }
+  FormRealMatrix(system, zero_pivot);
+  if (zero_pivot == 0) FormComplexMatrix(system, zero_pivot);
 }
 
 }  // namespace vorlen

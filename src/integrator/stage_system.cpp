@@ -12,6 +12,7 @@
 #include "integrator/matrix_form.h"
 #include "integrator/matrix_kernels.h"
 #include "integrator/ordered_minmax.h"
+#include "integrator/pair_kernels.h"
 #include "integrator/radau_constants.h"
 
 namespace vorlen {
@@ -216,8 +217,13 @@ void SolveStageSystem(const StageSystem& system, const StageArrays& arrays) {
     }
     add_shifted(i, r1, r2, r3);
   }
-  SolveReal(system, form, arrays.Z1);
-  SolveComplex(system, form, arrays.Z2, arrays.Z3);
+  if (IsBanded(form) || form == MatrixForm::HESSENBERG || HasBlocks(system.matrix_case)) {
+    SolveReal(system, form, arrays.Z1);
+    SolveComplex(system, form, arrays.Z2, arrays.Z3);
+    return;
+  }
+  LuSolvePair(system.n, system.factor_rows, system.E1, arrays.Z1, system.IP_real, system.E2R, system.E2I, arrays.Z2,
+              arrays.Z3, system.IP_complex);
 }
 
 void EstimateError(const StageSystem& system, const StageArrays& arrays, const RhsFunction& rhs, double x,

@@ -91,6 +91,9 @@ void FormRealMatrix(StageSystem& system, std::int32_t& zero_pivot);
 // Sets E2R and E2I and factorises them. zero_pivot as above.
 void FormComplexMatrix(StageSystem& system, std::int32_t& zero_pivot);
 
+// Both, a pair of dense matrices together. zero_pivot as above, of either matrix; then neither has factors.
+void FormMatrices(StageSystem& system, std::int32_t& zero_pivot);
+
 // Turns Z1, Z2, Z3 from the transformed values of f at the stages into the Newton update of the transformed increments
 // F1, F2, F3, which stay.
 void SolveStageSystem(const StageSystem& system, const StageArrays& arrays);
