@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -29,10 +28,11 @@ struct Place {
 
 // The attribute values of the recipe that are numbers.
 std::vector<Place> numbers_of(const std::string& text) {
-  static const std::regex NUMBER("(val|end|A|Ta|Tn)=\"([-+0-9.e]+)\"");
   std::vector<Place> places;
-  for (std::sregex_iterator found(text.begin(), text.end(), NUMBER), end; found != end; ++found) {
-    places.push_back({static_cast<std::size_t>(found->position(2)), static_cast<std::size_t>(found->length(2))});
+  for (std::size_t quote = text.find('"', text.find("<NonstSurfChem")); quote != std::string::npos;) {
+    const std::size_t end = text.find('"', quote + 1);
+    if (text.find_first_not_of("-+.e0123456789", quote + 1) == end) places.push_back({quote + 1, end - quote - 1});
+    quote = text.find('"', end + 1);
   }
   return places;
 }
