@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -53,13 +54,11 @@ struct SignalNotes {
       sigaction(INTERRUPTING_SIGNALS[i], &action, nullptr);
     }
   }
-  ~SignalNotes() { restore(); }
-  SignalNotes(const SignalNotes&) = delete;
-  SignalNotes& operator=(const SignalNotes&) = delete;
-
-  void restore() const {
+  ~SignalNotes() {
     for (std::size_t i = 0; i < old.size(); ++i) sigaction(INTERRUPTING_SIGNALS[i], &old[i], nullptr);
   }
+  SignalNotes(const SignalNotes&) = delete;
+  SignalNotes& operator=(const SignalNotes&) = delete;
 };
 
 bool write_all(int file, const void* data, std::size_t size) {
@@ -88,15 +87,17 @@ bool read_report(int file, SimulationReport& report) {
   return true;
 }
 
-[[noreturn]] void work(const Worker& worker, int pipe, const SignalNotes& signals) {
-  signals.restore();
+[[noreturn]] void work(const Worker& worker, int pipe) {
+  // A terminal or a scheduler signals all processes at once. The one that waits ends the workers; a worker that ended
+  // by itself would look like a crash.
+  for (const int interruption : INTERRUPTING_SIGNALS) std::signal(interruption, SIG_IGN);
   prctl(PR_SET_PDEATHSIG, SIGKILL);  // no simulation outlives the process that waits for it
   const SimulationReport report = simulate(*worker.job, worker.temporary);
   _exit(write_all(pipe, &report, sizeof report) ? 0 : 1);
 }
 
 // Returns false when no process can be made.
-bool start_worker(Job& job, double now, const SignalNotes& signals, std::vector<Worker>& workers) {
+bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
   Worker worker;
@@ -107,7 +108,7 @@ bool start_worker(Job& job, double now, const SignalNotes& signals, std::vector<
   worker.pid = fork();
   if (worker.pid == 0) {
     // The other workers' pipes must not stay open here, and are only ends to read from.
-    work(worker, ends[1], signals);
+    work(worker, ends[1]);
   }
   close(ends[1]);
   if (worker.pid < 0) {
@@ -180,7 +181,7 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
       Job& job = jobs[next];
       if (!options.force && is_up_to_date(job)) {
         job.state = JobState::SKIPPED;
-      } else if (!start_worker(job, elapsed(progress), signals, workers)) {
+      } else if (!start_worker(job, elapsed(progress), workers)) {
         if (!workers.empty()) break;  // one that ends may leave what is needed
         job.state = JobState::FAILED;
         job.text = std::string("No process for the simulation: ") + std::strerror(errno);

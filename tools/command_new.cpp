@@ -71,6 +71,7 @@ int write_recipe(const NewOptions& options) {
 void add_new_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<NewOptions>();
   std::vector<std::string> kinds;
+  kinds.reserve(embedded_recipes().size());
   for (const EmbeddedRecipe& recipe : embedded_recipes()) kinds.emplace_back(recipe.kind);
   CLI::App* command = app.add_subcommand("new", "Write a commented recipe to start from");
   command->add_option("KIND", options->kind, "Kind of recipe; without one, the kinds are listed")

@@ -134,6 +134,7 @@ std::vector<const MessageEntry*> closest_entries(const std::vector<MessageEntry>
                                                  std::size_t count) {
   const std::set<std::string> groups = letter_groups(text);
   std::vector<std::pair<double, const MessageEntry*>> ranked;
+  ranked.reserve(entries.size());
   for (const MessageEntry& entry : entries) ranked.emplace_back(likeness(groups, letter_groups(entry.pattern)), &entry);
   std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
   std::vector<const MessageEntry*> closest;

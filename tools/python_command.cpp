@@ -81,12 +81,19 @@ void set_environment() {
   }
 }
 
+// As exec() takes them, a null at the end.
+std::vector<char*> pointers_to(std::vector<std::string>& words) {
+  std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
 bool fits(const std::string& interpreter) {
   std::vector<std::string> words = {interpreter, "-c", PROBE};
   words.insert(words.end(), MODULES.begin(), MODULES.end());
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments = pointers_to(words);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
@@ -131,10 +138,7 @@ int forward_to_python(char** arguments) {
     if (!fits(interpreter)) continue;
     std::vector<std::string> words = {interpreter, "-m", "vorlen"};
     for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    execvp(interpreter.c_str(), pointers.data());
+    execvp(interpreter.c_str(), pointers_to(words).data());
     return fail(interpreter + ": " + std::strerror(errno));
   }
   return fail(

@@ -48,7 +48,7 @@ class Batch(InAFolder):
 
     def start(self, *arguments):
         run = subprocess.Popen([VORLEN, "run", *arguments], cwd=self.folder, stdout=subprocess.PIPE,
-                               stderr=subprocess.PIPE, encoding="utf-8")
+                               stderr=subprocess.PIPE, encoding="utf-8", start_new_session=True)
         self.addCleanup(run.communicate)
         self.addCleanup(run.kill)
         return run
@@ -211,7 +211,8 @@ class Batch(InAFolder):
                 self.wait_until("no result", lambda: os.path.exists(self.path("a.status.json")))
                 self.wait_until("no second worker", lambda: children_of(run.pid))
                 (worker,) = children_of(run.pid)
-                run.send_signal(number)
+                # To the whole group, as a terminal does.
+                os.killpg(run.pid, number)
                 text, errors = run.communicate(timeout=30)
                 self.assertEqual(run.returncode, 128 + number)
                 self.assertTrue(errors.endswith("vorlen: interrupted\n"), errors)
