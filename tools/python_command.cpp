@@ -36,8 +36,8 @@ struct PythonCommand {
 };
 
 constexpr std::array<PythonCommand, 2> COMMANDS = {{
-    {"report", "Write a report of results with plots", "vorlen report recipe.result.txt"},
-    {"sweep", "Run a recipe over a range of its parameters", "vorlen sweep --help"},
+    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
+    {"sweep", "Run the rows of a sweep's plan, or a part of them", "vorlen sweep plan.json --workers 4"},
 }};
 
 // Asks an interpreter whether it finds all modules that follow.
