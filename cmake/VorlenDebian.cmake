@@ -27,6 +27,9 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/debian/triggers" "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_BINARY_DIR}/debian/triggers")
 
+# Debian's policy wants manual pages compressed; other installations leave them as they are.
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/compress_manual_pages.cmake")
+
 # What each links is found by dpkg-shlibdeps; the library itself says under which name hosts depend on it.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
@@ -56,11 +59,16 @@ find the library.")
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME vorlen)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION science)
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${library_package} (= ${debian_version})")
+# Runs, tables and checks need none of these; the Python package that comes with the tool does.
+set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS
+  "python3, python3-jinja2, python3-matplotlib, python3-numpy, python3-pandas")
+set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "python3-lmfit, python3-scipy, python3-xarray")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "growth of III-nitride layers in MOVPE, command line
 Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
 vapour-phase epitaxy over a whole process recipe.
 .
-This package holds the program vorlen, which runs recipes and shows what grew.")
+This package holds the program vorlen, which checks and runs recipes and shows
+what grew, the schema of recipes for editors, and the Python package vorlen.")
 
 # Each package tells its history and whose it is, where Debian's policy wants it.
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)

@@ -21,5 +21,5 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/vorlensolver.pc"
 # The Python package, where Debian's Python looks and where the tool finds it beside itself.
 if(VORLEN_TOOLS AND EXISTS "${PROJECT_SOURCE_DIR}/python/vorlen")
   install(DIRECTORY python/vorlen DESTINATION "lib/python3/dist-packages" COMPONENT tool
-    FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" REGEX "/assets/[^/]+$" PATTERN "__pycache__" EXCLUDE)
+    PATTERN "__pycache__" EXCLUDE)
 endif()

@@ -47,6 +47,10 @@ dpkg-deb --info "$build"/libvorlensolver1_*.deb shlibs | grep -q '^libVorlenSolv
 lintian --allow-root --fail-on error --tag-display-limit 0 "${packages[@]}" || die "lintian found errors"
 
 for package in "${packages[@]}"; do dpkg-deb --extract "$package" "$root"; done
+for file in bin/vorlen share/man/man1/vorlen.1.gz share/bash-completion/completions/vorlen share/vorlen/recipe.rng \
+  share/vorlen/recipe.xsd lib/python3/dist-packages/vorlen/__init__.py; do
+  [ -f "$root/usr/$file" ] || die "the package vorlen lacks $file"
+done
 libraries=$(dirname "$(find "$root/usr/lib" -name libVorlenSolver.so.1)")
 export LD_LIBRARY_PATH="$libraries"
 export PKG_CONFIG_PATH="$libraries/pkgconfig"

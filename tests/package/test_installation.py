@@ -58,13 +58,19 @@ class Installation(unittest.TestCase):
         self.assertEqual((done.returncode, done.stderr), (1, "Error reading file none.xml\nFailed to open file\n"))
 
     def test_the_files_are_there(self):
-        expected = ["include/vorlen_solver.h", f"{LIBDIR}/libVorlenSolver.so", f"{LIBDIR}/libVorlenSolver.so.{SOVERSION}",
-                    f"{LIBDIR}/pkgconfig/vorlensolver.pc", f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfig.cmake",
+        expected = ["include/vorlen_solver.h", f"{LIBDIR}/libVorlenSolver.so",
+                    f"{LIBDIR}/libVorlenSolver.so.{SOVERSION}", f"{LIBDIR}/pkgconfig/vorlensolver.pc",
+                    f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfig.cmake",
                     f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfigVersion.cmake"]
         if TOOL:
-            expected.append("bin/vorlen")
-        if TOOL and os.path.isdir(os.path.join(SOURCE, "python", "vorlen")):
-            expected.append("lib/python3/dist-packages/vorlen/__init__.py")
+            expected += ["bin/vorlen", "share/man/man1/vorlen.1", "share/bash-completion/completions/vorlen",
+                         "share/vorlen/recipe.rng", "share/vorlen/recipe.xsd"]
+            # The Python package as a whole, with what its reports are made of.
+            tree = os.path.join(SOURCE, "python")
+            for folder, _, names in os.walk(os.path.join(tree, "vorlen")):
+                if os.path.basename(folder) != "__pycache__":
+                    expected += [os.path.join("lib/python3/dist-packages", os.path.relpath(folder, tree), name)
+                                 for name in names]
         for name in expected:
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, name)), name)
         self.assertEqual(os.readlink(os.path.join(self.libraries, "libVorlenSolver.so")),
