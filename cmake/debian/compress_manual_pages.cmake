@@ -1,5 +1,6 @@
 # Run by cpack between installing and packing, in whose folder everything lies below its component.
-file(GLOB_RECURSE pages "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*/man/man[1-9]/*.[1-9]")
+file(GLOB_RECURSE pages "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*.[1-9]")
+list(FILTER pages INCLUDE REGEX "/man/man[1-9]/[^/]+$")
 if(pages)
   execute_process(COMMAND gzip -9n ${pages} COMMAND_ERROR_IS_FATAL ANY)
 endif()
