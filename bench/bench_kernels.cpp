@@ -8,6 +8,9 @@
 #include "bench_support.h"
 #include "integrator/matrix_kernels.h"
 #include "integrator/numerical_jacobian.h"
+#if __has_include("integrator/pair_kernels.h")
+#include "integrator/pair_kernels.h"
+#endif
 #include "integrator/radau_constants.h"
 #include "recipes/bench_recipes.h"
 
@@ -17,6 +20,29 @@ namespace {
 
 constexpr double STEP = 0.1;  // s
 constexpr double ROUNDOFF = 1e-16;
+
+// As the integrator calls them; earlier revisions had no kernels for the pair.
+#if __has_include("integrator/pair_kernels.h")
+void decompose_pair(std::int32_t n, double* A, std::int32_t* IP, double* AR, double* AI, std::int32_t* IP_complex,
+                    std::int32_t& zero_pivot) {
+  LuDecomposePair(n, n, A, IP, AR, AI, IP_complex, zero_pivot);
+}
+void solve_pair(std::int32_t n, const double* A, double* B, const std::int32_t* IP, const double* AR, const double* AI,
+                double* BR, double* BI, const std::int32_t* IP_complex) {
+  LuSolvePair(n, n, A, B, IP, AR, AI, BR, BI, IP_complex);
+}
+#else
+void decompose_pair(std::int32_t n, double* A, std::int32_t* IP, double* AR, double* AI, std::int32_t* IP_complex,
+                    std::int32_t& zero_pivot) {
+  LuDecompose(n, n, A, IP, zero_pivot);
+  if (zero_pivot == 0) LuDecomposeComplex(n, n, AR, AI, IP_complex, zero_pivot);
+}
+void solve_pair(std::int32_t n, const double* A, double* B, const std::int32_t* IP, const double* AR, const double* AI,
+                double* BR, double* BI, const std::int32_t* IP_complex) {
+  LuSolve(n, n, A, B, IP);
+  LuSolveComplex(n, n, AR, AI, BR, BI, IP_complex);
+}
+#endif
 
 struct Matrices {
   std::int32_t n = 0;
@@ -63,16 +89,15 @@ void factorise(benchmark::State& state) {
   const Matrices source = model_matrices(state.range(0));
   Matrices work = source;
   std::int32_t IP[N_STATE_MAX], IP_complex[N_STATE_MAX];
-  std::int32_t zero_pivot = 0, zero_pivot_complex = 0;
+  std::int32_t zero_pivot = 0;
   for (auto _ : state) {
     std::copy(source.E1.begin(), source.E1.end(), work.E1.begin());
     std::copy(source.E2R.begin(), source.E2R.end(), work.E2R.begin());
     std::copy(source.E2I.begin(), source.E2I.end(), work.E2I.begin());
-    LuDecompose(work.n, work.n, work.E1.data(), IP, zero_pivot);
-    LuDecomposeComplex(work.n, work.n, work.E2R.data(), work.E2I.data(), IP_complex, zero_pivot_complex);
+    decompose_pair(work.n, work.E1.data(), IP, work.E2R.data(), work.E2I.data(), IP_complex, zero_pivot);
     benchmark::ClobberMemory();
   }
-  if (zero_pivot != 0 || zero_pivot_complex != 0) state.SkipWithError("a matrix is singular");
+  if (zero_pivot != 0) state.SkipWithError("a matrix is singular");
 }
 BENCHMARK(factorise)->Name("factorise_pair")->Arg(10)->Arg(15);
 
@@ -80,17 +105,14 @@ void solve(benchmark::State& state) {
   Matrices m = model_matrices(state.range(0));
   std::int32_t IP[N_STATE_MAX], IP_complex[N_STATE_MAX];
   std::int32_t zero_pivot = 0;
-  LuDecompose(m.n, m.n, m.E1.data(), IP, zero_pivot);
-  if (zero_pivot != 0) state.SkipWithError("the real matrix is singular");
-  LuDecomposeComplex(m.n, m.n, m.E2R.data(), m.E2I.data(), IP_complex, zero_pivot);
-  if (zero_pivot != 0) state.SkipWithError("the complex matrix is singular");
+  decompose_pair(m.n, m.E1.data(), IP, m.E2R.data(), m.E2I.data(), IP_complex, zero_pivot);
+  if (zero_pivot != 0) state.SkipWithError("a matrix is singular");
   double b[N_STATE_MAX], b_re[N_STATE_MAX], b_im[N_STATE_MAX];
   for (auto _ : state) {
     std::copy(m.B.begin(), m.B.end(), b);
     std::copy(m.B.begin(), m.B.end(), b_re);
     std::copy(m.B.begin(), m.B.end(), b_im);
-    LuSolve(m.n, m.n, m.E1.data(), b, IP);
-    LuSolveComplex(m.n, m.n, m.E2R.data(), m.E2I.data(), b_re, b_im, IP_complex);
+    solve_pair(m.n, m.E1.data(), b, IP, m.E2R.data(), m.E2I.data(), b_re, b_im, IP_complex);
     benchmark::DoNotOptimize(b);
     benchmark::DoNotOptimize(b_re);
     benchmark::DoNotOptimize(b_im);

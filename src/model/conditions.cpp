@@ -64,15 +64,24 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   }
   if (stage_changed) set_stage_delta(stage);
 
-  Q_total = 0.0;
-  for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (gas_index[i] >= 0) Q_total += Q[i];
+  // Mole fractions follow from the flows alone: while these stay so do the fractions, to the last bit, and the partial
+  // pressures unless the pressure moves. No flow or pressure is ever -0, so equal ones have equal bits.
+  const bool flows_stay = reuse_terms && Q == terms.Q_of_x;
+  if (flows_stay && P == terms.P_of_p) return 0;
+  if (!flows_stay) {
+    Q_total = 0.0;
+    for (std::size_t i = 0; i < N_FLOWS; ++i) {
+      if (gas_index[i] >= 0) Q_total += Q[i];
+    }
+    for (std::size_t i = 0; i < N_FLOWS; ++i) {
+      if (gas_index[i] >= 0) x[i] = Q[i] / Q_total;
+    }
+    terms.Q_of_x = Q;
   }
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (gas_index[i] < 0) continue;
-    x[i] = Q[i] / Q_total;
-    p[i] = x[i] * P;
+    if (gas_index[i] >= 0) p[i] = x[i] * P;
   }
+  terms.P_of_p = P;
   // A trace of gallium stays in the gas of stages without a gallium flow.
   const double p_min = GALLIUM_FLOOR * P;
   if (p[TMGa_g] < p_min && p[TEGa_g] < p_min) p[TMGa_g] = p_min;

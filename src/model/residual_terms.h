@@ -86,6 +86,9 @@ struct ResidualTerms {
   // The begin of a step and its three stages; the columns of the Jacobian that move the composition, and the others.
   TermsStore<ConditionTerms, 4> conditions;
   TermsStore<CompositionTerms, 4> compositions;
+  // Flows that the mole fractions and pressure that the partial pressures were formed of; at first equal to none.
+  std::array<double, N_FLOWS> Q_of_x{std::numeric_limits<double>::quiet_NaN()};
+  double P_of_p = std::numeric_limits<double>::quiet_NaN();
   double t_of_conditions = std::numeric_limits<double>::quiet_NaN();  // time of the last look-up by the residual
   std::uint64_t numbers_given = 0;
   std::uint64_t in_model = 0;  // number of the condition terms that stand in the model

@@ -205,3 +205,21 @@ TEST(KeptTerms, OfABadStateAreNotTakenForThoseOfAGoodOne) {
   bad[12] = std::nan("");
   for (const auto& y : {bad, models.start, bad, models.start}) models.evaluate(models->t_begin, y);
 }
+
+TEST(KeptTerms, FollowFlowsAndPressureThatAreSetFromOutside) {
+  // Mole fraction and partial pressure by their definitions, for flows and pressures that come, stay and return.
+  BuiltModel model(recipe_of(RecipeOptions{.stress_model = "off"}));
+  SurfChemNonst& m = model.m;
+  for (double H2 : {1000.0, 1000.0, 3000.0, 1000.0, 1000.0}) {
+    for (double P : {20000.0, 20000.0, 30000.0}) {
+      m.Q.fill(0.0);
+      m.Q[H2_g] = H2;
+      m.Q[NH3_g] = 1000.0;
+      m.active_stages[0].P.set_both(P);
+      ASSERT_EQ(m.update_conditions(m.t_begin + 1.0, false), 0);
+      EXPECT_EQ(m.Q_total, H2 + 1000.0);
+      EXPECT_EQ(m.x[H2_g], H2 / (H2 + 1000.0));
+      EXPECT_EQ(m.p[H2_g], H2 / (H2 + 1000.0) * P);
+    }
+  }
+}
