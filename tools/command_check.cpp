@@ -6,11 +6,15 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
+#include "output.h"
 #include "recipe_check.h"
-#include "tool_output.h"
+#include "table.h"
+#include "terminal.h"
 
 namespace {
 
@@ -43,20 +47,34 @@ std::string counted(std::ptrdiff_t number, const std::string& word) {
 // The library ends some texts with a line break.
 std::string text_on_one_line(std::string text) {
   while (!text.empty() && text.back() == '\n') text.pop_back();
-  return one_line(text);
+  return printable(text);
+}
+
+// Units as a terminal without UTF-8 can show them.
+std::string with_ascii_units(std::string text) {
+  constexpr std::pair<std::string_view, std::string_view> UNITS[] = {{"µ", "u"}, {"⁻²", "^-2"}, {"²", "^2"}};
+  for (const auto& [sign, letters] : UNITS) {
+    for (std::size_t at = text.find(sign); at != std::string::npos; at = text.find(sign, at + letters.size())) {
+      text.replace(at, sign.size(), letters);
+    }
+  }
+  return text;
 }
 
 void append_text(std::string& out, const CheckedFile& checked) {
+  const auto shown = [](const std::string& text) {
+    return use_utf8() ? printable(text) : with_ascii_units(printable(text));
+  };
   for (const Problem& problem : checked.problems) {
     out += checked.file;
     if (problem.line > 0) out += fmt::format(":{}:{}", problem.line, problem.column);
-    out += fmt::format(": {}: {}\n", severity_word(problem.severity), text_on_one_line(problem.text));
+    out += fmt::format(": {}: {}\n", severity_word(problem.severity), shown(text_on_one_line(problem.text)));
     if (!problem.stage.empty()) {
       out += "    stage: " + problem.stage;
-      if (!problem.stage_name.empty()) out += " \"" + one_line(problem.stage_name) + "\"";
+      if (!problem.stage_name.empty()) out += " \"" + printable(problem.stage_name) + "\"";
       out += '\n';
     }
-    if (!problem.hint.empty()) out += "    hint: " + one_line(problem.hint) + "\n";
+    if (!problem.hint.empty()) out += "    hint: " + shown(problem.hint) + "\n";
   }
   const std::ptrdiff_t errors = checked.count(Severity::error);
   const std::ptrdiff_t warnings = checked.count(Severity::warning);
@@ -115,7 +133,7 @@ int check_recipes(const CheckOptions& options) {
   } else {
     for (const CheckedFile& checked : files) append_text(out, checked);
   }
-  if (print_data(out) != EXIT_OK) return EXIT_FAILED;
+  if (print_out(out) != EXIT_OK) return EXIT_FAILED;
   const bool clean = std::all_of(files.begin(), files.end(), [&options](const CheckedFile& checked) {
     return checked.count(Severity::error) == 0 && !(options.strict && checked.count(Severity::warning) > 0);
   });

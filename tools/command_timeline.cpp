@@ -4,17 +4,19 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
-#include <iterator>
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "commands.h"
+#include "output.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
 #include "recipe/species_data.h"
-#include "tool_output.h"
+#include "table.h"
+#include "terminal.h"
 
 namespace {
 
@@ -44,138 +46,136 @@ const ValueRange& flow_of(const StageRecord& stage, const Flow& flow) {
   return stage.Q[static_cast<std::size_t>(flow.species)];
 }
 
-// A table of texts, printed with aligned columns. The first TEXT_COLUMNS columns are aligned to the left.
-using Line = std::vector<std::string>;
-constexpr std::size_t TEXT_COLUMNS = 2;
-
 // A time or duration: ten digits hide what the sum of many durations is off by.
 std::string time_words(double value) { return fmt::format("{:.10g}", value); }
+std::string value_words(double value) { return fmt::format("{:.6g}", value); }
 
 std::string ramp_words(const ValueRange& range) {
-  const std::string begin = fmt::format("{:.6g}", range.val);
-  return range.val == range.end ? begin : begin + " -> " + fmt::format("{:.6g}", range.end);
+  const std::string begin = value_words(range.val);
+  return range.val == range.end ? begin : begin + " -> " + value_words(range.end);
 }
 
+using Row = std::vector<std::string>;
+
 template <typename Record>
-Line begin_line(const Record& stage) {
-  std::string label = stage.label;
-  if (stage.period > 0) label += fmt::format(" (period {})", stage.period);
-  return {label, one_line(stage.name), time_words(stage.begin_time()), time_words(stage.end_time()),
+Row begin_row(const Record& stage) {
+  const std::string period = stage.period > 0 ? fmt::format(" (period {})", stage.period) : "";
+  return {stage.label + period, stage.name, time_words(stage.begin_time()), time_words(stage.end_time()),
           time_words(stage.tau)};
 }
 
-void append_table(std::string& out, const std::vector<Line>& lines) {
-  std::vector<std::size_t> widths(lines.front().size(), 0);
-  for (const Line& line : lines) {
-    for (std::size_t k = 0; k < line.size(); ++k) widths[k] = std::max(widths[k], columns_of(line[k]));
-  }
-  for (const Line& line : lines) {
-    std::string text;
-    for (std::size_t k = 0; k < line.size(); ++k) {
-      const std::string fill(widths[k] - columns_of(line[k]), ' ');
-      text += (k == 0 ? "" : "  ") + (k < TEXT_COLUMNS ? line[k] + fill : fill + line[k]);
-    }
-    text.erase(text.find_last_not_of(' ') + 1);
-    out += text + "\n";
-  }
+Table begin_table(const char* kind) {
+  return {{{kind, true}, {"name", true}, {"begin, s"}, {"end, s"}, {"duration, s"}}, {}};
 }
 
-void append_layers(std::string& out, const char* heading, const std::vector<PrePostStageRecord>& layers) {
-  if (layers.empty()) return;
-  std::vector<Line> lines = {{heading, "name", "begin, s", "end, s", "duration, s", "thickness, nm", "In", "Ga", "Al"}};
+std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>& layers) {
+  Table table = begin_table(kind);
+  for (const char* heading : {"thickness, nm", "In", "Ga", "Al"}) table.columns.push_back({heading});
   for (const PrePostStageRecord& layer : layers) {
-    Line line = begin_line(layer);
+    Row row = begin_row(layer);
     for (double value : {layer.thickness, layer.X_In_average, layer.X_Ga_average, layer.X_Al_average}) {
-      line.push_back(fmt::format("{:.6g}", value));
+      row.push_back(value_words(value));
     }
-    lines.push_back(std::move(line));
+    table.rows.push_back(std::move(row));
   }
-  append_table(out, lines);
-  out += '\n';
+  return table_text(table, use_colour(stdout));
 }
 
-// The table leaves out gases that never flow, and the rotation when no stage has one.
-std::string table_of(const ProcessRecipe& recipe) {
-  std::string out;
-  append_layers(out, "pre-stage", recipe.pre_stages);
-
+// Leaves out gases that never flow, and the rotation when no stage has one.
+std::string stage_table(const std::vector<StageRecord>& stages) {
   std::vector<Flow> flows;
   for (const Flow& flow : FLOWS) {
-    const bool used = std::any_of(recipe.active_stages.begin(), recipe.active_stages.end(), [&flow](const auto& stage) {
+    const bool used = std::any_of(stages.begin(), stages.end(), [&flow](const StageRecord& stage) {
       return flow_of(stage, flow).val != 0.0 || flow_of(stage, flow).end != 0.0;
     });
     if (used) flows.push_back(flow);
   }
-  const bool rotates = std::any_of(recipe.active_stages.begin(), recipe.active_stages.end(),
-                                   [](const StageRecord& stage) { return !stage.omega_TDR.undefined(); });
-  Line heading = {"stage", "name", "begin, s", "end, s", "duration, s", "T, K", "P, Pa"};
-  for (const Flow& flow : flows) heading.push_back(std::string(flow.name) + ", sccm");
-  if (rotates) heading.emplace_back("rotation, rpm");
-  std::vector<Line> lines = {heading};
-  for (const StageRecord& stage : recipe.active_stages) {
-    Line line = begin_line(stage);
-    line.push_back(ramp_words(stage.T));
-    line.push_back(ramp_words(stage.P));
-    for (const Flow& flow : flows) line.push_back(ramp_words(flow_of(stage, flow)));
-    if (rotates) line.push_back(ramp_words(stage.omega_TDR));
-    lines.push_back(std::move(line));
+  const bool rotates =
+      std::any_of(stages.begin(), stages.end(), [](const StageRecord& stage) { return !stage.omega_TDR.undefined(); });
+  Table table = begin_table("stage");
+  table.columns.push_back({"T, K"});
+  table.columns.push_back({"P, Pa"});
+  for (const Flow& flow : flows) table.columns.push_back({std::string(flow.name) + ", sccm"});
+  if (rotates) table.columns.push_back({"rotation, rpm"});
+  for (const StageRecord& stage : stages) {
+    Row row = begin_row(stage);
+    row.push_back(ramp_words(stage.T));
+    row.push_back(ramp_words(stage.P));
+    for (const Flow& flow : flows) row.push_back(ramp_words(flow_of(stage, flow)));
+    if (rotates) row.push_back(ramp_words(stage.omega_TDR));
+    table.rows.push_back(std::move(row));
   }
-  append_table(out, lines);
-  if (!recipe.post_stages.empty()) out += '\n';
-  append_layers(out, "post-stage", recipe.post_stages);
-  if (out.ends_with("\n\n")) out.pop_back();
+  return table_text(table, use_colour(stdout));
+}
+
+std::string table_of(const ProcessRecipe& recipe) {
+  std::string out;
+  if (!recipe.pre_stages.empty()) out += layer_table("pre-stage", recipe.pre_stages) + "\n";
+  out += stage_table(recipe.active_stages);
+  if (!recipe.post_stages.empty()) out += "\n" + layer_table("post-stage", recipe.post_stages);
   return out;
 }
 
-std::string csv_field(const std::string& text) {
-  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-  return quoted + "\"";
-}
+// ---- Comma-separated values: all columns, all digits; what a layer does not have is empty
 
-// The shortest digits that read back as the same number.
-std::string csv_number(double value) { return fmt::format("{}", value); }
-
-std::string csv_ramp(const ValueRange& range) {
-  return range.undefined() ? "," : csv_number(range.val) + "," + csv_number(range.end);
+void append_ramp(Row& row, const ValueRange& range) {
+  row.push_back(range.undefined() ? "" : exact_number(range.val));
+  row.push_back(range.undefined() ? "" : exact_number(range.end));
 }
 
 template <typename Record>
-std::string csv_begin(const char* kind, const Record& stage) {
-  const std::string period = stage.period > 0 ? std::to_string(stage.period) : "";
-  return fmt::format("{},{},{},{},{},{},{}", kind, stage.label, period, csv_field(stage.name),
-                     csv_number(stage.begin_time()), csv_number(stage.end_time()), csv_number(stage.tau));
+Row begin_csv_row(const char* kind, const Record& stage) {
+  return {kind,
+          stage.label,
+          stage.period > 0 ? std::to_string(stage.period) : "",
+          stage.name,
+          exact_number(stage.begin_time()),
+          exact_number(stage.end_time()),
+          exact_number(stage.tau)};
 }
 
-std::string csv_layer(const char* kind, const PrePostStageRecord& layer) {
-  // Temperature, pressure, seven flows and rotation stay empty.
-  return csv_begin(kind, layer) + std::string(20, ',') +
-         fmt::format(",{},{},{},{}\n", csv_number(layer.thickness), csv_number(layer.X_In_average),
-                     csv_number(layer.X_Ga_average), csv_number(layer.X_Al_average));
+Row layer_csv_row(const char* kind, const PrePostStageRecord& layer) {
+  Row row = begin_csv_row(kind, layer);
+  row.resize(row.size() + 2 * (2 + FLOWS.size() + 1));  // temperature, pressure, flows and rotation
+  for (double value : {layer.thickness, layer.X_In_average, layer.X_Ga_average, layer.X_Al_average}) {
+    row.push_back(exact_number(value));
+  }
+  return row;
 }
 
 std::string csv_of(const ProcessRecipe& recipe) {
-  std::string out = "kind,stage,period,name,begin_s,end_s,duration_s,T_begin_K,T_end_K,P_begin_Pa,P_end_Pa";
-  for (const Flow& flow : FLOWS) out += fmt::format(",{0}_begin_sccm,{0}_end_sccm", flow.name);
-  out += ",omega_TDR_begin_rpm,omega_TDR_end_rpm,thickness_nm,x_in,x_ga,x_al\n";
-  for (const PrePostStageRecord& layer : recipe.pre_stages) out += csv_layer("pre", layer);
-  for (const StageRecord& stage : recipe.active_stages) {
-    out += csv_begin("active", stage) + "," + csv_ramp(stage.T) + "," + csv_ramp(stage.P);
-    for (const Flow& flow : FLOWS) out += "," + csv_ramp(flow_of(stage, flow));
-    out += "," + csv_ramp(stage.omega_TDR) + ",,,,\n";
+  Table table;
+  for (const char* heading : {"kind", "stage", "period", "name", "begin_s", "end_s", "duration_s", "T_begin_K",
+                              "T_end_K", "P_begin_Pa", "P_end_Pa"}) {
+    table.columns.push_back({heading});
   }
-  for (const PrePostStageRecord& layer : recipe.post_stages) out += csv_layer("post", layer);
-  return out;
+  for (const Flow& flow : FLOWS) {
+    for (const char* end : {"_begin_sccm", "_end_sccm"}) table.columns.push_back({std::string(flow.name) + end});
+  }
+  for (const char* heading : {"omega_TDR_begin_rpm", "omega_TDR_end_rpm", "thickness_nm", "x_in", "x_ga", "x_al"}) {
+    table.columns.push_back({heading});
+  }
+  for (const PrePostStageRecord& layer : recipe.pre_stages) table.rows.push_back(layer_csv_row("pre", layer));
+  for (const StageRecord& stage : recipe.active_stages) {
+    Row row = begin_csv_row("active", stage);
+    append_ramp(row, stage.T);
+    append_ramp(row, stage.P);
+    for (const Flow& flow : FLOWS) append_ramp(row, flow_of(stage, flow));
+    append_ramp(row, stage.omega_TDR);
+    row.resize(table.columns.size());
+    table.rows.push_back(std::move(row));
+  }
+  for (const PrePostStageRecord& layer : recipe.post_stages) table.rows.push_back(layer_csv_row("post", layer));
+  return csv_text(table);
 }
 
 int show_timeline(const TimelineOptions& options) {
   ProcessRecipe recipe;
   std::string error;
   if (vorlen::read_recipe(options.recipe.c_str(), recipe, error) != 0 || !recipe.validate_recipe(error)) {
-    return report_failure(error);
+    return fail(error);
   }
-  return print_data(options.csv ? csv_of(recipe) : table_of(recipe));
+  return print_out(options.csv ? csv_of(recipe) : table_of(recipe));
 }
 
 }  // namespace

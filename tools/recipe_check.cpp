@@ -9,6 +9,7 @@
 
 #include "api/vorlen_solver.h"
 #include "model/surfchem_nonst.h"
+#include "recipe/load_document.h"
 #include "recipe/read_recipe.h"
 #include "recipe_reading.h"
 
@@ -40,24 +41,21 @@ Verdict ask_library(const std::string& file) {
   return verdict;
 }
 
-// The file as a whole can't be read; the parser knows the place of a fault in the text.
-Problem file_problem(const std::string& file, const std::string& text) {
+// The file as a whole can't be read. The parser knows the place of a fault in the text.
+Problem file_problem(const std::string& text, const TiXmlDocument& document) {
   Problem problem;
   problem.kind = "file";
   problem.text = text;
   const std::string_view reason = std::string_view(text).substr(text.find('\n') + 1);
+  if (document.ErrorRow() > 0) {
+    problem.line = document.ErrorRow();
+    problem.column = document.ErrorCol();
+  }
   if (reason.starts_with("Failed to open")) {
     problem.hint = "check that the file is there and can be read, and that it is no folder";
   } else if (reason.starts_with("Elements are nested")) {
     problem.hint = "look for missing end tags";
-  } else {
-    TiXmlDocument document(file.c_str());
-    document.SetTabSize(1);
-    document.LoadFile();
-    if (document.ErrorRow() > 0) {
-      problem.line = document.ErrorRow();
-      problem.column = document.ErrorCol();
-    }
+  } else if (document.Error()) {
     problem.hint = "the file is no well-formed XML";
   }
   return problem;
@@ -95,11 +93,12 @@ void let_library_decide(const Verdict& verdict, const TiXmlDocument& document, s
 
 std::vector<Problem> check_recipe(const std::string& file) {
   const Verdict verdict = ask_library(file);
-  if (!verdict.file_read) return {file_problem(file, verdict.text)};
-
-  TiXmlDocument document(file.c_str());
+  TiXmlDocument document;
   document.SetTabSize(1);  // columns count characters
-  document.LoadFile();
+  std::string ignored;     // the library's own text has columns with wider tabs
+  const bool loaded = vorlen::load_document(file.c_str(), document, ignored);
+  if (!loaded || !verdict.file_read) return {file_problem(verdict.file_read ? ignored : verdict.text, document)};
+
   Reading reading = read_all(document);
   std::vector<Problem>& problems = reading.errors;
   let_library_decide(verdict, document, problems);

@@ -22,6 +22,7 @@ using vorlen::ValueRange;
 
 constexpr int STAGE_COUNT_MAX = 9999;
 constexpr double ACTIVE_STAGE_COUNT_MAX = 1e6;
+constexpr double PERIODIC_NAMES_MAX = 64.0 * 1024.0 * 1024.0;  // bytes
 constexpr double COMPOSITION_MIN = 0.9999;
 constexpr double COMPOSITION_MAX = 1.0001;
 constexpr double FLOW_MIN = 1e-10;  // sccm; a smaller flow counts as none
@@ -65,7 +66,11 @@ std::string element_words(const Row& row) {
 // A child of parent that the table does not know and whose name is near to the wanted one.
 const TiXmlElement* misspelt_child(const TiXmlNode& parent, Section section, const char* wanted) {
   for (const TiXmlElement* child = parent.FirstChildElement(); child != nullptr; child = child->NextSiblingElement()) {
-    if (find_row(section, child->Value()) == nullptr && !nearest_word(child->Value(), {wanted}).empty()) return child;
+    const bool is_sub_stage =
+        section == Section::periodic && stage_number(parent.ValueStr() + "_#", child->Value()) > 0;
+    if (!is_sub_stage && find_row(section, child->Value()) == nullptr &&
+        !nearest_word(child->Value(), {wanted}).empty())
+      return child;
   }
   return nullptr;
 }
@@ -444,6 +449,10 @@ void Walk::read_periodic(const TiXmlElement& element, const StagePlace& place) {
   const auto n_periods = scope.values.find("n_periods");
   const auto n_stages = scope.values.find("n_stages");
   if (n_periods == scope.values.end() || n_stages == scope.values.end()) return;
+  std::size_t names_size = 0;
+  for (std::size_t k = static_cast<std::size_t>(first); k < out.stages.size(); ++k) {
+    names_size += out.stages[k].place.name.size();
+  }
   if (n_periods->second > 1.0) out.stages.back().repeats_from = first;
   n_active_stages = n_before + n_periods->second * n_stages->second;
   if (n_active_stages > ACTIVE_STAGE_COUNT_MAX) {
@@ -451,6 +460,9 @@ void Walk::read_periodic(const TiXmlElement& element, const StagePlace& place) {
           "Number of active stages is greater than 1000000",
           fmt::format("{} periods of {} stages, and {} stages before them", number_words(n_periods->second),
                       number_words(n_stages->second), number_words(n_before)));
+  } else if (static_cast<double>(names_size) * n_periods->second > PERIODIC_NAMES_MAX) {
+    error("not-allowed", element, nullptr, place,
+          "Names of all periods take more than 64 MiB: " + element_full_name(&element), "shorten the names");
   }
 }
 

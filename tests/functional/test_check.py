@@ -2,6 +2,7 @@
 import ctypes
 import json
 import os
+import re
 import subprocess
 import tempfile
 import unittest
@@ -179,6 +180,13 @@ class Hints(InAFolder):
         problem = self.one_problem(('<tau val="70"/>', ""))
         self.assertEqual(problem["hint"], 'add <tau val="..."/>: duration')
 
+    def test_a_sub_stage_that_is_there_is_no_misspelt_one(self):
+        problem = self.problems(("<stage_1_2>", "<stage_x>"), ("</stage_1_2>", "</stage_x>"))[0]
+        self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
+        self.assertRegex(problem["hint"], "^<stage_x> in line")
+        problem = self.one_problem(('<n_stages val="4"/>', '<n_stages val="5"/>'))
+        self.assertEqual(problem["hint"], "the number of stages given in this element says that there is one")
+
     def test_one_entry_for_a_count_that_is_too_high(self):
         problem = self.one_problem(('<n_stages val="2"/>', '<n_stages val="9000"/>'))
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_3 is not found")
@@ -203,6 +211,11 @@ class Warnings(InAFolder):
         self.assertEqual(self.problems((
             "<NonstSurfChem>", '<NonstSurfChem xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
             'xsi:noNamespaceSchemaLocation="recipe.xsd">')), [])
+
+    def test_a_line_that_names_the_schema_is_no_problem(self):
+        self.assertEqual(self.problems((
+            "<NonstSurfChem>", '<?xml-model href="recipe.rng" type="application/xml" '
+            'schematypens="http://relaxng.org/ns/structure/1.0"?>\n<NonstSurfChem>')), [])
 
     def test_characters_behind_a_number(self):
         problem = self.expect("trailing-characters", "write the number alone", ('<tau val="70"/>', '<tau val="12abc"/>'))
@@ -254,6 +267,13 @@ class Warnings(InAFolder):
         self.assertEqual(run.returncode, 0)
         self.assertEqual(run.stdout.count("GR_average of the model InGaN_GR_X acts as nm/s"), 1)
 
+    def test_units_without_utf_8(self):
+        path = os.path.join(SOURCE, "tests", "data", "recipes", "ingan_wells_gr_x.xml")
+        for locale, unit in (("C", "um/h"), ("C.UTF-8", "µm/h")):
+            run = subprocess.run([VORLEN, "check", path], env={**os.environ, "LC_ALL": locale}, capture_output=True,
+                                 encoding="utf-8", check=False)
+            self.assertIn(f"acts as nm/s, not as {unit}\n", run.stdout)
+
     def test_a_first_stage_without_gallium(self):
         problem = self.expect("no-gallium", "begin with a stage that has TMGa or TEGa",
                               ('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>'))
@@ -278,6 +298,42 @@ class Warnings(InAFolder):
         problems = self.problems_of_file()
         self.assertEqual(sorted(problem["stage"] for problem in problems if problem["kind"] == "temperature-jump"),
                          ["stage_1_1", "stage_2"])
+
+
+class ThePage(InAFolder):
+    """docs/checking-a-recipe.md"""
+
+    def setUp(self):
+        super().setUp()
+        with open(os.path.join(SOURCE, "docs", "checking-a-recipe.md"), encoding="utf-8") as file:
+            self.page = file.read()
+
+    def test_its_kinds_are_those_of_the_sources(self):
+        told = set()
+        for line in re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \|", self.page.split("### For programs")[0], re.MULTILINE):
+            told.update(re.findall(r"`([a-z-]+)`", line))
+        used = set()
+        folder = os.path.join(SOURCE, "tools")
+        for name in os.listdir(folder):
+            if re.fullmatch(r"recipe_(reading|unread|process|check)\.cpp", name):
+                with open(os.path.join(folder, name), encoding="utf-8") as file:
+                    used.update(re.findall(r'(?:\berror\(|\bwarning\(|\bwarn\((?:\s*warnings,)?|kind =|Severity::\w+,)\s*"([a-z-]+)"',
+                                           file.read()))
+        self.assertGreater(len(used), 15)
+        self.assertEqual(told, used)
+
+    def test_its_report_and_its_timeline_are_what_the_tool_prints(self):
+        blocks = re.findall(r"```text\n\$ vorlen (.*?)\n(.*?)```", self.page, re.DOTALL)
+        self.assertEqual([command for command, _ in blocks], ["check recipe.xml", "timeline examples/ingan_gan_mqw.xml"])
+        text = self.recipe(('<tau val="70"/>', '<tau val="0"/>'))
+        at = text.index("<stage_2>") + len("<stage_2>")
+        self.write("recipe.xml", text[:at] + "\n      <dopant val=\"Si\"/>" + text[at:])
+        self.assertEqual(self.check("recipe.xml").stdout, blocks[0][1])
+        printed = vorlen("timeline", example("ingan_gan_mqw"), cwd=self.folder).stdout.splitlines()
+        for line in blocks[1][1].splitlines():
+            if line != "...":
+                start = line.removesuffix(" ...")
+                self.assertTrue(any(other.startswith(start) for other in printed), line)
 
 
 class Faults(InAFolder):
