@@ -28,17 +28,17 @@ constexpr Limits at_least(double low) { return {.low = low}; }
 constexpr Limits count(double low, const char* shown) { return {.low = low, .shown = shown}; }
 
 constexpr Row group_row(Section section, const char* name, Section children, Condition condition, const char* meaning) {
-  return {section, name, Kind::container, children, condition, "", ANY, {}, "", meaning};
+  return {name, section, Kind::container, children, condition, "", ANY, {}, "", meaning};
 }
 
 constexpr Row keyword_row(Section section, const char* name, std::span<const char* const> keywords, const char* refusal,
                           const char* meaning, Condition condition = Condition::always) {
-  return {section, name, Kind::keyword, Section::none, condition, "", ANY, keywords, refusal, meaning};
+  return {name, section, Kind::keyword, Section::none, condition, "", ANY, keywords, refusal, meaning};
 }
 
 constexpr Row value_row(Section section, const char* name, Kind kind, Condition condition, const char* unit,
                         const Limits& limits, const char* refusal, const char* meaning) {
-  return {section, name, kind, Section::none, condition, unit, limits, {}, refusal, meaning};
+  return {name, section, kind, Section::none, condition, unit, limits, {}, refusal, meaning};
 }
 
 constexpr Row constant_row(const char* name, const char* unit, const char* meaning) {
@@ -125,15 +125,15 @@ constexpr Row ROWS[] = {
     value_row(pre_stages, "t0", real, always, "s", at_least(0.0), "Begin time t0 is negative", "begin of the process"),
     value_row(pre_stages, "n_pre_stages", integer, always, "", count(0, "0 to 9999"),
               "Number of pre-stages is negative", "number of pre-stages"),
-    {pre_stages, "pre_stage_#", stage_list, layer, always, "", ANY, {}, "", "`pre_stage_1` to the number"},
+    {"pre_stage_#", pre_stages, stage_list, layer, always, "", ANY, {}, "", "`pre_stage_1` to the number"},
 
     value_row(process_stages, "n_stages", integer, always, "", count(1, "1 to 9999"),
               "Number of active stages should be positive", "number of active stages, a periodic one counting once"),
-    {process_stages, "stage_#", stage_list, stage, always, "", ANY, {}, "", "`stage_1` to the number"},
+    {"stage_#", process_stages, stage_list, stage, always, "", ANY, {}, "", "`stage_1` to the number"},
 
     value_row(post_stages, "n_post_stages", integer, always, "", count(0, "0 to 9999"),
               "Number of post-stages is negative", "number of post-stages"),
-    {post_stages, "post_stage_#", stage_list, layer, always, "", ANY, {}, "", "`post_stage_1` to the number"},
+    {"post_stage_#", post_stages, stage_list, layer, always, "", ANY, {}, "", "`post_stage_1` to the number"},
 
     value_row(layer, "name", text, name_of_layer, "", ANY, "", "name of the layer in the result file"),
     value_row(layer, "tau", real, always, "s", at_least(1e-4), "Duration tau is less than 1e-4 s in {stage}",
@@ -206,8 +206,8 @@ constexpr Row ROWS[] = {
               "how often the sequence is grown"),
     value_row(periodic, "n_stages", integer, always, "", count(1, "1 to 9999"),
               "Active stage  is not set correctly. Stage duration is zero or not specified", "number of sub-stages"),
-    {periodic,
-     "stage_N_#",
+    {"stage_N_#",
+     periodic,
      stage_list,
      stage,
      always,

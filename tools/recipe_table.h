@@ -77,8 +77,8 @@ struct Limits {
 };
 
 struct Row {
-  Section section;  // of the parent
   const char* name;
+  Section section;  // of the parent
   Kind kind;
   Section children;  // of a container
   Condition condition;
