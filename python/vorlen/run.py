@@ -292,7 +292,7 @@ def read(path: str | os.PathLike[str], recipe: str | os.PathLike[str] | Recipe |
     if not content:
         raise ResultFileError(f"{path} is empty: the run ended before its first row")
     status = read_status(path)
-    if status.get("result_sha256") != hashlib.sha256(content).hexdigest():
+    if status and status.get("result_sha256") != hashlib.sha256(content).hexdigest():
         status = {}
     source = RecipeSource() if recipe is None else RecipeSource.of(recipe)
     if recipe is not None and source.content is None:

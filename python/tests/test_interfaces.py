@@ -1,0 +1,47 @@
+"""Run.interfaces: widths that follow by hand."""
+
+from __future__ import annotations
+
+import numpy as np
+import pytest
+
+import vorlen
+from support import result, row
+
+
+def run_of(rows: list[str], layers: list[tuple[str, float, float]]) -> vorlen.Run:
+    return vorlen.Run(result(layers, rows).encode())
+
+
+def test_a_linear_step_has_eight_tenths_of_its_length() -> None:
+    # 0 up to 10 nm, rising to 0.2 at 12 nm, constant from there: 10 % at 10.2 nm and 90 % at 11.8 nm
+    points = [(0, 0, 0.0), (10, 10, 0.0), (12, 12, 0.2), (20, 20, 0.2)]
+    run = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], [("a", 10, 10), ("b", 10, 10)])
+    (interface,) = run.interfaces.to_dict("records")
+    assert (interface["below"], interface["above"], interface["metal"]) == ("a", "b", "In")
+    assert interface["z"] == 10 and interface["x_above"] == pytest.approx(0.2)
+    assert (interface["z10"], interface["z90"]) == pytest.approx((10.2, 11.8))
+    assert interface["width"] == pytest.approx(1.6)
+
+
+def test_a_fall_of_aluminium_is_an_interface_too() -> None:
+    points = [(0, 0, 0.3), (10, 10, 0.3), (11, 11, 0.0), (20, 20, 0.0)]
+    run = run_of([row(time=t, z=z, x_al=x) for t, z, x in points], [("a", 10, 10), ("b", 10, 10)])
+    assert run.interfaces["metal"][1] == "Al" and run.interfaces["width"][1] == pytest.approx(0.8)
+
+
+def test_a_jump_between_stages_that_were_not_simulated_has_no_width() -> None:
+    rows = [row(False, time=t, z=z, x_in=x) for t, z, x in ((0, 0, 0.0), (1, 5, 0.0), (1, 5, 0.1), (2, 9, 0.1))]
+    assert run_of(rows, [("a", 1, 5), ("b", 1, 4)]).interfaces["width"][1] == 0.0
+
+
+def test_layers_of_one_composition_have_no_interface() -> None:
+    rows = [row(time=t, z=t, x_in=0.1) for t in (0.0, 5.0, 10.0)]
+    run = run_of(rows, [("a", 5, 5), ("b", 5, 5)])
+    assert run.interfaces.empty and list(run.interfaces.columns)[:2] == ["below", "above"]
+
+
+def test_a_step_that_dips_below_ten_percent_again_is_measured_from_its_first_rise() -> None:
+    points = [(0, 0, 0.0), (10, 10, 0.0), (11, 11, 0.1), (12, 12, 0.0), (13, 13, 0.1), (20, 20, 0.1)]
+    run = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], [("a", 10, 10), ("b", 10, 10)])
+    assert np.isclose(run.interfaces["z10"][1], 10.1) and np.isclose(run.interfaces["z90"][1], 10.9)

@@ -1,0 +1,65 @@
+"""The package as it is installed: by pip without a network, and by CMake beside the library."""
+
+from __future__ import annotations
+
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import vorlen
+from support import MQW, ROOT
+from vorlen._library import find_library
+
+PROGRAM = "import sys, vorlen; print(vorlen.__version__, vorlen.__file__); vorlen.report(vorlen.run(sys.argv[1]), sys.argv[2])"
+
+
+def run_program(python: str, folder: Path, **variables: str) -> str:
+    """Runs PROGRAM outside of the tree and returns what it prints."""
+    environment = {name: value for name, value in os.environ.items() if name not in ("PYTHONPATH", "VORLEN_LIBRARY")}
+    command = [python, "-c", PROGRAM, str(MQW), str(folder / "run.html")]
+    done = subprocess.run(command, cwd=folder, env=environment | variables, capture_output=True, text=True, check=False)
+    assert done.returncode == 0, done.stderr
+    assert (folder / "run.html").stat().st_size > 1_000_000  # with the charts' program inside
+    return done.stdout
+
+
+def test_pip_installs_it_without_a_network(tmp_path: Path) -> None:
+    source = tmp_path / "python"
+    shutil.copytree(ROOT / "python", source, ignore=shutil.ignore_patterns("__pycache__", ".hypothesis"))
+    venv = tmp_path / "venv"
+    subprocess.run([sys.executable, "-m", "venv", "--system-site-packages", str(venv)], check=True)
+    python = str(venv / "bin" / "python")
+    options = ["--no-index", "--no-build-isolation", "--quiet"]
+    subprocess.run([python, "-m", "pip", "install", *options, str(source)], check=True)
+    printed = run_program(python, tmp_path, VORLEN_LIBRARY=str(Path(find_library()).resolve()))
+    assert printed.startswith(f"{vorlen.__version__} {venv}")
+
+
+def test_an_installation_of_the_library_is_found_from_the_package_in_it(tmp_path: Path) -> None:
+    prefix = tmp_path / "prefix"
+    package = prefix / "lib" / "python3" / "dist-packages" / "vorlen"
+    shutil.copytree(ROOT / "python" / "vorlen", package, ignore=shutil.ignore_patterns("__pycache__"))
+    shutil.copy(Path(find_library()).resolve(), prefix / "lib" / "libVorlenSolver.so.1")
+    printed = run_program(sys.executable, tmp_path, PYTHONPATH=str(package.parent))
+    assert str(package) in printed
+
+
+def test_a_missing_library_is_told_with_the_places(tmp_path: Path) -> None:
+    done = subprocess.run(
+        [sys.executable, "-c", "import vorlen; vorlen.run('r.xml')"],
+        env=os.environ | {"VORLEN_LIBRARY": str(tmp_path / "none.so"), "PYTHONPATH": str(ROOT / "python")},
+        capture_output=True,
+        text=True,
+        check=False,
+    )
+    assert done.returncode == 1 and "LibraryNotFoundError" in done.stderr
+    assert "none.so" in done.stderr and "VORLEN_LIBRARY" in done.stderr
+
+
+def test_importing_is_quick_and_draws_in_no_plotting_library() -> None:
+    program = "import sys, vorlen; print([m for m in ('matplotlib', 'jinja2', 'xarray', 'scipy') if m in sys.modules])"
+    environment = os.environ | {"PYTHONPATH": str(ROOT / "python")}
+    done = subprocess.run([sys.executable, "-c", program], env=environment, capture_output=True, text=True, check=True)
+    assert done.stdout == "[]\n"

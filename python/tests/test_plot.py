@@ -1,0 +1,161 @@
+"""Run.plot: what the figures draw, and that their text stays text."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+import matplotlib
+
+matplotlib.use("Agg")
+
+import matplotlib.pyplot as plt
+import numpy as np
+import pytest
+
+import vorlen
+from support import EXAMPLES, MQW, ROOT, V_DEFECTS, failing_recipe, recipe_with_not_a_numbers
+
+
+@pytest.fixture(autouse=True)
+def close_figures():
+    yield
+    plt.close("all")
+
+
+def labels(figure) -> list[str]:
+    return [axis.get_ylabel().split("\n")[0] for axis in figure.axes]
+
+
+def line(axis, label: str):
+    return next(line for line in axis.lines if line.get_label() == label)
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+@pytest.mark.parametrize("kind", ["time", "depth", "relaxation"])
+@pytest.mark.parametrize("span", ["active", "all"])
+def test_every_kind_of_every_example_is_drawn(path: Path, kind: str, span: str) -> None:
+    figure = vorlen.run(path).plot(kind, span=span)
+    figure.canvas.draw()
+    assert len(figure.axes) == (2 if kind == "relaxation" else 5)
+
+
+def test_over_time_the_curves_are_the_columns_of_the_result() -> None:
+    run = vorlen.run(V_DEFECTS)
+    rows = run.profile[run.profile["active"]]
+    figure = run.plot("time")
+    composition, rate, temperature, strain, densities = figure.axes
+    assert labels(figure)[:3] == ["composition", "growth rate", "temperature"]
+    for axis, label, values in (
+        (composition, "In", rows["x_in"]),
+        (strain, "at growth (t)", 100 * rows["eps_xx_t"]),
+        (strain, "in the end (z)", 100 * rows["eps_xx_z"]),
+        (densities, "dislocations (t)", rows["rho_td_t"]),
+        (densities, "dislocations (z)", rows["rho_td_z"]),
+    ):
+        assert np.array_equal(line(axis, label).get_xdata(), rows["time"])
+        assert np.array_equal(line(axis, label).get_ydata(), values)
+    # the column of V-defects holds two times the density; where there are none nothing is drawn
+    drawn = line(densities, "V-defects (t)").get_ydata()
+    opened = rows["rho_vd0_t"].to_numpy() > 0
+    assert np.array_equal(drawn[opened], rows["rho_vd0_t"].to_numpy()[opened] / 2) and np.isnan(drawn[~opened]).all()
+    assert densities.get_yscale() == "log" and strain.get_yscale() == "linear"
+    assert "In" in [text.get_text() for text in composition.get_legend().get_texts()]
+
+
+def test_over_depth_the_height_is_counted_from_the_first_simulated_row() -> None:
+    run = vorlen.run(V_DEFECTS)
+    rows = run.profile[run.profile["active"]]
+    axis = run.plot("depth").axes[0]
+    assert np.array_equal(line(axis, "In").get_xdata(), rows["z"] - rows["z"].iloc[0])
+    assert rows["z"].iloc[0] == pytest.approx(2000.0)  # the template
+    assert "nm" in run.plot("depth").axes[-1].get_xlabel()
+
+
+def test_the_temperature_has_the_corners_of_the_recipe() -> None:
+    figure = vorlen.run(MQW).plot("time")
+    curve = figure.axes[2].lines[0]
+    # 150 s at 1080 K from 3000 s on, 20 s down to 1010 K, 70 s there, 20 s up
+    for time, heat in ((3000, 1080), (3150, 1080), (3160, 1045), (3170, 1010), (3240, 1010), (3250, 1045), (3260, 1080)):
+        assert np.interp(time, curve.get_xdata(), curve.get_ydata()) == pytest.approx(heat)
+
+
+def test_stages_are_shaded_and_named() -> None:
+    figure = vorlen.run(MQW).plot("time")
+    names = [text.get_text() for text in figure.axes[0].texts]
+    assert names[:3] == ["GaN barrier", "cooling", "InGaN well"] and names[-1] == "last GaN barrier"
+    assert len(figure.axes[3].patches) == 13  # three periods of four, and the last barrier
+
+
+def test_without_a_recipe_there_is_no_temperature(tmp_path: Path) -> None:
+    vorlen.run(V_DEFECTS, tmp_path / "r.txt")
+    run = vorlen.read(tmp_path / "r.txt")
+    assert "temperature" not in labels(run.plot())
+    with pytest.raises(ValueError, match="temperature"):
+        run.plot(panels=["temperature"])
+    assert "temperature" in labels(vorlen.read(tmp_path / "r.txt", recipe=V_DEFECTS).plot())
+
+
+def test_the_relaxation_diagram_has_the_layers_tops() -> None:
+    run = vorlen.run(V_DEFECTS)
+    axis = run.plot("relaxation").axes[1]
+    points = sorted(line.get_xydata()[0].tolist() for line in axis.lines if line.get_marker() == "o")
+    top = run.profile[run.profile["time"] <= 3724 * (1 + 1e-9)].iloc[-1]  # the end of the InGaN
+    assert points[-1] == pytest.approx([top["a_eff_z"] / (1 + top["eps_xx_z"]), top["a_eff_z"]])
+    assert any("R = 0.095" in text.get_text() for text in axis.texts)
+
+
+@pytest.mark.parametrize("kind", ["time", "depth", "relaxation"])
+def test_failed_runs_and_not_a_numbers_are_drawn_as_far_as_they_go(kind: str) -> None:
+    with pytest.raises(vorlen.SimulationError) as caught:
+        vorlen.run(failing_recipe())
+    caught.value.run.plot(kind).canvas.draw()
+    vorlen.run(recipe_with_not_a_numbers()).plot(kind).canvas.draw()
+
+
+@pytest.mark.parametrize("options", [{"kind": "spiral"}, {"span": "none"}, {"panels": ["colour"]}, {"panels": []}])
+def test_an_unknown_option_is_refused(options: dict[str, object]) -> None:
+    with pytest.raises(ValueError):
+        vorlen.run(V_DEFECTS).plot(**options)
+
+
+def test_saved_figures_keep_text_as_text_and_are_the_same_each_time(tmp_path: Path) -> None:
+    run = vorlen.run(V_DEFECTS)
+    for name in ("a.svg", "b.svg"):
+        run.plot("depth", path=tmp_path / name)
+    svg = (tmp_path / "a.svg").read_text()
+    assert svg == (tmp_path / "b.svg").read_text()
+    assert ">composition</text>" in svg and ">GaN cap</text>" in svg
+    run.plot("depth", path=tmp_path / "a.pdf")
+    assert b"/Type3" not in (tmp_path / "a.pdf").read_bytes()  # Type 3 fonts are what journals refuse
+
+
+def test_the_picture_of_the_readme_is_what_its_script_draws(tmp_path: Path) -> None:
+    kept = ROOT / "docs" / "figures" / "v_defects.svg"
+    vorlen.run(V_DEFECTS).plot("depth", panels=("composition", "strain", "densities"), path=tmp_path / "r.svg")
+    assert (tmp_path / "r.svg").read_bytes() == kept.read_bytes()
+    assert kept.stat().st_size < 300_000
+    assert "docs/figures/v_defects.svg" in (ROOT / "README.md").read_text()
+
+
+def test_the_colours_of_metals_can_be_told_apart_without_colour_vision() -> None:
+    """Distance in CIELAB of the colours as a deuteranope and a protanope see them (matrices of Machado et al., 2009)."""
+    from matplotlib.colors import to_rgb
+
+    from vorlen.plot import ALUMINIUM, GALLIUM, INDIUM
+
+    seen_by = {
+        "deuteranope": [[0.367322, 0.860646, -0.227968], [0.280085, 0.672501, 0.047413], [-0.011820, 0.042940, 0.968881]],
+        "protanope": [[0.152286, 1.052583, -0.204868], [0.114503, 0.786281, 0.099216], [-0.003882, -0.048116, 1.051998]],
+    }
+    to_xyz = np.array([[0.4124, 0.3576, 0.1805], [0.2126, 0.7152, 0.0722], [0.0193, 0.1192, 0.9505]])
+
+    def lab(colour: str, matrix: list[list[float]]) -> np.ndarray:
+        rgb = np.array(to_rgb(colour))
+        linear = np.where(rgb <= 0.04045, rgb / 12.92, ((rgb + 0.055) / 1.055) ** 2.4)
+        x, y, z = (to_xyz @ np.clip(np.array(matrix) @ linear, 0, 1)) / np.array([0.9505, 1.0, 1.089])
+        fx, fy, fz = (np.cbrt(v) if v > 0.008856 else 7.787 * v + 16 / 116 for v in (x, y, z))
+        return np.array([116 * fy - 16, 500 * (fx - fy), 200 * (fy - fz)])
+
+    for matrix in seen_by.values():
+        for a, b in ((INDIUM, GALLIUM), (INDIUM, ALUMINIUM), (GALLIUM, ALUMINIUM)):
+            assert np.linalg.norm(lab(a, matrix) - lab(b, matrix)) > 20  # 2 to 3 is just noticeable
