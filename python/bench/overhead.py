@@ -2,8 +2,8 @@
 """Times what Python adds to the library: python/bench/overhead.py
 
 The overhead of vorlen.run over the bare call, for each example, and the reading of a result of 100000 rows and of one of
-100 MB. Exit status 1 when a limit is missed. Times are the shortest of many, taken in turn: what other work on the
-machine adds is left out as far as that goes.
+100 MB. Exit status 1 when a limit is missed. Times are processor times of this process, which other work on the
+machine lengthens little, and the shortest of many, taken in turn. All is done on one thread.
 """
 
 from __future__ import annotations
@@ -26,13 +26,13 @@ READING_LIMIT = 1.0  # s, for 100000 rows
 
 
 def shortest(*actions: Callable[[], object], repeats: int = REPEATS) -> list[float]:
-    """Shortest duration of each action in s. The actions take turns."""
+    """Shortest processor time of each action in s. The actions take turns."""
     durations: list[list[float]] = [[] for _ in actions]
     for _ in range(repeats):
         for action, found in zip(actions, durations):
-            begin = time.perf_counter()
+            begin = time.process_time()
             action()
-            found.append(time.perf_counter() - begin)
+            found.append(time.process_time() - begin)
     return [min(found) for found in durations]
 
 
