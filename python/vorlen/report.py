@@ -206,20 +206,18 @@ def unread_elements(run: Run) -> list[str]:
                 errors="replace",
             )
             findings = _findings(json.loads(answer.stdout))
-        except (OSError, ValueError, subprocess.TimeoutExpired):
+        except (OSError, ValueError, LookupError, subprocess.TimeoutExpired):
             return ["The command-line host could not look through the recipe for unread elements."]
     return findings
 
 
-def _findings(answer: Any) -> list[str]:
+def _findings(answer: dict[str, Any]) -> list[str]:
     """The texts in the answer of `vorlen check --format json`."""
-    if isinstance(answer, dict):
-        answer = next((answer[key] for key in ("findings", "messages", "diagnostics") if key in answer), [])
     texts = []
-    for finding in answer if isinstance(answer, list) else []:
-        if isinstance(finding, dict):
-            line = f"line {finding['line']}: " if finding.get("line") else ""
-            texts.append(f"Recipe, {line}{finding.get('message') or finding.get('text') or ''}")
+    for problem in answer["files"][0]["problems"]:
+        line = f", line {problem['line']}" if problem.get("line") else ""
+        hint = f" ({problem['hint']})" if problem.get("hint") else ""
+        texts.append(f"Recipe{line}: {problem['text']}{hint}")
     return texts
 
 

@@ -184,19 +184,14 @@ class Run:
         return f"<Run, {len(self.profile)} rows, {state}{place}>"
 
 
-def _kinds(active: np.ndarray, thicknesses: np.ndarray) -> list[str]:
+def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
     """pre, active or post of each layer, from the kinds of the rows: pre- and post-stages have two rows each.
 
-    A run that failed under way has no rows of post-stages. They are told from active stages that were not reached by
-    their thickness, which is that of the recipe.
+    A run that failed under way has no rows of post-stages: they count as active stages that were not reached.
     """
-    layer_count = len(thicknesses)
     simulated = np.flatnonzero(active)
     pre = min(simulated[0] // 2 if len(simulated) else len(active) // 2, layer_count)
     post = (len(active) - 1 - simulated[-1]) // 2 if len(simulated) else 0
-    unreached = np.flatnonzero(thicknesses[pre:] == 0.0)
-    if post == 0 and len(unreached):
-        post = layer_count - pre - 1 - unreached[-1]
     post = min(post, layer_count - pre)
     return ["pre"] * pre + ["active"] * (layer_count - pre - post) + ["post"] * post
 
@@ -233,7 +228,7 @@ def _layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFra
     names = [name for name, _, _ in LAYER_COLUMNS]
     active = profile["active"].to_numpy()
     numbers = {name: profile[name].to_numpy() for name in COLUMN_NAMES}
-    kinds = _kinds(active, layer_list["thickness"].to_numpy())
+    kinds = _kinds(active, len(layer_list))
     active_rows = np.flatnonzero(active)
     pre_count = kinds.count("pre")
     post_begin = active_rows[-1] + 1 if len(active_rows) else 2 * pre_count
