@@ -19,7 +19,7 @@ import pytest
 import vorlen
 from browser import Browser
 from support import MQW, ROOT, V_DEFECTS, failing_recipe, recipe_with_not_a_numbers
-from vorlen.report import render
+from vorlen.report import find_tool, render, unread_elements
 
 PANELS = 5  # composition, growth rate, temperature, strain, densities
 
@@ -196,7 +196,8 @@ def test_a_page_is_readable_with_a_screen_reader(name: str, browser: Browser) ->
         if role in ("image", "img", "region", "combobox", "table"):
             assert text.strip(), (role, text)
     if name != "refused":
-        assert sum(role in ("image", "img") for role, _ in nodes) >= 4
+        pictures = 3 if name == "nan" else 4  # layers, over time, over height; and interfaces, if there are any
+        assert sum(role in ("image", "img") for role, _ in nodes) >= pictures
         assert "columnheader" in roles and "rowheader" in roles
     assert browser.run("return [...document.querySelectorAll('th')].every(h => h.scope)") is True
     duplicates = browser.run("const ids = [...document.querySelectorAll('body > * [id]:not(.chart *)')].map(e => e.id); return ids.length - new Set(ids).size")
@@ -240,6 +241,29 @@ def test_warnings_tell_of_v_defects_and_of_not_a_numbers(pages: dict[str, Path])
     # 5.6 nm after the begin at 2000 nm, as the example's comment tells
     assert re.search(r"V-defects opened at 3718\.\d+ s, 2005\.6\d+ nm, in layer 2, InGaN", pages["v_defects"].read_text())
     assert "136 of 139 rows hold numbers that are not finite" in pages["nan"].read_text()
+
+
+def tool_can_check() -> bool:
+    tool = find_tool()
+    if tool is None:
+        return False
+    done = subprocess.run([tool, "check", "--help"], capture_output=True, check=False)
+    return done.returncode == 0
+
+
+@pytest.mark.skipif(not tool_can_check(), reason="the command-line host has no check")
+def test_elements_that_are_not_read_are_told_with_their_line() -> None:
+    text = V_DEFECTS.read_text().replace("<cut_angle", '<cut_angel val="1"/><cut_angle', 1)
+    line = text[: text.index("<cut_angel")].count("\n") + 1
+    assert unread_elements(vorlen.run(V_DEFECTS)) == []
+    (told,) = unread_elements(vorlen.run(text))
+    assert told.startswith(f"Recipe, line {line}: ") and "cut_angel" in told and "not read" in told
+
+
+def test_without_the_command_line_host_the_report_says_what_was_not_looked_at(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setenv("VORLEN", "/nowhere/vorlen")
+    (told,) = unread_elements(vorlen.run(V_DEFECTS))
+    assert "unread elements" in told
 
 
 class Names(html.parser.HTMLParser):
