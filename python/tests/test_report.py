@@ -234,6 +234,7 @@ def test_a_failed_run_tells_its_text_and_where_it_stopped(pages: dict[str, Path]
     assert "Step size has become too small" in text  # docs/messages.md
     assert "It stopped at 3723.99" in text and "in layer 2, InGaN." in text and "GaN cap, was not begun" in text
     refused = pages["refused"].read_text()
+    assert "ingan_v_defects.xml" in refused and "SHA-256 of the recipe" in refused
     assert "Very low or negative temperature in stage_1" in refused and "Nothing was simulated" in refused
 
 

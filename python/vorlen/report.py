@@ -22,7 +22,7 @@ import numpy as np
 import pandas as pd
 
 from ._version import __version__
-from .run import Run, SimulationError, read, read_status
+from .run import RecipeSource, Run, SimulationError, read, read_status
 
 ASSETS = Path(__file__).resolve().parent / "assets"
 CHECK_TIMEOUT = 60  # s
@@ -54,19 +54,20 @@ def render(run: Run | SimulationError) -> str:
 
     error = run if isinstance(run, SimulationError) else None
     if error is not None:
-        run = error.run or Run(b"", text=error.text)
+        source = RecipeSource() if error.recipe is None else RecipeSource.of(error.recipe)
+        run = error.run or Run(b"", recipe_source=source, text=error.text)
     has_rows = bool(run.content) and not run.profile.empty
     figures = charts(run) if has_rows else {}
     environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
     environment.filters["number"] = number
     template = environment.from_string((ASSETS / "report.html").read_text("utf-8"))
     return template.render(
-        title=_title(run, error),
+        title=_title(run),
         version=__version__,
         failed=run.failed if run.content else True,
         failure=_failure(run),
         facts=_facts(run),
-        warnings=_warnings(run) if has_rows else [],
+        warnings=_warnings(run) if has_rows else unread_elements(run),
         layers=run.layers.reset_index().to_dict("records") if run.content else [],
         interfaces=run.interfaces.reset_index().to_dict("records") if has_rows else [],
         stack=layer_stack(run) if run.content else "",
@@ -92,12 +93,10 @@ def number(value: Any, digits: int = 4, unit: str = "") -> str:
     return text.replace("-", "\u2212") + (f"\u00a0{unit}" if unit else "")
 
 
-def _title(run: Run, error: SimulationError | None) -> str:
+def _title(run: Run) -> str:
     for path in (run.recipe_source.path, run.path):
         if path is not None:
             return path.name
-    if error is not None and isinstance(error.recipe, (str, Path)) and "<" not in str(error.recipe):
-        return Path(error.recipe).name
     return "VORLEN run"
 
 

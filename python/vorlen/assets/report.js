@@ -5,7 +5,7 @@
   const touch = window.matchMedia("(pointer: coarse)").matches;
   const config = { responsive: true, displaylogo: false, displayModeBar: touch ? false : "hover",
     modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
-  const PAPER = { width: 670, height: 860 };  // pixels: A4 without its margins, and room for a heading
+  const PAPER = { width: 670, height: 800 };  // pixels: A4 without its margins, and room for heading and caption
   const NAME_DISTANCE = 24;  // pixels between the names of stages
   const node = (name) => document.getElementById("chart-" + name);
 
