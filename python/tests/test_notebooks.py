@@ -17,7 +17,11 @@ NOTEBOOKS = sorted((ROOT / "examples" / "notebooks").glob("*.ipynb"))
 
 
 PICTURES = {  # in each notebook
-    "1_first_look": 2, "2_indium_against_temperature": 2, "3_how_v_defects_open": 2, "4_a_500_run_sweep": 1, "5_a_fit": 1,
+    "1_first_look": 2,
+    "2_indium_against_temperature": 2,
+    "3_how_v_defects_open": 2,
+    "4_a_500_run_sweep": 1,
+    "5_a_fit": 1,
 }
 
 

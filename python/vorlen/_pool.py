@@ -113,13 +113,16 @@ def run_row(task: dict[str, Any]) -> dict[str, Any]:
     if worker is None:
         worker = _thread.worker = WorkerProcess()
         getattr(_thread, "workers", []).append(worker)
+    stopping = getattr(_thread, "stopping", threading.Event())
+    if stopping.is_set():  # while the worker was starting
+        worker.process.kill()
     begin = time.perf_counter()
     try:
         return worker.ask(task)
     except WorkerEnded as error:
         _thread.worker = None
         row = {"status": error.status, "text": error.text, "values": {}, "result": False}
-        if not getattr(_thread, "stopping", threading.Event()).is_set():
+        if not stopping.is_set():
             _record_loss(task, row, time.perf_counter() - begin)
         return row
 

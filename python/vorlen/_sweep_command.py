@@ -9,7 +9,7 @@ from pathlib import Path
 from typing import Any
 
 from ._plan import PlanError, prepare_folder, read_plan
-from ._table import collect_rows, count_text, ranges, write_table
+from ._table import collect_rows, count_text, make_table, ranges, write_table
 from .sweep import run_rows
 
 
@@ -73,12 +73,14 @@ def _sweep(options: argparse.Namespace) -> int:
             raise PlanError(f"there is no row {first}: the plan has {len(inputs)} rows, counted from 0")
         prepare_folder(plan, folder, resume=not options.no_resume)
         numbers = range(first, min(last, len(inputs)))
-        rows = run_rows(plan, folder, numbers, options.workers, resume=not options.no_resume, progress=not options.quiet)
+        rows = run_rows(
+            plan, folder, numbers, options.workers, resume=not options.no_resume, progress=not options.quiet
+        )
         print(count_text(rows))
         if options.rows:
             return 0
     rows = collect_rows(plan, folder)
-    table = write_table(inputs, rows, folder)
+    table = write_table(make_table(inputs, rows), folder)
     if options.merge:
         print(count_text(rows))
     print(f"table in {table}")

@@ -37,12 +37,12 @@ def _value_columns(rows: list[dict[str, Any]]) -> list[str]:
     ]
 
 
-def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]], folder: Path) -> pd.DataFrame:
-    """The data frame that a sweep returns. Paths of files begin with folder."""
+def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]]) -> pd.DataFrame:
+    """The table as a data frame. Paths of files begin in the folder of the sweep."""
     columns = _value_columns(rows)
     records = []
     for number, (values, row) in enumerate(zip(inputs, rows)):
-        files = row_files(folder, number)
+        files = row_files(Path(), number)
         record = {path: tuple(value) if isinstance(value, list) else value for path, value in values.items()}
         record.update(status=row["status"], text=row["text"])
         record.update((name, row["values"].get(name)) for name in columns)
@@ -57,14 +57,23 @@ def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]], folder:
     return table
 
 
-def write_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]], folder: Path) -> Path:
-    """Writes the table into the folder of the sweep. Paths in it begin there, and a pair is written as [begin, end]."""
-    table = make_table(inputs, rows, Path())
-    for path in inputs[0]:
-        table[path] = [json.dumps(value) if isinstance(value, tuple) else value for value in table[path]]
+def write_table(table: pd.DataFrame, folder: Path) -> Path:
+    """Writes the table into the folder of the sweep. A pair is written as [begin, end]."""
+    inputs = list(table.columns[: table.columns.get_loc("status")])
+    written = table.assign(**{
+        path: [json.dumps(value) if isinstance(value, tuple) else value for value in table[path]] for path in inputs
+    })
     target = folder / TABLE_NAME
-    write_atomically(target, table.to_csv(lineterminator="\n").encode())
+    write_atomically(target, written.to_csv(lineterminator="\n").encode())
     return target
+
+
+def with_folder(table: pd.DataFrame, folder: Path) -> pd.DataFrame:
+    """The table with paths of files that can be opened from here."""
+    return table.assign(**{
+        name: [str(folder / path) if path else "" for path in table[name]]
+        for name in ("recipe_file", "result_file", "status_file")
+    })
 
 
 def collect_rows(plan: Plan, folder: Path) -> list[dict[str, Any]]:
@@ -92,4 +101,5 @@ def ranges(numbers: list[int]) -> str:
 def count_text(rows: list[dict[str, Any]]) -> str:
     """How the rows ended, in words: 12 rows: 10 ok, 2 failed."""
     counts = Counter(row["status"] for row in rows)
-    return f"{len(rows)} rows: " + ", ".join(f"{count} {status}" for status, count in sorted(counts.items(), reverse=True))
+    parts = [f"{count} {status}" for status, count in sorted(counts.items(), reverse=True)]
+    return f"{len(rows)} rows: " + ", ".join(parts)

@@ -39,7 +39,7 @@ if TYPE_CHECKING:
     from matplotlib.figure import Figure
 
 RecipeLike = str | os.PathLike[str] | Recipe
-STEP = 0.01  # of a logarithm, for the differences: far above the tolerance of the integration, still in the linear range
+STEP = 0.01  # of a logarithm, for the differences: far above the tolerance of the integration, yet a small change
 REFUSED = 1e6  # residual, in standard deviations, of a point at which a run fails: the fit turns back there
 TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; a part of a hundred of a standard error, in a few steps
 FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead where runs are slow or fail
@@ -240,7 +240,9 @@ def fit(
         (first,) = model.at([np.array([one.value for one in start.values()])])
         if isinstance(first, str):
             raise SimulationError(first, recipe)
-        result = minimize(residual, start, method="leastsq", Dfun=jacobian, scale_covar=not weighted, factor=FIRST_STEP, **TOLERANCES)
+        result = minimize(
+            residual, start, method="leastsq", scale_covar=not weighted, Dfun=jacobian, factor=FIRST_STEP, **TOLERANCES
+        )
         (values,) = model.at([np.array([one.value for one in result.params.values()])])
 
     result.runs = len(model.known) * len(recipes)

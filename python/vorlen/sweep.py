@@ -18,7 +18,7 @@ import pandas as pd
 
 from ._plan import Plan, make_plan, make_task, prepare_folder, write_plan
 from ._pool import LocalPool, WorkerStartError, default_workers, run_row
-from ._table import make_table, write_table
+from ._table import make_table, with_folder, write_table
 from .recipe import Recipe
 
 __all__ = ["run_rows", "sweep", "write_plan"]
@@ -46,7 +46,7 @@ def sweep(
     out         folder for the files of the sweep. It may hold the same sweep, or the first rows of it, from before
     resume      True: rows that the folder holds already are taken from there, if recipe and version are the same;
                 False: all rows are run, and older ones replaced
-    progress    True: a bar on standard error
+    progress    True: a bar on standard error, if tqdm is installed
     mode        "grid": every combination, the last parameter changing fastest; "zip": the n-th values of all together
     timeout     s for one run; a run that takes longer is ended
 
@@ -67,8 +67,9 @@ def sweep(
     prepare_folder(plan, folder, resume)
     inputs = plan.rows()
     rows = run_rows(plan, folder, range(len(inputs)), workers, executor, resume, progress)
-    write_table(inputs, rows, folder)
-    return make_table(inputs, rows, folder)
+    table = make_table(inputs, rows)
+    write_table(table, folder)
+    return with_folder(table, folder)
 
 
 def run_rows(
@@ -142,6 +143,9 @@ def _lost(error: Exception) -> dict[str, Any]:
 
 
 def _progress_bar(total: int) -> Any:
-    from tqdm.auto import tqdm
-
+    """A bar on standard error; None where tqdm is not installed."""
+    try:
+        from tqdm import tqdm
+    except ImportError:
+        return None
     return tqdm(total=total, unit="run", smoothing=0.05)
