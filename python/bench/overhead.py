@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Times what Python adds to the library: python/bench/overhead.py
 
-The overhead of vorlen.run over the bare call, for each example, and the reading of a result of 100000 rows and of one of
-100 MB. Exit status 1 when a limit is missed. Times are processor times of this process, which other work on the
+The overhead of vorlen.run over the bare call, for each example, and the reading of a result of 100000 rows and of
+one of 100 MB. Exit status 1 when a limit is missed. Times are processor times of this process, which other work on the
 machine lengthens little, and the shortest of many, taken in turn. All is done on one thread.
 """
 

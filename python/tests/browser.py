@@ -10,7 +10,10 @@ from typing import Any
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 
-CHROMIUM, DRIVER = "/usr/bin/chromium", "/usr/bin/chromedriver"  # as Debian's packages chromium and chromium-driver put them
+CHROMIUM, DRIVER = (
+    "/usr/bin/chromium",
+    "/usr/bin/chromedriver",
+)  # as Debian's packages chromium and chromium-driver put them
 
 
 class Browser:
@@ -26,10 +29,14 @@ class Browser:
 
     def open(self, path: Path, width: int = 1280, height: int = 900, phone: bool = False) -> None:
         """Loads a file in a window of that size and waits until its charts are drawn."""
-        self.command("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=phone)
+        self.command(
+            "Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=phone
+        )
         self.command("Emulation.setTouchEmulationEnabled", enabled=phone)
         self.command("Network.enable")
-        self.command("Network.emulateNetworkConditions", offline=True, latency=0, downloadThroughput=0, uploadThroughput=0)
+        self.command(
+            "Network.emulateNetworkConditions", offline=True, latency=0, downloadThroughput=0, uploadThroughput=0
+        )
         self.driver.get(path.resolve().as_uri())
         if self.run("return document.querySelector('.chart') !== null"):
             self.wait("return document.documentElement.dataset.drawn === 'yes'")
@@ -61,7 +68,9 @@ class Browser:
     def drag(self, begin: tuple[float, float], end: tuple[float, float]) -> None:
         """Presses the mouse at one place and lets it go at another."""
         self.command("Input.dispatchMouseEvent", type="mouseMoved", x=begin[0], y=begin[1])
-        self.command("Input.dispatchMouseEvent", type="mousePressed", x=begin[0], y=begin[1], button="left", clickCount=1)
+        self.command(
+            "Input.dispatchMouseEvent", type="mousePressed", x=begin[0], y=begin[1], button="left", clickCount=1
+        )
         for part in (0.3, 0.7, 1.0):
             x, y = (a + part * (b - a) for a, b in zip(begin, end))
             self.command("Input.dispatchMouseEvent", type="mouseMoved", x=x, y=y, button="left", buttons=1)

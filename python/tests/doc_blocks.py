@@ -4,8 +4,8 @@ Blocks are fenced with ```python, ```sh or ```text:
 
 - python blocks of a page share their names. An expression in the last line of a block, with a ```text block behind the
   code, must print as that block says; `...` in it stands for anything.
-- sh blocks run under bash -e. Lines with `vorlen` find the command-line host, and `python3` the interpreter of the tests.
-- A block behind <!-- not run: REASON --> is left alone; a block behind <!-- raises: ErrorName --> must end in that error.
+- sh blocks run under bash -e. `vorlen` is the command-line host, `python3` the interpreter of the tests.
+- A block behind <!-- not run: REASON --> is left alone; one behind <!-- raises: ErrorName --> must end in that error.
 
 All blocks of a page run in one folder of their own, with the example recipes in examples/.
 """
@@ -24,7 +24,10 @@ from pathlib import Path
 from typing import Any
 
 ROOT = Path(__file__).resolve().parents[2]
-_FENCE = re.compile(r"(?:<!-- (?P<note>(?:not run|raises): [^\n]*?) -->\n)?```(?P<language>\w+)\n(?P<text>.*?)^```$", re.DOTALL | re.MULTILINE)
+_FENCE = re.compile(
+    r"(?:<!-- (?P<note>(?:not run|raises): [^\n]*?) -->\n)?```(?P<language>\w+)\n(?P<text>.*?)^```$",
+    re.DOTALL | re.MULTILINE,
+)
 
 
 @dataclass
@@ -55,7 +58,7 @@ def blocks_of(page: Path) -> list[Block]:
 
 
 def run_page(page: Path, folder: Path) -> int:
-    """Runs the blocks of a page in folder and returns how many they were. Raises AssertionError with place and reason."""
+    """Runs the blocks of a page in folder and returns how many they were. An AssertionError tells place and reason."""
     (folder / "examples").symlink_to(ROOT / "examples")
     names: dict[str, Any] = {"__name__": "__main__"}
     count = 0
@@ -63,7 +66,9 @@ def run_page(page: Path, folder: Path) -> int:
         if block.note.startswith("not run:"):
             continue
         place = f"{page.name}, line {block.line}"
-        printed = _run_python(block, names, folder, place) if block.language == "python" else _run_shell(block, folder, place)
+        printed = (
+            _run_python(block, names, folder, place) if block.language == "python" else _run_shell(block, folder, place)
+        )
         if block.expected is not None and not matches(printed, block.expected):
             raise AssertionError(f"{place}: printed\n{printed}\nbut the page says\n{block.expected}")
         count += 1
@@ -108,7 +113,12 @@ def _run_shell(block: Block, folder: Path, place: str) -> str:
     path = [str(ROOT / "python"), os.environ.get("PYTHONPATH", "")]
     environment = os.environ | {"PATH": f"{tools}:{os.environ['PATH']}", "PYTHONPATH": ":".join(filter(None, path))}
     done = subprocess.run(
-        ["bash", "-euo", "pipefail", "-c", block.text], cwd=folder, env=environment, capture_output=True, text=True, check=False
+        ["bash", "-euo", "pipefail", "-c", block.text],
+        cwd=folder,
+        env=environment,
+        capture_output=True,
+        text=True,
+        check=False,
     )
     if done.returncode != 0:
         raise AssertionError(f"{place}: status {done.returncode}\n{done.stdout}{done.stderr}")

@@ -22,7 +22,11 @@ def layers_of(text: str) -> pd.DataFrame:
 
 
 def test_kinds_come_from_the_ends_of_the_rows() -> None:
-    rows = [row(False, time=t) for t in (0, 1, 1, 3)] + [row(time=t) for t in (3, 4, 5)] + [row(False, time=t) for t in (5, 9)]
+    rows = (
+        [row(False, time=t) for t in (0, 1, 1, 3)]
+        + [row(time=t) for t in (3, 4, 5)]
+        + [row(False, time=t) for t in (5, 9)]
+    )
     layers = layers_of(result([("a", 1, 1), ("b", 2, 1), ("c", 1, 1), ("d", 1, 1), ("e", 4, 1)], rows))
     assert list(layers["kind"]) == ["pre", "pre", "active", "active", "post"]
     assert list(layers["begin"]) == [0, 1, 3, 4, 5] and list(layers["end"]) == [1, 3, 4, 5, 9]
@@ -47,7 +51,9 @@ def test_end_values_are_those_of_the_last_row_within_the_layer() -> None:
     # The first layer ends between two rows; the last row of the second lies beyond its end by rounding only.
     rows = [row(time=t, z=t, x_in=t / 100, rho_vd0_t=t) for t in (0.0, 4.0, 9.0, 10.000000000001)]
     layers = layers_of(result([("a", 6, 6), ("b", 4, 4)], rows))
-    assert list(layers["x_in_end"]) == pytest.approx([0.04, 0.1]) and list(layers["v_defects_t"]) == pytest.approx([2, 5])
+    assert list(layers["x_in_end"]) == pytest.approx([0.04, 0.1]) and list(layers["v_defects_t"]) == pytest.approx(
+        [2, 5]
+    )
 
 
 def test_the_row_at_the_begin_of_a_layer_belongs_to_the_one_before() -> None:

@@ -12,7 +12,10 @@ import vorlen
 from support import MQW, ROOT
 from vorlen._library import find_library
 
-PROGRAM = "import sys, vorlen; print(vorlen.__version__, vorlen.__file__); vorlen.report(vorlen.run(sys.argv[1]), sys.argv[2])"
+PROGRAM = """import sys, vorlen
+print(vorlen.__version__, vorlen.__file__)
+vorlen.report(vorlen.run(sys.argv[1]), sys.argv[2])
+"""
 
 
 def run_program(python: str, folder: Path, **variables: str) -> str:

@@ -75,7 +75,15 @@ def test_the_temperature_has_the_corners_of_the_recipe() -> None:
     figure = vorlen.run(MQW).plot("time")
     curve = figure.axes[2].lines[0]
     # 150 s at 1080 K from 3000 s on, 20 s down to 1010 K, 70 s there, 20 s up
-    for time, heat in ((3000, 1080), (3150, 1080), (3160, 1045), (3170, 1010), (3240, 1010), (3250, 1045), (3260, 1080)):
+    for time, heat in (
+        (3000, 1080),
+        (3150, 1080),
+        (3160, 1045),
+        (3170, 1010),
+        (3240, 1010),
+        (3250, 1045),
+        (3260, 1080),
+    ):
         assert np.interp(time, curve.get_xdata(), curve.get_ydata()) == pytest.approx(heat)
 
 
@@ -138,14 +146,22 @@ def test_the_picture_of_the_readme_is_what_its_script_draws(tmp_path: Path) -> N
 
 
 def test_the_colours_of_metals_can_be_told_apart_without_colour_vision() -> None:
-    """Distance in CIELAB of the colours as a deuteranope and a protanope see them (matrices of Machado et al., 2009)."""
+    """Distance in CIELAB as a deuteranope and a protanope see the colours (matrices of Machado et al., 2009)."""
     from matplotlib.colors import to_rgb
 
     from vorlen.plot import ALUMINIUM, GALLIUM, INDIUM
 
     seen_by = {
-        "deuteranope": [[0.367322, 0.860646, -0.227968], [0.280085, 0.672501, 0.047413], [-0.011820, 0.042940, 0.968881]],
-        "protanope": [[0.152286, 1.052583, -0.204868], [0.114503, 0.786281, 0.099216], [-0.003882, -0.048116, 1.051998]],
+        "deuteranope": [
+            [0.367322, 0.860646, -0.227968],
+            [0.280085, 0.672501, 0.047413],
+            [-0.011820, 0.042940, 0.968881],
+        ],
+        "protanope": [
+            [0.152286, 1.052583, -0.204868],
+            [0.114503, 0.786281, 0.099216],
+            [-0.003882, -0.048116, 1.051998],
+        ],
     }
     to_xyz = np.array([[0.4124, 0.3576, 0.1805], [0.2126, 0.7152, 0.0722], [0.0193, 0.1192, 0.9505]])
 

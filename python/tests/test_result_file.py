@@ -52,7 +52,7 @@ def test_any_layer_name_survives_the_file(names: list[str]) -> None:
     ("content", "told"),
     [
         ("", "is empty"),
-        ("something else\n", "line 1: expected \"VORLEN"),
+        ("something else\n", 'line 1: expected "VORLEN'),
         (TITLE, "line 1: expected <LAYERS>"),
         (TITLE + "<LAYERS>\n", "line 2: the list of layers has no end"),
         (TITLE + "<LAYERS>\nGaN 1 2\n</LAYERS>\n", "line 3: this is no layer"),

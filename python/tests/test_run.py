@@ -15,7 +15,6 @@ from vorlen._library import simulate
 from vorlen.run import status_path
 
 
-
 def bytes_of_the_library(recipe: Path, folder: Path) -> bytes:
     """What the bare call writes for a recipe."""
     path = folder / "bare.txt"

@@ -11,7 +11,7 @@ from .report import add_command as add_report
 
 
 def main(arguments: list[str] | None = None) -> int:
-    """Runs a subcommand and returns its exit status: 0, 1 for a failure (text on stderr), 2 for a wrong command line."""
+    """Runs a subcommand and returns its exit status: 0; 1 for a failure, told on stderr; 2 for a wrong command line."""
     parser = argparse.ArgumentParser(prog="vorlen", description="Looks at results and sweeps recipes.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")

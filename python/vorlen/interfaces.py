@@ -55,9 +55,7 @@ def interfaces(run: Run) -> pd.DataFrame:
         share = (x - x_low) / (x_high - x_low)
         z10 = _crossing(heights, share, 0.1)
         z90 = _crossing(heights, share, 0.9)
-        records.append(
-            (below["name"], above["name"], tops[index], METALS[column], x_low, x_high, z10, z90, z90 - z10)
-        )
+        records.append((below["name"], above["name"], tops[index], METALS[column], x_low, x_high, z10, z90, z90 - z10))
     table = pd.DataFrame(records, columns=[name for name, _, _ in COLUMNS])
     table.index = pd.RangeIndex(1, len(table) + 1, name="interface")
     table.attrs["units"] = {name: unit for name, unit, _ in COLUMNS}

@@ -214,7 +214,9 @@ class Recipe:
                 raise KeyError(self._unknown(path))
             element = below
         if not parts or not element.attributes:
-            raise KeyError(self._unknown(path) if not element.children else f"{path} is a group, it has no value itself")
+            raise KeyError(
+                self._unknown(path) if not element.children else f"{path} is a group, it has no value itself"
+            )
         return element, None
 
     def _unknown(self, path: str) -> str:
@@ -332,7 +334,12 @@ class Recipe:
         inner = outer + step
         new_line = b"\r\n" if b"\r\n" in outer else b"\n"
         body = work._content[block[0].begin : block[-1].end].replace(new_line, new_line + step)
-        head = [f"<stage_{begin}>", '<type val="periodic"/>', f'<n_periods val="{periods}"/>', f'<n_stages val="{len(paths)}"/>']
+        head = [
+            f"<stage_{begin}>",
+            '<type val="periodic"/>',
+            f'<n_periods val="{periods}"/>',
+            f'<n_stages val="{len(paths)}"/>',
+        ]
         text = inner.join(part.encode() for part in head) + inner + body + outer + f"</stage_{begin}>".encode()
         work._replace([(block[0].begin, block[-1].end, text)])
         work._renumber(group, end + 1, begin - end)

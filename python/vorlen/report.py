@@ -1,4 +1,4 @@
-"""A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT -o run.html.
+"""A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
 The page needs no network and no other file. What it shows is gathered here; its form stands in assets/report.html,
 report.css and report.js, the charts' data in report_charts.py, the picture of the layers in report_stack.py.

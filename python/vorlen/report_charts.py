@@ -58,7 +58,9 @@ def _values(values: Any, digits: int = 9) -> list[float | None]:
     return [float(f"{value:.{digits}g}") if np.isfinite(value) else None for value in np.asarray(values, float)]
 
 
-def _curve(x: Any, y: Any, name: str, axis: int, colour: str, unit: str, dash: str = "solid", legend: bool = True) -> dict[str, Any]:
+def _curve(
+    x: Any, y: Any, name: str, axis: int, colour: str, unit: str, dash: str = "solid", legend: bool = True
+) -> dict[str, Any]:
     return {
         "type": "scatter",
         "mode": "lines",
@@ -78,19 +80,37 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
 
     def add(title: str, kind: str, curves: list[tuple[Any, Any, str, str, str, str]]) -> None:
         axis = len(panels) + 1
-        panels.append((title, kind, [_curve(cx, cy, name, axis, colour, unit, dash) for cx, cy, name, colour, unit, dash in curves]))
+        panels.append(
+            (
+                title,
+                kind,
+                [_curve(cx, cy, name, axis, colour, unit, dash) for cx, cy, name, colour, unit, dash in curves],
+            )
+        )
 
     metals = (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM))
     add(
         "composition",
         "linear",
-        [(x, rows[column], name, colour, "", "solid") for column, name, colour in metals if (rows[column].abs() > SEEN).any()],
+        [
+            (x, rows[column], name, colour, "", "solid")
+            for column, name, colour in metals
+            if (rows[column].abs() > SEEN).any()
+        ],
     )
-    add("growth rate<br>(nm/s)", "linear", [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, " nm/s", "solid")])
+    add(
+        "growth rate<br>(nm/s)",
+        "linear",
+        [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, " nm/s", "solid")],
+    )
     curve = temperature_curve(run, "active")
     if curve is not None and np.isfinite(curve[2]).any():
         times, heights, heat = (values[_even(len(curve[0]))] for values in curve)
-        add("temperature<br>(K)", "linear", [(times if over_time else heights, heat, "temperature", ORANGE, " K", "solid")])
+        add(
+            "temperature<br>(K)",
+            "linear",
+            [(times if over_time else heights, heat, "temperature", ORANGE, " K", "solid")],
+        )
     add(
         "strain \u03b5<sub>xx</sub><br>(%)",
         "linear",
@@ -124,7 +144,7 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
 
 
 def _decades(curves: list[tuple[Any, ...]]) -> list[float]:
-    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, V-defects that have just opened cut off."""
+    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, without V-defects that just open."""
     values = np.concatenate([np.asarray(curve[1], float) for curve in curves])
     values = values[np.isfinite(values)]
     if len(values) == 0:

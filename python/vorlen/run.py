@@ -389,9 +389,7 @@ def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
     return status if isinstance(status, dict) else {}
 
 
-def _write_status(
-    target: Path, status: int, text: str, wall_time: float, source: RecipeSource, content: bytes
-) -> None:
+def _write_status(target: Path, status: int, text: str, wall_time: float, source: RecipeSource, content: bytes) -> None:
     record = {
         "result": status,
         "text": text,
