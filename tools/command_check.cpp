@@ -155,6 +155,6 @@ void add_check_command(CLI::App& app, int& status) {
       ->expected(1);
   check->footer(
       "Exit status: 0 without errors, 1 with errors, 2 for a faulty command line.\n"
-      "Example: vorlen check --strict recipes/*.xml");
+      "\nExample:\n  vorlen check --strict recipes/*.xml");
   check->callback([options, &status] { status = check_recipes(*options); });
 }

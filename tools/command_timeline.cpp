@@ -185,6 +185,6 @@ void add_timeline_command(CLI::App& app, int& status) {
   CLI::App* timeline = app.add_subcommand("timeline", "Show the stages of a recipe in time, periodic ones expanded");
   timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required();
   timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
-  timeline->footer("A ramp is shown as begin -> end.\nExample: vorlen timeline --csv recipe.xml > timeline.csv");
+  timeline->footer("A ramp is shown as begin -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
   timeline->callback([options, &status] { status = show_timeline(*options); });
 }

@@ -112,7 +112,7 @@ def test_the_command_line_host_gives_the_same_values(recipe, tmp_path: Path) -> 
         run = vorlen.run(recipe if isinstance(recipe, Path) else recipe(), path)
     except vorlen.SimulationError as error:
         run = error.run
-    shown = subprocess.run([tool(), "show", "--json", path], capture_output=True, text=True, check=False)
+    shown = subprocess.run([tool(), "show", "--json", run.path], capture_output=True, text=True, check=False)
     table = json.loads(shown.stdout)["layers"]
     assert len(table) == len(run.layers)
     for ours, theirs in zip(run.layers.to_dict("records"), table):

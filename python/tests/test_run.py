@@ -11,6 +11,7 @@ from pathlib import Path
 import pytest
 
 import vorlen
+from support import EXAMPLES, failing_recipe
 from vorlen._library import simulate
 from vorlen.run import status_path
 
@@ -104,3 +105,18 @@ def test_a_run_and_an_error_survive_pickling(examples: Path) -> None:
     assert again.content == run.content and again.layers.equals(run.layers)
     error = pickle.loads(pickle.dumps(vorlen.SimulationError("text", "recipe.xml", run)))
     assert error.text == "text" and error.run.content == run.content
+
+
+def test_rows_of_a_run_that_fails_under_way_lie_beside_the_older_result(tmp_path: Path) -> None:
+    result, failed = tmp_path / "r.result.txt", tmp_path / "r.failed.txt"
+    result.write_bytes(b"older")
+    with pytest.raises(vorlen.SimulationError) as caught:
+        vorlen.run(failing_recipe(), result)
+    assert result.read_bytes() == b"older"
+    assert failed.read_bytes() == caught.value.run.content and caught.value.run.path == failed
+    status = json.loads((tmp_path / "r.status.json").read_text())
+    assert (status["result"], status["text"]) == (1, caught.value.text)
+    assert status["result_file"] == str(failed)
+    assert vorlen.read(failed).text == caught.value.text
+    good = vorlen.run(EXAMPLES[0], result)
+    assert good.path == result and not failed.exists()

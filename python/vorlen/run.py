@@ -303,8 +303,9 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
     recipe  a path, a Recipe, or the XML itself
     result  path of the result file to keep; None keeps none. It appears when it is complete: an older file stays in
             place until then. A status file (NAME.status.json) is written beside it
-    Raises SimulationError with the library's text when the run fails. Of a run that fails under way the result file is
-    kept too, and the error's run holds it. Other Python threads go on during the call.
+    Raises SimulationError with the library's text when the run fails. Of a run that fails under way the rows are kept
+    in NAME.failed.txt beside an older result, and the error's run holds them. Other Python threads go on during the
+    call.
     """
     source = RecipeSource.of(recipe)
     target = None if result is None else Path(result)
@@ -318,16 +319,21 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
             status, text = simulate(source.file_for_library(Path(folder)), output)
             wall_time = time.perf_counter() - begin
             content = output.read_bytes() if output.exists() else b""
-            if content and target:
-                os.replace(output, target)
+            simulated = Run(content, None, source, text, wall_time) if content else None
+            if status == 0 and (simulated is None or not simulated.complete):
+                status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
+            kept = None
+            if target:
+                failed_path(target).unlink(missing_ok=True)  # of an earlier run
+                kept = target if status == 0 else failed_path(target)
+                if simulated is not None:
+                    os.replace(output, kept)
+                    simulated.path = kept
         finally:
             if target:
                 output.unlink(missing_ok=True)
-    simulated = Run(content, target, source, text, wall_time) if content else None
-    if status == 0 and (simulated is None or not simulated.complete):
-        status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
-    if target:
-        _write_status(target, status, text, wall_time, source, content)
+    if target and kept:
+        write_status(target, kept, status, text, wall_time, source, content)
     if status != 0:
         raise SimulationError(text, recipe, simulated)
     assert simulated is not None
@@ -373,11 +379,24 @@ def _check_target(target: Path, source: RecipeSource) -> None:
         raise FileNotFoundError(f"there is no folder {target.parent} for the result {target.name}")
 
 
-def status_path(result: str | os.PathLike[str]) -> Path:
-    """The status file that belongs to a result file: NAME.result.txt or NAME.txt has NAME.status.json."""
+def _sibling(result: str | os.PathLike[str], ending: str) -> Path:
     path = Path(result)
-    name = path.name.removesuffix(".txt").removesuffix(".result") if path.name.endswith(".txt") else path.name
-    return path.with_name(name + ".status.json")
+    name = path.name
+    for suffix in (".result.txt", ".failed.txt", ".txt"):
+        if name.endswith(suffix):
+            name = name.removesuffix(suffix)
+            break
+    return path.with_name(name + ending)
+
+
+def status_path(result: str | os.PathLike[str]) -> Path:
+    """The status file of a result file: NAME.result.txt, NAME.failed.txt or NAME.txt has NAME.status.json."""
+    return _sibling(result, ".status.json")
+
+
+def failed_path(result: str | os.PathLike[str]) -> Path:
+    """Where the rows of a run that fails under way are kept."""
+    return _sibling(result, ".failed.txt")
 
 
 def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
@@ -389,7 +408,10 @@ def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
     return status if isinstance(status, dict) else {}
 
 
-def _write_status(target: Path, status: int, text: str, wall_time: float, source: RecipeSource, content: bytes) -> None:
+def write_status(
+    target: Path, kept: Path, status: int, text: str, wall_time: float, source: RecipeSource, content: bytes
+) -> None:
+    """Writes the status file of target; content is that of kept, the file that holds the rows."""
     record = {
         "result": status,
         "text": text,
@@ -397,7 +419,7 @@ def _write_status(target: Path, status: int, text: str, wall_time: float, source
         "version": __version__,
         "recipe": None if source.path is None else str(source.path),
         "recipe_sha256": None if source.content is None else hashlib.sha256(source.content).hexdigest(),
-        "result_file": str(target),
+        "result_file": str(kept),
         "result_sha256": hashlib.sha256(content).hexdigest() if content else None,
         "host": socket.gethostname(),
         "finished": datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ"),

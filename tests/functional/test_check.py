@@ -388,7 +388,7 @@ class Faults(InAFolder):
     def test_help_has_an_example(self):
         run = self.check("--help")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
-        self.assertIn("Example: vorlen check ", run.stdout)
+        self.assertIn("Example:\n  vorlen check ", run.stdout)
 
     @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
     def test_a_full_disk(self):

@@ -136,7 +136,7 @@ class Failures(unittest.TestCase):
     def test_help_has_an_example(self):
         run = vorlen("timeline", "--help", cwd=".")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
-        self.assertIn("Example: vorlen timeline ", run.stdout)
+        self.assertIn("Example:\n  vorlen timeline ", run.stdout)
 
     @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
     def test_a_full_disk(self):
