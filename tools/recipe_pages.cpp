@@ -65,12 +65,12 @@ void append_rows(std::string& out, Section section, const std::string& prefix, s
 
 // The table of that name; empty for an unknown name.
 std::string table_text(std::string_view name) {
-  std::string rows;
+  std::string lines;
   for (const Part& part : PARTS) {
-    if (part.table == name) append_rows(rows, part.section, part.prefix, part.only);
+    if (part.table == name) append_rows(lines, part.section, part.prefix, part.only);
   }
-  if (rows.empty()) return rows;
-  return "| path | attribute | unit | allowed values | read | meaning |\n|---|---|---|---|---|---|\n" + rows;
+  if (lines.empty()) return lines;
+  return "| path | attribute | unit | allowed values | read | meaning |\n|---|---|---|---|---|---|\n" + lines;
 }
 
 }  // namespace

@@ -8,18 +8,18 @@
 set -euo pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
-PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib python3-plotly python3-jinja2 python3-lxml)
+PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib python3-jinja2)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
   # tools that tests call
   bash-completion debootstrap dpkg-dev file git groff-base jing libxml2-utils lintian locales
   # the Python package: tests, formats, installation, browser
-  python3-pytest python3-hypothesis python3-xarray python3-netcdf4 python3-pip python3-venv python3-setuptools
+  python3-pytest python3-hypothesis python3-lxml python3-xarray python3-netcdf4 python3-pip python3-venv python3-setuptools
   python3-wheel python3-selenium chromium chromium-driver
   # sweeps, fits, notebooks
   python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat python3-scipy
-  munge openmpi-bin slurm-wlm
+  python3-tqdm munge procps openmpi-bin slurm-wlm
   # the manual
   mkdocs mkdocs-material libjs-katex fonts-katex)
 BENCH_PACKAGES=(libbenchmark-dev libsundials-dev)

@@ -14,7 +14,7 @@ namespace {
 bool refuse = false;
 }
 
-void* operator new(std::size_t size) {
+[[gnu::noinline]] void* operator new(std::size_t size) {
   if (refuse) {
     refuse = false;  // the exception allocates its text
     throw std::length_error("The host's memory manager says no");
@@ -23,9 +23,9 @@ void* operator new(std::size_t size) {
   throw std::bad_alloc();
 }
 
-void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
 
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 namespace vorlen_test {
 namespace {
