@@ -13,33 +13,11 @@
 
 #include "recipe_files.h"
 #include "recipe_table.h"
+#include "schema_text.h"
 
 namespace recipe {
 
 namespace {
-
-// Stages with higher numbers may hold anything: a schema has to name each one.
-constexpr int STAGES = 30;
-constexpr int LAYERS = 20;
-constexpr int SUB_STAGES = 9;
-
-std::string escaped(std::string_view text) {
-  std::string out;
-  for (char c : text) {
-    if (c == '&') {
-      out += "&amp;";
-    } else if (c == '<') {
-      out += "&lt;";
-    } else if (c == '>') {
-      out += "&gt;";
-    } else if (c == '"') {
-      out += "&quot;";
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
 
 // ---- Patterns of values, as regular expressions of XML Schema
 
@@ -347,24 +325,34 @@ std::string rng_text() {
   const auto layer_element = [](const std::string& prefix) {
     return [prefix](int n) { return container(prefix + std::to_string(n), "", refer("layer")); };
   };
-  const List pre = {
-      "pre", "pre_stage_", 0, LAYERS, list_row(Section::pre_stages, "n_pre_stages"), layer_element("pre_stage_")};
-  const List post = {
-      "post", "post_stage_", 0, LAYERS, list_row(Section::post_stages, "n_post_stages"), layer_element("post_stage_")};
-  const List active = {"active", "stage_", 1, STAGES, list_row(Section::process_stages, "n_stages"), [](int n) {
+  const List pre = {"pre",
+                    "pre_stage_",
+                    0,
+                    SCHEMA_LAYERS,
+                    list_row(Section::pre_stages, "n_pre_stages"),
+                    layer_element("pre_stage_")};
+  const List post = {"post",
+                     "post_stage_",
+                     0,
+                     SCHEMA_LAYERS,
+                     list_row(Section::post_stages, "n_post_stages"),
+                     layer_element("post_stage_")};
+  const List active = {"active", "stage_", 1, SCHEMA_STAGES, list_row(Section::process_stages, "n_stages"), [](int n) {
                          return container(fmt::format("stage_{}", n), "",
                                           choice(refer("single") + refer(fmt::format("periodic.{}", n))));
                        }};
-  out += count_definitions(*pre.count, {LAYERS}) + count_definitions(*post.count, {LAYERS});
-  out += count_definitions(*active.count, {STAGES, SUB_STAGES});
+  out += count_definitions(*pre.count, {SCHEMA_LAYERS}) + count_definitions(*post.count, {SCHEMA_LAYERS});
+  out += count_definitions(*active.count, {SCHEMA_STAGES, SCHEMA_SUB_STAGES});
   out += define("layer", children_of(Section::layer));
   out += define("single", single_stage_children());
-  for (int n = 1; n <= STAGES; ++n) {
+  for (int n = 1; n <= SCHEMA_STAGES; ++n) {
     const std::string prefix = fmt::format("stage_{}_", n);
-    const List periodic = {
-        fmt::format("periodic.{}", n), prefix, 1, SUB_STAGES, list_row(Section::periodic, "n_stages"), [prefix](int m) {
-          return container(prefix + std::to_string(m), "", refer("single"));
-        }};
+    const List periodic = {fmt::format("periodic.{}", n),
+                           prefix,
+                           1,
+                           SCHEMA_SUB_STAGES,
+                           list_row(Section::periodic, "n_stages"),
+                           [prefix](int m) { return container(prefix + std::to_string(m), "", refer("single")); }};
     out += list_definitions(periodic);
     out += define(periodic.name, list_children(Section::periodic, periodic));
   }

@@ -9,29 +9,11 @@
 
 #include "recipe_files.h"
 #include "recipe_table.h"
+#include "schema_text.h"
 
 namespace recipe {
 
 namespace {
-
-constexpr int STAGES = 30;
-constexpr int SUB_STAGES = 9;
-
-std::string escaped(std::string_view text) {
-  std::string out;
-  for (char c : text) {
-    if (c == '&') {
-      out += "&amp;";
-    } else if (c == '<') {
-      out += "&lt;";
-    } else if (c == '>') {
-      out += "&gt;";
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
 
 std::string documentation(const std::string& text) {
   return "<xs:annotation><xs:documentation>" + escaped(plain(text)) + "</xs:documentation></xs:annotation>";
@@ -104,10 +86,10 @@ std::string xsd_text() {
   // root: NonstSurfChem stands for the recipe.
   out += element("NonstSurfChem", documentation("a recipe"), "");
   for (const char* prefix : {"pre_stage_", "stage_", "post_stage_"}) {
-    for (int n = 1; n <= STAGES; ++n) out += element(fmt::format("{}{}", prefix, n), "", "");
+    for (int n = 1; n <= SCHEMA_STAGES; ++n) out += element(fmt::format("{}{}", prefix, n), "", "");
   }
-  for (int n = 1; n <= STAGES; ++n) {
-    for (int m = 1; m <= SUB_STAGES; ++m) out += element(fmt::format("stage_{}_{}", n, m), "", "");
+  for (int n = 1; n <= SCHEMA_STAGES; ++n) {
+    for (int m = 1; m <= SCHEMA_SUB_STAGES; ++m) out += element(fmt::format("stage_{}_{}", n, m), "", "");
   }
   return out + "</xs:schema>\n";
 }
