@@ -1,6 +1,7 @@
 // vorlen: the command-line host of VorlenSolver. Data go to stdout, texts about failures to stderr.
 #include <clocale>
 #include <iostream>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,8 @@ int main(int argc, char** argv) {
     // Requests for help and version come this way too, and are no failures.
     if (app.exit(error) != 0) return EXIT_USAGE;
     return std::cout.flush() ? EXIT_OK : EXIT_FAILED;
+  } catch (const std::bad_alloc&) {
+    return fail("Out of memory");
   }
   return status;
 }

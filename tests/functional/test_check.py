@@ -3,6 +3,7 @@ import ctypes
 import json
 import os
 import re
+import resource
 import subprocess
 import tempfile
 import unittest
@@ -389,6 +390,16 @@ class Faults(InAFolder):
         run = self.check("--help")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         self.assertIn("Example:\n  vorlen check ", run.stdout)
+
+    @unittest.skipIf(os.environ["VORLEN_PRELOAD"], "the address sanitizer needs more than a small address space")
+    def test_a_recipe_too_large_for_the_memory(self):
+        path = os.path.join(self.folder, "large.xml")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("<NonstSurfChem>" + 4000000 * "<b/>" + "</NonstSurfChem>")
+        limit = 150 << 20  # bytes; the tree of that recipe takes some 700 million
+        run = subprocess.run([VORLEN, "check", path], capture_output=True, encoding="utf-8", check=False,
+                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", "vorlen: Out of memory\n"))
 
     @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
     def test_a_full_disk(self):
