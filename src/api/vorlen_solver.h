@@ -48,6 +48,8 @@ extern "C" {
  * A null input_path or output_path gives result 1 with "Input path is not specified" or "Output path is not specified".
  * Errors while the file is written, such as a full disk, are not reported. When memory runs out the result is 1 with
  * the text "Out of memory", nothing is lost but the run, and the file is left as in one of the cases above, or cut off.
+ * An output_path that is a pipe without a reader blocks; a reader that leaves, and a limit that the host has set on the
+ * size of files, bring their signals (SIGPIPE, SIGXFSZ), which are the host's to handle.
  *
  * Calls may overlap: any number of threads may run simulations at the same time, each with its own paths and buffer.
  * A call runs on the calling thread alone, starts no thread and prints nothing.
