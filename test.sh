@@ -141,7 +141,7 @@ if [ "$mode" = all ]; then
   phase "Build: tsan" build tsan -DVORLEN_TESTS=ON -DVORLEN_TOOLS=OFF -- thread_tests &&
     phase "Tests: tsan" run_tests tsan
   phase "Build: debug, the library" build debug -- VorlenSolver &&
-    phase "Build: clang, library and tool" build clang -DVORLEN_TESTS=OFF &&
+    phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
   phase "Build: package" build package &&
     phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
