@@ -116,15 +116,20 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
   job.text = report.text.data();
   job.wall_time = report.wall_time;
   std::string error;
+  bool stranded = false;  // the rows could not be put in place, and stay under their temporary name
   if (!rows.empty() && put_in_place(temporary, rows, error)) {
     if (rows == job.paths.failed) job.text += "\nThe rows up to the end of the run are in " + rows;
   } else if (!rows.empty()) {
     rows.clear();
+    stranded = true;
+    error += "; the rows are in " + temporary;
     job.state = JobState::FAILED;
     job.text += (job.text.empty() ? "" : "\n") + error;
   }
-  if (rows != job.paths.failed) remove_file(job.paths.failed);  // of an earlier run
-  remove_file(temporary);
+  if (!stranded) {
+    if (rows != job.paths.failed) remove_file(job.paths.failed);  // of an earlier run
+    remove_file(temporary);
+  }
   // Without a recipe there is nothing to tell about a place that may have been mistyped.
   if (report.recipe_sha256.front() == '\0') return;
   SimulationReport told = report;

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import hashlib
 import json
+import os
 import pickle
 import threading
 from pathlib import Path
@@ -11,7 +12,7 @@ from pathlib import Path
 import pytest
 
 import vorlen
-from support import EXAMPLES, failing_recipe
+from support import EXAMPLES, failing_recipe, recipe_with_not_a_numbers
 from vorlen._library import simulate
 from vorlen.run import status_path
 
@@ -120,3 +121,34 @@ def test_rows_of_a_run_that_fails_under_way_lie_beside_the_older_result(tmp_path
     assert vorlen.read(failed).text == caught.value.text
     good = vorlen.run(EXAMPLES[0], result)
     assert good.path == result and not failed.exists()
+
+
+def test_a_pipe_and_names_of_failed_runs_are_no_place_for_a_result(tmp_path: Path) -> None:
+    os.mkfifo(tmp_path / "pipe.txt")
+    for name in ("pipe.txt", "r.failed.txt"):
+        with pytest.raises(ValueError, match=name):
+            vorlen.run(EXAMPLES[0], tmp_path / name)
+    assert (tmp_path / "pipe.txt").is_fifo() and len(list(tmp_path.iterdir())) == 1
+
+
+def test_a_link_and_permissions_of_an_older_result_stay(tmp_path: Path) -> None:
+    (tmp_path / "real.txt").write_bytes(b"older")
+    (tmp_path / "real.txt").chmod(0o640)
+    (tmp_path / "r.txt").symlink_to("real.txt")
+    run = vorlen.run(EXAMPLES[0], tmp_path / "r.txt")
+    assert (tmp_path / "r.txt").is_symlink() and (tmp_path / "real.txt").read_bytes() == run.content
+    assert (tmp_path / "real.txt").stat().st_mode & 0o777 == 0o640
+
+
+def test_rows_that_can_not_be_put_in_place_are_not_lost(tmp_path: Path) -> None:
+    (tmp_path / "r.failed.txt").mkdir()
+    with pytest.raises(OSError, match="the rows are in ") as caught:
+        vorlen.run(failing_recipe(), tmp_path / "r.txt")
+    left = Path(str(caught.value).split("the rows are in ")[1].split(":")[0].strip("'"))
+    assert vorlen.read(left).failed
+
+
+def test_the_status_of_rows_that_are_no_numbers_is_not_good(tmp_path: Path) -> None:
+    run = vorlen.run(recipe_with_not_a_numbers(), tmp_path / "r.txt")
+    status = json.loads((tmp_path / "r.status.json").read_text())
+    assert status["result"] == 1 and status["text"] == run.warnings[0]

@@ -11,6 +11,7 @@ import hashlib
 import json
 import os
 import socket
+import stat
 import tempfile
 import time
 import uuid
@@ -312,32 +313,60 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
     if target is not None:
         _check_target(target, source)
     with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
-        # The kept file is made as a sibling, so that the rename stays within one file system.
-        output = target.with_name(f".{target.name}.{uuid.uuid4().hex}") if target else Path(folder, "result.txt")
+        # The kept file is made beside its place, so that the rename stays within one file system.
+        output = _temporary_beside(target) if target else Path(folder, "result.txt")
+        kept = None
+        stranded = False  # the rows could not be put in place, and stay under their temporary name
         try:
             begin = time.perf_counter()
             status, text = simulate(source.file_for_library(Path(folder)), output)
             wall_time = time.perf_counter() - begin
+            text = text.replace(str(output), str(target)) if target else text
             content = output.read_bytes() if output.exists() else b""
             simulated = Run(content, None, source, text, wall_time) if content else None
             if status == 0 and (simulated is None or not simulated.complete):
                 status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
-            kept = None
             if target:
-                failed_path(target).unlink(missing_ok=True)  # of an earlier run
-                kept = target if status == 0 else failed_path(target)
+                kept = target if status == 0 or simulated is None else failed_path(target)
                 if simulated is not None:
-                    os.replace(output, kept)
+                    stranded = True
+                    _put_in_place(output, kept)
+                    stranded = False
                     simulated.path = kept
+                if kept == target and failed_path(target).is_file():
+                    failed_path(target).unlink()  # of an earlier run
         finally:
-            if target:
+            if target and not stranded:
                 output.unlink(missing_ok=True)
-    if target and kept:
-        write_status(target, kept, status, text, wall_time, source, content)
+    if target and kept and source.content is not None:
+        # Rows that are not numbers are for the caller to judge; the status tells that the file is not a good one.
+        faults = simulated.warnings if status == 0 and simulated and _may_hold_no_numbers(content) else []
+        write_status(target, kept, 1 if faults else status, "; ".join(faults) or text, wall_time, source, content)
     if status != 0:
         raise SimulationError(text, recipe, simulated)
     assert simulated is not None
     return simulated
+
+
+def _temporary_beside(target: Path) -> Path:
+    """A name for a file in the folder of target, or of what a link at target leads to."""
+    name = target.name if len(os.fsencode(target.name)) <= 200 else "vorlen"  # names have 255 bytes at most
+    return target.resolve().with_name(f".{name}.{uuid.uuid4().hex}")
+
+
+def _put_in_place(temporary: Path, place: Path) -> None:
+    """Renames; a link at place stays, and so do the permissions of an older file. The rows are never lost."""
+    place = place.resolve()
+    try:
+        if place.exists():
+            temporary.chmod(stat.S_IMODE(place.stat().st_mode))
+        os.replace(temporary, place)
+    except OSError as error:
+        raise OSError(error.errno, f"{error.strerror}; the rows are in {temporary}", str(place)) from error
+
+
+def _may_hold_no_numbers(content: bytes) -> bool:
+    return b"nan" in content or b"inf" in content
 
 
 @dataclass(frozen=True)
@@ -371,10 +400,17 @@ class RecipeSource:
 
 def _check_target(target: Path, source: RecipeSource) -> None:
     """Refuses a place for the result that would lose something, before anything is computed."""
-    if source.path is not None and source.path.exists() and target.exists() and target.samefile(source.path):
-        raise ValueError(f"the result would overwrite the recipe {source.path}")
+    for path in (target, status_path(target), failed_path(target)):
+        if source.path is not None and source.path.exists() and path.exists() and path.samefile(source.path):
+            raise ValueError(f"the result would overwrite the recipe {source.path}")
+    if target.name.endswith(".failed.txt"):
+        raise ValueError(f"{target}: names that end in .failed.txt are for the rows of runs that fail")
     if target.is_dir():
         raise IsADirectoryError(f"{target} is a folder; the result needs the path of a file")
+    if target.exists() and not target.is_file():
+        raise ValueError(f"{target} is no regular file")
+    if target.exists() and not os.access(target, os.W_OK):
+        raise PermissionError(f"{target} may not be written")
     if not target.parent.is_dir():
         raise FileNotFoundError(f"there is no folder {target.parent} for the result {target.name}")
 

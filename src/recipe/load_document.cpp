@@ -17,7 +17,7 @@ namespace vorlen {
 
 namespace {
 
-// Lists of 9999 stages each, written out, take some 30 MB. Parsed, a text takes up to 70 times its size in memory.
+// Some 90000 stages written out. Parsed, a text takes up to 70 times its size in memory.
 constexpr off_t FILE_SIZE_MAX = off_t{64} << 20;  // bytes
 
 // A file that is open for reading, closed at the end of its scope.

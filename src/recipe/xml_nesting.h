@@ -19,8 +19,8 @@ struct XmlShape {
 };
 
 // The shape of the text as far as the parser would read it. Looking ends when NESTING_MAX or ATTRIBUTES_MAX is
-// exceeded. The text is as in text_for_parser (recipe/read_recipe.cpp): line ends are "\n", and four zeros stand at its
-// end.
+// exceeded. The text is as in make_text_for_parser (recipe/load_document.cpp): line ends are "\n", and four zeros stand
+// at its end.
 XmlShape shape_of_xml(const std::string& text);
 
 }  // namespace vorlen
