@@ -31,27 +31,27 @@ say "A fresh $suite"
 debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$root.log" 2>&1 || { tail -n 20 "$root.log"; die "debootstrap failed"; }
 rm -f "$root.log"
 
-mkdir "$root/work"
-cp "$build"/*.deb "$here/consumer/host.c" "$source/examples/algan_gan_hemt.xml" "$root/work"
+mkdir "$root/trial"
+cp "$build"/*.deb "$here/consumer/host.c" "$source/examples/algan_gan_hemt.xml" "$root/trial"
 inside() { chroot "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
-quietly() { "$@" >"$root/work/log" 2>&1 || { tail -n 40 "$root/work/log"; die "failed: $*"; }; }
+quietly() { "$@" >"$root/trial/log" 2>&1 || { tail -n 40 "$root/trial/log"; die "failed: $*"; }; }
 
 say "Installing with apt"
 quietly inside apt-get update
-quietly inside sh -c 'apt-get install -y --no-install-recommends /work/*.deb'
+quietly inside sh -c 'apt-get install -y --no-install-recommends /trial/*.deb'
 inside dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libvorlensolver*' vorlen
 quietly inside dpkg --audit
-[ ! -s "$root/work/log" ] || die "dpkg is not content: $(cat "$root/work/log")"
+[ ! -s "$root/trial/log" ] || die "dpkg is not content: $(cat "$root/trial/log")"
 
 say "Running the tool"
-inside sh -c 'cd /work && vorlen run algan_gan_hemt.xml -o tool.txt'
+inside sh -c 'cd /trial && vorlen run algan_gan_hemt.xml -o tool.txt'
 
 say "Building a C program"
 quietly inside apt-get install -y --no-install-recommends gcc libc6-dev pkg-config
-quietly inside sh -c 'cd /work && gcc -std=c99 -Wall -Werror host.c $(pkg-config --cflags --libs vorlensolver) -o host'
-inside sh -c 'cd /work && ./host algan_gan_hemt.xml host.txt && cmp tool.txt host.txt'
-"$build/tools/vorlen" run "$source/examples/algan_gan_hemt.xml" -o "$root/work/here.txt" >/dev/null
-cmp "$root/work/tool.txt" "$root/work/here.txt"
+quietly inside sh -c 'cd /trial && gcc -std=c99 -Wall -Werror host.c $(pkg-config --cflags --libs vorlensolver) -o host'
+inside sh -c 'cd /trial && ./host algan_gan_hemt.xml host.txt && cmp tool.txt host.txt'
+"$build/tools/vorlen" run "$source/examples/algan_gan_hemt.xml" -o "$root/trial/here.txt" >/dev/null
+cmp "$root/trial/tool.txt" "$root/trial/here.txt"
 
 say "Removing"
 quietly inside apt-get purge -y libvorlensolver1
