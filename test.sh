@@ -106,7 +106,7 @@ test_python() {
 analyse() {
   local status=0
   find src tools -name '*.cpp' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet \
-    --extra-arg=-Wno-unknown-warning-option 2>/dev/null || status=1
+    --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wreserved-identifier 2>/dev/null || status=1
   cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
     --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \
     src tools || status=1
