@@ -12,8 +12,8 @@ namespace vorlen {
 // General format: the shorter of fixed and scientific notation with 16 significant digits, no trailing zeros.
 void append_general(std::string& text, double value);
 
-// Longest number in row format: sign, digit, point, 16 digits, e, sign, 3 digits; with room to widen the exponent.
-inline constexpr std::size_t ROW_FORMAT_MAX = 28;
+// Longest number in row format: sign, digit, point, 16 digits, e, sign, 3 digits.
+inline constexpr std::size_t ROW_FORMAT_MAX = 24;
 
 // Row format: one digit, the point, 16 digits, e, sign and three digits of the exponent: 1.2500000000000000e+002.
 void append_row_format(std::string& text, double value);
@@ -21,22 +21,28 @@ void append_row_format(std::string& text, double value);
 // The values in row format, separated by one blank.
 void append_columns(std::string& text, std::initializer_list<double> values);
 
-// Writes the columns of a table row by row. A value that stands in the same column of the row before, in the column
-// before, or seven columns before (where the columns (z) repeat the columns (t)) is copied instead of formatted anew.
+// Writes the columns of a table row by row. The text of the last row is kept, and only the columns whose values have
+// changed are written anew in it: as a copy where the value stands in the column before or seven columns before (where
+// the columns (z) repeat the columns (t)).
 class ColumnWriter {
  public:
-  // Appends one row of at most 25 values in row format, separated by one blank.
-  void append(std::string& text, std::initializer_list<double> values);
+  ColumnWriter();
+
+  // Writes one row of at most 25 values in row format, separated by one blank, and returns its end. There is room for
+  // ROW_FORMAT_MAX characters and a blank for each value.
+  char* write_row(char* buffer, std::initializer_list<double> values);
 
  private:
-  static constexpr int MAX_COLUMNS = 25;
-  static constexpr int GROUP = 7;
-  struct Column {
-    double value = 0.0;
-    std::uint32_t length = 0;  // 0: not written yet
-    char text[ROW_FORMAT_MAX];
-  };
-  std::array<Column, MAX_COLUMNS> columns_;
+  static constexpr std::size_t MAX_COLUMNS = 25;
+  static constexpr std::size_t GROUP = 7;
+
+  // Makes room for length characters in a column, moving those behind it.
+  void resize(std::size_t column, std::size_t length);
+
+  // The last row, zeros at first, with a blank behind each column.
+  std::array<std::uint64_t, MAX_COLUMNS> bits_{};     // of the values
+  std::array<std::size_t, MAX_COLUMNS + 1> begin_{};  // of each column in text_; at the end its length
+  std::array<char, MAX_COLUMNS*(ROW_FORMAT_MAX + 1)> text_;
 };
 
 }  // namespace vorlen

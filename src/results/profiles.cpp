@@ -1,6 +1,8 @@
 // The numbers of the result file: thickness of each active stage, and the data rows. A row stands for one depth and for
 // the moment at which that depth was the surface. Columns marked (t) tell the surface at that moment, with the V-defect
 // density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
+#include <memory>
+
 #include "model/surfchem_nonst.h"
 #include "results/number_format.h"
 #include "strain/dislocation_constants.h"
@@ -11,7 +13,11 @@ namespace {
 
 constexpr double M_TO_NM = 1e9;
 constexpr double I1_SCALE = 1e10;
-constexpr std::size_t WRITE_BLOCK = 1 << 16;  // bytes collected before they go to the stream
+
+// Rows are collected in a block, which goes to the stream when the next row might not fit. A row has 39 columns at
+// most, each with a blank behind it, and the end of the line.
+constexpr std::size_t WRITE_BLOCK = 1 << 16;  // bytes
+constexpr std::size_t ROW_MAX = 39 * (ROW_FORMAT_MAX + 1) + 1;
 
 }  // namespace
 
@@ -50,9 +56,13 @@ void SurfChemNonst::write_profile() {
   double a_z = a_ref;
   double rho_t = 0.0;
   double z0_nm = 0.0;
-  std::string text;
-  text.reserve(WRITE_BLOCK + WRITE_BLOCK / 8);
-  ColumnWriter writer;
+  const auto block = std::make_unique_for_overwrite<char[]>(WRITE_BLOCK);
+  char* end = block.get();
+  const auto write_block = [&] {
+    out.write(block.get(), end - block.get());
+    end = block.get();
+  };
+  ColumnWriter columns, concentrations, relaxation;
   for (std::size_t i = 0; i < hist_t.size(); ++i) {
     const double x_row[N_BULK] = {hist_xIn[i], hist_xGa[i], hist_xAl[i]};
     const double z_row = hist_z[i];
@@ -75,27 +85,27 @@ void SurfChemNonst::write_profile() {
       d_t = d_z = interpolate(stage.rho_D, (hist_t[i] - stage.time.val) / stage.tau);
     }
     const double q = -2.0 * strain_ratio(x_row);
-    writer.append(text, {hist_t[i], z_row * M_TO_NM, hist_Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
-                         (rho_t + rho_t) * M2_TO_CM2, a_t, e_t, e_t, e_t * q, 0.0, d_z, a_z, e_z, e_z, e_z * q, 0.0});
-    text += ' ';
+    end = columns.write_row(
+        end, {hist_t[i], z_row * M_TO_NM, hist_Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
+              (rho_t + rho_t) * M2_TO_CM2, a_t, e_t, e_t, e_t * q, 0.0, d_z, a_z, e_z, e_z, e_z * q, 0.0});
+    *end++ = ' ';
     if (detail_output) {
-      append_columns(text, {x_row[0] + x_row[1] + x_row[2], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i]});
-      text += ' ';
+      end = concentrations.write_row(
+          end, {x_row[0] + x_row[1] + x_row[2], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i]});
+      *end++ = ' ';
       if (relaxes) {
         const bool has_integrals = i < hist_I0.size();
-        append_columns(text, {z0_nm, hist_rho_VD[i], hist_K1[i], hist_h[i] * M_TO_NM, has_integrals ? hist_I0[i] : 0.0,
-                              has_integrals ? hist_I1[i] * I1_SCALE : 0.0, has_integrals ? hist_J0_0[i] : 0.0,
-                              has_integrals ? hist_J0_1[i] : 0.0, hist_J0[i], hist_J1[i], hist_J2[i], hist_deltaE[i],
-                              hist_E_V_loop[i], hist_r[i]});
+        end = relaxation.write_row(
+            end, {z0_nm, hist_rho_VD[i], hist_K1[i], hist_h[i] * M_TO_NM, has_integrals ? hist_I0[i] : 0.0,
+                  has_integrals ? hist_I1[i] * I1_SCALE : 0.0, has_integrals ? hist_J0_0[i] : 0.0,
+                  has_integrals ? hist_J0_1[i] : 0.0, hist_J0[i], hist_J1[i], hist_J2[i], hist_deltaE[i],
+                  hist_E_V_loop[i], hist_r[i]});
       }
     }
-    text += '\n';
-    if (text.size() >= WRITE_BLOCK) {
-      out.write(text.data(), static_cast<std::streamsize>(text.size()));
-      text.clear();
-    }
+    *end++ = '\n';
+    if (static_cast<std::size_t>(end - block.get()) > WRITE_BLOCK - ROW_MAX) write_block();
   }
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  write_block();
 }
 
 void SurfChemNonst::write_stage_rows(bool is_pre, double z_start_nm) {
