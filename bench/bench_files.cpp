@@ -1,19 +1,109 @@
-// Files: writing result files by the row and by the megabyte, reading recipes with many stages, and what TinyXML alone
-// takes for the same recipe.
+// Files: writing result files by the number, by the row and by the megabyte, the share of writing in whole runs,
+// reading recipes with many stages, and what TinyXML alone takes for the same recipe.
 #include <benchmark/benchmark.h>
 #include <tinyxml.h>
 
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <ctime>
 #include <string>
+#include <vector>
 
+#include "api/run_simulation.h"
 #include "bench_support.h"
 #include "recipe/read_recipe.h"
 #include "recipes/bench_recipes.h"
+#include "results/number_format.h"
 
 namespace vorlen::bench {
 
 namespace {
 
 constexpr double LONG_STAGE = 1e7;  // s, long enough for a million points
+
+// Numbers of the sizes of rows, with all their digits: times, depths, rates, fractions, densities, strains.
+std::vector<double> row_numbers() {
+  constexpr double SIZES[] = {1e3, 1e2, 1e-2, 0.2, 1e8, 1e-4};
+  std::vector<double> numbers;
+  for (int k = 0; k < 600; ++k) {
+    numbers.push_back(SIZES[k % 6] * (1.0 + 0.5 * std::sin(static_cast<double>(k))));
+  }
+  return numbers;
+}
+
+void format_numbers(benchmark::State& state) {
+  const std::vector<double> numbers = row_numbers();
+  std::string text;
+  for (auto _ : state) {
+    text.clear();
+    for (double number : numbers) append_row_format(text, number);
+    benchmark::DoNotOptimize(text.data());
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(numbers.size()));
+}
+BENCHMARK(format_numbers)->Name("row_format/own");
+
+void format_by_to_chars(benchmark::State& state) {
+  const std::vector<double> numbers = row_numbers();
+  std::string text;
+  for (auto _ : state) {
+    text.clear();
+    for (double number : numbers) {
+      char buffer[32];
+      const auto end = std::to_chars(buffer, buffer + sizeof buffer, number, std::chars_format::scientific, 16).ptr;
+      text.append(buffer, end);
+    }
+    benchmark::DoNotOptimize(text.data());
+  }
+  state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(numbers.size()));
+}
+BENCHMARK(format_by_to_chars)->Name("row_format/to_chars");
+
+double processor_seconds() {
+  timespec time;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+// The same run without and with a result file, in turns: what the file costs, its opening and the system's part
+// included.
+void writing_share(benchmark::State& state, const std::string& recipe_text) {
+  ProcessRecipe recipe;
+  std::string error;
+  if (read_recipe(scratch_recipe("share.xml", recipe_text).c_str(), recipe, error) != 0)
+    state.SkipWithError("no recipe");
+  const std::string path = scratch_file("share.txt");
+  double least_without = 1e9;
+  double least_with = 1e9;
+  const auto run = [&](const char* output_path) {
+    const double begin = processor_seconds();
+    if (run_simulation(recipe, output_path, error) != 0) state.SkipWithError(error.c_str());
+    return processor_seconds() - begin;
+  };
+  for (auto _ : state) {
+    least_without = std::min(least_without, run(""));
+    least_with = std::min(least_with, run(path.c_str()));
+  }
+  state.counters["run_ms"] = 1e3 * least_with;
+  state.counters["writing_ms"] = 1e3 * (least_with - least_without);
+  state.counters["writing_percent"] = 100.0 * (least_with - least_without) / least_with;
+}
+
+void writing_share_of_wells(benchmark::State& state) { writing_share(state, multi_quantum_well(5)); }
+BENCHMARK(writing_share_of_wells)
+    ->Name("writing_share/multi_quantum_well")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(40);
+
+void writing_share_of_v_defects(benchmark::State& state) { writing_share(state, v_defects(600)); }
+BENCHMARK(writing_share_of_v_defects)->Name("writing_share/v_defects")->Unit(benchmark::kMillisecond)->Iterations(5);
+
+void writing_share_of_constant_GaN(benchmark::State& state) { writing_share(state, constant_GaN(36000)); }
+BENCHMARK(writing_share_of_constant_GaN)
+    ->Name("writing_share/constant_GaN")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(60);
 
 void write_rows(benchmark::State& state, const std::string& recipe_text) {
   const std::int64_t rows = state.range(0);

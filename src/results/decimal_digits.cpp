@@ -124,7 +124,8 @@ DecimalDigits decimal_digits(double value) {
   // X = P 2^(b + binary_exponent(power) - 190) where P is mantissa times the 128 bits of 10^power with what is behind
   // them. What is behind them adds less than mantissa < 2^64 to P, and so does the lower half of the lower product,
   // which is dropped here: 2^64 product <= P < 2^64 (product + 2).
-  const uint128 product = uint128{mantissa} * ten.high + (uint128{mantissa} * ten.low >> 64);
+  const uint128 factor = mantissa;
+  const uint128 product = factor * ten.high + (factor * ten.low >> 64);
   const auto high = static_cast<std::uint64_t>(product >> 64);
   const auto low = static_cast<std::uint64_t>(product);
   const int shift = 62 - b - binary_exponent(power);  // 5 to 10
