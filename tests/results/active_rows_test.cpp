@@ -254,5 +254,23 @@ TEST_F(DetailedRows, BehindTheEndOfTheIntegralsTheirColumnsAreZero) {
   EXPECT_NE(at(rows[2], 34), 0.0) << "the others go on";
 }
 
+TEST_F(DetailedRows, ManyMegabytesOfRowsAreWrittenLikeTheFirst) {
+  // Every eighth row has the other sign in most columns, so that the rows differ in length.
+  constexpr std::size_t COUNT = 4000;
+  for (std::size_t i = 0; i < COUNT; ++i) {
+    add_history(*model, 10.0 + 0.25 * static_cast<double>(i), 6e-7 + 1e-11 * static_cast<double>(i), X, 5e-8, 1e13);
+    if (i % 8 != 7) continue;
+    for (auto* list : {&model->hist_In, &model->hist_Ga, &model->hist_J0, &model->hist_r}) list->back() *= -1.0;
+  }
+  const auto rows = active_rows(model);
+  ASSERT_EQ(rows.size(), COUNT);
+  for (std::size_t i = 0; i < COUNT; ++i) {
+    ASSERT_EQ(rows[i].size(), 39u);
+    ASSERT_EQ(at(rows[i], 1), model->hist_t[i]);
+    ASSERT_EQ(at(rows[i], 21), model->hist_In[i]);
+    ASSERT_EQ(at(rows[i], 39), model->hist_r[i]);
+  }
+}
+
 }  // namespace
 }  // namespace vorlen_test
