@@ -128,10 +128,11 @@ DecimalDigits decimal_digits(double value) {
   const uint128 product = factor * ten.high + (factor * ten.low >> 64);
   const auto high = static_cast<std::uint64_t>(product >> 64);
   const auto low = static_cast<std::uint64_t>(product);
-  const int shift = 62 - b - binary_exponent(power);  // 5 to 10
+  const int shift = 62 - b - binary_exponent(power);  // 6 to 9
   std::uint64_t digits = high >> shift;
 
-  // What X has behind its last digit, in units of 2^-60: at least rest, and less than rest + 2.
+  // What X has behind its last digit, in units of 2^-60: at least rest, and less than rest + 2. Where that takes X over
+  // the next whole number, rest is far above half, and rounding goes there as well.
   std::uint64_t rest = (high << (64 - shift) | low >> shift) >> 4;
   std::uint64_t half = std::uint64_t{1} << 59;
   if (digits >= TEN_TO_17) {
