@@ -15,10 +15,18 @@ constexpr double GR_REF_MIN = 1e-10;  // nm/s
 constexpr double NM = 1e-9;
 constexpr double GAN_MOLAR_MASS = 84.0;  // kg/kmol, of the reference layer
 constexpr double GAN_DENSITY = 6150.0;   // kg/m^3
+constexpr double OMEGA_FIT_FROM = 0.3;   // reduced temperature above which the fit in its logarithm holds
+constexpr double OMEGA_LOG_SHIFT = 1.4;  // of that logarithm
 
 bool refuse(SurfChemNonst& m, const char* text) {
   m.error_text = text;
   return false;
+}
+
+// omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT.
+double omega_inverse_of(double L) {
+  const double u = 1.0 / L;
+  return ((0.19779 - 0.0225768 * u) * u - 0.16845) + (((0.0071131 * L) - 0.0926718) * L + 0.64373) * L;
 }
 
 // The gallium precursor whose layer is the measure of the others: TMGa if it flows, else TEGa.
@@ -97,35 +105,47 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
 }  // namespace
 
 double omega_inverse(double T_star) {
-  if (!(T_star > 0.3)) {
-    const double d = T_star - 0.3;
+  if (!(T_star > OMEGA_FIT_FROM)) {
+    const double d = T_star - OMEGA_FIT_FROM;
     return 1.0 / (((5.6 * d) - 4.0) * d + 2.662);
   }
-  const double L = std::log(T_star) + 1.4;
-  const double u = 1.0 / L;
-  return ((0.19779 - 0.0225768 * u) * u - 0.16845) + (((0.0071131 * L) - 0.0926718) * L + 0.64373) * L;
+  return omega_inverse_of(std::log(T_star) + OMEGA_LOG_SHIFT);
 }
 
+// Row by row of a species j that counts, over all species i that are present: each sum grows in the order of j. A row
+// goes through one operation after the other, so that the divisions and polynomials take two species in one
+// instruction, which rounds each as if alone.
 void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const {
   const double s = std::pow(T_gas, 1.5) / P_gas;
-  // A binary coefficient is the same in both directions, to the last bit: its pair is computed once.
-  double D_pair[N_GAS][N_GAS] = {};
-  const auto counts = [this, x_in](std::size_t j) { return gas_index[j] >= 0 && x_in[j] != 0.0; };
+  std::size_t present[N_GAS];
+  std::size_t n = 0;
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (gas_index[i] < 0) continue;
-    const bool i_counts = counts(i);
-    double sum = 0.0;
-    for (std::size_t j = 0; j < N_GAS; ++j) {
-      if (j == i || !counts(j)) continue;
-      if (!(j < i && i_counts)) {
-        const double T_star = T_gas / eps_pair[i][j];
-        D_pair[i][j] = omega_inverse(T_star) * (D_binary[i][j] * s);
-        if (i_counts) D_pair[j][i] = D_pair[i][j];
-      }
-      sum += x_in[j] / D_pair[i][j];
-    }
-    D_out[i] = (1.0 - x_in[i]) / sum;
+    if (gas_index[i] >= 0) present[n++] = i;
   }
+  double sum[N_GAS] = {};
+  double L[N_GAS][N_GAS];
+  for (std::size_t row = 0; row < n; ++row) {
+    const std::size_t j = present[row];
+    const double x_j = x_in[j];
+    if (x_j == 0.0) continue;
+    double T_star[N_GAS], factor[N_GAS], share[N_GAS];
+    for (std::size_t k = 0; k < n; ++k) T_star[k] = eps_pair[j][present[k]];
+    for (std::size_t k = 0; k < n; ++k) factor[k] = D_binary[j][present[k]];
+    for (std::size_t k = 0; k < n; ++k) T_star[k] = T_gas / T_star[k];
+    // A binary coefficient is the same in both directions, to the last bit, and so is its logarithm.
+    for (std::size_t k = 0; k < n; ++k) {
+      const bool is_known = k < row && x_in[present[k]] != 0.0;
+      L[row][k] = is_known ? L[k][row] : k == row ? 1.0 : std::log(T_star[k]) + OMEGA_LOG_SHIFT;
+    }
+    for (std::size_t k = 0; k < n; ++k) share[k] = x_j / (omega_inverse_of(L[row][k]) * (factor[k] * s));
+    for (std::size_t k = 0; k < n; ++k) {
+      if (!(T_star[k] > OMEGA_FIT_FROM)) share[k] = x_j / (omega_inverse(T_star[k]) * (factor[k] * s));
+    }
+    const double sum_of_others = sum[row];
+    for (std::size_t k = 0; k < n; ++k) sum[k] += share[k];
+    sum[row] = sum_of_others;
+  }
+  for (std::size_t k = 0; k < n; ++k) D_out[present[k]] = (1.0 - x_in[present[k]]) / sum[k];
 }
 
 void SurfChemNonst::scale_delta() {
