@@ -1,5 +1,7 @@
 // Process conditions at a time: the current stage, and T, P, flows, mole fractions and partial pressures in it. The
 // integrator asks for arbitrary test times, so the current stage moves in either direction.
+#include <algorithm>
+
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -11,6 +13,14 @@ constexpr double GALLIUM_FLOOR = 5e-08;  // least mole fraction of a gallium pre
 
 bool holds(const StageRecord& stage, double t) {
   return stage.begin_time() - TIME_TOLERANCE < t && stage.end_time() + TIME_TOLERANCE > t;
+}
+
+bool stays(const ValueRange& range) { return range.val == range.end; }
+
+// Nothing that the conditions are made from moves within the stage.
+bool is_steady(const StageRecord& stage) {
+  return stays(stage.T) && stays(stage.P) && stays(stage.rho_D) && stays(stage.omega_TDR) &&
+         (!stage.flows_vary || std::all_of(stage.Q.begin(), stage.Q.end(), stays));
 }
 
 }  // namespace
@@ -50,6 +60,12 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   }
 
   const StageRecord& stage = active_stages[stage_index];
+  // Within a steady stage the conditions are those of the last look-up, which came into the stage or was in it too.
+  if (stage_changed) {
+    terms.is_steady = is_steady(stage);
+  } else if (terms.is_steady && reuse_terms) {
+    return 0;
+  }
   const double fraction = (t - stage.begin_time()) / stage.tau;
   T = interpolate(stage.T, fraction);
   P = interpolate(stage.P, fraction);
@@ -67,7 +83,8 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   // Mole fractions follow from the flows alone: while these stay so do the fractions, to the last bit, and the partial
   // pressures unless the pressure moves. No flow or pressure is ever -0, so equal ones have equal bits.
   const bool flows_stay = reuse_terms && Q == terms.Q_of_x;
-  if (flows_stay && P == terms.P_of_p) return 0;
+  if (flows_stay && P == terms.P_of_p && !stage_changed) return 0;
+  ++terms.mixture;
   if (!flows_stay) {
     Q_total = 0.0;
     for (std::size_t i = 0; i < N_FLOWS; ++i) {

@@ -2,7 +2,6 @@
 // desorption, incorporation, composition of the solid and growth rate.
 //
 // In order: constants, state vector, rate constants and activities, eval_rhs.
-#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -27,6 +26,11 @@ constexpr double W_GaAl = 5610000.0;
 constexpr double W_x0 = (W_InGa + W_InAl) - W_GaAl;
 constexpr double W_x1 = (W_InGa + W_GaAl) - W_InAl;
 constexpr double W_x2 = (W_InAl + W_GaAl) - W_InGa;
+
+// The gas species that carry indium are the only ones whose share of free sites follows the surface; that of the others
+// stays 1.
+constexpr GasSpecies INDIUM_PRECURSORS[] = {TMIn_g, MMIn_g, TMInNH3_g};
+constexpr bool carries_indium(std::size_t i) { return i <= TMInNH3_g || i == In_g; }
 
 // The gas species into which adsorbed species k desorbs.
 constexpr GasSpecies DESORBS_AS[N_ADSORBED] = {In_g, Ga_g, Al_g, N2_g, H2_g};
@@ -95,30 +99,37 @@ void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
     if (m.gas_index[i] < 0) continue;
     c.R_transport[i] = (R_J * T) * c.delta[i] / c.D[i];
     c.R_kinetic[i] = 1.0 / c.v_kin[i];
+    if (carries_indium(i)) continue;
+    c.R_gas[i] = c.R_transport[i] * m.site_gas[i] + c.R_kinetic[i];
+    c.J[i] = m.p[i] * m.site_gas[i] / c.R_gas[i];
   }
+  c.Ga_supply = c.J[TMGa_g] + c.J[MMGa_g] + c.J[TEGa_g] + c.J[TEGaNH3_g];
   for (std::size_t b = 0; b < N_BULK; ++b) c.k_plus[b] = m.k_plus(b);
 }
-
-bool same_bits(double a, double b) { return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b); }
 
 bool layer_is_scaled(const SurfChemNonst& m) {
   return m.transport_model == TRANSPORT_thick_GaN && m.reactor != REACTOR_CCS;
 }
 
-ConditionKey condition_key(const SurfChemNonst& m) {
-  ConditionKey key{m.T, m.P, m.Q_total, m.omega_TDR, 0.0, 0.0, m.x, {}};
+void set_condition_key(const SurfChemNonst& m, ConditionKey& key) {
+  key.T = m.T;
+  key.P = m.P;
+  key.Q_total = m.Q_total;
+  key.omega_TDR = m.omega_TDR;
+  key.mixture = m.terms.mixture;
+  key.x = m.x;
   if (layer_is_scaled(m)) {
     key.stage_delta = m.active_stages[m.stage_index].delta;
     key.stage_delta_ref = m.active_stages[m.stage_index].delta_ref;
   } else {
     key.delta = m.delta;
   }
-  return key;
 }
 
 // Whether the key is that of the present conditions. No value is ever -0, so equal ones have equal bits.
 bool is_present(const ConditionKey& key, const SurfChemNonst& m) {
   if (!(key.T == m.T && key.P == m.P && key.Q_total == m.Q_total && key.omega_TDR == m.omega_TDR)) return false;
+  if (key.mixture == m.terms.mixture) return true;
   if (key.x != m.x) return false;
   if (!layer_is_scaled(m)) return key.delta == m.delta;
   const StageRecord& stage = m.active_stages[m.stage_index];
@@ -129,13 +140,14 @@ bool is_present(const ConditionKey& key, const SurfChemNonst& m) {
 const ConditionTerms& condition_terms(SurfChemNonst& m) {
   const std::uint64_t in_model = m.terms.in_model;
   const auto matches = [&m](const ConditionKey& key) { return is_present(key, m); };
-  const ConditionTerms* c = m.reuse_terms ? m.terms.conditions.find(matches) : nullptr;
-  if (c == nullptr) {
-    ConditionTerms& computed = m.terms.conditions.replace_oldest();
-    computed.number = ++m.terms.numbers_given;
-    computed.key = condition_key(m);
-    compute_condition_terms(m, computed);
-    c = &computed;
+  ConditionTerms* c = m.reuse_terms ? m.terms.conditions.find(matches) : nullptr;
+  if (c != nullptr) {
+    c->key.mixture = m.terms.mixture;
+  } else {
+    c = &m.terms.conditions.replace_oldest();
+    c->number = ++m.terms.numbers_given;
+    set_condition_key(m, c->key);
+    compute_condition_terms(m, *c);
   }
   if (c->number != in_model) {
     m.terms.in_model = c->number;
@@ -144,6 +156,8 @@ const ConditionTerms& condition_terms(SurfChemNonst& m) {
     m.v_kin = c->v_kin;
     m.G_gas = c->G_gas;
     m.G_bulk = c->G_bulk;
+    m.R_gas = c->R_gas;
+    m.J = c->J;
     m.K_NH3 = c->K_NH3;
     m.K_eq = c->K_eq;
     m.Kd = c->Kd;
@@ -151,14 +165,28 @@ const ConditionTerms& condition_terms(SurfChemNonst& m) {
   return *c;
 }
 
-// Nitrogen factor, activities and the constants that they enter: what follows from the composition of the solid.
-void compute_composition_terms(const SurfChemNonst& m, const ConditionTerms& c, CompositionTerms& s) {
-  s.N2_mix = 1.0;
-  for (std::size_t b = 0; b < N_BULK; ++b) {
-    if (m.x_b_clip[b] != 0.0) s.N2_mix *= std::pow(c.N2_factor[b], m.x_b_clip[b]);  // a power of 0 is exactly 1
+// The factor of bulk species b in the nitrogen mix.
+double nitrogen_power(SurfChemNonst& m, const ConditionTerms& c, std::size_t b) {
+  const double x = m.x_b_clip[b];
+  if (x == 0.0) return 1.0;  // as the power is, exactly
+  TermsStore<NitrogenPower, 2>& powers = m.terms.nitrogen_powers[b];
+  const auto matches = [&c, x](const NitrogenPowerKey& key) { return key.conditions == c.number && key.x == x; };
+  if (m.reuse_terms) {
+    if (const NitrogenPower* kept = powers.find(matches)) return kept->value;
   }
+  NitrogenPower& power = powers.replace_oldest();
+  power.key.conditions = c.number;
+  power.key.x = x;
+  power.value = std::pow(c.N2_factor[b], x);
+  return power.value;
+}
+
+// Nitrogen factor, activities and the constants that they enter: what follows from the composition of the solid.
+void compute_composition_terms(SurfChemNonst& m, const ConditionTerms& c, CompositionTerms& s) {
+  s.N2_mix = 1.0;
+  for (std::size_t b = 0; b < N_BULK; ++b) s.N2_mix *= nitrogen_power(m, c, b);
   s.v_kin_N2 = c.v_kin[N2_g] * s.N2_mix;
-  s.R_kinetic_N2 = 1.0 / s.v_kin_N2;
+  s.R_gas_N2 = c.R_transport[N2_g] * m.site_gas[N2_g] + 1.0 / s.v_kin_N2;
   compute_activity(m, s.key.mismatch, s.activity);
   s.Kd_N2 = c.Kd[3] / s.v_kin_N2;
   const double s_N2 = std::sqrt(s.Kd_N2);
@@ -168,25 +196,27 @@ void compute_composition_terms(const SurfChemNonst& m, const ConditionTerms& c, 
 
 // Puts the kept or newly computed terms of the present composition into the model and returns them.
 const CompositionTerms& composition_terms(SurfChemNonst& m, const ConditionTerms& c) {
-  CompositionKey key{c.number, -1.0, m.x_b};
+  double mismatch = -1.0;
   if (m.stress_model == STRESS_V_dislocation) {
-    m.r = m.relative_mismatch();
-    key.mismatch = m.r;
+    mismatch = m.depth_terms().mismatch;
+    m.r = mismatch;
   }
-  const auto matches = [&key](const CompositionKey& kept) {
-    return kept.conditions == key.conditions && same_bits(kept.mismatch, key.mismatch) &&
-           same_bits(kept.x_b[0], key.x_b[0]) && same_bits(kept.x_b[1], key.x_b[1]) &&
-           same_bits(kept.x_b[2], key.x_b[2]);
+  const auto matches = [&m, &c, mismatch](const CompositionKey& kept) {
+    return kept.conditions == c.number && equal_bits(kept.mismatch, mismatch) && equal_bits(kept.x_b[0], m.x_b[0]) &&
+           equal_bits(kept.x_b[1], m.x_b[1]) && equal_bits(kept.x_b[2], m.x_b[2]);
   };
   const CompositionTerms* s = m.reuse_terms ? m.terms.compositions.find(matches) : nullptr;
   if (s == nullptr) {
     CompositionTerms& computed = m.terms.compositions.replace_oldest();
-    computed.key = key;
+    computed.key.conditions = c.number;
+    computed.key.mismatch = mismatch;
+    computed.key.x_b = m.x_b;
     compute_composition_terms(m, c, computed);
     s = &computed;
   }
   m.N2_mix = s->N2_mix;
   m.v_kin[N2_g] = s->v_kin_N2;
+  m.R_gas[N2_g] = s->R_gas_N2;
   m.Kd[3] = s->Kd_N2;
   m.K_NH3_des = s->K_NH3_des;
   m.activity = s->activity;
@@ -242,42 +272,52 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
     for (GasSpecies i : {In_g, TMInNH3_g, MMIn_g, TMIn_g}) site_gas[i] = s;
   }
 
-  // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface.
-  for (std::size_t i = 0; i < N_GAS; ++i) {
+  // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface. Here those that depend
+  // on the state; the others are among the terms of the conditions.
+  for (GasSpecies i : INDIUM_PRECURSORS) {
     if (gas_index[i] < 0) continue;
-    const double R_kinetic = i == N2_g ? composition.R_kinetic_N2 : conditions.R_kinetic[i];
-    R_gas[i] = conditions.R_transport[i] * site_gas[i] + R_kinetic;
-    J[i] = p[i] * site_gas[i];
+    R_gas[i] = conditions.R_transport[i] * site_gas[i] + conditions.R_kinetic[i];
+    J[i] = p[i] * site_gas[i] / R_gas[i];
   }
-  J[In_g] -= Kd[0] * c_a[In_a];
-  J[Ga_g] -= Kd[1] * c_a[Ga_a];
-  J[Al_g] -= Kd[2] * c_a[Al_a];
-  J[NH3_g] -= K_NH3_des * c_a[N_a] * (c_a[H_a] * c_a[H_a] * c_a[H_a]);
-  J[N2_g] = -Kd[3] * c_a[N_a] * c_a[N_a];  // nitrogen gas only leaves the surface
-  J[H2_g] -= Kd[4] * (c_a[H_a] * c_a[H_a]);
-  for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (gas_index[i] >= 0) J[i] = J[i] / R_gas[i];
-  }
+  R_gas[In_g] = conditions.R_transport[In_g] * site_gas[In_g] + conditions.R_kinetic[In_g];
+  const double c_N = c_a[N_a];
+  const double c_H = c_a[H_a];
+  const double J_In = (p[In_g] * site_gas[In_g] - conditions.Kd[0] * c_a[In_a]) / R_gas[In_g];
+  const double J_Ga = (p[Ga_g] * site_gas[Ga_g] - conditions.Kd[1] * c_a[Ga_a]) / conditions.R_gas[Ga_g];
+  const double J_Al = (p[Al_g] * site_gas[Al_g] - conditions.Kd[2] * c_a[Al_a]) / conditions.R_gas[Al_g];
+  const double J_NH3 =
+      (p[NH3_g] * site_gas[NH3_g] - composition.K_NH3_des * c_N * (c_H * c_H * c_H)) / conditions.R_gas[NH3_g];
+  const double J_N2 = -composition.Kd_N2 * c_N * c_N / composition.R_gas_N2;  // nitrogen gas only leaves the surface
+  const double J_H2 = (p[H2_g] * site_gas[H2_g] - conditions.Kd[4] * (c_H * c_H)) / conditions.R_gas[H2_g];
+  J[In_g] = J_In;
+  J[Ga_g] = J_Ga;
+  J[Al_g] = J_Al;
+  J[NH3_g] = J_NH3;
+  J[N2_g] = J_N2;
+  J[H2_g] = J_H2;
 
   // Incorporation and growth rate.
+  std::array<double, N_BULK> rate;
   double GR_calc = 0.0;
   for (std::size_t b = 0; b < N_BULK; ++b) {
-    R_b[b] = conditions.k_plus[b] * c_a[b] * c_a[N_a] - composition.k_minus[b] * activity[b] * x_b[b] * site_bulk[b];
-    GR_calc += R_b[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
+    rate[b] = conditions.k_plus[b] * c_a[b] * c_a[N_a] -
+              composition.k_minus[b] * composition.activity[b] * x_b[b] * site_bulk[b];
+    GR_calc += rate[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
   }
+  R_b = rate;
 
-  f[0] = J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J[In_g] - R_b[InN_b];
-  f[1] = J[TMGa_g] + J[MMGa_g] + J[TEGa_g] + J[TEGaNH3_g] + J[Ga_g] - R_b[GaN_b];
-  f[2] = J[TMAl_g] + J[Al_g] - R_b[AlN_b];
-  f[3] = 2.0 * J[N2_g] + J[NH3_g];
-  f[4] = 3.0 * J[NH3_g] + 2.0 * J[H2_g];
+  f[0] = J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J_In - rate[InN_b];
+  f[1] = conditions.Ga_supply + J_Ga - rate[GaN_b];
+  f[2] = J[TMAl_g] + J_Al - rate[AlN_b];
+  f[3] = 2.0 * J_N2 + J_NH3;
+  f[4] = 3.0 * J_NH3 + 2.0 * J_H2;
   f[5] = GR_calc;
   if (stress_model == STRESS_V_dislocation) relaxation_rows(GR_calc, f + 6);
 
   // The solid has the composition of its incorporation rates.
   double* g = f + (n_state() - N_ALGEBRAIC);
-  g[0] = x_b[0] * R_b[1] - x_b[1] * R_b[0];
-  g[1] = x_b[1] * R_b[2] - x_b[2] * R_b[1];
+  g[0] = x_b[0] * rate[1] - x_b[1] * rate[0];
+  g[1] = x_b[1] * rate[2] - x_b[2] * rate[1];
   g[2] = 1.0 - x_b[0] - x_b[1] - x_b[2];
   g[3] = GR - GR_calc;
   return 0;

@@ -242,6 +242,10 @@ class SurfChemNonst {
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
   double relative_mismatch() const;
+  // Strain that the reactions of the dislocations from below relieve at thickness z_at; not a number below z_start.
+  double eps_reacted(double z_at, double h_at) const;
+  // The kept or newly computed terms of the present depth.
+  const DepthTerms& depth_terms();
 
   // ---- Accepted steps
   // Takes in the accepted state y at time t_new: growth rate, interval of growth, and history if the point is recorded.
@@ -285,7 +289,18 @@ class SurfChemNonst {
 };
 
 // 1.0 above 1, v from 0 to 1, else 0.0 (also for not-a-number).
-double clamp_fraction(double v);
+inline double clamp_fraction(double v) {
+  if (v > 1.0) return 1.0;
+  return v >= 0.0 ? v : 0.0;
+}
+
+inline double SurfChemNonst::lattice_a(const double* x_solid) const {
+  double a = 1e-100;  // keeps a lattice constant from being exactly zero
+  for (std::size_t k = 0; k < N_BULK; ++k) {
+    if (bulk_index[k] >= 0) a += bulk_species[k].a * x_solid[k];
+  }
+  return a;
+}
 
 // Value of the range at a fraction of the stage; what is not above 0 becomes 0.
 double interpolate(const ValueRange& range, double fraction);

@@ -6,25 +6,11 @@ namespace vorlen {
 
 namespace {
 
-constexpr double TINY = 1e-100;  // keeps a lattice constant from being exactly zero
 // Contraction along c for each part of in-plane strain in the chain of stages. A fixed number: the strain column eps_zz
 // takes 2 C13/C33 of the composition instead, so the two do not agree exactly.
 constexpr double CHAIN_STRAIN_RATIO = 0.25;
 
 }  // namespace
-
-double clamp_fraction(double v) {
-  if (v > 1.0) return 1.0;
-  return v >= 0.0 ? v : 0.0;
-}
-
-double SurfChemNonst::lattice_a(const double* x_solid) const {
-  double a = TINY;
-  for (std::size_t k = 0; k < N_BULK; ++k) {
-    if (bulk_index[k] >= 0) a += bulk_species[k].a * x_solid[k];
-  }
-  return a;
-}
 
 double SurfChemNonst::strain_ratio(const double* x_solid) const {
   double S13 = 0.0;

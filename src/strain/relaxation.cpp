@@ -39,14 +39,42 @@ double SurfChemNonst::eps_relaxed(double rho, double z_at, double h_at) const {
   return std::log(rho_TD0 * L_TD * tan_V * (z_at - z_start - h_at) + 1.0) * A;
 }
 
+double SurfChemNonst::eps_reacted(double z_at, double h_at) const {
+  return std::log(rho_TD0 * L_TD * tan_V * (z_at - z_start - h_at) + 1.0) * (0.5 * b_burgers * INV_L_TD);
+}
+
+const DepthTerms& SurfChemNonst::depth_terms() {
+  const auto matches = [this](const DepthKey& k) {
+    return k.is_set && equal_bits(k.z, z) && equal_bits(k.h, h) && equal_bits(k.rho_VD, rho_VD) &&
+           equal_bits(k.z0, z0) && equal_bits(k.h_z0, h_z0) && equal_bits(k.rho_TD_z0, rho_TD_z0) &&
+           equal_bits(k.eps_r_z0, eps_r_z0);
+  };
+  if (reuse_terms) {
+    if (DepthTerms* kept = terms.depths.find(matches)) return *kept;
+  }
+  DepthTerms& d = terms.depths.replace_oldest();
+  d.mismatch = relative_mismatch();
+  d.relaxed = eps_relaxed(rho_VD, z, h);
+  d.reacted = eps_reacted(z, h);
+  d.key.is_set = true;
+  d.key.z = z;
+  d.key.h = h;
+  d.key.rho_VD = rho_VD;
+  d.key.z0 = z0;
+  d.key.h_z0 = h_z0;
+  d.key.rho_TD_z0 = rho_TD_z0;
+  d.key.eps_r_z0 = eps_r_z0;
+  return d;
+}
+
 void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
-  eps_xx = eps_in_plane(a_bulk, rho_VD, z, h);
-  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
+  const DepthTerms& depth = depth_terms();
   const double eps_0 = a_ref / a_bulk - 1.0;
+  eps_xx = eps_0 + depth.relaxed;
+  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
   const double z_rel = z - z_start - h;
   const double stiff = modulus_M() * (2.0 * tan_V * b_burgers);
-  const double R_disl =
-      (std::log(rho_TD0 * L_TD * tan_V * z_rel + 1.0) * (0.5 * b_burgers * INV_L_TD) + eps_0) * stiff * GR_calc;
+  const double R_disl = (depth.reacted + eps_0) * stiff * GR_calc;
   const double S_disl = stiff * eps_0 * GR_calc;
   f[1] = R_disl;
   f[2] = z_rel * R_disl;
