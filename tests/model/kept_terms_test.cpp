@@ -43,6 +43,13 @@ class TwoModels {
     EXPECT_EQ(keeping_->update_conditions(t, force), fresh_->update_conditions(t, force));
   }
 
+  // Sets the same in both.
+  template <class Change>
+  void change(Change set) {
+    set(keeping_.m);
+    set(fresh_.m);
+  }
+
   SurfChemNonst* operator->() { return &fresh_.m; }
   std::array<double, N_STATE_MAX> start{};
 
@@ -138,6 +145,18 @@ TEST(KeptTerms, ChangeNoBitUnderAnyTransportModel) {
   }
 }
 
+TEST(KeptTerms, ChangeNoBitWithEveryPrecursorInTheGas) {
+  for (const char* stress_model : {"off", "V_dislocation"}) {
+    ProcessRecipe recipe = varying({.stress_model = stress_model, .n_stages = 3});
+    for (StageRecord& stage : recipe.active_stages) {
+      for (std::size_t i = TMIn_g; i <= TMAl_g; ++i) {
+        stage.Q[i] = {0.1 + 0.01 * static_cast<double>(i), 0.2 - 0.01 * static_cast<double>(i)};
+      }
+    }
+    walk(recipe);
+  }
+}
+
 TEST(KeptTerms, ChangeNoBitOfAConstantProcess) { walk(recipe_of(RecipeOptions{})); }
 
 TEST(KeptTerms, ChangeNoBitOfTheReferenceRecipes) {
@@ -167,6 +186,7 @@ TEST(KeptTerms, TellConditionsApartThatDifferInOneQuantityAlone) {
         s.Q[NH3_g].end -= 1000.0;
       },
       [](StageRecord& s) { s.omega_TDR.end += 100.0; },
+      [](StageRecord& s) { s.rho_D.end += 1e8; },
       [](StageRecord& s) {
         for (ValueRange& flow : s.Q) flow.end *= 2.0;  // the total alone
       },
@@ -182,6 +202,79 @@ TEST(KeptTerms, TellConditionsApartThatDifferInOneQuantityAlone) {
       TwoModels models(recipe);
       for (double t : {10.0, 20.0, 15.0, 20.0, 10.0}) models.evaluate(t, models.start);
     }
+  }
+}
+
+TEST(KeptTerms, FollowAMoveOfTheFlowsAloneOnlyWhereTheStageHasIt) {
+  for (bool flows_vary : {true, false}) {
+    ProcessRecipe recipe = recipe_of(RecipeOptions{.stress_model = "off"});
+    recipe.active_stages[0].Q[H2_g] = {1000.0, 3000.0};
+    recipe.active_stages[0].flows_vary = flows_vary;
+    recipe.conditions_vary = true;
+    TwoModels models(recipe);
+    const double H2_first = models->Q[H2_g];
+    for (double t : {10.0, 20.0, 15.0}) {
+      models.evaluate(t, models.start);
+      EXPECT_EQ(models->Q[H2_g] != H2_first, flows_vary && t > models->t_begin) << t;
+    }
+  }
+}
+
+TEST(KeptTerms, OfASteadyStageEndWithIt) {
+  // Stages in which nothing moves, and which differ: the first is come back to, as a rejected step does.
+  ProcessRecipe recipe = recipe_of(RecipeOptions{.stress_model = "off", .n_stages = 3});
+  recipe.active_stages[1].T.set_both(1100.0);
+  recipe.active_stages[2].P.set_both(30000.0);
+  recipe.conditions_vary = true;
+  TwoModels models(recipe);
+  for (double t : {12.0, 18.0, 22.0, 12.0, 27.0, 35.0, 38.0, 22.0, 35.0, 12.0}) {
+    models.evaluate(t, models.start);
+    const StageRecord& stage = models->active_stages[t < 20.0 ? 0 : t < 30.0 ? 1 : 2];
+    EXPECT_EQ(models->T, stage.T.val) << t;
+    EXPECT_EQ(models->P, stage.P.val) << t;
+  }
+}
+
+TEST(KeptTerms, TellDepthsApartThatDifferInOneQuantityAlone) {
+  // z and h are of the state; the others change when V-defects open or grow. Each of them must move the strain or the
+  // mismatch, else the case would show nothing.
+  TwoModels models(recipe_of(RecipeOptions{}));
+  models.change([](SurfChemNonst& m) {
+    m.z0 = m.z_start + 1e-8;
+    m.h_z0 = 1e-9;
+    m.rho_TD_z0 = 0.5 * m.rho_TD0;
+    m.eps_r_z0 = 1e-4;
+    m.rho_VD = 1e12;
+  });
+  std::array<double, N_STATE_MAX> y = models.start;
+  y[5] += 1e-7;
+  y[6] = 2e-9;
+  const auto differs_after = [&](auto&& next) {
+    models.evaluate(models->t_begin, y);
+    const double before[] = {models->r, models->eps_xx};
+    next();
+    models.evaluate(models->t_begin, y);
+    return before[0] != models->r || before[1] != models->eps_xx;
+  };
+  EXPECT_TRUE(differs_after([&y] { y[5] += 1e-9; })) << "z";
+  EXPECT_TRUE(differs_after([&y] { y[6] += 1e-9; })) << "h";
+  for (const char* name : {"z0", "h_z0", "rho_TD_z0", "eps_r_z0", "rho_VD"}) {
+    for (double factor : {1.01, 1.0 / 1.01}) {
+      EXPECT_TRUE(differs_after([&] { models.change([&](SurfChemNonst& m) { *scalar_field(m, name) *= factor; }); }))
+          << name;
+    }
+  }
+}
+
+TEST(KeptTerms, OfTheDepthAreFoundByTheColumnsThatLeaveItAlone) {
+  // The order of the columns of the Jacobian: the state, z moved, h moved, the others.
+  TwoModels models(recipe_of(RecipeOptions{}));
+  std::array<double, N_STATE_MAX> y = models.start;
+  y[5] += 1e-7;
+  for (int column : {-1, 0, 4, 5, 6, 7, 10, 11, 12, 13, 14, -1}) {
+    std::array<double, N_STATE_MAX> moved = y;
+    if (column >= 0) moved[static_cast<std::size_t>(column)] += 1e-9;
+    models.evaluate(models->t_begin, moved);
   }
 }
 
