@@ -227,18 +227,27 @@ const CompositionTerms& composition_terms(SurfChemNonst& m, const ConditionTerms
 
 double SurfChemNonst::k_plus(std::size_t b) const { return rate_constant(K_plus_A[b], K_plus_Ta[b], K_plus_Tn[b], T); }
 
+// One by one: a component that was just moved alone would keep a copy of the whole waiting.
 void SurfChemNonst::unpack_state(const double* y) {
-  for (double& c : c_a) c = *y++;
-  z = *y++;
-  if (z < z_start) z = z_start;
+  c_a[In_a] = y[0];
+  c_a[Ga_a] = y[1];
+  c_a[Al_a] = y[2];
+  c_a[N_a] = y[3];
+  c_a[H_a] = y[4];
+  z = y[5] < z_start ? z_start : y[5];
   if (stress_model == STRESS_V_dislocation) {
-    for (double* v : {&h, &I0, &I1, &J0_0, &J0_1}) *v = *y++;
+    h = y[6];
+    I0 = y[7];
+    I1 = y[8];
+    J0_0 = y[9];
+    J0_1 = y[10];
   }
+  y += n_state() - N_ALGEBRAIC;
   for (std::size_t k = 0; k < N_BULK; ++k) {
-    x_b[k] = *y++;
-    x_b_clip[k] = clamp_fraction(x_b[k]);
+    x_b[k] = y[k];
+    x_b_clip[k] = clamp_fraction(y[k]);
   }
-  GR = *y;
+  GR = y[3];
   a_bulk = lattice_a(x_b_clip.data());
 }
 
