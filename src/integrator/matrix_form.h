@@ -42,6 +42,11 @@ inline bool HasMass(MatrixForm form) {
   return form == MatrixForm::FULL_BAND_MASS || form == MatrixForm::BAND_BAND_MASS || form == MatrixForm::FULL_FULL_MASS;
 }
 
+// A mass matrix of one row: the row of each equation is its diagonal entry.
+inline bool IsDiagonalMass(const StageSystem& system, MatrixForm form) {
+  return form == MatrixForm::FULL_BAND_MASS && system.mlmas == 0 && system.mumas == 0;
+}
+
 // Order of the systems to solve.
 inline std::int32_t OrderOf(const StageSystem& system) {
   return HasBlocks(system.matrix_case) ? system.n_reduced : system.n;

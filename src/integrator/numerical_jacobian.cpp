@@ -7,6 +7,7 @@
 
 #include "integrator/elimination_helpers.h"
 #include "integrator/ordered_minmax.h"
+#include "integrator/stage_vectors.h"
 
 namespace vorlen {
 
@@ -28,9 +29,8 @@ void FullJacobian(const StageSystem& system, const StageArrays& arrays, const Rh
     y[i] = y_saved + delta;
     rhs.callback(system.n, x, y, arrays.CONT, rhs.real_context, rhs.model_context);
     double* column = Column(system.FJAC, system.jac_rows, i);
-    for (std::int32_t j = system.block_count; j < system.n; ++j) {
-      column[j - system.block_count] = (arrays.CONT[j] - arrays.Y0[j]) / delta;
-    }
+    DifferenceQuotients(system.n - system.block_count, arrays.CONT + system.block_count, arrays.Y0 + system.block_count,
+                        delta, column);
     y[i] = y_saved;
   }
 }

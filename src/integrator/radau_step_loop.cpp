@@ -14,6 +14,7 @@
 #include "integrator/numerical_jacobian.h"
 #include "integrator/ordered_minmax.h"
 #include "integrator/radau_constants.h"
+#include "integrator/stage_vectors.h"
 
 namespace vorlen {
 
@@ -201,13 +202,6 @@ void ScaleIndexComponents(Loop& loop) {
   }
 }
 
-// (a, b, c) := TI (z1, z2, z3)
-void ApplyTI(double z1, double z2, double z3, double& a, double& b, double& c) {
-  a = radau::TI11 * z1 + radau::TI12 * z2 + radau::TI13 * z3;
-  b = radau::TI21 * z1 + radau::TI22 * z2 + radau::TI23 * z3;
-  c = radau::TI31 * z1 + radau::TI32 * z2 + radau::TI33 * z3;
-}
-
 // Starts the Newton iteration from zero, or from the polynomial of the last step extrapolated.
 void SetStartingValues(Loop& loop) {
   const StageArrays& a = loop.arrays;
@@ -219,28 +213,14 @@ void SetStartingValues(Loop& loop) {
     return;
   }
   const double q3 = loop.h / loop.h_old;
-  const double q1 = radau::c1 * q3;
-  const double q2 = radau::c2 * q3;
-  for (std::int32_t i = 0; i < n; ++i) {
-    const double b1 = a.CONT[i + n];
-    const double b2 = a.CONT[i + 2 * n];
-    const double b3 = a.CONT[i + 3 * n];
-    const double z1 = q1 * (b1 + (q1 - radau::c2_minus_1) * (b2 + (q1 - radau::c1_minus_1) * b3));
-    const double z2 = q2 * (b1 + (q2 - radau::c2_minus_1) * (b2 + (q2 - radau::c1_minus_1) * b3));
-    const double z3 = q3 * (b1 + (q3 - radau::c2_minus_1) * (b2 + (q3 - radau::c1_minus_1) * b3));
-    a.Z1[i] = z1;
-    a.Z2[i] = z2;
-    a.Z3[i] = z3;
-    ApplyTI(z1, z2, z3, a.F1[i], a.F2[i], a.F3[i]);
-  }
+  const double q[3] = {radau::c1 * q3, radau::c2 * q3, q3};
+  ExtrapolateStages(n, q, a.CONT + n, a.CONT + 2 * n, a.CONT + 3 * n, a.Z1, a.Z2, a.Z3, a.F1, a.F2, a.F3);
 }
 
 // Evaluates f at stage x from the stage increments in Z and puts it there.
 void EvaluateStage(Loop& loop, double stage_x, double* Z) {
   double* CONT = loop.arrays.CONT;
-  for (std::int32_t i = 0; i < loop.n; ++i) {
-    CONT[i] = loop.y[i] + Z[i];
-  }
+  AddVectors(loop.n, loop.y, Z, CONT);
   EvaluateRhs(loop, stage_x, CONT, Z);
 }
 
@@ -251,35 +231,10 @@ double NewtonUpdate(Loop& loop) {
   EvaluateStage(loop, loop.x + radau::c2 * loop.h, a.Z2);
   EvaluateStage(loop, loop.x_next, a.Z3);
   loop.counters.rhs_calls += 3;
-  for (std::int32_t i = 0; i < loop.n; ++i) {
-    ApplyTI(a.Z1[i], a.Z2[i], a.Z3[i], a.Z1[i], a.Z2[i], a.Z3[i]);
-  }
+  ToTransformed(loop.n, a.Z1, a.Z2, a.Z3);
   SolveStageSystem(loop.system, a);
   loop.counters.solve_count += 1;
-  double sum = 0.0;
-  for (std::int32_t i = 0; i < loop.n; ++i) {
-    const double z1 = a.Z1[i] / a.SCAL[i];
-    const double z2 = a.Z2[i] / a.SCAL[i];
-    const double z3 = a.Z3[i] / a.SCAL[i];
-    sum = sum + z1 * z1 + z2 * z2 + z3 * z3;
-  }
-  return std::sqrt(sum / (3.0 * loop.n));
-}
-
-// Adds the update to the transformed increments and brings the sum back to the stage increments.
-void ApplyNewtonUpdate(const Loop& loop) {
-  const StageArrays& a = loop.arrays;
-  for (std::int32_t i = 0; i < loop.n; ++i) {
-    a.F1[i] += a.Z1[i];
-    a.F2[i] += a.Z2[i];
-    a.F3[i] += a.Z3[i];
-    const double w1 = a.F1[i];
-    const double w2 = a.F2[i];
-    const double w3 = a.F3[i];
-    a.Z1[i] = radau::T11 * w1 + radau::T12 * w2 + radau::T13 * w3;
-    a.Z2[i] = radau::T21 * w1 + radau::T22 * w2 + radau::T23 * w3;
-    a.Z3[i] = radau::T31 * w1 + w2;
-  }
+  return std::sqrt(SumOfScaledSquares(loop.n, a.Z1, a.Z2, a.Z3, a.SCAL) / (3.0 * loop.n));
 }
 
 double IntegerPower(double base, std::int32_t exponent) {
@@ -325,7 +280,8 @@ NewtonResult IterateNewton(Loop& loop) {
       }
     }
     update_norm_prev = OrderedMax(update_norm, settings.unit_roundoff);
-    ApplyNewtonUpdate(loop);
+    const StageArrays& a = loop.arrays;
+    AddUpdate(loop.n, a.Z1, a.Z2, a.Z3, a.F1, a.F2, a.F3);
     if (!(loop.conv_factor * update_norm > settings.newton_stop_factor)) return NewtonResult::CONVERGED;
   }
   return NewtonResult::FAILED;
@@ -371,24 +327,6 @@ void PredictStep(Loop& loop, double err, double step_divisor) {
   loop.prev_err_accepted = OrderedMax(MIN_PREV_ERR, err);
 }
 
-// Advances y and leaves the polynomial of the step in CONT.
-void AdvanceState(Loop& loop) {
-  const StageArrays& a = loop.arrays;
-  const std::int32_t n = loop.n;
-  for (std::int32_t i = 0; i < n; ++i) {
-    const double z1 = a.Z1[i];
-    const double z2 = a.Z2[i];
-    const double z3 = a.Z3[i];
-    loop.y[i] += z3;
-    a.CONT[i + n] = (z2 - z3) / radau::c2_minus_1;
-    const double slope = (z1 - z2) / radau::c1_minus_c2;
-    double third = z1 / radau::c1;
-    third = (slope - third) / radau::c2;
-    a.CONT[i + 2 * n] = (slope - a.CONT[i + n]) / radau::c1_minus_1;
-    a.CONT[i + 3 * n] = a.CONT[i + 2 * n] - third;
-  }
-}
-
 // Chooses the step of the next try and where it enters.
 Entry ContinueAfterAccepted(Loop& loop) {
   const RadauSettings& settings = loop.settings;
@@ -416,7 +354,9 @@ Entry Accept(Loop& loop, double err, double step_divisor) {
   loop.x_old = loop.x;
   loop.h_old = loop.h;
   loop.x = loop.x_next;
-  AdvanceState(loop);
+  const StageArrays& a = loop.arrays;
+  const std::int32_t n = loop.n;
+  AdvanceState(n, a.Z1, a.Z2, a.Z3, loop.y, a.CONT + n, a.CONT + 2 * n, a.CONT + 3 * n);
   SetScale(loop);
   if (!ReportStep(loop, loop.counters.accepted_count + 1)) return End(loop, RADAU_STOPPED);
   loop.jacobian_fresh = false;

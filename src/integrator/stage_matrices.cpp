@@ -18,14 +18,6 @@ namespace {
 // E := -J in the storage of the factors. Hessenberg form takes what stands on and above the first subdiagonal.
 void SetNegatedJacobian(const StageSystem& system, MatrixForm form, double* E) {
   const std::int32_t order = OrderOf(system);
-  if (form != MatrixForm::HESSENBERG && !IsBanded(form) && system.jac_rows == order && system.factor_rows == order) {
-    // Two square matrices without gaps between their columns.
-    const double* jac = Column(system.FJAC, order, LeadingCount(system));
-    for (std::int32_t i = 0; i < order * order; ++i) {
-      E[i] = -jac[i];
-    }
-    return;
-  }
   for (std::int32_t j = 0; j < order; ++j) {
     const double* jac = Column(system.FJAC, system.jac_rows, j + LeadingCount(system));
     double* factor = Column(E, system.factor_rows, j);
@@ -176,6 +168,39 @@ void SetComplexMatrix(const StageSystem& system, MatrixForm form) {
   if (HasBlocks(system.matrix_case)) FoldLeadingColumnsComplex(system, form);
 }
 
+// Both matrices in one go, for a mass of which only the diagonal is not zero and matrices without gaps between their
+// columns. Off the diagonal both are -J, and the imaginary part is zero.
+void SetDiagonalMassPair(const StageSystem& system, MatrixForm form) {
+  const std::int32_t n = system.n;
+  const double* __restrict jac = system.FJAC;
+  double* __restrict E1 = system.E1;
+  double* __restrict E2R = system.E2R;
+  double* __restrict E2I = system.E2I;
+  for (std::int32_t i = 0; i < n * n; ++i) {
+    const double negated = -jac[i];
+    E1[i] = negated;
+    E2R[i] = negated;
+    E2I[i] = 0.0;
+  }
+  for (std::int32_t j = 0; j < n; ++j) {
+    const double m_jj = HasMass(form) ? system.FMAS[j] : 1.0;
+    const std::int32_t diagonal = j * (n + 1);
+    E1[diagonal] += system.real_shift * m_jj;
+    E2R[diagonal] += system.complex_shift_re * m_jj;
+    E2I[diagonal] = system.complex_shift_im * m_jj;
+  }
+}
+
+void SetPair(const StageSystem& system, MatrixForm form) {
+  const bool no_gaps = system.jac_rows == system.n && system.factor_rows == system.n && LeadingCount(system) == 0;
+  if (no_gaps && (!HasMass(form) || IsDiagonalMass(system, form))) {
+    SetDiagonalMassPair(system, form);
+    return;
+  }
+  SetRealMatrix(system, form);
+  SetComplexMatrix(system, form);
+}
+
 }  // namespace
 
 void FormRealMatrix(StageSystem& system, std::int32_t& zero_pivot) {
@@ -215,8 +240,7 @@ void FormComplexMatrix(StageSystem& system, std::int32_t& zero_pivot) {
 void FormMatrices(StageSystem& system, std::int32_t& zero_pivot) {
   const MatrixForm form = FormOf(system.matrix_case);
   if (form != MatrixForm::NONE && form != MatrixForm::HESSENBERG && !IsBanded(form)) {
-    SetRealMatrix(system, form);
-    SetComplexMatrix(system, form);
+    SetPair(system, form);
     LuDecomposePair(OrderOf(system), system.factor_rows, system.E1, system.IP_real, system.E2R, system.E2I,
                     system.IP_complex, zero_pivot);
     return;

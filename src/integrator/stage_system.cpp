@@ -14,6 +14,7 @@
 #include "integrator/ordered_minmax.h"
 #include "integrator/pair_kernels.h"
 #include "integrator/radau_constants.h"
+#include "integrator/stage_vectors.h"
 
 namespace vorlen {
 
@@ -38,11 +39,6 @@ MassRow RowOfMass(const StageSystem& system, MatrixForm form, std::int32_t i) {
   if (form == MatrixForm::FULL_FULL_MASS) return {system.FMAS + i, system.mass_rows, 0, order - 1};
   return {system.FMAS + i + band_dims.mass_diag_row - 1, system.mass_rows - 1, std::max(0, i - system.mlmas),
           std::min(order - 1, i + system.mumas)};
-}
-
-// A mass matrix of one row: the row of each equation is its diagonal entry.
-bool IsDiagonalMass(const StageSystem& system, MatrixForm form) {
-  return form == MatrixForm::FULL_BAND_MASS && system.mlmas == 0 && system.mumas == 0;
 }
 
 // Components whose equation has an identity mass: all, or the leading ones of the block structure.
@@ -171,13 +167,46 @@ void SolveComplex(const StageSystem& system, MatrixForm form, double* v_re, doub
   if (has_blocks) RecoverLeadingComplex(system, v_re, v_im);
 }
 
-double ErrorNorm(std::int32_t n, const double* error, const double* SCAL) {
-  double sum = 0.0;
-  for (std::int32_t i = 0; i < n; ++i) {
-    const double scaled = error[i] / SCAL[i];
-    sum += scaled * scaled;
+// The right sides of the equations behind those with an identity mass, for a mass matrix that is no diagonal.
+void AddShiftedMass(const StageSystem& system, MatrixForm form, const StageArrays& arrays) {
+  const std::int32_t identity_count = IdentityCount(system, form);
+  for (std::int32_t i = identity_count; i < system.n; ++i) {
+    double r1 = 0.0;
+    double r2 = 0.0;
+    double r3 = 0.0;
+    const MassRow mass = RowOfMass(system, form, i - identity_count);
+    for (std::int32_t j = mass.first; j <= mass.last; ++j) {
+      const double m_ij = mass.row[j * mass.stride];
+      r1 -= m_ij * arrays.F1[j + identity_count];
+      r2 -= m_ij * arrays.F2[j + identity_count];
+      r3 -= m_ij * arrays.F3[j + identity_count];
+    }
+    arrays.Z1[i] += r1 * system.real_shift;
+    arrays.Z2[i] = arrays.Z2[i] + r2 * system.complex_shift_re - r3 * system.complex_shift_im;
+    arrays.Z3[i] = arrays.Z3[i] + r3 * system.complex_shift_re + r2 * system.complex_shift_im;
   }
-  return OrderedMax(std::sqrt(sum / n), MIN_ERR);
+}
+
+// MF := M F
+void MultiplyByMass(const StageSystem& system, MatrixForm form, const double* F, double* MF) {
+  const std::int32_t identity_count = IdentityCount(system, form);
+  std::copy(F, F + identity_count, MF);
+  if (IsDiagonalMass(system, form)) {
+    MultiplyByDiagonal(system.n - identity_count, system.FMAS, F + identity_count, MF + identity_count);
+    return;
+  }
+  for (std::int32_t i = identity_count; i < system.n; ++i) {
+    const MassRow mass = RowOfMass(system, form, i - identity_count);
+    double sum = 0.0;
+    for (std::int32_t j = mass.first; j <= mass.last; ++j) {
+      sum += mass.row[j * mass.stride] * F[j + identity_count];
+    }
+    MF[i] = sum;
+  }
+}
+
+double ErrorNorm(std::int32_t n, const double* error, const double* SCAL) {
+  return OrderedMax(std::sqrt(SumOfScaledSquares(n, error, SCAL) / n), MIN_ERR);
 }
 
 }  // namespace
@@ -186,36 +215,15 @@ void SolveStageSystem(const StageSystem& system, const StageArrays& arrays) {
   const MatrixForm form = FormOf(system.matrix_case);
   if (form == MatrixForm::NONE) return;
 
-  const auto add_shifted = [&system, &arrays](std::int32_t i, double r1, double r2, double r3) {
-    arrays.Z1[i] += r1 * system.real_shift;
-    arrays.Z2[i] = arrays.Z2[i] + r2 * system.complex_shift_re - r3 * system.complex_shift_im;
-    arrays.Z3[i] = arrays.Z3[i] + r3 * system.complex_shift_re + r2 * system.complex_shift_im;
-  };
+  const StageShifts shifts = {system.real_shift, system.complex_shift_re, system.complex_shift_im};
   const std::int32_t identity_count = IdentityCount(system, form);
-  for (std::int32_t i = 0; i < identity_count; ++i) {
-    add_shifted(i, -arrays.F1[i], -arrays.F2[i], -arrays.F3[i]);
-  }
-  const bool diagonal = IsDiagonalMass(system, form);
-  for (std::int32_t i = identity_count; i < system.n; ++i) {
-    double r1 = 0.0;
-    double r2 = 0.0;
-    double r3 = 0.0;
-    if (diagonal) {
-      const double m_ii = system.FMAS[i - identity_count];
-      r1 -= m_ii * arrays.F1[i];
-      r2 -= m_ii * arrays.F2[i];
-      r3 -= m_ii * arrays.F3[i];
-      add_shifted(i, r1, r2, r3);
-      continue;
-    }
-    const MassRow mass = RowOfMass(system, form, i - identity_count);
-    for (std::int32_t j = mass.first; j <= mass.last; ++j) {
-      const double m_ij = mass.row[j * mass.stride];
-      r1 -= m_ij * arrays.F1[j + identity_count];
-      r2 -= m_ij * arrays.F2[j + identity_count];
-      r3 -= m_ij * arrays.F3[j + identity_count];
-    }
-    add_shifted(i, r1, r2, r3);
+  AddShiftedIdentity(identity_count, shifts, arrays.F1, arrays.F2, arrays.F3, arrays.Z1, arrays.Z2, arrays.Z3);
+  if (IsDiagonalMass(system, form)) {
+    const std::int32_t c = identity_count;
+    AddShiftedDiagonal(system.n - c, shifts, system.FMAS, arrays.F1 + c, arrays.F2 + c, arrays.F3 + c, arrays.Z1 + c,
+                       arrays.Z2 + c, arrays.Z3 + c);
+  } else {
+    AddShiftedMass(system, form, arrays);
   }
   if (IsBanded(form) || form == MatrixForm::HESSENBERG || HasBlocks(system.matrix_case)) {
     SolveReal(system, form, arrays.Z1);
@@ -235,33 +243,10 @@ void EstimateError(const StageSystem& system, const StageArrays& arrays, const R
   double* F1 = arrays.F1;
   double* F2 = arrays.F2;
 
-  const double d1 = radau::err_d1 / h;
-  const double d2 = radau::err_d2 / h;
-  const double d3 = radau::err_d3 / h;
-  for (std::int32_t i = 0; i < n; ++i) {
-    F1[i] = d1 * arrays.Z1[i] + d2 * arrays.Z2[i] + d3 * arrays.Z3[i];
-  }
-  const std::int32_t identity_count = IdentityCount(system, form);
-  for (std::int32_t i = 0; i < identity_count; ++i) {
-    F2[i] = F1[i];
-  }
-  const bool diagonal = IsDiagonalMass(system, form);
-  for (std::int32_t i = identity_count; i < n; ++i) {
-    double sum = 0.0;
-    if (diagonal) {
-      sum += system.FMAS[i - identity_count] * F1[i];
-      F2[i] = sum;
-      continue;
-    }
-    const MassRow mass = RowOfMass(system, form, i - identity_count);
-    for (std::int32_t j = mass.first; j <= mass.last; ++j) {
-      sum += mass.row[j * mass.stride] * F1[j + identity_count];
-    }
-    F2[i] = sum;
-  }
-  for (std::int32_t i = 0; i < n; ++i) {
-    CONT[i] = F2[i] + arrays.Y0[i];
-  }
+  const double d[3] = {radau::err_d1 / h, radau::err_d2 / h, radau::err_d3 / h};
+  CombineStages(n, d, arrays.Z1, arrays.Z2, arrays.Z3, F1);
+  MultiplyByMass(system, form, F1, F2);
+  AddVectors(n, F2, arrays.Y0, CONT);
   SolveReal(system, form, CONT);
   err = ErrorNorm(n, CONT, arrays.SCAL);
 
