@@ -5,6 +5,7 @@
 // rows are taken two at a time and that the steps of the two matrices alternate.
 #include "integrator/pair_kernels.h"
 
+#include <bit>
 #include <utility>
 
 #include "integrator/elimination_helpers.h"
@@ -49,6 +50,12 @@ void ExchangeRows(std::int32_t n, double* A, std::int32_t k, std::int32_t m) {
   for (std::int32_t j = k; j < n; ++j) std::swap(Column(A, n, j)[k], Column(A, n, j)[m]);
 }
 
+// True if each number is 0 or -0: no bit but the sign is set.
+bool AreZero(double a, double b, double c) {
+  return (std::bit_cast<std::uint64_t>(a) | std::bit_cast<std::uint64_t>(b) | std::bit_cast<std::uint64_t>(c)) << 1 ==
+         0;
+}
+
 struct RealMatrix {
   double* A;
   std::int32_t* IP;
@@ -62,9 +69,10 @@ struct ComplexMatrix {
   std::int32_t zero_pivot = 0;
 };
 
-// Step k of the elimination; n is N, in a form that keeps the loop over the columns a loop.
+// The first half of step k of the elimination: brings the pivot to the diagonal and sets the multipliers. False when
+// the pivot is zero. n is N, in a form that keeps the loops over the columns loops.
 template <std::int32_t N, std::int32_t EVEN>
-[[gnu::always_inline]] inline bool EliminateReal(std::int32_t n, std::int32_t k, RealMatrix& matrix) {
+[[gnu::always_inline]] inline bool SetColumnReal(std::int32_t n, std::int32_t k, RealMatrix& matrix) {
   double* column_k = Column(matrix.A, N, k);
   const double diagonal_size = One::Abs(column_k[k]);
   LargerRows larger;
@@ -87,20 +95,11 @@ template <std::int32_t N, std::int32_t EVEN>
   RowsBelow<N, EVEN>(
       k, [&](auto rows, std::int32_t i)
              __attribute__((always_inline)) { rows.Store(column_k + i, -rows.Load(column_k + i) * inverse); });
-  for (std::int32_t j = k + 1; j < n; ++j) {
-    double* column_j = Column(matrix.A, N, j);
-    const double t = column_j[k];
-    if (t == 0.0) continue;
-    RowsBelow<N, EVEN>(
-        k, [&](auto rows, std::int32_t i) __attribute__((always_inline)) {
-          rows.Store(column_j + i, rows.Load(column_j + i) + rows.Load(column_k + i) * t);
-        });
-  }
   return true;
 }
 
 template <std::int32_t N, std::int32_t EVEN>
-[[gnu::always_inline]] inline bool EliminateComplex(std::int32_t n, std::int32_t k, ComplexMatrix& matrix) {
+[[gnu::always_inline]] inline bool SetColumnComplex(std::int32_t n, std::int32_t k, ComplexMatrix& matrix) {
   double* re_k = Column(matrix.AR, N, k);
   double* im_k = Column(matrix.AI, N, k);
   const double diagonal_size = One::Abs(re_k[k]) + One::Abs(im_k[k]);
@@ -133,13 +132,34 @@ template <std::int32_t N, std::int32_t EVEN>
         rows.Store(re_k + i, -(re * inverse_re - im * inverse_im));
         rows.Store(im_k + i, -(im * inverse_re + re * inverse_im));
       });
+  return true;
+}
+
+// The second half: adds the multiples of column k to the columns behind it. The two matrices are zero in the same
+// places but for chance, so that one look at all three numbers of a row passes over most of what is zero in either.
+template <std::int32_t N, std::int32_t EVEN>
+[[gnu::always_inline]] inline void AddMultiples(std::int32_t n, std::int32_t k, RealMatrix& real,
+                                                ComplexMatrix& complex) {
+  const double* column_k = Column(real.A, N, k);
+  const double* re_k = Column(complex.AR, N, k);
+  const double* im_k = Column(complex.AI, N, k);
   for (std::int32_t j = k + 1; j < n; ++j) {
-    double* re_j = Column(matrix.AR, N, j);
-    double* im_j = Column(matrix.AI, N, j);
+    double* column_j = Column(real.A, N, j);
+    double* re_j = Column(complex.AR, N, j);
+    double* im_j = Column(complex.AI, N, j);
+    const double t = column_j[k];
     const double t_re = re_j[k];
     const double t_im = im_j[k];
+    if (AreZero(t, t_re, t_im)) continue;
+    if (t != 0.0) [[likely]] {
+      RowsBelow<N, EVEN>(
+          k, [&](auto rows, std::int32_t i) __attribute__((always_inline)) {
+            rows.Store(column_j + i, rows.Load(column_j + i) + rows.Load(column_k + i) * t);
+          });
+    }
     if (t_im == 0.0) {
-      if (t_re == 0.0) continue;
+      if (t_re == 0.0) [[unlikely]]
+        continue;
       RowsBelow<N, EVEN>(
           k, [&](auto rows, std::int32_t i) __attribute__((always_inline)) {
             rows.Store(re_j + i, rows.Load(re_j + i) + rows.Load(re_k + i) * t_re);
@@ -157,7 +177,6 @@ template <std::int32_t N, std::int32_t EVEN>
           });
     }
   }
-  return true;
 }
 
 // The steps from k on. Steps 2 i and 2 i + 1 differ by one row and share their code.
@@ -165,7 +184,8 @@ template <std::int32_t N, std::int32_t EVEN = 2>
 [[gnu::always_inline]] inline void Eliminate(std::int32_t n, std::int32_t k, RealMatrix& real, ComplexMatrix& complex) {
   if constexpr (EVEN <= N) {
     for (; k < EVEN && k < n - 1; ++k) {
-      if (!EliminateReal<N, EVEN>(n, k, real) || !EliminateComplex<N, EVEN>(n, k, complex)) return;
+      if (!SetColumnReal<N, EVEN>(n, k, real) || !SetColumnComplex<N, EVEN>(n, k, complex)) return;
+      AddMultiples<N, EVEN>(n, k, real, complex);
     }
     Eliminate<N, EVEN + 2>(n, k, real, complex);
   } else {
