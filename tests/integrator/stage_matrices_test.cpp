@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <utility>
 
 #include "integrator/plain_elimination.h"
 #include "integrator/stage_system.h"
@@ -93,12 +94,13 @@ TEST(StageMatrices, SetUpTogetherHaveTheBitsOfEachByItself) {
   const double special[] = {0.0, -0.0, INF, -INF, NOT_A_NUMBER, 1e308, 5e-324, -2e-310};
   for (const std::int32_t mass_case : {1, 3}) {
     for (const std::int32_t n : {1, 2, 7, 10, 15}) {
-      for (const std::int32_t gap : {0, 3}) {
+      for (const auto& [jac_gap, factor_gap] : {std::pair(0, 0), std::pair(3, 3), std::pair(3, 0), std::pair(0, 3)}) {
         int regular = 0;
         for (int trial = 0; trial < 100; ++trial) {
-          SCOPED_TRACE("case " + std::to_string(mass_case) + ", n " + std::to_string(n) + ", gap " +
-                       std::to_string(gap) + ", trial " + std::to_string(trial));
-          Storage source(mass_case, n, n + gap, n + gap);
+          SCOPED_TRACE("case " + std::to_string(mass_case) + ", n " + std::to_string(n) + ", gaps " +
+                       std::to_string(jac_gap) + " and " + std::to_string(factor_gap) + ", trial " +
+                       std::to_string(trial));
+          Storage source(mass_case, n, n + jac_gap, n + factor_gap);
           for (double& value : source.FJAC) {
             const double kind = random.Next();
             value = kind < -0.3 ? 0.0 : kind < 0.0 ? -0.0 : random.Next();
