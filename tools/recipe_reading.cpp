@@ -22,7 +22,7 @@ using vorlen::ValueRange;
 
 constexpr int STAGE_COUNT_MAX = 9999;
 constexpr double ACTIVE_STAGE_COUNT_MAX = 1e6;
-constexpr double PERIODIC_NAMES_MAX = 64.0 * 1024.0 * 1024.0;  // bytes
+constexpr double PERIODIC_NAMES_MAX = 256.0 * 1024.0 * 1024.0;  // bytes
 constexpr double COMPOSITION_MIN = 0.9999;
 constexpr double COMPOSITION_MAX = 1.0001;
 constexpr double FLOW_MIN = 1e-10;  // sccm; a smaller flow counts as none
@@ -84,6 +84,7 @@ struct Walk {
   const TiXmlElement* inherited_first_stage = nullptr;
   std::optional<int> n_pre_stages{};
   double n_active_stages = 0.0;
+  double periodic_names = 0.0;  // bytes of the names of all periods so far
 
   void error(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
              std::string text, std::string hint = "") {
@@ -453,6 +454,7 @@ void Walk::read_periodic(const TiXmlElement& element, const StagePlace& place) {
   for (std::size_t k = static_cast<std::size_t>(first); k < out.stages.size(); ++k) {
     names_size += out.stages[k].place.name.size();
   }
+  periodic_names += static_cast<double>(names_size) * n_periods->second;
   if (n_periods->second > 1.0) out.stages.back().repeats_from = first;
   n_active_stages = n_before + n_periods->second * n_stages->second;
   if (n_active_stages > ACTIVE_STAGE_COUNT_MAX) {
@@ -460,9 +462,9 @@ void Walk::read_periodic(const TiXmlElement& element, const StagePlace& place) {
           "Number of active stages is greater than 1000000",
           fmt::format("{} periods of {} stages, and {} stages before them", number_words(n_periods->second),
                       number_words(n_stages->second), number_words(n_before)));
-  } else if (static_cast<double>(names_size) * n_periods->second > PERIODIC_NAMES_MAX) {
+  } else if (periodic_names > PERIODIC_NAMES_MAX) {
     error("not-allowed", element, nullptr, place,
-          "Names of all periods take more than 64 MiB: " + element_full_name(&element), "shorten the names");
+          "Names of all periods take more than 256 MiB: " + element_full_name(&element), "shorten the names");
   }
 }
 

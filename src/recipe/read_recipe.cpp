@@ -154,9 +154,10 @@ bool read_process_stages(const TiXmlElement& root, ProcessRecipe& recipe, std::s
   }
   if (!check_stage_count(n_stages, *list, "n_stages", error)) return false;
   const ChildIndex index(*list);
+  std::int64_t periodic_names = 0;
   for (std::int32_t i = 1; i <= n_stages; ++i) {
     StageRecord stage;
-    if (!read_active_stage(index, i, 0, recipe, stage, error)) return false;
+    if (!read_active_stage(index, i, 0, recipe, periodic_names, stage, error)) return false;
     if (stage.period == -1 && !recipe.add_active_stage(stage, error)) return false;
   }
   return true;

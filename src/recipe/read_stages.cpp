@@ -29,9 +29,6 @@ constexpr double FRACTION_MIN = 1e-10;  // prescribed fractions of InGaN_GR_X
 constexpr double FRACTION_MAX = 0.99999;
 constexpr double FLOW_MIN = -1e-10;  // sccm; a flow from here up to 0 is rounding and counts as 0
 
-// Names of sub-stages are kept once for each period: long ones must not fill the memory.
-constexpr std::int64_t PERIODIC_NAMES_MAX = std::int64_t{64} << 20;  // bytes
-
 enum StageType : std::int32_t { STAGE_single, STAGE_periodic };
 constexpr Keyword STAGE_TYPES[] = {{"single", STAGE_single}, {"periodic", STAGE_periodic}};
 constexpr Keyword DISLOCATION_MODELS[] = {{"given", DISL_given}, {"inherited", DISL_inherited}};
@@ -196,7 +193,7 @@ bool read_flows(const TiXmlElement& element, StageRecord& stage, std::string& er
 
 // Reads the sub-stages once and adds them n_periods times, period by period.
 bool expand_periodic_stage(const TiXmlElement& parent, const TiXmlElement& element, int depth, ProcessRecipe& recipe,
-                           StageRecord& stage, std::string& error) {
+                           std::int64_t& periodic_names, StageRecord& stage, std::string& error) {
   std::int32_t n_periods = 0;
   if (!read_child_integer(element, "n_periods", n_periods, error)) return false;
   if (n_periods <= 0) {
@@ -213,11 +210,11 @@ bool expand_periodic_stage(const TiXmlElement& parent, const TiXmlElement& eleme
 
   const ChildIndex sub_list(element);
   std::vector<StageRecord> sub_stages;
-  std::int64_t names_size = 0;
+  std::int64_t names_of_period = 0;  // bytes
   for (std::int32_t m = 1; m <= n_stages; ++m) {
     StageRecord sub_stage;
-    if (!read_active_stage(sub_list, m, depth + 1, recipe, sub_stage, error)) return false;
-    names_size += static_cast<std::int64_t>(sub_stage.name.size());
+    if (!read_active_stage(sub_list, m, depth + 1, recipe, periodic_names, sub_stage, error)) return false;
+    names_of_period += static_cast<std::int64_t>(sub_stage.name.size());
     sub_stages.push_back(sub_stage);
   }
   stage.period = 0;
@@ -225,8 +222,9 @@ bool expand_periodic_stage(const TiXmlElement& parent, const TiXmlElement& eleme
   const std::int64_t total =
       static_cast<std::int64_t>(recipe.active_stages.size()) + std::int64_t{n_periods} * std::int64_t{n_stages};
   if (total > ACTIVE_STAGE_COUNT_MAX) return fail(error, "Number of active stages is greater than 1000000");
-  if (names_size * n_periods > PERIODIC_NAMES_MAX) {
-    return fail(error, "Names of all periods take more than 64 MiB: " + element_full_name(&element));
+  periodic_names += names_of_period * n_periods;
+  if (periodic_names > PERIODIC_NAMES_MAX) {
+    return fail(error, "Names of all periods take more than 256 MiB: " + element_full_name(&element));
   }
   for (std::int32_t p = 1; p <= n_periods; ++p) {
     for (StageRecord& sub_stage : sub_stages) {
@@ -293,7 +291,7 @@ bool read_pre_post_stage(const ChildIndex& list, const char* label_prefix, std::
 }
 
 bool read_active_stage(const ChildIndex& list, std::int32_t number, int depth, ProcessRecipe& recipe,
-                       StageRecord& stage, std::string& error) {
+                       std::int64_t& periodic_names, StageRecord& stage, std::string& error) {
   const std::string prefix = depth == 0 ? "stage_" : list.parent().ValueStr() + "_";
   const std::string label = prefix + std::to_string(number);
   const TiXmlElement* element = list.require(label, error);
@@ -314,7 +312,7 @@ bool read_active_stage(const ChildIndex& list, std::int32_t number, int depth, P
     if (depth > 0) {
       return fail(error, "Nested periodic stages are not supported: " + element_full_name(type_element));
     }
-    return expand_periodic_stage(list.parent(), *element, depth, recipe, stage, error);
+    return expand_periodic_stage(list.parent(), *element, depth, recipe, periodic_names, stage, error);
   }
 
   stage.label = label;

@@ -380,9 +380,38 @@ TEST(ReadPeriodicStages, NamesThatWouldFillTheMemoryAreRefused) {
   const auto named = [](std::size_t length, int n_periods) {
     return RecipeBuilder().make_periodic(1, n_periods, 1).set(STAGE + "stage_1_1/name", std::string(length, 'x'));
   };
-  expect_read(named(1 << 16, 1024));
-  expect_refused(named(1 << 16, 1025),
-                 "Names of all periods take more than 64 MiB: NonstSurfChem:process_stages:stage_1");
+  // 256 MiB are 4096 names of 64 KiB.
+  expect_read(named(1 << 16, 4096));
+  expect_refused(named(1 << 16, 4097),
+                 "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
+}
+
+TEST(ReadPeriodicStages, NamesOfAllPeriodicStagesCountTogether) {
+  RecipeOptions options;
+  options.n_stages = 10;
+  RecipeBuilder recipe(options);
+  for (int i = 1; i <= 10; ++i) {
+    const std::string stage = "stage_" + std::to_string(i);
+    recipe.make_periodic(i, 512, 1);  // 32 MiB of names in each
+    recipe.set("process_stages/" + stage + "/" + stage + "_1/name", std::string(1 << 16, 'x'));
+  }
+  expect_refused(recipe, "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_9");
+  expect_read(recipe.set("process_stages/n_stages", "8"));
+}
+
+TEST(ReadPeriodicStages, NamesOfTheLargestCountsAreAddedUp) {
+  // 9999 bytes times 999999 periods are more than 32 bits hold.
+  expect_refused(RecipeBuilder().make_periodic(1, 999999, 1).set(STAGE + "stage_1_1/name", std::string(9999, 'x')),
+                 "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
+}
+
+TEST(ReadPeriodicStages, OneMillionStagesWithNamesOf268BytesPass) {
+  // 268435456 / 1000000 = 268.4
+  const auto named = [](std::size_t length) {
+    return RecipeBuilder().make_periodic(1, 1000000, 1).set(STAGE + "stage_1_1/name", std::string(length, 'x'));
+  };
+  expect_read(named(268));
+  expect_refused(named(269), "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
 }
 
 TEST(ReadPeriodicStages, ABadSubStageIsToldBeforeTheTotal) {

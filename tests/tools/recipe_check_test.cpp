@@ -167,5 +167,19 @@ TEST(RecipeCheck, TellsTheFaultsOfAllStagesAndOfTheWholeAtOnce) {
                                              "Dislocation angle is beyond [0;90] degrees or not specified"}));
 }
 
+// Names of 64 KiB: 4096 of them are 256 MiB.
+TEST(RecipeCheck, AddsUpTheNamesOfAllPeriodsAsTheLibraryDoes) {
+  const TempFolder folder;
+  RecipeBuilder builder({.n_stages = 2});
+  for (const char* stage : {"stage_1", "stage_2"}) {
+    builder.make_periodic(stage[6] - '0', 2048, 1);
+    builder.set(std::string("process_stages/") + stage + "/" + stage + "_1/name", std::string(1 << 16, 'x'));
+  }
+  EXPECT_TRUE(problems_of(builder).empty());
+  const std::string path = builder.set("process_stages/stage_2/n_periods", "2049").write(folder.path("recipe.xml"));
+  EXPECT_EQ(first_error_of(path), "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_2");
+  EXPECT_EQ(first_error_of(path), refusal_of(path));
+}
+
 }  // namespace
 }  // namespace vorlen_test
