@@ -153,12 +153,12 @@ void tell_failure(const Job& job, bool with_name, Progress& progress) {
   fail(with_name ? job.recipe + ": " + job.text : job.text);
 }
 
-// Waits until a worker has something to tell, for POLL_INTERVAL at most, and finishes the jobs of those that have.
-void wait_for_workers(std::vector<Worker>& workers, Progress& progress, bool with_name) {
+// Waits until a worker has something to tell, for timeout [ms] at most, and finishes the jobs of those that have.
+void wait_for_workers(std::vector<Worker>& workers, int timeout, Progress& progress, bool with_name) {
   std::vector<pollfd> pipes;
   pipes.reserve(workers.size());
   for (const Worker& worker : workers) pipes.push_back({worker.pipe, POLLIN, 0});
-  if (poll(pipes.data(), pipes.size(), POLL_INTERVAL) <= 0) return;
+  if (poll(pipes.data(), pipes.size(), timeout) <= 0) return;
   for (std::size_t i = workers.size(); i-- > 0;) {
     if (pipes[i].revents == 0) continue;
     collect(workers[i], elapsed(progress));
@@ -193,10 +193,11 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
     }
     show_progress(progress, jobs, false);
     if (workers.empty() && (stop || next == jobs.size())) break;
-    if (!workers.empty()) wait_for_workers(workers, progress, with_name);
+    if (!workers.empty()) wait_for_workers(workers, POLL_INTERVAL, progress, with_name);
     stop = !options.keep_going &&
            std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
   }
+  wait_for_workers(workers, 0, progress, with_name);  // those that had ended when the interruption came
   for (const Worker& worker : workers) end_worker(worker);
   show_progress(progress, jobs, true);
   return interrupting_signal;

@@ -1,5 +1,6 @@
-// Reader of result files. Layer names may hold anything, quotes and line breaks included, so that a layer's line is
-// taken apart from the right, and goes on over as many lines as it needs.
+// Reader of result files. Layer names may hold anything, quotes and line breaks included, lines that look like the
+// format's own too. So the end of the layers is looked for from the rows, which hold numbers alone; a layer is taken
+// apart from the right, and goes on over as many lines as it needs.
 #include "result_file.h"
 
 #include <charconv>
@@ -34,6 +35,16 @@ struct LineSource {
   }
 };
 
+// Where </LAYERS> stands: the last place where it has a line of its own and the heading follows. npos if there is none.
+std::size_t end_of_layers(std::string_view text) {
+  const std::string wanted = std::string(LAYERS_END) + '\n' + std::string(HEADING) + '\n';
+  std::size_t found = std::string_view::npos;
+  for (std::size_t at = text.find(wanted); at != std::string_view::npos; at = text.find(wanted, at + 1)) {
+    if (at == 0 || text[at - 1] == '\n') found = at;
+  }
+  return found;
+}
+
 // The whole of text as a number, the point being the decimal separator whatever the locale is.
 bool parse_number(std::string_view text, double& value) {
   const char* end = text.data() + text.size();
@@ -51,6 +62,34 @@ bool parse_layer(std::string_view text, ResultLayer& layer) {
   layer.name = text.substr(1, before_duration - 2);
   return parse_number(text.substr(before_duration + 1, before_thickness - before_duration - 1), layer.duration) &&
          parse_number(text.substr(before_thickness + 1), layer.thickness);
+}
+
+// The layers, from the lines between <LAYERS> and </LAYERS>; line_number is that of the first. Returns the number of a
+// line that is part of no layer, 0 if there is none. A layer ends where its text is one and the next line begins with
+// the quote of another.
+std::size_t parse_layers(std::string_view text, std::size_t line_number, std::vector<ResultLayer>& layers) {
+  std::size_t last_begin = 0;  // of the last of the layers in text
+  std::size_t begin = 0;
+  std::size_t begin_line = line_number;
+  for (std::size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n', end + 1)) {
+    ++line_number;
+    const bool last = end + 1 == text.size();
+    if (!last && text[end + 1] != '"') continue;
+    ResultLayer layer;
+    if (parse_layer(text.substr(begin, end - begin), layer)) {
+      layers.push_back(layer);
+      last_begin = begin;
+      begin = end + 1;
+      begin_line = line_number;
+    } else if (!layers.empty() && parse_layer(text.substr(last_begin, end - last_begin), layer)) {
+      layers.back() = layer;  // what looked like the layer before was the begin of this one's name
+      begin = end + 1;
+      begin_line = line_number;
+    } else if (last) {
+      return begin_line;
+    }
+  }
+  return 0;
 }
 
 // Numbers with one blank between them, and one behind the last in an active row.
@@ -90,30 +129,29 @@ bool read_result_file(const std::string& path, ResultFile& result, std::string& 
   if (!read_whole_file(path, content, error)) return false;
 
   LineSource source{content};
+  std::string_view line;
   const auto fail = [&path, &error](std::size_t line_number, const std::string& text) {
     error = path + ", line " + std::to_string(line_number) + ": " + text;
     return false;
   };
-  const auto expect = [&source, &fail](std::string_view expected) {
-    std::string_view line;
-    return (source.take(line) && line == expected) || fail(source.number, "expected " + std::string(expected));
-  };
-
-  if (!expect(TITLE) || !expect(LAYERS_BEGIN)) return false;
-  std::string_view line;
-  while (true) {
-    if (!source.take(line)) return fail(source.number, "the list of layers has no end");
-    if (line == LAYERS_END) break;
-    const std::size_t first = source.number;
-    ResultLayer layer;
-    std::string_view text = line;
-    while (!parse_layer(text, layer)) {
-      if (!source.take(line)) return fail(first, "this is no layer");
-      text = std::string_view(text.data(), text.size() + 1 + line.size());
-    }
-    result.layers.push_back(layer);
+  if (!source.take(line) || line != TITLE) {
+    error = path + " is not a result file: its first line is not " + std::string(TITLE);
+    return false;
   }
-  if (!expect(HEADING)) return false;
+  if (!source.take(line) || line != LAYERS_BEGIN) return fail(2, "expected " + std::string(LAYERS_BEGIN));
+  const std::size_t layers_end = end_of_layers(source.rest);
+  if (layers_end == std::string_view::npos) {
+    while (source.take(line)) {
+      if (line == LAYERS_END) return fail(source.number + 1, "expected " + std::string(HEADING));
+    }
+    return fail(source.number, "the list of layers has no end");
+  }
+  const std::string_view layers = source.rest.substr(0, layers_end);
+  const std::size_t fault = parse_layers(layers, source.number + 1, result.layers);
+  if (fault != 0) return fail(fault, "this is no layer");
+  while (source.rest.data() != layers.data() + layers.size()) source.take(line);
+  source.take(line);  // </LAYERS>
+  source.take(line);  // the heading
   while (source.take(line)) {
     ResultRow row;
     if (!parse_row(line, row)) return fail(source.number, "this is no row of 19 numbers");

@@ -8,10 +8,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
+#include <vector>
 
 #include "files.h"
+#include "recipe/read_recipe.h"
 #include "result_file.h"
 #include "status_file.h"
 
@@ -31,28 +35,43 @@ std::string renamed(std::string text, const std::string& temporary, const std::s
   return place == std::string::npos ? text : text.replace(place, temporary.size(), name);
 }
 
-// True when the table covers the durations of all layers; a file cut off between two rows does not.
-bool covers_all_layers(const ResultFile& result) {
-  double duration = 0.0;
-  for (const ResultLayer& layer : result.layers) duration += layer.duration;
-  const double end = result.rows.back().at(ResultColumn::TIME);
-  const double gap = std::fabs(end - result.rows.front().at(ResultColumn::TIME) - duration);
-  return !(gap > 1e-9 * std::fabs(end));  // the rounding of a long sum; a not-a-number passes
+// The time at which the last stage of the recipe ends, s; not-a-number for a recipe that is refused.
+double end_of_process(const std::string& path) {
+  vorlen::ProcessRecipe recipe;
+  std::string ignored;
+  if (vorlen::read_recipe(path.c_str(), recipe, ignored) != 0 || recipe.active_stages.empty()) return NAN;
+  return recipe.post_stages.empty() ? recipe.active_stages.back().end_time() : recipe.post_stages.back().end_time();
 }
 
-// What is wrong with the file of a run that has ended normally; empty if nothing. keep_rows: it is whole all the same.
-std::string check_result(const std::string& temporary, const std::string& name, bool& keep_rows) {
-  ResultFile result;
-  std::string error;
-  const std::string cut_off = ": the file ends before the run does. Is the disk full?";
-  if (!read_result_file(temporary, result, error)) return renamed(error, temporary, name) + cut_off;
-  if (result.rows.empty() || !covers_all_layers(result)) return name + cut_off;
-  for (std::size_t i = 0; i < result.rows.size(); ++i) {
-    const ResultRow& row = result.rows[i];
+// Takes away what stands behind the last line end, which only a file has that could not be written to its end. Returns
+// whether there was something.
+bool drop_cut_line(const std::string& path) {
+  std::error_code code;
+  const std::uintmax_t size = fs::file_size(path, code);
+  if (code || size == 0) return false;
+  constexpr std::uintmax_t ROW_SIZE_MAX = 1024;  // no row is longer
+  std::string end(static_cast<std::size_t>(std::min(size, ROW_SIZE_MAX)), '\0');
+  std::ifstream in(path, std::ios::binary);
+  in.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
+  if (!in.read(end.data(), static_cast<std::streamsize>(end.size())) || end.back() == '\n') return false;
+  const std::size_t last = end.rfind('\n');
+  if (last != std::string::npos) fs::resize_file(path, size - end.size() + last + 1, code);
+  return true;
+}
+
+// What is wrong with the rows of a run that has ended normally, at end_time [s] by the recipe; empty if nothing. cut: a
+// line has been dropped behind them.
+std::string fault_of(const std::vector<ResultRow>& rows, bool cut, double end_time, const std::string& name) {
+  const std::string cut_off = name + ": the file ends before the run does. Is the disk full?";
+  if (rows.empty()) return cut_off + "\nNo row could be written";
+  // A file can end between two rows. The recipe tells where it has to: layers can't be told apart in all files.
+  const double gap = std::fabs(rows.back().at(ResultColumn::TIME) - end_time);
+  if (cut || gap > 1e-9 * std::fabs(end_time)) return cut_off;  // a not-a-number passes
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    const ResultRow& row = rows[i];
     if (std::all_of(row.values.begin(), row.values.end(), [](double value) { return std::isfinite(value); })) continue;
-    keep_rows = true;
     return fmt::format("{}: row {} of {}, at {:.10g} s, holds values that are no finite numbers", name, i + 1,
-                       result.rows.size(), row.at(ResultColumn::TIME));
+                       rows.size(), row.at(ResultColumn::TIME));
   }
   return "";
 }
@@ -92,18 +111,21 @@ ResultPaths result_paths(const std::string& result) {
 SimulationReport simulate(const Job& job, const std::string& temporary) {
   SimulationReport report;
   copy_text(sha256_of_file(job.recipe), report.recipe_sha256);
+  const double end_time = end_of_process(job.recipe);
   std::array<char, VORLEN_ERROR_BUFFER_SIZE> text{};
   const auto start = std::chrono::steady_clock::now();
   report.result = runSurfChem(job.recipe.c_str(), temporary.c_str(), text.data());
   report.wall_time = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const bool cut = drop_cut_line(temporary);
+  ResultFile result;
+  std::string ignored;
+  if (!read_result_file(temporary, result, ignored)) result.rows.clear();
+  report.keep_rows = !result.rows.empty();
   if (report.result == 0) {
-    const std::string fault = check_result(temporary, job.paths.result, report.keep_rows);
+    const std::string fault = fault_of(result.rows, cut, end_time, job.paths.result);
     report.result = fault.empty() ? 0 : 1;
     copy_text(fault, report.text);
   } else {
-    ResultFile result;
-    std::string ignored;
-    report.keep_rows = read_result_file(temporary, result, ignored) && !result.rows.empty();
     copy_text(renamed(text.data(), temporary, job.paths.result), report.text);
   }
   copy_text(sha256_of_file(temporary), report.result_sha256);
@@ -115,10 +137,15 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
   job.state = report.result == 0 ? JobState::DONE : JobState::FAILED;
   job.text = report.text.data();
   job.wall_time = report.wall_time;
+  if (report.result != 0 && rows.empty() && report.recipe_sha256.front() == '\0') {
+    // Without a recipe nothing has been run: what an earlier run has left stays, its status file and failed rows too.
+    remove_file(temporary);
+    return;
+  }
   std::string error;
   bool stranded = false;  // the rows could not be put in place, and stay under their temporary name
   if (!rows.empty() && put_in_place(temporary, rows, error)) {
-    if (rows == job.paths.failed) job.text += "\nThe rows up to the end of the run are in " + rows;
+    if (rows == job.paths.failed) job.text += "\nThe rows up to there are in " + rows;
   } else if (!rows.empty()) {
     rows.clear();
     stranded = true;
@@ -130,8 +157,6 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
     if (rows != job.paths.failed) remove_file(job.paths.failed);  // of an earlier run
     remove_file(temporary);
   }
-  // Without a recipe there is nothing to tell about a place that may have been mistyped.
-  if (report.recipe_sha256.front() == '\0') return;
   SimulationReport told = report;
   if (job.state == JobState::FAILED && report.result == 0) {
     told.result = 1;

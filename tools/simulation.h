@@ -28,7 +28,7 @@ struct Job {
 // What a worker process tells of its simulation, as plain bytes.
 struct SimulationReport {
   int result = 1;          // as RunStatus
-  bool keep_rows = false;  // result 1: the temporary file holds rows that are worth keeping
+  bool keep_rows = false;  // the temporary file holds rows; those of a run that failed are kept apart
   double wall_time = 0.0;  // s
   std::array<char, 65> recipe_sha256{};
   std::array<char, 65> result_sha256{};

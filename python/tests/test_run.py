@@ -6,6 +6,8 @@ import hashlib
 import json
 import os
 import pickle
+import subprocess
+import sys
 import threading
 from pathlib import Path
 
@@ -121,6 +123,54 @@ def test_rows_of_a_run_that_fails_under_way_lie_beside_the_older_result(tmp_path
     assert vorlen.read(failed).text == caught.value.text
     good = vorlen.run(EXAMPLES[0], result)
     assert good.path == result and not failed.exists()
+
+
+def test_a_recipe_that_can_not_be_read_leaves_the_files_of_an_earlier_run(tmp_path: Path) -> None:
+    recipe, result = tmp_path / "r.xml", tmp_path / "r.result.txt"
+    recipe.write_bytes(failing_recipe().to_bytes())
+    result.write_bytes(b"older")
+    with pytest.raises(vorlen.SimulationError):
+        vorlen.run(recipe, result)
+    recipe.unlink()
+    before = {path.name: path.read_bytes() for path in tmp_path.iterdir()}
+    assert sorted(before) == ["r.failed.txt", "r.result.txt", "r.status.json"]
+    with pytest.raises(vorlen.SimulationError, match="Failed to open file"):
+        vorlen.run(recipe, result)
+    assert {path.name: path.read_bytes() for path in tmp_path.iterdir()} == before
+
+
+RUN_WITH_A_LIMIT = """
+import resource, signal, sys, vorlen
+signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+resource.setrlimit(resource.RLIMIT_FSIZE, (int(sys.argv[3]),) * 2)
+try:
+    vorlen.run(sys.argv[1], sys.argv[2])
+except vorlen.SimulationError as error:
+    print(error.text)
+    print(0 if error.run is None else len(error.run.profile))
+"""
+
+
+@pytest.mark.parametrize("limit", [100, 10000, 10001])
+def test_what_fits_on_a_full_disk_is_kept_in_whole_rows(limit: int, tmp_path: Path) -> None:
+    """A limit on the size of files stands for the disk."""
+    whole = vorlen.run(EXAMPLES[0]).content
+    assert limit < len(whole)
+    command = [sys.executable, "-c", RUN_WITH_A_LIMIT, EXAMPLES[0], tmp_path / "r.txt", str(limit)]
+    search_path = {"PYTHONPATH": str(Path(vorlen.__file__).parents[1])}
+    run = subprocess.run(command, env=os.environ | search_path, capture_output=True, text=True, timeout=60, check=True)
+    lines = run.stdout.splitlines()
+    assert lines[0] == f"{tmp_path}/r.txt: the file ends before the run does. Is the disk full?"
+    assert not (tmp_path / "r.txt").exists()
+    if limit == 100:  # within the list of layers
+        assert lines[1:] == ["No row could be written", "0"]
+        assert not (tmp_path / "r.failed.txt").exists()
+        return
+    kept = (tmp_path / "r.failed.txt").read_bytes()
+    assert kept == whole[: whole.rindex(b"\n", 0, limit) + 1]
+    assert int(lines[1]) == len(vorlen.read(tmp_path / "r.failed.txt").profile) > 0
+    status = json.loads((tmp_path / "r.status.json").read_text())
+    assert (status["result"], status["result_sha256"]) == (1, hashlib.sha256(kept).hexdigest())
 
 
 def test_a_pipe_and_names_of_failed_runs_are_no_place_for_a_result(tmp_path: Path) -> None:

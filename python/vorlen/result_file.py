@@ -48,6 +48,7 @@ COLUMN_COUNT = len(COLUMNS)
 TIME_TOLERANCE = 1e-9  # relative; the rounding of a sum of many durations
 
 _NUMBER = re.compile(rb"-?(?:nan|inf|\d+(?:\.\d*)?(?:e[+-]?\d+)?)")
+_LAYER_END = re.compile(rb'" [^ ]+ [^ ]+\Z')  # of its last line
 _LAYER = re.compile(rb'"(.*)" ([^ \n]+) ([^ \n]+)', re.DOTALL)
 _BYTES_OF_ROWS = b"0123456789+-.einfa \n"
 
@@ -60,47 +61,59 @@ def _number(text: bytes) -> float | None:
     return float(text) if _NUMBER.fullmatch(text) else None
 
 
+def _layer(text: bytes) -> tuple[str, float, float] | None:
+    """Name, duration and thickness of a layer; None if it is none."""
+    match = _LAYER.fullmatch(text)
+    if match is None:
+        return None
+    duration, thickness = _number(match[2]), _number(match[3])
+    if duration is None or thickness is None:
+        return None
+    return match[1].decode("utf-8", "surrogateescape"), duration, thickness
+
+
+def _split_layers(text: bytes, name: str) -> list[tuple[str, float, float]]:
+    """The layers from their lines, which begin with line 3 of the file.
+
+    A name may hold line breaks: a layer ends where its text is one and the next line begins with the quote of another.
+    """
+    layers: list[tuple[str, float, float]] = []
+    lines = text.split(b"\n")[:-1]
+    begin = last_begin = 0
+    for index in range(len(lines)):
+        last = index + 1 == len(lines)
+        if not last and not lines[index + 1].startswith(b'"'):
+            continue
+        # Looked at first, so that long names are not put together once for each of their lines.
+        ended = _LAYER_END.search(lines[index]) is not None
+        if ended and (layer := _layer(b"\n".join(lines[begin : index + 1]))):
+            layers.append(layer)
+            last_begin, begin = begin, index + 1
+        elif ended and layers and (layer := _layer(b"\n".join(lines[last_begin : index + 1]))):
+            layers[-1] = layer  # what looked like the layer before was the begin of this one's name
+            begin = index + 1
+        elif last:
+            raise ResultFileError(f"{name}, line {begin + 3}: this is no layer")
+    return layers
+
+
 def _parse_layers(content: bytes, name: str) -> tuple[list[tuple[str, float, float]], int, int]:
     """The layers, the offset of the rows and the number of their first line."""
-    position, line_number = 0, 0
-
-    def take() -> bytes | None:
-        """The next line; None at the end, and for a last line that was cut off."""
-        nonlocal position, line_number
-        end = content.find(b"\n", position)
-        if end < 0:
-            return None
-        line = content[position:end]
-        position = end + 1
-        line_number += 1
-        return line
-
-    def expect(expected: bytes) -> None:
-        if take() != expected:
-            raise ResultFileError(f"{name}, line {max(line_number, 1)}: expected {expected.decode()}")
-
-    expect(TITLE)
-    expect(LAYERS_BEGIN)
-    layers: list[tuple[str, float, float]] = []
-    while True:
-        line = take()
-        if line is None:
-            raise ResultFileError(f"{name}, line {line_number}: the list of layers has no end")
-        if line == LAYERS_END:
-            break
-        first = line_number
-        while True:  # a name may hold line breaks: the layer goes on until its two numbers come
-            match = _LAYER.fullmatch(line)
-            numbers = [_number(match[2]), _number(match[3])] if match else [None]
-            if None not in numbers:
-                break
-            more = take()
-            if more is None:
-                raise ResultFileError(f"{name}, line {first}: this is no layer")
-            line += b"\n" + more
-        layers.append((match[1].decode("utf-8", "surrogateescape"), numbers[0], numbers[1]))
-    expect(HEADING)
-    return layers, position, line_number + 1
+    if not content.startswith(TITLE + b"\n"):
+        raise ResultFileError(f"{name} is not a result file: its first line is not {TITLE.decode()}")
+    head = TITLE + b"\n" + LAYERS_BEGIN + b"\n"
+    if not content.startswith(head):
+        raise ResultFileError(f"{name}, line 2: expected {LAYERS_BEGIN.decode()}")
+    # A name may hold lines that look like the format's own; the rows hold numbers alone.
+    tail = b"\n" + LAYERS_END + b"\n" + HEADING + b"\n"
+    end = content.rfind(tail, len(head) - 1)
+    if end < 0:
+        lines = content.split(b"\n")[:-1]  # the last one is empty, or cut off
+        if LAYERS_END in lines:
+            raise ResultFileError(f"{name}, line {lines.index(LAYERS_END) + 2}: expected {HEADING.decode()}")
+        raise ResultFileError(f"{name}, line {len(lines)}: the list of layers has no end")
+    rows = end + len(tail)
+    return _split_layers(content[len(head) : end + 1], name), rows, content.count(b"\n", 0, rows) + 1
 
 
 def _first_fault(body: bytes, first_line: int) -> tuple[int, str]:
@@ -163,6 +176,15 @@ def parse_profile(content: bytes, name: str = "result") -> pd.DataFrame:
     profile.attrs["units"] = {column: unit for column, unit, _ in COLUMNS}
     profile.attrs["meanings"] = {column: meaning for column, _, meaning in COLUMNS}
     return profile
+
+
+def has_rows(content: bytes) -> bool:
+    """True when the head is whole and something follows."""
+    try:
+        _, begin, _ = _parse_layers(content, "result")
+    except ResultFileError:
+        return False
+    return len(content) > begin
 
 
 def reaches_the_end(content: bytes, name: str = "result") -> bool:

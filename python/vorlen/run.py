@@ -30,6 +30,7 @@ from .result_file import (
     COLUMN_NAMES,
     TIME_TOLERANCE,
     ResultFileError,
+    has_rows,
     parse_layers,
     parse_profile,
     reaches_the_end,
@@ -305,8 +306,8 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
     result  path of the result file to keep; None keeps none. It appears when it is complete: an older file stays in
             place until then. A status file (NAME.status.json) is written beside it
     Raises SimulationError with the library's text when the run fails. Of a run that fails under way the rows are kept
-    in NAME.failed.txt beside an older result, and the error's run holds them. Other Python threads go on during the
-    call.
+    in NAME.failed.txt beside an older result, and the error's run holds them. When the recipe can't be read, files of
+    an earlier run stay as they are. Other Python threads go on during the call.
     """
     source = RecipeSource.of(recipe)
     target = None if result is None else Path(result)
@@ -322,11 +323,13 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
             status, text = simulate(source.file_for_library(Path(folder)), output)
             wall_time = time.perf_counter() - begin
             text = text.replace(str(output), str(target)) if target else text
-            content = output.read_bytes() if output.exists() else b""
-            simulated = Run(content, None, source, text, wall_time) if content else None
-            if status == 0 and (simulated is None or not simulated.complete):
+            content, cut = _whole_lines(output)
+            simulated = Run(content, None, source, text, wall_time) if has_rows(content) else None
+            if status == 0 and (simulated is None or cut or not simulated.complete):
                 status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
-            if target:
+                text += "\nNo row could be written" if simulated is None else ""
+            # Without a recipe nothing has been run: what an earlier run has left stays.
+            if target and (source.content is not None or simulated is not None):
                 kept = target if status == 0 or simulated is None else failed_path(target)
                 if simulated is not None:
                     stranded = True
@@ -341,11 +344,26 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
     if target and kept and source.content is not None:
         # Rows that are not numbers are for the caller to judge; the status tells that the file is not a good one.
         faults = simulated.warnings if status == 0 and simulated and _may_hold_no_numbers(content) else []
-        write_status(target, kept, 1 if faults else status, "; ".join(faults) or text, wall_time, source, content)
+        written = content if simulated else b""
+        try:
+            write_status(target, kept, 1 if faults else status, "; ".join(faults) or text, wall_time, source, written)
+        except OSError:
+            if status == 0:
+                raise  # otherwise the failure of the run is told, not that of its status file, as on a full disk
     if status != 0:
         raise SimulationError(text, recipe, simulated)
     assert simulated is not None
     return simulated
+
+
+def _whole_lines(path: Path) -> tuple[bytes, bool]:
+    """The file's content, and whether its last line was cut off, as on a full disk: such a line is taken away."""
+    content = path.read_bytes() if path.exists() else b""
+    size = content.rfind(b"\n") + 1
+    if size == len(content):
+        return content, False
+    os.truncate(path, size)
+    return content[:size], True
 
 
 def _temporary_beside(target: Path) -> Path:

@@ -109,6 +109,12 @@ class OddNames(InAFolder):
                 self.assertIn(f"  {shown} ", rows[5])
                 self.assertEqual(len({len(row) for row in rows}), 1, "the columns are not aligned")
 
+    def test_a_name_that_reads_like_two_layers_is_no_sign_of_a_full_disk(self):
+        self.write_recipe("recipe.xml", 'val="AlGaN barrier"', 'val="a&quot; 1e9 2&#10;&quot;b"')
+        run = self.run_tool("run", "recipe.xml")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn(b'"a" 1e9 2\n"b" ', self.read("recipe.result.txt"))
+
     def test_an_unnamed_layer_is_shown_by_its_number(self):
         self.write_recipe("recipe.xml", 'val="AlGaN barrier"', 'val=""')
         run = self.run_tool("run", "recipe.xml")
@@ -137,8 +143,15 @@ class DamagedResults(InAFolder):
         run = subprocess.run([VORLEN, "run", recipe, "-o", "cut.txt"], cwd=self.folder, capture_output=True,
                              encoding="utf-8", check=False, preexec_fn=limit_file_size)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertRegex(run.stderr, "the file ends before the run does. Is the disk full\\?\n")
+        self.assertEqual(run.stderr, "vorlen: cut.txt: the file ends before the run does. Is the disk full?\n"
+                                     "The rows up to there are in cut.failed.txt\n")
         self.assertNotIn("cut.txt", os.listdir(self.folder))
+        # What fits, without the part of a row at its end.
+        kept = self.read("cut.failed.txt")
+        whole = self.read("whole.txt")
+        self.assertEqual(kept, whole[:whole.rfind(b"\n", 0, limit) + 1])
+        self.assertEqual(self.run_tool("show", "cut.failed.txt").returncode, 0)
+        self.assertGreater(len(Result(self.path("cut.failed.txt")).active_rows), 0)
 
 
 if __name__ == "__main__":

@@ -25,6 +25,15 @@ def children_of(pid):
         return [int(word) for word in file.read().split()]
 
 
+def state_of(pid):
+    """R, S, T, Z, ... as ps tells them; None when there is no such process."""
+    try:
+        with open(f"/proc/{pid}/stat", encoding="ascii") as file:
+            return file.read().rsplit(")", 1)[1].split()[0]
+    except FileNotFoundError:
+        return None
+
+
 class Batch(InAFolder):
     def states(self, run):
         """What the table says of each recipe: {"a.xml": "done", ...}."""
@@ -34,9 +43,9 @@ class Batch(InAFolder):
     def status_of(self, name):
         return json.loads(self.read(name + ".status.json"))
 
-    def write_long_recipe(self, name):
-        """Runs for minutes."""
-        self.write_recipe(name, '<n_periods val="3"/>', '<n_periods val="20000"/>', source="ingan_gan_mqw")
+    def write_long_recipe(self, name, periods=20000):
+        """Runs for minutes; for a second or so with 100 periods."""
+        self.write_recipe(name, '<n_periods val="3"/>', f'<n_periods val="{periods}"/>', source="ingan_gan_mqw")
 
     def write_nan_recipe(self, name):
         """Nothing flows on any stage, so that the transport layers are 0/0 from the first step on."""
@@ -162,7 +171,7 @@ class Batch(InAFolder):
         run = self.run_tool("run", "a.xml")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertEqual(run.stderr, "vorlen: Step size has become too small\n"
-                                     "The rows up to the end of the run are in a.failed.txt\n")
+                                     "The rows up to there are in a.failed.txt\n")
         self.assertEqual(self.read("a.result.txt"), b"of yesterday")
         self.assertGreaterEqual(len(Result(self.path("a.failed.txt")).active_rows), 1)
         status = self.status_of("a")
@@ -173,6 +182,19 @@ class Batch(InAFolder):
         self.write_recipe("a.xml")
         self.assertEqual(self.run_tool("run", "a.xml").returncode, 0)
         self.assertEqual(sorted(os.listdir(self.folder)), ["a.result.txt", "a.status.json", "a.xml"])
+
+    def test_a_recipe_that_can_not_be_read_leaves_the_files_of_an_earlier_run(self):
+        shutil.copy(BREAKS_DOWN, self.path("a.xml"))
+        self.write("a.result.txt", "of yesterday")
+        self.assertEqual(self.run_tool("run", "a.xml").returncode, 1)
+        os.remove(self.path("a.xml"))
+        names = sorted(os.listdir(self.folder))
+        self.assertEqual(names, ["a.failed.txt", "a.result.txt", "a.status.json"])
+        before = [self.read(name) for name in names]
+        run = self.run_tool("run", "a.xml")
+        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: Error reading file a.xml\nFailed to open file\n"))
+        self.assertEqual(sorted(os.listdir(self.folder)), names)
+        self.assertEqual([self.read(name) for name in names], before)
 
     def test_rows_that_are_no_numbers_are_noticed(self):
         self.write_nan_recipe("a.xml")
@@ -222,6 +244,22 @@ class Batch(InAFolder):
                                  ["a.result.txt", "a.status.json", "a.xml", "long.xml", "z.xml"])
                 os.remove(self.path("a.status.json"))
 
+    def test_a_run_that_ended_before_the_interruption_is_kept(self):
+        """The tool is stopped, so that it finds the end of its worker and the signal at the same time."""
+        self.write_long_recipe("a.xml", periods=100)
+        run = self.start("a.xml")
+        self.wait_until("no worker", lambda: children_of(run.pid))
+        run.send_signal(signal.SIGSTOP)
+        (worker,) = children_of(run.pid)
+        self.wait_until("the worker does not end", lambda: state_of(worker) == "Z")
+        run.send_signal(signal.SIGINT)
+        run.send_signal(signal.SIGCONT)
+        _, errors = run.communicate(timeout=30)
+        self.assertEqual(run.returncode, 128 + signal.SIGINT)
+        self.assertTrue(errors.endswith("vorlen: interrupted\n"), errors)
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.result.txt", "a.status.json", "a.xml"])
+        self.assertEqual(self.status_of("a")["result"], 0)
+
     def test_no_simulation_outlives_a_tool_that_is_killed(self):
         self.write_long_recipe("long.xml")
         run = self.start("long.xml")
@@ -231,14 +269,7 @@ class Batch(InAFolder):
         run.kill()
         run.communicate(timeout=30)
 
-        def is_gone():
-            try:
-                with open(f"/proc/{worker}/stat", encoding="ascii") as file:
-                    return file.read().rsplit(")", 1)[1].split()[0] == "Z"
-            except FileNotFoundError:
-                return True
-
-        self.wait_until("the worker still runs", is_gone)
+        self.wait_until("the worker still runs", lambda: state_of(worker) in ("Z", None))
 
 
 class Places(InAFolder):
@@ -290,9 +321,10 @@ class Places(InAFolder):
         if run.returncode == 77 or "unshare failed" in run.stderr:
             self.skipTest("no right to mount a file system here")
         self.assertIn("the file ends before the run does. Is the disk full?", run.stderr)
+        self.assertIn("The rows up to there are in a.failed.txt\n", run.stderr)
         lines = run.stdout.splitlines()
-        self.assertEqual(lines[:3], ["status 1", "old", "a.result.txt"])
-        self.assertIn(lines[3:], ([], ["a.status.json"]))
+        self.assertEqual(lines[:4], ["status 1", "old", "a.failed.txt", "a.result.txt"])
+        self.assertIn(lines[4:], ([], ["a.status.json"]))
 
     @unittest.skipIf(os.geteuid() == 0 and not hasattr(os, "setresuid"), "users can't be changed here")
     def test_files_that_may_not_be_read_or_written(self):

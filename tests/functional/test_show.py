@@ -87,6 +87,14 @@ class Show(InAFolder):
             for name in NUMBERS:
                 self.assertEqual(float(row[name]) if row[name] else None, layer[name], name)
 
+    def test_names_that_look_like_lines_of_the_file(self):
+        for name in ('a" 1 2\nb', 'a" 1 2\n', '" 1 2\nb', "a\n</LAYERS>\nb", f"a\n</LAYERS>\n{HEADING}\nb", '\n"'):
+            for names in ([name, "b"], ["b", name], [name, name]):
+                with self.subTest(names):
+                    layers = [LAYERS[0], (names[0], 10, 20), (names[1], 10, 20), LAYERS[3]]
+                    self.assertEqual([layer["name"] for layer in self.layers_of(result_text(layers=layers))],
+                                     ["template", *names, "cap"])
+
     def test_the_table_for_people(self):
         self.write("r.txt", result_text())
         run = self.run_tool("show", "r.txt")
@@ -214,6 +222,20 @@ class Faults(InAFolder):
                     run = self.run_tool("diff", *arguments)
                     self.assertEqual((run.returncode, run.stdout), (2, ""))
                     self.assertRegex(run.stderr, f"^vorlen: {name}[ ,].*\n$")
+
+    def test_the_texts_name_the_line(self):
+        other = 'is not a result file: its first line is not "VORLEN output file, version 2.0"'
+        for text, told in (("hello", f" {other}"), ("hello\n", f" {other}"), ("\n", f" {other}"),
+                           (TITLE, f" {other}"), (TITLE + "\n", ", line 2: expected <LAYERS>"),
+                           (TITLE + "\n<LAYERS>\n", ", line 2: the list of layers has no end"),
+                           (TITLE + "\n<LAYERS>\n</LAYERS>\n", ", line 4: expected " + HEADING),
+                           (result_text(layers=[("a", 1, 2), ("b", "x", 3)]), ", line 4: this is no layer"),
+                           (result_text() + "1 2\n", ", line 17: this is no row of 19 numbers"),
+                           (result_text()[:-2], ", line 16: the last line is cut off")):
+            with self.subTest(told):
+                self.write("r.txt", text)
+                run = self.run_tool("show", "r.txt")
+                self.assertEqual((run.returncode, run.stderr), (1, f"vorlen: r.txt{told}\n"))
 
     def test_what_is_not_understood(self):
         self.write("r.txt", result_text())
