@@ -5,11 +5,13 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 #include "api/run_support.h"
@@ -77,7 +79,8 @@ TEST_F(Output, ADeviceThatIsAlwaysFullIsNotReported) {
   EXPECT_EQ("0 ", call("/dev/full"));
 }
 
-// A small file system in memory, seen by the child process alone. What fits is the begin of the whole result.
+// A small file system in memory, seen by the child process alone. The begin of the whole result fills it to its last
+// byte.
 TEST_F(Output, ADiskThatFillsUpCutsTheResultAndIsNotReported) {
   const std::string disk = folder.path("disk");
   ASSERT_TRUE(std::filesystem::create_directory(disk));
@@ -87,13 +90,22 @@ TEST_F(Output, ADiskThatFillsUpCutsTheResultAndIsNotReported) {
         mount("tmpfs", disk.c_str(), "tmpfs", 0, size.c_str()) != 0) {
       return std::string("no mount: ") + std::strerror(errno);
     }
-    return call(disk + "/out.txt") + "\n" + read_file(disk + "/out.txt");
+    struct statvfs capacity {};
+    if (statvfs(disk.c_str(), &capacity) != 0) return "the size of the disk is not known";
+    const std::string outcome = call(disk + "/out.txt");
+    return outcome + "\n" + std::to_string(capacity.f_blocks * capacity.f_frsize) + "\n" + read_file(disk + "/out.txt");
   });
   if (got.starts_with("no mount: ")) GTEST_SKIP() << "a file system can't be mounted here: " << got;
-  ASSERT_EQ("0 \n", got.substr(0, 3));
-  const std::string cut = got.substr(3);
-  EXPECT_GE(TINY, cut.size());
-  EXPECT_EQ(read_file(folder.path("whole.txt")).substr(0, cut.size()), cut);
+  const std::string whole = read_file(folder.path("whole.txt"));
+  std::istringstream lines(got);
+  std::string outcome;
+  std::size_t capacity = 0;
+  std::getline(lines, outcome);
+  lines >> capacity;
+  ASSERT_EQ(std::string("0 "), outcome);
+  ASSERT_GE(capacity, TINY);
+  ASSERT_LT(capacity, whole.size()) << "the result fits on the smallest disk that there is";
+  EXPECT_EQ(whole.substr(0, capacity), got.substr(static_cast<std::size_t>(lines.tellg()) + 1));
 }
 
 }  // namespace
