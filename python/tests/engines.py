@@ -7,14 +7,17 @@ a failure.
 from __future__ import annotations
 
 import contextlib
+import importlib
 import os
 import shutil
 import socket
 import subprocess
 import sys
 import time
+import types
 from collections.abc import Callable, Iterator
 from pathlib import Path
+from typing import NoReturn
 
 import pytest
 
@@ -24,11 +27,19 @@ PYTHON_PATH = str(Path(vorlen.__file__).parents[1])
 START_TIME = 60.0  # s that an engine may take to start
 
 
-def cannot_run(reason: str) -> None:
+def cannot_run(reason: str) -> NoReturn:
     """Skips the test, or fails it where the engines are required."""
     if os.environ.get("VORLEN_ENGINES") == "required":
         pytest.fail(reason)
     pytest.skip(reason)
+
+
+def require_module(name: str) -> types.ModuleType:
+    """The module, or the test can't run."""
+    try:
+        return importlib.import_module(name)
+    except ImportError as error:
+        cannot_run(f"{name} can't be imported: {error}")
 
 
 def require_commands(*names: str) -> None:

@@ -10,7 +10,7 @@ from pathlib import Path
 import pytest
 
 import vorlen
-from engines import cannot_run, dask_cluster, environment, require_commands, slurm_cluster, wait_for
+from engines import cannot_run, dask_cluster, environment, require_commands, require_module, slurm_cluster, wait_for
 
 T = "process_stages/stage_1/T"
 TEMPERATURES = range(1000, 1060, 5)  # those of the examples
@@ -31,7 +31,7 @@ def serial_table(layer, tmp_path_factory) -> bytes:
 
 
 def test_a_dask_cluster_of_which_one_worker_is_killed_gives_the_serial_table(examples, tmp_path):
-    distributed = pytest.importorskip("distributed")
+    distributed = require_module("distributed")
     recipe = examples / "ingan_v_defects.xml"
     parameters = {T: [1030 + 0.02 * number for number in range(60)]}
     with dask_cluster(tmp_path / "cluster", workers=2) as (scheduler_file, workers):
@@ -61,7 +61,7 @@ def test_a_dask_cluster_of_which_one_worker_is_killed_gives_the_serial_table(exa
 
 
 def test_the_dask_example_gives_the_serial_table(layer, examples, tmp_path, serial_table):
-    pytest.importorskip("distributed")
+    require_module("distributed")
     with dask_cluster(tmp_path / "cluster", workers=1) as (scheduler_file, _):
         script = examples / "cluster" / "sweep_dask.py"
         command = [sys.executable, script, scheduler_file, layer, tmp_path / "out"]
@@ -72,7 +72,7 @@ def test_the_dask_example_gives_the_serial_table(layer, examples, tmp_path, seri
 
 
 def test_the_mpi_example_under_mpiexec_gives_the_serial_table(layer, examples, tmp_path, serial_table):
-    pytest.importorskip("mpi4py")
+    require_module("mpi4py")
     require_commands("mpiexec")
     mpiexec = [
         "mpiexec", "--allow-run-as-root", "--oversubscribe", "-n", "2",
