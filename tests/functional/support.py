@@ -28,6 +28,16 @@ def example(name):
     return os.path.join(EXAMPLES_FOLDER, name + ".xml")
 
 
+def changed_example(name, *replacements):
+    """The text of an example with pieces of it replaced, (old, new), once each."""
+    with open(example(name), encoding="utf-8") as file:
+        text = file.read()
+    for old, new in replacements:
+        assert old in text, old
+        text = text.replace(old, new, 1)
+    return text
+
+
 class InAFolder(unittest.TestCase):
     """A test with a folder of its own, in which the tool runs."""
 
@@ -50,12 +60,21 @@ class InAFolder(unittest.TestCase):
     def run_tool(self, *arguments, **options):
         return vorlen(*arguments, cwd=self.folder, **options)
 
+    def expect_not_understood(self, *arguments):
+        """Such a command line has exit status 2 and a text."""
+        with self.subTest(arguments):
+            run = self.run_tool(*arguments)
+            self.assertEqual((run.returncode, run.stdout), (2, ""))
+            self.assertNotEqual(run.stderr, "")
+
+    def expect_help_with_example(self, command):
+        run = self.run_tool(command, "--help")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn(f"Example:\n  vorlen {command} ", run.stdout)
+
     def write_recipe(self, name, old="", new="", source="algan_gan_hemt"):
         """An example under another name, with one piece of its text replaced."""
-        with open(example(source), encoding="utf-8") as file:
-            text = file.read()
-        self.assertIn(old, text)
-        self.write(name, text.replace(old, new, 1) if old else text)
+        self.write(name, changed_example(source, *([(old, new)] if old else [])))
 
 
 class Result:

@@ -5,36 +5,20 @@ import os
 import re
 import resource
 import subprocess
-import tempfile
 import unittest
 
-from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, example, vorlen
+from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, changed_example, example
 
 STORED = os.path.join(SOURCE, "tests", "data", "bad")
 
 
-class InAFolder(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
+class Checks(InAFolder):
     def check(self, *arguments):
-        return vorlen("check", *arguments, cwd=self.folder)
-
-    def write(self, name, text):
-        path = os.path.join(self.folder, name)
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(text)
-        return path
+        return self.run_tool("check", *arguments)
 
     def recipe(self, *replacements, name="recipe.xml", base="ingan_gan_mqw"):
         """An example with pieces of its text replaced, once each."""
-        with open(example(base), encoding="utf-8") as file:
-            text = file.read()
-        for old, new in replacements:
-            self.assertIn(old, text)
-            text = text.replace(old, new, 1)
+        text = changed_example(base, *replacements)
         self.write(name, text)
         return text
 
@@ -60,7 +44,7 @@ def place_of(text, piece):
     return text.count("\n", 0, at) + 1, at - text.rfind("\n", 0, at)
 
 
-class StoredRecipes(InAFolder):
+class StoredRecipes(Checks):
     """The stored recipes with their expected texts: those of a run that fails on its way are no faults of the recipe."""
 
     RUN_FAILURES = ("Step size has become too small", "Matrix is repeatedly singular",
@@ -95,13 +79,13 @@ class StoredRecipes(InAFolder):
         library = ctypes.CDLL(LIBRARY)
         library.runSurfChem.argtypes = [ctypes.c_char_p] * 3
         text = ctypes.create_string_buffer(2048)
-        path = os.path.join(self.folder, "recipe.xml")
+        path = self.path("recipe.xml")
         self.assertEqual(library.runSurfChem(path.encode(), b"", text), 1)
         run = self.check("--format", "json", path)
         self.assertEqual(json.loads(run.stdout)["files"][0]["problems"][0]["text"], text.value.decode())
 
 
-class Reports(InAFolder):
+class Reports(Checks):
     def test_examples_have_no_problems(self):
         run = self.check("--strict", *[example(name) for name in EXAMPLES])
         self.assertEqual((run.returncode, run.stderr), (0, ""))
@@ -158,7 +142,7 @@ class Reports(InAFolder):
         self.assertTrue(self.check("recipe.xml").stdout.startswith(f"recipe.xml:{line}:{column}: warning: "))
 
 
-class Hints(InAFolder):
+class Hints(Checks):
     def test_a_misspelt_element(self):
         problems = self.problems(('<tau val="70"/>', '<tua val="70"/>'))
         self.assertEqual([(problem["severity"], problem["kind"]) for problem in problems],
@@ -193,7 +177,7 @@ class Hints(InAFolder):
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_3 is not found")
 
 
-class Warnings(InAFolder):
+class Warnings(Checks):
     """What the library accepts in silence."""
 
     def expect(self, kind, hint, *replacements, base="ingan_gan_mqw"):
@@ -301,7 +285,7 @@ class Warnings(InAFolder):
                          ["stage_1_1", "stage_2"])
 
 
-class ThePage(InAFolder):
+class ThePage(Checks):
     """docs/checking-a-recipe.md"""
 
     def setUp(self):
@@ -330,16 +314,16 @@ class ThePage(InAFolder):
         at = text.index("<stage_2>") + len("<stage_2>")
         self.write("recipe.xml", text[:at] + "\n      <dopant val=\"Si\"/>" + text[at:])
         self.assertEqual(self.check("recipe.xml").stdout, blocks[0][1])
-        printed = vorlen("timeline", example("ingan_gan_mqw"), cwd=self.folder).stdout.splitlines()
+        printed = self.run_tool("timeline", example("ingan_gan_mqw")).stdout.splitlines()
         for line in blocks[1][1].splitlines():
             if line != "...":
                 start = line.removesuffix(" ...")
                 self.assertTrue(any(other.startswith(start) for other in printed), line)
 
 
-class Faults(InAFolder):
+class Faults(Checks):
     def test_files_that_cannot_be_read_do_not_keep_others_from_being_checked(self):
-        os.mkdir(os.path.join(self.folder, "folder.xml"))
+        os.mkdir(self.path("folder.xml"))
         self.write("broken.xml", "<NonstSurfChem>\n<material>\n")
         self.recipe(name="good.xml")
         run = self.check("none.xml", "folder.xml", "broken.xml", "good.xml")
@@ -356,7 +340,7 @@ class Faults(InAFolder):
     @unittest.skipIf(os.geteuid() == 0, "root may read everything")
     def test_a_file_without_the_right_to_read_it(self):
         self.recipe()
-        os.chmod(os.path.join(self.folder, "recipe.xml"), 0)
+        os.chmod(self.path("recipe.xml"), 0)
         self.assertEqual(self.check("recipe.xml").returncode, 1)
 
     def test_the_place_of_a_fault_in_the_xml(self):
@@ -373,7 +357,7 @@ class Faults(InAFolder):
         self.assertIn("nested deeper than 100 levels", run.stdout)
 
     def test_values_in_another_encoding(self):
-        with open(os.path.join(self.folder, "latin.xml"), "wb") as file:
+        with open(self.path("latin.xml"), "wb") as file:
             file.write(b'<NonstSurfChem><material val="\xe9"/></NonstSurfChem>')
         run = self.check("--format", "json", "latin.xml")
         self.assertEqual(run.returncode, 1)
@@ -381,19 +365,14 @@ class Faults(InAFolder):
 
     def test_command_lines_that_are_not_understood(self):
         for arguments in ([], ["--format", "xml", "a.xml"], ["--quick", "a.xml"], ["a.xml", "--allow"]):
-            with self.subTest(arguments):
-                run = self.check(*arguments)
-                self.assertEqual((run.returncode, run.stdout), (2, ""))
-                self.assertNotEqual(run.stderr, "")
+            self.expect_not_understood("check", *arguments)
 
     def test_help_has_an_example(self):
-        run = self.check("--help")
-        self.assertEqual((run.returncode, run.stderr), (0, ""))
-        self.assertIn("Example:\n  vorlen check ", run.stdout)
+        self.expect_help_with_example("check")
 
     @unittest.skipIf(os.environ["VORLEN_PRELOAD"], "the address sanitizer needs more than a small address space")
     def test_a_recipe_too_large_for_the_memory(self):
-        path = os.path.join(self.folder, "large.xml")
+        path = self.path("large.xml")
         with open(path, "w", encoding="utf-8") as file:
             file.write("<NonstSurfChem>" + 4000000 * "<b/>" + "</NonstSurfChem>")
         limit = 150 << 20  # bytes; the tree of that recipe takes some 700 million

@@ -2,11 +2,9 @@
 import csv
 import io
 import os
-import subprocess
-import tempfile
 import unittest
 
-from support import EXAMPLES, VORLEN, Result, example, vorlen
+from support import EXAMPLES, SOURCE, InAFolder, Result, changed_example, example
 
 FLOWS = ("TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2")
 
@@ -15,27 +13,15 @@ def csv_rows(text):
     return list(csv.DictReader(io.StringIO(text, newline="")))
 
 
-class Timelines(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
+class Timelines(InAFolder):
     def timeline(self, *arguments):
-        run = vorlen("timeline", *arguments, cwd=self.folder)
+        run = self.run_tool("timeline", *arguments)
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         return run.stdout
 
-    def changed_example(self, name, *replacements):
-        with open(example(name), encoding="utf-8") as file:
-            text = file.read()
-        for old, new in replacements:
-            self.assertIn(old, text)
-            text = text.replace(old, new, 1)
-        path = os.path.join(self.folder, "recipe.xml")
-        with open(path, "w", encoding="utf-8") as file:
-            file.write(text)
-        return path
+    def write_changed(self, *replacements):
+        self.write("recipe.xml", changed_example("ingan_gan_mqw", *replacements))
+        return "recipe.xml"
 
     def test_a_periodic_stage_is_expanded(self):
         # ingan_gan_mqw.xml: a template of 3000 s; three times 150 s barrier, 20 s cooling, 70 s well, 20 s heating; a
@@ -67,7 +53,7 @@ class Timelines(unittest.TestCase):
         self.assertEqual((template["T_begin_K"], template["TMIn_begin_sccm"]), ("", ""))
 
     def test_the_process_begins_at_t0(self):
-        path = self.changed_example("ingan_gan_mqw", ('<t0 val="0"/>', '<t0 val="12.5"/>'))
+        path = self.write_changed(('<t0 val="0"/>', '<t0 val="12.5"/>'))
         rows = csv_rows(self.timeline(path, "--csv"))
         self.assertEqual((rows[0]["begin_s"], rows[1]["begin_s"]), ("12.5", "3012.5"))
 
@@ -76,13 +62,13 @@ class Timelines(unittest.TestCase):
             with self.subTest(name):
                 rows = csv_rows(self.timeline(example(name), "--csv"))
                 active = [row for row in rows if row["kind"] == "active"]
-                vorlen("run", example(name), "-o", "out.txt", cwd=self.folder)
-                result = Result(os.path.join(self.folder, "out.txt"))
+                self.run_tool("run", example(name), "-o", "out.txt")
+                result = Result(self.path("out.txt"))
                 self.assertAlmostEqual(float(active[-1]["end_s"]), result.active_rows[-1][0], delta=1e-6)
                 self.assertEqual(len(rows), len(result.layers))
 
     def test_the_table_shows_ramps_and_used_gases_only(self):
-        path = self.changed_example("ingan_gan_mqw", ('name val="InGaN well"', 'name val="wéll &quot;A&quot;"'))
+        path = self.write_changed(('name val="InGaN well"', 'name val="wéll &quot;A&quot;"'))
         text = self.timeline(path)
         lines = text.splitlines()
         heading = next(line for line in lines if line.startswith("  stage "))
@@ -98,52 +84,35 @@ class Timelines(unittest.TestCase):
         self.assertTrue(lines[-1].startswith("  post_stage_1"))
 
     def test_the_rotation_of_a_turbo_disc_is_shown(self):
-        from support import SOURCE
         path = os.path.join(SOURCE, "tests", "data", "recipes", "algan_gan_mirror_tdr.xml")
         rows = csv_rows(self.timeline(path, "--csv"))
         self.assertTrue(all(float(row["omega_TDR_begin_rpm"]) > 0 for row in rows if row["kind"] == "active"))
         self.assertIn("rotation, rpm", self.timeline(path))
 
     def test_names_with_commas_and_quotes_in_csv(self):
-        path = self.changed_example("ingan_gan_mqw", ('name val="InGaN well"', 'name val="a, &quot;b&quot;&#10;c"'))
+        path = self.write_changed(('name val="InGaN well"', 'name val="a, &quot;b&quot;&#10;c"'))
         names = {row["name"] for row in csv_rows(self.timeline(path, "--csv"))}
         self.assertEqual([name for name in names if name.startswith("a, ")], ['a, "b"\nc'])
 
 
-class Failures(unittest.TestCase):
+class Failures(InAFolder):
     def test_a_recipe_that_is_refused_gives_its_text(self):
-        with tempfile.TemporaryDirectory() as folder:
-            run = vorlen("timeline", "none.xml", cwd=folder)
-            self.assertEqual((run.returncode, run.stdout), (1, ""))
-            self.assertEqual(run.stderr, "vorlen: Error reading file none.xml\nFailed to open file\n")
-            with open(example("ingan_gan_mqw"), encoding="utf-8") as file:
-                text = file.read()
-            for old, new, message in (
-                    ('<tau val="70"/>', '<tau val="0"/>', "Duration tau is less than 1e-4 s in stage_1_3"),
-                    ('stress_state val="3.189"', 'stress_state val="1"', "Number of stages is zero")):
-                self.assertIn(old, text)
-                with open(os.path.join(folder, "recipe.xml"), "w", encoding="utf-8") as file:
-                    file.write(text.replace(old, new, 1))
-                run = vorlen("timeline", "recipe.xml", cwd=folder)
-                self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", f"vorlen: {message}\n"))
+        run = self.run_tool("timeline", "none.xml")
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertEqual(run.stderr, "vorlen: Error reading file none.xml\nFailed to open file\n")
+        for old, new, message in (
+                ('<tau val="70"/>', '<tau val="0"/>', "Duration tau is less than 1e-4 s in stage_1_3"),
+                ('stress_state val="3.189"', 'stress_state val="1"', "Number of stages is zero")):
+            self.write("recipe.xml", changed_example("ingan_gan_mqw", (old, new)))
+            run = self.run_tool("timeline", "recipe.xml")
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", f"vorlen: {message}\n"))
 
     def test_command_lines_that_are_not_understood(self):
-        for arguments in (["timeline"], ["timeline", "a.xml", "b.xml"], ["timeline", "--json", "a.xml"]):
-            run = vorlen(*arguments, cwd=".")
-            self.assertEqual((run.returncode, run.stdout), (2, ""))
-            self.assertNotEqual(run.stderr, "")
+        for arguments in ([], ["a.xml", "b.xml"], ["--json", "a.xml"]):
+            self.expect_not_understood("timeline", *arguments)
 
     def test_help_has_an_example(self):
-        run = vorlen("timeline", "--help", cwd=".")
-        self.assertEqual((run.returncode, run.stderr), (0, ""))
-        self.assertIn("Example:\n  vorlen timeline ", run.stdout)
-
-    @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
-    def test_a_full_disk(self):
-        with open("/dev/full", "w", encoding="utf-8") as full:
-            run = subprocess.run([VORLEN, "timeline", example("ingan_gan_mqw")], stdout=full, stderr=subprocess.PIPE,
-                                 encoding="utf-8", check=False)
-        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: standard output can't be written\n"))
+        self.expect_help_with_example("timeline")
 
 
 if __name__ == "__main__":
