@@ -3,6 +3,7 @@
 
 Works on a copy of the tree, which is built once. Then each mutation of mutations.txt is made alone (those whose line
 holds WORD, when one is given), the test program of its folder is built and run, and the first test that fails is told.
+A mutation marked tsan is built with the thread sanitizer, which has to report a race in the tests of overlapping calls.
 Exit status 1 when a mutation passes all tests of that program, 2 when one can't be made or built.
 """
 import dataclasses
@@ -23,14 +24,21 @@ class Mutation:
     file: str  # below src/
     old: str   # stands exactly once in the file
     new: str
+    preset: str = ""  # tsan, or empty for a plain build
+
+    @property
+    def target(self) -> str:
+        return "thread_tests" if self.preset == "tsan" else self.file.split("/")[0] + "_tests"
 
     @property
     def program(self) -> str:
-        return self.file.split("/")[0] + "_tests"
+        """Below the folder of the build."""
+        folder = "api" if self.preset == "tsan" else self.file.split("/")[0]
+        return os.path.join("tests", folder, self.target)
 
 
 def read_mutations(word: str) -> list[Mutation]:
-    """The lines FILE | OLD | NEW of mutations.txt that hold word."""
+    """The lines FILE | OLD | NEW [| tsan] of mutations.txt that hold word."""
     with open(os.path.join(HERE, "mutations.txt"), encoding="utf-8") as file:
         lines = [line.strip() for line in file]
     return [Mutation(*(part.strip() for part in line.split(" | ")))
@@ -42,6 +50,15 @@ def run(command: list[str], **options) -> subprocess.CompletedProcess:
                           errors="replace", check=False, **options)
 
 
+def configure(tree: str, preset: str, folder: str) -> bool:
+    # A plain build is not optimised: the numbers are the same, and the building is most of the time.
+    generator = ["--preset", preset] if preset else ["-G", "Ninja"]
+    done = run(["cmake", *generator, "-B", folder, "-DVORLEN_TOOLS=OFF"], cwd=tree)
+    if done.returncode != 0:
+        print(done.stdout)
+    return done.returncode == 0
+
+
 def build(folder: str, *targets: str) -> bool:
     done = run(["cmake", "--build", folder, "--target", *targets])
     if done.returncode != 0:
@@ -49,12 +66,15 @@ def build(folder: str, *targets: str) -> bool:
     return done.returncode == 0
 
 
-def first_failure(program: str) -> str:
-    """The first test that fails; empty when all pass."""
+def first_failure(program: str, preset: str) -> str:
+    """The first test that fails, or with tsan the place of the first race; empty when there is none."""
     try:
         done = run([program, "--gtest_fail_fast", "--gtest_brief=1"], timeout=TIME_LIMIT)
     except subprocess.TimeoutExpired:
         return f"none in {TIME_LIMIT} s: the program does not end"
+    if preset == "tsan":
+        race = re.search(r"^SUMMARY: (ThreadSanitizer: data race) \S*/src/(.*)", done.stdout, re.MULTILINE)
+        return f"{race[1]} {race[2]}" if race else ""
     if done.returncode == 0:
         return ""
     failed = re.search(r"^\[  FAILED  \] ([\w./]+)", done.stdout, re.MULTILINE)
@@ -63,28 +83,26 @@ def first_failure(program: str) -> str:
 
 def main() -> int:
     mutations = read_mutations(sys.argv[1] if len(sys.argv) > 1 else "")
-    programs = sorted({mutation.program for mutation in mutations})
+    presets = sorted({mutation.preset for mutation in mutations})
     survivors, broken = 0, 0
     with tempfile.TemporaryDirectory() as tree:
-        for name in ("CMakeLists.txt", "cmake", "src", "tests", "examples", "docs"):
+        for name in ("CMakeLists.txt", "CMakePresets.json", "cmake", "src", "tests", "examples", "docs"):
             source = os.path.join(ROOT, name)
             copy = shutil.copytree if os.path.isdir(source) else shutil.copy
             copy(source, os.path.join(tree, name))
-        folder = os.path.join(tree, "build")
-        # Not optimised: the numbers are the same, and the building is most of the time.
-        configured = run(["cmake", "-G", "Ninja", "-S", tree, "-B", folder, "-DVORLEN_TOOLS=OFF"])
-        if configured.returncode != 0:
-            print(configured.stdout)
-            return 2
-        if not build(folder, *programs):
-            return 2
-        for program in programs:
-            failure = first_failure(find_program(folder, program))
-            if failure:
-                print(f"{program} fails without any mutation: {failure}")
+        for preset in presets:
+            of_preset = [mutation for mutation in mutations if mutation.preset == preset]
+            folder = os.path.join(tree, "build" + preset)
+            if not configure(tree, preset, folder) or not build(folder, *{each.target for each in of_preset}):
                 return 2
+            for program in sorted({mutation.program for mutation in of_preset}):
+                failure = first_failure(os.path.join(folder, program), preset)
+                if failure:
+                    print(f"{program} fails without any mutation: {failure}")
+                    return 2
         for mutation in mutations:
             path = os.path.join(tree, "src", mutation.file)
+            folder = os.path.join(tree, "build" + mutation.preset)
             with open(path, encoding="utf-8") as file:
                 original = file.read()
             verdict = "can't be made: the text does not stand there once"
@@ -92,8 +110,9 @@ def main() -> int:
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(original.replace(mutation.old, mutation.new))
                 verdict = "does not compile"
-                if build(folder, mutation.program):
-                    verdict = first_failure(find_program(folder, mutation.program)) or "SURVIVES"
+                if build(folder, mutation.target):
+                    program = os.path.join(folder, mutation.program)
+                    verdict = first_failure(program, mutation.preset) or "SURVIVES"
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(original)
             survivors += verdict == "SURVIVES"
@@ -101,10 +120,6 @@ def main() -> int:
             print(f"{mutation.file}: {mutation.old} -> {mutation.new}\n    {verdict}", flush=True)
     print(f"{len(mutations)} mutations, {survivors} survive" + (f", {broken} could not be tried" if broken else ""))
     return 2 if broken else 1 if survivors else 0
-
-
-def find_program(folder: str, name: str) -> str:
-    return os.path.join(folder, "tests", name.removesuffix("_tests"), name)
 
 
 if __name__ == "__main__":
