@@ -1,5 +1,6 @@
 // What the XML library takes to parse a recipe stays below what is asked for before it is called; and so a recipe that
-// is too large for the memory of the process is refused before anything is built that could not be given back.
+// is too large for the memory of the process is refused before anything is built that could not be given back. What the
+// reader makes of a recipe has a bound too.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 
 #include "api/vorlen_solver.h"
 #include "recipe/load_document.h"
+#include "recipe/read_outcome.h"
 #include "support/allocation_counter.h"
 #include "support/recipe_builder.h"
 
@@ -98,6 +100,28 @@ TEST_F(ParserMemory, ARecipeTooLargeForTheMemoryIsRefusedAndLeavesNothing) {
   EXPECT_EQ(0, left);
   EXPECT_EQ(1, runSurfChem(input.c_str(), "", told));
   EXPECT_STREQ("Element NonstSurfChem:material is not found", told);
+}
+
+// As many stages as there may be, with names as long as there may be: 268435456 bytes / 1000000 = 268.4. A growing list
+// of 2^20 records of 512 bytes lies beside its old self of half the size, 0.81e9 bytes; half of the names are there
+// then, 0.13e9, and some bytes of the allocator with each.
+TEST(ReaderMemory, OfOneMillionStagesWithTheLongestNamesIsOneGigabyte) {
+  const auto named = [](std::size_t length) {
+    RecipeBuilder recipe;
+    recipe.make_periodic(1, 1000000, 1).set("process_stages/stage_1/stage_1_1/name", std::string(length, 'x'));
+    return recipe;
+  };
+  const long before = live_bytes;
+  peak_bytes = before;
+  const ReadOutcome outcome = read(named(268));
+  const long peak = peak_bytes;
+  EXPECT_EQ(0, outcome.status) << outcome.error;
+  EXPECT_EQ(1000000u, outcome.recipe.active_stages.size());
+  if (LIVE_BLOCKS_KNOWN) {
+    EXPECT_GE(1'000'000'000, peak - before);
+    EXPECT_LE(800'000'000, peak - before) << "the memory is not counted";
+  }
+  expect_refused(named(269), "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
 }
 
 }  // namespace

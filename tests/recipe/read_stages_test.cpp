@@ -405,15 +405,6 @@ TEST(ReadPeriodicStages, NamesOfTheLargestCountsAreAddedUp) {
                  "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
 }
 
-TEST(ReadPeriodicStages, OneMillionStagesWithNamesOf268BytesPass) {
-  // 268435456 / 1000000 = 268.4
-  const auto named = [](std::size_t length) {
-    return RecipeBuilder().make_periodic(1, 1000000, 1).set(STAGE + "stage_1_1/name", std::string(length, 'x'));
-  };
-  expect_read(named(268));
-  expect_refused(named(269), "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
-}
-
 TEST(ReadPeriodicStages, ABadSubStageIsToldBeforeTheTotal) {
   expect_refused(RecipeBuilder().make_periodic(1, 2147483647, 1).set(STAGE + "stage_1_1/tau", "0"),
                  "Duration tau is less than 1e-4 s in stage_1_1");
