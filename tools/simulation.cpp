@@ -111,7 +111,6 @@ ResultPaths result_paths(const std::string& result) {
 SimulationReport simulate(const Job& job, const std::string& temporary) {
   SimulationReport report;
   copy_text(sha256_of_file(job.recipe), report.recipe_sha256);
-  const double end_time = end_of_process(job.recipe);
   std::array<char, VORLEN_ERROR_BUFFER_SIZE> text{};
   const auto start = std::chrono::steady_clock::now();
   report.result = runSurfChem(job.recipe.c_str(), temporary.c_str(), text.data());
@@ -122,6 +121,8 @@ SimulationReport simulate(const Job& job, const std::string& temporary) {
   if (!read_result_file(temporary, result, ignored)) result.rows.clear();
   report.keep_rows = !result.rows.empty();
   if (report.result == 0) {
+    const bool recipe_changed = sha256_of_file(job.recipe) != report.recipe_sha256.data();
+    const double end_time = recipe_changed ? NAN : end_of_process(job.recipe);
     const std::string fault = fault_of(result.rows, cut, end_time, job.paths.result);
     report.result = fault.empty() ? 0 : 1;
     copy_text(fault, report.text);

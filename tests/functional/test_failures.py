@@ -1,5 +1,7 @@
 """What the tool does with input that it can't use, and with odd but good input."""
 import os
+import resource
+import signal
 import unittest
 
 from support import InAFolder, Result, example
@@ -123,32 +125,36 @@ class OddNames(InAFolder):
 class DamagedResults(InAFolder):
     """A disk that fills up shows as a file that is cut off. A limit on the size of files stands for it here."""
 
-    def test_a_file_cut_off_is_not_shown_as_a_result(self):
-        import resource
-        import signal
-        import subprocess
-
-        from support import VORLEN
-        recipe = example("algan_gan_hemt")
-        self.assertEqual(self.run_tool("run", recipe, "-o", "whole.txt").returncode, 0)
-        limit = os.path.getsize(self.path("whole.txt")) // 2
+    def run_with_a_limit(self, limit):
+        """A run whose result may have limit bytes."""
 
         def limit_file_size():
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
             resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
 
-        run = subprocess.run([VORLEN, "run", recipe, "-o", "cut.txt"], cwd=self.folder, capture_output=True,
-                             encoding="utf-8", check=False, preexec_fn=limit_file_size)
+        return self.run_tool("run", example("algan_gan_hemt"), "-o", "cut.txt", preexec_fn=limit_file_size)
+
+    def test_a_file_cut_off_is_no_result_and_its_whole_rows_are_kept(self):
+        self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", "whole.txt").returncode, 0)
+        whole = self.read("whole.txt")
+        end_of_row = whole.rfind(b"\n", 0, len(whole) // 2) + 1
+        for limit in (end_of_row - 1, end_of_row, end_of_row + 1, len(whole) - 1):
+            with self.subTest(limit):
+                run = self.run_with_a_limit(limit)
+                self.assertEqual((run.returncode, run.stdout), (1, ""))
+                self.assertEqual(run.stderr, "vorlen: cut.txt: the file ends before the run does. Is the disk full?\n"
+                                             "The rows up to there are in cut.failed.txt\n")
+                self.assertNotIn("cut.txt", os.listdir(self.folder))
+                self.assertEqual(self.read("cut.failed.txt"), whole[:whole.rfind(b"\n", 0, limit) + 1])
+                self.assertGreater(len(Result(self.path("cut.failed.txt")).active_rows), 0)
+                self.assertEqual(self.run_tool("show", "cut.failed.txt").returncode, 0)
+
+    def test_a_file_cut_off_before_its_first_row(self):
+        run = self.run_with_a_limit(100)  # within the list of layers
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertEqual(run.stderr, "vorlen: cut.txt: the file ends before the run does. Is the disk full?\n"
-                                     "The rows up to there are in cut.failed.txt\n")
-        self.assertNotIn("cut.txt", os.listdir(self.folder))
-        # What fits, without the part of a row at its end.
-        kept = self.read("cut.failed.txt")
-        whole = self.read("whole.txt")
-        self.assertEqual(kept, whole[:whole.rfind(b"\n", 0, limit) + 1])
-        self.assertEqual(self.run_tool("show", "cut.failed.txt").returncode, 0)
-        self.assertGreater(len(Result(self.path("cut.failed.txt")).active_rows), 0)
+                                     "No row could be written\n")
+        self.assertEqual(os.listdir(self.folder), [])
 
 
 if __name__ == "__main__":
