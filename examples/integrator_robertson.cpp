@@ -5,6 +5,7 @@
 //   y3' =                        3e7 y2^2
 //
 // integrated from (1, 0, 0) to x = 1e11 with a numerical Jacobian. Prints the end values and the work done.
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
@@ -21,8 +22,8 @@ int main() {
   const std::int32_t n = 3;
   const std::int32_t lwork = 20 + 12 * n + 4 * n * n;  // full Jacobian, no mass matrix
   const std::int32_t liwork = 20 + 3 * n;
-  std::vector<double> WORK(lwork, 0.0);  // 0 in a parameter slot selects its default
-  std::vector<std::int32_t> IWORK(liwork, 0);
+  std::vector<double> WORK(static_cast<std::size_t>(lwork), 0.0);  // 0 in a parameter slot selects its default
+  std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
   double x = 0.0, y[n] = {1.0, 0.0, 0.0}, h = 1e-6, rtol = 1e-8, atol = 1e-16;
   std::int32_t mljac = n, mujac = n, mumas = 0, idid = 0;
 
