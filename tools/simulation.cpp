@@ -62,7 +62,7 @@ bool drop_cut_line(const std::string& path) {
 // What is wrong with the rows of a run that has ended normally, at end_time [s] by the recipe; empty if nothing. cut: a
 // line has been dropped behind them.
 std::string fault_of(const std::vector<ResultRow>& rows, bool cut, double end_time, const std::string& name) {
-  const std::string cut_off = name + ": the file ends before the run does. Is the disk full?";
+  std::string cut_off = name + ": the file ends before the run does. Is the disk full?";
   if (rows.empty()) return cut_off + "\nNo row could be written";
   // A file can end between two rows. The recipe tells where it has to: layers can't be told apart in all files.
   const double gap = std::fabs(rows.back().at(ResultColumn::TIME) - end_time);
