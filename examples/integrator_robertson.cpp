@@ -22,8 +22,8 @@ int main() {
   const std::int32_t n = 3;
   const std::int32_t lwork = 20 + 12 * n + 4 * n * n;  // full Jacobian, no mass matrix
   const std::int32_t liwork = 20 + 3 * n;
-  std::vector<double> WORK(static_cast<std::size_t>(lwork), 0.0);  // 0 in a parameter slot selects its default
-  std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
+  std::vector<double> WORK(lwork, 0.0);  // 0 in a parameter slot selects its default
+  std::vector<std::int32_t> IWORK(liwork, 0);
   double x = 0.0, y[n] = {1.0, 0.0, 0.0}, h = 1e-6, rtol = 1e-8, atol = 1e-16;
   std::int32_t mljac = n, mujac = n, mumas = 0, idid = 0;
 
@@ -34,6 +34,6 @@ int main() {
   std::printf("y = %.9e %.9e %.9e\n", y[0], y[1], y[2]);
   const char* names[] = {"rhs_calls",      "jacobian_count",      "step_count", "accepted_count",
                          "rejected_count", "factorisation_count", "solve_count"};
-  for (int k = 0; k < 7; ++k) std::printf("%-20s %d\n", names[k], IWORK[13 + k]);
+  for (std::size_t k = 0; k < 7; ++k) std::printf("%-20s %d\n", names[k], IWORK[13 + k]);
   return idid == 1 ? 0 : 1;
 }

@@ -156,7 +156,7 @@ TEST(PairKernels, PassInfinitiesNotANumbersAndTheEndsOfTheRange) {
   RandomNumbers random(34);
   const double special[] = {INF, -INF, NOT_A_NUMBER, 1e308, -1e308, 5e-324, -2e-310, 0.0, -0.0};
   for (const std::int32_t n : ORDERS) {
-    for (int trial = 0; trial < 3000; ++trial) {
+    for (std::size_t trial = 0; trial < 3000; ++trial) {
       SCOPED_TRACE(std::to_string(n) + " trial " + std::to_string(trial));
       System system = Drawn(n, n, [&random] { return Sparse(random); });
       for (Reals* values : {&system.A, &system.AR, &system.AI, &system.B, &system.BR, &system.BI}) {
