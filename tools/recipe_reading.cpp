@@ -43,8 +43,6 @@ struct Scope {
   std::map<std::string, double> values{};  // of this element's children
 };
 
-bool is_blank(const char* text) { return text[std::strspn(text, " \t\n\r\v\f")] == '\0'; }
-
 std::string with(std::string text, std::string_view mark, const std::string& by) {
   const std::size_t at = text.find(mark);
   return at == std::string::npos ? text : text.replace(at, mark.size(), by);

@@ -4,6 +4,7 @@
 #include <tinyxml.h>
 
 #include <array>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <string>
@@ -53,6 +54,9 @@ struct Reading {
   std::string material, transport_model, reactor;
   std::vector<ReadStage> stages;  // single active stages in the order of the file, periods not repeated
 };
+
+// True for a text of blanks, and for an empty one.
+inline bool is_blank(const char* text) { return text[std::strspn(text, " \t\n\r\v\f")] == '\0'; }
 
 // Reads the document as far as it can be read.
 Reading read_all(const TiXmlDocument& document);

@@ -13,8 +13,6 @@ namespace recipe {
 
 namespace {
 
-bool is_blank(const char* text) { return text[std::strspn(text, " \t\n\r\v\f")] == '\0'; }
-
 // The names of the stages in a list begin with this; "stage_2_" in the periodic stage_2.
 std::string list_prefix(const Row& row, const TiXmlElement& list) {
   if (row.section == Section::periodic) return list.ValueStr() + "_";

@@ -7,13 +7,13 @@
 
 #include "model/residual_terms.h"
 #include "model/surfchem_nonst.h"
+#include "model/transport.h"
 
 namespace vorlen {
 
 namespace {
 
 constexpr double R_kJ = 8314.0 * 0.001;        // gas constant of the equilibrium constants, J/(mol K)
-constexpr double R_J = 8314.0;                 // gas constant of the transport, J/(kmol K)
 constexpr double R_act = 8314.47;              // gas constant of the activities, J/(kmol K)
 constexpr double R_kin = (2.0 * PI) * 8314.0;  // factor of the Hertz-Knudsen flux
 constexpr double c_In_max = 1.901e-08;         // saturation of c_a[In_a] in the vacancy law, kmol/m^2

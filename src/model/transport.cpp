@@ -8,7 +8,6 @@ namespace vorlen {
 
 namespace {
 
-constexpr double R_J = 8314.0;        // gas constant, J/(kmol K)
 constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
 constexpr double D_MIN = 1e-20;       // m^2/s
 constexpr double GR_REF_MIN = 1e-10;  // nm/s
