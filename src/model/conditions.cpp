@@ -81,7 +81,8 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   if (stage_changed) set_stage_delta(stage);
 
   // Mole fractions follow from the flows alone: while these stay so do the fractions, to the last bit, and the partial
-  // pressures unless the pressure moves. No flow or pressure is ever -0, so equal ones have equal bits.
+  // pressures unless the pressure moves. No flow or pressure is ever -0, so equal ones have equal bits. A new stage may
+  // have other layers: then the mixture gets a new number all the same.
   const bool flows_stay = reuse_terms && Q == terms.Q_of_x;
   if (flows_stay && P == terms.P_of_p && !stage_changed) return 0;
   ++terms.mixture;

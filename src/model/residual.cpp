@@ -227,7 +227,8 @@ const CompositionTerms& composition_terms(SurfChemNonst& m, const ConditionTerms
 
 double SurfChemNonst::k_plus(std::size_t b) const { return rate_constant(K_plus_A[b], K_plus_Ta[b], K_plus_Tn[b], T); }
 
-// One by one: a component that was just moved alone would keep a copy of the whole waiting.
+// One by one: a block copy loads several components at once, and would wait for the store of the one that the Jacobian
+// has just moved.
 void SurfChemNonst::unpack_state(const double* y) {
   c_a[In_a] = y[0];
   c_a[Ga_a] = y[1];
@@ -278,7 +279,8 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   if (vacancy_model == VACANCY_In) {
     const double s = 1.0 - c_a[In_a] / c_In_max;
     site_bulk[InN_b] = s;
-    for (GasSpecies i : {In_g, TMInNH3_g, MMIn_g, TMIn_g}) site_gas[i] = s;
+    for (GasSpecies i : INDIUM_PRECURSORS) site_gas[i] = s;
+    site_gas[In_g] = s;
   }
 
   // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface. Here those that depend

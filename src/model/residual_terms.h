@@ -1,10 +1,12 @@
-// Parts of the residual that are kept from one evaluation to the next: what follows from the process conditions alone
-// and what follows from the composition of the solid under these conditions.
+// Parts of the residual that are kept from one evaluation to the next: what follows from the process conditions alone,
+// what follows from the composition of the solid under these conditions, with the powers in it one by one, and what
+// follows from the depth.
 //
 // The integrator evaluates at few conditions many times: the three stages of a step in each Newton iteration, and the
 // begin of the step for every column of the Jacobian, of which most leave the composition alone. The key of a kept set
-// is every input of its formulas, compared bit by bit, and the values are stored as they were computed; so an
-// evaluation has the same bits as one that computes everything anew.
+// is every input of its formulas, compared bit by bit (equal conditions may be told by the number of their mixture
+// instead), and the values are stored as they were computed; so an evaluation has the same bits as one that computes
+// everything anew.
 #pragma once
 
 #include <array>
@@ -20,7 +22,8 @@ inline bool equal_bits(double a, double b) {
   return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
 
-// Everything that the condition terms are computed from. The first value of an empty set equals no number.
+// Everything that the condition terms are computed from, or that this follows from: partial pressures follow from x and
+// P, and the free sites of the species concerned stay 1. The first value of an empty set equals no number.
 struct ConditionKey {
   double T = std::numeric_limits<double>::quiet_NaN(), P = 0.0, Q_total = 0.0, omega_TDR = 0.0;
   std::uint64_t mixture = 0;                        // number of the mixture: equal ones have the values below in common
@@ -39,7 +42,8 @@ struct ConditionTerms {
   double K_H2_des = 0.0;                    // Kd of hydrogen to the power 1.5
   std::array<double, N_GAS> R_transport{};  // transport resistance without free sites
   std::array<double, N_GAS> R_kinetic{};    // 1 / v_kin
-  // Of the species that carry no indium; fluxes and resistances of those that desorb are overwritten in the model.
+  // Of the species that carry no indium. In the model the fluxes of those that desorb are overwritten, and the
+  // resistance of nitrogen.
   std::array<double, N_GAS> R_gas{}, J{};  // resistance, flux without desorption
   double Ga_supply = 0.0;                  // flux of all gallium precursors
   std::array<double, N_BULK> N2_factor{};  // base of each power in the nitrogen factor

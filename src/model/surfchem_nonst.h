@@ -242,7 +242,8 @@ class SurfChemNonst {
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
   double relative_mismatch() const;
-  // Strain that the reactions of the dislocations from below relieve at thickness z_at; not a number below z_start.
+  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start the formula
+  // goes on, where eps_relaxed is 0.
   double eps_reacted(double z_at, double h_at) const;
   // The kept or newly computed terms of the present depth.
   const DepthTerms& depth_terms();

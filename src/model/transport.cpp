@@ -127,7 +127,7 @@ void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in
     const std::size_t j = present[row];
     const double x_j = x_in[j];
     if (x_j == 0.0) continue;
-    double T_star[N_GAS], factor[N_GAS], share[N_GAS];
+    double T_star[N_GAS], omega[N_GAS], factor[N_GAS];
     for (std::size_t k = 0; k < n; ++k) T_star[k] = eps_pair[j][present[k]];
     for (std::size_t k = 0; k < n; ++k) factor[k] = D_binary[j][present[k]];
     for (std::size_t k = 0; k < n; ++k) T_star[k] = T_gas / T_star[k];
@@ -136,13 +136,13 @@ void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in
       const bool is_known = k < row && x_in[present[k]] != 0.0;
       L[row][k] = is_known ? L[k][row] : k == row ? 1.0 : std::log(T_star[k]) + OMEGA_LOG_SHIFT;
     }
-    for (std::size_t k = 0; k < n; ++k) share[k] = x_j / (omega_inverse_of(L[row][k]) * (factor[k] * s));
+    for (std::size_t k = 0; k < n; ++k) omega[k] = omega_inverse_of(L[row][k]);
     for (std::size_t k = 0; k < n; ++k) {
-      if (!(T_star[k] > OMEGA_FIT_FROM)) share[k] = x_j / (omega_inverse(T_star[k]) * (factor[k] * s));
+      if (!(T_star[k] > OMEGA_FIT_FROM)) omega[k] = omega_inverse(T_star[k]);
     }
-    const double sum_of_others = sum[row];
-    for (std::size_t k = 0; k < n; ++k) sum[k] += share[k];
-    sum[row] = sum_of_others;
+    const double sum_of_row = sum[row];  // a species does not hinder itself: its own share is taken out again
+    for (std::size_t k = 0; k < n; ++k) sum[k] += x_j / (omega[k] * (factor[k] * s));
+    sum[row] = sum_of_row;
   }
   for (std::size_t k = 0; k < n; ++k) D_out[present[k]] = (1.0 - x_in[present[k]]) / sum[k];
 }

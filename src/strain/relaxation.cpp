@@ -4,7 +4,8 @@
 //   relieved strain = 1/2 b tan(V) int rho dw = b/(2 L_TD) ln(1 + rho(0) L_TD tan(V) w).
 // Once V-defects have set in at z0, both laws start anew there with two dislocations more for each defect.
 //
-// The logarithms of this file take their factors in different orders, and last bits with them: they share no product.
+// The logarithm of relative_mismatch takes its factors in another order than those of the strain, and has other last
+// bits: the two share no product.
 #include <cmath>
 
 #include "model/surfchem_nonst.h"
@@ -31,12 +32,12 @@ double SurfChemNonst::rho_TD_at(double rho, double z_at, double h_at) const {
 }
 
 double SurfChemNonst::eps_relaxed(double rho, double z_at, double h_at) const {
-  const double A = 0.5 * b_burgers * INV_L_TD;
   if (Z0_FOUND < z0 && z0 < z_at && 0.0 < rho) {
-    return std::log((2.0 * rho + rho_TD_z0) * L_TD * tan_V * (z_at - z0 - h_at + h_z0) + 1.0) * A + eps_r_z0;
+    return std::log((2.0 * rho + rho_TD_z0) * L_TD * tan_V * (z_at - z0 - h_at + h_z0) + 1.0) *
+               (0.5 * b_burgers * INV_L_TD) +
+           eps_r_z0;
   }
-  if (z_start > z_at) return 0.0;
-  return std::log(rho_TD0 * L_TD * tan_V * (z_at - z_start - h_at) + 1.0) * A;
+  return z_start > z_at ? 0.0 : eps_reacted(z_at, h_at);
 }
 
 double SurfChemNonst::eps_reacted(double z_at, double h_at) const {

@@ -58,6 +58,18 @@ TEST(MixtureDiffusion, ATraceInOneGasHasTheBinaryCoefficient) {
   EXPECT_NEAR(D[N2_g], D_N2_H2, 1e-14 * D_N2_H2);
 }
 
+// At T* = 0.3 exactly Omega is 2.662; the branch in the logarithm gives another last bit.
+TEST(MixtureDiffusion, TheBoundBelongsToTheRationalBranch) {
+  BuiltModel model(plain_recipe());
+  const double T_gas = 0.3 * 64.0;
+  model->eps_pair[N2_g][H2_g] = model->eps_pair[H2_g][N2_g] = 64.0;
+  std::array<double, N_GAS> x{}, D{};
+  x[H2_g] = 1.0;
+  model->mix_diffusion(T_gas, 1e5, x.data(), D.data());
+  const double coefficient = (1.0 / 2.662) * (model->D_binary[N2_g][H2_g] * (std::pow(T_gas, 1.5) / 1e5));
+  EXPECT_EQ(D[N2_g], 1.0 / (1.0 / coefficient));
+}
+
 TEST(MixtureDiffusion, AMixtureFollowsWilkesRule) {
   BuiltModel model(plain_recipe());
   std::array<double, N_GAS> pure{}, x{}, D_N2{}, D_H2{}, D{};
