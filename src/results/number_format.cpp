@@ -130,10 +130,8 @@ char* ColumnWriter::write_row(char* buffer, std::initializer_list<double> values
     const std::size_t length = row_format_length(value);
     if (begin_[k] + length + 1 != begin_[k + 1]) resize(k, length);
     char* text = &text_[begin_[k]];
-    if (k >= GROUP && bits_[k - GROUP] == bits) {
-      std::memcpy(text, &text_[begin_[k - GROUP]], length);
-    } else if (k >= 1 && bits_[k - 1] == bits) {
-      std::memcpy(text, &text_[begin_[k - 1]], length);
+    if (const std::size_t same = equal_column(k); same != k) {
+      std::memcpy(text, &text_[begin_[same]], length);
     } else {
       write_row_format(text, value);
     }
@@ -143,10 +141,17 @@ char* ColumnWriter::write_row(char* buffer, std::initializer_list<double> values
   return buffer + length;
 }
 
+std::size_t ColumnWriter::equal_column(std::size_t column) const {
+  for (const std::size_t back : {6U, 1U, 7U}) {
+    if (column >= back && bits_[column - back] == bits_[column]) return column - back;
+  }
+  return column;
+}
+
 void ColumnWriter::resize(std::size_t column, std::size_t length) {
   const std::size_t old_end = begin_[column + 1];
   const std::size_t end = begin_[column] + length + 1;
-  std::memmove(&text_[end], &text_[old_end], begin_.back() - old_end);
+  std::memmove(text_.data() + end, text_.data() + old_end, begin_.back() - old_end);
   for (std::size_t k = column + 1; k <= MAX_COLUMNS; ++k) begin_[k] += end - old_end;
   text_[end - 1] = ' ';
 }

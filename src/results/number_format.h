@@ -22,19 +22,22 @@ void append_row_format(std::string& text, double value);
 void append_columns(std::string& text, std::initializer_list<double> values);
 
 // Writes the columns of a table row by row. The text of the last row is kept, and only the columns whose values have
-// changed are written anew in it: as a copy where the value stands in the column before or seven columns before (where
-// the columns (z) repeat the columns (t)).
+// changed are written anew in it: as a copy where the value stands in the column before, or where the columns (z)
+// repeat the columns (t): seven columns before the first of them, six before the others, which have no rho_VD0 among
+// them.
 class ColumnWriter {
  public:
   ColumnWriter();
 
-  // Writes one row of at most 25 values in row format, separated by one blank, and returns its end. There is room for
+  // Writes one row of 1 to 25 values in row format, separated by one blank, and returns its end. There is room for
   // ROW_FORMAT_MAX characters and a blank for each value.
   char* write_row(char* buffer, std::initializer_list<double> values);
 
  private:
   static constexpr std::size_t MAX_COLUMNS = 25;
-  static constexpr std::size_t GROUP = 7;
+
+  // A column before this one that holds the same value, bit for bit; the column itself if there is none to be found.
+  std::size_t equal_column(std::size_t column) const;
 
   // Makes room for length characters in a column, moving those behind it.
   void resize(std::size_t column, std::size_t length);
