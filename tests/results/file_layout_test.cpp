@@ -197,25 +197,24 @@ TEST(FileLayout, ALongHistoryIsWrittenWhole) {
   for (std::size_t i = 0; i < POINTS; ++i) ASSERT_EQ(file.rows[i + 2][0], model->hist_t[i]);
 }
 
-// Rows as long as there are: all 39 columns, with a sign wherever a value may be negative.
+// Rows of all 39 columns. A sign makes a row longer by one, so that each block ends at another place in a row.
 TEST(FileLayout, LongRowsEndWithinTheBlocks) {
   WritingModel model(small_recipe(STRESS_V_dislocation));
   model->detail_output = true;
-  constexpr std::size_t POINTS = 3000;
+  constexpr std::size_t POINTS = 6000;
   for (std::size_t i = 0; i < POINTS; ++i) {
-    add_history(*model, -10.0 - double(i) * 0.002, 1e-7 + double(i) * 2e-12);
-    for (std::vector<double>* list : {&model->hist_In, &model->hist_Ga, &model->hist_Al, &model->hist_N, &model->hist_H,
-                                      &model->hist_K1, &model->hist_h, &model->hist_J0, &model->hist_J1,
-                                      &model->hist_J2, &model->hist_deltaE, &model->hist_E_V_loop, &model->hist_r}) {
-      list->back() = -1.25 - double(i);
-    }
+    add_history(*model, 10.0 + double(i) * 0.002, 1e-7 + double(i) * 2e-12);
+    const double value = 1.25 + double(i);
+    std::vector<double>* const lists[] = {&model->hist_In, &model->hist_Ga, &model->hist_Al, &model->hist_N,
+                                          &model->hist_H,  &model->hist_J0, &model->hist_J1, &model->hist_r};
+    for (std::size_t k = 0; k < std::size(lists); ++k) lists[k]->back() = k < i / 700 ? -value : value;
   }
   const WrittenFile file = model.write();
   ASSERT_EQ(file.rows.size(), POINTS + 2);
   for (std::size_t i = 0; i < POINTS; ++i) {
     ASSERT_EQ(file.rows[i + 2].size(), 39u);
     ASSERT_EQ(file.rows[i + 2][0], model->hist_t[i]);
-    ASSERT_EQ(file.rows[i + 2][38], -1.25 - double(i));
+    ASSERT_EQ(file.rows[i + 2][38], model->hist_r[i]);
   }
 }
 
