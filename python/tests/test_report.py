@@ -311,7 +311,7 @@ def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp
     assert "temperature" in (tmp_path / "a.html").read_text()
     for arguments, told in (
         (["none.txt"], "No such file"),
-        (["a.html"], "a.html, line 1: expected"),
+        (["a.html"], "a.html is not a result file"),
         (["a.result.txt", "--recipe", "none.xml"], "there is no recipe none.xml"),
         (["a.result.txt", "-o", "a.result.txt"], "would overwrite"),
         (["a.result.txt", "-o", "nowhere/a.html"], "No such file"),
