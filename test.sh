@@ -20,6 +20,8 @@ case "$mode" in
 esac
 
 jobs=$(nproc)
+# What one build has compiled another need not: the packages hold what the release build holds.
+export CCACHE_DIR=$PWD/build/ccache CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 logs=build/test-logs
 mkdir -p "$logs"
 summary=()
@@ -97,10 +99,10 @@ compare_builds() {
 
 test_python() {
   local python
-  python=$(python/interpreter.sh pandas pytest hypothesis selenium) || return 1
+  python=$(python/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
   VORLEN=$PWD/build/release/tools/vorlen VORLEN_LIBRARY=$PWD/build/release/src/api/libVorlenSolver.so \
     VORLEN_ENGINES=required \
-    "$python" -B -m pytest -q -c python/pyproject.toml python/tests
+    "$python" -B -m pytest -q -c python/pyproject.toml -n "$jobs" --dist loadfile python/tests
 }
 
 analyse() {

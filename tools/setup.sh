@@ -11,11 +11,12 @@ BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev lib
 PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib python3-jinja2)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
-  clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
+  ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
   # tools that tests call
   bash-completion debootstrap dpkg-dev file git groff-base jing libxml2-utils lintian locales
   # the Python package: tests, formats, installation, browser
-  python3-pytest python3-hypothesis python3-lxml python3-xarray python3-netcdf4 python3-pip python3-venv python3-setuptools
+  python3-pytest python3-pytest-xdist python3-hypothesis python3-lxml python3-xarray python3-netcdf4 python3-pip
+  python3-venv python3-setuptools
   python3-wheel python3-selenium chromium chromium-driver
   # sweeps, fits, notebooks
   python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat python3-scipy

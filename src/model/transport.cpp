@@ -116,7 +116,7 @@ double omega_inverse(double T_star) {
 // instruction, which rounds each as if alone.
 void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const {
   const double s = std::pow(T_gas, 1.5) / P_gas;
-  std::size_t present[N_GAS];
+  std::size_t present[N_GAS] = {};
   std::size_t n = 0;
   for (std::size_t i = 0; i < N_GAS; ++i) {
     if (gas_index[i] >= 0) present[n++] = i;

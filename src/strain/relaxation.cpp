@@ -51,7 +51,7 @@ const DepthTerms& SurfChemNonst::depth_terms() {
            equal_bits(k.eps_r_z0, eps_r_z0);
   };
   if (reuse_terms) {
-    if (DepthTerms* kept = terms.depths.find(matches)) return *kept;
+    if (const DepthTerms* kept = terms.depths.find(matches)) return *kept;
   }
   DepthTerms& d = terms.depths.replace_oldest();
   d.mismatch = relative_mismatch();

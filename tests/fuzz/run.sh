@@ -1,6 +1,6 @@
 #!/bin/bash
 # Feeds the fuzz targets: tests/fuzz/run.sh [SECONDS [FOLDER OF THE TARGETS]]
-# SECONDS in all (60 without), shared out to the three targets; from the seeds, with a fixed random seed. What ends a
+# SECONDS in all (60 without), shared out to the three targets, of which two run at a time; from the seeds, with a fixed random seed. What ends a
 # target (a crash, a finding of a sanitizer, a broken promise, 10 s for one input) is kept in build/fuzz/found, and the
 # exit status is 1. Longer by hand: the corpora in build/fuzz/corpus are kept, and a run goes on from them.
 set -uo pipefail
@@ -28,9 +28,10 @@ feed() {
 }
 
 failures=0
+feed run 40 "$seeds/recipes" &
 feed reader 40 "$seeds/recipes" "$seeds/xml" || failures=$((failures + 1))
 feed nesting 20 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
-feed run 40 "$seeds/recipes" || failures=$((failures + 1))
+wait $! || failures=$((failures + 1))
 for target in reader nesting run; do
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$corpus/$target.log")
   coverage=$(sed -n 's/^#[0-9]*\t.* cov: \([0-9]*\) .*/\1/p' "$corpus/$target.log" | tail -n 1)
