@@ -70,7 +70,7 @@ vapour-phase epitaxy over a whole process recipe.
 This package holds the program vorlen, which checks and runs recipes and shows
 what grew, the schema of recipes for editors, and the Python package vorlen.")
 
-# Each package tells its history and whose it is, where Debian's policy wants it.
+# Each package tells its history and whose it is, where Debian's policy wants it, and what it does otherwise.
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
 configure_file(cmake/debian/copyright.in debian/copyright @ONLY)
 find_program(GZIP_PROGRAM gzip)
@@ -85,6 +85,11 @@ foreach(part library:${library_package} development:libvorlensolver-dev tool:vor
     DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}" COMPONENT ${component})
   install(FILES "${CMAKE_CURRENT_BINARY_DIR}/debian/copyright"
     DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}" COMPONENT ${component})
+  if(NOT component STREQUAL development)
+    configure_file(cmake/debian/lintian-overrides.in debian/${package} @ONLY)
+    install(FILES "${CMAKE_CURRENT_BINARY_DIR}/debian/${package}"
+      DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides" COMPONENT ${component})
+  endif()
 endforeach()
 
 include(CPack)

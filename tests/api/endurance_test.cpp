@@ -9,6 +9,7 @@
 #include "api/breakdown_recipes.h"
 #include "api/run_support.h"
 #include "support/recipe_builder.h"
+#include "support/sanitizer.h"
 
 namespace vorlen_test {
 namespace {
@@ -22,7 +23,7 @@ long resident_bytes() {
 // Runs of each kind by turns. A page of a library that is used late may come in; a block lost in each run of one kind
 // would be 2500 blocks, of 32 bytes or more in practice 80 kB, and one in each run 320 kB.
 TEST(Endurance, TenThousandRunsLeaveTheResidentMemoryFlat) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef VORLEN_ADDRESS_SANITIZER
   GTEST_SKIP() << "the sanitizer keeps what is given back";
 #endif
   const TempFolder folder;

@@ -8,11 +8,12 @@
 #include "api/breakdown_recipes.h"
 #include "api/run_support.h"
 #include "support/recipe_builder.h"
+#include "support/sanitizer.h"
 
 namespace vorlen_test {
 namespace {
 
-#ifdef __SANITIZE_THREAD__
+#ifdef VORLEN_THREAD_SANITIZER
 constexpr int REPEATS = 10;  // of each thread; a race shows at the first
 #else
 constexpr int REPEATS = 200;

@@ -1,8 +1,9 @@
 #!/bin/bash
 # Feeds the fuzz targets: tests/fuzz/run.sh [SECONDS [FOLDER OF THE TARGETS]]
-# SECONDS in all (60 without), shared out to the three targets, of which two run at a time; from the seeds, with a fixed random seed. What ends a
-# target (a crash, a finding of a sanitizer, a broken promise, 10 s for one input) is kept in build/fuzz/found, and the
-# exit status is 1. Longer by hand: the corpora in build/fuzz/corpus are kept, and a run goes on from them.
+# SECONDS in all (60 without), shared out to the four targets, of which two run at a time; from the seeds, with a fixed
+# random seed. What ends a target (a crash, a finding of a sanitizer, a broken promise, 10 s for one input) is kept in
+# build/fuzz/found, and the exit status is 1. Longer by hand: the corpora in build/fuzz/corpus are kept, and a run goes on
+# from them.
 set -uo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/../.." || exit 1
@@ -15,7 +16,7 @@ fi
 seeds=build/fuzz/seeds
 corpus=build/fuzz/corpus
 found=build/fuzz/found
-mkdir -p "$corpus"/{reader,nesting,run} "$found"
+mkdir -p "$corpus"/{reader,nesting,memory,run} "$found"
 python3 tests/fuzz/seeds.py "$seeds" || exit 1
 
 # feed TARGET SHARE SEEDS...: SHARE in per cent of the seconds.
@@ -29,10 +30,11 @@ feed() {
 
 failures=0
 feed run 40 "$seeds/recipes" &
-feed reader 40 "$seeds/recipes" "$seeds/xml" || failures=$((failures + 1))
-feed nesting 20 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
+feed reader 30 "$seeds/recipes" "$seeds/xml" || failures=$((failures + 1))
+feed nesting 15 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
+feed memory 15 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
 wait $! || failures=$((failures + 1))
-for target in reader nesting run; do
+for target in reader nesting memory run; do
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$corpus/$target.log")
   coverage=$(sed -n 's/^#[0-9]*\t.* cov: \([0-9]*\) .*/\1/p' "$corpus/$target.log" | tail -n 1)
   if [ -n "$executions" ] && [ -n "$coverage" ]; then

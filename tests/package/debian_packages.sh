@@ -31,7 +31,6 @@ expect() {
 }
 
 version=$(field vorlen Version)
-expect libvorlensolver1 Depends 'libtinyxml2\.6\.2v5'
 expect libvorlensolver1 Depends 'libc6'
 expect libvorlensolver-dev Depends "libvorlensolver1 \(= $version\)"
 expect vorlen Depends "libvorlensolver1 \(= $version\)"

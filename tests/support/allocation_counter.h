@@ -6,9 +6,11 @@
 #include <atomic>
 #include <cstddef>
 
+#include "support/sanitizer.h"
+
 namespace vorlen_test {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(VORLEN_ADDRESS_SANITIZER) || defined(VORLEN_THREAD_SANITIZER)
 inline constexpr bool LIVE_BLOCKS_KNOWN = false;
 #else
 inline constexpr bool LIVE_BLOCKS_KNOWN = true;
@@ -20,8 +22,5 @@ extern std::atomic<long> live_bytes;     // their usable bytes
 extern std::atomic<long> peak_bytes;     // largest live_bytes since the test has set it
 extern std::atomic<long> refused_from;   // number of the first allocation that fails; negative: none
 extern std::atomic<long> refused_count;  // how many fail from that one on
-
-// Whether the last refused allocation was asked for by TinyXML, at any depth.
-extern std::atomic<bool> refused_in_parser;
 
 }  // namespace vorlen_test

@@ -1,0 +1,44 @@
+// A host that has a TinyXML of its own, another version, and shows it to the libraries that it links: VorlenSolver must
+// not take its functions for those of the TinyXML that it was built with.
+#include <cstdio>
+#include <cstdlib>
+
+#include "api/vorlen_solver.h"
+
+namespace {
+
+[[noreturn]] void taken(const char* name) {
+  std::fprintf(stderr, "the library calls the host's %s\n", name);
+  std::exit(1);
+}
+
+}  // namespace
+
+enum TiXmlEncoding { TIXML_ENCODING_UNKNOWN };
+class TiXmlParsingData;
+
+struct TiXmlElement {
+  const char* Attribute(const char* name) const;
+};
+
+struct TiXmlNode {
+  const TiXmlElement* FirstChildElement(const char* value) const;
+};
+
+struct TiXmlDocument {
+  TiXmlDocument();
+  const char* Parse(const char* text, TiXmlParsingData* data, TiXmlEncoding encoding);
+};
+
+const char* TiXmlElement::Attribute(const char*) const { taken("TiXmlElement::Attribute"); }
+const TiXmlElement* TiXmlNode::FirstChildElement(const char*) const { taken("TiXmlNode::FirstChildElement"); }
+TiXmlDocument::TiXmlDocument() { taken("TiXmlDocument"); }
+const char* TiXmlDocument::Parse(const char*, TiXmlParsingData*, TiXmlEncoding) { taken("TiXmlDocument::Parse"); }
+
+int main(int argc, char** argv) {
+  if (argc != 2) return 2;
+  char text[VORLEN_ERROR_BUFFER_SIZE] = "";
+  if (runSurfChem(argv[1], "", text) == 0) return 0;
+  std::fprintf(stderr, "%s\n", text);
+  return 1;
+}
