@@ -128,7 +128,7 @@ forget_counts() { find build/coverage -name '*.gcda' -delete; }
 phase "Packages" tools/setup.sh test || exit 1
 case "$mode" in
   --coverage)
-    phase "Build: coverage" build coverage -DVORLEN_TESTS=ON && forget_counts &&
+    phase "Build: coverage" build coverage -DVORLEN_TESTS=ON -DVORLEN_TOOLS=OFF && forget_counts &&
       phase "Tests: coverage" run_tests coverage && phase "Coverage of src/" report_coverage
     ;;
   --packages) phase "Packages on a fresh Debian" tests/package/clean_debian.sh ;;

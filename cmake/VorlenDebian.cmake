@@ -70,7 +70,7 @@ vapour-phase epitaxy over a whole process recipe.
 This package holds the program vorlen, which checks and runs recipes and shows
 what grew, the schema of recipes for editors, and the Python package vorlen.")
 
-# Each package tells its history and whose it is, where Debian's policy wants it, and what it does otherwise.
+# Each package tells its history and whose it is, where Debian's policy wants it, and where it departs from it.
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
 configure_file(cmake/debian/copyright.in debian/copyright @ONLY)
 find_program(GZIP_PROGRAM gzip)

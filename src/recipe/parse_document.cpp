@@ -1,10 +1,9 @@
 // While it reads an element, an attribute or a text, the parser holds it by a local variable alone, and links it behind
 // that: an allocation that fails meanwhile would lose it. So what is not linked yet is noted here. For this the
-// parser's calls of operator new and delete are led to the two functions at the end (src/CMakeLists.txt). It makes its
+// parser's calls of operator new and delete are led to the functions at the end (src/CMakeLists.txt). It makes its
 // objects by them and nothing else; the memory of its strings comes from the C++ library and goes with the objects.
 #include "recipe/parse_document.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <new>
@@ -14,6 +13,11 @@
 namespace vorlen {
 
 namespace {
+
+// The parser's elements are known by their size.
+static_assert(sizeof(TiXmlElement) != sizeof(TiXmlAttribute) && sizeof(TiXmlElement) != sizeof(TiXmlComment) &&
+              sizeof(TiXmlElement) != sizeof(TiXmlDeclaration) && sizeof(TiXmlElement) != sizeof(TiXmlText) &&
+              sizeof(TiXmlElement) != sizeof(TiXmlUnknown));
 
 bool is_linked(const TiXmlNode& node) {
   const TiXmlNode* const parent = node.Parent();
@@ -47,14 +51,6 @@ void note_new(UnlinkedObjects& unlinked, void* block, std::size_t size) {
   }
 }
 
-// The block may be memory of a string. What was noted behind a deleted element stands below it.
-void note_delete(UnlinkedObjects& unlinked, const void* block) {
-  auto& [elements, n_elements, last] = unlinked;
-  if (block == last) last = nullptr;
-  n_elements =
-      static_cast<std::size_t>(std::find(elements.begin(), elements.begin() + n_elements, block) - elements.begin());
-}
-
 void delete_objects(UnlinkedObjects& unlinked) {
   auto& [elements, n_elements, last] = unlinked;
   const TiXmlNode* const node = dynamic_cast<TiXmlNode*>(last);
@@ -67,20 +63,26 @@ void delete_objects(UnlinkedObjects& unlinked) {
 
 thread_local UnlinkedObjects* unlinked_objects = nullptr;  // of the parser that runs on this thread
 
+void note_delete(const void* block) {
+  // The block may be memory of a string. An element is not deleted while the text is parsed.
+  if (unlinked_objects != nullptr && block == unlinked_objects->last) unlinked_objects->last = nullptr;
+}
+
 }  // namespace
 
 void parse_document(const char* text, TiXmlDocument& document) {
   UnlinkedObjects unlinked;
+  UnlinkedObjects* const outer = unlinked_objects;  // of a call that has come here from the host's operator new
   unlinked_objects = &unlinked;
   try {
     document.Parse(text);
   } catch (...) {
-    unlinked_objects = nullptr;
+    unlinked_objects = outer;
     delete_objects(unlinked);
     document.Clear();
     throw;
   }
-  unlinked_objects = nullptr;
+  unlinked_objects = outer;
 }
 
 }  // namespace vorlen
@@ -91,7 +93,9 @@ extern "C" void* vorlen_parser_new(std::size_t size) {
   return block;
 }
 
-extern "C" void vorlen_parser_delete(void* block, std::size_t) noexcept {
-  if (vorlen::unlinked_objects != nullptr) vorlen::note_delete(*vorlen::unlinked_objects, block);
+extern "C" void vorlen_parser_plain_delete(void* block) noexcept {
+  vorlen::note_delete(block);
   ::operator delete(block);
 }
+
+extern "C" void vorlen_parser_delete(void* block, std::size_t) noexcept { vorlen_parser_plain_delete(block); }

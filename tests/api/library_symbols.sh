@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # library_symbols.sh LIBRARY SOVERSION OBJECT...: the library exports runSurfChem and nothing else, under the SONAME that
 # hosts link; and none of its own object files asks for a function that ends, talks to or changes the process of the host.
-# The whole of the loader's list would say less: the C++ library that stands in it may well have such functions.
+# The whole of the loader's list would say less: the C++ library and the XML library may well ask for such functions.
 set -euo pipefail
 library=$1
 soversion=$2

@@ -8,16 +8,11 @@
 #include "api/breakdown_recipes.h"
 #include "api/run_support.h"
 #include "support/recipe_builder.h"
-#include "support/sanitizer.h"
 
 namespace vorlen_test {
 namespace {
 
-#ifdef VORLEN_THREAD_SANITIZER
-constexpr int REPEATS = 10;  // of each thread; a race shows at the first
-#else
-constexpr int REPEATS = 200;
-#endif
+constexpr int REPEATS = 200;  // of each thread
 
 // One recipe for each thread: with and without relaxation, with other transport and other conditions, one that fails
 // and one that is faulty. They are run by turns, so that a thread's records hold what another recipe has left.

@@ -151,25 +151,57 @@ TEST_F(ProcessState, IsUnchangedByACall) {
 
 // The comparison above sees each kind of change.
 TEST_F(ProcessState, AChangeIsSeen) {
+  std::feclearexcept(FE_ALL_EXCEPT);
   const State before = process_state();
-  const auto seen = [&](const std::function<void()>& change, const std::function<void()>& undo) {
+  const auto expect_seen = [&](const std::string& name, const std::function<void()>& change,
+                               const std::function<void()>& undo) {
     change();
     const State after = process_state();
     undo();
-    return changes(before, after);
+    EXPECT_NE(std::string::npos, changes(before, after).find(name)) << name;
   };
-  std::FILE* file = nullptr;
-  EXPECT_NE("", seen([&] { file = std::fopen("/dev/null", "r"); }, [&] { std::fclose(file); }));
-  EXPECT_NE("", seen([] { std::fesetround(FE_UPWARD); }, [] { std::fesetround(FE_TONEAREST); }));
-  EXPECT_NE("", seen([] { feenableexcept(FE_DIVBYZERO); }, [] { fedisableexcept(FE_DIVBYZERO); }));
-  mode_t mask = 0;
-  EXPECT_NE("", seen([&] { mask = umask(0123); }, [&] { umask(mask); }));
-  EXPECT_NE("", seen([] { setenv("VORLEN_TEST", "1", 1); }, [] { unsetenv("VORLEN_TEST"); }));
+  const locale_t other = newlocale(LC_ALL_MASK, "C.UTF-8", nullptr);
+  ASSERT_NE(nullptr, other);
+  expect_seen(
+      "locale of C", [] { std::setlocale(LC_NUMERIC, "C.UTF-8"); }, [] { std::setlocale(LC_NUMERIC, "C"); });
+  expect_seen(
+      "locale of C++", [] { std::locale::global(std::locale(std::locale::classic(), new std::numpunct<char>)); },
+      [] { std::locale::global(std::locale::classic()); });
+  expect_seen(
+      "locale of the thread", [&] { uselocale(other); }, [] { uselocale(LC_GLOBAL_LOCALE); });
+  freelocale(other);
+  expect_seen(
+      "rounding mode", [] { std::fesetround(FE_UPWARD); }, [] { std::fesetround(FE_TONEAREST); });
+  expect_seen(
+      "floating-point traps", [] { feenableexcept(FE_DIVBYZERO); }, [] { fedisableexcept(FE_DIVBYZERO); });
+  expect_seen(
+      "floating-point flags", [] { std::feraiseexcept(FE_ALL_EXCEPT); }, [] { std::feclearexcept(FE_ALL_EXCEPT); });
+  const std::filesystem::path here = std::filesystem::current_path();
+  expect_seen(
+      "working directory", [] { std::filesystem::current_path("/"); }, [&] { std::filesystem::current_path(here); });
   struct sigaction handler {};
   sigaction(SIGPIPE, nullptr, &handler);
-  EXPECT_NE("", seen([] { std::signal(SIGPIPE, SIG_IGN); }, [&] { sigaction(SIGPIPE, &handler, nullptr); }));
-  const std::filesystem::path here = std::filesystem::current_path();
-  EXPECT_NE("", seen([] { chdir("/") == 0 ? void() : std::abort(); }, [&] { std::filesystem::current_path(here); }));
+  expect_seen(
+      "handler of signal", [] { std::signal(SIGPIPE, SIG_IGN); }, [&] { sigaction(SIGPIPE, &handler, nullptr); });
+  sigset_t signal;
+  sigemptyset(&signal);
+  sigaddset(&signal, SIGUSR1);
+  expect_seen(
+      "signal mask", [&] { pthread_sigmask(SIG_BLOCK, &signal, nullptr); },
+      [&] { pthread_sigmask(SIG_UNBLOCK, &signal, nullptr); });
+  std::FILE* file = nullptr;
+  expect_seen(
+      "descriptor", [&] { file = std::fopen("/dev/null", "r"); }, [&] { std::fclose(file); });
+  mode_t mask = 0;
+  expect_seen(
+      "umask", [&] { mask = umask(0123); }, [&] { umask(mask); });
+  expect_seen(
+      "environment", [] { setenv("VORLEN_TEST", "1", 1); }, [] { unsetenv("VORLEN_TEST"); });
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlimit fewer = {limit.rlim_cur - 1, limit.rlim_max};
+  expect_seen(
+      "limit", [&] { setrlimit(RLIMIT_NOFILE, &fewer); }, [&] { setrlimit(RLIMIT_NOFILE, &limit); });
   EXPECT_EQ("", changes(before, process_state()));
 }
 
@@ -195,10 +227,7 @@ Setting flush_to_zero(const std::string& name, unsigned bits) {
 
 std::vector<Setting> settings_of_hosts() {
   std::vector<Setting> settings = {
-      {"de_DE",
-       [] {
-         if (std::setlocale(LC_ALL, "de_DE.UTF-8") == nullptr) std::puts("locale de_DE.UTF-8 is not installed");
-       },
+      {"de_DE", [] { EXPECT_NE(nullptr, std::setlocale(LC_ALL, "de_DE.UTF-8")) << "the locale is not installed"; },
        [] { std::setlocale(LC_ALL, "C"); }},
       {"global locale of C++", [] { std::locale::global(std::locale(std::locale::classic(), new CommaPunctuation)); },
        [] { std::locale::global(std::locale::classic()); }},

@@ -48,7 +48,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   text.append(4, '\0');
   if (vorlen::shape_of_xml(text).nesting > vorlen::NESTING_MAX) return 0;
   const long blocks = live_blocks;
-  allocations_left = data[size - 1] * (1 + data[size - 2] % 8);
+  allocations_left = data[size - 1] + 256 * (data[size - 2] % 8);
   parse(text);
   allocations_left = -1;
   if (live_blocks != blocks) std::abort();

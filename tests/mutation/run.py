@@ -24,11 +24,16 @@ class Mutation:
     file: str  # below src/
     old: str   # stands exactly once in the file
     new: str
-    preset: str = ""  # tsan, or empty for a plain build
+    how: str = ""  # tsan, or the test program, or empty for that of the folder
+
+    @property
+    def preset(self) -> str:
+        """Of the build: tsan, or empty for a plain one."""
+        return "tsan" if self.how == "tsan" else ""
 
     @property
     def target(self) -> str:
-        return "thread_tests" if self.preset == "tsan" else self.file.split("/")[0] + "_tests"
+        return "thread_tests" if self.preset else self.how or self.file.split("/")[0] + "_tests"
 
     @property
     def program(self) -> str:
@@ -38,7 +43,7 @@ class Mutation:
 
 
 def read_mutations(word: str) -> list[Mutation]:
-    """The lines FILE | OLD | NEW [| tsan] of mutations.txt that hold word."""
+    """The lines FILE | OLD | NEW [| HOW] of mutations.txt that hold word."""
     with open(os.path.join(HERE, "mutations.txt"), encoding="utf-8") as file:
         lines = [line.strip() for line in file]
     return [Mutation(*(part.strip() for part in line.split(" | ")))

@@ -32,6 +32,7 @@ expect() {
 
 version=$(field vorlen Version)
 expect libvorlensolver1 Depends 'libc6'
+[[ $(field libvorlensolver1 Depends) != *tinyxml* ]] || die "the parser is not linked in"
 expect libvorlensolver-dev Depends "libvorlensolver1 \(= $version\)"
 expect vorlen Depends "libvorlensolver1 \(= $version\)"
 for package in libvorlensolver1 libvorlensolver-dev vorlen; do
