@@ -66,8 +66,9 @@ TEST(ParserMemory, IsGivenBackWhicheverAllocationFails) {
 }
 
 TEST(ParserMemory, IsGivenBackAtTheDeepestLevel) {
-  const std::string text = repeated("<n m='1'>", 100) + "<a b='1'/>t" + repeated("</n>", 100);
-  EXPECT_GE(failing_allocations(text), 101 * 2 + 1) << "an element and an attribute on each level, and a text";
+  const std::string word(40, 'w');
+  const std::string text = repeated("<n m='1'>", 100) + "<a b='" + word + "'/>t" + repeated("</n>", 100);
+  EXPECT_GE(failing_allocations(text), 101 * 2 + 2) << "an element and an attribute on each level, a value, a text";
 }
 
 // The parser deletes a text of blanks itself.
