@@ -6,6 +6,7 @@
 #include <new>
 #include <string>
 
+#include "parser_text.h"
 #include "recipe/parse_document.h"
 #include "recipe/xml_nesting.h"
 
@@ -44,8 +45,7 @@ void operator delete(void* block, std::size_t) noexcept { operator delete(block)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
-  std::string text(reinterpret_cast<const char*>(data), size - 2);
-  text.append(4, '\0');
+  const std::string text = vorlen_fuzz::parser_text(data, size - 2);
   if (vorlen::shape_of_xml(text).nesting > vorlen::NESTING_MAX) return 0;
   const long blocks = live_blocks;
   allocations_left = data[size - 1] + 256 * (data[size - 2] % 8);

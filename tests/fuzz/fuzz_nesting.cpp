@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "parser_text.h"
 #include "recipe/xml_nesting.h"
 
 namespace {
@@ -37,10 +38,7 @@ void require(bool holds) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  std::string text(reinterpret_cast<const char*>(data), size);
-  text = text.substr(0, text.find('\0'));
-  std::replace(text.begin(), text.end(), '\r', '\n');
-  text.append(4, '\0');
+  const std::string text = vorlen_fuzz::parser_text(data, size);
   const vorlen::XmlShape shape = vorlen::shape_of_xml(text);
   if (shape.nesting > vorlen::NESTING_MAX || shape.attributes > vorlen::ATTRIBUTES_MAX) return 0;
   TiXmlDocument document;
