@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <new>
 
 #include "recipe/parse_document.h"
 #include "recipe/xml_nesting.h"
@@ -70,7 +71,25 @@ void make_text_for_parser(std::string& text) {
   text.append(4, '\0');
 }
 
+// Throws std::bad_alloc unless that many bytes are to be had at once. A system may hand out memory in small pieces that
+// it does not have, and ends the process when they are used; one large piece it refuses.
+void require_memory(std::size_t size) {
+  void* volatile block = ::operator new(size);
+  ::operator delete(block);
+}
+
 }  // namespace
+
+std::size_t tree_size_max(const std::string& text) {
+  constexpr std::size_t BLOCK_OVERHEAD = 32;  // of the allocator, with rounding up
+  const auto count = [&text](char c) { return static_cast<std::size_t>(std::count(text.begin(), text.end(), c)); };
+  // Each "<" opens at most one element, or other tag, and ends at most one piece of text; each "=" stands for at most
+  // one attribute. A string may have twice the room that it needs, and grows beside its old self.
+  const std::size_t tags = count('<') + 1;
+  const std::size_t attributes = count('=');
+  return tags * (sizeof(TiXmlElement) + sizeof(TiXmlText) + 4 * BLOCK_OVERHEAD) +
+         attributes * (sizeof(TiXmlAttribute) + 3 * BLOCK_OVERHEAD) + 4 * text.size();
+}
 
 bool load_document(const char* path, TiXmlDocument& document, std::string& error) {
   const std::string start = std::string("Error reading file ") + path + "\n";
@@ -96,6 +115,7 @@ bool load_document(const char* path, TiXmlDocument& document, std::string& error
         error = start + "An element has more than " + std::to_string(ATTRIBUTES_MAX) + " attributes";
         return false;
       }
+      require_memory(tree_size_max(text));
       parse_document(text.c_str(), document);
       break;
   }

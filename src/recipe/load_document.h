@@ -3,6 +3,7 @@
 
 #include <tinyxml.h>
 
+#include <cstddef>
 #include <string>
 
 namespace vorlen {
@@ -11,5 +12,8 @@ namespace vorlen {
 // file", the path and the reason when it can't be read, is no file or is no XML; or to "Out of memory" when the C
 // library has none to open it. Else std::bad_alloc when memory runs out.
 bool load_document(const char* path, TiXmlDocument& document, std::string& error);
+
+// An upper limit of what the parser allocates for the tree of the text, bytes.
+std::size_t tree_size_max(const std::string& text);
 
 }  // namespace vorlen

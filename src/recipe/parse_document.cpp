@@ -63,8 +63,8 @@ void delete_objects(UnlinkedObjects& unlinked) {
 
 thread_local UnlinkedObjects* unlinked_objects = nullptr;  // of the parser that runs on this thread
 
+// The block may be memory of a string. An element is not deleted while the text is parsed.
 void note_delete(const void* block) {
-  // The block may be memory of a string. An element is not deleted while the text is parsed.
   if (unlinked_objects != nullptr && block == unlinked_objects->last) unlinked_objects->last = nullptr;
 }
 

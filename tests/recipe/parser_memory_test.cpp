@@ -1,14 +1,17 @@
-// The parser gives back all that it has taken when memory runs out: at any allocation, and with a recipe that is too
-// large for the memory of the process. What the reader makes of a recipe has a bound.
+// The parser gives back all that it has taken when memory runs out, at any allocation. It takes less than what is asked
+// for before it is called, so that a recipe too large for the memory is refused before anything is built. What the
+// reader makes of a recipe has a bound.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <string>
 
 #include "api/vorlen_solver.h"
+#include "recipe/load_document.h"
 #include "recipe/parse_document.h"
 #include "recipe/read_outcome.h"
 #include "support/allocation_counter.h"
@@ -77,13 +80,55 @@ TEST(ParserMemory, IsGivenBackOnce) {
   EXPECT_GE(failing_allocations("<r><a b='1' b='2'></a></r>"), 4) << "two elements and two attributes";
 }
 
+void expect_within_limit(const std::string& text) {
+  const long limit = static_cast<long>(vorlen::tree_size_max(text));
+  TiXmlDocument document;
+  const long before = live_bytes;
+  peak_bytes = before;
+  document.Parse(text.c_str());
+  EXPECT_LE(peak_bytes - before, limit) << text.substr(0, 100);
+}
+
+TEST(ParserMemory, StaysBelowTheLimitForTheStoredRecipes) {
+  if (!LIVE_BLOCKS_KNOWN) GTEST_SKIP() << "the sanitizer has its own memory";
+  for (const char* folder : {VORLEN_TEST_DATA "/bad", VORLEN_TEST_DATA "/recipes", VORLEN_EXAMPLES}) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+      if (entry.path().extension() == ".xml") expect_within_limit(read_file(entry.path().string()));
+    }
+  }
+}
+
+// Texts that have as much tree as possible for their length: the smallest elements, attributes and pieces of text,
+// names and values of lengths around the doubling of a string, and each other kind of tag.
+TEST(ParserMemory, StaysBelowTheLimitForTextsThatAreAllTree) {
+  if (!LIVE_BLOCKS_KNOWN) GTEST_SKIP() << "the sanitizer has its own memory";
+  expect_within_limit("");
+  expect_within_limit("x");
+  expect_within_limit("<a");
+  for (const char* piece : {"<a/>", "<a></a>", "<a>b</a>", "b<a/>", "<a b=''/>", "<!---->", "<!>", "<?x?>",
+                            "<![CDATA[]]>", "<a>&#1;</a>", "<a b=c/>"}) {
+    expect_within_limit("<r>" + repeated(piece, 1000) + "</r>");
+    expect_within_limit(repeated(piece, 1000));
+  }
+  std::string attributes = "<r";
+  for (int i = 0; i < 1000; ++i) attributes += " a" + std::to_string(i) + "=''";
+  expect_within_limit(attributes + "/>");
+  expect_within_limit(repeated("<a>", 90) + repeated("</a>", 90));
+  for (const int length : {14, 15, 16, 17, 30, 31, 32, 61, 1000, 1025, 100000}) {
+    const std::string word(static_cast<std::size_t>(length), 'w');
+    expect_within_limit("<" + word + " " + word + "='" + word + "'>" + word + "</" + word + ">");
+    expect_within_limit("<r>" + repeated("<" + word + "/>", 100) + "</r>");
+    expect_within_limit("<!--" + word + "--><?" + word + "?><!" + word + "><![CDATA[" + word + "]]>");
+  }
+}
+
 long virtual_size() {
   long pages = 0;
   std::ifstream("/proc/self/statm") >> pages;
   return pages * sysconf(_SC_PAGESIZE);
 }
 
-TEST(ParserMemory, OfARecipeThatIsTooLargeIsGivenBack) {
+TEST(ParserMemory, IsNotTakenForARecipeThatIsTooLarge) {
   if (!LIVE_BLOCKS_KNOWN) GTEST_SKIP() << "the sanitizer has its own memory";
   const TempFolder folder;
   const std::string text =
@@ -94,17 +139,21 @@ TEST(ParserMemory, OfARecipeThatIsTooLargeIsGivenBack) {
   rlimit before{};
   ASSERT_EQ(0, getrlimit(RLIMIT_AS, &before));
   rlimit tight = before;
-  tight.rlim_cur = static_cast<rlim_t>(virtual_size()) + (8 << 20);
+  tight.rlim_cur = static_cast<rlim_t>(virtual_size()) + vorlen::tree_size_max(text) / 8;
   ASSERT_EQ(0, setrlimit(RLIMIT_AS, &tight));
   const long blocks = live_blocks;
+  const long bytes = live_bytes;
+  peak_bytes = bytes;
   int refused = 0;
   for (int i = 0; i < 20; ++i) {
     if (runSurfChem(input.c_str(), "", told) == 1 && std::string(told) == "Out of memory") ++refused;
   }
   const long left = live_blocks - blocks;
+  const long peak = peak_bytes;
   ASSERT_EQ(0, setrlimit(RLIMIT_AS, &before));
   EXPECT_EQ(20, refused) << told;
   EXPECT_EQ(0, left);
+  EXPECT_LT(peak - bytes, 4 * static_cast<long>(text.size())) << "more than the text, which grows once";
   EXPECT_EQ(1, runSurfChem(input.c_str(), "", told));
   EXPECT_STREQ("Element NonstSurfChem:material is not found", told);
 }
