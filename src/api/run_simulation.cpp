@@ -64,6 +64,11 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
     error = surfchem_nonst.error_text;
     return err;
   }
+  // Reported after every fault that construction finds.
+  if (!recipe.integration_fault.empty()) {
+    error = recipe.integration_fault;
+    return RUN_BAD_INTEGRATION;
+  }
 
   surfchem_nonst.reuse_terms = options.reuse_terms;
   const std::int32_t n = surfchem_nonst.n_state();

@@ -23,6 +23,8 @@ enum TransportModel : std::int32_t {
 };
 enum Reactor : std::int32_t { REACTOR_CCS = 0, REACTOR_TDR = 1, REACTOR_HFR = 2 };
 enum DislocationModel : std::int32_t { DISL_given = 0, DISL_inherited = 1 };
+// How the process is integrated in time: in one sweep over all stages, or stage by stage (docs/integration.md).
+enum IntegrationScheme : std::int32_t { SCHEME_continuous = 0, SCHEME_staged = 1 };
 inline constexpr std::int32_t NOT_SPECIFIED = -1;
 
 inline constexpr int N_FLOWS = 11;    // flow slots: the first eleven gas species (recipe/species_data.h)
@@ -30,6 +32,9 @@ inline constexpr int N_GAS = 14;      // gas species
 inline constexpr int N_BULK = 3;      // bulk species, the group-III nitrides
 inline constexpr int N_ADSORBED = 5;  // adsorbed species, and desorption constants
 inline constexpr double GR_NOT_SPECIFIED = -1e20;
+inline constexpr double TOLERANCE_DEFAULT = 1e-6;  // relative, of the staged scheme
+inline constexpr double TOLERANCE_MIN = 1e-10;
+inline constexpr double TOLERANCE_MAX = 1e-3;
 // A stress_state below this is a degree of relaxation, from it on a lattice constant in angstrom.
 inline constexpr double STRESS_STATE_IS_LATTICE = 1.0000000001;
 
@@ -125,6 +130,9 @@ struct ProcessRecipe {
   std::array<double, N_BULK> K_plus_A{};   // incorporation constants of InN, GaN, AlN, of the same form
   std::array<double, N_BULK> K_plus_Ta{};  // K
   std::array<double, N_BULK> K_plus_Tn{};
+  std::int32_t scheme = SCHEME_continuous;  // IntegrationScheme
+  double tolerance = TOLERANCE_DEFAULT;     // relative; without effect under SCHEME_continuous
+  std::string integration_fault;            // what is wrong with the element integration; the run reports it last
 
   // Appends a copy of stage and places it behind the last record on the time axis. Always true; error is emptied.
   bool add_pre_stage(const PrePostStageRecord& stage, std::string& error);

@@ -26,6 +26,7 @@ constexpr Keyword TRANSPORT_MODELS[] = {{"fixed_thickness", TRANSPORT_fixed_thic
                                         {"thick_GaN", TRANSPORT_thick_GaN},
                                         {"InGaN_GR", TRANSPORT_InGaN_GR},
                                         {"InGaN_GR_X", TRANSPORT_InGaN_GR_X}};
+constexpr Keyword SCHEMES[] = {{"continuous", SCHEME_continuous}, {"staged", SCHEME_staged}};
 constexpr Keyword REACTORS[] = {{"CCS", REACTOR_CCS}, {"TDR", REACTOR_TDR}, {"HFR", REACTOR_HFR}};
 
 // Gives the calling thread the "C" locale for the life of this object, so that numbers have a decimal point.
@@ -182,6 +183,21 @@ bool read_post_stages(const TiXmlElement& root, ProcessRecipe& recipe, std::stri
   return true;
 }
 
+// The optional element integration. False with the fault in error.
+bool read_integration(const TiXmlElement& root, ProcessRecipe& recipe, std::string& error) {
+  const TiXmlElement* integration = root.FirstChildElement("integration");
+  if (integration == nullptr) return true;
+  if (integration->FirstChildElement("scheme") != nullptr &&
+      !read_keyword(*integration, "scheme", SCHEMES, "Integration scheme", recipe.scheme, error)) {
+    return false;
+  }
+  if (integration->FirstChildElement("tolerance") == nullptr) return true;
+  if (!read_child_real(*integration, "tolerance", recipe.tolerance, error)) return false;
+  if (recipe.tolerance >= TOLERANCE_MIN && recipe.tolerance <= TOLERANCE_MAX) return true;
+  error = "Integration tolerance is beyond [1e-10;1e-3]";
+  return false;
+}
+
 }  // namespace
 
 std::int32_t read_recipe(const char* path, ProcessRecipe& recipe, std::string& error) {
@@ -208,6 +224,7 @@ std::int32_t read_recipe(const char* path, ProcessRecipe& recipe, std::string& e
       break;
   }
   if (!read_process_stages(*root, recipe, error) || !read_post_stages(*root, recipe, error)) return BAD_RECIPE;
+  read_integration(*root, recipe, recipe.integration_fault);
   return READ;
 }
 
