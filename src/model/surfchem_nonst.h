@@ -63,8 +63,8 @@ struct RelaxationRates {
 
 // Outcome of a search for the depth at which V-defects open.
 struct Z0Search {
-  bool found = false;      // a candidate has a negative balance
-  std::size_t index = 0;   // the candidate with the most negative one
+  bool found = false;      // a candidate has a low enough balance
+  std::size_t index = 0;   // the candidate with the lowest one
   double balance = 0.0;    // its balance, J
   std::size_t passed = 0;  // candidates that lie deep enough
 };
@@ -291,13 +291,19 @@ class SurfChemNonst {
   double J2_of(double rho) const;
   // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.
   double energy_balance(double E, double rho) const;
-  // Looks through the first n candidates for the one with the most negative balance at the present depth. blocks are
-  // those of the lists.
-  Z0Search search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks) const;
+  // Looks through the first n candidates for the one with the lowest balance at the present depth that is less than
+  // below [J]. blocks are those of the lists.
+  Z0Search search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks, double below = 0.0) const;
   // Balance term of candidate i.
   double K1_of(const CandidateLists& lists, std::size_t i) const;
   // Looks through the history for the depth with the most negative balance; sets z0, z0_index when there is one.
   void find_z0();
+  // Keeps the state at z0: the thickness grown in tension, m, and the four integrals. The density starts at 0.
+  void set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at);
+  // J0 at the present integrals.
+  double J0_of() const;
+  // Factor of J1: the biaxial stress of the strain relieved up to z0, times 2 b tan(V).
+  double stiff_relieved() const;
   // Keeps the state at z0 and cuts the segments there; directly after find_z0 has set z0.
   void start_V_defects();
   // Brings the balance terms and rho_VD up to the present point.

@@ -62,9 +62,11 @@ double SurfChemNonst::energy_balance(double E, double rho) const { return E + J0
 // no balance in them can be below the best one. The lower bound of a block takes the extremes of its members through
 // the same operations; as each of them rounds monotonically, it stays below every balance as computed, and the factor
 // LOG_SLACK covers the last bit of the logarithm, which need not be monotonic.
-Z0Search SurfChemNonst::search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks) const {
+Z0Search SurfChemNonst::search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks,
+                                  double below) const {
   constexpr double LOG_SLACK = 1.0 - 1e-14;
   Z0Search search;
+  search.balance = below;
   const double z_limit = z - CANDIDATE_DEPTH;
   const auto cannot_win = [&](const CandidateBounds& b) {
     if (!(b.z_max <= z_limit)) return false;  // the depth test may stop the loop in this block
@@ -114,15 +116,23 @@ void SurfChemNonst::find_z0() {
   if (search.passed > 0) K1 = K1_of(lists, search.passed - 1);
 }
 
-void SurfChemNonst::start_V_defects() {
-  h_z0 = hist_h[z0_index];
-  I0_z0 = hist_I0[z0_index];
-  I1_z0 = hist_I1[z0_index];
-  J0_0_z0 = hist_J0_0[z0_index];
-  J0_1_z0 = hist_J0_1[z0_index];
+void SurfChemNonst::set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at) {
+  h_z0 = h_at;
+  I0_z0 = I0_at;
+  I1_z0 = I1_at;
+  J0_0_z0 = J0_0_at;
+  J0_1_z0 = J0_1_at;
   rho_TD_z0 = RHO_MIN <= rho_TD0 ? 1.0 / (1.0 / rho_TD0 + (z0 - z_start - h_z0) * L_TD * tan_V) : 0.0;
   rho_VD = 0.0;
   eps_r_z0 = eps_relaxed(rho_VD, z0, h_z0);
+}
+
+double SurfChemNonst::J0_of() const { return (J0_1 - J0_1_z0) * (h_z0 - (z0 - z_start)) + (J0_0 - J0_0_z0); }
+
+double SurfChemNonst::stiff_relieved() const { return 2.0 * tan_V * modulus_M() * b_burgers * eps_r_z0; }
+
+void SurfChemNonst::start_V_defects() {
+  set_state_at_z0(hist_h[z0_index], hist_I0[z0_index], hist_I1[z0_index], hist_J0_0[z0_index], hist_J0_1[z0_index]);
 
   // What grew below z0 no longer counts. A compressive segment is cut at z0; a tensile one begins at z0 in any case.
   const std::size_t relax = first_above(seg_relax, z0);
@@ -139,15 +149,14 @@ void SurfChemNonst::start_V_defects() {
 
 void SurfChemNonst::update_V_defects() {
   K1 = (I0 - I0_z0) * (z0 - z_start - h_z0) + (I1 - I1_z0);
-  J0 = (J0_1 - J0_1_z0) * (h_z0 - (z0 - z_start)) + (J0_0 - J0_0_z0);
-  const double stiff_relieved = 2.0 * tan_V * modulus_M() * b_burgers * eps_r_z0;
+  J0 = J0_of();
+  const double stiff = stiff_relieved();
   if (0.0 < eps_xx) {
-    J1 += stiff_relieved * (z - z_prev) * (z_prev - z0 - h_prev + h_z0);
+    J1 += stiff * (z - z_prev) * (z_prev - z0 - h_prev + h_z0);
   } else {
     const double grown = z - z_start;
     const double grown_prev = z_prev - z_start;
-    J1 += stiff_relieved *
-          ((grown * grown - grown_prev * grown_prev) * 0.5 + (z - z_prev) * (h_z0 - h_prev - (z0 - z_start)));
+    J1 += stiff * ((grown * grown - grown_prev * grown_prev) * 0.5 + (z - z_prev) * (h_z0 - h_prev - (z0 - z_start)));
   }
   J2 = J2_of(rho_VD);
   double rho_VD_candidate = 0.0;
