@@ -90,7 +90,7 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   const std::int32_t liwork = 5 * n + 20;
   std::vector<double> WORK(static_cast<std::size_t>(lwork), 0.0);
   std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
-  WORK[7 - 1] = DT_MAX;
+  WORK[7 - 1] = options.max_step > 0.0 ? options.max_step : DT_MAX;
   IWORK[2 - 1] = options.max_steps;
   IWORK[5 - 1] = n - N_ALGEBRAIC;
   IWORK[6 - 1] = N_ALGEBRAIC;

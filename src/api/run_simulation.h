@@ -34,6 +34,7 @@ struct RunCounters {
 // For tests, benchmarks and fuzzing; every run of the library has the defaults.
 struct RunOptions {
   std::int32_t max_steps = 1000000;  // of the integrator
+  double max_step = 0.0;             // of the integrator, s; 0: 10 s under the continuous scheme, else no limit
   bool reuse_terms = true;           // off: the residual keeps nothing from one evaluation to the next
 };
 

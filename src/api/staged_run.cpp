@@ -21,11 +21,22 @@ constexpr double SMALLEST_STEP = 1e-14;     // s, after failures
 constexpr double MOMENT_SPACING = 2.5e-10;  // growth between two moments of a step, m
 constexpr double MIN_MOMENTS = 4;
 constexpr double MAX_MOMENTS = 64;
-constexpr int MAX_RESTARTS = 5;          // of a span that failed
-constexpr double RESTART_FACTOR = 1e-3;  // of the step
-constexpr int MAX_HALVINGS = 60;         // of the time of an opening
+constexpr int MAX_RESTARTS = 5;             // of a span that failed
+constexpr double RESTART_FACTOR = 1e-3;     // of the step
+constexpr double RESTART_AFTER_PEAK = 0.1;  // of the step
+constexpr double PEAK_DROP = 1e-7;          // relative, of the density after a maximum; below are roundings
+constexpr double PEAK_PRECISION = 1e-9;     // of the time of a maximum, over the step
+constexpr double END_ROUNDING = 1e-14;      // of the time
+constexpr int MAX_HALVINGS = 60;            // of the time of an opening
 
-enum class SpanEnd { STAGE_ENDED, OPENING, NOT_FINITE, FAILED };
+enum class SpanEnd { REACHED, EVENT, NOT_FINITE, FAILED };
+
+// What a span ends at before the end of its stage.
+enum class Event {
+  NONE,
+  OPENING,  // of V-defects
+  PEAK      // their density stops rising
+};
 
 // The last evaluation of f; the integrator asks for that of an accepted state once more.
 struct LastEvaluation {
@@ -38,14 +49,16 @@ struct LastEvaluation {
 struct StagedRun {
   SurfChemNonst& model;
   StagedEquations equations;
+  double tolerance;  // relative
   StagedVector y{};  // last accepted state
   double t = 0.0;    // its time, s from the start of the stage
   double GR = 0.0;   // its growth rate, m/s
   RowSelection rows;
   LastEvaluation last;
-  SpanEnd end = SpanEnd::STAGE_ENDED;
-  bool watch_opening = false;
-  double t_opening = 0.0;
+  SpanEnd end = SpanEnd::REACHED;
+  bool watch_events = false;
+  Event event = Event::NONE;
+  double t_event = 0.0;
   double last_step = 0.0;
   std::size_t n = 0;
 };
@@ -119,43 +132,78 @@ double moment(const Step& step, int j, int count) {
   return j == count ? step.t_to : step.t_from + (step.t_to - step.t_from) * j / count;
 }
 
+void unpack_at(StagedRun& run, const Step& step, double t) {
+  StagedVector y{};
+  state_at(run, step, t, y);
+  unpack_staged(run.equations, y.data());
+}
+
 // Whether V-defects open within the step; then the time is kept. The film gets the knots of the step for the search.
 bool find_opening(StagedRun& run, const Step& step, int count) {
   StagedEquations& e = run.equations;
   const std::size_t knots = e.film.z.size();
   const auto opens_at = [&](double t) {
-    StagedVector y{};
-    state_at(run, step, t, y);
-    unpack_staged(e, y.data());
+    unpack_at(run, step, t);
     return v_defects_open(e);
   };
   bool found = false;
   double low = step.t_from;
   for (int j = 1; j <= count && !found; ++j) {
     double high = moment(step, j, count);
-    if (opens_at(high)) {
-      found = true;
+    found = opens_at(high);
+    if (found) {
       for (int k = 0; k < MAX_HALVINGS; ++k) {
         const double middle = 0.5 * (low + high);
         if (!(low < middle && middle < high)) break;
         (opens_at(middle) ? high : low) = middle;
       }
-      run.t_opening = high;
-      break;
+      run.t_event = high;
+    } else {
+      if (e.z > film_top(e.film)) film_add(e.film, surface_point(e));
+      low = high;
     }
-    low = high;
-    StagedVector y{};
-    state_at(run, step, high, y);
-    unpack_staged(e, y.data());
-    if (e.z > film_top(e.film)) film_add(e.film, surface_point(e));
   }
-  // The step is gone through again with the film as it was.
-  Film& film = e.film;
-  for (auto* list : {&film.z, &film.x_In, &film.x_Al, &film.h, &film.I0, &film.I1, &film.J0_0, &film.J0_1}) {
-    list->resize(knots);
-  }
-  film.candidate_blocks = {};
+  film_truncate(e.film, knots);  // the step is gone through again
   return found;
+}
+
+// Whether the density of V-defects has a maximum within the step; then its time is kept.
+bool find_peak(StagedRun& run, const Step& step, int count) {
+  const auto density_at = [&](double t) {
+    unpack_at(run, step, t);
+    return run.model.rho_VD;
+  };
+  double previous = run.equations.rho_accepted;
+  for (int j = 1; j <= count; ++j) {
+    const double rho = density_at(moment(step, j, count));
+    if (rho < previous * (1.0 - PEAK_DROP)) {
+      double low = moment(step, std::max(j - 2, 0), count), high = moment(step, j, count);
+      for (int k = 0; k < MAX_HALVINGS && high - low > PEAK_PRECISION * (step.t_to - step.t_from); ++k) {
+        const double third = (high - low) / 3.0;
+        if (density_at(low + third) < density_at(high - third)) {
+          low += third;
+        } else {
+          high -= third;
+        }
+      }
+      run.t_event = 0.5 * (low + high);
+      return run.t_event > step.t_from && run.t_event < step.t_to;
+    }
+    previous = rho;
+  }
+  return false;
+}
+
+bool find_event(StagedRun& run, const Step& step, int count) {
+  if (!run.watch_events) return false;
+  if (run.equations.open) {
+    if (!find_peak(run, step, count)) return false;
+    run.event = Event::PEAK;
+  } else {
+    if (!(step.z_to > step.z_from) || !find_opening(run, step, count)) return false;
+    run.event = Event::OPENING;
+  }
+  return true;
 }
 
 void rhs_callback(std::int32_t, double t, const double* y, double* f, void*, void* context) {
@@ -180,8 +228,8 @@ void step_callback(std::int32_t accepted_index, double t_old, double t, const do
   const std::size_t Z = N_ADSORBED + 2;
   Step step{t_old, t, run.y[Z], y[Z], run.GR, 0.0, y, CONT, cont_size};
   const int count = moments_of(step);
-  if (run.watch_opening && step.z_to > step.z_from && find_opening(run, step, count)) {
-    run.end = SpanEnd::OPENING;
+  if (find_event(run, step, count)) {
+    run.end = SpanEnd::EVENT;
     stop_flag = -1;
     return;
   }
@@ -223,8 +271,7 @@ void add_counters(RunCounters& sum, const std::int32_t* IWORK) {
 }
 
 // Integrates from the last accepted state to t_end; returns the integrator's code.
-std::int32_t integrate(StagedRun& run, double t_end, double first_step, double tolerance, std::int32_t max_steps,
-                       RunCounters& counters) {
+std::int32_t integrate(StagedRun& run, double t_end, double first_step, std::int32_t max_steps, RunCounters& counters) {
   const auto n = static_cast<std::int32_t>(run.n);
   const std::int32_t lwork = n * (4 * n + 12) + 20;
   const std::int32_t liwork = 3 * n + 20;
@@ -232,59 +279,65 @@ std::int32_t integrate(StagedRun& run, double t_end, double first_step, double t
   std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
   IWORK[2 - 1] = max_steps;
   StagedVector rtol{}, atol{};
-  staged_tolerances(run.equations, tolerance, rtol.data(), atol.data());
+  staged_tolerances(run.equations, run.tolerance, rtol.data(), atol.data());
   StagedVector y = run.y;
   double t = run.t;
   double h = first_step;
   std::int32_t mljac = n, mujac = n, mumas = 0, idid = 0;
-  run.end = SpanEnd::STAGE_ENDED;
+  run.end = SpanEnd::REACHED;
   run.last.is_set = false;
   RadauIntegrator(n, rhs_callback, t, y.data(), t_end, h, rtol.data(), atol.data(), /*itol=*/1,
                   /*jacobian_callback=*/nullptr, /*ijac=*/0, mljac, mujac, /*mass_callback=*/nullptr, /*imas=*/0,
                   /*mlmas=*/0, mumas, step_callback, /*iout=*/1, WORK.data(), lwork, IWORK.data(), liwork,
                   /*real_context=*/nullptr, &run, idid);
   add_counters(counters, IWORK.data());
+  // A step may end a rounding short of t_end, which is as good.
+  if (idid == RADAU_STEP_TOO_SMALL && t_end - run.t <= END_ROUNDING * t_end) idid = RADAU_DONE;
   if (idid < 0) run.end = SpanEnd::FAILED;
   return idid;
 }
 
+// Opens V-defects at the last accepted state. Rows end here and go on with the density after it.
+void open_here(StagedRun& run) {
+  unpack_staged(run.equations, run.y.data());
+  finish_rows(run.model, run.rows);
+  open_v_defects(run.equations);
+  unpack_staged(run.equations, run.y.data());
+  accept_v_defects(run.equations);
+}
+
 // Integrates one stage to its end. Returns the integrator's code of a failure, 2 for a state that is not finite, or 1.
-std::int32_t run_stage(StagedRun& run, double tau, double tolerance, std::int32_t max_steps, RunCounters& counters) {
+std::int32_t run_stage(StagedRun& run, double tau, std::int32_t max_steps, RunCounters& counters) {
   run.t = 0.0;
-  double t_end = tau;
+  run.event = Event::NONE;
   double first_step = FIRST_STEP;
   int restarts = 0;
   while (true) {
-    run.watch_opening = run.model.stress_model == STRESS_V_dislocation && !run.equations.open && t_end == tau;
+    const bool to_event = run.event != Event::NONE;
+    const double t_end = to_event ? run.t_event : tau;
+    run.watch_events = !to_event && run.model.stress_model == STRESS_V_dislocation;
     const std::int32_t left = max_steps - counters.step_count;
-    if (left <= 0) return -2;
+    if (left <= 0) return RADAU_TOO_MANY_STEPS;
     const double t_before = run.t;
-    const std::int32_t idid = integrate(run, t_end, first_step, tolerance, left, counters);
+    const std::int32_t idid = integrate(run, t_end, first_step, left, counters);
     switch (run.end) {
-      case SpanEnd::STAGE_ENDED:
-        if (t_end == tau) {
+      case SpanEnd::REACHED:
+        if (!to_event) {
           run.rows.samples.back().t = tau;
-          return 1;
+          return RADAU_DONE;
         }
-        {
-          // At the opening: rows end here and go on with the density after it.
-          unpack_staged(run.equations, run.y.data());
-          finish_rows(run.model, run.rows);
-          open_v_defects(run.equations);
-          unpack_staged(run.equations, run.y.data());
-          accept_v_defects(run.equations);
-          t_end = tau;
-          first_step = FIRST_STEP;
-        }
+        if (run.event == Event::OPENING) open_here(run);
+        first_step =
+            run.event == Event::OPENING ? FIRST_STEP : std::max(RESTART_AFTER_PEAK * run.last_step, FIRST_STEP);
+        run.event = Event::NONE;
         continue;
-      case SpanEnd::OPENING:
-        t_end = run.t_opening;
+      case SpanEnd::EVENT:
         first_step = std::max(run.last_step, FIRST_STEP);
         continue;
       case SpanEnd::NOT_FINITE:
       case SpanEnd::FAILED:
-        if (idid == -2 || ++restarts > MAX_RESTARTS) return run.end == SpanEnd::NOT_FINITE ? 2 : idid;
-        if (run.t > t_before) restarts = 1;
+        if (run.t > t_before) restarts = 0;
+        if (idid == RADAU_TOO_MANY_STEPS || ++restarts > MAX_RESTARTS) return idid;
         first_step = std::max(SMALLEST_STEP, std::max(run.last_step, FIRST_STEP) * std::pow(RESTART_FACTOR, restarts));
         continue;
     }
@@ -297,14 +350,14 @@ std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& op
                         std::string& error) {
   StagedVector y{};
   StagedEquations equations = staged_equations(m, y);
-  StagedRun run{.model = m, .equations = std::move(equations), .rows = {}, .last = {}};
+  StagedRun run{.model = m, .equations = std::move(equations), .tolerance = tolerance, .rows = {}, .last = {}};
   run.y = y;
   run.n = static_cast<std::size_t>(n_staged(m));
   std::int32_t idid = 1;
   for (std::size_t k = 0; k < m.active_stages.size() && idid == 1; ++k) {
     start_stage(run.equations, k, run.y);
     run.rows.begin = m.active_stages[k].begin_time();
-    idid = run_stage(run, m.active_stages[k].tau, tolerance, options.max_steps, counters);
+    idid = run_stage(run, m.active_stages[k].tau, options.max_steps, counters);
     finish_rows(m, run.rows);
   }
   counters.idid = idid;

@@ -10,29 +10,46 @@ namespace {
 
 constexpr double NM = 1e-9;
 
+// The lists of a relaxing film, and the members of a point that they hold.
+struct RelaxationList {
+  std::vector<double> Film::*list;
+  double FilmPoint::*member;
+};
+constexpr RelaxationList RELAXATION[] = {{&Film::h, &FilmPoint::h},       {&Film::I0, &FilmPoint::I0},
+                                         {&Film::I1, &FilmPoint::I1},     {&Film::J0_0, &FilmPoint::J0_0},
+                                         {&Film::J0_1, &FilmPoint::J0_1}, {&Film::w, &FilmPoint::w},
+                                         {&Film::R, &FilmPoint::R},       {&Film::S, &FilmPoint::S}};
+
 FilmPoint knot(const Film& film, std::size_t i) {
-  FilmPoint p{film.z[i], film.x_In[i], film.x_Al[i]};
+  FilmPoint p{.z = film.z[i], .x_In = film.x_In[i], .x_Al = film.x_Al[i]};
   if (film.relaxes) {
-    p.h = film.h[i];
-    p.I0 = film.I0[i];
-    p.I1 = film.I1[i];
-    p.J0_0 = film.J0_0[i];
-    p.J0_1 = film.J0_1[i];
+    for (const RelaxationList& r : RELAXATION) p.*r.member = (film.*r.list)[i];
   }
   return p;
 }
 
-FilmPoint between(const FilmPoint& a, const FilmPoint& b, double z) {
-  const double share = b.z > a.z ? (z - a.z) / (b.z - a.z) : 0.0;
-  const auto mix = [share](double from, double to) { return from + (to - from) * share; };
-  return {z,
-          mix(a.x_In, b.x_In),
-          mix(a.x_Al, b.x_Al),
-          mix(a.h, b.h),
-          mix(a.I0, b.I0),
-          mix(a.I1, b.I1),
-          mix(a.J0_0, b.J0_0),
-          mix(a.J0_1, b.J0_1)};
+// The cubic through value and slope at both ends of an interval of length dz, at a share of it.
+double cubic(double share, double dz, double from, double slope_from, double to, double slope_to) {
+  const double rest = 1.0 - share;
+  const double rise = to - from;
+  return from + share * share * (3.0 - 2.0 * share) * rise + share * rest * dz * (rest * slope_from - share * slope_to);
+}
+
+FilmPoint between(const Film& film, const FilmPoint& a, const FilmPoint& b, double z) {
+  const double dz = b.z - a.z;
+  const double share = dz > 0.0 ? (z - a.z) / dz : 0.0;
+  const auto linear = [share](double from, double to) { return from + (to - from) * share; };
+  FilmPoint p{.z = z, .x_In = linear(a.x_In, b.x_In), .x_Al = linear(a.x_Al, b.x_Al)};
+  if (!film.relaxes) return p;
+  p.h = linear(a.h, b.h);
+  p.w = linear(a.w, b.w);
+  p.R = linear(a.R, b.R);
+  p.S = linear(a.S, b.S);
+  p.I0 = cubic(share, dz, a.I0, a.R, b.I0, b.R);
+  p.I1 = cubic(share, dz, a.I1, a.w * a.R, b.I1, b.w * b.R);
+  p.J0_1 = cubic(share, dz, a.J0_1, a.S, b.J0_1, b.S);
+  p.J0_0 = cubic(share, dz, a.J0_0, a.w * a.S, b.J0_0, b.w * b.S);
+  return p;
 }
 
 // The pre-stages at height z. Below the first one its composition goes on.
@@ -40,7 +57,7 @@ FilmPoint below_at(const Film& film, double z) {
   const auto above = std::find_if(film.below.begin(), film.below.end(), [z](const FilmPoint& p) { return p.z >= z; });
   if (above == film.below.begin()) return film.below.front();
   if (above == film.below.end()) return film.below.back();
-  return between(*std::prev(above), *above, z);
+  return between(film, *std::prev(above), *above, z);
 }
 
 // Number of the first knot that is not below z.
@@ -58,11 +75,11 @@ Film film_on(const std::vector<PrePostStageRecord>& pre_stages, double z_start, 
     const double sum = stage.X_In_average + stage.X_Ga_average + stage.X_Al_average;
     const double top = &stage == &pre_stages.back() ? z_start : bottom + stage.thickness * NM;
     for (double z : {bottom, top}) {
-      film.below.push_back({z, stage.X_In_average / sum, stage.X_Al_average / sum, 0.0, 0.0, 0.0, 0.0, 0.0});
+      film.below.push_back({.z = z, .x_In = stage.X_In_average / sum, .x_Al = stage.X_Al_average / sum});
     }
     bottom = top;
   }
-  if (film.below.empty()) film.below.push_back({z_start, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0});
+  if (film.below.empty()) film.below.push_back({.z = z_start});
   return film;
 }
 
@@ -73,26 +90,17 @@ FilmPoint film_at(const Film& film, double z) {
   if (film.z.empty() || (above == 0 && z < film.z.front())) return below_at(film, z);
   if (above == 0) return knot(film, 0);
   if (above == film.z.size()) return knot(film, above - 1);
-  return between(knot(film, above - 1), knot(film, above), z);
+  return between(film, knot(film, above - 1), knot(film, above), z);
 }
 
-FilmPoint film_slopes(const Film& film, double z) {
-  if (!film.relaxes || film.z.size() < 2 || z <= film.z.front()) return {};
+double film_tension(const Film& film, double z) {
+  if (!film.relaxes || film.z.size() < 2 || z <= film.z.front()) return 0.0;
   const std::size_t above = std::min(first_not_below(film, z), film.z.size() - 1);
   // The interval under z that has a thickness.
   std::size_t under = above;
   while (under > 0 && !(film.z[under] < film.z[above])) --under;
-  const FilmPoint a = knot(film, under), b = knot(film, under + 1);
-  const double dz = b.z - a.z;
-  if (!(dz > 0.0)) return {};
-  return {0.0,
-          0.0,
-          0.0,
-          (b.h - a.h) / dz,
-          (b.I0 - a.I0) / dz,
-          (b.I1 - a.I1) / dz,
-          (b.J0_0 - a.J0_0) / dz,
-          (b.J0_1 - a.J0_1) / dz};
+  const double dz = film.z[above] - film.z[under];
+  return dz > 0.0 ? (film.h[above] - film.h[under]) / dz : 0.0;
 }
 
 void film_add(Film& film, const FilmPoint& point) {
@@ -100,22 +108,22 @@ void film_add(Film& film, const FilmPoint& point) {
   film.x_In.push_back(point.x_In);
   film.x_Al.push_back(point.x_Al);
   if (!film.relaxes) return;
-  film.h.push_back(point.h);
-  film.I0.push_back(point.I0);
-  film.I1.push_back(point.I1);
-  film.J0_0.push_back(point.J0_0);
-  film.J0_1.push_back(point.J0_1);
+  for (const RelaxationList& r : RELAXATION) (film.*r.list).push_back(point.*r.member);
+}
+
+void film_truncate(Film& film, std::size_t kept) {
+  for (auto* list : {&film.z, &film.x_In, &film.x_Al}) list->resize(kept);
+  if (film.relaxes) {
+    for (const RelaxationList& r : RELAXATION) (film.*r.list).resize(kept);
+  }
+  film.candidate_blocks.truncate(kept);
 }
 
 void film_cut(Film& film, double z) {
-  const FilmPoint top = film_at(film, z);
-  const std::size_t kept = first_not_below(film, z);
-  for (auto* list : {&film.z, &film.x_In, &film.x_Al}) list->resize(kept);
-  if (film.relaxes) {
-    for (auto* list : {&film.h, &film.I0, &film.I1, &film.J0_0, &film.J0_1}) list->resize(kept);
-  }
-  film.candidate_blocks = {};
-  film_add(film, {z, top.x_In, top.x_Al, top.h, top.I0, top.I1, top.J0_0, top.J0_1});
+  FilmPoint top = film_at(film, z);
+  film_truncate(film, first_not_below(film, z));
+  top.z = z;
+  film_add(film, top);
 }
 
 }  // namespace vorlen

@@ -82,8 +82,19 @@ void unpack_staged(StagedEquations& e, const double* y) {
 }
 
 FilmPoint surface_point(const StagedEquations& e) {
-  const SurfChemNonst& m = e.model;
-  return {e.z, m.x_b[InN_b], m.x_b[AlN_b], m.h, m.I0, m.I1, m.J0_0, m.J0_1};
+  SurfChemNonst& m = e.model;
+  FilmPoint p{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
+  if (!relaxes(m)) return p;
+  const RelaxationRates rates = m.relaxation_rates(1.0);
+  p.h = m.h;
+  p.I0 = m.I0;
+  p.I1 = m.I1;
+  p.J0_0 = m.J0_0;
+  p.J0_1 = m.J0_1;
+  p.w = rates.z_rel;
+  p.R = rates.R_disl;
+  p.S = rates.S_disl;
+  return p;
 }
 
 double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
@@ -100,7 +111,7 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   for (std::size_t k = 0; k < N_ADSORBED; ++k) f[Y_c + k] = surface.dc_a[k] / C_UNIT;
 
   const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
-  FilmPoint exchanged{e.z, m.x_b[InN_b], m.x_b[AlN_b]};
+  FilmPoint exchanged{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
   if (S < 0.0) exchanged = film_at(e.film, e.z);
   f[Y_x_In] = (m.R_b[InN_b] - S * exchanged.x_In) / e.gamma;
   f[Y_x_Al] = (m.R_b[AlN_b] - S * exchanged.x_Al) / e.gamma;
@@ -110,12 +121,12 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   const double stiff = stiffness(m);
   if (surface.GR < 0.0) {
     // Evaporation takes back what the growth of this depth had added.
-    const FilmPoint slopes = film_slopes(e.film, e.z);
-    f[Y_h] = surface.GR * slopes.h / NM;
-    f[Y_I0] = surface.GR * slopes.I0 / (stiff * NM);
-    f[Y_J0_1] = surface.GR * slopes.J0_1 / (stiff * NM);
-    f[Y_I1] = surface.GR * (slopes.I1 - e.start.w * slopes.I0) / (stiff * NM * NM);
-    f[Y_J0_0] = surface.GR * (slopes.J0_0 - e.start.w * slopes.J0_1) / (stiff * NM * NM);
+    const FilmPoint p = film_at(e.film, e.z);
+    f[Y_h] = surface.GR * film_tension(e.film, e.z) / NM;
+    f[Y_I0] = surface.GR * p.R / (stiff * NM);
+    f[Y_J0_1] = surface.GR * p.S / (stiff * NM);
+    f[Y_I1] = (p.w - e.start.w) * surface.GR * p.R / (stiff * NM * NM);
+    f[Y_J0_0] = (p.w - e.start.w) * surface.GR * p.S / (stiff * NM * NM);
     return surface.GR;
   }
   const RelaxationRates rates = m.relaxation_rates(surface.GR);
@@ -128,16 +139,17 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
 }
 
 void staged_tolerances(const StagedEquations& e, double tolerance, double* rtol, double* atol) {
+  constexpr double OF_CONCENTRATIONS = 1e-3;  // 1e-12 kmol/m^2, a ten-thousandth of a monolayer
+  constexpr double OF_FRACTIONS = 1e-4;
+  constexpr double OF_THICKNESS = 0.1;  // of z and h, in nm
+  constexpr double OF_INTEGRALS = 1e-3;
   const auto n = static_cast<std::size_t>(n_staged(e.model));
+  std::fill_n(rtol, n, tolerance);
   for (std::size_t i = 0; i < n; ++i) {
-    rtol[i] = tolerance;
-    if (i < Y_x_In) {
-      atol[i] = 1e-3 * tolerance;  // 1e-12 kmol/m^2, a ten-thousandth of a monolayer
-    } else if (i < Y_z) {
-      atol[i] = 1e-2 * tolerance;
-    } else {
-      atol[i] = tolerance;
-    }
+    atol[i] = tolerance * (i < Y_x_In ? OF_CONCENTRATIONS
+                           : i < Y_z  ? OF_FRACTIONS
+                           : i < Y_I0 ? OF_THICKNESS
+                                      : OF_INTEGRALS);
   }
 }
 

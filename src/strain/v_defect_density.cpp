@@ -13,6 +13,7 @@ namespace {
 
 constexpr int MAX_ITERATIONS = 100;
 constexpr double RELATIVE_TOLERANCE = 1e-14;  // of the density; reached in a few iterations
+constexpr double Z0_TOLERANCE = 1e-16;        // m
 constexpr double SERIES_LIMIT = 1e-3;         // k x below which the closed form of the slope cancels
 
 double w_above_z0(const SurfChemNonst& m) { return m.z - m.z0 - m.h + m.h_z0; }
@@ -79,31 +80,76 @@ double root_above(const SurfChemNonst& m, double rho) {
 
 CandidateLists lists_of(const Film& film) { return {film.z, film.h, film.I0, film.I1}; }
 
-// The depth near knot i with the most negative balance: the vertex of the parabola through it and its neighbours.
-double refined_z0(const SurfChemNonst& m, const Film& film, std::size_t i) {
-  const CandidateLists lists = lists_of(film);
-  const double z1 = film.z[i];
-  if (i == 0 || i + 1 >= film.z.size()) return z1;
-  const double z0 = film.z[i - 1], z2 = film.z[i + 1];
-  const auto balance = [&](std::size_t k) { return m.loop_energy(m.z, film.z[k]) + m.K1_of(lists, k); };
-  const double s1 = balance(i), left = balance(i - 1) - s1, right = balance(i + 1) - s1;
-  const double a = z1 - z0, b = z2 - z1;
-  if (!(a > 0.0 && b > 0.0 && left >= 0.0 && right >= 0.0)) return z1;
-  const double denominator = left * b + right * a;
-  return denominator > 0.0 ? z1 + 0.5 * (left * b * b - right * a * a) / denominator : z1;
+// The balance of V-defects that reach down to height z_at of the film.
+double balance_at(const StagedEquations& e, double z_at) {
+  const SurfChemNonst& m = e.model;
+  const FilmPoint p = film_at(e.film, z_at);
+  return m.loop_energy(m.z, z_at) + ((m.I1 - p.I1) - (m.I0 - p.I0) * (z_at - m.z_start - p.h));
+}
+
+// The depth with the lowest balance between low and high, by golden-section search; one of the ends if that is lower.
+double lowest_between(const StagedEquations& e, double low, double high) {
+  const double ends[] = {low, high};
+  constexpr double SECTION = 0.6180339887498949;
+  double c = high - SECTION * (high - low), d = low + SECTION * (high - low);
+  double f_c = balance_at(e, c), f_d = balance_at(e, d);
+  while (c < d && high - low > Z0_TOLERANCE) {
+    if (f_c < f_d) {
+      high = d;
+      d = c;
+      f_d = f_c;
+      c = high - SECTION * (high - low);
+      f_c = balance_at(e, c);
+    } else {
+      low = c;
+      c = d;
+      f_c = f_d;
+      d = low + SECTION * (high - low);
+      f_d = balance_at(e, d);
+    }
+  }
+  double best = 0.5 * (low + high);
+  for (double end : ends) {
+    if (balance_at(e, end) < balance_at(e, best)) best = end;
+  }
+  return best;
+}
+
+// The depth of the film with the lowest balance and that balance, which is above 0 only if no depth has one below 0.
+struct LowestBalance {
+  double z0 = 0.0;
+  double balance = std::numeric_limits<double>::infinity();
+};
+
+LowestBalance lowest_balance(StagedEquations& e) {
+  SurfChemNonst& m = e.model;
+  LowestBalance lowest;
+  const std::vector<double>& z = e.film.z;
+  const double highest = m.z - CANDIDATE_DEPTH;
+  if (!(highest > z.front())) return lowest;
+  lowest = {highest, balance_at(e, highest)};
+  const Z0Search search = m.search_z0(lists_of(e.film), z.size(), e.film.candidate_blocks, lowest.balance);
+  // Without a lower knot the lowest depth may still lie between the last knot and the highest candidate.
+  const std::size_t i = search.found ? search.index : search.passed - 1;
+  const double left = z[i > 0 ? i - 1 : 0], right = std::min(highest, z[std::min(i + 1, z.size() - 1)]);
+  if (search.found) lowest = {z[i], search.balance};
+  // Between knots the balance dips less than it rises to the neighbours.
+  const double rise = std::max(balance_at(e, left), balance_at(e, right)) - lowest.balance;
+  if (lowest.balance > rise) return lowest;
+  const double refined = lowest_between(e, left, right);
+  const double balance = balance_at(e, refined);
+  if (balance < lowest.balance) lowest = {refined, balance};
+  return lowest;
 }
 
 }  // namespace
 
-bool v_defects_open(StagedEquations& e) {
-  return e.model.search_z0(lists_of(e.film), e.film.z.size(), e.film.candidate_blocks).found;
-}
+bool v_defects_open(StagedEquations& e) { return lowest_balance(e).balance < 0.0; }
 
 void open_v_defects(StagedEquations& e) {
   SurfChemNonst& m = e.model;
-  constexpr double ANY = std::numeric_limits<double>::infinity();
-  const std::size_t index = m.search_z0(lists_of(e.film), e.film.z.size(), e.film.candidate_blocks, ANY).index;
-  m.z0 = refined_z0(m, e.film, index);
+  // A rounding may lie between the uppermost candidate and the start of the film.
+  m.z0 = std::max(lowest_balance(e).z0, e.film.z.front());
   const FilmPoint at_z0 = film_at(e.film, m.z0);
   m.set_state_at_z0(at_z0.h, at_z0.I0, at_z0.I1, at_z0.J0_0, at_z0.J0_1);
   e.open = true;

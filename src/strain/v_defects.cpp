@@ -13,10 +13,9 @@ namespace vorlen {
 
 namespace {
 
-constexpr double BURGERS = 3.189 * 1e-10;          // m, in the loop energy
-constexpr double CANDIDATE_DEPTH = 3e-10 * 3.189;  // a candidate lies three Burgers vectors below the surface, m
-constexpr double SEGMENT_CUT = 1e-6;               // least k x of F_segment; below it the closed form cancels
-constexpr double K_MIN = 1e-10;                    // least k of J2_of
+constexpr double BURGERS = 3.189 * 1e-10;  // m, in the loop energy
+constexpr double SEGMENT_CUT = 1e-6;       // least k x of F_segment; below it the closed form cancels
+constexpr double K_MIN = 1e-10;            // least k of J2_of
 
 // The first segment that reaches above depth: its number, or the length of the list.
 std::size_t first_above(const std::vector<DepthSegment>& list, double depth) {
