@@ -7,7 +7,7 @@ import resource
 import subprocess
 import unittest
 
-from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, changed_example, example
+from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, changed_example, example, without_integration
 
 STORED = os.path.join(SOURCE, "tests", "data", "bad")
 
@@ -292,8 +292,15 @@ class Integration(Checks):
     STAGED = '<integration><scheme val="staged"/></integration>'
     ADD_IT = f"add {STAGED} to the recipe, or run it with --scheme staged"
 
+    def write_with(self, xml):
+        """Writes an example with this element for its own, and returns its text."""
+        text = without_integration(changed_example("ingan_gan_mqw")).replace(self.END, xml + self.END)
+        self.write("recipe.xml", text)
+        return text
+
     def with_integration(self, xml):
-        return self.problems((self.END, xml + self.END))
+        self.write_with(xml)
+        return self.problems_of_file()
 
     def test_good_elements_are_no_problem(self):
         for xml in (self.STAGED, '<integration><scheme val="CONTINUOUS"/></integration>', "<integration/>",
@@ -302,8 +309,7 @@ class Integration(Checks):
                 self.assertEqual(self.with_integration(xml), [])
 
     def test_a_misspelt_scheme(self):
-        xml = '<integration><scheme val="stagged"/></integration>'
-        text = self.recipe((self.END, xml + self.END))
+        text = self.write_with('<integration><scheme val="stagged"/></integration>')
         problem, = self.problems_of_file()
         self.assertEqual((problem["severity"], problem["kind"], problem["path"]),
                          ("error", "unknown-keyword", "NonstSurfChem:integration:scheme"))
@@ -377,8 +383,8 @@ class ContinuousScheme(Checks):
     def write_process(self, *stages, stress="none", end=""):
         """A recipe of single stages; a list of stages is a periodic stage of three periods, or of as many as its first
         item says."""
-        text = changed_example("ingan_gan_mqw", ('<material val="InGaN"/>', '<material val="AlInGaN"/>'),
-                               ("</NonstSurfChem>", end + "</NonstSurfChem>"))
+        text = without_integration(changed_example("ingan_gan_mqw", ('<material val="InGaN"/>', '<material val="AlInGaN"/>')))
+        text = text.replace("</NonstSurfChem>", end + "</NonstSurfChem>")
         if stress != "none":
             text = text.replace('<model val="none"/>', f'<model val="{stress}"/><cut_angle val="0"/><V_angle_05 val="17"/>'
                                 '<X_ref val="0.1"/>', 1)
