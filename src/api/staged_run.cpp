@@ -19,8 +19,9 @@ namespace {
 constexpr double FIRST_STEP = 1e-6;         // s
 constexpr double SMALLEST_STEP = 1e-14;     // s, after failures
 constexpr double MOMENT_SPACING = 2.5e-10;  // growth between two moments of a step, m
-constexpr double MIN_MOMENTS = 4;
-constexpr double MAX_MOMENTS = 64;
+constexpr double SEARCH_SPACING = 1e-9;     // growth between two searches for an opening, m
+constexpr int MIN_MOMENTS = 4;
+constexpr int MAX_MOMENTS = 64;
 constexpr int MAX_RESTARTS = 5;             // of a span that failed
 constexpr double RESTART_FACTOR = 1e-3;     // of the step
 constexpr double RESTART_AFTER_PEAK = 0.1;  // of the step
@@ -125,7 +126,8 @@ double rate_at(const Step& step, double t) {
 
 int moments_of(const Step& step) {
   const double growth = std::abs(step.z_to - step.z_from) * 1e-9;
-  return static_cast<int>(std::clamp(std::ceil(growth / MOMENT_SPACING), MIN_MOMENTS, MAX_MOMENTS));
+  const double count = std::clamp(std::ceil(growth / MOMENT_SPACING), double{MIN_MOMENTS}, double{MAX_MOMENTS});
+  return static_cast<int>(count);
 }
 
 double moment(const Step& step, int j, int count) {
@@ -146,11 +148,16 @@ bool find_opening(StagedRun& run, const Step& step, int count) {
     unpack_at(run, step, t);
     return v_defects_open(e);
   };
+  const double growth = (step.z_to - step.z_from) * 1e-9;
+  const int checks = growth < SEARCH_SPACING ? 1 : MIN_MOMENTS;
   bool found = false;
   double low = step.t_from;
   for (int j = 1; j <= count && !found; ++j) {
     double high = moment(step, j, count);
-    found = opens_at(high);
+    unpack_at(run, step, high);
+    if (e.z > film_top(e.film)) film_add(e.film, surface_point(e));
+    if (j % (MIN_MOMENTS * (count / MIN_MOMENTS) / checks) != 0 && j != count) continue;
+    found = v_defects_open(e);
     if (found) {
       for (int k = 0; k < MAX_HALVINGS; ++k) {
         const double middle = 0.5 * (low + high);
@@ -158,10 +165,8 @@ bool find_opening(StagedRun& run, const Step& step, int count) {
         (opens_at(middle) ? high : low) = middle;
       }
       run.t_event = high;
-    } else {
-      if (e.z > film_top(e.film)) film_add(e.film, surface_point(e));
-      low = high;
     }
+    low = high;
   }
   film_truncate(e.film, knots);  // the step is gone through again
   return found;
@@ -240,7 +245,7 @@ void step_callback(std::int32_t accepted_index, double t_old, double t, const do
     state_at(run, step, tj, at);
     unpack_staged(e, at.data());
     follow_film(e);
-    samples.push_back(sample_of(run, tj, 0.0));
+    if (j % (count / MIN_MOMENTS) == 0 || j == count) samples.push_back(sample_of(run, tj, 0.0));
   }
   accept_v_defects(e);
   run.last.is_set = false;

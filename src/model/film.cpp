@@ -104,6 +104,7 @@ double film_tension(const Film& film, double z) {
 }
 
 void film_add(Film& film, const FilmPoint& point) {
+  if (film.compressed_from == film.z.size() && !(point.R < 0.0)) ++film.compressed_from;
   film.z.push_back(point.z);
   film.x_In.push_back(point.x_In);
   film.x_Al.push_back(point.x_Al);
@@ -112,6 +113,7 @@ void film_add(Film& film, const FilmPoint& point) {
 }
 
 void film_truncate(Film& film, std::size_t kept) {
+  film.compressed_from = std::min(film.compressed_from, kept);
   for (auto* list : {&film.z, &film.x_In, &film.x_Al}) list->resize(kept);
   if (film.relaxes) {
     for (const RelaxationList& r : RELAXATION) (film.*r.list).resize(kept);

@@ -33,6 +33,7 @@ struct Film {
   std::vector<double> h, I0, I1, J0_0, J0_1, w, R, S;  // empty without relaxation
   std::vector<FilmPoint> below;      // interfaces of the pre-stages from below; two knots for each layer
   CandidateBlocks candidate_blocks;  // of the knots, for the search of z0
+  std::size_t compressed_from = 0;  // the first knot with R below 0; the number of knots if there is none
   bool relaxes = false;
 };
 

@@ -144,7 +144,10 @@ LowestBalance lowest_balance(StagedEquations& e) {
 
 }  // namespace
 
-bool v_defects_open(StagedEquations& e) { return lowest_balance(e).balance < 0.0; }
+bool v_defects_open(StagedEquations& e) {
+  // Only growth under compression lowers a balance.
+  return e.film.compressed_from < e.film.z.size() && lowest_balance(e).balance < 0.0;
+}
 
 void open_v_defects(StagedEquations& e) {
   SurfChemNonst& m = e.model;
