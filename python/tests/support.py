@@ -31,15 +31,18 @@ def result(layers: list[tuple[str, float, float]], rows: list[str]) -> str:
 
 
 def failing_recipe() -> vorlen.Recipe:
-    """A recipe in which no step converges after 3724 s: the temperature jumps by 130 K there."""
-    recipe = vorlen.Recipe.load(V_DEFECTS)
+    """A recipe in which no step converges after 3724 s: continuous scheme, and the temperature jumps by 130 K there."""
+    recipe = vorlen.Recipe.load(V_DEFECTS).with_scheme("continuous")
     recipe["process_stages/stage_2/T"] = 900
     return recipe
 
 
 def recipe_with_not_a_numbers() -> vorlen.Recipe:
-    """A recipe of not-a-number layers: reference flows without carrier gas have no diffusion coefficient."""
-    recipe = vorlen.Recipe.load(ROOT / "examples" / "gan_thick_ccs.xml")
+    """A recipe of NaN layers: reference flows without carrier gas have no diffusion coefficient.
+
+    Under the staged scheme such a run fails.
+    """
+    recipe = vorlen.Recipe.load(ROOT / "examples" / "gan_thick_ccs.xml").with_scheme("continuous")
     for gas in ("N2", "H2", "NH3"):
         recipe[f"transport/parameters/Q_ref/{gas}"] = 0
     return recipe

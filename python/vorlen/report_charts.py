@@ -172,6 +172,7 @@ def _layout(x_title: str) -> dict[str, Any]:
         "paper_bgcolor": "rgba(0,0,0,0)",
         "plot_bgcolor": "rgba(0,0,0,0)",
         "hovermode": "x unified",
+        "hoverdistance": -1,  # the nearest row, however far apart the rows are
         "hoversubplots": "axis",
         "hoverlabel": {"font": {"size": 12}},
         "separators": ".",  # no commas in thousands
