@@ -112,6 +112,16 @@ void film_add(Film& film, const FilmPoint& point) {
   for (const RelaxationList& r : RELAXATION) (film.*r.list).push_back(point.*r.member);
 }
 
+void film_grow(Film& film, const FilmPoint& from, const FilmPoint& to) {
+  const double top = film_top(film);
+  if (film.x_In.back() != from.x_In || film.x_Al.back() != from.x_Al) {
+    FilmPoint interface = from;
+    interface.z = top;
+    film_add(film, interface);
+  }
+  film_add(film, to);
+}
+
 void film_truncate(Film& film, std::size_t kept) {
   film.compressed_from = std::min(film.compressed_from, kept);
   for (auto* list : {&film.z, &film.x_In, &film.x_Al}) list->resize(kept);

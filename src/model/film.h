@@ -33,7 +33,7 @@ struct Film {
   std::vector<double> h, I0, I1, J0_0, J0_1, w, R, S;  // empty without relaxation
   std::vector<FilmPoint> below;      // interfaces of the pre-stages from below; two knots for each layer
   CandidateBlocks candidate_blocks;  // of the knots, for the search of z0
-  std::size_t compressed_from = 0;  // the first knot with R below 0; the number of knots if there is none
+  std::size_t compressed_from = 0;   // the first knot with R below 0; the number of knots if there is none
   bool relaxes = false;
 };
 
@@ -51,6 +51,10 @@ double film_tension(const Film& film, double z);
 
 // Puts a knot on top; its z is not below the top.
 void film_add(Film& film, const FilmPoint& point);
+
+// Puts a knot on top after growth from one state of the surface to another. Where the surface differs from the top of
+// the film, as after evaporation, an abrupt interface comes between.
+void film_grow(Film& film, const FilmPoint& from, const FilmPoint& to);
 
 // Removes the knots from number kept on.
 void film_truncate(Film& film, std::size_t kept);

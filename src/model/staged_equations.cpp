@@ -14,7 +14,17 @@ constexpr double C_UNIT = 1e-9;  // of the surface concentrations, kmol/m^2
 constexpr double NM = 1e-9;
 
 // The components of the state.
-enum StagedComponent : std::size_t { Y_c, Y_x_In = N_ADSORBED, Y_x_Al, Y_z, Y_h, Y_I0, Y_I1, Y_J0_0, Y_J0_1 };
+enum StagedComponent : std::size_t {
+  Y_c,
+  Y_x_In = N_ADSORBED,
+  Y_x_Al,
+  Y_z = STAGED_Z,
+  Y_h,
+  Y_I0,
+  Y_I1,
+  Y_J0_0,
+  Y_J0_1
+};
 
 // The switch between growth in tension and growth that relaxes takes this much strain. A jump would make layers slide
 // along it.

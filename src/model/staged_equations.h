@@ -25,8 +25,9 @@
 namespace vorlen {
 
 inline constexpr int N_STAGED_MAX = 13;
-inline constexpr double MONOLAYER = 1.9e-8;     // metal atoms of a monolayer, kmol/m^2
-inline constexpr double EXCHANGE_LAYER = 0.01;  // GAMMA as a part of a monolayer
+inline constexpr std::size_t STAGED_Z = N_ADSORBED + 2;  // the component z
+inline constexpr double MONOLAYER = 1.9e-8;              // metal atoms of a monolayer, kmol/m^2
+inline constexpr double EXCHANGE_LAYER = 0.01;           // GAMMA as a part of a monolayer
 using StagedVector = std::array<double, N_STAGED_MAX>;
 
 // Where the state of a stage starts from.

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "strain/dislocation_constants.h"
+
 namespace vorlen {
 
 namespace {
@@ -23,18 +25,29 @@ enum Followed : std::size_t {
   F_A_EFF,
   F_EPS_XX,
   F_EPS_ZZ,
+  F_RHO_TD_LAST,
+  F_EPS_LAST,
   N_FOLLOWED
 };
 using Columns = std::array<double, N_FOLLOWED>;
-constexpr Columns LEAST_RANGE = {1e-11, 1e-14, 1e-4, 1e-4, 1e-4, 1.0, 1.0, 1e-5, 1e-6, 1e-6};
+constexpr Columns LEAST_RANGE = {1e-11, 1e-14, 1e-4, 1e-4, 1e-4, 1.0, 1.0, 1e-5, 1e-6, 1e-6, 1.0, 1e-6};
 constexpr double LEAST_RELATIVE_RANGE = 1e-4;  // of the value, for the growth rate and the densities
 
 Columns columns_of(const SurfChemNonst& m, const RowSample& s) {
   const double a = m.lattice_a(s.x_b.data());
   const double eps = m.eps_in_plane(a, s.rho_VD, s.z, s.h);
-  const double rho = m.stress_model == STRESS_V_dislocation ? m.rho_TD_at(s.rho_VD, s.z, s.h) : 0.0;
-  return {s.z, s.GR,     s.x_b[InN_b],    s.x_b[GaN_b], s.x_b[AlN_b],
-          rho, s.rho_VD, (eps + 1.0) * a, eps,          eps * m.strain_ratio(s.x_b.data())};
+  Columns c = {s.z, s.GR, s.x_b[InN_b], s.x_b[GaN_b], s.x_b[AlN_b]};
+  c[F_RHO_VD] = s.rho_VD;
+  c[F_A_EFF] = (eps + 1.0) * a;
+  c[F_EPS_XX] = eps;
+  c[F_EPS_ZZ] = eps * m.strain_ratio(s.x_b.data());
+  if (m.stress_model != STRESS_V_dislocation) return c;
+  c[F_RHO_TD] = m.rho_TD_at(s.rho_VD, s.z, s.h);
+  if (m.z0 < 0.0) return c;
+  // The final density of V-defects is not known yet. It lies between the present and the largest one.
+  c[F_RHO_TD_LAST] = m.rho_TD_at(RHO_VD_MAX, s.z, s.h);
+  c[F_EPS_LAST] = m.eps_in_plane(a, RHO_VD_MAX, s.z, s.h);
+  return c;
 }
 
 struct Chord {
@@ -90,7 +103,8 @@ void thin_out(const SurfChemNonst& m, std::vector<RowSample>& samples, std::size
       largest = std::max(largest, std::abs(values[c]));
     }
     double range = std::max(high - low, LEAST_RANGE[c]);
-    if (c == F_GR || c == F_RHO_TD || c == F_RHO_VD) range = std::max(range, LEAST_RELATIVE_RANGE * largest);
+    if (c == F_GR || c == F_RHO_TD || c == F_RHO_VD || c == F_RHO_TD_LAST)
+      range = std::max(range, LEAST_RELATIVE_RANGE * largest);
     tolerance[c] = PART_OF_RANGE * range;
   }
   std::vector<std::size_t> rows = select(samples, columns, tolerance);
@@ -101,6 +115,15 @@ void thin_out(const SurfChemNonst& m, std::vector<RowSample>& samples, std::size
   for (std::size_t i = 0; i < rows.size(); ++i) samples[i] = samples[rows[i]];
   samples.resize(rows.size());
 }
+
+// The lists of the history that hold a value for each row.
+std::vector<std::vector<double>*> lists_of(SurfChemNonst& m) {
+  std::vector<std::vector<double>*> lists = {&m.hist_t, &m.hist_z, &m.hist_Vg, &m.hist_xIn, &m.hist_xGa, &m.hist_xAl};
+  if (m.stress_model == STRESS_V_dislocation) lists.insert(lists.end(), {&m.hist_h, &m.hist_rho_VD});
+  return lists;
+}
+
+double next_above(double t) { return std::nextafter(t, std::numeric_limits<double>::infinity()); }
 
 void append(SurfChemNonst& m, const RowSample& s, double t) {
   m.hist_t.push_back(t);
@@ -129,9 +152,49 @@ void finish_rows(SurfChemNonst& m, RowSelection& selection) {
   for (const RowSample& s : samples) {
     const double t = selection.begin + s.t;
     const bool is_later = m.hist_t.empty() || t > m.hist_t.back();
-    append(m, s, is_later ? t : std::nextafter(m.hist_t.back(), std::numeric_limits<double>::infinity()));
+    append(m, s, is_later ? t : next_above(m.hist_t.back()));
   }
   samples.clear();
+}
+
+void add_rows_at_z0(SurfChemNonst& m) {
+  constexpr double FIRST_DEPTH = 5e-12;  // of the first row above z0, m; far below 1 / k for any density
+  constexpr double RATIO = 1.1;          // of the depths of two rows
+  // Heights from the top down, to insert rows from behind.
+  std::vector<double> heights;
+  for (double depth = FIRST_DEPTH; m.z0 + depth < m.hist_z.back(); depth *= RATIO) heights.push_back(m.z0 + depth);
+  std::reverse(heights.begin(), heights.end());
+  heights.push_back(m.z0);
+  heights.push_back(std::nextafter(m.z0, 0.0));
+
+  const std::vector<std::vector<double>*> lists = lists_of(m);
+  std::vector<std::vector<double>> above(lists.size());  // rows taken off the history, the last one first
+  const auto take_last = [&] {
+    for (std::size_t k = 0; k < lists.size(); ++k) {
+      above[k].push_back(lists[k]->back());
+      lists[k]->pop_back();
+    }
+  };
+  for (double z : heights) {
+    while (m.hist_z.size() > 1 && m.hist_z[m.hist_z.size() - 2] >= z) take_last();
+    const std::size_t last = m.hist_z.size() - 1;
+    if (last == 0 || !(m.hist_z[last] > z)) continue;
+    const double share = (z - m.hist_z[last - 1]) / (m.hist_z[last] - m.hist_z[last - 1]);
+    double t = m.hist_t[last - 1] + share * (m.hist_t[last] - m.hist_t[last - 1]);
+    if (z == m.z0) t = next_above(t);  // the row under it is at t
+    if (!(t > m.hist_t[last - 1] && t < m.hist_t[last])) continue;
+    std::vector<double> row;
+    for (const std::vector<double>* list : lists) {
+      row.push_back((*list)[last - 1] + share * ((*list)[last] - (*list)[last - 1]));
+    }
+    row[0] = t;
+    row[1] = z;
+    take_last();
+    for (std::size_t k = 0; k < lists.size(); ++k) lists[k]->push_back(row[k]);
+  }
+  for (std::size_t k = 0; k < lists.size(); ++k) {
+    lists[k]->insert(lists[k]->end(), above[k].rbegin(), above[k].rend());
+  }
 }
 
 }  // namespace vorlen

@@ -11,18 +11,14 @@ namespace vorlen {
 
 inline constexpr std::size_t MAX_ROWS_PER_STAGE = 2000;
 
-// The model at one moment, with what the lists of its history hold.
+// The model at one moment.
 struct RowSample {
-  double t = 0.0;   // s from the start of the stage
-  double z = 0.0;   // m
-  double h = 0.0;   // m
-  double GR = 0.0;  // m/s
-  double rho_VD = 0.0;
+  double t = 0.0;       // s from the start of the stage
+  double z = 0.0;       // m
+  double h = 0.0;       // thickness grown in tension, m
+  double GR = 0.0;      // growth rate, m/s
+  double rho_VD = 0.0;  // m^-2
   std::array<double, N_BULK> x_b{};
-  std::array<double, N_ADSORBED> c_a{};
-  std::array<double, 4> integrals{};  // I0, I1, J0_0, J0_1
-  std::array<double, 3> balance{};    // J0, J1, J2
-  double r = 0.0;
 };
 
 // The samples of a stage, or of its part before or after the opening of V-defects.
@@ -37,5 +33,9 @@ void add_sample(const SurfChemNonst& model, RowSelection& selection, const RowSa
 // Writes the rows to the history of the model, the first and the last sample always, and empties the selection.
 // A first sample at the time of the last row of the history is moved to the next larger number.
 void finish_rows(SurfChemNonst& model, RowSelection& selection);
+
+// Adds rows to the history where the columns of the finished structure have their step at z0, and above it as close as
+// these columns need whatever the final density of V-defects; directly after V-defects have opened.
+void add_rows_at_z0(SurfChemNonst& model);
 
 }  // namespace vorlen

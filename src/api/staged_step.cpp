@@ -1,0 +1,168 @@
+// In order: moments of a step, openings of V-defects, maxima of their density, film and rows.
+#include "api/staged_step.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "integrator/radau_integrator.h"
+#include "strain/v_defect_density.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr double NM = 1e-9;
+constexpr double KNOT_SPACING = 2.5e-10;       // largest growth between two knots of the film, m
+constexpr double SEARCH_SPACING = 1e-9;        // growth that is searched for an opening at its end only, m
+constexpr int MIN_MOMENTS = SAMPLES_PER_STEP;  // of a step
+constexpr int MAX_MOMENTS = 64;                // a multiple of MIN_MOMENTS
+constexpr int MAX_HALVINGS = 60;               // of the time of an event
+constexpr double PEAK_DROP = 1e-7;             // relative, of the density after a maximum; below are roundings
+constexpr int MAX_THIRDS = 50;                 // taken off the time of a maximum
+
+double growth_of(const StagedRun& run, const Step& step) { return (step.y[STAGED_Z] - run.y[STAGED_Z]) * NM; }
+
+// The moments at which a step is looked at: as many as keep the knots of the film near each other.
+int moment_count(const StagedRun& run, const Step& step) {
+  const double wanted = std::ceil(std::abs(growth_of(run, step)) / KNOT_SPACING / MIN_MOMENTS);
+  return MIN_MOMENTS * static_cast<int>(std::clamp(wanted, 1.0, double{MAX_MOMENTS / MIN_MOMENTS}));
+}
+
+double moment(const Step& step, int j, int count) {
+  return j == count ? step.t_to : step.t_from + (step.t_to - step.t_from) * j / count;
+}
+
+// Puts the state at time t of the step into the model.
+void unpack_at(StagedRun& run, const Step& step, double t) {
+  StagedVector y{};
+  if (t == step.t_to) {
+    std::copy_n(step.y, run.n, y.begin());
+  } else {
+    for (std::size_t i = 0; i < run.n; ++i) {
+      y[i] = RadauDenseValue(static_cast<std::int32_t>(i) + 1, t, step.CONT, step.cont_size);
+    }
+  }
+  unpack_staged(run.equations, y.data());
+}
+
+bool find_opening(StagedRun& run, const Step& step) {
+  StagedEquations& e = run.equations;
+  const double growth = growth_of(run, step);
+  if (!(growth > 0.0)) return false;
+  const int count = moment_count(run, step);
+  const int searches = growth < SEARCH_SPACING ? 1 : MIN_MOMENTS;
+  const std::size_t knots = e.film.z.size();
+  FilmPoint surface = run.surface;
+  bool found = false;
+  double low = step.t_from;
+  for (int j = 1; j <= count && !found; ++j) {
+    double high = moment(step, j, count);
+    unpack_at(run, step, high);
+    if (e.z > film_top(e.film)) film_grow(e.film, surface, surface_point(e));
+    surface = surface_point(e);
+    if (j % (count / searches) != 0) continue;
+    found = v_defects_open(e);
+    for (int k = 0; found && k < MAX_HALVINGS; ++k) {
+      const double middle = 0.5 * (low + high);
+      if (!(low < middle && middle < high)) break;
+      unpack_at(run, step, middle);
+      (v_defects_open(e) ? high : low) = middle;
+    }
+    low = high;
+  }
+  run.t_event = low;
+  film_truncate(e.film, knots);
+  return found;
+}
+
+bool find_peak(StagedRun& run, const Step& step) {
+  const int count = moment_count(run, step);
+  const auto density_at = [&](double t) {
+    unpack_at(run, step, t);
+    return run.equations.model.rho_VD;
+  };
+  double previous = run.equations.rho_accepted;
+  for (int j = 1; j <= count; ++j) {
+    const double density = density_at(moment(step, j, count));
+    if (!(density < previous * (1.0 - PEAK_DROP))) {
+      previous = density;
+      continue;
+    }
+    double low = moment(step, std::max(j - 2, 0), count);
+    double high = moment(step, j, count);
+    for (int k = 0; k < MAX_THIRDS; ++k) {
+      const double third = (high - low) / 3.0;
+      if (density_at(low + third) < density_at(high - third)) {
+        low += third;
+      } else {
+        high -= third;
+      }
+    }
+    run.t_event = 0.5 * (low + high);
+    return run.t_event > step.t_from && run.t_event < step.t_to;
+  }
+  return false;
+}
+
+RowSample sample_of(const StagedEquations& e, double t, double GR) {
+  const SurfChemNonst& m = e.model;
+  return {.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
+}
+
+// Growth rate at time t of the step: the derivative of the cubic that has thickness and rate in common with both ends.
+double rate_at(const StagedRun& run, const Step& step, double GR, double t) {
+  if (t == step.t_to) return GR;
+  const double dt = step.t_to - step.t_from;
+  const double s = (t - step.t_from) / dt;
+  return 6.0 * s * (1.0 - s) * growth_of(run, step) / dt + (1.0 - s) * (1.0 - 3.0 * s) * run.GR +
+         s * (3.0 * s - 2.0) * GR;
+}
+
+}  // namespace
+
+void start_span(StagedRun& run, double t, const double* y, double GR) {
+  unpack_staged(run.equations, y);
+  run.GR = GR;
+  run.surface = surface_point(run.equations);
+  if (run.rows.samples.empty()) add_sample(run.equations.model, run.rows, sample_of(run.equations, t, GR));
+}
+
+bool find_event(StagedRun& run, const Step& step) {
+  if (!run.watch_events) return false;
+  if (run.equations.open ? find_peak(run, step) : find_opening(run, step)) {
+    run.event = run.equations.open ? Event::PEAK : Event::OPENING;
+    return true;
+  }
+  return false;
+}
+
+void follow_step(StagedRun& run, const Step& step) {
+  StagedEquations& e = run.equations;
+  const int count = moment_count(run, step);
+  run.step_samples = 0;
+  for (int j = 1; j <= count; ++j) {
+    const double t = moment(step, j, count);
+    unpack_at(run, step, t);
+    const FilmPoint surface = surface_point(e);
+    const double top = film_top(e.film);
+    if (e.z < top) film_cut(e.film, e.z);
+    if (e.z > top) film_grow(e.film, run.surface, surface);
+    run.surface = surface;
+    if (j % (count / MIN_MOMENTS) == 0) run.samples[run.step_samples++] = sample_of(e, t, 0.0);
+  }
+  accept_v_defects(e);
+}
+
+void finish_step(StagedRun& run, const Step& step, double GR) {
+  for (std::size_t i = 0; i < run.step_samples; ++i) {
+    RowSample& s = run.samples[i];
+    s.GR = rate_at(run, step, GR, s.t);
+    add_sample(run.equations.model, run.rows, s);
+  }
+  run.last_step = step.t_to - step.t_from;
+  std::copy_n(step.y, run.n, run.y.begin());
+  run.t = step.t_to;
+  run.GR = GR;
+}
+
+}  // namespace vorlen
