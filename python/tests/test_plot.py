@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import subprocess
+import sys
 from pathlib import Path
 
 import matplotlib
@@ -143,6 +145,13 @@ def test_the_picture_of_the_readme_is_what_its_script_draws(tmp_path: Path) -> N
     assert (tmp_path / "r.svg").read_bytes() == kept.read_bytes()
     assert kept.stat().st_size < 300_000
     assert "docs/figures/v_defects.svg" in (ROOT / "README.md").read_text()
+
+
+def test_the_picture_of_the_schemes_is_what_its_script_draws(tmp_path: Path) -> None:
+    script = ROOT / "python" / "integration_figure.py"
+    subprocess.run([sys.executable, "-B", script, tmp_path / "r.svg"], check=True)
+    assert (tmp_path / "r.svg").read_bytes() == (ROOT / "docs" / "figures" / "integration.svg").read_bytes()
+    assert "figures/integration.svg" in (ROOT / "docs" / "integration.md").read_text()
 
 
 def test_the_colours_of_metals_can_be_told_apart_without_colour_vision() -> None:
