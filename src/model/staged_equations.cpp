@@ -17,6 +17,11 @@ constexpr double NM = 1e-9;
 constexpr std::size_t Y_c = 0, Y_x = N_ADSORBED, Y_z = STAGED_Z;
 constexpr std::size_t Y_h = Y_z + 1, Y_I0 = Y_z + 2, Y_I1 = Y_z + 3, Y_J0_0 = Y_z + 4, Y_J0_1 = Y_z + 5;
 
+// Growth slower than this, kmol/(m^2 s), hands over the film's composition as evaporation does, so that the equations
+// have a slope where growth turns into evaporation. A hundred-thousandth of usual growth, which adds nothing to the
+// film.
+constexpr double SLOW_GROWTH = 3.7e-13;
+
 // The switch between growth in tension and growth that relaxes takes this much strain. A jump would make layers slide
 // along it.
 constexpr double SWITCH_WIDTH = 1e-6;
@@ -116,12 +121,13 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   for (std::size_t k = 0; k < N_ADSORBED; ++k) f[Y_c + k] = surface.dc_a[k] / C_UNIT;
 
   const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
-  std::array<double, N_BULK> exchanged = m.x_b;
-  if (S < 0.0) {
-    const FilmPoint below = film_at(e.film, e.z);
-    exchanged = {below.x_In, 1.0 - below.x_In - below.x_Al, below.x_Al};
+  const double share = S > 0.0 ? std::exp(-S / SLOW_GROWTH) : 1.0;  // of the film's composition in what passes
+  const FilmPoint film = share > 0.0 ? film_at(e.film, e.z) : FilmPoint{};
+  const double below[N_BULK] = {film.x_In, 1.0 - film.x_In - film.x_Al, film.x_Al};
+  for (std::size_t k = 0; k < N_BULK; ++k) {
+    const double x = m.x_b[k];
+    f[Y_x + k] = (m.R_b[k] - S * (x + share * (below[k] - x))) / e.gamma;
   }
-  for (std::size_t k = 0; k < N_BULK; ++k) f[Y_x + k] = (m.R_b[k] - S * exchanged[k]) / e.gamma;
   f[Y_z] = surface.GR / NM;
   if (!relaxes(m)) return surface.GR;
 

@@ -41,12 +41,6 @@ struct StageStart {
   double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
 };
 
-// Growth in tension above z0, for the balance of the V-defects: thickness dh that was grown at the effective thickness
-// w.
-struct TensionList {
-  std::vector<double> w, dh;  // m
-};
-
 struct StagedEquations {
   SurfChemNonst& model;
   Film film;
