@@ -22,6 +22,7 @@ from support import (
     row,
     scripted_library,
 )
+from vorlen._result_check import looks_physical
 from vorlen.report import find_tool
 from vorlen.run import RecipeSource
 
@@ -77,6 +78,25 @@ def scripted(tmp_path_factory: pytest.TempPathFactory, monkeypatch: pytest.Monke
 def write_rows(monkeypatch: pytest.MonkeyPatch, folder: Path, rows: list[str]) -> None:
     (folder / "rows").write_text(result(STAGES, rows))
     monkeypatch.setenv("TEST_ROWS", str(folder / "rows"))
+
+
+@pytest.mark.parametrize("number", range(13))
+@pytest.mark.parametrize("column", ["z", "x_in", "x_ga", "x_al"])
+@pytest.mark.parametrize("value", [-0.0010001, -0.001, 1.001, 1.0010001, 4.86, np.nan, np.inf, -np.inf])
+def test_the_quick_look_at_rows_misses_nothing(number: int, column: str, value: float) -> None:
+    """It may be wrong about fractions of rows that were not simulated, which are not its business."""
+    rows = "".join(rows_of({number: {column: value}})).encode()
+    if column == "z" and np.isfinite(value):
+        assert looks_physical(rows)
+    else:
+        assert looks_physical(rows) == (np.isfinite(value) and -0.001 <= value <= 1.001)
+
+
+def test_the_quick_look_passes_over_nothing_but_whole_rows() -> None:
+    good = "".join(rows_of({})).encode()
+    assert looks_physical(good)
+    for rows in (b"", good[:-30], good + b"1 2\n", good.replace(b"1.0000000000000000e+00", b"1.0x00000000000000e+00", 1)):
+        assert not looks_physical(rows)
 
 
 @pytest.mark.parametrize("value", [-0.001, 0.0, 1.0, 1.001])

@@ -131,10 +131,10 @@ def _stage_of_row(profile: pd.DataFrame, index: int, stages: list[Stage]) -> Sta
     return _active_stage(stages, lambda stage: stage.end >= time - slack)
 
 
-def unphysical_text(profile: pd.DataFrame, stages: list[Stage]) -> str:
+def unphysical_text(profile: pd.DataFrame, stages: Callable[[], list[Stage]]) -> str:
     """One line on the unphysical rows: how many, the first one's time and stage, and what is wrong with it.
 
-    Empty if there are none.
+    Empty if there are none. stages is called only if there are.
     """
     bad = _bad_values(profile)
     rows = np.flatnonzero(bad.any(axis=1))
@@ -143,7 +143,7 @@ def unphysical_text(profile: pd.DataFrame, stages: list[Stage]) -> str:
     column = COLUMN_NAMES[int(np.argmax(bad[rows[0]]))]
     value, time = (float(profile[name].iloc[rows[0]]) for name in (column, "time"))
     shown = "NaN" if math.isnan(value) else "infinite" if math.isinf(value) else f"{value:.6g}"
-    stage = _stage_of_row(profile, int(rows[0]), stages)
+    stage = _stage_of_row(profile, int(rows[0]), stages())
     return (
         f"Unphysical values in {len(rows)} of {len(profile)} rows, first at "
         f"{f'{time:.10g} s' if math.isfinite(time) else 'an unknown time'}"
@@ -151,9 +151,22 @@ def unphysical_text(profile: pd.DataFrame, stages: list[Stage]) -> str:
     )
 
 
-def is_unphysical(profile: pd.DataFrame) -> bool:
-    """True when a row has a value that no process has."""
-    return bool(_bad_values(profile).any())
+def looks_physical(rows: bytes) -> bool:
+    """True when rows, as the library writes them, are all physical; faster than parsing them.
+
+    False decides nothing: the fractions of rows that were not simulated are looked at too.
+    """
+    if b"n" in rows:  # of nan and inf
+        return False
+    words = rows.split()
+    if not words or len(words) % len(COLUMN_NAMES) != 0:
+        return False
+    columns = (COLUMN_NAMES.index(name) for name in FRACTIONS)
+    try:
+        fractions = [float(word) for column in columns for word in words[column :: len(COLUMN_NAMES)]]
+    except ValueError:
+        return False
+    return min(fractions) >= FRACTION_MIN and max(fractions) <= FRACTION_MAX
 
 
 def is_text_of_integration(text: str) -> bool:

@@ -28,7 +28,7 @@ from ._result_check import (
     Stage,
     end_text,
     is_text_of_integration,
-    is_unphysical,
+    looks_physical,
     remedy_text,
     stages_of_layers,
     stages_of_recipe,
@@ -41,6 +41,7 @@ from .result_file import (
     COLUMN_NAMES,
     TIME_TOLERANCE,
     ResultFileError,
+    bytes_of_rows,
     has_rows,
     parse_layers,
     parse_profile,
@@ -124,7 +125,7 @@ class Run:
     @functools.cached_property
     def unphysical(self) -> str:
         """One line on rows that no process has: NaN, infinity, a fraction far outside of 0 to 1. Empty if none has."""
-        return unphysical_text(self.profile, self._stages()) if is_unphysical(self.profile) else ""
+        return unphysical_text(self.profile, self._stages)
 
     @property
     def failed(self) -> bool:
@@ -391,6 +392,8 @@ def _text_with_rows(text: str, simulated: Run | None, scheme: str) -> str:
     """
     if text and not is_text_of_integration(text):
         return text
+    if simulated and looks_physical(bytes_of_rows(simulated.content)):
+        simulated.unphysical = ""  # spares the parsing
     lines = [text] if text else []
     if text:
         profile, stages = (simulated.profile, simulated._stages()) if simulated else (None, [])
