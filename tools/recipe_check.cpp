@@ -34,6 +34,7 @@ Verdict ask_library(const std::string& file) {
   vorlen::SurfChemNonst model(recipe, "", err);
   verdict.text = err != 0 ? model.error_text : "";
   if (err != 0) return verdict;
+  verdict.text = recipe.integration_fault;
   std::array<double, vorlen::N_STATE_MAX> y{};
   model.init_state(y.data());
   verdict.state_is_finite =

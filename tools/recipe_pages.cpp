@@ -24,6 +24,7 @@ constexpr Part PARTS[] = {
     {"material and chemistry", Section::root, "", "chemistry"},
     {"stress", Section::root, "", "stress"},
     {"transport", Section::root, "", "transport"},
+    {"integration", Section::root, "", "integration"},
     {"lists of stages", Section::root, "", "pre_stages"},
     {"lists of stages", Section::root, "", "process_stages"},
     {"lists of stages", Section::root, "", "post_stages"},

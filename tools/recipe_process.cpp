@@ -4,7 +4,10 @@
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
+#include <limits>
+#include <set>
 
+#include "recipe/xml_lookup.h"
 #include "recipe_reading.h"
 
 namespace recipe {
@@ -14,6 +17,10 @@ namespace {
 using vorlen::ValueRange;
 
 constexpr double JUMP_MIN = 1.0;  // K; smaller ones, as from rounding to whole degrees, do no harm
+// A pause without metals from this temperature on, or one that heats up by more than this, brings the net growth rate
+// through 0, where the composition that the continuous scheme integrates has no value.
+constexpr double HOT_MIN = 1150.0;    // K
+constexpr double HEATING_MIN = 20.0;  // K
 
 double largest(const ValueRange& range) { return std::max(range.val, range.end); }
 
@@ -84,11 +91,115 @@ void warn_of_jump(const ReadStage& before, const ReadStage& behind, std::vector<
        "ramp it over 5 s or more; a pause without group-III flow should take 30 s or more");
 }
 
+// ---- What makes the continuous scheme fail
+
+bool with_metals(const ReadStage& stage) {
+  return std::any_of(stage.metals.begin(), stage.metals.end(),
+                     [](const auto& flow) { return flow.has_value() && largest(*flow) > 0.0; });
+}
+
+// False when a flow is not known.
+bool without_metals(const ReadStage& stage) {
+  return std::all_of(stage.metals.begin(), stage.metals.end(),
+                     [](const auto& flow) { return flow.has_value() && largest(*flow) <= 0.0; });
+}
+
+// How to choose the staged scheme in this recipe.
+std::string remedy(const Reading& reading) {
+  const TiXmlElement* integration = reading.integration;
+  const char* change = "add <integration><scheme val=\"staged\"/></integration> to the recipe";
+  if (integration != nullptr && integration->FirstChildElement("scheme") == nullptr) {
+    change = "add <scheme val=\"staged\"/> to the element integration";
+  } else if (integration != nullptr) {
+    change = "write <scheme val=\"staged\"/> in the element integration";
+  }
+  return fmt::format("{}, or run it with --scheme staged", change);
+}
+
+// The stages in the order in which they are grown. Two periods of a periodic stage show all its neighbours.
+std::vector<const ReadStage*> grown_order(const std::vector<ReadStage>& stages) {
+  std::vector<const ReadStage*> order;
+  for (std::size_t k = 0; k < stages.size(); ++k) {
+    order.push_back(&stages[k]);
+    if (stages[k].repeats_from < 0) continue;
+    for (std::size_t m = static_cast<std::size_t>(stages[k].repeats_from); m <= k; ++m) order.push_back(&stages[m]);
+  }
+  return order;
+}
+
+// A pause is a sequence of stages without metals. The first hot stage of each is reported when something grows after
+// it.
+void warn_of_hot_pauses(const Reading& reading, std::vector<Problem>& warnings) {
+  const std::vector<const ReadStage*> order = grown_order(reading.stages);
+  std::set<const ReadStage*> reported;
+  bool pause_is_reported = false;
+  double coolest = std::numeric_limits<double>::infinity();  // K, since the last growth
+  for (auto one = order.begin(); one != order.end(); ++one) {
+    const ReadStage& stage = **one;
+    if (!without_metals(stage)) {
+      pause_is_reported = false;
+      coolest = stage.T ? stage.T->end : std::numeric_limits<double>::infinity();
+      continue;
+    }
+    if (!stage.T) continue;
+    coolest = std::min(coolest, stage.T->val);
+    const double before = coolest;
+    coolest = std::min(coolest, stage.T->end);
+    const double hottest = largest(*stage.T);
+    const bool heats_up = hottest - before > HEATING_MIN;
+    if (pause_is_reported || !(hottest >= HOT_MIN || heats_up)) continue;
+    const auto growth = std::find_if(one, order.end(), [](const ReadStage* later) { return with_metals(*later); });
+    if (growth == order.end()) return;
+    pause_is_reported = true;
+    if (!reported.insert(&stage).second) continue;
+    const std::string what =
+        heats_up ? fmt::format("heats up from {} K to {} K", before, hottest) : fmt::format("is at {} K", hottest);
+    warn(warnings, "hot-pause", child_of(*stage.element, {"T"}), stage.place,
+         fmt::format("{} {} without group-III flow, and {} grows after it: the continuous scheme may fail or give "
+                     "unphysical results",
+                     stage.place.label, what, (*growth)->place.label),
+         remedy(reading));
+  }
+}
+
+// V-defects that open in indium-rich layers after a first layer without indium.
+void warn_of_spacer(const Reading& reading, std::vector<Problem>& warnings) {
+  if (!reading.stress_on.value_or(false)) return;
+  const ReadStage* spacer = nullptr;
+  for (const ReadStage& stage : reading.stages) {
+    if (without_metals(stage)) continue;
+    if (spacer == nullptr && !flows_known(stage)) return;
+    const bool indium = stage.metals[TMIN] && largest(*stage.metals[TMIN]) > 0.0;
+    if (spacer == nullptr && indium) return;
+    if (spacer == nullptr) spacer = &stage;
+    if (!indium) continue;
+    warn(warnings, "spacer", child_of(*stage.element, {"gas_species", "Q", "TMIn"}), stage.place,
+         fmt::format("with V_dislocation, {} grows without indium before TMIn flows in {}: the continuous scheme may "
+                     "fail or give unphysical V-defects",
+                     spacer->place.label, stage.place.label),
+         remedy(reading));
+    return;
+  }
+}
+
+void warn_of_continuous_scheme(const Reading& reading, std::vector<Problem>& warnings) {
+  if (reading.scheme != "continuous") return;
+  warn_of_hot_pauses(reading, warnings);
+  warn_of_spacer(reading, warnings);
+  const TiXmlElement* tolerance =
+      reading.integration == nullptr ? nullptr : reading.integration->FirstChildElement("tolerance");
+  if (tolerance == nullptr) return;
+  warn(warnings, "no-effect", *tolerance, {},
+       fmt::format("element {} has no effect with the continuous scheme", vorlen::element_full_name(tolerance)),
+       remedy(reading));
+}
+
 }  // namespace
 
 void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
   const std::vector<ReadStage>& stages = reading.stages;
   warn_of_flows(reading, warnings);
+  warn_of_continuous_scheme(reading, warnings);
   for (std::size_t k = 0; k < stages.size(); ++k) {
     if (k > 0) warn_of_jump(stages[k - 1], stages[k], warnings);
     if (stages[k].repeats_from >= 0) {

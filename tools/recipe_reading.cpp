@@ -118,6 +118,7 @@ struct Walk {
   void check_whole();
   void check_reference_conditions();
   void check_late(Section section, const char* name);
+  void read_integration(const TiXmlElement& root);
 };
 
 Problem Walk::missing_element(const TiXmlNode& parent, Section section, const Row& row, const char* name,
@@ -283,6 +284,8 @@ void Walk::read_element(const TiXmlElement& element, const Row& row, Scope& scop
         out.transport_model = word.value_or("");
       } else if (name == "reactor") {
         out.reactor = word.value_or("");
+      } else if (name == "scheme") {
+        out.scheme = word.value_or("");
       }
       return;
     }
@@ -297,7 +300,8 @@ void Walk::read_children(const TiXmlNode& parent, Section section, Scope& scope)
       read_list(*parent.ToElement(), *row, scope);
       continue;
     }
-    if (std::strcmp(row->name, "type") == 0) continue;  // read_stage has done it, to know the section
+    if (std::strcmp(row->name, "type") == 0) continue;    // read_stage has done it, to know the section
+    if (row->children == Section::integration) continue;  // read_all reads it after the checks of the whole
     if (row->condition == Condition::given ? scope.disl_model != "given" : asked(row->condition, out) != Asked::yes) {
       continue;
     }
@@ -582,6 +586,14 @@ void Walk::check_whole() {
   }
 }
 
+// The run reports the faults of this element after all others.
+void Walk::read_integration(const TiXmlElement& root) {
+  out.integration = root.FirstChildElement("integration");
+  if (out.integration == nullptr) return;
+  Scope scope;
+  read_element(*out.integration, *find_row(Section::root, "integration"), scope);
+}
+
 }  // namespace
 
 Asked asked(Condition condition, const Reading& reading) {
@@ -636,7 +648,10 @@ Reading read_all(const TiXmlDocument& document) {
   Walk walk{.document = document};
   Scope scope;
   walk.read_children(document, Section::document, scope);
-  if (document.FirstChildElement("NonstSurfChem") != nullptr) walk.check_whole();
+  if (const TiXmlElement* root = document.FirstChildElement("NonstSurfChem"); root != nullptr) {
+    walk.check_whole();
+    walk.read_integration(*root);
+  }
   return std::move(walk.out);
 }
 

@@ -52,7 +52,9 @@ struct Reading {
   // The choices of the recipe, as the table writes them; empty when missing or not recognized.
   std::optional<bool> stress_on;
   std::string material, transport_model, reactor;
-  std::vector<ReadStage> stages;  // single active stages in the order of the file, periods not repeated
+  std::string scheme = "continuous";          // without the element too; empty when it is not recognized
+  const TiXmlElement* integration = nullptr;  // the element; null without it
+  std::vector<ReadStage> stages;              // single active stages in the order of the file, periods not repeated
 };
 
 // True for a text of blanks, and for an empty one.
@@ -67,7 +69,8 @@ Asked asked(Condition condition, const Reading& reading);
 
 // Appends what the library accepts in silence: elements, attributes and texts that are not read.
 void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::vector<Problem>& warnings);
-// Appends what is odd about the process: flows that do not fit the material, jumps of temperature and the like.
+// Appends what is odd about the process: flows that do not fit the material, jumps of temperature and the like, and
+// what makes the continuous scheme fail.
 void warn_of_process(const Reading& reading, std::vector<Problem>& warnings);
 
 // A problem at an element, or at its attribute.

@@ -182,6 +182,8 @@ std::string children(Section section, const std::function<std::string(const Row&
       patterns += own;
     } else if (row->condition == Condition::always || row->condition == Condition::name_of_layer) {
       patterns += first(row->name, strict(*row));
+    } else if (row->condition == Condition::optional) {
+      patterns += "<optional>" + first(row->name, strict(*row)) + "</optional>";
     } else {
       patterns += offered(row->name, strict(*row));
     }

@@ -15,6 +15,7 @@ constexpr const char* VACANCY_MODELS[] = {"vacancy_In", "vacancy_none"};
 constexpr const char* STRESS_MODELS[] = {"V_dislocation"};
 constexpr const char* TRANSPORT_MODELS[] = {"fixed_thickness", "thick_GaN", "InGaN_GR_X", "InGaN_GR"};
 constexpr const char* REACTORS[] = {"CCS", "TDR", "HFR"};
+constexpr const char* SCHEMES[] = {"continuous", "staged"};
 constexpr const char* STAGE_TYPES[] = {"single", "periodic"};
 constexpr const char* DISLOCATION_MODELS[] = {"given", "inherited"};
 
@@ -22,6 +23,7 @@ constexpr Limits ANY = {};
 constexpr Limits FRACTION = {.low = 0.0, .high = 1.0};
 constexpr Limits PRESCRIBED_FRACTION = {.low = 1e-10, .high = 0.99999};
 constexpr Limits FLOW = {.low = -1e-10, .shown = "at least 0"};
+constexpr Limits TOLERANCE = {.low = 1e-10, .high = 1e-3, .shown = "1e-10 to 1e-3", .nan_refused = true};
 constexpr Limits NOT_ZERO = {.not_zero = true, .late = true};
 
 constexpr Limits at_least(double low) { return {.low = low}; }
@@ -72,6 +74,7 @@ constexpr Row ROWS[] = {
     group_row(root, "pre_stages", pre_stages, always, "the layers below; needed also when there are none"),
     group_row(root, "process_stages", process_stages, always, "the stages that are simulated"),
     group_row(root, "post_stages", post_stages, always, "the layers above; needed also when there are none"),
+    group_row(root, "integration", integration, optional, "how the process is integrated in time"),
 
     keyword_row(chemistry, "vacancy_model", VACANCY_MODELS, "chemistry:vacancy_model \"{value}\" is not recognized",
                 "`vacancy_In`: indium on the surface blocks sites for indium; `vacancy_none`: no blocking"),
@@ -121,6 +124,12 @@ constexpr Row ROWS[] = {
     reference_flow_row("NH3", "reference flow of NH3"),
     value_row(Q_ref, "TMGa", real, always, "sccm", {.low = 1e-10, .late = true},
               "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm", "reference flow of TMGa"),
+
+    keyword_row(integration, "scheme", SCHEMES, "Integration scheme \"{value}\" is not recognized",
+                "`staged`: stage by stage, recommended; `continuous`, the default: in one sweep over all stages",
+                optional),
+    value_row(integration, "tolerance", real, optional, "", TOLERANCE, "Integration tolerance is beyond [1e-10;1e-3]",
+              "relative tolerance of the scheme `staged`, 1e-6 if it is left out; no effect with `continuous`"),
 
     value_row(pre_stages, "t0", real, always, "s", at_least(0.0), "Begin time t0 is negative", "begin of the process"),
     value_row(pre_stages, "n_pre_stages", integer, always, "", count(0, "0 to 9999"),
@@ -240,7 +249,7 @@ bool Limits::allows(double value) const {
   if (not_zero) return value != 0.0;
   const bool too_low = low && (low_inclusive ? value < *low : value <= *low);
   const bool too_high = high && (high_inclusive ? value > *high : value >= *high);
-  return !too_low && !too_high && !(late && high && std::isnan(value));
+  return !too_low && !too_high && !((late || nan_refused) && high && std::isnan(value));
 }
 
 std::span<const Row> rows() { return ROWS; }

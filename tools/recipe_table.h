@@ -22,6 +22,7 @@ enum class Section {
   transport,
   parameters,
   Q_ref,
+  integration,
   pre_stages,
   process_stages,
   post_stages,
@@ -72,6 +73,7 @@ struct Limits {
   const char* shown = nullptr;  // in place of the words that follow from the numbers
   // Tested behind the end of reading: a not-a-number is refused as well where there are bounds.
   bool late = false;
+  bool nan_refused = false;  // tested while reading, but a NaN is refused as well
 
   bool allows(double value) const;
 };

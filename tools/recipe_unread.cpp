@@ -97,7 +97,9 @@ void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent
     }
     const std::string_view nearest = nearest_word(child.Value(), names);
     std::string hint = nearest.empty() ? "" : fmt::format("did you mean {}?", nearest);
-    if (read.children == Section::periodic && find_row(Section::stage, child.Value()) != nullptr) {
+    if (read.children == Section::root && find_row(Section::integration, child.Value()) != nullptr) {
+      hint = "it belongs in integration";
+    } else if (read.children == Section::periodic && find_row(Section::stage, child.Value()) != nullptr) {
       hint = fmt::format("a periodic stage has none; it belongs into {}_1 and the other sub-stages", parent.Value());
     } else if (read.row->kind != Kind::container && read.row->kind != Kind::stage_list) {
       hint = "values stand in attributes";

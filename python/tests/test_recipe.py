@@ -183,6 +183,167 @@ def test_saving_and_loading_keeps_every_byte(tmp_path: Path) -> None:
     assert [entry.name for entry in tmp_path.iterdir()] == ["r.xml"]
 
 
+# ---- the optional element integration
+
+PLAIN = re.sub(r"\s*<integration>.*?</integration>", "", V_DEFECTS.read_text(), flags=re.DOTALL)
+INTEGRATION = '<integration><scheme val="continuous"/><tolerance val="1e-5"/></integration>'
+
+
+def with_integration(xml: str) -> vorlen.Recipe:
+    return vorlen.Recipe(PLAIN.replace("</NonstSurfChem>", xml + "</NonstSurfChem>"))
+
+
+def test_the_element_integration_is_looked_at_and_changed_as_any_other() -> None:
+    recipe = with_integration(INTEGRATION)
+    assert recipe["integration/scheme"] == "continuous" and recipe["integration:tolerance"] == 1e-5
+    recipe["integration/scheme"] = "staged"
+    recipe["integration/tolerance/val"] = 1e-7
+    assert recipe == with_integration('<integration><scheme val="staged"/><tolerance val="1e-7"/></integration>')
+
+
+def test_a_recipe_without_the_element_has_no_such_path() -> None:
+    recipe = vorlen.Recipe(PLAIN)
+    assert "integration/scheme" not in recipe and "integration/scheme" not in recipe.paths()
+    assert recipe.get("integration/scheme", "continuous") == "continuous"
+    with pytest.raises(KeyError, match="optional, and setting a value adds it"):
+        recipe["integration/tolerance"]
+    assert str(recipe) == PLAIN
+
+
+@pytest.mark.parametrize(
+    "path", ["integration/scheme", "integration:scheme", "NonstSurfChem/integration/scheme", "integration/scheme/@val"]
+)
+def test_setting_a_missing_element_adds_it_before_the_end_tag_of_the_root(path: str) -> None:
+    recipe = vorlen.Recipe(PLAIN)
+    recipe[path] = "staged"
+    lines = '  <integration>\n    <scheme val="staged"/>\n  </integration>\n'
+    assert str(recipe) == PLAIN.replace("</NonstSurfChem>", lines + "</NonstSurfChem>")
+    recipe["integration/tolerance"] = 1e-8
+    lines = lines.replace("  </int", '    <tolerance val="1e-8"/>\n  </int')
+    assert str(recipe) == PLAIN.replace("</NonstSurfChem>", lines + "</NonstSurfChem>")
+
+
+@pytest.mark.parametrize(
+    ("before", "after"),
+    [
+        ("<integration/>", '<integration><scheme val="staged"/></integration>'),
+        ("<integration />", '<integration><scheme val="staged"/></integration>'),
+        ("<integration></integration>", '<integration><scheme val="staged"/></integration>'),
+        ("<integration><scheme/></integration>", '<integration><scheme val="staged"/></integration>'),
+        (
+            '<integration><tolerance val="1e-5"/> <!-- </integration> --> </integration>',
+            '<integration><tolerance val="1e-5"/> <!-- </integration> --><scheme val="staged"/> </integration>',
+        ),
+        ("\n\t<integration/>\n", '\n\t<integration>\n\t\t<scheme val="staged"/>\n\t</integration>\n'),
+        (
+            "\n  <integration></integration>\n",
+            '\n  <integration>\n    <scheme val="staged"/>\n  </integration>\n',
+        ),
+        (
+            "\n  <integration>\n  </integration>\n",
+            '\n  <integration>\n    <scheme val="staged"/>\n  </integration>\n',
+        ),
+        (
+            '<integration><scheme value="a"/><scheme val="b"/></integration><integration/>',
+            '<integration><scheme val="staged" value="a"/><scheme val="b"/></integration><integration/>',
+        ),
+    ],
+)
+def test_what_is_there_of_the_element_is_completed(before: str, after: str) -> None:
+    recipe = with_integration("<x/>" + before)
+    assert "integration/scheme" not in recipe or recipe.get("integration/scheme") == {"value": "a"}
+    recipe["integration/scheme"] = "staged"
+    assert str(recipe) == str(with_integration("<x/>" + after))
+
+
+@pytest.mark.parametrize(
+    ("before", "after"),
+    [
+        ("<NonstSurfChem/>", '<NonstSurfChem><integration><scheme val="staged"/></integration></NonstSurfChem>'),
+        (
+            "<NonstSurfChem></NonstSurfChem>",
+            '<NonstSurfChem><integration><scheme val="staged"/></integration></NonstSurfChem>',
+        ),
+        (
+            "<NonstSurfChem><material/></NonstSurfChem><!-- end -->",
+            '<NonstSurfChem><material/><integration><scheme val="staged"/></integration></NonstSurfChem><!-- end -->',
+        ),
+    ],
+)
+def test_the_element_is_added_to_recipes_without_lines(before: str, after: str) -> None:
+    assert str(vorlen.Recipe(before).with_scheme("staged")) == after
+
+
+@pytest.mark.parametrize(
+    ("path", "value", "error"),
+    [
+        ("integration/scheme", ("staged", "staged"), ValueError),
+        ("integration/scheme", {"end": "staged"}, ValueError),
+        ("integration/tolerance", None, TypeError),
+        ("integration/tolerance", float("nan"), ValueError),
+        ("integration/tolerance/end", 1e-6, KeyError),
+        ("integration", "staged", KeyError),
+        ("integration/order", 3, KeyError),
+        ("scheme", "staged", KeyError),
+    ],
+)
+def test_a_value_that_does_not_fit_the_optional_element_adds_nothing(path: str, value: object, error: type) -> None:
+    recipe = vorlen.Recipe(PLAIN)
+    with pytest.raises(error):
+        recipe[path] = value
+    assert str(recipe) == PLAIN
+
+
+def test_a_value_for_the_optional_element_is_escaped_and_encoded() -> None:
+    recipe = vorlen.Recipe(PLAIN.replace("UTF-8", "windows-1251"))
+    recipe["integration/scheme"] = 'a "<&µ'
+    assert b'<scheme val="a &quot;&lt;&amp;' in recipe.to_bytes()
+    assert vorlen.Recipe(recipe.to_bytes())["integration/scheme"] == 'a "<&µ'
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+@pytest.mark.parametrize("dress", range(len(DRESSES)))
+def test_a_recipe_with_another_scheme_is_a_copy_with_that_one_change(path: Path, dress: int) -> None:
+    source = DRESSES[dress](path.read_text()).encode()
+    recipe = vorlen.Recipe(source, path)
+    place = source.rindex(b"</NonstSurfChem>")
+    for scheme in ("staged", "continuous"):
+        changed = recipe.with_scheme(scheme)
+        assert recipe.to_bytes() == source and changed.path == path
+        assert changed["integration/scheme"] == scheme
+        expected = values_of(source)
+        for tail, value in (("", {}), ("/scheme", {"val": scheme})):
+            expected["/NonstSurfChem/integration" + tail] = value | expected.get("/NonstSurfChem/integration" + tail, {})
+        expected["/NonstSurfChem/integration/scheme"] = {"val": scheme}
+        assert values_of(changed.to_bytes()) == expected
+        if "integration/scheme" not in recipe:
+            kept = len(source[:place].rstrip())
+            assert changed.to_bytes()[:kept] == source[:kept]
+            assert changed.to_bytes().endswith(source[kept:])
+        # And back: the value alone is replaced.
+        other = {"staged": "continuous", "continuous": "staged"}[scheme]
+        again = changed.with_scheme(other)
+        element = rb"(<scheme\s+val\s*=\s*.)" + scheme.encode()
+        assert again.to_bytes() == re.sub(element, rb"\1" + other.encode(), changed.to_bytes())
+        assert changed.with_scheme(scheme).to_bytes() == changed.to_bytes()
+
+
+@pytest.mark.parametrize("scheme", ["stage", "Staged", "", None, 1])
+def test_an_unknown_scheme_is_an_error_that_names_the_known_ones(scheme: object) -> None:
+    recipe = vorlen.Recipe(PLAIN)
+    with pytest.raises(ValueError, match=f'the scheme is "staged" or "continuous", not {scheme!r}'):
+        recipe.with_scheme(scheme)  # type: ignore[arg-type]
+
+
+def test_the_library_reads_the_element_that_was_added() -> None:
+    recipe = vorlen.Recipe(PLAIN).set("integration/tolerance", 0.5)
+    with pytest.raises(vorlen.SimulationError, match=r"Integration tolerance is beyond \[1e-10;1e-3\]"):
+        vorlen.run(recipe)
+    recipe = vorlen.Recipe(PLAIN).set("integration/scheme", "xyz")
+    with pytest.raises(vorlen.SimulationError, match='Integration scheme "xyz" is not recognized'):
+        vorlen.run(recipe)
+
+
 # ---- stages
 
 

@@ -10,6 +10,7 @@ root's children down, with slashes (or with colons, as in the library's messages
     recipe["process_stages/stage_2/T/end"] = 1030    one attribute
     recipe["chemistry/Kd_In"]                        {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
     recipe["chemistry/Kd_In/A"] = 2e13               one attribute
+    recipe["integration/scheme"] = "staged"          an optional element, added where it is missing
 
 Of two elements with the same name the first counts, as for the library.
 
@@ -43,6 +44,9 @@ GROUPS = {
     "process_stages": ("stage_", "n_stages"),
     "post_stages": ("post_stage_", "n_post_stages"),
 }
+# elements that a recipe may lack; setting their value adds them
+OPTIONAL = ("integration/scheme", "integration/tolerance")
+SCHEMES = ("staged", "continuous")
 FLOWS = ("TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2")
 # columns of the timeline: where their values stand in a stage
 RAMPS = {"T": "T", "P": "P"} | {flow: f"gas_species/Q/{flow}" for flow in FLOWS}
@@ -141,6 +145,10 @@ class Recipe:
         return values
 
     def __setitem__(self, path: str, value: object) -> None:
+        missing = self._missing_optional(path)
+        if missing is not None:
+            self._add_optional(missing, value)
+            return
         element, attribute = self._find(path)
         known = element.attributes
         if attribute is not None:
@@ -175,6 +183,15 @@ class Recipe:
         """As recipe[path] = value, and returns the recipe, so that calls can be chained."""
         self[path] = value
         return self
+
+    def with_scheme(self, scheme: str) -> Recipe:
+        """A copy that is integrated in time by this scheme, "staged" or "continuous".
+
+        The element integration is added before the root's end tag if it is missing; the rest of the text stays.
+        """
+        if scheme not in SCHEMES:
+            raise ValueError(f'the scheme is "staged" or "continuous", not {scheme!r}')
+        return self.copy().set("integration/scheme", scheme)
 
     def __contains__(self, path: object) -> bool:
         try:
@@ -219,8 +236,40 @@ class Recipe:
             )
         return element, None
 
+    def _missing_optional(self, path: str) -> str | None:
+        """The path of OPTIONAL that this path means, if the recipe has no value there."""
+        parts = [part for part in re.split(r"[/:]", path) if part]
+        if parts[:1] == [ROOT]:
+            parts = parts[1:]
+        if parts and parts[-1].lstrip("@") == "val":
+            parts = parts[:-1]
+        known = "/".join(parts)
+        if known not in OPTIONAL:
+            return None
+        element: Element | None = self._root
+        for part in parts:
+            element = element.child(part) if element else None
+        return known if element is None or "val" not in element.attributes else None
+
+    def _add_optional(self, path: str, value: object) -> None:
+        """Adds the value of a path of OPTIONAL, with the elements that are missing."""
+        if isinstance(value, Mapping) and set(value) == {"val"}:
+            value = value["val"]
+        if isinstance(value, (Mapping, tuple, list)):
+            raise ValueError(f"{path} takes a single value, not {value!r}")
+        text = _format_value(value)
+        element, tags = self._root, path.split("/")
+        while tags and (below := element.child(tags[0])) is not None:
+            element, tags = below, tags[1:]
+        if tags:
+            self._replace(xml_bytes.added_child_edits(self._content, element, tags, text))
+        else:
+            self._replace(xml_bytes.added_attribute_edits(self._content, element, "val", text))
+
     def _unknown(self, path: str) -> str:
         wanted = path.replace(":", "/").removeprefix(ROOT + "/")
+        if wanted in OPTIONAL:
+            return f"{self._name} has no {path}; it is optional, and setting a value adds it"
         paths = self.paths()
         last = wanted.rsplit("/", 1)[-1]
         near = [known for known in paths if known.endswith("/" + last)]

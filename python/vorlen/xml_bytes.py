@@ -120,6 +120,54 @@ def attribute_edits(content: bytes, element: Element, texts: Mapping[str, str]) 
     return edits
 
 
+def added_attribute_edits(content: bytes, element: Element, name: str, text: str) -> list[Edit]:
+    """Edits that give an element an attribute that it does not have."""
+    place = element.begin + 1 + len(element.tag.encode())
+    return [(place, place, _attribute(content, name, text))]
+
+
+def added_child_edits(content: bytes, parent: Element, tags: list[str], text: str) -> list[Edit]:
+    """Edits that add elements before the end tag of parent, each of tags in the one before it.
+
+    The last one has the attribute val. Lines and their indentation follow those of the elements around.
+    """
+    outer = _line_start(content, parent.begin)
+    inner = _line_start(content, parent.children[-1].begin) if parent.children else _deeper(outer)
+    added = _nested(content, tags, text, inner)
+    if parent.end == parent.end_tag:  # <parent/>
+        begin = len(content[: parent.tag_end - 2].rstrip())
+        return [(begin, parent.tag_end, b">" + added + outer + f"</{parent.tag}>".encode())]
+    blanks = space_before(content, parent.end_tag)
+    place = parent.end_tag - len(blanks)
+    if b"\n" not in blanks and not parent.children:
+        added += outer
+    return [(place, place, added)]
+
+
+def _nested(content: bytes, tags: list[str], text: str, line: bytes) -> bytes:
+    """Elements in each other, the innermost with the attribute val. line: what each starts with."""
+    tag = tags[0].encode()
+    if len(tags) == 1:
+        return line + b"<" + tag + _attribute(content, "val", text) + b"/>"
+    return line + b"<" + tag + b">" + _nested(content, tags[1:], text, _deeper(line)) + line + b"</" + tag + b">"
+
+
+def _line_start(content: bytes, place: int) -> bytes:
+    """The line end and the indentation in front of a place; empty if something else is in its line."""
+    match = re.search(rb"\r?\n[ \t]*\Z", space_before(content, place))
+    return match[0] if match else b""
+
+
+def _deeper(line_start: bytes) -> bytes:
+    """A line start with one more step of indentation."""
+    return line_start and line_start + (b"\t" if b"\t" in line_start else b"  ")
+
+
+def _attribute(content: bytes, name: str, text: str) -> bytes:
+    """An attribute with a blank before it."""
+    return f' {name}="{_escape(text, chr(34))}"'.encode(encoding_of(content), "xmlcharrefreplace")
+
+
 def _escape(text: str, quote: str) -> str:
     text = text.replace("&", "&amp;").replace("<", "&lt;")
     text = text.replace(quote, "&quot;" if quote == '"' else "&apos;")

@@ -4,6 +4,7 @@
 
 #include <vector>
 
+#include "api/staged_run.h"
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
 
@@ -71,6 +72,14 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   }
 
   surfchem_nonst.reuse_terms = options.reuse_terms;
+  if (recipe.scheme == SCHEME_staged) {
+    RunCounters staged_counters;
+    const std::int32_t status = run_staged(surfchem_nonst, recipe.tolerance, options, staged_counters, error);
+    staged_counters.eval_rhs_calls = surfchem_nonst.eval_rhs_calls;
+    if (counters != nullptr) *counters = staged_counters;
+    surfchem_nonst.write_results(status == RUN_OK);
+    return status;
+  }
   const std::int32_t n = surfchem_nonst.n_state();
   double t = surfchem_nonst.t_begin;
   const double t_end = surfchem_nonst.t_end;
@@ -81,7 +90,7 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   const std::int32_t liwork = 5 * n + 20;
   std::vector<double> WORK(static_cast<std::size_t>(lwork), 0.0);
   std::vector<std::int32_t> IWORK(static_cast<std::size_t>(liwork), 0);
-  WORK[7 - 1] = DT_MAX;
+  WORK[7 - 1] = options.max_step > 0.0 ? options.max_step : DT_MAX;
   IWORK[2 - 1] = options.max_steps;
   IWORK[5 - 1] = n - N_ALGEBRAIC;
   IWORK[6 - 1] = N_ALGEBRAIC;

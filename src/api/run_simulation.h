@@ -14,7 +14,8 @@ enum RunStatus : std::int32_t {
   RUN_STOPPED = 1,           // the model ended the run early
   RUN_GAVE_UP_ON_STEPS = 2,  // too many steps, or a step too small
   RUN_SINGULAR = 3,          // the matrix of the Newton iteration stayed singular
-  RUN_BAD_INTEGRATION = 4    // ProcessRecipe::integration_fault
+  RUN_BAD_INTEGRATION = 4,   // ProcessRecipe::integration_fault
+  RUN_NOT_FINITE = 5         // the state is not finite, under the staged scheme
 };
 
 // What the integrator did, for tests and benchmarks.
@@ -33,6 +34,7 @@ struct RunCounters {
 // For tests, benchmarks and fuzzing; every run of the library has the defaults.
 struct RunOptions {
   std::int32_t max_steps = 1000000;  // of the integrator
+  double max_step = 0.0;             // of the integrator, s; 0: 10 s under the continuous scheme, else no limit
   bool reuse_terms = true;           // off: the residual keeps nothing from one evaluation to the next
 };
 

@@ -60,13 +60,18 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   }
 
   const StageRecord& stage = active_stages[stage_index];
+  set_conditions((t - stage.begin_time()) / stage.tau, stage_changed);
+  return 0;
+}
+
+void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
+  const StageRecord& stage = active_stages[stage_index];
   // Within a steady stage the conditions are those of the last look-up, which came into the stage or was in it too.
   if (stage_changed) {
     terms.is_steady = is_steady(stage);
   } else if (terms.is_steady && reuse_terms) {
-    return 0;
+    return;
   }
-  const double fraction = (t - stage.begin_time()) / stage.tau;
   T = interpolate(stage.T, fraction);
   P = interpolate(stage.P, fraction);
   rho_D = interpolate(stage.rho_D, fraction);
@@ -84,7 +89,7 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   // pressures unless the pressure moves. No flow or pressure is ever -0, so equal ones have equal bits. A new stage may
   // have other layers: then the mixture gets a new number all the same.
   const bool flows_stay = reuse_terms && Q == terms.Q_of_x;
-  if (flows_stay && P == terms.P_of_p && !stage_changed) return 0;
+  if (flows_stay && P == terms.P_of_p && !stage_changed) return;
   ++terms.mixture;
   if (!flows_stay) {
     Q_total = 0.0;
@@ -103,7 +108,6 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
   // A trace of gallium stays in the gas of stages without a gallium flow.
   const double p_min = GALLIUM_FLOOR * P;
   if (p[TMGa_g] < p_min && p[TEGa_g] < p_min) p[TMGa_g] = p_min;
-  return 0;
 }
 
 }  // namespace vorlen

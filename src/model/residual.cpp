@@ -1,7 +1,7 @@
 // The residual of the growth model, the right-hand side f of M y' = f(t, y): gas fluxes through the transport layer,
 // desorption, incorporation, composition of the solid and growth rate.
 //
-// In order: constants, state vector, rate constants and activities, eval_rhs.
+// In order: constants, rate constants and activities, state vector, eval_rhs, rates of the surface.
 #include <cmath>
 #include <limits>
 
@@ -272,7 +272,21 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
     terms.t_of_conditions = t_new;
   }
   unpack_state(y);
+  const SurfaceRates rates = surface_rates();
+  for (std::size_t k = 0; k < N_ADSORBED; ++k) f[k] = rates.dc_a[k];
+  f[5] = rates.GR;
+  if (stress_model == STRESS_V_dislocation) relaxation_rows(rates.GR, f + 6);
 
+  // The solid has the composition of its incorporation rates.
+  double* g = f + (n_state() - N_ALGEBRAIC);
+  g[0] = x_b[0] * R_b[1] - x_b[1] * R_b[0];
+  g[1] = x_b[1] * R_b[2] - x_b[2] * R_b[1];
+  g[2] = 1.0 - x_b[0] - x_b[1] - x_b[2];
+  g[3] = GR - rates.GR;
+  return 0;
+}
+
+SurfaceRates SurfChemNonst::surface_rates() {
   const ConditionTerms& conditions = condition_terms(*this);
   const CompositionTerms& composition = composition_terms(*this, conditions);
 
@@ -317,21 +331,14 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   }
   R_b = rate;
 
-  f[0] = J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J_In - rate[InN_b];
-  f[1] = conditions.Ga_supply + J_Ga - rate[GaN_b];
-  f[2] = J[TMAl_g] + J_Al - rate[AlN_b];
-  f[3] = 2.0 * J_N2 + J_NH3;
-  f[4] = 3.0 * J_NH3 + 2.0 * J_H2;
-  f[5] = GR_calc;
-  if (stress_model == STRESS_V_dislocation) relaxation_rows(GR_calc, f + 6);
-
-  // The solid has the composition of its incorporation rates.
-  double* g = f + (n_state() - N_ALGEBRAIC);
-  g[0] = x_b[0] * rate[1] - x_b[1] * rate[0];
-  g[1] = x_b[1] * rate[2] - x_b[2] * rate[1];
-  g[2] = 1.0 - x_b[0] - x_b[1] - x_b[2];
-  g[3] = GR - GR_calc;
-  return 0;
+  SurfaceRates rates;
+  rates.dc_a[In_a] = J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J_In - rate[InN_b];
+  rates.dc_a[Ga_a] = conditions.Ga_supply + J_Ga - rate[GaN_b];
+  rates.dc_a[Al_a] = J[TMAl_g] + J_Al - rate[AlN_b];
+  rates.dc_a[N_a] = 2.0 * J_N2 + J_NH3;
+  rates.dc_a[H_a] = 3.0 * J_NH3 + 2.0 * J_H2;
+  rates.GR = GR_calc;
+  return rates;
 }
 
 }  // namespace vorlen

@@ -48,6 +48,27 @@ struct DepthSegment {
   double h_from = 0.0;  // h at the begin
 };
 
+// Rates of the surface.
+struct SurfaceRates {
+  std::array<double, N_ADSORBED> dc_a{};  // of the surface concentrations, kmol/(m^2 s)
+  double GR = 0.0;                        // growth, m/s
+};
+
+// Rates of the relaxation at the surface, for a film that grows by GR.
+struct RelaxationRates {
+  double z_rel = 0.0;   // thickness grown outside tension, m
+  double R_disl = 0.0;  // of I0
+  double S_disl = 0.0;  // of J0_1
+};
+
+// Outcome of a search for the depth at which V-defects open.
+struct Z0Search {
+  bool found = false;      // a candidate has a low enough balance
+  std::size_t index = 0;   // the candidate with the lowest one
+  double balance = 0.0;    // its balance, J
+  std::size_t passed = 0;  // candidates that lie deep enough
+};
+
 class SurfChemNonst {
  public:
   // ---- Options and process description
@@ -196,6 +217,9 @@ class SurfChemNonst {
   // Returns 0, or 1 with error_text set for a time outside the process; then only t has changed.
   std::int32_t update_conditions(double t_new, bool force);
 
+  // Sets the conditions of the current stage at a fraction of its duration. stage_changed: the stage is a new one.
+  void set_conditions(double fraction, bool stage_changed);
+
   // Takes the layer thicknesses of the stage, for fixed_thickness and InGaN_GR_X.
   void set_stage_delta(const StageRecord& stage);
 
@@ -209,6 +233,8 @@ class SurfChemNonst {
   // ---- Residual
   // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
   std::int32_t eval_rhs(double t_new, const double* y, double* f);
+  // What the surface does in the present state under the present conditions: sets J, R_b and what they are made from.
+  SurfaceRates surface_rates();
   // Copies the state vector into the model; z is raised to z_start, x_b_clip and a_bulk follow.
   void unpack_state(const double* y);
   // The reverse, without additions.
@@ -238,6 +264,8 @@ class SurfChemNonst {
   double eps_relaxed(double rho, double z_at, double h_at) const;
   // Threading dislocation density at thickness z_at, cm^-2.
   double rho_TD_at(double rho, double z_at, double h_at) const;
+  // Refreshes eps_xx and gives the rates of the integrals at the growth rate GR_calc [m/s].
+  RelaxationRates relaxation_rates(double GR_calc);
   // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and refreshes eps_xx. GR_calc is the growth rate, m/s.
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
@@ -263,8 +291,19 @@ class SurfChemNonst {
   double J2_of(double rho) const;
   // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.
   double energy_balance(double E, double rho) const;
+  // Looks through the first n candidates for the one with the lowest balance at the present depth that is less than
+  // below [J]. blocks are those of the lists.
+  Z0Search search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks, double below = 0.0) const;
+  // Balance term of candidate i.
+  double K1_of(const CandidateLists& lists, std::size_t i) const;
   // Looks through the history for the depth with the most negative balance; sets z0, z0_index when there is one.
   void find_z0();
+  // Keeps the state at z0: the thickness grown in tension, m, and the four integrals. The density starts at 0.
+  void set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at);
+  // J0 at the present integrals.
+  double J0_of() const;
+  // Factor of J1: the biaxial stress of the strain relieved up to z0, times 2 b tan(V).
+  double stiff_relieved() const;
   // Keeps the state at z0 and cuts the segments there; directly after find_z0 has set z0.
   void start_V_defects();
   // Brings the balance terms and rho_VD up to the present point.

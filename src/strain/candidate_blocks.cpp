@@ -57,4 +57,14 @@ void CandidateBlocks::extend(const CandidateLists& lists, std::size_t count, dou
   }
 }
 
+void CandidateBlocks::truncate(std::size_t count) {
+  if (count >= count_) return;
+  std::size_t size = FANOUT;
+  for (std::vector<CandidateBounds>& blocks : levels_) {
+    blocks.resize(count / size);
+    size *= FANOUT;
+  }
+  count_ = count - count % FANOUT;
+}
+
 }  // namespace vorlen

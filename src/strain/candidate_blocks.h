@@ -31,6 +31,9 @@ class CandidateBlocks {
   // Takes in the candidates up to count. A count below the last one starts anew.
   void extend(const CandidateLists& lists, std::size_t count, double z_start);
 
+  // Forgets the candidates from count on.
+  void truncate(std::size_t count);
+
   // Calls skip(bounds) for the blocks that begin at candidate i and are complete, the largest first, until one is true.
   // Returns how many candidates that block holds, or 0.
   template <class Skip>

@@ -13,12 +13,6 @@
 
 namespace vorlen {
 
-namespace {
-
-constexpr double TENSION_THRESHOLD = 0.0001;  // strain above which thickness counts as grown in tension
-
-}  // namespace
-
 double modulus_M() { return 2.624e11 * 0.1 + 4.496e11 * 0.9; }
 
 double SurfChemNonst::rho_TD_at(double rho, double z_at, double h_at) const {
@@ -68,19 +62,21 @@ const DepthTerms& SurfChemNonst::depth_terms() {
   return d;
 }
 
-void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
+RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {
   const DepthTerms& depth = depth_terms();
   const double eps_0 = a_ref / a_bulk - 1.0;
   eps_xx = eps_0 + depth.relaxed;
-  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
-  const double z_rel = z - z_start - h;
   const double stiff = modulus_M() * (2.0 * tan_V * b_burgers);
-  const double R_disl = (depth.reacted + eps_0) * stiff * GR_calc;
-  const double S_disl = stiff * eps_0 * GR_calc;
-  f[1] = R_disl;
-  f[2] = z_rel * R_disl;
-  f[3] = z_rel * S_disl;
-  f[4] = S_disl;
+  return {z - z_start - h, (depth.reacted + eps_0) * stiff * GR_calc, stiff * eps_0 * GR_calc};
+}
+
+void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
+  const RelaxationRates rates = relaxation_rates(GR_calc);
+  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
+  f[1] = rates.R_disl;
+  f[2] = rates.z_rel * rates.R_disl;
+  f[3] = rates.z_rel * rates.S_disl;
+  f[4] = rates.S_disl;
 }
 
 double SurfChemNonst::relative_mismatch() const {

@@ -13,11 +13,9 @@ namespace vorlen {
 
 namespace {
 
-constexpr double BURGERS = 3.189 * 1e-10;          // m, in the loop energy
-constexpr double CANDIDATE_DEPTH = 3e-10 * 3.189;  // a candidate lies three Burgers vectors below the surface, m
-constexpr double SEGMENT_CUT = 1e-6;               // least k x of F_segment; below it the closed form cancels
-constexpr double K_MIN = 1e-10;                    // least k of J2_of
-constexpr double BALANCE_ZERO = 1e-40;             // a balance of this size is zero
+constexpr double BURGERS = 3.189 * 1e-10;  // m, in the loop energy
+constexpr double SEGMENT_CUT = 1e-6;       // least k x of F_segment; below it the closed form cancels
+constexpr double K_MIN = 1e-10;            // least k of J2_of
 
 // The first segment that reaches above depth: its number, or the length of the list.
 std::size_t first_above(const std::vector<DepthSegment>& list, double depth) {
@@ -63,55 +61,77 @@ double SurfChemNonst::energy_balance(double E, double rho) const { return E + J0
 // no balance in them can be below the best one. The lower bound of a block takes the extremes of its members through
 // the same operations; as each of them rounds monotonically, it stays below every balance as computed, and the factor
 // LOG_SLACK covers the last bit of the logarithm, which need not be monotonic.
-void SurfChemNonst::find_z0() {
+Z0Search SurfChemNonst::search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks,
+                                  double below) const {
   constexpr double LOG_SLACK = 1.0 - 1e-14;
-  double best = 0.0;
-  // The lists of h and the integrals do not hold the current point yet. With a z that is not a number the depth test
-  // never stops the loop; the length does.
-  const std::size_t n = std::min(hist_t.size(), hist_I1.size());
+  Z0Search search;
+  search.balance = below;
   const double z_limit = z - CANDIDATE_DEPTH;
-  const auto K1_of = [this](std::size_t i) {
-    return (I1 - hist_I1[i]) - (I0 - hist_I0[i]) * (hist_z[i] - z_start - hist_h[i]);
-  };
   const auto cannot_win = [&](const CandidateBounds& b) {
     if (!(b.z_max <= z_limit)) return false;  // the depth test may stop the loop in this block
     const double I0_from = I0 - b.I0_max;
     const double I0_to = I0 - b.I0_min;
     const double product = std::max({I0_from * b.w_min, I0_from * b.w_max, I0_to * b.w_min, I0_to * b.w_max});
-    return loop_energy(z, b.z_max) * LOG_SLACK + ((I1 - b.I1_max) - product) >= best;
+    return loop_energy(z, b.z_max) * LOG_SLACK + ((I1 - b.I1_max) - product) >= search.balance;
   };
   const bool bounded = E_line > 0.0 && sin_V > 0.0;  // then the loop energy rises with the distance to the surface
-  if (bounded) candidate_blocks.extend({hist_z, hist_h, hist_I0, hist_I1}, n, z_start);
+  if (bounded) blocks.extend(lists, n, z_start);
 
   std::size_t i = 0;
   while (i < n) {
-    const std::size_t skipped = bounded ? candidate_blocks.skipped_at(i, cannot_win) : 0;
+    const std::size_t skipped = bounded ? blocks.skipped_at(i, cannot_win) : 0;
     if (skipped > 0) {
       i += skipped;
       continue;
     }
-    const double z_i = hist_z[i];
+    const double z_i = lists.z[i];
     if (z_i > z_limit) break;
-    const double s = loop_energy(z, z_i) + K1_of(i);
-    if (s < best) {
-      best = s;
-      z0 = z_i;
-      z0_index = static_cast<std::uint32_t>(i);
+    const double s = loop_energy(z, z_i) + K1_of(lists, i);
+    if (s < search.balance) {
+      search.balance = s;
+      search.index = i;
+      search.found = true;
     }
     ++i;
   }
-  if (i > 0) K1 = K1_of(i - 1);
+  search.passed = i;
+  return search;
 }
 
-void SurfChemNonst::start_V_defects() {
-  h_z0 = hist_h[z0_index];
-  I0_z0 = hist_I0[z0_index];
-  I1_z0 = hist_I1[z0_index];
-  J0_0_z0 = hist_J0_0[z0_index];
-  J0_1_z0 = hist_J0_1[z0_index];
+double SurfChemNonst::K1_of(const CandidateLists& lists, std::size_t i) const {
+  return (I1 - lists.I1[i]) - (I0 - lists.I0[i]) * (lists.z[i] - z_start - lists.h[i]);
+}
+
+void SurfChemNonst::find_z0() {
+  // The lists of h and the integrals do not hold the current point yet. With a z that is not a number the depth test
+  // never stops the search; the length does.
+  const std::size_t n = std::min(hist_t.size(), hist_I1.size());
+  const CandidateLists lists{hist_z, hist_h, hist_I0, hist_I1};
+  const Z0Search search = search_z0(lists, n, candidate_blocks);
+  if (search.found) {
+    z0 = hist_z[search.index];
+    z0_index = static_cast<std::uint32_t>(search.index);
+  }
+  if (search.passed > 0) K1 = K1_of(lists, search.passed - 1);
+}
+
+void SurfChemNonst::set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at) {
+  h_z0 = h_at;
+  I0_z0 = I0_at;
+  I1_z0 = I1_at;
+  J0_0_z0 = J0_0_at;
+  J0_1_z0 = J0_1_at;
   rho_TD_z0 = RHO_MIN <= rho_TD0 ? 1.0 / (1.0 / rho_TD0 + (z0 - z_start - h_z0) * L_TD * tan_V) : 0.0;
   rho_VD = 0.0;
   eps_r_z0 = eps_relaxed(rho_VD, z0, h_z0);
+}
+
+double SurfChemNonst::J0_of() const { return (J0_1 - J0_1_z0) * (h_z0 - (z0 - z_start)) + (J0_0 - J0_0_z0); }
+
+double SurfChemNonst::stiff_relieved() const { return 2.0 * tan_V * modulus_M() * b_burgers * eps_r_z0; }
+
+void SurfChemNonst::start_V_defects() {
+  set_state_at_z0(hist_h[z0_index], hist_I0[z0_index], hist_I1[z0_index], hist_J0_0[z0_index], hist_J0_1[z0_index]);
 
   // What grew below z0 no longer counts. A compressive segment is cut at z0; a tensile one begins at z0 in any case.
   const std::size_t relax = first_above(seg_relax, z0);
@@ -128,15 +148,14 @@ void SurfChemNonst::start_V_defects() {
 
 void SurfChemNonst::update_V_defects() {
   K1 = (I0 - I0_z0) * (z0 - z_start - h_z0) + (I1 - I1_z0);
-  J0 = (J0_1 - J0_1_z0) * (h_z0 - (z0 - z_start)) + (J0_0 - J0_0_z0);
-  const double stiff_relieved = 2.0 * tan_V * modulus_M() * b_burgers * eps_r_z0;
+  J0 = J0_of();
+  const double stiff = stiff_relieved();
   if (0.0 < eps_xx) {
-    J1 += stiff_relieved * (z - z_prev) * (z_prev - z0 - h_prev + h_z0);
+    J1 += stiff * (z - z_prev) * (z_prev - z0 - h_prev + h_z0);
   } else {
     const double grown = z - z_start;
     const double grown_prev = z_prev - z_start;
-    J1 += stiff_relieved *
-          ((grown * grown - grown_prev * grown_prev) * 0.5 + (z - z_prev) * (h_z0 - h_prev - (z0 - z_start)));
+    J1 += stiff * ((grown * grown - grown_prev * grown_prev) * 0.5 + (z - z_prev) * (h_z0 - h_prev - (z0 - z_start)));
   }
   J2 = J2_of(rho_VD);
   double rho_VD_candidate = 0.0;
@@ -145,7 +164,6 @@ void SurfChemNonst::update_V_defects() {
 }
 
 bool SurfChemNonst::solve_rho_VD(double& rho_VD_candidate) {
-  constexpr double RHO_VD_MAX = 1e17;          // cap of the density, m^-2
   constexpr double RHO_VD_B_MIN = 1e8;         // smallest starting point of the upper bracket, m^-2
   constexpr double F_PRECISION = 1e6;          // least tolerance of the density, m^-2
   constexpr double RELATIVE_TOLERANCE = 1e-4;  // of the larger bracket end

@@ -38,6 +38,11 @@ def changed_example(name, *replacements):
     return text
 
 
+def without_integration(text):
+    """The text of a recipe without its element integration."""
+    return re.sub(r"\s*<integration>.*?</integration>", "", text, flags=re.DOTALL)
+
+
 class InAFolder(unittest.TestCase):
     """A test with a folder of its own, in which the tool runs."""
 

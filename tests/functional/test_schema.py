@@ -11,7 +11,7 @@ import subprocess
 import tempfile
 import unittest
 
-from support import SOURCE, VORLEN
+from support import SOURCE, VORLEN, without_integration
 
 SHARE = os.path.join(SOURCE, "share", "vorlen")
 RNG = os.path.join(SHARE, "recipe.rng")
@@ -95,6 +95,31 @@ class Schemas(unittest.TestCase):
         print(f"recipe.rng refuses {len(found)} of {len(faulty)} faulty recipes, "
               f"recipe.xsd {len(faulty - self.xsd_valid)}")
         self.assertGreater(len(found), 0.5 * len(faulty))
+
+    def test_the_optional_element_integration(self):
+        with open(self.examples[0], encoding="utf-8") as file:
+            text = without_integration(file.read())
+        good = ('<integration/>', '<integration scheme="staged">text<other/></integration>',
+                '<integration><scheme val="sTaged"/></integration>',
+                '<integration><tolerance val="1e-10"/><scheme val="continuous"/></integration>',
+                '<integration><tolerance val=" 1e-3 relative"/></integration>',
+                '<integration><scheme val="staged"/><scheme val="x"/></integration><integration><scheme/></integration>')
+        bad = ('<integration><scheme val="x"/></integration>', '<integration><scheme/></integration>',
+               '<integration><tolerance val="0.01"/></integration>', '<integration><tolerance val="1e-11"/></integration>',
+               '<integration><tolerance val="tight"/></integration>', '<integration><tolerance/></integration>')
+        # Before the first element, and after the last one.
+        for mark, place in (("<material", "{}<material"), ("</NonstSurfChem>", "{}</NonstSurfChem>")):
+            paths = {}
+            for number, xml in enumerate(good + bad):
+                path = os.path.join(self.temporary.name, f"integration_{number}.xml")
+                paths[path] = xml in good
+                with open(path, "w", encoding="utf-8") as file:
+                    file.write(text.replace(mark, place.format(xml), 1))
+            expected = {path for path, is_good in paths.items() if is_good}
+            self.assertEqual(accepted_by_library(list(paths)), expected)
+            self.assertEqual(xmllint("--relaxng", RNG, paths=list(paths)), (expected, set()))
+            self.assertEqual(refused_by_jing(RNG, list(paths)), set(paths) - expected)
+            self.assertEqual(xmllint("--schema", XSD, paths=list(paths)), (set(paths), set()))
 
     def test_a_misspelt_element_of_a_stage_is_refused(self):
         with open(self.examples[0], encoding="utf-8") as file:

@@ -25,7 +25,7 @@ std::string refusal_of(const std::string& path) {
   if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) return error;
   std::int32_t err = 0;
   const vorlen::SurfChemNonst model(recipe, "", err);
-  return err != 0 ? model.error_text : "";
+  return err != 0 ? model.error_text : recipe.integration_fault;
 }
 
 // The first error of the walk alone, which the library's verdict has no part in.
@@ -77,6 +77,7 @@ std::vector<std::string> base_recipes() {
     options.n_post_stages = 1;
     RecipeBuilder builder(options);
     builder.make_periodic(2, 2, 2).set("process_stages/stage_1/type", "single");
+    builder.set("integration/scheme", "staged").set("integration/tolerance", "1e-6");
     bases.push_back(builder.text());
   }
   RecipeOptions unsupported;
@@ -165,6 +166,20 @@ TEST(RecipeCheck, TellsTheFaultsOfAllStagesAndOfTheWholeAtOnce) {
                                              "Element NonstSurfChem:process_stages:stage_2:T is not found",
                                              "Negative input value for species TMAl in stage_3",
                                              "Dislocation angle is beyond [0;90] degrees or not specified"}));
+}
+
+TEST(RecipeCheck, ReportsFaultsOfTheIntegrationAfterAllOthers) {
+  RecipeBuilder builder;
+  builder.set("integration/scheme", "stagd").set("integration/tolerance", "0.1");
+  builder.set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited").set("stress/X_ref", "2");
+  builder.remove("pre_stages/pre_stage_1/dislocations/rho_D");
+  std::vector<std::string> texts;
+  for (const recipe::Problem& problem : problems_of(builder)) texts.push_back(problem.text);
+  EXPECT_EQ(texts,
+            (std::vector<std::string>{
+                "Reference solid composition for relaxation model is beyond [0;1] or not specified",
+                "Cannot inherit dislocation density for first pre-stage",
+                "Integration scheme \"stagd\" is not recognized", "Integration tolerance is beyond [1e-10;1e-3]"}));
 }
 
 // Names of 64 KiB: 4096 of them are 256 MiB.

@@ -44,18 +44,21 @@ TEST(RecipeTable, TellsLimitsInWords) {
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::parameters, "T_ref")), "not 0");
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::chemistry, "Kd_In")), "any");
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::parameters, "reactor")), "`CCS`, `TDR`, `HFR`");
+  EXPECT_EQ(recipe::allowed_words(*find_row(Section::integration, "tolerance")), "1e-10 to 1e-3");
 }
 
 TEST(RecipeTable, TellsWhenAnElementIsRead) {
   EXPECT_EQ(recipe::read_words(*find_row(Section::stage, "tau")), "required");
   EXPECT_EQ(recipe::read_words(*find_row(Section::Q_ref, "H2")), "model `thick_GaN`");
   EXPECT_EQ(recipe::read_words(*find_row(Section::stage_dislocations, "disl_model")), "unless `V_dislocation`");
+  EXPECT_EQ(recipe::read_words(*find_row(Section::integration, "scheme")), "optional");
 }
 
 TEST(Limits, LetANotANumberPassWhereTheReaderDoes) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_TRUE(find_row(Section::stage, "tau")->limits.allows(nan));
   EXPECT_FALSE(find_row(Section::stress, "X_ref")->limits.allows(nan));
+  EXPECT_FALSE(find_row(Section::integration, "tolerance")->limits.allows(nan));
 }
 
 TEST(RecipePage, HasItsTablesReplacedAndTheRestLeftAlone) {

@@ -1,0 +1,137 @@
+#include "results/row_selection.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace vorlen {
+
+namespace {
+
+constexpr double PART_OF_RANGE = 5e-4;        // half of what is promised: samples do not show all of the curve
+constexpr std::size_t MAX_SAMPLES = 1 << 14;  // more are thinned out
+
+// What the rows must follow, and the least range of each that counts.
+enum Followed : std::size_t {
+  F_Z,
+  F_GR,
+  F_X_IN,
+  F_X_GA,
+  F_X_AL,
+  F_RHO_TD,
+  F_RHO_VD,
+  F_A_EFF,
+  F_EPS_XX,
+  F_EPS_ZZ,
+  N_FOLLOWED
+};
+using Columns = std::array<double, N_FOLLOWED>;
+constexpr Columns LEAST_RANGE = {1e-11, 1e-14, 1e-4, 1e-4, 1e-4, 1.0, 1.0, 1e-5, 1e-6, 1e-6};
+constexpr double LEAST_RELATIVE_RANGE = 1e-4;  // of the value, for the growth rate and the densities
+
+Columns columns_of(const SurfChemNonst& m, const RowSample& s) {
+  const double a = m.lattice_a(s.x_b.data());
+  const double eps = m.eps_in_plane(a, s.rho_VD, s.z, s.h);
+  const double rho = m.stress_model == STRESS_V_dislocation ? m.rho_TD_at(s.rho_VD, s.z, s.h) : 0.0;
+  return {s.z, s.GR,     s.x_b[InN_b],    s.x_b[GaN_b], s.x_b[AlN_b],
+          rho, s.rho_VD, (eps + 1.0) * a, eps,          eps * m.strain_ratio(s.x_b.data())};
+}
+
+struct Chord {
+  Columns low, high;  // slopes from the last row that stay near all samples since
+};
+
+// The numbers of the samples that become rows, for a tolerance of each column.
+std::vector<std::size_t> select(const std::vector<RowSample>& samples, const std::vector<Columns>& columns,
+                                const Columns& tolerance) {
+  constexpr double INFINITE = std::numeric_limits<double>::infinity();
+  std::vector<std::size_t> rows{0};
+  Chord chord;
+  chord.low.fill(-INFINITE);
+  chord.high.fill(INFINITE);
+  for (std::size_t i = 1; i < samples.size(); ++i) {
+    const auto fits = [&](std::size_t from) {
+      const double dt = samples[i].t - samples[from].t;
+      for (std::size_t c = 0; c < N_FOLLOWED; ++c) {
+        const double slope = (columns[i][c] - columns[from][c]) / dt;
+        if (!(slope >= chord.low[c] && slope <= chord.high[c])) return false;
+      }
+      return true;
+    };
+    if (!fits(rows.back())) {
+      rows.push_back(i - 1);
+      chord.low.fill(-INFINITE);
+      chord.high.fill(INFINITE);
+    }
+    const std::size_t from = rows.back();
+    const double dt = samples[i].t - samples[from].t;
+    for (std::size_t c = 0; c < N_FOLLOWED; ++c) {
+      const double d = columns[i][c] - columns[from][c];
+      chord.low[c] = std::max(chord.low[c], (d - tolerance[c]) / dt);
+      chord.high[c] = std::min(chord.high[c], (d + tolerance[c]) / dt);
+    }
+  }
+  if (rows.back() + 1 != samples.size()) rows.push_back(samples.size() - 1);
+  return rows;
+}
+
+// Keeps the samples that become rows, at most max_count.
+void thin_out(const SurfChemNonst& m, std::vector<RowSample>& samples, std::size_t max_count) {
+  if (samples.size() < 3) return;
+  std::vector<Columns> columns;
+  columns.reserve(samples.size());
+  for (const RowSample& s : samples) columns.push_back(columns_of(m, s));
+  Columns tolerance;
+  for (std::size_t c = 0; c < N_FOLLOWED; ++c) {
+    double low = columns[0][c], high = low, largest = 0.0;
+    for (const Columns& values : columns) {
+      low = std::min(low, values[c]);
+      high = std::max(high, values[c]);
+      largest = std::max(largest, std::abs(values[c]));
+    }
+    double range = std::max(high - low, LEAST_RANGE[c]);
+    if (c == F_GR || c == F_RHO_TD || c == F_RHO_VD) range = std::max(range, LEAST_RELATIVE_RANGE * largest);
+    tolerance[c] = PART_OF_RANGE * range;
+  }
+  std::vector<std::size_t> rows = select(samples, columns, tolerance);
+  while (rows.size() > max_count) {
+    for (double& t : tolerance) t *= 2.0;
+    rows = select(samples, columns, tolerance);
+  }
+  for (std::size_t i = 0; i < rows.size(); ++i) samples[i] = samples[rows[i]];
+  samples.resize(rows.size());
+}
+
+void append(SurfChemNonst& m, const RowSample& s, double t) {
+  m.hist_t.push_back(t);
+  m.hist_z.push_back(s.z);
+  m.hist_Vg.push_back(s.GR);
+  m.hist_xIn.push_back(s.x_b[InN_b]);
+  m.hist_xGa.push_back(s.x_b[GaN_b]);
+  m.hist_xAl.push_back(s.x_b[AlN_b]);
+  const bool relaxes = m.stress_model == STRESS_V_dislocation;
+  if (relaxes) {
+    m.hist_h.push_back(s.h);
+    m.hist_rho_VD.push_back(s.rho_VD);
+  }
+}
+
+}  // namespace
+
+void add_sample(const SurfChemNonst& m, RowSelection& selection, const RowSample& sample) {
+  if (selection.samples.size() >= MAX_SAMPLES) thin_out(m, selection.samples, MAX_SAMPLES / 2);
+  selection.samples.push_back(sample);
+}
+
+void finish_rows(SurfChemNonst& m, RowSelection& selection) {
+  std::vector<RowSample>& samples = selection.samples;
+  thin_out(m, samples, MAX_ROWS_PER_STAGE - 1);
+  for (const RowSample& s : samples) {
+    const double t = selection.begin + s.t;
+    const bool is_later = m.hist_t.empty() || t > m.hist_t.back();
+    append(m, s, is_later ? t : std::nextafter(m.hist_t.back(), std::numeric_limits<double>::infinity()));
+  }
+  samples.clear();
+}
+
+}  // namespace vorlen

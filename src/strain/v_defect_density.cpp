@@ -1,0 +1,203 @@
+#include "strain/v_defect_density.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "model/staged_equations.h"
+#include "strain/dislocation_constants.h"
+
+namespace vorlen {
+
+namespace {
+
+constexpr int MAX_ITERATIONS = 100;
+constexpr double RELATIVE_TOLERANCE = 1e-14;  // of the density; reached in a few iterations
+constexpr double Z0_TOLERANCE = 1e-16;        // m
+constexpr double SERIES_LIMIT = 1e-3;         // k x below which the closed form of the slope cancels
+
+double w_above_z0(const SurfChemNonst& m) { return m.z - m.z0 - m.h + m.h_z0; }
+
+// The model's segments: one in which w grows from 0 to its present value, those grown in tension, and behind them the
+// part that the present state adds to the last accepted one.
+DepthSegment tension_segment(const SurfChemNonst& m, double w, double dh) { return {m.z0 + w, m.z0 + w + dh, m.h_z0}; }
+
+double w_of(const SurfChemNonst& m, const DepthSegment& segment) { return segment.z_from - m.z0; }
+
+// Takes dh [m] grown in tension at w into the list; dh below 0 takes it back from its end.
+void add_tension(SurfChemNonst& m, double w, double dh, double& integral) {
+  std::vector<DepthSegment>& list = m.seg_tensile;
+  while (dh < 0.0 && !list.empty()) {
+    DepthSegment& last = list.back();
+    const double taken = std::min(-dh, last.z_to - last.z_from);
+    integral -= w_of(m, last) * taken;
+    last.z_to -= taken;
+    dh += taken;
+    if (!(last.z_to > last.z_from)) list.pop_back();
+    if (!(taken > 0.0)) return;
+  }
+  if (!(dh > 0.0)) return;
+  integral += w * dh;
+  if (!list.empty() && w_of(m, list.back()) == w) {
+    list.back().z_to += dh;
+  } else {
+    list.push_back(tension_segment(m, w, dh));
+  }
+}
+
+// Derivative of F_segment by k: the integral of x^2 / (1 + k x) from 0 to x.
+double F_segment_slope(double k, double x) {
+  const double kx = k * x;
+  if (kx < SERIES_LIMIT) return x * x * x * (1.0 / 3.0 - kx * (0.25 - 0.2 * kx));
+  return (0.5 * kx * kx - kx + std::log(kx + 1.0)) / (k * k * k);
+}
+
+// Derivative of J2_of by rho.
+double J2_slope(const SurfChemNonst& m, double rho) {
+  const double c = m.tan_V * modulus_M() * m.b_burgers * m.b_burgers * INV_L_TD;
+  const double k = L_TD * m.tan_V * (2.0 * rho + m.rho_TD_z0);
+  double S = F_segment_slope(k, w_above_z0(m));
+  for (const DepthSegment& s : m.seg_tensile) {
+    const double w = w_of(m, s);
+    S += w * w / (k * w + 1.0) * (s.z_to - s.z_from);
+  }
+  return S * c * (2.0 * L_TD * m.tan_V);
+}
+
+// The root of the balance at or above rho, where it is negative. The balance is concave, so the iterates of Newton's
+// method rise towards the root.
+double root_above(const SurfChemNonst& m, double rho) {
+  const double E = m.loop_energy(m.z, m.z0);
+  for (int i = 0; i < MAX_ITERATIONS && rho < RHO_VD_MAX; ++i) {
+    const double F = m.energy_balance(E, rho);
+    if (!(F < -BALANCE_ZERO)) return rho;
+    const double step = -F / J2_slope(m, rho);
+    rho += step;
+    if (!(step > RELATIVE_TOLERANCE * rho)) return rho;
+  }
+  return rho < RHO_VD_MAX ? rho : RHO_VD_MAX;
+}
+
+CandidateLists lists_of(const Film& film) { return {film.z, film.h, film.I0, film.I1}; }
+
+// The balance of V-defects that reach down to height z_at of the film.
+double balance_at(const StagedEquations& e, double z_at) {
+  const SurfChemNonst& m = e.model;
+  const FilmPoint p = film_at(e.film, z_at);
+  return m.loop_energy(m.z, z_at) + ((m.I1 - p.I1) - (m.I0 - p.I0) * (z_at - m.z_start - p.h));
+}
+
+// The depth with the lowest balance between low and high, by golden-section search; one of the ends if that is lower.
+double lowest_between(const StagedEquations& e, double low, double high) {
+  const double ends[] = {low, high};
+  constexpr double SECTION = 0.6180339887498949;
+  double c = high - SECTION * (high - low), d = low + SECTION * (high - low);
+  double f_c = balance_at(e, c), f_d = balance_at(e, d);
+  while (c < d && high - low > Z0_TOLERANCE) {
+    if (f_c < f_d) {
+      high = d;
+      d = c;
+      f_d = f_c;
+      c = high - SECTION * (high - low);
+      f_c = balance_at(e, c);
+    } else {
+      low = c;
+      c = d;
+      f_c = f_d;
+      d = low + SECTION * (high - low);
+      f_d = balance_at(e, d);
+    }
+  }
+  double best = 0.5 * (low + high);
+  for (double end : ends) {
+    if (balance_at(e, end) < balance_at(e, best)) best = end;
+  }
+  return best;
+}
+
+// The depth of the film with the lowest balance and that balance, which is above 0 only if no depth has one below 0.
+struct LowestBalance {
+  double z0 = 0.0;
+  double balance = std::numeric_limits<double>::infinity();
+};
+
+LowestBalance lowest_balance(StagedEquations& e) {
+  SurfChemNonst& m = e.model;
+  LowestBalance lowest;
+  const std::vector<double>& z = e.film.z;
+  const double highest = m.z - CANDIDATE_DEPTH;
+  if (!(highest > z.front())) return lowest;
+  lowest = {highest, balance_at(e, highest)};
+  const Z0Search search = m.search_z0(lists_of(e.film), z.size(), e.film.candidate_blocks, lowest.balance);
+  // Without a lower knot the lowest depth may still lie between the last knot and the highest candidate.
+  const std::size_t i = search.found ? search.index : search.passed - 1;
+  const double left = z[i > 0 ? i - 1 : 0], right = std::min(highest, z[std::min(i + 1, z.size() - 1)]);
+  if (search.found) lowest = {z[i], search.balance};
+  // Between knots the balance dips less than it rises to the neighbours.
+  const double rise = std::max(balance_at(e, left), balance_at(e, right)) - lowest.balance;
+  if (lowest.balance > rise) return lowest;
+  const double refined = lowest_between(e, left, right);
+  const double balance = balance_at(e, refined);
+  if (balance < lowest.balance) lowest = {refined, balance};
+  return lowest;
+}
+
+}  // namespace
+
+bool v_defects_open(StagedEquations& e) {
+  // Only growth under compression lowers a balance.
+  return e.film.compressed_from < e.film.z.size() && lowest_balance(e).balance < 0.0;
+}
+
+void open_v_defects(StagedEquations& e) {
+  SurfChemNonst& m = e.model;
+  // A rounding may lie between the uppermost candidate and the start of the film.
+  m.z0 = std::max(lowest_balance(e).z0, e.film.z.front());
+  const FilmPoint at_z0 = film_at(e.film, m.z0);
+  m.set_state_at_z0(at_z0.h, at_z0.I0, at_z0.I1, at_z0.J0_0, at_z0.J0_1);
+  e.open = true;
+  e.rho_accepted = 0.0;
+  e.J1_tension = 0.0;
+  m.seg_relax = {DepthSegment{m.z0, m.z0, m.h_z0}};
+  m.seg_relax_first = 0;
+  m.seg_tensile.clear();
+  m.seg_tensile_first = 0;
+  FilmPoint from = at_z0;
+  double before_opening = 0.0;
+  const auto first = std::upper_bound(e.film.z.begin(), e.film.z.end(), m.z0) - e.film.z.begin();
+  for (auto i = static_cast<std::size_t>(first); i < e.film.z.size(); ++i) {
+    const FilmPoint to = film_at(e.film, e.film.z[i]);
+    const auto w = [&m](const FilmPoint& p) { return p.z - m.z0 - p.h + m.h_z0; };
+    add_tension(m, 0.5 * (w(from) + w(to)), to.h - from.h, before_opening);
+    from = to;
+  }
+  e.h_accepted = from.h;
+  e.w_accepted = from.z - m.z0 - from.h + m.h_z0;
+  e.w_open = w_above_z0(m);
+}
+
+double v_defect_density(const StagedEquations& e) {
+  SurfChemNonst& m = e.model;
+  if (e.rho_accepted >= RHO_VD_MAX) return RHO_VD_MAX;
+  const double w = w_above_z0(m);
+  const double w_step = 0.5 * (w + e.w_accepted), dh = m.h - e.h_accepted;
+  m.seg_relax.front().z_to = m.z0 + w;
+  m.seg_tensile.push_back(tension_segment(m, w_step, dh));
+  m.J0 = m.J0_of();
+  m.J1 = m.stiff_relieved() * (0.5 * (w * w - e.w_open * e.w_open) + (e.J1_tension + w_step * dh));
+  const double rho = root_above(m, e.rho_accepted);
+  m.seg_tensile.pop_back();
+  return rho;
+}
+
+void accept_v_defects(StagedEquations& e) {
+  if (!e.open) return;
+  SurfChemNonst& m = e.model;
+  const double w = w_above_z0(m);
+  add_tension(m, 0.5 * (w + e.w_accepted), m.h - e.h_accepted, e.J1_tension);
+  e.w_accepted = w;
+  e.h_accepted = m.h;
+  e.rho_accepted = m.rho_VD;
+}
+
+}  // namespace vorlen
