@@ -6,9 +6,9 @@ The first element scheme of the first element integration counts.
 from __future__ import annotations
 
 from . import xml_bytes
-from .xml_bytes import Element, RecipeError
+from .recipe import ROOT, SCHEMES, Recipe, RecipeError
 
-DEFAULT, STAGED = SCHEMES = ("continuous", "staged")
+STAGED, DEFAULT = SCHEMES
 
 
 def check_scheme(scheme: str | None) -> None:
@@ -37,26 +37,9 @@ def with_scheme(content: bytes, scheme: str, name: str = "recipe") -> bytes:
     Raises RecipeError for what is not well-formed; name is that of the recipe in its text.
     """
     root = xml_bytes.index(content, name)
+    if root.tag != ROOT:
+        return content  # the library has a text for it
     integration = root.child("integration")
     element = integration.child("scheme") if integration else None
-    wanted = f'<scheme val="{scheme}"/>'.encode()
-    if element is not None:
-        if element.attributes.get("val", "").lower() == scheme:
-            return content
-        if "val" in element.attributes:
-            return xml_bytes.apply(content, xml_bytes.attribute_edits(content, element, {"val": scheme}))
-        return xml_bytes.apply(content, [(element.begin, element.end, wanted)])
-    if scheme == DEFAULT or _is_empty_tag(root):
-        return content
-    if integration is None:
-        place = root.end_tag
-        return xml_bytes.apply(content, [(place, place, b"<integration>" + wanted + b"</integration>")])
-    if _is_empty_tag(integration):
-        return xml_bytes.apply(
-            content, [(integration.begin, integration.end, b"<integration>" + wanted + b"</integration>")]
-        )
-    return xml_bytes.apply(content, [(integration.tag_end, integration.tag_end, wanted)])
-
-
-def _is_empty_tag(element: Element) -> bool:
-    return element.end_tag == element.tag_end == element.end
+    present = element.attributes.get("val", "") if element else DEFAULT
+    return content if present.lower() == scheme else Recipe(content, name).with_scheme(scheme).to_bytes()
