@@ -226,7 +226,7 @@ def test_an_integration_that_ended_early_has_time_stage_and_remedy(
         assert caught.value.run.text == caught.value.text
 
 
-def test_a_last_row_just_before_a_boundary_belongs_to_a_failure_behind_it(
+def test_a_last_row_just_before_a_boundary_belongs_to_a_failure_after_it(
     scripted: pytest.MonkeyPatch, tmp_path: Path
 ) -> None:
     scripted.setenv("TEST_TEXT", TEXTS_OF_INTEGRATION[0])

@@ -135,7 +135,7 @@ def make_plan(
     timeout: float | None = None,
     scheme: str | None = None,
 ) -> Plan:
-    """A plan whose every row has been tried on the recipe: paths that are not there are told now, not in each row.
+    """A plan whose every row has been tried on the recipe: paths that are not there are reported now, not in each row.
 
     The recipe of the plan, and of every row, asks for the scheme; None: as it does now.
     """
@@ -224,7 +224,7 @@ def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
 def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
     """Makes the folder of a sweep, with the plan and the recipe in it.
 
-    A folder that holds other rows is left alone, unless resume is False: further rows behind the old ones are welcome,
+    A folder that holds other rows is left alone, unless resume is False: further rows after the old ones are welcome,
     and so is another scheme, under which all rows are run again.
     """
     plan_path, recipe_path = folder / "plan.json", folder / "recipe.xml"

@@ -188,7 +188,7 @@ def has_rows(content: bytes) -> bool:
 
 
 def bytes_of_rows(content: bytes) -> bytes:
-    """The part of the file behind the heading."""
+    """The part of the file after the heading."""
     return content[_parse_layers(content, "result")[1] :]
 
 

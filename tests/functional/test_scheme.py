@@ -192,7 +192,7 @@ class Schemes(InAFolder):
         self.assertIn("\nSimulated in ", self.run_tool("run", "r.xml").stdout)
         self.assertEqual(json.loads(self.read("r.status.json"))["scheme"], "continuous")
 
-    def test_faults_of_a_recipe_are_told_as_without_the_option(self):
+    def test_faults_of_a_recipe_are_reported_as_without_the_option(self):
         faulty = {
             "material.xml": RECIPE.replace('<material val="AlGaN"/>', '<material val="GaAs"/>'),
             "broken.xml": RECIPE.replace("</process_stages>", ""),
