@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "output.h"
+#include "result_check.h"
 #include "result_diff.h"
 #include "table.h"
 #include "terminal.h"
@@ -90,6 +91,11 @@ std::string json_of(const DiffOptions& options, const ResultDifference& differen
   return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 }
 
+void warn_of_unphysical_rows(const std::string& path, const ResultFile& result) {
+  const std::string text = unphysical_text(result, stages_of(result));
+  if (!text.empty()) warn(path + ": " + text);
+}
+
 int compare_files(const DiffOptions& options) {
   ResultFile a;
   ResultFile b;
@@ -97,6 +103,8 @@ int compare_files(const DiffOptions& options) {
   if (!read_result_file(options.a, a, error) || !read_result_file(options.b, b, error)) {
     return fail(error, EXIT_TROUBLE);
   }
+  warn_of_unphysical_rows(options.a, a);
+  warn_of_unphysical_rows(options.b, b);
   const ResultDifference difference = compare_results(a, b, options.tolerance);
   const std::string text = options.json ? json_of(options, difference, a.rows.size(), b.rows.size())
                                         : text_of(difference, a.rows.size(), b.rows.size());

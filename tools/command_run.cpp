@@ -15,6 +15,7 @@
 #include "output.h"
 #include "result_file.h"
 #include "run_text.h"
+#include "scheme.h"
 #include "simulation.h"
 
 namespace {
@@ -28,6 +29,7 @@ struct RunOptions {
   std::vector<std::string> recipes;
   std::string result;  // of a single recipe; empty: default_result_path()
   std::string output_folder;
+  std::string scheme;    // empty: as each recipe asks
   unsigned workers = 0;  // 0: as many as there are processors
   bool keep_going = false;
   bool force = false;
@@ -82,6 +84,7 @@ int run_recipes(const RunOptions& options) {
   for (const std::string& recipe : options.recipes) {
     Job job;
     job.recipe = recipe;
+    job.scheme = options.scheme;
     job.paths =
         result_paths(options.result.empty() ? default_result_path(recipe, options.output_folder) : options.result);
     jobs.push_back(job);
@@ -138,6 +141,11 @@ void add_run_command(CLI::App& app, int& status) {
       ->type_name("DIR")
       ->check(not_empty)
       ->excludes(result);
+  run->add_option("--scheme", options->scheme,
+                  "Scheme of the integration, instead of the one that the recipes ask for: staged\n"
+                  "restarts at each stage, continuous (the default of recipes) does not")
+      ->type_name("{continuous,staged}")
+      ->check(CLI::IsMember(std::vector<std::string>(SCHEMES.begin(), SCHEMES.end())).description(""));
   run->add_option("-j,--jobs", options->workers,
                   "Recipes that run at once, each in a process of its own (default: one for each\n"
                   "processor)")
@@ -147,7 +155,8 @@ void add_run_command(CLI::App& app, int& status) {
   run->add_flag("--force", options->force, "Run also what is done and unchanged");
   run->footer(
       "Beside each result a status file, NAME.status.json, tells how the run ended. Of a run that\n"
-      "fails under way the rows are kept in NAME.failed.txt; an older result stays as it is.\n"
+      "fails under way, or has unphysical rows, the rows are kept in NAME.failed.txt; an older\n"
+      "result stays as it is.\n"
       "Exit status: 0 all ran (or are up to date), 1 not all, 2 the command line is wrong.\n\n"
       "Examples:\n"
       "  vorlen run recipe.xml -o recipe.result.txt\n"

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "layer_values.h"
 #include "output.h"
+#include "result_check.h"
 #include "table.h"
 #include "terminal.h"
 
@@ -107,8 +108,8 @@ std::string csv_of(const std::vector<LayerValues>& layers) {
   return csv_text(table);
 }
 
-// JSON has no not-a-number: it is null there.
-std::string json_of(const std::string& path, const std::vector<LayerValues>& layers) {
+// JSON has no NaN: it is null there.
+std::string json_of(const std::string& path, const std::vector<LayerValues>& layers, const std::string& unphysical) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const LayerValues& layer : layers) {
     nlohmann::ordered_json record = {
@@ -116,7 +117,10 @@ std::string json_of(const std::string& path, const std::vector<LayerValues>& lay
     for (const auto& [identifier, value] : numbers_of(layer)) record[identifier] = value;
     list.push_back(record);
   }
-  const nlohmann::ordered_json document = {{"result_file", path}, {"layers", list}};
+  const nlohmann::ordered_json document = {
+      {"result_file", path},
+      {"unphysical", unphysical.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(unphysical)},
+      {"layers", list}};
   return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
 }
 
@@ -125,8 +129,10 @@ int show_result(const ShowOptions& options) {
   std::string error;
   if (!read_result_file(options.result, result, error)) return fail(error);
   const std::vector<LayerValues> layers = layer_values(result);
+  const std::string unphysical = unphysical_text(result, stages_of(result));
+  if (!unphysical.empty()) warn(options.result + ": " + unphysical);
   if (options.csv) return print_out(csv_of(layers));
-  if (options.json) return print_out(json_of(options.result, layers));
+  if (options.json) return print_out(json_of(options.result, layers, unphysical));
   return print_out(text_of(layers));
 }
 

@@ -1,9 +1,12 @@
 // A full disk or a closed pipe behind stdout shows when it is flushed.
 #include "output.h"
 
+#include <fmt/color.h>
+
 #include <cstdio>
 
 #include "exit_status.h"
+#include "terminal.h"
 
 int fail(const std::string& text, int status) {
   std::fputs(("vorlen: " + text + "\n").c_str(), stderr);
@@ -11,6 +14,12 @@ int fail(const std::string& text, int status) {
 }
 
 int fail(const std::string& text) { return fail(text, EXIT_FAILED); }
+
+void warn(const std::string& text) {
+  const std::string line = "vorlen: warning: " + text;
+  std::fputs((use_colour(stderr) ? fmt::format(fmt::fg(fmt::terminal_color::red), "{}", line) : line).c_str(), stderr);
+  std::fputc('\n', stderr);
+}
 
 int print_out(const std::string& text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;

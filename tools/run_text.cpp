@@ -68,11 +68,11 @@ StateWord word_of(JobState state) {
 }  // namespace
 
 std::string run_text(const ResultFile& result, const Job& job) {
-  std::string how = fmt::format("Simulated in {:.2f} s.", job.wall_time);
+  std::string how = fmt::format("Simulated in {:.2f} s, {} scheme.", job.wall_time, scheme_of(job));
   RunStatus status;
   if (job.state == JobState::SKIPPED && read_status_file(job.paths.status, status)) {
-    how = fmt::format("Up to date, simulated on {} at {} in {:.2f} s (--force runs it again).", printable(status.host),
-                      printable(status.finished), status.wall_time);
+    how = fmt::format("Up to date, simulated on {} at {} in {:.2f} s, {} scheme (--force runs it again).",
+                      printable(status.host), printable(status.finished), status.wall_time, scheme_of(job));
   }
   return layer_table(result) + '\n' + last_row_text(result.rows.back()) +
          fmt::format("\n{} {} rows in {}\n", how, result.rows.size(), job.paths.result);

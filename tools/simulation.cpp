@@ -1,7 +1,7 @@
 // A simulation runs in a process of its own (batch.h): simulate() there, the rest in the process that waits for it.
 #include "simulation.h"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
 #include <unistd.h>
 #include <vorlen_solver.h>
 
@@ -11,12 +11,16 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <vector>
 
 #include "files.h"
 #include "recipe/read_recipe.h"
+#include "result_check.h"
 #include "result_file.h"
+#include "scheme.h"
 #include "status_file.h"
 
 namespace fs = std::filesystem;
@@ -35,12 +39,21 @@ std::string renamed(std::string text, const std::string& temporary, const std::s
   return place == std::string::npos ? text : text.replace(place, temporary.size(), name);
 }
 
-// The time at which the last stage of the recipe ends, s; not-a-number for a recipe that is refused.
-double end_of_process(const std::string& path) {
+// The recipe that rows came from; nothing if it has changed since.
+std::optional<vorlen::ProcessRecipe> recipe_of_rows(const Job& job, const SimulationReport& report) {
   vorlen::ProcessRecipe recipe;
   std::string ignored;
-  if (vorlen::read_recipe(path.c_str(), recipe, ignored) != 0 || recipe.active_stages.empty()) return NAN;
-  return recipe.post_stages.empty() ? recipe.active_stages.back().end_time() : recipe.post_stages.back().end_time();
+  if (sha256_of_file(job.recipe) != report.recipe_sha256.data() ||
+      vorlen::read_recipe(job.recipe.c_str(), recipe, ignored) != 0) {
+    return std::nullopt;
+  }
+  return recipe;
+}
+
+// The time at which the last stage ends, s; NaN for a recipe that is not known.
+double end_of_process(const std::optional<vorlen::ProcessRecipe>& recipe) {
+  if (!recipe || recipe->active_stages.empty()) return NAN;
+  return recipe->post_stages.empty() ? recipe->active_stages.back().end_time() : recipe->post_stages.back().end_time();
 }
 
 // Takes away what stands behind the last line end, which only a file has that could not be written to its end. Returns
@@ -59,21 +72,28 @@ bool drop_cut_line(const std::string& path) {
   return true;
 }
 
-// What is wrong with the rows of a run that has ended normally, at end_time [s] by the recipe; empty if nothing. cut: a
-// line has been dropped behind them.
-std::string fault_of(const std::vector<ResultRow>& rows, bool cut, double end_time, const std::string& name) {
+// What is wrong with the file of a run that has ended normally, at end_time [s] by the recipe (NaN: not known); empty
+// if nothing. cut: the last line was not whole.
+std::string fault_of_file(const std::vector<ResultRow>& rows, bool cut, double end_time, const std::string& name) {
   std::string cut_off = name + ": the file ends before the run does. Is the disk full?";
   if (rows.empty()) return cut_off + "\nNo row could be written";
   // A file can end between two rows. The recipe tells where it has to: layers can't be told apart in all files.
   const double gap = std::fabs(rows.back().at(ResultColumn::TIME) - end_time);
-  if (cut || gap > 1e-9 * std::fabs(end_time)) return cut_off;  // a not-a-number passes
-  for (std::size_t i = 0; i < rows.size(); ++i) {
-    const ResultRow& row = rows[i];
-    if (std::all_of(row.values.begin(), row.values.end(), [](double value) { return std::isfinite(value); })) continue;
-    return fmt::format("{}: row {} of {}, at {:.10g} s, holds values that are no finite numbers", name, i + 1,
-                       rows.size(), row.at(ResultColumn::TIME));
-  }
-  return "";
+  return cut || gap > 1e-9 * std::fabs(end_time) ? cut_off : "";  // NaN passes
+}
+
+// The text of a run with what the rows show of its failure; empty if there was none. text: of the library, empty if the
+// run has ended normally.
+std::string text_with_rows(const std::string& text, const ResultFile& result,
+                           const std::optional<vorlen::ProcessRecipe>& recipe, const std::string& scheme) {
+  if (text.empty() ? !find_unphysical_rows(result.rows) : !is_text_of_integration(text)) return text;
+  const std::vector<ProcessStage> stages = recipe ? stages_of(*recipe) : stages_of(result);
+  std::vector<std::string> lines;
+  if (!text.empty()) lines = {text, end_text(result, stages)};
+  const std::string unphysical = unphysical_text(result, stages);
+  if (!unphysical.empty()) lines.push_back(unphysical);
+  lines.push_back(remedy_text(scheme));
+  return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 void write_status(Job& job, const SimulationReport& report, const std::string& rows) {
@@ -84,6 +104,7 @@ void write_status(Job& job, const SimulationReport& report, const std::string& r
   status.version = VORLEN_VERSION;
   status.recipe = job.recipe;
   status.recipe_sha256 = report.recipe_sha256.data();
+  status.scheme = report.scheme.data();
   status.result_file = rows.empty() ? job.paths.result : rows;
   if (!rows.empty()) status.result_sha256 = report.result_sha256.data();
   status.host = host_name();
@@ -111,24 +132,37 @@ ResultPaths result_paths(const std::string& result) {
 SimulationReport simulate(const Job& job, const std::string& temporary) {
   SimulationReport report;
   copy_text(sha256_of_file(job.recipe), report.recipe_sha256);
-  std::array<char, VORLEN_ERROR_BUFFER_SIZE> text{};
+  const std::string scheme = scheme_of(job);
+  copy_text(scheme, report.scheme);
+  std::string recipe = job.recipe;
+  std::optional<MemoryFile> copy;
+  try {
+    const std::string content = job.scheme.empty() ? "" : recipe_under_scheme(job.recipe, job.scheme);
+    if (!content.empty()) recipe = copy.emplace(content).path();
+  } catch (const std::runtime_error& error) {
+    copy_text(error.what(), report.text);
+    return report;
+  }
+  std::array<char, VORLEN_ERROR_BUFFER_SIZE> buffer{};
   const auto start = std::chrono::steady_clock::now();
-  report.result = runSurfChem(job.recipe.c_str(), temporary.c_str(), text.data());
+  report.result = runSurfChem(recipe.c_str(), temporary.c_str(), buffer.data());
   report.wall_time = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const bool cut = drop_cut_line(temporary);
   ResultFile result;
   std::string ignored;
   if (!read_result_file(temporary, result, ignored)) result.rows.clear();
   report.keep_rows = !result.rows.empty();
-  if (report.result == 0) {
-    const bool recipe_changed = sha256_of_file(job.recipe) != report.recipe_sha256.data();
-    const double end_time = recipe_changed ? NAN : end_of_process(job.recipe);
-    const std::string fault = fault_of(result.rows, cut, end_time, job.paths.result);
-    report.result = fault.empty() ? 0 : 1;
-    copy_text(fault, report.text);
+  std::optional<vorlen::ProcessRecipe> process;
+  if (report.keep_rows) process = recipe_of_rows(job, report);
+  std::string text;
+  if (report.result != 0) {
+    text = renamed(renamed(buffer.data(), temporary, job.paths.result), recipe, job.recipe);
   } else {
-    copy_text(renamed(text.data(), temporary, job.paths.result), report.text);
+    text = fault_of_file(result.rows, cut, end_of_process(process), job.paths.result);
   }
+  text = text_with_rows(text, result, process, scheme);
+  if (!text.empty()) report.result = 1;
+  copy_text(text, report.text);
   copy_text(sha256_of_file(temporary), report.result_sha256);
   return report;
 }
@@ -166,11 +200,14 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
   write_status(job, told, rows);
 }
 
+std::string scheme_of(const Job& job) { return job.scheme.empty() ? scheme_of_recipe(job.recipe) : job.scheme; }
+
 void finish_crashed_job(Job& job, const std::string& temporary, const std::string& text, double wall_time) {
   SimulationReport report;
   report.wall_time = wall_time;
   copy_text(text, report.text);
   copy_text(sha256_of_file(job.recipe), report.recipe_sha256);
+  copy_text(scheme_of(job), report.scheme);
   finish_job(job, temporary, report);
 }
 
@@ -178,7 +215,8 @@ bool is_up_to_date(const Job& job) {
   RunStatus status;
   return read_status_file(job.paths.status, status) && status.result == 0 && status.version == VORLEN_VERSION &&
          !status.recipe_sha256.empty() && status.recipe_sha256 == sha256_of_file(job.recipe) &&
-         !status.result_sha256.empty() && status.result_sha256 == sha256_of_file(job.paths.result);
+         !status.result_sha256.empty() && status.result_sha256 == sha256_of_file(job.paths.result) &&
+         status.scheme == scheme_of(job);
 }
 
 std::string refusal_of_target(const Job& job) {

@@ -31,6 +31,7 @@ bool write_status_file(const std::string& path, const RunStatus& status, std::st
                                          {"version", status.version},
                                          {"recipe", status.recipe},
                                          {"recipe_sha256", text_or_null(status.recipe_sha256)},
+                                         {"scheme", text_or_null(status.scheme)},
                                          {"result_file", status.result_file},
                                          {"result_sha256", text_or_null(status.result_sha256)},
                                          {"host", status.host},
@@ -53,6 +54,7 @@ bool read_status_file(const std::string& path, RunStatus& status) {
   status.version = text_at(object, "version");
   status.recipe = text_at(object, "recipe");
   status.recipe_sha256 = text_at(object, "recipe_sha256");
+  status.scheme = text_at(object, "scheme");
   status.result_file = text_at(object, "result_file");
   status.result_sha256 = text_at(object, "result_sha256");
   status.host = text_at(object, "host");

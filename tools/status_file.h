@@ -11,6 +11,7 @@ struct RunStatus {
   std::string version;     // of the tool
   std::string recipe;      // path as it was given
   std::string recipe_sha256;
+  std::string scheme;         // of the integration; empty in the files of versions that did not know it
   std::string result_file;    // path of the rows; with result 1 they lie apart from the result, if there are any
   std::string result_sha256;  // empty: there is no file
   std::string host;

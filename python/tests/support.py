@@ -2,7 +2,10 @@
 
 from __future__ import annotations
 
+import subprocess
 from pathlib import Path
+
+import pytest
 
 import vorlen
 
@@ -37,6 +40,26 @@ def failing_recipe() -> vorlen.Recipe:
     return recipe
 
 
+def failed_run(recipe: vorlen.Recipe | str | Path) -> vorlen.Run:
+    """The rows of a run that fails under way."""
+    with pytest.raises(vorlen.SimulationError) as caught:
+        vorlen.run(recipe)
+    assert caught.value.run is not None
+    return caught.value.run
+
+
+def recipe_with_a_pause() -> vorlen.Recipe:
+    """A transistor with 5 s without metals before the barrier, which the continuous scheme does not get over.
+
+    Its fractions leave the range from 0 to 1 in the barrier, stage_3, after 3785 s. The run reaches its end.
+    """
+    recipe = vorlen.Recipe.load(ROOT / "examples" / "algan_gan_hemt.xml")
+    barrier = "process_stages/stage_2"
+    no_metal = {f"gas_species/Q/{flow}": 0 for flow in ("TMIn", "TMGa", "TEGa", "TMAl")}
+    recipe.add_stage(barrier, "pause", before=barrier, values={"tau": 5} | no_metal)
+    return recipe
+
+
 def recipe_with_not_a_numbers() -> vorlen.Recipe:
     """A recipe of NaN layers: reference flows without carrier gas have no diffusion coefficient.
 
@@ -46,3 +69,11 @@ def recipe_with_not_a_numbers() -> vorlen.Recipe:
     for gas in ("N2", "H2", "NH3"):
         recipe[f"transport/parameters/Q_ref/{gas}"] = 0
     return recipe
+
+
+def scripted_library(folder: Path) -> Path:
+    """A library that does what the environment says; see scripted_library.c."""
+    library = folder / "libScripted.so"
+    source = Path(__file__).with_name("scripted_library.c")
+    subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)
+    return library

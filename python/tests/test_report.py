@@ -18,7 +18,15 @@ import pytest
 
 import vorlen
 from browser import Browser
-from support import MQW, ROOT, V_DEFECTS, failing_recipe, recipe_with_not_a_numbers
+from support import (
+    MQW,
+    ROOT,
+    V_DEFECTS,
+    failed_run,
+    failing_recipe,
+    recipe_with_a_pause,
+    recipe_with_not_a_numbers,
+)
 from vorlen.report import find_tool, render, unread_elements
 
 PANELS = 5  # composition, growth rate, temperature, strain, densities
@@ -33,16 +41,18 @@ def browser() -> Iterator[Browser]:
 
 @pytest.fixture(scope="module")
 def pages(tmp_path_factory: pytest.TempPathFactory) -> dict[str, Path]:
-    """Reports of a run with V-defects, of wells, of a failed run, of a refused recipe, and of not-a-numbers."""
+    """Reports of a run with V-defects, of wells, of a failed run, of a rejected recipe, of NaN, of wild fractions."""
     folder = tmp_path_factory.mktemp("reports")
     runs: dict[str, vorlen.Run | vorlen.SimulationError] = {
         "v_defects": vorlen.run(V_DEFECTS, folder / "v_defects.result.txt"),
         "wells": vorlen.run(MQW),
-        "nan": vorlen.run(recipe_with_not_a_numbers()),
     }
     refused = vorlen.Recipe.load(V_DEFECTS)
     refused["process_stages/stage_1/T"] = 0
-    for name, recipe in (("failed", failing_recipe()), ("refused", refused)):
+    for name, recipe in (
+        ("failed", failing_recipe()), ("refused", refused), ("nan", recipe_with_not_a_numbers()),
+        ("unphysical", recipe_with_a_pause()),
+    ):
         with pytest.raises(vorlen.SimulationError) as caught:
             vorlen.run(recipe)
         runs[name] = caught.value
@@ -54,7 +64,7 @@ def keep_picture(browser: Browser, name: str) -> None:
         browser.screenshot(Path(os.environ["VORLEN_SCREENSHOTS"], f"{name}.png"))
 
 
-@pytest.fixture(scope="module", params=("v_defects", "wells", "failed", "refused", "nan"))
+@pytest.fixture(scope="module", params=("v_defects", "wells", "failed", "refused", "nan", "unphysical"))
 def name(request: pytest.FixtureRequest, browser: Browser, pages: dict[str, Path]) -> str:
     """Name of a page that lies open in a wide window."""
     browser.console()
@@ -245,12 +255,32 @@ def test_a_failed_run_tells_its_text_and_where_it_stopped(pages: dict[str, Path]
     assert "Very low or negative temperature in stage_1" in refused and "Nothing was simulated" in refused
 
 
+def test_a_run_with_unphysical_rows_is_reported_as_failed(pages: dict[str, Path], tmp_path: Path) -> None:
+    path = tmp_path / "r.result.txt"
+    path.write_bytes(failed_run(recipe_with_a_pause()).content)
+    without_status = vorlen.report(vorlen.read(path), tmp_path / "r.html")
+    for page, place in ((pages["unphysical"], "stage_3"), (without_status, "layer 6")):
+        text = re.sub(r"\s+", " ", page.read_text())
+        assert '<p class="status failed">Failed</p>' in text and '<h2 id="failure-head">' in text
+        line = rf"Unphysical values in \d+ of \d+ rows, first at 3785\.\d+ s in {place} \(AlGaN barrier\)"
+        assert len(re.findall(line, text)) == 1  # not among the warnings as well
+        assert "Do not use their values" in text and "It stopped at" not in text
+
+
+def test_the_scheme_is_among_the_facts(tmp_path: Path) -> None:
+    fact = r"<dt>Scheme of the integration</dt>\s*<dd>staged</dd>"
+    run = vorlen.run(V_DEFECTS, tmp_path / "r.txt", scheme="staged")
+    assert re.search(fact, render(run)) and re.search(fact, render(vorlen.read(tmp_path / "r.txt")))
+    (tmp_path / "r.status.json").unlink()
+    assert "Scheme of the integration" not in render(vorlen.read(tmp_path / "r.txt"))
+
+
 def test_warnings_tell_of_v_defects_and_of_not_a_numbers(pages: dict[str, Path]) -> None:
     # 5.17 nm above the template of 2000 nm, as the comment of the example says
     assert re.search(
         r"V-defects opened at 3708\.\d+ s, 2005\.1[67]\d* nm, in layer 2, InGaN", pages["v_defects"].read_text()
     )
-    assert "136 of 139 rows hold numbers that are not finite" in pages["nan"].read_text()
+    assert "Unphysical values in 136 of 139 rows" in pages["nan"].read_text()
 
 
 def tool_can_check() -> bool:

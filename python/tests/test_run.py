@@ -14,7 +14,7 @@ from pathlib import Path
 import pytest
 
 import vorlen
-from support import EXAMPLES, failing_recipe, recipe_with_not_a_numbers
+from support import EXAMPLES, failing_recipe
 from vorlen._library import simulate
 from vorlen.run import status_path
 
@@ -198,7 +198,3 @@ def test_rows_that_can_not_be_put_in_place_are_not_lost(tmp_path: Path) -> None:
     assert vorlen.read(left).failed
 
 
-def test_the_status_of_rows_that_are_no_numbers_is_not_good(tmp_path: Path) -> None:
-    run = vorlen.run(recipe_with_not_a_numbers(), tmp_path / "r.txt")
-    status = json.loads((tmp_path / "r.status.json").read_text())
-    assert status["result"] == 1 and status["text"] == run.warnings[0]

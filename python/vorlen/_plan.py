@@ -3,10 +3,11 @@
 A plan can be kept in a file, for batch systems that start one task after the other:
 
     {"recipe": "mqw.xml", "parameters": {"process_stages/stage_1/T": [1000, 1010, 1020]}, "mode": "grid",
-     "timeout": 60, "out": "temperatures"}
+     "scheme": "staged", "timeout": 60, "out": "temperatures"}
 
-Paths in it are relative to the folder of the file. In place of "parameters", "table" names a file of comma-separated
-values with a column per parameter and a line per row.
+Paths in it are relative to the folder of the file. Instead of "parameters", "table" names a file of comma-separated
+values with a column per parameter and a line per row. "scheme" is that of the integration; without it the recipe's own
+counts.
 """
 
 from __future__ import annotations
@@ -18,17 +19,18 @@ import math
 import os
 import uuid
 from collections.abc import Iterable, Mapping
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any
 
 import pandas as pd
 
+from ._scheme import STAGED, check_scheme, with_scheme
 from .recipe import Recipe
 from .run import RecipeSource
 
 MODES = ("grid", "zip")
-PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out")
+PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out", "scheme")
 ROWS_FOLDER = "rows"
 
 
@@ -49,6 +51,10 @@ class Plan:
         """The values of each row. A pair, the begin and end of a ramp, is a list of two numbers."""
         combine = itertools.product if self.mode == "grid" else zip
         return [dict(zip(self.parameters, values)) for values in combine(*self.parameters.values())]
+
+    def under(self, scheme: str | None) -> Plan:
+        """The plan with that scheme of the integration in its recipe; None: as it is."""
+        return self if scheme is None else replace(self, recipe=with_scheme(self.recipe, scheme))
 
 
 def make_task(plan: Plan, folder: Path, number: int, values: dict[str, Any], resume: bool) -> dict[str, Any]:
@@ -127,8 +133,13 @@ def make_plan(
     parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
     mode: str = "grid",
     timeout: float | None = None,
+    scheme: str | None = None,
 ) -> Plan:
-    """A plan whose every row has been tried on the recipe: paths that are not there are told now, not in each row."""
+    """A plan whose every row has been tried on the recipe: paths that are not there are reported now, not in each row.
+
+    The recipe of the plan, and of every row, asks for the scheme; None: as it does now.
+    """
+    check_scheme(scheme)
     if mode not in MODES:
         raise PlanError(f'mode is "grid" or "zip", not {mode!r}')
     if timeout is not None and not timeout > 0:
@@ -145,7 +156,7 @@ def make_plan(
     if mode == "zip" and len({len(values) for values in lists.values()}) > 1:
         counts = ", ".join(f"{path}: {len(values)}" for path, values in lists.items())
         raise PlanError(f'with mode "zip" all parameters have the same number of values, not {counts}')
-    plan = Plan(recipe_bytes(recipe), lists, mode, timeout)
+    plan = Plan(recipe_bytes(recipe), lists, mode, timeout).under(scheme)
     trial = Recipe(plan.recipe)
     for path, values in lists.items():
         one_of_each_kind = {type(value): value for value in reversed(values)}
@@ -165,10 +176,11 @@ def write_plan(
     mode: str = "grid",
     timeout: float | None = None,
     out: str | os.PathLike[str] | None = None,
+    scheme: str | None = None,
 ) -> Path:
     """Writes a plan for `vorlen sweep`, and the recipe beside it, as NAME.recipe.xml. Arguments as for sweep()."""
     path = Path(path)
-    plan = make_plan(recipe, parameters, mode, timeout)
+    plan = make_plan(recipe, parameters, mode, timeout, scheme)
     copy = path.with_name(f"{path.stem}.recipe.xml")
     write_atomically(copy, plan.recipe)
     _write_plan_file(path, plan, copy.name, path.stem if out is None else os.fspath(out))
@@ -203,7 +215,8 @@ def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
         if not isinstance(parameters, dict):
             raise PlanError(f'{path}: "parameters" is an object with a list of values for each path')
     plan = make_plan(
-        path.parent / content["recipe"], parameters, content.get("mode", "grid"), content.get("timeout")
+        path.parent / content["recipe"], parameters, content.get("mode", "grid"), content.get("timeout"),
+        content.get("scheme"),
     )
     return plan, path.parent / content.get("out", path.stem)
 
@@ -211,13 +224,14 @@ def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
 def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
     """Makes the folder of a sweep, with the plan and the recipe in it.
 
-    A folder that holds other rows is left alone, unless resume is False: further rows behind the old ones are welcome.
+    A folder that holds other rows is left alone, unless resume is False: further rows after the old ones are welcome,
+    and so is another scheme, under which all rows are run again.
     """
     plan_path, recipe_path = folder / "plan.json", folder / "recipe.xml"
     if resume and plan_path.exists() and recipe_path.exists():
         old = read_plan(plan_path)[0]
         old_rows = old.rows()
-        if old.recipe != plan.recipe or plan.rows()[: len(old_rows)] != old_rows:
+        if old.under(STAGED).recipe != plan.under(STAGED).recipe or plan.rows()[: len(old_rows)] != old_rows:
             raise PlanError(
                 f"{folder} holds a sweep with another recipe or other rows. Name another folder for this one, or say "
                 f"resume=False to replace the old one"

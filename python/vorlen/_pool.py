@@ -20,6 +20,7 @@ from typing import Any
 
 from ._plan import row_files
 from ._row import add_row
+from ._scheme import scheme_of
 from .run import RecipeSource, failed_path, write_status
 
 _thread = threading.local()
@@ -133,7 +134,9 @@ def _record_loss(task: dict[str, Any], row: dict[str, Any], wall_time: float) ->
     for part in files.result.parent.glob(f".{files.result.name}.*"):
         part.unlink(missing_ok=True)
     if files.recipe.exists():
-        write_status(files.result, failed_path(files.result), 1, row["text"], wall_time, RecipeSource.of(files.recipe), b"")
+        source = RecipeSource.of(files.recipe)
+        scheme = scheme_of(source.content)
+        write_status(files.result, failed_path(files.result), 1, row["text"], wall_time, source, b"", scheme)
         add_row(files.status, row)
 
 

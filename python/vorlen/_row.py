@@ -11,6 +11,7 @@ from typing import Any
 import numpy as np
 
 from ._plan import row_files, row_recipe, sha256, write_atomically
+from ._scheme import scheme_of
 from ._version import __version__
 from .recipe import Recipe
 from .run import Run, SimulationError, read_status, run
@@ -36,9 +37,11 @@ def key_results(simulated: Run) -> dict[str, float | None]:
     return values
 
 
-def row_of_status(status: dict[str, Any], recipe_sha256: str) -> dict[str, Any] | None:
-    """The row that a status file tells of, if it is of this recipe and this version; otherwise None."""
-    if status.get("recipe_sha256") != recipe_sha256 or status.get("version") != __version__:
+def row_of_status(status: dict[str, Any], recipe: bytes) -> dict[str, Any] | None:
+    """The row in a status file, if it is of this recipe, its scheme and this version; otherwise None."""
+    if status.get("recipe_sha256") != sha256(recipe) or status.get("version") != __version__:
+        return None
+    if status.get("scheme") != scheme_of(recipe):
         return None
     return status.get("row")
 
@@ -67,7 +70,7 @@ def do_row(task: dict[str, Any]) -> dict[str, Any]:
     files = row_files(Path(), task["number"])
     content = row_recipe(_base_recipe(task["folder"], task["base_sha256"]), task["values"])
     if task["resume"]:
-        done = row_of_status(read_status(files.result), sha256(content))
+        done = row_of_status(read_status(files.result), content)
         if done is not None and done["status"] in FINISHED and done["result"] == files.result.exists():
             return done
     files.status.unlink(missing_ok=True)

@@ -9,6 +9,7 @@ from pathlib import Path
 from typing import Any
 
 from ._plan import PlanError, prepare_folder, read_plan
+from ._scheme import SCHEMES
 from ._table import collect_rows, count_text, make_table, ranges, write_table
 from .sweep import run_rows
 
@@ -53,6 +54,11 @@ def add_command(commands: Any) -> None:
     parser.add_argument("--out", type=Path, help="folder of the sweep, in place of the plan's")
     parser.add_argument("--workers", type=_workers, metavar="N", help="runs at a time; default: one per processor")
     parser.add_argument("--timeout", type=_seconds, metavar="S", help="seconds for one run, in place of the plan's")
+    parser.add_argument(
+        "--scheme",
+        choices=SCHEMES,
+        help="scheme of the integration, instead of the plan's or recipe's; the same for all parts and for --merge",
+    )
     parser.add_argument("--no-resume", action="store_true", help="run rows that are done, too")
     parser.add_argument("--quiet", action="store_true", help="no progress bar")
     parser.set_defaults(function=_sweep)
@@ -60,6 +66,7 @@ def add_command(commands: Any) -> None:
 
 def _sweep(options: argparse.Namespace) -> int:
     plan, folder = read_plan(options.plan)
+    plan = plan.under(options.scheme)
     folder = options.out or folder
     inputs = plan.rows()
     if options.count:

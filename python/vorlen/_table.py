@@ -14,7 +14,7 @@ from typing import Any
 
 import pandas as pd
 
-from ._plan import Plan, row_files, row_recipe, sha256, write_atomically
+from ._plan import Plan, row_files, row_recipe, write_atomically
 from ._row import END_VALUES, LAYER_VALUES, row_of_status
 from .recipe import Recipe
 from .run import read_status
@@ -82,7 +82,7 @@ def collect_rows(plan: Plan, folder: Path) -> list[dict[str, Any]]:
     rows = []
     for number, values in enumerate(plan.rows()):
         status = read_status(row_files(folder, number).result)
-        row = row_of_status(status, sha256(row_recipe(base, values))) if status else None
+        row = row_of_status(status, row_recipe(base, values)) if status else None
         rows.append(row or {"status": "missing", "text": "", "values": {}, "result": False})
     return rows
 

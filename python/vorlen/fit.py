@@ -28,6 +28,7 @@ import pandas as pd
 
 from ._plan import Plan, make_task, prepare_folder
 from ._pool import LocalPool, default_workers
+from ._scheme import check_scheme
 from ._table import UNITS
 from .recipe import Recipe
 from .run import RecipeSource, SimulationError
@@ -108,11 +109,11 @@ class _Model:
         return np.column_stack(columns)
 
 
-def _given_recipes(recipe: RecipeLike | Mapping[str, RecipeLike]) -> dict[str, Recipe]:
+def _given_recipes(recipe: RecipeLike | Mapping[str, RecipeLike], scheme: str | None) -> dict[str, Recipe]:
     named = recipe if isinstance(recipe, Mapping) else {NAME_OF_A_SINGLE_RECIPE: recipe}
     recipes = {}
     for name, one in named.items():
-        source = RecipeSource.of(one)
+        source = RecipeSource.of(one).under(scheme)
         if source.content is None:
             raise FileNotFoundError(f"there is no recipe {one}")
         recipes[str(name)] = Recipe(source.content, source.path)
@@ -194,6 +195,7 @@ def fit(
     out: str | os.PathLike[str] | None = None,
     timeout: float | None = None,
     level: float = 0.95,
+    scheme: str | None = None,
 ) -> MinimizerResult:
     """Fits constants of one recipe, or of several at once, to measurements.
 
@@ -207,17 +209,19 @@ def fit(
     workers, executor, timeout  as for sweep()
     out           folder for the runs' files; None: a temporary one. An executor elsewhere needs one that it can see
     level         probability that each confidence interval stands for
+    scheme        "continuous" or "staged", the scheme of the integration in all runs; None: those of the recipes
 
     Returns lmfit's result, whose parameters are logarithms (ln_...), and besides
       constants   a row per path: start, value, low and high of the confidence interval, relative_error
       fitted      a row per measurement: recipe, quantity, measured, sigma, fitted, residual
-      recipes     the recipes with the fitted constants
+      recipes     the recipes with the fitted constants, and with the scheme if one is given
       runs        the number of simulations that it took
     Raises SimulationError when a run fails at the start of the fit.
     """
     from lmfit import minimize
 
-    recipes = _given_recipes(recipe)
+    check_scheme(scheme)
+    recipes = _given_recipes(recipe, scheme)
     table = _measurement_table(measurements, list(recipes))
     start, paths = _start_parameters(recipes, parameters)
     if not paths or len(table) < len(paths):

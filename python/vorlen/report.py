@@ -104,10 +104,13 @@ def _failure(run: Run) -> dict[str, str]:
     """Text of a failed run, and the place where it stopped."""
     if run.content and not run.failed:
         return {}
-    text = run.text or "The result file ends before the last layer does, and no status file tells why."
+    cut_off = "The result file ends before the last layer does, and no status file gives the reason."
+    text = run.text or run.unphysical or cut_off
     if not run.content or run.profile.empty:
         return {"text": text, "place": "Nothing was simulated: there are no rows."}
     last = run.end
+    if run.complete:
+        return {"text": text, "place": "The rows are kept to find the cause. Do not use their values."}
     layers = run.layers
     reached = layers[layers["begin"] <= last["time"] * (1 + 1e-9)]
     # At the very end of a layer it is the next one that could not be begun.
@@ -136,6 +139,8 @@ def _facts(run: Run) -> list[tuple[str, str]]:
     wall_time = run.wall_time if run.wall_time is not None else status.get("wall_time_s")
     if wall_time is not None:
         facts.append(("Simulated in", f"{wall_time:.3g} s"))
+    if run.scheme or status.get("scheme"):
+        facts.append(("Scheme of the integration", str(run.scheme or status["scheme"])))
     if status.get("version") and status["version"] != __version__:
         facts.append(("Simulated by", f"VorlenSolver {status['version']}"))
     for key, name in (("host", "Host"), ("finished", "Finished")):
@@ -149,7 +154,7 @@ def _facts(run: Run) -> list[tuple[str, str]]:
 
 
 def _warnings(run: Run) -> list[str]:
-    found = list(run.warnings)
+    found = [warning for warning in run.warnings if warning not in _failure(run).get("text", "")]
     opened = v_defects_open(run)
     if opened is not None:
         found.append(

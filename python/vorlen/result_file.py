@@ -187,6 +187,11 @@ def has_rows(content: bytes) -> bool:
     return len(content) > begin
 
 
+def bytes_of_rows(content: bytes) -> bytes:
+    """The part of the file after the heading."""
+    return content[_parse_layers(content, "result")[1] :]
+
+
 def reaches_the_end(content: bytes, name: str = "result") -> bool:
     """True when the table ends with a whole row, at the time at which the last layer ends."""
     layers, begin, _ = _parse_layers(content, name)

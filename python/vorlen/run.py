@@ -24,12 +24,24 @@ import pandas as pd
 
 from . import xml_bytes
 from ._library import simulate
+from ._result_check import (
+    Stage,
+    end_text,
+    is_text_of_integration,
+    looks_physical,
+    remedy_text,
+    stages_of_layers,
+    stages_of_recipe,
+    unphysical_text,
+)
+from ._scheme import check_scheme, scheme_of, with_scheme
 from ._version import __version__
 from .recipe import Recipe, RecipeError
 from .result_file import (
     COLUMN_NAMES,
     TIME_TOLERANCE,
     ResultFileError,
+    bytes_of_rows,
     has_rows,
     parse_layers,
     parse_profile,
@@ -68,7 +80,8 @@ LAYER_COLUMNS = (
 class SimulationError(RuntimeError):
     """A run has failed.
 
-    text    the library's text, explained in docs/messages.md
+    text    the library's text, explained in docs/messages.md; of an integration that ended early, or of unphysical
+            rows, also the time, the stage and what to do
     recipe  what was handed to run()
     run     the rows up to the failure, as a Run; None if there are none
     """
@@ -90,8 +103,9 @@ class Run:
     content: bytes = field(repr=False)  # of the result file
     path: Path | None = None  # the result file, if one was kept
     recipe_source: RecipeSource = field(default_factory=lambda: RecipeSource())
-    text: str = ""  # the library's text; empty when the run has ended normally, or nothing is known
+    text: str = ""  # why it has failed; empty when the run has ended normally, or nothing is known
     wall_time: float | None = None  # s, of the library's call
+    scheme: str | None = None  # of the integration; None: not known
 
     @functools.cached_property
     def profile(self) -> pd.DataFrame:
@@ -108,10 +122,15 @@ class Run:
         """True when the table reaches the end of the last layer."""
         return reaches_the_end(self.content, self._name)
 
+    @functools.cached_property
+    def unphysical(self) -> str:
+        """One line on rows that no process has: NaN, infinity, a fraction far outside of 0 to 1. Empty if none has."""
+        return unphysical_text(self.profile, self._stages)
+
     @property
     def failed(self) -> bool:
-        """True when the library has said so, or the table ends before the last layer does."""
-        return bool(self.text) or not self.complete
+        """True when the library has said so, rows are unphysical, or the table ends before the last layer does."""
+        return bool(self.text) or not self.complete or bool(self.unphysical)
 
     @property
     def sha256(self) -> str:
@@ -139,20 +158,15 @@ class Run:
 
         return interfaces(self)
 
-    @functools.cached_property
+    @property
     def warnings(self) -> list[str]:
         """What a reader of the numbers should know; usually empty."""
-        found = []
-        numbers = self.profile[list(COLUMN_NAMES)].to_numpy()
-        bad = ~np.isfinite(numbers)
-        rows = np.flatnonzero(bad.any(axis=1))
-        if len(rows) > 0:
-            columns = [name for name, column_is_bad in zip(COLUMN_NAMES, bad.any(axis=0)) if column_is_bad]
-            found.append(
-                f"{len(rows)} of {len(numbers)} rows hold numbers that are not finite, the first at "
-                f"{numbers[rows[0], 0]:.10g} s, in the columns {', '.join(columns)}"
-            )
-        return found
+        return [self.unphysical] if self.unphysical else []
+
+    def _stages(self) -> list[Stage]:
+        """The stages as texts name them: from the recipe, or from the layers if it is not known."""
+        stages = stages_of_recipe(self.recipe) if self.recipe is not None else []
+        return stages if len(stages) == len(self.layers) else stages_of_layers(self.layers)
 
     @property
     def end(self) -> pd.Series:
@@ -181,7 +195,7 @@ class Run:
         return plot_run(self, kind, **options)
 
     def __repr__(self) -> str:
-        state = f"failed: {self.text or 'incomplete'}" if self.failed else "complete"
+        state = f"failed: {self.text or self.unphysical or 'incomplete'}" if self.failed else "complete"
         place = f", {self.path}" if self.path else ""
         return f"<Run, {len(self.profile)} rows, {state}{place}>"
 
@@ -294,22 +308,33 @@ def read(path: str | os.PathLike[str], recipe: str | os.PathLike[str] | Recipe |
     source = RecipeSource() if recipe is None else RecipeSource.of(recipe)
     if recipe is not None and source.content is None:
         raise FileNotFoundError(f"there is no recipe {source.path}")
-    result = Run(content, path, source, str(status.get("text") or ""), status.get("wall_time_s"))
+    result = Run(
+        content, path, source, str(status.get("text") or ""), status.get("wall_time_s"), status.get("scheme")
+    )
     _ = result.profile  # whatever is wrong with the file is told now
     return result
 
 
-def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] | None = None) -> Run:
+def run(
+    recipe: str | os.PathLike[str] | Recipe,
+    result: str | os.PathLike[str] | None = None,
+    scheme: str | None = None,
+) -> Run:
     """Simulates one recipe.
 
     recipe  a path, a Recipe, or the XML itself
     result  path of the result file to keep; None keeps none. It appears when it is complete: an older file stays in
             place until then. A status file (NAME.status.json) is written beside it
-    Raises SimulationError with the library's text when the run fails. Of a run that fails under way the rows are kept
-    in NAME.failed.txt beside an older result, and the error's run holds them. When the recipe can't be read, files of
-    an earlier run stay as they are. Other Python threads go on during the call.
+    scheme  "continuous" or "staged", whatever the recipe asks for; None: the scheme of the recipe
+    Raises SimulationError with the library's text when the run fails, and when a row is unphysical: NaN, infinite, or
+    with a fraction outside of [-0.001, 1.001]. Of a run that fails under way the rows are kept in NAME.failed.txt
+    beside an older result, and the error's run holds them. When the recipe can't be read, files of an earlier run stay
+    as they are. Other Python threads continue during the call.
     """
+    check_scheme(scheme)
     source = RecipeSource.of(recipe)
+    simulated_source = source.under(scheme)
+    scheme = scheme_of(simulated_source.content)
     target = None if result is None else Path(result)
     if target is not None:
         _check_target(target, source)
@@ -320,14 +345,20 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
         stranded = False  # the rows could not be put in place, and stay under their temporary name
         try:
             begin = time.perf_counter()
-            status, text = simulate(source.file_for_library(Path(folder)), output)
+            file = simulated_source.file_for_library(Path(folder))
+            status, text = simulate(file, output)
             wall_time = time.perf_counter() - begin
             text = text.replace(str(output), str(target)) if target else text
+            text = text.replace(str(file), str(source.path or "recipe.xml"))
             content, cut = _whole_lines(output)
-            simulated = Run(content, None, source, text, wall_time) if has_rows(content) else None
+            simulated = Run(content, None, source, text, wall_time, scheme) if has_rows(content) else None
             if status == 0 and (simulated is None or cut or not simulated.complete):
                 status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
                 text += "\nNo row could be written" if simulated is None else ""
+            text = _text_with_rows(text, simulated, scheme)
+            status = 1 if text else status
+            if simulated is not None:
+                simulated.text = text
             # Without a recipe nothing has been run: what an earlier run has left stays.
             if target and (source.content is not None or simulated is not None):
                 kept = target if status == 0 or simulated is None else failed_path(target)
@@ -342,11 +373,9 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
             if target and not stranded:
                 output.unlink(missing_ok=True)
     if target and kept and source.content is not None:
-        # Rows that are not numbers are for the caller to judge; the status tells that the file is not a good one.
-        faults = simulated.warnings if status == 0 and simulated and _may_hold_no_numbers(content) else []
         written = content if simulated else b""
         try:
-            write_status(target, kept, 1 if faults else status, "; ".join(faults) or text, wall_time, source, written)
+            write_status(target, kept, status, text, wall_time, source, written, scheme)
         except OSError:
             if status == 0:
                 raise  # otherwise the failure of the run is told, not that of its status file, as on a full disk
@@ -354,6 +383,24 @@ def run(recipe: str | os.PathLike[str] | Recipe, result: str | os.PathLike[str] 
         raise SimulationError(text, recipe, simulated)
     assert simulated is not None
     return simulated
+
+
+def _text_with_rows(text: str, simulated: Run | None, scheme: str) -> str:
+    """The text of a run with what the rows show of its failure; empty if there was none.
+
+    text  the library's, empty if the run has ended normally
+    """
+    if text and not is_text_of_integration(text):
+        return text
+    if simulated and looks_physical(bytes_of_rows(simulated.content)):
+        simulated.unphysical = ""  # spares the parsing
+    lines = [text] if text else []
+    if text:
+        profile, stages = (simulated.profile, simulated._stages()) if simulated else (None, [])
+        lines.append(end_text(profile, stages))
+    if simulated and simulated.unphysical:
+        lines.append(simulated.unphysical)
+    return "\n".join([*lines, remedy_text(scheme)]) if lines else ""
 
 
 def _whole_lines(path: Path) -> tuple[bytes, bool]:
@@ -383,10 +430,6 @@ def _put_in_place(temporary: Path, place: Path) -> None:
         raise OSError(error.errno, f"{error.strerror}; the rows are in {temporary}", str(place)) from error
 
 
-def _may_hold_no_numbers(content: bytes) -> bool:
-    return b"nan" in content or b"inf" in content
-
-
 @dataclass(frozen=True)
 class RecipeSource:
     """A recipe as it was handed over: a file, a text, or both when a Recipe was loaded from a file."""
@@ -406,6 +449,13 @@ class RecipeSource:
             return RecipeSource(path, path.read_bytes(), on_disk=True)
         except OSError:
             return RecipeSource(path, None, on_disk=True)  # the library says what is wrong with it
+
+    def under(self, scheme: str | None) -> RecipeSource:
+        """The recipe with that scheme of the integration, or this one if it asks for it already."""
+        if scheme is None or self.content is None:
+            return self
+        content = with_scheme(self.content, scheme, str(self.path or "recipe"))
+        return self if content == self.content else RecipeSource(self.path, content)
 
     def file_for_library(self, folder: Path) -> Path:
         """A file with the recipe, made in folder if there is none."""
@@ -463,7 +513,14 @@ def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
 
 
 def write_status(
-    target: Path, kept: Path, status: int, text: str, wall_time: float, source: RecipeSource, content: bytes
+    target: Path,
+    kept: Path,
+    status: int,
+    text: str,
+    wall_time: float,
+    source: RecipeSource,
+    content: bytes,
+    scheme: str,
 ) -> None:
     """Writes the status file of target; content is that of kept, the file that holds the rows."""
     record = {
@@ -473,6 +530,7 @@ def write_status(
         "version": __version__,
         "recipe": None if source.path is None else str(source.path),
         "recipe_sha256": None if source.content is None else hashlib.sha256(source.content).hexdigest(),
+        "scheme": scheme,
         "result_file": str(kept),
         "result_sha256": hashlib.sha256(content).hexdigest() if content else None,
         "host": socket.gethostname(),

@@ -16,6 +16,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
+from ._scheme import check_scheme
 from .recipe import Recipe
 from .run import RecipeSource, SimulationError
 from .sweep import sweep
@@ -57,6 +58,7 @@ def sensitivity(
     out: str | os.PathLike[str] | None = None,
     progress: bool = False,
     timeout: float | None = None,
+    scheme: str | None = None,
 ) -> pd.DataFrame:
     """Changes one parameter at a time, up and down, and takes central differences of all key results.
 
@@ -64,7 +66,7 @@ def sensitivity(
     parameters  paths, each changed by step times its value; or a mapping of paths to changes in the parameter's unit.
                 Both ends of a ramp are moved together
     out         folder for the files of the runs; None: they are not kept
-    workers, executor, progress, timeout  as for sweep()
+    workers, executor, progress, timeout, scheme  as for sweep()
 
     Returns one row per parameter and quantity (the key results of sweep()):
       value, change         of the parameter; of a ramp the value is the mean of its ends
@@ -74,6 +76,7 @@ def sensitivity(
       text                  why a run has failed; the differences are NaN then
     Raises SimulationError when the recipe itself fails.
     """
+    check_scheme(scheme)
     source = RecipeSource.of(recipe)
     if source.content is None:
         raise FileNotFoundError(f"there is no recipe {recipe}")
@@ -86,7 +89,7 @@ def sensitivity(
     with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
         runs = sweep(
             base_recipe, pd.DataFrame(rows), workers=workers, executor=executor, out=Path(out or folder),
-            progress=progress, timeout=timeout,
+            progress=progress, timeout=timeout, scheme=scheme,
         )
     if runs.status[0] != "ok":
         raise SimulationError(runs.text[0], recipe)

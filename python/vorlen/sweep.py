@@ -34,6 +34,7 @@ def sweep(
     progress: bool = True,
     mode: str = "grid",
     timeout: float | None = None,
+    scheme: str | None = None,
 ) -> pd.DataFrame:
     """Runs a recipe with many values.
 
@@ -44,15 +45,16 @@ def sweep(
     executor    any executor of the kind of concurrent.futures, in place of worker processes on this machine: that of a
                 Dask client, or an MPI pool. Its processes must see the folder out
     out         folder for the files of the sweep. It may hold the same sweep, or the first rows of it, from before
-    resume      True: rows that the folder holds already are taken from there, if recipe and version are the same;
-                False: all rows are run, and older ones replaced
+    resume      True: rows that the folder holds already are taken from there, if recipe, scheme and version are the
+                same; False: all rows are run, and older ones replaced
     progress    True: a bar on standard error, if tqdm is installed
     mode        "grid": every combination, the last parameter changing fastest; "zip": the n-th values of all together
     timeout     s for one run; a run that takes longer is ended
+    scheme      "continuous" or "staged", the scheme of the integration; None: the scheme of the recipe
 
     Returns one row per run: the values, status, text, key results, files. status is
       ok        the run has ended normally
-      failed    the library says no; text is what it says
+      failed    the library says no, or rows are unphysical; text is what it says
       timeout   the run was ended after timeout
       crashed   the worker process has come to an end in the middle of the run
       error     the files could not be read or written
@@ -62,7 +64,7 @@ def sweep(
     are not ok. Rows that are neither ok nor failed are run again when the sweep is resumed.
     The same table stands in the folder as table.csv.
     """
-    plan = make_plan(recipe, parameters, mode, timeout)
+    plan = make_plan(recipe, parameters, mode, timeout, scheme)
     folder = Path(out)
     prepare_folder(plan, folder, resume)
     inputs = plan.rows()

@@ -63,7 +63,12 @@ void step_callback(std::int32_t accepted_index, double t_old, double t, const do
   StagedRun& run = span.run;
   if (accepted_index == 1) {
     evaluate(span, t, y);
-    start_span(run, t, y, span.GR);
+    if (is_finite(span.f)) {
+      start_span(run, t, y, span.GR);
+    } else {
+      span.end = SpanEnd::NOT_FINITE;
+      stop_flag = -1;
+    }
     return;
   }
   const Step step{t_old, t, y, CONT, cont_size};

@@ -14,6 +14,7 @@ namespace {
 constexpr double NM = 1e-9;
 constexpr double KNOT_SPACING = 2.5e-10;       // largest growth between two knots of the film, m
 constexpr double SEARCH_SPACING = 1e-9;        // growth that is searched for an opening at its end only, m
+constexpr double OVERSHOOT = 1e-4;             // of a fraction, from which on it is an error
 constexpr int MIN_MOMENTS = SAMPLES_PER_STEP;  // of a step
 constexpr int MAX_MOMENTS = 64;                // a multiple of MIN_MOMENTS
 constexpr int MAX_HALVINGS = 60;               // of the time of an event
@@ -106,7 +107,15 @@ bool find_peak(StagedRun& run, const Step& step) {
 
 RowSample sample_of(const StagedEquations& e, double t, double GR) {
   const SurfChemNonst& m = e.model;
-  return {.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
+  RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
+  // Between the ends of a step the polynomial may overshoot a fraction that falls to 0.
+  double sum = 0.0;
+  for (double& x : sample.x_b) {
+    if (x < 0.0 && x > -OVERSHOOT) x = 0.0;
+    sum += x;
+  }
+  for (double& x : sample.x_b) x /= sum;
+  return sample;
 }
 
 // Growth rate at time t of the step: the derivative of the cubic that has thickness and rate in common with both ends.

@@ -14,17 +14,13 @@ constexpr double C_UNIT = 1e-9;  // of the surface concentrations, kmol/m^2
 constexpr double NM = 1e-9;
 
 // The components of the state.
-enum StagedComponent : std::size_t {
-  Y_c,
-  Y_x_In = N_ADSORBED,
-  Y_x_Al,
-  Y_z = STAGED_Z,
-  Y_h,
-  Y_I0,
-  Y_I1,
-  Y_J0_0,
-  Y_J0_1
-};
+constexpr std::size_t Y_c = 0, Y_x = N_ADSORBED, Y_z = STAGED_Z;
+constexpr std::size_t Y_h = Y_z + 1, Y_I0 = Y_z + 2, Y_I1 = Y_z + 3, Y_J0_0 = Y_z + 4, Y_J0_1 = Y_z + 5;
+
+// Growth slower than this, kmol/(m^2 s), hands over the film's composition as evaporation does, so that the equations
+// have a slope where growth turns into evaporation. A hundred-thousandth of usual growth, which adds nothing to the
+// film.
+constexpr double SLOW_GROWTH = 3.7e-13;
 
 // The switch between growth in tension and growth that relaxes takes this much strain. A jump would make layers slide
 // along it.
@@ -53,8 +49,9 @@ StagedEquations staged_equations(SurfChemNonst& m, StagedVector& y) {
   film_add(e.film, top);
   y.fill(0.0);
   for (std::size_t k = 0; k < N_ADSORBED; ++k) y[Y_c + k] = m.c_a[k] / C_UNIT;
-  y[Y_x_In] = top.x_In;
-  y[Y_x_Al] = top.x_Al;
+  y[Y_x + InN_b] = top.x_In;
+  y[Y_x + GaN_b] = 1.0 - top.x_In - top.x_Al;
+  y[Y_x + AlN_b] = top.x_Al;
   return e;
 }
 
@@ -72,8 +69,11 @@ void start_stage(StagedEquations& e, std::size_t k, StagedVector& y) {
 void unpack_staged(StagedEquations& e, const double* y) {
   SurfChemNonst& m = e.model;
   for (std::size_t k = 0; k < N_ADSORBED; ++k) m.c_a[k] = C_UNIT * y[Y_c + k];
-  m.x_b = {y[Y_x_In], 1.0 - y[Y_x_In] - y[Y_x_Al], y[Y_x_Al]};
-  for (std::size_t k = 0; k < N_BULK; ++k) m.x_b_clip[k] = clamp_fraction(m.x_b[k]);
+  const double sum = y[Y_x + InN_b] + y[Y_x + GaN_b] + y[Y_x + AlN_b];
+  for (std::size_t k = 0; k < N_BULK; ++k) {
+    m.x_b[k] = y[Y_x + k] / sum;
+    m.x_b_clip[k] = clamp_fraction(m.x_b[k]);
+  }
   m.a_bulk = m.lattice_a(m.x_b_clip.data());
   e.z = e.start.z + NM * y[Y_z];
   m.z = std::max(e.z, m.z_start);
@@ -121,10 +121,13 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   for (std::size_t k = 0; k < N_ADSORBED; ++k) f[Y_c + k] = surface.dc_a[k] / C_UNIT;
 
   const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
-  FilmPoint exchanged{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
-  if (S < 0.0) exchanged = film_at(e.film, e.z);
-  f[Y_x_In] = (m.R_b[InN_b] - S * exchanged.x_In) / e.gamma;
-  f[Y_x_Al] = (m.R_b[AlN_b] - S * exchanged.x_Al) / e.gamma;
+  const double share = S > 0.0 ? std::exp(-S / SLOW_GROWTH) : 1.0;  // of the film's composition in what passes
+  const FilmPoint film = share > 0.0 ? film_at(e.film, e.z) : FilmPoint{};
+  const double below[N_BULK] = {film.x_In, 1.0 - film.x_In - film.x_Al, film.x_Al};
+  for (std::size_t k = 0; k < N_BULK; ++k) {
+    const double x = m.x_b[k];
+    f[Y_x + k] = (m.R_b[k] - S * (x + share * (below[k] - x))) / e.gamma;
+  }
   f[Y_z] = surface.GR / NM;
   if (!relaxes(m)) return surface.GR;
 
@@ -156,7 +159,7 @@ void staged_tolerances(const StagedEquations& e, double tolerance, double* rtol,
   const auto n = static_cast<std::size_t>(n_staged(e.model));
   std::fill_n(rtol, n, tolerance);
   for (std::size_t i = 0; i < n; ++i) {
-    atol[i] = tolerance * (i < Y_x_In ? OF_CONCENTRATIONS
+    atol[i] = tolerance * (i < Y_x    ? OF_CONCENTRATIONS
                            : i < Y_z  ? OF_FRACTIONS
                            : i < Y_I0 ? OF_THICKNESS
                                       : OF_INTEGRALS);

@@ -8,10 +8,13 @@
 // film at that depth while it evaporates. In steady growth x_k = R_k / S, as in the continuous scheme; without growth x
 // keeps its value. No metal is lost: what enters is in the layer or in the film.
 //
+// Each fraction is a component of its own, so that a small one has its own tolerance; the model takes them divided by
+// their sum, which the equations keep at 1.
+//
 // V-defects. Once they are open their density is no state, but the root of the energy balance at each state.
 //
 // All is differential: y' = f(t, y), with t from the start of the stage. y holds
-//   c_a[5] in 1e-9 kmol/m^2, x_In, x_Al, z in nm from its value at the start of the stage,
+//   c_a[5] in 1e-9 kmol/m^2, the three fractions x, z in nm from its value at the start of the stage,
 // and under V_dislocation, from their values at that start, h in nm and the integrals I0, I1, J0_0, J0_1, the two first
 // moments with the distance to the w = z - z_start - h of that start, in the units of the film's stiffness and nm.
 #pragma once
@@ -24,10 +27,10 @@
 
 namespace vorlen {
 
-inline constexpr int N_STAGED_MAX = 13;
-inline constexpr std::size_t STAGED_Z = N_ADSORBED + 2;  // the component z
-inline constexpr double MONOLAYER = 1.9e-8;              // metal atoms of a monolayer, kmol/m^2
-inline constexpr double EXCHANGE_LAYER = 0.01;           // GAMMA as a part of a monolayer
+inline constexpr int N_STAGED_MAX = 14;
+inline constexpr std::size_t STAGED_Z = N_ADSORBED + N_BULK;  // the component z
+inline constexpr double MONOLAYER = 1.9e-8;                   // metal atoms of a monolayer, kmol/m^2
+inline constexpr double EXCHANGE_LAYER = 0.01;                // GAMMA as a part of a monolayer
 using StagedVector = std::array<double, N_STAGED_MAX>;
 
 // Where the state of a stage starts from.
@@ -36,12 +39,6 @@ struct StageStart {
   double h = 0.0;  // m
   double w = 0.0;  // z - z_start - h, m
   double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
-};
-
-// Growth in tension above z0, for the balance of the V-defects: thickness dh that was grown at the effective thickness
-// w.
-struct TensionList {
-  std::vector<double> w, dh;  // m
 };
 
 struct StagedEquations {
@@ -60,7 +57,7 @@ struct StagedEquations {
   double t_conditions = -1.0;  // time of the conditions in the model, s from the start of the stage; negative: none
 };
 
-// Number of components, 8 or 13.
+// Number of components, 9 or 14.
 std::int32_t n_staged(const SurfChemNonst& model);
 
 // The equations at the begin of the process, on the pre-stages, and the first state y.

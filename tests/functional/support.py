@@ -123,3 +123,13 @@ def printed_words(text):
         label, values = re.fullmatch(r"  (\S+(?: \S+)?) {2,}(.*)", line).groups()
         words[label] = [float(n) for n in re.findall(r"[-+]?(?:\d+(?:\.\d+)?(?:e[-+]?\d+)?|nan|inf)(?![\w^])", values)]
     return words
+
+
+def scripted_library(folder):
+    """What the environment of the tool needs to run python/tests/scripted_library.c instead of the library."""
+    if os.environ["VORLEN_PRELOAD"]:
+        raise unittest.SkipTest("the sanitizer's library must be loaded first")
+    library = os.path.join(folder, "libScripted.so")
+    source = os.path.join(SOURCE, "python", "tests", "scripted_library.c")
+    subprocess.run([os.environ["VORLEN_CC"], "-shared", "-fPIC", "-o", library, source], check=True)
+    return {**os.environ, "LD_PRELOAD": library}

@@ -3,6 +3,7 @@ import csv
 import io
 import json
 import os
+import re
 import unittest
 
 from support import EXAMPLES, InAFolder, Result, example
@@ -124,11 +125,13 @@ class Show(InAFolder):
 
 
 class Diff(InAFolder):
-    def diff(self, a, b, *options):
+    def diff(self, a, b, *options, unphysical=""):
+        """unphysical: the names of the files of which the tool warns."""
         self.write("a.txt", a)
         self.write("b.txt", b)
         run = self.run_tool("diff", "a.txt", "b.txt", "--json", *options)
-        self.assertEqual(run.stderr, "")
+        warnings = "".join(rf"vorlen: warning: {name}\.txt: Unphysical values in .*\n" for name in unphysical)
+        self.assertRegex(run.stderr, f"^{warnings}$")
         found = json.loads(run.stdout)
         self.assertEqual(run.returncode, 0 if found["same"] else 1)
         return found, {column.pop("column"): column for column in found["columns"]}
@@ -184,13 +187,13 @@ class Diff(InAFolder):
 
     def test_not_a_numbers(self):
         nan = result_text(rows=[*ROWS[:3], (15, 110, float("nan"), 3.2, -0.01), *ROWS[4:]])
-        found, columns = self.diff(nan, nan)
+        found, columns = self.diff(nan, nan, unphysical="ab")
         self.assertTrue(found["same"])
-        found, columns = self.diff(result_text(), nan, "--tolerance", "1e9")
+        found, columns = self.diff(result_text(), nan, "--tolerance", "1e9", unphysical="b")
         self.assertFalse(found["same"])
         self.assertIsNone(columns["x_in"]["largest"])  # JSON knows no infinity
         lost = result_text(rows=[*ROWS[:3], (15, float("nan"), 0.1, 3.2, -0.01), *ROWS[4:]])
-        found, columns = self.diff(result_text(), lost)
+        found, columns = self.diff(result_text(), lost, unphysical="b")
         self.assertEqual((found["same"], columns), (False, {}))
         self.assertIn("no common depth axis", found["structure"][-1])
 
@@ -236,6 +239,39 @@ class Faults(InAFolder):
                 self.write("r.txt", text)
                 run = self.run_tool("show", "r.txt")
                 self.assertEqual((run.returncode, run.stderr), (1, f"vorlen: r.txt{told}\n"))
+
+    def test_unphysical_rows_are_warned_of_and_shown(self):
+        wild = result_text(rows=[*ROWS[:4], (25, 130, 4.86, 3.2, -0.02), *ROWS[5:]])
+        self.write("r.txt", wild)
+        text = "Unphysical values in 1 of 8 rows, first at 25 s in layer 3 (b): indium fraction is 4.86"
+        for options in ([], ["--csv"], ["--json"]):
+            run = self.run_tool("show", "r.txt", *options)
+            self.assertEqual((run.returncode, run.stderr), (0, f"vorlen: warning: r.txt: {text}\n"))
+            self.assertIn("template", run.stdout)
+        self.assertEqual(json.loads(run.stdout)["unphysical"], text)
+        self.write("r.txt", result_text())
+        self.assertIsNone(json.loads(self.run_tool("show", "r.txt", "--json").stdout)["unphysical"])
+
+    def test_the_place_of_an_unphysical_row(self):
+        # Boundaries are at 10, 20 and 30 s; a row of an active layer there belongs to the one that ends.
+        for number, place in enumerate(("1 (template)", "1 (template)", '2 (a,"1")', '2 (a,"1")', "3 (b)", "3 (b)",
+                                        "4 (cap)", "4 (cap)")):
+            with self.subTest(number):
+                rows = list(ROWS)
+                rows[number] = (*ROWS[number][:3], float("inf"), ROWS[number][4])
+                self.write("r.txt", result_text(rows=rows))
+                self.assertRegex(self.run_tool("show", "r.txt").stderr,
+                                 rf" in layer {re.escape(place)}: in-plane lattice constant \(t\) is infinite\n$")
+
+    def test_the_limits_of_fractions(self):
+        for number in (3, 0, 7):  # an active row, and rows of a pre-stage and a post-stage, which are not simulated
+            for x, physical in ((-0.001, True), (1.001, True), (-0.0010001, False), (1.0010001, False)):
+                with self.subTest((number, x)):
+                    rows = list(ROWS)
+                    rows[number] = (*ROWS[number][:2], x, *ROWS[number][3:])
+                    self.write("r.txt", result_text(rows=rows))
+                    stderr = self.run_tool("show", "r.txt").stderr
+                    self.assertEqual(stderr == "", physical or number != 3, stderr)
 
     def test_what_is_not_understood(self):
         self.write("r.txt", result_text())

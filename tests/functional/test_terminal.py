@@ -46,6 +46,18 @@ class Terminals(InAFolder):
         run = self.run_tool("new", env=environment(TERM="xterm"))
         self.assertNotIn(COLOUR, run.stdout)
 
+    def test_unphysical_rows_are_warned_of_in_red(self):
+        self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", "r.txt").returncode, 0)
+        lines = self.read("r.txt").decode().splitlines(keepends=True)
+        fields = lines[-1].split(" ")
+        fields[3] = "nan"  # indium
+        self.write("bad.txt", "".join(lines[:-1]) + " ".join(fields))
+        for arguments in (["show", "bad.txt"], ["diff", "r.txt", "bad.txt"]):
+            self.assertIn("\033[31mvorlen: warning: bad.txt: Unphysical values in 1 of ",
+                          self.on_terminal(*arguments, TERM="xterm"))
+            self.assertIn("\nvorlen: warning: bad.txt: ", "\n" + self.on_terminal(*arguments, TERM="dumb"))
+        self.assertNotIn("warning", self.on_terminal("show", "r.txt", TERM="xterm"))
+
     def test_progress_is_rewritten_in_place_on_a_terminal_only(self):
         recipes = [example("algan_gan_hemt"), example("algan_tension")]
         shown = self.on_terminal("run", *recipes, TERM="xterm")
