@@ -9,14 +9,13 @@ from pathlib import Path
 import pytest
 
 import vorlen
-from support import EXAMPLES, MQW, result, row, scripted_library
+from support import MQW, PLAIN_LAYER, result, row, scripted_library
 from vorlen import _plan
 from vorlen.__main__ import main
 from vorlen._scheme import scheme_of, with_scheme
 
 T = "process_stages/stage_1/T"
 STAGED = b'<integration><scheme val="staged"/></integration>'
-LAYER = EXAMPLES[0].parent / "notebooks" / "ingan_layer.xml"
 UNKNOWN = "scheme must be \"continuous\", \"staged\" or None, got "
 
 # What is between the tags of the root, and the scheme that it asks for.
@@ -123,10 +122,10 @@ def test_texts_name_the_user_s_file_and_not_a_copy(
 def test_an_unknown_scheme_is_an_error_before_anything_runs(scheme: object, recipes: Path, tmp_path: Path) -> None:
     for call in (
         lambda: vorlen.run(MQW, tmp_path / "r.txt", scheme=scheme),
-        lambda: vorlen.sweep(LAYER, {T: [1000]}, out=tmp_path / "s", scheme=scheme),
-        lambda: vorlen.sensitivity(LAYER, [T], scheme=scheme),
-        lambda: vorlen.fit(LAYER, {"chemistry/Kd_In/A": (1e12, 1e14)}, {"x_in_2": 0.2}, scheme=scheme),
-        lambda: vorlen.write_plan(tmp_path / "plan.json", LAYER, {T: [1000]}, scheme=scheme),
+        lambda: vorlen.sweep(PLAIN_LAYER, {T: [1000]}, out=tmp_path / "s", scheme=scheme),
+        lambda: vorlen.sensitivity(PLAIN_LAYER, [T], scheme=scheme),
+        lambda: vorlen.fit(PLAIN_LAYER, {"chemistry/Kd_In/A": (1e12, 1e14)}, {"x_in_2": 0.2}, scheme=scheme),
+        lambda: vorlen.write_plan(tmp_path / "plan.json", PLAIN_LAYER, {T: [1000]}, scheme=scheme),
     ):
         with pytest.raises(ValueError, match=UNKNOWN):
             call()
@@ -145,7 +144,7 @@ def test_an_older_status_file_without_a_scheme_is_read(tmp_path: Path) -> None:
 
 def sweep(folder: Path, scheme: str | None = None, count: int = 2):
     return vorlen.sweep(
-        LAYER, {T: [1000, 1010, 1020][:count]}, out=folder, workers=1, progress=False, scheme=scheme
+        PLAIN_LAYER, {T: [1000, 1010, 1020][:count]}, out=folder, workers=1, progress=False, scheme=scheme
     )
 
 
@@ -171,7 +170,7 @@ def test_a_sweep_under_another_scheme_runs_all_rows_again(tmp_path: Path) -> Non
     before = stamps(folder)
     assert len(sweep(folder, "staged", 3)) == 3 and len(changed_rows(folder, before)) == 3
     with pytest.raises(ValueError, match="holds a sweep with another recipe"):
-        vorlen.sweep(LAYER, {T: [900]}, out=folder, scheme="continuous", progress=False)
+        vorlen.sweep(PLAIN_LAYER, {T: [900]}, out=folder, scheme="continuous", progress=False)
 
 
 def test_a_row_of_a_version_that_knew_no_scheme_is_run_again(tmp_path: Path) -> None:
@@ -187,7 +186,7 @@ def test_a_row_of_a_version_that_knew_no_scheme_is_run_again(tmp_path: Path) -> 
 
 
 def test_the_scheme_of_a_sweep_on_the_command_line(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
-    plan = vorlen.write_plan(tmp_path / "plan.json", LAYER, {T: [1000, 1010]})
+    plan = vorlen.write_plan(tmp_path / "plan.json", PLAIN_LAYER, {T: [1000, 1010]})
     part = ["sweep", str(plan), "--quiet", "--workers", "1"]
     for rows in ("0:1", "1:2"):
         assert main([*part, "--rows", rows, "--scheme", "staged"]) == 0
@@ -202,17 +201,17 @@ def test_the_scheme_of_a_sweep_on_the_command_line(tmp_path: Path, capsys: pytes
 
 
 def test_the_scheme_of_a_plan(tmp_path: Path, capsys: pytest.CaptureFixture[str]) -> None:
-    plan = vorlen.write_plan(tmp_path / "written.json", LAYER, {T: [1000]}, scheme="staged")
+    plan = vorlen.write_plan(tmp_path / "written.json", PLAIN_LAYER, {T: [1000]}, scheme="staged")
     assert scheme_of((tmp_path / "written.recipe.xml").read_bytes()) == "staged"
     assert main(["sweep", str(plan), "--quiet"]) == 0
     (tmp_path / "plan.json").write_text(
-        json.dumps({"recipe": os.path.relpath(LAYER, tmp_path), "parameters": {T: [1000]}, "scheme": "staged"})
+        json.dumps({"recipe": os.path.relpath(PLAIN_LAYER, tmp_path), "parameters": {T: [1000]}, "scheme": "staged"})
     )
     assert main(["sweep", str(tmp_path / "plan.json"), "--quiet"]) == 0
     for folder in ("written", "plan"):
         assert json.loads((tmp_path / folder / "rows" / "000000.status.json").read_text())["scheme"] == "staged"
     (tmp_path / "wrong.json").write_text(
-        json.dumps({"recipe": str(LAYER), "parameters": {T: [1000]}, "scheme": "quick"})
+        json.dumps({"recipe": str(PLAIN_LAYER), "parameters": {T: [1000]}, "scheme": "quick"})
     )
     capsys.readouterr()
     assert main(["sweep", str(tmp_path / "wrong.json"), "--quiet"]) == 1
@@ -220,10 +219,11 @@ def test_the_scheme_of_a_plan(tmp_path: Path, capsys: pytest.CaptureFixture[str]
 
 
 def test_sensitivities_and_fits_run_under_the_scheme(tmp_path: Path) -> None:
-    vorlen.sensitivity(LAYER, [T], out=tmp_path / "s", workers=1, scheme="staged")
+    vorlen.sensitivity(PLAIN_LAYER, [T], out=tmp_path / "s", workers=1, scheme="staged")
     assert {scheme_of(path.read_bytes()) for path in tmp_path.glob("s/rows/*.xml")} == {"staged"}
     fitted = vorlen.fit(
-        LAYER, {"chemistry/Kd_In/A": (5e12, 2e13)}, {"x_in_2": 0.14}, out=tmp_path / "f", workers=1, scheme="staged"
+        PLAIN_LAYER, {"chemistry/Kd_In/A": (5e12, 2e13)}, {"x_in_2": 0.14}, out=tmp_path / "f", workers=1,
+        scheme="staged",
     )
     rows = list(tmp_path.glob("f/*/rows/*.xml"))
     assert rows and {scheme_of(path.read_bytes()) for path in rows} == {"staged"}

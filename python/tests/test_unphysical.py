@@ -12,8 +12,8 @@ import pytest
 
 import vorlen
 from support import (
-    EXAMPLES,
     MQW,
+    V_DEFECTS,
     failed_run,
     failing_recipe,
     recipe_with_a_pause,
@@ -21,6 +21,7 @@ from support import (
     result,
     row,
     scripted_library,
+    without_integration,
 )
 from vorlen._result_check import looks_physical
 from vorlen.report import find_tool
@@ -44,7 +45,7 @@ LABELS = [
 
 
 def periodic_recipe() -> vorlen.Recipe:
-    recipe = vorlen.Recipe.load(EXAMPLES[-1].with_name("ingan_v_defects.xml"))
+    recipe = without_integration(V_DEFECTS)
     for path, name, tau in (("stage_1", "well", 10), ("stage_2", "barrier <b>", 10)):
         recipe[f"process_stages/{path}/name"], recipe[f"process_stages/{path}/tau"] = name, tau
     recipe.make_periodic("process_stages/stage_1", "process_stages/stage_2", 2)

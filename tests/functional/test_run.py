@@ -87,7 +87,7 @@ class Batch(InAFolder):
                                         "scheme", "result_file", "result_sha256", "host", "finished"])
         self.assertEqual((status["result"], status["text"], status["version"]), (0, "", VERSION))
         self.assertEqual((status["recipe"], status["result_file"]), ("a.xml", "b.txt"))
-        self.assertEqual(status["scheme"], "continuous")
+        self.assertEqual(status["scheme"], "staged")  # that of the example
         self.assertEqual(status["recipe_sha256"], sha256(self.read("a.xml")))
         self.assertEqual(status["result_sha256"], sha256(self.read("b.txt")))
         self.assertEqual(status["host"], os.uname().nodename)
