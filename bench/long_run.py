@@ -3,7 +3,8 @@
 
     bench/long_run.py [LIBRARY]     (default: build/release/src/api/libVorlenSolver.so)
 
-Examples are run with a first active stage of 2e7 s: with steps of at most 10 s it can't come to its end. Each run is a
+Examples are run under the continuous scheme with a first active stage of 2e7 s: with steps of at most 10 s it can't
+come to its end. Each run is a
 process of its own. Prints one line for each: result and text, s, largest resident memory in MB, size of the result file
 in MB, rows.
 """
@@ -33,6 +34,7 @@ RUNS = [
 def write_recipe(path: Path, example: str) -> None:
     """Writes the example with a first active stage of DURATION [s]."""
     text = (SOURCE / "examples" / f"{example}.xml").read_text(encoding="utf-8")
+    text = re.sub(r"\s*<integration>.*?</integration>", "", text, flags=re.DOTALL)
     head, stages = text.split("<process_stages>")
     path.write_text(head + "<process_stages>" + re.sub(r'<tau val="[^"]*"', f'<tau val="{DURATION}"', stages, count=1),
                     encoding="utf-8")
