@@ -1,8 +1,10 @@
 // Integrates the equations of the staged scheme with SUNDIALS IDA (variable-order BDF) and compares the layers with
 // those of the project's own integrator:
-//   vorlen_bench_staged_ida [--tolerance X] [--ida-tolerance X] [--summary] RECIPE...
+//   vorlen_bench_staged_ida [--tolerance X] [--ida-tolerance X] [--exchange-layer X] [--summary] RECIPE...
 // One table for each recipe with thickness and final composition of each stage, and one line with the largest
-// difference; --summary prints the line alone. The exit status is 1 if a run fails or a difference exceeds LIMIT.
+// difference; --summary prints the line alone. --exchange-layer gives IDA an exchange layer of another size, in
+// monolayers: the differences are then those that the size makes. The exit status is 1 if a run fails or a difference
+// exceeds LIMIT.
 //
 // IDA solves F(t, y, y') = y' - f(t, y) with its own step control, difference quotients and dense output; the opening
 // of V-defects is a root function of IDA. Shared with the library are f, the film and the density of V-defects.
@@ -40,6 +42,12 @@ constexpr double KNOT_SPACING = 2.5e-10;   // of the film, m
 constexpr double MAX_KNOTS_PER_STEP = 64;  // of the film
 constexpr int RECOVERABLE = 1;             // a residual's answer that makes IDA try a smaller step
 constexpr std::size_t Y_Z = vorlen::N_ADSORBED + 2;
+
+struct Settings {
+  double own_tolerance = OWN_TOLERANCE, ida_tolerance = IDA_TOLERANCE;
+  double exchange_layer = vorlen::EXCHANGE_LAYER;  // of IDA, monolayers
+  bool summary = false;
+};
 
 // A stage as it was grown.
 struct Layer {
@@ -225,7 +233,7 @@ std::string Ida::run_stage(double tau, StagedVector& y, Outcome& outcome) {
   return "";
 }
 
-Outcome run_ida(const vorlen::ProcessRecipe& recipe, double tolerance) {
+Outcome run_ida(const vorlen::ProcessRecipe& recipe, double tolerance, double exchange_layer) {
   Outcome outcome;
   std::int32_t err = 0;
   SurfChemNonst model(recipe, "", err);
@@ -235,6 +243,7 @@ Outcome run_ida(const vorlen::ProcessRecipe& recipe, double tolerance) {
   }
   StagedVector y{};
   StagedEquations equations = vorlen::staged_equations(model, y);
+  equations.gamma = exchange_layer * vorlen::MONOLAYER;
   Ida ida(equations, tolerance);
   for (std::size_t k = 0; k < model.active_stages.size() && outcome.fault.empty(); ++k) {
     vorlen::start_stage(equations, k, y);
@@ -247,7 +256,7 @@ Outcome run_ida(const vorlen::ProcessRecipe& recipe, double tolerance) {
 }
 
 // Prints the comparison of a recipe; false if a run failed or a difference is above LIMIT.
-bool compare(const std::string& path, double own_tolerance, double ida_tolerance, bool summary) {
+bool compare(const std::string& path, const Settings& settings) {
   vorlen::ProcessRecipe recipe;
   std::string error;
   if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) {
@@ -255,13 +264,14 @@ bool compare(const std::string& path, double own_tolerance, double ida_tolerance
     return false;
   }
   recipe.scheme = vorlen::SCHEME_staged;
-  const Outcome own = run_own(recipe, own_tolerance), ida = run_ida(recipe, ida_tolerance);
+  const Outcome own = run_own(recipe, settings.own_tolerance),
+                ida = run_ida(recipe, settings.ida_tolerance, settings.exchange_layer);
   if (!own.fault.empty() || !ida.fault.empty()) {
     std::printf("%s: staged: %s; IDA: %s in stage %zu\n", path.c_str(), own.fault.empty() ? "ok" : own.fault.c_str(),
                 ida.fault.empty() ? "ok" : ida.fault.c_str(), ida.layers.size());
     return false;
   }
-  if (!summary) {
+  if (!settings.summary) {
     std::printf("\n%s\n\n", path.c_str());
     std::printf(
         "| stage | thickness, nm | IDA | difference | x_In | IDA | x_Al | IDA |\n|---|---|---|---|---|---|---|---|\n");
@@ -273,7 +283,7 @@ bool compare(const std::string& path, double own_tolerance, double ida_tolerance
     const double difference = std::abs(a.thickness - b.thickness) / scale;
     worst_thickness = std::max(worst_thickness, difference);
     worst_fraction = std::max({worst_fraction, std::abs(a.x_In - b.x_In), std::abs(a.x_Al - b.x_Al)});
-    if (!summary) {
+    if (!settings.summary) {
       std::printf("| %zu %s | %.9g | %.9g | %.1e | %.8f | %.8f | %.8f | %.8f |\n", k + 1,
                   recipe.active_stages[k].name.c_str(), a.thickness, b.thickness, difference, a.x_In, b.x_In, a.x_Al,
                   b.x_Al);
@@ -294,17 +304,19 @@ bool compare(const std::string& path, double own_tolerance, double ida_tolerance
 }  // namespace
 
 int main(int argc, char** argv) {
-  double own_tolerance = OWN_TOLERANCE, ida_tolerance = IDA_TOLERANCE;
-  bool summary = false, all_within = true;
+  Settings settings;
+  bool all_within = true;
   int i = 1;
   for (; i < argc && std::strncmp(argv[i], "--", 2) == 0; ++i) {
     const std::string option = argv[i];
     if (option == "--summary") {
-      summary = true;
+      settings.summary = true;
     } else if (option == "--tolerance" && i + 1 < argc) {
-      own_tolerance = std::stod(argv[++i]);
+      settings.own_tolerance = std::stod(argv[++i]);
     } else if (option == "--ida-tolerance" && i + 1 < argc) {
-      ida_tolerance = std::stod(argv[++i]);
+      settings.ida_tolerance = std::stod(argv[++i]);
+    } else if (option == "--exchange-layer" && i + 1 < argc) {
+      settings.exchange_layer = std::stod(argv[++i]);
     } else {
       std::fprintf(stderr, "unknown option %s\n", argv[i]);
       return 2;
@@ -314,6 +326,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: vorlen_bench_staged_ida [OPTIONS] RECIPE...\n");
     return 2;
   }
-  for (; i < argc; ++i) all_within = compare(argv[i], own_tolerance, ida_tolerance, summary) && all_within;
+  for (; i < argc; ++i) all_within = compare(argv[i], settings) && all_within;
   return all_within ? 0 : 1;
 }
