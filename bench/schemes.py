@@ -4,14 +4,14 @@
     schemes.py tables PROGRAM FOLDER [--examples examples] [--repeat 5]
     schemes.py precision PROGRAM TABLE.csv PLOT.svg [--examples examples]
 
-tables: runs the recipes of FOLDER, named FAMILY_STRESS_NUMBER.xml as tests/plausible/plausible.py writes them (STRESS 0:
-none, 1: V_dislocation), and the examples under both schemes, and prints Markdown tables: recipes that are right, and
+tables: runs the recipes of FOLDER, named FAMILY_STRESS_NUMBER.xml as tests/plausible/plausible.py writes them (STRESS
+0: none, 1: V_dislocation), and the examples under both schemes, and prints Markdown tables: recipes that are right, and
 evaluations and time of the staged scheme over the continuous one.
 
 precision: runs the quantum wells and the V-defects of the examples with several tolerances and largest steps, and writes
-error over evaluations against the staged scheme at its smallest tolerance, as a table and as a plot. The schemes grow
-layers that differ by what the exchange layer holds, so the errors of the continuous scheme against itself at a smaller
-largest step are there as well.
+error over evaluations against the staged scheme at its smallest tolerance, as a table and as a plot. The exchange layer
+makes the layers of the two schemes differ, so the errors of the continuous scheme against itself at a smaller largest
+step are there as well.
 """
 import argparse
 import collections
@@ -105,7 +105,8 @@ def ratio_cells(runs):
     for quantity in ("evaluations", "seconds"):
         ratios = quantity_ratios(runs, quantity)
         total = [sum(c.records[scheme][quantity] for c in runs) for scheme in ("staged", "continuous")]
-        cells.append(f"{total[0] / total[1]:.3f} | {statistics.median(ratios):.3f} ({ratios[0]:.3f} .. {ratios[-1]:.3f})")
+        median = statistics.median(ratios)
+        cells.append(f"{total[0] / total[1]:.3f} | {median:.3f} ({ratios[0]:.3f} .. {ratios[-1]:.3f})")
     return cells
 
 
@@ -132,7 +133,8 @@ def tables(program, folder, examples, repeat):
             print(f"\nnot right under the staged scheme: {c.name}, {c.records.get('staged', {}).get('text', 'no end')}")
 
     print("\nstaged over continuous, recipes that the continuous scheme ends with 0; median, in brackets the range\n")
-    print("| family | stress | recipes | evaluations, sum | median | time, sum | median |\n|---|---|---|---|---|---|---|")
+    print("| family | stress | recipes | evaluations, sum | median | time, sum | median |")
+    print("|---|---|---|---|---|---|---|")
     for (family, stress), members in groups.items():
         ended = [c for c in members if len(c.records) == 2 and all(r["status"] == 0 for r in c.records.values())]
         if ended and stress:
