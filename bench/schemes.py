@@ -8,10 +8,10 @@ tables: runs the recipes of FOLDER, named FAMILY_STRESS_NUMBER.xml as tests/plau
 0: none, 1: V_dislocation), and the examples under both schemes, and prints Markdown tables: recipes that are right, and
 evaluations and time of the staged scheme over the continuous one.
 
-precision: runs the quantum wells and the V-defects of the examples with several tolerances and largest steps, and writes
-error over evaluations against the staged scheme at its smallest tolerance, as a table and as a plot. The exchange layer
-makes the layers of the two schemes differ, so the errors of the continuous scheme against itself at a smaller largest
-step are there as well.
+precision: runs the quantum wells and the V-defects of the examples with several tolerances and largest steps, and
+writes error over evaluations against the staged scheme at its smallest tolerance, as a table and as a plot. The
+exchange layer makes the layers of the two schemes differ, so the errors of the continuous scheme against itself at a
+smaller largest step are there as well.
 """
 import argparse
 import collections
