@@ -125,7 +125,7 @@ struct LowestBalance {
 };
 
 LowestBalance lowest_balance(StagedEquations& e) {
-  SurfChemNonst& m = e.model;
+  const SurfChemNonst& m = e.model;
   LowestBalance lowest;
   const std::vector<double>& z = e.film.z;
   const double highest = m.z - CANDIDATE_DEPTH;
