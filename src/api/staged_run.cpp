@@ -18,6 +18,7 @@ constexpr double FIRST_STEP = 1e-6;         // s
 constexpr double SMALLEST_STEP = 1e-14;     // s, after failures
 constexpr int MAX_RESTARTS = 5;             // of a span that failed, from where it has got
 constexpr double RESTART_FACTOR = 1e-3;     // of the step
+constexpr double STEP_TOWARDS_EVENT = 0.1;  // of the step: Newton starts anew, and a large one would pass too easily
 constexpr double RESTART_AFTER_PEAK = 0.1;  // of the step
 constexpr double END_ROUNDING = 1e-14;      // of the time
 constexpr std::int64_t MAX_COUNT = std::numeric_limits<std::int32_t>::max();
@@ -160,7 +161,7 @@ std::int32_t run_stage(StagedRun& run, double tau, std::int64_t max_steps, RunCo
         first_step = at_end == Event::OPENING ? FIRST_STEP : std::max(RESTART_AFTER_PEAK * run.last_step, FIRST_STEP);
         break;
       case SpanEnd::EVENT:
-        first_step = std::max(run.last_step, FIRST_STEP);
+        first_step = std::max(STEP_TOWARDS_EVENT * run.last_step, FIRST_STEP);
         break;
       case SpanEnd::NOT_FINITE:
       case SpanEnd::FAILED:

@@ -25,8 +25,9 @@ double growth_of(const StagedRun& run, const Step& step) { return (step.y[STAGED
 
 // The moments at which a step is looked at: as many as keep the knots of the film near each other.
 int moment_count(const StagedRun& run, const Step& step) {
+  constexpr int MAX_MULTIPLE = MAX_MOMENTS / MIN_MOMENTS;
   const double wanted = std::ceil(std::abs(growth_of(run, step)) / KNOT_SPACING / MIN_MOMENTS);
-  return MIN_MOMENTS * static_cast<int>(std::clamp(wanted, 1.0, double{MAX_MOMENTS / MIN_MOMENTS}));
+  return MIN_MOMENTS * static_cast<int>(std::clamp(wanted, 1.0, double{MAX_MULTIPLE}));
 }
 
 double moment(const Step& step, int j, int count) {

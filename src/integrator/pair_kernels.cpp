@@ -307,8 +307,12 @@ void Substitute(const Factors& factors, const RightSides& b) {
 
 void LuDecomposePair(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP, double* AR, double* AI,
                      std::int32_t* IP_complex, std::int32_t& zero_pivot) {
-  if (n == 10 && ndim == 10) {
+  if (n == 9 && ndim == 9) {
+    zero_pivot = Factorise<9>(n, {A, IP}, {AR, AI, IP_complex});
+  } else if (n == 10 && ndim == 10) {
     zero_pivot = Factorise<10>(n, {A, IP}, {AR, AI, IP_complex});
+  } else if (n == 14 && ndim == 14) {
+    zero_pivot = Factorise<14>(n, {A, IP}, {AR, AI, IP_complex});
   } else if (n == 15 && ndim == 15) {
     zero_pivot = Factorise<15>(n, {A, IP}, {AR, AI, IP_complex});
   } else {
@@ -319,8 +323,12 @@ void LuDecomposePair(std::int32_t n, std::int32_t ndim, double* A, std::int32_t*
 
 void LuSolvePair(std::int32_t n, std::int32_t ndim, const double* A, double* B, const std::int32_t* IP,
                  const double* AR, const double* AI, double* BR, double* BI, const std::int32_t* IP_complex) {
-  if (n == 10 && ndim == 10) {
+  if (n == 9 && ndim == 9) {
+    Substitute<9>({A, AR, AI, IP, IP_complex}, {B, BR, BI});
+  } else if (n == 10 && ndim == 10) {
     Substitute<10>({A, AR, AI, IP, IP_complex}, {B, BR, BI});
+  } else if (n == 14 && ndim == 14) {
+    Substitute<14>({A, AR, AI, IP, IP_complex}, {B, BR, BI});
   } else if (n == 15 && ndim == 15) {
     Substitute<15>({A, AR, AI, IP, IP_complex}, {B, BR, BI});
   } else {

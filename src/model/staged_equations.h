@@ -21,6 +21,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "model/film.h"
 #include "model/surfchem_nonst.h"
@@ -41,6 +42,12 @@ struct StageStart {
   double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
 };
 
+// Thickness dh [m] grown in tension above z0, all at the effective thickness w [m].
+struct TensionSegment {
+  double w = 0.0;
+  double dh = 0.0;
+};
+
 struct StagedEquations {
   SurfChemNonst& model;
   Film film;
@@ -49,11 +56,12 @@ struct StagedEquations {
   double z = 0.0;                             // height of the film at the state last unpacked, m; may be below z_start
   // V-defects, once open
   bool open = false;
-  double w_open = 0.0;         // w above z0 when they opened, m
-  double w_accepted = 0.0;     // at the last accepted state
-  double h_accepted = 0.0;     // m
-  double rho_accepted = 0.0;   // the density never falls below this, m^-2
-  double J1_tension = 0.0;     // integral of w dh since they opened, m^2
+  double w_open = 0.0;                    // w above z0 when they opened, m
+  double w_accepted = 0.0;                // at the last accepted state
+  double h_accepted = 0.0;                // m
+  double rho_accepted = 0.0;              // the density never falls below this, m^-2
+  std::vector<TensionSegment> tension{};  // from z0 up
+  double J1_tension = 0.0;                // integral of w dh since they opened, m^2
   double t_conditions = -1.0;  // time of the conditions in the model, s from the start of the stage; negative: none
 };
 

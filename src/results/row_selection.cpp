@@ -11,6 +11,7 @@ namespace vorlen {
 namespace {
 
 constexpr double PART_OF_RANGE = 5e-4;        // half of what is promised: samples do not show all of the curve
+constexpr std::size_t MAX_SELECTED = 900;     // a stage has two selections at most, and some rows at z0
 constexpr std::size_t MAX_SAMPLES = 1 << 14;  // more are thinned out
 
 // What the rows must follow, and the least range of each that counts.
@@ -148,7 +149,7 @@ void add_sample(const SurfChemNonst& m, RowSelection& selection, const RowSample
 
 void finish_rows(SurfChemNonst& m, RowSelection& selection) {
   std::vector<RowSample>& samples = selection.samples;
-  thin_out(m, samples, MAX_ROWS_PER_STAGE - 1);
+  thin_out(m, samples, MAX_SELECTED);
   for (const RowSample& s : samples) {
     const double t = selection.begin + s.t;
     const bool is_later = m.hist_t.empty() || t > m.hist_t.back();
@@ -184,6 +185,7 @@ void add_rows_at_z0(SurfChemNonst& m) {
     if (z == m.z0) t = next_above(t);  // the row under it is at t
     if (!(t > m.hist_t[last - 1] && t < m.hist_t[last])) continue;
     std::vector<double> row;
+    row.reserve(lists.size());
     for (const std::vector<double>* list : lists) {
       row.push_back((*list)[last - 1] + share * ((*list)[last] - (*list)[last - 1]));
     }

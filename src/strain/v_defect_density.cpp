@@ -14,68 +14,71 @@ namespace {
 constexpr int MAX_ITERATIONS = 100;
 constexpr double RELATIVE_TOLERANCE = 1e-14;  // of the density; reached in a few iterations
 constexpr double Z0_TOLERANCE = 1e-16;        // m
-constexpr double SERIES_LIMIT = 1e-3;         // k x below which the closed form of the slope cancels
+constexpr double SERIES_LIMIT = 0.1;          // k x below which the closed form cancels
+constexpr int SERIES_TERMS = 15;              // which leave 1e-17 at the limit
+constexpr double SAME_W = 1e-15;              // m
 
 double w_above_z0(const SurfChemNonst& m) { return m.z - m.z0 - m.h + m.h_z0; }
 
-// The model's segments: one in which w grows from 0 to its present value, those grown in tension, and behind them the
-// part that the present state adds to the last accepted one.
-DepthSegment tension_segment(const SurfChemNonst& m, double w, double dh) { return {m.z0 + w, m.z0 + w + dh, m.h_z0}; }
-
-double w_of(const SurfChemNonst& m, const DepthSegment& segment) { return segment.z_from - m.z0; }
-
-// Takes dh [m] grown in tension at w into the list; dh below 0 takes it back from its end.
-void add_tension(SurfChemNonst& m, double w, double dh, double& integral) {
-  std::vector<DepthSegment>& list = m.seg_tensile;
+// Takes dh [m] grown in tension at the effective thickness w into the list, and its w dh into the integral. dh below 0
+// takes growth back from the end of the list.
+void add_tension(std::vector<TensionSegment>& list, double w, double dh, double& integral) {
   while (dh < 0.0 && !list.empty()) {
-    DepthSegment& last = list.back();
-    const double taken = std::min(-dh, last.z_to - last.z_from);
-    integral -= w_of(m, last) * taken;
-    last.z_to -= taken;
+    TensionSegment& last = list.back();
+    const double taken = std::min(-dh, last.dh);
+    integral -= last.w * taken;
+    last.dh -= taken;
     dh += taken;
-    if (!(last.z_to > last.z_from)) list.pop_back();
-    if (!(taken > 0.0)) return;
+    if (!(last.dh > 0.0)) list.pop_back();
   }
   if (!(dh > 0.0)) return;
   integral += w * dh;
-  if (!list.empty() && w_of(m, list.back()) == w) {
-    list.back().z_to += dh;
+  // In tension w is constant to rounding.
+  if (!list.empty() && std::abs(list.back().w - w) < SAME_W) {
+    list.back().dh += dh;
   } else {
-    list.push_back(tension_segment(m, w, dh));
+    list.push_back({w, dh});
   }
 }
 
-// Derivative of F_segment by k: the integral of x^2 / (1 + k x) from 0 to x.
-double F_segment_slope(double k, double x) {
+// A value and its derivative by k.
+struct Term {
+  double value = 0.0;
+  double slope = 0.0;
+};
+
+// The integral of x ln(1 + k x) from 0 to x. Just after V-defects have opened k x is 1e-5, where the closed form of
+// F_segment is wrong by a tenth; so it is a series there.
+Term relaxing_term(double k, double x) {
   const double kx = k * x;
-  if (kx < SERIES_LIMIT) return x * x * x * (1.0 / 3.0 - kx * (0.25 - 0.2 * kx));
-  return (0.5 * kx * kx - kx + std::log(kx + 1.0)) / (k * k * k);
+  if (kx < SERIES_LIMIT) {
+    double sum = 0.0, derivative = 0.0;
+    for (int n = SERIES_TERMS; n > 0; --n) {
+      const double a = 1.0 / (n * (n + 2));
+      sum = kx * (a - sum);
+      derivative = kx * (n * a - derivative);
+    }
+    return {x * x * sum, x * x * derivative / k};
+  }
+  const double q = 1.0 / k;
+  const double log = std::log1p(kx);
+  return {0.5 * x * q - 0.25 * x * x - log * 0.5 * (q * q - x * x), (0.5 * kx * kx - kx + log) / (k * k * k)};
 }
 
-// Derivative of J2_of by rho.
-double J2_slope(const SurfChemNonst& m, double rho) {
-  const double c = m.tan_V * modulus_M() * m.b_burgers * m.b_burgers * INV_L_TD;
+// J2 at the state in the model and its derivative by rho. dh: grown in tension since the last accepted state, at
+// w_step.
+Term J2_term(const StagedEquations& e, double rho, double w_step, double dh) {
+  const SurfChemNonst& m = e.model;
   const double k = L_TD * m.tan_V * (2.0 * rho + m.rho_TD_z0);
-  double S = F_segment_slope(k, w_above_z0(m));
-  for (const DepthSegment& s : m.seg_tensile) {
-    const double w = w_of(m, s);
-    S += w * w / (k * w + 1.0) * (s.z_to - s.z_from);
-  }
-  return S * c * (2.0 * L_TD * m.tan_V);
-}
-
-// The root of the balance at or above rho, where it is negative. The balance is concave, so the iterates of Newton's
-// method rise towards the root.
-double root_above(const SurfChemNonst& m, double rho) {
-  const double E = m.loop_energy(m.z, m.z0);
-  for (int i = 0; i < MAX_ITERATIONS && rho < RHO_VD_MAX; ++i) {
-    const double F = m.energy_balance(E, rho);
-    if (!(F < -BALANCE_ZERO)) return rho;
-    const double step = -F / J2_slope(m, rho);
-    rho += step;
-    if (!(step > RELATIVE_TOLERANCE * rho)) return rho;
-  }
-  return rho < RHO_VD_MAX ? rho : RHO_VD_MAX;
+  Term sum = relaxing_term(k, w_above_z0(m));
+  const auto add = [&sum, k](double w, double thickness) {
+    sum.value += std::log1p(k * w) * w * thickness;
+    sum.slope += w * w / (k * w + 1.0) * thickness;
+  };
+  for (const TensionSegment& s : e.tension) add(s.w, s.dh);
+  add(w_step, dh);
+  const double c = m.tan_V * modulus_M() * m.b_burgers * m.b_burgers * INV_L_TD;
+  return {c * sum.value, c * sum.slope * (2.0 * L_TD * m.tan_V)};
 }
 
 CandidateLists lists_of(const Film& film) { return {film.z, film.h, film.I0, film.I1}; }
@@ -122,7 +125,7 @@ struct LowestBalance {
 };
 
 LowestBalance lowest_balance(StagedEquations& e) {
-  SurfChemNonst& m = e.model;
+  const SurfChemNonst& m = e.model;
   LowestBalance lowest;
   const std::vector<double>& z = e.film.z;
   const double highest = m.z - CANDIDATE_DEPTH;
@@ -158,17 +161,14 @@ void open_v_defects(StagedEquations& e) {
   e.open = true;
   e.rho_accepted = 0.0;
   e.J1_tension = 0.0;
-  m.seg_relax = {DepthSegment{m.z0, m.z0, m.h_z0}};
-  m.seg_relax_first = 0;
-  m.seg_tensile.clear();
-  m.seg_tensile_first = 0;
+  e.tension.clear();
   FilmPoint from = at_z0;
   double before_opening = 0.0;
   const auto first = std::upper_bound(e.film.z.begin(), e.film.z.end(), m.z0) - e.film.z.begin();
   for (auto i = static_cast<std::size_t>(first); i < e.film.z.size(); ++i) {
     const FilmPoint to = film_at(e.film, e.film.z[i]);
     const auto w = [&m](const FilmPoint& p) { return p.z - m.z0 - p.h + m.h_z0; };
-    add_tension(m, 0.5 * (w(from) + w(to)), to.h - from.h, before_opening);
+    add_tension(e.tension, 0.5 * (w(from) + w(to)), to.h - from.h, before_opening);
     from = to;
   }
   e.h_accepted = from.h;
@@ -176,25 +176,31 @@ void open_v_defects(StagedEquations& e) {
   e.w_open = w_above_z0(m);
 }
 
+// The balance is concave in the density, so that the iterates of Newton's method rise towards its root.
 double v_defect_density(const StagedEquations& e) {
   SurfChemNonst& m = e.model;
-  if (e.rho_accepted >= RHO_VD_MAX) return RHO_VD_MAX;
   const double w = w_above_z0(m);
   const double w_step = 0.5 * (w + e.w_accepted), dh = m.h - e.h_accepted;
-  m.seg_relax.front().z_to = m.z0 + w;
-  m.seg_tensile.push_back(tension_segment(m, w_step, dh));
   m.J0 = m.J0_of();
   m.J1 = m.stiff_relieved() * (0.5 * (w * w - e.w_open * e.w_open) + (e.J1_tension + w_step * dh));
-  const double rho = root_above(m, e.rho_accepted);
-  m.seg_tensile.pop_back();
-  return rho;
+  const double E = m.loop_energy(m.z, m.z0);
+  double rho = e.rho_accepted;
+  for (int i = 0; i < MAX_ITERATIONS && rho < RHO_VD_MAX; ++i) {
+    const Term J2 = J2_term(e, rho, w_step, dh);
+    const double balance = E + m.J0 + m.J1 + J2.value;
+    if (!(balance < -BALANCE_ZERO)) return rho;
+    const double step = -balance / J2.slope;
+    rho += step;
+    if (!(step > RELATIVE_TOLERANCE * rho)) return rho;
+  }
+  return rho < RHO_VD_MAX ? rho : RHO_VD_MAX;
 }
 
 void accept_v_defects(StagedEquations& e) {
   if (!e.open) return;
-  SurfChemNonst& m = e.model;
+  const SurfChemNonst& m = e.model;
   const double w = w_above_z0(m);
-  add_tension(m, 0.5 * (w + e.w_accepted), m.h - e.h_accepted, e.J1_tension);
+  add_tension(e.tension, 0.5 * (w + e.w_accepted), m.h - e.h_accepted, e.J1_tension);
   e.w_accepted = w;
   e.h_accepted = m.h;
   e.rho_accepted = m.rho_VD;

@@ -8,7 +8,7 @@ declare -A knows=(
   [model]="model|strain|recipe"
   [strain]="strain|model|recipe"
   [results]="results|strain|model|recipe"
-  [api]="api|results|model|recipe|integrator"
+  [api]="api|results|strain|model|recipe|integrator"
 )
 status=0
 for folder in */; do

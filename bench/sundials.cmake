@@ -1,0 +1,12 @@
+# Looks for SUNDIALS IDA. Sets VORLEN_IDA_FOUND, SUNDIALS_INCLUDE_DIR and VORLEN_IDA_LIBRARIES.
+find_path(SUNDIALS_INCLUDE_DIR ida/ida.h)
+set(VORLEN_IDA_LIBRARIES "")
+foreach(name ida nvecserial sunmatrixband sunmatrixdense sunlinsolband sunlinsoldense generic)
+  find_library(SUNDIALS_${name}_LIBRARY sundials_${name})
+  list(APPEND VORLEN_IDA_LIBRARIES "${SUNDIALS_${name}_LIBRARY}")
+endforeach()
+if(NOT SUNDIALS_INCLUDE_DIR OR "${VORLEN_IDA_LIBRARIES}" MATCHES "NOTFOUND")
+  set(VORLEN_IDA_FOUND OFF)
+else()
+  set(VORLEN_IDA_FOUND ON)
+endif()
