@@ -4,9 +4,8 @@
     bench/long_run.py [LIBRARY]     (default: build/release/src/api/libVorlenSolver.so)
 
 Examples are run under the continuous scheme with a first active stage of 2e7 s: with steps of at most 10 s it can't
-come to its end. Each run is a
-process of its own. Prints one line for each: result and text, s, largest resident memory in MB, size of the result file
-in MB, rows.
+come to its end. Each run is a process of its own. Prints one line for each: result and text, s, largest resident memory
+in MB, size of the result file in MB, rows.
 """
 from __future__ import annotations
 
