@@ -31,7 +31,7 @@ namespace vorlen {
 inline constexpr int N_STAGED_MAX = 14;
 inline constexpr std::size_t STAGED_Z = N_ADSORBED + N_BULK;  // the component z
 inline constexpr double MONOLAYER = 1.9e-8;                   // metal atoms of a monolayer, kmol/m^2
-inline constexpr double EXCHANGE_LAYER = 0.01;                // GAMMA as a part of a monolayer
+inline constexpr double EXCHANGE_LAYER = 0.001;               // GAMMA as a part of a monolayer
 using StagedVector = std::array<double, N_STAGED_MAX>;
 
 // Where the state of a stage starts from.
@@ -54,6 +54,7 @@ struct StagedEquations {
   StageStart start;
   double gamma = EXCHANGE_LAYER * MONOLAYER;  // kmol/m^2
   double z = 0.0;                             // height of the film at the state last unpacked, m; may be below z_start
+  std::size_t lowest_knot = 0;                // of the film, with the lowest balance at the last search
   // V-defects, once open
   bool open = false;
   double w_open = 0.0;                    // w above z0 when they opened, m

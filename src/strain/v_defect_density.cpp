@@ -124,25 +124,35 @@ struct LowestBalance {
   double balance = std::numeric_limits<double>::infinity();
 };
 
-LowestBalance lowest_balance(StagedEquations& e) {
-  const SurfChemNonst& m = e.model;
-  LowestBalance lowest;
-  const std::vector<double>& z = e.film.z;
-  const double highest = m.z - CANDIDATE_DEPTH;
-  if (!(highest > z.front())) return lowest;
-  lowest = {highest, balance_at(e, highest)};
-  const Z0Search search = m.search_z0(lists_of(e.film), z.size(), e.film.candidate_blocks, lowest.balance);
-  // Without a lower knot the lowest depth may still lie between the last knot and the highest candidate.
-  const std::size_t i = search.found ? search.index : search.passed - 1;
-  const double left = z[i > 0 ? i - 1 : 0], right = std::min(highest, z[std::min(i + 1, z.size() - 1)]);
-  if (search.found) lowest = {z[i], search.balance};
-  // Between knots the balance dips less than it rises to the neighbours.
+// Looks between left and right, too. Between knots the balance dips less than it rises to the neighbours.
+void look_between(const StagedEquations& e, double left, double right, LowestBalance& lowest) {
   const double rise = std::max(balance_at(e, left), balance_at(e, right)) - lowest.balance;
-  if (lowest.balance > rise) return lowest;
+  if (lowest.balance > rise) return;
   const double refined = lowest_between(e, left, right);
   const double balance = balance_at(e, refined);
   if (balance < lowest.balance) lowest = {refined, balance};
-  return lowest;
+}
+
+LowestBalance lowest_balance(StagedEquations& e) {
+  const SurfChemNonst& m = e.model;
+  const std::vector<double>& z = e.film.z;
+  const double highest = m.z - CANDIDATE_DEPTH;
+  if (!(highest > z.front())) return {};
+  // The lowest knot, even if the highest candidate is lower: the balance may be lower still beside the knot. It is
+  // nearly always the one of the last search, which leaves little to look through.
+  std::size_t i = e.lowest_knot < z.size() && z[e.lowest_knot] <= highest ? e.lowest_knot : 0;
+  LowestBalance at_knot{z[i], balance_at(e, z[i])};
+  const Z0Search search = m.search_z0(lists_of(e.film), z.size(), e.film.candidate_blocks, at_knot.balance);
+  if (search.found) {
+    i = search.index;
+    at_knot = {z[i], search.balance};
+  }
+  e.lowest_knot = i;
+  look_between(e, z[i > 0 ? i - 1 : 0], i + 1 < z.size() ? std::min(highest, z[i + 1]) : highest, at_knot);
+  // The lowest depth may also be between the last knot that is deep enough and the highest candidate.
+  LowestBalance at_highest{highest, balance_at(e, highest)};
+  if (search.passed > i + 1) look_between(e, z[search.passed - 1], highest, at_highest);
+  return at_highest.balance < at_knot.balance ? at_highest : at_knot;
 }
 
 }  // namespace
