@@ -6,7 +6,7 @@ import os
 
 BUFFER_SIZE = 2048
 TIME, Z, RATE, X_IN, X_GA, X_AL = range(6)  # columns of the table
-RHO_VD = 7
+RHO_TD, RHO_VD = 6, 7
 
 
 @dataclasses.dataclass
@@ -39,32 +39,42 @@ def library(path):
     return run
 
 
+def layer_block(path):
+    """The layers of a result file, the pre-stage as the first one: name, duration in s, thickness in nm."""
+    layers = []
+    with open(path, encoding="utf-8") as file:
+        for line in file:
+            if line == "</LAYERS>\n":
+                return layers
+            if line.count('"') == 2 and line.count(" ") > 1 and "version" not in line:
+                name, numbers = line[1:].rsplit('"', 1)
+                duration, thickness = map(float, numbers.split())
+                layers.append((name, duration, thickness))
+    raise ValueError(f"{path} is no result file")
+
+
+def durations(path):
+    """The durations of the pre-stage and of the active stages, s."""
+    return [duration for _, duration, _ in layer_block(path)]
+
+
 def read(path):
     """Reads a result file of a recipe with one pre-stage and no post-stage."""
-    layers, rows, durations = [], [], []
+    layers = [Layer(name, thickness) for name, _, thickness in layer_block(path)[1:]]
     with open(path, encoding="utf-8") as file:
-        lines = iter(file)
-        for line in lines:
+        for line in file:
             if line.startswith("#time"):
                 break
-            if line.startswith('"') and line.count('"') == 2:
-                name, numbers = line[1:].rsplit('"', 1)
-                if numbers.split() and numbers.strip() != "":
-                    durations.append(float(numbers.split()[0]))
-                    layers.append(Layer(name, float(numbers.split()[1])))
-        for line in lines:
-            rows.append([float(word) for word in line.split()])
-    del layers[0]
-    rows = rows[2:]
-    set_means(layers, durations, rows)
+        rows = [list(map(float, line.split())) for line in file][2:]
+    set_means(layers, durations(path), rows)
     return Run(layers, rows)
 
 
-def set_means(layers, durations, rows):
+def set_means(layers, taus, rows):
     """Mean composition of each layer: the integral over depth along the rows, which are shared out at the boundaries."""
     sums = [[0.0] * 4 for _ in layers]  # of thickness, and of thickness times fraction
-    begin = durations[0]
-    k, end = 0, begin + durations[1]
+    begin = taus[0]
+    k, end = 0, begin + taus[1]
     # The times of the rows have roundings.
     slack = 1e-9
     for a, b in zip(rows, rows[1:]):
@@ -83,7 +93,7 @@ def set_means(layers, durations, rows):
                 break
             share_from = share_to
             k += 1
-            end += durations[k + 1]
+            end += taus[k + 1]
     for layer, (thickness, *x) in zip(layers, sums):
         if thickness != 0.0:
             layer.mean = tuple(value / thickness for value in x)
@@ -119,6 +129,7 @@ class Difference:
     what: str  # "thickness" in nm, or "x_In", "x_Ga", "x_Al"
     continuous: float
     staged: float
+    thickness: float  # nm, of the layer
 
     def __str__(self):
         return (f"layer {self.layer} ({self.name}): {self.what} {self.continuous:.6g} continuous, {self.staged:.6g} "
@@ -130,9 +141,9 @@ def differences(continuous, staged):
     found = []
     for number, (c, s) in enumerate(zip(continuous.layers, staged.layers), 1):
         if not abs(s.thickness - c.thickness) <= max(THICKNESS, RELATIVE_THICKNESS * abs(c.thickness)):
-            found.append(Difference(number, c.name, "thickness", c.thickness, s.thickness))
+            found.append(Difference(number, c.name, "thickness", c.thickness, s.thickness, s.thickness))
         if c.thickness > LEAST_LAYER and s.thickness > LEAST_LAYER:
             for what, a, b in zip(("x_In", "x_Ga", "x_Al"), c.mean, s.mean):
                 if not abs(b - a) <= COMPOSITION:
-                    found.append(Difference(number, c.name, what, a, b))
+                    found.append(Difference(number, c.name, what, a, b, s.thickness))
     return found
