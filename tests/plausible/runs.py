@@ -50,7 +50,7 @@ def layer_block(path):
                 name, numbers = line[1:].rsplit('"', 1)
                 duration, thickness = map(float, numbers.split())
                 layers.append((name, duration, thickness))
-    raise ValueError(f"{path} is no result file")
+    raise ValueError(f"{path} is not a result file")
 
 
 def durations(path):
@@ -71,7 +71,7 @@ def read(path):
 
 
 def set_means(layers, taus, rows):
-    """Mean composition of each layer: the integral over depth along the rows, which are shared out at the boundaries."""
+    """Mean composition of each layer: the integral over depth along the rows. A step over a boundary is shared out."""
     sums = [[0.0] * 4 for _ in layers]  # of thickness, and of thickness times fraction
     begin = taus[0]
     k, end = 0, begin + taus[1]
@@ -100,7 +100,7 @@ def set_means(layers, taus, rows):
 
 
 def fault_of(run, low, high):
-    """What is wrong with the rows: numbers that are not finite, or fractions outside of [low, high]. Empty if nothing."""
+    """What is wrong with the rows: numbers not finite, or fractions outside of [low, high]. Empty if nothing is."""
     least, most = math.inf, -math.inf
     for row in run.rows:
         if not all(map(math.isfinite, row)):

@@ -75,7 +75,7 @@ class TheBounds(unittest.TestCase):
         def row(t, z, x):
             return [t, z, 0.0, x, 1.0 - x, 0.0]
         layers = [runs.Layer("a", 3.0), runs.Layer("b", 3.0)]
-        # 1 nm of 0.1, 2 nm from 0.1 to 0.3, then 4 nm from 0.3 to 0.7 half of which belongs to the next stage, 1 nm of 0.7.
+        # 1 nm of 0.1, 2 nm from 0.1 to 0.3, 4 nm from 0.3 to 0.7 half of which belong to the next stage, 1 nm of 0.7.
         runs.set_means(layers, [5.0, 3.0, 3.0],
                        [row(5, 0, 0.1), row(6, 1, 0.1), row(7, 3, 0.3), row(9, 7, 0.7), row(11, 8, 0.7)])
         self.assertAlmostEqual(layers[0].mean[0], (1 * 0.1 + 2 * 0.2 + 2 * 0.4) / 5)
