@@ -142,6 +142,29 @@ TEST_P(Evaporation, ReachesThePreStageAndTakesItsComposition) {
   }
 }
 
+// A well that has evaporated is gone: GaN grown in its place evaporates as GaN.
+TEST_P(Evaporation, ForgetsWhatHasEvaporated) {
+  const Conditions cold = without_metals(gan_in_nitrogen());
+  const Grown grown = grow_staged(process_recipe(GetParam(), {constant(100.0, gan_in_nitrogen()),
+                                                              constant(40.0, ingan_in_nitrogen()),
+                                                              {10.0, cold, hot_pause()},
+                                                              constant(18.0, hot_pause()),
+                                                              {10.0, hot_pause(), cold},
+                                                              constant(80.0, gan_in_nitrogen()),
+                                                              {10.0, cold, hot_pause()},
+                                                              constant(12.0, hot_pause())}));
+  ASSERT_EQ(grown.layer_nm.size(), 8u);
+  const auto height_after = [&](std::ptrdiff_t stages) {
+    return std::accumulate(grown.layer_nm.begin(), grown.layer_nm.begin() + stages, 0.0);
+  };
+  const double well_bottom = grown.layer_nm[0], well_top = well_bottom + grown.layer_nm[1];
+  ASSERT_LT(height_after(5), well_bottom) << "the well has not evaporated";
+  ASSERT_GT(height_after(6), well_top) << "GaN does not replace the well";
+  ASSERT_GT(height_after(8), well_bottom + 0.2);
+  ASSERT_LT(height_after(8), well_top - 0.5) << "the second pause does not end where the well was";
+  EXPECT_NEAR(evaporating_indium(*grown.model), 0.0, 1e-6);
+}
+
 // Two pre-stages: first the upper one, then the lower.
 TEST_P(Evaporation, GoesThroughThePreStages) {
   for (const double pause : {20.0, 60.0}) {
