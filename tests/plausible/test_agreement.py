@@ -14,18 +14,14 @@ COUNT = 20  # of each family, without and with stress
 LEAST_COMPARED = 100  # the continuous scheme solves seven recipes of ten
 
 # Why the schemes differ.
-EXCHANGE = "the exchange layer keeps metals of the stage before, a hundredth of a monolayer"
 SHARED = "the continuous scheme shares a step over the end of a stage by time"
 STEP = "V-defects of the continuous scheme depend on its step; with 1 s and less the schemes agree"
 TENSION = ("the continuous scheme books growth under a strain between 0 and 1e-4 as tensile without raising h; the "
            "effective thickness of that part is wrong, and may be negative, when V-defects reach down into it")
 EXCEPTIONS = {
-    "hemt_0_0007": EXCHANGE, "hemt_0_0017": EXCHANGE,
-    "led_1_0012": TENSION, "led_1_0016": SHARED, "led_1_0017": TENSION,
+    "led_1_0012": TENSION, "led_1_0014": STEP, "led_1_0016": SHARED, "led_1_0017": TENSION,
     "mqw_1_0004": STEP, "mqw_1_0013": TENSION, "mqw_1_0018": STEP,
 }
-# Metal that the exchange layer holds, as nm of the solid: 1.9e-10 kmol/m^2 of at most 0.0135 m^3/kmol, that of GaN.
-EXCHANGE_LAYER = 0.0026
 
 
 class Agreement(unittest.TestCase):
@@ -42,10 +38,6 @@ class Agreement(unittest.TestCase):
                     with self.subTest(name):
                         if cause is None:
                             self.assertEqual(differences, [], "\n" + "\n".join(map(str, differences)))
-                        elif cause == EXCHANGE:
-                            for d in differences:
-                                self.assertNotEqual(d.what, "thickness")
-                                self.assertLess(abs(d.staged - d.continuous) * d.thickness, EXCHANGE_LAYER)
                         elif cause == SHARED:
                             self.assertEqual([d.what for d in differences], ["thickness"])
         self.assertGreater(compared, LEAST_COMPARED)
