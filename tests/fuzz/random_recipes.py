@@ -172,7 +172,7 @@ def fault_of_rows(path):
 
 
 def run(job):
-    """Runs one recipe in a process of its own. Returns seed, kind, outcome, whether it is a fault, seconds, rows."""
+    """Runs one recipe in a separate process. Returns seed, kind, outcome, whether it is a fault, seconds, rows."""
     library, seed, scheme = job
     kind, recipe = recipe_xml(seed, scheme)
     with tempfile.TemporaryDirectory() as folder:
