@@ -318,7 +318,7 @@ TEST(ExchangeLayer, InSteadyGrowthTheCompositionIsThatOfTheRates) {
     ASSERT_EQ(0, run_staged(*m, 1e-6, {}, counters, error)) << error;
     m->surface_rates();
     const double S = m->R_b[0] + m->R_b[1] + m->R_b[2];
-    // Under stress the composition still moves, and the layer lags behind by the time that it takes to fill.
+    // Under stress the composition still moves, and the layer lags by the time that it takes to fill.
     const std::size_t last = m->hist_t.size() - 1;
     const double slope = (m->hist_xIn[last] - m->hist_xIn[last - 1]) / (m->hist_t[last] - m->hist_t[last - 1]);
     const double lag = stress_model == STRESS_OFF ? 0.0 : 1.9e-10 / S * slope;
