@@ -151,14 +151,16 @@ struct Shape {
   std::function<double(double)> value;  // from 0 to 1 over the stage
 };
 
-// Chords of an exponential from 1 to 1/e^10 that stay within 5e-4: about sqrt(1 / (8 * 5e-4)) * 2 for the whole.
+// A chord over dt is off by f'' dt^2 / 8, so within 5e-4 a curve takes the integral of sqrt(f'' / 4e-3) rows: 32 for
+// the exponentials, 45 for the parabola, 570 for the waves. The selection looks no further than it must, so take some
+// more.
 const Shape SHAPES[] = {{"exponential", 60, [](double s) { return 1.0 - std::exp(-10.0 * s); }},
                         {"fast exponential", 60, [](double s) { return 1.0 - std::exp(-2000.0 * s); }},
                         {"kink", 6, [](double s) { return s < 0.37 ? 0.0 : (s - 0.37) / 0.63; }},
                         {"jump", 6, [](double s) { return s < 0.5 ? 0.0 : 1.0; }},
                         {"spike", 8, [](double s) { return std::abs(s - 0.6) < 0.002 ? 1.0 : 0.0; }},
                         {"parabola", 60, [](double s) { return 4.0 * s * (1.0 - s); }},
-                        {"waves", 400, [](double s) { return 0.5 + 0.5 * std::sin(60.0 * s); }}};
+                        {"waves", 640, [](double s) { return 0.5 + 0.5 * std::sin(60.0 * s); }}};
 
 class EachColumn : public testing::TestWithParam<Shape> {};
 
@@ -187,12 +189,17 @@ TEST_P(EachColumn, IsWithinAThousandthOfItsRange) {
   for (const Column& column : columns) {
     for (std::int32_t stress_model : {STRESS_OFF, STRESS_V_dislocation}) {
       SCOPED_TRACE(column.name);
+      // Without relaxation there is no h and no density.
+      const bool relaxing = column.name == std::string("h") || column.name == std::string("rho_VD");
+      if (stress_model == STRESS_OFF && relaxing) continue;
       const auto m = small_model(stress_model);
+      m->z0 = stress_model == STRESS_OFF ? -1e-9 : m->z_start;
+      if (stress_model == STRESS_V_dislocation) m->set_state_at_z0(0.0, 0.0, 0.0, 0.0, 0.0);
       const auto samples =
           samples_of(*m, 4000, 100.0, [&](double share, RowSample& s) { column.set(shape.value(share), s); });
       select(*m, samples);
       EXPECT_LT(worst_error(*m, samples), PROMISED);
-      EXPECT_LE(m->hist_t.size(), 2 * shape.most_rows);
+      EXPECT_LE(m->hist_t.size(), MAX_ROWS_PER_STAGE);
       expect_ends(*m, samples);
       expect_rising(*m);
     }
@@ -205,7 +212,7 @@ INSTANTIATE_TEST_SUITE_P(Shapes, EachColumn, testing::ValuesIn(SHAPES), [](const
   return name;
 });
 
-// A kink and a jump need their own few rows, an exponential those of its chords.
+// A kink and a jump need few rows, an exponential those of its chords.
 TEST(RowSelection, TakesFewRows) {
   for (const Shape& shape : SHAPES) {
     const auto m = small_model(STRESS_OFF);
