@@ -189,7 +189,7 @@ TEST_P(EachColumn, IsWithinAThousandthOfItsRange) {
   for (const Column& column : columns) {
     for (std::int32_t stress_model : {STRESS_OFF, STRESS_V_dislocation}) {
       SCOPED_TRACE(column.name);
-      // Without relaxation there is no h and no density.
+      // h and the density belong to the relaxation.
       const bool relaxing = column.name == std::string("h") || column.name == std::string("rho_VD");
       if (stress_model == STRESS_OFF && relaxing) continue;
       const auto m = small_model(stress_model);
