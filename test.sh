@@ -94,7 +94,8 @@ run_tests() {
 }
 
 compare_builds() {
-  python3 tests/functional/same_bytes.py build/{release,debug,clang}/src/api/libVorlenSolver.so -- examples/*.xml
+  python3 tests/functional/same_bytes.py build/{release,debug,clang}/src/api/libVorlenSolver.so --staged -- \
+    examples/*.xml tests/data/recipes/*.xml
 }
 
 test_python() {

@@ -185,7 +185,9 @@ std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& op
   run.max_step = options.max_step;
   run.n = static_cast<std::size_t>(n_staged(m));
   std::int64_t max_steps = options.max_steps;
-  std::int32_t idid = RADAU_DONE;
+  // The equations count from the start of the stage; a start that is not finite would show in the rows alone.
+  const bool starts = std::isfinite(m.t_begin) && std::isfinite(m.t_end) && std::isfinite(m.z_start);
+  std::int32_t idid = starts ? RADAU_DONE : RADAU_STOPPED;
   for (std::size_t k = 0; k < m.active_stages.size() && idid == RADAU_DONE; ++k) {
     const StageRecord& stage = m.active_stages[k];
     start_stage(run.equations, k, run.y);

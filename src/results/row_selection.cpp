@@ -68,7 +68,8 @@ std::vector<std::size_t> select(const std::vector<RowSample>& samples, const std
       const double dt = samples[i].t - samples[from].t;
       for (std::size_t c = 0; c < N_FOLLOWED; ++c) {
         const double slope = (columns[i][c] - columns[from][c]) / dt;
-        if (!(slope >= chord.low[c] && slope <= chord.high[c])) return false;
+        // A column that is not finite needs no row.
+        if (slope < chord.low[c] || slope > chord.high[c]) return false;
       }
       return true;
     };

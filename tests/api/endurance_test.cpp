@@ -21,7 +21,7 @@ long resident_bytes() {
 }
 
 // Runs of each kind by turns. A page of a library that is used late may come in; a block lost in each run of one kind
-// would be 2500 blocks, of 32 bytes or more in practice 80 kB, and one in each run 320 kB.
+// would be 2000 blocks, of 40 bytes or more in practice 80 kB, and one in each run 320 kB.
 TEST(Endurance, TenThousandRunsLeaveTheResidentMemoryFlat) {
 #ifdef VORLEN_ADDRESS_SANITIZER
   GTEST_SKIP() << "the sanitizer keeps what is given back";
@@ -37,6 +37,10 @@ TEST(Endurance, TenThousandRunsLeaveTheResidentMemoryFlat) {
       of_a_moment({}).write(folder.path("1.xml")),
       breakdown_recipe(ALUMINIUM_FIRST).write(folder.path("2.xml")),
       of_a_moment({}).remove("transport").write(folder.path("3.xml")),
+      of_a_moment({.n_stages = 2})
+          .set("integration/scheme", "staged")
+          .set("process_stages/stage_2/tau", "0.01")
+          .write(folder.path("4.xml")),
   };
   const std::string output = folder.path("out.txt");
   constexpr std::size_t WARM_UP = 500;

@@ -45,6 +45,14 @@ Case recipe_case(const std::string& name) {
   const RecipeOptions stress_off = {.stress_model = "relax", .n_post_stages = 1};
   if (name == "StressOff") return {name, of_duration("0.01", stress_off), 0, ""};
   if (name == "VDislocation") return {name, of_duration("0.01", {.n_post_stages = 1}), 0, ""};
+  if (name == "Staged") {
+    RecipeBuilder recipe = of_duration("0.01", {.n_stages = 2, .n_post_stages = 1});
+    return {name, recipe.set("integration/scheme", "staged").set("process_stages/stage_2/tau", "0.02"), 0, ""};
+  }
+  // V-defects open in this one.
+  if (name == "StagedLongRun") {
+    return {name, of_duration("200", {}).set("integration/scheme", "staged"), 0, ""};
+  }
   if (name == "LongRun") return {name, of_duration("11000", stress_off), 0, ""};
   if (name == "Faulty") {
     RecipeBuilder recipe = of_duration("0.01", stress_off).remove("post_stages");
@@ -157,7 +165,8 @@ TEST_P(OutOfMemory, EndsTheCallWhicheverAllocationFails) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Recipe, OutOfMemory,
-                         testing::Values("StressOff", "VDislocation", "LongRun", "Faulty", "Refused"),
+                         testing::Values("StressOff", "VDislocation", "Staged", "StagedLongRun", "LongRun", "Faulty",
+                                         "Refused"),
                          [](const auto& instance) { return std::string(instance.param); });
 
 // A host may open the library late and call it on a thread that has never run its code: the thread's own records of the

@@ -14,8 +14,9 @@ namespace {
 
 constexpr int REPEATS = 200;  // of each thread
 
-// One recipe for each thread: with and without relaxation, with other transport and other conditions, one that fails
-// and one that is faulty. They are run by turns, so that a thread's records hold what another recipe has left.
+// One recipe for each thread: with and without relaxation, with other transport and other conditions, under both
+// schemes, one that fails and one that is faulty. They are run by turns, so that a thread's records hold what another
+// recipe has left.
 TEST(OverlappingCalls, GiveTheBytesOfSerialCalls) {
   constexpr std::size_t N_THREADS = 4;
   const TempFolder folder;
@@ -31,6 +32,14 @@ TEST(OverlappingCalls, GiveTheBytesOfSerialCalls) {
       of_one_second({.transport_model = "InGaN_GR_X"}).write(folder.path("2.xml")),
       breakdown_recipe(ALUMINIUM_FIRST).write(folder.path("3.xml")),
       of_one_second({.stress_model = "relax"}).remove("transport").write(folder.path("4.xml")),
+      of_one_second({.stress_model = "relax", .n_stages = 2})
+          .set("integration/scheme", "staged")
+          .write(folder.path("5.xml")),
+      of_one_second({.n_stages = 2}).set("integration/scheme", "staged").write(folder.path("6.xml")),
+      RecipeBuilder({.n_stages = 2})
+          .set("integration/scheme", "staged")
+          .set("process_stages/stage_1/tau", "200")
+          .write(folder.path("7.xml")),
   };
   std::vector<CallOutcome> serial;
   std::vector<std::string> files;
@@ -44,6 +53,7 @@ TEST(OverlappingCalls, GiveTheBytesOfSerialCalls) {
   EXPECT_EQ(0, serial[2].result) << serial[2].text;
   EXPECT_EQ("Step size has become too small", serial[3].text);
   EXPECT_EQ("Element NonstSurfChem:transport is not found", serial[4].text);
+  for (std::size_t i : {5u, 6u, 7u}) EXPECT_EQ(0, serial[i].result) << serial[i].text;
 
   std::vector<int> differences(N_THREADS, 0);
   std::vector<std::thread> threads;

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Runs recipes through several builds of the library and compares the result files byte for byte.
 
-    same_bytes.py LIBRARY LIBRARY... -- RECIPE...
+    same_bytes.py LIBRARY LIBRARY... [--staged] -- RECIPE...
 
-Exit status 0 when all runs end normally and each recipe gives the same file from every library.
+--staged: each recipe without the element integration is run under the staged scheme as well. Exit status 0 when all runs end normally and each recipe gives the same file from every library.
 """
 import ctypes
 import os
@@ -33,16 +33,33 @@ def first_difference(a, b):
     return f"{len(lines_a)} and {len(lines_b)} lines"
 
 
+def staged_copies(recipes, folder):
+    """Writes the recipes that leave the scheme open to the folder with the staged one, and returns the paths."""
+    copies = []
+    for recipe in recipes:
+        with open(recipe, "rb") as file:
+            text = file.read()
+        if b"<integration" in text or b"</NonstSurfChem>" not in text:
+            continue
+        copies.append(os.path.join(folder, "staged_" + os.path.basename(recipe)))
+        with open(copies[-1], "wb") as file:
+            file.write(text.replace(b"</NonstSurfChem>",
+                                    b'<integration><scheme val="staged"/></integration></NonstSurfChem>'))
+    return copies
+
+
 def main(arguments):
     if "--" not in arguments:
         sys.exit(__doc__)
     middle = arguments.index("--")
-    libraries = [os.path.abspath(path) for path in arguments[:middle]]
+    libraries = [os.path.abspath(path) for path in arguments[:middle] if path != "--staged"]
     recipes = arguments[middle + 1:]
     if len(libraries) < 2 or not recipes:
         sys.exit(__doc__)
 
     with tempfile.TemporaryDirectory() as scratch:
+        if "--staged" in arguments[:middle]:
+            recipes += staged_copies(recipes, scratch)
         folders = []
         for number, library in enumerate(libraries):
             folders.append(os.path.join(scratch, str(number)))

@@ -1,5 +1,6 @@
 """The comparison of builds itself: it passes a library that equals itself, and finds one that differs."""
 import os
+import re
 import subprocess
 import sys
 import tempfile
@@ -47,6 +48,14 @@ class SameBytes(unittest.TestCase):
         run = self.compare(LIBRARY, LIBRARY, "--", example("algan_gan_hemt"), example("algan_tension"))
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         self.assertEqual(run.stdout.count("the same from 2 libraries"), 2)
+
+    def test_recipes_are_run_under_the_staged_scheme_too(self):
+        run = self.compare(LIBRARY, LIBRARY, "--staged", "--", example("algan_gan_hemt"), example("algan_tension"))
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        sizes = re.findall(r"(\w+)\.xml: (\d+) bytes, the same from 2 libraries", run.stdout)
+        self.assertEqual([name for name, _ in sizes], ["algan_gan_hemt", "algan_tension", "staged_algan_gan_hemt",
+                                                       "staged_algan_tension"])
+        self.assertNotEqual(sizes[0][1], sizes[2][1])
 
     def test_a_difference_is_found_and_shown(self):
         run = self.compare(self.build_other("1"), self.build_other("2"), "--", example("algan_gan_hemt"))

@@ -229,5 +229,43 @@ TEST(CandidateBlocks, TheBoundsAreTheExtremesOfTheMembers) {
             8u);
 }
 
+TEST(CandidateBlocks, TruncatedTheyAreThoseOfTheCandidatesThatRemain) {
+  std::mt19937_64 random(2);
+  std::uniform_real_distribution<double> value(-1.0, 1.0);
+  std::vector<double> lists[4];
+  for (std::vector<double>& list : lists) {
+    for (int i = 0; i < 700; ++i) list.push_back(value(random));
+  }
+  const auto bounds_of = [](const CandidateBlocks& blocks) {
+    std::vector<double> bounds;
+    for (std::size_t i = 0; i < 700; ++i) {
+      blocks.skipped_at(i, [&bounds](const CandidateBounds& b) {
+        bounds.insert(bounds.end(), {b.z_max, b.I0_min, b.I0_max, b.I1_max, b.w_min, b.w_max});
+        return false;
+      });
+    }
+    return bounds;
+  };
+  for (std::size_t kept : {0u, 1u, 7u, 8u, 9u, 63u, 64u, 65u, 511u, 512u, 513u, 599u, 600u, 700u}) {
+    SCOPED_TRACE(kept);
+    CandidateBlocks blocks;
+    blocks.extend({lists[0], lists[1], lists[2], lists[3]}, 600, 0.25);
+    blocks.truncate(kept);
+    CandidateBlocks fresh;
+    fresh.extend({lists[0], lists[1], lists[2], lists[3]}, std::min<std::size_t>(kept, 600), 0.25);
+    EXPECT_EQ(bounds_of(fresh), bounds_of(blocks));
+    // Other candidates come in their place.
+    std::vector<double> others[4];
+    for (std::size_t k = 0; k < 4; ++k) {
+      others[k] = lists[k];
+      for (std::size_t i = std::min<std::size_t>(kept, 600); i < 700; ++i) others[k][i] = value(random);
+    }
+    blocks.extend({others[0], others[1], others[2], others[3]}, 700, 0.25);
+    CandidateBlocks fresh_of_all;
+    fresh_of_all.extend({others[0], others[1], others[2], others[3]}, 700, 0.25);
+    EXPECT_EQ(bounds_of(fresh_of_all), bounds_of(blocks));
+  }
+}
+
 }  // namespace
 }  // namespace vorlen_test
