@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "api/breakdown_recipes.h"
@@ -57,6 +58,39 @@ TEST_P(Breakdowns, EndWithinTheLimitsOfEveryRun) {
   const double points = std::min(GetParam().tau / 0.001 + 2, 1000001.0);
   EXPECT_LE(lines, points + 20);
   EXPECT_LE(file.size(), static_cast<std::size_t>(points) * LINE_MAX_BYTES + HEADER_MAX_BYTES);
+}
+
+// Under the staged scheme a run that ends normally is right: finite rows that rise in time, and fractions from 0 to 1.
+TEST_P(Breakdowns, EndInTheStagedSchemeWithATextOrWithARightFilm) {
+  const TempFolder folder;
+  const std::string output = folder.path("out.txt");
+  vorlen::ProcessRecipe recipe;
+  std::string error;
+  const RecipeBuilder builder = breakdown_recipe(GetParam()).set("integration/scheme", "staged");
+  ASSERT_EQ(0, vorlen::read_recipe(builder.write(folder.path("recipe.xml")).c_str(), recipe, error)) << error;
+  vorlen::RunCounters counters;
+  const std::int32_t status = vorlen::run_simulation(recipe, output.c_str(), error, &counters);
+  EXPECT_EQ(status == 0, error.empty());
+  EXPECT_LE(counters.step_count, 20000) << error;
+  RecordProperty("text", error);
+  std::istringstream file(read_file(output));
+  int rows = -1;  // with those of the pre-stage
+  double t_before = 0.0;
+  for (std::string line; std::getline(file, line);) {
+    if (rows < 0) {
+      if (line.rfind("#time", 0) == 0) rows = 0;
+      continue;
+    }
+    if (++rows <= 2) continue;
+    EXPECT_EQ(std::string::npos, line.find('n')) << line;
+    std::istringstream words(line);
+    double t = 0.0, z = 0.0, GR = 0.0, x[3] = {};
+    words >> t >> z >> GR >> x[0] >> x[1] >> x[2];
+    EXPECT_LT(t_before, t) << line;
+    t_before = t;
+    for (double fraction : x) EXPECT_TRUE(fraction >= -1e-6 && fraction <= 1.0 + 1e-6) << line;
+  }
+  EXPECT_LE(rows, 2004);
 }
 
 INSTANTIATE_TEST_SUITE_P(Recipe, Breakdowns, testing::ValuesIn(BREAKDOWNS),

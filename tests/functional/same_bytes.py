@@ -41,7 +41,7 @@ def staged_copies(recipes, folder):
             text = file.read()
         if b"<integration" in text or b"</NonstSurfChem>" not in text:
             continue
-        copies.append(os.path.join(folder, "staged_" + os.path.basename(recipe)))
+        copies.append(os.path.join(folder, f"staged_{len(copies)}_{os.path.basename(recipe)}"))
         with open(copies[-1], "wb") as file:
             file.write(text.replace(b"</NonstSurfChem>",
                                     b'<integration><scheme val="staged"/></integration></NonstSurfChem>'))

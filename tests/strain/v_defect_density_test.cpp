@@ -203,7 +203,7 @@ TEST(VDefectBalance, ItsIntegralsAreThoseOfThePath) {
     GrownFilm g;
     g.grow_until_open();
     g.open();
-    const auto compare = [&g, steps](const char* where) {
+    const auto compare = [&g](const char* where) {
       SCOPED_TRACE(where);
       const GrownFilm::Terms expected = g.terms(0.0);
       EXPECT_TRUE(close_to(expected.J0, g.model->J0, 2e-4));
