@@ -271,8 +271,8 @@ TEST(ExchangeLayer, KeepsWhatGrowthDoesNotCarryOff) {
   staged_rhs(s.equations, 0.0, y.data(), f.data());
   const double S = s->R_b[0] + s->R_b[1] + s->R_b[2];
   ASSERT_LT(0.0, S);
-  // One per cent of 1.9e-8 kmol/m^2.
-  const double gamma = 1.9e-10;
+  // A thousandth of 1.9e-8 kmol/m^2.
+  const double gamma = 1.9e-11;
   EXPECT_TRUE(close_to(s->R_b[InN_b] - S * 0.2, gamma * f[X_In], 1e-12));
   EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * 0.01, gamma * f[X_Al], 1e-12));
   EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * 0.79, gamma * f[X_Ga], 1e-9));
@@ -342,9 +342,9 @@ TEST(ExchangeLayer, EvaporationUncoversTheFilmAtItsDepth) {
     const double GR = staged_rhs(s.equations, 0.0, y.data(), f.data());
     ASSERT_GT(0.0, GR);
     const double S = s->R_b[0] + s->R_b[1] + s->R_b[2];
-    EXPECT_TRUE(close_to(s->R_b[InN_b] - S * d.In, 1.9e-10 * f[X_In], 1e-9));
-    EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * d.Al, 1.9e-10 * f[X_Al], 1e-9));
-    EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-10 * f[X_Ga], 1e-9));
+    EXPECT_TRUE(close_to(s->R_b[InN_b] - S * d.In, 1.9e-11 * f[X_In], 1e-9));
+    EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * d.Al, 1.9e-11 * f[X_Al], 1e-9));
+    EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-11 * f[X_Ga], 1e-9));
     // h and the integrals go back as they came.
     const FilmPoint p = film_at(s.equations.film, s.equations.z);
     const double unit = 2.0 * MODULUS * B_BURGERS * NM;
@@ -370,7 +370,7 @@ TEST(ExchangeLayer, InSteadyGrowthTheCompositionIsThatOfTheRates) {
     // Under stress the composition still moves, and the layer lags by the time that it takes to fill.
     const std::size_t last = m->hist_t.size() - 1;
     const double slope = (m->hist_xIn[last] - m->hist_xIn[last - 1]) / (m->hist_t[last] - m->hist_t[last - 1]);
-    const double lag = stress_model == STRESS_OFF ? 0.0 : 1.9e-10 / S * slope;
+    const double lag = stress_model == STRESS_OFF ? 0.0 : 1.9e-11 / S * slope;
     // The slope is that of the chord between the last two rows.
     const double bound = 2e-6 + 0.1 * std::abs(lag);
     EXPECT_NEAR(m->R_b[InN_b] / S, m->x_b[InN_b] + lag, bound);
