@@ -12,8 +12,9 @@ namespace vorlen {
 namespace {
 
 constexpr double NM = 1e-9;
-constexpr double KNOT_SPACING = 2.5e-10;       // largest growth between two knots of the film, m
-constexpr double SEARCH_SPACING = 1e-9;        // growth that is searched for an opening at its end only, m
+constexpr double KNOT_SPACING = 2.5e-10;  // largest growth between two knots of the film, m
+constexpr double SEARCH_SPACING = 1e-9;   // growth that is searched for an opening at its end only, m
+constexpr double NO_FRACTION = 1e-15;
 constexpr double OVERSHOOT = 1e-4;             // of a fraction, from which on it is an error
 constexpr int MIN_MOMENTS = SAMPLES_PER_STEP;  // of a step
 constexpr int MAX_MOMENTS = 64;                // a multiple of MIN_MOMENTS
@@ -109,10 +110,11 @@ bool find_peak(StagedRun& run, const Step& step) {
 RowSample sample_of(const StagedEquations& e, double t, double GR) {
   const SurfChemNonst& m = e.model;
   RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
-  // Between the ends of a step the polynomial may overshoot a fraction that falls to 0.
+  // Between the ends of a step the polynomial may overshoot a fraction that falls to 0. A metal that is not there
+  // leaves roundings.
   double sum = 0.0;
   for (double& x : sample.x_b) {
-    if (x < 0.0 && x > -OVERSHOOT) x = 0.0;
+    if (x < NO_FRACTION && x > -OVERSHOOT) x = 0.0;
     sum += x;
   }
   for (double& x : sample.x_b) x /= sum;
