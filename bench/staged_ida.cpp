@@ -41,7 +41,7 @@ constexpr double RESTART_STEP = 1e-9;      // s
 constexpr double KNOT_SPACING = 2.5e-10;   // of the film, m
 constexpr double MAX_KNOTS_PER_STEP = 64;  // of the film
 constexpr int RECOVERABLE = 1;             // a residual's answer that makes IDA try a smaller step
-constexpr std::size_t Y_Z = vorlen::N_ADSORBED + 2;
+constexpr std::size_t Y_Z = vorlen::STAGED_Z;
 
 struct Settings {
   double own_tolerance = OWN_TOLERANCE, ida_tolerance = IDA_TOLERANCE;

@@ -88,7 +88,7 @@ void warn_of_jump(const ReadStage& before, const ReadStage& behind, std::vector<
   warn(warnings, "temperature-jump", child_of(*behind.element, {"T"}), behind.place,
        fmt::format("the temperature jumps from {} K at the end of {} to {} K in {} while nothing grows", from,
                    before.place.label, to, behind.place.label),
-       "ramp it over 5 s or more; a pause without group-III flow should take 30 s or more");
+       "ramp it over 5 s or more, or use the staged scheme, which takes jumps as they are");
 }
 
 // ---- What makes the continuous scheme fail
@@ -201,6 +201,7 @@ void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
   warn_of_flows(reading, warnings);
   warn_of_continuous_scheme(reading, warnings);
   for (std::size_t k = 0; k < stages.size(); ++k) {
+    if (reading.scheme != "continuous") continue;
     if (k > 0) warn_of_jump(stages[k - 1], stages[k], warnings);
     if (stages[k].repeats_from >= 0) {
       warn_of_jump(stages[k], stages[static_cast<std::size_t>(stages[k].repeats_from)], warnings);

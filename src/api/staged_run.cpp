@@ -82,7 +82,7 @@ void step_callback(std::int32_t accepted_index, double t_old, double t, const do
   span.has_evaluation = false;  // the film and the density have moved
   evaluate(span, t, y);
   span.end = SpanEnd::NOT_FINITE;
-  if (!is_finite(span.f)) return;
+  if (!is_finite(span.f) || !std::isfinite(run.equations.model.rho_VD)) return;
   finish_step(run, step, span.GR);
   stop_flag = 1;
   span.end = SpanEnd::REACHED;

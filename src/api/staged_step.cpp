@@ -18,6 +18,7 @@ constexpr double NO_FRACTION = 1e-15;
 constexpr double OVERSHOOT = 1e-4;             // of a fraction, from which on it is an error
 constexpr int MIN_MOMENTS = SAMPLES_PER_STEP;  // of a step
 constexpr int MAX_MOMENTS = 64;                // a multiple of MIN_MOMENTS
+constexpr int SEARCHES = 4;                    // of a step that grows more; MIN_MOMENTS is a multiple
 constexpr int MAX_HALVINGS = 60;               // of the time of an event
 constexpr double PEAK_DROP = 1e-7;             // relative, of the density after a maximum; below are roundings
 constexpr int MAX_THIRDS = 50;                 // taken off the time of a maximum
@@ -53,7 +54,7 @@ bool find_opening(StagedRun& run, const Step& step) {
   const double growth = growth_of(run, step);
   if (!(growth > 0.0)) return false;
   const int count = moment_count(run, step);
-  const int searches = growth < SEARCH_SPACING ? 1 : MIN_MOMENTS;
+  const int searches = growth < SEARCH_SPACING ? 1 : SEARCHES;
   const std::size_t knots = e.film.z.size();
   FilmPoint surface = run.surface;
   bool found = false;

@@ -52,12 +52,16 @@ FilmPoint between(const Film& film, const FilmPoint& a, const FilmPoint& b, doub
   return p;
 }
 
-// The pre-stages at height z. Below the first one its composition goes on.
+// The pre-stages at height z. Below the first one its composition continues. Thickness counts from their top: under it
+// h is below 0, so that w is 0.
 FilmPoint below_at(const Film& film, double z) {
   const auto above = std::find_if(film.below.begin(), film.below.end(), [z](const FilmPoint& p) { return p.z >= z; });
-  if (above == film.below.begin()) return film.below.front();
-  if (above == film.below.end()) return film.below.back();
-  return between(film, *std::prev(above), *above, z);
+  FilmPoint p = above == film.below.begin() ? film.below.front()
+                : above == film.below.end() ? film.below.back()
+                                            : between(film, *std::prev(above), *above, z);
+  p.z = z;
+  if (film.relaxes) p.h = std::min(z - film.below.back().z, 0.0);
+  return p;
 }
 
 // Number of the first knot that is not below z.
@@ -94,7 +98,9 @@ FilmPoint film_at(const Film& film, double z) {
 }
 
 double film_tension(const Film& film, double z) {
-  if (!film.relaxes || film.z.size() < 2 || z <= film.z.front()) return 0.0;
+  if (!film.relaxes) return 0.0;
+  if (film.z.empty() || z <= film.z.front()) return 1.0;
+  if (film.z.size() < 2) return 0.0;
   const std::size_t above = std::min(first_not_below(film, z), film.z.size() - 1);
   // The interval under z that has a thickness.
   std::size_t under = above;

@@ -3,7 +3,7 @@
 //
 // Lists of knots from below. z never falls along the list; two knots of one z are an abrupt interface. Between knots
 // composition and h are linear in depth, and the integrals the cubics that have values and slopes of both knots. The
-// first knot lies at the start of growth. Under it are the pre-stages.
+// first knot lies at the start of growth, or as deep as the film has evaporated. Under it are the pre-stages.
 #pragma once
 
 #include <array>
@@ -46,7 +46,7 @@ double film_top(const Film& film);
 // The film at height z [m]. Above the top: as at the top. Of two knots at z: the lower one.
 FilmPoint film_at(const Film& film, double z);
 
-// Slope of h by z just under height z, a number from 0 to 1.
+// Slope of h by z just under height z, a number from 0 to 1; 1 in the pre-stages. 0 without relaxation.
 double film_tension(const Film& film, double z);
 
 // Puts a knot on top; its z is not below the top.

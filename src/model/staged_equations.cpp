@@ -76,7 +76,7 @@ void unpack_staged(StagedEquations& e, const double* y) {
   }
   m.a_bulk = m.lattice_a(m.x_b_clip.data());
   e.z = e.start.z + NM * y[Y_z];
-  m.z = std::max(e.z, m.z_start);
+  m.z = e.z;
   if (!relaxes(m)) return;
   // The laws of the dislocations hold for an effective thickness that is not negative.
   m.h = std::min(e.start.h + NM * y[Y_h], m.z - m.z_start);

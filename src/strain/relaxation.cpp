@@ -31,7 +31,8 @@ double SurfChemNonst::eps_relaxed(double rho, double z_at, double h_at) const {
                (0.5 * b_burgers * INV_L_TD) +
            eps_r_z0;
   }
-  return z_start > z_at ? 0.0 : eps_reacted(z_at, h_at);
+  // A film that has grown in a hole of the template, under the staged scheme, has h below 0.
+  return z_start > z_at && !(h_at < 0.0) ? 0.0 : eps_reacted(z_at, h_at);
 }
 
 double SurfChemNonst::eps_reacted(double z_at, double h_at) const {

@@ -56,9 +56,9 @@ Term relaxing_term(double k, double x) {
     for (int n = SERIES_TERMS; n > 0; --n) {
       const double a = 1.0 / (n * (n + 2));
       sum = kx * (a - sum);
-      derivative = kx * (n * a - derivative);
+      derivative = n * a - kx * derivative;
     }
-    return {x * x * sum, x * x * derivative / k};
+    return {x * x * sum, x * x * x * derivative};
   }
   const double q = 1.0 / k;
   const double log = std::log1p(kx);
@@ -190,6 +190,7 @@ void open_v_defects(StagedEquations& e) {
 double v_defect_density(const StagedEquations& e) {
   SurfChemNonst& m = e.model;
   const double w = w_above_z0(m);
+  if (w < e.w_open) return e.rho_accepted;  // evaporated below the surface on which they opened
   const double w_step = 0.5 * (w + e.w_accepted), dh = m.h - e.h_accepted;
   m.J0 = m.J0_of();
   m.J1 = m.stiff_relieved() * (0.5 * (w * w - e.w_open * e.w_open) + (e.J1_tension + w_step * dh));
@@ -203,7 +204,7 @@ double v_defect_density(const StagedEquations& e) {
     rho += step;
     if (!(step > RELATIVE_TOLERANCE * rho)) return rho;
   }
-  return rho < RHO_VD_MAX ? rho : RHO_VD_MAX;
+  return rho > RHO_VD_MAX ? RHO_VD_MAX : rho;
 }
 
 void accept_v_defects(StagedEquations& e) {

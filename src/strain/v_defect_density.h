@@ -18,7 +18,7 @@ bool v_defects_open(StagedEquations& equations);
 void open_v_defects(StagedEquations& equations);
 
 // The density of V-defects at the state in the model, m^-2; V-defects must be open. Never below that of the last
-// accepted state. At most RHO_VD_MAX.
+// accepted state. At most RHO_VD_MAX; NaN if the balance is. Below the height of the surface at the opening it stays.
 double v_defect_density(const StagedEquations& equations);
 
 // Takes the state in the model, with its density, as accepted.

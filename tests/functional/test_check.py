@@ -264,13 +264,18 @@ class Warnings(Checks):
                               ('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>'))
         self.assertEqual(problem["stage"], "stage_1_1")
 
+    def jumps(self, text):
+        self.write("recipe.xml", text)
+        return [problem for problem in self.problems_of_file() if problem["kind"] == "temperature-jump"]
+
     def test_a_jump_of_temperature_while_nothing_grows(self):
         self.assertEqual(self.problems(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>')), [],
                          "gallium flows on both sides")
         text = self.recipe(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>'))
         at = text.index('<name val="cooling"/>')
-        self.write("recipe.xml", text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1))
-        problems = self.problems_of_file()
+        text = text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1)
+        self.assertEqual(self.jumps(text), [], "the staged scheme takes jumps as they are")
+        problems = self.jumps(text.replace('<scheme val="staged"/>', '<scheme val="continuous"/>'))
         self.assertEqual([(problem["kind"], problem["stage"]) for problem in problems],
                          [("temperature-jump", "stage_1_2")])
         self.assertEqual(problems[0]["text"], "the temperature jumps from 1080 K at the end of stage_1_1 to 1010 K in "
@@ -279,10 +284,9 @@ class Warnings(Checks):
     def test_a_jump_back_to_the_begin_of_a_period(self):
         text = self.recipe(('<T val="1010" end="1080"/>', '<T val="1010" end="1010"/>'))
         at = text.index('<name val="heating"/>')
-        self.write("recipe.xml", text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1))
-        problems = self.problems_of_file()
-        self.assertEqual(sorted(problem["stage"] for problem in problems if problem["kind"] == "temperature-jump"),
-                         ["stage_1_1", "stage_2"])
+        text = text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1)
+        problems = self.jumps(text.replace('<scheme val="staged"/>', '<scheme val="continuous"/>'))
+        self.assertEqual(sorted(problem["stage"] for problem in problems), ["stage_1_1", "stage_2"])
 
 
 class Integration(Checks):

@@ -55,7 +55,6 @@ double grown_at(const std::vector<Point>& points, double z) {
 // Indium in what leaves the solid in the state and conditions of the model, as a fraction of the metals.
 double evaporating_indium(SurfChemNonst& m) {
   // The strain of the surface is that of the top pre-stage when that evaporates.
-  m.z = std::max(m.z, m.z_start);
   m.surface_rates();
   const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
   EXPECT_LT(S, 0.0) << "does not evaporate";
