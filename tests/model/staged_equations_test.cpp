@@ -19,6 +19,7 @@ namespace {
 using namespace vorlen;
 
 constexpr double NM = 1e-9;
+constexpr double GAMMA = EXCHANGE_LAYER * MONOLAYER;  // kmol/m^2
 
 // The components, as the header lists them.
 enum Component : std::size_t { C_In, C_Ga, C_Al, C_N, C_H, X_In, X_Ga, X_Al, Z, H, I0, I1, J0_0, J0_1 };
@@ -250,6 +251,13 @@ TEST(StagedRhs, TheSwitchToTensionIsSmooth) {
   EXPECT_NEAR(0.5 * (1.0 + std::tanh(1.0)), share_at(1.01e-4), 1e-9);
 }
 
+// 1.9e-8 kmol/m^2 is a monolayer: two atoms to a cell of a^2 sqrt(3) for the lattice constant 3.189 angstrom of GaN.
+TEST(ExchangeLayer, IsASmallPartOfAMonolayer) {
+  EXPECT_NEAR(2.0 / (3.189e-10 * 3.189e-10 * std::sqrt(3.0)) / 6.02214e26, MONOLAYER, 0.01 * MONOLAYER);
+  EXPECT_LE(EXCHANGE_LAYER, 0.01);
+  EXPECT_GT(EXCHANGE_LAYER, 0.0);
+}
+
 TEST(ExchangeLayer, DoesNotMoveWhenAllRatesAreZero) {
   const auto model = model_of(two_stages(STRESS_V_dislocation));
   model->K_plus_A.fill(0.0);
@@ -271,11 +279,9 @@ TEST(ExchangeLayer, KeepsWhatGrowthDoesNotCarryOff) {
   staged_rhs(s.equations, 0.0, y.data(), f.data());
   const double S = s->R_b[0] + s->R_b[1] + s->R_b[2];
   ASSERT_LT(0.0, S);
-  // One per cent of 1.9e-8 kmol/m^2.
-  const double gamma = 1.9e-10;
-  EXPECT_TRUE(close_to(s->R_b[InN_b] - S * 0.2, gamma * f[X_In], 1e-12));
-  EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * 0.01, gamma * f[X_Al], 1e-12));
-  EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * 0.79, gamma * f[X_Ga], 1e-9));
+  EXPECT_TRUE(close_to(s->R_b[InN_b] - S * 0.2, GAMMA * f[X_In], 1e-12));
+  EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * 0.01, GAMMA * f[X_Al], 1e-12));
+  EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * 0.79, GAMMA * f[X_Ga], 1e-9));
 }
 
 // What the layer gains in one metal it loses in others, growing or evaporating.
@@ -342,9 +348,9 @@ TEST(ExchangeLayer, EvaporationUncoversTheFilmAtItsDepth) {
     const double GR = staged_rhs(s.equations, 0.0, y.data(), f.data());
     ASSERT_GT(0.0, GR);
     const double S = s->R_b[0] + s->R_b[1] + s->R_b[2];
-    EXPECT_TRUE(close_to(s->R_b[InN_b] - S * d.In, 1.9e-10 * f[X_In], 1e-9));
-    EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * d.Al, 1.9e-10 * f[X_Al], 1e-9));
-    EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-10 * f[X_Ga], 1e-9));
+    EXPECT_TRUE(close_to(s->R_b[InN_b] - S * d.In, GAMMA * f[X_In], 1e-9));
+    EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * d.Al, GAMMA * f[X_Al], 1e-9));
+    EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), GAMMA * f[X_Ga], 1e-9));
     // h and the integrals go back as they came.
     const FilmPoint p = film_at(s.equations.film, s.equations.z);
     const double unit = 2.0 * MODULUS * B_BURGERS * NM;
@@ -370,7 +376,7 @@ TEST(ExchangeLayer, InSteadyGrowthTheCompositionIsThatOfTheRates) {
     // Under stress the composition still moves, and the layer lags by the time that it takes to fill.
     const std::size_t last = m->hist_t.size() - 1;
     const double slope = (m->hist_xIn[last] - m->hist_xIn[last - 1]) / (m->hist_t[last] - m->hist_t[last - 1]);
-    const double lag = stress_model == STRESS_OFF ? 0.0 : 1.9e-10 / S * slope;
+    const double lag = stress_model == STRESS_OFF ? 0.0 : GAMMA / S * slope;
     // The slope is that of the chord between the last two rows.
     const double bound = 2e-6 + 0.1 * std::abs(lag);
     EXPECT_NEAR(m->R_b[InN_b] / S, m->x_b[InN_b] + lag, bound);
