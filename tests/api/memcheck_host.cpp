@@ -27,9 +27,11 @@ bool ends_with(const RecipeBuilder& recipe, const char* expected) {
 
 int main() {
   const char* const tau = "process_stages/stage_1/tau";
-  const bool passed = ends_with(RecipeBuilder({.stress_model = "relax", .n_post_stages = 1}).set(tau, "1"), "") &&
-                      ends_with(RecipeBuilder({.n_post_stages = 1}).set(tau, "1"), "") &&
-                      ends_with(breakdown_recipe(ALUMINIUM_FIRST), "Step size has become too small") &&
-                      ends_with(RecipeBuilder().remove("transport"), "Element NonstSurfChem:transport is not found");
+  const bool passed =
+      ends_with(RecipeBuilder({.stress_model = "relax", .n_post_stages = 1}).set(tau, "1"), "") &&
+      ends_with(RecipeBuilder({.n_post_stages = 1}).set(tau, "1"), "") &&
+      ends_with(RecipeBuilder({.n_stages = 2}).set(tau, "200").set("integration/scheme", "staged"), "") &&
+      ends_with(breakdown_recipe(ALUMINIUM_FIRST), "Step size has become too small") &&
+      ends_with(RecipeBuilder().remove("transport"), "Element NonstSurfChem:transport is not found");
   return passed ? 0 : 1;
 }

@@ -119,6 +119,13 @@ class ProcessState : public testing::Test {
   const std::vector<Call> calls = {
       {"stress off", write("off", stress_off()), 0, ""},
       {"V_dislocation", write("V", RecipeBuilder().set("process_stages/stage_1/tau", "1")), 0, ""},
+      {"staged", write("staged", stress_off().set("integration/scheme", "staged")), 0, ""},
+      {"staged with V-defects",
+       write("staged_V", RecipeBuilder().set("process_stages/stage_1/tau", "200").set("integration/scheme", "staged")),
+       0, ""},
+      {"staged, not finite",
+       write("staged_not_finite", stress_off().set("pre_stages/t0", "inf").set("integration/scheme", "staged")), 1,
+       "State is not finite"},
       {"failing", write("failing", breakdown_recipe(ALUMINIUM_FIRST)), 1, "Step size has become too small"},
       {"refused", write("refused", stress_off().set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited")), 1,
        "Cannot inherit dislocation density for first pre-stage"},
