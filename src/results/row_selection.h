@@ -1,5 +1,6 @@
 // Rows of the staged scheme: as few as a plot needs. Between two rows linear interpolation over time stays within a
-// thousandth of the range that each column has in the stage.
+// thousandth of the range that each column has in the run. They are chosen by the range in the stage, which is smaller,
+// as samples do not show all of a curve.
 #pragma once
 
 #include <array>
