@@ -345,7 +345,8 @@ TEST(ExchangeLayer, EvaporationUncoversTheFilmAtItsDepth) {
     EXPECT_TRUE(close_to(s->R_b[InN_b] - S * d.In, 1.9e-11 * f[X_In], 1e-9));
     EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * d.Al, 1.9e-11 * f[X_Al], 1e-9));
     EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-11 * f[X_Ga], 1e-9));
-    // h and the integrals go back as they came. In the template h falls with z, so that the effective thickness stays 0.
+    // h and the integrals go back as they came. In the template h falls with z, so that the effective thickness stays
+    // 0.
     const FilmPoint p = film_at(s.equations.film, s.equations.z);
     const double unit = 2.0 * MODULUS * B_BURGERS * NM;
     EXPECT_NEAR((d.z_nm < 0.0 ? 1.0 : 0.5) * GR / NM, f[H], 1e-9 * std::abs(GR) / NM);
