@@ -287,6 +287,9 @@ class SurfChemNonst {
   // ---- V-defects. Energies are those of one defect, J.
   // Energy of the dislocation loop around a defect that reaches from z_base to z_at [m].
   double loop_energy(double z_at, double z_base) const;
+  // J2 is J2_factor() times the integral of w ln(1 + k w) over the film above z0, with k = J2_k(rho) [1/m].
+  double J2_factor() const;
+  double J2_k(double rho) const;
   // Balance term of the dislocations that V-defects of density rho [m^-2] bring into the layer above z0.
   double J2_of(double rho) const;
   // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.
@@ -294,8 +297,8 @@ class SurfChemNonst {
   // Looks through the first n candidates for the one with the lowest balance at the present depth that is less than
   // below [J]. blocks are those of the lists.
   Z0Search search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks, double below = 0.0) const;
-  // Balance term of candidate i.
-  double K1_of(const CandidateLists& lists, std::size_t i) const;
+  // Balance term of the depth z_at, with h and the integrals that it was grown at.
+  double K1_of(double z_at, double h_at, double I0_at, double I1_at) const;
   // Looks through the history for the depth with the most negative balance; sets z0, z0_index when there is one.
   void find_z0();
   // Keeps the state at z0: the thickness grown in tension, m, and the four integrals. The density starts at 0.

@@ -69,7 +69,7 @@ Term relaxing_term(double k, double x) {
 // w_step.
 Term J2_term(const StagedEquations& e, double rho, double w_step, double dh) {
   const SurfChemNonst& m = e.model;
-  const double k = L_TD * m.tan_V * (2.0 * rho + m.rho_TD_z0);
+  const double k = m.J2_k(rho);
   Term sum = relaxing_term(k, w_above_z0(m));
   const auto add = [&sum, k](double w, double thickness) {
     sum.value += std::log1p(k * w) * w * thickness;
@@ -77,7 +77,7 @@ Term J2_term(const StagedEquations& e, double rho, double w_step, double dh) {
   };
   for (const TensionSegment& s : e.tension) add(s.w, s.dh);
   add(w_step, dh);
-  const double c = m.tan_V * modulus_M() * m.b_burgers * m.b_burgers * INV_L_TD;
+  const double c = m.J2_factor();
   return {c * sum.value, c * sum.slope * (2.0 * L_TD * m.tan_V)};
 }
 
@@ -87,7 +87,7 @@ CandidateLists lists_of(const Film& film) { return {film.z, film.h, film.I0, fil
 double balance_at(const StagedEquations& e, double z_at) {
   const SurfChemNonst& m = e.model;
   const FilmPoint p = film_at(e.film, z_at);
-  return m.loop_energy(m.z, z_at) + ((m.I1 - p.I1) - (m.I0 - p.I0) * (z_at - m.z_start - p.h));
+  return m.loop_energy(m.z, z_at) + m.K1_of(z_at, p.h, p.I0, p.I1);
 }
 
 // The depth with the lowest balance between low and high, by golden-section search; one of the ends if that is lower.

@@ -36,9 +36,12 @@ double SurfChemNonst::loop_energy(double z_at, double z_base) const {
   return d * E_line * std::log((d / BURGERS - 1.0) * sin_V + 1.0);
 }
 
+double SurfChemNonst::J2_factor() const { return tan_V * modulus_M() * b_burgers * b_burgers * INV_L_TD; }
+
+double SurfChemNonst::J2_k(double rho) const { return L_TD * tan_V * (2.0 * rho + rho_TD_z0); }
+
 double SurfChemNonst::J2_of(double rho) const {
-  const double c = tan_V * modulus_M() * b_burgers * b_burgers * INV_L_TD;
-  const double k = L_TD * tan_V * (2.0 * rho + rho_TD_z0);
+  const double k = J2_k(rho);
   if (k < K_MIN) return 0.0;
   double S = 0.0;
   for (std::size_t i = seg_relax_first; i < seg_relax.size(); ++i) {
@@ -52,7 +55,7 @@ double SurfChemNonst::J2_of(double rho) const {
     const double w = s.z_from - z0 - s.h_from + h_z0;
     S += std::log(k * w + 1.0) * w * (s.z_to - s.z_from);
   }
-  return S * c;
+  return S * J2_factor();
 }
 
 double SurfChemNonst::energy_balance(double E, double rho) const { return E + J0 + J1 + J2_of(rho); }
@@ -86,7 +89,7 @@ Z0Search SurfChemNonst::search_z0(const CandidateLists& lists, std::size_t n, Ca
     }
     const double z_i = lists.z[i];
     if (z_i > z_limit) break;
-    const double s = loop_energy(z, z_i) + K1_of(lists, i);
+    const double s = loop_energy(z, z_i) + K1_of(z_i, lists.h[i], lists.I0[i], lists.I1[i]);
     if (s < search.balance) {
       search.balance = s;
       search.index = i;
@@ -98,8 +101,8 @@ Z0Search SurfChemNonst::search_z0(const CandidateLists& lists, std::size_t n, Ca
   return search;
 }
 
-double SurfChemNonst::K1_of(const CandidateLists& lists, std::size_t i) const {
-  return (I1 - lists.I1[i]) - (I0 - lists.I0[i]) * (lists.z[i] - z_start - lists.h[i]);
+double SurfChemNonst::K1_of(double z_at, double h_at, double I0_at, double I1_at) const {
+  return (I1 - I1_at) - (I0 - I0_at) * (z_at - z_start - h_at);
 }
 
 void SurfChemNonst::find_z0() {
@@ -112,7 +115,10 @@ void SurfChemNonst::find_z0() {
     z0 = hist_z[search.index];
     z0_index = static_cast<std::uint32_t>(search.index);
   }
-  if (search.passed > 0) K1 = K1_of(lists, search.passed - 1);
+  if (search.passed > 0) {
+    const std::size_t last = search.passed - 1;
+    K1 = K1_of(hist_z[last], hist_h[last], hist_I0[last], hist_I1[last]);
+  }
 }
 
 void SurfChemNonst::set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at) {
