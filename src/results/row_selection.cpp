@@ -10,7 +10,7 @@ namespace vorlen {
 
 namespace {
 
-constexpr double PART_OF_RANGE = 5e-4;        // half of what is promised: samples do not show all of the curve
+constexpr double PART_OF_RANGE = 1e-4;        // a tenth of what is promised: means over layers are smooth then
 constexpr std::size_t MAX_SELECTED = 900;     // a stage has two selections at most, and some rows at z0
 constexpr std::size_t MAX_SAMPLES = 1 << 14;  // more are thinned out
 
