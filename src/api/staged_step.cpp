@@ -15,22 +15,23 @@ constexpr double NM = 1e-9;
 constexpr double KNOT_SPACING = 2.5e-10;  // largest growth between two knots of the film, m
 constexpr double SEARCH_SPACING = 1e-9;   // growth that is searched for an opening at its end only, m
 constexpr double NO_FRACTION = 1e-15;
-constexpr double OVERSHOOT = 1e-4;             // of a fraction, from which on it is an error
-constexpr int MIN_MOMENTS = SAMPLES_PER_STEP;  // of a step
-constexpr int MAX_MOMENTS = 64;                // a multiple of MIN_MOMENTS
-constexpr int SEARCHES = 4;                    // of a step that grows more; MIN_MOMENTS is a multiple
-constexpr int MAX_HALVINGS = 60;               // of the time of an event
-constexpr double PEAK_DROP = 1e-7;             // relative, of the density after a maximum; below are roundings
-constexpr int MAX_THIRDS = 50;                 // taken off the time of a maximum
+constexpr double OVERSHOOT = 1e-4;  // of a fraction, from which on it is an error
+constexpr int MAX_MOMENTS_PER_SAMPLE = 8;
+constexpr int SEARCHES = 4;         // in a step that grows more than SEARCH_SPACING; divides SAMPLES_PER_STEP
+constexpr int MAX_HALVINGS = 60;    // bisections of the time of an event
+constexpr double PEAK_DROP = 1e-7;  // relative drop of the density after a maximum; less is rounding error
+constexpr int MAX_THIRDS = 50;      // ternary-search steps for the time of a maximum
 
 double growth_of(const StagedRun& run, const Step& step) { return (step.y[STAGED_Z] - run.y[STAGED_Z]) * NM; }
 
-// The moments at which a step is looked at: as many as keep the knots of the film near each other.
-int moment_count(const StagedRun& run, const Step& step) {
-  constexpr int MAX_MULTIPLE = MAX_MOMENTS / MIN_MOMENTS;
-  const double wanted = std::ceil(std::abs(growth_of(run, step)) / KNOT_SPACING / MIN_MOMENTS);
-  return MIN_MOMENTS * static_cast<int>(std::clamp(wanted, 1.0, double{MAX_MULTIPLE}));
+// A step is examined at SAMPLES_PER_STEP times as many moments, so that the knots of the film are close together.
+int moments_per_sample(const StagedRun& run, const Step& step) {
+  const double wanted = std::ceil(std::abs(growth_of(run, step)) / KNOT_SPACING / SAMPLES_PER_STEP);
+  if (!(wanted > 1.0)) return 1;
+  return static_cast<int>(std::min(wanted, double{MAX_MOMENTS_PER_SAMPLE}));
 }
+
+int moment_count(const StagedRun& run, const Step& step) { return SAMPLES_PER_STEP * moments_per_sample(run, step); }
 
 double moment(const Step& step, int j, int count) {
   return j == count ? step.t_to : step.t_from + (step.t_to - step.t_from) * j / count;
@@ -151,7 +152,8 @@ bool find_event(StagedRun& run, const Step& step) {
 
 void follow_step(StagedRun& run, const Step& step) {
   StagedEquations& e = run.equations;
-  const int count = moment_count(run, step);
+  const int stride = moments_per_sample(run, step);
+  const int count = SAMPLES_PER_STEP * stride;
   run.step_samples = 0;
   for (int j = 1; j <= count; ++j) {
     const double t = moment(step, j, count);
@@ -161,7 +163,7 @@ void follow_step(StagedRun& run, const Step& step) {
     if (e.z < top) film_cut(e.film, e.z);
     if (e.z > top) film_grow(e.film, run.surface, surface);
     run.surface = surface;
-    if (j % (count / MIN_MOMENTS) == 0) run.samples[run.step_samples++] = sample_of(e, t, 0.0);
+    if (j % stride == 0) run.samples[run.step_samples++] = sample_of(e, t, 0.0);
   }
   accept_v_defects(e);
 }

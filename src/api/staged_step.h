@@ -18,7 +18,7 @@ enum class Event {
   PEAK      // their density stops rising
 };
 
-inline constexpr std::size_t SAMPLES_PER_STEP = 8;
+inline constexpr int SAMPLES_PER_STEP = 8;
 
 // A run under the staged scheme. Times are in s from the start of the stage.
 struct StagedRun {
