@@ -26,7 +26,7 @@ quietly() {
 }
 
 say "Looking for compiler, libraries and Python"
-"$root/tools/setup.sh" run
+"$root/scripts/setup.sh" run
 mkdir -p "$build"
 
 say "Building the library and the tool in build/run"

@@ -126,7 +126,7 @@ report_coverage() {
 # The counts of an earlier run would be added to.
 forget_counts() { find build/coverage -name '*.gcda' -delete; }
 
-phase "Packages" tools/setup.sh test || exit 1
+phase "Packages" scripts/setup.sh test || exit 1
 case "$mode" in
   --coverage)
     phase "Build: coverage" build coverage -DVORLEN_TESTS=ON -DVORLEN_TOOLS=OFF && forget_counts &&

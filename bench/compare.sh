@@ -24,7 +24,7 @@ if [ $# -lt 1 ] || [ $# -gt 2 ]; then
 fi
 root=$(cd "$(dirname "$0")/.." && pwd)
 work=${COMPARE_DIR:-$root/build/compare}
-"$root/tools/setup.sh" bench || exit 2
+"$root/scripts/setup.sh" bench || exit 2
 revision=$(git -C "$root" rev-parse --verify --quiet "$1^{commit}") || die "git knows no revision $1"
 base=$work/$(echo "$revision" | cut -c1-12)
 present=$work/present

@@ -8,5 +8,5 @@ for candidate in python3 /usr/bin/python3; do
     exit 0
   fi
 done
-echo "no Python found with the modules $*; tools/setup.sh test installs what the tests need, tools/setup.sh run what ./run.sh needs" >&2
+echo "no Python found with the modules $*; scripts/setup.sh test installs what the tests need, scripts/setup.sh run what ./run.sh needs" >&2
 exit 1

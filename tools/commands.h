@@ -3,7 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "exit_status.h"
+#include "terminal/exit_status.h"
 
 // Adds a subcommand to app. The subcommand's callback writes its exit status to status, which outlives app.
 void add_run_command(CLI::App& app, int& status);

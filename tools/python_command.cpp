@@ -20,8 +20,8 @@
 #include <system_error>
 #include <vector>
 
-#include "exit_status.h"
-#include "output.h"
+#include "terminal/exit_status.h"
+#include "terminal/output.h"
 
 extern char** environ;
 

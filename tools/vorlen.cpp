@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "commands.h"
-#include "output.h"
+#include "help/self_description.h"
 #include "python_command.h"
-#include "self_description.h"
+#include "terminal/output.h"
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");  // what the terminal can show; numbers have the point in any locale

@@ -14,7 +14,7 @@ else
   figures="$build"
 fi
 
-"$root/tools/setup.sh" bench
+"$root/scripts/setup.sh" bench
 
 # The first interpreter that has matplotlib: the one on the path may not be the distribution's.
 python=""

@@ -1,6 +1,6 @@
 """Whether the rows of a result are physical, and where in the process a run went wrong.
 
-tools/result_check.cpp gives the same texts. Stages are found by time. A row at the boundary of two stages belongs to
+tools/results/result_check.cpp gives the same texts. Stages are found by time. A row at the boundary of two stages belongs to
 the first, but a run that ended there could not start the second.
 """
 

@@ -50,7 +50,7 @@ class Schemas(unittest.TestCase):
     def setUpClass(cls):
         for tool in ("xmllint", "jing"):
             if shutil.which(tool) is None:
-                raise AssertionError(f"{tool} is missing: tools/setup.sh test")
+                raise AssertionError(f"{tool} is missing: scripts/setup.sh test")
         cls.temporary = tempfile.TemporaryDirectory()
         cls.addClassCleanup(cls.temporary.cleanup)
         cls.examples = recipes_of(os.path.join(SOURCE, "examples"))

@@ -1,5 +1,5 @@
 // Edit distances counted by hand, and which word a misspelt one is taken for.
-#include "nearest_word.h"
+#include "check/nearest_word.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The walk over a recipe against the library: for good recipes of every choice of models, with every element that is
 // read left out, every attribute left out and set to all sorts of values, its limits and their neighbours among them,
 // the first error is the library's own refusal, and there is none where the library accepts.
-#include "recipe_check.h"
+#include "check/recipe_check.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include "model/surfchem_nonst.h"
 #include "recipe/read_recipe.h"
 #include "recipe/xml_lookup.h"
-#include "recipe_reading.h"
+#include "check/recipe_reading.h"
 #include "support/recipe_builder.h"
 
 namespace vorlen_test {

@@ -1,12 +1,12 @@
 // The words that the cells of the table become, and how its names are found.
-#include "recipe_table.h"
+#include "check/recipe_table.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <set>
 
-#include "recipe_files.h"
+#include "check/recipe_files.h"
 
 namespace vorlen_test {
 namespace {

@@ -1,0 +1,84 @@
+#!/bin/bash
+# Installs what Debian 12 lacks for this project: scripts/setup.sh [build|run|test|bench]
+#   build  compiler and libraries of the library and its command-line host (default)
+#   run    these, and what the Python package needs for figures and reports
+#   test   these, and what ./test.sh needs besides
+#   bench  these, and what the benchmarks and the comparison of integrators need besides
+# What is there already is left alone; when nothing is missing, neither the network nor root is needed.
+set -euo pipefail
+
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
+PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib python3-jinja2)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
+  # compilers, static analysis, test library
+  ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
+  # tools that tests call
+  bash-completion debootstrap dpkg-dev file git groff-base jing libxml2-utils lintian locales
+  # the Python package: tests, formats, installation, browser
+  python3-pytest python3-pytest-xdist python3-hypothesis python3-lxml python3-xarray python3-netcdf4 python3-pip
+  python3-venv python3-setuptools
+  python3-wheel python3-selenium chromium chromium-driver
+  # sweeps, fits, notebooks
+  python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat python3-scipy
+  python3-tqdm munge procps openmpi-bin slurm-wlm
+  # the manual
+  mkdocs mkdocs-material libjs-katex fonts-katex)
+BENCH_PACKAGES=(libbenchmark-dev libsundials-dev)
+# The tests run under a locale with a comma as decimal separator.
+TEST_LOCALE=de_DE
+
+die() {
+  echo "setup: $*" >&2
+  exit 1
+}
+
+# How to become root: nothing, or sudo. Stops with a text when neither is possible; its argument says what is to be done.
+rise_to_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    as_root=()
+  elif command -v sudo >/dev/null; then
+    as_root=(sudo)
+  else
+    die "root is needed and there is no sudo. As root, run:
+  $*"
+  fi
+}
+
+case "${1:-build}" in
+  build) packages=("${BUILD_PACKAGES[@]}") ;;
+  run) packages=("${BUILD_PACKAGES[@]}" "${PYTHON_PACKAGES[@]}") ;;
+  test) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
+  bench) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
+  *) die "usage: scripts/setup.sh [build|run|test|bench]" ;;
+esac
+
+if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
+  die "this is no Debian system, so nothing can be installed here. These Debian 12 packages, or their like, are needed:
+  ${packages[*]}
+With them in place the CMake presets work by themselves, see CONTRIBUTING.md."
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+  [ "$status" = installed ] || missing+=("$package")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  rise_to_root "apt-get update && apt-get install -y --no-install-recommends ${missing[*]}"
+  echo "setup: installing ${missing[*]}"
+  log=$(mktemp)
+  trap 'rm -f "$log"' EXIT
+  for action in "update" "install -y --no-install-recommends ${missing[*]}"; do
+    # shellcheck disable=SC2086  # the action is a list of words
+    if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $action >"$log" 2>&1; then
+      cat "$log" >&2
+      die "apt-get ${action%% *} failed"
+    fi
+  done
+fi
+
+if [[ "${1:-build}" =~ ^(test|bench)$ ]] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
+  rise_to_root "localedef -i $TEST_LOCALE -f UTF-8 $TEST_LOCALE.UTF-8"
+  echo "setup: making the locale $TEST_LOCALE.UTF-8"
+  "${as_root[@]}" localedef -i "$TEST_LOCALE" -f UTF-8 "$TEST_LOCALE.UTF-8"
+fi

@@ -1,0 +1,160 @@
+// vorlen check RECIPE...: all that is wrong with recipes, without running them.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "check/recipe_check.h"
+#include "commands.h"
+#include "terminal/output.h"
+#include "terminal/table.h"
+#include "terminal/terminal.h"
+
+namespace {
+
+using recipe::Problem;
+using recipe::Severity;
+
+struct CheckOptions {
+  std::vector<std::string> recipes;
+  std::string format = "text";
+  bool strict = false;
+  std::vector<std::string> allowed;  // kinds of warnings that are left out
+};
+
+struct CheckedFile {
+  std::string file;
+  std::vector<Problem> problems;
+
+  std::ptrdiff_t count(Severity severity) const {
+    return std::count_if(problems.begin(), problems.end(),
+                         [severity](const Problem& problem) { return problem.severity == severity; });
+  }
+};
+
+const char* severity_word(Severity severity) { return severity == Severity::error ? "error" : "warning"; }
+
+std::string counted(std::ptrdiff_t number, const std::string& word) {
+  return fmt::format("{} {}{}", number, word, number == 1 ? "" : "s");
+}
+
+// The library ends some texts with a line break.
+std::string text_on_one_line(std::string text) {
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  return printable(text);
+}
+
+// Units as a terminal without UTF-8 can show them.
+std::string with_ascii_units(std::string text) {
+  constexpr std::pair<std::string_view, std::string_view> UNITS[] = {{"µ", "u"}, {"⁻²", "^-2"}, {"²", "^2"}};
+  for (const auto& [sign, letters] : UNITS) {
+    for (std::size_t at = text.find(sign); at != std::string::npos; at = text.find(sign, at + letters.size())) {
+      text.replace(at, sign.size(), letters);
+    }
+  }
+  return text;
+}
+
+void append_text(std::string& out, const CheckedFile& checked) {
+  const auto shown = [](const std::string& text) {
+    return use_utf8() ? printable(text) : with_ascii_units(printable(text));
+  };
+  for (const Problem& problem : checked.problems) {
+    out += checked.file;
+    if (problem.line > 0) out += fmt::format(":{}:{}", problem.line, problem.column);
+    out += fmt::format(": {}: {}\n", severity_word(problem.severity), shown(text_on_one_line(problem.text)));
+    if (!problem.stage.empty()) {
+      out += "    stage: " + problem.stage;
+      if (!problem.stage_name.empty()) out += " \"" + printable(problem.stage_name) + "\"";
+      out += '\n';
+    }
+    if (!problem.hint.empty()) out += "    hint: " + shown(problem.hint) + "\n";
+  }
+  const std::ptrdiff_t errors = checked.count(Severity::error);
+  const std::ptrdiff_t warnings = checked.count(Severity::warning);
+  out += checked.file + ": ";
+  if (errors + warnings == 0) out += "no problems";
+  if (errors > 0) out += counted(errors, "error");
+  if (errors > 0 && warnings > 0) out += ", ";
+  if (warnings > 0) out += counted(warnings, "warning");
+  out += '\n';
+}
+
+nlohmann::ordered_json json_of(const Problem& problem) {
+  const auto or_null = [](const auto& value, bool known) -> nlohmann::ordered_json {
+    if (known) return value;
+    return nullptr;
+  };
+  return {{"severity", severity_word(problem.severity)},
+          {"kind", problem.kind},
+          {"line", or_null(problem.line, problem.line > 0)},
+          {"column", or_null(problem.column, problem.line > 0)},
+          {"path", or_null(problem.path, !problem.path.empty())},
+          {"stage", or_null(problem.stage, !problem.stage.empty())},
+          {"stage_name", or_null(problem.stage_name, !problem.stage_name.empty())},
+          {"text", problem.text},
+          {"hint", or_null(problem.hint, !problem.hint.empty())}};
+}
+
+std::string json_text(const std::vector<CheckedFile>& files) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const CheckedFile& checked : files) {
+    nlohmann::ordered_json problems = nlohmann::ordered_json::array();
+    for (const Problem& problem : checked.problems) problems.push_back(json_of(problem));
+    list.push_back({{"file", checked.file},
+                    {"errors", checked.count(Severity::error)},
+                    {"warnings", checked.count(Severity::warning)},
+                    {"problems", problems}});
+  }
+  const nlohmann::ordered_json whole = {{"version", VORLEN_VERSION}, {"files", list}};
+  // Names and values of recipes may be in any encoding.
+  return whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+}
+
+int check_recipes(const CheckOptions& options) {
+  std::vector<CheckedFile> files;
+  for (const std::string& file : options.recipes) {
+    CheckedFile checked{file, recipe::check_recipe(file)};
+    std::erase_if(checked.problems, [&options](const Problem& problem) {
+      return problem.severity == Severity::warning &&
+             std::find(options.allowed.begin(), options.allowed.end(), problem.kind) != options.allowed.end();
+    });
+    files.push_back(std::move(checked));
+  }
+  std::string out;
+  if (options.format == "json") {
+    out = json_text(files);
+  } else {
+    for (const CheckedFile& checked : files) append_text(out, checked);
+  }
+  if (print_out(out) != EXIT_OK) return EXIT_FAILED;
+  const bool clean = std::all_of(files.begin(), files.end(), [&options](const CheckedFile& checked) {
+    return checked.count(Severity::error) == 0 && !(options.strict && checked.count(Severity::warning) > 0);
+  });
+  return clean ? EXIT_OK : EXIT_FAILED;
+}
+
+}  // namespace
+
+void add_check_command(CLI::App& app, int& status) {
+  const auto options = std::make_shared<CheckOptions>();
+  CLI::App* check = app.add_subcommand("check", "Tell all that is wrong with recipes, without running them");
+  check->add_option("RECIPE", options->recipes, "Recipes, XML files")->required();
+  check->add_option("--format", options->format, "text, or json for programs (default: text)")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"text", "json"}));
+  check->add_flag("--strict", options->strict, "Exit status 1 for warnings too");
+  check->add_option("--allow", options->allowed, "Leave out warnings of this kind; may be given several times")
+      ->type_name("KIND")
+      ->expected(1);
+  check->footer(
+      "Exit status: 0 without errors, 1 with errors, 2 for a faulty command line.\n"
+      "\nExample:\n  vorlen check --strict recipes/*.xml");
+  check->callback([options, &status] { status = check_recipes(*options); });
+}

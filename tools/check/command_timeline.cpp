@@ -1,0 +1,190 @@
+// vorlen timeline RECIPE: the stages of a process on its time axis, periodic ones expanded.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "commands.h"
+#include "recipe/process_recipe.h"
+#include "recipe/read_recipe.h"
+#include "recipe/species_data.h"
+#include "terminal/output.h"
+#include "terminal/table.h"
+#include "terminal/terminal.h"
+
+namespace {
+
+using vorlen::PrePostStageRecord;
+using vorlen::ProcessRecipe;
+using vorlen::StageRecord;
+using vorlen::ValueRange;
+
+struct TimelineOptions {
+  std::string recipe;
+  bool csv = false;
+};
+
+struct Flow {
+  const char* name;
+  vorlen::GasSpecies species;
+};
+constexpr std::array<Flow, 7> FLOWS = {{{"TMIn", vorlen::TMIn_g},
+                                        {"TMGa", vorlen::TMGa_g},
+                                        {"TEGa", vorlen::TEGa_g},
+                                        {"TMAl", vorlen::TMAl_g},
+                                        {"N2", vorlen::N2_g},
+                                        {"NH3", vorlen::NH3_g},
+                                        {"H2", vorlen::H2_g}}};
+
+const ValueRange& flow_of(const StageRecord& stage, const Flow& flow) {
+  return stage.Q[static_cast<std::size_t>(flow.species)];
+}
+
+// A time or duration: ten digits hide what the sum of many durations is off by.
+std::string time_words(double value) { return fmt::format("{:.10g}", value); }
+std::string value_words(double value) { return fmt::format("{:.6g}", value); }
+
+std::string ramp_words(const ValueRange& range) {
+  const std::string begin = value_words(range.val);
+  return range.val == range.end ? begin : begin + " -> " + value_words(range.end);
+}
+
+using Row = std::vector<std::string>;
+
+template <typename Record>
+Row begin_row(const Record& stage) {
+  const std::string period = stage.period > 0 ? fmt::format(" (period {})", stage.period) : "";
+  return {stage.label + period, stage.name, time_words(stage.begin_time()), time_words(stage.end_time()),
+          time_words(stage.tau)};
+}
+
+Table begin_table(const char* kind) {
+  return {{{kind, true}, {"name", true}, {"begin, s"}, {"end, s"}, {"duration, s"}}, {}};
+}
+
+std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>& layers) {
+  Table table = begin_table(kind);
+  for (const char* heading : {"thickness, nm", "In", "Ga", "Al"}) table.columns.push_back({heading});
+  for (const PrePostStageRecord& layer : layers) {
+    Row row = begin_row(layer);
+    for (double value : {layer.thickness, layer.X_In_average, layer.X_Ga_average, layer.X_Al_average}) {
+      row.push_back(value_words(value));
+    }
+    table.rows.push_back(std::move(row));
+  }
+  return table_text(table, use_colour(stdout));
+}
+
+// Leaves out gases that never flow, and the rotation when no stage has one.
+std::string stage_table(const std::vector<StageRecord>& stages) {
+  std::vector<Flow> flows;
+  for (const Flow& flow : FLOWS) {
+    const bool used = std::any_of(stages.begin(), stages.end(), [&flow](const StageRecord& stage) {
+      return flow_of(stage, flow).val != 0.0 || flow_of(stage, flow).end != 0.0;
+    });
+    if (used) flows.push_back(flow);
+  }
+  const bool rotates =
+      std::any_of(stages.begin(), stages.end(), [](const StageRecord& stage) { return !stage.omega_TDR.undefined(); });
+  Table table = begin_table("stage");
+  table.columns.push_back({"T, K"});
+  table.columns.push_back({"P, Pa"});
+  for (const Flow& flow : flows) table.columns.push_back({std::string(flow.name) + ", sccm"});
+  if (rotates) table.columns.push_back({"rotation, rpm"});
+  for (const StageRecord& stage : stages) {
+    Row row = begin_row(stage);
+    row.push_back(ramp_words(stage.T));
+    row.push_back(ramp_words(stage.P));
+    for (const Flow& flow : flows) row.push_back(ramp_words(flow_of(stage, flow)));
+    if (rotates) row.push_back(ramp_words(stage.omega_TDR));
+    table.rows.push_back(std::move(row));
+  }
+  return table_text(table, use_colour(stdout));
+}
+
+std::string table_of(const ProcessRecipe& recipe) {
+  std::string out;
+  if (!recipe.pre_stages.empty()) out += layer_table("pre-stage", recipe.pre_stages) + "\n";
+  out += stage_table(recipe.active_stages);
+  if (!recipe.post_stages.empty()) out += "\n" + layer_table("post-stage", recipe.post_stages);
+  return out;
+}
+
+// ---- Comma-separated values: all columns, all digits; what a layer does not have is empty
+
+void append_ramp(Row& row, const ValueRange& range) {
+  row.push_back(range.undefined() ? "" : exact_number(range.val));
+  row.push_back(range.undefined() ? "" : exact_number(range.end));
+}
+
+template <typename Record>
+Row begin_csv_row(const char* kind, const Record& stage) {
+  return {kind,
+          stage.label,
+          stage.period > 0 ? std::to_string(stage.period) : "",
+          stage.name,
+          exact_number(stage.begin_time()),
+          exact_number(stage.end_time()),
+          exact_number(stage.tau)};
+}
+
+Row layer_csv_row(const char* kind, const PrePostStageRecord& layer) {
+  Row row = begin_csv_row(kind, layer);
+  row.resize(row.size() + 2 * (2 + FLOWS.size() + 1));  // temperature, pressure, flows and rotation
+  for (double value : {layer.thickness, layer.X_In_average, layer.X_Ga_average, layer.X_Al_average}) {
+    row.push_back(exact_number(value));
+  }
+  return row;
+}
+
+std::string csv_of(const ProcessRecipe& recipe) {
+  Table table;
+  for (const char* heading : {"kind", "stage", "period", "name", "begin_s", "end_s", "duration_s", "T_begin_K",
+                              "T_end_K", "P_begin_Pa", "P_end_Pa"}) {
+    table.columns.push_back({heading});
+  }
+  for (const Flow& flow : FLOWS) {
+    for (const char* end : {"_begin_sccm", "_end_sccm"}) table.columns.push_back({std::string(flow.name) + end});
+  }
+  for (const char* heading : {"omega_TDR_begin_rpm", "omega_TDR_end_rpm", "thickness_nm", "x_in", "x_ga", "x_al"}) {
+    table.columns.push_back({heading});
+  }
+  for (const PrePostStageRecord& layer : recipe.pre_stages) table.rows.push_back(layer_csv_row("pre", layer));
+  for (const StageRecord& stage : recipe.active_stages) {
+    Row row = begin_csv_row("active", stage);
+    append_ramp(row, stage.T);
+    append_ramp(row, stage.P);
+    for (const Flow& flow : FLOWS) append_ramp(row, flow_of(stage, flow));
+    append_ramp(row, stage.omega_TDR);
+    row.resize(table.columns.size());
+    table.rows.push_back(std::move(row));
+  }
+  for (const PrePostStageRecord& layer : recipe.post_stages) table.rows.push_back(layer_csv_row("post", layer));
+  return csv_text(table);
+}
+
+int show_timeline(const TimelineOptions& options) {
+  ProcessRecipe recipe;
+  std::string error;
+  if (vorlen::read_recipe(options.recipe.c_str(), recipe, error) != 0 || !recipe.validate_recipe(error)) {
+    return fail(error);
+  }
+  return print_out(options.csv ? csv_of(recipe) : table_of(recipe));
+}
+
+}  // namespace
+
+void add_timeline_command(CLI::App& app, int& status) {
+  const auto options = std::make_shared<TimelineOptions>();
+  CLI::App* timeline = app.add_subcommand("timeline", "Show the stages of a recipe in time, periodic ones expanded");
+  timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required();
+  timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
+  timeline->footer("A ramp is shown as begin -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
+  timeline->callback([options, &status] { status = show_timeline(*options); });
+}

@@ -1,0 +1,47 @@
+// Edit distance with swaps of neighbours (optimal string alignment).
+#include "check/nearest_word.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace {
+char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+}  // namespace
+
+int edit_distance(std::string_view a, std::string_view b) {
+  // Rows of the table for the last two letters of a and the present one.
+  std::vector<int> before(b.size() + 1);
+  std::vector<int> above(b.size() + 1);
+  std::vector<int> row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) above[j] = static_cast<int>(j);
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    row[0] = static_cast<int>(i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const bool same = lower(a[i - 1]) == lower(b[j - 1]);
+      row[j] = std::min({above[j] + 1, row[j - 1] + 1, above[j - 1] + (same ? 0 : 1)});
+      if (i > 1 && j > 1 && lower(a[i - 1]) == lower(b[j - 2]) && lower(a[i - 2]) == lower(b[j - 1])) {
+        row[j] = std::min(row[j], before[j - 2] + 1);
+      }
+    }
+    before.swap(above);
+    above.swap(row);
+  }
+  return above[b.size()];
+}
+
+std::string_view nearest_word(std::string_view word, const std::vector<std::string_view>& candidates) {
+  constexpr std::size_t LONGEST = 64;  // no name or keyword is longer; bounds the work for a value of any length
+  std::string_view nearest;
+  int least = 0;
+  if (word.size() > LONGEST) return nearest;
+  for (std::string_view candidate : candidates) {
+    if (candidate.size() > LONGEST) continue;
+    const int distance = edit_distance(word, candidate);
+    const int limit = static_cast<int>((std::max(word.size(), candidate.size()) + 1) / 3);
+    if (distance <= limit && (nearest.empty() || distance < least)) {
+      nearest = candidate;
+      least = distance;
+    }
+  }
+  return nearest;
+}

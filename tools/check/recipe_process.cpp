@@ -1,0 +1,229 @@
+// What is odd about a process that reads well: each of these has made runs fail, or grow what was not meant.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+#include <limits>
+#include <set>
+
+#include "check/recipe_reading.h"
+#include "recipe/xml_lookup.h"
+
+namespace recipe {
+
+namespace {
+
+using vorlen::ValueRange;
+
+constexpr double JUMP_MIN = 1.0;  // K; smaller ones, as from rounding to whole degrees, do no harm
+// A pause without metals from this temperature on, or one that heats up by more than this, brings the net growth rate
+// through 0, where the composition that the continuous scheme integrates has no value.
+constexpr double HOT_MIN = 1150.0;    // K
+constexpr double HEATING_MIN = 20.0;  // K
+
+double largest(const ValueRange& range) { return std::max(range.val, range.end); }
+
+bool flows_known(const ReadStage& stage) {
+  return std::all_of(stage.metals.begin(), stage.metals.end(), [](const auto& flow) { return flow.has_value(); });
+}
+
+// Sum of the group-III flows at one end of a stage.
+double metal_flow(const ReadStage& stage, double ValueRange::*end) {
+  double sum = 0.0;
+  for (const auto& flow : stage.metals) sum += std::max((*flow).*end, 0.0);
+  return sum;
+}
+
+const TiXmlElement& child_of(const TiXmlElement& element, std::initializer_list<const char*> path) {
+  const TiXmlElement* found = &element;
+  for (const char* name : path) {
+    const TiXmlElement* next = found->FirstChildElement(name);
+    if (next == nullptr) return element;
+    found = next;
+  }
+  return *found;
+}
+
+void warn(std::vector<Problem>& warnings, const char* kind, const TiXmlElement& element, const StagePlace& place,
+          std::string text, std::string hint) {
+  warnings.push_back(problem_at(Severity::warning, kind, element, nullptr, place, std::move(text), std::move(hint)));
+}
+
+// A precursor whose metal the material does not name. Gallium without other metals grows GaN, the usual buffer and
+// spacer of every alloy.
+bool foreign_flow(const std::string& material, const ReadStage& stage, std::size_t flow) {
+  const auto flowing = [&stage](Flow k) { return largest(*stage.metals[k]) > 0.0; };
+  if (!(largest(*stage.metals[flow]) > 0.0)) return false;
+  switch (flow) {
+    case TMIN:
+      return material == "AlGaN";
+    case TMAL:
+      return material == "InGaN";
+    default:
+      return material == "AlInN" && (flowing(TMIN) || flowing(TMAL));
+  }
+}
+
+void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
+  for (const ReadStage& stage : reading.stages) {
+    for (std::size_t k = 0; k < N_METAL_FLOWS && flows_known(stage); ++k) {
+      if (!foreign_flow(reading.material, stage, k)) continue;
+      warn(warnings, "flow-not-in-material", child_of(*stage.element, {"gas_species", "Q", METAL_FLOWS[k]}),
+           stage.place,
+           fmt::format("{} flows in {}, but the material is {}", METAL_FLOWS[k], stage.place.label, reading.material),
+           "the flow grows its metal all the same; set it to 0 or name the material that is meant");
+    }
+  }
+}
+
+// Heating or cooling from one stage to the next in no time, with nothing growing on one side: the integrator's steps
+// may become too small there.
+void warn_of_jump(const ReadStage& before, const ReadStage& behind, std::vector<Problem>& warnings) {
+  if (!before.T || !behind.T || !flows_known(before) || !flows_known(behind)) return;
+  const double from = before.T->end;
+  const double to = behind.T->val;
+  if (!(std::fabs(to - from) > JUMP_MIN)) return;
+  if (metal_flow(before, &ValueRange::end) > 0.0 && metal_flow(behind, &ValueRange::val) > 0.0) return;
+  warn(warnings, "temperature-jump", child_of(*behind.element, {"T"}), behind.place,
+       fmt::format("the temperature jumps from {} K at the end of {} to {} K in {} while nothing grows", from,
+                   before.place.label, to, behind.place.label),
+       "ramp it over 5 s or more, or use the staged scheme, which takes jumps as they are");
+}
+
+// ---- What makes the continuous scheme fail
+
+bool with_metals(const ReadStage& stage) {
+  return std::any_of(stage.metals.begin(), stage.metals.end(),
+                     [](const auto& flow) { return flow.has_value() && largest(*flow) > 0.0; });
+}
+
+// False when a flow is not known.
+bool without_metals(const ReadStage& stage) {
+  return std::all_of(stage.metals.begin(), stage.metals.end(),
+                     [](const auto& flow) { return flow.has_value() && largest(*flow) <= 0.0; });
+}
+
+// How to choose the staged scheme in this recipe.
+std::string remedy(const Reading& reading) {
+  const TiXmlElement* integration = reading.integration;
+  const char* change = "add <integration><scheme val=\"staged\"/></integration> to the recipe";
+  if (integration != nullptr && integration->FirstChildElement("scheme") == nullptr) {
+    change = "add <scheme val=\"staged\"/> to the element integration";
+  } else if (integration != nullptr) {
+    change = "write <scheme val=\"staged\"/> in the element integration";
+  }
+  return fmt::format("{}, or run it with --scheme staged", change);
+}
+
+// The stages in the order in which they are grown. Two periods of a periodic stage show all its neighbours.
+std::vector<const ReadStage*> grown_order(const std::vector<ReadStage>& stages) {
+  std::vector<const ReadStage*> order;
+  for (std::size_t k = 0; k < stages.size(); ++k) {
+    order.push_back(&stages[k]);
+    if (stages[k].repeats_from < 0) continue;
+    for (std::size_t m = static_cast<std::size_t>(stages[k].repeats_from); m <= k; ++m) order.push_back(&stages[m]);
+  }
+  return order;
+}
+
+// A pause is a sequence of stages without metals. The first hot stage of each is reported when something grows after
+// it.
+void warn_of_hot_pauses(const Reading& reading, std::vector<Problem>& warnings) {
+  const std::vector<const ReadStage*> order = grown_order(reading.stages);
+  std::set<const ReadStage*> reported;
+  bool pause_is_reported = false;
+  double coolest = std::numeric_limits<double>::infinity();  // K, since the last growth
+  for (auto one = order.begin(); one != order.end(); ++one) {
+    const ReadStage& stage = **one;
+    if (!without_metals(stage)) {
+      pause_is_reported = false;
+      coolest = stage.T ? stage.T->end : std::numeric_limits<double>::infinity();
+      continue;
+    }
+    if (!stage.T) continue;
+    coolest = std::min(coolest, stage.T->val);
+    const double before = coolest;
+    coolest = std::min(coolest, stage.T->end);
+    const double hottest = largest(*stage.T);
+    const bool heats_up = hottest - before > HEATING_MIN;
+    if (pause_is_reported || !(hottest >= HOT_MIN || heats_up)) continue;
+    const auto growth = std::find_if(one, order.end(), [](const ReadStage* later) { return with_metals(*later); });
+    if (growth == order.end()) return;
+    pause_is_reported = true;
+    if (!reported.insert(&stage).second) continue;
+    const std::string what =
+        heats_up ? fmt::format("heats up from {} K to {} K", before, hottest) : fmt::format("is at {} K", hottest);
+    warn(warnings, "hot-pause", child_of(*stage.element, {"T"}), stage.place,
+         fmt::format("{} {} without group-III flow, and {} grows after it: the continuous scheme may fail or give "
+                     "unphysical results",
+                     stage.place.label, what, (*growth)->place.label),
+         remedy(reading));
+  }
+}
+
+// V-defects that open in indium-rich layers after a first layer without indium.
+void warn_of_spacer(const Reading& reading, std::vector<Problem>& warnings) {
+  if (!reading.stress_on.value_or(false)) return;
+  const ReadStage* spacer = nullptr;
+  for (const ReadStage& stage : reading.stages) {
+    if (without_metals(stage)) continue;
+    if (spacer == nullptr && !flows_known(stage)) return;
+    const bool indium = stage.metals[TMIN] && largest(*stage.metals[TMIN]) > 0.0;
+    if (spacer == nullptr && indium) return;
+    if (spacer == nullptr) spacer = &stage;
+    if (!indium) continue;
+    warn(warnings, "spacer", child_of(*stage.element, {"gas_species", "Q", "TMIn"}), stage.place,
+         fmt::format("with V_dislocation, {} grows without indium before TMIn flows in {}: the continuous scheme may "
+                     "fail or give unphysical V-defects",
+                     spacer->place.label, stage.place.label),
+         remedy(reading));
+    return;
+  }
+}
+
+void warn_of_continuous_scheme(const Reading& reading, std::vector<Problem>& warnings) {
+  if (reading.scheme != "continuous") return;
+  warn_of_hot_pauses(reading, warnings);
+  warn_of_spacer(reading, warnings);
+  const TiXmlElement* tolerance =
+      reading.integration == nullptr ? nullptr : reading.integration->FirstChildElement("tolerance");
+  if (tolerance == nullptr) return;
+  warn(warnings, "no-effect", *tolerance, {},
+       fmt::format("element {} has no effect with the continuous scheme", vorlen::element_full_name(tolerance)),
+       remedy(reading));
+}
+
+}  // namespace
+
+void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
+  const std::vector<ReadStage>& stages = reading.stages;
+  warn_of_flows(reading, warnings);
+  warn_of_continuous_scheme(reading, warnings);
+  for (std::size_t k = 0; k < stages.size(); ++k) {
+    if (reading.scheme != "continuous") continue;
+    if (k > 0) warn_of_jump(stages[k - 1], stages[k], warnings);
+    if (stages[k].repeats_from >= 0) {
+      warn_of_jump(stages[k], stages[static_cast<std::size_t>(stages[k].repeats_from)], warnings);
+    }
+  }
+  if (stages.empty()) return;
+  const ReadStage& first = stages.front();
+  const bool rate_prescribed = reading.transport_model == "InGaN_GR_X";
+  // Without gallium the model InGaN_GR_X refuses the recipe; an alloy without gallium needs none.
+  if (!rate_prescribed && reading.material != "AlInN" && flows_known(first) && !(largest(*first.metals[TMGA]) > 0.0) &&
+      !(largest(*first.metals[TEGA]) > 0.0)) {
+    warn(
+        warnings, "no-gallium", child_of(*first.element, {"gas_species", "Q"}), first.place,
+        fmt::format("the first stage, {}, has no gallium flow", first.place.label),
+        "the run begins from a surface of GaN, and its first steps may fail; begin with a stage that has TMGa or TEGa");
+  }
+  if (rate_prescribed) {
+    const TiXmlElement& rate = child_of(*first.element, {"GR_average"});
+    const char* text = rate.Attribute("val");
+    warn(warnings, "rate-unit", rate, first.place, "GR_average of the model InGaN_GR_X acts as nm/s, not as µm/h",
+         text == nullptr ? "1 µm/h is 0.2778 nm/s" : fmt::format("{} is {} nm/s; 1 µm/h is 0.2778 nm/s", text, text));
+  }
+}
+
+}  // namespace recipe

@@ -1,0 +1,165 @@
+// What the library accepts in silence because it never looks at it: elements, attributes and texts that are not read.
+#include <fmt/core.h>
+
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
+
+#include "check/nearest_word.h"
+#include "check/recipe_reading.h"
+#include "recipe/xml_lookup.h"
+
+namespace recipe {
+
+namespace {
+
+// The names of the stages in a list begin with this; "stage_2_" in the periodic stage_2.
+std::string list_prefix(const Row& row, const TiXmlElement& list) {
+  if (row.section == Section::periodic) return list.ValueStr() + "_";
+  return {row.name, std::strlen(row.name) - 1};
+}
+
+// The row of a child, of lists of stages too; null for an unknown element.
+const Row* row_of_child(Section section, const TiXmlElement& parent, const TiXmlElement& child, int& number) {
+  number = 0;
+  for (const Row* row : rows_of(section)) {
+    if (row->kind == Kind::stage_list) {
+      number = stage_number(list_prefix(*row, parent) + "#", child.Value());
+      if (number > 0) return row;
+    } else if (child.ValueStr() == row->name) {
+      return row;
+    }
+  }
+  return nullptr;
+}
+
+// Why an element of the table is not read here; empty when that is not known.
+std::string reason_of(const Row& row, const Reading& reading) {
+  if (row.condition == Condition::given) return "it is read beside given alone";
+  if (asked(row.condition, reading) != Asked::no) return "";
+  if (row.condition == Condition::stress_off) return "with V_dislocation the density follows from the last pre-stage";
+  return "read " + plain(condition_words(row.condition)) + " alone";
+}
+
+struct Unread {
+  const Reading& reading;
+  std::vector<Problem>& warnings;
+
+  void warn(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
+            std::string text, std::string hint) {
+    warnings.push_back(
+        problem_at(Severity::warning, kind, element, attribute, place, std::move(text), std::move(hint)));
+  }
+
+  void look_at_attributes(const TiXmlElement& element, const ReadElement& read);
+  void look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read,
+                     const TiXmlElement* first_of_name);
+  void look_at(const TiXmlElement& element);
+};
+
+void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& read) {
+  const std::vector<const char*> known = attributes_of(*read.row);
+  for (const TiXmlAttribute* one = element.FirstAttribute(); one != nullptr; one = one->Next()) {
+    const std::string_view name = one->Name();
+    bool is_known = false;
+    for (const char* attribute : known) is_known = is_known || name == attribute;
+    // What schemas and editors put there.
+    if (is_known || name.starts_with("xml") || name.starts_with("xsi:")) continue;
+    const std::string_view nearest = nearest_word(name, {known.begin(), known.end()});
+    std::string hint;
+    if (!nearest.empty()) {
+      hint = fmt::format("did you mean {}?", nearest);
+    } else if (known.empty()) {
+      hint = "the element has no attributes";
+    } else {
+      for (const char* attribute : known) hint += (hint.empty() ? "read here: " : ", ") + std::string(attribute);
+    }
+    warn("unknown-attribute", element, one->Name(), read.place,
+         fmt::format("attribute {} of element {} is not read", name, vorlen::element_full_name(&element)), hint);
+  }
+}
+
+void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read,
+                           const TiXmlElement* first_of_name) {
+  const std::string path = vorlen::element_full_name(&child);
+  if (first_of_name != nullptr) {
+    if (reading.elements.count(first_of_name) == 0) return;  // the first one has its own warning
+    warn("duplicate", child, nullptr, read.place, fmt::format("a second element {} is not read", path),
+         fmt::format("the first one, in line {}, counts", first_of_name->Row()));
+    return;
+  }
+  int number = 0;
+  const Row* row = row_of_child(read.children, parent, child, number);
+  if (row == nullptr) {
+    std::vector<std::string_view> names;
+    for (const Row* known : rows_of(read.children)) {
+      if (known->kind != Kind::stage_list) names.emplace_back(known->name);
+    }
+    const std::string_view nearest = nearest_word(child.Value(), names);
+    std::string hint = nearest.empty() ? "" : fmt::format("did you mean {}?", nearest);
+    if (read.children == Section::root && find_row(Section::integration, child.Value()) != nullptr) {
+      hint = "it belongs in integration";
+    } else if (read.children == Section::periodic && find_row(Section::stage, child.Value()) != nullptr) {
+      hint = fmt::format("a periodic stage has none; it belongs into {}_1 and the other sub-stages", parent.Value());
+    } else if (read.row->kind != Kind::container && read.row->kind != Kind::stage_list) {
+      hint = "values stand in attributes";
+    }
+    warn("unknown-element", child, nullptr, read.place, fmt::format("element {} is not known and not read", path),
+         hint);
+    return;
+  }
+  if (row->kind == Kind::stage_list) {
+    warn("not-read", child, nullptr, read.place, fmt::format("element {} is not read", path),
+         fmt::format("the number of stages in {} is {}", parent.Value(), read.stage_count));
+    return;
+  }
+  const std::string reason = reason_of(*row, reading);
+  if (!reason.empty()) {
+    warn("not-read", child, nullptr, read.place, fmt::format("element {} is not read", path), reason);
+  }
+}
+
+void Unread::look_at(const TiXmlElement& element) {
+  const ReadElement& read = reading.elements.at(&element);
+  look_at_attributes(element, read);
+  // A nested periodic stage, whose children mean nothing.
+  if (read.row->kind == Kind::stage_list && read.children == Section::none) return;
+  std::unordered_map<std::string_view, const TiXmlElement*> first_of_name;
+  for (const TiXmlNode* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
+    if (const TiXmlText* text = node->ToText(); text != nullptr && !is_blank(text->Value())) {
+      Problem problem = problem_at(Severity::warning, "stray-text", element, nullptr, read.place,
+                                   fmt::format("text in element {} is not read", vorlen::element_full_name(&element)),
+                                   "values stand in attributes");
+      problem.line = text->Row();
+      problem.column = text->Column();
+      warnings.push_back(std::move(problem));
+    }
+    const TiXmlElement* child = node->ToElement();
+    if (child == nullptr) continue;
+    const auto [first, is_first] = first_of_name.emplace(child->ValueStr(), child);
+    if (reading.elements.count(child) != 0) {
+      look_at(*child);
+    } else {
+      look_at_child(*child, element, read, is_first ? nullptr : first->second);
+    }
+  }
+}
+
+}  // namespace
+
+void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::vector<Problem>& warnings) {
+  Unread unread{reading, warnings};
+  for (const TiXmlElement* top = document.FirstChildElement(); top != nullptr; top = top->NextSiblingElement()) {
+    if (reading.elements.count(top) != 0) {
+      unread.look_at(*top);
+      continue;
+    }
+    const std::string_view nearest = nearest_word(top->Value(), {"NonstSurfChem"});
+    unread.warn("unknown-element", *top, nullptr, {},
+                fmt::format("element {} beside the root is not read", top->Value()),
+                nearest.empty() || top->ValueStr() == nearest ? "a recipe has one root, NonstSurfChem"
+                                                              : "did you mean NonstSurfChem?");
+  }
+}
+
+}  // namespace recipe

@@ -1,0 +1,66 @@
+// vorlen explain "TEXT": what a message means, and what to do about it.
+#include <fmt/color.h>
+#include <fmt/core.h>
+
+#include <cstdio>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "help/embedded_texts.h"
+#include "help/message_catalogue.h"
+#include "terminal/output.h"
+#include "terminal/terminal.h"
+
+namespace {
+
+constexpr std::size_t CLOSEST_COUNT = 3;
+constexpr std::size_t LONGEST_TEXT = 65536;  // bytes; longer input is no message
+
+std::string entry_text(const MessageEntry& entry, bool colour) {
+  std::string text = colour ? fmt::format(fmt::emphasis::bold, "{}", entry.pattern) : entry.pattern;
+  text += '\n';
+  text += fmt::format("  Section:     {}\n", entry.section);
+  if (!entry.meaning.empty()) text += fmt::format("  Meaning:     {}\n", entry.meaning);
+  if (!entry.what_to_do.empty()) text += fmt::format("  What to do:  {}\n", entry.what_to_do);
+  return text;
+}
+
+std::string entries_text(const std::vector<const MessageEntry*>& entries) {
+  std::string text;
+  for (const MessageEntry* entry : entries) {
+    if (!text.empty()) text += '\n';
+    text += entry_text(*entry, use_colour(stdout));
+  }
+  return text;
+}
+
+int explain(std::string text) {
+  if (text.empty()) text.assign(std::istreambuf_iterator<char>(std::cin), {});
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos) return fail("there is no text to explain", EXIT_USAGE);
+  text.resize(std::min(text.size(), LONGEST_TEXT));
+  const std::vector<MessageEntry> entries = read_message_page(embedded_messages());
+  const std::vector<const MessageEntry*> found = matching_entries(entries, text);
+  if (!found.empty()) return print_out(entries_text(found));
+  fail("no message reads like this. The closest are:");
+  print_out(entries_text(closest_entries(entries, text, CLOSEST_COUNT)));
+  return EXIT_FAILED;
+}
+
+}  // namespace
+
+void add_explain_command(CLI::App& app, int& status) {
+  const auto text = std::make_shared<std::string>();
+  CLI::App* command = app.add_subcommand("explain", "Tell what a message means, and what to do about it");
+  command->add_option("TEXT", *text, "The message, with its values; without one, standard input is read")
+      ->type_name("");
+  command->footer(
+      "Exit status: 0 explained, 1 unknown; then the closest messages are shown.\n\n"
+      "Examples:\n"
+      "  vorlen explain \"Step size has become too small\"\n"
+      "  vorlen run recipe.xml 2>&1 | vorlen explain");
+  command->callback([text, &status] { status = explain(*text); });
+}

@@ -1,0 +1,85 @@
+// vorlen new KIND: a commented recipe to start from.
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "commands.h"
+#include "help/embedded_texts.h"
+#include "terminal/files.h"
+#include "terminal/output.h"
+#include "terminal/table.h"
+#include "terminal/terminal.h"
+
+namespace {
+
+struct NewOptions {
+  std::string kind;  // empty: the kinds are listed
+  std::string file;  // empty: KIND.xml; "-": stdout
+  bool force = false;
+};
+
+// The first sentence of the comment that a recipe begins with, on one line.
+std::string first_sentence(const std::string& recipe) {
+  const std::string opening = "<!--";
+  const std::size_t begin = recipe.find(opening);
+  if (begin == std::string::npos) return "";
+  std::string sentence;
+  for (std::size_t i = begin + opening.size(); i < recipe.size(); ++i) {
+    const bool blank = recipe[i] == ' ' || recipe[i] == '\n';
+    if (blank && !sentence.empty() && sentence.back() == '.') break;
+    if (!blank) {
+      sentence += recipe[i];
+    } else if (!sentence.empty() && sentence.back() != ' ') {
+      sentence += ' ';
+    }
+  }
+  return sentence;
+}
+
+int list_kinds() {
+  Table table{{{"Kind", true}, {"Recipe", true}}, {}};
+  for (const EmbeddedRecipe& recipe : embedded_recipes()) {
+    table.rows.push_back({recipe.kind, first_sentence(recipe.text)});
+  }
+  return print_out(table_text(table, use_colour(stdout)));
+}
+
+int write_recipe(const NewOptions& options) {
+  if (options.kind.empty()) return list_kinds();
+  const std::vector<EmbeddedRecipe>& recipes = embedded_recipes();
+  const auto recipe = std::find_if(recipes.begin(), recipes.end(),
+                                   [&options](const EmbeddedRecipe& each) { return options.kind == each.kind; });
+  if (options.file == "-") return print_out(recipe->text);
+  const std::string file = options.file.empty() ? options.kind + ".xml" : options.file;
+  std::error_code ignored;
+  if (std::filesystem::is_directory(file, ignored)) return fail(file + " is a directory");
+  if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
+    return fail(file + " is there already (--force replaces it)");
+  }
+  std::string error;
+  if (!write_file(file, recipe->text, error)) return fail(error);
+  std::fputs(("vorlen: wrote " + file + "\n").c_str(), stderr);
+  return EXIT_OK;
+}
+
+}  // namespace
+
+void add_new_command(CLI::App& app, int& status) {
+  const auto options = std::make_shared<NewOptions>();
+  std::vector<std::string> kinds;
+  kinds.reserve(embedded_recipes().size());
+  for (const EmbeddedRecipe& recipe : embedded_recipes()) kinds.emplace_back(recipe.kind);
+  CLI::App* command = app.add_subcommand("new", "Write a commented recipe to start from");
+  command->add_option("KIND", options->kind, "Kind of recipe; without one, the kinds are listed")
+      ->type_name("")
+      ->check(CLI::IsMember(kinds));
+  command->add_option("-o,--output", options->file, "File to write (default: KIND.xml), or - for standard output")
+      ->type_name("RECIPE");
+  command->add_flag("--force", options->force, "Replace a file that is there");
+  command->footer("Example:\n  vorlen new ingan_gan_mqw -o wells.xml");
+  command->callback([options, &status] { status = write_recipe(*options); });
+}

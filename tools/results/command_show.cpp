@@ -1,0 +1,149 @@
+// vorlen show RESULT: the layers of a result file, for people, as CSV and as JSON.
+#include <fmt/core.h>
+
+#include <cmath>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "results/layer_values.h"
+#include "results/result_check.h"
+#include "terminal/output.h"
+#include "terminal/table.h"
+#include "terminal/terminal.h"
+
+namespace {
+
+struct ShowOptions {
+  std::string result;
+  bool csv = false;
+  bool json = false;
+};
+
+constexpr double SMALLEST_SHOWN_FRACTION = 0.0005;
+constexpr double UM_PER_H = 3.6;  // 1 nm/s in um/h
+
+// The formula of the alloy: "GaN", "In0.152Ga0.848N". Metals that round to nothing are left out.
+std::string formula(const std::array<double, 3>& x) {
+  static constexpr std::array<const char*, 3> SYMBOLS = {"In", "Ga", "Al"};
+  static constexpr std::array<std::size_t, 3> ORDER = {0, 2, 1};  // as the alloys are named: In, Al, Ga
+  if (std::isnan(x[0] + x[1] + x[2])) return "-";
+  std::string text;
+  for (const std::size_t metal : ORDER) {
+    if (std::fabs(x[metal]) < SMALLEST_SHOWN_FRACTION) continue;
+    text += SYMBOLS[metal];
+    if (std::fabs(x[metal] - 1.0) >= SMALLEST_SHOWN_FRACTION) text += fmt::format("{:.3f}", x[metal]);
+  }
+  return text + 'N';
+}
+
+std::string text_of(const std::vector<LayerValues>& layers) {
+  const bool colour = use_colour(stdout);
+  const std::string um_per_h = std::string("Rate, ") + unit_names().micrometres_per_hour;
+  Table growth{{{" No."},
+                {"Layer", true},
+                {"Stage", true},
+                {"Duration, s"},
+                {"Thickness, nm"},
+                {"Rate, nm/s"},
+                {um_per_h},
+                {"Mean composition", true},
+                {"At its end", true}},
+               {}};
+  Table strain{{{" No."},
+                {"Layer", true},
+                {"Strain as grown, %"},
+                {"at the end, %"},
+                {"Relaxation, %"},
+                {"Dislocations as grown, cm^-2"},
+                {"at the end, cm^-2"},
+                {"V-defects, cm^-2"}},
+               {}};
+  std::size_t number = 0;
+  for (const LayerValues& layer : layers) {
+    const std::string label = std::to_string(++number);
+    const std::string name = printable(layer.name);
+    growth.rows.push_back({label, name, layer_kind_name(layer.kind), fmt::format("{:.10g}", layer.duration),
+                           fixed_number(layer.thickness, 3), fixed_number(layer.mean_rate, 4),
+                           fixed_number(UM_PER_H * layer.mean_rate, 3), formula(layer.x), formula(layer.x_end)});
+    strain.rows.push_back({label, name, fixed_number(100.0 * layer.eps_xx_t, 3),
+                           fixed_number(100.0 * layer.eps_xx_z, 3), fixed_number(100.0 * layer.relaxation, 1),
+                           short_number(layer.rho_td_t), short_number(layer.rho_td_z),
+                           short_number(layer.v_defects_t)});
+  }
+  return table_text(growth, colour) + '\n' + table_text(strain, colour);
+}
+
+// The numbers of a layer by their identifiers, in the order of docs/result-format.md.
+std::vector<std::pair<const char*, double>> numbers_of(const LayerValues& layer) {
+  return {{"begin", layer.begin},
+          {"end", layer.end},
+          {"duration", layer.duration},
+          {"thickness", layer.thickness},
+          {"mean_rate", layer.mean_rate},
+          {"x_in", layer.x[0]},
+          {"x_ga", layer.x[1]},
+          {"x_al", layer.x[2]},
+          {"x_in_end", layer.x_end[0]},
+          {"x_ga_end", layer.x_end[1]},
+          {"x_al_end", layer.x_end[2]},
+          {"eps_xx_t", layer.eps_xx_t},
+          {"eps_xx_z", layer.eps_xx_z},
+          {"rho_td_t", layer.rho_td_t},
+          {"rho_td_z", layer.rho_td_z},
+          {"v_defects_t", layer.v_defects_t},
+          {"relaxation", layer.relaxation}};
+}
+
+std::string csv_of(const std::vector<LayerValues>& layers) {
+  Table table{{{"number"}, {"name"}, {"kind"}}, {}};
+  for (const auto& [identifier, value] : numbers_of(LayerValues())) table.columns.push_back({identifier});
+  for (const LayerValues& layer : layers) {
+    std::vector<std::string> row = {std::to_string(table.rows.size() + 1), layer.name, layer_kind_name(layer.kind)};
+    for (const auto& [identifier, value] : numbers_of(layer)) row.push_back(exact_number(value));
+    table.rows.push_back(row);
+  }
+  return csv_text(table);
+}
+
+// JSON has no NaN: it is null there.
+std::string json_of(const std::string& path, const std::vector<LayerValues>& layers, const std::string& unphysical) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const LayerValues& layer : layers) {
+    nlohmann::ordered_json record = {
+        {"number", list.size() + 1}, {"name", layer.name}, {"kind", layer_kind_name(layer.kind)}};
+    for (const auto& [identifier, value] : numbers_of(layer)) record[identifier] = value;
+    list.push_back(record);
+  }
+  const nlohmann::ordered_json document = {
+      {"result_file", path},
+      {"unphysical", unphysical.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(unphysical)},
+      {"layers", list}};
+  return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
+}
+
+int show_result(const ShowOptions& options) {
+  ResultFile result;
+  std::string error;
+  if (!read_result_file(options.result, result, error)) return fail(error);
+  const std::vector<LayerValues> layers = layer_values(result);
+  const std::string unphysical = unphysical_text(result, stages_of(result));
+  if (!unphysical.empty()) warn(options.result + ": " + unphysical);
+  if (options.csv) return print_out(csv_of(layers));
+  if (options.json) return print_out(json_of(options.result, layers, unphysical));
+  return print_out(text_of(layers));
+}
+
+}  // namespace
+
+void add_show_command(CLI::App& app, int& status) {
+  const auto options = std::make_shared<ShowOptions>();
+  CLI::App* show = app.add_subcommand("show", "Show the layers of a result file");
+  show->add_option("RESULT", options->result, "Result file")->required()->type_name("");
+  CLI::Option* csv = show->add_flag("--csv", options->csv, "Comma-separated values, with all digits");
+  show->add_flag("--json", options->json, "JSON, with all digits; null for what is not defined")->excludes(csv);
+  show->footer("Example:\n  vorlen show algan_gan_hemt.result.txt");
+  show->callback([options, &status] { status = show_result(*options); });
+}

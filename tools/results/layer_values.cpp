@@ -1,0 +1,144 @@
+// Layers are found in the rows by time: the durations follow each other from the first row's time on. Rows of
+// pre-stages and post-stages come in pairs and are told from active rows by the end of their lines.
+#include "results/layer_values.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+
+namespace {
+
+constexpr double UNDEFINED = std::numeric_limits<double>::quiet_NaN();
+constexpr double TIME_TOLERANCE = 1e-9;     // of a layer's end, for sums of durations that were rounded otherwise
+constexpr double SMALLEST_MISMATCH = 1e-6;  // angstrom; below it a relaxation says nothing
+constexpr std::array<ResultColumn, 3> METALS = {ResultColumn::X_IN, ResultColumn::X_GA, ResultColumn::X_AL};
+
+// The rows of the three kinds: [0, active_begin) of pre-stages, [active_begin, active_end) active, then post-stages.
+struct RowGroups {
+  std::size_t active_begin = 0;
+  std::size_t active_end = 0;
+  std::size_t pre_layers = 0;
+  std::size_t post_layers = 0;
+};
+
+RowGroups group_rows(const ResultFile& result) {
+  const auto is_active = [](const ResultRow& row) { return row.active; };
+  const std::vector<ResultRow>& rows = result.rows;
+  const auto first = std::find_if(rows.begin(), rows.end(), is_active);
+  const auto last = std::find_if(rows.rbegin(), rows.rend(), is_active);
+  RowGroups groups;
+  groups.active_begin = static_cast<std::size_t>(first - rows.begin());
+  groups.active_end = first == rows.end() ? rows.size() : static_cast<std::size_t>(rows.rend() - last);
+  groups.pre_layers = std::min(groups.active_begin / 2, result.layers.size());
+  groups.post_layers = std::min((rows.size() - groups.active_end) / 2, result.layers.size() - groups.pre_layers);
+  return groups;
+}
+
+double at_time(const ResultRow& a, const ResultRow& b, ResultColumn column, double time) {
+  const double share = (time - a.at(ResultColumn::TIME)) / (b.at(ResultColumn::TIME) - a.at(ResultColumn::TIME));
+  return a.at(column) + share * (b.at(column) - a.at(column));
+}
+
+// The first of the rows later than time; past if there is none.
+const ResultRow* first_after(const ResultRow* first, const ResultRow* past, double time) {
+  return std::partition_point(first, past, [time](const ResultRow& row) { return row.at(ResultColumn::TIME) <= time; });
+}
+
+// The integral of x dz by the trapezoid rule over the pairs of rows in [first, past), clipped in time to the layer,
+// divided by the height grown.
+std::array<double, 3> mean_composition(const ResultRow* first, const ResultRow* past, double begin, double end) {
+  std::array<double, 3> integral{};
+  double grown = 0.0;
+  for (const ResultRow* b = first == past ? past : first + 1; b < past; ++b) {
+    const ResultRow* a = b - 1;
+    const double from = std::max(begin, a->at(ResultColumn::TIME));
+    const double to = std::min(end, b->at(ResultColumn::TIME));
+    if (!(to > from)) continue;
+    const double step = at_time(*a, *b, ResultColumn::Z, to) - at_time(*a, *b, ResultColumn::Z, from);
+    grown += step;
+    for (std::size_t metal = 0; metal < METALS.size(); ++metal) {
+      integral[metal] += 0.5 * (at_time(*a, *b, METALS[metal], from) + at_time(*a, *b, METALS[metal], to)) * step;
+    }
+  }
+  if (!(grown > 0.0)) return {UNDEFINED, UNDEFINED, UNDEFINED};
+  for (double& x : integral) x /= grown;
+  return integral;
+}
+
+double relaxation(const ResultRow& row, double a_sub) {
+  const double a_eff = row.at(ResultColumn::A_EFF_Z);
+  const double a_free = a_eff / (1.0 + row.at(ResultColumn::EPS_XX_Z));
+  return std::fabs(a_free - a_sub) < SMALLEST_MISMATCH ? UNDEFINED : (a_eff - a_sub) / (a_free - a_sub);
+}
+
+void set_end_values(LayerValues& layer, const ResultRow* row, double a_sub) {
+  const auto value = [row](ResultColumn column) { return row == nullptr ? UNDEFINED : row->at(column); };
+  for (std::size_t metal = 0; metal < METALS.size(); ++metal) layer.x_end[metal] = value(METALS[metal]);
+  layer.eps_xx_t = value(ResultColumn::EPS_XX_T);
+  layer.eps_xx_z = value(ResultColumn::EPS_XX_Z);
+  layer.rho_td_t = value(ResultColumn::RHO_TD_T);
+  layer.rho_td_z = value(ResultColumn::RHO_TD_Z);
+  layer.v_defects_t = value(ResultColumn::RHO_VD0_T) / 2.0;  // the column holds two times the density
+  layer.relaxation = row == nullptr ? UNDEFINED : relaxation(*row, a_sub);
+}
+
+}  // namespace
+
+std::vector<LayerValues> layer_values(const ResultFile& result) {
+  const RowGroups groups = group_rows(result);
+  const ResultRow* rows = result.rows.data();
+  const ResultRow* active_begin = rows + groups.active_begin;
+  const ResultRow* active_end = rows + groups.active_end;
+  const std::size_t count = result.layers.size();
+  const std::size_t substrate_row = groups.pre_layers > 0 ? 2 * groups.pre_layers - 1 : 0;
+  const double a_sub = result.rows.empty() ? UNDEFINED : rows[substrate_row].at(ResultColumn::A_EFF_Z);
+  double clock = result.rows.empty() ? UNDEFINED : rows[0].at(ResultColumn::TIME);
+
+  std::vector<LayerValues> values;
+  for (std::size_t i = 0; i < count; ++i) {
+    LayerValues layer;
+    layer.name = result.layers[i].name;
+    layer.duration = result.layers[i].duration;
+    layer.thickness = result.layers[i].thickness;
+    layer.begin = clock;
+    clock += layer.duration;
+    layer.end = clock;
+    layer.mean_rate = layer.duration == 0.0 ? UNDEFINED : layer.thickness / layer.duration;
+
+    const ResultRow* first = nullptr;  // of the rows that touch the layer
+    const ResultRow* past = nullptr;
+    const ResultRow* end_row = nullptr;
+    if (i < groups.pre_layers || i + groups.post_layers >= count) {
+      layer.kind = i < groups.pre_layers ? LayerKind::PRE : LayerKind::POST;
+      first = i < groups.pre_layers ? rows + 2 * i : active_end + 2 * (i + groups.post_layers - count);
+      past = first + 2;
+      end_row = first + 1;
+    } else if (active_begin < active_end) {
+      const double slack = TIME_TOLERANCE * std::fabs(layer.end);
+      const ResultRow* after_begin = first_after(active_begin, active_end, layer.begin);
+      const ResultRow* after_end = first_after(after_begin, active_end, layer.end);
+      const ResultRow* past_end = first_after(active_begin, active_end, layer.end + slack);
+      first = after_begin == active_begin ? active_begin : after_begin - 1;
+      past = after_end == active_end ? active_end : after_end + 1;
+      const bool has_end = past_end > active_begin && past_end[-1].at(ResultColumn::TIME) > layer.begin + slack;
+      if (has_end) end_row = past_end - 1;
+    }
+    layer.x = mean_composition(first, past, layer.begin, layer.end);
+    set_end_values(layer, end_row, a_sub);
+    values.push_back(layer);
+  }
+  return values;
+}
+
+const char* layer_kind_name(LayerKind kind) {
+  switch (kind) {
+    case LayerKind::PRE:
+      return "pre";
+    case LayerKind::ACTIVE:
+      return "active";
+    case LayerKind::POST:
+      return "post";
+  }
+  return "";
+}

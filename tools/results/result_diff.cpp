@@ -1,0 +1,227 @@
+// Rows are compared one by one where the heights agree. Else each file is a curve over height, linear between its rows,
+// and both are compared at the heights of either. Where a height stands for several rows (growth pauses, and what has
+// been etched) a curve jumps from the first of them to the last; both sides of the jump are compared.
+#include "results/result_diff.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <iterator>
+#include <limits>
+
+#include "results/layer_values.h"
+#include "terminal/table.h"
+
+namespace {
+
+constexpr double INFINITE = std::numeric_limits<double>::infinity();
+
+constexpr std::array<ColumnName, RESULT_COLUMN_COUNT> COLUMN_NAMES = {{{"time", "s"},
+                                                                       {"z", "nm"},
+                                                                       {"rate", "nm/s"},
+                                                                       {"x_in", ""},
+                                                                       {"x_ga", ""},
+                                                                       {"x_al", ""},
+                                                                       {"rho_td_t", "cm^-2"},
+                                                                       {"rho_vd0_t", "cm^-2"},
+                                                                       {"a_eff_t", "angstrom"},
+                                                                       {"eps_xx_t", ""},
+                                                                       {"eps_yy_t", ""},
+                                                                       {"eps_zz_t", ""},
+                                                                       {"eps_yz_t", ""},
+                                                                       {"rho_td_z", "cm^-2"},
+                                                                       {"a_eff_z", "angstrom"},
+                                                                       {"eps_xx_z", ""},
+                                                                       {"eps_yy_z", ""},
+                                                                       {"eps_zz_z", ""},
+                                                                       {"eps_yz_z", ""}}};
+
+// |a - b|; nothing between two not-a-numbers or the same infinities.
+double deviation_of(double a, double b) {
+  if (a == b || (std::isnan(a) && std::isnan(b))) return 0.0;
+  const double deviation = std::fabs(a - b);
+  return std::isnan(deviation) ? INFINITE : deviation;
+}
+
+bool beyond(double deviation, double scale, double tolerance) {
+  return deviation > 0.0 && !(deviation <= tolerance * scale);
+}
+
+// A result file as a curve over height.
+struct Curve {
+  const ResultFile* result = nullptr;
+  std::vector<double> height;  // of each row, raised to the greatest height before it
+};
+
+// False when a height is no number.
+bool make_curve(const ResultFile& result, Curve& curve) {
+  curve.result = &result;
+  for (const ResultRow& row : result.rows) {
+    const double z = row.at(ResultColumn::Z);
+    if (!std::isfinite(z)) return false;
+    curve.height.push_back(curve.height.empty() ? z : std::max(curve.height.back(), z));
+  }
+  return !curve.height.empty();
+}
+
+// The curve just below z and just above: a mix of two rows each.
+struct CurvePlace {
+  const ResultRow* below = nullptr;
+  const ResultRow* above = nullptr;
+  double share = 0.0;  // between rows: of above; at a row: negative, and the two are both sides of the jump
+};
+
+// z lies within the curve.
+CurvePlace find_place(const Curve& curve, double z) {
+  const auto [first, past] = std::equal_range(curve.height.begin(), curve.height.end(), z);
+  const std::vector<ResultRow>& rows = curve.result->rows;
+  const auto row = [&](auto place) { return &rows[static_cast<std::size_t>(place - curve.height.begin())]; };
+  if (first != past) return {row(first), row(past - 1), -1.0};
+  return {row(first - 1), row(first), (z - *(first - 1)) / (*first - *(first - 1))};
+}
+
+std::array<double, 2> values_at(const CurvePlace& place, ResultColumn column) {
+  const double below = place.below->at(column);
+  const double above = place.above->at(column);
+  if (place.share < 0.0) return {below, above};
+  const double value = below + place.share * (above - below);
+  return {value, value};
+}
+
+// The layer that is grown at a time, one that ends there rather than one that begins.
+std::string layer_at(const std::vector<LayerValues>& layers, double time) {
+  for (const LayerValues& layer : layers) {
+    if (time <= layer.end * (1.0 + 1e-12)) return layer.name;
+  }
+  return layers.empty() ? "" : layers.back().name;
+}
+
+struct DeviationSearch {
+  std::array<ColumnDeviation, RESULT_COLUMN_COUNT> columns{};
+  std::array<double, RESULT_COLUMN_COUNT> times{};  // of the first file, where the deviation is
+};
+
+void look_at(DeviationSearch& search, std::size_t column, double a, double b, double z, double time) {
+  const double deviation = deviation_of(a, b);
+  ColumnDeviation& found = search.columns[column];
+  if (!(deviation > found.largest)) return;
+  found.largest = deviation;
+  found.z = z;
+  found.a = a;
+  found.b = b;
+  search.times[column] = time;
+}
+
+void compare_rows(const ResultFile& a, const ResultFile& b, DeviationSearch& search) {
+  for (std::size_t i = 0; i < a.rows.size(); ++i) {
+    const ResultRow& row = a.rows[i];
+    for (std::size_t c = 0; c < RESULT_COLUMN_COUNT; ++c) {
+      look_at(search, c, row.values[c], b.rows[i].values[c], row.at(ResultColumn::Z), row.at(ResultColumn::TIME));
+    }
+  }
+}
+
+void compare_curves(const Curve& a, const Curve& b, const ResultDifference& difference, DeviationSearch& search) {
+  std::vector<double> heights;
+  std::set_union(a.height.begin(), a.height.end(), b.height.begin(), b.height.end(), std::back_inserter(heights));
+  heights.erase(std::unique(heights.begin(), heights.end()), heights.end());
+  for (const double z : heights) {
+    if (z < difference.z_begin || z > difference.z_end) continue;
+    const CurvePlace place_a = find_place(a, z);
+    const CurvePlace place_b = find_place(b, z);
+    const std::array<double, 2> times = values_at(place_a, ResultColumn::TIME);
+    for (std::size_t c = 0; c < RESULT_COLUMN_COUNT; ++c) {
+      const auto column = static_cast<ResultColumn>(c);
+      const std::array<double, 2> values_a = values_at(place_a, column);
+      const std::array<double, 2> values_b = values_at(place_b, column);
+      for (std::size_t side = 0; side < 2; ++side) look_at(search, c, values_a[side], values_b[side], z, times[side]);
+    }
+  }
+}
+
+double column_scale(const ResultFile& result, std::size_t column) {
+  double scale = 0.0;
+  for (const ResultRow& row : result.rows) {
+    if (std::isfinite(row.values[column])) scale = std::max(scale, std::fabs(row.values[column]));
+  }
+  return scale;
+}
+
+void compare_layers(const ResultFile& a, const ResultFile& b, double tolerance, std::vector<std::string>& structure) {
+  if (a.layers.size() != b.layers.size()) {
+    structure.push_back(fmt::format("{} layers and {}", a.layers.size(), b.layers.size()));
+  }
+  for (std::size_t i = 0; i < std::min(a.layers.size(), b.layers.size()); ++i) {
+    const ResultLayer& of_a = a.layers[i];
+    const ResultLayer& of_b = b.layers[i];
+    const std::string layer = fmt::format("layer {}, \"{}\": ", i + 1, printable(of_a.name));
+    if (of_a.name != of_b.name) structure.push_back(layer + "the other's name is \"" + printable(of_b.name) + '"');
+    const auto compare = [&](const char* what, const char* unit, double x, double y) {
+      if (!beyond(deviation_of(x, y), std::max(std::fabs(x), std::fabs(y)), tolerance)) return;
+      structure.push_back(fmt::format("{}{} {} {} and {} {}", layer, what, x, unit, y, unit));
+    };
+    compare("duration", "s", of_a.duration, of_b.duration);
+    compare("thickness", "nm", of_a.thickness, of_b.thickness);
+  }
+  if (tolerance == 0.0 && a.rows.size() != b.rows.size()) {
+    structure.push_back(fmt::format("{} rows and {}", a.rows.size(), b.rows.size()));
+  }
+}
+
+bool same_heights(const ResultFile& a, const ResultFile& b) {
+  return std::equal(a.rows.begin(), a.rows.end(), b.rows.begin(), b.rows.end(),
+                    [](const ResultRow& row_a, const ResultRow& row_b) {
+                      return deviation_of(row_a.at(ResultColumn::Z), row_b.at(ResultColumn::Z)) == 0.0;
+                    });
+}
+
+}  // namespace
+
+ColumnName column_name(ResultColumn column) { return COLUMN_NAMES[static_cast<std::size_t>(column)]; }
+
+ResultDifference compare_results(const ResultFile& a, const ResultFile& b, double tolerance) {
+  ResultDifference difference;
+  compare_layers(a, b, tolerance, difference.structure);
+  DeviationSearch search;
+  difference.row_by_row = same_heights(a, b);
+  if (difference.row_by_row) {
+    compare_rows(a, b, search);
+    if (!a.rows.empty()) {
+      difference.z_begin = a.rows.front().at(ResultColumn::Z);
+      difference.z_end = a.rows.back().at(ResultColumn::Z);
+    }
+  } else {
+    Curve curve_a;
+    Curve curve_b;
+    if (!make_curve(a, curve_a) || !make_curve(b, curve_b)) {
+      difference.structure.emplace_back("heights that are no numbers, or no rows: there is no common depth axis");
+      return difference;
+    }
+    difference.z_begin = std::max(curve_a.height.front(), curve_b.height.front());
+    difference.z_end = std::min(curve_a.height.back(), curve_b.height.back());
+    const double z_end_max = std::max(curve_a.height.back(), curve_b.height.back());
+    if (beyond(z_end_max - difference.z_end, z_end_max, tolerance)) {
+      difference.structure.push_back(
+          fmt::format("total height {} nm and {} nm", curve_a.height.back(), curve_b.height.back()));
+    }
+    compare_curves(curve_a, curve_b, difference, search);
+  }
+
+  difference.same = difference.structure.empty();
+  const std::vector<LayerValues> layers = layer_values(a);
+  for (std::size_t c = 0; c < RESULT_COLUMN_COUNT; ++c) {
+    if (static_cast<ResultColumn>(c) == ResultColumn::Z) continue;
+    ColumnDeviation& found = search.columns[c];
+    found.column = static_cast<ResultColumn>(c);
+    if (found.largest > 0.0) {
+      const double scale = std::max(column_scale(a, c), column_scale(b, c));
+      found.relative = scale > 0.0 ? found.largest / scale : INFINITE;
+      found.layer = layer_at(layers, search.times[c]);
+      if (found.relative > tolerance) difference.same = false;
+    }
+    difference.columns.push_back(found);
+  }
+  return difference;
+}

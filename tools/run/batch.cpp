@@ -1,0 +1,204 @@
+// The process that waits: it forks a worker for each recipe, gets one SimulationReport from it through a pipe, and does
+// all renaming and writing of status files itself. A pipe that ends without a report means that the worker has crashed.
+#include "run/batch.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "run/progress.h"
+#include "terminal/files.h"
+#include "terminal/output.h"
+
+namespace {
+
+constexpr int POLL_INTERVAL = 200;  // ms; also the longest time before an interruption is noticed
+
+constexpr std::array<int, 3> INTERRUPTING_SIGNALS = {SIGINT, SIGTERM, SIGHUP};
+
+volatile sig_atomic_t interrupting_signal = 0;
+
+void note_signal(int signal) { interrupting_signal = signal; }
+
+struct Worker {
+  pid_t pid = 0;
+  int pipe = -1;  // the end to read from
+  Job* job = nullptr;
+  std::string temporary;
+  double begin = 0.0;  // s, on the progress clock
+};
+
+// While it lives, interrupting signals are noted. Those that were ignored before (nohup) stay so.
+struct SignalNotes {
+  std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> old{};
+
+  SignalNotes() {
+    interrupting_signal = 0;
+    for (std::size_t i = 0; i < old.size(); ++i) {
+      sigaction(INTERRUPTING_SIGNALS[i], nullptr, &old[i]);
+      if (old[i].sa_handler == SIG_IGN) continue;
+      struct sigaction action {};
+      action.sa_handler = note_signal;
+      sigaction(INTERRUPTING_SIGNALS[i], &action, nullptr);
+    }
+  }
+  ~SignalNotes() {
+    for (std::size_t i = 0; i < old.size(); ++i) sigaction(INTERRUPTING_SIGNALS[i], &old[i], nullptr);
+  }
+  SignalNotes(const SignalNotes&) = delete;
+  SignalNotes& operator=(const SignalNotes&) = delete;
+};
+
+bool write_all(int file, const void* data, std::size_t size) {
+  const char* at = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t count = write(file, at, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    at += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+// Reads up to the end of the pipe. True when it was a whole report.
+bool read_report(int file, SimulationReport& report) {
+  char* at = reinterpret_cast<char*>(&report);
+  std::size_t missing = sizeof report;
+  while (missing > 0) {
+    const ssize_t count = read(file, at, missing);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    at += count;
+    missing -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+[[noreturn]] void work(const Worker& worker, int pipe) {
+  // A terminal or a scheduler signals all processes at once. The one that waits ends the workers; a worker that ended
+  // by itself would look like a crash.
+  for (const int interruption : INTERRUPTING_SIGNALS) std::signal(interruption, SIG_IGN);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // no simulation outlives the process that waits for it
+  const SimulationReport report = simulate(*worker.job, worker.temporary);
+  _exit(write_all(pipe, &report, sizeof report) ? 0 : 1);
+}
+
+// Returns false when no process can be made.
+bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
+  Worker worker;
+  worker.pipe = ends[0];
+  worker.job = &job;
+  worker.temporary = temporary_beside(job.paths.result);
+  worker.begin = now;
+  worker.pid = fork();
+  if (worker.pid == 0) {
+    // The other workers' pipes must not stay open here, and are only ends to read from.
+    work(worker, ends[1]);
+  }
+  close(ends[1]);
+  if (worker.pid < 0) {
+    close(ends[0]);
+    return false;
+  }
+  job.state = JobState::RUNNING;
+  workers.push_back(worker);
+  return true;
+}
+
+// Waits for the end of a worker whose pipe has something to read, or has ended, and finishes its job.
+void collect(const Worker& worker, double now) {
+  SimulationReport report;
+  const bool reported = read_report(worker.pipe, report);
+  close(worker.pipe);
+  int ended = 0;
+  while (waitpid(worker.pid, &ended, 0) < 0 && errno == EINTR) {
+  }
+  if (reported) {
+    finish_job(*worker.job, worker.temporary, report);
+    return;
+  }
+  const std::string cause = WIFSIGNALED(ended)
+                                ? fmt::format("signal {}, {}", WTERMSIG(ended), strsignal(WTERMSIG(ended)))
+                                : fmt::format("exit status {}", WEXITSTATUS(ended));
+  finish_crashed_job(*worker.job, worker.temporary, "The simulation's process has crashed (" + cause + ")",
+                     now - worker.begin);
+}
+
+void end_worker(const Worker& worker) {
+  kill(worker.pid, SIGKILL);
+  while (waitpid(worker.pid, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  close(worker.pipe);
+  remove_file(worker.temporary);
+  worker.job->state = JobState::WAITING;
+}
+
+void tell_failure(const Job& job, bool with_name, Progress& progress) {
+  clear_progress(progress);
+  fail(with_name ? job.recipe + ": " + job.text : job.text);
+}
+
+// Waits until a worker has something to tell, for timeout [ms] at most, and finishes the jobs of those that have.
+void wait_for_workers(std::vector<Worker>& workers, int timeout, Progress& progress, bool with_name) {
+  std::vector<pollfd> pipes;
+  pipes.reserve(workers.size());
+  for (const Worker& worker : workers) pipes.push_back({worker.pipe, POLLIN, 0});
+  if (poll(pipes.data(), pipes.size(), timeout) <= 0) return;
+  for (std::size_t i = workers.size(); i-- > 0;) {
+    if (pipes[i].revents == 0) continue;
+    collect(workers[i], elapsed(progress));
+    if (workers[i].job->state == JobState::FAILED) tell_failure(*workers[i].job, with_name, progress);
+    workers.erase(workers.begin() + static_cast<std::ptrdiff_t>(i));
+  }
+}
+
+}  // namespace
+
+int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
+  const SignalNotes signals;
+  Progress progress = begin_progress(jobs.size());
+  const bool with_name = jobs.size() > 1;
+  std::vector<Worker> workers;
+  std::size_t next = 0;
+  bool stop = false;
+  while (interrupting_signal == 0) {
+    while (!stop && next < jobs.size() && workers.size() < options.workers && interrupting_signal == 0) {
+      Job& job = jobs[next];
+      if (!options.force && is_up_to_date(job)) {
+        job.state = JobState::SKIPPED;
+      } else if (!start_worker(job, elapsed(progress), workers)) {
+        if (!workers.empty()) break;  // one that ends may leave what is needed
+        job.state = JobState::FAILED;
+        job.text = std::string("No process for the simulation: ") + std::strerror(errno);
+        tell_failure(job, with_name, progress);
+      }
+      ++next;
+      stop = !options.keep_going &&
+             std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
+    }
+    show_progress(progress, jobs, false);
+    if (workers.empty() && (stop || next == jobs.size())) break;
+    if (!workers.empty()) wait_for_workers(workers, POLL_INTERVAL, progress, with_name);
+    stop = !options.keep_going &&
+           std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
+  }
+  wait_for_workers(workers, 0, progress, with_name);  // those that had ended when the interruption came
+  for (const Worker& worker : workers) end_worker(worker);
+  show_progress(progress, jobs, true);
+  return interrupting_signal;
+}

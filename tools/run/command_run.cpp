@@ -1,0 +1,165 @@
+// vorlen run RECIPE...: simulations, and what grew.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "commands.h"
+#include "results/result_file.h"
+#include "run/batch.h"
+#include "run/run_text.h"
+#include "run/scheme.h"
+#include "run/simulation.h"
+#include "terminal/output.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int EXIT_SIGNAL = 128;  // plus the number of the signal, as shells have it
+constexpr unsigned MOST_WORKERS = 1024;
+
+struct RunOptions {
+  std::vector<std::string> recipes;
+  std::string result;  // of a single recipe; empty: default_result_path()
+  std::string output_folder;
+  std::string scheme;    // empty: as each recipe asks
+  unsigned workers = 0;  // 0: as many as there are processors
+  bool keep_going = false;
+  bool force = false;
+};
+
+// The recipe's file name with .result.txt in place of its extension, in folder (empty: the current one).
+std::string default_result_path(const std::string& recipe, const std::string& folder) {
+  return (fs::path(folder) / (fs::path(recipe).stem().string() + ".result.txt")).string();
+}
+
+// What must not be begun: a text, else empty.
+std::string refusal_of_batch(const std::vector<Job>& jobs) {
+  std::map<fs::path, const Job*> owners;
+  for (const Job& job : jobs) {
+    std::error_code ignored;
+    const fs::path place = fs::weakly_canonical(fs::absolute(job.paths.result, ignored), ignored);
+    const auto [owner, is_first] = owners.emplace(place.empty() ? fs::path(job.paths.result) : place, &job);
+    if (!is_first) {
+      return fmt::format("{} and {} would both write {}", owner->second->recipe, job.recipe, job.paths.result);
+    }
+  }
+  return "";
+}
+
+// The recipe that a file of the jobs would overwrite; empty if none.
+std::string overwritten_recipe(const std::vector<Job>& jobs) {
+  for (const Job& job : jobs) {
+    for (const std::string& path : {job.paths.result, job.paths.status, job.paths.failed}) {
+      std::error_code ignored;
+      if (!fs::exists(path, ignored)) continue;
+      for (const Job& other : jobs) {
+        if (fs::equivalent(other.recipe, path, ignored)) return other.recipe;
+      }
+    }
+  }
+  return "";
+}
+
+int print_result(const Job& job) {
+  ResultFile result;
+  std::string error;
+  if (!read_result_file(job.paths.result, result, error)) return fail(error);
+  if (result.rows.empty()) return fail(job.paths.result + " has no rows");
+  return print_out(run_text(result, job));
+}
+
+int run_recipes(const RunOptions& options) {
+  if (!options.result.empty() && options.recipes.size() > 1) {
+    return fail("--output is for one recipe; several take --output-dir", EXIT_USAGE);
+  }
+  std::vector<Job> jobs;
+  for (const std::string& recipe : options.recipes) {
+    Job job;
+    job.recipe = recipe;
+    job.scheme = options.scheme;
+    job.paths =
+        result_paths(options.result.empty() ? default_result_path(recipe, options.output_folder) : options.result);
+    jobs.push_back(job);
+  }
+  const std::string refusal = refusal_of_batch(jobs);
+  if (!refusal.empty()) return fail(refusal, EXIT_USAGE);
+  const std::string overwritten = overwritten_recipe(jobs);
+  if (!overwritten.empty()) return fail("the result would overwrite the recipe " + overwritten);
+  if (!options.output_folder.empty()) {
+    std::error_code code;
+    fs::create_directories(options.output_folder, code);
+    if (code) return fail(options.output_folder + " can't be made: " + code.message());
+  }
+  for (const Job& job : jobs) {
+    const std::string target = refusal_of_target(job);
+    if (!target.empty()) return fail(target);
+  }
+
+  BatchOptions batch;
+  batch.workers = options.workers > 0 ? options.workers : std::max(1U, std::thread::hardware_concurrency());
+  batch.keep_going = options.keep_going;
+  batch.force = options.force;
+  const int signal = run_batch(jobs, batch);
+  if (signal != 0) fail("interrupted");
+
+  const bool all_ran = std::all_of(jobs.begin(), jobs.end(), [](const Job& job) {
+    return job.state == JobState::DONE || job.state == JobState::SKIPPED;
+  });
+  int printed = EXIT_OK;
+  if (jobs.size() > 1) {
+    printed = print_out(batch_text(jobs));
+  } else if (all_ran) {
+    printed = print_result(jobs.front());
+  }
+  if (signal != 0) return EXIT_SIGNAL + signal;
+  return all_ran && printed == EXIT_OK ? EXIT_OK : EXIT_FAILED;
+}
+
+}  // namespace
+
+void add_run_command(CLI::App& app, int& status) {
+  const auto options = std::make_shared<RunOptions>();
+  CLI::App* run = app.add_subcommand("run", "Run recipes, write the result files and show what grew");
+  const CLI::Validator not_empty([](const std::string& value) { return value.empty() ? "is an empty text" : ""; }, "");
+  run->add_option("RECIPE", options->recipes, "Recipes, XML files")->required()->type_name("");
+  CLI::Option* result = run->add_option("-o,--output", options->result,
+                                        "Result file of a single recipe (default: the recipe's name with .result.txt\n"
+                                        "in place of its extension, in the current directory). An existing file is\n"
+                                        "replaced when the run has succeeded")
+                            ->type_name("RESULT")
+                            ->check(not_empty);
+  run->add_option("--output-dir", options->output_folder,
+                  "Directory for the result files instead of the current one; made if missing")
+      ->type_name("DIR")
+      ->check(not_empty)
+      ->excludes(result);
+  run->add_option("--scheme", options->scheme,
+                  "Scheme of the integration, instead of the one that the recipes ask for: staged\n"
+                  "restarts at each stage, continuous (the default of recipes) does not")
+      ->type_name("{continuous,staged}")
+      ->check(CLI::IsMember(std::vector<std::string>(SCHEMES.begin(), SCHEMES.end())).description(""));
+  run->add_option("-j,--jobs", options->workers,
+                  "Recipes that run at once, each in a process of its own (default: one for each\n"
+                  "processor)")
+      ->type_name("N")
+      ->check(CLI::Range(1U, MOST_WORKERS).description(""));
+  run->add_flag("--keep-going", options->keep_going, "Go on with the other recipes when one has failed");
+  run->add_flag("--force", options->force, "Run also what is done and unchanged");
+  run->footer(
+      "Beside each result a status file, NAME.status.json, tells how the run ended. Of a run that\n"
+      "fails under way, or has unphysical rows, the rows are kept in NAME.failed.txt; an older\n"
+      "result stays as it is.\n"
+      "Exit status: 0 all ran (or are up to date), 1 not all, 2 the command line is wrong.\n\n"
+      "Examples:\n"
+      "  vorlen run recipe.xml -o recipe.result.txt\n"
+      "  vorlen run -j 4 --keep-going --output-dir results recipes/*.xml");
+  run->callback([options, &status] { status = run_recipes(*options); });
+}

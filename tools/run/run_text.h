@@ -1,0 +1,14 @@
+// What "vorlen run" prints of its results.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "results/result_file.h"
+#include "run/simulation.h"
+
+// One run: its layers, the last row, and the closing line that tells where the file is.
+std::string run_text(const ResultFile& result, const Job& job);
+
+// Several runs: one line for each.
+std::string batch_text(const std::vector<Job>& jobs);

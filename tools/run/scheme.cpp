@@ -1,0 +1,162 @@
+// The first element integration of a recipe counts. So a recipe gets another scheme by an element integration in front
+// of all others, on the line of the root's start tag: line numbers stay as they are, and nothing else has to be found
+// in the text. The library's own reader confirms the result.
+#include "run/scheme.h"
+
+#include <fmt/core.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string_view>
+
+#include "recipe/keywords.h"
+#include "recipe/load_document.h"
+#include "recipe/process_recipe.h"
+#include "recipe/read_recipe.h"
+
+namespace {
+
+constexpr std::string_view ROOT = "NonstSurfChem";
+
+std::string read_text(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// The first element of that name below parent; null if there is none, also for a null parent.
+const TiXmlElement* child(const TiXmlNode* parent, const char* name) {
+  return parent == nullptr ? nullptr : parent->FirstChildElement(name);
+}
+
+const TiXmlElement* integration_of(const TiXmlDocument& document) {
+  return child(child(&document, ROOT.data()), "integration");
+}
+
+// The value of the element scheme; null if there is none.
+const char* scheme_value(const TiXmlDocument& document) {
+  const TiXmlElement* scheme = child(integration_of(document), "scheme");
+  return scheme == nullptr ? nullptr : scheme->Attribute("val");
+}
+
+// The element integration with the scheme set, as text on one line.
+std::string integration_text(const TiXmlDocument& document, const std::string& scheme) {
+  TiXmlElement integration("integration");
+  const TiXmlElement* old = integration_of(document);
+  if (old != nullptr) integration = *old;
+  TiXmlElement* element = integration.FirstChildElement("scheme");
+  if (element == nullptr) {
+    element = static_cast<TiXmlElement*>(integration.LinkEndChild(new TiXmlElement("scheme")));
+  }
+  element->SetAttribute("val", scheme.c_str());
+  TiXmlPrinter printer;
+  printer.SetStreamPrinting();
+  integration.Accept(&printer);
+  return printer.CStr();
+}
+
+// One past the start tag of the root; npos where something else than declarations and comments comes before it.
+std::size_t end_of_root_tag(std::string_view text) {
+  std::size_t at = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;
+  const auto skip_to = [&](std::string_view end) {
+    const std::size_t found = text.find(end, at);
+    at = found == std::string_view::npos ? text.size() : found + end.size();
+  };
+  while (true) {
+    at = std::min(text.find_first_not_of(" \t\r\n", at), text.size());
+    const std::string_view rest = text.substr(at);
+    if (rest.starts_with("<!--")) {
+      skip_to("-->");
+    } else if (rest.starts_with("<?") || rest.starts_with("<!")) {
+      skip_to(">");
+    } else {
+      break;
+    }
+  }
+  if (text.substr(at, 1) != "<" || text.substr(at + 1, ROOT.size()) != ROOT) return std::string_view::npos;
+  char quote = '\0';
+  for (at += 1 + ROOT.size(); at < text.size(); ++at) {
+    const char c = text[at];
+    if (quote != '\0') {
+      if (c == quote) quote = '\0';
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '>') {
+      return text[at - 1] == '/' ? std::string_view::npos : at + 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
+// Whether the recipe at path runs under that scheme. A recipe with another fault does not run at all.
+bool has_scheme(const std::string& path, const std::string& scheme) {
+  vorlen::ProcessRecipe recipe;
+  std::string ignored;
+  if (vorlen::read_recipe(path.c_str(), recipe, ignored) != 0) return true;
+  const vorlen::IntegrationScheme wanted = scheme == "staged" ? vorlen::SCHEME_staged : vorlen::SCHEME_continuous;
+  return recipe.scheme == wanted;
+}
+
+}  // namespace
+
+std::string scheme_of_recipe(const std::string& path) try {
+  constexpr const char* DEFAULT = SCHEMES.front();
+  if (read_text(path).find("integration") == std::string::npos) return DEFAULT;  // spares the parsing
+  TiXmlDocument document;
+  std::string ignored;
+  if (!vorlen::load_document(path.c_str(), document, ignored)) return DEFAULT;
+  const char* value = scheme_value(document);
+  for (const char* scheme : SCHEMES) {
+    if (value != nullptr && vorlen::equal_ignoring_case(value, scheme)) return scheme;
+  }
+  return DEFAULT;
+} catch (const std::bad_alloc&) {
+  return SCHEMES.front();
+}
+
+std::string recipe_under_scheme(const std::string& path, const std::string& scheme) {
+  TiXmlDocument document;
+  std::string ignored;
+  if (!vorlen::load_document(path.c_str(), document, ignored)) return "";
+  const char* value = scheme_value(document);
+  const bool has_element = child(integration_of(document), "scheme") != nullptr;
+  if (has_element ? value != nullptr && vorlen::equal_ignoring_case(value, scheme.c_str())
+                  : scheme == SCHEMES.front()) {
+    return "";
+  }
+  std::string text = read_text(path);
+  const std::size_t place = end_of_root_tag(text);
+  if (place != std::string_view::npos) {
+    text.insert(place, integration_text(document, scheme));
+    if (has_scheme(MemoryFile(text).path(), scheme)) return text;
+  } else if (child(&document, ROOT.data()) == nullptr || child(&document, ROOT.data())->NoChildren()) {
+    return "";
+  }
+  throw std::runtime_error("The scheme can't be set in " + path + ": put the element integration into it instead");
+}
+
+MemoryFile::MemoryFile(const std::string& content) : descriptor_(memfd_create("recipe", MFD_CLOEXEC)) {
+  std::size_t done = 0;
+  while (descriptor_ >= 0 && done < content.size()) {
+    const ssize_t count = write(descriptor_, content.data() + done, content.size() - done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    done += static_cast<std::size_t>(count);
+  }
+  if (descriptor_ >= 0 && done == content.size()) return;
+  const std::string reason = std::strerror(errno);
+  if (descriptor_ >= 0) close(descriptor_);
+  throw std::runtime_error("No copy of the recipe for another scheme: " + reason);
+}
+
+MemoryFile::~MemoryFile() { close(descriptor_); }
+
+std::string MemoryFile::path() const { return fmt::format("/proc/self/fd/{}", descriptor_); }

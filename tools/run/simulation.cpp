@@ -1,0 +1,232 @@
+// A simulation runs in a process of its own (batch.h): simulate() there, the rest in the process that waits for it.
+#include "run/simulation.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+#include <vorlen_solver.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "recipe/read_recipe.h"
+#include "results/result_check.h"
+#include "results/result_file.h"
+#include "run/scheme.h"
+#include "run/status_file.h"
+#include "terminal/files.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+template <std::size_t size>
+void copy_text(const std::string& text, std::array<char, size>& target) {
+  target.fill('\0');
+  text.copy(target.data(), size - 1);
+}
+
+// text, with name in place of the temporary file's.
+std::string renamed(std::string text, const std::string& temporary, const std::string& name) {
+  const std::size_t place = text.find(temporary);
+  return place == std::string::npos ? text : text.replace(place, temporary.size(), name);
+}
+
+// The recipe that rows came from; nothing if it has changed since.
+std::optional<vorlen::ProcessRecipe> recipe_of_rows(const Job& job, const SimulationReport& report) {
+  vorlen::ProcessRecipe recipe;
+  std::string ignored;
+  if (sha256_of_file(job.recipe) != report.recipe_sha256.data() ||
+      vorlen::read_recipe(job.recipe.c_str(), recipe, ignored) != 0) {
+    return std::nullopt;
+  }
+  return recipe;
+}
+
+// The time at which the last stage ends, s; NaN for a recipe that is not known.
+double end_of_process(const std::optional<vorlen::ProcessRecipe>& recipe) {
+  if (!recipe || recipe->active_stages.empty()) return NAN;
+  return recipe->post_stages.empty() ? recipe->active_stages.back().end_time() : recipe->post_stages.back().end_time();
+}
+
+// Takes away what stands behind the last line end, which only a file has that could not be written to its end. Returns
+// whether there was something.
+bool drop_cut_line(const std::string& path) {
+  std::error_code code;
+  const std::uintmax_t size = fs::file_size(path, code);
+  if (code || size == 0) return false;
+  constexpr std::uintmax_t ROW_SIZE_MAX = 1024;  // no row is longer
+  std::string end(static_cast<std::size_t>(std::min(size, ROW_SIZE_MAX)), '\0');
+  std::ifstream in(path, std::ios::binary);
+  in.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
+  if (!in.read(end.data(), static_cast<std::streamsize>(end.size())) || end.back() == '\n') return false;
+  const std::size_t last = end.rfind('\n');
+  if (last != std::string::npos) fs::resize_file(path, size - end.size() + last + 1, code);
+  return true;
+}
+
+// What is wrong with the file of a run that has ended normally, at end_time [s] by the recipe (NaN: not known); empty
+// if nothing. cut: the last line was not whole.
+std::string fault_of_file(const std::vector<ResultRow>& rows, bool cut, double end_time, const std::string& name) {
+  std::string cut_off = name + ": the file ends before the run does. Is the disk full?";
+  if (rows.empty()) return cut_off + "\nNo row could be written";
+  // A file can end between two rows. The recipe tells where it has to: layers can't be told apart in all files.
+  const double gap = std::fabs(rows.back().at(ResultColumn::TIME) - end_time);
+  return cut || gap > 1e-9 * std::fabs(end_time) ? cut_off : "";  // NaN passes
+}
+
+// The text of a run with what the rows show of its failure; empty if there was none. text: of the library, empty if the
+// run has ended normally.
+std::string text_with_rows(const std::string& text, const ResultFile& result,
+                           const std::optional<vorlen::ProcessRecipe>& recipe, const std::string& scheme) {
+  if (text.empty() ? !find_unphysical_rows(result.rows) : !is_text_of_integration(text)) return text;
+  const std::vector<ProcessStage> stages = recipe ? stages_of(*recipe) : stages_of(result);
+  std::vector<std::string> lines;
+  if (!text.empty()) lines = {text, end_text(result, stages)};
+  const std::string unphysical = unphysical_text(result, stages);
+  if (!unphysical.empty()) lines.push_back(unphysical);
+  lines.push_back(remedy_text(scheme));
+  return fmt::format("{}", fmt::join(lines, "\n"));
+}
+
+void write_status(Job& job, const SimulationReport& report, const std::string& rows) {
+  RunStatus status;
+  status.result = report.result;
+  status.text = report.text.data();
+  status.wall_time = report.wall_time;
+  status.version = VORLEN_VERSION;
+  status.recipe = job.recipe;
+  status.recipe_sha256 = report.recipe_sha256.data();
+  status.scheme = report.scheme.data();
+  status.result_file = rows.empty() ? job.paths.result : rows;
+  if (!rows.empty()) status.result_sha256 = report.result_sha256.data();
+  status.host = host_name();
+  status.finished = utc_now();
+  std::string error;
+  if (write_status_file(job.paths.status, status, error) || job.state == JobState::FAILED) return;
+  job.state = JobState::FAILED;
+  job.text = error + "; the result itself is in place";
+}
+
+}  // namespace
+
+ResultPaths result_paths(const std::string& result) {
+  std::string stem = result;
+  const auto drop = [&stem](const std::string& ending) {
+    const bool ends_so =
+        stem.size() > ending.size() && stem.ends_with(ending) && stem[stem.size() - ending.size() - 1] != '/';
+    if (ends_so) stem.resize(stem.size() - ending.size());
+    return ends_so;
+  };
+  if (drop(".txt")) drop(".result");
+  return {result, stem + ".status.json", stem + ".failed.txt"};
+}
+
+SimulationReport simulate(const Job& job, const std::string& temporary) {
+  SimulationReport report;
+  copy_text(sha256_of_file(job.recipe), report.recipe_sha256);
+  const std::string scheme = scheme_of(job);
+  copy_text(scheme, report.scheme);
+  std::string recipe = job.recipe;
+  std::optional<MemoryFile> copy;
+  try {
+    const std::string content = job.scheme.empty() ? "" : recipe_under_scheme(job.recipe, job.scheme);
+    if (!content.empty()) recipe = copy.emplace(content).path();
+  } catch (const std::runtime_error& error) {
+    copy_text(error.what(), report.text);
+    return report;
+  }
+  std::array<char, VORLEN_ERROR_BUFFER_SIZE> buffer{};
+  const auto start = std::chrono::steady_clock::now();
+  report.result = runSurfChem(recipe.c_str(), temporary.c_str(), buffer.data());
+  report.wall_time = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const bool cut = drop_cut_line(temporary);
+  ResultFile result;
+  std::string ignored;
+  if (!read_result_file(temporary, result, ignored)) result.rows.clear();
+  report.keep_rows = !result.rows.empty();
+  std::optional<vorlen::ProcessRecipe> process;
+  if (report.keep_rows) process = recipe_of_rows(job, report);
+  std::string text;
+  if (report.result != 0) {
+    text = renamed(renamed(buffer.data(), temporary, job.paths.result), recipe, job.recipe);
+  } else {
+    text = fault_of_file(result.rows, cut, end_of_process(process), job.paths.result);
+  }
+  text = text_with_rows(text, result, process, scheme);
+  if (!text.empty()) report.result = 1;
+  copy_text(text, report.text);
+  copy_text(sha256_of_file(temporary), report.result_sha256);
+  return report;
+}
+
+void finish_job(Job& job, const std::string& temporary, const SimulationReport& report) {
+  std::string rows = report.result == 0 ? job.paths.result : (report.keep_rows ? job.paths.failed : "");
+  job.state = report.result == 0 ? JobState::DONE : JobState::FAILED;
+  job.text = report.text.data();
+  job.wall_time = report.wall_time;
+  if (report.result != 0 && rows.empty() && report.recipe_sha256.front() == '\0') {
+    // Without a recipe nothing has been run: what an earlier run has left stays, its status file and failed rows too.
+    remove_file(temporary);
+    return;
+  }
+  std::string error;
+  bool stranded = false;  // the rows could not be put in place, and stay under their temporary name
+  if (!rows.empty() && put_in_place(temporary, rows, error)) {
+    if (rows == job.paths.failed) job.text += "\nThe rows up to there are in " + rows;
+  } else if (!rows.empty()) {
+    rows.clear();
+    stranded = true;
+    error += "; the rows are in " + temporary;
+    job.state = JobState::FAILED;
+    job.text += (job.text.empty() ? "" : "\n") + error;
+  }
+  if (!stranded) {
+    if (rows != job.paths.failed) remove_file(job.paths.failed);  // of an earlier run
+    remove_file(temporary);
+  }
+  SimulationReport told = report;
+  if (job.state == JobState::FAILED && report.result == 0) {
+    told.result = 1;
+    copy_text(error, told.text);
+  }
+  write_status(job, told, rows);
+}
+
+std::string scheme_of(const Job& job) { return job.scheme.empty() ? scheme_of_recipe(job.recipe) : job.scheme; }
+
+void finish_crashed_job(Job& job, const std::string& temporary, const std::string& text, double wall_time) {
+  SimulationReport report;
+  report.wall_time = wall_time;
+  copy_text(text, report.text);
+  copy_text(sha256_of_file(job.recipe), report.recipe_sha256);
+  copy_text(scheme_of(job), report.scheme);
+  finish_job(job, temporary, report);
+}
+
+bool is_up_to_date(const Job& job) {
+  RunStatus status;
+  return read_status_file(job.paths.status, status) && status.result == 0 && status.version == VORLEN_VERSION &&
+         !status.recipe_sha256.empty() && status.recipe_sha256 == sha256_of_file(job.recipe) &&
+         !status.result_sha256.empty() && status.result_sha256 == sha256_of_file(job.paths.result) &&
+         status.scheme == scheme_of(job);
+}
+
+std::string refusal_of_target(const Job& job) {
+  const std::string& path = job.paths.result;
+  std::error_code ignored;
+  const fs::file_status there = fs::status(path, ignored);
+  if (!fs::exists(there)) return "";
+  // The library's own text for a file that can't be written; a rename would not notice.
+  if (fs::is_directory(there) || (fs::is_regular_file(there) && access(path.c_str(), W_OK) != 0)) {
+    return "Unable to open file " + path + " for writing";
+  }
+  return fs::is_regular_file(there) ? "" : path + " is not a regular file: no result can be kept there";
+}

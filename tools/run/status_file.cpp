@@ -1,0 +1,77 @@
+// Status files are JSON objects.
+#include "run/status_file.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <ctime>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "terminal/files.h"
+
+namespace {
+
+nlohmann::ordered_json text_or_null(const std::string& text) {
+  return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
+}
+
+// The text at key; empty when it is null, missing, or something else.
+std::string text_at(const nlohmann::json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+}  // namespace
+
+bool write_status_file(const std::string& path, const RunStatus& status, std::string& error) {
+  const nlohmann::ordered_json object = {{"result", status.result},
+                                         {"text", status.text},
+                                         {"wall_time_s", status.wall_time},
+                                         {"version", status.version},
+                                         {"recipe", status.recipe},
+                                         {"recipe_sha256", text_or_null(status.recipe_sha256)},
+                                         {"scheme", text_or_null(status.scheme)},
+                                         {"result_file", status.result_file},
+                                         {"result_sha256", text_or_null(status.result_sha256)},
+                                         {"host", status.host},
+                                         {"finished", status.finished}};
+  // Texts and paths may hold bytes that are no UTF-8, which JSON can't.
+  return write_file(path, object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n', error);
+}
+
+bool read_status_file(const std::string& path, RunStatus& status) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  const nlohmann::json object = nlohmann::json::parse(in, nullptr, false);
+  if (!object.is_object()) return false;
+  const auto result = object.find("result");
+  const auto wall_time = object.find("wall_time_s");
+  if (result == object.end() || !result->is_number_integer()) return false;
+  status.result = result->get<int>();
+  status.wall_time = wall_time != object.end() && wall_time->is_number() ? wall_time->get<double>() : 0.0;
+  status.text = text_at(object, "text");
+  status.version = text_at(object, "version");
+  status.recipe = text_at(object, "recipe");
+  status.recipe_sha256 = text_at(object, "recipe_sha256");
+  status.scheme = text_at(object, "scheme");
+  status.result_file = text_at(object, "result_file");
+  status.result_sha256 = text_at(object, "result_sha256");
+  status.host = text_at(object, "host");
+  status.finished = text_at(object, "finished");
+  return true;
+}
+
+std::string host_name() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
+std::string utc_now() {
+  const std::time_t now = std::time(nullptr);
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text.data();
+}
