@@ -546,7 +546,7 @@ class ThePage(Checks):
         for line in re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \|", self.page.split("### For programs")[0], re.MULTILINE):
             told.update(re.findall(r"`([a-z-]+)`", line))
         used = set()
-        folder = os.path.join(SOURCE, "tools")
+        folder = os.path.join(SOURCE, "tools", "check")
         for name in os.listdir(folder):
             if re.fullmatch(r"recipe_(reading|unread|process|check)\.cpp", name):
                 with open(os.path.join(folder, name), encoding="utf-8") as file:

@@ -9,7 +9,7 @@ import unittest
 from support import LIBRARY, SOURCE, VORLEN, InAFolder, example
 
 BUILD = os.path.dirname(VORLEN)
-COMPLETION = os.path.join(SOURCE, "tools", "vorlen.bash-completion")
+COMPLETION = os.path.join(SOURCE, "tools", "help", "vorlen.bash-completion")
 COLOUR = "\033["
 
 
