@@ -81,10 +81,10 @@ Outcome run_own(const vorlen::ProcessRecipe& recipe, double tolerance) {
   // The last row of a stage is at its end; the first row of the next one is later.
   double z_from = model.z_start;
   for (const vorlen::StageRecord& stage : model.active_stages) {
-    const auto after = std::upper_bound(model.hist_t.begin(), model.hist_t.end(), stage.end_time());
-    const auto row = static_cast<std::size_t>(after - model.hist_t.begin()) - 1;
-    outcome.layers.push_back({1e9 * (model.hist_z[row] - z_from), model.hist_xIn[row], model.hist_xAl[row]});
-    z_from = model.hist_z[row];
+    const auto after = std::upper_bound(model.history.t.begin(), model.history.t.end(), stage.end_time());
+    const auto row = static_cast<std::size_t>(after - model.history.t.begin()) - 1;
+    outcome.layers.push_back({1e9 * (model.history.z[row] - z_from), model.history.x_In[row], model.history.x_Al[row]});
+    z_from = model.history.z[row];
   }
   outcome.rho_VD = model.rho_VD;
   return outcome;

@@ -20,11 +20,11 @@ constexpr double LOOP_FACTOR = 1.08521;  // line energy of the loop around a V-d
 constexpr double COSINE_MIN = 1e-10;
 
 void reserve_history(SurfChemNonst& m) {
-  for (auto* list : {&m.hist_t, &m.hist_z, &m.hist_Vg, &m.hist_xIn, &m.hist_xGa, &m.hist_xAl}) {
+  for (auto* list : {&m.history.t, &m.history.z, &m.history.Vg, &m.history.x_In, &m.history.x_Ga, &m.history.x_Al}) {
     list->reserve(HISTORY_ROOM);
   }
   if (m.stress_model != STRESS_V_dislocation) return;
-  for (auto* list : {&m.hist_h, &m.hist_rho_VD, &m.hist_I0, &m.hist_I1, &m.hist_J0_0, &m.hist_J0_1}) {
+  for (auto* list : {&m.history.h, &m.history.rho_VD, &m.history.I0, &m.history.I1, &m.history.J0_0, &m.history.J0_1}) {
     list->reserve(HISTORY_ROOM);
   }
 }

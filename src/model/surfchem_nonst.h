@@ -30,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "model/history.h"
 #include "model/residual_terms.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
@@ -40,13 +41,6 @@ namespace vorlen {
 inline constexpr int N_STATE_MAX = 15;
 inline constexpr int N_ALGEBRAIC = 4;
 inline constexpr double PI = 3.141592653589793;
-
-// One interval of growth, m.
-struct DepthSegment {
-  double z_from = 0.0;  // z at the begin of the interval
-  double z_to = 0.0;    // z at the end
-  double h_from = 0.0;  // h at the begin
-};
 
 // Rates of the surface.
 struct SurfaceRates {
@@ -191,15 +185,9 @@ class SurfChemNonst {
   double eps_r_z0 = 0.0;                                               // strain relieved up to z0
   double eps_xx = -1.0;  // in-plane strain at the surface, as the last residual evaluation left it
 
-  // ---- History of recorded points, one entry each
-  std::vector<double> hist_t, hist_z, hist_h, hist_Vg, hist_xIn, hist_xGa, hist_xAl, hist_rho_VD;
-  std::vector<double> hist_I0, hist_I1, hist_J0_0, hist_J0_1;  // up to the point at which z0 is found
-  std::vector<double> hist_J0, hist_J1, hist_J2, hist_deltaE, hist_E_V_loop, hist_r, hist_K1;  // with detail_output
-  std::vector<double> hist_In, hist_Ga, hist_Al, hist_N, hist_H;                               // with detail_output
-  std::vector<DepthSegment> seg_relax;                       // growth under compression or without strain
-  std::vector<DepthSegment> seg_tensile;                     // growth under tension
-  CandidateBlocks candidate_blocks;                          // of the history, for the search of z0
-  std::uint32_t seg_relax_first = 0, seg_tensile_first = 0;  // the first segment above z0
+  // ---- Accepted steps
+  History history;
+  Segments segments;
 
   // Builds the model from a recipe; the recipe is not kept. Opens and empties the file at output_path, unless that is
   // empty. err is 0 on success, 1, -1 or 100 to 103 on failure, with the text in error_text.

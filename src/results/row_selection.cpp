@@ -120,24 +120,25 @@ void thin_out(const SurfChemNonst& m, std::vector<RowSample>& samples, std::size
 
 // The lists of the history that hold a value for each row.
 std::vector<std::vector<double>*> lists_of(SurfChemNonst& m) {
-  std::vector<std::vector<double>*> lists = {&m.hist_t, &m.hist_z, &m.hist_Vg, &m.hist_xIn, &m.hist_xGa, &m.hist_xAl};
-  if (m.stress_model == STRESS_V_dislocation) lists.insert(lists.end(), {&m.hist_h, &m.hist_rho_VD});
+  std::vector<std::vector<double>*> lists = {&m.history.t,    &m.history.z,    &m.history.Vg,
+                                             &m.history.x_In, &m.history.x_Ga, &m.history.x_Al};
+  if (m.stress_model == STRESS_V_dislocation) lists.insert(lists.end(), {&m.history.h, &m.history.rho_VD});
   return lists;
 }
 
 double next_above(double t) { return std::nextafter(t, std::numeric_limits<double>::infinity()); }
 
 void append(SurfChemNonst& m, const RowSample& s, double t) {
-  m.hist_t.push_back(t);
-  m.hist_z.push_back(s.z);
-  m.hist_Vg.push_back(s.GR);
-  m.hist_xIn.push_back(s.x_b[InN_b]);
-  m.hist_xGa.push_back(s.x_b[GaN_b]);
-  m.hist_xAl.push_back(s.x_b[AlN_b]);
+  m.history.t.push_back(t);
+  m.history.z.push_back(s.z);
+  m.history.Vg.push_back(s.GR);
+  m.history.x_In.push_back(s.x_b[InN_b]);
+  m.history.x_Ga.push_back(s.x_b[GaN_b]);
+  m.history.x_Al.push_back(s.x_b[AlN_b]);
   const bool relaxes = m.stress_model == STRESS_V_dislocation;
   if (relaxes) {
-    m.hist_h.push_back(s.h);
-    m.hist_rho_VD.push_back(s.rho_VD);
+    m.history.h.push_back(s.h);
+    m.history.rho_VD.push_back(s.rho_VD);
   }
 }
 
@@ -153,8 +154,8 @@ void finish_rows(SurfChemNonst& m, RowSelection& selection) {
   thin_out(m, samples, MAX_SELECTED);
   for (const RowSample& s : samples) {
     const double t = selection.begin + s.t;
-    const bool is_later = m.hist_t.empty() || t > m.hist_t.back();
-    append(m, s, is_later ? t : next_above(m.hist_t.back()));
+    const bool is_later = m.history.t.empty() || t > m.history.t.back();
+    append(m, s, is_later ? t : next_above(m.history.t.back()));
   }
   samples.clear();
 }
@@ -164,7 +165,7 @@ void add_rows_at_z0(SurfChemNonst& m) {
   constexpr double RATIO = 1.1;          // of the depths of two rows
   // Heights from the top down, to insert rows from behind.
   std::vector<double> heights;
-  for (double depth = FIRST_DEPTH; m.z0 + depth < m.hist_z.back(); depth *= RATIO) heights.push_back(m.z0 + depth);
+  for (double depth = FIRST_DEPTH; m.z0 + depth < m.history.z.back(); depth *= RATIO) heights.push_back(m.z0 + depth);
   std::reverse(heights.begin(), heights.end());
   heights.push_back(m.z0);
   heights.push_back(std::nextafter(m.z0, 0.0));
@@ -178,13 +179,13 @@ void add_rows_at_z0(SurfChemNonst& m) {
     }
   };
   for (double z : heights) {
-    while (m.hist_z.size() > 1 && m.hist_z[m.hist_z.size() - 2] >= z) take_last();
-    const std::size_t last = m.hist_z.size() - 1;
-    if (last == 0 || !(m.hist_z[last] > z)) continue;
-    const double share = (z - m.hist_z[last - 1]) / (m.hist_z[last] - m.hist_z[last - 1]);
-    double t = m.hist_t[last - 1] + share * (m.hist_t[last] - m.hist_t[last - 1]);
+    while (m.history.z.size() > 1 && m.history.z[m.history.z.size() - 2] >= z) take_last();
+    const std::size_t last = m.history.z.size() - 1;
+    if (last == 0 || !(m.history.z[last] > z)) continue;
+    const double share = (z - m.history.z[last - 1]) / (m.history.z[last] - m.history.z[last - 1]);
+    double t = m.history.t[last - 1] + share * (m.history.t[last] - m.history.t[last - 1]);
     if (z == m.z0) t = next_above(t);  // the row under it is at t
-    if (!(t > m.hist_t[last - 1] && t < m.hist_t[last])) continue;
+    if (!(t > m.history.t[last - 1] && t < m.history.t[last])) continue;
     std::vector<double> row;
     row.reserve(lists.size());
     for (const std::vector<double>* list : lists) {

@@ -91,9 +91,10 @@ void SurfChemNonst::write_point_state() {
 
 void SurfChemNonst::write_point_history() {
   std::string text = "t(s) In Ga Al N H GR(mkm/hr) X z(nm)\n";
-  for (std::size_t i = 0; i < hist_t.size(); ++i) {
-    append_columns(text, {hist_t[i], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i],
-                          hist_Vg[i] * M_PER_S_TO_MKM_PER_HR, hist_xIn[i], hist_z[i] * M_TO_NM});
+  for (std::size_t i = 0; i < history.t.size(); ++i) {
+    append_columns(text,
+                   {history.t[i], history.c_In[i], history.c_Ga[i], history.c_Al[i], history.c_N[i], history.c_H[i],
+                    history.Vg[i] * M_PER_S_TO_MKM_PER_HR, history.x_In[i], history.z[i] * M_TO_NM});
     text += '\n';
   }
   write_text(out, text);

@@ -21,38 +21,38 @@ bool is_recorded(SurfChemNonst& m, double t) {
     m.first_point = false;
     return true;
   }
-  return t - m.hist_t.back() > RECORD_SPACING || std::abs(m.t_end - t) < END_TOLERANCE;
+  return t - m.history.t.back() > RECORD_SPACING || std::abs(m.t_end - t) < END_TOLERANCE;
 }
 
 void keep_energy_terms(SurfChemNonst& m) {
   // The zero takes the second term out, but lets a not-a-number through.
-  const double K = m.I1 - m.hist_I1[0] - (m.I0 - m.hist_I0[0]) * 0.0;
+  const double K = m.I1 - m.history.I1[0] - (m.I0 - m.history.I0[0]) * 0.0;
   const double balance =
       m.z0 <= Z0_FOUND ? K + m.loop_energy(m.z - m.z_start, 0.0) : m.energy_balance(m.loop_energy(m.z, m.z0), m.rho_VD);
-  m.hist_deltaE.push_back(ENERGY_SCALE * balance);
-  m.hist_K1.push_back(ENERGY_SCALE * K);
-  m.hist_J0.push_back(ENERGY_SCALE * m.J0);
-  m.hist_J1.push_back(ENERGY_SCALE * m.J1);
-  m.hist_J2.push_back(ENERGY_SCALE * m.J2);
-  m.hist_E_V_loop.push_back(ENERGY_SCALE * m.loop_energy(m.z, m.z0));
-  m.hist_r.push_back(m.r);
+  m.history.deltaE.push_back(ENERGY_SCALE * balance);
+  m.history.K1.push_back(ENERGY_SCALE * K);
+  m.history.J0.push_back(ENERGY_SCALE * m.J0);
+  m.history.J1.push_back(ENERGY_SCALE * m.J1);
+  m.history.J2.push_back(ENERGY_SCALE * m.J2);
+  m.history.E_V_loop.push_back(ENERGY_SCALE * m.loop_energy(m.z, m.z0));
+  m.history.r.push_back(m.r);
 }
 
 void follow_V_defects(SurfChemNonst& m) {
   if (m.z0 < 0.0) {
     m.find_z0();
     if (m.z0 < 0.0) {
-      m.hist_I0.push_back(m.I0);
-      m.hist_I1.push_back(m.I1);
-      m.hist_J0_0.push_back(m.J0_0);
-      m.hist_J0_1.push_back(m.J0_1);
+      m.history.I0.push_back(m.I0);
+      m.history.I1.push_back(m.I1);
+      m.history.J0_0.push_back(m.J0_0);
+      m.history.J0_1.push_back(m.J0_1);
     } else {
       m.start_V_defects();
     }
   }
   if (Z0_FOUND < m.z0) m.update_V_defects();
-  m.hist_h.push_back(m.h);
-  m.hist_rho_VD.push_back(m.rho_VD);
+  m.history.h.push_back(m.h);
+  m.history.rho_VD.push_back(m.rho_VD);
 }
 
 }  // namespace
@@ -70,21 +70,21 @@ void SurfChemNonst::record_step(double t_new, const double* y) {
   Vg = 0.0;
   if (t_prev < t_new) Vg = (z - z_prev) / (t_new - t_prev);
   const bool relaxes = stress_model == STRESS_V_dislocation;
-  if (relaxes) append_segment(0.0 < eps_xx ? seg_tensile : seg_relax);
+  if (relaxes) append_segment(0.0 < eps_xx ? segments.tensile : segments.relaxing);
 
   if (is_recorded(*this, t_new)) {
-    hist_t.push_back(t_new);
-    hist_z.push_back(z);
-    hist_Vg.push_back(Vg);
-    hist_xIn.push_back(x_b[InN_b]);
-    hist_xGa.push_back(x_b[GaN_b]);
-    hist_xAl.push_back(x_b[AlN_b]);
+    history.t.push_back(t_new);
+    history.z.push_back(z);
+    history.Vg.push_back(Vg);
+    history.x_In.push_back(x_b[InN_b]);
+    history.x_Ga.push_back(x_b[GaN_b]);
+    history.x_Al.push_back(x_b[AlN_b]);
     if (detail_output) {
-      hist_In.push_back(c_a[In_a]);
-      hist_Ga.push_back(c_a[Ga_a]);
-      hist_Al.push_back(c_a[Al_a]);
-      hist_N.push_back(c_a[N_a]);
-      hist_H.push_back(c_a[H_a]);
+      history.c_In.push_back(c_a[In_a]);
+      history.c_Ga.push_back(c_a[Ga_a]);
+      history.c_Al.push_back(c_a[Al_a]);
+      history.c_N.push_back(c_a[N_a]);
+      history.c_H.push_back(c_a[H_a]);
     }
     if (relaxes) {
       follow_V_defects(*this);

@@ -44,14 +44,14 @@ double SurfChemNonst::J2_of(double rho) const {
   const double k = J2_k(rho);
   if (k < K_MIN) return 0.0;
   double S = 0.0;
-  for (std::size_t i = seg_relax_first; i < seg_relax.size(); ++i) {
-    const DepthSegment& s = seg_relax[i];
+  for (std::size_t i = segments.relaxing_first; i < segments.relaxing.size(); ++i) {
+    const DepthSegment& s = segments.relaxing[i];
     const double d = z0 + s.h_from - h_z0;
     S += F_segment(k, s.z_to - d) - F_segment(k, s.z_from - d);
   }
   // Under tension the effective thickness w does not grow.
-  for (std::size_t i = seg_tensile_first; i < seg_tensile.size(); ++i) {
-    const DepthSegment& s = seg_tensile[i];
+  for (std::size_t i = segments.tensile_first; i < segments.tensile.size(); ++i) {
+    const DepthSegment& s = segments.tensile[i];
     const double w = s.z_from - z0 - s.h_from + h_z0;
     S += std::log(k * w + 1.0) * w * (s.z_to - s.z_from);
   }
@@ -108,16 +108,16 @@ double SurfChemNonst::K1_of(double z_at, double h_at, double I0_at, double I1_at
 void SurfChemNonst::find_z0() {
   // The lists of h and the integrals do not hold the current point yet. With a z that is not a number the depth test
   // never stops the search; the length does.
-  const std::size_t n = std::min(hist_t.size(), hist_I1.size());
-  const CandidateLists lists{hist_z, hist_h, hist_I0, hist_I1};
-  const Z0Search search = search_z0(lists, n, candidate_blocks);
+  const std::size_t n = std::min(history.t.size(), history.I1.size());
+  const CandidateLists lists{history.z, history.h, history.I0, history.I1};
+  const Z0Search search = search_z0(lists, n, history.candidate_blocks);
   if (search.found) {
-    z0 = hist_z[search.index];
+    z0 = history.z[search.index];
     z0_index = static_cast<std::uint32_t>(search.index);
   }
   if (search.passed > 0) {
     const std::size_t last = search.passed - 1;
-    K1 = K1_of(hist_z[last], hist_h[last], hist_I0[last], hist_I1[last]);
+    K1 = K1_of(history.z[last], history.h[last], history.I0[last], history.I1[last]);
   }
 }
 
@@ -137,16 +137,17 @@ double SurfChemNonst::J0_of() const { return (J0_1 - J0_1_z0) * (h_z0 - (z0 - z_
 double SurfChemNonst::stiff_relieved() const { return 2.0 * tan_V * modulus_M() * b_burgers * eps_r_z0; }
 
 void SurfChemNonst::start_V_defects() {
-  set_state_at_z0(hist_h[z0_index], hist_I0[z0_index], hist_I1[z0_index], hist_J0_0[z0_index], hist_J0_1[z0_index]);
+  set_state_at_z0(history.h[z0_index], history.I0[z0_index], history.I1[z0_index], history.J0_0[z0_index],
+                  history.J0_1[z0_index]);
 
   // What grew below z0 no longer counts. A compressive segment is cut at z0; a tensile one begins at z0 in any case.
-  const std::size_t relax = first_above(seg_relax, z0);
-  seg_relax_first = static_cast<std::uint32_t>(relax);
-  if (relax < seg_relax.size() && seg_relax[relax].z_from < z0) seg_relax[relax].z_from = z0;
-  const std::size_t tensile = first_above(seg_tensile, z0);
-  seg_tensile_first = static_cast<std::uint32_t>(tensile);
-  if (tensile < seg_tensile.size()) {
-    DepthSegment& s = seg_tensile[tensile];
+  const std::size_t relax = first_above(segments.relaxing, z0);
+  segments.relaxing_first = static_cast<std::uint32_t>(relax);
+  if (relax < segments.relaxing.size() && segments.relaxing[relax].z_from < z0) segments.relaxing[relax].z_from = z0;
+  const std::size_t tensile = first_above(segments.tensile, z0);
+  segments.tensile_first = static_cast<std::uint32_t>(tensile);
+  if (tensile < segments.tensile.size()) {
+    DepthSegment& s = segments.tensile[tensile];
     if (s.z_from < z0) s.h_from += z0 - s.z_from;
     s.z_from = z0;
   }

@@ -59,7 +59,7 @@ TEST(StagedRun, HasRowsAtTheFirstAndTheLastInstantOfEachStage) {
   for (std::int32_t stress_model : {STRESS_OFF, STRESS_V_dislocation}) {
     const Grown r = run(three_stages(stress_model));
     ASSERT_EQ(0, r.status) << r.error;
-    const std::vector<double>& t = r.model->hist_t;
+    const std::vector<double>& t = r.model->history.t;
     EXPECT_EQ(r.model->active_stages.front().begin_time(), t.front());
     EXPECT_EQ(r.model->active_stages.back().end_time(), t.back());
     for (const StageRecord& stage : r.model->active_stages) {
@@ -70,17 +70,17 @@ TEST(StagedRun, HasRowsAtTheFirstAndTheLastInstantOfEachStage) {
       ASSERT_NE(t.end(), end + 1);
       EXPECT_EQ(std::nextafter(*end, 1e9), *(end + 1));
       const auto i = static_cast<std::size_t>(end - t.begin());
-      EXPECT_EQ(r.model->hist_z[i], r.model->hist_z[i + 1]);
-      EXPECT_EQ(r.model->hist_xIn[i], r.model->hist_xIn[i + 1]);
+      EXPECT_EQ(r.model->history.z[i], r.model->history.z[i + 1]);
+      EXPECT_EQ(r.model->history.x_In[i], r.model->history.x_In[i + 1]);
     }
     for (std::size_t i = 1; i < t.size(); ++i) EXPECT_LT(t[i - 1], t[i]);
     const std::size_t n = t.size();
-    for (const auto* list :
-         {&r.model->hist_z, &r.model->hist_Vg, &r.model->hist_xIn, &r.model->hist_xGa, &r.model->hist_xAl}) {
+    for (const auto* list : {&r.model->history.z, &r.model->history.Vg, &r.model->history.x_In, &r.model->history.x_Ga,
+                             &r.model->history.x_Al}) {
       EXPECT_EQ(n, list->size());
     }
-    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->hist_h.size());
-    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->hist_rho_VD.size());
+    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->history.h.size());
+    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->history.rho_VD.size());
     EXPECT_LE(n, 3 * MAX_ROWS_PER_STAGE);
   }
 }
@@ -258,7 +258,8 @@ TEST(StagedRun, GrowsTheSameLateInTime) {
     }
     const Grown r = run(recipe);
     ASSERT_EQ(0, r.status) << r.error;
-    for (std::size_t i = 1; i < r.model->hist_t.size(); ++i) ASSERT_LT(r.model->hist_t[i - 1], r.model->hist_t[i]);
+    for (std::size_t i = 1; i < r.model->history.t.size(); ++i)
+      ASSERT_LT(r.model->history.t[i - 1], r.model->history.t[i]);
     z[t0 > 0.0] = r.model->z - r.model->z_start;
   }
   // Durations are tau; the times of the stages are rounded, not their lengths.

@@ -173,9 +173,9 @@ TEST(Construction, FieldsStartAsTheRunExpectsThem) {
   EXPECT_EQ(model->Vg, 0.0);
   EXPECT_EQ(model->h, 0.0);
   EXPECT_EQ(model->rho_VD, 0.0);
-  EXPECT_TRUE(model->hist_t.empty());
-  EXPECT_TRUE(model->seg_relax.empty());
-  EXPECT_GE(model->hist_t.capacity(), 1024u);
+  EXPECT_TRUE(model->history.t.empty());
+  EXPECT_TRUE(model->segments.relaxing.empty());
+  EXPECT_GE(model->history.t.capacity(), 1024u);
   for (double site : model->site_gas) EXPECT_EQ(site, 1.0);
   for (double site : model->site_bulk) EXPECT_EQ(site, 1.0);
   EXPECT_EQ(model->N2_mix_A, (std::array<double, N_BULK>{1.0, 0.0002811, 260000000.0}));

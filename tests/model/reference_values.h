@@ -182,8 +182,9 @@ inline std::span<double> array_field(vorlen::SurfChemNonst& m, const std::string
 
 inline std::vector<double>* list_field(vorlen::SurfChemNonst& m, const std::string& name) {
   const std::pair<const char*, std::vector<double>*> fields[] = {
-      {"hist_t", &m.hist_t},   {"hist_z", &m.hist_z},   {"hist_h", &m.hist_h},       {"hist_rho_VD", &m.hist_rho_VD},
-      {"hist_I0", &m.hist_I0}, {"hist_I1", &m.hist_I1}, {"hist_J0_0", &m.hist_J0_0}, {"hist_J0_1", &m.hist_J0_1},
+      {"hist_t", &m.history.t},           {"hist_z", &m.history.z},       {"hist_h", &m.history.h},
+      {"hist_rho_VD", &m.history.rho_VD}, {"hist_I0", &m.history.I0},     {"hist_I1", &m.history.I1},
+      {"hist_J0_0", &m.history.J0_0},     {"hist_J0_1", &m.history.J0_1},
   };
   for (const auto& [field, list] : fields) {
     if (name == field) return list;
@@ -214,9 +215,9 @@ inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const st
 inline void set_fields(const json& object, vorlen::SurfChemNonst& m) {
   for (const auto& [key, node] : object.items()) {
     if (key == "seg_relax") {
-      m.seg_relax = segments_of(node);
+      m.segments.relaxing = segments_of(node);
     } else if (key == "seg_tensile") {
-      m.seg_tensile = segments_of(node);
+      m.segments.tensile = segments_of(node);
     } else if (std::vector<double>* list = list_field(m, key)) {
       *list = numbers_of(node);
     } else if (double* value = scalar_field(m, key)) {

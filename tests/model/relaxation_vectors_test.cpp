@@ -27,11 +27,11 @@ TEST_P(RecordVectors, ASequenceOfAcceptedStepsMeetsTheReference) {
     ASSERT_EQ(static_cast<int>(state.size()), model->n_state());
     model->eval_rhs(t, state.data(), f.data());
     model->record_step(t, state.data());
-    EXPECT_EQ(step.at("recorded_points").get<std::size_t>(), model->hist_t.size()) << what;
+    EXPECT_EQ(step.at("recorded_points").get<std::size_t>(), model->history.t.size()) << what;
     json fields = step;
     if (fields.contains("segments")) {
-      EXPECT_EQ(fields["segments"][0].get<std::size_t>(), model->seg_relax.size()) << what;
-      EXPECT_EQ(fields["segments"][1].get<std::size_t>(), model->seg_tensile.size()) << what;
+      EXPECT_EQ(fields["segments"][0].get<std::size_t>(), model->segments.relaxing.size()) << what;
+      EXPECT_EQ(fields["segments"][1].get<std::size_t>(), model->segments.tensile.size()) << what;
     }
     for (const char* key : {"t", "y", "recorded_points", "segments"}) fields.erase(key);
     expect_fields(fields, model.m, what);
@@ -39,10 +39,10 @@ TEST_P(RecordVectors, ASequenceOfAcceptedStepsMeetsTheReference) {
   EXPECT_GE(number, 50u);
 
   if (expected.contains("seg_relax")) {
-    expect_segments(expected.at("seg_relax"), model->seg_relax, "seg_relax");
-    expect_segments(expected.at("seg_tensile"), model->seg_tensile, "seg_tensile");
-    EXPECT_EQ(expected.at("seg_first")[0].get<std::uint32_t>(), model->seg_relax_first);
-    EXPECT_EQ(expected.at("seg_first")[1].get<std::uint32_t>(), model->seg_tensile_first);
+    expect_segments(expected.at("seg_relax"), model->segments.relaxing, "seg_relax");
+    expect_segments(expected.at("seg_tensile"), model->segments.tensile, "seg_tensile");
+    EXPECT_EQ(expected.at("seg_first")[0].get<std::uint32_t>(), model->segments.relaxing_first);
+    EXPECT_EQ(expected.at("seg_first")[1].get<std::uint32_t>(), model->segments.tensile_first);
     for (const auto& [name, length] : expected.at("list_lengths").items()) {
       const std::vector<double>* list = list_field(model.m, name);
       ASSERT_NE(list, nullptr) << name;
@@ -150,10 +150,10 @@ TEST(RelaxationVectors, TheSearchForTheDepthMeetsTheReference) {
 
     m.start_V_defects();
     const json& start = starting_with(cases[k], "start of the V-defects");
-    expect_segments(start.at("seg_relax"), m.seg_relax, what + "seg_relax");
-    expect_segments(start.at("seg_tensile"), m.seg_tensile, what + "seg_tensile");
-    EXPECT_EQ(start.at("seg_relax_first").get<std::uint32_t>(), m.seg_relax_first) << what;
-    EXPECT_EQ(start.at("seg_tensile_first").get<std::uint32_t>(), m.seg_tensile_first) << what;
+    expect_segments(start.at("seg_relax"), m.segments.relaxing, what + "seg_relax");
+    expect_segments(start.at("seg_tensile"), m.segments.tensile, what + "seg_tensile");
+    EXPECT_EQ(start.at("seg_relax_first").get<std::uint32_t>(), m.segments.relaxing_first) << what;
+    EXPECT_EQ(start.at("seg_tensile_first").get<std::uint32_t>(), m.segments.tensile_first) << what;
     json fields = start;
     for (const char* key : {"seg_relax", "seg_tensile", "seg_relax_first", "seg_tensile_first"}) fields.erase(key);
     expect_fields(fields, m, what);

@@ -369,8 +369,9 @@ TEST(ExchangeLayer, InSteadyGrowthTheCompositionIsThatOfTheRates) {
     m->surface_rates();
     const double S = m->R_b[0] + m->R_b[1] + m->R_b[2];
     // Under stress the composition still moves, and the layer lags by the time that it takes to fill.
-    const std::size_t last = m->hist_t.size() - 1;
-    const double slope = (m->hist_xIn[last] - m->hist_xIn[last - 1]) / (m->hist_t[last] - m->hist_t[last - 1]);
+    const std::size_t last = m->history.t.size() - 1;
+    const double slope =
+        (m->history.x_In[last] - m->history.x_In[last - 1]) / (m->history.t[last] - m->history.t[last - 1]);
     const double lag = stress_model == STRESS_OFF ? 0.0 : 1.9e-11 / S * slope;
     // The slope is that of the chord between the last two rows.
     const double bound = 2e-6 + 0.1 * std::abs(lag);

@@ -78,9 +78,10 @@ struct VDefects {
 };
 
 VDefects v_defects_of(const SurfChemNonst& m) {
-  const auto open = std::find_if(m.hist_rho_VD.begin(), m.hist_rho_VD.end(), [](double rho) { return rho > 0.0; });
-  EXPECT_NE(open, m.hist_rho_VD.end()) << "no V-defects open";
-  return {m.hist_t[static_cast<std::size_t>(open - m.hist_rho_VD.begin())] - m.t_begin, m.z0 * 1e9, m.rho_VD};
+  const auto open =
+      std::find_if(m.history.rho_VD.begin(), m.history.rho_VD.end(), [](double rho) { return rho > 0.0; });
+  EXPECT_NE(open, m.history.rho_VD.end()) << "no V-defects open";
+  return {m.history.t[static_cast<std::size_t>(open - m.history.rho_VD.begin())] - m.t_begin, m.z0 * 1e9, m.rho_VD};
 }
 
 VDefects staged_v_defects(const ProcessRecipe& recipe) {

@@ -43,15 +43,15 @@ TEST_F(SinglePoint, WithReportedSpeciesTheirPressuresAndFluxesStandInTheFile) {
 }
 
 TEST_F(SinglePoint, TheHistoryHasOneRowForEachPointWithoutABlankAtItsEnd) {
-  model->hist_t = {0.0, 0.5};
-  model->hist_In = {1.0, 2.0};
-  model->hist_Ga = {3.0, 4.0};
-  model->hist_Al = {5.0, 6.0};
-  model->hist_N = {7.0, 8.0};
-  model->hist_H = {9.0, 0.0};
-  model->hist_Vg = {0.0, 1.0};  // 1 m/s is 3.6e9 mkm/hr
-  model->hist_xIn = {0.25, 0.5};
-  model->hist_z = {1.0, 2.0};
+  model->history.t = {0.0, 0.5};
+  model->history.c_In = {1.0, 2.0};
+  model->history.c_Ga = {3.0, 4.0};
+  model->history.c_Al = {5.0, 6.0};
+  model->history.c_N = {7.0, 8.0};
+  model->history.c_H = {9.0, 0.0};
+  model->history.Vg = {0.0, 1.0};  // 1 m/s is 3.6e9 mkm/hr
+  model->history.x_In = {0.25, 0.5};
+  model->history.z = {1.0, 2.0};
   EXPECT_EQ(written(),
             "T P delta \n1030 40000.5 1e-05 \n\n" + HISTORY_HEADING +
                 "0.0000000000000000e+000 1.0000000000000000e+000 3.0000000000000000e+000 5.0000000000000000e+000 "

@@ -42,14 +42,14 @@ TEST(StageThickness, AStepThatEndsOnABoundaryIsNotDividedAndMultipliedByItsLengt
     SCOPED_TRACE(k);
     const double tau = 0.1 * k;
     const auto single = staged_model({tau, 1.0}, {{0.0, 0.0}, {tau, 0.7 * k}, {tau + 1.0, 40.0}});
-    EXPECT_TRUE(same_bits((single->hist_z[1] - 0.0) * 1e9, single->active_stages[0].thickness));
+    EXPECT_TRUE(same_bits((single->history.z[1] - 0.0) * 1e9, single->active_stages[0].thickness));
 
     // From the middle of the first stage to the end of the second.
     const auto both = staged_model({tau, 0.3, 1.0}, {{0.0, 0.0}, {0.5 * tau, 1.0}, {tau + 0.3, 0.7 * k}});
     const StageRecord& second = both->active_stages[1];
-    const double dt = both->hist_t[2] - both->hist_t[1];
-    const double dz = (both->hist_z[2] - both->hist_z[1]) * 1e9;
-    ASSERT_EQ(both->hist_t[2], second.time.end);
+    const double dt = both->history.t[2] - both->history.t[1];
+    const double dz = (both->history.z[2] - both->history.z[1]) * 1e9;
+    ASSERT_EQ(both->history.t[2], second.time.end);
     EXPECT_TRUE(same_bits((second.time.end - second.time.val) * dz / dt, second.thickness));
     EXPECT_EQ(both->active_stages[2].thickness, 0.0);
   }

@@ -97,7 +97,7 @@ using J2 = WithDefects;
 
 TEST_F(J2, WithoutAnyDislocationItIsZero) {
   // A segment of a metre, so that its logarithm can tell the smallest k from zero.
-  m->seg_tensile = {{1.0, 2.0, 0.0}};
+  m->segments.tensile = {{1.0, 2.0, 0.0}};
   m->rho_TD_z0 = 0.0;
   EXPECT_EQ(m->J2_of(0.0), 0.0);
   // k < 1e-10: 2 rho L_TD, so rho below 1e-10 / 6.2e-8.
@@ -109,7 +109,7 @@ TEST_F(J2, WithoutSegmentsItIsZero) { EXPECT_EQ(m->J2_of(1e14), 0.0); }
 
 TEST_F(J2, CompressiveSegmentsCountByTheIntegralOverTheirEffectiveThickness) {
   // No tension up to 5e-7, then 1e-8 of it before the second segment.
-  m->seg_relax = {{z0, 5e-7, 4e-8}, {5.2e-7, 8e-7, 5e-8}};
+  m->segments.relaxing = {{z0, 5e-7, 4e-8}, {5.2e-7, 8e-7, 5e-8}};
   for (double rho : {0.0, 1e13, 1e16}) {
     const double k = k_of(rho);
     const double expected = FACTOR * (integral(k, 0.0, 2e-7) + integral(k, 2.1e-7, 4.9e-7));
@@ -118,7 +118,7 @@ TEST_F(J2, CompressiveSegmentsCountByTheIntegralOverTheirEffectiveThickness) {
 }
 
 TEST_F(J2, TensileSegmentsCountWithAConstantIntegrand) {
-  m->seg_tensile = {{5e-7, 5.2e-7, 4e-8}, {6e-7, 7e-7, 6e-8}};
+  m->segments.tensile = {{5e-7, 5.2e-7, 4e-8}, {6e-7, 7e-7, 6e-8}};
   const double k = k_of(1e14);
   const double w1 = 2e-7;  // 200 nm above z0, no tension since
   const double w2 = 2.8e-7;
@@ -127,26 +127,26 @@ TEST_F(J2, TensileSegmentsCountWithAConstantIntegrand) {
 }
 
 TEST_F(J2, SegmentsBelowTheFirstOnesThatCountAreLeftOut) {
-  m->seg_relax = {{1e-7, 2e-7, 0.0}, {z0, 5e-7, 4e-8}};
-  m->seg_tensile = {{2e-7, z0, 0.0}, {5e-7, 6e-7, 4e-8}};
-  m->seg_relax_first = 1;
-  m->seg_tensile_first = 1;
+  m->segments.relaxing = {{1e-7, 2e-7, 0.0}, {z0, 5e-7, 4e-8}};
+  m->segments.tensile = {{2e-7, z0, 0.0}, {5e-7, 6e-7, 4e-8}};
+  m->segments.relaxing_first = 1;
+  m->segments.tensile_first = 1;
   const double k = k_of(1e14);
   const double w = 2e-7;
   const double expected = FACTOR * (integral(k, 0.0, w) + std::log1p(k * w) * w * 1e-7);
   EXPECT_TRUE(close_to(expected, m->J2_of(1e14), 1e-9));
-  m->seg_relax_first = 2;
-  m->seg_tensile_first = 2;
+  m->segments.relaxing_first = 2;
+  m->segments.tensile_first = 2;
   EXPECT_EQ(m->J2_of(1e14), 0.0);
 }
 
 TEST_F(J2, ASegmentThatEndsBelowTheReferenceDepthAddsNothing) {
-  m->seg_relax = {{1e-7, 2e-7, 4e-8}};
+  m->segments.relaxing = {{1e-7, 2e-7, 4e-8}};
   EXPECT_EQ(m->J2_of(1e14), 0.0);
 }
 
 TEST_F(J2, ItRisesWithTheDensity) {
-  m->seg_relax = {{z0, 5e-7, 4e-8}};
+  m->segments.relaxing = {{z0, 5e-7, 4e-8}};
   double last = m->J2_of(0.0);
   for (double rho = 1e9; rho <= 1e17; rho *= 10.0) {
     EXPECT_GT(m->J2_of(rho), last);
@@ -155,7 +155,7 @@ TEST_F(J2, ItRisesWithTheDensity) {
 }
 
 TEST_F(J2, TheBalanceIsTheSumOfItsFourTerms) {
-  m->seg_relax = {{z0, 5e-7, 4e-8}};
+  m->segments.relaxing = {{z0, 5e-7, 4e-8}};
   m->J0 = -3.0;
   m->J1 = 0.25;
   const double J2_value = m->J2_of(1e14);

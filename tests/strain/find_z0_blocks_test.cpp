@@ -27,10 +27,10 @@ Found plain_search(const SurfChemNonst& m, double K1_before) {
   Found found;
   found.K1 = K1_before;
   double best = 0.0;
-  for (std::size_t i = 0; i < m.hist_I1.size(); ++i) {
-    const double z_i = m.hist_z[i];
+  for (std::size_t i = 0; i < m.history.I1.size(); ++i) {
+    const double z_i = m.history.z[i];
     if (z_i > m.z - 3e-10 * 3.189) break;
-    found.K1 = (m.I1 - m.hist_I1[i]) - (m.I0 - m.hist_I0[i]) * (z_i - m.z_start - m.hist_h[i]);
+    found.K1 = (m.I1 - m.history.I1[i]) - (m.I0 - m.history.I0[i]) * (z_i - m.z_start - m.history.h[i]);
     const double s = m.loop_energy(m.z, z_i) + found.K1;
     if (s < best) {
       best = s;
@@ -56,8 +56,8 @@ int expect_plain_search(SurfChemNonst& m, const std::vector<Candidate>& points) 
     m.h = p.h;
     m.I0 = p.I0;
     m.I1 = p.I1;
-    m.hist_t.push_back(static_cast<double>(n));
-    m.hist_z.push_back(p.z);
+    m.history.t.push_back(static_cast<double>(n));
+    m.history.z.push_back(p.z);
     m.z0 = -1e-9;
     m.z0_index = std::numeric_limits<std::uint32_t>::max();
     const Found expected = plain_search(m, m.K1);
@@ -69,9 +69,9 @@ int expect_plain_search(SurfChemNonst& m, const std::vector<Candidate>& points) 
       return times_found;
     }
     if (m.z0 >= 0.0) ++times_found;
-    m.hist_h.push_back(p.h);
-    m.hist_I0.push_back(p.I0);
-    m.hist_I1.push_back(p.I1);
+    m.history.h.push_back(p.h);
+    m.history.I0.push_back(p.I0);
+    m.history.I1.push_back(p.I1);
   }
   return times_found;
 }

@@ -24,7 +24,7 @@ struct RootSearch : testing::Test {
     m->z = 4e-7;
     m->z0 = 1e-7;
     m->rho_TD_z0 = 0.0;
-    m->seg_tensile = {{3e-7, 4e-7, 0.0}};
+    m->segments.tensile = {{3e-7, 4e-7, 0.0}};
   }
   // Shifts the balance so that its root is rho: F(rho) is exactly zero there.
   void put_root_at(double rho) { m->J0 = -m->J2_of(rho); }
@@ -77,7 +77,7 @@ TEST_F(RootSearch, ABalanceOfExactlyZeroChangesNothing) {
 }
 
 TEST_F(RootSearch, ABalanceCountsAsZeroAboveMinusTenToTheMinus40) {
-  m->seg_tensile.clear();
+  m->segments.tensile.clear();
   m->rho_VD = 3e12;
   m->J0 = std::nextafter(-1e-40, 0.0);
   EXPECT_EQ(solve(), 3e12);

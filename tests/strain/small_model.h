@@ -1,7 +1,7 @@
 // Models built from the smallest recipe that construction accepts, for tests that set fields and call one operation.
 //
 //   auto m = small_model(STRESS_V_dislocation);
-//   m->hist_z = {...};
+//   m->history.z = {...};
 //   m->find_z0();
 #pragma once
 

@@ -19,13 +19,13 @@ constexpr double LEAST_DEPTH = 3e-10 * 3.189;  // three Burgers vectors, 9.567e-
 std::unique_ptr<SurfChemNonst> model_with_history(const std::vector<double>& depths, double z, double I1) {
   auto m = small_model(STRESS_V_dislocation);
   const std::vector<double> zeros(depths.size(), 0.0);
-  m->hist_z = depths;
-  m->hist_t = zeros;
-  m->hist_h = zeros;
-  m->hist_I0 = zeros;
-  m->hist_I1 = zeros;
-  m->hist_J0_0 = zeros;
-  m->hist_J0_1 = zeros;
+  m->history.z = depths;
+  m->history.t = zeros;
+  m->history.h = zeros;
+  m->history.I0 = zeros;
+  m->history.I1 = zeros;
+  m->history.J0_0 = zeros;
+  m->history.J0_1 = zeros;
   m->z = z;
   m->I1 = I1;
   return m;
@@ -34,7 +34,7 @@ std::unique_ptr<SurfChemNonst> model_with_history(const std::vector<double>& dep
 TEST(FindZ0, TheDepthWithTheMostNegativeBalanceIsTaken) {
   const auto m = model_with_history({1.0e-7, 1.1e-7, 1.2e-7, 1.3e-7, 1.4e-7}, 1.5e-7, 0.0);
   // Integral terms that outweigh the loop energy of some 1e-15 J/m at the third point most.
-  m->hist_I1 = {0.0, 1e-13, 3e-13, 2e-13, 0.0};
+  m->history.I1 = {0.0, 1e-13, 3e-13, 2e-13, 0.0};
   m->find_z0();
   EXPECT_EQ(m->z0_index, 2u);
   EXPECT_EQ(m->z0, 1.2e-7);
@@ -44,9 +44,9 @@ TEST(FindZ0, TheIntegralTermTakesTheEffectiveThicknessOfTheCandidate) {
   const auto m = model_with_history({1.2e-7, 1.4e-7}, 1.5e-7, 0.0);
   m->I0 = 7e-6;
   m->I1 = 4e-13;
-  m->hist_I0 = {1e-6, 2e-6};
-  m->hist_I1 = {3e-14, 5e-14};
-  m->hist_h = {5e-9, 1e-8};
+  m->history.I0 = {1e-6, 2e-6};
+  m->history.I1 = {3e-14, 5e-14};
+  m->history.h = {5e-9, 1e-8};
   m->find_z0();
   // Candidate 1: 40 nm above the start, 10 of them in tension.
   EXPECT_TRUE(close_to((4e-13 - 5e-14) - (7e-6 - 2e-6) * 3e-8, m->K1, 1e-12));
@@ -109,10 +109,11 @@ TEST(FindZ0, AnEmptyHistoryGivesNothing) {
 TEST(FindZ0, AThicknessThatIsNotANumberReadsNothingBehindTheLists) {
   const auto m = model_with_history({1e-7, 1.1e-7}, std::numeric_limits<double>::quiet_NaN(), 0.0);
   // As in a recorded step: time and depth hold the current point already, the others do not.
-  m->hist_t.push_back(1.0);
-  m->hist_z.push_back(m->z);
-  m->hist_I1 = {1.0, 2.0};
-  for (auto* list : {&m->hist_t, &m->hist_z, &m->hist_h, &m->hist_I0, &m->hist_I1}) list->shrink_to_fit();
+  m->history.t.push_back(1.0);
+  m->history.z.push_back(m->z);
+  m->history.I1 = {1.0, 2.0};
+  for (auto* list : {&m->history.t, &m->history.z, &m->history.h, &m->history.I0, &m->history.I1})
+    list->shrink_to_fit();
   m->find_z0();
   EXPECT_EQ(m->z0, -1e-9);
   EXPECT_EQ(m->K1, -2.0) << "the last candidate looked at is the last of the integrals";
@@ -124,11 +125,11 @@ struct Start : testing::Test {
   Start() {
     m->z0 = 4e-7;
     m->z0_index = 1;
-    m->hist_h = {0.0, 5e-8, 6e-8};
-    m->hist_I0 = {0.0, 1.0, 2.0};
-    m->hist_I1 = {0.0, 3.0, 4.0};
-    m->hist_J0_0 = {0.0, 5.0, 6.0};
-    m->hist_J0_1 = {0.0, 7.0, 8.0};
+    m->history.h = {0.0, 5e-8, 6e-8};
+    m->history.I0 = {0.0, 1.0, 2.0};
+    m->history.I1 = {0.0, 3.0, 4.0};
+    m->history.J0_0 = {0.0, 5.0, 6.0};
+    m->history.J0_1 = {0.0, 7.0, 8.0};
   }
 };
 
@@ -157,54 +158,54 @@ TEST_F(Start, WithoutDislocationsBelowThereAreNoneAtZ0) {
 }
 
 TEST_F(Start, EmptySegmentListsBeginAtZero) {
-  m->seg_relax_first = 9;
-  m->seg_tensile_first = 9;
+  m->segments.relaxing_first = 9;
+  m->segments.tensile_first = 9;
   m->start_V_defects();
-  EXPECT_EQ(m->seg_relax_first, 0u);
-  EXPECT_EQ(m->seg_tensile_first, 0u);
+  EXPECT_EQ(m->segments.relaxing_first, 0u);
+  EXPECT_EQ(m->segments.tensile_first, 0u);
 }
 
 TEST_F(Start, SegmentsBelowZ0DoNotCount) {
-  m->seg_relax = {{1e-7, 2e-7, 0.0}, {3e-7, 4e-7, 1e-9}};
-  m->seg_tensile = {{2e-7, 3e-7, 0.0}};
+  m->segments.relaxing = {{1e-7, 2e-7, 0.0}, {3e-7, 4e-7, 1e-9}};
+  m->segments.tensile = {{2e-7, 3e-7, 0.0}};
   m->start_V_defects();
-  EXPECT_EQ(m->seg_relax_first, 2u) << "a segment that ends at z0 lies below it";
-  EXPECT_EQ(m->seg_tensile_first, 1u);
-  EXPECT_EQ(m->seg_relax[1].z_from, 3e-7);
-  EXPECT_EQ(m->seg_tensile[0].z_from, 2e-7);
+  EXPECT_EQ(m->segments.relaxing_first, 2u) << "a segment that ends at z0 lies below it";
+  EXPECT_EQ(m->segments.tensile_first, 1u);
+  EXPECT_EQ(m->segments.relaxing[1].z_from, 3e-7);
+  EXPECT_EQ(m->segments.tensile[0].z_from, 2e-7);
 }
 
 TEST_F(Start, ACompressiveSegmentAcrossZ0IsCutThere) {
-  m->seg_relax = {{1e-7, 2e-7, 0.0}, {3e-7, 5e-7, 1e-9}, {5.5e-7, 6e-7, 2e-9}};
+  m->segments.relaxing = {{1e-7, 2e-7, 0.0}, {3e-7, 5e-7, 1e-9}, {5.5e-7, 6e-7, 2e-9}};
   m->start_V_defects();
-  EXPECT_EQ(m->seg_relax_first, 1u);
-  EXPECT_EQ(m->seg_relax[1].z_from, 4e-7);
-  EXPECT_EQ(m->seg_relax[1].z_to, 5e-7);
-  EXPECT_EQ(m->seg_relax[1].h_from, 1e-9) << "no tension inside";
-  EXPECT_EQ(m->seg_relax[2].z_from, 5.5e-7) << "only the first one that counts is touched";
+  EXPECT_EQ(m->segments.relaxing_first, 1u);
+  EXPECT_EQ(m->segments.relaxing[1].z_from, 4e-7);
+  EXPECT_EQ(m->segments.relaxing[1].z_to, 5e-7);
+  EXPECT_EQ(m->segments.relaxing[1].h_from, 1e-9) << "no tension inside";
+  EXPECT_EQ(m->segments.relaxing[2].z_from, 5.5e-7) << "only the first one that counts is touched";
 }
 
 TEST_F(Start, ACompressiveSegmentAboveZ0StaysWhereItBegins) {
-  m->seg_relax = {{4.5e-7, 5e-7, 1e-9}};
+  m->segments.relaxing = {{4.5e-7, 5e-7, 1e-9}};
   m->start_V_defects();
-  EXPECT_EQ(m->seg_relax_first, 0u);
-  EXPECT_EQ(m->seg_relax[0].z_from, 4.5e-7);
+  EXPECT_EQ(m->segments.relaxing_first, 0u);
+  EXPECT_EQ(m->segments.relaxing[0].z_from, 4.5e-7);
 }
 
 TEST_F(Start, ATensileSegmentAcrossZ0IsCutThereWithTheTensionUpToIt) {
-  m->seg_tensile = {{3e-7, 5e-7, 1e-9}};
+  m->segments.tensile = {{3e-7, 5e-7, 1e-9}};
   m->start_V_defects();
-  EXPECT_EQ(m->seg_tensile_first, 0u);
-  EXPECT_EQ(m->seg_tensile[0].z_from, 4e-7);
-  EXPECT_DOUBLE_EQ(m->seg_tensile[0].h_from, 1e-9 + 1e-7);
+  EXPECT_EQ(m->segments.tensile_first, 0u);
+  EXPECT_EQ(m->segments.tensile[0].z_from, 4e-7);
+  EXPECT_DOUBLE_EQ(m->segments.tensile[0].h_from, 1e-9 + 1e-7);
 }
 
 TEST_F(Start, ATensileSegmentAboveZ0IsMovedDownToIt) {
-  m->seg_tensile = {{4.5e-7, 5e-7, 1e-9}, {5.5e-7, 6e-7, 2e-9}};
+  m->segments.tensile = {{4.5e-7, 5e-7, 1e-9}, {5.5e-7, 6e-7, 2e-9}};
   m->start_V_defects();
-  EXPECT_EQ(m->seg_tensile[0].z_from, 4e-7);
-  EXPECT_EQ(m->seg_tensile[0].h_from, 1e-9);
-  EXPECT_EQ(m->seg_tensile[1].z_from, 5.5e-7);
+  EXPECT_EQ(m->segments.tensile[0].z_from, 4e-7);
+  EXPECT_EQ(m->segments.tensile[0].h_from, 1e-9);
+  EXPECT_EQ(m->segments.tensile[1].z_from, 5.5e-7);
 }
 
 // Behind the start, one step from 500 to 600 nm; the balance is positive, so that the density stays.
@@ -253,7 +254,7 @@ TEST_F(Update, TheTermOfTheRelievedStrainAccumulates) {
 }
 
 TEST_F(Update, TheTermOfTheDefectsIsTakenAtTheDensityBeforeTheSearch) {
-  m->seg_relax = {{4e-7, 6e-7, 5e-8}};
+  m->segments.relaxing = {{4e-7, 6e-7, 5e-8}};
   m->rho_VD = 1e12;
   m->E_line = 0.0;
   m->J0_0 = m->J0_0_z0 - 1.0;  // far below zero
@@ -271,7 +272,7 @@ TEST_F(Update, APositiveBalanceLeavesTheDensity) {
 }
 
 TEST_F(Update, StepsBetweenRecordedPointsAddNothing) {
-  m->hist_t = {9.0, 9.5, 10.0};
+  m->history.t = {9.0, 9.5, 10.0};
   m->first_point = false;
   m->t_prev = 10.0;
   m->eps_xx = -1e-3;
