@@ -1,12 +1,11 @@
-// What a run remembers of its accepted steps: the recorded points, from which the rows of the result file are made, and
-// the intervals of growth, from which the balance term J2 of V-defects is summed (docs/physics.md, "Strain, relaxation
-// and V-defects").
+// What a run keeps of its accepted steps: the recorded points, from which the rows of the result file are made, and the
+// intervals of growth, over which the balance term J2 of V-defects is summed (docs/physics.md, section 8).
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "strain/candidate_blocks.h"
+#include "model/candidate_blocks.h"
 
 namespace vorlen {
 

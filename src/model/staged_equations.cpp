@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "strain/dislocation_constants.h"
+#include "model/dislocation_constants.h"
 #include "strain/v_defect_density.h"
 
 namespace vorlen {

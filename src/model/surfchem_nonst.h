@@ -8,8 +8,8 @@
 //   model/transport.cpp       diffusion and transport layers
 //   model/residual.cpp        surface chemistry residual
 //   model/initial_state.cpp   first state vector
-//   strain/lattice.cpp        lattice and strain
-//   strain/relaxation.cpp     dislocations and relaxation
+//   model/lattice.cpp         lattice and strain
+//   model/relaxation.cpp      dislocations and relaxation
 //   strain/history.cpp        accepted steps
 //   strain/v_defects.cpp      V-defects
 //   results/write_results.cpp and results/profiles.cpp: the result file
@@ -30,11 +30,11 @@
 #include <string>
 #include <vector>
 
+#include "model/candidate_blocks.h"
 #include "model/history.h"
 #include "model/residual_terms.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
-#include "strain/candidate_blocks.h"
 
 namespace vorlen {
 

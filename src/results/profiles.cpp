@@ -3,9 +3,9 @@
 // density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
 #include <memory>
 
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
 #include "results/number_format.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "strain/dislocation_constants.h"
+#include "model/dislocation_constants.h"
 
 namespace vorlen {
 

@@ -3,8 +3,8 @@
 // place at which the history grows.
 #include <cmath>
 
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <limits>
 
+#include "model/dislocation_constants.h"
 #include "model/staged_equations.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 

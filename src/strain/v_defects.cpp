@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 

@@ -4,8 +4,8 @@
 
 #include <cmath>
 
+#include "model/dislocation_constants.h"
 #include "physics/model_fixture.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 namespace {

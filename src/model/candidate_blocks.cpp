@@ -1,4 +1,4 @@
-#include "strain/candidate_blocks.h"
+#include "model/candidate_blocks.h"
 
 #include <algorithm>
 #include <cmath>

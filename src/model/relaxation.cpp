@@ -8,8 +8,8 @@
 // bits: the two share no product.
 #include <cmath>
 
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 
