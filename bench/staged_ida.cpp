@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
+#include "api/staged_equations.h"
 #include "api/staged_run.h"
-#include "model/staged_equations.h"
 #include "recipe/read_recipe.h"
 #include "strain/v_defect_density.h"
 

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "model/staged_equations.h"
+#include "api/staged_equations.h"
 #include "results/row_selection.h"
 
 namespace vorlen {

@@ -7,21 +7,46 @@
 // the parts over dw have a closed form, those over dh are summed over the steps.
 #pragma once
 
+#include <cstddef>
+#include <vector>
+
+#include "model/film.h"
+#include "model/surfchem_nonst.h"
+
 namespace vorlen {
 
-struct StagedEquations;
+// Thickness dh [m] grown in tension above z0, all at the effective thickness w [m].
+struct TensionSegment {
+  double w = 0.0;
+  double dh = 0.0;
+};
+
+// A layer grown under the staged scheme: the model at the present state, the film by depth, and the V-defects in it.
+struct StagedLayer {
+  SurfChemNonst& model;
+  Film film;
+  std::size_t lowest_knot = 0;  // of the film, with the lowest balance at the last search
+  // V-defects, once open
+  bool open = false;
+  double w_open = 0.0;                    // effective thickness above z0 when they opened, m
+  double w_accepted = 0.0;                // at the last accepted state, m
+  double h_accepted = 0.0;                // thickness grown in tension at the last accepted state, m
+  double rho_accepted = 0.0;              // the density never falls below this, m^-2
+  std::vector<TensionSegment> tension{};  // from z0 up
+  double J1_tension = 0.0;                // integral of w dh since they opened, m^2
+};
 
 // Whether a depth of the film has a negative balance at the state in the model.
-bool v_defects_open(StagedEquations& equations);
+bool v_defects_open(StagedLayer& layer);
 
 // Opens V-defects at the depth with the lowest balance, at the state in the model.
-void open_v_defects(StagedEquations& equations);
+void open_v_defects(StagedLayer& layer);
 
 // The density of V-defects at the state in the model, m^-2; V-defects must be open. Never below that of the last
 // accepted state. At most RHO_VD_MAX; NaN if the balance is. Below the height of the surface at the opening it stays.
-double v_defect_density(const StagedEquations& equations);
+double v_defect_density(const StagedLayer& layer);
 
 // Takes the state in the model, with its density, as accepted.
-void accept_v_defects(StagedEquations& equations);
+void accept_v_defects(StagedLayer& layer);
 
 }  // namespace vorlen

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# include_directions.sh SRC: the subsystems include each other one way only; the integrator and the recipe know no other.
+# include_directions.sh SRC: the subsystems include each other one way only, without a circle.
 set -euo pipefail
 cd "$1"
 declare -A knows=(
   [integrator]="integrator"
   [recipe]="recipe"
-  [model]="model|strain|recipe"
+  [model]="model|recipe"
   [strain]="strain|model|recipe"
-  [results]="results|strain|model|recipe"
+  [results]="results|model|recipe"
   [api]="api|results|strain|model|recipe|integrator"
 )
 status=0

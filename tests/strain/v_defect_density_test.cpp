@@ -12,8 +12,8 @@
 #include <tuple>
 #include <vector>
 
+#include "api/staged_equations.h"
 #include "model/dislocation_constants.h"
-#include "model/staged_equations.h"
 #include "strain/small_model.h"
 
 namespace vorlen_test {

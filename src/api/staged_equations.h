@@ -25,6 +25,7 @@
 
 #include "model/film.h"
 #include "model/surfchem_nonst.h"
+#include "strain/v_defect_density.h"
 
 namespace vorlen {
 
@@ -42,27 +43,11 @@ struct StageStart {
   double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
 };
 
-// Thickness dh [m] grown in tension above z0, all at the effective thickness w [m].
-struct TensionSegment {
-  double w = 0.0;
-  double dh = 0.0;
-};
-
-struct StagedEquations {
-  SurfChemNonst& model;
-  Film film;
+// The layer with the equations of its growth.
+struct StagedEquations : StagedLayer {
   StageStart start;
-  double gamma = EXCHANGE_LAYER * MONOLAYER;  // kmol/m^2
+  double gamma = EXCHANGE_LAYER * MONOLAYER;  // exchange layer, kmol/m^2
   double z = 0.0;                             // height of the film at the state last unpacked, m; may be below z_start
-  std::size_t lowest_knot = 0;                // of the film, with the lowest balance at the last search
-  // V-defects, once open
-  bool open = false;
-  double w_open = 0.0;                    // w above z0 when they opened, m
-  double w_accepted = 0.0;                // at the last accepted state
-  double h_accepted = 0.0;                // m
-  double rho_accepted = 0.0;              // the density never falls below this, m^-2
-  std::vector<TensionSegment> tension{};  // from z0 up
-  double J1_tension = 0.0;                // integral of w dh since they opened, m^2
   double t_conditions = -1.0;  // time of the conditions in the model, s from the start of the stage; negative: none
 };
 

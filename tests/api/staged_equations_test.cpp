@@ -2,7 +2,7 @@
 //
 // Rates are compared with those of the model's own rows: unpacking is linear in y, so the state at y + f less that at y
 // is the rate of the model's quantities in SI units.
-#include "model/staged_equations.h"
+#include "api/staged_equations.h"
 
 #include <gtest/gtest.h>
 

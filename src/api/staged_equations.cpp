@@ -1,10 +1,9 @@
-#include "model/staged_equations.h"
+#include "api/staged_equations.h"
 
 #include <algorithm>
 #include <cmath>
 
 #include "model/dislocation_constants.h"
-#include "strain/v_defect_density.h"
 
 namespace vorlen {
 
@@ -42,7 +41,7 @@ std::int32_t n_staged(const SurfChemNonst& model) {
 StagedEquations staged_equations(SurfChemNonst& m, StagedVector& y) {
   std::array<double, N_STATE_MAX> first{};
   m.init_state(first.data());
-  StagedEquations e{.model = m, .film = film_on(m.pre_stages, m.z_start, relaxes(m)), .start = {}};
+  StagedEquations e{StagedLayer{.model = m, .film = film_on(m.pre_stages, m.z_start, relaxes(m))}, {}};
   e.start.z = m.z_start;
   e.z = m.z_start;
   FilmPoint top = film_at(e.film, m.z_start);
