@@ -1,5 +1,5 @@
-// The history of recorded points: record_step driven by made-up growth, and the search for z0 in a long history that
-// holds none. Twice the points should cost twice the time.
+// The history of recorded points: record_step driven by synthetic growth, and the search for z0 in a long history
+// without V-defects. Twice the points should cost twice the time.
 #include <benchmark/benchmark.h>
 
 #include <map>
@@ -12,7 +12,7 @@ namespace vorlen::bench {
 namespace {
 
 constexpr double LONG_STAGE = 1e6;  // s, long enough for every history here
-// Indium that strains the layer without a V-defect opening within 50000 points of some 8 pm each.
+// Indium fraction that strains the layer, but opens no V-defect within 50000 points of about 8 pm each.
 constexpr double X_IN_STRAINED = 0.002;
 
 void check_none_open(benchmark::State& state, const SurfChemNonst& m) {

@@ -91,7 +91,7 @@ std::vector<std::array<double, N_STATE_MAX>> varied_states(const Model& model, s
 void record_growth(Model& model, std::int64_t count, double x_In) {
   constexpr double SPACING = 0.25;  // s
   constexpr double RATE = 3e-11;    // m/s
-  constexpr double WAVE = 0.01;     // relative variation of the rate, so that the digits of the rows vary
+  constexpr double WAVE = 0.01;     // relative variation of the rate, so that rows differ in their digits
   SurfChemNonst& m = *model.surfchem_nonst;
   std::array<double, N_STATE_MAX>& y = model.y;
   const bool relaxes = m.stress_model == STRESS_V_dislocation;
@@ -106,7 +106,7 @@ void record_growth(Model& model, std::int64_t count, double x_In) {
     m.record_step(m.t_begin + SPACING * static_cast<double>(k), y.data());
     z += SPACING * GR;
     if (relaxes) {
-      double f[5];  // of h, I0, I1, J0_0, J0_1
+      double f[5];  // derivatives of h, I0, I1, J0_0, J0_1
       m.relaxation_rows(GR, f);
       for (std::size_t i = 1; i < 5; ++i) y[N_ADSORBED + 1 + i] += SPACING * f[i];
     }
