@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "model/surfchem_nonst.h"
+#include "results/columns.h"
 #include "results/number_format.h"
 #include "strain/dislocation_constants.h"
 
@@ -15,10 +16,10 @@ constexpr double M_TO_NM = 1e9;
 constexpr double I1_SCALE = 1e10;
 
 // Rows are collected in a block, which goes to the stream when the next row might not fit: the larger the block, the
-// less time the system takes for the file. A row has 39 columns at most, each with a blank behind it, and the end of
-// the line.
+// less time the system takes for the file. Each column is followed by a blank, and the row by the end of the line.
 constexpr std::size_t WRITE_BLOCK = 1 << 20;  // bytes
-constexpr std::size_t ROW_MAX = 39 * (ROW_FORMAT_MAX + 1) + 1;
+constexpr std::size_t COLUMNS_MAX = N_RESULT_COLUMNS + N_SURFACE_COLUMNS + N_RELAXATION_COLUMNS;
+constexpr std::size_t ROW_MAX = COLUMNS_MAX * (ROW_FORMAT_MAX + 1) + 1;
 
 }  // namespace
 

@@ -12,6 +12,17 @@ namespace vorlen {
 
 inline constexpr std::size_t MAX_ROWS_PER_STAGE = 2000;
 
+// What the detail columns show of a moment. Energies of one V-defect, J.
+struct RowDetail {
+  std::array<double, N_ADSORBED> c_a{};  // kmol/m^2
+  // Under V_dislocation
+  double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
+  double J0 = 0.0, J1 = 0.0, J2 = 0.0;
+  double deltaE = 0.0;
+  double E_V_loop = 0.0;
+  double r = 0.0;
+};
+
 // The model at one moment.
 struct RowSample {
   double t = 0.0;       // s from the start of the stage
@@ -20,6 +31,7 @@ struct RowSample {
   double GR = 0.0;      // growth rate, m/s
   double rho_VD = 0.0;  // m^-2
   std::array<double, N_BULK> x_b{};
+  RowDetail detail{};  // with detail_output
 };
 
 // The samples of a stage, or of its part before or after the opening of V-defects.

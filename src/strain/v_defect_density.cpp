@@ -207,6 +207,12 @@ double v_defect_density(const StagedEquations& e) {
   return rho > RHO_VD_MAX ? RHO_VD_MAX : rho;
 }
 
+double v_defect_J2(const StagedEquations& e) {
+  const SurfChemNonst& m = e.model;
+  const double w_step = 0.5 * (w_above_z0(m) + e.w_accepted);
+  return J2_term(e, m.rho_VD, w_step, m.h - e.h_accepted).value;
+}
+
 void accept_v_defects(StagedEquations& e) {
   if (!e.open) return;
   const SurfChemNonst& m = e.model;
