@@ -1,6 +1,6 @@
-// The numbers of the result file: thickness of each active stage, and the data rows. A row stands for one depth and for
-// the moment at which that depth was the surface. Columns marked (t) tell the surface at that moment, with the V-defect
-// density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
+// The numbers of the result file: thickness of each active stage, and the data rows. A row describes one depth and the
+// moment at which that depth was the surface. Columns (t) are the surface at that moment, with the V-defect density of
+// that moment; columns (z) are the same depth in the finished structure, with the final density.
 #include <memory>
 
 #include "model/surfchem_nonst.h"
@@ -36,7 +36,7 @@ void SurfChemNonst::stage_thicknesses() {
       stage.thickness += dz;
       continue;
     }
-    // The step crosses a boundary: its growth is shared out in proportion to time.
+    // The step crosses a boundary: its growth is divided in proportion to time.
     stage.thickness += (stage.time.end - history.t[i - 1]) * dz / dt;
     while (k < last) {
       StageRecord& next = active_stages[++k];

@@ -196,7 +196,7 @@ void finish_rows(SurfChemNonst& m, RowSelection& selection) {
 void add_rows_at_z0(SurfChemNonst& m) {
   constexpr double FIRST_DEPTH = 5e-12;  // of the first row above z0, m; far below 1 / k for any density
   constexpr double RATIO = 1.1;          // of the depths of two rows
-  // Heights from the top down, to insert rows from behind.
+  // From the top down: rows are inserted from the end.
   std::vector<double> heights;
   for (double depth = FIRST_DEPTH; m.z0 + depth < m.history.z.back(); depth *= RATIO) heights.push_back(m.z0 + depth);
   std::reverse(heights.begin(), heights.end());

@@ -1,6 +1,6 @@
-// Rows of the staged scheme: as few as a plot needs. Between two rows linear interpolation over time stays within a
-// thousandth of the range that each column has in the run. They are chosen by the range in the stage, which is smaller,
-// as samples do not show all of a curve.
+// Rows of the staged scheme: as few as a plot needs. Linear interpolation over time between two rows is within a
+// thousandth of each column's range in the run. The selection uses a tenth of that, and the smaller range in the stage,
+// because samples do not show all of a curve.
 #pragma once
 
 #include <array>
@@ -44,7 +44,7 @@ struct RowSelection {
 void add_sample(const SurfChemNonst& model, RowSelection& selection, const RowSample& sample);
 
 // Writes the rows to the history of the model, the first and the last sample always, and empties the selection.
-// A first sample at the time of the last row of the history is moved to the next larger number.
+// A first sample at the time of the last row is moved to the next larger representable time.
 void finish_rows(SurfChemNonst& model, RowSelection& selection);
 
 // Adds rows to the history where the columns of the finished structure have their step at z0, and above it as close as

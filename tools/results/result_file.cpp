@@ -40,7 +40,7 @@ struct LineSource {
   }
 };
 
-// The end of the list of layers: the last </LAYERS> on a line of its own that a heading follows.
+// The end of the list of layers: the last line </LAYERS> that a heading follows.
 struct LayersEnd {
   std::size_t at = std::string_view::npos;  // npos if there is none
   std::size_t column_count = 0;
