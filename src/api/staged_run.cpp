@@ -177,7 +177,6 @@ std::int32_t run_stage(StagedRun& run, double tau, std::int64_t max_steps, RunCo
 
 std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& options, RunCounters& counters,
                         std::string& error) {
-  m.detail_output = false;  // its columns belong to the continuous scheme
   StagedVector y{};
   StagedRun run{staged_equations(m, y)};
   run.y = y;

@@ -109,6 +109,26 @@ bool find_peak(StagedRun& run, const Step& step) {
   return false;
 }
 
+// The values of the detail columns at the state in the model.
+RowDetail detail_of(const StagedEquations& e) {
+  const SurfChemNonst& m = e.model;
+  RowDetail d{.c_a = m.c_a};
+  if (m.stress_model != STRESS_V_dislocation) return d;
+  d.I0 = m.I0;
+  d.I1 = m.I1;
+  d.J0_0 = m.J0_0;
+  d.J0_1 = m.J0_1;
+  d.r = m.relative_mismatch();
+  d.E_V_loop = m.loop_energy(m.z, m.z0);
+  d.deltaE = m.I1 + m.loop_energy(m.z - m.z_start, 0.0);
+  if (!e.open) return d;
+  d.J0 = m.J0;
+  d.J1 = m.J1;
+  d.J2 = v_defect_J2(e);
+  d.deltaE = d.E_V_loop + d.J0 + d.J1 + d.J2;
+  return d;
+}
+
 RowSample sample_of(const StagedEquations& e, double t, double GR) {
   const SurfChemNonst& m = e.model;
   RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
@@ -120,6 +140,7 @@ RowSample sample_of(const StagedEquations& e, double t, double GR) {
     sum += x;
   }
   for (double& x : sample.x_b) x /= sum;
+  if (m.detail_output) sample.detail = detail_of(e);
   return sample;
 }
 

@@ -9,6 +9,9 @@
 
 namespace vorlen {
 
+// Energies of the history are in units of 1e-10 J: their values in J times this.
+inline constexpr double ENERGY_SCALE = 1e10;
+
 // The recorded points, one entry of each list per point.
 struct History {
   // Always

@@ -1,10 +1,11 @@
-// The numbers of the result file: thickness of each active stage, and the data rows. A row stands for one depth and for
-// the moment at which that depth was the surface. Columns marked (t) tell the surface at that moment, with the V-defect
-// density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
+// The numbers of the result file: thickness of each active stage, and the data rows. A row describes one depth and the
+// moment at which that depth was the surface. Columns (t) are the surface at that moment, with the V-defect density of
+// that moment; columns (z) are the same depth in the finished structure, with the final density.
 #include <memory>
 
 #include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
+#include "results/columns.h"
 #include "results/number_format.h"
 
 namespace vorlen {
@@ -15,10 +16,10 @@ constexpr double M_TO_NM = 1e9;
 constexpr double I1_SCALE = 1e10;
 
 // Rows are collected in a block, which goes to the stream when the next row might not fit: the larger the block, the
-// less time the system takes for the file. A row has 39 columns at most, each with a blank behind it, and the end of
-// the line.
+// less time the system takes for the file. Each column is followed by a blank, and the row by the end of the line.
 constexpr std::size_t WRITE_BLOCK = 1 << 20;  // bytes
-constexpr std::size_t ROW_MAX = 39 * (ROW_FORMAT_MAX + 1) + 1;
+constexpr std::size_t COLUMNS_MAX = N_RESULT_COLUMNS + N_SURFACE_COLUMNS + N_RELAXATION_COLUMNS;
+constexpr std::size_t ROW_MAX = COLUMNS_MAX * (ROW_FORMAT_MAX + 1) + 1;
 
 }  // namespace
 
@@ -35,7 +36,7 @@ void SurfChemNonst::stage_thicknesses() {
       stage.thickness += dz;
       continue;
     }
-    // The step crosses a boundary: its growth is shared out in proportion to time.
+    // The step crosses a boundary: its growth is divided in proportion to time.
     stage.thickness += (stage.time.end - history.t[i - 1]) * dz / dt;
     while (k < last) {
       StageRecord& next = active_stages[++k];

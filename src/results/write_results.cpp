@@ -1,6 +1,7 @@
 // The result file: header, layer block, column heading, and the rows of pre-stages, active stages and post-stages; or
 // the single-point layout for mode 1. The whole file is written in one go after the integration.
 #include "model/surfchem_nonst.h"
+#include "results/columns.h"
 #include "results/number_format.h"
 
 namespace vorlen {
@@ -60,15 +61,7 @@ void SurfChemNonst::write_header() {
 }
 
 void SurfChemNonst::write_column_heads() {
-  std::string text =
-      "#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
-      "rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)";
-  if (detail_output) {
-    text += " sumX In Ga Al N H";
-    if (stress_model == STRESS_V_dislocation) {
-      text += " z0(nm) rho_VD K1 h I0 I1 J0_0 J0_1 J0 J1 J2 deltaE E_V_loop r";
-    }
-  }
+  std::string text = result_heading(detail_output, stress_model == STRESS_V_dislocation);
   text += '\n';
   write_text(out, text);
 }

@@ -13,7 +13,6 @@ namespace {
 constexpr double RECORD_SPACING = 0.0009999999999;  // recorded points lie further apart than this, s
 constexpr double END_TOLERANCE = 1e-10;             // a point this close to the end is the last one, s
 constexpr double SEGMENT_GAP = 1e-14;               // a step that begins no further behind a segment continues it, m
-constexpr double ENERGY_SCALE = 1e10;               // of the energy terms kept with detail_output
 
 bool is_recorded(SurfChemNonst& m, double t) {
   if (m.mode != 0) return m.out.is_open();

@@ -206,6 +206,12 @@ double v_defect_density(const StagedLayer& layer) {
   return rho > RHO_VD_MAX ? RHO_VD_MAX : rho;
 }
 
+double v_defect_J2(const StagedLayer& layer) {
+  const SurfChemNonst& m = layer.model;
+  const double w_step = 0.5 * (w_above_z0(m) + layer.w_accepted);
+  return J2_term(layer, m.rho_VD, w_step, m.h - layer.h_accepted).value;
+}
+
 void accept_v_defects(StagedLayer& layer) {
   if (!layer.open) return;
   const SurfChemNonst& m = layer.model;

@@ -46,6 +46,9 @@ void open_v_defects(StagedLayer& layer);
 // accepted state. At most RHO_VD_MAX; NaN if the balance is. Below the height of the surface at the opening it stays.
 double v_defect_density(const StagedLayer& layer);
 
+// The balance term J2 [J] at the state in the model, with its density; V-defects must be open.
+double v_defect_J2(const StagedLayer& layer);
+
 // Takes the state in the model, with its density, as accepted.
 void accept_v_defects(StagedLayer& layer);
 

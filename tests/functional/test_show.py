@@ -144,7 +144,7 @@ class Diff(InAFolder):
         self.assertEqual({column["largest"] for column in columns.values()}, {0})
         self.assertEqual(len(columns), 18)
         run = self.run_tool("diff", "a.txt", "b.txt")
-        self.assertEqual((run.returncode, run.stdout), (0, "8 rows, compared one by one\nNo column deviates.\n"))
+        self.assertEqual((run.returncode, run.stdout), (0, "8 rows, compared one by one\nNo column differs.\n"))
 
     def test_one_value_in_a_pause(self):
         """Rows at the same height are compared one by one: a curve over height would not show the middle one."""
@@ -232,8 +232,8 @@ class Faults(InAFolder):
                            (TITLE, f" {other}"), (TITLE + "\n", ", line 2: expected <LAYERS>"),
                            (TITLE + "\n<LAYERS>\n", ", line 2: the list of layers has no end"),
                            (TITLE + "\n<LAYERS>\n</LAYERS>\n", ", line 4: expected " + HEADING),
-                           (result_text(layers=[("a", 1, 2), ("b", "x", 3)]), ", line 4: this is no layer"),
-                           (result_text() + "1 2\n", ", line 17: this is no row of 19 numbers"),
+                           (result_text(layers=[("a", 1, 2), ("b", "x", 3)]), ", line 4: not a layer"),
+                           (result_text() + "1 2\n", ", line 17: not a row of 19 numbers"),
                            (result_text()[:-2], ", line 16: the last line is cut off")):
             with self.subTest(told):
                 self.write("r.txt", text)

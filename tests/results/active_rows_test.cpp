@@ -109,7 +109,7 @@ TEST(ActiveRows, OneStepMayJumpOverAWholeStage) {
   WritingModel model(recipe);
   add_history(*model, 10.0, 1e-7);
   add_history(*model, 12.5, 2e-7);
-  // A time behind the end stays with the last stage.
+  // A time after the end belongs to the last stage.
   add_history(*model, 13.5, 3e-7);
   const auto rows = active_rows(model);
   EXPECT_EQ(at(rows[1], 7), 3e8);
@@ -251,7 +251,7 @@ TEST_F(DetailedRows, BehindTheEndOfTheIntegralsTheirColumnsAreZero) {
     EXPECT_NE(at(rows[1], column), 0.0) << column;
     EXPECT_EQ(at(rows[2], column), 0.0) << column;
   }
-  EXPECT_NE(at(rows[2], 34), 0.0) << "the others go on";
+  EXPECT_NE(at(rows[2], 34), 0.0) << "the others continue";
 }
 
 TEST_F(DetailedRows, ManyMegabytesOfRowsAreWrittenLikeTheFirst) {

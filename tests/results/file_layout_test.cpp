@@ -1,4 +1,4 @@
-// The result file line by line: header, layer block, heading, which rows stand in it and how they end.
+// The result file line by line: header, layer block, heading, which rows it has and how they end.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -29,7 +29,7 @@ ProcessRecipe layered_recipe(std::int32_t stress_model) {
   return recipe;
 }
 
-// Points at the begin, at the boundary of the two stages and at the end.
+// Points at the start, at the boundary of the two stages and at the end.
 void fill_history(SurfChemNonst& m) {
   add_history(m, 20.0, 2e-7);
   add_history(m, 22.5, 2.1e-7);
@@ -85,7 +85,7 @@ TEST(FileLayout, TheLayersAreNumberedThroughAllThreeGroups) {
   WritingModel model(layered_recipe(STRESS_OFF));
   fill_history(*model);
   const WrittenFile file = model.write();
-  // 10 nm up to the boundary, 30 nm behind it.
+  // 10 nm up to the boundary, 30 nm after it.
   const double first = (2.1e-7 - 2e-7) * 1e9;
   const double second = (2.4e-7 - 2.1e-7) * 1e9;
   std::ostringstream expected;

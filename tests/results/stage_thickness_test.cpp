@@ -56,7 +56,7 @@ TEST(StageThickness, AStepThatEndsOnABoundaryIsNotDividedAndMultipliedByItsLengt
 }
 
 TEST(StageThickness, AStepAcrossTheBoundaryIsSharedOutByTime) {
-  // 4 nm from 1 s to 5 s: 1 s of it before the boundary, 3 s behind.
+  // 4 nm from 1 s to 5 s: 1 s of it before the boundary, 3 s after it.
   expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {1, 1}, {5, 5}}), {2.0, 3.0});
   // 8 nm from 1 s to 3 s with the boundary at 2.5 s.
   expect_thickness(*staged_model({2.5, 2.5}, {{0, 0}, {1, 1}, {3, 9}, {5, 10}}), {7.0, 3.0});
@@ -91,10 +91,10 @@ TEST(StageThickness, StagesThatAFailedRunDidNotReachKeepZero) {
 }
 
 TEST(StageThickness, TheWalkStopsAtTheLastStage) {
-  // A last time that lies behind the end by a rounding: the part up to the end is counted, nothing behind the list.
-  const double behind = std::nextafter(5.0, 6.0);
-  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {2, 2}, {behind, 5}}), {2.0, 3.0});
-  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {1, 1}, {behind, 5}}), {2.0, 3.0});
+  // A last time that exceeds the end by a rounding error: growth up to the end counts.
+  const double after = std::nextafter(5.0, 6.0);
+  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {2, 2}, {after, 5}}), {2.0, 3.0});
+  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {1, 1}, {after, 5}}), {2.0, 3.0});
 }
 
 TEST(StageThickness, WithoutStagesOrHistoryNothingHappens) {

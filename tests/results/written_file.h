@@ -1,4 +1,4 @@
-// A model with a result file and a history made by hand, and the written file taken apart.
+// A model with a result file and a history set by the test, and the written file parsed.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -66,7 +66,7 @@ struct WrittenFile {
   }
 };
 
-// A model that writes into a folder of its own.
+// A model that writes into its own temporary folder.
 struct WritingModel {
   TempFolder folder;
   std::string path = folder.path("result.txt");
