@@ -64,7 +64,7 @@ class Installation(unittest.TestCase):
                     f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfigVersion.cmake"]
         if TOOL:
             expected += ["bin/vorlen", "share/man/man1/vorlen.1", "share/bash-completion/completions/vorlen",
-                         "share/vorlen/recipe.rng", "share/vorlen/recipe.xsd"]
+                         "share/vorlen/recipe.rng"]
             # The Python package as a whole, with what its reports are made of.
             tree = os.path.join(SOURCE, "python")
             for folder, _, names in os.walk(os.path.join(tree, "vorlen")):

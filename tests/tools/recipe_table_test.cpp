@@ -6,7 +6,7 @@
 #include <limits>
 #include <set>
 
-#include "check/recipe_files.h"
+#include "schema/recipe_files.h"
 
 namespace vorlen_test {
 namespace {

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "check/recipe_files.h"
 #include "check/recipe_table.h"
+#include "schema/recipe_files.h"
 
 namespace recipe {
 
