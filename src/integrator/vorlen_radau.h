@@ -96,7 +96,7 @@ struct Step {
   const double* dense_data = nullptr;  // [4 n] polynomial of the step, for DenseValue
 };
 
-enum class Next { CONTINUE, STOP };
+enum class Next : std::int32_t { CONTINUE, STOP };
 
 // Called at the start and after each accepted step. STOP ends the run at step.x with Result::STOPPED.
 using StepCallback = Next (*)(const Step& step, void* user);
@@ -114,7 +114,7 @@ struct Problem {
 
 // How a matrix is stored. The members below the form are not read for FULL.
 struct Shape {
-  enum Form { FULL, BAND };
+  enum Form : std::int32_t { FULL, BAND };
   Form form = FULL;
   std::int32_t lower = 0;  // BAND: nonzero diagonals below the main one, 0 .. order - 1
   std::int32_t upper = 0;  // BAND: nonzero diagonals above the main one, 0 .. order - 1
@@ -125,7 +125,7 @@ constexpr Shape Band(std::int32_t lower, std::int32_t upper) { return {Shape::BA
 constexpr Shape Diagonal() { return {Shape::BAND, 0, 0}; }
 
 // Step-size controller. PREDICTIVE uses the errors of two steps; it is safer where the step must shrink.
-enum class Controller { PREDICTIVE, CLASSICAL };
+enum class Controller : std::int32_t { PREDICTIVE, CLASSICAL };
 
 // The defaults suit most problems once the tolerances are set. A 0 in a number selects the default that its line names.
 struct Options {
