@@ -53,8 +53,9 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "growth of III-nitride layers in MOV
 Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
 vapour-phase epitaxy over a whole process recipe.
 .
-This package holds the C header, and the files by which pkg-config and CMake
-find the library.")
+This package contains the C header, the stiff integrator vorlen_radau as a
+static library with its C++ header, and the files by which pkg-config and CMake
+find both.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME vorlen)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION science)

@@ -61,5 +61,8 @@ grep -q 'GaN channel' "$root/table.txt" || die "the tool shows no table"
 # shellcheck disable=SC2046  # a list of flags
 cc "$here/consumer/host.c" $(pkg-config --cflags --libs vorlensolver) -o "$root/host"
 "$root/host" "$source/examples/algan_gan_hemt.xml" "$root/host.txt" >/dev/null || die "the host in C does not run"
+# shellcheck disable=SC2046  # a list of flags
+c++ -std=c++17 "$here/radau_consumer/decay.cpp" $(pkg-config --cflags --libs vorlen_radau) -o "$root/decay"
+"$root/decay" >/dev/null || die "the program with the integrator does not run"
 cmp "$root/tool.txt" "$root/host.txt" || die "tool and host grow something else"
 echo "three packages, version $version"
