@@ -53,15 +53,15 @@
   const other = { time: "depth", depth: "time" };
   const each = (name, action) => [name, ...(linked ? [other[name]] : [])].forEach(action);
 
-  // Shows the values of all panels under the mouse, in both charts. Without this, plotly shows those of one panel only.
+  // Shows the values of all panels at the mouse, in both charts. plotly alone shows those of one panel in one chart.
   function hover(name) {
     const chart = node(name), panels = Object.keys(chart._fullLayout._plots), link = figures.link;
     chart.addEventListener("mousemove", (event) => {
       if (!event.target.classList.contains("nsewdrag") || event.buttons) return;
       event.stopPropagation();
-      const left = event.target.getBoundingClientRect().left;
-      const x = chart._fullLayout.xaxis.p2d(event.clientX - left);
-      each(name, (which) => Plotly.Fx.hover(node(which), { xval: which === name ? x : convert(x, link[name], link[which]) }, panels));
+      const x = chart._fullLayout.xaxis.p2d(event.clientX - event.target.getBoundingClientRect().left);
+      each(name, (which) => Plotly.Fx.hover(
+        node(which), { xval: which === name ? x : convert(x, link[name], link[which]) }, panels));
     }, true);
     chart.addEventListener("mouseout", (event) => {
       if (event.target.classList.contains("nsewdrag")) each(name, (which) => Plotly.Fx.unhover(node(which)));
