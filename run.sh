@@ -38,6 +38,6 @@ name=$(basename "$recipe" .xml)
 "$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt"
 
 say "Writing the report, a page for a browser"
-python=$("$root/python/interpreter.sh" numpy pandas jinja2)
+python=$("$root/scripts/interpreter.sh" numpy pandas jinja2)
 VORLEN="$build/tools/vorlen" VORLEN_LIBRARY="$build/src/api/libVorlenSolver.so" PYTHONPATH="$root/python" \
   "$python" -m vorlen report "$build/$name.result.txt" --recipe "$recipe" -o "$build/$name.html"

@@ -100,7 +100,7 @@ compare_builds() {
 
 test_python() {
   local python
-  python=$(python/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
+  python=$(scripts/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
   VORLEN=$PWD/build/release/tools/vorlen VORLEN_LIBRARY=$PWD/build/release/src/api/libVorlenSolver.so \
     VORLEN_ENGINES=required \
     "$python" -B -m pytest -q -c python/pyproject.toml -n "$jobs" --dist loadfile python/tests

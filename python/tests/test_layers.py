@@ -47,6 +47,31 @@ def test_a_layer_in_which_nothing_grew_has_no_mean_composition() -> None:
     assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4 and layers["mean_rate"][1] == 0.0
 
 
+@pytest.mark.filterwarnings("error")
+@pytest.mark.parametrize(
+    ("middle", "top"),
+    [
+        (1.0, 5e-324),  # 1 nm grew and evaporated again, but for the smallest number there is
+        (1.0, 1e-310),
+        (1.0, float("inf")),
+        (float("inf"), float("inf")),
+        (float("inf"), 1.0),
+        (float("nan"), float("nan")),
+    ],
+)
+def test_a_mean_composition_that_is_not_finite_is_nan_without_a_warning(middle: float, top: float) -> None:
+    # (0.2 + 0.3) / 2 * 1 nm - (0.3 + 0.4) / 2 * 1 nm = -0.1 nm of indium, divided by a net growth of almost 0 nm
+    rows = [row(time=0, z=0, x_in=0.2), row(time=5, z=middle, x_in=0.3), row(time=10, z=top, x_in=0.4)]
+    layers = layers_of(result([("pause", 10, 0)], rows))
+    assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4
+
+
+@pytest.mark.filterwarnings("error")
+def test_the_mean_composition_of_a_layer_that_hardly_grew_is_that_of_what_grew() -> None:
+    rows = [row(time=0, z=0, x_in=0.2), row(time=10, z=1e-300, x_in=0.4)]
+    assert layers_of(result([("a", 10, 0)], rows))["x_in"][1] == pytest.approx(0.3, rel=1e-12)
+
+
 def test_end_values_are_those_of_the_last_row_within_the_layer() -> None:
     # The first layer ends between two rows; the last row of the second lies beyond its end by rounding only.
     rows = [row(time=t, z=t, x_in=t / 100, rho_vd0_t=t) for t in (0.0, 4.0, 9.0, 10.000000000001)]

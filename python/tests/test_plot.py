@@ -155,7 +155,7 @@ def test_the_picture_of_the_readme_is_what_its_script_draws(tmp_path: Path) -> N
 
 
 def test_the_picture_of_the_schemes_is_what_its_script_draws(tmp_path: Path) -> None:
-    script = ROOT / "python" / "integration_figure.py"
+    script = ROOT / "scripts" / "integration_figure.py"
     subprocess.run([sys.executable, "-B", script, tmp_path / "r.svg"], check=True)
     assert (tmp_path / "r.svg").read_bytes() == (ROOT / "docs" / "figures" / "integration.svg").read_bytes()
     assert "figures/integration.svg" in (ROOT / "docs" / "integration.md").read_text()

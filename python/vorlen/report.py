@@ -76,7 +76,20 @@ def render(run: Run | SimulationError) -> str:
         data=json.dumps(figures, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
         css=(ASSETS / "report.css").read_text("utf-8"),
         script=(ASSETS / "report.js").read_text("utf-8"),
-        plotly=(ASSETS / "plotly-basic.min.js").read_text("utf-8") if figures else "",
+        plotly=chart_library() if figures else "",
+    )
+
+
+def chart_library() -> str:
+    """JavaScript that draws the charts, part of each page: from the installation, or from a build of the source tree."""
+    builds = ASSETS.parents[2] / "build"
+    places = [ASSETS / "plotly.min.js", *(builds / preset / "python" / "plotly.min.js" for preset in ("release", "run"))]
+    for place in places:
+        if place.is_file():
+            return place.read_text("utf-8")
+    raise FileNotFoundError(
+        f"the chart library of reports is missing, {places[0]}; install the Debian packages python3-plotly and esbuild "
+        "(apt-get install python3-plotly esbuild), then build or install VorlenSolver again"
     )
 
 

@@ -173,7 +173,6 @@ def _layout(x_title: str) -> dict[str, Any]:
         "plot_bgcolor": "rgba(0,0,0,0)",
         "hovermode": "x unified",
         "hoverdistance": -1,  # the nearest row, however far apart the rows are
-        "hoversubplots": "axis",
         "hoverlabel": {"font": {"size": 12}},
         "separators": ".",  # no commas in thousands
         "modebar": {"bgcolor": "rgba(0,0,0,0)", "color": "#4a5866", "activecolor": "#0b5a8f"},

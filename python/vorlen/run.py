@@ -216,19 +216,23 @@ def _mean_composition(time: np.ndarray, z: np.ndarray, x: np.ndarray, begin: flo
     """Mean of x over the height grown from begin to end. x has one column per metal.
 
     The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
-    linear in time between rows. None if nothing grew.
+    linear in time between rows. None if nothing grew. NaN if the mean is not finite: an infinite height, or almost as
+    much evaporated as grew.
     """
     begin, end = max(begin, time[0]), min(end, time[-1])
     times = np.concatenate(([begin], time[(time > begin) & (time < end)], [end]))
     if times[-1] <= times[0]:
         return None
     heights = np.interp(times, time, z)
-    grown = heights[-1] - heights[0]
+    with np.errstate(invalid="ignore"):  # infinity - infinity
+        grown = heights[-1] - heights[0]
     if not grown > 0.0:
         return None
-    steps = np.diff(heights)
     columns = [np.interp(times, time, column) for column in x.T]
-    return np.array([float(np.sum(0.5 * (column[1:] + column[:-1]) * steps)) / grown for column in columns])
+    with np.errstate(all="ignore"):
+        steps = np.diff(heights)
+        means = np.array([np.sum(0.5 * (column[1:] + column[:-1]) * steps) / grown for column in columns])
+    return np.where(np.isfinite(means), means, np.nan)
 
 
 def _relaxation(row: dict[str, float], a_sub: float) -> float:

@@ -13,6 +13,7 @@ VERSION = os.environ["VORLEN_VERSION"]
 SOVERSION = os.environ["VORLEN_SOVERSION"]
 LIBDIR = os.environ["VORLEN_LIBDIR"]
 TOOL = os.environ["VORLEN_TOOL"]
+CHART_LIBRARY = os.environ["VORLEN_CHART_LIBRARY"]  # its file name; empty when the build has none
 CMAKE = os.environ["VORLEN_CMAKE"]
 CONSUMER = os.path.join(SOURCE, "tests", "package", "consumer")
 RECIPE = os.path.join(SOURCE, "examples", "algan_gan_hemt.xml")
@@ -71,6 +72,8 @@ class Installation(unittest.TestCase):
                 if os.path.basename(folder) != "__pycache__":
                     expected += [os.path.join("lib/python3/dist-packages", os.path.relpath(folder, tree), name)
                                  for name in names]
+            if CHART_LIBRARY:
+                expected.append("lib/python3/dist-packages/vorlen/assets/" + CHART_LIBRARY)
         for name in expected:
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, name)), name)
         self.assertEqual(os.readlink(os.path.join(self.libraries, "libVorlenSolver.so")),

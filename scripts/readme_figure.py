@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws docs/figures/v_defects.svg, the picture of README.md: python/readme_figure.py [OUTPUT]
+"""Draws docs/figures/v_defects.svg, the picture of README.md: scripts/readme_figure.py [OUTPUT]
 
 From examples/ingan_v_defects.xml: composition, strain and densities over depth. The same
 library gives the same bytes.

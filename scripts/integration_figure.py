@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Draws docs/figures/integration.svg, the picture of docs/integration.md: python/integration_figure.py [OUTPUT]
+"""Draws docs/figures/integration.svg, the picture of docs/integration.md: scripts/integration_figure.py [OUTPUT]
 
 The transistor of examples/algan_gan_hemt.xml with 5 s without metals before the barrier, under both schemes: the
 aluminium fraction over the height, and the height over time. The same library gives the same bytes.
