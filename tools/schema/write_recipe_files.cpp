@@ -1,14 +1,16 @@
-// Writes what is generated from the table of the recipe:
-//   write_recipe_files --schema FILE   the RELAX NG schema
-//   write_recipe_files --tables PAGE   the tables of docs/recipe-format.md, in place
-//   write_recipe_files --check PAGE    writes nothing; fails if the tables of the page are out of date
-// Exit status: 0; 1 if a file cannot be written or the page is out of date; 2 for a wrong command line.
+// Writes what is generated from the table of the recipe and from the columns of the result file:
+//   write_recipe_files --schema FILE   the RELAX NG schema of the recipe
+//   write_recipe_files --tables FILE   the tables of docs/recipe-format.md or docs/result-format.md, in place, or the
+//                                      module _columns.py of the Python package
+//   write_recipe_files --check FILE    writes nothing; fails if one of these is out of date
+// Exit status: 0; 1 if a file cannot be written or is out of date; 2 for a wrong command line.
 #include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <string>
 
 #include "schema/recipe_files.h"
+#include "schema/result_columns.h"
 
 namespace {
 
@@ -30,20 +32,20 @@ int write_file(const std::string& path, const std::string& text) {
 int main(int argc, char** argv) {
   const std::string option = argc == 3 ? argv[1] : "";
   if (option != "--schema" && option != "--tables" && option != "--check") {
-    std::fputs("usage: write_recipe_files --schema FILE | --tables PAGE | --check PAGE\n", stderr);
+    std::fputs("usage: write_recipe_files --schema FILE | --tables FILE | --check FILE\n", stderr);
     return 2;
   }
   const std::string path = argv[2];
   if (option == "--schema") return write_file(path, recipe::rng_text());
-  const std::string page = file_text(path);
+  const std::string stored = file_text(path);
   std::string error;
-  const std::string fresh = recipe::page_with_tables(page, error);
+  const std::string fresh = path.ends_with(".py") ? result_columns_module() : recipe::page_with_tables(stored, error);
   if (!error.empty()) {
     std::fprintf(stderr, "%s: %s\n", path.c_str(), error.c_str());
     return 1;
   }
   if (option == "--tables") return write_file(path, fresh);
-  if (page == fresh) return 0;
-  std::fprintf(stderr, "%s: the tables are out of date; run write_recipe_files --tables\n", path.c_str());
+  if (stored == fresh) return 0;
+  std::fprintf(stderr, "%s is out of date; run write_recipe_files --tables\n", path.c_str());
   return 1;
 }
