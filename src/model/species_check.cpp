@@ -2,6 +2,7 @@
 // their binary diffusion coefficients.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -13,9 +14,6 @@ enum Element { EL_In, EL_Ga, EL_Al, EL_N, EL_H, EL_C };
 
 // Present in every run, whatever its material and flows.
 constexpr GasSpecies ALWAYS_PRESENT[] = {N2_g, H2_g, NH3_g, TMIn_g, In_g, TMGa_g, TEGa_g, Ga_g, TMAl_g, Al_g};
-
-// Chapman-Enskog factor for D in m^2/s with p in Pa, sigma in angstrom and the reduced molar mass in kg/kmol.
-constexpr double CHAPMAN_ENSKOG = 0.02628;
 
 bool refuse(SurfChemNonst& model, std::int32_t& err, std::int32_t code, const char* text) {
   err = code;

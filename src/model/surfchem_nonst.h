@@ -20,7 +20,8 @@
 //
 // The state vector y has n = 10 components, or 15 under V_dislocation:
 //   c_a[0..4], z, (h, I0, I1, J0_0, J0_1 under V_dislocation,) x_b[0..2], GR.
-// The first n - 4 equations are differential, the last four algebraic.
+// The first n - 4 equations are differential, the last four algebraic. The constants STATE_ and ALGEBRAIC_ below name
+// the components of y, and of the residual f with them.
 #pragma once
 
 #include <array>
@@ -39,7 +40,20 @@ namespace vorlen {
 
 inline constexpr int N_STATE_MAX = 15;
 inline constexpr int N_ALGEBRAIC = 4;
-inline constexpr double PI = 3.141592653589793;
+inline constexpr int N_STATE_SHORT = 10;  // without V_dislocation
+
+// Components of y and f from the first on.
+inline constexpr std::size_t STATE_C_A = 0;  // of c_a[0]
+inline constexpr std::size_t STATE_Z = STATE_C_A + N_ADSORBED;
+inline constexpr std::size_t STATE_H = STATE_Z + 1;  // this and the following ones under V_dislocation only
+inline constexpr std::size_t STATE_I0 = STATE_Z + 2;
+inline constexpr std::size_t STATE_I1 = STATE_Z + 3;
+inline constexpr std::size_t STATE_J0_0 = STATE_Z + 4;
+inline constexpr std::size_t STATE_J0_1 = STATE_Z + 5;
+// Components from first_algebraic() on. The rows of f at the places of x_b are two ratios of incorporation rates and
+// the sum of the composition.
+inline constexpr std::size_t ALGEBRAIC_X_B = 0;  // of x_b[0]
+inline constexpr std::size_t ALGEBRAIC_GR = ALGEBRAIC_X_B + N_BULK;
 
 // One interval of growth, m.
 struct DepthSegment {
@@ -158,7 +172,7 @@ class SurfChemNonst {
 
   // ---- Terms of the residual that are kept from one evaluation to the next
   ResidualTerms terms;
-  bool reuse_terms = true;  // off: every evaluation computes all of them anew, with the same bits
+  bool reuse_terms = true;  // off: every evaluation computes all of them, with the same bits
 
   // ---- The layer
   double GR = 0.0;       // growth rate, m/s (state, algebraic)
@@ -206,16 +220,18 @@ class SurfChemNonst {
   SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err);
 
   // Number of components of the state vector, 10 or 15.
-  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : 10; }
+  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : N_STATE_SHORT; }
+  // Index of the first algebraic component, 6 or 11.
+  std::size_t first_algebraic() const { return static_cast<std::size_t>(n_state() - N_ALGEBRAIC); }
 
   // ---- Construction
   // Sets the lattice imposed on the active layers [angstrom]; what is not above 0 is replaced by that of GaN.
   void set_reference_lattice(double a_pre, double c_pre);
 
   // ---- Conditions
-  // Brings the conditions up to time t_new [s]. force: do what is otherwise done only at a change of stage.
+  // Brings the conditions up to time t_new [s]. stage_changed: do what is otherwise done only at a change of stage.
   // Returns 0, or 1 with error_text set for a time outside the process; then only t has changed.
-  std::int32_t update_conditions(double t_new, bool force);
+  std::int32_t update_conditions(double t_new, bool stage_changed);
 
   // Sets the conditions of the current stage at a fraction of its duration. stage_changed: the stage is a new one.
   void set_conditions(double fraction, bool stage_changed);
@@ -273,7 +289,7 @@ class SurfChemNonst {
   // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start the formula
   // goes on, where eps_relaxed is 0.
   double eps_reacted(double z_at, double h_at) const;
-  // The kept or newly computed terms of the present depth.
+  // The logarithms at the present depth.
   const DepthTerms& depth_terms();
 
   // ---- Accepted steps

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "model/constants.h"
+
 namespace vorlen {
 
 namespace {
@@ -12,8 +14,6 @@ constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
 constexpr double D_MIN = 1e-20;       // m^2/s
 constexpr double GR_REF_MIN = 1e-10;  // nm/s
 constexpr double NM = 1e-9;
-constexpr double GAN_MOLAR_MASS = 84.0;  // kg/kmol, of the reference layer
-constexpr double GAN_DENSITY = 6150.0;   // kg/m^3
 constexpr double OMEGA_FIT_FROM = 0.3;   // reduced temperature above which the fit in its logarithm holds
 constexpr double OMEGA_LOG_SHIFT = 1.4;  // of that logarithm
 
@@ -49,8 +49,9 @@ bool set_reference_layer(SurfChemNonst& m) {
   if (m.GR_ref < GR_REF_MIN) return refuse(m, "Refence growth rate is less than 1e-10");
   m.GR_ref *= NM;
   const GasSpecies r = reference_precursor(m.Q_ref[TMGa_g]);
+  const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
   const double delta_0 =
-      (1.0 / m.GR_ref) * x_ref[r] * m.P_ref * D_ref[r] / (R_J * m.T_ref) * GAN_MOLAR_MASS / GAN_DENSITY;
+      (1.0 / m.GR_ref) * x_ref[r] * m.P_ref * D_ref[r] / (R_TRANSPORT * m.T_ref) * GaN.molar_mass / GaN.rho;
   for (StageRecord& stage : m.active_stages) {
     stage.delta = delta_0;
     stage.delta_ref = D_ref[r];
@@ -90,7 +91,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     const double X_In = stage.XIn_average;
     const double X_Al = stage.XAl_average;
     const GasSpecies r = reference_precursor(Q_TMGa);
-    const double f = (1.0 / GR) * x_av[r] * P_av * D_av[r] / (R_J * T_av);
+    const double f = (1.0 / GR) * x_av[r] * P_av * D_av[r] / (R_TRANSPORT * T_av);
     const std::vector<BulkSpeciesRecord>& b = m.bulk_species;
     const double V_In = X_In / (1.0 - X_In - X_Al) * b[InN_b].molar_mass / b[InN_b].rho;
     const double V_Ga = b[GaN_b].molar_mass / b[GaN_b].rho;

@@ -40,27 +40,13 @@ double SurfChemNonst::eps_reacted(double z_at, double h_at) const {
 }
 
 const DepthTerms& SurfChemNonst::depth_terms() {
-  const auto matches = [this](const DepthKey& k) {
-    return k.is_set && equal_bits(k.z, z) && equal_bits(k.h, h) && equal_bits(k.rho_VD, rho_VD) &&
-           equal_bits(k.z0, z0) && equal_bits(k.h_z0, h_z0) && equal_bits(k.rho_TD_z0, rho_TD_z0) &&
-           equal_bits(k.eps_r_z0, eps_r_z0);
-  };
-  if (reuse_terms) {
-    if (const DepthTerms* kept = terms.depths.find(matches)) return *kept;
-  }
-  DepthTerms& d = terms.depths.replace_oldest();
-  d.mismatch = relative_mismatch();
-  d.relaxed = eps_relaxed(rho_VD, z, h);
-  d.reacted = eps_reacted(z, h);
-  d.key.is_set = true;
-  d.key.z = z;
-  d.key.h = h;
-  d.key.rho_VD = rho_VD;
-  d.key.z0 = z0;
-  d.key.h_z0 = h_z0;
-  d.key.rho_TD_z0 = rho_TD_z0;
-  d.key.eps_r_z0 = eps_r_z0;
-  return d;
+  const DepthInputs inputs{z, h, rho_VD, z0, h_z0, rho_TD_z0, eps_r_z0};
+  return terms.depths
+      .get(inputs, reuse_terms,
+           [this](DepthTerms& d) {
+             d = {relative_mismatch(), eps_relaxed(rho_VD, z, h), eps_reacted(z, h)};
+           })
+      .value;
 }
 
 RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {

@@ -2,6 +2,7 @@
 // geometry of the dislocations, and what is copied.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/model_fixture.h"
 
 using namespace vorlen;

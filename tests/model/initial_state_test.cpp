@@ -74,7 +74,7 @@ TEST(InitialState, NitrogenAndHydrogenStartInBalance) {
 TEST(InitialState, TheRatioOfHydrogenToNitrogenIsThatOfTheirEscapes) {
   Start start(recipe_of(PLAIN));
   const auto& R = start->R_gas;
-  expect_close(std::sqrt(3.0 * R[H2_g] / R[N2_g] * start->Kd[3] / start->Kd[4]), start.y[4] / start.y[3]);
+  expect_close(std::sqrt(3.0 * R[H2_g] / R[N2_g] * start->Kd[N_a] / start->Kd[H_a]), start.y[4] / start.y[3]);
 }
 
 TEST(InitialState, WithoutAmmoniaNitrogenAndHydrogenStartAtTheFloor) {
@@ -91,7 +91,7 @@ TEST(InitialState, GalliumStartsInBalanceOfArrivalDecompositionEscapeAndIncorpor
   BareSurface bare(recipe);
   const double c_N = start.y[3];
   const double arrival = bare->p[TEGa_g] / bare->R_gas[TEGa_g] + bare->p[TMGa_g] / bare->R_gas[TMGa_g];
-  const double loss = bare->Kd[1] / bare->R_gas[Ga_g] + bare->k_plus(GaN_b) * c_N;
+  const double loss = bare->Kd[Ga_a] / bare->R_gas[Ga_g] + bare->k_plus(GaN_b) * c_N;
   expect_close((arrival + bare.decomposition()) / loss, start.y[1]);
 }
 
@@ -129,7 +129,7 @@ TEST(InitialState, AluminiumEscapesAsGalliumDoes) {
   ProcessRecipe recipe = with_flows(0.0, 0.5, 0.2);
   Start start(recipe);
   BareSurface bare(recipe);
-  const double loss = bare->Kd[1] / bare->R_gas[Ga_g] + bare->k_plus(AlN_b) * start.y[3];
+  const double loss = bare->Kd[Ga_a] / bare->R_gas[Ga_g] + bare->k_plus(AlN_b) * start.y[3];
   expect_close(bare->p[TMAl_g] / bare->R_gas[TMAl_g] / loss, start.y[2]);
   recipe.Kd_A[2] *= 1e6;
   EXPECT_EQ(Start(recipe).y[2], start.y[2]) << "aluminium's own desorption is not used";

@@ -2,6 +2,7 @@
 // rows of the relaxation as far as the residual decides them.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/model_fixture.h"
 
 using namespace vorlen;
@@ -48,11 +49,11 @@ TEST(RateConstants, OfDesorptionAreInUnitsOfTheHertzKnudsenFactor) {
   Surface s(recipe);
   s.evaluate(0.1, 0.9, 0.0);
   const double T = 1030.0;
-  expect_close(1e13 * std::exp(-20000.0 / T) * std::sqrt(T), s->Kd[0] * s->v_kin[In_g]);
-  expect_close(2e13 * std::sqrt(T), s->Kd[1] * s->v_kin[Ga_g]);
-  expect_close(3e13 * std::exp(-21000.0 / T), s->Kd[2] * s->v_kin[Al_g]);
-  expect_close(4e13, s->Kd[3] * s->v_kin[N2_g]);
-  expect_close(5e13 / (T * T), s->Kd[4] * s->v_kin[H2_g]);
+  expect_close(1e13 * std::exp(-20000.0 / T) * std::sqrt(T), s->Kd[In_a] * s->v_kin[In_g]);
+  expect_close(2e13 * std::sqrt(T), s->Kd[Ga_a] * s->v_kin[Ga_g]);
+  expect_close(3e13 * std::exp(-21000.0 / T), s->Kd[Al_a] * s->v_kin[Al_g]);
+  expect_close(4e13, s->Kd[N_a] * s->v_kin[N2_g]);
+  expect_close(5e13 / (T * T), s->Kd[H_a] * s->v_kin[H2_g]);
 }
 
 TEST(RateConstants, OfIncorporationFollowTheTemperature) {
@@ -95,7 +96,7 @@ TEST(Equilibrium, AmmoniaDesorbsAsItsConstantTiesItToTheTwoGases) {
   // p_NH3 = K p_N2^0.5 p_H2^1.5 at the surface, with p_N2 = Kd_N2 c_N^2 and p_H2 = Kd_H2 c_H^2
   Surface s;
   s.evaluate(0.1, 0.9, 0.0);
-  expect_close(s->K_NH3 * std::sqrt(s->Kd[3]) * std::pow(s->Kd[4], 1.5), s->K_NH3_des);
+  expect_close(s->K_NH3 * std::sqrt(s->Kd[N_a]) * std::pow(s->Kd[H_a], 1.5), s->K_NH3_des);
 }
 
 TEST(NitrogenMix, IsTheFactorOfEachCompoundToThePowerOfItsFraction) {
@@ -203,7 +204,7 @@ TEST(Incorporation, IsForwardLessReverse) {
   const double x[] = {0.2, 0.7, 0.1};
   for (std::size_t b = 0; b < N_BULK; ++b) {
     const double forward = s->k_plus(b) * s->c_a[b] * s->c_a[N_a];
-    const double ratio = s->K_eq[b] / (s->Kd[b] * std::sqrt(s->Kd[3]));
+    const double ratio = s->K_eq[b] / (s->Kd[b] * std::sqrt(s->Kd[N_a]));
     const double reverse = s->k_plus(b) * ratio * s->activity[b] * x[b] * s->site_bulk[b];
     EXPECT_NEAR(s->R_b[b], forward - reverse, 1e-13 * (forward + reverse)) << b;
   }
@@ -215,8 +216,8 @@ TEST(Incorporation, StopsAtTheEquilibriumOfTheVapoursWithTheSolid) {
   s.evaluate(0.0, 1.0, 0.0);
   const double p_N2 = 1.0;
   const double p_Ga = s->K_eq[GaN_b] / std::sqrt(p_N2);
-  s.y[N_a] = std::sqrt(p_N2 / s->Kd[3]);
-  s.y[Ga_a] = p_Ga / s->Kd[1];
+  s.y[N_a] = std::sqrt(p_N2 / s->Kd[N_a]);
+  s.y[Ga_a] = p_Ga / s->Kd[Ga_a];
   s.evaluate(0.0, 1.0, 0.0);
   const double forward = s->k_plus(GaN_b) * s->c_a[Ga_a] * s->c_a[N_a];
   ASSERT_GT(forward, 0.0);
@@ -228,7 +229,7 @@ TEST(Incorporation, ReadsTheFractionsUnclipped) {
   s.evaluate(-0.01, 1.02, 0.0);
   EXPECT_GT(s->R_b[InN_b], 0.0) << "a negative fraction drives the reaction forward";
   EXPECT_EQ(s->x_b_clip[InN_b], 0.0);
-  const double ratio = s->K_eq[GaN_b] / (s->Kd[1] * std::sqrt(s->Kd[3]));
+  const double ratio = s->K_eq[GaN_b] / (s->Kd[Ga_a] * std::sqrt(s->Kd[N_a]));
   expect_close(-s->k_plus(GaN_b) * ratio * s->activity[GaN_b] * 1.02, s->R_b[GaN_b]);
 }
 

@@ -2,6 +2,7 @@
 // leaves alone.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/model_fixture.h"
 
 using namespace vorlen;
@@ -190,11 +191,11 @@ TEST(Fluxes, AreDrivingPressureLessDesorptionOverTheResistance) {
   const double s = 1.0 - c[In_a] / 1.901e-08;
   expect_close(g->p[TMIn_g] * s / R[TMIn_g], g->J[TMIn_g]);
   expect_close(g->p[TEGa_g] / R[TEGa_g], g->J[TEGa_g]);
-  expect_close(-Kd[0] * c[In_a] / R[In_g], g->J[In_g]);
-  expect_close(-Kd[1] * c[Ga_a] / R[Ga_g], g->J[Ga_g]);
-  expect_close(-Kd[2] * c[Al_a] / R[Al_g], g->J[Al_g]);
-  expect_close(-Kd[3] * c[N_a] * c[N_a] / R[N2_g], g->J[N2_g]);
-  expect_close((g->p[H2_g] - Kd[4] * c[H_a] * c[H_a]) / R[H2_g], g->J[H2_g]);
+  expect_close(-Kd[In_a] * c[In_a] / R[In_g], g->J[In_g]);
+  expect_close(-Kd[Ga_a] * c[Ga_a] / R[Ga_g], g->J[Ga_g]);
+  expect_close(-Kd[Al_a] * c[Al_a] / R[Al_g], g->J[Al_g]);
+  expect_close(-Kd[N_a] * c[N_a] * c[N_a] / R[N2_g], g->J[N2_g]);
+  expect_close((g->p[H2_g] - Kd[H_a] * c[H_a] * c[H_a]) / R[H2_g], g->J[H2_g]);
   const double leaving = g->K_NH3_des * c[N_a] * std::pow(c[H_a], 3.0);
   EXPECT_NEAR(g->J[NH3_g] * R[NH3_g], g->p[NH3_g] - leaving, 1e-12 * leaving);
 }
