@@ -1,5 +1,6 @@
 // Construction of the growth model from a recipe: options, species, reference lattice, dislocation data of the stages,
-// time axis, dislocation geometry and transport layers, in this order.
+// time axis, dislocation geometry and transport layers, in this order. Each failure sets err and error_text and ends
+// it.
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -72,8 +73,8 @@ void set_time_axis(SurfChemNonst& m) {
   m.z_prev = m.z;
 }
 
-// Inclination of the dislocations, and the line energy of the dislocation loop around a V-defect. False with error_text
-// set for an angle of 90 degrees.
+// Inclination of the dislocations, and the line energy of the dislocation loop around a V-defect (docs/physics.md,
+// section 8). False with error_text set for an angle of 90 degrees, which the check of the recipe rejects before.
 bool set_dislocation_geometry(SurfChemNonst& m) {
   m.sin_V = std::sin(m.V_angle_05);
   const double cos_V = std::cos(m.V_angle_05);
@@ -86,7 +87,7 @@ bool set_dislocation_geometry(SurfChemNonst& m) {
   const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
   const double G_shear =
       ((GaN.C11 * GPA - GaN.C12 * GPA) * (1.0 - m.X_ref) + (InN.C11 * GPA - InN.C12 * GPA) * m.X_ref) * 0.5;
-  m.b_burgers = GaN.a * ANGSTROM;  // whatever the alloy
+  m.b_burgers = A_GaN * ANGSTROM;
   const double e = LOOP_FACTOR * G_shear * m.b_burgers * m.b_burgers;
   m.E_line = (e / (4.0 * PI * (1.0 - POISSON_RATIO)) + e / (4.0 * PI * (1.0 - POISSON_RATIO))) / cos_V;
   return true;
@@ -172,7 +173,10 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
   if (!species_check(*this, err)) return;
   set_time_axis(*this);
-  if (stress_model == STRESS_V_dislocation && !set_dislocation_geometry(*this)) return;
+  if (stress_model == STRESS_V_dislocation && !set_dislocation_geometry(*this)) {
+    err = -1;
+    return;
+  }
   if (!set_transport_layers(*this)) {
     err = 1;
     return;

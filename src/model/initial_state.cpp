@@ -1,5 +1,6 @@
-// The first state vector. The system is stiff and differential-algebraic, and surface concentrations that are far off
-// make the first steps fail; so they are estimated from the balance of fluxes at the begin of the process.
+// The first state vector (docs/physics.md, section 1). The system is stiff and differential-algebraic, and the first
+// steps fail with surface concentrations that are far off. They are estimated from the balance of fluxes at the start
+// of the process, with a bare surface of GaN as the source of the resistances.
 #include <cmath>
 
 #include "model/surfchem_nonst.h"

@@ -1,5 +1,5 @@
-// A memo keeps the last few values of a function and finds them again by its inputs. The formulas of the model stand
-// apart from it: they never know whether their value is kept.
+// A memo keeps the last few values of a function and finds them again by its inputs. The formulas of the model do not
+// know of it: they compute a value from its inputs, whether it is kept or not.
 //
 // Inputs hold everything that the value depends on and that can change during a run. They are compared bit by bit, and
 // a value is stored as it was computed, so reuse changes no bit of a result; -0.0 and 0.0 are different inputs, equal

@@ -1,5 +1,6 @@
-// Terms of the residual that several evaluations have in common, and the memos that keep them: what follows from the
-// process conditions, what also depends on the composition of the solid, and what follows from the depth.
+// Terms of the residual that several evaluations have in common, and the memos that keep them: terms of the process
+// conditions, terms that also depend on the composition of the solid, and terms of the depth. model/residual.cpp and
+// strain/relaxation.cpp hold their formulas.
 //
 // The integrator evaluates at few conditions many times: the three stages of a step in each Newton iteration, and the
 // start of the step for every column of the Jacobian. Most of these columns leave the composition and the depth alone.
@@ -14,8 +15,8 @@
 
 namespace vorlen {
 
-// Process conditions. Mole fractions and partial pressures follow from the flows and P, the layers from the stage and
-// from the conditions.
+// Process conditions. Mole fractions and partial pressures follow from the flows and P, the transport layers from the
+// stage and the conditions.
 struct ConditionInputs {
   double T, P;       // K, Pa
   double omega_TDR;  // rpm
@@ -57,7 +58,8 @@ struct ConditionTerms {
   // desorb are overwritten, and the resistance of nitrogen.
   std::array<double, N_GAS> R_gas{}, J{};
 
-  // Terms that depend on the composition as well; here, the conditions are no part of their inputs. Four compositions:
+  // Terms that depend on the composition as well. They belong to these conditions, which therefore are not among their
+  // inputs. Four compositions:
   // those of the columns of the Jacobian that move it, and that of the others. Two powers: of the state, and of its
   // column of the Jacobian.
   Memo<CompositionInputs, CompositionTerms, 4> compositions;

@@ -1,7 +1,7 @@
-// The growth model: one plain object that holds everything a run knows. It is the store of the options, the record of
-// the conditions at the current time, the scratch space of the residual and the owner of the history of accepted steps.
+// The growth model: one plain object with everything a run knows: the options, the conditions at the current time, the
+// values of the residual, and the history of accepted steps.
 //
-// The operations stand in the files of the subsystem that owns them:
+// The operations are in the files of the subsystem that owns them:
 //   model/construction.cpp    construction from a recipe
 //   model/species_check.cpp   species lists
 //   model/conditions.cpp      conditions at a time
@@ -50,8 +50,8 @@ inline constexpr std::size_t STATE_I0 = STATE_Z + 2;
 inline constexpr std::size_t STATE_I1 = STATE_Z + 3;
 inline constexpr std::size_t STATE_J0_0 = STATE_Z + 4;
 inline constexpr std::size_t STATE_J0_1 = STATE_Z + 5;
-// Components from first_algebraic() on. The rows of f at the places of x_b are two ratios of incorporation rates and
-// the sum of the composition.
+// Components from first_algebraic() on. The rows of f in the places of x_b are the two ratios of the
+// incorporation rates and the sum of the composition.
 inline constexpr std::size_t ALGEBRAIC_X_B = 0;  // of x_b[0]
 inline constexpr std::size_t ALGEBRAIC_GR = ALGEBRAIC_X_B + N_BULK;
 
@@ -143,7 +143,7 @@ class SurfChemNonst {
   bool detail_output = false;                  // keep surface concentrations and energy terms, and write their columns
   std::vector<std::int32_t> reported_species;  // gas species numbers listed by the single-point layout
   double t = 0.0;                              // time of the last conditions lookup, s
-  double t_begin = 0.0;                        // begin of the first active stage, s
+  double t_begin = 0.0;                        // start of the first active stage, s
   double t_end = 0.0;                          // end of the last active stage, s
   double T = 0.0;                              // K, at t
   double P = 0.0;                              // Pa, at t
@@ -177,7 +177,7 @@ class SurfChemNonst {
   // ---- The layer
   double GR = 0.0;       // growth rate, m/s (state, algebraic)
   double z = 0.0;        // total thickness, m (state)
-  double z_start = 0.0;  // z at the begin of the active stages
+  double z_start = 0.0;  // z at the start of the active stages
   double a_bulk = 0.0;   // Vegard average of a at x_b_clip, angstrom
   double t_prev = 0.0;   // time of the last accepted step
   double z_prev = 0.0;   // z at the last accepted step
@@ -225,7 +225,8 @@ class SurfChemNonst {
   std::size_t first_algebraic() const { return static_cast<std::size_t>(n_state() - N_ALGEBRAIC); }
 
   // ---- Construction
-  // Sets the lattice imposed on the active layers [angstrom]; what is not above 0 is replaced by that of GaN.
+  // Sets the lattice imposed on the active layers [angstrom]; a constant that is not above 0 is replaced by that of
+  // GaN.
   void set_reference_lattice(double a_pre, double c_pre);
 
   // ---- Conditions
@@ -249,7 +250,7 @@ class SurfChemNonst {
   // ---- Residual
   // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
   std::int32_t eval_rhs(double t_new, const double* y, double* f);
-  // What the surface does in the present state under the present conditions: sets J, R_b and what they are made from.
+  // Rates of the surface in the present state under the present conditions. Sets J, R_b and the values they come from.
   SurfaceRates surface_rates();
   // Copies the state vector into the model; z is raised to z_start, x_b_clip and a_bulk follow.
   void unpack_state(const double* y);
@@ -286,8 +287,8 @@ class SurfChemNonst {
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
   double relative_mismatch() const;
-  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start the formula
-  // goes on, where eps_relaxed is 0.
+  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start, where
+  // eps_relaxed is 0, the same formula holds.
   double eps_reacted(double z_at, double h_at) const;
   // The logarithms at the present depth.
   const DepthTerms& depth_terms();
@@ -347,7 +348,7 @@ class SurfChemNonst {
   void write_point_fluxes();
 };
 
-// 1.0 above 1, v from 0 to 1, else 0.0 (also for not-a-number).
+// 1.0 above 1, v from 0 to 1, else 0.0 (also for NaN).
 inline double clamp_fraction(double v) {
   if (v > 1.0) return 1.0;
   return v >= 0.0 ? v : 0.0;
@@ -361,7 +362,7 @@ inline double SurfChemNonst::lattice_a(const double* x_solid) const {
   return a;
 }
 
-// Value of the range at a fraction of the stage; what is not above 0 becomes 0.
+// Value of the range at a fraction of the stage; a value that is not above 0 becomes 0.
 double interpolate(const ValueRange& range, double fraction);
 
 // Reduced collision function of the Lennard-Jones potential at the reduced temperature T_star.
@@ -376,7 +377,7 @@ double modulus_M();
 // Fills the species lists of the model with the built-in records.
 void fill_species_lists(SurfChemNonst& model);
 
-// Checks that the elements of nitride growth are there, marks and numbers the species, fills D_binary.
+// Checks that the elements of nitride growth are present, marks and numbers the species, fills D_binary.
 // False with err 100 to 103 and error_text set.
 bool species_check(SurfChemNonst& model, std::int32_t& err);
 

@@ -1,5 +1,8 @@
-// Gas transport through the stagnant layer: diffusion coefficients by Wilke's mixture rule on Chapman-Enskog binary
-// coefficients (Bird, Stewart, Lightfoot, Transport Phenomena), and the thickness of the layer by transport model.
+// Gas transport through the stagnant layer (docs/physics.md, section 3): diffusion coefficients by Wilke's mixture rule
+// on Chapman-Enskog binary coefficients (Bird, Stewart, Lightfoot, Transport Phenomena), and the thickness of the layer
+// by transport model.
+//
+// In order: layers at construction, collision function, diffusion in the mixture, layers under given conditions.
 #include "model/transport.h"
 
 #include <cmath>
@@ -17,12 +20,13 @@ constexpr double NM = 1e-9;
 constexpr double OMEGA_FIT_FROM = 0.3;   // reduced temperature above which the fit in its logarithm holds
 constexpr double OMEGA_LOG_SHIFT = 1.4;  // of that logarithm
 
-bool refuse(SurfChemNonst& m, const char* text) {
+bool reject(SurfChemNonst& m, const char* text) {
   m.error_text = text;
   return false;
 }
 
-// omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT.
+// omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT. This fit and the one below OMEGA_FIT_FROM
+// are fits of this model; docs/physics.md, section 3, compares them with Neufeld's collision integral.
 double omega_inverse_of(double L) {
   const double u = 1.0 / L;
   return ((0.19779 - 0.0225768 * u) * u - 0.16845) + (((0.0071131 * L) - 0.0926718) * L + 0.64373) * L;
@@ -35,18 +39,18 @@ GasSpecies reference_precursor(double Q_TMGa) { return !(Q_TMGa < FLOW_MIN) ? TM
 bool set_reference_layer(SurfChemNonst& m) {
   m.Q_ref_total = 0.0;
   for (double Q : m.Q_ref) m.Q_ref_total += Q;
-  if (m.Q_ref_total < FLOW_MIN) return refuse(m, "Total refence flow rate is less than 1e-10 sccm");
+  if (m.Q_ref_total < FLOW_MIN) return reject(m, "Total refence flow rate is less than 1e-10 sccm");
   if (m.Q_ref[TMGa_g] < FLOW_MIN && m.Q_ref[TEGa_g] < FLOW_MIN) {
-    return refuse(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
+    return reject(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
   }
   std::array<double, N_GAS> x_ref{};
   std::array<double, N_GAS> D_ref{};
   for (std::size_t i = 0; i < N_FLOWS; ++i) x_ref[i] = m.Q_ref[i] / m.Q_ref_total;
   m.mix_diffusion(m.T_ref, m.P_ref, x_ref.data(), D_ref.data());
   if (D_ref[TMGa_g] < D_MIN && D_ref[TEGa_g] < D_MIN) {
-    return refuse(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
+    return reject(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
   }
-  if (m.GR_ref < GR_REF_MIN) return refuse(m, "Refence growth rate is less than 1e-10");
+  if (m.GR_ref < GR_REF_MIN) return reject(m, "Refence growth rate is less than 1e-10");
   m.GR_ref *= NM;
   const GasSpecies r = reference_precursor(m.Q_ref[TMGa_g]);
   const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
@@ -77,7 +81,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     const double Q_TMGa = x_av[TMGa_g];
     if (Q_TMGa < FLOW_MIN && x_av[TEGa_g] < FLOW_MIN) {
       if (k == 0) {
-        return refuse(m,
+        return reject(m,
                       "Flow rates of TMGa and TEGa are less than 1e-10 sccm on first stage. It is not compatible with "
                       "transport model InGaN_GR_X.");
       }
@@ -168,7 +172,7 @@ bool set_transport_layers(SurfChemNonst& model) {
     case TRANSPORT_InGaN_GR_X:
       return set_prescribed_growth_layers(model);
     case TRANSPORT_InGaN_GR:
-      return refuse(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
+      return reject(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
     default:
       return true;
   }

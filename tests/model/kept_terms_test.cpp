@@ -39,8 +39,8 @@ class TwoModels {
   }
 
   // A look-up from outside of the residual.
-  void look_up(double t, bool force) {
-    EXPECT_EQ(keeping_->update_conditions(t, force), fresh_->update_conditions(t, force));
+  void look_up(double t, bool stage_changed) {
+    EXPECT_EQ(keeping_->update_conditions(t, stage_changed), fresh_->update_conditions(t, stage_changed));
   }
 
   // Sets the same in both.
@@ -115,8 +115,8 @@ void walk(const ProcessRecipe& recipe) {
     for (int iteration = 0; iteration < 3; ++iteration) {
       for (double node : {0.155, 0.645, 1.0}) {
         for (std::size_t i = 0; i < n; ++i) stage_y[i] = y[i] * (1.0 + 1e-3 * part(random));
-        stage_y[0] += 1e-11 * part(random);
-        stage_y[5] = y[5] + node * 1e-10;
+        stage_y[In_a] += 1e-11 * part(random);
+        stage_y[STATE_Z] = y[STATE_Z] + node * 1e-10;
         if (iteration < 2) stage_y[n - 4] = y[n - 4] + 0.01 * part(random);
         models.evaluate(t + node * dt, stage_y);
       }
@@ -247,8 +247,8 @@ TEST(KeptTerms, TellDepthsApartThatDifferInOneQuantityAlone) {
     m.rho_VD = 1e12;
   });
   std::array<double, N_STATE_MAX> y = models.start;
-  y[5] += 1e-7;
-  y[6] = 2e-9;
+  y[STATE_Z] += 1e-7;
+  y[STATE_H] = 2e-9;
   const auto differs_after = [&](auto&& next) {
     models.evaluate(models->t_begin, y);
     const double before[] = {models->r, models->eps_xx};
@@ -256,8 +256,8 @@ TEST(KeptTerms, TellDepthsApartThatDifferInOneQuantityAlone) {
     models.evaluate(models->t_begin, y);
     return before[0] != models->r || before[1] != models->eps_xx;
   };
-  EXPECT_TRUE(differs_after([&y] { y[5] += 1e-9; })) << "z";
-  EXPECT_TRUE(differs_after([&y] { y[6] += 1e-9; })) << "h";
+  EXPECT_TRUE(differs_after([&y] { y[STATE_Z] += 1e-9; })) << "z";
+  EXPECT_TRUE(differs_after([&y] { y[STATE_H] += 1e-9; })) << "h";
   for (const char* name : {"z0", "h_z0", "rho_TD_z0", "eps_r_z0", "rho_VD"}) {
     for (double factor : {1.01, 1.0 / 1.01}) {
       EXPECT_TRUE(differs_after([&] { models.change([&](SurfChemNonst& m) { *scalar_field(m, name) *= factor; }); }))
@@ -270,7 +270,7 @@ TEST(KeptTerms, OfTheDepthAreFoundByTheColumnsThatLeaveItAlone) {
   // The order of the columns of the Jacobian: the state, z moved, h moved, the others.
   TwoModels models(recipe_of(RecipeOptions{}));
   std::array<double, N_STATE_MAX> y = models.start;
-  y[5] += 1e-7;
+  y[STATE_Z] += 1e-7;
   for (int column : {-1, 0, 4, 5, 6, 7, 10, 11, 12, 13, 14, -1}) {
     std::array<double, N_STATE_MAX> moved = y;
     if (column >= 0) moved[static_cast<std::size_t>(column)] += 1e-9;
@@ -287,7 +287,7 @@ TEST(KeptTerms, TellZerosOfEitherSignApart) {
   TwoModels models(recipe_of(RecipeOptions{.stress_model = "off"}));
   std::array<double, N_STATE_MAX> y = models.start;
   for (double zero : {0.0, -0.0, 0.0}) {
-    y[6] = zero;
+    y[models->first_algebraic() + ALGEBRAIC_X_B + InN_b] = zero;
     models.evaluate(models->t_begin, y);
   }
 }

@@ -21,7 +21,7 @@ struct Surface {
   explicit Surface(const ProcessRecipe& recipe) : model(recipe) {
     EXPECT_EQ(model.err, 0);
     EXPECT_EQ(model->update_conditions(model->t_begin, true), 0);
-    y[5] = model->z_start;
+    y[STATE_Z] = model->z_start;
   }
   explicit Surface(const RecipeOptions& options = {.stress_model = "off"}) : Surface(recipe_of(options)) {}
 
@@ -188,7 +188,7 @@ TEST(Activity, WithRelaxationTheMismatchFallsWithTheThickness) {
   s.evaluate(1.0, 0.0, 0.0);
   EXPECT_EQ(s->r, -1.0) << "nothing has grown yet";
   const double coherent = s->activity[InN_b];
-  s.y[5] += 2e-7;
+  s.y[STATE_Z] += 2e-7;
   s.evaluate(1.0, 0.0, 0.0);
   EXPECT_GT(s->r, -1.0);
   EXPECT_LT(s->activity[InN_b], coherent);
@@ -238,18 +238,18 @@ TEST(RelaxationRows, AStrainOfExactlyTheThresholdIsNoTension) {
   Surface s(RecipeOptions{.n_pre_stages = 0});
   s->z0 = std::ldexp(1.0, -22);
   s->rho_VD = 1e10;
-  s.y[5] = std::ldexp(1.0, -21);
-  s.y[6] = std::ldexp(1.0, -22);
+  s.y[STATE_Z] = std::ldexp(1.0, -21);
+  s.y[STATE_H] = std::ldexp(1.0, -22);
   s.y[Ga_a] = 1.5e-9;
   s.y[N_a] = 3e-9;
   s->eps_r_z0 = 0.0001;
   s.evaluate(0.0, 1.0, 0.0);
   EXPECT_EQ(s->eps_xx, 0.0001);
-  EXPECT_GT(s.f[5], 0.0);
-  EXPECT_EQ(s.f[6], 0.0);
+  EXPECT_GT(s.f[STATE_Z], 0.0);
+  EXPECT_EQ(s.f[STATE_H], 0.0);
   s->eps_r_z0 = std::nextafter(0.0001, 1.0);
   s.evaluate(0.0, 1.0, 0.0);
-  EXPECT_EQ(s.f[6], s.f[5]) << "above it the layer counts as grown in tension";
+  EXPECT_EQ(s.f[STATE_H], s.f[STATE_Z]) << "above it the layer counts as grown in tension";
 }
 
 TEST(RelaxationRows, TheMomentsAreTheRatesTimesTheThicknessOutsideTension) {
@@ -257,15 +257,15 @@ TEST(RelaxationRows, TheMomentsAreTheRatesTimesTheThicknessOutsideTension) {
   s.y[In_a] = 2e-10;
   s.y[Ga_a] = 1.5e-9;
   s.y[N_a] = 3e-9;
-  s.y[5] = s->z_start + 50e-9;
-  s.y[6] = 20e-9;
+  s.y[STATE_Z] = s->z_start + 50e-9;
+  s.y[STATE_H] = 20e-9;
   s.evaluate(0.2, 0.8, 0.0);
   EXPECT_LT(s->eps_xx, 0.0);
-  const double w = s.y[5] - s->z_start - 20e-9;
-  expect_close(w * s.f[7], s.f[8]);
-  expect_close(w * s.f[10], s.f[9]);
-  // f[10] = 2 M b tan(V) eps_0 GR with M = 262.4 * 0.1 + 449.6 * 0.9 GPa
+  const double w = s.y[STATE_Z] - s->z_start - 20e-9;
+  expect_close(w * s.f[STATE_I0], s.f[STATE_I1]);
+  expect_close(w * s.f[STATE_J0_1], s.f[STATE_J0_0]);
+  // f[STATE_J0_1] = 2 M b tan(V) eps_0 GR with M = 262.4 * 0.1 + 449.6 * 0.9 GPa
   const double eps_0 = 3.189 / (0.2 * 3.54 + 0.8 * 3.189) - 1.0;
   const double stiff = 2.0 * (262.4 * 0.1 + 449.6 * 0.9) * 1e9 * 3.189e-10 * std::tan(17.0 * PI / 180.0);
-  expect_close(stiff * eps_0 * s.f[5], s.f[10], 1e-12);
+  expect_close(stiff * eps_0 * s.f[STATE_Z], s.f[STATE_J0_1], 1e-12);
 }
