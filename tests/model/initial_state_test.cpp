@@ -135,7 +135,7 @@ TEST(InitialState, AluminiumEscapesAsGalliumDoes) {
   EXPECT_EQ(Start(recipe).y[Al_a], start.y[Al_a]) << "aluminium's own desorption is not used";
 }
 
-TEST(InitialState, WithoutAnyPrecursorTheTraceOfGalliumIsThere) {
+TEST(InitialState, WithoutAnyPrecursorTheTraceOfGalliumRemains) {
   const ProcessRecipe recipe = with_flows(0.0, 0.0, 0.0);
   Start start(recipe);
   EXPECT_DOUBLE_EQ(start->p[TMGa_g], 5e-8 * 40000.0);
@@ -208,7 +208,7 @@ TEST(InitialState, TheScratchFieldsFitTheState) {
   EXPECT_EQ(start->eval_rhs_calls, 3) << "two of the first state and this one";
 }
 
-TEST(InitialState, ABeginOutsideTheProcessLeavesTheVectorAsItWas) {
+TEST(InitialState, AStartOutsideTheProcessLeavesTheVectorAsItWas) {
   BuiltModel model(recipe_of(PLAIN));
   model->t_begin = 1e6;
   std::array<double, N_STATE_MAX> y, before;

@@ -12,8 +12,8 @@ namespace {
 
 constexpr double R_ACT = 8314.47;
 
-// A model at the conditions of its first stage, evaluated at the composition given, without any adsorbed species unless
-// told.
+// A model at the conditions of its first stage, evaluated at the composition given. Without adsorbed species unless
+// the test sets them.
 struct Surface {
   BuiltModel model;
   std::array<double, N_STATE_MAX> y{}, f{};
@@ -70,7 +70,7 @@ TEST(RateConstants, AnExponentOfExactlyZeroLeavesItsFactorOut) {
   Surface s;
   s->K_plus_Ta[GaN_b] = 0.0;
   s->K_plus_Tn[GaN_b] = 0.0;
-  s->T = 0.0;  // exp(-0/0) would not be a number
+  s->T = 0.0;  // exp(-0/0) would be NaN
   EXPECT_EQ(s->k_plus(GaN_b), 1e18);
 }
 

@@ -64,7 +64,7 @@ TEST(State, IsPackedInTheOrderOfTheEquations) {
   EXPECT_EQ(back, y);
 }
 
-TEST(State, HasTenComponentsWithoutRelaxationAndNothingBehindIsTouched) {
+TEST(State, HasTenComponentsWithoutRelaxationAndNothingPastThemIsTouched) {
   BuiltModel model(recipe_of(RecipeOptions{.stress_model = "off"}));
   std::array<double, 15> y, back;
   y.fill(-77.0);
@@ -116,7 +116,7 @@ TEST(Residual, BothLayoutsHoldTheSameChemistry) {
   ASSERT_EQ(plain.n(), 10u);
   for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(relaxing.f[i], plain.f[i]) << i;
   for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(relaxing.f[11 + i], plain.f[6 + i]) << i;
-  EXPECT_EQ(plain.f[10], -77.0) << "nothing is written behind the last component";
+  EXPECT_EQ(plain.f[10], -77.0) << "nothing is written past the last component";
   for (std::size_t i = 6; i < 11; ++i) EXPECT_NE(relaxing.f[i], -77.0) << i;
 }
 
@@ -133,7 +133,7 @@ TEST(Residual, TheAbsentPrecursorsAddNothing) {
   for (GasSpecies i : {MMIn_g, TMInNH3_g, MMGa_g, TEGaNH3_g}) EXPECT_EQ(g->J[i], 0.0);
 }
 
-TEST(Residual, APrecursorOutOfReachOfTheFileEntersItsElementsBalance) {
+TEST(Residual, APrecursorThatNoFileCanStateEntersTheBalanceOfItsElement) {
   ProcessRecipe recipe = recipe_of(RecipeOptions{.stress_model = "off"});
   for (GasSpecies i : {MMIn_g, TMInNH3_g, MMGa_g, TEGaNH3_g}) recipe.active_stages[0].Q[i].set_both(0.3);
   Growth g(recipe);

@@ -83,7 +83,7 @@ TEST_F(Strain, OfAlInNOnGaNVanishesNear18PercentIndium) {
     (mismatch(middle) > 0.0 ? low : high) = middle;
   }
   EXPECT_NEAR(low, 0.18, 0.01);
-  EXPECT_NEAR(low, 0.1799, 0.00006);  // by hand: (3.189 - 3.112) / (3.54 - 3.112)
+  EXPECT_NEAR(low, 0.1799, 0.00006);  // manually: (3.189 - 3.112) / (3.54 - 3.112)
 }
 
 // ---- Crystal
@@ -263,9 +263,9 @@ TEST_F(Relaxation, StrainIsTheIntegralOfTheDensity) {
   }
 }
 
-// Both laws start anew at z0. Without defects that must change nothing: 1 + rho_0 k w is (1 + rho_0 k w_0) times
+// Both laws start again at z0. Without defects that must change nothing: 1 + rho_0 k w is (1 + rho_0 k w_0) times
 // (1 + rho(w_0) k (w - w_0)). One defect per m^2 is none to 1e-12.
-TEST_F(Relaxation, StartsAnewAtTheDepthOfTheVDefectsWithoutAJump) {
+TEST_F(Relaxation, StartsAgainAtTheDepthOfTheVDefectsWithoutAJump) {
   with_density("1e10");
   const double w = 500e-9;
   const double strain = strain_at(w);
