@@ -8,12 +8,12 @@
 // film at that depth while it evaporates. In steady growth x_k = R_k / S, as in the continuous scheme; without growth x
 // keeps its value. No metal is lost: what enters is in the layer or in the film.
 //
-// Each fraction is a component of its own, so that a small one has its own tolerance; the model takes them divided by
+// Each fraction is a separate component, so that a small one has its own tolerance; the model takes them divided by
 // their sum, which the equations keep at 1.
 //
-// V-defects. Once they are open their density is no state, but the root of the energy balance at each state.
+// V-defects. Once they are open, their density is not a component but the root of the energy balance at each state.
 //
-// All is differential: y' = f(t, y), with t from the start of the stage. y holds
+// All components are differential: y' = f(t, y), with t from the start of the stage. y holds
 //   c_a[5] in 1e-9 kmol/m^2, the three fractions x, z in nm from its value at the start of the stage,
 // and under V_dislocation, from their values at that start, h in nm and the integrals I0, I1, J0_0, J0_1, the two first
 // moments with the distance to the w = z - z_start - h of that start, in the units of the film's stiffness and nm.
@@ -54,7 +54,7 @@ struct StagedEquations : StagedLayer {
 // Number of components, 9 or 14.
 std::int32_t n_staged(const SurfChemNonst& model);
 
-// The equations at the begin of the process, on the pre-stages, and the first state y.
+// The equations at the start of the process, on the pre-stages, and the first state y.
 StagedEquations staged_equations(SurfChemNonst& model, StagedVector& y);
 
 // Moves to stage k: takes its conditions and lets the state start from the present one.

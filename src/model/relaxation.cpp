@@ -2,7 +2,8 @@
 // falls with the thickness grown outside tension, w = z - z_start - h:
 //   1/rho(w) = 1/rho(0) + L_TD tan(V) w
 //   relieved strain = 1/2 b tan(V) int rho dw = b/(2 L_TD) ln(1 + rho(0) L_TD tan(V) w).
-// Once V-defects have set in at z0, both laws start anew there with two dislocations more for each defect.
+// Once V-defects have set in at z0, both laws start again there with two dislocations more for each defect.
+// docs/physics.md, section 7.
 //
 // The logarithm of relative_mismatch takes its factors in another order than those of the strain, and has other last
 // bits: the two share no product.
@@ -12,6 +13,13 @@
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
+
+namespace {
+
+// Rows of the relaxation in the residual.
+enum Row { ROW_H, ROW_I0, ROW_I1, ROW_J0_0, ROW_J0_1 };
+
+}  // namespace
 
 double modulus_M() { return 2.624e11 * 0.1 + 4.496e11 * 0.9; }
 
@@ -40,27 +48,13 @@ double SurfChemNonst::eps_reacted(double z_at, double h_at) const {
 }
 
 const DepthTerms& SurfChemNonst::depth_terms() {
-  const auto matches = [this](const DepthKey& k) {
-    return k.is_set && equal_bits(k.z, z) && equal_bits(k.h, h) && equal_bits(k.rho_VD, rho_VD) &&
-           equal_bits(k.z0, z0) && equal_bits(k.h_z0, h_z0) && equal_bits(k.rho_TD_z0, rho_TD_z0) &&
-           equal_bits(k.eps_r_z0, eps_r_z0);
-  };
-  if (reuse_terms) {
-    if (const DepthTerms* kept = terms.depths.find(matches)) return *kept;
-  }
-  DepthTerms& d = terms.depths.replace_oldest();
-  d.mismatch = relative_mismatch();
-  d.relaxed = eps_relaxed(rho_VD, z, h);
-  d.reacted = eps_reacted(z, h);
-  d.key.is_set = true;
-  d.key.z = z;
-  d.key.h = h;
-  d.key.rho_VD = rho_VD;
-  d.key.z0 = z0;
-  d.key.h_z0 = h_z0;
-  d.key.rho_TD_z0 = rho_TD_z0;
-  d.key.eps_r_z0 = eps_r_z0;
-  return d;
+  const DepthInputs inputs{z, h, rho_VD, z0, h_z0, rho_TD_z0, eps_r_z0};
+  return terms.depths
+      .get(inputs, reuse_terms,
+           [this](DepthTerms& d) {
+             d = {relative_mismatch(), eps_relaxed(rho_VD, z, h), eps_reacted(z, h)};
+           })
+      .value;
 }
 
 RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {
@@ -73,11 +67,11 @@ RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {
 
 void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
   const RelaxationRates rates = relaxation_rates(GR_calc);
-  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
-  f[1] = rates.R_disl;
-  f[2] = rates.z_rel * rates.R_disl;
-  f[3] = rates.z_rel * rates.S_disl;
-  f[4] = rates.S_disl;
+  f[ROW_H] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
+  f[ROW_I0] = rates.R_disl;
+  f[ROW_I1] = rates.z_rel * rates.R_disl;
+  f[ROW_J0_0] = rates.z_rel * rates.S_disl;
+  f[ROW_J0_1] = rates.S_disl;
 }
 
 double SurfChemNonst::relative_mismatch() const {

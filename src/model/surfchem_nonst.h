@@ -1,7 +1,7 @@
-// The growth model: one plain object that holds everything a run knows. It is the store of the options, the record of
-// the conditions at the current time, the scratch space of the residual and the owner of the history of accepted steps.
+// The growth model: one plain object with everything a run knows: the options, the conditions at the current time, the
+// values of the residual, and the history of accepted steps.
 //
-// The operations stand in the files of the subsystem that owns them:
+// The operations are in the files of the subsystem that owns them:
 //   model/construction.cpp    construction from a recipe
 //   model/species_check.cpp   species lists
 //   model/conditions.cpp      conditions at a time
@@ -20,7 +20,8 @@
 //
 // The state vector y has n = 10 components, or 15 under V_dislocation:
 //   c_a[0..4], z, (h, I0, I1, J0_0, J0_1 under V_dislocation,) x_b[0..2], GR.
-// The first n - 4 equations are differential, the last four algebraic.
+// The first n - 4 equations are differential, the last four algebraic. The constants STATE_ and ALGEBRAIC_ below name
+// the components of y, and of the residual f with them.
 #pragma once
 
 #include <array>
@@ -40,7 +41,20 @@ namespace vorlen {
 
 inline constexpr int N_STATE_MAX = 15;
 inline constexpr int N_ALGEBRAIC = 4;
-inline constexpr double PI = 3.141592653589793;
+inline constexpr int N_STATE_SHORT = 10;  // without V_dislocation
+
+// Components of y and f from the first on.
+inline constexpr std::size_t STATE_C_A = 0;  // of c_a[0]
+inline constexpr std::size_t STATE_Z = STATE_C_A + N_ADSORBED;
+inline constexpr std::size_t STATE_H = STATE_Z + 1;  // this and the following ones under V_dislocation only
+inline constexpr std::size_t STATE_I0 = STATE_Z + 2;
+inline constexpr std::size_t STATE_I1 = STATE_Z + 3;
+inline constexpr std::size_t STATE_J0_0 = STATE_Z + 4;
+inline constexpr std::size_t STATE_J0_1 = STATE_Z + 5;
+// Components from first_algebraic() on. The rows of f in the places of x_b are the two ratios of the
+// incorporation rates and the sum of the composition.
+inline constexpr std::size_t ALGEBRAIC_X_B = 0;  // of x_b[0]
+inline constexpr std::size_t ALGEBRAIC_GR = ALGEBRAIC_X_B + N_BULK;
 
 // Rates of the surface.
 struct SurfaceRates {
@@ -123,7 +137,7 @@ class SurfChemNonst {
   bool detail_output = false;                  // keep surface concentrations and energy terms, and write their columns
   std::vector<std::int32_t> reported_species;  // gas species numbers listed by the single-point layout
   double t = 0.0;                              // time of the last conditions lookup, s
-  double t_begin = 0.0;                        // begin of the first active stage, s
+  double t_begin = 0.0;                        // start of the first active stage, s
   double t_end = 0.0;                          // end of the last active stage, s
   double T = 0.0;                              // K, at t
   double P = 0.0;                              // Pa, at t
@@ -152,12 +166,12 @@ class SurfChemNonst {
 
   // ---- Terms of the residual that are kept from one evaluation to the next
   ResidualTerms terms;
-  bool reuse_terms = true;  // off: every evaluation computes all of them anew, with the same bits
+  bool reuse_terms = true;  // off: every evaluation computes all of them, with the same bits
 
   // ---- The layer
   double GR = 0.0;       // growth rate, m/s (state, algebraic)
   double z = 0.0;        // total thickness, m (state)
-  double z_start = 0.0;  // z at the begin of the active stages
+  double z_start = 0.0;  // z at the start of the active stages
   double a_bulk = 0.0;   // Vegard average of a at x_b_clip, angstrom
   double t_prev = 0.0;   // time of the last accepted step
   double z_prev = 0.0;   // z at the last accepted step
@@ -194,16 +208,19 @@ class SurfChemNonst {
   SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err);
 
   // Number of components of the state vector, 10 or 15.
-  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : 10; }
+  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : N_STATE_SHORT; }
+  // Index of the first algebraic component, 6 or 11.
+  std::size_t first_algebraic() const { return static_cast<std::size_t>(n_state() - N_ALGEBRAIC); }
 
   // ---- Construction
-  // Sets the lattice imposed on the active layers [angstrom]; what is not above 0 is replaced by that of GaN.
+  // Sets the lattice imposed on the active layers [angstrom]; a constant that is not above 0 is replaced by that of
+  // GaN.
   void set_reference_lattice(double a_pre, double c_pre);
 
   // ---- Conditions
-  // Brings the conditions up to time t_new [s]. force: do what is otherwise done only at a change of stage.
+  // Brings the conditions up to time t_new [s]. stage_changed: do what is otherwise done only at a change of stage.
   // Returns 0, or 1 with error_text set for a time outside the process; then only t has changed.
-  std::int32_t update_conditions(double t_new, bool force);
+  std::int32_t update_conditions(double t_new, bool stage_changed);
 
   // Sets the conditions of the current stage at a fraction of its duration. stage_changed: the stage is a new one.
   void set_conditions(double fraction, bool stage_changed);
@@ -221,7 +238,7 @@ class SurfChemNonst {
   // ---- Residual
   // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
   std::int32_t eval_rhs(double t_new, const double* y, double* f);
-  // What the surface does in the present state under the present conditions: sets J, R_b and what they are made from.
+  // Rates of the surface in the present state under the present conditions. Sets J, R_b and the values they come from.
   SurfaceRates surface_rates();
   // Copies the state vector into the model; z is raised to z_start, x_b_clip and a_bulk follow.
   void unpack_state(const double* y);
@@ -258,10 +275,10 @@ class SurfChemNonst {
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
   double relative_mismatch() const;
-  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start the formula
-  // goes on, where eps_relaxed is 0.
+  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start, where
+  // eps_relaxed is 0, the same formula holds.
   double eps_reacted(double z_at, double h_at) const;
-  // The kept or newly computed terms of the present depth.
+  // The logarithms at the present depth.
   const DepthTerms& depth_terms();
 
   // ---- Accepted steps
@@ -319,7 +336,7 @@ class SurfChemNonst {
   void write_point_fluxes();
 };
 
-// 1.0 above 1, v from 0 to 1, else 0.0 (also for not-a-number).
+// 1.0 above 1, v from 0 to 1, else 0.0 (also for NaN).
 inline double clamp_fraction(double v) {
   if (v > 1.0) return 1.0;
   return v >= 0.0 ? v : 0.0;
@@ -333,7 +350,7 @@ inline double SurfChemNonst::lattice_a(const double* x_solid) const {
   return a;
 }
 
-// Value of the range at a fraction of the stage; what is not above 0 becomes 0.
+// Value of the range at a fraction of the stage; a value that is not above 0 becomes 0.
 double interpolate(const ValueRange& range, double fraction);
 
 // Reduced collision function of the Lennard-Jones potential at the reduced temperature T_star.
@@ -348,7 +365,7 @@ double modulus_M();
 // Fills the species lists of the model with the built-in records.
 void fill_species_lists(SurfChemNonst& model);
 
-// Checks that the elements of nitride growth are there, marks and numbers the species, fills D_binary.
+// Checks that the elements of nitride growth are present, marks and numbers the species, fills D_binary.
 // False with err 100 to 103 and error_text set.
 bool species_check(SurfChemNonst& model, std::int32_t& err);
 

@@ -2,7 +2,7 @@
 // energy of a dislocation loop that grows with z - z0, and changes the elastic energy of the layer above z0. The depth
 // with the most negative balance becomes z0; from then on the density rises just so far that the balance is zero again.
 //
-// In order: energy terms, search for z0, start, update, root search for the density.
+// docs/physics.md, section 8. In order: energy terms, search for z0, start, update, root search for the density.
 #include <algorithm>
 #include <cmath>
 
@@ -13,7 +13,7 @@ namespace vorlen {
 
 namespace {
 
-constexpr double BURGERS = 3.189 * 1e-10;  // m, in the loop energy
+constexpr double BURGERS = A_GaN * 1e-10;  // m, in the loop energy
 constexpr double SEGMENT_CUT = 1e-6;       // least k x of F_segment; below it the closed form cancels
 constexpr double K_MIN = 1e-10;            // least k of J2_of
 

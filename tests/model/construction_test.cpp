@@ -2,6 +2,7 @@
 // geometry of the dislocations, and what is copied.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/model_fixture.h"
 
 using namespace vorlen;
@@ -9,7 +10,7 @@ using namespace vorlen_test;
 
 namespace {
 
-// The densities of the active stages at their begins and ends.
+// The densities of the active stages at their starts and ends.
 using Densities = std::vector<std::pair<double, double>>;
 
 Densities densities_of(const SurfChemNonst& m) {

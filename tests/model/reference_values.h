@@ -40,7 +40,7 @@ inline const json& starting_with(const json& object, const std::string& prefix) 
   return object;
 }
 
-// The numbers of a node; an entry that nothing reads is not a number and is_compared says so.
+// The numbers of a node. is_compared is false for an entry that nothing reads.
 struct ReferenceNumbers {
   std::vector<double> value;
   std::vector<bool> is_compared;
@@ -192,7 +192,7 @@ inline std::vector<double>* list_field(vorlen::SurfChemNonst& m, const std::stri
   return nullptr;
 }
 
-// Compares the fields named by the object's keys; a key that is no field of the model fails.
+// Compares the fields named by the object's keys; a key that is not a field of the model fails.
 inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const std::string& what,
                           std::span<const double> flux_scale = {}) {
   for (const auto& [key, node] : object.items()) {
@@ -206,7 +206,7 @@ inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const st
     } else if (const double* value = scalar_field(m, key)) {
       expect_reference(node, *value, name);
     } else {
-      ADD_FAILURE() << name << " is no field of the model";
+      ADD_FAILURE() << name << " is not a field of the model";
     }
   }
 }
@@ -223,7 +223,7 @@ inline void set_fields(const json& object, vorlen::SurfChemNonst& m) {
     } else if (double* value = scalar_field(m, key)) {
       *value = number_of(node);
     } else {
-      ADD_FAILURE() << key << " is no field of the model";
+      ADD_FAILURE() << key << " is not a field of the model";
     }
   }
 }
