@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -15,7 +16,6 @@ constexpr std::size_t HISTORY_ROOM = 1024;  // entries reserved for each list th
 constexpr double CM2_TO_M2 = 10000.0;       // of a density: cm^-2 to m^-2
 constexpr double GPA = 1e9;
 constexpr double POISSON_RATIO = 0.243;
-constexpr double BURGERS_ANGSTROM = 3.189;
 constexpr double LOOP_FACTOR = 1.08521;  // line energy of the loop around a V-defect over that of a dislocation
 constexpr double COSINE_MIN = 1e-10;
 
@@ -86,7 +86,7 @@ bool set_dislocation_geometry(SurfChemNonst& m) {
   const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
   const double G_shear =
       ((GaN.C11 * GPA - GaN.C12 * GPA) * (1.0 - m.X_ref) + (InN.C11 * GPA - InN.C12 * GPA) * m.X_ref) * 0.5;
-  m.b_burgers = BURGERS_ANGSTROM * 1e-10;
+  m.b_burgers = BURGERS;
   const double e = LOOP_FACTOR * G_shear * m.b_burgers * m.b_burgers;
   m.E_line = (e / (4.0 * PI * (1.0 - POISSON_RATIO)) + e / (4.0 * PI * (1.0 - POISSON_RATIO))) / cos_V;
   return true;

@@ -66,14 +66,14 @@ const DepthTerms& SurfChemNonst::depth_terms() {
 RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {
   const DepthTerms& depth = depth_terms();
   const double eps_0 = a_ref / a_bulk - 1.0;
-  eps_xx = eps_0 + depth.relaxed;
   const double stiff = modulus_M() * (2.0 * tan_V * b_burgers);
-  return {z - z_start - h, (depth.reacted + eps_0) * stiff * GR_calc, stiff * eps_0 * GR_calc};
+  return {z - z_start - h, (depth.reacted + eps_0) * stiff * GR_calc, stiff * eps_0 * GR_calc, eps_0 + depth.relaxed};
 }
 
 void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
   const RelaxationRates rates = relaxation_rates(GR_calc);
-  f[0] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
+  eps_xx_last_trial = rates.eps_xx;
+  f[0] = rates.eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
   f[1] = rates.R_disl;
   f[2] = rates.z_rel * rates.R_disl;
   f[3] = rates.z_rel * rates.S_disl;

@@ -5,6 +5,7 @@
 #include <locale>
 
 #include "results/written_file.h"
+#include "strain/record_step.h"
 
 namespace vorlen_test {
 namespace {
@@ -34,7 +35,7 @@ std::string written(std::int32_t stress_model, std::int32_t mode, double cut_ang
   double f[N_STATE_MAX] = {};
   for (double t : {10.0, 1000.0, 12355.5}) {
     model->eval_rhs(t, y, f);
-    model->record_step(t, y);
+    record_step(*model, t, y);
     y[5] += 1e-9;
   }
   model->write_results(true);
