@@ -55,6 +55,12 @@ struct RelaxationRates {
   double eps_xx = 0.0;  // in-plane strain at the surface
 };
 
+// The single-point layout of the result file, which no entry of the library selects (results/single_point.cpp).
+struct SinglePoint {
+  bool selected = false;
+  std::vector<std::int32_t> species;  // gas species whose pressures and fluxes are written, GasSpecies
+};
+
 class SurfChemNonst {
  public:
   // ---- Options and process description
@@ -109,24 +115,23 @@ class SurfChemNonst {
 
   // ---- Run control
   std::string error_text;
-  std::ofstream out;                           // the result file
-  std::int32_t mode = 0;                       // 1 selects the single-point layout of the result file
-  bool detail_output = false;                  // keep surface concentrations and energy terms, and write their columns
-  std::vector<std::int32_t> reported_species;  // gas species numbers listed by the single-point layout
-  double t = 0.0;                              // time of the last conditions lookup, s
-  double t_begin = 0.0;                        // begin of the first active stage, s
-  double t_end = 0.0;                          // end of the last active stage, s
-  double T = 0.0;                              // K, at t
-  double P = 0.0;                              // Pa, at t
-  double rho_D = 0.0;                          // the stage's dislocation density at t
-  double rho_TD0 = 0.0;                        // threading dislocation density under the active layers, m^-2
-  double rho_TD_z0 = 0.0;                      // threading dislocation density at z0, m^-2
-  double rho_VD = 0.0;                         // density of V-defects, m^-2
-  std::array<double, N_FLOWS> Q{};             // sccm, at t
-  double Q_total = 0.0;                        // sccm
-  double omega_TDR = 0.0;                      // rpm
-  std::uint32_t stage_index = 0;               // current active stage
-  bool conditions_vary = false;                // conditions are looked up at every evaluation
+  std::ofstream out;           // the result file
+  bool detail_output = false;  // keep surface concentrations and energy terms, and write their columns
+  SinglePoint single_point;
+  double t = 0.0;                                       // time of the last conditions lookup, s
+  double t_begin = 0.0;                                 // begin of the first active stage, s
+  double t_end = 0.0;                                   // end of the last active stage, s
+  double T = 0.0;                                       // K, at t
+  double P = 0.0;                                       // Pa, at t
+  double rho_D = 0.0;                                   // the stage's dislocation density at t
+  double rho_TD0 = 0.0;                                 // threading dislocation density under the active layers, m^-2
+  double rho_TD_z0 = 0.0;                               // threading dislocation density at z0, m^-2
+  double rho_VD = 0.0;                                  // density of V-defects, m^-2
+  std::array<double, N_FLOWS> Q{};                      // sccm, at t
+  double Q_total = 0.0;                                 // sccm
+  double omega_TDR = 0.0;                               // rpm
+  std::uint32_t stage_index = 0;                        // current active stage
+  bool conditions_vary = false;                         // conditions are looked up at every evaluation
   std::uint32_t n_gas = 0, n_adsorbed = 0, n_bulk = 0;  // species present
   std::int64_t eval_rhs_calls = 0;                      // evaluations of the residual so far
 
@@ -267,10 +272,6 @@ class SurfChemNonst {
   void write_stage_rows(bool is_pre, double z_start_nm);
   // A row for each recorded point.
   void write_profile();
-  // The sections of the single-point layout.
-  void write_point_state();
-  void write_point_history();
-  void write_point_fluxes();
 };
 
 // 1.0 above 1, v from 0 to 1, else 0.0 (also for not-a-number).

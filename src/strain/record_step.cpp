@@ -16,7 +16,7 @@ constexpr double SEGMENT_GAP = 1e-14;               // a step that starts no fur
 constexpr double ENERGY_SCALE = 1e10;               // of the energy terms kept with detail_output
 
 bool is_recorded(const SurfChemNonst& m, double t) {
-  if (m.mode != 0) return m.out.is_open();
+  if (m.single_point.selected) return m.out.is_open();
   if (m.history.t.empty()) return true;
   return t - m.history.t.back() > RECORD_SPACING || std::abs(m.t_end - t) < END_TOLERANCE;
 }

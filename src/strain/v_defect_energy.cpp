@@ -50,8 +50,7 @@ void set_state_at_z0(SurfChemNonst& m, double h_at, double J0_0_at, double J0_1_
   m.h_z0 = h_at;
   m.J0_0_z0 = J0_0_at;
   m.J0_1_z0 = J0_1_at;
-  m.rho_TD_z0 =
-      RHO_MIN <= m.rho_TD0 ? 1.0 / (1.0 / m.rho_TD0 + (m.z0 - m.z_start - m.h_z0) * L_TD * m.tan_V) : 0.0;
+  m.rho_TD_z0 = RHO_MIN <= m.rho_TD0 ? 1.0 / (1.0 / m.rho_TD0 + (m.z0 - m.z_start - m.h_z0) * L_TD * m.tan_V) : 0.0;
   m.rho_VD = 0.0;
   m.eps_r_z0 = m.eps_relaxed(m.rho_VD, m.z0, m.h_z0);
 }

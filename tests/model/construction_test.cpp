@@ -165,7 +165,7 @@ TEST(Construction, FieldsStartAsTheRunExpectsThem) {
   EXPECT_EQ(model->z0, -1e-9);
   EXPECT_EQ(model->z0_index, 0xffffffffu);
   EXPECT_EQ(model->eps_xx_last_trial, -1.0);
-  EXPECT_EQ(model->mode, 0);
+  EXPECT_FALSE(model->single_point.selected);
   EXPECT_FALSE(model->detail_output);
   EXPECT_EQ(model->GR, 0.0);
   EXPECT_EQ(model->Vg, 0.0);

@@ -107,7 +107,7 @@ TEST(History, TheCompositionIsKeptUnclipped) {
 TEST(History, InModeOneEveryStepIsRecordedWhileTheFileIsOpen) {
   const TempFolder folder;
   const auto m = model_from_zero(STRESS_OFF, folder.path("out.txt"));
-  m->mode = 1;
+  m->single_point.selected = true;
   m->detail_output = true;
   for (double t : {0.0, 1e-6, 2e-6}) accept(*m, t, {});
   EXPECT_EQ(m->history.t.size(), 3u);
@@ -119,7 +119,7 @@ TEST(History, InModeOneEveryStepIsRecordedWhileTheFileIsOpen) {
 
 TEST(History, InModeOneWithoutAFileNothingIsRecorded) {
   const auto m = model_from_zero(STRESS_OFF);
-  m->mode = 1;
+  m->single_point.selected = true;
   accept(*m, 0.0, {});
   EXPECT_TRUE(m->history.t.empty());
 }
