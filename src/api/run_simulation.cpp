@@ -7,6 +7,7 @@
 #include "api/staged_run.h"
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
+#include "strain/record_step.h"
 
 namespace vorlen {
 
@@ -29,10 +30,8 @@ void mass_callback(std::int32_t n, double* FMAS, std::int32_t mass_rows, void*, 
 }
 
 void model_step_callback(std::int32_t, double, double x, const double* y, const double*, std::int32_t, std::int32_t,
-                         void*, void* model_context, std::int32_t& stop_flag) {
-  SurfChemNonst& model = model_of(model_context);
-  model.record_step(x, y);
-  if (!model.keep_running()) stop_flag = -1;
+                         void*, void* model_context, std::int32_t&) {
+  record_step(model_of(model_context), x, y);
 }
 
 }  // namespace

@@ -142,7 +142,7 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
     return surface.GR;
   }
   const RelaxationRates rates = m.relaxation_rates(surface.GR);
-  f[Y_h] = tension_share(m.eps_xx) * surface.GR / NM;
+  f[Y_h] = tension_share(rates.eps_xx) * surface.GR / NM;
   f[Y_I0] = rates.R_disl / (stiff * NM);
   f[Y_J0_1] = rates.S_disl / (stiff * NM);
   f[Y_I1] = (rates.z_rel - e.start.w) * rates.R_disl / (stiff * NM * NM);

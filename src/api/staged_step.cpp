@@ -6,6 +6,7 @@
 
 #include "integrator/radau_integrator.h"
 #include "strain/v_defect_density.h"
+#include "strain/v_defect_energy.h"
 
 namespace vorlen {
 
@@ -119,8 +120,8 @@ RowDetail detail_of(const StagedEquations& e) {
   d.J0_0 = m.J0_0;
   d.J0_1 = m.J0_1;
   d.r = m.relative_mismatch();
-  d.E_V_loop = m.loop_energy(m.z, m.z0);
-  d.deltaE = m.I1 + m.loop_energy(m.z - m.z_start, 0.0);
+  d.E_V_loop = loop_energy(m, m.z, m.z0);
+  d.deltaE = m.I1 + loop_energy(m, m.z - m.z_start, 0.0);
   if (!e.open) return d;
   d.J0 = m.J0;
   d.J1 = m.J1;

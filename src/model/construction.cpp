@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "model/constants.h"
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -17,7 +18,6 @@ constexpr int OUTPUT_PRECISION = 16;
 constexpr std::size_t HISTORY_ROOM = 1024;  // entries reserved for each list that the run will fill
 constexpr double CM2_TO_M2 = 10000.0;       // of a density: cm^-2 to m^-2
 constexpr double GPA = 1e9;
-constexpr double ANGSTROM = 1e-10;
 constexpr double COSINE_MIN = 1e-10;
 
 void reserve_history(SurfChemNonst& m) {
@@ -87,7 +87,7 @@ bool set_dislocation_geometry(SurfChemNonst& m) {
   const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
   const double G_shear =
       ((GaN.C11 * GPA - GaN.C12 * GPA) * (1.0 - m.X_ref) + (InN.C11 * GPA - InN.C12 * GPA) * m.X_ref) * 0.5;
-  m.b_burgers = A_GaN * ANGSTROM;
+  m.b_burgers = BURGERS;
   const double e = LOOP_FACTOR * G_shear * m.b_burgers * m.b_burgers;
   m.E_line = (e / (4.0 * PI * (1.0 - POISSON_RATIO)) + e / (4.0 * PI * (1.0 - POISSON_RATIO))) / cos_V;
   return true;

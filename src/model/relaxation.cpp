@@ -60,14 +60,14 @@ const DepthTerms& SurfChemNonst::depth_terms() {
 RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {
   const DepthTerms& depth = depth_terms();
   const double eps_0 = a_ref / a_bulk - 1.0;
-  eps_xx = eps_0 + depth.relaxed;
   const double stiff = modulus_M() * (2.0 * tan_V * b_burgers);
-  return {z - z_start - h, (depth.reacted + eps_0) * stiff * GR_calc, stiff * eps_0 * GR_calc};
+  return {z - z_start - h, (depth.reacted + eps_0) * stiff * GR_calc, stiff * eps_0 * GR_calc, eps_0 + depth.relaxed};
 }
 
 void SurfChemNonst::relaxation_rows(double GR_calc, double* f) {
   const RelaxationRates rates = relaxation_rates(GR_calc);
-  f[ROW_H] = eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
+  eps_xx_last_trial = rates.eps_xx;
+  f[ROW_H] = rates.eps_xx > TENSION_THRESHOLD ? GR_calc : 0.0;
   f[ROW_I0] = rates.R_disl;
   f[ROW_I1] = rates.z_rel * rates.R_disl;
   f[ROW_J0_0] = rates.z_rel * rates.S_disl;

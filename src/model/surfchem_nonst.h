@@ -10,9 +10,8 @@
 //   model/initial_state.cpp   first state vector
 //   model/lattice.cpp         lattice and strain
 //   model/relaxation.cpp      dislocations and relaxation
-//   strain/history.cpp        accepted steps
-//   strain/v_defects.cpp      V-defects
 //   results/write_results.cpp and results/profiles.cpp: the result file
+// What only the subsystems above the model do with it are free functions of theirs, in strain/ and results/.
 //
 // Units are SI with kilomoles: m, s, K, Pa, kmol/m^2, kmol/(m^2 s). Lattice constants are in angstrom, elastic
 // constants in GPa, flows in sccm. Strain is positive for in-plane stretching. Arrays of 14 are indexed by GasSpecies,
@@ -67,14 +66,13 @@ struct RelaxationRates {
   double z_rel = 0.0;   // thickness grown outside tension, m
   double R_disl = 0.0;  // of I0
   double S_disl = 0.0;  // of J0_1
+  double eps_xx = 0.0;  // in-plane strain at the surface
 };
 
-// Outcome of a search for the depth at which V-defects open.
-struct Z0Search {
-  bool found = false;      // a candidate has a low enough balance
-  std::size_t index = 0;   // the candidate with the lowest one
-  double balance = 0.0;    // its balance, J
-  std::size_t passed = 0;  // candidates that lie deep enough
+// The single-point layout of the result file, which no entry of the library selects (results/single_point.cpp).
+struct SinglePoint {
+  bool selected = false;
+  std::vector<std::int32_t> species;  // gas species whose pressures and fluxes are written, GasSpecies
 };
 
 class SurfChemNonst {
@@ -131,25 +129,23 @@ class SurfChemNonst {
 
   // ---- Run control
   std::string error_text;
-  std::ofstream out;                           // the result file
-  std::int32_t mode = 0;                       // 1 selects the single-point layout of the result file
-  bool first_point = true;                     // the next accepted point is recorded whatever its time
-  bool detail_output = false;                  // keep surface concentrations and energy terms, and write their columns
-  std::vector<std::int32_t> reported_species;  // gas species numbers listed by the single-point layout
-  double t = 0.0;                              // time of the last conditions lookup, s
-  double t_begin = 0.0;                        // start of the first active stage, s
-  double t_end = 0.0;                          // end of the last active stage, s
-  double T = 0.0;                              // K, at t
-  double P = 0.0;                              // Pa, at t
-  double rho_D = 0.0;                          // the stage's dislocation density at t
-  double rho_TD0 = 0.0;                        // threading dislocation density under the active layers, m^-2
-  double rho_TD_z0 = 0.0;                      // threading dislocation density at z0, m^-2
-  double rho_VD = 0.0;                         // density of V-defects, m^-2
-  std::array<double, N_FLOWS> Q{};             // sccm, at t
-  double Q_total = 0.0;                        // sccm
-  double omega_TDR = 0.0;                      // rpm
-  std::uint32_t stage_index = 0;               // current active stage
-  bool conditions_vary = false;                // conditions are looked up at every evaluation
+  std::ofstream out;           // the result file
+  bool detail_output = false;  // keep surface concentrations and energy terms, and write their columns
+  SinglePoint single_point;
+  double t = 0.0;                                       // time of the last conditions lookup, s
+  double t_begin = 0.0;                                 // start of the first active stage, s
+  double t_end = 0.0;                                   // end of the last active stage, s
+  double T = 0.0;                                       // K, at t
+  double P = 0.0;                                       // Pa, at t
+  double rho_D = 0.0;                                   // the stage's dislocation density at t
+  double rho_TD0 = 0.0;                                 // threading dislocation density under the active layers, m^-2
+  double rho_TD_z0 = 0.0;                               // threading dislocation density at z0, m^-2
+  double rho_VD = 0.0;                                  // density of V-defects, m^-2
+  std::array<double, N_FLOWS> Q{};                      // sccm, at t
+  double Q_total = 0.0;                                 // sccm
+  double omega_TDR = 0.0;                               // rpm
+  std::uint32_t stage_index = 0;                        // current active stage
+  bool conditions_vary = false;                         // conditions are looked up at every evaluation
   std::uint32_t n_gas = 0, n_adsorbed = 0, n_bulk = 0;  // species present
   std::int64_t eval_rhs_calls = 0;                      // evaluations of the residual so far
 
@@ -190,14 +186,15 @@ class SurfChemNonst {
   double I1 = 0.0;                                                     // time integral of z_rel * R_disl (state)
   double J0_0 = 0.0;                                                   // time integral of z_rel * S_disl (state)
   double J0_1 = 0.0;                                                   // time integral of S_disl (state)
-  double I0_z0 = 0.0, I1_z0 = 0.0, J0_0_z0 = 0.0, J0_1_z0 = 0.0;       // the four integrals at z0
+  double J0_0_z0 = 0.0, J0_1_z0 = 0.0;                                 // two of the integrals at z0
   double J0 = 0.0;                                                     // balance term of the coherent mismatch
   double J1 = 0.0;                                                     // balance term of the strain relieved up to z0
   double J2 = 0.0;                                                     // balance term of the defects' dislocations
-  double K1 = 0.0;                                                     // integral term, kept for inspection
   double r = 0.0;                                                      // relative lattice mismatch of the surface
   double eps_r_z0 = 0.0;                                               // strain relieved up to z0
-  double eps_xx = -1.0;  // in-plane strain at the surface, as the last residual evaluation left it
+  // In-plane strain at the surface in the last evaluation of the residual, which need not be one of an accepted state.
+  // It decides how record_step files the step.
+  double eps_xx_last_trial = -1.0;
 
   // ---- Accepted steps
   History history;
@@ -269,9 +266,9 @@ class SurfChemNonst {
   double eps_relaxed(double rho, double z_at, double h_at) const;
   // Threading dislocation density at thickness z_at, cm^-2.
   double rho_TD_at(double rho, double z_at, double h_at) const;
-  // Refreshes eps_xx and gives the rates of the integrals at the growth rate GR_calc [m/s].
+  // Strain at the surface, and the rates of the integrals at the growth rate GR_calc [m/s].
   RelaxationRates relaxation_rates(double GR_calc);
-  // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and refreshes eps_xx. GR_calc is the growth rate, m/s.
+  // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and sets eps_xx_last_trial. GR_calc is the growth rate, m/s.
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
   double relative_mismatch() const;
@@ -280,44 +277,6 @@ class SurfChemNonst {
   double eps_reacted(double z_at, double h_at) const;
   // The logarithms at the present depth.
   const DepthTerms& depth_terms();
-
-  // ---- Accepted steps
-  // Takes in the accepted state y at time t_new: growth rate, interval of growth, and history if the point is recorded.
-  void record_step(double t_new, const double* y);
-  // Asked after each accepted step; false would end the run with error_text as the reason.
-  bool keep_running() const { return true; }
-  // Extends the last segment of the list by the interval from z_prev to z, or appends a new one behind a gap.
-  void append_segment(std::vector<DepthSegment>& list) const;
-
-  // ---- V-defects. Energies are those of one defect, J.
-  // Energy of the dislocation loop around a defect that reaches from z_base to z_at [m].
-  double loop_energy(double z_at, double z_base) const;
-  // J2 is J2_factor() times the integral of w ln(1 + k w) over the film above z0, with k = J2_k(rho) [1/m].
-  double J2_factor() const;
-  double J2_k(double rho) const;
-  // Balance term of the dislocations that V-defects of density rho [m^-2] bring into the layer above z0.
-  double J2_of(double rho) const;
-  // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.
-  double energy_balance(double E, double rho) const;
-  // Looks through the first n candidates for the one with the lowest balance at the present depth that is less than
-  // below [J]. blocks are those of the lists.
-  Z0Search search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks, double below = 0.0) const;
-  // Balance term of the depth z_at, with h and the integrals that it was grown at.
-  double K1_of(double z_at, double h_at, double I0_at, double I1_at) const;
-  // Looks through the history for the depth with the most negative balance; sets z0, z0_index when there is one.
-  void find_z0();
-  // Keeps the state at z0: the thickness grown in tension, m, and the four integrals. The density starts at 0.
-  void set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at);
-  // J0 at the present integrals.
-  double J0_of() const;
-  // Factor of J1: the biaxial stress of the strain relieved up to z0, times 2 b tan(V).
-  double stiff_relieved() const;
-  // Keeps the state at z0 and cuts the segments there; directly after find_z0 has set z0.
-  void start_V_defects();
-  // Brings the balance terms and rho_VD up to the present point.
-  void update_V_defects();
-  // Writes the density at which the balance is zero, never below rho_VD, to rho_VD_candidate. Always true.
-  bool solve_rho_VD(double& rho_VD_candidate);
 
   // ---- Result file
   // Writes the whole file and closes it; nothing if it is not open. success: with the rows of the post-stages.
@@ -330,10 +289,6 @@ class SurfChemNonst {
   void write_stage_rows(bool is_pre, double z_start_nm);
   // A row for each recorded point.
   void write_profile();
-  // The sections of the single-point layout.
-  void write_point_state();
-  void write_point_history();
-  void write_point_fluxes();
 };
 
 // 1.0 above 1, v from 0 to 1, else 0.0 (also for NaN).
@@ -355,9 +310,6 @@ double interpolate(const ValueRange& range, double fraction);
 
 // Reduced collision function of the Lennard-Jones potential at the reduced temperature T_star.
 double omega_inverse(double T_star);
-
-// Integral of x ln(1 + k x) from 0 to x; 0 for k x < 1e-6.
-double F_segment(double k, double x);
 
 // Biaxial modulus of In0.1Ga0.9N, Pa.
 double modulus_M();

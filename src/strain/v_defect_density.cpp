@@ -5,6 +5,8 @@
 #include <limits>
 
 #include "model/dislocation_constants.h"
+#include "strain/v_defect_energy.h"
+#include "strain/z0_search.h"
 
 namespace vorlen {
 
@@ -17,7 +19,8 @@ constexpr double SERIES_LIMIT = 0.1;          // k x below which the closed form
 constexpr int SERIES_TERMS = 15;              // which leave 1e-17 at the limit
 constexpr double SAME_W = 1e-15;              // m
 
-double w_above_z0(const SurfChemNonst& m) { return m.z - m.z0 - m.h + m.h_z0; }
+// Of the surface.
+double w_above_z0(const SurfChemNonst& m) { return w_above_z0(m, m.z, m.h); }
 
 // Takes dh [m] grown in tension at the effective thickness w into the list, and its w dh into the integral. dh below 0
 // takes growth back from the end of the list.
@@ -68,7 +71,7 @@ Term relaxing_term(double k, double x) {
 // w_step.
 Term J2_term(const StagedLayer& layer, double rho, double w_step, double dh) {
   const SurfChemNonst& m = layer.model;
-  const double k = m.J2_k(rho);
+  const double k = J2_k(m, rho);
   Term sum = relaxing_term(k, w_above_z0(m));
   const auto add = [&sum, k](double w, double thickness) {
     sum.value += std::log1p(k * w) * w * thickness;
@@ -76,7 +79,7 @@ Term J2_term(const StagedLayer& layer, double rho, double w_step, double dh) {
   };
   for (const TensionSegment& s : layer.tension) add(s.w, s.dh);
   add(w_step, dh);
-  const double c = m.J2_factor();
+  const double c = J2_factor(m);
   return {c * sum.value, c * sum.slope * (2.0 * L_TD * m.tan_V)};
 }
 
@@ -86,7 +89,7 @@ CandidateLists lists_of(const Film& film) { return {film.z, film.h, film.I0, fil
 double balance_at(const StagedLayer& layer, double z_at) {
   const SurfChemNonst& m = layer.model;
   const FilmPoint p = film_at(layer.film, z_at);
-  return m.loop_energy(m.z, z_at) + m.K1_of(z_at, p.h, p.I0, p.I1);
+  return candidate_balance(m, z_at, p.h, p.I0, p.I1);
 }
 
 // The depth with the lowest balance between low and high, by golden-section search; one of the ends if that is lower.
@@ -141,7 +144,7 @@ LowestBalance lowest_balance(StagedLayer& layer) {
   // nearly always the one of the last search, which leaves little to look through.
   std::size_t i = layer.lowest_knot < z.size() && z[layer.lowest_knot] <= highest ? layer.lowest_knot : 0;
   LowestBalance at_knot{z[i], balance_at(layer, z[i])};
-  const Z0Search search = m.search_z0(lists_of(layer.film), z.size(), layer.film.candidate_blocks, at_knot.balance);
+  const Z0Search search = search_z0(m, lists_of(layer.film), z.size(), layer.film.candidate_blocks, at_knot.balance);
   if (search.found) {
     i = search.index;
     at_knot = {z[i], search.balance};
@@ -166,7 +169,7 @@ void open_v_defects(StagedLayer& layer) {
   // A rounding may lie between the uppermost candidate and the start of the film.
   m.z0 = std::max(lowest_balance(layer).z0, layer.film.z.front());
   const FilmPoint at_z0 = film_at(layer.film, m.z0);
-  m.set_state_at_z0(at_z0.h, at_z0.I0, at_z0.I1, at_z0.J0_0, at_z0.J0_1);
+  set_state_at_z0(m, at_z0.h, at_z0.J0_0, at_z0.J0_1);
   layer.open = true;
   layer.rho_accepted = 0.0;
   layer.J1_tension = 0.0;
@@ -176,12 +179,12 @@ void open_v_defects(StagedLayer& layer) {
   const auto first = std::upper_bound(layer.film.z.begin(), layer.film.z.end(), m.z0) - layer.film.z.begin();
   for (auto i = static_cast<std::size_t>(first); i < layer.film.z.size(); ++i) {
     const FilmPoint to = film_at(layer.film, layer.film.z[i]);
-    const auto w = [&m](const FilmPoint& p) { return p.z - m.z0 - p.h + m.h_z0; };
+    const auto w = [&m](const FilmPoint& p) { return w_above_z0(m, p.z, p.h); };
     add_tension(layer.tension, 0.5 * (w(from) + w(to)), to.h - from.h, before_opening);
     from = to;
   }
   layer.h_accepted = from.h;
-  layer.w_accepted = from.z - m.z0 - from.h + m.h_z0;
+  layer.w_accepted = w_above_z0(m, from.z, from.h);
   layer.w_open = w_above_z0(m);
 }
 
@@ -191,9 +194,9 @@ double v_defect_density(const StagedLayer& layer) {
   const double w = w_above_z0(m);
   if (w < layer.w_open) return layer.rho_accepted;  // evaporated below the surface on which they opened
   const double w_step = 0.5 * (w + layer.w_accepted), dh = m.h - layer.h_accepted;
-  m.J0 = m.J0_of();
-  m.J1 = m.stiff_relieved() * (0.5 * (w * w - layer.w_open * layer.w_open) + (layer.J1_tension + w_step * dh));
-  const double E = m.loop_energy(m.z, m.z0);
+  m.J0 = J0_of(m);
+  m.J1 = stiff_relieved(m) * (0.5 * (w * w - layer.w_open * layer.w_open) + (layer.J1_tension + w_step * dh));
+  const double E = loop_energy(m, m.z, m.z0);
   double rho = layer.rho_accepted;
   for (int i = 0; i < MAX_ITERATIONS && rho < RHO_VD_MAX; ++i) {
     const Term J2 = J2_term(layer, rho, w_step, dh);

@@ -7,6 +7,7 @@
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
 #include "recipe/read_recipe.h"
+#include "strain/record_step.h"
 #include "support/allocation_counter.h"
 #include "support/recipe_builder.h"
 
@@ -36,7 +37,7 @@ void step(std::int32_t, double, double x, const double* y, const double*, std::i
   Watched& watched = *static_cast<Watched*>(context);
   if (watched.count_at_last_step >= 0) watched.allocated += allocations - watched.count_at_last_step;
   ++watched.steps;
-  watched.model.record_step(x, y);
+  record_step(watched.model, x, y);
   watched.count_at_last_step = allocations;
 }
 

@@ -11,6 +11,7 @@
 
 #include "api/staged_run.h"
 #include "strain/small_model.h"
+#include "strain/v_defect_energy.h"
 #include "support/bits.h"
 
 namespace vorlen_test {
@@ -213,7 +214,7 @@ TEST(StagedRhs, TheRowsOfTheRelaxationAreThoseOfTheModel) {
       StagedVector f{};
       const double GR = staged_rhs(s.equations, 0.0, y.data(), f.data());
       ASSERT_LT(0.0, GR);
-      const double eps = s->eps_xx;
+      const double eps = s->relaxation_rates(1.0).eps_xx;
       ASSERT_EQ(tension, eps > 0.0);
       ASSERT_LT(1e-3, std::abs(eps));
       std::array<double, 5> rows{};
@@ -240,7 +241,7 @@ TEST(StagedRhs, TheSwitchToTensionIsSmooth) {
     staged_rhs(s.equations, 0.0, y.data(), f.data());
     s->a_ref = (1.0 + eps) * s->a_bulk;
     const double GR = staged_rhs(s.equations, 0.0, y.data(), f.data());
-    EXPECT_NEAR(eps, s->eps_xx, 1e-15);
+    EXPECT_NEAR(eps, s->relaxation_rates(1.0).eps_xx, 1e-15);
     EXPECT_LT(0.0, GR);
     return f[H] * NM / GR;
   };
@@ -404,7 +405,7 @@ TEST(StagedState, AboveOpenVDefectsHIsClampedThere) {
   y[Z] = 30.0;
   for (double h : {0.0, 100.0}) {
     s->z0 = s->z_start + 10.0 * NM;
-    s->set_state_at_z0(2.0 * NM, 0.0, 0.0, 0.0, 0.0);
+    set_state_at_z0(*s.model, 2.0 * NM, 0.0, 0.0);
     s.equations.open = true;
     s.equations.rho_accepted = 1e14;
     y[H] = h;

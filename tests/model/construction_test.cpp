@@ -165,11 +165,9 @@ TEST(Construction, FieldsStartAsTheRunExpectsThem) {
   BuiltModel model(recipe_of(RecipeOptions{}));
   EXPECT_EQ(model->z0, -1e-9);
   EXPECT_EQ(model->z0_index, 0xffffffffu);
-  EXPECT_EQ(model->eps_xx, -1.0);
-  EXPECT_EQ(model->mode, 0);
-  EXPECT_TRUE(model->first_point);
+  EXPECT_EQ(model->eps_xx_last_trial, -1.0);
+  EXPECT_FALSE(model->single_point.selected);
   EXPECT_FALSE(model->detail_output);
-  EXPECT_TRUE(model->keep_running());
   EXPECT_EQ(model->GR, 0.0);
   EXPECT_EQ(model->Vg, 0.0);
   EXPECT_EQ(model->h, 0.0);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "model/reference_values.h"
+#include "strain/v_defect_energy.h"
 
 using namespace vorlen;
 using namespace vorlen_test;

@@ -8,6 +8,7 @@
 #include "integrator/radau_integrator.h"
 #include "physics/staged_growth.h"
 #include "recipe/read_recipe.h"
+#include "strain/record_step.h"
 
 namespace vorlen {
 namespace {
@@ -45,7 +46,7 @@ void mass(std::int32_t n, double* FMAS, std::int32_t rows, void*, void*) {
 
 void step(std::int32_t, double, double t, const double* y, const double*, std::int32_t, std::int32_t, void*,
           void* model, std::int32_t&) {
-  static_cast<SurfChemNonst*>(model)->record_step(t, y);
+  record_step(*static_cast<SurfChemNonst*>(model), t, y);
 }
 
 // The continuous scheme with a largest step [s], with the model as the run leaves it.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "strain/small_model.h"
+#include "strain/v_defect_energy.h"
 
 namespace vorlen_test {
 namespace {
@@ -194,7 +195,7 @@ TEST_P(EachColumn, IsWithinAThousandthOfItsRange) {
       if (stress_model == STRESS_OFF && relaxing) continue;
       const auto m = small_model(stress_model);
       m->z0 = stress_model == STRESS_OFF ? -1e-9 : m->z_start;
-      if (stress_model == STRESS_V_dislocation) m->set_state_at_z0(0.0, 0.0, 0.0, 0.0, 0.0);
+      if (stress_model == STRESS_V_dislocation) set_state_at_z0(*m, 0.0, 0.0, 0.0);
       const auto samples =
           samples_of(*m, 4000, 100.0, [&](double share, RowSample& s) { column.set(shape.value(share), s); });
       select(*m, samples);
@@ -320,7 +321,7 @@ TEST(RowsAtZ0, AreWhereTheColumnsOfTheFinishedStructureStep) {
   }
   const std::size_t before = m->history.t.size();
   m->z0 = m->z_start + 4.5e-9;
-  m->set_state_at_z0(4.5e-10, 0.0, 0.0, 0.0, 0.0);
+  set_state_at_z0(*m, 4.5e-10, 0.0, 0.0);
   add_rows_at_z0(*m);
   EXPECT_LT(before + 20, m->history.t.size());
   for (const auto* list : {&m->history.z, &m->history.Vg, &m->history.x_In, &m->history.x_Ga, &m->history.x_Al,

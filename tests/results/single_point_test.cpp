@@ -11,7 +11,7 @@ using namespace vorlen;
 struct SinglePoint : testing::Test {
   WritingModel model{small_recipe(STRESS_OFF)};
   SinglePoint() {
-    model->mode = 1;
+    model->single_point.selected = true;
     model->detail_output = true;
     model->T = 1030.0;
     model->P = 40000.5;
@@ -36,7 +36,7 @@ TEST_F(SinglePoint, WithoutReportedSpeciesAndHistoryTwoHeadingsAreLeft) {
 }
 
 TEST_F(SinglePoint, WithReportedSpeciesTheirPressuresAndFluxesStandInTheFile) {
-  model->reported_species = {TMGa_g, NH3_g};
+  model->single_point.species = {TMGa_g, NH3_g};
   EXPECT_EQ(written(), "T P delta TMGa_g NH3_g \n1030 40000.5 1e-05 0.25 20000 \n\n" + HISTORY_HEADING +
                            "\nMolar fluxes: TMGa_g NH3_g \n"
                            "1.5000000000000000e-006 -2.0000000000000000e+000 \n");
@@ -63,7 +63,7 @@ TEST_F(SinglePoint, TheHistoryHasOneRowForEachPointWithoutABlankAtItsEnd) {
 }
 
 TEST_F(SinglePoint, AFailedRunIsWrittenAlike) {
-  model->reported_species = {TMGa_g};
+  model->single_point.species = {TMGa_g};
   model->write_results(false);
   EXPECT_EQ(read_file(model.path), "T P delta TMGa_g \n1030 40000.5 1e-05 0.25 \n\n" + HISTORY_HEADING +
                                        "\nMolar fluxes: TMGa_g \n1.5000000000000000e-006 \n");
