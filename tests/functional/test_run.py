@@ -301,7 +301,7 @@ class Places(InAFolder):
         self.write("file", "")
         run = self.run_tool("run", example("algan_gan_hemt"), "--output-dir", "file")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertRegex(run.stderr, "^vorlen: file can't be made: ")
+        self.assertRegex(run.stderr, "^vorlen: file can't be created: ")
 
     def test_standard_output_on_a_full_disk(self):
         for arguments in (["run", example("algan_gan_hemt")], ["new"], ["show", "algan_gan_hemt.result.txt"],

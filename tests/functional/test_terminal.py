@@ -220,7 +220,7 @@ class Python(InAFolder):
         run = self.run_tool("sweep", env=settings)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertIn("python3-pandas", run.stderr)
-        self.assertIn(f"None of these does: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
+        self.assertIn(f"Tried without success: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
 
 
 if __name__ == "__main__":

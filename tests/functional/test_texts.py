@@ -31,7 +31,7 @@ class New(InAFolder):
         self.write("a.xml", "mine")
         run = self.run_tool("new", "algan_tension", "-o", "a.xml")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertEqual(run.stderr, "vorlen: a.xml is there already (--force replaces it)\n")
+        self.assertEqual(run.stderr, "vorlen: a.xml already exists (use --force to replace it)\n")
         self.assertEqual(self.read("a.xml"), b"mine")
         self.assertEqual(self.run_tool("new", "algan_tension", "-o", "a.xml", "--force").returncode, 0)
         self.assertNotEqual(self.read("a.xml"), b"mine")
@@ -79,7 +79,7 @@ class Explain(InAFolder):
         self.assertEqual(self.explain("vorlen: b.xml: Very low or negative pressure in stage_2"),
                          "Very low or negative pressure in <stage>\n"
                          "  Section:     Active stages\n"
-                         "  Meaning:     P below 1 at the begin or at the end\n"
+                         "  Meaning:     P is below 1 at the start or the end of the stage\n"
                          "  What to do:  give it in Pa\n")
 
     def test_a_text_within_a_text(self):
@@ -100,13 +100,13 @@ class Explain(InAFolder):
     def test_an_unknown_text_shows_the_closest(self):
         run = self.run_tool("explain", "step size became small")
         self.assertEqual(run.returncode, 1)
-        self.assertEqual(run.stderr, "vorlen: no message reads like this. The closest are:\n")
+        self.assertEqual(run.stderr, "vorlen: no known message matches. The most similar are:\n")
         self.assertTrue(run.stdout.startswith("Step size has become too small\n"), run.stdout)
         self.assertEqual(run.stdout.count("  Section:"), 3)
 
     def test_no_text(self):
         run = self.run_tool("explain", input=" \n")
-        self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: there is no text to explain\n"))
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: no text to explain\n"))
 
 
 if __name__ == "__main__":
