@@ -1,8 +1,8 @@
 """The manual builds without warnings, its links have targets, and its console sessions and programs run as shown.
 
-A block `console` is a session in the page's own folder, in which `examples` lies: lines behind "$ " are run by bash, and
-what follows is their output, stdout and stderr together, "..." standing for anything. The programs of the page on
-embedding are built against an installation.
+A block `console` is a session in a folder that contains `examples`: lines that start with "$ " are run by bash, the others
+are the expected output (stdout and stderr), where "..." matches anything. The programs on the page about embedding are
+built against an installation.
 """
 import doctest
 import html.parser

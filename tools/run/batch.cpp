@@ -167,6 +167,10 @@ void wait_for_workers(std::vector<Worker>& workers, int timeout, Progress& progr
   }
 }
 
+bool any_failed(const std::vector<Job>& jobs) {
+  return std::any_of(jobs.begin(), jobs.end(), [](const Job& job) { return job.state == JobState::FAILED; });
+}
+
 }  // namespace
 
 int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
@@ -188,14 +192,12 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
         report_failure(job, with_name, progress);
       }
       ++next;
-      stop = !options.keep_going &&
-             std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
+      stop = !options.keep_going && any_failed(jobs);
     }
     show_progress(progress, jobs, false);
     if (workers.empty() && (stop || next == jobs.size())) break;
     if (!workers.empty()) wait_for_workers(workers, POLL_INTERVAL, progress, with_name);
-    stop = !options.keep_going &&
-           std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
+    stop = !options.keep_going && any_failed(jobs);
   }
   wait_for_workers(workers, 0, progress, with_name);  // that had ended before the interruption
   for (const Worker& worker : workers) end_worker(worker);
