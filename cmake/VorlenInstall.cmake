@@ -1,5 +1,5 @@
-# What an installation holds beside the targets: how other builds find the library, and the files that are only copied.
-# Components: library (what a host needs to run), development (what it needs to be built), tool (all the rest).
+# Installed in addition to the targets: the files by which other builds find the library, and files that are only copied.
+# Components: library (needed to run a host), development (needed to build one), tool (everything else).
 include(CMakePackageConfigHelpers)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/VorlenSolver")

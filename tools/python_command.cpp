@@ -1,5 +1,5 @@
-// The interpreter must see the package and what it needs. The package lies in the installation of this tool, or in the
-// source tree of this build; the library that it is to call is the one that this tool uses.
+// The interpreter must be able to import the package and its dependencies. The package is part of the installation of
+// this tool, or of the source tree of this build. It calls the same library as this tool.
 #include "python_command.h"
 
 #include <dlfcn.h>
@@ -37,15 +37,15 @@ struct PythonCommand {
 
 constexpr std::array<PythonCommand, 2> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
-    {"sweep", "Run the rows of a sweep's plan, or a part of them", "vorlen sweep plan.json --workers 4"},
+    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
 }};
 
-// Asks an interpreter whether it finds all modules that follow.
+// Exits with 0 if the interpreter finds all modules given as arguments.
 constexpr const char* PROBE =
     "import sys, importlib.util as u; sys.exit(any(u.find_spec(m) is None for m in sys.argv[1:]))";
 constexpr std::array<const char*, 4> MODULES = {"numpy", "pandas", "lxml", "vorlen"};
 
-// The source tree that the build folder of the tool belongs to; empty if the tool lies in none.
+// The source tree from which the tool was built; empty if the tool is not in a build folder.
 fs::path source_tree(const fs::path& tool) {
   std::ifstream cache(tool.parent_path().parent_path() / "CMakeCache.txt");
   const std::string key = "CMAKE_HOME_DIRECTORY:INTERNAL=";
@@ -77,11 +77,11 @@ void set_environment() {
   if (dladdr(reinterpret_cast<void*>(&runSurfChem), &library) != 0 && library.dli_fname != nullptr) {
     std::error_code ignored;
     const fs::path path = fs::canonical(library.dli_fname, ignored);
-    if (!path.empty()) setenv("VORLEN_LIBRARY", path.c_str(), 0);  // a caller's own choice stands
+    if (!path.empty()) setenv("VORLEN_LIBRARY", path.c_str(), 0);  // unless the caller has set it
   }
 }
 
-// As exec() takes them, a null at the end.
+// As exec() expects them, terminated by a null.
 std::vector<char*> pointers_to(std::vector<std::string>& words) {
   std::vector<char*> pointers;
   pointers.reserve(words.size() + 1);
@@ -114,9 +114,10 @@ bool fits(const std::string& interpreter) {
 void add_python_commands(CLI::App& app) {
   for (const PythonCommand& command : COMMANDS) {
     app.add_subcommand(command.name, command.description)
-        ->footer(fmt::format("The Python package vorlen carries it out; \"vorlen {} --help\" tells its options.\n\n"
-                             "Example:\n  {}",
-                             command.name, command.example));
+        ->footer(
+            fmt::format("This command is part of the Python package vorlen; \"vorlen {} --help\" lists its options.\n\n"
+                        "Example:\n  {}",
+                        command.name, command.example));
   }
 }
 
@@ -142,7 +143,7 @@ int forward_to_python(char** arguments) {
     return fail(interpreter + ": " + std::strerror(errno));
   }
   return fail(
-      "this command needs a Python 3 that finds numpy, pandas, lxml and the package vorlen (Debian:\n"
-      "python3-numpy, python3-pandas, python3-lxml). None of these does: " +
-      tried + ".\nThe environment variable VORLEN_PYTHON can name another one");
+      "this command needs Python 3 with numpy, pandas, lxml and the package vorlen (Debian packages:\n"
+      "python3-numpy, python3-pandas, python3-lxml). Tried without success: " +
+      tried + ".\nSet the environment variable VORLEN_PYTHON to another interpreter");
 }

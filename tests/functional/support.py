@@ -1,4 +1,4 @@
-"""What the functional tests share: the tool as a process, its printed table, and a reader of result files.
+"""Shared by the functional tests: the tool as a process, its printed table, and a reader of result files.
 
 The reader is written apart from the tool's own, so that the two check each other.
 """
@@ -44,7 +44,7 @@ def without_integration(text):
 
 
 class InAFolder(unittest.TestCase):
-    """A test with a folder of its own, in which the tool runs."""
+    """A test in which the tool runs in a temporary folder."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -66,7 +66,7 @@ class InAFolder(unittest.TestCase):
         return vorlen(*arguments, cwd=self.folder, **options)
 
     def expect_not_understood(self, *arguments):
-        """Such a command line has exit status 2 and a text."""
+        """Expects exit status 2 and a message for the command line."""
         with self.subTest(arguments):
             run = self.run_tool(*arguments)
             self.assertEqual((run.returncode, run.stdout), (2, ""))
@@ -78,19 +78,19 @@ class InAFolder(unittest.TestCase):
         self.assertIn(f"Example:\n  vorlen {command} ", run.stdout)
 
     def write_recipe(self, name, old="", new="", source="algan_gan_hemt"):
-        """An example under another name, with one piece of its text replaced."""
+        """Writes a copy of an example with one piece of its text replaced."""
         self.write(name, changed_example(source, *([(old, new)] if old else [])))
 
 
 class Result:
-    """A result file: layers as (name, duration, thickness), rows as lists of 19 numbers, active rows apart."""
+    """A result file: layers as (name, duration, thickness), rows as lists of 19 numbers, active rows separately."""
 
     def __init__(self, path):
         with open(path, encoding="utf-8", newline="") as file:
             lines = file.read().split("\n")
         assert lines[0] == '"VORLEN output file, version 2.0"', lines[0]
         assert lines[1] == "<LAYERS>", lines[1]
-        assert lines[-1] == "", "no line end behind the last row"
+        assert lines[-1] == "", "the last row has no line end"
         end = lines.index("</LAYERS>")
         self.layers = []
         for line in lines[2:end]:
@@ -117,7 +117,7 @@ def printed_table(text):
 
 
 def printed_words(text):
-    """The numbers of the words below the table, by their first two words: {"total thickness": [12.3], ...}"""
+    """The numbers in the lines below the table, by the first two words: {"total thickness": [12.3], ...}"""
     words = {}
     for line in text.split("\n\n")[1].splitlines()[1:]:
         label, values = re.fullmatch(r"  (\S+(?: \S+)?) {2,}(.*)", line).groups()
@@ -126,7 +126,7 @@ def printed_words(text):
 
 
 def scripted_library(folder):
-    """What the environment of the tool needs to run python/tests/scripted_library.c instead of the library."""
+    """An environment in which the tool calls python/tests/scripted_library.c instead of the library."""
     if os.environ["VORLEN_PRELOAD"]:
         raise unittest.SkipTest("the sanitizer's library must be loaded first")
     library = os.path.join(folder, "libScripted.so")

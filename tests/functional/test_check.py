@@ -1,4 +1,4 @@
-"""vorlen check: all that is wrong with a recipe, where, and what runSurfChem would say first."""
+"""vorlen check: every problem of a recipe, its place, and the first error the same as from runSurfChem."""
 import ctypes
 import json
 import os
@@ -23,7 +23,7 @@ class Checks(InAFolder):
         return text
 
     def problems(self, *replacements, base="ingan_gan_mqw"):
-        """The problems of such an example, of the JSON form."""
+        """The problems of such an example, from the JSON report."""
         self.recipe(*replacements, base=base)
         return self.problems_of_file()
 
@@ -39,13 +39,13 @@ class Checks(InAFolder):
 
 
 def place_of(text, piece):
-    """Line and column, from 1, of the first such piece of the text."""
+    """Line and column, from 1, of the first occurrence of the piece in the text."""
     at = text.index(piece)
     return text.count("\n", 0, at) + 1, at - text.rfind("\n", 0, at)
 
 
 class StoredRecipes(Checks):
-    """The stored recipes with their expected texts: those of a run that fails on its way are no faults of the recipe."""
+    """The stored recipes with their expected messages. Runs that fail on the way are not errors of the recipe."""
 
     RUN_FAILURES = ("Step size has become too small", "Matrix is repeatedly singular",
                     "Maximum number of time steps reached")
@@ -53,7 +53,7 @@ class StoredRecipes(Checks):
     def test_the_first_error_is_that_of_a_run(self):
         with open(os.path.join(STORED, "expected.json"), encoding="utf-8") as file:
             cases = json.load(file)
-        # A result file that can't be opened has nothing to do with the recipe.
+        # A result file that can't be opened is not an error of the recipe.
         cases = [case for case in cases if case["file"] and case["output"] in ("file", "none")]
         self.assertGreater(len(cases), 450)
         paths = [os.path.join(STORED, case["file"]) for case in cases]
@@ -91,7 +91,7 @@ class Reports(Checks):
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         self.assertEqual(run.stdout, "".join(f"{example(name)}: no problems\n" for name in EXAMPLES))
 
-    def test_all_errors_are_told_at_once_with_their_places(self):
+    def test_all_errors_are_reported_at_once_with_their_places(self):
         text = self.recipe(('<tau val="70"/>', '<tau val="-1"/>'), ('<material val="InGaN"/>', '<material val="InGan2"/>'),
                            ('<n_post_stages val="1"/>', '<n_post_stages val="x"/>'))
         run = self.check("recipe.xml")
@@ -112,7 +112,7 @@ class Reports(Checks):
         expected.append("recipe.xml: 3 errors")
         self.assertEqual(run.stdout.splitlines(), expected)
 
-    def test_the_json_form(self):
+    def test_the_json_report(self):
         text = self.recipe(('<tau val="70"/>', '<tau val="-1"/>'))
         self.recipe(name="good.xml")
         run = self.check("--format", "json", "recipe.xml", "good.xml")
@@ -128,7 +128,7 @@ class Reports(Checks):
                     "hint": "duration: at least 1e-4 s"}]},
                 {"file": "good.xml", "errors": 0, "warnings": 0, "problems": []}]})
 
-    def test_warnings_count_with_strict_alone_and_can_be_allowed(self):
+    def test_warnings_are_errors_only_with_strict_and_can_be_allowed(self):
         self.recipe(('<tau val="70"/>', '<tau val="70 s"/>'))
         for arguments, status in (([], 0), (["--strict"], 1), (["--strict", "--allow", "trailing-characters"], 0),
                                   (["--strict", "--allow", "duplicate"], 1)):
@@ -165,7 +165,7 @@ class Hints(Checks):
         problem = self.one_problem(('<tau val="70"/>', ""))
         self.assertEqual(problem["hint"], 'add <tau val="..."/>: duration')
 
-    def test_a_sub_stage_that_is_there_is_no_misspelt_one(self):
+    def test_an_existing_sub_stage_is_not_taken_for_a_misspelt_one(self):
         problem = self.problems(("<stage_1_2>", "<stage_x>"), ("</stage_1_2>", "</stage_x>"))[0]
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
         self.assertRegex(problem["hint"], "^<stage_x> in line")
@@ -178,7 +178,7 @@ class Hints(Checks):
 
 
 class Warnings(Checks):
-    """What the library accepts in silence."""
+    """What the library accepts without a message."""
 
     def expect(self, kind, hint, *replacements, base="ingan_gan_mqw"):
         problem = self.one_problem(*replacements, base=base)
@@ -192,17 +192,17 @@ class Warnings(Checks):
     def test_an_unknown_attribute(self):
         self.expect("unknown-attribute", "read here: val", ('<tau val="70"/>', '<tau val="70" unit="s"/>'))
 
-    def test_schema_attributes_of_the_root_are_no_problem(self):
+    def test_schema_attributes_of_the_root_are_accepted(self):
         self.assertEqual(self.problems((
             "<NonstSurfChem>", '<NonstSurfChem xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
             'xsi:noNamespaceSchemaLocation="recipe.xsd">')), [])
 
-    def test_a_line_that_names_the_schema_is_no_problem(self):
+    def test_a_processing_instruction_for_the_schema_is_accepted(self):
         self.assertEqual(self.problems((
             "<NonstSurfChem>", '<?xml-model href="recipe.rng" type="application/xml" '
             'schematypens="http://relaxng.org/ns/structure/1.0"?>\n<NonstSurfChem>')), [])
 
-    def test_characters_behind_a_number(self):
+    def test_characters_after_a_number(self):
         problem = self.expect("trailing-characters", "write the number alone", ('<tau val="70"/>', '<tau val="12abc"/>'))
         self.assertIn('"12abc" of attribute val', problem["text"])
         self.assertIn("reads as 12", problem["text"])
@@ -210,7 +210,7 @@ class Warnings(Checks):
                     ('<tau val="70"/>', '<tau val="12,5"/>'))
         self.expect("trailing-characters", "whole number", ('<n_periods val="3"/>', '<n_periods val="3.7"/>'))
 
-    def test_a_number_that_is_none(self):
+    def test_a_number_that_is_nan(self):
         problems = self.problems(('<cut_angle val="0.2"/>', '<cut_angle val="nan"/>'), base="ingan_v_defects")
         self.assertEqual([problem["kind"] for problem in problems], ["not-finite"])
 
@@ -218,7 +218,7 @@ class Warnings(Checks):
         problem = self.expect("duplicate", "the first one, in line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
         self.assertIn("stage_1_3:tau is not read", problem["text"])
 
-    def test_elements_of_models_that_are_not_chosen(self):
+    def test_elements_of_models_that_are_not_selected(self):
         self.expect("not-read", "read with V_dislocation alone",
                     ('<model val="none"/>', '<model val="none"/><X_ref val="0.1"/>'))
         self.expect("not-read", "model thick_GaN", ('<model val="fixed_thickness"/>',
@@ -241,7 +241,7 @@ class Warnings(Checks):
         self.expect("misspelt-keyword", "did you mean V_dislocation?", ('<model val="none"/>',
                                                                       '<model val="V_dislocations"/>'))
 
-    def test_a_flow_of_a_metal_that_the_material_has_not(self):
+    def test_a_flow_of_a_metal_that_is_not_in_the_material(self):
         problem = self.expect("flow-not-in-material", "grows its metal all the same",
                               ('<TMAl val="0" end="0"/>', '<TMAl val="0" end="0.1"/>'))
         self.assertEqual(problem["text"], "TMAl flows in stage_1_1, but the material is InGaN")
@@ -281,7 +281,7 @@ class Warnings(Checks):
         self.assertEqual(problems[0]["text"], "the temperature jumps from 1080 K at the end of stage_1_1 to 1010 K in "
                          "stage_1_2 while nothing grows")
 
-    def test_a_jump_back_to_the_begin_of_a_period(self):
+    def test_a_jump_back_to_the_start_of_a_period(self):
         text = self.recipe(('<T val="1010" end="1080"/>', '<T val="1010" end="1010"/>'))
         at = text.index('<name val="heating"/>')
         text = text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1)
@@ -290,14 +290,14 @@ class Warnings(Checks):
 
 
 class Integration(Checks):
-    """The element integration, and what is risky without the staged scheme."""
+    """The element integration, and warnings about the continuous scheme."""
 
     END = "</NonstSurfChem>"
     STAGED = '<integration><scheme val="staged"/></integration>'
     ADD_IT = f"add {STAGED} to the recipe, or run it with --scheme staged"
 
     def write_with(self, xml):
-        """Writes an example with this element for its own, and returns its text."""
+        """Writes an example with its element integration replaced by this one, and returns its text."""
         text = without_integration(changed_example("ingan_gan_mqw")).replace(self.END, xml + self.END)
         self.write("recipe.xml", text)
         return text
@@ -306,7 +306,7 @@ class Integration(Checks):
         self.write_with(xml)
         return self.problems_of_file()
 
-    def test_good_elements_are_no_problem(self):
+    def test_valid_elements_are_accepted(self):
         for xml in (self.STAGED, '<integration><scheme val="CONTINUOUS"/></integration>', "<integration/>",
                     '<integration><scheme val="Staged"/><tolerance val="1e-3"/></integration>'):
             with self.subTest(xml):
@@ -321,7 +321,7 @@ class Integration(Checks):
         self.assertEqual(problem["hint"], "did you mean staged? Allowed: continuous, staged")
         self.assertEqual((problem["line"], problem["column"]), place_of(text, 'val="stagged"'))
 
-    def test_a_tolerance_out_of_its_limits(self):
+    def test_a_tolerance_outside_its_limits(self):
         for value in ("1e-11", "0.01", "0", "-1e-6"):
             problem, = self.with_integration(
                 f'<integration><scheme val="staged"/><tolerance val="{value}"/></integration>')
@@ -362,7 +362,7 @@ class Integration(Checks):
                              "element NonstSurfChem:integration:tolerance has no effect with the continuous scheme")
             self.assertEqual(problem["hint"], hint + "run it with --scheme staged")
 
-    def test_with_a_scheme_that_is_not_recognized_nothing_is_said_about_the_continuous_one(self):
+    def test_an_unknown_scheme_causes_no_warnings_about_the_continuous_one(self):
         self.assertEqual([problem["kind"] for problem in self.with_integration(
             '<integration><scheme val="stagged"/><tolerance val="1e-5"/></integration>')], ["unknown-keyword"])
 
@@ -375,7 +375,7 @@ class ContinuousScheme(Checks):
     @staticmethod
     def stage(label, values):
         t_val, t_end, indium, gallium, aluminium = values
-        # A flow is one number, or begin and end.
+        # A flow is one number, or start and end.
         flows = {"TMIn": indium, "TMGa": 0, "TEGa": gallium, "TMAl": aluminium, "N2": 8000, "NH3": 8000, "H2": 0}
         pairs = {name: flow if isinstance(flow, tuple) else (flow, flow) for name, flow in flows.items()}
         return (f'<{label}><name val="{label}"/><tau val="30"/><T val="{t_val}" end="{t_end}"/>'
@@ -385,8 +385,8 @@ class ContinuousScheme(Checks):
                 f"</Q></gas_species></{label}>")
 
     def write_process(self, *stages, stress="none", end=""):
-        """A recipe of single stages; a list of stages is a periodic stage of three periods, or of as many as its first
-        item says."""
+        """A recipe of single stages. A list is a periodic stage of three periods, or of as many as its first item
+        says."""
         text = without_integration(changed_example("ingan_gan_mqw", ('<material val="InGaN"/>', '<material val="AlInGaN"/>')))
         text = text.replace("</NonstSurfChem>", end + "</NonstSurfChem>")
         if stress != "none":
@@ -405,7 +405,7 @@ class ContinuousScheme(Checks):
                                         f"<process_stages>{body}</process_stages>", text, flags=re.DOTALL))
 
     def found(self, *stages, **options):
-        """[(kind, stage)] of the warnings of these kinds, without any error."""
+        """[(kind, stage)] of the warnings of these kinds; there must be no errors."""
         self.write_process(*stages, **options)
         problems = self.problems_of_file()
         self.assertEqual([problem for problem in problems if problem["severity"] == "error"], [])
@@ -433,7 +433,7 @@ class ContinuousScheme(Checks):
         self.assertEqual(self.found(grow(1150), pause(1150), grow(1150)), [("hot-pause", "stage_2")])
         self.assertEqual(self.found(grow(1150), pause(1150, 1000), grow(1000)), [("hot-pause", "stage_2")])
         self.assertEqual(self.found(grow(1140), pause(1140, 1150), grow(1150)), [("hot-pause", "stage_2")])
-        # Pauses that come last, or have flows, are none.
+        # A stage at the end, or with flows, is not a pause.
         self.assertEqual(self.found(grow(1200), pause(1200)), [])
         self.assertEqual(self.found(grow(1200), (1200, 1200, 0, 0, 0.1), grow(1200)), [])
         self.assertEqual(self.found(grow(1200), (1200, 1200, 0, (0, 0.5), 0), grow(1200)), [])
@@ -453,7 +453,7 @@ class ContinuousScheme(Checks):
                          [("hot-pause", "stage_3")])
         # Growth between two pauses separates them.
         self.assertEqual(self.found(grow(1030), pause(1030, 1045), grow(1045), pause(1045, 1060), grow(1060)), [])
-        # A process may begin with one.
+        # A process may start with a pause.
         self.assertEqual(self.found(pause(1000, 1060), grow(1060)), [("hot-pause", "stage_1")])
 
     def test_one_warning_for_each_pause(self):
@@ -490,13 +490,13 @@ class ContinuousScheme(Checks):
         self.assertEqual(self.found(grow(1030, 0.2), grow(1030), grow(1030, 0.2), **relaxed), [], "no spacer")
         self.assertEqual(self.found(grow(1030, (0, 0.2)), grow(1030, 0.2), **relaxed), [], "a ramp of indium")
         self.assertEqual(self.found(grow(1030), grow(1030), **relaxed), [], "no indium")
-        # A pause is not a layer, and a ramp that begins without indium has some.
+        # A pause is not a layer, and a ramp that starts without indium contains some.
         self.assertEqual(self.found(self.pause(1030), grow(1030, 0.2), **relaxed), [])
         self.assertEqual(self.found(self.pause(1030), grow(1030), grow(1030), grow(1030, (0, 0.2)), **relaxed),
                          [("spacer", "stage_4")])
         self.assertEqual(self.found([grow(1030), grow(1030, 0.2)], **relaxed), [("spacer", "stage_1_2")])
 
-    def test_the_staged_scheme_has_none_of_them(self):
+    def test_the_staged_scheme_causes_none_of_them(self):
         stages = (self.grow(1200), self.pause(1200), self.grow(1200), self.grow(1030, 0.2))
         for end, kinds in (("", ["hot-pause", "spacer"]), ('<integration><scheme val="continuous"/></integration>',
                                                            ["hot-pause", "spacer"]),
@@ -512,7 +512,7 @@ class ContinuousScheme(Checks):
         self.assertEqual(self.check("--strict", "recipe.xml").returncode, 1)
         self.assertEqual(self.check("--strict", "--allow", "hot-pause", "recipe.xml").returncode, 0)
 
-    def test_a_pause_with_a_faulty_value_is_not_judged(self):
+    def test_a_pause_with_an_invalid_value_is_not_reported(self):
         for old, new in (('<T val="1200" end="1200"/>', '<T val="x" end="1200"/>'), ('<TMAl val="0" end="0"/>', ""),
                          ('<TMAl val="0" end="0"/>', '<TMAl val="-1" end="0"/>'),
                          ('<TMAl val="0" end="0"/>', '<TMAl val="nan" end="nan"/>')):
@@ -541,10 +541,10 @@ class ThePage(Checks):
         with open(os.path.join(SOURCE, "docs", "checking-a-recipe.md"), encoding="utf-8") as file:
             self.page = file.read()
 
-    def test_its_kinds_are_those_of_the_sources(self):
-        told = set()
+    def test_it_lists_the_kinds_in_the_sources(self):
+        documented = set()
         for line in re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \|", self.page.split("### For programs")[0], re.MULTILINE):
-            told.update(re.findall(r"`([a-z-]+)`", line))
+            documented.update(re.findall(r"`([a-z-]+)`", line))
         used = set()
         folder = os.path.join(SOURCE, "tools", "check")
         for name in os.listdir(folder):
@@ -553,7 +553,7 @@ class ThePage(Checks):
                     used.update(re.findall(r'(?:\berror\(|\bwarning\(|\bwarn\((?:\s*warnings,)?|kind =|Severity::\w+,)\s*"([a-z-]+)"',
                                            file.read()))
         self.assertGreater(len(used), 15)
-        self.assertEqual(told, used)
+        self.assertEqual(documented, used)
 
     def test_its_report_and_its_timeline_are_what_the_tool_prints(self):
         blocks = re.findall(r"```text\n\$ vorlen (.*?)\n(.*?)```", self.page, re.DOTALL)
@@ -586,12 +586,12 @@ class Faults(Checks):
             self.assertIn(f"{name}: 1 error", lines)
 
     @unittest.skipIf(os.geteuid() == 0, "root may read everything")
-    def test_a_file_without_the_right_to_read_it(self):
+    def test_a_file_without_read_permission(self):
         self.recipe()
         os.chmod(self.path("recipe.xml"), 0)
         self.assertEqual(self.check("recipe.xml").returncode, 1)
 
-    def test_the_place_of_a_fault_in_the_xml(self):
+    def test_the_place_of_an_xml_error(self):
         self.write("broken.xml", "<NonstSurfChem>\n  <material val=InGaN\"/>\n</Nonst>\n")
         run = self.check("--format", "json", "broken.xml")
         problem = json.loads(run.stdout)["files"][0]["problems"][0]
@@ -611,7 +611,7 @@ class Faults(Checks):
         self.assertEqual(run.returncode, 1)
         self.assertEqual(json.loads(run.stdout)["files"][0]["problems"][0]["text"], 'Material "\ufffd" is not recognized')
 
-    def test_command_lines_that_are_not_understood(self):
+    def test_wrong_command_lines(self):
         for arguments in ([], ["--format", "xml", "a.xml"], ["--quick", "a.xml"], ["a.xml", "--allow"]):
             self.expect_not_understood("check", *arguments)
 
@@ -623,7 +623,7 @@ class Faults(Checks):
         path = self.path("large.xml")
         with open(path, "w", encoding="utf-8") as file:
             file.write("<NonstSurfChem>" + 4000000 * "<b/>" + "</NonstSurfChem>")
-        limit = 150 << 20  # bytes; the tree of that recipe takes some 700 million
+        limit = 150 << 20  # bytes; the tree of that recipe takes about 700 million
         run = subprocess.run([VORLEN, "check", path], capture_output=True, encoding="utf-8", check=False,
                              preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
         self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", "vorlen: Out of memory\n"))

@@ -119,7 +119,8 @@ class Schema(unittest.TestCase):
         self.assertGreater(len(rejected), 0.85 * len(faulty))
 
     def test_what_the_library_ignores_is_rejected(self):
-        mistakes = [("<tau ", "<tua "), ("<material ", "<operator/><material "), ('<tau val="70"/>', '<tau val="70"/><tau val="1"/>'),
+        mistakes = [("<tau ", "<tua "), ("<material ", "<operator/><material "),
+                    ('<tau val="70"/>', '<tau val="70"/><tau val="1"/>'),
                     ('<tau val="70"/>', '<tau val="70" unit="s"/>'), ('<tau val="70"/>', '<tau val="12,5"/>'),
                     ('<tau val="70"/>', '<tau val="70"/>s'), ('<tau val="70"/>', '<tau val="inf"/>'),
                     ('<n_periods val="3"/>', '<n_periods val="3.7"/>'),

@@ -1,4 +1,4 @@
-"""Runs that end with values that no process has, or before their end: what the tool says, and what it keeps."""
+"""Runs that give unphysical values or stop early: the message of the tool, and the files that it keeps."""
 import json
 import os
 import shutil
@@ -19,7 +19,7 @@ X_GA = 4  # column
 
 
 def recipe_with_a_pause():
-    """A transistor with 5 s without metals before the barrier, which the continuous scheme does not get over."""
+    """A transistor with 5 s without metals before the barrier, where the continuous scheme fails."""
     text = without_integration(changed_example("algan_gan_hemt"))
     begin, end = text.index("<stage_2>"), text.index("</stage_2>") + len("</stage_2>")
     barrier = text[begin:end]
@@ -64,7 +64,7 @@ class Unphysical(InAFolder):
 
 
 class Scripted(InAFolder):
-    """Rows of a good run with values changed, and texts of the library, given by a library for tests."""
+    """A library for tests returns rows of a good run with changed values, and messages of the library."""
 
     @classmethod
     def setUpClass(cls):
@@ -89,7 +89,7 @@ class Scripted(InAFolder):
         return run.stderr
 
     def row_at(self, time):
-        """The line of the first active row later than a time."""
+        """The line of the first active row after a time."""
         number = next(i for i, row in enumerate(self.result.active_rows) if row[0] > time)
         return [line for line in self.good.splitlines(keepends=True) if line.endswith(" \n")][number]
 
@@ -151,17 +151,17 @@ class Scripted(InAFolder):
         self.assertEqual([text.split()[0] for text in stderr.splitlines()],
                          ["vorlen:", "The", "Unphysical", "What", "The"])
 
-    def test_no_row_at_all(self):
+    def test_a_run_without_rows(self):
         stderr = self.run_with("", TEST_TEXT=TEXTS_OF_INTEGRATION[1])
         self.assertEqual(stderr, f"vorlen: {TEXTS_OF_INTEGRATION[1]}\nThe run ended before its first row\n"
                                  f"{STAGED_REMEDY}\n")
 
-    def test_faults_of_recipes_have_nothing_added(self):
+    def test_nothing_is_added_to_errors_in_recipes(self):
         stderr = self.run_with(self.good, TEST_TEXT="Very low or negative pressure in stage_2")
         self.assertEqual(stderr.splitlines()[0], "vorlen: Very low or negative pressure in stage_2")
         self.assertNotIn("What to do", stderr)
 
-    def test_names_of_layers_in_the_text(self):
+    def test_names_of_layers_in_the_message(self):
         line = self.row_at(3010)
         fields = line.split(" ")
         fields[X_GA] = "2"

@@ -53,7 +53,7 @@ std::string one_line(const Node& node) {
   return content.empty() ? "<" + tag + "/>" : "<" + tag + ">" + content + "</" + node.tag + ">";
 }
 
-// Elements go on one line where they fit.
+// Elements that fit on one line are written on one line.
 void append_xml(std::string& out, const Node& node, std::size_t depth) {
   constexpr std::size_t LINE = 120;
   const std::string indent(2 * depth, ' ');
