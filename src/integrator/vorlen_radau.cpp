@@ -229,9 +229,9 @@ const char* Describe(Result result) {
     case Result::TOO_MANY_STEPS:
       return "too many steps";
     case Result::STEP_TOO_SMALL:
-      return "step size too small";
+      return "step too small";
     case Result::REPEATEDLY_SINGULAR:
-      return "iteration matrix repeatedly singular";
+      return "matrix repeatedly singular";
     case Result::NOT_FINITE:
       return "state is NaN or infinite";
     case Result::BAD_PROBLEM:
