@@ -35,7 +35,6 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/src/api")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -58,6 +57,7 @@ find the library.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME vorlen)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION science)
+# The Python package calls the shared library.
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${library_package} (= ${debian_version})")
 # Runs, tables and checks need none of these; the Python package that comes with the tool does.
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS

@@ -28,7 +28,7 @@ constexpr std::array<ManualItem, 5> ENVIRONMENT = {{
     {"TERM", "With the value dumb, nothing is coloured and no line is rewritten in place."},
     {"LC_ALL, LC_CTYPE, LANG", "With a locale in UTF-8, units are written with their own letters, else in ASCII."},
     {"VORLEN_PYTHON", "The interpreter for report and sweep, before python3 and /usr/bin/python3."},
-    {"VORLEN_LIBRARY", "The library that report and sweep call, instead of the one that vorlen itself uses."},
+    {"VORLEN_LIBRARY", "The library that report and sweep call, instead of the installed one."},
 }};
 
 constexpr std::array<ManualItem, 3> FILES = {{
