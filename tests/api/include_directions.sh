@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# include_directions.sh SRC: the subsystems include each other one way only; the integrator and the recipe know no other.
+# include_directions.sh SRC: includes between subsystems run in one direction. integrator and recipe include no other.
 set -euo pipefail
 cd "$1"
 declare -A knows=(
@@ -14,6 +14,6 @@ status=0
 for folder in */; do
   folder=${folder%/}
   wrong=$(grep -nE '#include "[a-z]+/' "$folder"/*.{h,cpp} | grep -vE "#include \"(${knows[$folder]})/" || true)
-  [ -z "$wrong" ] || { echo "$folder may include ${knows[$folder]} alone:"; echo "$wrong"; status=1; }
+  [ -z "$wrong" ] || { echo "$folder may only include ${knows[$folder]}:"; echo "$wrong"; status=1; }
 done
 exit $status
