@@ -30,7 +30,7 @@ say "Looking for compiler, libraries and Python"
 mkdir -p "$build"
 
 say "Building the library and the tool in build/run"
-(cd "$root" && quietly cmake --preset release -B "$build" -DVORLEN_TESTS=OFF)
+(cd "$root" && quietly cmake --preset release --compile-no-warning-as-error -B "$build" -DVORLEN_TESTS=OFF)
 quietly cmake --build "$build" --target vorlen
 
 say "Running $recipe"

@@ -1,14 +1,12 @@
-// The interpreter must be able to import the package and its dependencies. The package is part of the installation of
-// this tool, or of the source tree of this build. It calls the same library as this tool.
+// The interpreter must find the package and its dependencies. The package and the shared library are those of the
+// installation of this tool, or of the source tree and the build folder that the tool is in.
 #include "python_command.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vorlen_solver.h>
 
 #include <array>
 #include <cerrno>
@@ -56,29 +54,20 @@ fs::path source_tree(const fs::path& tool) {
   return {};
 }
 
-// The folder of the package vorlen that belongs to this tool; empty if there is none.
-fs::path package_folder() {
+void set_environment() {
   std::error_code ignored;
   const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
   const fs::path tree = source_tree(tool);
-  const fs::path folder =
-      tree.empty() ? tool.parent_path().parent_path() / "lib/python3/dist-packages" : tree / "python";
-  return fs::exists(folder / "vorlen", ignored) ? folder : fs::path();
-}
-
-void set_environment() {
-  const fs::path package = package_folder();
-  if (!package.empty()) {
+  const fs::path folder = tool.parent_path();
+  const fs::path package = tree.empty() ? folder.parent_path() / "lib/python3/dist-packages" : tree / "python";
+  if (fs::exists(package / "vorlen", ignored)) {
     const char* old = std::getenv("PYTHONPATH");
     const std::string path = package.string() + (old != nullptr && *old != '\0' ? std::string(":") + old : "");
     setenv("PYTHONPATH", path.c_str(), 1);
   }
-  Dl_info library{};
-  if (dladdr(reinterpret_cast<void*>(&runSurfChem), &library) != 0 && library.dli_fname != nullptr) {
-    std::error_code ignored;
-    const fs::path path = fs::canonical(library.dli_fname, ignored);
-    if (!path.empty()) setenv("VORLEN_LIBRARY", path.c_str(), 0);  // unless the caller has set it
-  }
+  const fs::path library =
+      fs::canonical(folder / (tree.empty() ? VORLEN_LIBRARY_FROM_TOOL : "../src/api/libVorlenSolver.so"), ignored);
+  if (!library.empty()) setenv("VORLEN_LIBRARY", library.c_str(), 0);  // the caller's choice has priority
 }
 
 // As exec() expects them, terminated by a null.

@@ -1,5 +1,5 @@
-// The driver of a run: construction, one call of the integrator over the whole process, writing. Stage boundaries do
-// not restart the integrator; the model looks its conditions up by time.
+// The continuous scheme is one call of the integrator over the whole process: stage boundaries do not restart it, and
+// the model looks up its conditions by time.
 #include "api/run_simulation.h"
 
 #include <vector>
@@ -20,7 +20,7 @@ constexpr double ATOL = 1e-14;
 
 SurfChemNonst& model_of(void* model_context) { return *static_cast<SurfChemNonst*>(model_context); }
 
-// A failed look-up of the conditions leaves f as it was; the integrator goes on with what it has.
+// If the lookup of the conditions fails, f is unchanged and the integrator continues with it.
 void model_rhs_callback(std::int32_t, double x, const double* y, double* f, void*, void* model_context) {
   model_of(model_context).eval_rhs(x, y, f);
 }
@@ -38,18 +38,21 @@ void model_step_callback(std::int32_t, double, double x, const double* y, const 
 
 std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error) {
   switch (idid) {
-    case 2:
+    case RADAU_STOPPED:
       error = model_text;
       return RUN_STOPPED;
-    case -2:
+    case RADAU_TOO_MANY_STEPS:
       error = "Maximum number of time steps reached";
       return RUN_GAVE_UP_ON_STEPS;
-    case -3:
+    case RADAU_STEP_TOO_SMALL:
       error = "Step size has become too small";
       return RUN_GAVE_UP_ON_STEPS;
-    case -4:
+    case RADAU_REPEATEDLY_SINGULAR:
       error = "Matrix is repeatedly singular";
       return RUN_SINGULAR;
+    case RADAU_REFUSED:
+      error = "Integrator rejected its arguments";
+      return RUN_REJECTED;
     default:
       return RUN_OK;
   }
@@ -64,7 +67,7 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
     error = surfchem_nonst.error_text;
     return err;
   }
-  // Reported after every fault that construction finds.
+  // Faults that the construction finds have priority.
   if (!recipe.integration_fault.empty()) {
     error = recipe.integration_fault;
     return RUN_BAD_INTEGRATION;
@@ -93,7 +96,6 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   IWORK[2 - 1] = options.max_steps;
   IWORK[5 - 1] = n - N_ALGEBRAIC;
   IWORK[6 - 1] = N_ALGEBRAIC;
-  IWORK[7 - 1] = 0;
 
   double dt_last = DT_FIRST;
   double rtol = RTOL;

@@ -1,4 +1,5 @@
-// In order: moments of a step, openings of V-defects, maxima of their density, film and rows.
+// Contents: moments of a step; search for the opening of V-defects; search for a maximum of their density; film and
+// rows.
 #include "api/staged_step.h"
 
 #include <algorithm>
@@ -14,18 +15,18 @@ namespace {
 
 constexpr double NM = 1e-9;
 constexpr double KNOT_SPACING = 2.5e-10;  // largest growth between two knots of the film, m
-constexpr double SEARCH_SPACING = 1e-9;   // growth that is searched for an opening at its end only, m
+constexpr double SEARCH_SPACING = 1e-9;   // a step with less growth is checked for an opening at its end only, m
 constexpr double NO_FRACTION = 1e-15;
-constexpr double OVERSHOOT = 1e-4;  // of a fraction, from which on it is an error
+constexpr double OVERSHOOT = 1e-4;  // of a fraction below 0; more is an error
 constexpr int MAX_MOMENTS_PER_SAMPLE = 8;
-constexpr int SEARCHES = 4;         // in a step that grows more than SEARCH_SPACING; divides SAMPLES_PER_STEP
+constexpr int SEARCHES = 4;         // in a step with more growth; must divide SAMPLES_PER_STEP
 constexpr int MAX_HALVINGS = 60;    // bisections of the time of an event
 constexpr double PEAK_DROP = 1e-7;  // relative drop of the density after a maximum; less is rounding error
 constexpr int MAX_THIRDS = 50;      // ternary-search steps for the time of a maximum
 
 double growth_of(const StagedRun& run, const Step& step) { return (step.y[STAGED_Z] - run.y[STAGED_Z]) * NM; }
 
-// A step is examined at SAMPLES_PER_STEP times as many moments, so that the knots of the film are close together.
+// Moments per sample, so many that the knots of the film are close together.
 int moments_per_sample(const StagedRun& run, const Step& step) {
   const double wanted = std::ceil(std::abs(growth_of(run, step)) / KNOT_SPACING / SAMPLES_PER_STEP);
   if (!(wanted > 1.0)) return 1;
@@ -133,8 +134,7 @@ RowDetail detail_of(const StagedEquations& e) {
 RowSample sample_of(const StagedEquations& e, double t, double GR) {
   const SurfChemNonst& m = e.model;
   RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
-  // Between the ends of a step the polynomial may overshoot a fraction that falls to 0. A metal that is not there
-  // leaves roundings.
+  // Inside a step the interpolation may undershoot a fraction that falls to 0. An absent metal leaves rounding errors.
   double sum = 0.0;
   for (double& x : sample.x_b) {
     if (x < NO_FRACTION && x > -OVERSHOOT) x = 0.0;
@@ -145,7 +145,7 @@ RowSample sample_of(const StagedEquations& e, double t, double GR) {
   return sample;
 }
 
-// Growth rate at time t of the step: the derivative of the cubic that has thickness and rate in common with both ends.
+// Growth rate at time t of the step, m/s: the derivative of the cubic Hermite interpolant of the thickness.
 double rate_at(const StagedRun& run, const Step& step, double GR, double t) {
   if (t == step.t_to) return GR;
   const double dt = step.t_to - step.t_from;

@@ -14,6 +14,6 @@ status=0
 for folder in */; do
   folder=${folder%/}
   wrong=$(grep -nE '#include "[a-z]+/' "$folder"/*.{h,cpp} | grep -vE "#include \"(${knows[$folder]})/" || true)
-  [ -z "$wrong" ] || { echo "$folder may include ${knows[$folder]} alone:"; echo "$wrong"; status=1; }
+  [ -z "$wrong" ] || { echo "$folder may only include ${knows[$folder]}:"; echo "$wrong"; status=1; }
 done
 exit $status

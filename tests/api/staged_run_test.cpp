@@ -21,7 +21,7 @@ namespace {
 
 using namespace vorlen;
 
-// Barrier, pause without metals and well, with a ramp in the pause.
+// A barrier, a pause without metals in which the temperature ramps, and a well.
 ProcessRecipe three_stages(std::int32_t stress_model, double tau = 10.0) {
   ProcessRecipe recipe = bare_recipe(stress_model);
   add_pre(recipe, small_layer(3.189));
@@ -66,7 +66,7 @@ TEST(StagedRun, HasRowsAtTheFirstAndTheLastInstantOfEachStage) {
       EXPECT_EQ(1, std::count(t.begin(), t.end(), stage.end_time()));
       if (stage.end_time() == t.back()) continue;
       const auto end = std::find(t.begin(), t.end(), stage.end_time());
-      // The first instant of the next stage is one number later, with the film as it was.
+      // The next stage starts at the next double, with the same film.
       ASSERT_NE(t.end(), end + 1);
       EXPECT_EQ(std::nextafter(*end, 1e9), *(end + 1));
       const auto i = static_cast<std::size_t>(end - t.begin());
@@ -154,15 +154,15 @@ TEST(StagedRun, CountsWhatTheIntegratorDidInAllStages) {
   EXPECT_LT(0, counters.jacobian_count);
   EXPECT_LE(counters.jacobian_count, counters.step_count);
   EXPECT_LT(counters.step_count, counters.rhs_calls);
-  // The Jacobian takes a column each for 14 components.
+  // A Jacobian takes one evaluation for each of the 14 components.
   EXPECT_LT(counters.rhs_calls / 2, counters.eval_rhs_calls);
   EXPECT_LE(counters.eval_rhs_calls,
             counters.rhs_calls + 14 * counters.jacobian_count + 10 * counters.step_count + 100);
 }
 
-TEST(StagedRun, TooManyStepsGiveTheirTextWithTheRowsUpToThere) {
+TEST(StagedRun, TooManyStepsGiveATextAndTheRowsUpToThere) {
   const TempFolder folder;
-  // Each stage may take 200 steps besides.
+  // Each stage may take 200 more steps.
   RunCounters counters;
   std::string error;
   ProcessRecipe steep = three_stages(STRESS_V_dislocation, 1000.0);
@@ -177,8 +177,8 @@ TEST(StagedRun, TooManyStepsGiveTheirTextWithTheRowsUpToThere) {
   EXPECT_EQ(std::string::npos, text.find("nan"));
 }
 
-// A gas of ammonia alone has no diffusion coefficient in itself: 0/0.
-TEST(StagedRun, AStateThatIsNotFiniteGivesItsTextAndNoSuchRow) {
+// Pure ammonia has no diffusion coefficient in itself: 0/0.
+TEST(StagedRun, AStateThatIsNotFiniteGivesATextAndNoSuchRow) {
   const TempFolder folder;
   for (const char* stress_model : {"off", "V_dislocation"}) {
     for (int bad_stage : {1, 2}) {
@@ -210,7 +210,7 @@ TEST(StagedRun, AnIntervalThatRampsIntoSuchAStateGivesATextToo) {
   EXPECT_EQ(std::string::npos, read_file(folder.path("out.txt")).find("nan"));
 }
 
-TEST(StagedRun, KeepingTermsChangesNoByte) {
+TEST(StagedRun, ReusingTermsChangesNoByte) {
   const TempFolder folder;
   std::vector<std::string> recipes;
   for (const char* stress_model : {"off", "V_dislocation"}) {
@@ -244,7 +244,8 @@ TEST(StagedRun, KeepingTermsChangesNoByte) {
   }
 }
 
-// Late in time a stage of a millisecond has few doubles: rows still rise, and the film is that of an early one.
+// Late in time, few doubles lie in a stage of a millisecond. Times still increase, and the film is that of an early
+// stage.
 TEST(StagedRun, GrowsTheSameLateInTime) {
   double z[2];
   for (const double t0 : {0.0, 1e7}) {
@@ -262,7 +263,7 @@ TEST(StagedRun, GrowsTheSameLateInTime) {
       ASSERT_LT(r.model->history.t[i - 1], r.model->history.t[i]);
     z[t0 > 0.0] = r.model->z - r.model->z_start;
   }
-  // Durations are tau; the times of the stages are rounded, not their lengths.
+  // Durations are tau: the times of the stages are rounded, but not their lengths.
   EXPECT_TRUE(close_to(z[0], z[1], 1e-12));
 }
 

@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 VORLEN = os.environ["VORLEN"]
+SCRIPTED_VORLEN = os.environ["VORLEN_SCRIPTED"]  # the tool with the runSurfChem of python/tests/scripted_library.c
 LIBRARY = os.environ["VORLEN_LIBRARY"]
 SOURCE = os.environ["VORLEN_SOURCE"]
 EXAMPLES_FOLDER = os.path.join(SOURCE, "examples")
@@ -19,9 +20,9 @@ EXAMPLES = sorted(name[:-4] for name in os.listdir(EXAMPLES_FOLDER) if name.ends
  RHO_TD_Z, A_EFF_Z, EPS_XX_Z, EPS_YY_Z, EPS_ZZ_Z, EPS_YZ_Z) = range(19)
 
 
-def vorlen(*arguments, cwd, **options):
+def vorlen(*arguments, cwd, tool=VORLEN, **options):
     """Runs the tool. The result has returncode, stdout and stderr (as text). options: of subprocess.run"""
-    return subprocess.run([VORLEN, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
+    return subprocess.run([tool, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
 
 
 def example(name):
@@ -124,12 +125,3 @@ def printed_words(text):
         words[label] = [float(n) for n in re.findall(r"[-+]?(?:\d+(?:\.\d+)?(?:e[-+]?\d+)?|nan|inf)(?![\w^])", values)]
     return words
 
-
-def scripted_library(folder):
-    """An environment in which the tool calls python/tests/scripted_library.c instead of the library."""
-    if os.environ["VORLEN_PRELOAD"]:
-        raise unittest.SkipTest("the sanitizer's library must be loaded first")
-    library = os.path.join(folder, "libScripted.so")
-    source = os.path.join(SOURCE, "python", "tests", "scripted_library.c")
-    subprocess.run([os.environ["VORLEN_CC"], "-shared", "-fPIC", "-o", library, source], check=True)
-    return {**os.environ, "LD_PRELOAD": library}

@@ -5,12 +5,11 @@ import re
 import shutil
 import signal
 import subprocess
-import tempfile
 import time
 import unittest
 import xml.etree.ElementTree
 
-from support import SOURCE, VORLEN, InAFolder, example, scripted_library, without_integration
+from support import SCRIPTED_VORLEN, SOURCE, InAFolder, example, without_integration
 
 with open(example("algan_gan_hemt"), encoding="utf-8") as recipe_file:
     RECIPE = without_integration(recipe_file.read())
@@ -37,14 +36,8 @@ def integration_of(content):
 class HandedOver(InAFolder):
     """The recipe that is passed to the library."""
 
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.environment = scripted_library(folder.name)
-
     def run_scripted(self, *arguments, **changes):
-        return self.run_tool("run", *arguments, env={**self.environment, **changes})
+        return self.run_tool("run", *arguments, tool=SCRIPTED_VORLEN, env={**os.environ, **changes})
 
     def handed_over(self, text, *arguments):
         """The bytes that are passed to the library for a recipe, and the scheme in the status file."""
@@ -124,9 +117,9 @@ class HandedOver(InAFolder):
 
     def test_the_copy_is_not_written_to_a_file(self):
         self.write("r.xml", RECIPE)
-        run = subprocess.Popen([VORLEN, "run", "r.xml", "--scheme", "staged"], cwd=self.folder,
+        run = subprocess.Popen([SCRIPTED_VORLEN, "run", "r.xml", "--scheme", "staged"], cwd=self.folder,
                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                               env={**self.environment, "TEST_RECIPES": self.path("recipes"), "TEST_HANG": "1"})
+                               env={**os.environ, "TEST_RECIPES": self.path("recipes"), "TEST_HANG": "1"})
         self.addCleanup(run.wait)
         self.addCleanup(run.kill)
         end = time.monotonic() + 60

@@ -2,10 +2,9 @@
 import json
 import os
 import shutil
-import tempfile
 import unittest
 
-from support import InAFolder, Result, changed_example, example, scripted_library, without_integration
+from support import SCRIPTED_VORLEN, InAFolder, Result, changed_example, example, without_integration
 
 STAGED_REMEDY = 'What to do: run it with --scheme staged (in Python: scheme="staged")'
 PAGE_REMEDY = "What to do: see docs/when-a-run-fails.md"
@@ -66,12 +65,6 @@ class Unphysical(InAFolder):
 class Scripted(InAFolder):
     """A library for tests returns rows of a good run with changed values, and messages of the library."""
 
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.environment = scripted_library(folder.name)
-
     def setUp(self):
         super().setUp()
         # 3 periods of wells and barriers from 3000 s on: stage_1_1 (150 s), stage_1_2 (20 s), stage_1_3 (70 s), ...
@@ -83,8 +76,8 @@ class Scripted(InAFolder):
 
     def run_with(self, rows, *arguments, **changes):
         self.write("rows", rows)
-        run = self.run_tool("run", "r.xml", "--force", *arguments,
-                            env={**self.environment, "TEST_ROWS": self.path("rows"), **changes})
+        run = self.run_tool("run", "r.xml", "--force", *arguments, tool=SCRIPTED_VORLEN,
+                            env={**os.environ, "TEST_ROWS": self.path("rows"), **changes})
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         return run.stderr
 

@@ -3,7 +3,6 @@
 
 #include <fmt/format.h>
 #include <unistd.h>
-#include <vorlen_solver.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,6 +15,7 @@
 #include <system_error>
 #include <vector>
 
+#include "api/vorlen_solver.h"
 #include "recipe/read_recipe.h"
 #include "results/result_check.h"
 #include "results/result_file.h"
