@@ -70,7 +70,7 @@ def make(output: Path) -> None:
     if esbuild is None:
         missing.append("esbuild")
     if missing:
-        raise ChartLibraryError(f"the charts of reports need {' and '.join(missing)}: apt-get install {' '.join(missing)}")
+        raise ChartLibraryError(f"missing packages, run: apt-get install {' '.join(missing)}")
     command = [esbuild, "--minify", "--legal-comments=eof", "--log-level=error"]
     bundle = SOURCE.read_text("utf-8")
     done = subprocess.run(command, input=lines_only(bundle), capture_output=True, encoding="utf-8", check=False)

@@ -44,7 +44,8 @@ def test_an_installation_of_the_library_is_found_from_the_package_in_it(tmp_path
     prefix = tmp_path / "prefix"
     package = prefix / "lib" / "python3" / "dist-packages" / "vorlen"
     shutil.copytree(ROOT / "python" / "vorlen", package, ignore=shutil.ignore_patterns("__pycache__"))
-    subprocess.run([sys.executable, "-B", ROOT / "python" / "chart_library.py", package / "assets/plotly.min.js"], check=True)
+    script, chart_library = ROOT / "python" / "chart_library.py", package / "assets" / "plotly.min.js"
+    subprocess.run([sys.executable, "-B", script, chart_library], check=True)
     shutil.copy(Path(find_library()).resolve(), prefix / "lib" / "libVorlenSolver.so.1")
     printed = run_program(sys.executable, tmp_path, PYTHONPATH=str(package.parent))
     assert str(package) in printed
