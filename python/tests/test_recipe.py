@@ -320,7 +320,7 @@ def test_a_recipe_with_another_scheme_is_a_copy_with_that_one_change(path: Path,
             kept = len(source[:place].rstrip())
             assert changed.to_bytes()[:kept] == source[:kept]
             assert changed.to_bytes().endswith(source[kept:])
-        # And back: the value alone is replaced.
+        # And back: only the value is replaced.
         other = {"staged": "continuous", "continuous": "staged"}[scheme]
         again = changed.with_scheme(other)
         element = rb"(<scheme\s+val\s*=\s*.)" + scheme.encode()
@@ -335,7 +335,7 @@ def test_an_unknown_scheme_is_an_error_that_lists_the_known_ones(scheme: object)
         recipe.with_scheme(scheme)  # type: ignore[arg-type]
 
 
-def test_the_library_reads_the_element_that_was_added() -> None:
+def test_the_library_reads_an_added_element() -> None:
     recipe = vorlen.Recipe(PLAIN).set("integration/tolerance", 0.5)
     with pytest.raises(vorlen.SimulationError, match=r"Integration tolerance is beyond \[1e-10;1e-3\]"):
         vorlen.run(recipe)
@@ -358,7 +358,7 @@ def test_a_stage_is_added_at_the_end_with_its_changes() -> None:
     assert list(run.layers["name"]) == ["GaN template", "InGaN", "GaN cap", "second InGaN", "p-GaN"]
 
 
-def test_a_stage_is_added_in_front_of_another_which_moves_on() -> None:
+def test_a_stage_is_inserted_before_another_which_is_renumbered() -> None:
     recipe = vorlen.Recipe.load(MQW)
     before = recipe["process_stages/stage_2/name"]
     path = recipe.add_stage("process_stages/stage_2", name="spacer", before="process_stages/stage_1")
@@ -417,13 +417,13 @@ def test_single_stages_become_periods() -> None:
         lambda recipe: recipe.remove_stage("process_stages/stage_1") or recipe.remove_stage("process_stages/stage_1"),
     ],
 )
-def test_a_change_of_stages_that_makes_no_sense_is_refused(change) -> None:
+def test_an_invalid_change_of_stages_is_rejected(change) -> None:
     recipe = vorlen.Recipe.load(MQW)
     with pytest.raises((KeyError, ValueError)):
         change(recipe)
 
 
-def test_a_refused_change_of_stages_leaves_the_recipe_alone() -> None:
+def test_a_rejected_change_of_stages_leaves_the_recipe_unchanged() -> None:
     recipe = vorlen.Recipe.load(MQW)
     with pytest.raises(KeyError):
         recipe.add_stage("process_stages/stage_1", values={"no_such": 1})
@@ -450,7 +450,7 @@ def test_the_timeline_has_the_layers_of_the_result(path: Path) -> None:
     assert timeline["end"].to_numpy() == pytest.approx(layers["end"].to_numpy(), rel=1e-12)
 
 
-def test_the_timeline_tells_ramps_and_units() -> None:
+def test_the_timeline_has_ramps_and_units() -> None:
     timeline = vorlen.Recipe.load(MQW).timeline()
     cooling = timeline[timeline["name"] == "cooling"]
     assert len(cooling) == 3 and set(cooling["stage"]) == {"stage_1_2"}
