@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes the chart library of the reports: python/chart_library.py OUTPUT
 
-The source is plotly.js as Debian's package python3-plotly ships it, one file with all kinds of charts. The reports draw
+The source is plotly.js from Debian's package python3-plotly, one file with all kinds of charts. The reports draw
 lines only, so the modules that lines do not need are left out, and esbuild makes the rest small: 0.9 MB instead of 9.
 The licences come first in the output, because every report carries a copy of it.
 
