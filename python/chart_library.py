@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Makes the chart library of the reports: python/chart_library.py OUTPUT
 
-The source is plotly.js as Debian's package python3-plotly ships it, one file with all kinds of charts. The reports draw
+The source is plotly.js from Debian's package python3-plotly, one file with all kinds of charts. The reports draw
 lines only, so the modules that lines do not need are left out, and esbuild makes the rest small: 0.9 MB instead of 9.
 The licences come first in the output, because every report carries a copy of it.
 
@@ -70,7 +70,7 @@ def make(output: Path) -> None:
     if esbuild is None:
         missing.append("esbuild")
     if missing:
-        raise ChartLibraryError(f"the charts of reports need {' and '.join(missing)}: apt-get install {' '.join(missing)}")
+        raise ChartLibraryError(f"missing packages, run: apt-get install {' '.join(missing)}")
     command = [esbuild, "--minify", "--legal-comments=eof", "--log-level=error"]
     bundle = SOURCE.read_text("utf-8")
     done = subprocess.run(command, input=lines_only(bundle), capture_output=True, encoding="utf-8", check=False)

@@ -1,4 +1,4 @@
-"""The chart library of the reports: what it is made of, and what is said when it can't be made or is missing."""
+"""The chart library of the reports: its contents, and the messages if it can't be made or is missing."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ sys.path.insert(0, str(SCRIPT.parent))
 
 import chart_library  # noqa: E402
 
-# Entry 4 requires core and pie; core requires lib, which contains a bundle of its own numbering.
+# Entry 4 requires core and pie; core requires lib, which contains another bundle.
 BUNDLE = """/** title */
 (function(f){g.Plotly = f()})(function(){return (load)({1:[function(_dereq_,module,exports){
 the core

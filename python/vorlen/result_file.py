@@ -1,7 +1,7 @@
-"""Reader of result files, as docs/result-format.md describes them.
+"""Reader of result files; docs/result-format.md describes the format.
 
-The reading is strict: whatever differs from the format is an error with the number of its line. Only the values are
-free, infinities and not-a-numbers included. The file of a failed run reads well; it has fewer rows.
+The reader is strict: any deviation from the format is an error with the line number. Values may be infinite or NaN. The
+file of a failed run is valid; it has fewer rows.
 """
 
 from __future__ import annotations
@@ -20,7 +20,7 @@ HEADING = (
     b"rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)"
 )
 
-# name, unit, meaning of the columns, in the order of the file. (t): when this depth was the surface; (z): in the end.
+# name, unit, meaning of the columns in file order. (t): when this depth was the surface; (z): in the finished structure.
 COLUMNS = (
     ("time", "s", "time of the process"),
     ("z", "nm", "height above the bottom of the first pre-stage"),
@@ -54,7 +54,7 @@ _BYTES_OF_ROWS = b"0123456789+-.einfa \n"
 
 
 class ResultFileError(ValueError):
-    """A file is no result file, or is damaged. The text names the file and the line."""
+    """A file is not a result file, or is damaged. The text names the file and the line."""
 
 
 def _number(text: bytes) -> float | None:
@@ -62,7 +62,7 @@ def _number(text: bytes) -> float | None:
 
 
 def _layer(text: bytes) -> tuple[str, float, float] | None:
-    """Name, duration and thickness of a layer; None if it is none."""
+    """Name, duration and thickness of a layer; None if the text is not a layer."""
     match = _LAYER.fullmatch(text)
     if match is None:
         return None
@@ -73,9 +73,9 @@ def _layer(text: bytes) -> tuple[str, float, float] | None:
 
 
 def _split_layers(text: bytes, name: str) -> list[tuple[str, float, float]]:
-    """The layers from their lines, which begin with line 3 of the file.
+    """The layers from their lines, which start at line 3 of the file.
 
-    A name may hold line breaks: a layer ends where its text is one and the next line begins with the quote of another.
+    A name may contain line breaks: a layer ends where its text is complete and the next line starts with a quote.
     """
     layers: list[tuple[str, float, float]] = []
     lines = text.split(b"\n")[:-1]
@@ -84,16 +84,16 @@ def _split_layers(text: bytes, name: str) -> list[tuple[str, float, float]]:
         last = index + 1 == len(lines)
         if not last and not lines[index + 1].startswith(b'"'):
             continue
-        # Looked at first, so that long names are not put together once for each of their lines.
+        # A quick test, so that a long name is not joined again for each of its lines.
         ended = _LAYER_END.search(lines[index]) is not None
         if ended and (layer := _layer(b"\n".join(lines[begin : index + 1]))):
             layers.append(layer)
             last_begin, begin = begin, index + 1
         elif ended and layers and (layer := _layer(b"\n".join(lines[last_begin : index + 1]))):
-            layers[-1] = layer  # what looked like the layer before was the begin of this one's name
+            layers[-1] = layer  # what looked like the previous layer was the start of this name
             begin = index + 1
         elif last:
-            raise ResultFileError(f"{name}, line {begin + 3}: this is no layer")
+            raise ResultFileError(f"{name}, line {begin + 3}: not a layer")
     return layers
 
 
@@ -104,25 +104,25 @@ def _parse_layers(content: bytes, name: str) -> tuple[list[tuple[str, float, flo
     head = TITLE + b"\n" + LAYERS_BEGIN + b"\n"
     if not content.startswith(head):
         raise ResultFileError(f"{name}, line 2: expected {LAYERS_BEGIN.decode()}")
-    # A name may hold lines that look like the format's own; the rows hold numbers alone.
+    # A name may contain lines that look like part of the format; rows contain only numbers.
     tail = b"\n" + LAYERS_END + b"\n" + HEADING + b"\n"
     end = content.rfind(tail, len(head) - 1)
     if end < 0:
-        lines = content.split(b"\n")[:-1]  # the last one is empty, or cut off
+        lines = content.split(b"\n")[:-1]  # the last one is empty or truncated
         if LAYERS_END in lines:
             raise ResultFileError(f"{name}, line {lines.index(LAYERS_END) + 2}: expected {HEADING.decode()}")
-        raise ResultFileError(f"{name}, line {len(lines)}: the list of layers has no end")
+        raise ResultFileError(f"{name}, line {len(lines)}: the list of layers is not closed")
     rows = end + len(tail)
     return _split_layers(content[len(head) : end + 1], name), rows, content.count(b"\n", 0, rows) + 1
 
 
 def _first_fault(body: bytes, first_line: int) -> tuple[int, str]:
-    """Line number and text of the first line of body that is no row."""
+    """Line number and fault of the first line of body that is not a row."""
     for number, line in enumerate(body.split(b"\n")[:-1], first_line):
         words = line.removesuffix(b" ").split(b" ")
         if len(words) != COLUMN_COUNT or not all(_NUMBER.fullmatch(word) for word in words):
-            return number, "this is no row of 19 numbers"
-    raise AssertionError("the fast reader refused rows that the slow one takes")
+            return number, "not a row of 19 numbers"
+    raise AssertionError("the fast reader rejected rows that the slow one accepts")
 
 
 def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np.ndarray]:
@@ -133,10 +133,10 @@ def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np
     line_ends = np.flatnonzero(is_line_end)  # as indices into separators
     count = len(line_ends)
     if body and body[-1:] != b"\n":
-        raise ResultFileError(f"{name}, line {first_line + count}: the last line is cut off")
+        raise ResultFileError(f"{name}, line {first_line + count}: the last line is truncated")
     if count == 0:
         return np.empty((0, COLUMN_COUNT)), np.empty(0, bool)
-    # 19 numbers with one blank between them, and one behind the last in an active row
+    # 19 numbers separated by one blank, with a trailing blank in an active row
     length_before = np.diff(separators, prepend=-1) - 1
     blanks = np.diff(line_ends, prepend=-1) - 1
     active = (blanks > 0) & (length_before[line_ends] == 0)
@@ -148,7 +148,7 @@ def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np
     values = None
     if well_formed:
         with warnings.catch_warnings():
-            warnings.simplefilter("error", DeprecationWarning)  # numpy's way to tell of text that is no number
+            warnings.simplefilter("error", DeprecationWarning)  # numpy's report of text that is not a number
             try:
                 values = np.fromstring(body, sep=" ")
             except (DeprecationWarning, ValueError):
@@ -160,7 +160,7 @@ def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np
 
 
 def parse_layers(content: bytes, name: str = "result") -> pd.DataFrame:
-    """The layers: name, duration [s] and thickness [nm], numbered from 1. name stands in the texts of errors."""
+    """The layers: name, duration [s] and thickness [nm], numbered from 1. name is used in error texts."""
     layers, _, _ = _parse_layers(content, name)
     table = pd.DataFrame(layers, columns=["name", "duration", "thickness"], index=range(1, len(layers) + 1))
     table.index.name = "layer"
@@ -179,7 +179,7 @@ def parse_profile(content: bytes, name: str = "result") -> pd.DataFrame:
 
 
 def has_rows(content: bytes) -> bool:
-    """True when the head is whole and something follows."""
+    """True if the head is complete and rows follow."""
     try:
         _, begin, _ = _parse_layers(content, "result")
     except ResultFileError:
@@ -193,7 +193,7 @@ def bytes_of_rows(content: bytes) -> bytes:
 
 
 def reaches_the_end(content: bytes, name: str = "result") -> bool:
-    """True when the table ends with a whole row, at the time at which the last layer ends."""
+    """True if the table ends with a complete row at the end time of the last layer."""
     layers, begin, _ = _parse_layers(content, name)
     lines = content[begin:].rsplit(b"\n", 2)
     if len(lines) < 2 or lines[-1] or not lines[-2]:
@@ -202,4 +202,4 @@ def reaches_the_end(content: bytes, name: str = "result") -> bool:
     if first is None or last is None:
         return False
     gap = abs(last - first - sum(duration for _, duration, _ in layers))
-    return not gap > TIME_TOLERANCE * abs(last)  # a not-a-number passes
+    return not gap > TIME_TOLERANCE * abs(last)  # NaN passes
