@@ -12,7 +12,7 @@ from typing import TYPE_CHECKING, NamedTuple
 
 import numpy as np
 
-from .result_file import COLUMN_NAMES, TIME_TOLERANCE
+from .result_file import COLUMN_NAMES, COLUMNS, TIME_TOLERANCE
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -33,27 +33,7 @@ TEXTS_OF_INTEGRATION = (
     "State is not finite",
 )
 
-COLUMN_WORDS = {
-    "time": "time",
-    "z": "height",
-    "rate": "growth rate",
-    "x_in": "indium fraction",
-    "x_ga": "gallium fraction",
-    "x_al": "aluminium fraction",
-    "rho_td_t": "threading dislocation density (t)",
-    "rho_vd0_t": "V-defect density (t)",
-    "a_eff_t": "in-plane lattice constant (t)",
-    "eps_xx_t": "in-plane strain eps_xx (t)",
-    "eps_yy_t": "in-plane strain eps_yy (t)",
-    "eps_zz_t": "strain eps_zz (t)",
-    "eps_yz_t": "strain eps_yz (t)",
-    "rho_td_z": "threading dislocation density (z)",
-    "a_eff_z": "in-plane lattice constant (z)",
-    "eps_xx_z": "in-plane strain eps_xx (z)",
-    "eps_yy_z": "in-plane strain eps_yy (z)",
-    "eps_zz_z": "strain eps_zz (z)",
-    "eps_yz_z": "strain eps_yz (z)",
-}
+COLUMN_WORDS = {column.name: column.words for column in COLUMNS}
 
 
 class Stage(NamedTuple):

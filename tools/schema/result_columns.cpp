@@ -50,15 +50,25 @@ std::string result_columns_table(std::string_view name) {
 }
 
 std::string result_columns_module() {
-  std::string text =
-      "\"\"\"The columns of a result file. Written by write_recipe_files from src/results/columns.h: change them "
-      "there.\n\n"
-      "Each column: heading in the file, name, unit (\"1\" if dimensionless), words for messages, meaning.\n\"\"\"\n";
+  std::string text = R"(# Written by write_recipe_files from src/results/columns.h: change it there.
+"""The columns of a result file."""
+
+from typing import NamedTuple
+
+
+class Column(NamedTuple):
+    heading: str  # in the file
+    name: str  # of the column of a data frame
+    unit: str  # "1" if dimensionless
+    words: str  # in messages
+    meaning: str
+)";
   for (const ColumnTable& table : TABLES) {
-    text += fmt::format("\n{} = (\n", table.variable);
+    text += fmt::format("\n\n{} = (\n", table.variable);
     for (const Column& column : table.rows) {
-      text += fmt::format("    (\"{}\", \"{}\", \"{}\", \"{}\", \"{}\"),\n", column.heading, column.name,
-                          *column.unit == '\0' ? "1" : column.unit, column.words, without_backticks(column.meaning));
+      text += fmt::format("    Column(\n        \"{}\", \"{}\", \"{}\", \"{}\",\n        \"{}\",\n    ),\n",
+                          column.heading, column.name, *column.unit == '\0' ? "1" : column.unit, column.words,
+                          without_backticks(column.meaning));
     }
     text += ")\n";
   }
