@@ -66,8 +66,8 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
     return err;
   }
   // Reported after every fault that construction finds.
-  if (!recipe.integration_fault.empty()) {
-    error = recipe.integration_fault;
+  if (!recipe.late_fault.empty()) {
+    error = recipe.late_fault;
     return RUN_BAD_INTEGRATION;
   }
 

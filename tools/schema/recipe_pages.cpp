@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "check/recipe_files.h"
-#include "check/recipe_table.h"
+#include "check/recipe_words.h"
 
 namespace recipe {
 
@@ -25,6 +25,7 @@ constexpr Part PARTS[] = {
     {"stress", Section::root, "", "stress"},
     {"transport", Section::root, "", "transport"},
     {"integration", Section::root, "", "integration"},
+    {"output", Section::root, "", "output"},
     {"lists of stages", Section::root, "", "pre_stages"},
     {"lists of stages", Section::root, "", "process_stages"},
     {"lists of stages", Section::root, "", "post_stages"},

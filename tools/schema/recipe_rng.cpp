@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "check/recipe_files.h"
-#include "check/recipe_table.h"
+#include "check/recipe_words.h"
 #include "schema/schema_text.h"
 
 namespace recipe {
@@ -39,9 +39,9 @@ std::string pattern(const std::string& expression) {
   return "<data type=\"string\"><param name=\"pattern\">" + escaped(expression) + "</param></data>";
 }
 
-std::string words_pattern(std::span<const char* const> words) {
+std::string words_pattern(std::span<const vorlen::Keyword> words) {
   std::string expression;
-  for (const char* word : words) expression += (expression.empty() ? "" : "|") + any_case(word);
+  for (const vorlen::Keyword& word : words) expression += (expression.empty() ? "" : "|") + any_case(word.text);
   return pattern(expression);
 }
 
@@ -311,7 +311,7 @@ std::string single_stage_children() {
 std::string rng_text() {
   std::string out =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<!-- The recipe of VorlenSolver. Written by write_recipe_files from tools/check/recipe_table.cpp: change it "
+      "<!-- The recipe of VorlenSolver. Written by write_recipe_files from src/recipe/recipe_table.cpp: change it "
       "there. "
       "-->\n"
       "<grammar xmlns=\"http://relaxng.org/ns/structure/1.0\"\n"

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "check/recipe_files.h"
-#include "check/recipe_table.h"
+#include "check/recipe_words.h"
 #include "schema/schema_text.h"
 
 namespace recipe {
@@ -22,7 +22,7 @@ std::string documentation(const std::string& text) {
 // Keywords are offered, any other text is taken.
 std::string attribute(const Row& row, const char* name) {
   std::string type;
-  for (const char* word : row.keywords) type += fmt::format("<xs:enumeration value=\"{}\"/>", word);
+  for (const vorlen::Keyword& word : row.keywords) type += fmt::format("<xs:enumeration value=\"{}\"/>", word.text);
   if (type.empty()) return fmt::format("<xs:attribute name=\"{}\"/>", name);
   return fmt::format(
       "<xs:attribute name=\"{}\"><xs:simpleType><xs:union memberTypes=\"xs:string\"><xs:simpleType><xs:restriction "
@@ -67,7 +67,7 @@ std::string element_of(const std::vector<const Row*>& rows) {
 std::string xsd_text() {
   std::string out =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<!-- The recipe of VorlenSolver. Written by write_recipe_files from tools/check/recipe_table.cpp: change it "
+      "<!-- The recipe of VorlenSolver. Written by write_recipe_files from src/recipe/recipe_table.cpp: change it "
       "there. "
       "-->\n"
       "<xs:schema xmlns:xs=\"http://www.w3.org/2001/XMLSchema\">\n";
