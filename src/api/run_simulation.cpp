@@ -68,8 +68,8 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
     return err;
   }
   // Faults that the construction finds have priority.
-  if (!recipe.integration_fault.empty()) {
-    error = recipe.integration_fault;
+  if (!recipe.late_fault.empty()) {
+    error = recipe.late_fault;
     return RUN_BAD_INTEGRATION;
   }
 

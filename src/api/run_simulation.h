@@ -14,7 +14,7 @@ enum RunStatus : std::int32_t {
   RUN_STOPPED = 1,           // the model ended the run early
   RUN_GAVE_UP_ON_STEPS = 2,  // too many steps, or a step too small
   RUN_SINGULAR = 3,          // the matrix of the Newton iteration stayed singular
-  RUN_BAD_INTEGRATION = 4,   // ProcessRecipe::integration_fault
+  RUN_BAD_INTEGRATION = 4,   // ProcessRecipe::late_fault
   RUN_NOT_FINITE = 5,        // the state is not finite, under the staged scheme
   RUN_REJECTED = 6           // the integrator rejected its arguments
 };

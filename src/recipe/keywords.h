@@ -1,4 +1,4 @@
-// Keyword values of the recipe: a short table per element, compared without regard to the case of the letters A to Z.
+// Keywords of the recipe and their values, compared without regard to the case of the letters A to Z.
 #pragma once
 
 #include <cstdint>

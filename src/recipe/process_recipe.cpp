@@ -1,4 +1,4 @@
-// The stage records and the time axis: each stage is placed behind the one before it, checked, and compared with it.
+// The stage records and the time axis: each stage is placed after the previous one, checked, and compared with it.
 #include "recipe/process_recipe.h"
 
 #include <cmath>
@@ -10,8 +10,6 @@ namespace {
 
 // Two values count as equal when they differ by no more than this part of their sum.
 constexpr double RANGE_TOLERANCE = 1e-8;
-// Shortest stage, s. The reader's own limit is higher; this one refuses a record that was never filled.
-constexpr double TAU_MIN = 1e-8;
 
 bool differ(double a, double b) { return std::fabs(a - b) > RANGE_TOLERANCE * std::fabs(a + b); }
 
@@ -52,16 +50,13 @@ void PrePostStageRecord::set_times(double begin) {
   time.end = begin + tau;
 }
 
-bool ProcessRecipe::add_pre_stage(const PrePostStageRecord& stage, std::string& error) {
-  error.clear();
+void ProcessRecipe::add_pre_stage(const PrePostStageRecord& stage) {
   const double begin = pre_stages.empty() ? t0 : pre_stages.back().end_time();
   pre_stages.push_back(stage);
   pre_stages.back().set_times(begin);
-  return true;
 }
 
-bool ProcessRecipe::add_post_stage(const PrePostStageRecord& stage, std::string& error) {
-  error.clear();
+void ProcessRecipe::add_post_stage(const PrePostStageRecord& stage) {
   double begin = t0;
   if (!post_stages.empty()) {
     begin = post_stages.back().end_time();
@@ -72,7 +67,6 @@ bool ProcessRecipe::add_post_stage(const PrePostStageRecord& stage, std::string&
   }
   post_stages.push_back(stage);
   post_stages.back().set_times(begin);
-  return true;
 }
 
 bool ProcessRecipe::add_active_stage(const StageRecord& stage, std::string& error) {
@@ -90,7 +84,7 @@ bool ProcessRecipe::add_active_stage(const StageRecord& stage, std::string& erro
   added.set_times(begin);
 
   std::string reason;
-  if (!validate_stage(added, transport_model, reason)) {
+  if (!validate_stage(added, reason)) {
     error = "Active stage " + added.label + " is not set correctly. " + reason;
     return false;
   }
@@ -110,9 +104,8 @@ bool ProcessRecipe::add_active_stage(const StageRecord& stage, std::string& erro
   return true;
 }
 
-bool ProcessRecipe::validate_stage(const StageRecord& stage, std::int32_t /*stage_transport_model*/,
-                                   std::string& error) const {
-  if (stage.tau < TAU_MIN) {
+bool ProcessRecipe::validate_stage(const StageRecord& stage, std::string& error) const {
+  if (stage.tau <= 0.0) {
     error = "Stage duration is zero or not specified";
     return false;
   }

@@ -1,7 +1,7 @@
 // The recipe of one growth run: what is grown, with which constants and models, and three ordered lists of stages
 // on one time axis. Filled by read_recipe (recipe/read_recipe.h), copied by the growth model at construction.
 //
-// "Not specified" is told by a sentinel: -1 in an enumeration, -1.0 in a real, -1e20 in GR_average.
+// "Not specified" is a sentinel: -1 in an enumeration, -1.0 in a real, -1e20 in GR_average.
 #pragma once
 
 #include <array>
@@ -33,12 +33,10 @@ inline constexpr int N_BULK = 3;      // bulk species, the group-III nitrides
 inline constexpr int N_ADSORBED = 5;  // adsorbed species, and desorption constants
 inline constexpr double GR_NOT_SPECIFIED = -1e20;
 inline constexpr double TOLERANCE_DEFAULT = 1e-6;  // relative, of the staged scheme
-inline constexpr double TOLERANCE_MIN = 1e-10;
-inline constexpr double TOLERANCE_MAX = 1e-3;
-// A stress_state below this is a degree of relaxation, from it on a lattice constant in angstrom.
+// A stress_state below this is a degree of relaxation, otherwise a lattice constant in angstrom.
 inline constexpr double STRESS_STATE_IS_LATTICE = 1.0000000001;
 
-// A quantity that moves linearly from val, at the begin of a stage, to end.
+// A quantity that changes linearly during a stage, from val to end.
 struct ValueRange {
   double val = -1.0;
   double end = -1.0;
@@ -55,15 +53,15 @@ struct ValueRange {
 
 // One active stage of the process.
 struct StageRecord {
-  ValueRange time;                       // begin and end moment, s
-  std::string label;                     // element name: stage_3, or stage_3_2 for sub-stage 2 of periodic stage 3
-  std::string name;                      // the user's name
-  std::int32_t period = -1;              // -1 just read, 0 periodic parent (not added), from 1 on the period's number
-  double tau = -1.0;                     // duration, s
-  double GR_average = GR_NOT_SPECIFIED;  // prescribed growth rate, mkm/hr; InGaN_GR_X takes the number as nm/s
-  double XIn_average = -1.0;             // prescribed indium fraction
-  double XAl_average = 0.0;              // prescribed aluminium fraction
-  double thickness = 0.0;                // thickness grown, nm; summed up by the result writer
+  ValueRange time;                          // start and end, s
+  std::string label;                        // element name: stage_3, or stage_3_2 for sub-stage 2 of periodic stage 3
+  std::string name;                         // the user's name
+  std::int32_t period = -1;                 // -1 in single stages, otherwise the number of the period, from 1
+  double tau = -1.0;                        // duration, s
+  double GR_average = GR_NOT_SPECIFIED;     // prescribed growth rate, mkm/hr; InGaN_GR_X takes the number as nm/s
+  double XIn_average = -1.0;                // prescribed indium fraction
+  double XAl_average = 0.0;                 // prescribed aluminium fraction
+  double thickness = 0.0;                   // thickness grown, nm; summed up by the result writer
   std::int32_t disl_model = NOT_SPECIFIED;  // DislocationModel
   ValueRange rho_D;                         // dislocation density, cm^-2 (m^-2 in the model under V_dislocation)
   ValueRange T;                             // temperature, K
@@ -81,21 +79,21 @@ struct StageRecord {
   void set_times(double begin);
 };
 
-// A layer that exists before the process (pre-stage) or is added behind it (post-stage). Not integrated in time.
+// A layer that exists before the process (pre-stage) or is added after it (post-stage). Not integrated in time.
 struct PrePostStageRecord {
-  ValueRange time;                          // begin and end moment, s
+  ValueRange time;                          // start and end, s
   std::string label;                        // element name: pre_stage_2, post_stage_1
   std::string name;                         // the user's name
   std::int32_t period = -1;                 // stays -1
   double tau = -1.0;                        // duration, s
-  double GR_average = GR_NOT_SPECIFIED;     // average growth rate, mkm/hr; printed as it stands
+  double GR_average = GR_NOT_SPECIFIED;     // average growth rate, mkm/hr; only printed
   double X_In_average = -1.0;               // indium fraction
   double X_Ga_average = -1.0;               // gallium fraction
   double X_Al_average = -1.0;               // aluminium fraction
   double thickness = -1.0;                  // layer thickness, nm
   std::int32_t disl_model = NOT_SPECIFIED;  // DislocationModel
   double rho_D = -1.0;                      // dislocation density, cm^-2
-  double stress_state = -1.0;  // degree of relaxation, or from 1.0000000001 on the lattice constant, angstrom
+  double stress_state = -1.0;  // degree of relaxation, or from 1.0000000001 up the lattice constant, angstrom
   double a_lattice = -1.0;     // in-plane lattice constant, angstrom; computed
   double c_lattice = -1.0;     // out-of-plane lattice constant, angstrom; computed
   double eps_xx = -1.0;        // in-plane strain; computed
@@ -109,7 +107,7 @@ struct ProcessRecipe {
   std::vector<StageRecord> active_stages;  // in time order, periodic stages expanded
   std::vector<PrePostStageRecord> pre_stages;
   std::vector<PrePostStageRecord> post_stages;
-  double t0 = 0.0;               // begin time of the process, s
+  double t0 = 0.0;               // start of the process, s
   bool conditions_vary = false;  // a flow, T, P or omega_TDR changes inside a stage or between two
   std::int32_t material = NOT_SPECIFIED;
   std::int32_t stress_model = STRESS_OFF;
@@ -132,20 +130,21 @@ struct ProcessRecipe {
   std::array<double, N_BULK> K_plus_Tn{};
   std::int32_t scheme = SCHEME_continuous;  // IntegrationScheme
   double tolerance = TOLERANCE_DEFAULT;     // relative; without effect under SCHEME_continuous
-  std::string integration_fault;            // what is wrong with the element integration; the run reports it last
+  bool detail_output = false;               // further columns in the result file
+  std::string late_fault;                   // in the elements integration and output; the run reports it last
 
-  // Appends a copy of stage and places it behind the last record on the time axis. Always true; error is emptied.
-  bool add_pre_stage(const PrePostStageRecord& stage, std::string& error);
-  bool add_post_stage(const PrePostStageRecord& stage, std::string& error);
+  // Appends a copy of stage and places it after the last record on the time axis.
+  void add_pre_stage(const PrePostStageRecord& stage);
+  void add_post_stage(const PrePostStageRecord& stage);
 
-  // Appends a copy of stage behind the last active stage, validates it, and sets flows_vary of the copy and
+  // Appends a copy of stage after the last active stage, validates it, and sets flows_vary of the copy and
   // conditions_vary. False with the reason in error for a bad stage, which then is the last of the list.
   bool add_active_stage(const StageRecord& stage, std::string& error);
 
-  // Checks one stage: duration, times, temperature, pressure, flows. The transport model has no influence.
-  bool validate_stage(const StageRecord& stage, std::int32_t stage_transport_model, std::string& error) const;
+  // Checks that one stage has a duration, times, temperature, pressure and flows.
+  bool validate_stage(const StageRecord& stage, std::string& error) const;
 
-  // Checks what only the whole recipe shows. True with error empty, or false with the first fault.
+  // Checks the recipe as a whole. True with error empty, or false with the first fault.
   bool validate_recipe(std::string& error) const;
 };
 

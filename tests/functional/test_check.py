@@ -1,4 +1,4 @@
-"""vorlen check: every problem of a recipe, its place, and the first error the same as from runSurfChem."""
+"""vorlen check: every problem of a recipe with its place, and first the text of runSurfChem."""
 import ctypes
 import json
 import os
@@ -170,7 +170,7 @@ class Hints(Checks):
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
         self.assertRegex(problem["hint"], "^<stage_x> in line")
         problem = self.one_problem(('<n_stages val="4"/>', '<n_stages val="5"/>'))
-        self.assertEqual(problem["hint"], "the number of stages given in this element says that there is one")
+        self.assertEqual(problem["hint"], "the number of stages in this element requires it")
 
     def test_one_entry_for_a_count_that_is_too_high(self):
         problem = self.one_problem(('<n_stages val="2"/>', '<n_stages val="9000"/>'))
@@ -178,7 +178,7 @@ class Hints(Checks):
 
 
 class Warnings(Checks):
-    """What the library accepts without a message."""
+    """What the library silently ignores."""
 
     def expect(self, kind, hint, *replacements, base="ingan_gan_mqw"):
         problem = self.one_problem(*replacements, base=base)
@@ -190,7 +190,7 @@ class Warnings(Checks):
         self.expect("unknown-element", "", ("<material ", "<operator/><material "))
 
     def test_an_unknown_attribute(self):
-        self.expect("unknown-attribute", "read here: val", ('<tau val="70"/>', '<tau val="70" unit="s"/>'))
+        self.expect("unknown-attribute", "allowed: val", ('<tau val="70"/>', '<tau val="70" unit="s"/>'))
 
     def test_schema_attributes_of_the_root_are_accepted(self):
         self.assertEqual(self.problems((
@@ -203,12 +203,12 @@ class Warnings(Checks):
             'schematypens="http://relaxng.org/ns/structure/1.0"?>\n<NonstSurfChem>')), [])
 
     def test_characters_after_a_number(self):
-        problem = self.expect("trailing-characters", "write the number alone", ('<tau val="70"/>', '<tau val="12abc"/>'))
+        problem = self.expect("trailing-characters", "write only the number", ('<tau val="70"/>', '<tau val="12abc"/>'))
         self.assertIn('"12abc" of attribute val', problem["text"])
         self.assertIn("reads as 12", problem["text"])
         self.expect("trailing-characters", "the decimal separator is the point: 12.5",
                     ('<tau val="70"/>', '<tau val="12,5"/>'))
-        self.expect("trailing-characters", "whole number", ('<n_periods val="3"/>', '<n_periods val="3.7"/>'))
+        self.expect("trailing-characters", "this is an integer", ('<n_periods val="3"/>', '<n_periods val="3.7"/>'))
 
     def test_a_number_that_is_nan(self):
         problems = self.problems(('<cut_angle val="0.2"/>', '<cut_angle val="nan"/>'), base="ingan_v_defects")
@@ -218,20 +218,20 @@ class Warnings(Checks):
         problem = self.expect("duplicate", "the first one, in line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
         self.assertIn("stage_1_3:tau is not read", problem["text"])
 
-    def test_elements_of_models_that_are_not_selected(self):
-        self.expect("not-read", "read with V_dislocation alone",
+    def test_elements_of_models_that_are_not_chosen(self):
+        self.expect("not-read", "read only with V_dislocation",
                     ('<model val="none"/>', '<model val="none"/><X_ref val="0.1"/>'))
         self.expect("not-read", "model thick_GaN", ('<model val="fixed_thickness"/>',
                                                    '<model val="fixed_thickness"/><parameters/>'))
-        self.expect("not-read", "given alone", ('<disl_model val="inherited"/>',
+        self.expect("not-read", "only with disl_model given", ('<disl_model val="inherited"/>',
                                                '<disl_model val="inherited"/><rho_D val="1" end="1"/>'))
 
     def test_stages_above_their_number(self):
-        self.expect("not-read", "the number of stages in process_stages is 1",
+        self.expect("not-read", "n_stages is 1",
                     ('<n_stages val="2"/>', '<n_stages val="1"/>'))
 
     def test_a_name_of_a_periodic_stage(self):
-        self.expect("unknown-element", "it belongs into stage_1_1",
+        self.expect("unknown-element", "it belongs in stage_1_1",
                     ('<type val="periodic"/>', '<type val="periodic"/><name val="wells"/>'))
 
     def test_text_between_elements(self):
@@ -241,8 +241,8 @@ class Warnings(Checks):
         self.expect("misspelt-keyword", "did you mean V_dislocation?", ('<model val="none"/>',
                                                                       '<model val="V_dislocations"/>'))
 
-    def test_a_flow_of_a_metal_that_is_not_in_the_material(self):
-        problem = self.expect("flow-not-in-material", "grows its metal all the same",
+    def test_a_flow_of_a_metal_that_the_material_has_not(self):
+        problem = self.expect("flow-not-in-material", "grows its metal anyway",
                               ('<TMAl val="0" end="0"/>', '<TMAl val="0" end="0.1"/>'))
         self.assertEqual(problem["text"], "TMAl flows in stage_1_1, but the material is InGaN")
 
@@ -260,7 +260,7 @@ class Warnings(Checks):
             self.assertIn(f"acts as nm/s, not as {unit}\n", run.stdout)
 
     def test_a_first_stage_without_gallium(self):
-        problem = self.expect("no-gallium", "begin with a stage that has TMGa or TEGa",
+        problem = self.expect("no-gallium", "start with a stage that has TMGa or TEGa",
                               ('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>'))
         self.assertEqual(problem["stage"], "stage_1_1")
 
@@ -375,7 +375,7 @@ class ContinuousScheme(Checks):
     @staticmethod
     def stage(label, values):
         t_val, t_end, indium, gallium, aluminium = values
-        # A flow is one number, or start and end.
+        # A flow is one number, or its values at the start and the end.
         flows = {"TMIn": indium, "TMGa": 0, "TEGa": gallium, "TMAl": aluminium, "N2": 8000, "NH3": 8000, "H2": 0}
         pairs = {name: flow if isinstance(flow, tuple) else (flow, flow) for name, flow in flows.items()}
         return (f'<{label}><name val="{label}"/><tau val="30"/><T val="{t_val}" end="{t_end}"/>'
@@ -453,7 +453,7 @@ class ContinuousScheme(Checks):
                          [("hot-pause", "stage_3")])
         # Growth between two pauses separates them.
         self.assertEqual(self.found(grow(1030), pause(1030, 1045), grow(1045), pause(1045, 1060), grow(1060)), [])
-        # A process may start with a pause.
+        # A process may start with one.
         self.assertEqual(self.found(pause(1000, 1060), grow(1060)), [("hot-pause", "stage_1")])
 
     def test_one_warning_for_each_pause(self):
@@ -490,7 +490,7 @@ class ContinuousScheme(Checks):
         self.assertEqual(self.found(grow(1030, 0.2), grow(1030), grow(1030, 0.2), **relaxed), [], "no spacer")
         self.assertEqual(self.found(grow(1030, (0, 0.2)), grow(1030, 0.2), **relaxed), [], "a ramp of indium")
         self.assertEqual(self.found(grow(1030), grow(1030), **relaxed), [], "no indium")
-        # A pause is not a layer, and a ramp that starts without indium contains some.
+        # A pause is not a layer, and a ramp that starts without indium has some.
         self.assertEqual(self.found(self.pause(1030), grow(1030, 0.2), **relaxed), [])
         self.assertEqual(self.found(self.pause(1030), grow(1030), grow(1030), grow(1030, (0, 0.2)), **relaxed),
                          [("spacer", "stage_4")])
@@ -541,17 +541,17 @@ class ThePage(Checks):
         with open(os.path.join(SOURCE, "docs", "checking-a-recipe.md"), encoding="utf-8") as file:
             self.page = file.read()
 
-    def test_it_lists_the_kinds_in_the_sources(self):
+    def test_its_kinds_are_those_of_the_sources(self):
         documented = set()
         for line in re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \|", self.page.split("### For programs")[0], re.MULTILINE):
             documented.update(re.findall(r"`([a-z-]+)`", line))
         used = set()
         folder = os.path.join(SOURCE, "tools", "check")
         for name in os.listdir(folder):
-            if re.fullmatch(r"recipe_(reading|unread|process|check)\.cpp", name):
+            if re.fullmatch(r"recipe_(reading|unread|process|check|whole)\.cpp", name):
                 with open(os.path.join(folder, name), encoding="utf-8") as file:
-                    used.update(re.findall(r'(?:\berror\(|\bwarning\(|\bwarn\((?:\s*warnings,)?|kind =|Severity::\w+,)\s*"([a-z-]+)"',
-                                           file.read()))
+                    used.update(re.findall(r'(?:\badd\(reading,|\bwarn\((?:\s*warnings,)?|kind =|Severity::\w+,|^      \{)'
+                                           r'\s*"([a-z-]+)"', file.read(), re.MULTILINE))
         self.assertGreater(len(used), 15)
         self.assertEqual(documented, used)
 

@@ -80,7 +80,7 @@ class Timelines(InAFolder):
         self.assertIn('wéll "A"', text)
         stage_lines = lines[lines.index(heading):lines.index(heading) + 14]
         self.assertEqual(len({len(line) for line in stage_lines}), 1, "the columns are not aligned")
-        self.assertRegex(lines[0], r"^  pre-stage +name +begin, s")
+        self.assertRegex(lines[0], r"^  pre-stage +name +start, s")
         self.assertTrue(lines[-1].startswith("  post_stage_1"))
 
     def test_the_rotation_of_a_turbo_disc_is_shown(self):

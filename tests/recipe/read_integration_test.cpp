@@ -20,7 +20,7 @@ std::string text_with(const std::string& xml, Place place = Place::last) {
   return text.insert(text.find(before), xml);
 }
 
-// Reads a recipe with that element, which must not keep it from being read.
+// Reads a recipe with that element, which must not stop the reading.
 ReadOutcome read_with(const std::string& xml, Place place = Place::last) {
   ReadOutcome outcome = read_text(text_with(xml, place));
   EXPECT_EQ(outcome.status, 0);
@@ -29,7 +29,7 @@ ReadOutcome read_with(const std::string& xml, Place place = Place::last) {
   return outcome;
 }
 
-std::string fault_of(const std::string& xml) { return read_with(xml).recipe.integration_fault; }
+std::string fault_of(const std::string& xml) { return read_with(xml).recipe.late_fault; }
 
 ReadOutcome read_scheme(const std::string& word) { return read(RecipeBuilder().set("integration/scheme", word)); }
 
@@ -37,7 +37,7 @@ ReadOutcome read_tolerance(const std::string& text, const std::string& scheme = 
   return read(RecipeBuilder().set("integration/scheme", scheme).set("integration/tolerance", text));
 }
 
-// The double that follows value in the direction of other, with all its digits.
+// The next double after value towards other, with all its digits.
 std::string next_to(double value, double other) {
   char text[40];
   std::snprintf(text, sizeof text, "%.17g", std::nextafter(value, other));
@@ -53,7 +53,7 @@ TEST(ReadIntegration, IsContinuousWith1eMinus6WhenNothingIsGiven) {
     const ReadOutcome outcome = read_with(xml);
     EXPECT_EQ(outcome.recipe.scheme, SCHEME_continuous) << xml;
     EXPECT_EQ(outcome.recipe.tolerance, 1e-6) << xml;
-    EXPECT_EQ(outcome.recipe.integration_fault, "") << xml;
+    EXPECT_EQ(outcome.recipe.late_fault, "") << xml;
   }
 }
 
@@ -68,13 +68,13 @@ TEST(ReadIntegration, TheSchemeIsOneOfTwoWordsInAnyCase) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.recipe.scheme, c.value) << c.word;
     EXPECT_EQ(outcome.recipe.tolerance, 1e-6) << c.word;
-    EXPECT_EQ(outcome.recipe.integration_fault, "") << c.word;
+    EXPECT_EQ(outcome.recipe.late_fault, "") << c.word;
   }
 }
 
 TEST(ReadIntegration, AnyOtherWordIsNotRecognized) {
   for (const std::string word : {"xyz", "", "stage", "stagedd", " staged", "staged ", "0", "1"}) {
-    EXPECT_EQ(read_scheme(word).recipe.integration_fault, "Integration scheme \"" + word + "\" is not recognized");
+    EXPECT_EQ(read_scheme(word).recipe.late_fault, "Integration scheme \"" + word + "\" is not recognized");
   }
 }
 
@@ -84,26 +84,26 @@ TEST(ReadIntegration, TheToleranceIsReadUnderBothSchemesAndWithoutOne) {
   const ReadOutcome alone = read_with("<integration><tolerance val=\"2e-5\"/></integration>");
   EXPECT_EQ(alone.recipe.tolerance, 2e-5);
   EXPECT_EQ(alone.recipe.scheme, SCHEME_continuous);
-  EXPECT_EQ(alone.recipe.integration_fault, "");
+  EXPECT_EQ(alone.recipe.late_fault, "");
   EXPECT_EQ(read_tolerance(" 1e-5 relative").recipe.tolerance, 1e-5) << "as every number";
 }
 
 TEST(ReadIntegration, TheLimitsOfTheToleranceAreAllowedAndTheirNeighboursNot) {
   for (const std::string& inside :
        {std::string("1e-10"), std::string("1e-3"), std::string("0.001"), next_to(1e-10, 1.0), next_to(1e-3, 0.0)}) {
-    EXPECT_EQ(read_tolerance(inside).recipe.integration_fault, "") << inside;
+    EXPECT_EQ(read_tolerance(inside).recipe.late_fault, "") << inside;
   }
   for (const std::string& outside :
        {next_to(1e-10, 0.0), next_to(1e-3, 1.0), std::string("0"), std::string("-1e-6"), std::string("1"),
         std::string("inf"), std::string("-inf"), std::string("1e-400"), std::string("1e400")}) {
-    EXPECT_EQ(read_tolerance(outside).recipe.integration_fault, OUT_OF_RANGE) << outside;
-    EXPECT_EQ(read_tolerance(outside, "continuous").recipe.integration_fault, OUT_OF_RANGE) << outside;
+    EXPECT_EQ(read_tolerance(outside).recipe.late_fault, OUT_OF_RANGE) << outside;
+    EXPECT_EQ(read_tolerance(outside, "continuous").recipe.late_fault, OUT_OF_RANGE) << outside;
   }
 }
 
 TEST(ReadIntegration, ANaNToleranceIsOutOfRange) {
   for (const char* nan : {"nan", "-nan", "NaN"}) {
-    EXPECT_EQ(read_tolerance(nan).recipe.integration_fault, OUT_OF_RANGE) << nan;
+    EXPECT_EQ(read_tolerance(nan).recipe.late_fault, OUT_OF_RANGE) << nan;
   }
 }
 
@@ -113,7 +113,7 @@ TEST(ReadIntegration, AttributesAndNumbersHaveTheTextsOfAllElements) {
   EXPECT_EQ(fault_of("<integration><tolerance value=\"1e-5\"/></integration>"),
             "Attribute val of element NonstSurfChem:integration:tolerance is not found");
   for (const std::string text : {"", "abc", "e-6", ","}) {
-    EXPECT_EQ(read_tolerance(text).recipe.integration_fault,
+    EXPECT_EQ(read_tolerance(text).recipe.late_fault,
               "Failed to get real number from value \"" + text +
                   "\" of attribute val in element NonstSurfChem:integration:tolerance");
   }
@@ -130,7 +130,7 @@ TEST(ReadIntegration, OfTwoElementsWithOneNameTheFirstCounts) {
       "<integration><scheme val=\"staged\"/><scheme val=\"xyz\"/><tolerance val=\"1e-4\"/><tolerance/></integration>");
   EXPECT_EQ(schemes.recipe.scheme, SCHEME_staged);
   EXPECT_EQ(schemes.recipe.tolerance, 1e-4);
-  EXPECT_EQ(schemes.recipe.integration_fault, "");
+  EXPECT_EQ(schemes.recipe.late_fault, "");
   const ReadOutcome elements = read_with("<integration/><integration><scheme val=\"staged\"/></integration>");
   EXPECT_EQ(elements.recipe.scheme, SCHEME_continuous);
 }
@@ -150,7 +150,7 @@ TEST(ReadIntegration, OutsideOfItsElementNothingIsRead) {
   text.insert(text.find("<cut_angle"), "<integration><scheme val=\"staged\"/></integration>");
   const ReadOutcome outcome = read_text(text);
   EXPECT_EQ(outcome.recipe.scheme, SCHEME_continuous);
-  EXPECT_EQ(outcome.recipe.integration_fault, "");
+  EXPECT_EQ(outcome.recipe.late_fault, "");
 }
 
 // The faults of everything else are returned; that of the element is not even looked for then.
@@ -160,7 +160,7 @@ TEST(ReadIntegration, IsReadAfterEverythingElse) {
   const ReadOutcome outcome = read(recipe);
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.error, "Element NonstSurfChem:post_stages is not found");
-  EXPECT_EQ(outcome.recipe.integration_fault, "");
+  EXPECT_EQ(outcome.recipe.late_fault, "");
 }
 
 }  // namespace

@@ -76,13 +76,11 @@ inline void add(vorlen::ProcessRecipe& recipe, const vorlen::StageRecord& stage)
 }
 
 inline void add_pre(vorlen::ProcessRecipe& recipe, const vorlen::PrePostStageRecord& layer) {
-  std::string error;
-  recipe.add_pre_stage(layer, error);
+  recipe.add_pre_stage(layer);
 }
 
 inline void add_post(vorlen::ProcessRecipe& recipe, const vorlen::PrePostStageRecord& layer) {
-  std::string error;
-  recipe.add_post_stage(layer, error);
+  recipe.add_post_stage(layer);
 }
 
 // One GaN pre-stage with the lattice constant 3.189 (0 to 10 s, 0 to 100 nm), one active stage from 10 to 20 s.

@@ -1,7 +1,8 @@
-// The walk over a recipe against the library: for good recipes of every choice of models, with every element that is
-// read left out, every attribute left out and set to all sorts of values, its limits and their neighbours among them,
-// the first error is the library's own refusal, and there is none where the library accepts.
+// The report on a recipe against the library: for good recipes of every choice of models, with each element removed,
+// each attribute removed, and each attribute set to many values, among them its limits and the values next to them, the
+// first error is the text of the library, and there is none where the library accepts.
 #include "check/recipe_check.h"
+#include "check/recipe_reading.h"
 
 #include <gtest/gtest.h>
 
@@ -12,23 +13,22 @@
 #include "model/surfchem_nonst.h"
 #include "recipe/read_recipe.h"
 #include "recipe/xml_lookup.h"
-#include "check/recipe_reading.h"
 #include "support/recipe_builder.h"
 
 namespace vorlen_test {
 namespace {
 
-// The library's refusal of the file; empty when it would run it.
+// The text with which the library rejects the file; empty if it would run it.
 std::string refusal_of(const std::string& path) {
   vorlen::ProcessRecipe recipe;
   std::string error;
   if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) return error;
   std::int32_t err = 0;
   const vorlen::SurfChemNonst model(recipe, "", err);
-  return err != 0 ? model.error_text : recipe.integration_fault;
+  return err != 0 ? model.error_text : recipe.late_fault;
 }
 
-// The first error of the walk alone, which the library's verdict has no part in.
+// The first error found without setting up the model.
 std::string first_error_of(const std::string& path) {
   TiXmlDocument document(path.c_str());
   document.LoadFile();
@@ -36,7 +36,7 @@ std::string first_error_of(const std::string& path) {
   return reading.errors.empty() ? "" : reading.errors.front().text;
 }
 
-// Only the computation of the reference layer can tell this; the report takes it from the library.
+// Only the calculation of the reference layer shows this; the report takes it from the model.
 bool is_computed(const std::string& text) { return text.find("Refence diffusion coefficients") == 0; }
 
 std::string digits(double value) {
@@ -49,7 +49,7 @@ std::vector<std::string> values_for(const recipe::Row& row) {
   if (row.kind == recipe::Kind::text) return {"", "a name"};
   if (row.kind == recipe::Kind::keyword) {
     std::vector<std::string> words = {"", "abc", "Inherited", "periodic", "v_DISLOCATION", "InGaN_GR"};
-    words.insert(words.end(), row.keywords.begin(), row.keywords.end());
+    for (const vorlen::Keyword& keyword : row.keywords) words.emplace_back(keyword.text);
     return words;
   }
   std::vector<std::string> values = {"",      "abc", "-1",  "0",     "-0.0",  "2",     "0.5",
@@ -78,6 +78,7 @@ std::vector<std::string> base_recipes() {
     RecipeBuilder builder(options);
     builder.make_periodic(2, 2, 2).set("process_stages/stage_1/type", "single");
     builder.set("integration/scheme", "staged").set("integration/tolerance", "1e-6");
+    builder.set("output/detail", "true");
     bases.push_back(builder.text());
   }
   RecipeOptions unsupported;
@@ -100,7 +101,7 @@ void expect_same_verdict(const TiXmlDocument& document, const std::string& path,
   EXPECT_EQ(first_error_of(path), refusal) << what;
 }
 
-TEST(RecipeCheck, TellsTheLibrarysRefusalFirstForEveryFaultOfEveryElement) {
+TEST(RecipeCheck, ReportsTheLibrarysTextFirstForEveryFaultOfEveryElement) {
   const TempFolder folder;
   const std::string path = folder.path("recipe.xml");
   std::set<const recipe::Row*> met;
@@ -137,9 +138,9 @@ TEST(RecipeCheck, TellsTheLibrarysRefusalFirstForEveryFaultOfEveryElement) {
     }
   }
   EXPECT_GT(n_recipes, 3000u);
-  // Every row of the table has been put to the test.
+  // Every row of the table has been tested.
   for (const recipe::Row& row : recipe::rows()) {
-    // In a periodic stage the type is met by the row of single stages.
+    // The type of a periodic stage is read by the row of single stages.
     const bool is_type_of_periodic = row.section == recipe::Section::periodic && std::string(row.name) == "type";
     EXPECT_TRUE(met.count(&row) != 0 || is_type_of_periodic) << row.name;
   }
@@ -156,7 +157,7 @@ TEST(RecipeCheck, FindsNothingInGoodRecipes) {
                   .empty());
 }
 
-TEST(RecipeCheck, TellsTheFaultsOfAllStagesAndOfTheWholeAtOnce) {
+TEST(RecipeCheck, ReportsTheFaultsOfAllStagesAndOfTheWholeAtOnce) {
   RecipeBuilder builder({.n_stages = 3});
   builder.set("process_stages/stage_1/tau", "0").set("process_stages/stage_3/gas_species/Q/TMAl", "end", "-1");
   builder.set("stress/V_angle_05", "90").remove("process_stages/stage_2/T");
@@ -168,18 +169,18 @@ TEST(RecipeCheck, TellsTheFaultsOfAllStagesAndOfTheWholeAtOnce) {
                                              "Dislocation angle is beyond [0;90] degrees or not specified"}));
 }
 
-TEST(RecipeCheck, ReportsFaultsOfTheIntegrationAfterAllOthers) {
+TEST(RecipeCheck, ReportsFaultsOfIntegrationAndOutputAfterAllOthers) {
   RecipeBuilder builder;
-  builder.set("integration/scheme", "stagd").set("integration/tolerance", "0.1");
+  builder.set("integration/scheme", "stagd").set("integration/tolerance", "0.1").set("output/detail", "yes");
   builder.set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited").set("stress/X_ref", "2");
   builder.remove("pre_stages/pre_stage_1/dislocations/rho_D");
   std::vector<std::string> texts;
   for (const recipe::Problem& problem : problems_of(builder)) texts.push_back(problem.text);
-  EXPECT_EQ(texts,
-            (std::vector<std::string>{
-                "Reference solid composition for relaxation model is beyond [0;1] or not specified",
-                "Cannot inherit dislocation density for first pre-stage",
-                "Integration scheme \"stagd\" is not recognized", "Integration tolerance is beyond [1e-10;1e-3]"}));
+  EXPECT_EQ(texts, (std::vector<std::string>{
+                       "Reference solid composition for relaxation model is beyond [0;1] or not specified",
+                       "Cannot inherit dislocation density for first pre-stage",
+                       "Integration scheme \"stagd\" is not recognized", "Integration tolerance is beyond [1e-10;1e-3]",
+                       "Output detail \"yes\" is not recognized"}));
 }
 
 // Names of 64 KiB: 4096 of them are 256 MiB.

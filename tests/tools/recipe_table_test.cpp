@@ -1,11 +1,12 @@
-// The words that the cells of the table become, and how its names are found.
-#include "check/recipe_table.h"
+// Lookup in the table of the recipe, its cells in words, its defaults, and the tables of the page.
+#include "recipe/recipe_table.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <set>
 
+#include "check/recipe_words.h"
 #include "schema/recipe_files.h"
 
 namespace vorlen_test {
@@ -37,7 +38,7 @@ TEST(RecipeTable, FindsNumberedStages) {
   EXPECT_EQ(find_row(Section::stage, "t"), nullptr);
 }
 
-TEST(RecipeTable, TellsLimitsInWords) {
+TEST(RecipeTable, PutsLimitsIntoWords) {
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::stage, "tau")), "at least 1e-4");
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::stress, "V_angle_05")), "above 0 and below 89.99");
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::stage, "XIn_average")), "1e-10 to 0.99999");
@@ -47,18 +48,53 @@ TEST(RecipeTable, TellsLimitsInWords) {
   EXPECT_EQ(recipe::allowed_words(*find_row(Section::integration, "tolerance")), "1e-10 to 1e-3");
 }
 
-TEST(RecipeTable, TellsWhenAnElementIsRead) {
+TEST(RecipeTable, PutsConditionsIntoWords) {
   EXPECT_EQ(recipe::read_words(*find_row(Section::stage, "tau")), "required");
   EXPECT_EQ(recipe::read_words(*find_row(Section::Q_ref, "H2")), "model `thick_GaN`");
   EXPECT_EQ(recipe::read_words(*find_row(Section::stage_dislocations, "disl_model")), "unless `V_dislocation`");
-  EXPECT_EQ(recipe::read_words(*find_row(Section::integration, "scheme")), "optional");
+  EXPECT_EQ(recipe::read_words(*find_row(Section::integration, "scheme")), "optional, default `continuous`");
 }
 
-TEST(Limits, LetANotANumberPassWhereTheReaderDoes) {
+TEST(Limits, LetNaNPassWhereTheReaderDoes) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   EXPECT_TRUE(find_row(Section::stage, "tau")->limits.allows(nan));
   EXPECT_FALSE(find_row(Section::stress, "X_ref")->limits.allows(nan));
   EXPECT_FALSE(find_row(Section::integration, "tolerance")->limits.allows(nan));
+}
+
+TEST(RecipeTable, RowsOfASectionAreInTheOrderOfTheTable) {
+  const recipe::Row* next = recipe::rows().data();
+  for (int k = 0; k < static_cast<int>(Section::none); ++k) {
+    const auto section = static_cast<Section>(k);
+    EXPECT_FALSE(recipe::rows_of(section).empty()) << k;
+    for (const recipe::Row* row : recipe::rows_of(section)) {
+      EXPECT_EQ(row, next++);
+      EXPECT_EQ(row->section, section);
+    }
+  }
+  EXPECT_EQ(next, recipe::rows().data() + recipe::rows().size());
+  EXPECT_TRUE(recipe::rows_of(Section::none).empty());
+}
+
+// A record without the element has the value that the element with its default would give.
+TEST(RecipeTable, DefaultsAreThoseOfTheRecords) {
+  std::size_t n_defaults = 0;
+  for (const recipe::Row& row : recipe::rows()) {
+    if (*row.default_value == '\0') continue;
+    ++n_defaults;
+    EXPECT_EQ(row.condition, recipe::Condition::optional) << row.name;
+    vorlen::ProcessRecipe fresh;
+    recipe::Records records{.recipe = fresh};
+    const recipe::Field field = row.field(records);
+    std::int32_t word = 0;
+    if (row.kind == recipe::Kind::real) {
+      EXPECT_EQ(*field.numbers[0], std::stod(row.default_value)) << row.name;
+    } else {
+      ASSERT_TRUE(vorlen::find_keyword(row.keywords, row.default_value, word)) << row.name;
+      EXPECT_EQ(field.flag != nullptr ? std::int32_t{*field.flag} : *field.word, word) << row.name;
+    }
+  }
+  EXPECT_EQ(n_defaults, 4u);
 }
 
 TEST(RecipePage, HasItsTablesReplacedAndTheRestLeftAlone) {

@@ -1,4 +1,4 @@
-// vorlen check RECIPE...: all that is wrong with recipes, without running them.
+// vorlen check RECIPE...: every problem of recipes, without running them.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ struct CheckOptions {
   std::vector<std::string> recipes;
   std::string format = "text";
   bool strict = false;
-  std::vector<std::string> allowed;  // kinds of warnings that are left out
+  std::vector<std::string> allowed;  // kinds of warnings that are not reported
 };
 
 struct CheckedFile {
@@ -144,17 +144,17 @@ int check_recipes(const CheckOptions& options) {
 
 void add_check_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App* check = app.add_subcommand("check", "Tell all that is wrong with recipes, without running them");
+  CLI::App* check = app.add_subcommand("check", "Check recipes and report every problem, without running them");
   check->add_option("RECIPE", options->recipes, "Recipes, XML files")->required();
   check->add_option("--format", options->format, "text, or json for programs (default: text)")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"text", "json"}));
-  check->add_flag("--strict", options->strict, "Exit status 1 for warnings too");
-  check->add_option("--allow", options->allowed, "Leave out warnings of this kind; may be given several times")
+  check->add_flag("--strict", options->strict, "Exit status 1 also for warnings");
+  check->add_option("--allow", options->allowed, "Do not report warnings of this kind; may be repeated")
       ->type_name("KIND")
       ->expected(1);
   check->footer(
-      "Exit status: 0 without errors, 1 with errors, 2 for a faulty command line.\n"
+      "Exit status: 0 without errors, 1 with errors, 2 for an invalid command line.\n"
       "\nExample:\n  vorlen check --strict recipes/*.xml");
   check->callback([options, &status] { status = check_recipes(*options); });
 }

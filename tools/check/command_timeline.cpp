@@ -46,7 +46,7 @@ const ValueRange& flow_of(const StageRecord& stage, const Flow& flow) {
   return stage.Q[static_cast<std::size_t>(flow.species)];
 }
 
-// A time or duration: ten digits hide what the sum of many durations is off by.
+// A time or duration: ten digits hide the rounding error of the sum of many durations.
 std::string time_words(double value) { return fmt::format("{:.10g}", value); }
 std::string value_words(double value) { return fmt::format("{:.6g}", value); }
 
@@ -65,7 +65,7 @@ Row begin_row(const Record& stage) {
 }
 
 Table begin_table(const char* kind) {
-  return {{{kind, true}, {"name", true}, {"begin, s"}, {"end, s"}, {"duration, s"}}, {}};
+  return {{{kind, true}, {"name", true}, {"start, s"}, {"end, s"}, {"duration, s"}}, {}};
 }
 
 std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>& layers) {
@@ -81,7 +81,7 @@ std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>&
   return table_text(table, use_colour(stdout));
 }
 
-// Leaves out gases that never flow, and the rotation when no stage has one.
+// Without gases that never flow, and without the rotation when no stage has one.
 std::string stage_table(const std::vector<StageRecord>& stages) {
   std::vector<Flow> flows;
   for (const Flow& flow : FLOWS) {
@@ -116,7 +116,7 @@ std::string table_of(const ProcessRecipe& recipe) {
   return out;
 }
 
-// ---- Comma-separated values: all columns, all digits; what a layer does not have is empty
+// ---- Comma-separated values: all columns, all digits; a quantity that a layer does not have is empty
 
 void append_ramp(Row& row, const ValueRange& range) {
   row.push_back(range.undefined() ? "" : exact_number(range.val));
@@ -182,9 +182,10 @@ int show_timeline(const TimelineOptions& options) {
 
 void add_timeline_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<TimelineOptions>();
-  CLI::App* timeline = app.add_subcommand("timeline", "Show the stages of a recipe in time, periodic ones expanded");
+  CLI::App* timeline =
+      app.add_subcommand("timeline", "Show the stages of a recipe on the time axis, periodic ones expanded");
   timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required();
   timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
-  timeline->footer("A ramp is shown as begin -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
+  timeline->footer("A ramp is shown as start -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
   timeline->callback([options, &status] { status = show_timeline(*options); });
 }

@@ -9,7 +9,7 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 }  // namespace
 
 int edit_distance(std::string_view a, std::string_view b) {
-  // Rows of the table for the last two letters of a and the present one.
+  // Rows of the table for the previous two letters of a and the current one.
   std::vector<int> before(b.size() + 1);
   std::vector<int> above(b.size() + 1);
   std::vector<int> row(b.size() + 1);

@@ -1,5 +1,4 @@
-// The report on a recipe: the walk finds all that is wrong, and the library itself has the last word on the first
-// error.
+// The report on a recipe: what the reader finds, what the model finds when it is set up, and what both ignore.
 #include "check/recipe_check.h"
 
 #include <algorithm>
@@ -11,113 +10,83 @@
 #include "check/recipe_reading.h"
 #include "model/surfchem_nonst.h"
 #include "recipe/load_document.h"
-#include "recipe/read_recipe.h"
 
 namespace recipe {
 
 namespace {
 
-// How far the library comes with a recipe.
-struct Verdict {
-  bool file_read = false;
-  std::string text;             // of the refusal; empty when it is accepted
-  bool state_is_finite = true;  // the first state vector of the run
-};
-
-Verdict ask_library(const std::string& file) {
-  Verdict verdict;
-  vorlen::ProcessRecipe recipe;
-  const std::int32_t status = vorlen::read_recipe(file.c_str(), recipe, verdict.text);
-  verdict.file_read = status >= 0;
-  if (status != 0) return verdict;
-  std::int32_t err = 0;
-  vorlen::SurfChemNonst model(recipe, "", err);
-  verdict.text = err != 0 ? model.error_text : "";
-  if (err != 0) return verdict;
-  verdict.text = recipe.integration_fault;
-  std::array<double, vorlen::N_STATE_MAX> y{};
-  model.init_state(y.data());
-  verdict.state_is_finite =
-      std::all_of(y.begin(), y.begin() + model.n_state(), [](double v) { return std::isfinite(v); });
-  return verdict;
-}
-
 // The file as a whole can't be read. The parser knows the place of a fault in the text.
-Problem file_problem(const std::string& text, const TiXmlDocument& document) {
+Problem file_problem(const std::string& file, const TiXmlDocument& document) {
   Problem problem;
   problem.kind = "file";
-  problem.text = text;
-  const std::string_view reason = std::string_view(text).substr(text.find('\n') + 1);
+  TiXmlDocument with_tabs;  // the library's text counts tabs as several columns
+  vorlen::load_document(file.c_str(), with_tabs, problem.text);
+  const std::string_view reason = std::string_view(problem.text).substr(problem.text.find('\n') + 1);
   if (document.ErrorRow() > 0) {
     problem.line = document.ErrorRow();
     problem.column = document.ErrorCol();
   }
   if (reason.starts_with("Failed to open")) {
-    problem.hint = "check that the file is there and can be read, and that it is no folder";
+    problem.hint = "check that the file exists and can be read, and that it is not a folder";
   } else if (reason.starts_with("Elements are nested")) {
     problem.hint = "look for missing end tags";
   } else if (document.Error()) {
-    problem.hint = "the file is no well-formed XML";
+    problem.hint = "not well-formed XML";
   }
   return problem;
 }
 
-// A text comes to the host cut to what its buffer holds.
-void cut(std::string& text) {
-  if (text.size() >= VORLEN_ERROR_BUFFER_SIZE) text.resize(VORLEN_ERROR_BUFFER_SIZE - 1);
+// Sets up the model with a recipe that has no faults but predicted and late ones. What it rejects comes first.
+void check_model(const TiXmlDocument& document, Reading& reading) {
+  std::vector<Problem>& errors = reading.errors;
+  std::int32_t err = 0;
+  vorlen::SurfChemNonst model(reading.recipe, "", err);
+  if (err != 0) {
+    const auto predicted = std::find_if(errors.begin(), errors.end(),
+                                        [&model](const Problem& problem) { return problem.text == model.error_text; });
+    if (predicted != errors.end()) {
+      std::rotate(errors.begin(), predicted, predicted + 1);
+      return;
+    }
+    // What only the calculation of the reference layer shows.
+    const TiXmlElement& transport = *document.FirstChildElement("NonstSurfChem")->FirstChildElement("transport");
+    errors.insert(errors.begin(), problem_at(Severity::error, "model", transport, nullptr, {}, model.error_text,
+                                             "check the reference conditions of the transport model"));
+    return;
+  }
+  std::array<double, vorlen::N_STATE_MAX> y{};
+  model.init_state(y.data());
+  if (std::all_of(y.begin(), y.begin() + model.n_state(), [](double value) { return std::isfinite(value); })) return;
+  Problem problem;
+  problem.severity = Severity::warning;
+  problem.kind = "initial-state";
+  problem.text = "the initial state contains NaN or infinite values";
+  problem.hint = "check the constants, the pressure, and with thick_GaN the flows of Q_ref: it needs the carrier gases";
+  reading.warnings.push_back(problem);
 }
 
-// Puts the library's refusal first when the walk has not come upon it; the library accepts nothing that it has.
-void let_library_decide(const Verdict& verdict, const TiXmlDocument& document, std::vector<Problem>& errors) {
-  if (verdict.text.empty()) {
-    for (Problem& problem : errors) problem.severity = Severity::warning;
-    return;
-  }
-  const auto found = std::find_if(errors.begin(), errors.end(),
-                                  [&verdict](const Problem& problem) { return problem.text == verdict.text; });
-  if (found != errors.end()) {
-    std::rotate(errors.begin(), found, found + 1);
-    return;
-  }
-  // What only the computation of the reference layer shows.
-  const TiXmlElement* root = document.FirstChildElement("NonstSurfChem");
-  const TiXmlElement* place = root == nullptr ? nullptr : root->FirstChildElement("transport");
-  Problem problem;
-  if (place != nullptr) problem = problem_at(Severity::error, "", *place, nullptr, {}, "", "");
-  problem.kind = "model";
-  problem.text = verdict.text;
-  problem.hint = "check the reference conditions of the transport model";
-  errors.insert(errors.begin(), problem);
+// A host gets as much of a text as its buffer holds.
+void cut(std::string& text) {
+  if (text.size() >= VORLEN_ERROR_BUFFER_SIZE) text.resize(VORLEN_ERROR_BUFFER_SIZE - 1);
 }
 
 }  // namespace
 
 std::vector<Problem> check_recipe(const std::string& file) {
-  const Verdict verdict = ask_library(file);
   TiXmlDocument document;
   document.SetTabSize(1);  // columns count characters
-  std::string ignored;     // the library's own text has columns with wider tabs
-  const bool loaded = vorlen::load_document(file.c_str(), document, ignored);
-  if (!loaded || !verdict.file_read) return {file_problem(verdict.file_read ? ignored : verdict.text, document)};
+  std::string ignored;
+  if (!vorlen::load_document(file.c_str(), document, ignored)) return {file_problem(file, document)};
 
   Reading reading = read_all(document);
-  std::vector<Problem>& problems = reading.errors;
-  let_library_decide(verdict, document, problems);
-
   std::vector<Problem>& warnings = reading.warnings;
   warn_of_unread(document, reading, warnings);
   warn_of_process(reading, warnings);
-  if (!verdict.state_is_finite) {
-    Problem problem;
-    problem.severity = Severity::warning;
-    problem.kind = "initial-state";
-    problem.text = "the run begins with values that are no numbers";
-    problem.hint =
-        "check the constants, the pressure, and with thick_GaN the flows of Q_ref: it needs the carrier gases";
-    warnings.push_back(problem);
-  }
+  if (reading.model_is_next) check_model(document, reading);
   std::stable_sort(warnings.begin(), warnings.end(),
                    [](const Problem& a, const Problem& b) { return a.line < b.line; });
+
+  std::vector<Problem>& problems = reading.errors;
   problems.insert(problems.end(), warnings.begin(), warnings.end());
   for (Problem& problem : problems) cut(problem.text);
   return problems;

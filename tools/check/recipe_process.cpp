@@ -1,4 +1,4 @@
-// What is odd about a process that reads well: each of these has made runs fail, or grow what was not meant.
+// What is unusual about a process that could be read: each of these has made runs fail, or grow something unintended.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -16,9 +16,9 @@ namespace {
 
 using vorlen::ValueRange;
 
-constexpr double JUMP_MIN = 1.0;  // K; smaller ones, as from rounding to whole degrees, do no harm
-// A pause without metals from this temperature on, or one that heats up by more than this, brings the net growth rate
-// through 0, where the composition that the continuous scheme integrates has no value.
+constexpr double JUMP_MIN = 1.0;  // K; smaller ones, as from rounding to whole degrees, are harmless
+// In a pause without metals at this temperature or above, or one that heats up by more than this, the net growth rate
+// passes through 0, where the composition that the continuous scheme integrates is undefined.
 constexpr double HOT_MIN = 1150.0;    // K
 constexpr double HEATING_MIN = 20.0;  // K
 
@@ -50,45 +50,54 @@ void warn(std::vector<Problem>& warnings, const char* kind, const TiXmlElement& 
   warnings.push_back(problem_at(Severity::warning, kind, element, nullptr, place, std::move(text), std::move(hint)));
 }
 
-// A precursor whose metal the material does not name. Gallium without other metals grows GaN, the usual buffer and
+// A precursor whose metal is not part of the material. Gallium without other metals grows GaN, the usual buffer and
 // spacer of every alloy.
-bool foreign_flow(const std::string& material, const ReadStage& stage, std::size_t flow) {
+bool foreign_flow(std::int32_t material, const ReadStage& stage, std::size_t flow) {
   const auto flowing = [&stage](Flow k) { return largest(*stage.metals[k]) > 0.0; };
   if (!(largest(*stage.metals[flow]) > 0.0)) return false;
   switch (flow) {
     case TMIN:
-      return material == "AlGaN";
+      return material == vorlen::MATERIAL_AlGaN;
     case TMAL:
-      return material == "InGaN";
+      return material == vorlen::MATERIAL_InGaN;
     default:
-      return material == "AlInN" && (flowing(TMIN) || flowing(TMAL));
+      return material == vorlen::MATERIAL_AlInN && (flowing(TMIN) || flowing(TMAL));
   }
+}
+
+// The material as the table writes it; empty when it could not be read.
+const char* material_name(const Reading& reading) {
+  for (const vorlen::Keyword& keyword : find_row(Section::root, "material")->keywords) {
+    if (keyword.value == reading.recipe.material) return keyword.text;
+  }
+  return "";
 }
 
 void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
   for (const ReadStage& stage : reading.stages) {
     for (std::size_t k = 0; k < N_METAL_FLOWS && flows_known(stage); ++k) {
-      if (!foreign_flow(reading.material, stage, k)) continue;
+      if (!foreign_flow(reading.recipe.material, stage, k)) continue;
       warn(warnings, "flow-not-in-material", child_of(*stage.element, {"gas_species", "Q", METAL_FLOWS[k]}),
            stage.place,
-           fmt::format("{} flows in {}, but the material is {}", METAL_FLOWS[k], stage.place.label, reading.material),
-           "the flow grows its metal all the same; set it to 0 or name the material that is meant");
+           fmt::format("{} flows in {}, but the material is {}", METAL_FLOWS[k], stage.place.label,
+                       material_name(reading)),
+           "the flow grows its metal anyway; set it to 0 or correct the material");
     }
   }
 }
 
-// Heating or cooling from one stage to the next in no time, with nothing growing on one side: the integrator's steps
-// may become too small there.
-void warn_of_jump(const ReadStage& before, const ReadStage& behind, std::vector<Problem>& warnings) {
-  if (!before.T || !behind.T || !flows_known(before) || !flows_known(behind)) return;
+// Instantaneous heating or cooling between two stages, with nothing growing on one side: the integrator's steps may
+// become too small there.
+void warn_of_jump(const ReadStage& before, const ReadStage& after, std::vector<Problem>& warnings) {
+  if (!before.T || !after.T || !flows_known(before) || !flows_known(after)) return;
   const double from = before.T->end;
-  const double to = behind.T->val;
+  const double to = after.T->val;
   if (!(std::fabs(to - from) > JUMP_MIN)) return;
-  if (metal_flow(before, &ValueRange::end) > 0.0 && metal_flow(behind, &ValueRange::val) > 0.0) return;
-  warn(warnings, "temperature-jump", child_of(*behind.element, {"T"}), behind.place,
+  if (metal_flow(before, &ValueRange::end) > 0.0 && metal_flow(after, &ValueRange::val) > 0.0) return;
+  warn(warnings, "temperature-jump", child_of(*after.element, {"T"}), after.place,
        fmt::format("the temperature jumps from {} K at the end of {} to {} K in {} while nothing grows", from,
-                   before.place.label, to, behind.place.label),
-       "ramp it over 5 s or more, or use the staged scheme, which takes jumps as they are");
+                   before.place.label, to, after.place.label),
+       "ramp it over 5 s or more, or use the staged scheme, which has no difficulty with jumps");
 }
 
 // ---- What makes the continuous scheme fail
@@ -106,7 +115,7 @@ bool without_metals(const ReadStage& stage) {
 
 // How to choose the staged scheme in this recipe.
 std::string remedy(const Reading& reading) {
-  const TiXmlElement* integration = reading.integration;
+  const TiXmlElement* integration = reading.good_element(Section::root, "integration");
   const char* change = "add <integration><scheme val=\"staged\"/></integration> to the recipe";
   if (integration != nullptr && integration->FirstChildElement("scheme") == nullptr) {
     change = "add <scheme val=\"staged\"/> to the element integration";
@@ -164,7 +173,7 @@ void warn_of_hot_pauses(const Reading& reading, std::vector<Problem>& warnings) 
 
 // V-defects that open in indium-rich layers after a first layer without indium.
 void warn_of_spacer(const Reading& reading, std::vector<Problem>& warnings) {
-  if (!reading.stress_on.value_or(false)) return;
+  if (reading.recipe.stress_model != vorlen::STRESS_V_dislocation) return;
   const ReadStage* spacer = nullptr;
   for (const ReadStage& stage : reading.stages) {
     if (without_metals(stage)) continue;
@@ -183,14 +192,12 @@ void warn_of_spacer(const Reading& reading, std::vector<Problem>& warnings) {
 }
 
 void warn_of_continuous_scheme(const Reading& reading, std::vector<Problem>& warnings) {
-  if (reading.scheme != "continuous") return;
   warn_of_hot_pauses(reading, warnings);
   warn_of_spacer(reading, warnings);
-  const TiXmlElement* tolerance =
-      reading.integration == nullptr ? nullptr : reading.integration->FirstChildElement("tolerance");
-  if (tolerance == nullptr) return;
-  warn(warnings, "no-effect", *tolerance, {},
-       fmt::format("element {} has no effect with the continuous scheme", vorlen::element_full_name(tolerance)),
+  const auto tolerance = reading.outside_stages.find(find_row(Section::integration, "tolerance"));
+  if (tolerance == reading.outside_stages.end()) return;
+  warn(warnings, "no-effect", *tolerance->second, {},
+       fmt::format("element {} has no effect with the continuous scheme", vorlen::element_full_name(tolerance->second)),
        remedy(reading));
 }
 
@@ -199,9 +206,10 @@ void warn_of_continuous_scheme(const Reading& reading, std::vector<Problem>& war
 void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
   const std::vector<ReadStage>& stages = reading.stages;
   warn_of_flows(reading, warnings);
-  warn_of_continuous_scheme(reading, warnings);
-  for (std::size_t k = 0; k < stages.size(); ++k) {
-    if (reading.scheme != "continuous") continue;
+  const bool continuous = reading.recipe.scheme == vorlen::SCHEME_continuous &&
+                          reading.faulty.count(find_row(Section::integration, "scheme")) == 0;
+  if (continuous) warn_of_continuous_scheme(reading, warnings);
+  for (std::size_t k = 0; continuous && k < stages.size(); ++k) {
     if (k > 0) warn_of_jump(stages[k - 1], stages[k], warnings);
     if (stages[k].repeats_from >= 0) {
       warn_of_jump(stages[k], stages[static_cast<std::size_t>(stages[k].repeats_from)], warnings);
@@ -209,14 +217,13 @@ void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
   }
   if (stages.empty()) return;
   const ReadStage& first = stages.front();
-  const bool rate_prescribed = reading.transport_model == "InGaN_GR_X";
-  // Without gallium the model InGaN_GR_X refuses the recipe; an alloy without gallium needs none.
-  if (!rate_prescribed && reading.material != "AlInN" && flows_known(first) && !(largest(*first.metals[TMGA]) > 0.0) &&
-      !(largest(*first.metals[TEGA]) > 0.0)) {
-    warn(
-        warnings, "no-gallium", child_of(*first.element, {"gas_species", "Q"}), first.place,
-        fmt::format("the first stage, {}, has no gallium flow", first.place.label),
-        "the run begins from a surface of GaN, and its first steps may fail; begin with a stage that has TMGa or TEGa");
+  const bool rate_prescribed = reading.recipe.transport_model == vorlen::TRANSPORT_InGaN_GR_X;
+  // The model InGaN_GR_X rejects a recipe without gallium; an alloy without gallium needs none.
+  if (!rate_prescribed && reading.recipe.material != vorlen::MATERIAL_AlInN && flows_known(first) &&
+      !(largest(*first.metals[TMGA]) > 0.0) && !(largest(*first.metals[TEGA]) > 0.0)) {
+    warn(warnings, "no-gallium", child_of(*first.element, {"gas_species", "Q"}), first.place,
+         fmt::format("the first stage, {}, has no gallium flow", first.place.label),
+         "the run starts from a GaN surface, and its first steps may fail; start with a stage that has TMGa or TEGa");
   }
   if (rate_prescribed) {
     const TiXmlElement& rate = child_of(*first.element, {"GR_average"});

@@ -1,18 +1,21 @@
-// The walk over a recipe in the reader's order, which goes on behind a fault.
+// All that the library's reader finds in a recipe, with places and hints: the reader runs with a sink that collects
+// every fault.
 #pragma once
 
 #include <tinyxml.h>
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "check/recipe_check.h"
-#include "check/recipe_table.h"
+#include "check/recipe_words.h"
 #include "recipe/process_recipe.h"
 
 namespace recipe {
@@ -28,7 +31,6 @@ struct ReadElement {
   Section children = Section::none;
   const Row* row = nullptr;
   StagePlace place;
-  int stage_count = 0;  // of a list of stages: how many of them are read
 };
 
 enum Flow { TMIN, TMGA, TEGA, TMAL, N_METAL_FLOWS };
@@ -40,41 +42,48 @@ struct ReadStage {
   StagePlace place;
   std::optional<vorlen::ValueRange> T;
   std::array<std::optional<vorlen::ValueRange>, N_METAL_FLOWS> metals;
-  // Number in the recipe of the first stage of the sequence that begins anew behind this one; -1 for none.
+  std::int32_t disl_model = vorlen::NOT_SPECIFIED;
+  // Index of the first stage of the sequence that starts again after this stage; -1 for none.
   int repeats_from = -1;
 };
 
-// What the walk found. Elements stand in the document, which must outlive this.
+// What was found. Elements belong to the document, which must outlive this.
 struct Reading {
-  std::vector<Problem> errors;    // in the order of reading
+  vorlen::ProcessRecipe recipe;
+  std::vector<Problem> errors;    // in the order in which the library would report them
+  bool model_is_next = false;     // the library would set up the model: all errors are of the model, or late
   std::vector<Problem> warnings;  // about values that were read
+  std::vector<ReadStage> stages;  // single active stages in the order of the file, periods not repeated
   std::unordered_map<const TiXmlElement*, ReadElement> elements;
-  // The choices of the recipe, as the table writes them; empty when missing or not recognized.
-  std::optional<bool> stress_on;
-  std::string material, transport_model, reactor;
-  std::string scheme = "continuous";          // without the element too; empty when it is not recognized
-  const TiXmlElement* integration = nullptr;  // the element; null without it
-  std::vector<ReadStage> stages;              // single active stages in the order of the file, periods not repeated
+  std::map<const Row*, const TiXmlElement*> outside_stages;  // the elements of the rows that occur once
+  std::set<const Row*> faulty;                               // rows with a fault in an element
+  bool stress_known = false;                                 // stress:model could be read
+
+  // The element of a row that occurs once; null if it was not read, or with a fault.
+  const TiXmlElement* good_element(Section section, const char* name) const;
 };
 
-// True for a text of blanks, and for an empty one.
+// True for an empty text and for one of blanks alone.
 inline bool is_blank(const char* text) { return text[std::strspn(text, " \t\n\r\v\f")] == '\0'; }
 
-// Reads the document as far as it can be read.
+// Reads the document as far as it can be read, and checks it as a whole.
 Reading read_all(const TiXmlDocument& document);
 
-// Whether a condition holds: unknown when the choice it depends on could not be read.
-enum class Asked { yes, no, unknown };
-Asked asked(Condition condition, const Reading& reading);
+// Appends the faults that the library finds after reading: in the recipe as a whole, and when the model is set up.
+void check_recipe_as_a_whole(Reading& reading);
+void predict_model_faults(Reading& reading);
 
-// Appends what the library accepts in silence: elements, attributes and texts that are not read.
+// Appends what the library silently ignores: elements, attributes and texts that are not read.
 void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::vector<Problem>& warnings);
-// Appends what is odd about the process: flows that do not fit the material, jumps of temperature and the like, and
+// Appends what is unusual about the process: flows that do not fit the material, jumps of temperature and the like, and
 // what makes the continuous scheme fail.
 void warn_of_process(const Reading& reading, std::vector<Problem>& warnings);
 
 // A problem at an element, or at its attribute.
 Problem problem_at(Severity severity, const char* kind, const TiXmlElement& element, const char* attribute,
                    const StagePlace& place, std::string text, std::string hint);
+
+// "temperature of the surface: at least 1e-4 K"
+std::string value_hint(const Row& row);
 
 }  // namespace recipe

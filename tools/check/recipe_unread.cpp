@@ -1,4 +1,4 @@
-// What the library accepts in silence because it never looks at it: elements, attributes and texts that are not read.
+// What the library silently ignores: elements, attributes and texts that are not read.
 #include <fmt/core.h>
 
 #include <cstring>
@@ -13,19 +13,17 @@ namespace recipe {
 
 namespace {
 
-// The names of the stages in a list begin with this; "stage_2_" in the periodic stage_2.
+// The names of the stages in a list start with this; "stage_2_" in the periodic stage_2.
 std::string list_prefix(const Row& row, const TiXmlElement& list) {
   if (row.section == Section::periodic) return list.ValueStr() + "_";
   return {row.name, std::strlen(row.name) - 1};
 }
 
-// The row of a child, of lists of stages too; null for an unknown element.
-const Row* row_of_child(Section section, const TiXmlElement& parent, const TiXmlElement& child, int& number) {
-  number = 0;
+// The row of a child, also in lists of stages; null for an unknown element.
+const Row* row_of_child(Section section, const TiXmlElement& parent, const TiXmlElement& child) {
   for (const Row* row : rows_of(section)) {
     if (row->kind == Kind::stage_list) {
-      number = stage_number(list_prefix(*row, parent) + "#", child.Value());
-      if (number > 0) return row;
+      if (stage_number(list_prefix(*row, parent) + "#", child.Value()) > 0) return row;
     } else if (child.ValueStr() == row->name) {
       return row;
     }
@@ -35,10 +33,22 @@ const Row* row_of_child(Section section, const TiXmlElement& parent, const TiXml
 
 // Why an element of the table is not read here; empty when that is not known.
 std::string reason_of(const Row& row, const Reading& reading) {
-  if (row.condition == Condition::given) return "it is read beside given alone";
-  if (asked(row.condition, reading) != Asked::no) return "";
+  if (row.condition == Condition::given) return "it is read only with disl_model given";
+  if (asked(row.condition, reading.recipe, reading.stress_known) != Asked::no) return "";
   if (row.condition == Condition::stress_off) return "with V_dislocation the density follows from the last pre-stage";
-  return "read " + plain(condition_words(row.condition)) + " alone";
+  if (row.condition == Condition::stress_on) return "it is read only with V_dislocation";
+  return "it is read only with the transport " + plain(condition_words(row.condition));
+}
+
+// The number of stages that a list gives, as it is written there.
+std::string stage_count_words(Section section, const TiXmlElement& list) {
+  for (const Row* row : rows_of(section)) {
+    const TiXmlElement* count = list.FirstChildElement(row->name);
+    const bool is_count = row->kind == Kind::integer && row->refusal_above != nullptr;
+    const char* number = is_count && count != nullptr ? count->Attribute("val") : nullptr;
+    if (number != nullptr) return fmt::format("{} is {}", row->name, number);
+  }
+  return "";
 }
 
 struct Unread {
@@ -58,12 +68,12 @@ struct Unread {
 };
 
 void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& read) {
-  const std::vector<const char*> known = attributes_of(*read.row);
+  const std::span<const char* const> known = attributes_of(*read.row);
   for (const TiXmlAttribute* one = element.FirstAttribute(); one != nullptr; one = one->Next()) {
     const std::string_view name = one->Name();
     bool is_known = false;
     for (const char* attribute : known) is_known = is_known || name == attribute;
-    // What schemas and editors put there.
+    // Those of schemas and editors.
     if (is_known || name.starts_with("xml") || name.starts_with("xsi:")) continue;
     const std::string_view nearest = nearest_word(name, {known.begin(), known.end()});
     std::string hint;
@@ -72,7 +82,7 @@ void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& 
     } else if (known.empty()) {
       hint = "the element has no attributes";
     } else {
-      for (const char* attribute : known) hint += (hint.empty() ? "read here: " : ", ") + std::string(attribute);
+      for (const char* attribute : known) hint += (hint.empty() ? "allowed: " : ", ") + std::string(attribute);
     }
     warn("unknown-attribute", element, one->Name(), read.place,
          fmt::format("attribute {} of element {} is not read", name, vorlen::element_full_name(&element)), hint);
@@ -83,13 +93,12 @@ void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent
                            const TiXmlElement* first_of_name) {
   const std::string path = vorlen::element_full_name(&child);
   if (first_of_name != nullptr) {
-    if (reading.elements.count(first_of_name) == 0) return;  // the first one has its own warning
+    if (reading.elements.count(first_of_name) == 0) return;  // the first one has a warning already
     warn("duplicate", child, nullptr, read.place, fmt::format("a second element {} is not read", path),
-         fmt::format("the first one, in line {}, counts", first_of_name->Row()));
+         fmt::format("the first one, in line {}, is used", first_of_name->Row()));
     return;
   }
-  int number = 0;
-  const Row* row = row_of_child(read.children, parent, child, number);
+  const Row* row = row_of_child(read.children, parent, child);
   if (row == nullptr) {
     std::vector<std::string_view> names;
     for (const Row* known : rows_of(read.children)) {
@@ -99,18 +108,19 @@ void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent
     std::string hint = nearest.empty() ? "" : fmt::format("did you mean {}?", nearest);
     if (read.children == Section::root && find_row(Section::integration, child.Value()) != nullptr) {
       hint = "it belongs in integration";
+    } else if (read.children == Section::root && find_row(Section::output, child.Value()) != nullptr) {
+      hint = "it belongs in output";
     } else if (read.children == Section::periodic && find_row(Section::stage, child.Value()) != nullptr) {
-      hint = fmt::format("a periodic stage has none; it belongs into {}_1 and the other sub-stages", parent.Value());
+      hint = fmt::format("it belongs in {}_1 and the other sub-stages", parent.Value());
     } else if (read.row->kind != Kind::container && read.row->kind != Kind::stage_list) {
-      hint = "values stand in attributes";
+      hint = "values are given in attributes";
     }
-    warn("unknown-element", child, nullptr, read.place, fmt::format("element {} is not known and not read", path),
-         hint);
+    warn("unknown-element", child, nullptr, read.place, fmt::format("unknown element {} is ignored", path), hint);
     return;
   }
   if (row->kind == Kind::stage_list) {
     warn("not-read", child, nullptr, read.place, fmt::format("element {} is not read", path),
-         fmt::format("the number of stages in {} is {}", parent.Value(), read.stage_count));
+         stage_count_words(read.children, parent));
     return;
   }
   const std::string reason = reason_of(*row, reading);
@@ -122,14 +132,14 @@ void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent
 void Unread::look_at(const TiXmlElement& element) {
   const ReadElement& read = reading.elements.at(&element);
   look_at_attributes(element, read);
-  // A nested periodic stage, whose children mean nothing.
+  // A nested periodic stage, whose children have no meaning.
   if (read.row->kind == Kind::stage_list && read.children == Section::none) return;
   std::unordered_map<std::string_view, const TiXmlElement*> first_of_name;
   for (const TiXmlNode* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
     if (const TiXmlText* text = node->ToText(); text != nullptr && !is_blank(text->Value())) {
       Problem problem = problem_at(Severity::warning, "stray-text", element, nullptr, read.place,
                                    fmt::format("text in element {} is not read", vorlen::element_full_name(&element)),
-                                   "values stand in attributes");
+                                   "values are given in attributes");
       problem.line = text->Row();
       problem.column = text->Column();
       warnings.push_back(std::move(problem));
@@ -156,7 +166,7 @@ void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::
     }
     const std::string_view nearest = nearest_word(top->Value(), {"NonstSurfChem"});
     unread.warn("unknown-element", *top, nullptr, {},
-                fmt::format("element {} beside the root is not read", top->Value()),
+                fmt::format("element {} outside of the root is not read", top->Value()),
                 nearest.empty() || top->ValueStr() == nearest ? "a recipe has one root, NonstSurfChem"
                                                               : "did you mean NonstSurfChem?");
   }

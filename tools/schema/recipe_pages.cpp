@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "check/recipe_table.h"
+#include "check/recipe_words.h"
 #include "schema/recipe_files.h"
 #include "schema/result_columns.h"
 
@@ -26,6 +26,7 @@ constexpr Part PARTS[] = {
     {"stress", Section::root, "", "stress"},
     {"transport", Section::root, "", "transport"},
     {"integration", Section::root, "", "integration"},
+    {"output", Section::root, "", "output"},
     {"lists of stages", Section::root, "", "pre_stages"},
     {"lists of stages", Section::root, "", "process_stages"},
     {"lists of stages", Section::root, "", "post_stages"},

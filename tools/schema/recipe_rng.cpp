@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "check/recipe_table.h"
+#include "check/recipe_words.h"
 #include "schema/recipe_files.h"
 
 namespace recipe {
@@ -107,20 +107,23 @@ std::string any_case(std::string_view word) {
   return out;
 }
 
-Node words_pattern(std::span<const char* const> words) {
+Node words_pattern(std::span<const vorlen::Keyword> words) {
   std::string expression;
-  for (const char* word : words) expression += (expression.empty() ? "" : "|") + any_case(word);
+  for (const vorlen::Keyword& word : words) expression += (expression.empty() ? "" : "|") + any_case(word.text);
   return data("string", {facet("pattern", std::move(expression))});
 }
 
 // The words as documented, which editors can complete, or in other letters.
-Node words_type(std::span<const char* const> words) {
+Node words_type(std::span<const vorlen::Keyword> words) {
   Nodes forms;
-  for (const char* word : words) forms.push_back({"value", " type=\"string\"", {}, word});
+  for (const vorlen::Keyword& word : words) forms.push_back({"value", " type=\"string\"", {}, word.text});
   forms.push_back(words_pattern(words));
   return group("choice", std::move(forms));
 }
-Node word_type(const char* word) { return words_type({&word, 1}); }
+Node word_type(const char* word) {
+  const vorlen::Keyword keyword{word, 0};
+  return words_type({&keyword, 1});
+}
 
 Node number_type(const char* type, const Limits& limits) {
   Nodes facets;
@@ -238,10 +241,11 @@ const Switch* switch_of(Section section) {
 
 // The type of the switch's keyword when the dependent elements are not read.
 Node other_word_type(const Row& row, const char* word) {
-  if (*row.refusal == '\0') return data("string", {group("except", {words_pattern({&word, 1})})});  // any other text
-  std::vector<const char*> others;
-  for (const char* keyword : row.keywords) {
-    if (std::string_view(keyword) != word) others.push_back(keyword);
+  const vorlen::Keyword this_one{word, 0};
+  if (*row.refusal == '\0') return data("string", {group("except", {words_pattern({&this_one, 1})})});  // any other text
+  std::vector<vorlen::Keyword> others;
+  for (const vorlen::Keyword& keyword : row.keywords) {
+    if (std::string_view(keyword.text) != word) others.push_back(keyword);
   }
   return words_type(others);
 }

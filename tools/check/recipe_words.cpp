@@ -1,0 +1,99 @@
+// The table of the recipe in words.
+#include "check/recipe_words.h"
+
+#include <fmt/core.h>
+
+namespace recipe {
+
+namespace {
+
+std::string bounds_words(const Limits& limits) {
+  if (limits.shown != nullptr) return limits.shown;
+  if (limits.not_zero) return "not 0";
+  if (limits.low && limits.high && limits.low_inclusive && limits.high_inclusive) {
+    return number_words(*limits.low) + " to " + number_words(*limits.high);
+  }
+  std::string words;
+  if (limits.low) words = (limits.low_inclusive ? "at least " : "above ") + number_words(*limits.low);
+  if (limits.high) {
+    if (!words.empty()) words += " and ";
+    words += (limits.high_inclusive ? "at most " : "below ") + number_words(*limits.high);
+  }
+  return words.empty() ? "any" : words;
+}
+
+}  // namespace
+
+std::string number_words(double value) {
+  std::string words = fmt::format("{}", value);
+  // 1e-04 to 1e-4: as the texts of the library write it.
+  const std::size_t exponent = words.find("e-0");
+  if (exponent != std::string::npos) words.erase(exponent + 2, 1);
+  return words == "0.0001" ? "1e-4" : words;
+}
+
+std::string allowed_words(const Row& row) {
+  switch (row.kind) {
+    case Kind::container:
+    case Kind::stage_list:
+      return "";
+    case Kind::text:
+      return "any text, also empty";
+    case Kind::keyword: {
+      std::string words;
+      for (const vorlen::Keyword& word : row.keywords)
+        words += (words.empty() ? "`" : ", `") + std::string(word.text) + "`";
+      if (*row.refusal == '\0') words += ", or any other text";
+      return words;
+    }
+    default:
+      return bounds_words(row.limits);
+  }
+}
+
+std::string condition_words(Condition condition) {
+  switch (condition) {
+    case Condition::always:
+    case Condition::name_of_layer:
+      return "required";
+    case Condition::optional:
+      return "optional";
+    case Condition::stress_on:
+      return "with `V_dislocation`";
+    case Condition::stress_off:
+      return "unless `V_dislocation`";
+    case Condition::thick_GaN:
+      return "model `thick_GaN`";
+    case Condition::thick_GaN_TDR:
+      return "model `thick_GaN` with `TDR`";
+    case Condition::fixed_thickness:
+      return "model `fixed_thickness`";
+    case Condition::InGaN_GR_X:
+      return "model `InGaN_GR_X`";
+    case Condition::prescribed_rate:
+      return "models `InGaN_GR_X` and `InGaN_GR`";
+    case Condition::given:
+      return "with `given`";
+    case Condition::name_of_stage:
+      return "required, but optional with `V_dislocation`";
+  }
+  return "";
+}
+
+std::string read_words(const Row& row) {
+  if (*row.default_value != '\0') return fmt::format("optional, default `{}`", row.default_value);
+  if (row.condition != Condition::always) return condition_words(row.condition);
+  for (const Row& parent : rows()) {
+    if (parent.children == row.section && parent.kind == Kind::container) return read_words(parent);
+  }
+  return condition_words(Condition::always);
+}
+
+std::string plain(std::string_view markdown) {
+  std::string text(markdown);
+  std::erase(text, '`');
+  std::erase(text, '*');
+  return text;
+}
+
+}  // namespace recipe

@@ -1,0 +1,25 @@
+// The table of the recipe in words: limits, keywords and conditions as the documentation, the schemas and hints show
+// them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "recipe/recipe_table.h"
+
+namespace recipe {
+
+using namespace vorlen::recipe;
+
+// "at least 1e-4", "above 0 and below 89.99", "`InGaN`, `AlGaN`, ...", "any text, also empty".
+std::string allowed_words(const Row& row);
+// "required", "model `thick_GaN`", ...: when the element is read, given that its parent is there.
+std::string condition_words(Condition condition);
+// The same with the default of an optional value, and with the condition of the parent for a row without one.
+std::string read_words(const Row& row);
+// Without backticks and asterisks.
+std::string plain(std::string_view markdown);
+// A number in the shortest form: 1e-4, 0.99999, 1000.
+std::string number_words(double value);
+
+}  // namespace recipe
