@@ -8,10 +8,9 @@ namespace vorlen {
 
 namespace {
 
-constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
-// Bounds with a not-a-number in them exclude nothing: every comparison with them is false.
-constexpr CandidateBounds NO_BOUNDS = {NOT_A_NUMBER, NOT_A_NUMBER, NOT_A_NUMBER,
-                                       NOT_A_NUMBER, NOT_A_NUMBER, NOT_A_NUMBER};
+constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+// Bounds that are NaN exclude nothing: every comparison with them is false.
+constexpr CandidateBounds NO_BOUNDS = {NaN, NaN, NaN, NaN, NaN, NaN};
 
 bool usable(const CandidateBounds& b) {
   return !std::isnan(b.z_max + b.I0_min + b.I0_max + b.I1_max + b.w_min + b.w_max);

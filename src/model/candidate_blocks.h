@@ -1,5 +1,5 @@
-// Bounds on blocks of the history that let the search for z0 pass over candidates whose energy balance cannot be the
-// most negative one.
+// Bounds on blocks of candidate depths. With them the search for z0 (docs/physics.md, section 8) skips candidates whose
+// energy balance cannot be the most negative one.
 #pragma once
 
 #include <cstddef>
@@ -7,7 +7,7 @@
 
 namespace vorlen {
 
-// The lists of the history that the balance of a candidate is made from; all have at least the length asked for.
+// The lists that the balance of a candidate is computed from; all have at least the requested length.
 struct CandidateLists {
   const std::vector<double>& z;
   const std::vector<double>& h;
@@ -23,18 +23,18 @@ struct CandidateBounds {
   double w_min, w_max;
 };
 
-// Bounds on the blocks of 8, 64, 512, ... candidates, kept up with a history that grows at its end.
+// Bounds on the blocks of 8, 64, 512, ... candidates of lists that grow at their ends.
 class CandidateBlocks {
  public:
   static constexpr std::size_t FANOUT = 8;
 
-  // Takes in the candidates up to count. A count below the last one starts anew.
+  // Adds the candidates up to count. A count below the last one starts over.
   void extend(const CandidateLists& lists, std::size_t count, double z_start);
 
   // Forgets the candidates from count on.
   void truncate(std::size_t count);
 
-  // Calls skip(bounds) for the blocks that begin at candidate i and are complete, the largest first, until one is true.
+  // Calls skip(bounds) for the complete blocks that start at candidate i, the largest first, until it returns true.
   // Returns how many candidates that block holds, or 0.
   template <class Skip>
   std::size_t skipped_at(std::size_t i, Skip skip) const {

@@ -1,13 +1,13 @@
-// Lattice and strain: relaxed lattice constants of a composition (Vegard's law), the in-plane lattice that each layer
-// takes over from the layer under it, and the strain that follows from the two.
+// Lattice and strain, docs/physics.md, section 6: relaxed lattice constants of a composition (Vegard's law), the
+// in-plane lattice that each layer inherits from the layer below, and the strain that follows from the two.
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
 
 namespace {
 
-// Contraction along c for each part of in-plane strain in the chain of stages. A fixed number: the strain column eps_zz
-// takes 2 C13/C33 of the composition instead, so the two do not agree exactly.
+// Contraction along c over in-plane strain, in the chain of stages. A fixed number: the strain column eps_zz has
+// 2 C13/C33 of the composition instead, so the two do not agree exactly (docs/physics.md, section 6).
 constexpr double CHAIN_STRAIN_RATIO = 0.25;
 
 }  // namespace

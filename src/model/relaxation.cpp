@@ -1,12 +1,12 @@
-// Threading dislocations and the strain that they relieve. Inclined dislocations that meet react, so their density
-// falls with the thickness grown outside tension, w = z - z_start - h:
+// Threading dislocations and the strain that they relieve: the law of inclined dislocations (A. E. Romanov, J. S.
+// Speck, Applied Physics Letters 83, 2569 (2003)) with reactions, docs/physics.md, section 7. Dislocations that meet
+// react, so their density falls with the thickness grown outside tension, w = z - z_start - h:
 //   1/rho(w) = 1/rho(0) + L_TD tan(V) w
 //   relieved strain = 1/2 b tan(V) int rho dw = b/(2 L_TD) ln(1 + rho(0) L_TD tan(V) w).
-// Once V-defects have set in at z0, both laws start again there with two dislocations more for each defect.
-// docs/physics.md, section 7.
+// Once V-defects have opened at z0, both laws start again there with two more dislocations for each defect.
 //
-// The logarithm of relative_mismatch takes its factors in another order than those of the strain, and has other last
-// bits: the two share no product.
+// The logarithm of relative_mismatch takes its factors in another order than those of the strain, and differs in the
+// last bits: the two cannot share a product.
 #include <cmath>
 
 #include "model/dislocation_constants.h"
@@ -21,7 +21,11 @@ enum Row { ROW_H, ROW_I0, ROW_I1, ROW_J0_0, ROW_J0_1 };
 
 }  // namespace
 
-double modulus_M() { return 2.624e11 * 0.1 + 4.496e11 * 0.9; }
+// Of InN and GaN, Pa; average for 10 % indium (docs/physics.md, section 8).
+double modulus_M() {
+  constexpr double M_InN = 2.624e11, M_GaN = 4.496e11, X_In = 0.1;
+  return M_InN * X_In + M_GaN * (1.0 - X_In);
+}
 
 double SurfChemNonst::rho_TD_at(double rho, double z_at, double h_at) const {
   if (Z0_FOUND < z0 && z0 <= z_at && 0.0 < rho) {

@@ -11,7 +11,8 @@
 //   model/lattice.cpp         lattice and strain
 //   model/relaxation.cpp      dislocations and relaxation
 //   results/write_results.cpp and results/profiles.cpp: the result file
-// What only the subsystems above the model do with it are free functions of theirs, in strain/ and results/.
+// Operations that only strain/ needs are free functions there: accepted steps, and the opening and density of
+// V-defects.
 //
 // Units are SI with kilomoles: m, s, K, Pa, kmol/m^2, kmol/(m^2 s). Lattice constants are in angstrom, elastic
 // constants in GPa, flows in sccm. Strain is positive for in-plane stretching. Arrays of 14 are indexed by GasSpecies,
@@ -30,7 +31,6 @@
 #include <string>
 #include <vector>
 
-#include "model/candidate_blocks.h"
 #include "model/history.h"
 #include "model/residual_terms.h"
 #include "recipe/process_recipe.h"

@@ -22,8 +22,8 @@ constexpr double SAME_W = 1e-15;              // m
 // Of the surface.
 double w_above_z0(const SurfChemNonst& m) { return w_above_z0(m, m.z, m.h); }
 
-// Takes dh [m] grown in tension at the effective thickness w into the list, and its w dh into the integral. dh below 0
-// takes growth back from the end of the list.
+// Adds dh [m] grown in tension at the effective thickness w to the list, and w dh to the integral. A negative dh
+// removes growth from the end of the list.
 void add_tension(std::vector<TensionSegment>& list, double w, double dh, double& integral) {
   while (dh < 0.0 && !list.empty()) {
     TensionSegment& last = list.back();
@@ -35,7 +35,7 @@ void add_tension(std::vector<TensionSegment>& list, double w, double dh, double&
   }
   if (!(dh > 0.0)) return;
   integral += w * dh;
-  // In tension w is constant to rounding.
+  // In tension w is constant but for rounding.
   if (!list.empty() && std::abs(list.back().w - w) < SAME_W) {
     list.back().dh += dh;
   } else {
@@ -126,7 +126,7 @@ struct LowestBalance {
   double balance = std::numeric_limits<double>::infinity();
 };
 
-// Looks between left and right, too. Between knots the balance dips less than it rises to the neighbours.
+// Searches between left and right as well. Between knots the balance dips less than it rises to the neighbours.
 void look_between(const StagedLayer& layer, double left, double right, LowestBalance& lowest) {
   const double rise = std::max(balance_at(layer, left), balance_at(layer, right)) - lowest.balance;
   if (lowest.balance > rise) return;
@@ -141,7 +141,7 @@ LowestBalance lowest_balance(StagedLayer& layer) {
   const double highest = m.z - CANDIDATE_DEPTH;
   if (!(highest > z.front())) return {};
   // The lowest knot, even if the highest candidate is lower: the balance may be lower still beside the knot. It is
-  // nearly always the one of the last search, which leaves little to look through.
+  // nearly always that of the last search, which leaves little to search.
   std::size_t i = layer.lowest_knot < z.size() && z[layer.lowest_knot] <= highest ? layer.lowest_knot : 0;
   LowestBalance at_knot{z[i], balance_at(layer, z[i])};
   const Z0Search search = search_z0(m, lists_of(layer.film), z.size(), layer.film.candidate_blocks, at_knot.balance);
@@ -166,7 +166,7 @@ bool v_defects_open(StagedLayer& layer) {
 
 void open_v_defects(StagedLayer& layer) {
   SurfChemNonst& m = layer.model;
-  // A rounding may lie between the uppermost candidate and the start of the film.
+  // The uppermost candidate may be below the start of the film by a rounding error.
   m.z0 = std::max(lowest_balance(layer).z0, layer.film.z.front());
   const FilmPoint at_z0 = film_at(layer.film, m.z0);
   set_state_at_z0(m, at_z0.h, at_z0.J0_0, at_z0.J0_1);

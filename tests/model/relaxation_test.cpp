@@ -31,7 +31,7 @@ TEST(Relaxation, TheAngleIsConvertedToRadians) {
   EXPECT_DOUBLE_EQ(m->tan_V, 1.0);
 }
 
-TEST(Relaxation, AnAngleOf90DegreesIsRefusedBeforeItsCosineMatters) {
+TEST(Relaxation, AnAngleOf90DegreesIsRejectedBeforeItsCosineMatters) {
   ProcessRecipe recipe = small_recipe(STRESS_V_dislocation);
   recipe.V_angle_05 = 90.0;
   std::int32_t err = 0;
@@ -95,7 +95,7 @@ TEST(Relaxation, TheReciprocalOfTheDensityGrowsWithTheThicknessOutsideTension) {
       << "V-defects count from z0 on alone";
 }
 
-TEST(Relaxation, ADensityBelowTheLeastOneIsExactlyZero) {
+TEST(Relaxation, ADensityBelowTheSmallestOneIsExactlyZero) {
   const auto m = small_model(STRESS_V_dislocation);
   m->rho_TD0 = std::nextafter(1e-5, 0.0);
   EXPECT_EQ(m->rho_TD_at(0.0, m->z_start, 0.0), 0.0);
@@ -134,7 +134,7 @@ TEST(Relaxation, TheRelievedStrainIsTheIntegralOfTheDensityFromTheStart) {
   }
 }
 
-TEST(Relaxation, TheRelievedStrainIsTheIntegralOfTheDensityFromZ0On) {
+TEST(Relaxation, AboveZ0TheRelievedStrainIsTheIntegralOfTheDensityFromThere) {
   const auto m = model_with_defects();
   const double rho = 1e14;
   const double h = 7e-8;  // 20 nm more of tension
@@ -151,13 +151,13 @@ TEST(Relaxation, AtZ0TheDensityTakesTheDefectsTheStrainDoesNot) {
   // Density: z0 <= z.
   EXPECT_DOUBLE_EQ(m->rho_TD_at(1e14, z0, h), (2e14 + m->rho_TD_z0) * 1e-4);
   EXPECT_TRUE(close_to(m->rho_TD_z0 * 1e-4, m->rho_TD_at(1e14, std::nextafter(z0, 0.0), h)));
-  // Strain: z0 < z. A mark in the frozen strain tells which branch was taken.
+  // Strain: z0 < z. A mark in the frozen strain shows which branch was taken.
   m->eps_r_z0 = 0.5;
   EXPECT_LT(m->eps_relaxed(1e14, z0, h), 0.1);
   EXPECT_GE(m->eps_relaxed(1e14, std::nextafter(z0, 1.0), h), 0.5);
 }
 
-TEST(Relaxation, WithoutDefectsTheLawFromTheStartCarriesOnBehindZ0) {
+TEST(Relaxation, WithoutDefectsTheLawFromTheStartContinuesAboveZ0) {
   const auto m = model_with_defects();
   const double z = m->z0 + 1e-6;
   const double w = z - m->z_start - m->h_z0;
@@ -242,7 +242,7 @@ TEST(RelativeMismatch, BeforeZ0ItIsTheRelievedStrainInUnitsOfTheLattice) {
   EXPECT_TRUE(close_to(m->eps_relaxed(0.0, m->z, m->h) * scale - 1.0, m->relative_mismatch())) << "-1e-20 is not found";
 }
 
-TEST(RelativeMismatch, BehindZ0BothLogarithmsAddUp) {
+TEST(RelativeMismatch, AboveZ0BothLogarithmsAddUp) {
   const auto m = model_with_defects();
   m->z = m->z0 + 5e-7;
   m->h = 8e-8;

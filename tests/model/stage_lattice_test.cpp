@@ -1,6 +1,6 @@
 // The chain of lattice constants through pre-stages and post-stages.
 //
-// Expected numbers: the chain written out by hand in each test, with InN, GaN, AlN at a = 3.54, 3.189, 3.112 and
+// Expected numbers: the chain written out in each test, with InN, GaN, AlN at a = 3.54, 3.189, 3.112 and
 // c = 5.705, 5.185, 4.982 angstrom.
 #include <gtest/gtest.h>
 
@@ -35,7 +35,7 @@ std::unique_ptr<SurfChemNonst> chain(std::int32_t stress_model, const std::vecto
   return model_of(recipe);
 }
 
-// err and text of a construction that must be refused.
+// err and text of a construction that must be rejected.
 void expect_refused(const ProcessRecipe& recipe, const std::string& text) {
   std::int32_t err = 0;
   const SurfChemNonst model(recipe, "", err);
@@ -94,7 +94,7 @@ TEST(StageLattice, AStressStateOfOneRelaxesALaterLayerFully) {
   EXPECT_NEAR(m->pre_stages[1].eps_xx, 0.0, 3e-16);
 }
 
-TEST(StageLattice, AStressStateFromTheLimitOnIsALatticeConstant) {
+TEST(StageLattice, AStressStateAtOrAboveTheLimitIsALatticeConstant) {
   const double limit = 1.0000000001;
   const auto m = chain(
       STRESS_OFF, {layer(0.3, 0.3, 0.4, 3.2), layer(0, 0, 1, limit), layer(0, 1, 0, std::nextafter(limit, 0.0))}, {});
@@ -104,7 +104,7 @@ TEST(StageLattice, AStressStateFromTheLimitOnIsALatticeConstant) {
   EXPECT_NEAR(m->pre_stages[2].a_lattice, 3.189, 1e-9);
 }
 
-TEST(StageLattice, AFirstPreStageWithoutALatticeConstantIsRefused) {
+TEST(StageLattice, AFirstPreStageWithoutALatticeConstantIsRejected) {
   for (double stress_state : {0.0, 0.5, 1.0, std::nextafter(1.0000000001, 0.0)}) {
     ProcessRecipe recipe = bare_recipe(STRESS_OFF);
     add_pre(recipe, small_layer(stress_state));
@@ -126,7 +126,7 @@ TEST(StageLattice, AFirstPreStageCannotInheritItsDensity) {
   expect_refused(recipe, "Cannot inherit dislocation density for first pre-stage");
 }
 
-TEST(StageLattice, TheMissingLatticeConstantIsToldBeforeTheInheritedDensity) {
+TEST(StageLattice, TheMissingLatticeConstantIsReportedBeforeTheInheritedDensity) {
   ProcessRecipe recipe = bare_recipe(STRESS_OFF);
   add_pre(recipe, inheriting(small_layer(1.0)));
   add(recipe, small_stage(10.0));

@@ -1,4 +1,4 @@
-// The single-point layout of mode 1, byte for byte.
+// The single-point layout, byte for byte.
 #include <gtest/gtest.h>
 
 #include "results/written_file.h"
@@ -35,7 +35,7 @@ TEST_F(SinglePoint, WithoutReportedSpeciesAndHistoryTwoHeadingsAreLeft) {
   EXPECT_FALSE(model->out.is_open());
 }
 
-TEST_F(SinglePoint, WithReportedSpeciesTheirPressuresAndFluxesStandInTheFile) {
+TEST_F(SinglePoint, WithReportedSpeciesTheirPressuresAndFluxesAreInTheFile) {
   model->single_point.species = {TMGa_g, NH3_g};
   EXPECT_EQ(written(), "T P delta TMGa_g NH3_g \n1030 40000.5 1e-05 0.25 20000 \n\n" + HISTORY_HEADING +
                            "\nMolar fluxes: TMGa_g NH3_g \n"
@@ -74,7 +74,7 @@ TEST_F(SinglePoint, AClosedFileIsLeftAlone) {
   EXPECT_EQ(written(), "");
 }
 
-TEST_F(SinglePoint, ThePointsOfARunInThisModeAreWritten) {
+TEST_F(SinglePoint, ThePointsOfARunAreWritten) {
   accept(*model, 10.0, {.z = 1e-7, .x_b = {0.25, 0.75, 0.0}, .c_a = {1e-8, 2e-8, 3e-8, 4e-8, 5e-8}});
   accept(*model, 10.0 + 1e-6, {.z = 1e-7});
   const std::vector<std::string> lines = lines_of(written());

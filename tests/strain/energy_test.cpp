@@ -49,7 +49,7 @@ TEST(LoopEnergy, ItGrowsWithTheHeightAndItsLogarithm) {
   EXPECT_EQ(loop_energy(*m, 1e-7, 1e-7), 0.0);
 }
 
-TEST(LoopEnergy, TheBurgersVectorInTheLogarithmIsALiteral) {
+TEST(LoopEnergy, TheBurgersVectorInTheLogarithmIsFixed) {
   const auto m = small_model(STRESS_V_dislocation);
   const double before = loop_energy(*m, 2e-7, 1e-7);
   m->b_burgers *= 2.0;
@@ -77,7 +77,7 @@ TEST(FSegment, SmallArgumentsGiveZero) {
   EXPECT_EQ(F_segment(1e6, -1e-7), 0.0);
   EXPECT_EQ(F_segment(1.0, std::nextafter(1e-6, 0.0)), 0.0);
   EXPECT_EQ(F_segment(0.0, 1.0), 0.0);
-  // From the cut on the closed form is taken, with the rounding that it has there.
+  // Above the cut the closed form is used, with the rounding error that it has there.
   const double x = 1e-6;
   EXPECT_EQ(F_segment(1.0, x), 0.5 * x - 0.25 * x * x - std::log(x + 1.0) * 0.5 * (1.0 - x * x));
 }
@@ -97,7 +97,7 @@ struct WithDefects : testing::Test {
 using J2 = WithDefects;
 
 TEST_F(J2, WithoutAnyDislocationItIsZero) {
-  // A segment of a metre, so that its logarithm can tell the smallest k from zero.
+  // A segment of a metre, so that the smallest k still shows in its logarithm.
   m->segments.tensile = {{1.0, 2.0, 0.0}};
   m->rho_TD_z0 = 0.0;
   EXPECT_EQ(J2_of(*m, 0.0), 0.0);
@@ -161,7 +161,7 @@ TEST_F(J2, TheBalanceIsTheSumOfItsFourTerms) {
   m->J1 = 0.25;
   const double J2_value = J2_of(*m, 1e14);
   EXPECT_EQ(energy_balance(*m, 1.0, 1e14), 1.0 + -3.0 + 0.25 + J2_value);
-  // Added from left to right: a large first pair cancels before the small terms come.
+  // Summed from left to right: the large first pair cancels before the small terms are added.
   m->J0 = -1e20;
   EXPECT_EQ(energy_balance(*m, 1e20, 1e14), 0.25 + J2_value);
 }

@@ -1,4 +1,4 @@
-// Accepted steps: growth rate, depth segments, which points are recorded, and which list gets what.
+// Accepted steps: growth rate, depth segments, which points are recorded, and which lists grow.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -12,7 +12,7 @@ namespace {
 
 using namespace vorlen;
 
-constexpr double SPACING = 0.0009999999999;  // recorded points lie further apart, s
+constexpr double SPACING = 0.0009999999999;  // recorded points are further apart, s
 
 // No pre-stage, one stage from 0 to 10 s: times and depths are those of the step.
 std::unique_ptr<SurfChemNonst> model_from_zero(std::int32_t stress_model, const std::string& output_path = "") {
@@ -21,7 +21,7 @@ std::unique_ptr<SurfChemNonst> model_from_zero(std::int32_t stress_model, const 
   return model_of(recipe, output_path);
 }
 
-TEST(History, TheFirstPointIsTheInitialStateAtTheBeginWithoutGrowthRate) {
+TEST(History, TheFirstPointIsTheInitialStateAtTheStartWithoutGrowthRate) {
   const auto m = small_model(STRESS_OFF);
   accept(*m, 10.0, {.z = 1e-7});
   EXPECT_EQ(m->history.t, std::vector<double>{10.0});
@@ -78,7 +78,7 @@ TEST(History, APointExactlyAtTheSpacingIsNotRecordedTheNextNumberIs) {
   EXPECT_EQ(m->history.t.size(), 2u);
 }
 
-TEST(History, TheLastPointIsRecordedHoweverCloseItLies) {
+TEST(History, TheLastPointIsRecordedHoweverCloseItIs) {
   const auto m = model_from_zero(STRESS_OFF);
   ASSERT_EQ(m->t_end, 10.0);
   accept(*m, 0.0, {});
@@ -91,7 +91,7 @@ TEST(History, TheLastPointIsRecordedHoweverCloseItLies) {
   EXPECT_EQ(m->history.t.size(), 4u);
   EXPECT_EQ(m->history.t.back(), 10.0);
   accept(*m, 10.0 + 2e-10, {});
-  EXPECT_EQ(m->history.t.size(), 4u) << "nor is 2e-10 s behind it";
+  EXPECT_EQ(m->history.t.size(), 4u) << "nor is 2e-10 s after it";
 }
 
 TEST(History, TheCompositionIsKeptUnclipped) {
@@ -104,7 +104,7 @@ TEST(History, TheCompositionIsKeptUnclipped) {
   EXPECT_EQ(m->x_b_clip[1], 1.0);
 }
 
-TEST(History, InModeOneEveryStepIsRecordedWhileTheFileIsOpen) {
+TEST(History, UnderTheSinglePointLayoutEveryStepIsRecordedWhileTheFileIsOpen) {
   const TempFolder folder;
   const auto m = model_from_zero(STRESS_OFF, folder.path("out.txt"));
   m->single_point.selected = true;
@@ -117,7 +117,7 @@ TEST(History, InModeOneEveryStepIsRecordedWhileTheFileIsOpen) {
   EXPECT_EQ(m->history.t.size(), 3u);
 }
 
-TEST(History, InModeOneWithoutAFileNothingIsRecorded) {
+TEST(History, UnderTheSinglePointLayoutNothingIsRecordedWithoutAFile) {
   const auto m = model_from_zero(STRESS_OFF);
   m->single_point.selected = true;
   accept(*m, 0.0, {});
@@ -172,14 +172,14 @@ TEST(FileSegment, AnAdjoiningIntervalExtendsTheLastSegment) {
   append(2e-7, 3e-7, 9e-9);
   ASSERT_EQ(list.size(), 1u);
   EXPECT_EQ(list[0].z_to, 3e-7);
-  EXPECT_EQ(list[0].h_from, 3e-9) << "h of the segment's begin stays";
+  EXPECT_EQ(list[0].h_from, 3e-9) << "h at the start of the segment stays";
   append(3e-7 + 0.9e-14, 4e-7, 9e-9);
   EXPECT_EQ(list.size(), 1u) << "a gap below 1e-14 m";
   append(4e-7 + 1.1e-14, 5e-7, 9e-9);
   ASSERT_EQ(list.size(), 2u) << "a gap above 1e-14 m";
   EXPECT_EQ(list[1].h_from, 9e-9);
   append(1e-7, 1.5e-7, 0.0);
-  ASSERT_EQ(list.size(), 2u) << "the difference is signed: an interval far behind continues, too";
+  ASSERT_EQ(list.size(), 2u) << "the difference is signed: an interval far below continues the segment, too";
   EXPECT_EQ(list[1].z_to, 1.5e-7);
 }
 
@@ -197,7 +197,7 @@ TEST(FileSegment, AGapOfExactlyTheLimitStartsANewSegment) {
   EXPECT_EQ(list.size(), 1u);
 }
 
-TEST(History, StepsAreSortedByTheStrainThatTheResidualLeft) {
+TEST(History, StepsAreFiledByTheStrainOfTheLastTrialState) {
   const auto m = small_model(STRESS_V_dislocation);
   m->eps_xx_last_trial = 0.0;
   accept(*m, 10.0, {.z = 1e-7});
@@ -211,11 +211,11 @@ TEST(History, StepsAreSortedByTheStrainThatTheResidualLeft) {
   accept(*m, 10.0002, {.z = 1.2e-7, .h = 1e-9});
   ASSERT_EQ(m->segments.tensile.size(), 1u);
   EXPECT_EQ(m->segments.tensile[0].z_from, 1.1e-7);
-  EXPECT_EQ(m->segments.tensile[0].h_from, 0.0) << "h at the begin of the step";
+  EXPECT_EQ(m->segments.tensile[0].h_from, 0.0) << "h at the start of the step";
 
   m->eps_xx_last_trial = -1e-3;
   accept(*m, 10.0003, {.z = 1.3e-7, .h = 1e-9});
-  ASSERT_EQ(m->segments.relaxing.size(), 2u) << "the tensile interval has parted the compressive growth";
+  ASSERT_EQ(m->segments.relaxing.size(), 2u) << "the tensile interval separates the compressive ones";
   EXPECT_EQ(m->segments.relaxing[1].z_from, 1.2e-7);
   EXPECT_EQ(m->segments.relaxing[1].z_to, 1.3e-7);
   EXPECT_EQ(m->segments.relaxing[1].h_from, 1e-9);
@@ -247,7 +247,7 @@ struct GrowthWithDefects {
   }
 };
 
-TEST(History, TheIntegralsAreKeptUpToThePointAtWhichTheDefectsSetIn) {
+TEST(History, TheIntegralsAreKeptUpToThePointAtWhichDefectsOpen) {
   GrowthWithDefects growth;
   const SurfChemNonst& m = *growth.m;
   growth.grow(0, 2);
@@ -304,7 +304,7 @@ TEST(History, TheEnergyTermsWithDefectsAreThoseOfTheBalance) {
   EXPECT_EQ(m.history.deltaE.size(), m.history.t.size());
 }
 
-TEST(History, TheZeroFactorOfTheIntegralTermLetsANotANumberThrough) {
+TEST(History, TheZeroFactorOfTheIntegralTermLetsNaNThrough) {
   const auto m = small_model(STRESS_V_dislocation);
   m->detail_output = true;
   accept(*m, 10.0, {.z = 1e-7});

@@ -1,8 +1,8 @@
 // The search for the density of V-defects that brings the energy balance back to zero.
 //
-// The balance is made as simple as it can be: no loop energy, one tensile segment of effective thickness w, so that
+// The balance is as simple as possible: no loop energy, one tensile segment of effective thickness w, so that
 //   F(rho) = J0 + A ln(1 + 2 rho L_TD w)
-// rises from J0 and has its root where we put it. A bisection ends at the middle of an interval whose width tells how
+// rises from J0 and has its root where we put it. A bisection ends at the middle of an interval whose width shows how
 // often the bracket was halved: result = lower end + odd number * width / 2^(n+1).
 #include <gtest/gtest.h>
 
@@ -100,7 +100,7 @@ TEST_F(RootSearch, TheFirstTrialFromZeroIsTenToTheNine) {
   }
 }
 
-TEST_F(RootSearch, EachTrialIsTenTimesTheLastAndTheBracketLiesBetweenTwoOfThem) {
+TEST_F(RootSearch, EachTrialIsTenTimesTheLastAndTheBracketIsBetweenTwoOfThem) {
   // Widths 9e9, 9e12 and a tolerance of 1e-4 of the upper end: 0.9 / 2^14 is the first below 1e-4.
   for (double decade : {1e9, 1e10, 1e13}) {
     const double root = 3.21 * decade;
@@ -160,13 +160,13 @@ TEST_F(RootSearch, ABracketWithinTheToleranceIsNotHalved) {
   EXPECT_EQ(solve(), (99995e12 + 1e17) * 0.5);
 }
 
-TEST_F(RootSearch, ADensityThatIsNotANumberEndsWithTheLimitOfHalvings) {
-  // No comparison holds then, so nothing but the limit ends the loop.
+TEST_F(RootSearch, ADensityOfNaNEndsAtTheLimitOfHalvings) {
+  // No comparison holds then, so only the limit ends the loop.
   m->rho_VD = std::numeric_limits<double>::quiet_NaN();
   EXPECT_TRUE(std::isnan(solve()));
 }
 
-TEST_F(RootSearch, ABalanceThatIsNotANumberGivesTheCap) {
+TEST_F(RootSearch, ABalanceOfNaNGivesTheCap) {
   m->J0 = std::numeric_limits<double>::quiet_NaN();
   m->rho_VD = 0.0;
   EXPECT_EQ(solve(), CAP);

@@ -1,5 +1,5 @@
 // V-defects of the staged scheme. A film is grown on paper along a path of heights and of thickness grown in tension;
-// the balance is then summed over segments of a thousandth of the path, apart from the code's closed forms:
+// the balance is then summed over segments of a thousandth of the path, independently of the closed forms of the code:
 //   J0 = int S (w - w_z0) dz,  J1 = 2 M b tan(V) eps_r_z0 int w dz,  J2 = M b^2 tan(V) / L_TD int w ln(1 + k w) dz
 // with w = z - z0 - (h - h_z0) above z0.
 #include "strain/v_defect_density.h"
@@ -335,7 +335,7 @@ TEST(VDefectOpening, IsWhereAScanOfAllDepthsFindsTheLowestBalance) {
         ASSERT_EQ(lowest.balance < 0.0, opened) << i;
       }
       ASSERT_TRUE(opened);
-      // Some growth more, to a minimum clear of rounding.
+      // A little more growth, to a minimum well above rounding errors.
       g.grow(step, 0.0, 4);
       const Lowest lowest = scan(g, 20000);
       open_v_defects(g.e);
@@ -391,7 +391,7 @@ TEST(VDefectOpening, ACandidateThreeBurgersVectorsBelowTheSurfaceCounts) {
   EXPECT_EQ(z_knot, m.z0);
 }
 
-TEST(VDefectOpening, AKnotNearerToTheSurfaceDoesNotCount) {
+TEST(VDefectOpening, AKnotCloserToTheSurfaceDoesNotCount) {
   GrownFilm g;
   SurfChemNonst& m = *g.model;
   const double z_knot = m.z_start + 10.0 * NM;

@@ -1,4 +1,4 @@
-// The depth at which the V-defects set in, what is frozen there, and the update of the balance from then on.
+// The depth at which V-defects open, what is frozen there, and the update of the balance from then on.
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -36,7 +36,7 @@ std::unique_ptr<SurfChemNonst> model_with_history(const std::vector<double>& dep
 
 TEST(FindZ0, TheDepthWithTheMostNegativeBalanceIsTaken) {
   const auto m = model_with_history({1.0e-7, 1.1e-7, 1.2e-7, 1.3e-7, 1.4e-7}, 1.5e-7, 0.0);
-  // Integral terms that outweigh the loop energy of some 1e-15 J/m at the third point most.
+  // Integral terms that outweigh the loop energy of about 1e-15 J/m, most of all at the third point.
   m->history.I1 = {0.0, 1e-13, 3e-13, 2e-13, 0.0};
   find_z0(*m);
   EXPECT_EQ(m->z0_index, 2u);
@@ -50,7 +50,7 @@ TEST(FindZ0, TheIntegralTermTakesTheEffectiveThicknessOfTheCandidate) {
   EXPECT_TRUE(close_to((4e-13 - 5e-14) - (7e-6 - 2e-6) * 3e-8, K1_of(*m, 1.4e-7, 1e-8, 2e-6, 5e-14), 1e-12));
 }
 
-TEST(FindZ0, ACandidateLiesThreeBurgersVectorsBelowTheSurface) {
+TEST(FindZ0, ACandidateIsThreeBurgersVectorsBelowTheSurface) {
   const double z = 1.5e-7;
   const double limit = z - LEAST_DEPTH;
   const auto at = model_with_history({limit}, z, -1.0);
@@ -69,7 +69,7 @@ TEST(FindZ0, GrowthThinnerThanThatNeverGivesACandidate) {
 }
 
 TEST(FindZ0, TheSearchStopsAtTheFirstDepthTooCloseToTheSurface) {
-  // Etched back: a later point lies deeper again.
+  // Etched back: a later point is deeper again.
   const auto m = model_with_history({1.5e-7, 1.0e-7}, 1.5e-7, -1.0);
   find_z0(*m);
   EXPECT_EQ(m->z0, -1e-9);
@@ -104,7 +104,7 @@ TEST(FindZ0, AnEmptyHistoryGivesNothing) {
   EXPECT_EQ(m->z0, -1e-9);
 }
 
-TEST(FindZ0, AThicknessThatIsNotANumberReadsNothingBehindTheLists) {
+TEST(FindZ0, AThicknessOfNaNReadsNothingPastTheEndOfTheLists) {
   const auto m = model_with_history({1e-7, 1.1e-7}, std::numeric_limits<double>::quiet_NaN(), 0.0);
   // As in a recorded step: time and depth hold the current point already, the others do not.
   m->history.t.push_back(1.0);
@@ -116,7 +116,7 @@ TEST(FindZ0, AThicknessThatIsNotANumberReadsNothingBehindTheLists) {
   EXPECT_EQ(m->z0, -1e-9);
 }
 
-// Defects that set in at the second of three points, 300 nm above the start.
+// Defects that open at the second of three points, 300 nm above the start.
 struct Start : testing::Test {
   std::unique_ptr<SurfChemNonst> m = model_with_history({1e-7, 4e-7, 5e-7}, 6e-7, 0.0);
   Start() {
@@ -164,7 +164,7 @@ TEST_F(Start, SegmentsBelowZ0DoNotCount) {
   m->segments.relaxing = {{1e-7, 2e-7, 0.0}, {3e-7, 4e-7, 1e-9}};
   m->segments.tensile = {{2e-7, 3e-7, 0.0}};
   start_V_defects(*m);
-  EXPECT_EQ(m->segments.relaxing_first, 2u) << "a segment that ends at z0 lies below it";
+  EXPECT_EQ(m->segments.relaxing_first, 2u) << "a segment that ends at z0 is below it";
   EXPECT_EQ(m->segments.tensile_first, 1u);
   EXPECT_EQ(m->segments.relaxing[1].z_from, 3e-7);
   EXPECT_EQ(m->segments.tensile[0].z_from, 2e-7);
@@ -180,7 +180,7 @@ TEST_F(Start, ACompressiveSegmentAcrossZ0IsCutThere) {
   EXPECT_EQ(m->segments.relaxing[2].z_from, 5.5e-7) << "only the first one that counts is touched";
 }
 
-TEST_F(Start, ACompressiveSegmentAboveZ0StaysWhereItBegins) {
+TEST_F(Start, ACompressiveSegmentAboveZ0StaysWhereItStarts) {
   m->segments.relaxing = {{4.5e-7, 5e-7, 1e-9}};
   start_V_defects(*m);
   EXPECT_EQ(m->segments.relaxing_first, 0u);
@@ -203,7 +203,7 @@ TEST_F(Start, ATensileSegmentAboveZ0IsMovedDownToIt) {
   EXPECT_EQ(m->segments.tensile[1].z_from, 5.5e-7);
 }
 
-// Behind the start, one step from 500 to 600 nm; the balance is positive, so that the density stays.
+// After the opening, one step from 500 to 600 nm; the balance is positive, so the density stays.
 struct Update : Start {
   Update() {
     start_V_defects(*m);
@@ -230,7 +230,7 @@ TEST_F(Update, CompressiveGrowthAddsTheIntegralOfTheThicknessAboveZ0) {
   EXPECT_TRUE(close_to(relieved_stress() * (1.5e-7 - 1e-8) * 1e-7, m->J1, 1e-12));
 }
 
-TEST_F(Update, TensileGrowthAddsWithTheThicknessAtTheBeginOfTheStep) {
+TEST_F(Update, TensileGrowthAddsWithTheThicknessAtTheStartOfTheStep) {
   update_V_defects(*m, std::numeric_limits<double>::denorm_min());
   EXPECT_TRUE(close_to(relieved_stress() * (1e-7 - 1e-8) * 1e-7, m->J1, 1e-12));
 }
