@@ -100,7 +100,7 @@ TEST(Allocation, NoMatrixCaseAllocates) {
   }
 }
 
-TEST(Allocation, ARefusedCallDoesNotAllocateEither) {
+TEST(Allocation, ARejectedCallDoesNotAllocateEither) {
   IntegratorCall call = Hires();
   call.Iwork(2) = -1;
   call.SizeArrays();
