@@ -23,7 +23,8 @@ namespace vorlen::radau {
 // ---- 1. Results ----------------------------------------------------------------------------------------------------
 
 // Positive: the run did what was requested. Negative: it did not. After BAD_... and OUT_OF_MEMORY no callback was
-// called and the state is unchanged; after the others the state holds the last accepted point.
+// called and x, y and step are unchanged; after the others they hold the last accepted point, after NOT_FINITE the
+// point that is not finite.
 enum class Result : std::int32_t {
   REACHED_END = 1,  // x_end reached
   STOPPED = 2,      // the step callback returned Next::STOP
@@ -138,7 +139,8 @@ struct Options {
   // Matrices
   Shape jacobian_shape;           // full, or band
   Shape mass_shape = Diagonal();  // read when Problem::mass is given; bandwidths not above those of the Jacobian
-  bool hessenberg = false;        // reduce each Jacobian to Hessenberg form: full Jacobian, no mass matrix, no blocks
+  bool hessenberg = false;  // reduce each Jacobian to Hessenberg form: full Jacobian without mass matrix and blocks; no
+                            // effect for n <= 2
 
   // Block structure: the first block_count equations are y_i' = y_(i + block_stride) and are eliminated beforehand.
   std::int32_t block_count = 0;   // 0: none
@@ -185,7 +187,7 @@ struct State {
 
 // ---- 6. Workspace, integration, dense output -----------------------------------------------------------------------
 
-// Number of elements that a run needs. Both are 0 when problem or options are bad.
+// Number of elements that a run needs. Both are 0 when problem or options are bad, or the problem is too large.
 struct WorkspaceSize {
   std::int64_t reals = 0;
   std::int64_t integers = 0;
@@ -199,7 +201,8 @@ struct Workspace {
   std::int64_t integer_count = 0;
 };
 
-// Size of the workspace for a problem; reads n, mass, the shapes, block_count, block_stride and the tolerance arrays.
+// Size of the workspace for a problem. Depends on n, the shapes, the blocks, and on whether Problem::mass and an array
+// of tolerances are given.
 WorkspaceSize RequiredWorkspace(const Problem& problem, const Options& options);
 
 // Integrates from state.x to x_end, which may be below state.x, and updates the state. Allocates nothing.
