@@ -59,7 +59,7 @@ def test_over_time_the_curves_are_the_columns_of_the_result() -> None:
     for axis, label, values in (
         (composition, "In", rows["x_in"]),
         (strain, "at growth (t)", 100 * rows["eps_xx_t"]),
-        (strain, "in the end (z)", 100 * rows["eps_xx_z"]),
+        (strain, "finished (z)", 100 * rows["eps_xx_z"]),
         (densities, "dislocations (t)", rows["rho_td_t"]),
         (densities, "dislocations (z)", rows["rho_td_z"]),
     ):

@@ -169,7 +169,7 @@ def test_a_sweep_under_another_scheme_runs_all_rows_again(tmp_path: Path) -> Non
         assert {scheme_of(Path(path).read_bytes()) for path in table.recipe_file} == {scheme or "continuous"}
     before = stamps(folder)
     assert len(sweep(folder, "staged", 3)) == 3 and len(changed_rows(folder, before)) == 3
-    with pytest.raises(ValueError, match="holds a sweep with another recipe"):
+    with pytest.raises(ValueError, match="holds a sweep with a different recipe"):
         vorlen.sweep(PLAIN_LAYER, {T: [900]}, out=folder, scheme="continuous", progress=False)
 
 

@@ -84,8 +84,8 @@ def test_the_tornado_has_the_strongest_on_top_and_bars_from_the_base(table, tmp_
         (["process_stages/stage_7/T"], "has no process_stages/stage_7/T"),
         (["material"], "only numbers can be varied"),
         (["chemistry/Kd_In"], "only numbers can be varied"),
-        ([STAGE + "gas_species/Q/TMGa"], "a change of 0 shows nothing"),
-        ([], "no parameter"),
+        ([STAGE + "gas_species/Q/TMGa"], "can't change by 0; state the change"),
+        ([], "at least one parameter"),
     ],
 )
 def test_what_can_not_be_varied_is_rejected_with_a_reason(recipe, parameters, text):

@@ -146,9 +146,9 @@ def test_resume_off_runs_all_rows_again(layer, tmp_path):
     assert all(Path(path).stat().st_mtime_ns != old for path, old in zip(first.status_file, before))
 
 
-def test_a_folder_with_other_rows_is_left_alone_and_further_rows_are_welcome(layer, tmp_path):
+def test_a_folder_with_different_rows_is_an_error_but_rows_can_be_added(layer, tmp_path):
     first = quiet_sweep(layer, {T: [1000, 1010]}, out=tmp_path / "s")
-    with pytest.raises(ValueError, match="holds a sweep with another recipe or other rows"):
+    with pytest.raises(ValueError, match="holds a sweep with a different recipe or different rows"):
         quiet_sweep(layer, {T: [1000, 1020]}, out=tmp_path / "s")
     before = [Path(path).stat().st_mtime_ns for path in first.status_file]
     longer = quiet_sweep(layer, {T: [1000, 1010, 1020]}, out=tmp_path / "s")
