@@ -1,6 +1,5 @@
 // Construction of the growth model from a recipe: options, species, reference lattice, dislocation data of the stages,
-// time axis, dislocation geometry and transport layers, in this order. Each failure sets err and error_text and ends
-// it.
+// time axis, dislocation geometry and transport layers, in this order. A failure sets err and error_text and ends it.
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
