@@ -1,3 +1,7 @@
+// The equations of the staged scheme; docs/integration.md derives them.
+//
+// In order: the state vector, switches between growth and evaporation and between tension and relaxation, the first
+// state, the start of a stage, unpacking, the right-hand side, tolerances.
 #include "api/staged_equations.h"
 
 #include <algorithm>

@@ -19,7 +19,7 @@ bool holds(const StageRecord& stage, double t) {
 
 bool stays(const ValueRange& range) { return range.val == range.end; }
 
-// Whether the conditions stay during the stage.
+// Whether all conditions stay constant during the stage.
 bool is_steady(const StageRecord& stage) {
   return stays(stage.T) && stays(stage.P) && stays(stage.rho_D) && stays(stage.omega_TDR) &&
          (!stage.flows_vary || std::all_of(stage.Q.begin(), stage.Q.end(), stays));

@@ -1,6 +1,5 @@
 // Construction of the growth model from a recipe: options, species, reference lattice, dislocation data of the stages,
-// time axis, dislocation geometry and transport layers, in this order. Each failure sets err and error_text and ends
-// it.
+// time axis, dislocation geometry and transport layers, in this order. A failure sets err and error_text and ends it.
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -111,6 +110,7 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
       P_ref(recipe.P_ref),
       T_ref(recipe.T_ref),
       omega_TDR_ref(recipe.omega_TDR_ref),
+      detail_output(recipe.detail_output),
       conditions_vary(recipe.conditions_vary) {
   err = 0;
   reserve_history(*this);

@@ -1,3 +1,4 @@
+// The film under the surface as lists of knots: interpolation between knots, lookup by height, growth and evaporation.
 #include "model/film.h"
 
 #include <algorithm>

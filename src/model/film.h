@@ -1,9 +1,10 @@
-// The film as it lies under the surface: composition and state of the relaxation at each depth that was grown and has
-// not evaporated since.
+// The film under the surface: composition and state of the relaxation at each depth that was grown and has not
+// evaporated since.
 //
-// Lists of knots from below. z never falls along the list; two knots of one z are an abrupt interface. Between knots
-// composition and h are linear in depth, and the integrals the cubics that have values and slopes of both knots. The
-// first knot lies at the start of growth, or as deep as the film has evaporated. Under it are the pre-stages.
+// Lists of knots, the lowest first. z never falls along the list; two knots of one z are an abrupt interface. Between
+// knots composition and h are linear in depth, and the integrals are the cubics with the values and slopes of both
+// knots. The first knot lies at the start of growth, or as deep as the film has evaporated. Below it are the
+// pre-stages.
 #pragma once
 
 #include <array>
@@ -15,8 +16,8 @@
 
 namespace vorlen {
 
-// One depth of the film. What follows the fractions is that of the model when this depth was the surface; 0 without
-// relaxation.
+// One depth of the film. The fields after the fractions have the values of the model when this depth was the surface;
+// they are 0 without relaxation.
 struct FilmPoint {
   double z = 0.0;     // m
   double x_In = 0.0;  // fractions of the solid; gallium is the rest
@@ -40,7 +41,7 @@ struct Film {
 // An empty film on the pre-stages [thickness in nm], whose top is at z_start [m]. Without pre-stages it lies on GaN.
 Film film_on(const std::vector<PrePostStageRecord>& pre_stages, double z_start, bool relaxes);
 
-// Height of the film, m; that of the pre-stages before the first knot.
+// Height of the film, m; without knots that of the pre-stages.
 double film_top(const Film& film);
 
 // The film at height z [m]. Above the top: as at the top. Of two knots at z: the lower one.
@@ -56,7 +57,7 @@ void film_add(Film& film, const FilmPoint& point);
 // the film, as after evaporation, an abrupt interface comes between.
 void film_grow(Film& film, const FilmPoint& from, const FilmPoint& to);
 
-// Removes the knots from number kept on.
+// Removes all knots but the first kept ones.
 void film_truncate(Film& film, std::size_t kept);
 
 // Removes everything above height z; a knot at z remains on top.

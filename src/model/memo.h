@@ -28,9 +28,11 @@ bool equal_bits(const T& a, const T& b) {
   return true;
 }
 
-// The last N values. Value is default-constructed before each computation.
+// The last N values. Each computation starts from a default-constructed Value.
 template <class Inputs, class Value, std::size_t N>
 class Memo {
+  static_assert(std::is_trivially_destructible_v<Value>);  // a new value is made in the place of an old one
+
  public:
   struct Found {
     Value& value;

@@ -18,7 +18,8 @@ namespace {
 constexpr GasSpecies INDIUM_PRECURSORS[] = {TMIn_g, MMIn_g, TMInNH3_g};
 constexpr bool carries_indium(std::size_t i) { return i <= TMInNH3_g || i == In_g; }
 
-// The gas species into which adsorbed species k desorbs.
+// The gas species into which adsorbed species k desorbs. For k = In, Ga, Al it is In_g + k, and the nitride is bulk
+// species k.
 constexpr GasSpecies DESORBS_AS[N_ADSORBED] = {In_g, Ga_g, Al_g, N2_g, H2_g};
 
 constexpr double GPA = 1e9;
@@ -49,7 +50,7 @@ std::array<double, N_BULK> activities(const SurfChemNonst& m, double mismatch) {
       W_InAl * x_In * x_In + W_GaAl * x_Ga * x_Ga + W_Al * x_In * x_Ga,
   };
   double B[N_BULK];  // biaxial moduli, Pa
-  double a[N_BULK];  // misfit of the lattice constants, m
+  double a[N_BULK];  // imposed lattice less that of the species, m
   for (std::size_t k = 0; k < N_BULK; ++k) {
     B[k] = m.bulk_species[k].M * GPA;
     a[k] = (mismatch * m.bulk_species[k].a + m.a_ref) * ANGSTROM;
@@ -231,7 +232,7 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
   ++eval_rhs_calls;
   if (conditions_vary) {
     if (reuse_terms && t_new == terms.t_conditions) {
-      t = t_new;
+      t = t_new;  // the conditions at a time are the same at each lookup
     } else if (const std::int32_t code = update_conditions(t_new, false); code != 0) {
       return code;
     }

@@ -59,9 +59,8 @@ struct ConditionTerms {
   std::array<double, N_GAS> R_gas{}, J{};
 
   // Terms that depend on the composition as well. They belong to these conditions, which therefore are not among their
-  // inputs. Four compositions:
-  // those of the columns of the Jacobian that move it, and that of the others. Two powers: of the state, and of its
-  // column of the Jacobian.
+  // inputs. Four compositions: those of the three columns of the Jacobian that move it, and that of all others. Two
+  // powers of each base: that of the state, and that of its column of the Jacobian.
   Memo<CompositionInputs, CompositionTerms, 4> compositions;
   std::array<Memo<double, double, 2>, N_BULK> nitrogen_powers;  // N2_factor to the power x
 };

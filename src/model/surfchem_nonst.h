@@ -14,6 +14,9 @@
 // Operations that only strain/ needs are free functions there: accepted steps, and the opening and density of
 // V-defects.
 //
+// In order: options and process, species, values of the residual, run control, materials and kinetics, kept terms, the
+// layer, relaxation and V-defects, history; then the operations, grouped as above; free functions.
+//
 // Units are SI with kilomoles: m, s, K, Pa, kmol/m^2, kmol/(m^2 s). Lattice constants are in angstrom, elastic
 // constants in GPa, flows in sccm. Strain is positive for in-plane stretching. Arrays of 14 are indexed by GasSpecies,
 // arrays of 3 by BulkSpecies, arrays of 5 by AdsorbedSpecies (recipe/species_data.h).

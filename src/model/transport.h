@@ -1,4 +1,4 @@
-// Transport layers at construction and at a change of stage, and what the fluxes through them need.
+// Transport layers at construction.
 #pragma once
 
 #include "model/surfchem_nonst.h"
