@@ -1,6 +1,6 @@
-// The parser gives back all that it has taken when memory runs out, at any allocation. It takes less than what is asked
-// for before it is called, so that a recipe too large for the memory is refused before anything is built. What the
-// reader makes of a recipe has a bound.
+// When memory runs out, at any allocation, the parser frees everything that it has allocated. It allocates less than
+// what is reserved before the call, so a recipe too large for the memory is rejected before anything is built. The
+// memory for what the reader makes of a recipe is limited.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -58,7 +58,7 @@ long failing_allocations(const std::string& text) {
 }
 
 // Names and values are too long for the room in a string object.
-TEST(ParserMemory, IsGivenBackWhicheverAllocationFails) {
+TEST(ParserMemory, IsFreedWhicheverAllocationFails) {
   const std::string word(40, 'w');
   const std::string things = "<a " + word + "='" + word + "' b=\"1\" c=d/>" + word + "<!--" + word + "--><!" + word +
                              " x><![CDATA[" + word + "]]><" + word + ">&lt;</" + word + ">";
@@ -68,14 +68,14 @@ TEST(ParserMemory, IsGivenBackWhicheverAllocationFails) {
             3 * 6);
 }
 
-TEST(ParserMemory, IsGivenBackAtTheDeepestLevel) {
+TEST(ParserMemory, IsFreedAtTheDeepestLevel) {
   const std::string word(40, 'w');
   const std::string text = repeated("<n m='1'>", 100) + "<a b='" + word + "'/>t" + repeated("</n>", 100);
   EXPECT_GE(failing_allocations(text), 101 * 2 + 2) << "an element and an attribute on each level, a value, a text";
 }
 
 // The parser deletes a text of blanks itself.
-TEST(ParserMemory, IsGivenBackOnce) {
+TEST(ParserMemory, IsFreedOnce) {
   EXPECT_GE(failing_allocations("<r>&#32;<a/></r>"), 3) << "two elements and a text";
   EXPECT_GE(failing_allocations("<r><a b='1' b='2'></a></r>"), 4) << "two elements and two attributes";
 }
