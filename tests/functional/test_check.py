@@ -45,7 +45,7 @@ def place_of(text, piece):
 
 
 class StoredRecipes(Checks):
-    """The stored recipes with their expected texts: those of a run that fails on its way are no faults of the recipe."""
+    """The stored recipes with their expected texts: those of a run that fails later are not faults of the recipe."""
 
     RUN_FAILURES = ("Step size has become too small", "Matrix is repeatedly singular",
                     "Maximum number of time steps reached")
@@ -655,7 +655,7 @@ class Faults(Checks):
         path = self.path("large.xml")
         with open(path, "w", encoding="utf-8") as file:
             file.write("<NonstSurfChem>" + 4000000 * "<b/>" + "</NonstSurfChem>")
-        limit = 150 << 20  # bytes; the tree of that recipe takes some 700 million
+        limit = 150 << 20  # bytes; the tree of that recipe takes about 700 million
         run = subprocess.run([VORLEN, "check", path], capture_output=True, encoding="utf-8", check=False,
                              preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
         self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", "vorlen: Out of memory\n"))
