@@ -1,12 +1,11 @@
 #!/bin/bash
 # Checks the whole tree: ./test.sh [--fast|--coverage|--packages]
-# Formatting; build and tests of the presets release and asan; the Python package; overlapping calls under tsan; the same
-# bytes from the builds of both compilers, with and without optimisation; Debian packages; a minute of fuzzing; static
-# analysis.
-#   --fast      formatting, and the preset release alone
-#   --coverage  how much of src/ the tests reach; fails below the limits that stand in report_coverage
-#   --packages  the Debian packages on a fresh Debian 12, as root and with the network
-# A failed phase does not end the run. The summary at the end names it, and the exit status is 1.
+# Formatting; build and tests of the presets release and asan; the Python package; overlapping calls with tsan; identical
+# results from both compilers, with and without optimisation; Debian packages; a minute of fuzzing; static analysis.
+#   --fast      only formatting and the preset release
+#   --coverage  test coverage of src/; fails below the limits in report_coverage
+#   --packages  the Debian packages on a fresh Debian 12; needs root and the network
+# A failed phase does not stop the run; the summary lists it, and the exit status is 1.
 set -uo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")" || exit 1
@@ -20,14 +19,14 @@ case "$mode" in
 esac
 
 jobs=$(nproc)
-# What one build has compiled another need not: the packages hold what the release build holds.
+# Builds share their object files: the packages contain the same code as the release build.
 export CCACHE_DIR=$PWD/build/ccache CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 logs=build/test-logs
 mkdir -p "$logs"
 summary=()
 failures=0
 
-# phase TITLE COMMAND...: runs the command, and notes how it ended and how long it took. Returns its status.
+# phase TITLE COMMAND...: runs the command and records its status and duration. Returns its status.
 phase() {
   local title=$1 start=$SECONDS status=0 verdict=ok
   shift
@@ -41,7 +40,7 @@ phase() {
   return $status
 }
 
-# quietly LOG COMMAND...: the command's output goes to a file, and is shown when the command fails.
+# quietly LOG COMMAND...: writes the command's output to a file and shows it only if the command fails.
 quietly() {
   local log="$logs/$1" status=0
   shift
@@ -61,7 +60,7 @@ sources() {
 check_format() {
   local log=$logs/format.log
   if ! sources src tests tools bench examples | xargs -0 clang-format --dry-run -Werror >"$log" 2>&1; then
-    echo "not formatted (clang-format -i mends it):"
+    echo "not formatted (fix with clang-format -i):"
     sed -n 's/:[0-9]*:[0-9]*: error:.*//p' "$log" | sort -u
     return 1
   fi
@@ -81,7 +80,7 @@ build() {
     quietly "build-$preset.log" cmake --build "build/$preset" --target "$target" -j "$jobs"
 }
 
-# Shows the closing lines of ctest, and before them the output of what failed.
+# Shows the summary of ctest, after the output of failed tests.
 run_tests() {
   local log="$logs/ctest-$1.log" status=0
   ctest --preset "$1" -j "$jobs" >"$log" 2>&1 || status=$?
@@ -100,7 +99,7 @@ compare_builds() {
 
 test_python() {
   local python
-  python=$(python/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
+  python=$(scripts/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
   VORLEN=$PWD/build/release/tools/vorlen VORLEN_LIBRARY=$PWD/build/release/src/api/libVorlenSolver.so \
     VORLEN_ENGINES=required \
     "$python" -B -m pytest -q -c python/pyproject.toml -n "$jobs" --dist loadfile python/tests
@@ -116,14 +115,14 @@ analyse() {
   return $status
 }
 
-# Branches that only an exception of the standard library would take are not counted: the exceptions end in runSurfChem,
-# and tests of their own refuse allocations. Those of code that can't be reached are not counted either.
+# Branches taken only by exceptions of the standard library are not counted: runSurfChem catches these, and separate tests
+# make allocations fail. Branches in unreachable code are not counted either.
 report_coverage() {
   gcovr --root . --filter src/ --exclude-throw-branches --exclude-unreachable-branches --txt --print-summary \
     --fail-under-line 98 --fail-under-branch 90 -j "$jobs" build/coverage
 }
 
-# The counts of an earlier run would be added to.
+# Otherwise the counts of an earlier run would be added.
 forget_counts() { find build/coverage -name '*.gcda' -delete; }
 
 phase "Packages" scripts/setup.sh test || exit 1

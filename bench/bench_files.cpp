@@ -1,5 +1,5 @@
-// Files: writing result files by the number, by the row and by the megabyte, the share of writing in whole runs,
-// reading recipes with many stages, and what TinyXML alone takes for the same recipe.
+// Files: writing result files (one number, one row, many megabytes), the share of writing in whole runs, reading
+// recipes with many stages, and TinyXML alone on the same recipes.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <tinyxml.h>
@@ -24,7 +24,7 @@ namespace {
 
 constexpr double LONG_STAGE = 1e7;  // s, long enough for a million points
 
-// Numbers of the sizes of rows, with all their digits: times, depths, rates, fractions, densities, strains.
+// Numbers of the magnitudes found in rows, with all digits: times, depths, rates, fractions, densities, strains.
 std::vector<double> row_numbers() {
   constexpr double SIZES[] = {1e3, 1e2, 1e-2, 0.2, 1e8, 1e-4};
   std::vector<double> numbers;
@@ -68,7 +68,7 @@ double processor_seconds() {
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-// Writes the bytes to the file in one go, as the system does it at best.
+// Writes all bytes with one system call: the fastest way to write a file of this size.
 bool write_plainly(const std::string& path, const std::vector<char>& bytes) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (file < 0) return false;
@@ -76,13 +76,13 @@ bool write_plainly(const std::string& path, const std::vector<char>& bytes) {
   return close(file) == 0 && is_written;
 }
 
-// The same run without and with a result file, in turns: what the file costs, its opening and the system's part
-// included. The third time is that of a plain file of the same size, which nothing that writes it can go below.
+// The same run alternately without and with a result file: what the file costs, including its opening and the system's
+// part. The third time, of a plain file of the same size, is a lower bound for any way of writing it.
 void writing_share(benchmark::State& state, const std::string& recipe_text) {
   ProcessRecipe recipe;
   std::string error;
   if (read_recipe(scratch_recipe("share.xml", recipe_text).c_str(), recipe, error) != 0)
-    state.SkipWithError("no recipe");
+    state.SkipWithError("the recipe was not read");
   const std::string path = scratch_file("share.txt");
   const auto run = [&](const char* output_path) {
     const double begin = processor_seconds();

@@ -1,5 +1,5 @@
-// The linear algebra of the integrator at the orders of the growth model, 10 and 15: one pair of factorisations, real
-// and complex, and one pair of solves. The matrices are those of the model: a shift times the mass less the Jacobian.
+// Linear algebra of the integrator at the orders of the growth model, 10 and 15: a pair of factorisations, real and
+// complex, and a pair of solves. The matrices are those of the model, shift * M - J.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -33,7 +33,7 @@ void solve_one_by_one(std::int32_t n, const double* A, double* B, const std::int
   LuSolveComplex(n, n, AR, AI, BR, BI, IP_complex);
 }
 
-// As the integrator calls them; earlier revisions have no kernels for the pair.
+// The kernels that the integrator calls. Older revisions have none for the pair.
 #if __has_include("integrator/pair_kernels.h")
 void decompose_pair(std::int32_t n, double* A, std::int32_t* IP, double* AR, double* AI, std::int32_t* IP_complex,
                     std::int32_t& zero_pivot) {
@@ -89,7 +89,7 @@ Matrices model_matrices(std::int64_t order) {
   return matrices;
 }
 
-// The copy of the matrices is part of the time: the factors overwrite them.
+// The time includes copying the matrices, because the factors overwrite them.
 void factorise(benchmark::State& state, decltype(&decompose_one_by_one) decompose) {
   const Matrices source = model_matrices(state.range(0));
   Matrices work = source;

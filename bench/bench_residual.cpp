@@ -1,5 +1,5 @@
-// The residual under constant and under moving conditions, the numerical Jacobian, and what can't be left out of a
-// residual: the transcendental functions and divisions whose arguments differ from one evaluation to the next.
+// The residual under constant and changing conditions, the numerical Jacobian, and the part of a residual that cannot
+// be avoided: transcendental functions and divisions whose arguments differ between two evaluations.
 #include <benchmark/benchmark.h>
 
 #include <cmath>
@@ -19,7 +19,7 @@ constexpr double ROUNDOFF = 1e-16;
 constexpr double T_BEGIN = 1030.0;     // K, of the recipe
 constexpr double T_RAMP_END = 1050.0;  // K
 
-// InGaN under the conditions of one stage, which stay or follow a ramp of the temperature.
+// InGaN under the conditions of one stage: constant, or with a temperature ramp.
 Model residual_model(bool moving, bool relaxes) {
   return build_model(single_InGaN(relaxes, moving ? T_RAMP_END : T_BEGIN));
 }
@@ -43,7 +43,7 @@ void residual(benchmark::State& state, bool moving, bool relaxes) {
   }
   if (code != 0) state.SkipWithError("the conditions were not found");
   for (double value : f) {
-    if (std::isnan(value)) state.SkipWithError("the residual is not a number");
+    if (std::isnan(value)) state.SkipWithError("the residual is NaN");
   }
 }
 BENCHMARK_CAPTURE(residual, constant_stress_off, false, false);
@@ -55,7 +55,7 @@ void rhs_callback(std::int32_t, double x, const double* y, double* f, void*, voi
   static_cast<SurfChemNonst*>(model_context)->eval_rhs(x, y, f);
 }
 
-// The evaluation at a fresh state and the n evaluations of the Jacobian there, all at one time.
+// An evaluation at a new state and the n evaluations of the Jacobian there, all at the same time t.
 void jacobian(benchmark::State& state, bool moving, bool relaxes) {
   Model model = residual_model(moving, relaxes);
   SurfChemNonst& m = *model.surfchem_nonst;
@@ -86,21 +86,20 @@ BENCHMARK_CAPTURE(jacobian, constant_V_dislocation, false, true);
 BENCHMARK_CAPTURE(jacobian, moving_stress_off, true, false);
 BENCHMARK_CAPTURE(jacobian, moving_V_dislocation, true, true);
 
-// What one residual must compute when the conditions stay but surface and composition differ from the evaluation
-// before; everything that depends on T, P and the flows alone is known.
+// What one residual must compute if the conditions stay the same but surface and composition differ from the last
+// evaluation. Everything that depends on T, P and the flows alone is known.
 //
 //   pow    3  composition-weighted factor of the nitrogen flux, one for each of In, Ga, Al
 //   exp    3  activities of the bulk species
 //   sqrt   1  of Kd[N2]
-//   log    0  (V_dislocation: 3, relative mismatch, relaxed strain, R_disl; one more once V-defects are open is
-//             constant from then on)
+//   log    0  (V_dislocation: 3, relative mismatch, relaxed strain, R_disl; open V-defects add one that stays constant)
 //   /     19  activities 3, vacancy law 1, Kd[N2] 1, 1/v_kin[N2] 1, fluxes over a resistance 7 (TMIn, N2, H2, NH3, In,
 //             Ga, Al: the numerator or the resistance changes), k_minus 3, growth rate 3
 //             (V_dislocation: 1 more, a_ref / a_bulk)
 //
-// The growth rate's quotient by the density stands behind a product with a constant and can't be folded into it without
-// a change of bits. Of the sums and products only the operands' own are left in, so that the chain N2_mix -> Kd -> sqrt
-// -> k_minus keeps its latency. The known values are typical ones of InGaN; the model has no part in this.
+// In the growth rate a product with a constant is divided by the density; merging the two would change bits. Of the
+// sums and products only those that form operands are kept, so that the chain N2_mix -> Kd -> sqrt -> k_minus has its
+// full latency. The known values are typical of InGaN. No code of the model runs here.
 struct KnownValues {
   double RT = 8314.47 * 1030.0;
   double N2_factor[N_BULK] = {0.9, 1.1, 1.3};

@@ -1,5 +1,5 @@
-// Whole simulations through runSurfChem, recipe to result file; runs of N and 2 N recorded points, whose times should
-// stand as one to two; the memory of a recorded point; two runs on two threads.
+// Whole simulations by runSurfChem, from recipe to result file; runs of N and 2 N recorded points, which should differ
+// by a factor of two in time; memory per recorded point; two runs on two threads.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -14,11 +14,11 @@ namespace vorlen::bench {
 
 namespace {
 
-constexpr int HEAD_LINES_WITHOUT_LAYERS = 4;  // title, begin and end of the layers, column heads
+constexpr int HEAD_LINES_WITHOUT_LAYERS = 4;  // title, start and end of the layers, column heads
 constexpr int PRE_STAGE_ROWS = 2;
 
-// Recorded points of a finished run of a recipe with one pre-stage and no post-stage: the rows of the result file
-// that belong to active stages, which begin behind the rows of the pre-stage.
+// Number of recorded points of a run with one pre-stage and no post-stage: the rows of its active stages, which follow
+// the rows of the pre-stage.
 std::int64_t recorded_points(const std::string& result_path, std::int64_t layers) {
   return measure_file(result_path).lines - HEAD_LINES_WITHOUT_LAYERS - PRE_STAGE_ROWS - layers;
 }
@@ -54,15 +54,15 @@ BENCHMARK(v_defects_run)->Name("run/v_defects")->Unit(benchmark::kMillisecond);
 void constant_GaN_run(benchmark::State& state) { run_all(state, constant_GaN(36000), 1); }
 BENCHMARK(constant_GaN_run)->Name("run/constant_GaN")->Unit(benchmark::kMillisecond);
 
-// No V-defect opens in these: the search for them sees every point. 7400 periods record more than 50000 points.
+// No V-defect opens here, so each search visits all points. 7400 periods record more than 50000 points.
 void strain_free_run(benchmark::State& state) {
   const int periods = static_cast<int>(state.range(0));
   run_all(state, strain_free_GaN(periods), 1 + 2 * periods);
 }
 BENCHMARK(strain_free_run)->Name("run/strain_free_GaN")->Arg(3700)->Arg(7400)->Unit(benchmark::kMillisecond);
 
-// Highest number of bytes on the heap during a run, over the number of its recorded points. The lists grow by doubling,
-// so the figure depends on where the number lies between two powers of two; it can't be below the size of an entry.
+// Peak number of heap bytes during a run, divided by the number of recorded points. Lists grow by doubling, so the
+// result depends on where that number lies between two powers of two.
 void memory_run(benchmark::State& state, const std::string& recipe_text, std::int64_t active_stages) {
   const std::string in = scratch_recipe("run.xml", recipe_text);
   const std::string out = scratch_file("run.txt");
@@ -85,7 +85,7 @@ BENCHMARK(memory_stress_off)->Name("memory/constant_GaN")->Iterations(1)->Unit(b
 void memory_V_dislocation(benchmark::State& state) { memory_run(state, v_defects(600), 3); }
 BENCHMARK(memory_V_dislocation)->Name("memory/v_defects")->Iterations(1)->Unit(benchmark::kMillisecond);
 
-// One run on each of so many threads at the same time. With a processor for each the real time is that of one run.
+// One run on each of N threads at the same time. With N processors the real time is that of one run.
 void threads_run(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   std::vector<std::string> in, out;

@@ -10,6 +10,9 @@
 
 #include "recipe/read_recipe.h"
 #include "recipes/bench_recipes.h"
+#if __has_include("strain/record_step.h")
+#include "strain/record_step.h"
+#endif
 
 namespace vorlen::bench {
 
@@ -88,10 +91,20 @@ std::vector<std::array<double, N_STATE_MAX>> varied_states(const Model& model, s
   return states;
 }
 
+// compare.sh compiles this folder against earlier sources as well, in which the operation is a member of the model.
+template <class GrowthModel>
+static void record(GrowthModel& m, double t, const double* y) {
+  if constexpr (requires { m.record_step(t, y); }) {
+    m.record_step(t, y);
+  } else {
+    record_step(m, t, y);
+  }
+}
+
 void record_growth(Model& model, std::int64_t count, double x_In) {
   constexpr double SPACING = 0.25;  // s
   constexpr double RATE = 3e-11;    // m/s
-  constexpr double WAVE = 0.01;     // relative variation of the rate, so that the digits of the rows vary
+  constexpr double WAVE = 0.01;     // relative variation of the rate, so that rows differ in their digits
   SurfChemNonst& m = *model.surfchem_nonst;
   std::array<double, N_STATE_MAX>& y = model.y;
   const bool relaxes = m.stress_model == STRESS_V_dislocation;
@@ -103,10 +116,10 @@ void record_growth(Model& model, std::int64_t count, double x_In) {
   for (std::int64_t k = 0; k < count; ++k) {
     const double GR = RATE * (1.0 + WAVE * std::sin(static_cast<double>(k)));
     x_b[3] = GR;
-    m.record_step(m.t_begin + SPACING * static_cast<double>(k), y.data());
+    record(m, m.t_begin + SPACING * static_cast<double>(k), y.data());
     z += SPACING * GR;
     if (relaxes) {
-      double f[5];  // of h, I0, I1, J0_0, J0_1
+      double f[5];  // derivatives of h, I0, I1, J0_0, J0_1
       m.relaxation_rows(GR, f);
       for (std::size_t i = 1; i < 5; ++i) y[N_ADSORBED + 1 + i] += SPACING * f[i];
     }

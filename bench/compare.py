@@ -1,8 +1,8 @@
-"""The measuring half of compare.sh: runs the programs of two builds in turns and prints what differs.
+"""Measuring half of compare.sh: runs the programs of two builds alternately and prints what differs.
 
   compare.py BASE PRESENT ROOT FILTER
 
-BASE and PRESENT hold vorlen_bench and vorlen_bench_run, ROOT is the source tree with the recipes.
+BASE and PRESENT are folders with vorlen_bench and vorlen_bench_run, ROOT is the source tree with the recipes.
 """
 
 import json
@@ -18,18 +18,18 @@ ROUNDS = int(os.environ.get("ROUNDS", "0"))
 MIN_TIME = os.environ.get("MIN_TIME", "0.1")
 ROUNDS_SHORT = 7
 ROUNDS_LONG = 3
-LONG = 3.0  # s of processor time of a pair of runs, from which on ROUNDS_LONG do
+LONG = 3.0  # s of processor time; longer pairs are repeated ROUNDS_LONG times
 SECONDS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 RECIPE_FOLDERS = ("tests/data/recipes", "tests/data/bad", "examples")
 RUN_TIMEOUT = 600  # s
 
 
 def run_recipe(program, recipe, folder):
-    """Exit code, text and result file of one run; the file is None when the run has left none."""
+    """Exit code, text and result file of one run; None if there is no file."""
     out = pathlib.Path(folder) / "out.txt"
     out.unlink(missing_ok=True)
     done = subprocess.run([program, recipe, "out.txt"], cwd=folder, capture_output=True, timeout=RUN_TIMEOUT)
-    # The sign of a not-a-number depends on the order of operands and says nothing.
+    # The sign of NaN depends on the order of operands and has no meaning.
     data = out.read_bytes().replace(b"-nan", b"nan") if out.exists() else None
     return done.returncode, done.stderr, data
 
@@ -40,7 +40,7 @@ def first_difference(a, b):
     if a[1] != b[1]:
         return f"texts {a[1]!r} and {b[1]!r}"
     if a[2] is None or b[2] is None:
-        return "one of them has left no file"
+        return "one of them wrote no file"
     lines = zip(a[2].splitlines(), b[2].splitlines())
     for number, (x, y) in enumerate(lines, 1):
         if x != y:
@@ -49,7 +49,7 @@ def first_difference(a, b):
 
 
 def without_integration(recipe, folder):
-    """A copy of the recipe that runs under the continuous scheme, or the recipe itself."""
+    """A copy of the recipe without its element integration, or the recipe itself if it has none."""
     text = recipe.read_bytes()
     plain = re.sub(rb"<integration>.*?</integration>", b"", text, flags=re.DOTALL)
     if plain == text:
@@ -60,13 +60,13 @@ def without_integration(recipe, folder):
 
 
 def knows_schemes(base, recipe, plain, folder):
-    """Whether the element integration makes a difference to the base."""
+    """Whether the base reads the element integration."""
     program = base / "vorlen_bench_run"
     return run_recipe(program, recipe, folder) != run_recipe(program, plain, folder)
 
 
 def compare_bytes(base, present, root):
-    """Number of recipes whose outcome differs. A base that knows one scheme only is not asked for the other."""
+    """Number of recipes whose outcome differs. A base without the staged scheme is compared under the other one."""
     with tempfile.TemporaryDirectory() as temp:
         folders = {}
         for name in ("recipes", "base", "present"):
@@ -138,7 +138,7 @@ def short(name):
 
 
 def measure_all(base, present, names):
-    """Medians by short name, and the table's rows."""
+    """Medians by short name, and the records of the last pair. Prints the table."""
     medians = {}
     rows = []
     records = {}
@@ -146,7 +146,7 @@ def measure_all(base, present, names):
         pairs = []
         rounds = ROUNDS or ROUNDS_SHORT
         while len(pairs) < rounds:
-            # Which of the two comes first changes from pair to pair.
+            # The builds take turns at being first.
             order = [base, present] if len(pairs) % 2 == 0 else [present, base]
             found = {build: measure(build / "vorlen_bench", name) for build in order}
             pairs.append((found[base], found[present]))
@@ -167,7 +167,7 @@ def measure_all(base, present, names):
 
 
 def quotients(medians):
-    """Figures that follow from two benchmarks: (text, numerator, denominator)."""
+    """Ratios of two benchmarks: (text, numerator, denominator)."""
     found = []
     for name in medians:
         match = re.fullmatch(r"(.*)/(\d+)", name)
@@ -179,11 +179,11 @@ def quotients(medians):
             found.append((f"{what}: {double} over {match[2]}", double, name))
         load = f"tinyxml_load/{match[2]}"
         if match[1] == "read_recipe" and load in medians:
-            found.append((f"reading over TinyXML's own load: {match[2]} stages", name, load))
+            found.append((f"reading over TinyXML alone: {match[2]} stages", name, load))
     for stress in ("stress_off", "V_dislocation"):
         pair = (f"residual/constant_{stress}", f"residual_baseline/{stress}")
         if all(name in medians for name in pair):
-            found.append((f"residual over what must remain of it: {stress}", *pair))
+            found.append((f"residual over its unavoidable part: {stress}", *pair))
     return found
 
 

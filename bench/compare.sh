@@ -1,17 +1,18 @@
 #!/bin/sh
-# Compares the present tree with an earlier revision: speed of the benchmarks, and the bytes of every result.
+# Compares the working tree with another revision: speed of the benchmarks, and the bytes of every result.
 #
 #   bench/compare.sh REV [FILTER]
 #
-# REV is any name that git knows, FILTER a regular expression over the names of the benchmarks (all without it); the
-# filter "none" compares the bytes alone. The present bench/ is compiled against the sources of both, in Release with
-# the same flags, in copies under build/compare/: neither the work tree nor git's own records are touched. The copy of
-# REV is kept for the next comparison.
+# REV is any revision that git knows. FILTER is a regular expression for the names of the benchmarks (default: all);
+# "none" compares the bytes only. The present bench/ is compiled against both sources in Release mode with the same
+# flags, in copies under build/compare/, so neither the working tree nor the repository is touched. The copy of REV is
+# kept for the next comparison.
 #
-# Environment: ROUNDS (pairs of runs of each benchmark, 7; 3 for those that take seconds), MIN_TIME (s of one run, 0.1),
-# JOBS (compilers at a time, all processors), CXX, CXXFLAGS, COMPARE_DIR (in place of build/compare).
+# Environment: ROUNDS (pairs of runs of each benchmark; default 7, or 3 for those that take seconds), MIN_TIME (s of one
+# run, default 0.1), JOBS (parallel compilers, default all processors), CXX, CXXFLAGS, COMPARE_DIR (default
+# build/compare).
 #
-# Result: 0; 1 when a result differs; 2 when a tree does not build, a benchmark fails, or the arguments are wrong.
+# Exit status: 0; 1 if a result differs; 2 if a tree does not build, a benchmark fails, or the arguments are wrong.
 set -eu
 
 die() {
@@ -25,7 +26,7 @@ fi
 root=$(cd "$(dirname "$0")/.." && pwd)
 work=${COMPARE_DIR:-$root/build/compare}
 "$root/scripts/setup.sh" bench || exit 2
-revision=$(git -C "$root" rev-parse --verify --quiet "$1^{commit}") || die "git knows no revision $1"
+revision=$(git -C "$root" rev-parse --verify --quiet "$1^{commit}") || die "unknown revision: $1"
 base=$work/$(echo "$revision" | cut -c1-12)
 present=$work/present
 python=
@@ -35,9 +36,9 @@ for candidate in python3 /usr/bin/python3; do
     break
   fi
 done
-[ -n "$python" ] || die "python3 is not found"
+[ -n "$python" ] || die "python3 not found"
 
-# The copies keep the files' times, so that a second comparison compiles only what has changed.
+# The copies keep file times, so that the next comparison compiles only what has changed.
 copy_base() {
   if [ ! -f "$base/complete" ]; then
     rm -rf "$base"
@@ -76,13 +77,13 @@ echo "present: $root"
 if ! build "$base"; then
   grep -E 'error:|CMake Error' "$base/build.log" | head -n 10 >&2
   if grep -E -q '/tree/bench/.*error:' "$base/build.log"; then
-    die "the present benchmarks can't be compiled against $1; whole log: $base/build.log"
+    die "the present benchmarks do not compile against $1; log: $base/build.log"
   fi
-  die "$1 does not build; whole log: $base/build.log"
+  die "$1 does not build; log: $base/build.log"
 fi
 if ! build "$present"; then
   grep -E 'error:|CMake Error' "$present/build.log" | head -n 10 >&2
-  die "the present tree does not build; whole log: $present/build.log"
+  die "the working tree does not build; log: $present/build.log"
 fi
 
 exec "$python" "$root/bench/compare.py" "$base/build/bench" "$present/build/bench" "$root" "${2:-.}"

@@ -1,5 +1,5 @@
-// Replaces the allocation functions of the process by ones that count, per thread, the bytes in use. The sizes are
-// those of the allocator's blocks, so a freed block takes off what it had added.
+// Replaces the allocation functions of the process by ones that count the bytes in use, per thread. Sizes are those of
+// the allocator's blocks, so freeing a block subtracts exactly what allocating it added.
 #include <malloc.h>
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""Time, memory and file of runs that take the full 1000000 steps of the integrator.
+"""Time, memory and file size of runs that use all 1000000 steps of the integrator.
 
     bench/long_run.py [LIBRARY]     (default: build/release/src/api/libVorlenSolver.so)
 
-Examples are run under the continuous scheme with a first active stage of 2e7 s: with steps of at most 10 s it can't
-come to its end. Each run is a process of its own. Prints one line for each: result and text, s, largest resident memory
-in MB, size of the result file in MB, rows.
+Runs examples under the continuous scheme with a first active stage of 2e7 s. With steps of at most 10 s that is longer
+than 1000000 steps. Each run has its own process. Prints one line for each: result and text, time in s, peak resident
+memory in MB, size of the result file in MB, number of lines.
 """
 from __future__ import annotations
 
@@ -40,18 +40,18 @@ def write_recipe(path: Path, example: str) -> None:
 
 
 def run(library: str, recipe: str, output: str) -> None:
-    """Runs the recipe in this process and prints result, text, time [s] and memory [MB]."""
+    """Runs the recipe in this process. Prints result, text, time [s] and memory [MB]."""
     text = ctypes.create_string_buffer(ERROR_BUFFER_SIZE)
     call = ctypes.CDLL(library).runSurfChem
     begin = time.perf_counter()
     result = call(recipe.encode(), output.encode(), text)
     duration = time.perf_counter() - begin
     memory = resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024
-    print(f"{result} {text.value.decode() or 'ended'}: {duration:.1f} s, {memory:.0f} MB of memory", end="")
+    print(f"{result} {text.value.decode() or 'complete'}: {duration:.1f} s, {memory:.0f} MB of memory", end="")
 
 
 def main() -> int:
-    """Runs the examples one after the other."""
+    """Runs the examples one at a time."""
     if len(sys.argv) == 4:
         run(*sys.argv[1:])
         return 0

@@ -1,6 +1,6 @@
-// Companion of the benchmarks, for the comparison of revisions and for profilers:
-//   vorlen_bench_run INPUT OUTPUT      one run of the recipe; result 0 or 1 as of runSurfChem, the text goes to stderr
-//   vorlen_bench_run --recipes FOLDER  writes the recipes of the whole runs to FOLDER/NAME.xml
+// One run in a process, for compare.sh and for profilers:
+//   vorlen_bench_run INPUT OUTPUT      runs the recipe; exits with the result of runSurfChem, text on stderr
+//   vorlen_bench_run --recipes FOLDER  writes the recipes of the run benchmarks to FOLDER/NAME.xml
 #include <cstdio>
 #include <cstring>
 #include <string>

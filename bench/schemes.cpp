@@ -1,8 +1,8 @@
-// Runs recipes under both schemes and prints what each run costs and grows, one line of JSON for each:
+// Runs recipes under both schemes. Prints the cost of each run, one line of JSON each:
 //   vorlen_bench_schemes [--tolerance X] [--max-step X] [--scheme continuous|staged] [--out FOLDER] [--repeat N]
 //                        RECIPE...
-// With --repeat the schemes alternate N times, and seconds is the median. It is the processor time of the thread.
-// bench/schemes.py calls the program and makes the tables.
+// With --repeat the schemes alternate N times. "seconds" is the median processor time of the thread.
+// bench/schemes.py runs this program and makes the tables.
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -15,16 +15,16 @@
 
 namespace {
 
-// What is the same for all runs.
+// Common to all runs.
 struct Settings {
   double tolerance = vorlen::TOLERANCE_DEFAULT;  // of the staged scheme
-  double max_step = 0.0;                         // s; 0: that of the scheme
+  double max_step = 0.0;                         // s; 0: the default of the scheme
   std::string scheme;                            // empty: both
-  std::string folder;                            // of the result files; empty: none are written
+  std::string folder;                            // for the result files; empty: write none
   int repeat = 1;
 };
 
-// The runs of a recipe under one scheme.
+// Runs of a recipe under one scheme.
 struct Timed {
   std::int32_t scheme = vorlen::SCHEME_continuous;
   std::string result;  // path of the result file

@@ -1,17 +1,16 @@
 #!/usr/bin/env python3
-"""Compares the cost of the two integration schemes, with the program vorlen_bench_schemes.
+"""Compares the cost of the two integration schemes by the program vorlen_bench_schemes.
 
     schemes.py tables PROGRAM FOLDER [--examples examples] [--repeat 5]
     schemes.py precision PROGRAM TABLE.csv PLOT.svg [--examples examples]
 
 tables: runs the recipes of FOLDER, named FAMILY_STRESS_NUMBER.xml as tests/plausible/plausible.py writes them (STRESS
-0: none, 1: V_dislocation), and the examples under both schemes, and prints Markdown tables: recipes that are right, and
-evaluations and time of the staged scheme over the continuous one.
+0: none, 1: V_dislocation), and the examples under both schemes. Prints Markdown tables: which recipes are right, and
+evaluations and time of the staged scheme relative to the continuous one.
 
-precision: runs the quantum wells and the V-defects of the examples with several tolerances and largest steps, and
-writes error over evaluations against the staged scheme at its smallest tolerance, as a table and as a plot. The
-exchange layer makes the layers of the two schemes differ, so the errors of the continuous scheme against itself at a
-smaller largest step are there as well.
+precision: runs the quantum-well and the V-defect example with several tolerances and maximum steps. Writes error over
+number of evaluations, as a table and a plot. The reference is the staged scheme at its smallest tolerance. The exchange
+layer makes the two schemes differ, so the continuous scheme is also compared with itself at a smaller maximum step.
 """
 import argparse
 import collections
@@ -22,17 +21,17 @@ import statistics
 import subprocess
 import tempfile
 
-LIMIT = 120.0  # s for all runs of a recipe
+LIMIT = 120.0  # s, for all runs of a recipe
 REFERENCE = 1e-10
 TOLERANCES = [1e-3, 1e-4, 1e-5, 1e-6, 1e-7, 1e-8, 1e-9]
 MAX_STEPS = [10, 3, 1, 0.3, 0.1]  # s, of the continuous scheme
 REFERENCE_STEP = 0.03  # s
 LEAST_THICKNESS = 1.0  # nm; the error of a thinner layer is relative to this
-FLOOR = 1e-12  # errors below are those of the result file's digits
+FLOOR = 1e-12  # smaller errors come from the digits of the result file
 
 
 def run(program, recipe, folder, *options):
-    """The lines that the program prints for a recipe, by scheme; empty when it takes too long or crashes."""
+    """Records that the program prints for a recipe, by scheme; empty if it takes too long or crashes."""
     command = [program, "--out", folder, *map(str, options), recipe]
     try:
         text = subprocess.run(command, check=True, timeout=LIMIT, stdout=subprocess.PIPE, text=True).stdout
@@ -56,7 +55,7 @@ def read_result(path):
 
 
 def is_right(record):
-    """Whether a run ended with 0, finite numbers and fractions from 0 to 1."""
+    """Whether a run returned 0, finite numbers and fractions from 0 to 1."""
     if not record or record["status"] != 0:
         return False
     for row in read_result(record["file"])[1]:
@@ -76,9 +75,9 @@ Compared = collections.namedtuple("Compared", "name group records right")
 
 
 def compare(program, recipe, repeat):
-    """Runs a recipe under both schemes. Its group: the family, and what its strain does."""
+    """Runs a recipe under both schemes. Groups it by family and by what its strain does."""
     with tempfile.TemporaryDirectory() as folder:
-        # A run that fails may take long, and its time is of no use.
+        # The first run of each scheme is not timed: failing runs may take long.
         records = {}
         for scheme in ("continuous", "staged"):
             records.update(run(program, recipe, folder, "--scheme", scheme))
@@ -100,7 +99,7 @@ def quantity_ratios(runs, quantity):
 
 
 def ratio_cells(runs):
-    """Evaluations: total, median, least and largest; the same of the time."""
+    """Evaluations: ratio of sums, median, minimum and maximum; the same for time."""
     cells = []
     for quantity in ("evaluations", "seconds"):
         ratios = quantity_ratios(runs, quantity)
@@ -130,9 +129,10 @@ def tables(program, folder, examples, repeat):
         row_of([family, stress, len(members), *share])
     for c in runs:
         if not c.right["staged"]:
-            print(f"\nnot right under the staged scheme: {c.name}, {c.records.get('staged', {}).get('text', 'no end')}")
+            text = c.records.get("staged", {}).get("text", "killed or crashed")
+            print(f"\nnot right under the staged scheme: {c.name}, {text}")
 
-    print("\nstaged over continuous, recipes that the continuous scheme ends with 0; median, in brackets the range\n")
+    print("\nstaged over continuous, recipes with which the continuous scheme returns 0; median, range in brackets\n")
     print("| family | stress | recipes | evaluations, sum | median | time, sum | median |")
     print("|---|---|---|---|---|---|---|")
     for (family, stress), members in groups.items():
@@ -151,7 +151,7 @@ def tables(program, folder, examples, repeat):
 
 
 def errors_of(record, reference):
-    """Largest relative difference of a layer's thickness, and that of the density of V-defects at the end (or None)."""
+    """Largest relative difference of a layer thickness, and that of the final V-defect density (or None)."""
     layers = read_result(record["file"])[0]
     of_layers = max(abs(a - b) / max(abs(b), LEAST_THICKNESS) for a, b in zip(layers, reference[0]))
     of_density = abs(end_density(record) / reference[1] - 1) if reference[1] > 0.0 else None
@@ -201,10 +201,10 @@ def plot(table, svg):
         rows = [r for r in csv.DictReader(file) if r["status"] == "0"]
     panels = [("ingan_gan_mqw", "thickness_error", "quantum wells, thickness of a layer"),
               ("ingan_v_defects", "thickness_error", "V-defects, thickness of a layer"),
-              ("ingan_v_defects", "density_error", "V-defects, their density")]
+              ("ingan_v_defects", "density_error", "V-defects, density")]
     style = {("staged", "staged"): ("o-", "tab:blue", "staged, tolerance 1e-3 to 1e-9"),
-             ("continuous", "staged"): ("s-", "tab:red", "continuous, largest step 10 s to 0.1 s"),
-             ("continuous", "continuous"): ("s:", "tab:orange", f"the same against its own run at {REFERENCE_STEP} s")}
+             ("continuous", "staged"): ("s-", "tab:red", "continuous, maximum step 10 s to 0.1 s"),
+             ("continuous", "continuous"): ("s:", "tab:orange", f"continuous, against itself at {REFERENCE_STEP} s")}
     figure, axes = plt.subplots(1, len(panels), figsize=(12, 3.6), squeeze=False)
     for axis, (recipe, column, title) in zip(axes.flat, panels):
         for key, (marker, colour, label) in style.items():

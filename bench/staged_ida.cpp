@@ -1,13 +1,12 @@
 // Integrates the equations of the staged scheme with SUNDIALS IDA (variable-order BDF) and compares the layers with
 // those of the project's own integrator:
 //   vorlen_bench_staged_ida [--tolerance X] [--ida-tolerance X] [--exchange-layer X] [--summary] RECIPE...
-// One table for each recipe with thickness and final composition of each stage, and one line with the largest
-// difference; --summary prints the line alone. --exchange-layer gives IDA an exchange layer of another size, in
-// monolayers: the differences are then those that the size makes. The exit status is 1 if a run fails or a difference
-// exceeds LIMIT.
+// Prints a table for each recipe with thickness and final composition of each stage, and a line with the largest
+// difference; --summary prints only the line. --exchange-layer sets the size of IDA's exchange layer in monolayers, to
+// see its effect. The exit status is 1 if a run fails or a difference exceeds LIMIT.
 //
-// IDA solves F(t, y, y') = y' - f(t, y) with its own step control, difference quotients and dense output; the opening
-// of V-defects is a root function of IDA. Shared with the library are f, the film and the density of V-defects.
+// IDA solves F(t, y, y') = y' - f(t, y) with its own step control, difference quotients and dense output, and finds the
+// opening of V-defects as the zero of a root function. f, the film and the V-defect density are those of the library.
 #include <ida/ida.h>
 #include <nvector/nvector_serial.h>
 #include <sunlinsol/sunlinsol_dense.h>
@@ -20,8 +19,8 @@
 #include <string>
 #include <vector>
 
+#include "api/staged_equations.h"
 #include "api/staged_run.h"
-#include "model/staged_equations.h"
 #include "recipe/read_recipe.h"
 #include "strain/v_defect_density.h"
 
@@ -34,13 +33,13 @@ using vorlen::SurfChemNonst;
 constexpr double OWN_TOLERANCE = 1e-8;
 constexpr double IDA_TOLERANCE = 1e-9;
 constexpr double LIMIT = 1e-6;             // of a difference
-constexpr double LEAST_THICKNESS = 1.0;    // nm; differences of thinner layers are taken relative to this
+constexpr double LEAST_THICKNESS = 1.0;    // nm; differences of thinner layers are relative to this
 constexpr long MAX_IDA_STEPS = 1000000;    // of a stage
 constexpr int MAX_RESTARTS = 20;           // of a stage, after failures of IDA
 constexpr double RESTART_STEP = 1e-9;      // s
 constexpr double KNOT_SPACING = 2.5e-10;   // of the film, m
 constexpr double MAX_KNOTS_PER_STEP = 64;  // of the film
-constexpr int RECOVERABLE = 1;             // a residual's answer that makes IDA try a smaller step
+constexpr int RECOVERABLE = 1;             // return value of a residual that makes IDA try a smaller step
 constexpr std::size_t Y_Z = vorlen::STAGED_Z;
 
 struct Settings {
@@ -49,7 +48,7 @@ struct Settings {
   bool summary = false;
 };
 
-// A stage as it was grown.
+// A grown stage.
 struct Layer {
   double thickness = 0.0;  // nm
   double x_In = 0.0;       // of the surface at the end
@@ -57,7 +56,7 @@ struct Layer {
 };
 
 struct Outcome {
-  std::string fault;  // empty for a run that reached the end
+  std::string fault;  // empty if the run reached the end
   std::vector<Layer> layers;
   double rho_VD = 0.0;  // at the end, m^-2
   long steps = 0;
@@ -81,10 +80,10 @@ Outcome run_own(const vorlen::ProcessRecipe& recipe, double tolerance) {
   // The last row of a stage is at its end; the first row of the next one is later.
   double z_from = model.z_start;
   for (const vorlen::StageRecord& stage : model.active_stages) {
-    const auto after = std::upper_bound(model.hist_t.begin(), model.hist_t.end(), stage.end_time());
-    const auto row = static_cast<std::size_t>(after - model.hist_t.begin()) - 1;
-    outcome.layers.push_back({1e9 * (model.hist_z[row] - z_from), model.hist_xIn[row], model.hist_xAl[row]});
-    z_from = model.hist_z[row];
+    const auto after = std::upper_bound(model.history.t.begin(), model.history.t.end(), stage.end_time());
+    const auto row = static_cast<std::size_t>(after - model.history.t.begin()) - 1;
+    outcome.layers.push_back({1e9 * (model.history.z[row] - z_from), model.history.x_In[row], model.history.x_Al[row]});
+    z_from = model.history.z[row];
   }
   outcome.rho_VD = model.rho_VD;
   return outcome;
@@ -103,7 +102,7 @@ int residual(realtype t, N_Vector y, N_Vector yp, N_Vector F, void* context) {
   return 0;
 }
 
-// Negative from the opening of V-defects on. The state is on top of the film while the balance is taken.
+// Root function: 1 before V-defects open, -1 after. The film includes the state while the balance is evaluated.
 int opening(realtype, N_Vector y, N_Vector, realtype* g, void* context) {
   StagedEquations& e = *static_cast<StagedEquations*>(context);
   vorlen::unpack_staged(e, N_VGetArrayPointer(y));
@@ -116,7 +115,7 @@ int opening(realtype, N_Vector y, N_Vector, realtype* g, void* context) {
 
 void say_nothing(int, const char*, const char*, char*, void*) {}
 
-// The objects of IDA for one run.
+// IDA and its objects for one run.
 class Ida {
  public:
   Ida(StagedEquations& equations, double tolerance) : equations_(equations), tolerance_(tolerance) {
@@ -139,7 +138,7 @@ class Ida {
   Ida(const Ida&) = delete;
   Ida& operator=(const Ida&) = delete;
 
-  // Integrates a stage of tau [s] from y, which receives the state at its end. Returns a text, empty on success.
+  // Integrates a stage of length tau [s] from y, and sets y to the state at its end. Returns an error text, or "".
   std::string run_stage(double tau, StagedVector& y, Outcome& outcome);
 
  private:
@@ -155,7 +154,7 @@ class Ida {
   void* ida_ = nullptr;
 };
 
-// Starts IDA at the state in y_ with the rates of that state.
+// Starts IDA at the state in y_.
 void Ida::start(double t, double first_step) {
   StagedVector rtol{}, f{};
   vorlen::staged_tolerances(equations_, tolerance_, rtol.data(), N_VGetArrayPointer(atol_));
@@ -177,7 +176,7 @@ void Ida::start(double t, double first_step) {
   IDARootInit(ida_, watch ? 1 : 0, watch ? opening : nullptr);
 }
 
-// Brings the film and the V-defects up to the state in y_, over the part of the last step from t_from on.
+// Updates film and V-defects from t_from to the state in y_ at t_to.
 void Ida::follow(double t_from, double t_to, double z_from) {
   StagedEquations& e = equations_;
   const double growth = 1e-9 * std::abs(N_VGetArrayPointer(y_)[Y_Z] - z_from);
@@ -255,7 +254,7 @@ Outcome run_ida(const vorlen::ProcessRecipe& recipe, double tolerance, double ex
   return outcome;
 }
 
-// Prints the comparison of a recipe; false if a run failed or a difference is above LIMIT.
+// Compares and prints a recipe. False if a run failed or a difference exceeds LIMIT.
 bool compare(const std::string& path, const Settings& settings) {
   vorlen::ProcessRecipe recipe;
   std::string error;

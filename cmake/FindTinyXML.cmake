@@ -1,4 +1,4 @@
-# The static library of TinyXML and its header, by pkg-config or where they usually are: TinyXML_STATIC_LIBRARY and
+# The static library of TinyXML and its header, from pkg-config or the usual folders: TinyXML_STATIC_LIBRARY and
 # TinyXML_INCLUDE_DIR.
 find_package(PkgConfig QUIET)
 if(PkgConfig_FOUND)

@@ -1,4 +1,4 @@
-# The three Debian packages, made by CPack from the preset `package`: the library, what builds against it, the tool.
+# Three Debian packages, created by CPack with the preset `package`: library, development files, tool.
 set(VORLEN_MAINTAINER "VorlenSolver maintainers <maintainers@vorlensolver.invalid>")
 set(VORLEN_DEBIAN_REVISION 1)
 
@@ -23,19 +23,18 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE ${VORLEN_DEBIAN_REVISION})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# The loader's cache is renewed once, after all packages of an installation.
+# The loader's cache is updated once, after all packages are installed.
 file(WRITE "${CMAKE_CURRENT_BINARY_DIR}/debian/triggers" "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${CMAKE_CURRENT_BINARY_DIR}/debian/triggers")
 
-# Debian's policy wants manual pages compressed; other installations leave them as they are.
+# Debian's policy requires compressed manual pages; other installations do not compress them.
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/compress_manual_pages.cmake")
 
-# What each links is found by dpkg-shlibdeps; the library itself says under which name hosts depend on it.
+# dpkg-shlibdeps finds the libraries that each package links; the library declares how hosts depend on it.
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/src/api")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -53,13 +52,15 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "growth of III-nitride layers in MOV
 Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
 vapour-phase epitaxy over a whole process recipe.
 .
-This package holds the C header, and the files by which pkg-config and CMake
-find the library.")
+This package contains the C header, the stiff integrator vorlen_radau as a
+static library with its C++ header, and the files by which pkg-config and CMake
+find both.")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME vorlen)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION science)
+# The Python package calls the shared library.
 set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${library_package} (= ${debian_version})")
-# Runs, tables and checks need none of these; the Python package that comes with the tool does.
+# Only the Python package, which is installed with the tool, needs these.
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS
   "python3, python3-jinja2, python3-matplotlib, python3-numpy, python3-pandas")
 set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "python3-lmfit, python3-scipy, python3-xarray")
@@ -67,10 +68,10 @@ set(CPACK_COMPONENT_TOOL_DESCRIPTION "growth of III-nitride layers in MOVPE, com
 Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
 vapour-phase epitaxy over a whole process recipe.
 .
-This package holds the program vorlen, which checks and runs recipes and shows
-what grew, the schema of recipes for editors, and the Python package vorlen.")
+This package contains the program vorlen, which checks and runs recipes and
+shows the results, the schema of recipes for editors, and the Python package vorlen.")
 
-# Each package tells its history and whose it is, where Debian's policy wants it, and where it departs from it.
+# Changelog, copyright, and the exceptions to Debian's policy, for each package.
 configure_file(cmake/debian/changelog.in debian/changelog @ONLY)
 configure_file(cmake/debian/copyright.in debian/copyright @ONLY)
 find_program(GZIP_PROGRAM gzip)

@@ -1,5 +1,5 @@
-# What an installation holds beside the targets: how other builds find the library, and the files that are only copied.
-# Components: library (what a host needs to run), development (what it needs to be built), tool (all the rest).
+# Installed in addition to the targets: the files by which other builds find the library, and files that are only copied.
+# Components: library (needed to run a host), development (needed to build one), tool (everything else).
 include(CMakePackageConfigHelpers)
 
 set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/VorlenSolver")
@@ -17,9 +17,3 @@ string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
 configure_file(cmake/vorlensolver.pc.in vorlensolver.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/vorlensolver.pc"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
-
-# The Python package, where Debian's Python looks and where the tool finds it beside itself.
-if(VORLEN_TOOLS AND EXISTS "${PROJECT_SOURCE_DIR}/python/vorlen")
-  install(DIRECTORY python/vorlen DESTINATION "lib/python3/dist-packages" COMPONENT tool
-    PATTERN "__pycache__" EXCLUDE)
-endif()

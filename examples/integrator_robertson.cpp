@@ -4,36 +4,51 @@
 //   y2' =  0.04 y1 - 1e4 y2 y3 - 3e7 y2^2
 //   y3' =                        3e7 y2^2
 //
-// integrated from (1, 0, 0) to x = 1e11 with a numerical Jacobian. Prints the end values and the work done.
-#include <cstddef>
+// integrated from (1, 0, 0) to x = 1e11 with a Jacobian by difference quotients. Prints the end values and the work.
+#include <vorlen_radau.h>
+
 #include <cstdint>
 #include <cstdio>
-#include <vector>
 
-#include "integrator/radau_integrator.h"
+namespace radau = vorlen::radau;
 
-static void Robertson(std::int32_t, double, const double* y, double* f, void*, void*) {
+static void Robertson(std::int32_t, double, const double* y, double* f, void*) {
   f[0] = -0.04 * y[0] + 1e4 * y[1] * y[2];
   f[2] = 3e7 * y[1] * y[1];
   f[1] = -f[0] - f[2];
 }
 
 int main() {
-  const std::int32_t n = 3;
-  const std::int32_t lwork = 20 + 12 * n + 4 * n * n;  // full Jacobian, no mass matrix
-  const std::int32_t liwork = 20 + 3 * n;
-  std::vector<double> WORK(lwork, 0.0);  // 0 in a parameter slot selects its default
-  std::vector<std::int32_t> IWORK(liwork, 0);
-  double x = 0.0, y[n] = {1.0, 0.0, 0.0}, h = 1e-6, rtol = 1e-8, atol = 1e-16;
-  std::int32_t mljac = n, mujac = n, mumas = 0, idid = 0;
+  // 1. The problem: the right-hand side and the number of components.
+  radau::Problem problem;
+  problem.n = 3;
+  problem.rhs = Robertson;
 
-  vorlen::RadauIntegrator(n, Robertson, x, y, 1e11, h, &rtol, &atol, 0, nullptr, 0, mljac, mujac, nullptr, 0, 0, mumas,
-                          nullptr, 0, WORK.data(), lwork, IWORK.data(), liwork, nullptr, nullptr, idid);
+  // 2. The tolerances. y2 stays below 1e-4, so the absolute tolerance is far below that.
+  radau::Options options;
+  options.relative_tolerance = 1e-8;
+  options.absolute_tolerance = 1e-16;
 
-  std::printf("idid %d at x = %g\n", idid, x);
+  // 3. The start.
+  double y[3] = {1.0, 0.0, 0.0};
+  radau::State state;
+  state.y = y;
+  state.step = 1e-6;
+
+  // 4. Integrate to x = 1e11.
+  const radau::Result result = radau::Integrate(problem, options, 1e11, state);
+
+  // 5. The result.
+  std::printf("%s at x = %g\n", radau::Describe(result), state.x);
   std::printf("y = %.9e %.9e %.9e\n", y[0], y[1], y[2]);
-  const char* names[] = {"rhs_calls",      "jacobian_count",      "step_count", "accepted_count",
-                         "rejected_count", "factorisation_count", "solve_count"};
-  for (std::size_t k = 0; k < 7; ++k) std::printf("%-20s %d\n", names[k], IWORK[13 + k]);
-  return idid == 1 ? 0 : 1;
+  const radau::Counters& work = state.counters;
+  std::printf("rhs_calls            %d\n", work.rhs_calls);
+  std::printf("jacobian_rhs_calls   %d\n", work.jacobian_rhs_calls);
+  std::printf("jacobian_count       %d\n", work.jacobian_count);
+  std::printf("step_count           %d\n", work.step_count);
+  std::printf("accepted_count       %d\n", work.accepted_count);
+  std::printf("rejected_count       %d\n", work.rejected_count);
+  std::printf("factorisation_count  %d\n", work.factorisation_count);
+  std::printf("solve_count          %d\n", work.solve_count);
+  return result == radau::Result::REACHED_END ? 0 : 1;
 }

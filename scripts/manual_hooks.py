@@ -1,4 +1,4 @@
-"""Hooks of mkdocs for the manual: brings KaTeX, which draws the formulas, from Debian's package into the site."""
+"""Hooks of mkdocs for the manual: copies KaTeX, which renders the formulas, from Debian's package to the site."""
 import pathlib
 import shutil
 
@@ -15,7 +15,7 @@ RENDER = """document.addEventListener("DOMContentLoaded", () => {
 
 
 def on_post_build(config, **_):
-    """Copies script, style sheet and fonts, so that the manual needs no network."""
+    """Copies script, style sheet and fonts, so that the manual works offline."""
     target = pathlib.Path(config["site_dir"]) / "katex"
     shutil.rmtree(target, ignore_errors=True)
     target.mkdir(parents=True)

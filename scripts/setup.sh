@@ -1,14 +1,16 @@
 #!/bin/bash
-# Installs what Debian 12 lacks for this project: scripts/setup.sh [build|run|test|bench]
-#   build  compiler and libraries of the library and its command-line host (default)
+# Installs the Debian 12 packages that this project needs: scripts/setup.sh [build|run|test|bench]
+#   build  compiler and libraries for the library and its command-line tool (default)
 #   run    these, and what the Python package needs for figures and reports
-#   test   these, and what ./test.sh needs besides
-#   bench  these, and what the benchmarks and the comparison of integrators need besides
-# What is there already is left alone; when nothing is missing, neither the network nor root is needed.
+#   test   these, and what ./test.sh needs
+#   bench  these, and what the benchmarks and the comparison of integrators need
+# Only missing packages are installed. If there are none, neither root nor the network is needed.
 set -euo pipefail
 
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
-PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib python3-jinja2)
+PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
+  # reports: pages, and the library that draws their charts
+  python3-jinja2 python3-plotly esbuild)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
@@ -32,14 +34,14 @@ die() {
   exit 1
 }
 
-# How to become root: nothing, or sudo. Stops with a text when neither is possible; its argument says what is to be done.
+# Sets as_root to the command that gives root permissions. Without one, stops and shows its arguments as what to do.
 rise_to_root() {
   if [ "$(id -u)" -eq 0 ]; then
     as_root=()
   elif command -v sudo >/dev/null; then
     as_root=(sudo)
   else
-    die "root is needed and there is no sudo. As root, run:
+    die "this needs root, and sudo is not installed. As root, run:
   $*"
   fi
 }
@@ -53,9 +55,9 @@ case "${1:-build}" in
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-  die "this is no Debian system, so nothing can be installed here. These Debian 12 packages, or their like, are needed:
+  die "this is not a Debian system. Install the equivalents of these Debian 12 packages:
   ${packages[*]}
-With them in place the CMake presets work by themselves, see CONTRIBUTING.md."
+The CMake presets then work without this script, see CONTRIBUTING.md."
 fi
 
 missing=()
@@ -79,6 +81,6 @@ fi
 
 if [[ "${1:-build}" =~ ^(test|bench)$ ]] && ! locale -a | grep -qix "$TEST_LOCALE\.utf-\?8"; then
   rise_to_root "localedef -i $TEST_LOCALE -f UTF-8 $TEST_LOCALE.UTF-8"
-  echo "setup: making the locale $TEST_LOCALE.UTF-8"
+  echo "setup: creating the locale $TEST_LOCALE.UTF-8"
   "${as_root[@]}" localedef -i "$TEST_LOCALE" -f UTF-8 "$TEST_LOCALE.UTF-8"
 fi

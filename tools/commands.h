@@ -1,4 +1,4 @@
-// The subcommands of the tool. Each stands in a file of its own, command_NAME.cpp, and is entered in vorlen.cpp.
+// The subcommands of the tool. Each is defined in a file command_NAME.cpp and added in vorlen.cpp.
 #pragma once
 
 #include <CLI/CLI.hpp>

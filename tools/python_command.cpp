@@ -1,14 +1,12 @@
-// The interpreter must see the package and what it needs. The package lies in the installation of this tool, or in the
-// source tree of this build; the library that it is to call is the one that this tool uses.
+// The interpreter must find the package and its dependencies. The package and the shared library are those of the
+// installation of this tool, or of the source tree and the build folder that the tool is in.
 #include "python_command.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <fmt/core.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vorlen_solver.h>
 
 #include <array>
 #include <cerrno>
@@ -37,15 +35,15 @@ struct PythonCommand {
 
 constexpr std::array<PythonCommand, 2> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
-    {"sweep", "Run the rows of a sweep's plan, or a part of them", "vorlen sweep plan.json --workers 4"},
+    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
 }};
 
-// Asks an interpreter whether it finds all modules that follow.
+// Exits with 0 if the interpreter finds all modules given as arguments.
 constexpr const char* PROBE =
     "import sys, importlib.util as u; sys.exit(any(u.find_spec(m) is None for m in sys.argv[1:]))";
 constexpr std::array<const char*, 4> MODULES = {"numpy", "pandas", "lxml", "vorlen"};
 
-// The source tree that the build folder of the tool belongs to; empty if the tool lies in none.
+// The source tree from which the tool was built; empty if the tool is not in a build folder.
 fs::path source_tree(const fs::path& tool) {
   std::ifstream cache(tool.parent_path().parent_path() / "CMakeCache.txt");
   const std::string key = "CMAKE_HOME_DIRECTORY:INTERNAL=";
@@ -56,32 +54,23 @@ fs::path source_tree(const fs::path& tool) {
   return {};
 }
 
-// The folder of the package vorlen that belongs to this tool; empty if there is none.
-fs::path package_folder() {
+void set_environment() {
   std::error_code ignored;
   const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
   const fs::path tree = source_tree(tool);
-  const fs::path folder =
-      tree.empty() ? tool.parent_path().parent_path() / "lib/python3/dist-packages" : tree / "python";
-  return fs::exists(folder / "vorlen", ignored) ? folder : fs::path();
-}
-
-void set_environment() {
-  const fs::path package = package_folder();
-  if (!package.empty()) {
+  const fs::path folder = tool.parent_path();
+  const fs::path package = tree.empty() ? folder.parent_path() / "lib/python3/dist-packages" : tree / "python";
+  if (fs::exists(package / "vorlen", ignored)) {
     const char* old = std::getenv("PYTHONPATH");
     const std::string path = package.string() + (old != nullptr && *old != '\0' ? std::string(":") + old : "");
     setenv("PYTHONPATH", path.c_str(), 1);
   }
-  Dl_info library{};
-  if (dladdr(reinterpret_cast<void*>(&runSurfChem), &library) != 0 && library.dli_fname != nullptr) {
-    std::error_code ignored;
-    const fs::path path = fs::canonical(library.dli_fname, ignored);
-    if (!path.empty()) setenv("VORLEN_LIBRARY", path.c_str(), 0);  // a caller's own choice stands
-  }
+  const fs::path library =
+      fs::canonical(folder / (tree.empty() ? VORLEN_LIBRARY_FROM_TOOL : "../src/api/libVorlenSolver.so"), ignored);
+  if (!library.empty()) setenv("VORLEN_LIBRARY", library.c_str(), 0);  // the caller's choice has priority
 }
 
-// As exec() takes them, a null at the end.
+// As exec() expects them, terminated by a null.
 std::vector<char*> pointers_to(std::vector<std::string>& words) {
   std::vector<char*> pointers;
   pointers.reserve(words.size() + 1);
@@ -114,9 +103,10 @@ bool fits(const std::string& interpreter) {
 void add_python_commands(CLI::App& app) {
   for (const PythonCommand& command : COMMANDS) {
     app.add_subcommand(command.name, command.description)
-        ->footer(fmt::format("The Python package vorlen carries it out; \"vorlen {} --help\" tells its options.\n\n"
-                             "Example:\n  {}",
-                             command.name, command.example));
+        ->footer(
+            fmt::format("This command is part of the Python package vorlen; \"vorlen {} --help\" lists its options.\n\n"
+                        "Example:\n  {}",
+                        command.name, command.example));
   }
 }
 
@@ -142,7 +132,7 @@ int forward_to_python(char** arguments) {
     return fail(interpreter + ": " + std::strerror(errno));
   }
   return fail(
-      "this command needs a Python 3 that finds numpy, pandas, lxml and the package vorlen (Debian:\n"
-      "python3-numpy, python3-pandas, python3-lxml). None of these does: " +
-      tried + ".\nThe environment variable VORLEN_PYTHON can name another one");
+      "this command needs Python 3 with numpy, pandas, lxml and the package vorlen (Debian packages:\n"
+      "python3-numpy, python3-pandas, python3-lxml). Tried without success: " +
+      tried + ".\nSet the environment variable VORLEN_PYTHON to another interpreter");
 }

@@ -1,4 +1,4 @@
-// vorlen: the command-line host of VorlenSolver. Data go to stdout, texts about failures to stderr.
+// vorlen, the command-line tool of VorlenSolver. Data goes to stdout, messages go to stderr.
 #include <clocale>
 #include <iostream>
 #include <new>
@@ -11,13 +11,13 @@
 #include "terminal/output.h"
 
 int main(int argc, char** argv) {
-  std::setlocale(LC_CTYPE, "");  // what the terminal can show; numbers have the point in any locale
+  std::setlocale(LC_CTYPE, "");  // character set only: numbers keep their decimal point
   int status = EXIT_OK;
   CLI::App app("Simulates the growth of III-nitride alloy layers over a whole process recipe.", "vorlen");
   app.set_version_flag("--version", "vorlen " VORLEN_VERSION);
   app.require_subcommand(1);
   app.footer(
-      "vorlen COMMAND --help tells about a command, and the manual page vorlen(1) about all of them.\n\n"
+      "vorlen COMMAND --help describes a command, the manual page vorlen(1) describes them all.\n\n"
       "Example:\n  vorlen new algan_gan_hemt && vorlen run algan_gan_hemt.xml");
   add_check_command(app, status);
   add_timeline_command(app, status);
@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
   add_explain_command(app, status);
   add_python_commands(app);
 
-  // Words that stand in no help: for the build, and for completion in shells.
+  // Hidden commands: for the build, and for completion in the shell.
   const std::string first = argc > 1 ? argv[1] : "";
   if (first == "__man") return print_out(manual_page(app, VORLEN_VERSION));
   if (first == "__complete") return print_out(completions(app, std::vector<std::string>(argv + 2, argv + argc)));
@@ -37,7 +37,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    // Requests for help and version come this way too, and are no failures.
+    // --help and --version arrive here too, with exit status 0.
     if (app.exit(error) != 0) return EXIT_USAGE;
     return std::cout.flush() ? EXIT_OK : EXIT_FAILED;
   } catch (const std::bad_alloc&) {

@@ -1,4 +1,4 @@
-// In order: pieces of a recipe, the recipes.
+// Contents: parts of a recipe; the recipes.
 #include "recipes/bench_recipes.h"
 
 #include <cstdio>
@@ -101,7 +101,7 @@ std::string flows(double TMIn, double TMGa, double TEGa, double N2, double NH3, 
          "</Q>\n</gas_species>\n";
 }
 
-// The children of a stage in the order of the reader. Under V_dislocation the density follows from the template.
+// The children of a stage, in the order of the reader. Under V_dislocation the template gives the dislocation density.
 std::string stage_body(const Stage& s, Stress stress) {
   std::string text = std::string("<name val=\"") + s.name + "\"/>\n" + element("tau", s.tau) +
                      range("T", s.T_begin, s.T_end) + range("P", 40000, 40000);

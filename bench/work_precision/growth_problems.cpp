@@ -1,4 +1,4 @@
-// Problems from recipes. The model keeps its current stage between evaluations, so each run begins by setting it.
+// Problems from recipes. The model keeps its current stage between evaluations, so each run starts by setting it.
 #include "work_precision/growth_problems.h"
 
 #include <algorithm>

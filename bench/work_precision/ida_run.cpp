@@ -18,7 +18,7 @@ namespace vorlen::bench {
 namespace {
 
 constexpr long MAX_IDA_STEPS = 1000000;
-constexpr int RECOVERABLE = 1;  // a residual's answer that makes IDA try a smaller step
+constexpr int RECOVERABLE = 1;  // return value of the residual that makes IDA try a smaller step
 
 struct CountedProblem {
   const Problem* problem;
@@ -43,7 +43,8 @@ int residual(realtype t, N_Vector y, N_Vector yp, N_Vector F, void* context) {
 
 void say_nothing(int, const char*, const char*, char*, void*) {}
 
-// A solution of M y' = f at the start, by elimination with complete pivoting; components that M leaves free are 0.
+// A solution of M y' = f at the start, by elimination with complete pivoting; components that M does not determine are
+// 0.
 std::vector<double> starting_rates(const Problem& problem, double t, const std::vector<double>& y) {
   constexpr double PIVOT_MIN = 1e-12;  // of the largest entry; below, a row is algebraic
   const std::size_t n = y.size();
@@ -56,7 +57,7 @@ std::vector<double> starting_rates(const Problem& problem, double t, const std::
     M[static_cast<std::size_t>(entry.row)][static_cast<std::size_t>(entry.column)] = entry.value;
     largest = std::max(largest, std::abs(entry.value));
   }
-  // Gauss-Jordan: every row that gives a pivot is cleared from all the others.
+  // Gauss-Jordan: every pivot row is eliminated from all other rows.
   std::vector<bool> row_used(n, false);
   std::vector<std::size_t> row_of(n, n);
   for (std::size_t step = 0; step < n; ++step) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Plots work_precision.csv and prints what it says at equal error: plot.py TABLE.csv PLOT.svg
+"""Plots work_precision.csv and prints the ratios at equal error: plot.py TABLE.csv PLOT.svg
 
 The plot has one panel for each problem, error over processor time. The printed tables are Markdown: IDA over Radau, time
 and evaluations of f at equal error, and the runs that failed. "never": the second solver did not get there with any
@@ -38,7 +38,7 @@ def read(path):
 
 
 def front(rows, cost):
-    """The runs that no other run of the solver beats in both error and cost, by falling error."""
+    """The runs that no other run of the solver beats in both error and cost, by decreasing error."""
     points = sorted((float(r[cost]), max(float(r["error"]), FLOOR)) for r in rows if r["status"] == "ok")
     best = []
     for value, error in points:
@@ -65,7 +65,7 @@ def cost_at(points, level):
 
 
 def ratio_cell(base, other, level):
-    """other / base; ">" and "<" tell the side on which the true ratio lies when one cost is a bound."""
+    """other / base; ">" and "<" mark the side of the true ratio when one cost is a bound."""
     a, a_bound = cost_at(base, level)
     b, b_bound = cost_at(other, level)
     if a is None and b is None:

@@ -1,4 +1,4 @@
-// Processor time of the calling thread: what other processes do on the machine counts less in it than in wall time.
+// Processor time of the calling thread, which other processes on the machine affect less than wall time.
 #pragma once
 
 #include <ctime>

@@ -1,5 +1,6 @@
-// The published and closed-form problems of the integrator's tests, with what a comparison needs beside: the size of
-// the components, which sets absolute tolerances and the scale of errors, and the first step of the Radau integrator.
+// The published and closed-form problems of the integrator's tests, with additional data for a comparison: the size
+// of the components, which sets absolute tolerances and the scale of errors, and the first step of the Radau
+// integrator.
 #include "work_precision/published_problems.h"
 
 #include <algorithm>
@@ -83,7 +84,7 @@ Problem take_closed_form(const std::string& name, const test::StiffProblem& sour
   return problem;
 }
 
-// The chain with each mass's velocity right behind its position, so that the whole Jacobian is a band.
+// The chain with each mass's velocity right after its position, so that the whole Jacobian is a band.
 void interleaved_chain_rhs(std::int32_t n, double, const double* y, double* f, void*, void*) {
   for (std::int32_t i = 0; i < n; i += 2) {
     f[i] = y[i + 1];

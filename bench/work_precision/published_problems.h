@@ -1,4 +1,4 @@
-// Published stiff problems with their end values, and problems with a solution in closed form.
+// Published stiff problems with their end values, and problems with a closed-form solution.
 #pragma once
 
 #include <vector>

@@ -1,8 +1,8 @@
 #!/bin/bash
-# Builds the comparison with SUNDIALS IDA, runs it and renews docs/figures/work_precision.{csv,svg}:
+# Builds the comparison with SUNDIALS IDA, runs it and updates docs/figures/work_precision.{csv,svg}:
 #   bench/work_precision/run.sh [PROBLEM...]
-# With problem names only these are run, and table and plot go to build/work_precision instead. A whole run takes some
-# minutes. BUILD_DIR names another build folder.
+# With problem names only these are run, and the table and plot are written to build/work_precision instead. A complete
+# run takes several minutes. BUILD_DIR names another build folder.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)

@@ -1,4 +1,4 @@
-// One run of a problem by either solver, with what it cost.
+// One run of a problem by either solver, and its cost.
 #pragma once
 
 #include <string>
@@ -8,13 +8,13 @@
 
 namespace vorlen::bench {
 
-// What a run returns. Counters are sums over the segments.
+// The result of a run. Counters are sums over the segments.
 struct RunRecord {
-  std::string status;  // "ok", or the solver's code of failure
+  std::string status;  // "ok", or the cause of the failure
   std::vector<double> y;
   double seconds = 0.0;     // processor time of the calling thread inside the solver
   long steps = 0;           // accepted steps
-  long rejected = 0;        // steps refused by the error test
+  long rejected = 0;        // steps rejected by the error test
   long newton_failed = 0;   // steps given up because Newton did not converge; Radau does not count these, -1
   long rhs_calls = 0;       // all evaluations of f, those of difference quotients included
   long jacobians = 0;       // Jacobians by difference quotients
@@ -22,7 +22,7 @@ struct RunRecord {
   long solves = 0;          // Newton iterations
 };
 
-// As the driver uses it: tolerance and tolerance * scale are its rtol and atol, which it transforms to its own measure.
+// The Radau integrator as the driver uses it: tolerance and tolerance * scale are its rtol and atol.
 RunRecord run_radau(const Problem& problem, double tolerance);
 
 // Variable-order BDF with a dense or band matrix, both with IDA's defaults. suppress_algebraic leaves the algebraic

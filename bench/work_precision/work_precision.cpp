@@ -1,10 +1,11 @@
 // Error over cost of the Radau IIA integrator and of SUNDIALS IDA (variable-order BDF) on the same problems:
 //   work_precision RECIPES GROWTH_RECIPES OUTPUT.csv [PROBLEM...]
-// RECIPES is the folder of the test recipes, GROWTH_RECIPES that of this benchmark's own. With problem names, only
-// those.
+// RECIPES is the folder of the test recipes, GROWTH_RECIPES the folder of this benchmark's recipes. With problem names,
+// only those are run.
 //
-// All solvers of a problem and a tolerance take turns, several rounds, so that a change of the machine's speed meets
-// all of them; the time of a run is the median of the rounds. One row of the table is one solver at one tolerance.
+// For each problem and tolerance the solvers alternate over several rounds, so that a change of the machine's speed
+// affects all of them; the time of a run is the median of the rounds. One row of the table is one solver at one
+// tolerance.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>

@@ -1,4 +1,4 @@
-# Run by cpack between installing and packing, in whose folder everything lies below its component.
+# Run by cpack after installing and before packing; its folder contains one folder per component.
 file(GLOB_RECURSE pages "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*.[1-9]")
 list(FILTER pages INCLUDE REGEX "/man/man[1-9]/[^/]+$")
 if(pages)

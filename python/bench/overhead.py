@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Times what Python adds to the library: python/bench/overhead.py
+"""Measures the time that Python adds to the library: python/bench/overhead.py
 
-The overhead of vorlen.run over the bare call, for each example, and the reading of a result of 100000 rows and of
-one of 100 MB. Exit status 1 when a limit is missed. Times are processor times of this process, which other work on the
-machine lengthens little, and the shortest of many, taken in turn. All is done on one thread.
+Measures the overhead of vorlen.run over a direct call for each example, and the time to read results of 100000 rows and
+of 100 MB. Exit status 1 if a limit is exceeded. Times are processor times of this process, which other load on the
+machine hardly affects; each is the shortest of many alternating measurements. Everything runs on one thread.
 """
 
 from __future__ import annotations
@@ -26,7 +26,7 @@ READING_LIMIT = 1.0  # s, for 100000 rows
 
 
 def shortest(*actions: Callable[[], object], repeats: int = REPEATS) -> list[float]:
-    """Shortest processor time of each action in s. The actions take turns."""
+    """Shortest processor time of each action in s. The actions alternate."""
     durations: list[list[float]] = [[] for _ in actions]
     for _ in range(repeats):
         for action, found in zip(actions, durations):
@@ -52,7 +52,7 @@ def overheads(folder: Path) -> float:
 
 
 def reading(folder: Path, rows: int) -> float:
-    """Prints the time to read a file of so many rows and returns it in s."""
+    """Prints the time to read a file with this number of rows and returns it in s."""
     content = vorlen.run(ROOT / "examples" / "ingan_v_defects.xml").content
     begin = content.index(b"\n", content.index(b"#time")) + 1
     lines = [line for line in content[begin:].splitlines(keepends=True) if line.endswith(b" \n")]

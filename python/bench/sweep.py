@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """How much faster a sweep is on two processors than on one: python/bench/sweep.py [--runs N]
 
-The same sweep of the multi-quantum well, first with one worker process, then with two. Starting the workers counts. The
-tables of both must be the same bytes. Exit status 1 when the speed-up is below 1.9.
+Runs the same sweep of the multi-quantum well with one worker process, then with two, including the start of the workers.
+Both tables must be identical. Exit status 1 if the speed-up is below 1.9.
 """
 
 from __future__ import annotations

@@ -42,7 +42,7 @@ class Browser:
             self.wait("return document.documentElement.dataset.drawn === 'yes'")
 
     def wait(self, script: str, seconds: float = 30) -> None:
-        """Until the script is true."""
+        """Waits until the script returns true."""
         end = time.monotonic() + seconds
         while not self.run(script):
             if time.monotonic() > end:
@@ -65,14 +65,14 @@ class Browser:
         for shift in (2, 1, 0):
             self.command("Input.dispatchMouseEvent", type="mouseMoved", x=x + shift, y=y)
 
-    def drag(self, begin: tuple[float, float], end: tuple[float, float]) -> None:
-        """Presses the mouse at one place and lets it go at another."""
-        self.command("Input.dispatchMouseEvent", type="mouseMoved", x=begin[0], y=begin[1])
+    def drag(self, start: tuple[float, float], end: tuple[float, float]) -> None:
+        """Presses the mouse button at one place and releases it at another."""
+        self.command("Input.dispatchMouseEvent", type="mouseMoved", x=start[0], y=start[1])
         self.command(
-            "Input.dispatchMouseEvent", type="mousePressed", x=begin[0], y=begin[1], button="left", clickCount=1
+            "Input.dispatchMouseEvent", type="mousePressed", x=start[0], y=start[1], button="left", clickCount=1
         )
         for part in (0.3, 0.7, 1.0):
-            x, y = (a + part * (b - a) for a, b in zip(begin, end))
+            x, y = (a + part * (b - a) for a, b in zip(start, end))
             self.command("Input.dispatchMouseEvent", type="mouseMoved", x=x, y=y, button="left", buttons=1)
         self.command("Input.dispatchMouseEvent", type="mouseReleased", x=end[0], y=end[1], button="left", clickCount=1)
 

@@ -2,12 +2,12 @@
 
 Blocks are fenced with ```python, ```sh or ```text:
 
-- python blocks of a page share their names. An expression in the last line of a block, with a ```text block behind the
+- python blocks of a page share their names. An expression in the last line of a block, with a ```text block after the
   code, must print as that block says; `...` in it stands for anything.
 - sh blocks run under bash -e. `vorlen` is the command-line host, `python3` the interpreter of the tests.
-- A block behind <!-- not run: REASON --> is left alone; one behind <!-- raises: ErrorName --> must end in that error.
+- A block after <!-- not run: REASON --> is skipped; one after <!-- raises: ErrorName --> must end in that error.
 
-All blocks of a page run in one folder of their own, with the example recipes in examples/.
+All blocks of a page run in a separate folder, with the example recipes in examples/.
 """
 
 from __future__ import annotations
@@ -38,7 +38,7 @@ class Block:
     text: str
     line: int  # of its fence, from 1
     note: str  # of the comment in front of it
-    expected: str | None = None  # the text block right behind it
+    expected: str | None = None  # the text block right after it
 
 
 def blocks_of(page: Path) -> list[Block]:
@@ -58,7 +58,7 @@ def blocks_of(page: Path) -> list[Block]:
 
 
 def run_page(page: Path, folder: Path) -> int:
-    """Runs the blocks of a page in folder and returns how many they were. An AssertionError tells place and reason."""
+    """Runs the blocks of a page in folder and returns their number. An AssertionError names place and reason."""
     (folder / "examples").symlink_to(ROOT / "examples")
     names: dict[str, Any] = {"__name__": "__main__"}
     count = 0
@@ -76,7 +76,7 @@ def run_page(page: Path, folder: Path) -> int:
 
 
 def matches(printed: str, expected: str) -> bool:
-    """True when printed is expected, with anything for `...` and no care for blanks at the ends of lines."""
+    """True if printed matches expected, where `...` matches anything and trailing blanks are ignored."""
     tidy = ["\n".join(line.rstrip() for line in text.strip().split("\n")) for text in (printed, expected)]
     pattern = ".*?".join(re.escape(part) for part in tidy[1].split("..."))
     return re.fullmatch(pattern, tidy[0], re.DOTALL) is not None

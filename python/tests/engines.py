@@ -24,11 +24,11 @@ import pytest
 import vorlen
 
 PYTHON_PATH = str(Path(vorlen.__file__).parents[1])
-START_TIME = 60.0  # s that an engine may take to start
+START_TIME = 60.0  # s, limit for the start of an engine
 
 
 def cannot_run(reason: str) -> NoReturn:
-    """Skips the test, or fails it where the engines are required."""
+    """Skips the test, or fails it if the engines are required."""
     if os.environ.get("VORLEN_ENGINES") == "required":
         pytest.fail(reason)
     pytest.skip(reason)
@@ -50,7 +50,7 @@ def require_commands(*names: str) -> None:
 
 
 def wait_for(condition: Callable[[], object], seconds: float = START_TIME) -> bool:
-    """True as soon as condition holds, False when the time is over."""
+    """True as soon as condition holds, False after the time limit."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
         if condition():

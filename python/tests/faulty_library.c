@@ -1,6 +1,6 @@
-/* A library that misbehaves on purpose, for the tests of sweeps: runSurfChem looks into the recipe. With a pressure of
-   40013 Pa the process crashes, with 40017 Pa it hangs, with 40019 Pa it prints and exits; every other recipe goes to
-   the library that the environment variable TEST_REAL_LIBRARY names. */
+/* A library that misbehaves on purpose, for the tests of sweeps: runSurfChem examines the recipe. With a pressure of
+   40013 Pa the process crashes, with 40017 Pa it hangs, with 40019 Pa it prints and exits; every other recipe is passed
+   to the library that the environment variable TEST_REAL_LIBRARY names. */
 
 #include <dlfcn.h>
 #include <signal.h>

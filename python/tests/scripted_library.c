@@ -1,6 +1,6 @@
-/* A library that does what the environment says, for tests of hosts: runSurfChem appends the recipe that it is given to
-   the file TEST_RECIPES, copies the file TEST_ROWS to the result, and returns 1 with TEST_TEXT if that is set. A %s in
-   it stands for the path of the recipe. */
+/* A library controlled by environment variables, for tests of its callers: runSurfChem appends its recipe to the file
+   TEST_RECIPES, copies the file TEST_ROWS to the result, and returns 1 with TEST_TEXT if that is set. A %s in
+   it is replaced by the path of the recipe. */
 
 #include <signal.h>
 #include <stdint.h>

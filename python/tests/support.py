@@ -1,4 +1,4 @@
-"""Recipes and results that several tests need."""
+"""Recipes and results shared by several tests."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
 V_DEFECTS = ROOT / "examples" / "ingan_v_defects.xml"
 MQW = ROOT / "examples" / "ingan_gan_mqw.xml"
-PLAIN_LAYER = Path(__file__).with_name("plain_layer.xml")  # names no scheme
+PLAIN_LAYER = Path(__file__).with_name("plain_layer.xml")  # states no scheme
 
 TITLE = '"VORLEN output file, version 2.0"\n'
 HEADING = (
@@ -36,7 +36,7 @@ def result(layers: list[tuple[str, float, float]], rows: list[str]) -> str:
 
 
 def without_integration(path: Path) -> vorlen.Recipe:
-    """The recipe of a file without its element integration, for tests of what the default scheme does."""
+    """The recipe of a file without its element integration, so that the default scheme applies."""
     return vorlen.Recipe(re.sub(r"\s*<integration>.*?</integration>", "", path.read_text("utf-8"), flags=re.DOTALL))
 
 
@@ -48,7 +48,7 @@ def failing_recipe() -> vorlen.Recipe:
 
 
 def failed_run(recipe: vorlen.Recipe | str | Path) -> vorlen.Run:
-    """The rows of a run that fails under way."""
+    """The rows of a failed run."""
     with pytest.raises(vorlen.SimulationError) as caught:
         vorlen.run(recipe)
     assert caught.value.run is not None
@@ -56,7 +56,7 @@ def failed_run(recipe: vorlen.Recipe | str | Path) -> vorlen.Run:
 
 
 def recipe_with_a_pause() -> vorlen.Recipe:
-    """A transistor with 5 s without metals before the barrier, which the continuous scheme does not get over.
+    """A transistor with a pause of 5 s without metals before the barrier, which the continuous scheme can't handle.
 
     Its fractions leave the range from 0 to 1 in the barrier, stage_3, after 3785 s. The run reaches its end.
     """
@@ -67,8 +67,8 @@ def recipe_with_a_pause() -> vorlen.Recipe:
     return recipe
 
 
-def recipe_with_not_a_numbers() -> vorlen.Recipe:
-    """A recipe of NaN layers: reference flows without carrier gas have no diffusion coefficient.
+def recipe_with_nan() -> vorlen.Recipe:
+    """A recipe whose result is NaN: reference flows without carrier gas give no diffusion coefficient.
 
     Under the staged scheme such a run fails.
     """
@@ -79,7 +79,7 @@ def recipe_with_not_a_numbers() -> vorlen.Recipe:
 
 
 def scripted_library(folder: Path) -> Path:
-    """A library that does what the environment says; see scripted_library.c."""
+    """A library controlled by environment variables; see scripted_library.c."""
     library = folder / "libScripted.so"
     source = Path(__file__).with_name("scripted_library.c")
     subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source], check=True)

@@ -1,4 +1,4 @@
-"""The blocks of the documentation run, and print what the pages say."""
+"""The code blocks of the documentation run, and print what the pages show."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Calibration recovers known constants from noisy data, and says how well it knows them."""
+"""Calibration recovers known constants from noisy data, with correct uncertainties."""
 
 from __future__ import annotations
 
@@ -13,7 +13,7 @@ import vorlen
 
 INCORPORATION, DESORPTION = "chemistry/K_InN_plus/A", "chemistry/Kd_In/A"
 TRUE = {INCORPORATION: 1e19, DESORPTION: 1e13}
-# Below 950 K indium is limited by its incorporation, above by incorporation against desorption: together they tell.
+# Below 950 K indium is limited by its incorporation, above by the balance of incorporation and desorption: together they determine both.
 TEMPERATURES = (850, 910, 970, 1030)
 SIGMA = {"x_in_2": 0.001, "thickness_2": 0.01}
 LAYER = Path(__file__).resolve().parents[2] / "examples" / "notebooks" / "ingan_layer.xml"
@@ -55,7 +55,7 @@ def test_true_constants_lie_in_the_stated_intervals(fitted):
     constants = fitted.constants
     for path, value in TRUE.items():
         assert constants.low[path] < value < constants.high[path]
-        # An interval that says nothing would hold the truth as well.
+        # A very wide interval would contain the true value as well.
         assert constants.high[path] / constants.low[path] < 1.5
         assert abs(np.log(constants.start[path] / value)) > 10 * constants.relative_error[path]
 
@@ -69,7 +69,7 @@ def test_residuals_are_those_of_noise_of_the_stated_size(fitted):
 
 
 def test_errors_are_those_of_linear_error_propagation(fitted):
-    """The covariance of a least-squares estimate is the inverse of J'J (any textbook), J from runs of its own here."""
+    """The covariance of a least-squares estimate is the inverse of J'J (any textbook), with J from separate runs."""
     columns = []
     for path in TRUE:
         sides = []
@@ -134,14 +134,14 @@ def test_the_picture_shows_each_measurement_against_its_fit(fitted, tmp_path):
         ({"chemistry/Kd_In": (1, 2)}, {"x_in_2": (0.2, 0.01)}, "not a single number"),
         ({DESORPTION: (0, 1e14)}, {"x_in_2": (0.2, 0.01)}, "0 < low <= start <= high"),
         ({DESORPTION: (1e14, 1e15)}, {"x_in_2": (0.2, 0.01)}, "0 < low <= start <= high"),
-        ({DESORPTION: (1e12, 1e14)}, {}, "0 measurements can't tell 1 constants"),
-        ({DESORPTION: (1e12, 1e14)}, {"x_in_9": (0.2, 0.01)}, "there is no x_in_9 in recipe; there are z, "),
-        ({DESORPTION: (1e12, 1e14)}, {"x_in_2": (0.2, 0.0)}, "standard deviation is above 0"),
-        ({DESORPTION: (1e12, 1e14)}, {"x_in_2": (0.2, 0.1), "z": 3}, "or none"),
-        ({DESORPTION: (1e12, 1e14)}, {"other": {"x_in_2": 0.2}}, "none of the recipes"),
+        ({DESORPTION: (1e12, 1e14)}, {}, "0 measurements can't determine 1 constants"),
+        ({DESORPTION: (1e12, 1e14)}, {"x_in_9": (0.2, 0.01)}, "unknown quantity x_in_9 in recipe; known are z, "),
+        ({DESORPTION: (1e12, 1e14)}, {"x_in_2": (0.2, 0.0)}, "its standard deviation positive"),
+        ({DESORPTION: (1e12, 1e14)}, {"x_in_2": (0.2, 0.1), "z": 3}, "for all measurements or for none"),
+        ({DESORPTION: (1e12, 1e14)}, {"other": {"x_in_2": 0.2}}, "not one of the recipes"),
     ],
 )
-def test_what_can_not_be_fitted_is_told(parameters, measurements, text):
+def test_a_fit_that_is_impossible_is_rejected_with_a_reason(parameters, measurements, text):
     with pytest.raises(ValueError, match=text):
         vorlen.fit(LAYER, parameters, measurements, workers=1)
 

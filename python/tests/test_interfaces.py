@@ -1,4 +1,4 @@
-"""Run.interfaces: widths that follow by hand."""
+"""Run.interfaces: widths calculated manually."""
 
 from __future__ import annotations
 

@@ -1,4 +1,4 @@
-"""Run.layers: the values of a layer, on profiles whose values follow by hand."""
+"""Run.layers: the values of layers, on profiles whose values are calculated manually."""
 
 from __future__ import annotations
 
@@ -14,7 +14,7 @@ import pandas as pd
 import pytest
 
 import vorlen
-from support import EXAMPLES, V_DEFECTS, failed_run, failing_recipe, recipe_with_not_a_numbers, result, row
+from support import EXAMPLES, V_DEFECTS, failed_run, failing_recipe, recipe_with_nan, result, row
 
 
 def layers_of(text: str) -> pd.DataFrame:
@@ -47,6 +47,31 @@ def test_a_layer_in_which_nothing_grew_has_no_mean_composition() -> None:
     assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4 and layers["mean_rate"][1] == 0.0
 
 
+@pytest.mark.filterwarnings("error")
+@pytest.mark.parametrize(
+    ("middle", "top"),
+    [
+        (1.0, 5e-324),  # 1 nm grew and evaporated again, but for the smallest number there is
+        (1.0, 1e-310),
+        (1.0, float("inf")),
+        (float("inf"), float("inf")),
+        (float("inf"), 1.0),
+        (float("nan"), float("nan")),
+    ],
+)
+def test_a_mean_composition_that_is_not_finite_is_nan_without_a_warning(middle: float, top: float) -> None:
+    # (0.2 + 0.3) / 2 * 1 nm - (0.3 + 0.4) / 2 * 1 nm = -0.1 nm of indium, divided by a net growth of almost 0 nm
+    rows = [row(time=0, z=0, x_in=0.2), row(time=5, z=middle, x_in=0.3), row(time=10, z=top, x_in=0.4)]
+    layers = layers_of(result([("pause", 10, 0)], rows))
+    assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4
+
+
+@pytest.mark.filterwarnings("error")
+def test_the_mean_composition_of_a_layer_that_hardly_grew_is_that_of_what_grew() -> None:
+    rows = [row(time=0, z=0, x_in=0.2), row(time=10, z=1e-300, x_in=0.4)]
+    assert layers_of(result([("a", 10, 0)], rows))["x_in"][1] == pytest.approx(0.3, rel=1e-12)
+
+
 def test_end_values_are_those_of_the_last_row_within_the_layer() -> None:
     # The first layer ends between two rows; the last row of the second lies beyond its end by rounding only.
     rows = [row(time=t, z=t, x_in=t / 100, rho_vd0_t=t) for t in (0.0, 4.0, 9.0, 10.000000000001)]
@@ -56,7 +81,7 @@ def test_end_values_are_those_of_the_last_row_within_the_layer() -> None:
     )
 
 
-def test_the_row_at_the_begin_of_a_layer_belongs_to_the_one_before() -> None:
+def test_the_row_at_the_start_of_a_layer_belongs_to_the_previous_one() -> None:
     rows = [row(time=t, z=t, x_in=t / 100) for t in (0.0, 6.0, 12.0)]
     layers = layers_of(result([("a", 6, 6), ("b", 3, 3), ("c", 3, 3)], rows))
     assert layers["x_in_end"][1] == 0.06 and np.isnan(layers["x_in_end"][2]) and layers["x_in_end"][3] == 0.12
@@ -74,13 +99,13 @@ def test_layers_that_a_failed_run_did_not_reach_have_no_values() -> None:
     with pytest.raises(vorlen.SimulationError) as caught:
         vorlen.run(failing_recipe())
     layers = caught.value.run.layers
-    assert list(layers["kind"]) == ["pre", "active", "active", "active"]  # no row tells of the last
+    assert list(layers["kind"]) == ["pre", "active", "active", "active"]  # no row belongs to the last
     assert np.isnan(layers["x_in_end"][3]) and np.isnan(layers["eps_xx_z"][4])
-    assert layers["x_in"][2] == pytest.approx(0.19, abs=0.01)  # as the example's comment tells
+    assert layers["x_in"][2] == pytest.approx(0.19, abs=0.01)  # as the example's comment says
 
 
-def test_rows_that_are_no_numbers_are_a_warning() -> None:
-    (warning,) = failed_run(recipe_with_not_a_numbers()).warnings
+def test_nan_rows_give_a_warning() -> None:
+    (warning,) = failed_run(recipe_with_nan()).warnings
     assert warning.startswith("Unphysical values in ") and warning.endswith(" is NaN")
     assert vorlen.run(V_DEFECTS).warnings == []
 
@@ -95,7 +120,7 @@ def test_thickness_and_growth_agree(path: Path) -> None:
 
 
 def tool() -> str | None:
-    """The command-line host, if it knows `show`."""
+    """The command-line tool, if it has `show`."""
     path = os.environ.get("VORLEN") or shutil.which("vorlen")
     if not path:
         return None
@@ -103,9 +128,9 @@ def tool() -> str | None:
     return path if re.search(r"^ +show\b", help_text, re.MULTILINE) else None
 
 
-@pytest.mark.skipif(tool() is None, reason="the command-line host has no show")
+@pytest.mark.skipif(tool() is None, reason="the command-line tool has no show")
 @pytest.mark.parametrize("recipe", [*EXAMPLES, failing_recipe], ids=lambda recipe: getattr(recipe, "stem", "failing"))
-def test_the_command_line_host_gives_the_same_values(recipe, tmp_path: Path) -> None:
+def test_the_command_line_tool_gives_the_same_values(recipe, tmp_path: Path) -> None:
     path = tmp_path / "r.result.txt"
     try:
         run = vorlen.run(recipe if isinstance(recipe, Path) else recipe(), path)

@@ -1,4 +1,4 @@
-"""The notebooks run from top to bottom, and are kept without outputs."""
+"""The notebooks run from top to bottom, and are stored without outputs."""
 
 from __future__ import annotations
 

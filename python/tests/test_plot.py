@@ -1,4 +1,4 @@
-"""Run.plot: what the figures draw, and that their text stays text."""
+"""Run.plot: the content of the figures, and that their text stays text."""
 
 from __future__ import annotations
 
@@ -23,7 +23,7 @@ from support import (
     failed_run,
     failing_recipe,
     recipe_with_a_pause,
-    recipe_with_not_a_numbers,
+    recipe_with_nan,
 )
 
 
@@ -59,13 +59,13 @@ def test_over_time_the_curves_are_the_columns_of_the_result() -> None:
     for axis, label, values in (
         (composition, "In", rows["x_in"]),
         (strain, "at growth (t)", 100 * rows["eps_xx_t"]),
-        (strain, "in the end (z)", 100 * rows["eps_xx_z"]),
+        (strain, "finished (z)", 100 * rows["eps_xx_z"]),
         (densities, "dislocations (t)", rows["rho_td_t"]),
         (densities, "dislocations (z)", rows["rho_td_z"]),
     ):
         assert np.array_equal(line(axis, label).get_xdata(), rows["time"])
         assert np.array_equal(line(axis, label).get_ydata(), values)
-    # the column of V-defects holds two times the density; where there are none nothing is drawn
+    # the column of V-defects holds two times the density; where there are none, nothing is drawn
     drawn = line(densities, "V-defects (t)").get_ydata()
     opened = rows["rho_vd0_t"].to_numpy() > 0
     assert np.array_equal(drawn[opened], rows["rho_vd0_t"].to_numpy()[opened] / 2) and np.isnan(drawn[~opened]).all()
@@ -124,13 +124,13 @@ def test_the_relaxation_diagram_has_the_layers_tops() -> None:
 
 
 @pytest.mark.parametrize("kind", ["time", "depth", "relaxation"])
-def test_failed_runs_and_not_a_numbers_are_drawn_as_far_as_they_go(kind: str) -> None:
-    for recipe in (failing_recipe(), recipe_with_not_a_numbers(), recipe_with_a_pause()):
+def test_failed_runs_and_nan_are_drawn_as_far_as_possible(kind: str) -> None:
+    for recipe in (failing_recipe(), recipe_with_nan(), recipe_with_a_pause()):
         failed_run(recipe).plot(kind).canvas.draw()
 
 
 @pytest.mark.parametrize("options", [{"kind": "spiral"}, {"span": "none"}, {"panels": ["colour"]}, {"panels": []}])
-def test_an_unknown_option_is_refused(options: dict[str, object]) -> None:
+def test_an_unknown_option_is_rejected(options: dict[str, object]) -> None:
     with pytest.raises(ValueError):
         vorlen.run(V_DEFECTS).plot(**options)
 
@@ -143,7 +143,7 @@ def test_saved_figures_keep_text_as_text_and_are_the_same_each_time(tmp_path: Pa
     assert svg == (tmp_path / "b.svg").read_text()
     assert ">composition</text>" in svg and ">GaN cap</text>" in svg
     run.plot("depth", path=tmp_path / "a.pdf")
-    assert b"/Type3" not in (tmp_path / "a.pdf").read_bytes()  # Type 3 fonts are what journals refuse
+    assert b"/Type3" not in (tmp_path / "a.pdf").read_bytes()  # journals reject Type 3 fonts
 
 
 def test_the_picture_of_the_readme_is_what_its_script_draws(tmp_path: Path) -> None:
@@ -155,13 +155,13 @@ def test_the_picture_of_the_readme_is_what_its_script_draws(tmp_path: Path) -> N
 
 
 def test_the_picture_of_the_schemes_is_what_its_script_draws(tmp_path: Path) -> None:
-    script = ROOT / "python" / "integration_figure.py"
+    script = ROOT / "scripts" / "integration_figure.py"
     subprocess.run([sys.executable, "-B", script, tmp_path / "r.svg"], check=True)
     assert (tmp_path / "r.svg").read_bytes() == (ROOT / "docs" / "figures" / "integration.svg").read_bytes()
     assert "figures/integration.svg" in (ROOT / "docs" / "integration.md").read_text()
 
 
-def test_the_colours_of_metals_can_be_told_apart_without_colour_vision() -> None:
+def test_the_colours_of_metals_are_distinguishable_for_the_colour_blind() -> None:
     """Distance in CIELAB as a deuteranope and a protanope see the colours (matrices of Machado et al., 2009)."""
     from matplotlib.colors import to_rgb
 

@@ -1,4 +1,4 @@
-"""vorlen.Recipe: what is not changed stays byte for byte, and what is changed is what the library reads."""
+"""vorlen.Recipe: unchanged parts stay byte for byte, and the library reads the changed values."""
 
 from __future__ import annotations
 
@@ -25,7 +25,7 @@ def values_of(content: bytes) -> dict[str, dict[str, str]]:
     return {tree.getpath(element): dict(element.attrib) for element in root.iter(etree.Element)}
 
 
-# ---- looking
+# ---- reading
 
 
 def test_a_ramp_is_a_pair_and_a_single_value_a_number() -> None:
@@ -34,7 +34,7 @@ def test_a_ramp_is_a_pair_and_a_single_value_a_number() -> None:
     assert recipe["process_stages/stage_1/stage_1_2/T/end"] == 1010.0
     assert recipe["process_stages/stage_1/stage_1_2/tau"] == 20.0
     assert recipe["chemistry/Kd_In"] == {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
-    assert recipe["chemistry:Kd_In:Ta"] == 23200.0  # the messages' way to write a path
+    assert recipe["chemistry:Kd_In:Ta"] == 23200.0  # a path as messages write it
     assert recipe["material"] == "InGaN"
 
 
@@ -50,7 +50,7 @@ def test_an_unknown_path_names_the_nearest_ones() -> None:
     assert "process_stages/stage_1/T" in recipe and "process_stages/stage_1/TT" not in recipe
 
 
-def test_all_paths_that_are_listed_can_be_looked_at() -> None:
+def test_all_listed_paths_can_be_read() -> None:
     for path in EXAMPLES:
         recipe = vorlen.Recipe.load(path)
         assert len(recipe.paths()) > 50
@@ -58,7 +58,7 @@ def test_all_paths_that_are_listed_can_be_looked_at() -> None:
             assert recipe[place] is not None
 
 
-def test_of_two_elements_the_first_counts_as_for_the_library() -> None:
+def test_the_first_of_two_elements_counts_as_in_the_library() -> None:
     text = V_DEFECTS.read_text().replace('<tau val="124"/>', '<tau val="60"/><tau val="124"/>')
     recipe = vorlen.Recipe(text)
     assert recipe["process_stages/stage_1/tau"] == 60.0
@@ -66,7 +66,7 @@ def test_of_two_elements_the_first_counts_as_for_the_library() -> None:
 
 
 @pytest.mark.parametrize(
-    ("text", "told"),
+    ("text", "message"),
     [
         ("<NonstSurfChem><material></NonstSurfChem>", "line 1: mismatched tag"),
         ("", "no element found"),
@@ -74,8 +74,8 @@ def test_of_two_elements_the_first_counts_as_for_the_library() -> None:
         ('<?xml version="1.0" encoding="no-such"?>\n<NonstSurfChem/>', "encoding"),
     ],
 )
-def test_what_is_no_recipe_is_refused_with_a_reason(text: str, told: str) -> None:
-    with pytest.raises(vorlen.RecipeError, match=told):
+def test_text_that_is_not_a_recipe_is_rejected_with_a_reason(text: str, message: str) -> None:
+    with pytest.raises(vorlen.RecipeError, match=message):
         vorlen.Recipe(text)
 
 
@@ -102,14 +102,14 @@ def test_one_value_for_a_ramp_is_begin_and_end() -> None:
         ("process_stages/stage_9/tau", 3.0, KeyError),
     ],
 )
-def test_a_value_that_does_not_fit_is_refused_and_changes_nothing(path: str, value: object, error: type) -> None:
+def test_an_invalid_value_is_rejected_and_changes_nothing(path: str, value: object, error: type) -> None:
     recipe = vorlen.Recipe.load(V_DEFECTS)
     with pytest.raises(error):
         recipe[path] = value
     assert recipe.to_bytes() == V_DEFECTS.read_bytes()
 
 
-def test_setting_a_number_that_stands_there_changes_no_byte() -> None:
+def test_setting_the_same_number_changes_no_byte() -> None:
     recipe = vorlen.Recipe.load(V_DEFECTS)
     recipe["chemistry/Kd_In"] = {"A": 1.0e13, "Ta": 23200, "Tn": 0.0}
     recipe["process_stages/stage_1/T"] = 1030.0
@@ -119,7 +119,7 @@ def test_setting_a_number_that_stands_there_changes_no_byte() -> None:
 TEXT = st.text(
     st.characters(blacklist_categories=("Cs", "Cc"), max_codepoint=0xFFFF, blacklist_characters="\ufffe\uffff")
 )
-# What people's editors do to a recipe: line ends, quotes, blanks, entities, comments, a byte order mark.
+# Variants that text editors produce: line ends, quotes, blanks, entities, comments, a byte order mark.
 DRESSES = (
     lambda text: text,
     lambda text: text.replace("\n", "\r\n"),
@@ -135,7 +135,7 @@ DRESSES = (
 
 @settings(max_examples=60, deadline=None)
 @given(st.data())
-def test_a_change_touches_the_bytes_of_its_value_alone(data: st.DataObject) -> None:
+def test_a_change_affects_only_the_bytes_of_its_value(data: st.DataObject) -> None:
     source = data.draw(st.sampled_from(DRESSES))(data.draw(st.sampled_from(EXAMPLES)).read_text()).encode()
     recipe = vorlen.Recipe(source)
     assert recipe.to_bytes() == source
@@ -158,7 +158,7 @@ def test_a_change_touches_the_bytes_of_its_value_alone(data: st.DataObject) -> N
 
 @settings(max_examples=30, deadline=None)
 @given(st.floats(allow_nan=False, allow_infinity=False, width=64))
-def test_every_number_survives_the_way_through_a_recipe(number: float) -> None:
+def test_every_number_survives_a_round_trip_through_a_recipe(number: float) -> None:
     recipe = vorlen.Recipe.load(V_DEFECTS)
     recipe["chemistry/Kd_In/A"] = number
     assert recipe["chemistry/Kd_In/A"] == number
@@ -193,7 +193,7 @@ def with_integration(xml: str) -> vorlen.Recipe:
     return vorlen.Recipe(PLAIN.replace("</NonstSurfChem>", xml + "</NonstSurfChem>"))
 
 
-def test_the_element_integration_is_looked_at_and_changed_as_any_other() -> None:
+def test_the_element_integration_is_read_and_changed_like_any_other() -> None:
     recipe = with_integration(INTEGRATION)
     assert recipe["integration/scheme"] == "continuous" and recipe["integration:tolerance"] == 1e-5
     recipe["integration/scheme"] = "staged"
@@ -249,7 +249,7 @@ def test_setting_a_missing_element_adds_it_before_the_end_tag_of_the_root(path: 
         ),
     ],
 )
-def test_what_is_there_of_the_element_is_completed(before: str, after: str) -> None:
+def test_an_incomplete_element_is_completed(before: str, after: str) -> None:
     recipe = with_integration("<x/>" + before)
     assert "integration/scheme" not in recipe or recipe.get("integration/scheme") == {"value": "a"}
     recipe["integration/scheme"] = "staged"
@@ -270,7 +270,7 @@ def test_what_is_there_of_the_element_is_completed(before: str, after: str) -> N
         ),
     ],
 )
-def test_the_element_is_added_to_recipes_without_lines(before: str, after: str) -> None:
+def test_the_element_is_added_to_recipes_without_line_breaks(before: str, after: str) -> None:
     assert str(vorlen.Recipe(before).with_scheme("staged")) == after
 
 
@@ -287,7 +287,7 @@ def test_the_element_is_added_to_recipes_without_lines(before: str, after: str) 
         ("scheme", "staged", KeyError),
     ],
 )
-def test_a_value_that_does_not_fit_the_optional_element_adds_nothing(path: str, value: object, error: type) -> None:
+def test_an_invalid_value_for_the_optional_element_adds_nothing(path: str, value: object, error: type) -> None:
     recipe = vorlen.Recipe(PLAIN)
     with pytest.raises(error):
         recipe[path] = value
@@ -320,7 +320,7 @@ def test_a_recipe_with_another_scheme_is_a_copy_with_that_one_change(path: Path,
             kept = len(source[:place].rstrip())
             assert changed.to_bytes()[:kept] == source[:kept]
             assert changed.to_bytes().endswith(source[kept:])
-        # And back: the value alone is replaced.
+        # And back: only the value is replaced.
         other = {"staged": "continuous", "continuous": "staged"}[scheme]
         again = changed.with_scheme(other)
         element = rb"(<scheme\s+val\s*=\s*.)" + scheme.encode()
@@ -329,13 +329,13 @@ def test_a_recipe_with_another_scheme_is_a_copy_with_that_one_change(path: Path,
 
 
 @pytest.mark.parametrize("scheme", ["stage", "Staged", "", None, 1])
-def test_an_unknown_scheme_is_an_error_that_names_the_known_ones(scheme: object) -> None:
+def test_an_unknown_scheme_is_an_error_that_lists_the_known_ones(scheme: object) -> None:
     recipe = vorlen.Recipe(PLAIN)
-    with pytest.raises(ValueError, match=f'the scheme is "staged" or "continuous", not {scheme!r}'):
+    with pytest.raises(ValueError, match=f'the scheme must be "staged" or "continuous", got {scheme!r}'):
         recipe.with_scheme(scheme)  # type: ignore[arg-type]
 
 
-def test_the_library_reads_the_element_that_was_added() -> None:
+def test_the_library_reads_an_added_element() -> None:
     recipe = vorlen.Recipe(PLAIN).set("integration/tolerance", 0.5)
     with pytest.raises(vorlen.SimulationError, match=r"Integration tolerance is beyond \[1e-10;1e-3\]"):
         vorlen.run(recipe)
@@ -358,7 +358,7 @@ def test_a_stage_is_added_at_the_end_with_its_changes() -> None:
     assert list(run.layers["name"]) == ["GaN template", "InGaN", "GaN cap", "second InGaN", "p-GaN"]
 
 
-def test_a_stage_is_added_in_front_of_another_which_moves_on() -> None:
+def test_a_stage_is_inserted_before_another_which_is_renumbered() -> None:
     recipe = vorlen.Recipe.load(MQW)
     before = recipe["process_stages/stage_2/name"]
     path = recipe.add_stage("process_stages/stage_2", name="spacer", before="process_stages/stage_1")
@@ -417,13 +417,13 @@ def test_single_stages_become_periods() -> None:
         lambda recipe: recipe.remove_stage("process_stages/stage_1") or recipe.remove_stage("process_stages/stage_1"),
     ],
 )
-def test_a_change_of_stages_that_makes_no_sense_is_refused(change) -> None:
+def test_an_invalid_change_of_stages_is_rejected(change) -> None:
     recipe = vorlen.Recipe.load(MQW)
     with pytest.raises((KeyError, ValueError)):
         change(recipe)
 
 
-def test_a_refused_change_of_stages_leaves_the_recipe_alone() -> None:
+def test_a_rejected_change_of_stages_leaves_the_recipe_unchanged() -> None:
     recipe = vorlen.Recipe.load(MQW)
     with pytest.raises(KeyError):
         recipe.add_stage("process_stages/stage_1", values={"no_such": 1})
@@ -450,7 +450,7 @@ def test_the_timeline_has_the_layers_of_the_result(path: Path) -> None:
     assert timeline["end"].to_numpy() == pytest.approx(layers["end"].to_numpy(), rel=1e-12)
 
 
-def test_the_timeline_tells_ramps_and_units() -> None:
+def test_the_timeline_has_ramps_and_units() -> None:
     timeline = vorlen.Recipe.load(MQW).timeline()
     cooling = timeline[timeline["name"] == "cooling"]
     assert len(cooling) == 3 and set(cooling["stage"]) == {"stage_1_2"}

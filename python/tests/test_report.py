@@ -25,7 +25,7 @@ from support import (
     failed_run,
     failing_recipe,
     recipe_with_a_pause,
-    recipe_with_not_a_numbers,
+    recipe_with_nan,
 )
 from vorlen.report import find_tool, render, unread_elements
 
@@ -47,10 +47,10 @@ def pages(tmp_path_factory: pytest.TempPathFactory) -> dict[str, Path]:
         "v_defects": vorlen.run(V_DEFECTS, folder / "v_defects.result.txt"),
         "wells": vorlen.run(MQW),
     }
-    refused = vorlen.Recipe.load(V_DEFECTS)
-    refused["process_stages/stage_1/T"] = 0
+    rejected = vorlen.Recipe.load(V_DEFECTS)
+    rejected["process_stages/stage_1/T"] = 0
     for name, recipe in (
-        ("failed", failing_recipe()), ("refused", refused), ("nan", recipe_with_not_a_numbers()),
+        ("failed", failing_recipe()), ("rejected", rejected), ("nan", recipe_with_nan()),
         ("unphysical", recipe_with_a_pause()),
     ):
         with pytest.raises(vorlen.SimulationError) as caught:
@@ -64,29 +64,29 @@ def keep_picture(browser: Browser, name: str) -> None:
         browser.screenshot(Path(os.environ["VORLEN_SCREENSHOTS"], f"{name}.png"))
 
 
-@pytest.fixture(scope="module", params=("v_defects", "wells", "failed", "refused", "nan", "unphysical"))
+@pytest.fixture(scope="module", params=("v_defects", "wells", "failed", "rejected", "nan", "unphysical"))
 def name(request: pytest.FixtureRequest, browser: Browser, pages: dict[str, Path]) -> str:
-    """Name of a page that lies open in a wide window."""
+    """Name of a page that is open in a wide window."""
     browser.console()
     browser.open(pages[request.param])
     return request.param
 
 
-def test_a_page_draws_its_charts_without_a_network_and_without_a_complaint(name: str, browser: Browser) -> None:
+def test_a_page_draws_its_charts_without_a_network_and_without_console_messages(name: str, browser: Browser) -> None:
     assert browser.console() == []
-    has_charts = name != "refused"
+    has_charts = name != "rejected"
     assert browser.run("return document.querySelectorAll('.chart').length > 0") is has_charts
     for chart in ("time", "depth") if has_charts else ():
         panels = browser.run(f"return document.querySelectorAll('#chart-{chart} .ylines-above').length")
         assert panels == PANELS
         lines = f"[...document.querySelectorAll('#chart-{chart} .js-line')]"
         drawn = f"return {lines}.filter(e => e.getBBox().width > 50).length"
-        # Of the run without numbers no heights are known, and over time only what the recipe says.
+        # The NaN run has no heights, and over time only what the recipe states.
         assert browser.run(drawn) >= ({"time": 2, "depth": 0}[chart] if name == "nan" else 7)
     keep_picture(browser, name)
 
 
-def test_a_page_holds_all_it_needs(pages: dict[str, Path]) -> None:
+def test_a_page_contains_everything_it_needs(pages: dict[str, Path]) -> None:
     for path in pages.values():
         text = path.read_text()
         markup = re.sub(r"<script.*?</script>", "", text, flags=re.DOTALL)
@@ -143,7 +143,7 @@ def test_zooming_in_one_chart_zooms_the_other(browser: Browser, pages: dict[str,
         assert nearest.min() - 0.5 < depth < nearest.max() + 0.5
 
 
-def test_each_interface_can_be_looked_at_with_its_width(browser: Browser, pages: dict[str, Path]) -> None:
+def test_each_interface_can_be_selected_and_shows_its_width(browser: Browser, pages: dict[str, Path]) -> None:
     browser.open(pages["wells"])
     table = vorlen.run(MQW).interfaces
     assert browser.run("return document.getElementById('interface-choice').options.length") == len(table) == 6
@@ -179,7 +179,7 @@ def test_a_page_prints_on_paper(browser: Browser, pages: dict[str, Path]) -> Non
     browser.command("Emulation.setEmulatedMedia", media="")
 
 
-@pytest.mark.parametrize("page", ["wells", "failed", "refused"])
+@pytest.mark.parametrize("page", ["wells", "failed", "rejected"])
 def test_a_page_is_readable_on_a_phone(page: str, browser: Browser, pages: dict[str, Path]) -> None:
     browser.open(pages[page], width=390, height=844, phone=True)
     assert browser.run("return document.documentElement.scrollWidth") <= 390
@@ -202,11 +202,11 @@ def test_a_page_is_readable_with_a_screen_reader(name: str, browser: Browser) ->
         assert roles.count(landmark) == 1, landmark
     levels = browser.run("return [...document.querySelectorAll('h1, h2, h3')].map(h => Number(h.tagName[1]))")
     assert levels[0] == 1 and levels.count(1) == 1 and set(levels[1:]) <= {2}
-    # Every picture has words, every region and control a name, every table a caption and headed columns and rows.
+    # Every picture has a description, every region and control a name, every table a caption and headers.
     for role, text in nodes:
         if role in ("image", "img", "region", "combobox", "table"):
             assert text.strip(), (role, text)
-    if name != "refused":
+    if name != "rejected":
         pictures = 3 if name == "nan" else 4  # layers, over time, over height; and interfaces, if there are any
         assert sum(role in ("image", "img") for role, _ in nodes) >= pictures
         assert "columnheader" in roles and "rowheader" in roles
@@ -225,7 +225,7 @@ def luminance(colour: str) -> float:
     return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2]
 
 
-def test_all_text_has_the_contrast_that_wcag_asks_for(name: str, browser: Browser) -> None:
+def test_all_text_has_the_contrast_that_wcag_requires(name: str, browser: Browser) -> None:
     pairs = browser.run(
         """const found = [];
         for (const e of document.querySelectorAll('body *:not(.chart *):not(script):not(style):not(title):not(desc)')) {
@@ -240,19 +240,19 @@ def test_all_text_has_the_contrast_that_wcag_asks_for(name: str, browser: Browse
         }
         return found;"""
     )
-    assert len(pairs) > (10 if name == "refused" else 30)
+    assert len(pairs) > (10 if name == "rejected" else 30)
     for text, ground, words in pairs:
         bright, dark = sorted((luminance(text), luminance(ground)), reverse=True)
         assert (bright + 0.05) / (dark + 0.05) >= 4.5, (words, text, ground)
 
 
-def test_a_failed_run_tells_its_text_and_where_it_stopped(pages: dict[str, Path]) -> None:
+def test_the_report_of_a_failed_run_has_its_text_and_where_it_stopped(pages: dict[str, Path]) -> None:
     text = re.sub(r"\s+", " ", pages["failed"].read_text())
     assert "Step size has become too small" in text  # docs/messages.md
-    assert "It stopped at 3723.99" in text and "in layer 2, InGaN." in text and "GaN cap, was not begun" in text
-    refused = pages["refused"].read_text()
-    assert "ingan_v_defects.xml" in refused and "SHA-256 of the recipe" in refused
-    assert "Very low or negative temperature in stage_1" in refused and "Nothing was simulated" in refused
+    assert "It stopped at 3723.99" in text and "in layer 2, InGaN." in text and "GaN cap, was not started" in text
+    rejected = pages["rejected"].read_text()
+    assert "ingan_v_defects.xml" in rejected and "SHA-256 of the recipe" in rejected
+    assert "Very low or negative temperature in stage_1" in rejected and "Nothing was simulated" in rejected
 
 
 def test_a_run_with_unphysical_rows_is_reported_as_failed(pages: dict[str, Path], tmp_path: Path) -> None:
@@ -268,14 +268,14 @@ def test_a_run_with_unphysical_rows_is_reported_as_failed(pages: dict[str, Path]
 
 
 def test_the_scheme_is_among_the_facts(tmp_path: Path) -> None:
-    fact = r"<dt>Scheme of the integration</dt>\s*<dd>staged</dd>"
+    fact = r"<dt>Integration scheme</dt>\s*<dd>staged</dd>"
     run = vorlen.run(V_DEFECTS, tmp_path / "r.txt", scheme="staged")
     assert re.search(fact, render(run)) and re.search(fact, render(vorlen.read(tmp_path / "r.txt")))
     (tmp_path / "r.status.json").unlink()
-    assert "Scheme of the integration" not in render(vorlen.read(tmp_path / "r.txt"))
+    assert "Integration scheme" not in render(vorlen.read(tmp_path / "r.txt"))
 
 
-def test_warnings_tell_of_v_defects_and_of_not_a_numbers(pages: dict[str, Path]) -> None:
+def test_warnings_mention_v_defects_and_nan(pages: dict[str, Path]) -> None:
     # 5.17 nm above the template of 2000 nm, as the comment of the example says
     assert re.search(
         r"V-defects opened at 3708\.\d+ s, 2005\.1[67]\d* nm, in layer 2, InGaN", pages["v_defects"].read_text()
@@ -291,19 +291,19 @@ def tool_can_check() -> bool:
     return re.search(r"^ +check\b", help_text, re.MULTILINE) is not None
 
 
-@pytest.mark.skipif(not tool_can_check(), reason="the command-line host has no check")
-def test_elements_that_are_not_read_are_told_with_their_line() -> None:
+@pytest.mark.skipif(not tool_can_check(), reason="the command-line tool has no check")
+def test_elements_that_are_not_read_are_reported_with_their_line() -> None:
     text = V_DEFECTS.read_text().replace("<cut_angle", '<cut_angel val="1"/><cut_angle', 1)
     line = text[: text.index("<cut_angel")].count("\n") + 1
     assert unread_elements(vorlen.run(V_DEFECTS)) == []
-    (told,) = unread_elements(vorlen.run(text))
-    assert told.startswith(f"Recipe, line {line}: ") and "cut_angel" in told and "not read" in told
+    (warning,) = unread_elements(vorlen.run(text))
+    assert warning.startswith(f"Recipe, line {line}: ") and "cut_angel" in warning and "not read" in warning
 
 
-def test_without_the_command_line_host_the_report_says_what_was_not_looked_at(monkeypatch: pytest.MonkeyPatch) -> None:
+def test_without_the_command_line_tool_the_report_says_that_nothing_was_checked(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setenv("VORLEN", "/nowhere/vorlen")
-    (told,) = unread_elements(vorlen.run(V_DEFECTS))
-    assert "unread elements" in told
+    (warning,) = unread_elements(vorlen.run(V_DEFECTS))
+    assert "could not check the recipe" in warning
 
 
 class Names(html.parser.HTMLParser):
@@ -317,7 +317,7 @@ class Names(html.parser.HTMLParser):
         self.tags.append(tag)
 
 
-def test_names_from_the_recipe_are_shown_and_not_obeyed(browser: Browser, tmp_path: Path) -> None:
+def test_names_from_the_recipe_are_escaped(browser: Browser, tmp_path: Path) -> None:
     nasty = "</script><script>document.title='bad'</script><img src=x onerror=\"document.title='bad'\">"
     recipe = vorlen.Recipe.load(V_DEFECTS)
     recipe["process_stages/stage_1/name"] = nasty
@@ -339,21 +339,21 @@ def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp
     )
     assert (done.returncode, done.stdout, done.stderr) == (0, "a.html\n", "")
     assert "temperature" in (tmp_path / "a.html").read_text()
-    for arguments, told in (
+    for arguments, message in (
         (["none.txt"], "No such file"),
         (["a.html"], "a.html is not a result file"),
-        (["a.result.txt", "--recipe", "none.xml"], "there is no recipe none.xml"),
+        (["a.result.txt", "--recipe", "none.xml"], "recipe not found: none.xml"),
         (["a.result.txt", "-o", "a.result.txt"], "would overwrite"),
         (["a.result.txt", "-o", "nowhere/a.html"], "No such file"),
     ):
         done = subprocess.run(
             [*command, *arguments], cwd=tmp_path, env=environment, capture_output=True, text=True, check=False
         )
-        assert done.returncode == 1 and told in done.stderr and "Traceback" not in done.stderr, done.stderr
+        assert done.returncode == 1 and message in done.stderr and "Traceback" not in done.stderr, done.stderr
     assert subprocess.run(command, env=environment, capture_output=True, check=False).returncode == 2
 
 
 def test_the_same_run_gives_the_same_page(tmp_path: Path) -> None:
     run = vorlen.run(V_DEFECTS)
     assert render(run) == render(run)
-    assert len(zlib.compress(render(run).encode())) < 1_000_000  # bytes: it can be mailed
+    assert len(zlib.compress(render(run).encode())) < 1_000_000  # bytes: small enough to mail

@@ -1,4 +1,4 @@
-"""vorlen.read: every digit, every layer name, and the line of every fault."""
+"""vorlen.read: every digit, every layer name, and the line number of every fault."""
 
 from __future__ import annotations
 
@@ -29,7 +29,7 @@ def test_numbers_are_read_to_the_last_bit() -> None:
 @given(st.lists(st.floats(width=64), min_size=19, max_size=19), st.booleans())
 def test_any_double_survives_the_file(numbers: list[float], active: bool) -> None:
     words = []
-    for number in numbers:  # as the library writes them, the sign of a not-a-number included
+    for number in numbers:  # as the library writes them, including the sign of NaN
         text = f"{number:.16e}".replace("e+", "e+0").replace("e-", "e-0")
         words.append("-nan" if math.isnan(number) and math.copysign(1, number) < 0 else text)
     line = " ".join(words) + (" \n" if active else "\n")
@@ -41,7 +41,7 @@ def test_any_double_survives_the_file(numbers: list[float], active: bool) -> Non
 @settings(max_examples=100, deadline=None)
 @given(st.lists(st.text(st.characters(blacklist_categories=("Cs",)), max_size=20), max_size=5))
 def test_any_layer_name_survives_the_file(names: list[str]) -> None:
-    # Two layers can't be told from one whose name holds what stands between them.
+    # Two layers can't be distinguished from one whose name contains the text between them.
     names = [name for name in names if not re.search(r'" \S+ \S+\n"', name)]
     content = result([(name, 1.5, 2e-05) for name in names], [row()])
     layers = parse_layers(content.encode())
@@ -71,39 +71,39 @@ def test_a_name_that_looks_like_lines_of_the_file_survives(name: str) -> None:
 
 
 @pytest.mark.parametrize(
-    ("content", "told"),
+    ("content", "message"),
     [
         ("", "is empty"),
         ("something else\n", 'is not a result file: its first line is not "VORLEN'),
         ("something else", 'is not a result file: its first line is not "VORLEN'),
         (TITLE, "line 2: expected <LAYERS>"),
-        (TITLE + "<LAYERS>\n", "line 2: the list of layers has no end"),
-        (TITLE + "<LAYERS>\nGaN 1 2\n</LAYERS>\n" + HEADING, "line 3: this is no layer"),
-        (TITLE + '<LAYERS>\n"GaN" 1\n</LAYERS>\n' + HEADING, "line 3: this is no layer"),
-        (TITLE + '<LAYERS>\n"a" 1 2\n"b\n" 1\n</LAYERS>\n' + HEADING, "line 4: this is no layer"),
+        (TITLE + "<LAYERS>\n", "line 2: the list of layers is not closed"),
+        (TITLE + "<LAYERS>\nGaN 1 2\n</LAYERS>\n" + HEADING, "line 3: not a layer"),
+        (TITLE + '<LAYERS>\n"GaN" 1\n</LAYERS>\n' + HEADING, "line 3: not a layer"),
+        (TITLE + '<LAYERS>\n"a" 1 2\n"b\n" 1\n</LAYERS>\n' + HEADING, "line 4: not a layer"),
         (TITLE + "<LAYERS>\n</LAYERS>\n#time z\n", "line 4: expected #time"),
-        (result([("a", 1, 1)], [row(), row()[:-2]]), "line 7: the last line is cut off"),
-        (result([("a", 1, 1)], [row(), row()[23:], row()]), "line 7: this is no row of 19 numbers"),
-        (result([("a", 1, 1)], [row(), "\n"]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), row()[:-1] + " \n"]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), " " + row()]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), row().replace(" ", "  ", 1)]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), row().replace(" ", "\t", 1)]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), row().replace("0", "x", 1)]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), row().replace("e+00", "e", 1)]), "line 7: this is no row"),
-        (result([("a", 1, 1)], [row(), row(active=False).replace("\n", " 1.0\n")]), "line 7: this is no row"),
-        # 18 numbers in one line and 20 in the next are as many as two rows have
-        (result([("a", 1, 1)], [row()[23:], "1.0 " + row()]), "line 6: this is no row"),
-        (result([("a", 1, 1)], [row().replace(" ", "-", 1), row()]), "line 6: this is no row"),
+        (result([("a", 1, 1)], [row(), row()[:-2]]), "line 7: the last line is truncated"),
+        (result([("a", 1, 1)], [row(), row()[23:], row()]), "line 7: not a row of 19 numbers"),
+        (result([("a", 1, 1)], [row(), "\n"]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), row()[:-1] + " \n"]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), " " + row()]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), row().replace(" ", "  ", 1)]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), row().replace(" ", "\t", 1)]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), row().replace("0", "x", 1)]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), row().replace("e+00", "e", 1)]), "line 7: not a row"),
+        (result([("a", 1, 1)], [row(), row(active=False).replace("\n", " 1.0\n")]), "line 7: not a row"),
+        # 18 numbers in one line and 20 in the next together are as many as in two rows
+        (result([("a", 1, 1)], [row()[23:], "1.0 " + row()]), "line 6: not a row"),
+        (result([("a", 1, 1)], [row().replace(" ", "-", 1), row()]), "line 6: not a row"),
     ],
     ids=range(21),
 )
-def test_a_damaged_file_is_refused_with_the_line(content: str, told: str, tmp_path: Path) -> None:
+def test_a_damaged_file_is_rejected_with_the_line_number(content: str, message: str, tmp_path: Path) -> None:
     path = tmp_path / "r.txt"
     path.write_text(content)
     with pytest.raises(vorlen.ResultFileError) as caught:
         vorlen.read(path)
-    assert told in str(caught.value) and str(path) in str(caught.value)
+    assert message in str(caught.value) and str(path) in str(caught.value)
 
 
 @settings(max_examples=150, deadline=None)
@@ -121,7 +121,7 @@ def test_no_change_of_one_byte_in_a_row_goes_unnoticed_or_ends_in_another_error(
         assert profile.shape == (3, 20)
 
 
-def test_the_file_of_a_failed_run_reads_well(tmp_path: Path) -> None:
+def test_the_file_of_a_failed_run_can_be_read(tmp_path: Path) -> None:
     with pytest.raises(vorlen.SimulationError):
         vorlen.run(failing_recipe(), tmp_path / "r.result.txt")
     run = vorlen.read(tmp_path / "r.failed.txt")
@@ -131,7 +131,7 @@ def test_the_file_of_a_failed_run_reads_well(tmp_path: Path) -> None:
     assert run.failed and run.text == ""
 
 
-def test_a_status_file_of_another_run_is_not_believed(examples: Path, tmp_path: Path) -> None:
+def test_the_status_file_of_another_run_is_ignored(examples: Path, tmp_path: Path) -> None:
     with pytest.raises(vorlen.SimulationError):
         vorlen.run(failing_recipe(), tmp_path / "r.result.txt")
     (tmp_path / "r.result.txt").write_bytes(vorlen.run(examples / "algan_gan_hemt.xml").content)

@@ -1,4 +1,4 @@
-"""vorlen.run: the call, its failures, what it leaves on the disk."""
+"""vorlen.run: the call, its failures, the files it writes."""
 
 from __future__ import annotations
 
@@ -20,20 +20,20 @@ from vorlen.run import status_path
 
 
 def bytes_of_the_library(recipe: Path, folder: Path) -> bytes:
-    """What the bare call writes for a recipe."""
+    """What a direct call of the library writes for a recipe."""
     path = folder / "bare.txt"
     assert simulate(recipe, path) == (0, "")
     return path.read_bytes()
 
 
-def test_a_path_a_text_and_a_recipe_give_the_bytes_of_the_bare_call(examples: Path, tmp_path: Path) -> None:
+def test_a_path_a_text_and_a_recipe_give_the_bytes_of_a_direct_call(examples: Path, tmp_path: Path) -> None:
     path = examples / "algan_gan_hemt.xml"
     expected = bytes_of_the_library(path, tmp_path)
     for recipe in (path, str(path), path.read_text(), vorlen.Recipe.load(path)):
         assert vorlen.run(recipe).content == expected
 
 
-def test_the_result_file_and_its_status_file_are_kept_where_wanted(examples: Path, tmp_path: Path) -> None:
+def test_the_result_file_and_its_status_file_are_saved(examples: Path, tmp_path: Path) -> None:
     path, result = examples / "algan_gan_hemt.xml", tmp_path / "hemt.result.txt"
     run = vorlen.run(path, result)
     assert run.path == result and result.read_bytes() == run.content
@@ -53,7 +53,7 @@ def test_the_status_file_has_the_name_of_the_result(result: str, status: str) ->
     assert status_path(result).name == status
 
 
-def test_a_refused_recipe_raises_the_library_s_text_and_leaves_an_older_result(examples: Path, tmp_path: Path) -> None:
+def test_a_rejected_recipe_raises_the_library_s_text_and_leaves_an_older_result(examples: Path, tmp_path: Path) -> None:
     recipe = vorlen.Recipe.load(examples / "algan_gan_hemt.xml")
     recipe["process_stages/stage_1/T"] = 0
     result = tmp_path / "old.txt"
@@ -79,7 +79,7 @@ def test_the_result_never_overwrites_the_recipe(examples: Path, tmp_path: Path) 
     assert recipe.read_bytes() == (examples / "algan_gan_hemt.xml").read_bytes()
 
 
-def test_a_result_without_a_folder_is_refused_before_the_run(examples: Path, tmp_path: Path) -> None:
+def test_a_result_without_a_folder_is_rejected_before_the_run(examples: Path, tmp_path: Path) -> None:
     with pytest.raises(FileNotFoundError, match="nowhere"):
         vorlen.run(examples / "algan_gan_hemt.xml", tmp_path / "nowhere" / "r.txt")
     with pytest.raises(IsADirectoryError):
@@ -110,7 +110,7 @@ def test_a_run_and_an_error_survive_pickling(examples: Path) -> None:
     assert error.text == "text" and error.run.content == run.content
 
 
-def test_rows_of_a_run_that_fails_under_way_lie_beside_the_older_result(tmp_path: Path) -> None:
+def test_the_rows_of_a_failed_run_are_kept_beside_the_older_result(tmp_path: Path) -> None:
     result, failed = tmp_path / "r.result.txt", tmp_path / "r.failed.txt"
     result.write_bytes(b"older")
     with pytest.raises(vorlen.SimulationError) as caught:
@@ -125,7 +125,7 @@ def test_rows_of_a_run_that_fails_under_way_lie_beside_the_older_result(tmp_path
     assert good.path == result and not failed.exists()
 
 
-def test_a_recipe_that_can_not_be_read_leaves_the_files_of_an_earlier_run(tmp_path: Path) -> None:
+def test_an_unreadable_recipe_leaves_the_files_of_an_earlier_run(tmp_path: Path) -> None:
     recipe, result = tmp_path / "r.xml", tmp_path / "r.result.txt"
     recipe.write_bytes(failing_recipe().to_bytes())
     result.write_bytes(b"older")
@@ -153,7 +153,7 @@ except vorlen.SimulationError as error:
 
 @pytest.mark.parametrize("limit", [100, 10000, 10001])
 def test_what_fits_on_a_full_disk_is_kept_in_whole_rows(limit: int, tmp_path: Path) -> None:
-    """A limit on the size of files stands for the disk."""
+    """A limit on the size of files simulates the disk."""
     whole = vorlen.run(EXAMPLES[0]).content
     assert limit < len(whole)
     command = [sys.executable, "-c", RUN_WITH_A_LIMIT, EXAMPLES[0], tmp_path / "r.txt", str(limit)]
@@ -173,7 +173,7 @@ def test_what_fits_on_a_full_disk_is_kept_in_whole_rows(limit: int, tmp_path: Pa
     assert (status["result"], status["result_sha256"]) == (1, hashlib.sha256(kept).hexdigest())
 
 
-def test_a_pipe_and_names_of_failed_runs_are_no_place_for_a_result(tmp_path: Path) -> None:
+def test_a_pipe_or_the_name_of_a_failed_run_is_rejected_as_a_result(tmp_path: Path) -> None:
     os.mkfifo(tmp_path / "pipe.txt")
     for name in ("pipe.txt", "r.failed.txt"):
         with pytest.raises(ValueError, match=name):
@@ -190,7 +190,7 @@ def test_a_link_and_permissions_of_an_older_result_stay(tmp_path: Path) -> None:
     assert (tmp_path / "real.txt").stat().st_mode & 0o777 == 0o640
 
 
-def test_rows_that_can_not_be_put_in_place_are_not_lost(tmp_path: Path) -> None:
+def test_rows_that_can_not_be_renamed_are_not_lost(tmp_path: Path) -> None:
     (tmp_path / "r.failed.txt").mkdir()
     with pytest.raises(OSError, match="the rows are in ") as caught:
         vorlen.run(failing_recipe(), tmp_path / "r.txt")

@@ -1,4 +1,4 @@
-"""The scheme of the integration: recipes under another one, and what runs, sweeps and fits hand to the library."""
+"""The integration scheme: changing it in recipes, and what runs, sweeps and fits pass to the library."""
 
 from __future__ import annotations
 
@@ -18,7 +18,7 @@ T = "process_stages/stage_1/T"
 STAGED = b'<integration><scheme val="staged"/></integration>'
 UNKNOWN = "scheme must be \"continuous\", \"staged\" or None, got "
 
-# What is between the tags of the root, and the scheme that it asks for.
+# The content of the root element, and its scheme.
 CASES = [
     (b"", "continuous"),
     (b"<!-- " + STAGED + b" -->", "continuous"),
@@ -40,7 +40,7 @@ def framed(inside: bytes) -> bytes:
 
 
 @pytest.mark.parametrize(("inside", "scheme"), CASES)
-def test_a_recipe_under_its_own_scheme_is_as_it_was_and_under_another_asks_for_that(inside: bytes, scheme: str) -> None:
+def test_a_recipe_changes_only_under_another_scheme(inside: bytes, scheme: str) -> None:
     content = framed(inside)
     other = {"continuous": "staged", "staged": "continuous"}[scheme]
     assert scheme_of(content) == scheme and with_scheme(content, scheme) == content
@@ -53,21 +53,21 @@ def test_a_recipe_under_its_own_scheme_is_as_it_was_and_under_another_asks_for_t
 @pytest.mark.parametrize("scheme", ["continuous", "staged"])
 def test_a_faulty_element_is_replaced(element: bytes, scheme: str) -> None:
     content = framed(b"<integration>" + element + b"</integration>")
-    assert scheme_of(content) == "continuous"  # that of a run which the library rejects
+    assert scheme_of(content) == "continuous"  # of a run that the library rejects
     assert with_scheme(content, scheme) == framed(STAGED.replace(b"staged", scheme.encode()))
 
 
-def test_what_is_not_well_formed() -> None:
+def test_xml_that_is_not_well_formed() -> None:
     broken = b"<NonstSurfChem><integration></NonstSurfChem>"
     assert scheme_of(broken) == scheme_of(None) == "continuous"
     with pytest.raises(vorlen.RecipeError, match="r.xml, line 1: mismatched tag"):
         with_scheme(broken, "staged", "r.xml")
-    assert with_scheme(b"<other/>", "staged") == b"<other/>"  # the library has a text for it
+    assert with_scheme(b"<other/>", "staged") == b"<other/>"  # the library reports it
 
 
 @pytest.fixture
 def recipes(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
-    """The file to which a library, which gives a good result to everyone, adds each recipe that it gets."""
+    """The file to which a library that always succeeds appends each recipe it gets."""
     rows = [row(False, time=time, z=time) for time in (0, 1)] + [row(time=time, z=time, x_ga=1) for time in (1, 2, 3)]
     (tmp_path / "rows").write_text(result([("ground", 1, 1), ("layer", 2, 2)], rows))
     monkeypatch.setenv("VORLEN_LIBRARY", str(scripted_library(tmp_path)))
@@ -96,7 +96,7 @@ def test_the_library_gets_the_scheme_and_the_status_names_it(
         assert handed == content or scheme != scheme_of(content)
         status = json.loads((tmp_path / "r.status.json").read_text())
         assert (run.scheme, status["scheme"], vorlen.read(tmp_path / "r.txt").scheme) == (used,) * 3
-        assert status["recipe_sha256"] == _plan.sha256(content)  # of the recipe as the user has it
+        assert status["recipe_sha256"] == _plan.sha256(content)  # of the user's recipe
     assert (tmp_path / "r.xml").read_bytes() == content
     assert list(status)[5:8] == ["recipe_sha256", "scheme", "result_file"]
 
@@ -169,7 +169,7 @@ def test_a_sweep_under_another_scheme_runs_all_rows_again(tmp_path: Path) -> Non
         assert {scheme_of(Path(path).read_bytes()) for path in table.recipe_file} == {scheme or "continuous"}
     before = stamps(folder)
     assert len(sweep(folder, "staged", 3)) == 3 and len(changed_rows(folder, before)) == 3
-    with pytest.raises(ValueError, match="holds a sweep with another recipe"):
+    with pytest.raises(ValueError, match="holds a sweep with a different recipe"):
         vorlen.sweep(PLAIN_LAYER, {T: [900]}, out=folder, scheme="continuous", progress=False)
 
 

@@ -1,4 +1,4 @@
-"""Sensitivities against laws that are known without the program, and the tornado plot of them."""
+"""Sensitivities compared with known laws, and tornado plots."""
 
 from __future__ import annotations
 
@@ -26,7 +26,7 @@ def pick(table, parameter, quantity):
     return row
 
 
-def test_thickness_goes_with_time_and_gallium_and_not_with_a_constant_of_an_absent_metal(table):
+def test_thickness_follows_time_and_gallium_but_not_a_constant_of_an_absent_metal(table):
     # After the first second the layer grows at a constant rate: one per cent more time, one per cent more thickness.
     assert pick(table, TAU, "thickness_2").elasticity == pytest.approx(1.0, abs=0.02)
     # Growth is limited by the transport of the metals: gallium is 81 % of them, and what indium does is less.
@@ -82,13 +82,13 @@ def test_the_tornado_has_the_strongest_on_top_and_bars_from_the_base(table, tmp_
     ("parameters", "text"),
     [
         (["process_stages/stage_7/T"], "has no process_stages/stage_7/T"),
-        (["material"], "not a number"),
-        (["chemistry/Kd_In"], "not a number"),
-        ([STAGE + "gas_species/Q/TMGa"], "a change of 0 shows nothing"),
-        ([], "no parameter"),
+        (["material"], "only numbers can be varied"),
+        (["chemistry/Kd_In"], "only numbers can be varied"),
+        ([STAGE + "gas_species/Q/TMGa"], "can't change by 0; state the change"),
+        ([], "at least one parameter"),
     ],
 )
-def test_what_can_not_be_varied_is_told(recipe, parameters, text):
+def test_what_can_not_be_varied_is_rejected_with_a_reason(recipe, parameters, text):
     with pytest.raises(ValueError, match=text):
         vorlen.sensitivity(recipe, parameters)
 
@@ -100,6 +100,6 @@ def test_a_recipe_that_fails_itself_is_an_error(recipe):
         vorlen.sensitivity(broken, [TAU], workers=1)
 
 
-def test_a_quantity_that_is_not_there_is_told(table):
-    with pytest.raises(ValueError, match="there is no x_in_9; there are z, "):
+def test_an_unknown_quantity_is_an_error_that_lists_the_known_ones(table):
+    with pytest.raises(ValueError, match="unknown quantity x_in_9; the table has z, "):
         vorlen.tornado(table, "x_in_9")

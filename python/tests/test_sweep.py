@@ -1,4 +1,4 @@
-"""Sweeps on this machine: what the rows are, what becomes of crashes and hangs, and going on after an interruption."""
+"""Sweeps on this machine: rows, crashes and hangs, and continuing after an interruption."""
 
 from __future__ import annotations
 
@@ -46,7 +46,7 @@ def quiet_sweep(recipe, parameters, **options) -> pd.DataFrame:
     return vorlen.sweep(recipe, parameters, progress=False, **options)
 
 
-def test_a_grid_has_every_combination_and_the_last_parameter_changes_fastest(layer, tmp_path):
+def test_a_grid_has_every_combination_and_the_last_parameter_varies_fastest(layer, tmp_path):
     table = quiet_sweep(layer, {T: [1000, 1030], TMIN: [0.1, 0.2, 0.3]}, out=tmp_path / "s")
     assert list(zip(table[T], table[TMIN])) == [
         (1000, 0.1), (1000, 0.2), (1000, 0.3), (1030, 0.1), (1030, 0.2), (1030, 0.3),
@@ -66,7 +66,7 @@ def test_a_data_frame_has_a_row_for_each_run(layer, tmp_path):
     assert list(table.index) == [0, 1]
 
 
-def test_the_values_of_a_row_are_those_of_a_run_of_its_own(layer, tmp_path):
+def test_the_values_of_a_row_are_those_of_a_separate_run(layer, tmp_path):
     table = quiet_sweep(layer, {T: [(1000, 1040), (1030, 1030)]}, out=tmp_path / "s")
     recipe = vorlen.Recipe.load(layer)
     for row in table.itertuples():
@@ -78,7 +78,7 @@ def test_the_values_of_a_row_are_those_of_a_run_of_its_own(layer, tmp_path):
         assert vorlen.read(row.result_file).layers.thickness[2] == row.thickness_2
         assert vorlen.Recipe.load(row.recipe_file) == recipe
     assert table.attrs["units"]["thickness_2"] == "nm"
-    assert table.x_in_2[0] != table.x_in_2[1]  # a ramp of the same mean is something else
+    assert table.x_in_2[0] != table.x_in_2[1]  # a ramp with the same mean gives another layer
 
 
 def test_v_defects_are_half_of_the_column_in_the_file(examples, tmp_path):
@@ -86,7 +86,7 @@ def test_v_defects_are_half_of_the_column_in_the_file(examples, tmp_path):
     assert table.v_defects_t[0] == vorlen.read(table.result_file[0]).end["rho_vd0_t"] / 2 > 0
 
 
-def test_a_refusal_of_the_library_is_a_row_with_its_text(layer, tmp_path):
+def test_a_recipe_that_the_library_rejects_is_a_row_with_its_text(layer, tmp_path):
     table = quiet_sweep(layer, {T: [1030, -5, 1040]}, out=tmp_path / "s")
     assert list(table.status) == ["ok", "failed", "ok"]
     assert table.text[1] == "Very low or negative temperature in stage_1"  # docs/messages.md
@@ -146,9 +146,9 @@ def test_resume_off_runs_all_rows_again(layer, tmp_path):
     assert all(Path(path).stat().st_mtime_ns != old for path, old in zip(first.status_file, before))
 
 
-def test_a_folder_with_other_rows_is_left_alone_and_further_rows_are_welcome(layer, tmp_path):
+def test_a_folder_with_different_rows_is_an_error_but_rows_can_be_added(layer, tmp_path):
     first = quiet_sweep(layer, {T: [1000, 1010]}, out=tmp_path / "s")
-    with pytest.raises(ValueError, match="holds a sweep with another recipe or other rows"):
+    with pytest.raises(ValueError, match="holds a sweep with a different recipe or different rows"):
         quiet_sweep(layer, {T: [1000, 1020]}, out=tmp_path / "s")
     before = [Path(path).stat().st_mtime_ns for path in first.status_file]
     longer = quiet_sweep(layer, {T: [1000, 1010, 1020]}, out=tmp_path / "s")
@@ -156,8 +156,8 @@ def test_a_folder_with_other_rows_is_left_alone_and_further_rows_are_welcome(lay
     assert len(longer) == 3
 
 
-def test_an_interrupted_sweep_goes_on_where_it_was(layer, tmp_path, faulty_library):
-    # Row 3 hangs for ever, so the process stands there when the interrupt comes, and its worker must end with it.
+def test_an_interrupted_sweep_continues_where_it_stopped(layer, tmp_path, faulty_library):
+    # Row 3 hangs forever, so it is running when the interrupt arrives, and its worker must end with the process.
     plan = vorlen.write_plan(tmp_path / "plan.json", layer, {P: [40000, 40001, 40002, 40017, 40003]})
     command = [sys.executable, "-m", "vorlen", "sweep", str(plan), "--workers", "1", "--quiet"]
     environment = os.environ | {"PYTHONPATH": str(Path(vorlen.__file__).parents[1])}
@@ -203,7 +203,7 @@ def test_a_worker_that_hangs_ends_when_its_parent_is_killed(layer, tmp_path, fau
     assert not Path(f"/proc/{worker}").exists()
 
 
-def test_any_executor_of_concurrent_futures_serves(layer, tmp_path):
+def test_any_executor_of_concurrent_futures_works(layer, tmp_path):
     parameters = {T: [1000, 1010, 1020]}
     serial = quiet_sweep(layer, parameters, workers=1, out=tmp_path / "serial")
     with ProcessPoolExecutor(2) as executor:
@@ -238,7 +238,7 @@ def test_parts_merged_are_the_table_of_the_serial_run_byte_for_byte(layer, tmp_p
     assert (tmp_path / "parts" / "table.csv").read_bytes() == (tmp_path / "serial" / "table.csv").read_bytes()
 
 
-def test_a_plan_may_take_its_rows_from_a_table_such_as_that_of_a_sweep(layer, tmp_path):
+def test_a_plan_can_read_its_rows_from_a_table_such_as_that_of_a_sweep(layer, tmp_path):
     first = quiet_sweep(layer, {T: [(1000, 1020), 1030], TMIN: [0.1]}, out=tmp_path / "first")
     pd.read_csv(tmp_path / "first" / "table.csv")[[T, TMIN]].to_csv(tmp_path / "rows.csv", index=False)
     (tmp_path / "plan.json").write_text(json.dumps({"recipe": str(layer), "table": "rows.csv"}))
@@ -250,15 +250,15 @@ def test_a_plan_may_take_its_rows_from_a_table_such_as_that_of_a_sweep(layer, tm
 @pytest.mark.parametrize(
     ("plan", "text"),
     [
-        ("[]", "a plan is an object"),
-        ("{", "is no JSON"),
-        ('{"recipe": "r.xml", "parameters": {}, "colour": 1}', "'colour' is not known"),
-        ('{"recipe": "r.xml"}', 'one of "parameters" and "table"'),
-        ('{"recipe": "none.xml", "parameters": {"material": ["InGaN"]}}', "there is no recipe"),
-        ('{"recipe": "r.xml", "parameters": {"material": "InGaN"}}', "a list of values is expected"),
+        ("[]", "a plan must be a JSON object"),
+        ("{", "is not valid JSON"),
+        ('{"recipe": "r.xml", "parameters": {}, "colour": 1}', "unknown key 'colour'"),
+        ('{"recipe": "r.xml"}', 'either "parameters" or "table"'),
+        ('{"recipe": "none.xml", "parameters": {"material": ["InGaN"]}}', "recipe not found"),
+        ('{"recipe": "r.xml", "parameters": {"material": "InGaN"}}', "expected a list of values"),
     ],
 )
-def test_a_wrong_plan_is_told(layer, tmp_path, capsys, plan, text):
+def test_an_invalid_plan_is_reported(layer, tmp_path, capsys, plan, text):
     (tmp_path / "r.xml").write_bytes(layer.read_bytes())
     (tmp_path / "plan.json").write_text(plan)
     assert main(["sweep", str(tmp_path / "plan.json")]) == 1
@@ -266,7 +266,7 @@ def test_a_wrong_plan_is_told(layer, tmp_path, capsys, plan, text):
 
 
 @pytest.mark.parametrize("rows", ["3", "5:5", "a:b", "-1:3"])
-def test_a_wrong_range_of_rows_is_a_wrong_command_line(tmp_path, rows):
+def test_an_invalid_range_of_rows_is_a_usage_error(tmp_path, rows):
     with pytest.raises(SystemExit) as ended:
         main(["sweep", str(tmp_path / "plan.json"), f"--rows={rows}"])
     assert ended.value.code == 2
@@ -276,27 +276,27 @@ def test_a_wrong_range_of_rows_is_a_wrong_command_line(tmp_path, rows):
     ("parameters", "options", "text"),
     [
         ({"process_stages/stage_9/T": [1000]}, {}, "can't be set to 1000: .* has no process_stages/stage_9/T"),
-        ({T: []}, {}, "one value for each"),
-        ({}, {}, "one parameter at least"),
-        ({T: [1000, float("nan")]}, {}, "nan is no value"),
-        ({T: [(1, 2, 3)]}, {}, "a list is a pair"),
-        ({T: [None]}, {}, "a value is a number"),
-        ({T: 1000}, {}, "a list of values is expected"),
+        ({T: []}, {}, "at least one value for each"),
+        ({}, {}, "at least one parameter"),
+        ({T: [1000, float("nan")]}, {}, "nan is not finite"),
+        ({T: [(1, 2, 3)]}, {}, "a list must be a pair"),
+        ({T: [None]}, {}, "a value must be a number"),
+        ({T: 1000}, {}, "expected a list of values"),
         ({T: [1000, 1010], P: [1e4]}, {"mode": "zip"}, "the same number of values"),
-        ({T: [1000]}, {"mode": "all"}, 'mode is "grid" or "zip"'),
-        ({T: [1000]}, {"timeout": 0}, "timeout is a number of seconds above 0"),
-        ({T: [1000]}, {"workers": 0}, "workers is 1 or more"),
+        ({T: [1000]}, {"mode": "all"}, 'mode must be "grid" or "zip"'),
+        ({T: [1000]}, {"timeout": 0}, "timeout must be a positive number of seconds"),
+        ({T: [1000]}, {"workers": 0}, "workers must be 1 or more"),
     ],
 )
-def test_what_can_not_be_swept_is_told_before_anything_runs(layer, tmp_path, parameters, options, text):
+def test_a_sweep_that_is_impossible_is_rejected_before_anything_runs(layer, tmp_path, parameters, options, text):
     with pytest.raises(ValueError, match=text):
         quiet_sweep(layer, parameters, out=tmp_path / "s", **options)
     assert not list((tmp_path / "s").glob("rows/*"))
 
 
-def test_an_installation_without_library_is_told_at_once(layer, tmp_path, monkeypatch):
+def test_an_installation_without_library_is_reported_at_once(layer, tmp_path, monkeypatch):
     monkeypatch.setenv("VORLEN_LIBRARY", str(tmp_path / "none.so"))
-    with pytest.raises(RuntimeError, match="no worker process can be started: the library of VorlenSolver"):
+    with pytest.raises(RuntimeError, match="the worker process could not be started: the library of VorlenSolver"):
         quiet_sweep(layer, {T: [1000]}, out=tmp_path / "s")
 
 

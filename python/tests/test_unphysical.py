@@ -17,7 +17,7 @@ from support import (
     failed_run,
     failing_recipe,
     recipe_with_a_pause,
-    recipe_with_not_a_numbers,
+    recipe_with_nan,
     result,
     row,
     scripted_library,
@@ -180,8 +180,8 @@ def test_a_run_with_unphysical_rows_fails_and_keeps_them_apart_from_an_older_res
     assert status["result_file"] == str(tmp_path / "r.failed.txt")
 
 
-def test_rows_that_are_no_numbers_fail_without_a_result_file_too() -> None:
-    run = failed_run(recipe_with_not_a_numbers())
+def test_nan_rows_fail_without_a_result_file_too() -> None:
+    run = failed_run(recipe_with_nan())
     assert run.failed and " is NaN\n" in run.text and run.complete
 
 
@@ -270,16 +270,16 @@ def test_a_sweep_has_such_runs_as_failed_rows(tmp_path: Path) -> None:
     table = vorlen.sweep(
         recipe, {"process_stages/stage_2/gas_species/Q/TMGa": [0, 1]}, out=tmp_path / "s", workers=1, progress=False
     )
-    assert list(table.status) == ["failed", "ok"]  # with gallium in it the pause is a layer
+    assert list(table.status) == ["failed", "ok"]  # with gallium the pause is a layer
     assert "in stage_3 (AlGaN barrier): gallium fraction is " in table.text[0] and STAGED_REMEDY in table.text[0]
     assert table.result_file[0] == "" and (tmp_path / "s" / "rows" / "000000.failed.txt").is_file()
 
 
-@pytest.mark.skipif(find_tool() is None, reason="the command-line host was not found")
+@pytest.mark.skipif(find_tool() is None, reason="the command-line tool was not found")
 @pytest.mark.parametrize("scheme", ["continuous", "staged"])
-@pytest.mark.parametrize("make", [recipe_with_a_pause, recipe_with_not_a_numbers, failing_recipe, None])
-def test_the_command_line_host_gives_the_same_text(make, scheme: str, tmp_path: Path) -> None:
-    """make: a function that makes a recipe; None stands for a recipe that runs."""
+@pytest.mark.parametrize("make", [recipe_with_a_pause, recipe_with_nan, failing_recipe, None])
+def test_the_command_line_tool_gives_the_same_text(make, scheme: str, tmp_path: Path) -> None:
+    """make: a function that makes a recipe; None means a recipe that runs."""
     recipe = tmp_path / "r.xml"
     recipe.write_bytes(make().to_bytes() if make else MQW.read_bytes())
     subprocess.run([find_tool(), "run", "--scheme", scheme, recipe], cwd=tmp_path, capture_output=True, check=False)

@@ -1,4 +1,4 @@
-"""VorlenSolver in Python: simulate the growth of III-nitride layers, look at what grew, sweep and fit.
+"""VorlenSolver in Python: simulate the growth of III-nitride layers, inspect the results, sweep and fit.
 
     import vorlen
 
@@ -7,8 +7,8 @@
     run.plot()                      # a matplotlib figure
     vorlen.report(run, "run.html")  # one page that can be mailed
 
-Functions have the names of the modules they stand in, so modules are imported here and now; matplotlib, plotly and the
-like only when they are used.
+Some functions have the names of their modules, so all modules are imported here. matplotlib, jinja2 and other optional
+packages are imported when they are first used.
 """
 
 from ._library import LibraryNotFoundError

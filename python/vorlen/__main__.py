@@ -1,4 +1,4 @@
-"""python3 -m vorlen: the subcommands that `vorlen` hands over to Python."""
+"""python3 -m vorlen: the subcommands of `vorlen` that are written in Python."""
 
 from __future__ import annotations
 
@@ -11,8 +11,8 @@ from .report import add_command as add_report
 
 
 def main(arguments: list[str] | None = None) -> int:
-    """Runs a subcommand and returns its exit status: 0; 1 for a failure, told on stderr; 2 for a wrong command line."""
-    parser = argparse.ArgumentParser(prog="vorlen", description="Looks at results and sweeps recipes.")
+    """Runs a subcommand and returns its exit status: 0; 1 for a failure, described on stderr; 2 for a usage error."""
+    parser = argparse.ArgumentParser(prog="vorlen", description="Writes reports of results and sweeps recipes.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     add_report(commands)

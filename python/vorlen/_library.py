@@ -1,8 +1,8 @@
 """Finds the shared library of VorlenSolver and calls its one function.
 
-Looked for in this order: the file that the environment variable VORLEN_LIBRARY names; the library folders of the
-prefix that this package is installed in, and of the Python environment; the build folders of the source tree that this
-package stands in; what the system's loader finds by name.
+Search order: the file that the environment variable VORLEN_LIBRARY names; the library folders of the prefix that this
+package is installed in, and of the Python environment; the build folders of the source tree that contains this package;
+the search path of the system's loader.
 """
 
 from __future__ import annotations
@@ -19,17 +19,17 @@ ERROR_BUFFER_SIZE = 2048  # bytes, as vorlen_solver.h states it
 
 
 class LibraryNotFoundError(ImportError):
-    """The shared library is in none of the places looked at; the text names them."""
+    """The shared library was not found or can't be loaded; the text names the places searched."""
 
 
 def _library_folders(prefix: Path) -> list[Path]:
-    """The folders of an installation prefix in which a shared library may stand."""
+    """The folders of an installation prefix that may contain the shared library."""
     multiarch = sysconfig.get_config_var("MULTIARCH") or ""
     return [prefix / "lib", *([prefix / "lib" / multiarch] if multiarch else []), prefix / "lib64"]
 
 
 def _candidates() -> list[Path]:
-    """Files that may be the library, the best one first. They need not exist."""
+    """Possible paths of the library in search order. They need not exist."""
     package = Path(__file__).resolve().parent
     folders: list[Path] = []
     # PREFIX/lib/python3/dist-packages/vorlen and PREFIX/lib/python3.11/site-packages/vorlen
@@ -45,7 +45,7 @@ def _candidates() -> list[Path]:
 
 
 def find_library() -> str:
-    """Path of the shared library, or its bare name when only the system's loader knows it."""
+    """Path of the shared library, or its bare name, for the system's loader, if it is in none of the known places."""
     named = os.environ.get("VORLEN_LIBRARY")
     if named:
         return named
@@ -58,13 +58,13 @@ def find_library() -> str:
 @functools.lru_cache(maxsize=None)
 def _load(path: str) -> ctypes.CDLL:
     try:
-        library = ctypes.CDLL(path)  # CDLL, not PyDLL: a call lets other Python threads go on
+        library = ctypes.CDLL(path)  # CDLL, not PyDLL: other Python threads run during a call
         function = library.runSurfChem
     except (OSError, AttributeError) as error:
         places = sorted({str(candidate.parent) for candidate in _candidates()})
         raise LibraryNotFoundError(
-            f"the library of VorlenSolver can't be loaded: {error}. Set VORLEN_LIBRARY to its path, or put it into one "
-            f"of: {', '.join(places)}"
+            f"the library of VorlenSolver can't be loaded: {error}. Set VORLEN_LIBRARY to its path, or install it in "
+            f"one of: {', '.join(places)}"
         ) from None
     function.argtypes = [ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p]
     function.restype = ctypes.c_int32
@@ -72,7 +72,7 @@ def _load(path: str) -> ctypes.CDLL:
 
 
 def simulate(recipe: str | os.PathLike[str], result: str | os.PathLike[str] | None = None) -> tuple[int, str]:
-    """Calls the library once.
+    """Runs one simulation.
 
     recipe  path of the recipe
     result  path of the result file, which is overwritten; None: no file is written
@@ -80,7 +80,7 @@ def simulate(recipe: str | os.PathLike[str], result: str | os.PathLike[str] | No
     """
     paths = [os.fsencode(recipe), b"" if result is None else os.fsencode(result)]
     if any(b"\0" in path for path in paths):
-        raise ValueError("a path holds a zero byte")
+        raise ValueError("a path contains a null byte")
     buffer = ctypes.create_string_buffer(ERROR_BUFFER_SIZE)
     status = _load(find_library()).runSurfChem(paths[0], paths[1], buffer)
     return status, buffer.value.decode("utf-8", "replace") if status != 0 else ""

@@ -1,13 +1,13 @@
-"""What a sweep consists of: a recipe, the values that vary, and the numbered rows that come of them.
+"""The plan of a sweep: a recipe, the values to vary, and the resulting numbered rows.
 
-A plan can be kept in a file, for batch systems that start one task after the other:
+A plan can be saved to a file, for batch systems:
 
     {"recipe": "mqw.xml", "parameters": {"process_stages/stage_1/T": [1000, 1010, 1020]}, "mode": "grid",
      "scheme": "staged", "timeout": 60, "out": "temperatures"}
 
 Paths in it are relative to the folder of the file. Instead of "parameters", "table" names a file of comma-separated
-values with a column per parameter and a line per row. "scheme" is that of the integration; without it the recipe's own
-counts.
+values with a column per parameter and a line per row. "scheme" is the integration scheme; by default it is the
+recipe's.
 """
 
 from __future__ import annotations
@@ -35,30 +35,30 @@ ROWS_FOLDER = "rows"
 
 
 class PlanError(ValueError):
-    """A sweep can't be done as it is asked for; the text says what to change."""
+    """The plan of a sweep is invalid; the text says what to change."""
 
 
 @dataclass(frozen=True)
 class Plan:
-    """Everything that decides what the rows of a sweep are."""
+    """Everything that determines the rows of a sweep."""
 
-    recipe: bytes  # XML of the recipe that the rows start from
+    recipe: bytes  # XML of the base recipe
     parameters: dict[str, list[Any]]  # path in the recipe: its values
-    mode: str = "grid"  # grid: every combination, the last parameter fastest; zip: the n-th values together
+    mode: str = "grid"  # grid: every combination, the last parameter varies fastest; zip: the n-th values together
     timeout: float | None = None  # s for one row, None: no limit
 
     def rows(self) -> list[dict[str, Any]]:
-        """The values of each row. A pair, the begin and end of a ramp, is a list of two numbers."""
+        """The values of each row. A ramp is a list of two numbers, [begin, end]."""
         combine = itertools.product if self.mode == "grid" else zip
         return [dict(zip(self.parameters, values)) for values in combine(*self.parameters.values())]
 
     def under(self, scheme: str | None) -> Plan:
-        """The plan with that scheme of the integration in its recipe; None: as it is."""
+        """The plan with this integration scheme in its recipe; None: unchanged."""
         return self if scheme is None else replace(self, recipe=with_scheme(self.recipe, scheme))
 
 
 def make_task(plan: Plan, folder: Path, number: int, values: dict[str, Any], resume: bool) -> dict[str, Any]:
-    """What a worker process needs to know to do one row, as JSON holds it."""
+    """The task of one row for a worker process, ready for JSON."""
     return {
         "folder": str(folder.resolve()), "number": number, "values": values, "base_sha256": sha256(plan.recipe),
         "timeout": plan.timeout, "resume": resume,
@@ -67,7 +67,7 @@ def make_task(plan: Plan, folder: Path, number: int, values: dict[str, Any], res
 
 @dataclass(frozen=True)
 class RowFiles:
-    """Where the files of one row stand, below the folder of the sweep."""
+    """Paths of the files of one row, in the folder of the sweep."""
 
     recipe: Path
     result: Path
@@ -90,7 +90,7 @@ def row_recipe(base: Recipe, values: Mapping[str, Any]) -> bytes:
 
 
 def write_atomically(path: Path, content: bytes) -> None:
-    """Puts a file in place complete: whoever looks finds the old one or the new one, never a part."""
+    """Writes a file so that other processes see either the old content or the new, never a part."""
     part = path.with_name(f".{path.name}.{uuid.uuid4().hex}")
     try:
         part.write_bytes(content)
@@ -104,27 +104,27 @@ def sha256(content: bytes) -> str:
 
 
 def recipe_bytes(recipe: str | os.PathLike[str] | Recipe) -> bytes:
-    """XML of a recipe that is given as a path, as a Recipe or as the XML itself."""
+    """XML of a recipe given as a path, a Recipe or the XML itself."""
     content = RecipeSource.of(recipe).content
     if content is None:
-        raise FileNotFoundError(f"there is no recipe {recipe}")
+        raise FileNotFoundError(f"recipe not found: {recipe}")
     return content
 
 
 def _plain_value(value: Any, path: str) -> Any:
-    """A value as JSON holds it, so that a plan means the same in memory and in a file."""
+    """A value as JSON stores it, so that a plan means the same in memory and in a file."""
     if hasattr(value, "item") and not isinstance(value, (str, bytes)):
         value = value.item() if getattr(value, "ndim", 0) == 0 else list(value)
     if isinstance(value, str) and value.startswith("["):
         value = json.loads(value)  # a pair in a column of a table
     if isinstance(value, (list, tuple)):
         if len(value) != 2:
-            raise PlanError(f"{path}: a list is a pair, begin and end of a ramp, not {value!r}")
+            raise PlanError(f"{path}: a list must be a pair, begin and end of a ramp, got {value!r}")
         return [_plain_value(part, path) for part in value]
     if isinstance(value, (int, float)) and not math.isfinite(value):
-        raise PlanError(f"{path}: {value} is no value for a recipe")
+        raise PlanError(f"{path}: {value} is not finite, so it can't be a value in a recipe")
     if not isinstance(value, (int, float, str)):
-        raise PlanError(f"{path}: a value is a number, a text or a pair of numbers, not {value!r}")
+        raise PlanError(f"{path}: a value must be a number, a text or a pair of numbers, got {value!r}")
     return value
 
 
@@ -135,27 +135,27 @@ def make_plan(
     timeout: float | None = None,
     scheme: str | None = None,
 ) -> Plan:
-    """A plan whose every row has been tried on the recipe: paths that are not there are reported now, not in each row.
+    """A plan that has been checked against the recipe: unknown paths are reported now, not in each row.
 
-    The recipe of the plan, and of every row, asks for the scheme; None: as it does now.
+    scheme  integration scheme set in the plan's recipe and so in every row; None: the recipe's
     """
     check_scheme(scheme)
     if mode not in MODES:
-        raise PlanError(f'mode is "grid" or "zip", not {mode!r}')
+        raise PlanError(f'mode must be "grid" or "zip", got {mode!r}')
     if timeout is not None and not timeout > 0:
-        raise PlanError(f"timeout is a number of seconds above 0, or None, not {timeout!r}")
+        raise PlanError(f"timeout must be a positive number of seconds or None, got {timeout!r}")
     if isinstance(parameters, pd.DataFrame):
         parameters, mode = {str(name): parameters[name].tolist() for name in parameters.columns}, "zip"
     lists: dict[str, list[Any]] = {}
     for path, values in parameters.items():
         if isinstance(values, (str, bytes)) or not isinstance(values, Iterable):
-            raise PlanError(f"{path}: a list of values is expected, not {values!r}")
+            raise PlanError(f"{path}: expected a list of values, got {values!r}")
         lists[path] = [_plain_value(value, path) for value in values]
     if not lists or not all(lists.values()):
-        raise PlanError("a sweep needs one parameter at least, and one value for each")
+        raise PlanError("a sweep needs at least one parameter, and at least one value for each")
     if mode == "zip" and len({len(values) for values in lists.values()}) > 1:
         counts = ", ".join(f"{path}: {len(values)}" for path, values in lists.items())
-        raise PlanError(f'with mode "zip" all parameters have the same number of values, not {counts}')
+        raise PlanError(f'with mode "zip" all parameters must have the same number of values, got {counts}')
     plan = Plan(recipe_bytes(recipe), lists, mode, timeout).under(scheme)
     trial = Recipe(plan.recipe)
     for path, values in lists.items():
@@ -178,7 +178,7 @@ def write_plan(
     out: str | os.PathLike[str] | None = None,
     scheme: str | None = None,
 ) -> Path:
-    """Writes a plan for `vorlen sweep`, and the recipe beside it, as NAME.recipe.xml. Arguments as for sweep()."""
+    """Writes a plan for `vorlen sweep`, and its recipe as NAME.recipe.xml beside it. Arguments as for sweep()."""
     path = Path(path)
     plan = make_plan(recipe, parameters, mode, timeout, scheme)
     copy = path.with_name(f"{path.stem}.recipe.xml")
@@ -195,25 +195,25 @@ def _write_plan_file(path: Path, plan: Plan, recipe: str, out: str) -> None:
 
 
 def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
-    """The plan of a file, and the folder that its sweep goes to."""
+    """The plan in a file, and the folder of its sweep."""
     path = Path(path)
     try:
         content = json.loads(path.read_text(encoding="utf-8"))
     except ValueError as error:
-        raise PlanError(f"{path} is no JSON: {error}") from error
+        raise PlanError(f"{path} is not valid JSON: {error}") from error
     if not isinstance(content, dict):
-        raise PlanError(f"{path}: a plan is an object with {', '.join(PLAN_KEYS)}")
+        raise PlanError(f"{path}: a plan must be a JSON object; its keys are {', '.join(PLAN_KEYS)}")
     unknown = sorted(set(content) - set(PLAN_KEYS))
     if unknown:
-        raise PlanError(f"{path}: {unknown[0]!r} is not known; there are {', '.join(PLAN_KEYS)}")
+        raise PlanError(f"{path}: unknown key {unknown[0]!r}; the keys of a plan are {', '.join(PLAN_KEYS)}")
     if not isinstance(content.get("recipe"), str) or ("parameters" in content) == ("table" in content):
-        raise PlanError(f'{path}: "recipe" and one of "parameters" and "table" are needed')
+        raise PlanError(f'{path}: a plan needs "recipe", and either "parameters" or "table"')
     if "table" in content:
         parameters = pd.read_csv(path.parent / content["table"], float_precision="round_trip")
     else:
         parameters = content["parameters"]
         if not isinstance(parameters, dict):
-            raise PlanError(f'{path}: "parameters" is an object with a list of values for each path')
+            raise PlanError(f'{path}: "parameters" must be an object with a list of values for each path')
     plan = make_plan(
         path.parent / content["recipe"], parameters, content.get("mode", "grid"), content.get("timeout"),
         content.get("scheme"),
@@ -222,10 +222,10 @@ def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
 
 
 def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
-    """Makes the folder of a sweep, with the plan and the recipe in it.
+    """Creates the folder of a sweep, with its plan and recipe.
 
-    A folder that holds other rows is left alone, unless resume is False: further rows after the old ones are welcome,
-    and so is another scheme, under which all rows are run again.
+    Raises PlanError if the folder holds a different sweep and resume is True. Rows may be added after the old ones, and
+    the scheme may change: then all rows are run again.
     """
     plan_path, recipe_path = folder / "plan.json", folder / "recipe.xml"
     if resume and plan_path.exists() and recipe_path.exists():
@@ -233,8 +233,8 @@ def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
         old_rows = old.rows()
         if old.under(STAGED).recipe != plan.under(STAGED).recipe or plan.rows()[: len(old_rows)] != old_rows:
             raise PlanError(
-                f"{folder} holds a sweep with another recipe or other rows. Name another folder for this one, or say "
-                f"resume=False to replace the old one"
+                f"{folder} holds a sweep with a different recipe or different rows. Choose another folder, or pass "
+                f"resume=False to replace it"
             )
     (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
     write_atomically(recipe_path, plan.recipe)

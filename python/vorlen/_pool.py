@@ -1,7 +1,7 @@
-"""Where the rows of a sweep are run: worker processes, and the function that any executor may call.
+"""Worker processes that run the rows of a sweep, and the function that executors call.
 
-Each thread that runs rows owns one worker process, started with its first row and kept for the next ones: importing
-pandas costs more than many runs. A worker that crashes or hangs is replaced, and its row says so.
+Each thread that runs rows owns one worker process. It is started with the first row and reused, because importing
+pandas takes longer than many runs. A worker that crashes or hangs is replaced, and its row records that.
 """
 
 from __future__ import annotations
@@ -27,11 +27,11 @@ _thread = threading.local()
 
 
 class WorkerStartError(RuntimeError):
-    """Something is wrong with the installation where the worker process was to start."""
+    """A worker process could not start: something is wrong with the installation there."""
 
 
 class WorkerEnded(Exception):
-    """The worker process has ended, or was ended, in the middle of a row. status and text are those of the row."""
+    """The worker process ended, or was killed, during a row. status and text are those of the row."""
 
     def __init__(self, status: str, text: str) -> None:
         super().__init__(text)
@@ -40,7 +40,7 @@ class WorkerEnded(Exception):
 
 
 def _worker_environment() -> dict[str, str]:
-    """That of this process, with this package on the path, and without threads that numpy would start in vain."""
+    """The environment of this process, with this package on the path and numpy's own threads switched off."""
     environment = dict(os.environ)
     package_parent = str(Path(__file__).resolve().parents[1])
     paths = [package_parent, *environment.get("PYTHONPATH", "").split(os.pathsep)]
@@ -51,7 +51,7 @@ def _worker_environment() -> dict[str, str]:
 
 
 class WorkerProcess:
-    """One worker process, which does one row after the other."""
+    """One worker process; it runs one row at a time."""
 
     def __init__(self) -> None:
         self.process = subprocess.Popen(
@@ -60,19 +60,19 @@ class WorkerProcess:
             stdout=subprocess.PIPE,
             bufsize=0,
             env=_worker_environment(),
-            start_new_session=True,  # an interrupt at the terminal is the caller's business
+            start_new_session=True,  # the caller handles an interrupt from the terminal
         )
         self.unread = b""
         try:
-            greeting = self._read_line(None).decode()  # the imports are over: time counts from here
+            greeting = self._read_line(None).decode()  # the imports are done: timeouts count from here
         except WorkerEnded as error:
             greeting = error.text
         if greeting != "ready":
             self.close()
-            raise WorkerStartError(f"no worker process can be started: {greeting}")
+            raise WorkerStartError(f"the worker process could not be started: {greeting}")
 
     def ask(self, task: dict[str, Any]) -> dict[str, Any]:
-        """Has the worker do a row. Raises WorkerEnded, and the worker is gone, when no answer comes."""
+        """Runs a row in the worker. Raises WorkerEnded if the worker ends or times out; it can't be used again then."""
         try:
             self.process.stdin.write(json.dumps(task).encode() + b"\n")
         except BrokenPipeError:
@@ -101,7 +101,7 @@ class WorkerProcess:
         return WorkerEnded("crashed", f"the worker process ended {reason}")
 
     def close(self) -> None:
-        """Ends the process, whatever it does."""
+        """Kills the process."""
         self.process.kill()
         self.process.wait()
         self.process.stdin.close()
@@ -109,7 +109,7 @@ class WorkerProcess:
 
 
 def run_row(task: dict[str, Any]) -> dict[str, Any]:
-    """Does one row of a sweep in the worker process of the calling thread. Executors call this, anywhere."""
+    """Runs one row of a sweep in the worker process of the calling thread. Executors call this, on any machine."""
     worker: WorkerProcess | None = getattr(_thread, "worker", None)
     if worker is None:
         worker = _thread.worker = WorkerProcess()
@@ -145,7 +145,7 @@ def _enter_pool(workers: list[WorkerProcess], stopping: threading.Event) -> None
 
 
 class LocalPool(ThreadPoolExecutor):
-    """An executor on this machine: threads that do nothing but wait for their worker processes."""
+    """An executor on this machine: threads that only wait for their worker processes."""
 
     def __init__(self, workers: int) -> None:
         self.stopping = threading.Event()
@@ -153,7 +153,7 @@ class LocalPool(ThreadPoolExecutor):
         super().__init__(workers, "vorlen-sweep", _enter_pool, (self.workers, self.stopping))
 
     def __exit__(self, kind: Any, *_: Any) -> None:
-        if kind is not None:  # an interrupt: no row is waited for
+        if kind is not None:  # an interrupt: do not wait for any row
             self.stopping.set()
             self.shutdown(wait=False, cancel_futures=True)
             for worker in list(self.workers):
@@ -164,5 +164,5 @@ class LocalPool(ThreadPoolExecutor):
 
 
 def default_workers() -> int:
-    """Processors that this process may use."""
+    """The number of processors that this process may use."""
     return len(os.sched_getaffinity(0))

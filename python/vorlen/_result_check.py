@@ -1,7 +1,7 @@
-"""Whether the rows of a result are physical, and where in the process a run went wrong.
+"""Whether the rows of a result are physical, and where in the process a run failed.
 
-tools/results/result_check.cpp gives the same texts. Stages are found by time. A row at the boundary of two stages belongs to
-the first, but a run that ended there could not start the second.
+tools/results/result_check.cpp gives the same texts. Stages are found by time. A row at the boundary of two stages
+belongs to the first, but a run that ended there could not start the second.
 """
 
 from __future__ import annotations
@@ -12,7 +12,7 @@ from typing import TYPE_CHECKING, NamedTuple
 
 import numpy as np
 
-from .result_file import COLUMN_NAMES, TIME_TOLERANCE
+from .result_file import COLUMN_NAMES, COLUMNS, TIME_TOLERANCE
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -33,27 +33,7 @@ TEXTS_OF_INTEGRATION = (
     "State is not finite",
 )
 
-COLUMN_WORDS = {
-    "time": "time",
-    "z": "height",
-    "rate": "growth rate",
-    "x_in": "indium fraction",
-    "x_ga": "gallium fraction",
-    "x_al": "aluminium fraction",
-    "rho_td_t": "threading dislocation density (t)",
-    "rho_vd0_t": "V-defect density (t)",
-    "a_eff_t": "in-plane lattice constant (t)",
-    "eps_xx_t": "in-plane strain eps_xx (t)",
-    "eps_yy_t": "in-plane strain eps_yy (t)",
-    "eps_zz_t": "strain eps_zz (t)",
-    "eps_yz_t": "strain eps_yz (t)",
-    "rho_td_z": "threading dislocation density (z)",
-    "a_eff_z": "in-plane lattice constant (z)",
-    "eps_xx_z": "in-plane strain eps_xx (z)",
-    "eps_yy_z": "in-plane strain eps_yy (z)",
-    "eps_zz_z": "strain eps_zz (z)",
-    "eps_yz_z": "strain eps_yz (z)",
-}
+COLUMN_WORDS = {column.name: column.words for column in COLUMNS}
 
 
 class Stage(NamedTuple):
@@ -73,7 +53,7 @@ def _label(element: str, name: str, number: int) -> str:
 
 
 def stages_of_recipe(recipe: Recipe) -> list[Stage]:
-    """Pre-stages, active stages and post-stages, periods expanded. Empty if the recipe is not one that runs."""
+    """Pre-stages, active stages and post-stages, periods expanded. Empty if the recipe would not run."""
     try:
         timeline = recipe.timeline()
     except (KeyError, ValueError):
@@ -90,7 +70,7 @@ def stages_of_recipe(recipe: Recipe) -> list[Stage]:
 
 
 def stages_of_layers(layers: pd.DataFrame) -> list[Stage]:
-    """The same from Run.layers, for a recipe that is not known."""
+    """The same from Run.layers, if the recipe is unknown."""
     return [
         Stage(row.begin, row.end, row.kind == "active", _label(f"layer {row.Index}", row.name, row.Index))
         for row in layers.itertuples()
@@ -104,7 +84,7 @@ def _active_stage(stages: list[Stage], is_it: Callable[[Stage], bool]) -> Stage 
 
 
 def _bad_values(profile: pd.DataFrame) -> np.ndarray:
-    """Which values no process has: NaN or infinity anywhere, in an active row a fraction outside of the limits."""
+    """Which values are unphysical: NaN or infinity anywhere, in an active row a fraction outside of the limits."""
     values = profile[list(COLUMN_NAMES)].to_numpy()
     bad = ~np.isfinite(values)
     first, last = COLUMN_NAMES.index(FRACTIONS[0]), COLUMN_NAMES.index(FRACTIONS[-1]) + 1
@@ -116,9 +96,9 @@ def _bad_values(profile: pd.DataFrame) -> np.ndarray:
 
 
 def _stage_of_row(profile: pd.DataFrame, index: int, stages: list[Stage]) -> Stage | None:
-    """The stage of a row; None when it is not known.
+    """The stage of a row; None if it is unknown.
 
-    Other than active rows come in pairs, one pair per stage: those of pre-stages first, those of post-stages last.
+    Pre- and post-stages have one pair of rows each: those of pre-stages come first, those of post-stages last.
     """
     active = profile["active"].to_numpy()
     if not active[index]:
@@ -152,9 +132,9 @@ def unphysical_text(profile: pd.DataFrame, stages: Callable[[], list[Stage]]) ->
 
 
 def looks_physical(rows: bytes) -> bool:
-    """True when rows, as the library writes them, are all physical; faster than parsing them.
+    """True if all rows, as written by the library, are physical; faster than parsing them.
 
-    False decides nothing: the fractions of rows that were not simulated are looked at too.
+    False is not conclusive, because the fractions of rows that were not simulated are examined too.
     """
     if b"n" in rows:  # of nan and inf
         return False
@@ -170,7 +150,7 @@ def looks_physical(rows: bytes) -> bool:
 
 
 def is_text_of_integration(text: str) -> bool:
-    """True for a text of the library about an integration that ended early, False for one about a recipe or a file."""
+    """True if the library's text reports an integration that ended early, False for faults of a recipe or file."""
     return text.startswith(TEXTS_OF_INTEGRATION)
 
 
@@ -191,7 +171,7 @@ def end_text(profile: pd.DataFrame | None, stages: list[Stage]) -> str:
 
 
 def remedy_text(scheme: str) -> str:
-    """One line: what to do after such a run under that scheme."""
+    """One line: what to do after a run that failed under this scheme."""
     if scheme == "staged":
         return "What to do: see docs/when-a-run-fails.md"
     return 'What to do: run it with --scheme staged (in Python: scheme="staged")'

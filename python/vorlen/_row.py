@@ -1,4 +1,4 @@
-"""One row of a sweep: its recipe, its run, its key results, and the status file that says that it is done."""
+"""One row of a sweep: its recipe, its run, its key results, and the status file that marks it as done."""
 
 from __future__ import annotations
 
@@ -16,7 +16,7 @@ from ._version import __version__
 from .recipe import Recipe
 from .run import Run, SimulationError, read_status, run
 
-FINISHED = ("ok", "failed")  # the library has given its verdict: such a row is not run again
+FINISHED = ("ok", "failed")  # the run has a definite outcome: such a row is not run again
 LAYER_VALUES = ("thickness", "x_in", "x_ga", "x_al")  # for each layer, as Run.layers has them
 END_VALUES = ("z", "rho_td_t", "rho_td_z", "v_defects_t", "eps_xx_t")  # of the finished structure's surface
 
@@ -26,7 +26,7 @@ def _number(value: float) -> float | None:
 
 
 def key_results(simulated: Run) -> dict[str, float | None]:
-    """The values that stand in the table of a sweep; None for a number that is not finite."""
+    """The result values of a row in the table of a sweep; None where a number is not finite."""
     end = simulated.end
     values = {name: _number(end[name]) for name in END_VALUES if name != "v_defects_t"}
     values["v_defects_t"] = _number(end["rho_vd0_t"] / 2.0)
@@ -38,7 +38,7 @@ def key_results(simulated: Run) -> dict[str, float | None]:
 
 
 def row_of_status(status: dict[str, Any], recipe: bytes) -> dict[str, Any] | None:
-    """The row in a status file, if it is of this recipe, its scheme and this version; otherwise None."""
+    """The row in a status file if recipe, scheme and version match; otherwise None."""
     if status.get("recipe_sha256") != sha256(recipe) or status.get("version") != __version__:
         return None
     if status.get("scheme") != scheme_of(recipe):
@@ -47,7 +47,7 @@ def row_of_status(status: dict[str, Any], recipe: bytes) -> dict[str, Any] | Non
 
 
 def add_row(path: Path, row: dict[str, Any]) -> None:
-    """Puts the row into the status file that the run has written: with it the row counts as done."""
+    """Adds the row to the status file of its run, which marks the row as done."""
     status = json.loads(path.read_text(encoding="utf-8"))
     status["row"] = row
     write_atomically(path, (json.dumps(status, indent=1) + "\n").encode())
@@ -57,14 +57,14 @@ def add_row(path: Path, row: dict[str, Any]) -> None:
 def _base_recipe(folder: str, recipe_sha256: str) -> Recipe:
     content = Path(folder, "recipe.xml").read_bytes()
     if sha256(content) != recipe_sha256:
-        raise ValueError(f"{folder}/recipe.xml has been changed by somebody else")
+        raise ValueError(f"{folder}/recipe.xml was changed by another program")
     return Recipe(content)
 
 
 def do_row(task: dict[str, Any]) -> dict[str, Any]:
     """Runs one row of a sweep and returns its row of the table: status, text, values.
 
-    Paths are relative to the folder of the sweep, so that texts of failures are the same wherever it stands.
+    Paths are relative to the folder of the sweep, so that failure texts do not depend on where it is.
     """
     os.chdir(task["folder"])
     files = row_files(Path(), task["number"])

@@ -1,6 +1,6 @@
-"""The scheme of the integration, "continuous" or "staged": that of a recipe, and a recipe under another one.
+"""The integration scheme of a recipe, "continuous" or "staged": reading it and changing it.
 
-The first element scheme of the first element integration counts.
+The first `scheme` element of the first `integration` element counts.
 """
 
 from __future__ import annotations
@@ -12,14 +12,14 @@ STAGED, DEFAULT = SCHEMES
 
 
 def check_scheme(scheme: str | None) -> None:
-    """Raises ValueError unless the scheme is known. None stands for that of the recipe."""
+    """Raises ValueError unless the scheme is known. None means the scheme of the recipe."""
     if scheme is not None and scheme not in SCHEMES:
         raise ValueError(f'scheme must be "continuous", "staged" or None, got {scheme!r}')
 
 
 def scheme_of(content: bytes | None) -> str:
-    """The scheme that a recipe asks for: "continuous" if it asks for none, or can't be read."""
-    if content is None or b"integration" not in content:  # spares the parsing
+    """The scheme of a recipe: "continuous" if it states none or can't be read."""
+    if content is None or b"integration" not in content:  # saves parsing
         return DEFAULT
     try:
         root = xml_bytes.index(content, "recipe")
@@ -32,13 +32,13 @@ def scheme_of(content: bytes | None) -> str:
 
 
 def with_scheme(content: bytes, scheme: str, name: str = "recipe") -> bytes:
-    """The bytes of a recipe that asks for that scheme. Nothing else changes, and nothing at all if it does already.
+    """The recipe with this scheme; the same bytes if it has it already. Nothing else changes.
 
-    Raises RecipeError for what is not well-formed; name is that of the recipe in its text.
+    Raises RecipeError if the XML is not well-formed; name is the recipe's name in its text.
     """
     root = xml_bytes.index(content, name)
     if root.tag != ROOT:
-        return content  # the library has a text for it
+        return content  # the library reports it
     integration = root.child("integration")
     element = integration.child("scheme") if integration else None
     present = element.attributes.get("val", "") if element else DEFAULT

@@ -1,4 +1,4 @@
-"""The command line of sweeps: vorlen sweep PLAN, also in parts, for batch systems."""
+"""The command line of sweeps: vorlen sweep PLAN, as a whole or in parts for batch systems."""
 
 from __future__ import annotations
 
@@ -17,13 +17,13 @@ from .sweep import run_rows
 def _row_range(text: str) -> tuple[int, int]:
     first, colon, last = text.partition(":")
     if not colon or not first.isdigit() or not last.isdigit() or int(first) >= int(last):
-        raise argparse.ArgumentTypeError(f"{text} is no range of rows; 0:50 are the first fifty")
+        raise argparse.ArgumentTypeError(f"invalid range of rows {text!r}; for example, 0:50 means the first fifty")
     return int(first), int(last)
 
 
 def _workers(text: str) -> int:
     if not text.isdigit() or int(text) < 1:
-        raise argparse.ArgumentTypeError(f"{text} is no number of workers")
+        raise argparse.ArgumentTypeError(f"the number of workers must be a positive integer, got {text!r}")
     return int(text)
 
 
@@ -33,7 +33,7 @@ def _seconds(text: str) -> float:
     except ValueError:
         seconds = 0.0
     if not seconds > 0.0:
-        raise argparse.ArgumentTypeError(f"{text} is no number of seconds above 0")
+        raise argparse.ArgumentTypeError(f"the timeout must be a positive number of seconds, got {text!r}")
     return seconds
 
 
@@ -41,25 +41,25 @@ def add_command(commands: Any) -> None:
     """Adds `sweep` to the subcommands."""
     parser = commands.add_parser(
         "sweep",
-        help="run the rows of a plan, or a part of them",
-        description="Runs the rows of a plan, or a part of them. Rows that are done are not run again.",
-        epilog="Exit status: 0 when every row asked for has been run, whatever came of it; 1 when rows are missing or "
-        "the plan is wrong; 2 for a wrong command line.",
+        help="run the rows of a plan, or some of them",
+        description="Runs the rows of a plan, or some of them. Rows that are done are not run again.",
+        epilog="Exit status: 0 if every requested row has been run, even if it failed; 1 if rows are missing or "
+        "the plan is invalid; 2 for a usage error.",
     )
     parser.add_argument("plan", type=Path, help="plan of the sweep, a JSON file")
     what = parser.add_mutually_exclusive_group()
-    what.add_argument("--rows", type=_row_range, metavar="A:B", help="run the rows from A, counted from 0, to B - 1")
-    what.add_argument("--merge", action="store_true", help="run nothing; put the table together from the rows done")
+    what.add_argument("--rows", type=_row_range, metavar="A:B", help="run rows A to B - 1, counted from 0")
+    what.add_argument("--merge", action="store_true", help="run nothing; make the table from the rows that are done")
     what.add_argument("--count", action="store_true", help="print the number of rows")
-    parser.add_argument("--out", type=Path, help="folder of the sweep, in place of the plan's")
-    parser.add_argument("--workers", type=_workers, metavar="N", help="runs at a time; default: one per processor")
-    parser.add_argument("--timeout", type=_seconds, metavar="S", help="seconds for one run, in place of the plan's")
+    parser.add_argument("--out", type=Path, help="folder of the sweep, instead of the plan's")
+    parser.add_argument("--workers", type=_workers, metavar="N", help="concurrent runs; default: one per processor")
+    parser.add_argument("--timeout", type=_seconds, metavar="S", help="time limit of one run, s, instead of the plan's")
     parser.add_argument(
         "--scheme",
         choices=SCHEMES,
-        help="scheme of the integration, instead of the plan's or recipe's; the same for all parts and for --merge",
+        help="integration scheme, instead of the recipe's; use the same for all parts and for --merge",
     )
-    parser.add_argument("--no-resume", action="store_true", help="run rows that are done, too")
+    parser.add_argument("--no-resume", action="store_true", help="run all rows, including those that are done")
     parser.add_argument("--quiet", action="store_true", help="no progress bar")
     parser.set_defaults(function=_sweep)
 
@@ -77,7 +77,7 @@ def _sweep(options: argparse.Namespace) -> int:
     if not options.merge:
         first, last = options.rows or (0, len(inputs))
         if first >= len(inputs):
-            raise PlanError(f"there is no row {first}: the plan has {len(inputs)} rows, counted from 0")
+            raise PlanError(f"row {first} does not exist: the plan has {len(inputs)} rows, counted from 0")
         prepare_folder(plan, folder, resume=not options.no_resume)
         numbers = range(first, min(last, len(inputs)))
         rows = run_rows(

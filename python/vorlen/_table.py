@@ -1,7 +1,7 @@
 """The table of a sweep: one row per run, in the order of the plan.
 
-It holds nothing that differs from one machine or one day to the next, so that the table of a sweep in parts is the
-table of a sweep in one go, byte for byte. Durations, hosts and dates stand in the status file of each row.
+It holds nothing that depends on the machine or the time, so that a sweep run in parts gives the same table, byte for
+byte, as one run as a whole. Durations, hosts and dates are in the status file of each row.
 """
 
 from __future__ import annotations
@@ -27,7 +27,7 @@ UNITS = {
 
 
 def _value_columns(rows: list[dict[str, Any]]) -> list[str]:
-    """Columns of key results: of the whole structure, then layer after layer."""
+    """Columns of key results: first of the whole structure, then layer by layer."""
     counts = [
         int(match[1]) for row in rows for name in row["values"] if (match := re.fullmatch(r"thickness_(\d+)", name))
     ]
@@ -38,7 +38,7 @@ def _value_columns(rows: list[dict[str, Any]]) -> list[str]:
 
 
 def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]]) -> pd.DataFrame:
-    """The table as a data frame. Paths of files begin in the folder of the sweep."""
+    """The table as a data frame. File paths are relative to the folder of the sweep."""
     columns = _value_columns(rows)
     records = []
     for number, (values, row) in enumerate(zip(inputs, rows)):
@@ -69,7 +69,7 @@ def write_table(table: pd.DataFrame, folder: Path) -> Path:
 
 
 def with_folder(table: pd.DataFrame, folder: Path) -> pd.DataFrame:
-    """The table with paths of files that can be opened from here."""
+    """The table with file paths that are valid from the current folder."""
     return table.assign(**{
         name: [str(folder / path) if path else "" for path in table[name]]
         for name in ("recipe_file", "result_file", "status_file")
@@ -77,7 +77,7 @@ def with_folder(table: pd.DataFrame, folder: Path) -> pd.DataFrame:
 
 
 def collect_rows(plan: Plan, folder: Path) -> list[dict[str, Any]]:
-    """Rows of a sweep from its status files. A row that has none of this recipe and version has the status missing."""
+    """Rows of a sweep from its status files. "missing" where no file matches recipe, scheme and version."""
     base = Recipe(plan.recipe)
     rows = []
     for number, values in enumerate(plan.rows()):
@@ -88,7 +88,7 @@ def collect_rows(plan: Plan, folder: Path) -> list[dict[str, Any]]:
 
 
 def ranges(numbers: list[int]) -> str:
-    """Row numbers as the command line takes them: 3:5 9:10."""
+    """Row numbers in the form of the option --rows: 3:5 9:10."""
     found: list[list[int]] = []
     for number in numbers:
         if found and found[-1][1] == number:
@@ -99,7 +99,7 @@ def ranges(numbers: list[int]) -> str:
 
 
 def count_text(rows: list[dict[str, Any]]) -> str:
-    """How the rows ended, in words: 12 rows: 10 ok, 2 failed."""
+    """The number of rows by status: 12 rows: 10 ok, 2 failed."""
     counts = Counter(row["status"] for row in rows)
     parts = [f"{count} {status}" for status, count in sorted(counts.items(), reverse=True)]
     return f"{len(rows)} rows: " + ", ".join(parts)

@@ -1,7 +1,7 @@
 """The worker process of a sweep: python -m vorlen._worker
 
-Reads one task per line from standard input and answers each with one line, both JSON. A run that brings the process
-down takes nothing else with it; vorlen._pool sees the end of the process and starts another.
+Reads one task per line from standard input and answers each with one line; both are JSON. If a run crashes the process,
+no other row is affected: vorlen._pool notices and starts another worker.
 """
 
 from __future__ import annotations
@@ -19,7 +19,7 @@ PR_SET_PDEATHSIG = 1  # <sys/prctl.h>
 
 
 def _die_with_parent() -> None:
-    """A worker that hangs in the library would not notice that nobody waits for it any more."""
+    """Ends the worker with its parent, even while it hangs in the library."""
     parent = os.getppid()
     ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
     if os.getppid() != parent:
@@ -29,7 +29,7 @@ def _die_with_parent() -> None:
 def main() -> None:
     _die_with_parent()
     answers = os.fdopen(os.dup(1), "wb", buffering=0)
-    os.dup2(2, 1)  # what the library may print must not look like an answer
+    os.dup2(2, 1)  # output of the library must not be mistaken for an answer
     try:
         _load(find_library())
     except LibraryNotFoundError as error:

@@ -1,4 +1,4 @@
-"""Other forms of a run: netCDF."""
+"""Export of a run to netCDF."""
 
 from __future__ import annotations
 
@@ -17,7 +17,7 @@ if TYPE_CHECKING:
 
 
 def to_dataset(run: Run) -> xarray.Dataset:
-    """Profile (dimension row) and layers (dimension layer, names beginning with layer_), with units and meanings."""
+    """Profile (dimension row) and layers (dimension layer, names start with layer_), with units and meanings."""
     import xarray
 
     variables = {}

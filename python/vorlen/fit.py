@@ -7,9 +7,9 @@
     )
     result.constants
 
-The constants are fitted as logarithms: they are positive and uncertain by orders of magnitude, and a standard error of
-a logarithm is a relative error. lmfit does the fit (Levenberg-Marquardt); the derivatives are central differences, all
-of whose runs go to the worker processes at once.
+The constants are fitted as logarithms: they are positive and known only to orders of magnitude, and the standard error
+of a logarithm is a relative error. lmfit does the fit (Levenberg-Marquardt). Derivatives are central differences; all
+their runs are submitted to the worker processes at once.
 """
 
 from __future__ import annotations
@@ -40,10 +40,10 @@ if TYPE_CHECKING:
     from matplotlib.figure import Figure
 
 RecipeLike = str | os.PathLike[str] | Recipe
-STEP = 0.01  # of a logarithm, for the differences: far above the tolerance of the integration, yet a small change
-REFUSED = 1e6  # residual, in standard deviations, of a point at which a run fails: the fit turns back there
-TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; a part of a hundred of a standard error, in a few steps
-FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead where runs are slow or fail
+STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change
+FAILED_RESIDUAL = 1e6  # in standard deviations, where a run fails: the fit turns back there
+TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; about 0.01 of a standard error, reached in a few steps
+FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead to regions where runs are slow or fail
 NAME_OF_A_SINGLE_RECIPE = "recipe"
 
 
@@ -60,10 +60,10 @@ class _Model:
         self.plans = {name: Plan(recipe.to_bytes(), {}, timeout=timeout) for name, recipe in recipes.items()}
         for name, plan in self.plans.items():
             prepare_folder(plan, self.folders[name], resume=False)
-        self.known: dict[tuple[float, ...], np.ndarray | str] = {}  # by the constants: the quantities, or why not
+        self.known: dict[tuple[float, ...], np.ndarray | str] = {}  # by constants: quantities, or a failure text
 
     def at(self, points: list[np.ndarray]) -> list[np.ndarray | str]:
-        """The quantities at each point, a list of logarithms of the constants; a text where a run has failed."""
+        """The quantities at each point, a list of logarithms of the constants; a text where a run failed."""
         keys = [tuple(float(value) for value in point) for point in points]
         new = [key for key in dict.fromkeys(keys) if key not in self.known]
         tasks = [
@@ -85,15 +85,15 @@ class _Model:
         for name, quantity in zip(self.measurements.recipe, self.measurements.quantity):
             if quantity not in rows[name]["values"]:
                 known = ", ".join(rows[name]["values"])
-                raise ValueError(f"there is no {quantity} in {name}; there are {known}")
+                raise ValueError(f"unknown quantity {quantity} in {name}; known are {known}")
             value = rows[name]["values"][quantity]
             if value is None:
-                return f"{quantity} of {name} is not a number"
+                return f"{quantity} of {name} is NaN"
             values.append(value)
         return np.array(values)
 
     def derivatives(self, point: np.ndarray) -> np.ndarray:
-        """One column per constant: central differences, one-sided ones where a run fails on one side."""
+        """One column per constant: central differences, or one-sided ones where a run fails on one side."""
         steps = STEP * np.eye(len(point))
         centre, *sides = self.at([point, *(point + steps), *(point - steps)])
         columns = []
@@ -104,7 +104,7 @@ class _Model:
             if isinstance(below, str):
                 below, width = centre, width - STEP
             if isinstance(above, str) or isinstance(below, str) or width < 0.5 * STEP:
-                raise SimulationError(f"no derivative by {path}: the runs on both sides fail")
+                raise SimulationError(f"no derivative with respect to {path}: the runs on both sides fail")
             columns.append((above - below) / width)
         return np.column_stack(columns)
 
@@ -115,7 +115,7 @@ def _given_recipes(recipe: RecipeLike | Mapping[str, RecipeLike], scheme: str | 
     for name, one in named.items():
         source = RecipeSource.of(one).under(scheme)
         if source.content is None:
-            raise FileNotFoundError(f"there is no recipe {one}")
+            raise FileNotFoundError(f"recipe not found: {one}")
         recipes[str(name)] = Recipe(source.content, source.path)
     return recipes
 
@@ -145,19 +145,19 @@ def _measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, names: li
         table = table.astype({"measured": float, "sigma": float})
     unknown = sorted(set(table.recipe) - set(names))
     if unknown:
-        raise ValueError(f"measurements are given for {unknown[0]}, which is none of the recipes {', '.join(names)}")
+        raise ValueError(f"measurements are given for {unknown[0]}, which is not one of the recipes {', '.join(names)}")
     given = table.sigma.notna()
     if given.any() and not given.all():
-        raise ValueError("either all measurements have a standard deviation or none")
+        raise ValueError("give a standard deviation for all measurements or for none")
     if (table.sigma <= 0).any() or not np.isfinite(table.measured).all():
-        raise ValueError("a measurement is a number, its standard deviation is above 0")
+        raise ValueError("each measurement must be a finite number and its standard deviation positive")
     if not given.any() and (table.measured == 0).any():
-        raise ValueError("a measured 0 needs a standard deviation: without them deviations are taken relative")
+        raise ValueError("a measured 0 needs a standard deviation: without one, deviations are relative")
     return table
 
 
 def _start_parameters(recipes: dict[str, Recipe], parameters: Mapping[str, Any]) -> tuple[Parameters, list[str]]:
-    """lmfit's parameters, logarithms named ln_NAME, and the paths in the same order."""
+    """lmfit's parameters (logarithms, named ln_NAME) and the paths in the same order."""
     from lmfit import Parameters
 
     made = Parameters()
@@ -168,9 +168,9 @@ def _start_parameters(recipes: dict[str, Recipe], parameters: Mapping[str, Any])
         present = next(iter(recipes.values()))[path]
         low, start, high = bounds if len(bounds) == 3 else (bounds[0], present, bounds[1])
         if not isinstance(start, (int, float)):
-            raise ValueError(f"{path} is {start!r}, not a single number; name an attribute, as in {path}/A")
+            raise ValueError(f"{path} is {start!r}, not a single number; give the path of an attribute, as in {path}/A")
         if not 0.0 < low < high or not low <= start <= high:
-            raise ValueError(f"{path}: 0 < low <= start <= high is needed, not {low:g}, {start:g}, {high:g}")
+            raise ValueError(f"{path}: bounds must satisfy 0 < low <= start <= high, got {low:g}, {start:g}, {high:g}")
         name = "ln_" + re.sub(r"\W", "_", path.removeprefix("chemistry/"))
         made.add(name, value=np.log(start), min=np.log(low), max=np.log(high))
     return made, list(parameters)
@@ -199,24 +199,25 @@ def fit(
 ) -> MinimizerResult:
     """Fits constants of one recipe, or of several at once, to measurements.
 
-    recipe        a path, a Recipe or the XML itself; for several, a mapping of names to such
-    parameters    path in the recipes: (low, high) or (low, start, high), all above 0; without start the fit begins at
-                  the value of the first recipe. All recipes get the same value
-    measurements  quantity: (value, standard deviation), or the value alone, for one recipe; a mapping of the recipes'
-                  names to such for several; or a data frame with the columns recipe, quantity, value, sigma.
+    recipe        a path, a Recipe or the XML itself; for several, a mapping of names to recipes
+    parameters    path in the recipes: (low, high) or (low, start, high), all above 0; the default start is the value in
+                  the first recipe. All recipes get the same value
+    measurements  quantity: (value, standard deviation), or the value alone, for one recipe; for several, a mapping
+                  of recipe names to such mappings; or a data frame with the columns recipe, quantity, value, sigma.
                   Quantities are the columns of a sweep's table: thickness_2 in nm, x_in_2, z, ...
-                  Without standard deviations relative deviations are minimised, and their scatter tells the error
+                  Without standard deviations, relative deviations are minimised, and their scatter gives the errors
     workers, executor, timeout  as for sweep()
-    out           folder for the runs' files; None: a temporary one. An executor elsewhere needs one that it can see
-    level         probability that each confidence interval stands for
-    scheme        "continuous" or "staged", the scheme of the integration in all runs; None: those of the recipes
+    out           folder for the files of the runs; None: a temporary one. It must be shared with executors on other
+                  machines
+    level         confidence level of the intervals
+    scheme        integration scheme of all runs, "continuous" or "staged"; None: those of the recipes
 
-    Returns lmfit's result, whose parameters are logarithms (ln_...), and besides
+    Returns lmfit's result, whose parameters are logarithms (ln_...), with these attributes added
       constants   a row per path: start, value, low and high of the confidence interval, relative_error
       fitted      a row per measurement: recipe, quantity, measured, sigma, fitted, residual
       recipes     the recipes with the fitted constants, and with the scheme if one is given
-      runs        the number of simulations that it took
-    Raises SimulationError when a run fails at the start of the fit.
+      runs        number of simulations
+    Raises SimulationError if a run fails at the start of the fit.
     """
     from lmfit import minimize
 
@@ -225,7 +226,7 @@ def fit(
     table = _measurement_table(measurements, list(recipes))
     start, paths = _start_parameters(recipes, parameters)
     if not paths or len(table) < len(paths):
-        raise ValueError(f"{len(table)} measurements can't tell {len(paths)} constants")
+        raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
     weighted = bool(table.sigma.notna().all())
     measured = table.measured.to_numpy()
     scale = table.sigma.to_numpy() if weighted else np.abs(measured)
@@ -236,7 +237,7 @@ def fit(
 
         def residual(current: Parameters) -> np.ndarray:
             (values,) = model.at([np.array([one.value for one in current.values()])])
-            return np.full(len(table), REFUSED) if isinstance(values, str) else (values - measured) / scale
+            return np.full(len(table), FAILED_RESIDUAL) if isinstance(values, str) else (values - measured) / scale
 
         def jacobian(current: Parameters) -> np.ndarray:
             return model.derivatives(np.array([one.value for one in current.values()])) / scale[:, None]
@@ -266,10 +267,10 @@ def _with_constants(recipe: Recipe, constants: pd.DataFrame) -> Recipe:
 def _constants(
     result: MinimizerResult, start: Parameters, paths: list[str], weighted: bool, level: float
 ) -> pd.DataFrame:
-    """Values and confidence intervals, from the covariance of the logarithms; NaN where the data do not tell."""
+    """Values and confidence intervals, from the covariance of the logarithms; NaN where undetermined."""
     from scipy import stats
 
-    # Known standard deviations give normal quantiles, an estimated one Student's.
+    # Normal quantiles for known standard deviations, Student's for an estimated one.
     quantile = stats.norm.ppf(0.5 + level / 2) if weighted else stats.t.ppf(0.5 + level / 2, result.nfree)
     records = []
     for path, first, last in zip(paths, start.values(), result.params.values()):
@@ -287,9 +288,9 @@ def _constants(
 
 
 def plot_fit(result: MinimizerResult, path: str | os.PathLike[str] | None = None) -> Figure:
-    """Measured against fitted values, a panel for each kind of quantity; on the line they are the same.
+    """Fitted against measured values, a panel for each kind of quantity; on the line they are equal.
 
-    path  file to save the figure in; None: none
+    path  file to save the figure to; None: it is not saved
     """
     import matplotlib.pyplot as plt
 

@@ -1,7 +1,7 @@
 """Interfaces between layers and their widths.
 
-The width of an interface is the distance between the heights at which a metal has made 10 % and 90 % of its step from
-the middle of the layer below to the middle of the layer above.
+The width of an interface is the distance between the heights at which a metal's fraction has completed 10 % and 90 % of
+its step from the middle of the layer below to the middle of the layer above.
 """
 
 from __future__ import annotations
@@ -14,17 +14,17 @@ import pandas as pd
 if TYPE_CHECKING:
     from .run import Run
 
-SMALLEST_STEP = 0.005  # fraction; less of a change is no interface
+SMALLEST_STEP = 0.005  # fraction; a smaller change does not count as an interface
 METALS = {"x_in": "In", "x_ga": "Ga", "x_al": "Al"}
 COLUMNS = (
     ("below", "", "layer below"),
     ("above", "", "layer above"),
     ("z", "nm", "height of the border between the layers"),
-    ("metal", "", "the metal whose fraction changes most, Ga aside"),
+    ("metal", "", "the metal whose fraction changes most, other than Ga"),
     ("x_below", "1", "its fraction in the middle of the layer below"),
     ("x_above", "1", "its fraction in the middle of the layer above"),
-    ("z10", "nm", "height at which 10 % of the step are made"),
-    ("z90", "nm", "height at which 90 % of the step are made"),
+    ("z10", "nm", "height at which 10 % of the step is complete"),
+    ("z90", "nm", "height at which 90 % of the step is complete"),
     ("width", "nm", "z90 - z10"),
 )
 
@@ -32,7 +32,7 @@ COLUMNS = (
 def interfaces(run: Run) -> pd.DataFrame:
     """One row per interface at which the composition changes, from the bottom up.
 
-    Not-a-number where a step is not completed between the middles of the two layers.
+    Heights and width are NaN if the step is not complete between the middles of the two layers.
     """
     layers = run.layers[run.layers["begin"] < run.profile["time"].iloc[-1]]
     tops = layers["thickness"].cumsum().to_numpy() + float(run.profile["z"].iloc[0])
@@ -64,7 +64,7 @@ def interfaces(run: Run) -> pd.DataFrame:
 
 
 def _value_at(z: np.ndarray, x: np.ndarray, height: float) -> float:
-    """x at a height, linear between rows."""
+    """x at a height, by linear interpolation between rows."""
     place = int(np.clip(np.searchsorted(z, height), 1, len(z) - 1))
     span = z[place] - z[place - 1]
     if not span > 0.0:

@@ -1,6 +1,6 @@
-"""Figures of a run, for papers and slides: matplotlib, vectors with editable text, colours that the colour-blind tell.
+"""Figures of a run for papers and slides: matplotlib, vector graphics with editable text, colour-blind-safe colours.
 
-Contents: what the figures share; panels over time or height; the relaxation diagram.
+Contents: common parts; panels over time or height; the relaxation diagram.
 """
 
 from __future__ import annotations
@@ -21,7 +21,7 @@ if TYPE_CHECKING:
 # Okabe and Ito's palette for colour-blind readers (jfly.uni-koeln.de/color)
 INDIUM, GALLIUM, ALUMINIUM = "#D55E00", "#0072B2", "#009E73"
 BLACK, PINK, ORANGE = "#222222", "#AA3377", "#B87500"
-SHADES = ("#eef2f6", "#ffffff")  # of the stages, in turn
+SHADES = ("#eef2f6", "#ffffff")  # of alternate stages
 
 STYLE = {
     "font.size": 8.0,
@@ -44,8 +44,8 @@ STYLE = {
     "svg.hashsalt": "vorlen",  # the same figure gives the same bytes
 }
 WIDTH, PANEL_HEIGHT = 6.3, 1.25  # inches; a text column of A4
-LETTER_WIDTH = 0.058  # inches, of a stage's name
-NAME_DISTANCE = 0.15  # inches; names of stages that stand closer could not be read
+LETTER_WIDTH = 0.058  # inches, of a letter in a stage's name
+NAME_DISTANCE = 0.15  # inches; names of stages closer than this would overlap
 SEEN = 1e-6  # fraction above which a metal is drawn
 
 
@@ -65,18 +65,18 @@ def plot_run(
           "depth": the same over height; "relaxation": lattice constants and degrees of relaxation
     span  "active": the simulated layers; "all": pre-stages and post-stages too
     panels  which of "composition", "rate", "temperature", "strain", "densities" to draw, from the top down
-    path  file to save it in (.pdf, .svg, .png, ...), with text as text; None: none
-    Solid lines tell a depth at the moment when it was the surface, dashed ones the finished structure. Temperatures
-    are drawn when the run knows its recipe. Raises ValueError when there is nothing to draw.
+    path  file to save it to (.pdf, .svg, .png, ...), with text as text; None: it is not saved
+    Solid lines show each depth when it was the surface, dashed lines the finished structure. The temperature is drawn
+    if the run has its recipe. Raises ValueError if there is nothing to draw.
     """
     import matplotlib.pyplot as plt
 
     if kind not in ("time", "depth", "relaxation"):
-        raise ValueError(f'kind is "time", "depth" or "relaxation", not {kind!r}')
+        raise ValueError(f'kind must be "time", "depth" or "relaxation", got {kind!r}')
     if not panels or not set(panels) <= set(PANELS):
-        raise ValueError(f"panels are some of {', '.join(PANELS)}, not {', '.join(map(str, panels))}")
+        raise ValueError(f"panels must be one or more of {', '.join(PANELS)}, got {', '.join(map(str, panels))}")
     if span not in ("active", "all"):
-        raise ValueError(f'span is "active" or "all", not {span!r}')
+        raise ValueError(f'span must be "active" or "all", got {span!r}')
     if drawn_rows(run, span).empty:
         raise ValueError("the run has no rows to draw")
     with plt.rc_context(STYLE):
@@ -91,21 +91,21 @@ def plot_run(
 
 
 def drawn_rows(run: Run, span: str) -> pd.DataFrame:
-    """The rows to draw: all, or those of simulated stages. If none was simulated, all."""
+    """The rows to draw: all rows, or those of simulated stages. All if none was simulated."""
     profile = run.profile
     return profile if span == "all" or not profile["active"].any() else profile[profile["active"]]
 
 
 def reference_height(run: Run) -> float:
-    """Height of the first simulated row, nm: where the figures have their 0."""
+    """Height of the first simulated row, nm: the origin of the height axis."""
     active = run.profile.loc[run.profile["active"], "z"]
     return float(active.iloc[0]) if len(active) else 0.0
 
 
 def temperature_curve(run: Run, span: str) -> tuple[np.ndarray, np.ndarray, np.ndarray] | None:
-    """Time in s, height in nm and temperature in K, with a point at each corner of a ramp.
+    """Time in s, height in nm and temperature in K, with points at both ends of each ramp.
 
-    None when the recipe is not known.
+    None if the recipe is unknown.
     """
     if run.recipe is None:
         return None
@@ -141,7 +141,7 @@ def stage_borders(run: Run, over_time: bool, span: str) -> pd.DataFrame:
 
 
 def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
-    """Shades the stages in all axes, and names them above the first. True when the names stand upright."""
+    """Shades the stages in all axes and names them above the first. Returns True if the names are slanted."""
     begin, end = axes[0].get_xlim()
     for number, stage in enumerate(borders.itertuples()):
         for axis in axes:
@@ -156,7 +156,7 @@ def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
         middle = 0.5 * (max(stage.begin, begin) + min(stage.end, end))
         place = (middle - begin) * inches
         if upright and place - last_place < NAME_DISTANCE:
-            continue  # the names would lie over one another
+            continue  # the names would overlap
         last_place = place
         axes[0].annotate(
             name,
@@ -190,7 +190,7 @@ def _panels(run: Run, span: str, panels: Sequence[str], over_time: bool) -> Figu
         drawers["temperature"] = lambda axis: _draw_temperature(axis, curve[0 if over_time else 1], curve[2])
     drawers = {name: drawers[name] for name in panels if name in drawers}
     if not drawers:
-        raise ValueError("the temperature is not known: the run has no recipe")
+        raise ValueError("the temperature is unknown without the recipe; use vorlen.read(result, recipe)")
     height = 0.95 + PANEL_HEIGHT * len(drawers)  # inches
     figure, grid = plt.subplots(len(drawers), 1, sharex=True, squeeze=False, figsize=(WIDTH, height))
     axes = list(grid[:, 0])
@@ -224,7 +224,7 @@ def _draw_composition(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
 
 
 def _draw_rate(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
-    # Rows of pre-stages and post-stages hold the recipe's own number, in another unit.
+    # Rows of pre-stages and post-stages contain the recipe's number, in another unit.
     axis.plot(x, rows["rate"].where(rows["active"]), color=BLACK)
     axis.set_ylabel("growth rate\n(nm/s)")
     axis.set_ylim(bottom=min(0.0, axis.get_ylim()[0]))
@@ -240,7 +240,7 @@ def _draw_temperature(axis: Axes, x: np.ndarray, heat: np.ndarray) -> None:
 def _draw_strain(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
     axis.axhline(0.0, color="#999999", linewidth=0.6)
     axis.plot(x, 100 * rows["eps_xx_t"], color=PINK, label="at growth (t)")
-    axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=(0, (4, 2)), label="in the end (z)")
+    axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=(0, (4, 2)), label="finished (z)")
     axis.set_ylabel("strain \u03b5$_{xx}$\n(%)")
 
 
@@ -260,7 +260,7 @@ def _draw_densities(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
     values = np.concatenate([data[np.isfinite(data)] for data in shown])
     if len(values):
         low, high = values.min(), values.max()
-        # V-defects set in at tiny numbers, which would squeeze all that matters
+        # The first V-defects have tiny densities; showing them would squeeze the rest.
         low = max(low, high * 1e-6)
         axis.set_ylim(10 ** np.floor(np.log10(low / 1.2)), 10 ** np.ceil(np.log10(high * 1.2)))
     axis.yaxis.set_minor_formatter(NullFormatter())
@@ -268,7 +268,7 @@ def _draw_densities(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
 
 
 def own_lattice(rows: pd.DataFrame, which: str = "z") -> pd.Series:
-    """In-plane lattice constant in angstrom that a depth would have without strain."""
+    """In-plane lattice constant that each depth would have without strain, angstrom."""
     return rows[f"a_eff_{which}"] / (1.0 + rows[f"eps_xx_{which}"])
 
 
@@ -286,7 +286,7 @@ def _relaxation_diagram(run: Run, span: str) -> Figure:
     figure.subplots_adjust(left=0.1, right=0.93, top=0.84, bottom=0.16, wspace=0.36)
     left.plot(z, own_lattice(rows), color=INDIUM, label="without strain")
     left.plot(z, rows["a_eff_t"], color=GALLIUM, label="at growth (t)")
-    left.plot(z, rows["a_eff_z"], color=GALLIUM, linestyle=(0, (4, 2)), label="in the end (z)")
+    left.plot(z, rows["a_eff_z"], color=GALLIUM, linestyle=(0, (4, 2)), label="finished (z)")
     left.axhline(substrate, color="#777777", linewidth=0.8, linestyle=":", label="substrate")
     left.set_xlabel(_height_label(run))
     left.set_ylabel("in-plane lattice constant (\u00c5)")
@@ -309,7 +309,7 @@ def _layer_end_rows(run: Run, layers: pd.DataFrame) -> list[tuple[Any, pd.Series
 
 
 def _draw_layer_ends(axis: Axes, run: Run, layers: pd.DataFrame, substrate: float) -> None:
-    """In-plane lattice constant of the layers' tops against their own: between full strain and full relaxation."""
+    """In-plane lattice constant of the layers' tops against their unstrained one, with lines of equal relaxation."""
     points = []
     for layer, row in _layer_end_rows(run, layers):
         own = float(row["a_eff_z"] / (1.0 + row["eps_xx_z"]))
@@ -335,7 +335,7 @@ def _draw_layer_ends(axis: Axes, run: Run, layers: pd.DataFrame, substrate: floa
     named: list[float] = []
     for own, measured, layer in sorted(points, key=lambda point: point[0]):
         axis.plot(own, measured, "o", color=GALLIUM, markersize=4, zorder=3)
-        # Layers at the same place, such as the periods of a superlattice, share one name.
+        # Points at the same place, such as the periods of a superlattice, share one name.
         if all(abs(own - other) > 0.04 * (high - low) for other in named):
             degree = f"\nR = {round(layer.relaxation, 3) + 0.0:g}" if np.isfinite(layer.relaxation) else ""
             level = sum(abs(own - other) < 0.35 * (high - low) for other in named)
@@ -352,6 +352,6 @@ def _draw_layer_ends(axis: Axes, run: Run, layers: pd.DataFrame, substrate: floa
     axis.set_xlim(low, high)
     axis.set_ylim(low, high)
     axis.set_xlabel("lattice constant without strain (\u00c5)")
-    axis.set_ylabel("lattice constant in the end (\u00c5)")
+    axis.set_ylabel("lattice constant, finished structure (\u00c5)")
     axis.ticklabel_format(useOffset=False)
     axis.set_title("tops of the layers", fontsize=8)

@@ -1,18 +1,18 @@
-"""Recipes: load, look, change, save.
+"""Recipes: load, inspect, change, save.
 
-A Recipe is the bytes of an XML file and an index of its elements. A change replaces the bytes of the value it is about
-and nothing else, so comments, order, indentation and line ends stay as they are. Paths are element names from the
-root's children down, with slashes (or with colons, as in the library's messages):
+A Recipe is the bytes of an XML file and an index of its elements. A change replaces only the bytes of the value, so
+comments, order, indentation and line ends stay as they are. A path lists element names from the root's children down,
+separated by slashes (or by colons, as in the library's messages):
 
     recipe["process_stages/stage_2/T"]               (1010.0, 1080.0), begin and end of a ramp
     recipe["process_stages/stage_2/tau"] = 40        a single value
-    recipe["process_stages/stage_2/T"] = 1020        begin and end alike
+    recipe["process_stages/stage_2/T"] = 1020        begin and end
     recipe["process_stages/stage_2/T/end"] = 1030    one attribute
     recipe["chemistry/Kd_In"]                        {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
     recipe["chemistry/Kd_In/A"] = 2e13               one attribute
-    recipe["integration/scheme"] = "staged"          an optional element, added where it is missing
+    recipe["integration/scheme"] = "staged"          an optional element, added if it is missing
 
-Of two elements with the same name the first counts, as for the library.
+Of several elements with the same name the first counts, as in the library.
 
 Contents: numbers and texts; Recipe: load and save, values by path, stages, timeline.
 """
@@ -38,17 +38,17 @@ if TYPE_CHECKING:
 Value = float | str | tuple[Any, Any] | dict[str, Any]
 
 ROOT = "NonstSurfChem"
-# group: what stands before the number of its stages, the element that counts them
+# group: prefix of the element names of its stages, element with their number
 GROUPS = {
     "pre_stages": ("pre_stage_", "n_pre_stages"),
     "process_stages": ("stage_", "n_stages"),
     "post_stages": ("post_stage_", "n_post_stages"),
 }
-# elements that a recipe may lack; setting their value adds them
+# optional elements; setting their value adds them
 OPTIONAL = ("integration/scheme", "integration/tolerance")
 SCHEMES = ("staged", "continuous")
 FLOWS = ("TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2")
-# columns of the timeline: where their values stand in a stage
+# columns of the timeline: paths of their values in a stage
 RAMPS = {"T": "T", "P": "P"} | {flow: f"gas_species/Q/{flow}" for flow in FLOWS}
 
 
@@ -61,22 +61,22 @@ def _parse_value(text: str) -> float | str:
 
 
 def _leading_number(value: object) -> float:
-    """The number that a text begins with, as the library reads it; not-a-number when there is none."""
+    """The number at the start of a text, as the library reads it; NaN if there is none."""
     match = re.match(r"\s*[-+]?(\d+\.?\d*|\.\d+)([eE][-+]?\d+)?", str(value))
     return float(match[0]) if match else math.nan
 
 
 def _format_value(value: object) -> str:
-    """A value as it stands in the file: every digit of a number that matters, and no more."""
+    """A value as written to the file: the shortest text that gives the same number."""
     if isinstance(value, str):
         return value
     if isinstance(value, bool) or not isinstance(value, numbers.Real):
-        raise TypeError(f"a value of a recipe is a number or a text, not {type(value).__name__}")
+        raise TypeError(f"a value in a recipe must be a number or a text, got {type(value).__name__}")
     if isinstance(value, numbers.Integral):
         return str(int(value))
     number = float(value)
     if not math.isfinite(number):
-        raise ValueError(f"{number} is no value for a recipe")
+        raise ValueError(f"{number} is not finite, so it can't be a value in a recipe")
     if 1e-4 <= abs(number) < 1e6 or number == 0.0:
         return repr(number).removesuffix(".0")
     return f"{Decimal(repr(number)).normalize():e}".replace("e+", "e")
@@ -86,7 +86,7 @@ class Recipe:
     """A recipe file in memory."""
 
     def __init__(self, source: str | bytes, path: str | os.PathLike[str] | None = None) -> None:
-        """Takes the XML itself; Recipe.load takes a path. path is remembered for messages and status files."""
+        """Takes the XML itself; Recipe.load takes a path. path is used in messages and status files."""
         self.path = None if path is None else Path(path)
         self._content = xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
         self._root = self._index(self._content)
@@ -97,7 +97,7 @@ class Recipe:
         return cls(Path(path).read_bytes(), path)
 
     def save(self, path: str | os.PathLike[str]) -> None:
-        """Writes the recipe. An older file of that name stays in place until the new one is complete."""
+        """Writes the recipe. An existing file is replaced when the new one is complete."""
         path = Path(path)
         part = path.with_name(f".{path.name}.{os.getpid()}.part")
         try:
@@ -157,23 +157,23 @@ class Recipe:
             changes = dict(value)
         elif isinstance(value, (tuple, list)):
             if len(value) != 2 or not {"val", "end"} <= set(known):
-                raise ValueError(f"{path} takes {self._form(element)}, not {value!r}")
+                raise ValueError(f"{path} takes {self._form(element)}, got {value!r}")
             changes = dict(zip(("val", "end"), value))
         elif "val" in known:
             changes = {name: value for name in ("val", "end") if name in known}
         else:
-            raise ValueError(f"{path} takes {self._form(element)}, not {value!r}")
+            raise ValueError(f"{path} takes {self._form(element)}, got {value!r}")
         unknown = [name for name in changes if name not in known]
         if unknown:
             raise KeyError(f"{path} has no {', '.join(map(str, unknown))}; it has {', '.join(known)}")
         texts = {name: _format_value(new) for name, new in changes.items()}
         for name, new in changes.items():
             if not isinstance(new, str) and _parse_value(known[name]) == new:
-                texts[name] = known[name]  # the number stands there already, perhaps written otherwise
+                texts[name] = known[name]  # the same number, perhaps written differently
         self._replace(xml_bytes.attribute_edits(self._content, element, texts))
 
     def get(self, path: str, default: Any = None) -> Any:
-        """The value at path, or default when there is no such path."""
+        """The value at path, or default if the path does not exist."""
         try:
             return self[path]
         except KeyError:
@@ -185,12 +185,12 @@ class Recipe:
         return self
 
     def with_scheme(self, scheme: str) -> Recipe:
-        """A copy that is integrated in time by this scheme, "staged" or "continuous".
+        """A copy with this integration scheme, "staged" or "continuous".
 
-        The element integration is added before the root's end tag if it is missing; the rest of the text stays.
+        A missing `integration` element is added before the root's end tag; the rest of the text stays as it is.
         """
         if scheme not in SCHEMES:
-            raise ValueError(f'the scheme is "staged" or "continuous", not {scheme!r}')
+            raise ValueError(f'the scheme must be "staged" or "continuous", got {scheme!r}')
         return self.copy().set("integration/scheme", scheme)
 
     def __contains__(self, path: object) -> bool:
@@ -201,7 +201,7 @@ class Recipe:
         return True
 
     def paths(self) -> list[str]:
-        """Paths of all elements that hold values, in the order of the file."""
+        """Paths of all elements with values, in file order."""
         return list(self._walk(self._root, ""))
 
     def __iter__(self) -> Iterator[str]:
@@ -231,13 +231,11 @@ class Recipe:
                 raise KeyError(self._unknown(path))
             element = below
         if not parts or not element.attributes:
-            raise KeyError(
-                self._unknown(path) if not element.children else f"{path} is a group, it has no value itself"
-            )
+            raise KeyError(self._unknown(path) if not element.children else f"{path} is a group and has no value itself")
         return element, None
 
     def _missing_optional(self, path: str) -> str | None:
-        """The path of OPTIONAL that this path means, if the recipe has no value there."""
+        """The entry of OPTIONAL that this path refers to, if the recipe has no value there."""
         parts = [part for part in re.split(r"[/:]", path) if part]
         if parts[:1] == [ROOT]:
             parts = parts[1:]
@@ -252,11 +250,11 @@ class Recipe:
         return known if element is None or "val" not in element.attributes else None
 
     def _add_optional(self, path: str, value: object) -> None:
-        """Adds the value of a path of OPTIONAL, with the elements that are missing."""
+        """Sets the value at a path of OPTIONAL, adding missing elements."""
         if isinstance(value, Mapping) and set(value) == {"val"}:
             value = value["val"]
         if isinstance(value, (Mapping, tuple, list)):
-            raise ValueError(f"{path} takes a single value, not {value!r}")
+            raise ValueError(f"{path} takes a single value, got {value!r}")
         text = _format_value(value)
         element, tags = self._root, path.split("/")
         while tags and (below := element.child(tags[0])) is not None:
@@ -274,7 +272,7 @@ class Recipe:
         last = wanted.rsplit("/", 1)[-1]
         near = [known for known in paths if known.endswith("/" + last)]
         near = difflib.get_close_matches(wanted, near, 3, 0.0) or difflib.get_close_matches(wanted, paths, 3, 0.6)
-        hint = f"; near it: {', '.join(near)}" if near else ""
+        hint = f"; similar paths: {', '.join(near)}" if near else ""
         return f"{self._name} has no {path}{hint}"
 
     @staticmethod
@@ -288,7 +286,7 @@ class Recipe:
     # ---- stages
 
     def stages(self, group: str = "process_stages") -> list[str]:
-        """Paths of the stages of a group that count, in order.
+        """Paths of the stages of a group in order, up to the number that the group states.
 
         group  "pre_stages", "process_stages", "post_stages", or the path of a periodic stage for its sub-stages
         """
@@ -307,10 +305,10 @@ class Recipe:
         """Adds a copy of a stage to the group of that stage, and returns its path.
 
         like    path of the stage to copy, periodic ones included
-        name    name of the new layer; None: that of the copied one
-        before  path of the stage to stand in front of; None: the end of the group
-        values  what is to be different, by paths from the stage on: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}
-        Stages behind it move on by one number.
+        name    name of the new layer; None: the name of the copied one
+        before  path of the stage to insert it before; None: the end of the group
+        values  values to change, by paths relative to the stage: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}
+        The numbers of the following stages increase by one.
         """
         group, _ = self._split_stage(like)
         count, prefix = self._count(group), self._stage_prefix(group)
@@ -342,11 +340,11 @@ class Recipe:
         return path
 
     def remove_stage(self, path: str) -> None:
-        """Removes a stage. Those behind it move up by one number."""
+        """Removes a stage. The numbers of the following stages decrease by one."""
         group, number = self._split_stage(path)
         count = self._count(group)
         if count == 1 and not group.endswith(("pre_stages", "post_stages")):
-            raise ValueError(f"{path} is the only stage of {group}")
+            raise ValueError(f"{path} is the only stage of {group} and can't be removed")
         work = self.copy()
         element = work._element(path)
         blank = len(xml_bytes.space_before(work._content, element.begin))
@@ -356,22 +354,22 @@ class Recipe:
         self._content, self._root = work._content, work._root
 
     def make_periodic(self, first: str, last: str, periods: int) -> str:
-        """Makes one periodic stage of the stages first to last, grown so many times, and returns its path.
+        """Combines the stages first to last into one periodic stage and returns its path.
 
-        Of stages that stand in the file in the order of their numbers; what stands between them, comments too, goes in.
+        The stages must be in numerical order in the file. Comments between them move into the periodic stage.
         """
         group, begin = self._split_stage(first)
         last_group, end = self._split_stage(last)
         if group != "process_stages" or last_group != group or end < begin:
-            raise ValueError("a periodic stage is made of single stages of process_stages, in their order")
+            raise ValueError("first and last must be stages of process_stages, in order")
         if isinstance(periods, bool) or not isinstance(periods, numbers.Integral) or periods < 1:
-            raise ValueError(f"periods is a whole number from 1 on, not {periods!r}")
+            raise ValueError(f"periods must be a positive integer, got {periods!r}")
         paths = [f"{group}/stage_{number}" for number in range(begin, end + 1)]
         if any(self._is_periodic(path) for path in paths):
-            raise ValueError("a periodic stage holds single stages only")
+            raise ValueError("a periodic stage can't contain another periodic stage")
         elements = [self._element(path) for path in paths]
         if any(a.end > b.begin for a, b in zip(elements, elements[1:])):
-            raise ValueError("the stages do not stand in the order of their numbers")
+            raise ValueError("the stages are not in numerical order in the file")
         work = self.copy()
         edits = []
         for number, element in enumerate(elements, 1):
@@ -397,11 +395,11 @@ class Recipe:
         return f"{group}/stage_{begin}"
 
     def timeline(self) -> pd.DataFrame:
-        """All stages as they are grown, periodic ones written out, one row per layer of the result.
+        """All stages in the order of growth, with periods expanded: one row per layer of the result.
 
-        Columns: name, kind (pre, active, post), stage (element name, as messages tell it), begin, end, duration [s];
-        and for active stages T [K], P [Pa] and the seven flows [sccm], each at begin (T_begin) and end (T_end).
-        attrs["units"] tells the units. What the recipe lacks is not-a-number.
+        Columns: name, kind (pre, active, post), stage (element name, as in messages), path, begin, end, duration [s];
+        and for active stages T [K], P [Pa] and the seven flows [sccm], each at the start (T_begin) and end (T_end).
+        attrs["units"] has the units. Values that the recipe does not state are NaN.
         """
         import pandas as pd
 
@@ -429,7 +427,7 @@ class Recipe:
         return table
 
     def _expanded(self, group: str) -> Iterator[str]:
-        """Paths of the single stages of a group in the order in which they are grown."""
+        """Paths of the single stages of a group in the order of growth."""
         for path in self.stages(group):
             if group == "process_stages" and self._is_periodic(path):
                 inner = self.stages(path)
@@ -463,12 +461,12 @@ class Recipe:
         path = "/".join(part for part in re.split(r"[/:]", path) if part)
         self._element(path)
         if path not in GROUPS and not (re.fullmatch(r"process_stages/stage_\d+", path) and self._is_periodic(path)):
-            raise ValueError(f"{path} is no group of stages")
+            raise ValueError(f"{path} is not a group of stages")
         return path
 
     @staticmethod
     def _stage_prefix(group: str) -> str:
-        """What stands before the number in the element names of a group: stage_, stage_3_, pre_stage_."""
+        """The prefix of the element names in a group: stage_, stage_3_, pre_stage_."""
         return GROUPS[group][0] if group in GROUPS else group.rsplit("/", 1)[-1] + "_"
 
     @staticmethod
@@ -480,7 +478,7 @@ class Recipe:
         return int(count) if count > 0 else 0
 
     def _split_stage(self, path: str) -> tuple[str, int]:
-        """Group and number of a stage that counts."""
+        """Group and number of a stage."""
         path = "/".join(part for part in re.split(r"[/:]", path) if part)
         group, _, tag = path.rpartition("/")
         if not group:
@@ -489,13 +487,13 @@ class Recipe:
         match = re.fullmatch(re.escape(self._stage_prefix(group)) + r"(\d+)", tag)
         self._element(path)
         if match is None or not 1 <= int(match[1]) <= self._count(group):
-            raise KeyError(f"{path} is no stage that counts")
+            raise KeyError(f"{path} is not a stage, or its number exceeds the number of stages that the group states")
         return group, int(match[1])
 
     # ---- edits of the bytes
 
     def _renumber(self, group: str, first: int, shift: int) -> None:
-        """Moves all stages of a group from number first on, those that don't count too."""
+        """Renumbers the stages of a group from number first, including those beyond the stated number."""
         prefix = self._stage_prefix(group)
         edits: list[Edit] = []
         for child in self._element(group).children:
@@ -505,7 +503,7 @@ class Recipe:
         self._replace(edits)
 
     def _replace(self, edits: list[Edit]) -> None:
-        """Carries out edits that don't overlap. On an error nothing has changed."""
+        """Applies edits that don't overlap. After an error nothing has changed."""
         content = xml_bytes.apply(self._content, edits)
         self._root = self._index(content)
         self._content = content

@@ -1,7 +1,7 @@
 """A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
-The page needs no network and no other file. What it shows is gathered here; its form stands in assets/report.html,
-report.css and report.js, the charts' data in report_charts.py, the picture of the layers in report_stack.py.
+The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
+report.css and report.js; report_charts.py makes the data of the charts, report_stack.py the picture of the layers.
 """
 
 from __future__ import annotations
@@ -29,10 +29,10 @@ CHECK_TIMEOUT = 60  # s
 
 
 def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
-    """Writes the report of a run, also of a failed one, and returns its path.
+    """Writes the report of a run, complete or failed, and returns its path.
 
-    run   a Run, or the SimulationError that a run has ended with
-    path  of the page. An older one stays in place until the new one is complete
+    run   a Run, or the SimulationError of a failed run
+    path  path of the page. An existing file is replaced when the new page is complete
     """
     path = Path(path)
     text = render(run)
@@ -46,7 +46,7 @@ def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
 
 
 def render(run: Run | SimulationError) -> str:
-    """The page of report() as a text."""
+    """The HTML text of a report."""
     import jinja2
 
     from .report_charts import charts
@@ -76,12 +76,25 @@ def render(run: Run | SimulationError) -> str:
         data=json.dumps(figures, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
         css=(ASSETS / "report.css").read_text("utf-8"),
         script=(ASSETS / "report.js").read_text("utf-8"),
-        plotly=(ASSETS / "plotly-basic.min.js").read_text("utf-8") if figures else "",
+        plotly=chart_library() if figures else "",
+    )
+
+
+def chart_library() -> str:
+    """The JavaScript that draws the charts, from the installation or from a build of the source tree."""
+    builds = ASSETS.parents[2] / "build"
+    places = [ASSETS, *(builds / preset / "python" for preset in ("release", "run"))]
+    for place in (folder / "plotly.min.js" for folder in places):
+        if place.is_file():
+            return place.read_text("utf-8")
+    raise FileNotFoundError(
+        f"the chart library of reports is missing, {ASSETS / 'plotly.min.js'}. Install the Debian packages python3-plotly and esbuild "
+        "(apt-get install python3-plotly esbuild), then build or install VorlenSolver again"
     )
 
 
 def number(value: Any, digits: int = 4, unit: str = "") -> str:
-    """A number for readers: so many digits, true minus signs, a dash when there is none."""
+    """A number for display: this many digits, true minus signs, a dash for NaN or None."""
     if value is None or (isinstance(value, float) and math.isnan(value)):
         return "\u2013"
     if abs(value) < 1e-9:
@@ -101,37 +114,37 @@ def _title(run: Run) -> str:
 
 
 def _failure(run: Run) -> dict[str, str]:
-    """Text of a failed run, and the place where it stopped."""
+    """Text of a failed run, and where it stopped."""
     if run.content and not run.failed:
         return {}
     cut_off = "The result file ends before the last layer does, and no status file gives the reason."
     text = run.text or run.unphysical or cut_off
     if not run.content or run.profile.empty:
-        return {"text": text, "place": "Nothing was simulated: there are no rows."}
+        return {"text": text, "place": "Nothing was simulated: the result has no rows."}
     last = run.end
     if run.complete:
-        return {"text": text, "place": "The rows are kept to find the cause. Do not use their values."}
+        return {"text": text, "place": "The rows are kept for finding the cause. Do not use their values."}
     layers = run.layers
     reached = layers[layers["begin"] <= last["time"] * (1 + 1e-9)]
-    # At the very end of a layer it is the next one that could not be begun.
+    # A run that stopped at the end of a layer could not start the next one.
     name = f"layer {reached.index[-1]}, {reached['name'].iloc[-1]}" if len(reached) else "the first layer"
     place = f"It stopped at {last['time']:.10g} s, at a height of {last['z']:.7g} nm, in {name}."
     ahead = layers[(layers["end"] > last["time"]) & (layers["kind"] == "active")]
     if len(ahead) and abs(ahead["end"].iloc[0] - last["time"]) < 0.01 * ahead["duration"].iloc[0] and len(ahead) > 1:
-        place += f" The next layer, {ahead['name'].iloc[1]}, was not begun."
+        place += f" The next layer, {ahead['name'].iloc[1]}, was not started."
     return {"text": text, "place": place}
 
 
 def _facts(run: Run) -> list[tuple[str, str]]:
-    """Head of the page: pairs of a name and a value."""
+    """Facts about the run: pairs of a name and a value."""
     status = read_status(run.path) if run.path else {}
     if status.get("result_sha256") != run.sha256:
         status = {}
-    facts = [("Result", str(run.path.name) if run.path else "not kept as a file")]
+    facts = [("Result", str(run.path.name) if run.path else "not saved to a file")]
     if run.content:
         facts += [("SHA-256 of the result", run.sha256), ("Rows", str(len(run.profile)))]
     source = run.recipe_source
-    facts.append(("Recipe", source.path.name if source.path else str(status.get("recipe") or "not known")))
+    facts.append(("Recipe", source.path.name if source.path else str(status.get("recipe") or "unknown")))
     if source.content is not None:
         facts.append(("SHA-256 of the recipe", hashlib.sha256(source.content).hexdigest()))
     elif status.get("recipe_sha256"):
@@ -140,7 +153,7 @@ def _facts(run: Run) -> list[tuple[str, str]]:
     if wall_time is not None:
         facts.append(("Simulated in", f"{wall_time:.3g} s"))
     if run.scheme or status.get("scheme"):
-        facts.append(("Scheme of the integration", str(run.scheme or status["scheme"])))
+        facts.append(("Integration scheme", str(run.scheme or status["scheme"])))
     if status.get("version") and status["version"] != __version__:
         facts.append(("Simulated by", f"VorlenSolver {status['version']}"))
     for key, name in (("host", "Host"), ("finished", "Finished")):
@@ -159,14 +172,14 @@ def _warnings(run: Run) -> list[str]:
     if opened is not None:
         found.append(
             f"V-defects opened at {opened['time']:.7g} s, {opened['z']:.7g} nm, in {opened['layer']}. "
-            f"At the end there are {number(run.end['rho_vd0_t'] / 2, 3)} per cm\u00b2."
+            f"The final density is {number(run.end['rho_vd0_t'] / 2, 3)} per cm\u00b2."
         )
     found += unread_elements(run)
     return found
 
 
 def v_defects_open(run: Run) -> dict[str, Any] | None:
-    """Time [s], height [nm] and layer of the first row with V-defects; None if there are none."""
+    """Time [s], height [nm] and layer of the first row with V-defects; None if no row has any."""
     rows = run.profile[run.profile["rho_vd0_t"] > 0]
     if rows.empty:
         return None
@@ -178,7 +191,7 @@ def v_defects_open(run: Run) -> dict[str, Any] | None:
 
 
 def find_tool() -> str | None:
-    """The command-line host: the environment variable VORLEN, that of the same installation or tree, or on PATH."""
+    """The command-line tool: named by the environment variable VORLEN, in this installation or tree, or on PATH."""
     package = Path(__file__).resolve().parent
     places = [Path(sys.prefix) / "bin" / "vorlen"]
     if package.parent.name in ("dist-packages", "site-packages"):
@@ -189,12 +202,12 @@ def find_tool() -> str | None:
 
 
 def unread_elements(run: Run) -> list[str]:
-    """What `vorlen check` tells of a recipe: elements that are not read, and other things to look at."""
+    """Findings of `vorlen check` about the recipe, such as elements that are not read."""
     if run.recipe_source.content is None:
-        return ["The recipe is not known, so it could not be looked through for elements that are not read."]
+        return ["The recipe is unknown, so it was not checked for elements that are not read. Name it with --recipe."]
     tool = find_tool()
     if tool is None:
-        return ["The command-line host was not found, so the recipe was not looked through for unread elements."]
+        return ["The command vorlen was not found, so the recipe was not checked. Set VORLEN to its path."]
     import tempfile
 
     with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
@@ -211,12 +224,12 @@ def unread_elements(run: Run) -> list[str]:
             )
             findings = _findings(json.loads(answer.stdout))
         except (OSError, ValueError, LookupError, subprocess.TimeoutExpired):
-            return ["The command-line host could not look through the recipe for unread elements."]
+            return ["The command vorlen could not check the recipe for unread elements."]
     return findings
 
 
 def _findings(answer: dict[str, Any]) -> list[str]:
-    """The texts in the answer of `vorlen check --format json`."""
+    """The findings in the output of `vorlen check --format json`."""
     texts = []
     for problem in answer["files"][0]["problems"]:
         line = f", line {problem['line']}" if problem.get("line") else ""
@@ -226,7 +239,7 @@ def _findings(answer: dict[str, Any]) -> list[str]:
 
 
 def _chart_summary(run: Run) -> str:
-    """The charts in words, for those who can't see them."""
+    """The charts in words, for screen readers."""
     rows = run.profile[run.profile["active"]] if run.profile["active"].any() else run.profile
     parts = [f"{len(rows)} rows from {rows['time'].iloc[0]:.6g} to {rows['time'].iloc[-1]:.6g} s"]
     for column, name, factor, unit in (
@@ -244,10 +257,10 @@ def _chart_summary(run: Run) -> str:
 
 
 def add_command(commands: Any) -> None:
-    """Enters `report` in the subcommands of python3 -m vorlen."""
-    command = commands.add_parser("report", help="Write a report of a result file: one page for a browser")
+    """Adds `report` to the subcommands."""
+    command = commands.add_parser("report", help="write a report of a result file: one page for a browser")
     command.add_argument("result", metavar="RESULT", help="result file")
-    command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one its status file names)")
+    command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one named in the status file)")
     command.add_argument("-o", "--output", metavar="PAGE", help="page to write (default: the result's name with .html)")
     command.set_defaults(function=run_command)
 
@@ -261,7 +274,7 @@ def run_command(options: argparse.Namespace) -> int:
         raise ValueError(f"the report would overwrite the result {result}")
     status = read_status(result)
     if not result.exists() and status.get("text"):
-        # Refused before the first row: there is a status file and nothing else.
+        # The recipe was rejected before the first row: there is only a status file.
         print(report(SimulationError(str(status["text"]), status.get("recipe")), page))
         return 0
     run = read(result, options.recipe or _recipe_of(result, status))
@@ -270,7 +283,7 @@ def run_command(options: argparse.Namespace) -> int:
 
 
 def _recipe_of(result: Path, status: dict[str, Any]) -> Path | None:
-    """The recipe that the status file names, if it is still the same."""
+    """The recipe named in the status file, if it has not changed since."""
     if not status.get("recipe"):
         return None
     for path in (Path(status["recipe"]), result.parent / Path(status["recipe"]).name):

@@ -25,9 +25,9 @@ from .plot import (
 if TYPE_CHECKING:
     from .run import Run
 
-MAX_ROWS = 4000  # of one curve; a page with more is slow to move and to mail
+MAX_ROWS = 4000  # per curve; more make a page slow and large
 GAP = 0.035  # between panels, as a share of the height
-SMALLEST_NAMED = 0.012  # share of the width that a stage needs to be named
+SMALLEST_NAMED = 0.012  # smallest share of the width for which a stage is named
 
 
 def charts(run: Run) -> dict[str, Any]:
@@ -38,7 +38,7 @@ def charts(run: Run) -> dict[str, Any]:
     figures = {
         "time": _panels(run, kept, kept["time"].to_numpy(), over_time=True),
         "depth": _panels(run, kept, z, over_time=False),
-        # How the two charts go together: the height at a time, both without not-a-numbers.
+        # Links the two charts: the height at each time. NaN becomes null.
         "link": {"time": _values(kept["time"]), "depth": _values(z)},
     }
     if len(run.interfaces):
@@ -47,14 +47,14 @@ def charts(run: Run) -> dict[str, Any]:
 
 
 def thin(rows: pd.DataFrame) -> pd.DataFrame:
-    """At most MAX_ROWS rows, evenly taken, the first and the last among them."""
+    """At most MAX_ROWS rows, evenly spaced, including the first and the last."""
     if len(rows) <= MAX_ROWS:
         return rows
     return rows.iloc[np.unique(np.linspace(0, len(rows) - 1, MAX_ROWS).astype(int))]
 
 
 def _values(values: Any, digits: int = 9) -> list[float | None]:
-    """Numbers for JSON: as many digits as a chart needs, null for what is not finite."""
+    """Numbers for JSON: as many digits as a chart needs, null for values that are not finite."""
     return [float(f"{value:.{digits}g}") if np.isfinite(value) else None for value in np.asarray(values, float)]
 
 
@@ -116,7 +116,7 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
         "linear",
         [
             (x, 100 * rows["eps_xx_t"], "strain at growth (t)", PINK, " %", "solid"),
-            (x, 100 * rows["eps_xx_z"], "strain in the end (z)", PINK, " %", "dash"),
+            (x, 100 * rows["eps_xx_z"], "strain, finished (z)", PINK, " %", "dash"),
         ],
     )
     densities = [
@@ -144,7 +144,7 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
 
 
 def _decades(curves: list[tuple[Any, ...]]) -> list[float]:
-    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, without V-defects that just open."""
+    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, without the first, tiny V-defect densities."""
     values = np.concatenate([np.asarray(curve[1], float) for curve in curves])
     values = values[np.isfinite(values)]
     if len(values) == 0:
@@ -172,10 +172,9 @@ def _layout(x_title: str) -> dict[str, Any]:
         "paper_bgcolor": "rgba(0,0,0,0)",
         "plot_bgcolor": "rgba(0,0,0,0)",
         "hovermode": "x unified",
-        "hoverdistance": -1,  # the nearest row, however far apart the rows are
-        "hoversubplots": "axis",
+        "hoverdistance": -1,  # the nearest row at any distance
         "hoverlabel": {"font": {"size": 12}},
-        "separators": ".",  # no commas in thousands
+        "separators": ".",  # no thousands separators
         "modebar": {"bgcolor": "rgba(0,0,0,0)", "color": "#4a5866", "activecolor": "#0b5a8f"},
         "legend": {"orientation": "h", "y": -46 / 900, "yanchor": "top", "x": 0, "font": {"size": 12}},
         "xaxis": {
@@ -211,7 +210,7 @@ def _y_axis(title: str, kind: str, bottom: float, top: float) -> dict[str, Any]:
 
 
 def _shade(layout: dict[str, Any], borders: pd.DataFrame, span: list[float]) -> None:
-    """Shades every other stage, and names those that have room."""
+    """Shades every other stage, and names those with enough room."""
     width = span[1] - span[0]
     for number, stage in enumerate(borders.itertuples()):
         begin, end = max(float(stage.begin), span[0]), min(float(stage.end), span[1])
@@ -230,7 +229,7 @@ def _shade(layout: dict[str, Any], borders: pd.DataFrame, span: list[float]) -> 
 
 
 def _interface_chart(run: Run) -> dict[str, Any]:
-    """All metals over height, and for each interface the range to zoom to and the places of 10 % and 90 %."""
+    """All metals over height, and for each interface the range to zoom to and the positions of 10 % and 90 %."""
     rows = run.profile
     offset = reference_height(run)
     table = run.interfaces
@@ -248,7 +247,7 @@ def _interface_chart(run: Run) -> dict[str, Any]:
                 "width": None if np.isnan(interface.width) else f"{interface.width:.3g}",
             }
         )
-    # Rows near an interface all stay: there the curve is steep.
+    # All rows near an interface are kept, because the curve is steep there.
     z = rows["z"].to_numpy() - offset
     near = np.zeros(len(rows), bool)
     for place in places:

@@ -1,4 +1,4 @@
-"""The layers of a run as pictures to scale, in SVG: the whole structure, and the simulated part enlarged."""
+"""The layers of a run as pictures to scale, in SVG: the whole structure, and an enlargement of the simulated part."""
 
 from __future__ import annotations
 
@@ -13,12 +13,12 @@ if TYPE_CHECKING:
 
 WIDTH, HEIGHT, BAR, TOP, LEFT = 400, 400, 120, 34, 20  # pixels of a picture
 NAME_HEIGHT = 15  # pixels that a name needs
-# Colours of the three nitrides; an alloy has the mixture by its composition.
+# Colours of the three nitrides; an alloy gets a mixture by its composition.
 INN, GAN, ALN = np.array([226, 88, 14]), np.array([214, 224, 234]), np.array([32, 156, 112])
 
 
 def layer_stack(run: Run) -> str:
-    """One or two SVG elements with title and description. Empty when nothing has a thickness."""
+    """One or two SVG elements with title and description. Empty if no layer has a thickness."""
     layers = run.layers[run.layers["thickness"] > 0]
     if layers.empty:
         return ""
@@ -46,14 +46,14 @@ def colour(layer: pd.Series) -> str:
     if not np.isfinite(shares).all():
         return "#dddddd"
     shares = np.clip(shares, 0, 1)
-    shares[0] = np.sqrt(shares[0])  # a little indium is to be seen
+    shares[0] = np.sqrt(shares[0])  # makes a little indium visible
     shares = shares / max(shares.sum(), 1e-9)
     red, green, blue = (np.stack([INN, GAN, ALN]).T @ shares).astype(int)
     return f"#{red:02x}{green:02x}{blue:02x}"
 
 
 def _bar(layers: pd.DataFrame, left: int, title: str) -> str:
-    """One column of layers from the bottom up, names at its side as far as there is room."""
+    """One column of layers from the bottom up, with names beside it where there is room."""
     total = float(layers["thickness"].sum())
     parts = [f'<text x="{left}" y="20" class="stack-head">{title}, {total:.5g} nm</text>']
     bottom = float(TOP + HEIGHT)
@@ -80,7 +80,7 @@ def _bar(layers: pd.DataFrame, left: int, title: str) -> str:
 
 
 def _bracket(layers: pd.DataFrame) -> str:
-    """A bracket at the simulated layers of the whole structure."""
+    """A bracket that marks the simulated layers in the whole structure."""
     total = float(layers["thickness"].sum())
     is_active = (layers["kind"] == "active").to_numpy()
     thickness = layers["thickness"].to_numpy()

@@ -1,49 +1,34 @@
-"""Reader of result files, as docs/result-format.md describes them.
+"""Reader of result files; docs/result-format.md describes the format.
 
-The reading is strict: whatever differs from the format is an error with the number of its line. Only the values are
-free, infinities and not-a-numbers included. The file of a failed run reads well; it has fewer rows.
+The reader is strict: any deviation from the format is an error with the line number. Values may be infinite or NaN. The
+file of a failed run is valid; it has fewer rows.
 """
 
 from __future__ import annotations
 
 import re
 import warnings
+from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
 
+from ._columns import RELAXATION_COLUMNS, RESULT_COLUMNS, SURFACE_COLUMNS, Column
+
 TITLE = b'"VORLEN output file, version 2.0"'
 LAYERS_BEGIN = b"<LAYERS>"
 LAYERS_END = b"</LAYERS>"
-HEADING = (
-    b"#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
-    b"rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)"
-)
 
-# name, unit, meaning of the columns, in the order of the file. (t): when this depth was the surface; (z): in the end.
-COLUMNS = (
-    ("time", "s", "time of the process"),
-    ("z", "nm", "height above the bottom of the first pre-stage"),
-    ("rate", "nm/s", "growth rate (um/h, as the recipe gives it, in rows of pre-stages and post-stages)"),
-    ("x_in", "1", "indium in the solid, of all metal"),
-    ("x_ga", "1", "gallium in the solid, of all metal"),
-    ("x_al", "1", "aluminium in the solid, of all metal"),
-    ("rho_td_t", "cm^-2", "density of threading dislocations, when this depth was the surface"),
-    ("rho_vd0_t", "cm^-2", "two times the density of V-defects, when this depth was the surface"),
-    ("a_eff_t", "angstrom", "in-plane lattice constant, when this depth was the surface"),
-    ("eps_xx_t", "1", "in-plane strain, positive when stretched, when this depth was the surface"),
-    ("eps_yy_t", "1", "in-plane strain across, when this depth was the surface"),
-    ("eps_zz_t", "1", "strain along the growth direction, when this depth was the surface"),
-    ("eps_yz_t", "1", "shear strain, when this depth was the surface"),
-    ("rho_td_z", "cm^-2", "density of threading dislocations, in the finished structure"),
-    ("a_eff_z", "angstrom", "in-plane lattice constant, in the finished structure"),
-    ("eps_xx_z", "1", "in-plane strain, positive when stretched, in the finished structure"),
-    ("eps_yy_z", "1", "in-plane strain across, in the finished structure"),
-    ("eps_zz_z", "1", "strain along the growth direction, in the finished structure"),
-    ("eps_yz_z", "1", "shear strain, in the finished structure"),
-)
-COLUMN_NAMES = tuple(name for name, _, _ in COLUMNS)
-COLUMN_COUNT = len(COLUMNS)
+# (t): when this depth was the surface; (z): in the finished structure.
+COLUMNS = RESULT_COLUMNS
+COLUMN_NAMES = tuple(column.name for column in COLUMNS)
+# The tables that a file may contain, by their heading: with the detail columns of the recipe's output/detail or without.
+_TABLES = {
+    ("#" + " ".join(column.heading for column in columns)).encode(): columns
+    for columns in (COLUMNS, COLUMNS + SURFACE_COLUMNS, COLUMNS + SURFACE_COLUMNS + RELAXATION_COLUMNS)
+}
+HEADING = next(iter(_TABLES))
+_WIDEST = len(COLUMNS + SURFACE_COLUMNS + RELAXATION_COLUMNS)
 
 TIME_TOLERANCE = 1e-9  # relative; the rounding of a sum of many durations
 
@@ -54,7 +39,7 @@ _BYTES_OF_ROWS = b"0123456789+-.einfa \n"
 
 
 class ResultFileError(ValueError):
-    """A file is no result file, or is damaged. The text names the file and the line."""
+    """A file is not a result file, or is damaged. The text names the file and the line."""
 
 
 def _number(text: bytes) -> float | None:
@@ -62,7 +47,7 @@ def _number(text: bytes) -> float | None:
 
 
 def _layer(text: bytes) -> tuple[str, float, float] | None:
-    """Name, duration and thickness of a layer; None if it is none."""
+    """Name, duration and thickness of a layer; None if the text is not a layer."""
     match = _LAYER.fullmatch(text)
     if match is None:
         return None
@@ -73,9 +58,9 @@ def _layer(text: bytes) -> tuple[str, float, float] | None:
 
 
 def _split_layers(text: bytes, name: str) -> list[tuple[str, float, float]]:
-    """The layers from their lines, which begin with line 3 of the file.
+    """The layers from their lines, which start at line 3 of the file.
 
-    A name may hold line breaks: a layer ends where its text is one and the next line begins with the quote of another.
+    A name may contain line breaks: a layer ends where its text is complete and the next line starts with a quote.
     """
     layers: list[tuple[str, float, float]] = []
     lines = text.split(b"\n")[:-1]
@@ -84,48 +69,55 @@ def _split_layers(text: bytes, name: str) -> list[tuple[str, float, float]]:
         last = index + 1 == len(lines)
         if not last and not lines[index + 1].startswith(b'"'):
             continue
-        # Looked at first, so that long names are not put together once for each of their lines.
+        # A quick test, so that a long name is not joined again for each of its lines.
         ended = _LAYER_END.search(lines[index]) is not None
         if ended and (layer := _layer(b"\n".join(lines[begin : index + 1]))):
             layers.append(layer)
             last_begin, begin = begin, index + 1
         elif ended and layers and (layer := _layer(b"\n".join(lines[last_begin : index + 1]))):
-            layers[-1] = layer  # what looked like the layer before was the begin of this one's name
+            layers[-1] = layer  # what looked like the previous layer was the start of this name
             begin = index + 1
         elif last:
-            raise ResultFileError(f"{name}, line {begin + 3}: this is no layer")
+            raise ResultFileError(f"{name}, line {begin + 3}: not a layer")
     return layers
 
 
-def _parse_layers(content: bytes, name: str) -> tuple[list[tuple[str, float, float]], int, int]:
-    """The layers, the offset of the rows and the number of their first line."""
+class _Head(NamedTuple):
+    layers: list[tuple[str, float, float]]
+    rows: int  # offset
+    first_line: int  # number of the first row's line
+    columns: tuple[Column, ...]
+
+
+def _parse_head(content: bytes, name: str) -> _Head:
     if not content.startswith(TITLE + b"\n"):
         raise ResultFileError(f"{name} is not a result file: its first line is not {TITLE.decode()}")
     head = TITLE + b"\n" + LAYERS_BEGIN + b"\n"
     if not content.startswith(head):
         raise ResultFileError(f"{name}, line 2: expected {LAYERS_BEGIN.decode()}")
-    # A name may hold lines that look like the format's own; the rows hold numbers alone.
-    tail = b"\n" + LAYERS_END + b"\n" + HEADING + b"\n"
-    end = content.rfind(tail, len(head) - 1)
+    # A name may contain lines that look like part of the format; rows contain only numbers.
+    tails = {b"\n" + LAYERS_END + b"\n" + heading + b"\n": columns for heading, columns in _TABLES.items()}
+    end, tail = max((content.rfind(tail, len(head) - 1), tail) for tail in tails)
     if end < 0:
-        lines = content.split(b"\n")[:-1]  # the last one is empty, or cut off
+        lines = content.split(b"\n")[:-1]  # the last one is empty or truncated
         if LAYERS_END in lines:
             raise ResultFileError(f"{name}, line {lines.index(LAYERS_END) + 2}: expected {HEADING.decode()}")
-        raise ResultFileError(f"{name}, line {len(lines)}: the list of layers has no end")
+        raise ResultFileError(f"{name}, line {len(lines)}: the list of layers is not closed")
     rows = end + len(tail)
-    return _split_layers(content[len(head) : end + 1], name), rows, content.count(b"\n", 0, rows) + 1
+    layers = _split_layers(content[len(head) : end + 1], name)
+    return _Head(layers, rows, content.count(b"\n", 0, rows) + 1, tails[tail])
 
 
-def _first_fault(body: bytes, first_line: int) -> tuple[int, str]:
-    """Line number and text of the first line of body that is no row."""
+def _first_fault(body: bytes, first_line: int, width: int) -> tuple[int, str]:
+    """Line number and fault of the first line of body that is not a row."""
     for number, line in enumerate(body.split(b"\n")[:-1], first_line):
-        words = line.removesuffix(b" ").split(b" ")
-        if len(words) != COLUMN_COUNT or not all(_NUMBER.fullmatch(word) for word in words):
-            return number, "this is no row of 19 numbers"
-    raise AssertionError("the fast reader refused rows that the slow one takes")
+        words = (line if width == _WIDEST else line.removesuffix(b" ")).split(b" ")
+        if len(words) != width or not all(_NUMBER.fullmatch(word) for word in words):
+            return number, f"not a row of {width} numbers"
+    raise AssertionError("the fast reader rejected rows that the slow one accepts")
 
 
-def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np.ndarray]:
+def _parse_rows(body: bytes, name: str, first_line: int, width: int) -> tuple[np.ndarray, np.ndarray]:
     """The numbers, one row per line, and which of the rows are active."""
     codes = np.frombuffer(body, np.uint8)
     separators = np.flatnonzero((codes == ord(" ")) | (codes == ord("\n")))
@@ -133,68 +125,74 @@ def _parse_rows(body: bytes, name: str, first_line: int) -> tuple[np.ndarray, np
     line_ends = np.flatnonzero(is_line_end)  # as indices into separators
     count = len(line_ends)
     if body and body[-1:] != b"\n":
-        raise ResultFileError(f"{name}, line {first_line + count}: the last line is cut off")
+        raise ResultFileError(f"{name}, line {first_line + count}: the last line is truncated")
     if count == 0:
-        return np.empty((0, COLUMN_COUNT)), np.empty(0, bool)
-    # 19 numbers with one blank between them, and one behind the last in an active row
+        return np.empty((0, width)), np.empty(0, bool)
+    # Numbers separated by one blank. An active row has a trailing blank, except in the widest table.
     length_before = np.diff(separators, prepend=-1) - 1
     blanks = np.diff(line_ends, prepend=-1) - 1
     active = (blanks > 0) & (length_before[line_ends] == 0)
     well_formed = (
         not body.translate(None, _BYTES_OF_ROWS)
-        and bool(np.all(blanks == COLUMN_COUNT - 1 + active))
-        and int(np.count_nonzero(length_before)) == count * COLUMN_COUNT
+        and bool(np.all(blanks == width - 1 + active))
+        and int(np.count_nonzero(length_before)) == count * width
+        and not (width == _WIDEST and bool(np.any(active)))
     )
     values = None
     if well_formed:
         with warnings.catch_warnings():
-            warnings.simplefilter("error", DeprecationWarning)  # numpy's way to tell of text that is no number
+            warnings.simplefilter("error", DeprecationWarning)  # numpy's report of text that is not a number
             try:
                 values = np.fromstring(body, sep=" ")
             except (DeprecationWarning, ValueError):
                 pass
-    if values is None or values.size != count * COLUMN_COUNT:
-        line, text = _first_fault(body, first_line)
+    if values is None or values.size != count * width:
+        line, text = _first_fault(body, first_line, width)
         raise ResultFileError(f"{name}, line {line}: {text}")
-    return values.reshape(count, COLUMN_COUNT), active
+    values = values.reshape(count, width)
+    if width == _WIDEST:
+        # Rows of pre-stages and post-stages have a sum of 1 and zeros in the detail columns.
+        detail = values[:, len(COLUMNS) :]
+        active = (detail[:, 0] != 1.0) | np.any(detail[:, 1:] != 0.0, axis=1)
+    return values, active
 
 
 def parse_layers(content: bytes, name: str = "result") -> pd.DataFrame:
-    """The layers: name, duration [s] and thickness [nm], numbered from 1. name stands in the texts of errors."""
-    layers, _, _ = _parse_layers(content, name)
+    """The layers: name, duration [s] and thickness [nm], numbered from 1. name is used in error texts."""
+    layers = _parse_head(content, name).layers
     table = pd.DataFrame(layers, columns=["name", "duration", "thickness"], index=range(1, len(layers) + 1))
     table.index.name = "layer"
     return table
 
 
 def parse_profile(content: bytes, name: str = "result") -> pd.DataFrame:
-    """The rows: the columns of COLUMNS, and active, which is true for rows of simulated stages."""
-    _, begin, first_line = _parse_layers(content, name)
-    values, active = _parse_rows(content[begin:], name, first_line)
-    profile = pd.DataFrame(values, columns=list(COLUMN_NAMES))
+    """The rows: COLUMNS, the detail columns if the file has them, and active, true for rows of simulated stages."""
+    head = _parse_head(content, name)
+    values, active = _parse_rows(content[head.rows :], name, head.first_line, len(head.columns))
+    profile = pd.DataFrame(values, columns=[column.name for column in head.columns])
     profile["active"] = active
-    profile.attrs["units"] = {column: unit for column, unit, _ in COLUMNS}
-    profile.attrs["meanings"] = {column: meaning for column, _, meaning in COLUMNS}
+    profile.attrs["units"] = {column.name: column.unit for column in head.columns}
+    profile.attrs["meanings"] = {column.name: column.meaning for column in head.columns}
     return profile
 
 
 def has_rows(content: bytes) -> bool:
-    """True when the head is whole and something follows."""
+    """True if the head is complete and rows follow."""
     try:
-        _, begin, _ = _parse_layers(content, "result")
+        head = _parse_head(content, "result")
     except ResultFileError:
         return False
-    return len(content) > begin
+    return len(content) > head.rows
 
 
 def bytes_of_rows(content: bytes) -> bytes:
     """The part of the file after the heading."""
-    return content[_parse_layers(content, "result")[1] :]
+    return content[_parse_head(content, "result").rows :]
 
 
 def reaches_the_end(content: bytes, name: str = "result") -> bool:
-    """True when the table ends with a whole row, at the time at which the last layer ends."""
-    layers, begin, _ = _parse_layers(content, name)
+    """True if the table ends with a complete row at the end time of the last layer."""
+    layers, begin, *_ = _parse_head(content, name)
     lines = content[begin:].rsplit(b"\n", 2)
     if len(lines) < 2 or lines[-1] or not lines[-2]:
         return False
@@ -202,4 +200,4 @@ def reaches_the_end(content: bytes, name: str = "result") -> bool:
     if first is None or last is None:
         return False
     gap = abs(last - first - sum(duration for _, duration, _ in layers))
-    return not gap > TIME_TOLERANCE * abs(last)  # a not-a-number passes
+    return not gap > TIME_TOLERANCE * abs(last)  # NaN passes

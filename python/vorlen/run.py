@@ -1,6 +1,6 @@
-"""One simulation: run() calls the library, Run holds what came of it.
+"""One simulation: run() calls the library, Run holds its result.
 
-Values of a layer are defined in docs/result-format.md, so that this package and the command-line host give the same.
+The values of layers are defined in docs/result-format.md; this package and the command-line tool compute the same.
 """
 
 from __future__ import annotations
@@ -51,7 +51,7 @@ from .result_file import (
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
 
-SMALLEST_MISMATCH = 1e-6  # angstrom; below it a degree of relaxation makes no sense
+SMALLEST_MISMATCH = 1e-6  # angstrom; below it the degree of relaxation is undefined
 
 # name, unit, meaning of the columns of Run.layers
 LAYER_COLUMNS = (
@@ -78,11 +78,11 @@ LAYER_COLUMNS = (
 
 
 class SimulationError(RuntimeError):
-    """A run has failed.
+    """A run failed.
 
-    text    the library's text, explained in docs/messages.md; of an integration that ended early, or of unphysical
-            rows, also the time, the stage and what to do
-    recipe  what was handed to run()
+    text    the library's text, explained in docs/messages.md; if the integration ended early or rows are unphysical,
+            also the time, the stage and what to do
+    recipe  the recipe passed to run()
     run     the rows up to the failure, as a Run; None if there are none
     """
 
@@ -98,43 +98,43 @@ class SimulationError(RuntimeError):
 
 @dataclass(repr=False, eq=False)
 class Run:
-    """What one simulation has given. The table is taken apart when it is looked at first."""
+    """The result of one simulation. The table is parsed when it is first used."""
 
     content: bytes = field(repr=False)  # of the result file
-    path: Path | None = None  # the result file, if one was kept
+    path: Path | None = None  # the result file, if it was saved
     recipe_source: RecipeSource = field(default_factory=lambda: RecipeSource())
-    text: str = ""  # why it has failed; empty when the run has ended normally, or nothing is known
-    wall_time: float | None = None  # s, of the library's call
-    scheme: str | None = None  # of the integration; None: not known
+    text: str = ""  # why the run failed; empty if it ended normally or the reason is unknown
+    wall_time: float | None = None  # of the call of the library, s
+    scheme: str | None = None  # of the integration; None: unknown
 
     @functools.cached_property
     def profile(self) -> pd.DataFrame:
-        """All rows; attrs["units"] and attrs["meanings"] tell of each column."""
+        """All rows; attrs["units"] and attrs["meanings"] describe the columns."""
         return parse_profile(self.content, self._name)
 
     @functools.cached_property
     def layers(self) -> pd.DataFrame:
-        """One row per layer, numbered from 1. attrs["units"] and attrs["meanings"] tell of each column."""
+        """One row per layer, numbered from 1. attrs["units"] and attrs["meanings"] describe the columns."""
         return _layer_values(parse_layers(self.content, self._name), self.profile)
 
     @functools.cached_property
     def complete(self) -> bool:
-        """True when the table reaches the end of the last layer."""
+        """True if the table reaches the end of the last layer."""
         return reaches_the_end(self.content, self._name)
 
     @functools.cached_property
     def unphysical(self) -> str:
-        """One line on rows that no process has: NaN, infinity, a fraction far outside of 0 to 1. Empty if none has."""
+        """One line on unphysical rows (NaN, infinity, a fraction far outside of 0 to 1). Empty if there are none."""
         return unphysical_text(self.profile, self._stages)
 
     @property
     def failed(self) -> bool:
-        """True when the library has said so, rows are unphysical, or the table ends before the last layer does."""
+        """True if the library reported a failure, rows are unphysical, or the table ends before the last layer does."""
         return bool(self.text) or not self.complete or bool(self.unphysical)
 
     @property
     def sha256(self) -> str:
-        """Of the result file."""
+        """SHA-256 hash of the result file."""
         return hashlib.sha256(self.content).hexdigest()
 
     @property
@@ -143,7 +143,7 @@ class Run:
 
     @functools.cached_property
     def recipe(self) -> Recipe | None:
-        """The recipe, if it is known and well-formed."""
+        """The recipe; None if it is unknown or not well-formed."""
         if self.recipe_source.content is None:
             return None
         try:
@@ -160,21 +160,21 @@ class Run:
 
     @property
     def warnings(self) -> list[str]:
-        """What a reader of the numbers should know; usually empty."""
+        """Warnings about the values; usually empty."""
         return [self.unphysical] if self.unphysical else []
 
     def _stages(self) -> list[Stage]:
-        """The stages as texts name them: from the recipe, or from the layers if it is not known."""
+        """The stages as named in texts: from the recipe, or from the layers if it is unknown."""
         stages = stages_of_recipe(self.recipe) if self.recipe is not None else []
         return stages if len(stages) == len(self.layers) else stages_of_layers(self.layers)
 
     @property
     def end(self) -> pd.Series:
-        """The last row: the surface when the process is over."""
+        """The last row: the surface at the end of the process."""
         return self.profile.iloc[-1]
 
     def to_csv(self, path: str | os.PathLike[str], what: str = "profile") -> None:
-        """Writes "profile" or "layers" as comma-separated values, every digit kept."""
+        """Writes "profile" or "layers" as comma-separated values with all digits."""
         self._table(what).to_csv(path, index=what == "layers")
 
     def to_netcdf(self, path: str | os.PathLike[str]) -> None:
@@ -185,7 +185,7 @@ class Run:
 
     def _table(self, what: str) -> pd.DataFrame:
         if what not in ("profile", "layers"):
-            raise ValueError(f'what is "profile" or "layers", not {what!r}')
+            raise ValueError(f'what must be "profile" or "layers", got {what!r}')
         return self.profile if what == "profile" else self.layers
 
     def plot(self, kind: str = "time", **options: Any) -> Figure:
@@ -201,9 +201,9 @@ class Run:
 
 
 def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
-    """pre, active or post of each layer, from the kinds of the rows: pre- and post-stages have two rows each.
+    """Kind of each layer (pre, active or post) from the kinds of the rows: pre- and post-stages have two rows each.
 
-    A run that failed under way has no rows of post-stages: they count as active stages that were not reached.
+    A failed run has no rows of post-stages; they count as active stages that were not reached.
     """
     simulated = np.flatnonzero(active)
     pre = min(simulated[0] // 2 if len(simulated) else len(active) // 2, layer_count)
@@ -216,23 +216,27 @@ def _mean_composition(time: np.ndarray, z: np.ndarray, x: np.ndarray, begin: flo
     """Mean of x over the height grown from begin to end. x has one column per metal.
 
     The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
-    linear in time between rows. None if nothing grew.
+    linear in time between rows. None if nothing grew. NaN if the mean is not finite: an infinite height, or almost as
+    much evaporated as grew.
     """
     begin, end = max(begin, time[0]), min(end, time[-1])
     times = np.concatenate(([begin], time[(time > begin) & (time < end)], [end]))
     if times[-1] <= times[0]:
         return None
     heights = np.interp(times, time, z)
-    grown = heights[-1] - heights[0]
+    with np.errstate(invalid="ignore"):  # infinity - infinity
+        grown = heights[-1] - heights[0]
     if not grown > 0.0:
         return None
-    steps = np.diff(heights)
     columns = [np.interp(times, time, column) for column in x.T]
-    return np.array([float(np.sum(0.5 * (column[1:] + column[:-1]) * steps)) / grown for column in columns])
+    with np.errstate(all="ignore"):
+        steps = np.diff(heights)
+        means = np.array([np.sum(0.5 * (column[1:] + column[:-1]) * steps) / grown for column in columns])
+    return np.where(np.isfinite(means), means, np.nan)
 
 
 def _relaxation(row: dict[str, float], a_sub: float) -> float:
-    """(a - a_sub) / (a0 - a_sub) in the finished structure, a0 being the layer's own lattice constant."""
+    """(a - a_sub) / (a0 - a_sub) in the finished structure, where a0 is the layer's unstrained lattice constant."""
     a0 = row["a_eff_z"] / (1.0 + row["eps_xx_z"])
     if abs(a0 - a_sub) < SMALLEST_MISMATCH:
         return np.nan
@@ -292,11 +296,11 @@ def _layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFra
 
 
 def read(path: str | os.PathLike[str], recipe: str | os.PathLike[str] | Recipe | None = None) -> Run:
-    """Reads a result file, that of a failed run too.
+    """Reads a result file, including that of a failed run.
 
-    recipe  the recipe it came from, when pictures and reports are to show temperatures and stages
-    Raises ResultFileError, with the number of the line, for what is no result file. The text and the duration of the
-    run are taken from the status file beside it, if there is one that belongs to it.
+    recipe  the recipe of the run, needed for temperatures and stages in figures and reports
+    Raises ResultFileError, with the line number, if the file is not a valid result file. Text and duration of the run
+    are read from its status file, if there is one that matches.
     """
     path = Path(path)
     content = path.read_bytes()
@@ -307,11 +311,11 @@ def read(path: str | os.PathLike[str], recipe: str | os.PathLike[str] | Recipe |
         status = {}
     source = RecipeSource() if recipe is None else RecipeSource.of(recipe)
     if recipe is not None and source.content is None:
-        raise FileNotFoundError(f"there is no recipe {source.path}")
+        raise FileNotFoundError(f"recipe not found: {source.path}")
     result = Run(
         content, path, source, str(status.get("text") or ""), status.get("wall_time_s"), status.get("scheme")
     )
-    _ = result.profile  # whatever is wrong with the file is told now
+    _ = result.profile  # reports any fault of the file now
     return result
 
 
@@ -323,13 +327,13 @@ def run(
     """Simulates one recipe.
 
     recipe  a path, a Recipe, or the XML itself
-    result  path of the result file to keep; None keeps none. It appears when it is complete: an older file stays in
-            place until then. A status file (NAME.status.json) is written beside it
-    scheme  "continuous" or "staged", whatever the recipe asks for; None: the scheme of the recipe
-    Raises SimulationError with the library's text when the run fails, and when a row is unphysical: NaN, infinite, or
-    with a fraction outside of [-0.001, 1.001]. Of a run that fails under way the rows are kept in NAME.failed.txt
-    beside an older result, and the error's run holds them. When the recipe can't be read, files of an earlier run stay
-    as they are. Other Python threads continue during the call.
+    result  path of the result file; None: it is not saved. An existing file is replaced when the new one is complete.
+            A status file (NAME.status.json) is written to the same folder
+    scheme  integration scheme, "continuous" or "staged"; None: the scheme of the recipe
+    Raises SimulationError with the library's text if the run fails, and if a row is unphysical: NaN, infinite, or with
+    a fraction outside of [-0.001, 1.001]. The rows up to the failure are in the error's run and are saved to
+    NAME.failed.txt; an existing result stays. If the recipe can't be read, the files of earlier runs stay as they are.
+    Other Python threads run during the call.
     """
     check_scheme(scheme)
     source = RecipeSource.of(recipe)
@@ -339,10 +343,10 @@ def run(
     if target is not None:
         _check_target(target, source)
     with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
-        # The kept file is made beside its place, so that the rename stays within one file system.
+        # Written to the target's folder, so that renaming it stays within one file system.
         output = _temporary_beside(target) if target else Path(folder, "result.txt")
         kept = None
-        stranded = False  # the rows could not be put in place, and stay under their temporary name
+        stranded = False  # the rows could not be renamed and keep their temporary name
         try:
             begin = time.perf_counter()
             file = simulated_source.file_for_library(Path(folder))
@@ -359,7 +363,7 @@ def run(
             status = 1 if text else status
             if simulated is not None:
                 simulated.text = text
-            # Without a recipe nothing has been run: what an earlier run has left stays.
+            # Without a recipe nothing was run, so the files of an earlier run stay.
             if target and (source.content is not None or simulated is not None):
                 kept = target if status == 0 or simulated is None else failed_path(target)
                 if simulated is not None:
@@ -378,7 +382,7 @@ def run(
             write_status(target, kept, status, text, wall_time, source, written, scheme)
         except OSError:
             if status == 0:
-                raise  # otherwise the failure of the run is told, not that of its status file, as on a full disk
+                raise  # otherwise report the failure of the run, not that of its status file, as on a full disk
     if status != 0:
         raise SimulationError(text, recipe, simulated)
     assert simulated is not None
@@ -386,14 +390,14 @@ def run(
 
 
 def _text_with_rows(text: str, simulated: Run | None, scheme: str) -> str:
-    """The text of a run with what the rows show of its failure; empty if there was none.
+    """The text of a run, with what its rows show about a failure; empty if it did not fail.
 
-    text  the library's, empty if the run has ended normally
+    text  the library's text, empty if the run ended normally
     """
     if text and not is_text_of_integration(text):
         return text
     if simulated and looks_physical(bytes_of_rows(simulated.content)):
-        simulated.unphysical = ""  # spares the parsing
+        simulated.unphysical = ""  # saves parsing
     lines = [text] if text else []
     if text:
         profile, stages = (simulated.profile, simulated._stages()) if simulated else (None, [])
@@ -404,7 +408,7 @@ def _text_with_rows(text: str, simulated: Run | None, scheme: str) -> str:
 
 
 def _whole_lines(path: Path) -> tuple[bytes, bool]:
-    """The file's content, and whether its last line was cut off, as on a full disk: such a line is taken away."""
+    """The file's content, and whether its last line was truncated, as on a full disk: such a line is removed."""
     content = path.read_bytes() if path.exists() else b""
     size = content.rfind(b"\n") + 1
     if size == len(content):
@@ -414,13 +418,13 @@ def _whole_lines(path: Path) -> tuple[bytes, bool]:
 
 
 def _temporary_beside(target: Path) -> Path:
-    """A name for a file in the folder of target, or of what a link at target leads to."""
+    """A name for a file in the folder of target, or of the target of a link."""
     name = target.name if len(os.fsencode(target.name)) <= 200 else "vorlen"  # names have 255 bytes at most
     return target.resolve().with_name(f".{name}.{uuid.uuid4().hex}")
 
 
 def _put_in_place(temporary: Path, place: Path) -> None:
-    """Renames; a link at place stays, and so do the permissions of an older file. The rows are never lost."""
+    """Renames; a link at place stays, and so do the permissions of an existing file. The rows are never lost."""
     place = place.resolve()
     try:
         if place.exists():
@@ -432,10 +436,10 @@ def _put_in_place(temporary: Path, place: Path) -> None:
 
 @dataclass(frozen=True)
 class RecipeSource:
-    """A recipe as it was handed over: a file, a text, or both when a Recipe was loaded from a file."""
+    """A recipe as it was given: a file, a text, or both if a Recipe was loaded from a file."""
 
     path: Path | None = None
-    content: bytes | None = None  # None: there is none, or it can't be read
+    content: bytes | None = None  # None: no recipe, or it can't be read
     on_disk: bool = False  # path holds content
 
     @staticmethod
@@ -448,17 +452,17 @@ class RecipeSource:
         try:
             return RecipeSource(path, path.read_bytes(), on_disk=True)
         except OSError:
-            return RecipeSource(path, None, on_disk=True)  # the library says what is wrong with it
+            return RecipeSource(path, None, on_disk=True)  # the library reports what is wrong with it
 
     def under(self, scheme: str | None) -> RecipeSource:
-        """The recipe with that scheme of the integration, or this one if it asks for it already."""
+        """The recipe with this integration scheme; the same object if it has it already."""
         if scheme is None or self.content is None:
             return self
         content = with_scheme(self.content, scheme, str(self.path or "recipe"))
         return self if content == self.content else RecipeSource(self.path, content)
 
     def file_for_library(self, folder: Path) -> Path:
-        """A file with the recipe, made in folder if there is none."""
+        """A file with the recipe, written to folder if there is none."""
         if self.on_disk and self.path is not None:
             return self.path
         path = folder / "recipe.xml"
@@ -467,20 +471,20 @@ class RecipeSource:
 
 
 def _check_target(target: Path, source: RecipeSource) -> None:
-    """Refuses a place for the result that would lose something, before anything is computed."""
+    """Rejects a result path that would overwrite something else, before anything is computed."""
     for path in (target, status_path(target), failed_path(target)):
         if source.path is not None and source.path.exists() and path.exists() and path.samefile(source.path):
             raise ValueError(f"the result would overwrite the recipe {source.path}")
     if target.name.endswith(".failed.txt"):
-        raise ValueError(f"{target}: names that end in .failed.txt are for the rows of runs that fail")
+        raise ValueError(f"{target}: names ending in .failed.txt are for the rows of failed runs; choose another one")
     if target.is_dir():
-        raise IsADirectoryError(f"{target} is a folder; the result needs the path of a file")
+        raise IsADirectoryError(f"{target} is a folder; give the path of a file for the result")
     if target.exists() and not target.is_file():
-        raise ValueError(f"{target} is no regular file")
+        raise ValueError(f"{target} is not a regular file")
     if target.exists() and not os.access(target, os.W_OK):
-        raise PermissionError(f"{target} may not be written")
+        raise PermissionError(f"{target} is not writable")
     if not target.parent.is_dir():
-        raise FileNotFoundError(f"there is no folder {target.parent} for the result {target.name}")
+        raise FileNotFoundError(f"folder not found: {target.parent}, for the result {target.name}")
 
 
 def _sibling(result: str | os.PathLike[str], ending: str) -> Path:
@@ -499,12 +503,12 @@ def status_path(result: str | os.PathLike[str]) -> Path:
 
 
 def failed_path(result: str | os.PathLike[str]) -> Path:
-    """Where the rows of a run that fails under way are kept."""
+    """Path of the file with the rows of a failed run."""
     return _sibling(result, ".failed.txt")
 
 
 def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
-    """The status file beside a result file; empty if there is none that can be read."""
+    """The content of the status file of a result; empty if it is missing or can't be read."""
     try:
         status = json.loads(status_path(result).read_text("utf-8"))
     except (OSError, ValueError):
@@ -522,7 +526,7 @@ def write_status(
     content: bytes,
     scheme: str,
 ) -> None:
-    """Writes the status file of target; content is that of kept, the file that holds the rows."""
+    """Writes the status file of target. kept is the file with the rows, content its content."""
     record = {
         "result": status,
         "text": text,

@@ -1,4 +1,4 @@
-"""Sensitivity: how much the results change when one parameter after the other does, and the tornado plot of it.
+"""Sensitivity of the results to one parameter at a time, and tornado plots.
 
     table = vorlen.sensitivity("mqw.xml", ["chemistry/Kd_In/A", "process_stages/stage_1/T"])
     vorlen.tornado(table, "x_in_2")
@@ -28,7 +28,7 @@ COLUMNS = ("parameter", "quantity", "value", "change", "base", "below", "above",
 
 
 def _moved(value: Any, change: float) -> Any:
-    """value + change; of a ramp both ends are moved."""
+    """value + change; both ends of a ramp are shifted."""
     return tuple(end + change for end in value) if isinstance(value, tuple) else value + change
 
 
@@ -39,13 +39,13 @@ def _changes(recipe: Recipe, parameters: Iterable[str] | Mapping[str, float], st
             raise ValueError(f"the recipe has no {path}")
         ends = recipe[path] if isinstance(recipe[path], tuple) else (recipe[path],)
         if isinstance(ends[0], (str, dict)):
-            raise ValueError(f"{path} is {ends[0]!r}, not a number")
+            raise ValueError(f"{path} is {ends[0]!r}; only numbers can be varied")
         change = float(parameters[path]) if isinstance(parameters, Mapping) else step * float(np.mean(ends))
         if change == 0.0 or not np.isfinite(change):
-            raise ValueError(f"{path}: a change of {change:g} shows nothing; give parameters as {{path: change}}")
+            raise ValueError(f"{path}: can't change by {change:g}; state the change, as in {{path: change}}")
         changes[path] = abs(change)
     if not changes:
-        raise ValueError("no parameter is named")
+        raise ValueError("give at least one parameter")
     return changes
 
 
@@ -60,26 +60,26 @@ def sensitivity(
     timeout: float | None = None,
     scheme: str | None = None,
 ) -> pd.DataFrame:
-    """Changes one parameter at a time, up and down, and takes central differences of all key results.
+    """Varies one parameter at a time, up and down, and computes central differences of all key results.
 
     recipe      a path, a Recipe, or the XML itself
-    parameters  paths, each changed by step times its value; or a mapping of paths to changes in the parameter's unit.
-                Both ends of a ramp are moved together
-    out         folder for the files of the runs; None: they are not kept
+    parameters  paths, each varied by step times its value; or a mapping of paths to changes in the parameter's unit.
+                Both ends of a ramp are shifted together
+    out         folder for the files of the runs; None: the files are deleted
     workers, executor, progress, timeout, scheme  as for sweep()
 
     Returns one row per parameter and quantity (the key results of sweep()):
-      value, change         of the parameter; of a ramp the value is the mean of its ends
-      base, below, above    the quantity in the recipe as it is, and with the parameter less and plus change
-      derivative            (above - below) / (2 change), in the quantity's unit by the parameter's
-      elasticity            per cent of the quantity by per cent of the parameter
-      text                  why a run has failed; the differences are NaN then
-    Raises SimulationError when the recipe itself fails.
+      value, change         of the parameter; for a ramp, value is the mean of its ends
+      base, below, above    the quantity with the parameter unchanged, decreased and increased by change
+      derivative            (above - below) / (2 change), in units of the quantity per unit of the parameter
+      elasticity            per cent change of the quantity per per cent change of the parameter
+      text                  why a run failed; the differences are NaN then
+    Raises SimulationError if the unchanged recipe fails.
     """
     check_scheme(scheme)
     source = RecipeSource.of(recipe)
     if source.content is None:
-        raise FileNotFoundError(f"there is no recipe {recipe}")
+        raise FileNotFoundError(f"recipe not found: {recipe}")
     base_recipe = Recipe(source.content, source.path)
     changes = _changes(base_recipe, list(parameters) if not isinstance(parameters, Mapping) else parameters, step)
     present = {path: base_recipe[path] for path in changes}
@@ -113,12 +113,12 @@ def sensitivity(
 def tornado(
     table: pd.DataFrame, quantity: str, most: int = 12, path: str | os.PathLike[str] | None = None
 ) -> Figure:
-    """A tornado plot: what each parameter does to a quantity, the strongest on top.
+    """A tornado plot: the effect of each parameter on a quantity, the strongest on top.
 
-    table     what sensitivity() has returned
+    table     the table returned by sensitivity()
     quantity  one of its quantities, such as x_in_2
     most      number of parameters shown
-    path      file to save the figure in; None: none
+    path      file to save the figure to; None: it is not saved
     """
     import matplotlib.pyplot as plt
 
@@ -126,11 +126,11 @@ def tornado(
 
     rows = table[table.quantity == quantity]
     if rows.empty:
-        raise ValueError(f"there is no {quantity}; there are {', '.join(dict.fromkeys(table.quantity))}")
+        raise ValueError(f"unknown quantity {quantity}; the table has {', '.join(dict.fromkeys(table.quantity))}")
     rows = rows.assign(width=(rows.above - rows.below).abs()).dropna(subset="width")
     rows = rows.sort_values("width", kind="stable").tail(most)
     if rows.empty:
-        raise ValueError(f"no parameter has runs on both sides: {table.text[table.text != ''].iloc[0]}")
+        raise ValueError(f"every parameter has a failed run: {table.text[table.text != ''].iloc[0]}")
     base = rows.base.iloc[0]
     unit = table.attrs.get("units", {}).get(quantity, "1")
     with plt.rc_context(STYLE):

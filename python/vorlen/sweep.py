@@ -1,9 +1,9 @@
-"""Sweeps: one recipe, many values, a table.
+"""Sweeps: one recipe, many values, one table.
 
     table = vorlen.sweep("mqw.xml", {"process_stages/stage_1/T": range(1000, 1061, 5)}, out="temperatures")
 
-Every run has a worker process to itself. A crash, a hang and a failure are rows of the table. A sweep that is called
-again continues where it was: rows that are done are not run again.
+Runs take place in worker processes. A run that fails, crashes or hangs is recorded as a row of the table. A sweep that
+is called again continues where it stopped: rows that are done are not run again.
 """
 
 from __future__ import annotations
@@ -36,33 +36,33 @@ def sweep(
     timeout: float | None = None,
     scheme: str | None = None,
 ) -> pd.DataFrame:
-    """Runs a recipe with many values.
+    """Runs a recipe once for each combination of values.
 
     recipe      a path, a Recipe, or the XML itself
-    parameters  for each path in the recipe the values it takes; a pair (begin, end) is a ramp. Or a data frame with a
-                column for each path, and a row for each run
-    workers     number of runs at a time on this machine; None: one per processor
-    executor    any executor of the kind of concurrent.futures, in place of worker processes on this machine: that of a
-                Dask client, or an MPI pool. Its processes must see the folder out
-    out         folder for the files of the sweep. It may hold the same sweep, or the first rows of it, from before
-    resume      True: rows that the folder holds already are taken from there, if recipe, scheme and version are the
-                same; False: all rows are run, and older ones replaced
-    progress    True: a bar on standard error, if tqdm is installed
-    mode        "grid": every combination, the last parameter changing fastest; "zip": the n-th values of all together
-    timeout     s for one run; a run that takes longer is ended
-    scheme      "continuous" or "staged", the scheme of the integration; None: the scheme of the recipe
+    parameters  the values of each path in the recipe; a pair (begin, end) is a ramp. Or a data frame with a column for
+                each path and a row for each run
+    workers     number of concurrent runs on this machine; None: one per processor
+    executor    an executor with the interface of concurrent.futures, such as that of a Dask client or an MPI pool,
+                instead of worker processes on this machine. Its processes must have access to the folder out
+    out         folder for the files of the sweep. It may contain the same sweep, or its first rows, from earlier
+    resume      True: rows that are in the folder already are reused if recipe, scheme and version are the same;
+                False: all rows are run, and older ones replaced
+    progress    True: show a progress bar on standard error, if tqdm is installed
+    mode        "grid": every combination, the last parameter varies fastest; "zip": the n-th values of all together
+    timeout     time limit of one run, s; a run that takes longer is killed
+    scheme      integration scheme, "continuous" or "staged"; None: the scheme of the recipe
 
     Returns one row per run: the values, status, text, key results, files. status is
-      ok        the run has ended normally
-      failed    the library says no, or rows are unphysical; text is what it says
-      timeout   the run was ended after timeout
-      crashed   the worker process has come to an end in the middle of the run
-      error     the files could not be read or written
+      ok        the run ended normally
+      failed    the library rejected the recipe or stopped, or rows are unphysical; text gives the reason
+      timeout   the run exceeded timeout
+      crashed   the worker process ended during the run
+      error     files could not be read or written
       lost      the executor lost the run
-    Key results are those of the finished structure (height z, densities and strain of its surface) and of each layer
+    Key results are values of the finished structure (height z, densities and strain of its surface) and of each layer
     (thickness_N, mean composition x_in_N, x_ga_N, x_al_N); attrs["units"] has their units. They are NaN in rows that
     are not ok. Rows that are neither ok nor failed are run again when the sweep is resumed.
-    The same table stands in the folder as table.csv.
+    The folder contains the same table as table.csv.
     """
     plan = make_plan(recipe, parameters, mode, timeout, scheme)
     folder = Path(out)
@@ -83,11 +83,11 @@ def run_rows(
     resume: bool = True,
     progress: bool = True,
 ) -> list[dict[str, Any]]:
-    """Runs the rows of these numbers of a plan whose folder is prepared. Returns status, text, values of each."""
+    """Runs the rows with these numbers; the folder must be prepared. Returns status, text and values of each."""
     if workers is not None and executor is not None:
-        raise ValueError("workers and executor exclude each other: an executor has its own workers")
+        raise ValueError("give either workers or executor, not both: an executor has its own workers")
     if workers is not None and workers < 1:
-        raise ValueError(f"workers is 1 or more, not {workers}")
+        raise ValueError(f"workers must be 1 or more, got {workers}")
     inputs = plan.rows()
     tasks = [make_task(plan, folder, number, inputs[number], resume) for number in numbers]
     if executor is not None:
@@ -97,7 +97,7 @@ def run_rows(
 
 
 def run_tasks(tasks: list[dict[str, Any]], executor: Executor, progress: bool) -> list[dict[str, Any]]:
-    """Hands tasks to an executor and waits for all of them. Returns their rows in the same order."""
+    """Submits tasks to an executor and waits for all of them. Returns their rows in the same order."""
     futures = {_submit(executor, task): index for index, task in enumerate(tasks)}
     rows: list[dict[str, Any]] = [{}] * len(tasks)
     bar = _progress_bar(len(tasks)) if progress else None
@@ -123,20 +123,20 @@ def run_tasks(tasks: list[dict[str, Any]], executor: Executor, progress: bool) -
 def _submit(executor: Executor, task: dict[str, Any]) -> Future[dict[str, Any]]:
     try:
         return executor.submit(run_row, task)
-    except RuntimeError as error:  # a broken pool takes nothing more
-        refused: Future[dict[str, Any]] = Future()
-        refused.set_exception(error)
-        return refused
+    except RuntimeError as error:  # a broken pool accepts no tasks
+        rejected: Future[dict[str, Any]] = Future()
+        rejected.set_exception(error)
+        return rejected
 
 
 def _row_of(future: Future[dict[str, Any]], local: bool) -> dict[str, Any]:
     try:
         return future.result()
     except WorkerStartError as error:
-        if local:  # here no other row will do better
+        if local:  # on this machine every other row would fail too
             raise
         return _lost(error)
-    except Exception as error:  # whatever befalls an executor, the other rows go on
+    except Exception as error:  # whatever happens to an executor, the other rows continue
         return _lost(error)
 
 
@@ -145,7 +145,7 @@ def _lost(error: Exception) -> dict[str, Any]:
 
 
 def _progress_bar(total: int) -> Any:
-    """A bar on standard error; None where tqdm is not installed."""
+    """A progress bar on standard error; None if tqdm is not installed."""
     try:
         from tqdm import tqdm
     except ImportError:

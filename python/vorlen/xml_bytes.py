@@ -1,4 +1,4 @@
-"""The elements of an XML file by their places in its bytes, and edits that change those bytes alone.
+"""The elements of an XML file with their byte offsets, and edits that change only the bytes concerned.
 
 An edit is (begin, end, new bytes).
 """
@@ -18,7 +18,7 @@ _ENCODING = re.compile(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""")
 
 
 class RecipeError(ValueError):
-    """A text is no recipe that can be worked with."""
+    """The XML is not a recipe, or not well-formed."""
 
 
 @dataclass
@@ -28,9 +28,9 @@ class Element:
     tag: str
     attributes: dict[str, str]
     begin: int  # of the start tag
-    tag_end: int = 0  # behind the start tag
-    end_tag: int = 0  # of the end tag; an element without one has tag_end here
-    end: int = 0  # behind the element
+    tag_end: int = 0  # past the start tag
+    end_tag: int = 0  # of the end tag; equal to tag_end if there is none
+    end: int = 0  # past the element
     children: list[Element] = field(default_factory=list)
 
     def child(self, tag: str) -> Element | None:
@@ -39,7 +39,7 @@ class Element:
 
 
 def encoding_of(content: bytes) -> str:
-    """The declared encoding; without one UTF-8 if the bytes are that, else ISO 8859-1."""
+    """The declared encoding; if none is declared, UTF-8 if the bytes are valid UTF-8, else ISO 8859-1."""
     declared = _ENCODING.match(content)
     if declared is not None:
         return declared[1].decode("ascii", "replace")
@@ -59,7 +59,7 @@ def encode(text: str) -> bytes:
 
 
 def index(content: bytes, name: str) -> Element:
-    """The root element with all below it. Raises RecipeError, with name and line, for what is not well-formed."""
+    """The root element and its descendants. Raises RecipeError, with name and line, if the XML is not well-formed."""
     stack = [Element("", {}, 0)]
 
     def start(tag: str, attributes: dict[str, str]) -> None:
@@ -95,7 +95,7 @@ def index(content: bytes, name: str) -> Element:
 
 
 def apply(content: bytes, edits: Iterable[Edit]) -> bytes:
-    """The bytes after edits, which must not overlap."""
+    """The bytes after these edits, which must not overlap."""
     pieces, position = [], 0
     for begin, end, new in sorted(edits):
         pieces += [content[position:begin], new]
@@ -104,12 +104,12 @@ def apply(content: bytes, edits: Iterable[Edit]) -> bytes:
 
 
 def space_before(content: bytes, place: int) -> bytes:
-    """The blanks and line ends in front of a place."""
+    """The blanks and line ends before a place."""
     return content[len(content[:place].rstrip(b" \t\r\n")) : place]
 
 
 def attribute_edits(content: bytes, element: Element, texts: Mapping[str, str]) -> list[Edit]:
-    """Edits that give attributes new texts. A text that stands there already is left alone."""
+    """Edits that give attributes new texts. Texts that are the same already are left unchanged."""
     edits = []
     for match in _ATTRIBUTE.finditer(content, element.begin + 1, element.tag_end):
         name = match[1].decode("utf-8", "replace")
@@ -145,7 +145,7 @@ def added_child_edits(content: bytes, parent: Element, tags: list[str], text: st
 
 
 def _nested(content: bytes, tags: list[str], text: str, line: bytes) -> bytes:
-    """Elements in each other, the innermost with the attribute val. line: what each starts with."""
+    """Nested elements, the innermost with the attribute val. line: the line start of each."""
     tag = tags[0].encode()
     if len(tags) == 1:
         return line + b"<" + tag + _attribute(content, "val", text) + b"/>"
@@ -153,7 +153,7 @@ def _nested(content: bytes, tags: list[str], text: str, line: bytes) -> bytes:
 
 
 def _line_start(content: bytes, place: int) -> bytes:
-    """The line end and the indentation in front of a place; empty if something else is in its line."""
+    """The line end and the indentation before a place; empty if something else precedes it on the line."""
     match = re.search(rb"\r?\n[ \t]*\Z", space_before(content, place))
     return match[0] if match else b""
 

@@ -1,4 +1,4 @@
-// The buffer in which a host receives the text of a failure.
+// The buffer that receives the text of a failure.
 #pragma once
 
 #include <algorithm>
@@ -9,8 +9,8 @@
 
 namespace vorlen {
 
-// Copies text, cut to what the buffer of VORLEN_ERROR_BUFFER_SIZE bytes holds, with a terminating zero; the bytes
-// behind it stay as they are. buffer may be null.
+// Copies text and its terminating zero into buffer, an array of VORLEN_ERROR_BUFFER_SIZE bytes. A longer text is cut.
+// Bytes after the zero are not touched. Does nothing if buffer is null.
 inline void copy_error_text(const char* text, char* buffer) {
   if (buffer == nullptr) return;
   const std::size_t length = std::min<std::size_t>(std::strlen(text), VORLEN_ERROR_BUFFER_SIZE - 1);

@@ -1,5 +1,5 @@
-// The driver of a run: construction, one call of the integrator over the whole process, writing. Stage boundaries do
-// not restart the integrator; the model looks its conditions up by time.
+// The continuous scheme is one call of the integrator over the whole process: stage boundaries do not restart it, and
+// the model looks up its conditions by time.
 #include "api/run_simulation.h"
 
 #include <vector>
@@ -7,6 +7,7 @@
 #include "api/staged_run.h"
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
+#include "strain/record_step.h"
 
 namespace vorlen {
 
@@ -19,7 +20,7 @@ constexpr double ATOL = 1e-14;
 
 SurfChemNonst& model_of(void* model_context) { return *static_cast<SurfChemNonst*>(model_context); }
 
-// A failed look-up of the conditions leaves f as it was; the integrator goes on with what it has.
+// If the lookup of the conditions fails, f is unchanged and the integrator continues with it.
 void model_rhs_callback(std::int32_t, double x, const double* y, double* f, void*, void* model_context) {
   model_of(model_context).eval_rhs(x, y, f);
 }
@@ -29,28 +30,29 @@ void mass_callback(std::int32_t n, double* FMAS, std::int32_t mass_rows, void*, 
 }
 
 void model_step_callback(std::int32_t, double, double x, const double* y, const double*, std::int32_t, std::int32_t,
-                         void*, void* model_context, std::int32_t& stop_flag) {
-  SurfChemNonst& model = model_of(model_context);
-  model.record_step(x, y);
-  if (!model.keep_running()) stop_flag = -1;
+                         void*, void* model_context, std::int32_t&) {
+  record_step(model_of(model_context), x, y);
 }
 
 }  // namespace
 
 std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error) {
   switch (idid) {
-    case 2:
+    case RADAU_STOPPED:
       error = model_text;
       return RUN_STOPPED;
-    case -2:
+    case RADAU_TOO_MANY_STEPS:
       error = "Maximum number of time steps reached";
       return RUN_GAVE_UP_ON_STEPS;
-    case -3:
+    case RADAU_STEP_TOO_SMALL:
       error = "Step size has become too small";
       return RUN_GAVE_UP_ON_STEPS;
-    case -4:
+    case RADAU_REPEATEDLY_SINGULAR:
       error = "Matrix is repeatedly singular";
       return RUN_SINGULAR;
+    case RADAU_REFUSED:
+      error = "Integrator rejected its arguments";
+      return RUN_REJECTED;
     default:
       return RUN_OK;
   }
@@ -65,7 +67,7 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
     error = surfchem_nonst.error_text;
     return err;
   }
-  // Reported after every fault that construction finds.
+  // Faults that the construction finds have priority.
   if (!recipe.late_fault.empty()) {
     error = recipe.late_fault;
     return RUN_BAD_INTEGRATION;
@@ -94,7 +96,6 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   IWORK[2 - 1] = options.max_steps;
   IWORK[5 - 1] = n - N_ALGEBRAIC;
   IWORK[6 - 1] = N_ALGEBRAIC;
-  IWORK[7 - 1] = 0;
 
   double dt_last = DT_FIRST;
   double rtol = RTOL;

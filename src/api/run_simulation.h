@@ -1,4 +1,4 @@
-// The driver: joins the growth model to the integrator for one run.
+// The driver of a run: builds the model, integrates it, writes the result file.
 #pragma once
 
 #include <cstdint>
@@ -8,19 +8,20 @@
 
 namespace vorlen {
 
-// Status of a run beside 0 (ended normally), -1, 1 and 100 to 103 (construction, see SurfChemNonst).
+// Status of a run. A construction that fails has the codes -1, 1 and 100 to 103 (see SurfChemNonst).
 enum RunStatus : std::int32_t {
   RUN_OK = 0,
   RUN_STOPPED = 1,           // the model ended the run early
   RUN_GAVE_UP_ON_STEPS = 2,  // too many steps, or a step too small
   RUN_SINGULAR = 3,          // the matrix of the Newton iteration stayed singular
   RUN_BAD_INTEGRATION = 4,   // ProcessRecipe::late_fault
-  RUN_NOT_FINITE = 5         // the state is not finite, under the staged scheme
+  RUN_NOT_FINITE = 5,        // the state is not finite, under the staged scheme
+  RUN_REJECTED = 6           // the integrator rejected its arguments
 };
 
-// What the integrator did, for tests and benchmarks.
+// What the integrator did, for tests and benchmarks. Under the staged scheme: sums over all stages.
 struct RunCounters {
-  std::int32_t idid = 0;
+  std::int32_t idid = 0;       // its last code, a RadauResult
   std::int32_t rhs_calls = 0;  // without those of the numerical Jacobian
   std::int32_t jacobian_count = 0;
   std::int32_t step_count = 0;
@@ -31,21 +32,21 @@ struct RunCounters {
   std::int64_t eval_rhs_calls = 0;  // all evaluations of the residual, those of init_state included
 };
 
-// For tests, benchmarks and fuzzing; every run of the library has the defaults.
+// For tests, benchmarks and fuzzing. runSurfChem uses the defaults.
 struct RunOptions {
   std::int32_t max_steps = 1000000;  // of the integrator
   double max_step = 0.0;             // of the integrator, s; 0: 10 s under the continuous scheme, else no limit
   bool reuse_terms = true;           // off: the residual keeps nothing from one evaluation to the next
 };
 
-// Runs the recipe and writes the result file to output_path (none if that is empty), also when the integration fails.
-// Returns 0, a RunStatus, or the status of the construction; error is empty on 0 and holds the text otherwise.
-// counters may be null.
+// Runs the recipe and writes the result file to output_path, also when the integration fails; an empty path means no
+// file. Returns a RunStatus or the code of a failed construction. error is empty after RUN_OK, otherwise the reason.
+// counters may be null, and is set only if the integration was started.
 std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
                             RunCounters* counters = nullptr, const RunOptions& options = {});
 
-// Status and text of a run whose integration ended with idid; model_text is the model's error text.
-// Codes that name no failure of the integration (1, and -1 for a refused call) give 0 and leave error as it is.
+// Status of a run whose integration ended with idid, a RadauResult. Sets error on a failure. model_text is the reason
+// when the model stopped the integration.
 std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error);
 
 }  // namespace vorlen

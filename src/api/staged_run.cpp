@@ -1,4 +1,5 @@
-// One stage is one or more spans, each a call of the integrator: a span ends at the end of the stage or at an event.
+// A stage is integrated in one or more spans. Each span is a call of the integrator that ends at the end of the stage
+// or at an event.
 #include "api/staged_run.h"
 
 #include <algorithm>
@@ -14,19 +15,20 @@ namespace vorlen {
 
 namespace {
 
-constexpr double FIRST_STEP = 1e-6;         // s
-constexpr double SMALLEST_STEP = 1e-14;     // s, after failures
-constexpr int MAX_RESTARTS = 5;             // of a span that failed, from where it has got
-constexpr double RESTART_FACTOR = 1e-3;     // of the step
-constexpr double STEP_TOWARDS_EVENT = 0.1;  // of the step: Newton starts anew, and a large one would pass too easily
+constexpr double FIRST_STEP = 1e-6;      // s
+constexpr double SMALLEST_STEP = 1e-14;  // s, after failures
+constexpr int MAX_RESTARTS = 5;          // in a row without progress, of a span that failed
+constexpr double RESTART_FACTOR = 1e-3;  // of the step
+constexpr double STEP_TOWARDS_EVENT =
+    0.1;  // of the step: a new span has no predictor, and accepts large steps too easily
 constexpr double RESTART_AFTER_PEAK = 0.1;  // of the step
 constexpr double END_ROUNDING = 1e-14;      // of the time
 constexpr std::int64_t MAX_COUNT = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t STEPS_PER_STAGE = 200;  // allowed besides those of the whole run
+constexpr std::int32_t STEPS_PER_STAGE = 200;  // allowed in addition to those of the whole run
 
 enum class SpanEnd { REACHED, EVENT, NOT_FINITE, FAILED };
 
-// A call of the integrator, with the last evaluation of f: the integrator asks for that of an accepted state again.
+// A call of the integrator. Keeps the last evaluation of f, because the integrator evaluates an accepted state again.
 struct Span {
   StagedRun& run;
   SpanEnd end = SpanEnd::REACHED;
@@ -98,7 +100,7 @@ void add_counters(RunCounters& sum, const std::int32_t* IWORK) {
   sum.solve_count += IWORK[20 - 1];
 }
 
-// Integrates from the last accepted state to t_end. idid receives the integrator's code.
+// Integrates from the last accepted state to t_end [s]. idid receives the code of the integrator.
 SpanEnd integrate(StagedRun& run, double t_end, double first_step, std::int32_t max_steps, RunCounters& counters,
                   std::int32_t& idid) {
   const auto n = static_cast<std::int32_t>(run.n);
@@ -120,12 +122,12 @@ SpanEnd integrate(StagedRun& run, double t_end, double first_step, std::int32_t 
                   /*mlmas=*/0, mumas, step_callback, /*iout=*/1, WORK.data(), lwork, IWORK.data(), liwork,
                   /*real_context=*/nullptr, &span, idid);
   add_counters(counters, IWORK.data());
-  // The last step may end a rounding short of t_end, from where no step is large enough.
+  // The last step may end a rounding error short of t_end. No step from there is large enough.
   if (idid == RADAU_STEP_TOO_SMALL && t_end - run.t <= END_ROUNDING * t_end) return SpanEnd::REACHED;
   return idid < 0 ? SpanEnd::FAILED : span.end;
 }
 
-// Opens V-defects at the last accepted state. Rows end here and go on with the density after it.
+// Opens V-defects at the last accepted state. The rows before it end here; the next ones have the new density.
 void open_here(StagedRun& run) {
   StagedEquations& e = run.equations;
   unpack_staged(e, run.y.data());
@@ -136,7 +138,8 @@ void open_here(StagedRun& run) {
   accept_v_defects(e);
 }
 
-// Integrates one stage to its end. Returns the integrator's code of a failure, 2 for a state that is not finite, or 1.
+// Integrates one stage to its end. Returns RADAU_DONE, RADAU_STOPPED for a state that is not finite, or the
+// integrator's code of a failure.
 std::int32_t run_stage(StagedRun& run, double tau, std::int64_t max_steps, RunCounters& counters) {
   run.t = 0.0;
   run.event = Event::NONE;
@@ -166,7 +169,7 @@ std::int32_t run_stage(StagedRun& run, double tau, std::int64_t max_steps, RunCo
       case SpanEnd::NOT_FINITE:
       case SpanEnd::FAILED:
         if (run.t > t_before) restarts = 0;
-        if (idid == RADAU_TOO_MANY_STEPS || ++restarts > MAX_RESTARTS) return idid;
+        if (idid == RADAU_TOO_MANY_STEPS || idid == RADAU_REFUSED || ++restarts > MAX_RESTARTS) return idid;
         first_step = std::max(SMALLEST_STEP, std::max(run.last_step, FIRST_STEP) * std::pow(RESTART_FACTOR, restarts));
         break;
     }
@@ -177,7 +180,6 @@ std::int32_t run_stage(StagedRun& run, double tau, std::int64_t max_steps, RunCo
 
 std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& options, RunCounters& counters,
                         std::string& error) {
-  m.detail_output = false;  // its columns belong to the continuous scheme
   StagedVector y{};
   StagedRun run{staged_equations(m, y)};
   run.y = y;
@@ -185,7 +187,7 @@ std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& op
   run.max_step = options.max_step;
   run.n = static_cast<std::size_t>(n_staged(m));
   std::int64_t max_steps = options.max_steps;
-  // The equations count from the start of the stage; a start that is not finite would show in the rows alone.
+  // The equations use the time since the start of the stage, so a start that is not finite would only show in the rows.
   const bool starts = std::isfinite(m.t_begin) && std::isfinite(m.t_end) && std::isfinite(m.z_start);
   std::int32_t idid = starts ? RADAU_DONE : RADAU_STOPPED;
   for (std::size_t k = 0; k < m.active_stages.size() && idid == RADAU_DONE; ++k) {

@@ -1,4 +1,4 @@
-// Drives a run under the staged scheme: stage by stage, each integrated in its own time.
+// Integrates a run under the staged scheme: stage by stage, each in its own time.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 
 namespace vorlen {
 
-// Integrates the process and fills the history of the model. Returns a RunStatus with its text in error. counters
-// receives what the integrator did in all stages.
+// Integrates the process and fills the history of the model. tolerance is relative. Returns a RunStatus, and sets error
+// if that is not RUN_OK. counters receives the sums over all stages, without eval_rhs_calls.
 std::int32_t run_staged(SurfChemNonst& model, double tolerance, const RunOptions& options, RunCounters& counters,
                         std::string& error);
 

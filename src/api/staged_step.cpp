@@ -1,4 +1,5 @@
-// In order: moments of a step, openings of V-defects, maxima of their density, film and rows.
+// Contents: moments of a step; search for the opening of V-defects; search for a maximum of their density; film and
+// rows.
 #include "api/staged_step.h"
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 
 #include "integrator/radau_integrator.h"
 #include "strain/v_defect_density.h"
+#include "strain/v_defect_energy.h"
 
 namespace vorlen {
 
@@ -13,18 +15,18 @@ namespace {
 
 constexpr double NM = 1e-9;
 constexpr double KNOT_SPACING = 2.5e-10;  // largest growth between two knots of the film, m
-constexpr double SEARCH_SPACING = 1e-9;   // growth that is searched for an opening at its end only, m
+constexpr double SEARCH_SPACING = 1e-9;   // a step with less growth is checked for an opening at its end only, m
 constexpr double NO_FRACTION = 1e-15;
-constexpr double OVERSHOOT = 1e-4;  // of a fraction, from which on it is an error
+constexpr double OVERSHOOT = 1e-4;  // of a fraction below 0; more is an error
 constexpr int MAX_MOMENTS_PER_SAMPLE = 8;
-constexpr int SEARCHES = 4;         // in a step that grows more than SEARCH_SPACING; divides SAMPLES_PER_STEP
+constexpr int SEARCHES = 4;         // in a step with more growth; must divide SAMPLES_PER_STEP
 constexpr int MAX_HALVINGS = 60;    // bisections of the time of an event
 constexpr double PEAK_DROP = 1e-7;  // relative drop of the density after a maximum; less is rounding error
 constexpr int MAX_THIRDS = 50;      // ternary-search steps for the time of a maximum
 
 double growth_of(const StagedRun& run, const Step& step) { return (step.y[STAGED_Z] - run.y[STAGED_Z]) * NM; }
 
-// A step is examined at SAMPLES_PER_STEP times as many moments, so that the knots of the film are close together.
+// Moments per sample, so many that the knots of the film are close together.
 int moments_per_sample(const StagedRun& run, const Step& step) {
   const double wanted = std::ceil(std::abs(growth_of(run, step)) / KNOT_SPACING / SAMPLES_PER_STEP);
   if (!(wanted > 1.0)) return 1;
@@ -109,21 +111,41 @@ bool find_peak(StagedRun& run, const Step& step) {
   return false;
 }
 
+// The values of the detail columns at the state in the model.
+RowDetail detail_of(const StagedEquations& e) {
+  const SurfChemNonst& m = e.model;
+  RowDetail d{.c_a = m.c_a};
+  if (m.stress_model != STRESS_V_dislocation) return d;
+  d.I0 = m.I0;
+  d.I1 = m.I1;
+  d.J0_0 = m.J0_0;
+  d.J0_1 = m.J0_1;
+  d.r = m.relative_mismatch();
+  d.E_V_loop = loop_energy(m, m.z, m.z0);
+  d.deltaE = m.I1 + loop_energy(m, m.z - m.z_start, 0.0);
+  if (!e.open) return d;
+  d.J0 = m.J0;
+  d.J1 = m.J1;
+  d.J2 = v_defect_J2(e);
+  d.deltaE = d.E_V_loop + d.J0 + d.J1 + d.J2;
+  return d;
+}
+
 RowSample sample_of(const StagedEquations& e, double t, double GR) {
   const SurfChemNonst& m = e.model;
   RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
-  // Between the ends of a step the polynomial may overshoot a fraction that falls to 0. A metal that is not there
-  // leaves roundings.
+  // Inside a step the interpolation may undershoot a fraction that falls to 0. An absent metal leaves rounding errors.
   double sum = 0.0;
   for (double& x : sample.x_b) {
     if (x < NO_FRACTION && x > -OVERSHOOT) x = 0.0;
     sum += x;
   }
   for (double& x : sample.x_b) x /= sum;
+  if (m.detail_output) sample.detail = detail_of(e);
   return sample;
 }
 
-// Growth rate at time t of the step: the derivative of the cubic that has thickness and rate in common with both ends.
+// Growth rate at time t of the step, m/s: the derivative of the cubic Hermite interpolant of the thickness.
 double rate_at(const StagedRun& run, const Step& step, double GR, double t) {
   if (t == step.t_to) return GR;
   const double dt = step.t_to - step.t_from;

@@ -1,17 +1,17 @@
-// What follows each accepted step of the staged scheme: events are looked for within it, and the film, the rows and the
-// density of V-defects are brought up to its end.
+// The work after each accepted step of the staged scheme: search it for events, then advance the film, the density of
+// V-defects and the rows to its end.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 
-#include "model/staged_equations.h"
+#include "api/staged_equations.h"
 #include "results/row_selection.h"
 
 namespace vorlen {
 
-// What the integration stops at before the end of a stage.
+// Why the integration stops before the end of a stage.
 enum class Event {
   NONE,
   OPENING,  // V-defects open
@@ -33,7 +33,7 @@ struct StagedRun {
   StagedVector y{};
   FilmPoint surface{};
   double last_step = 0.0;  // s
-  // Moments of the step that is being followed
+  // Moments of the current step, filled by follow_step
   std::array<RowSample, SAMPLES_PER_STEP> samples{};
   std::size_t step_samples = 0;
   // Events
@@ -42,7 +42,7 @@ struct StagedRun {
   double t_event = 0.0;
 };
 
-// An accepted step: the states at both ends are those of the run and y; CONT is for RadauDenseValue.
+// An accepted step, from the last accepted state of the run to y. Times in s; CONT is for RadauDenseValue.
 struct Step {
   double t_from = 0.0, t_to = 0.0;
   const double* y = nullptr;
@@ -50,16 +50,17 @@ struct Step {
   std::int32_t cont_size = 0;
 };
 
-// Puts the state y at time t where a span starts: its first row, and the surface that grows on.
+// Starts a span at time t in state y, with growth rate GR [m/s]. The first span of a stage adds its first row.
 void start_span(StagedRun& run, double t, const double* y, double GR);
 
-// Whether an event lies within the step. Then run.event and run.t_event are set and the step has left no trace.
+// Searches the step for an event. If there is one, sets run.event and run.t_event; film, density and rows are
+// unchanged.
 bool find_event(StagedRun& run, const Step& step);
 
-// Brings the film and the density of V-defects up to the end of the step. The rows follow with finish_step.
+// Advances the film and the density of V-defects to the end of the step, and collects samples for finish_step.
 void follow_step(StagedRun& run, const Step& step);
 
-// Takes the end of the step, with the growth rate GR there [m/s], as the last accepted state, and its samples for rows.
+// Makes the end of the step, where the growth rate is GR [m/s], the last accepted state, and adds the samples as rows.
 void finish_step(StagedRun& run, const Step& step, double GR);
 
 }  // namespace vorlen

@@ -1,4 +1,4 @@
-// The exported function: owns the recipe and the text of a run, and reduces its status to 0 or 1.
+// The exported function: joins reader and driver, and turns every failure into result 1 and a text.
 #include "api/vorlen_solver.h"
 
 #include <cfenv>
@@ -17,8 +17,8 @@ std::int32_t fail(const char* text, char* error_buffer) {
   return 1;
 }
 
-// Gives the calling thread the default floating-point environment for the life of this object, and the host's back
-// behind it. Numbers are the same whatever the host has set, and a trap of the host does not end its process.
+// The calling thread has the default floating-point environment while this object exists, then that of the host again.
+// So the host's rounding mode does not change the numbers, and its traps do not end the process.
 class DefaultFloatingPoint {
  public:
   DefaultFloatingPoint() {
@@ -47,7 +47,7 @@ extern "C" std::int32_t runSurfChem(const char* input_path, const char* output_p
   if (input_path == nullptr) return fail("Input path is not specified", error_buffer);
   if (output_path == nullptr) return fail("Output path is not specified", error_buffer);
   const DefaultFloatingPoint default_floating_point;
-  // Exceptions of the standard library must not cross the C interface.
+  // The standard library and the host's operator new may throw. No exception may cross the C interface.
   try {
     return run(input_path, output_path, error_buffer);
   } catch (const std::bad_alloc&) {

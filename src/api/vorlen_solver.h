@@ -1,66 +1,75 @@
-/* VorlenSolver: growth of III-nitride alloy layers (InGaN, AlGaN, AlInN, AlInGaN) in metal-organic vapour-phase
- * epitaxy, simulated in time over a whole process recipe.
+/* VorlenSolver simulates the growth of III-nitride layers (InGaN, AlGaN, AlInN, AlInGaN) by metal-organic vapour-phase
+ * epitaxy over a whole process recipe.
  *
- * The library has one function. It reads an XML recipe, integrates the growth from the begin of the first active stage
- * to the end of the last one, and writes one text file with the layers and a table over time and depth. The formats
- * are described in docs/recipe-format.md and docs/result-format.md, every text in docs/messages.md.
+ * The library has one function. It reads an XML recipe (docs/recipe-format.md), integrates the growth from the start of
+ * the first active stage to the end of the last one, and writes a result file (docs/result-format.md).
  *
- * This header is valid C99 and C++.
+ * This header is valid C99 and C++98.
  */
 #ifndef VORLEN_SOLVER_H
 #define VORLEN_SOLVER_H
 
 #include <stdint.h>
 
-#ifdef _WIN32
-#define VORLEN_EXPORT __declspec(dllexport)
-#else
 #define VORLEN_EXPORT __attribute__((visibility("default")))
-#endif
 
-/* Size of the error buffer in bytes, the terminating zero included. */
+/* Size of the error buffer in bytes, including the terminating zero. */
 #define VORLEN_ERROR_BUFFER_SIZE 2048
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* Runs one simulation.
+/* Runs one simulation on the calling thread and returns when it has ended. Nothing can interrupt it.
  *
- *   input_path    path of the XML recipe, zero-terminated, in the encoding of the file system. It is only read.
- *   output_path   path of the result file, zero-terminated. An existing file is overwritten. An empty string means
- *                 that no result file is written.
- *   error_buffer  VORLEN_ERROR_BUFFER_SIZE bytes, or null when no text is wanted.
+ *   input_path    Path of the recipe: a zero-terminated string of bytes, as the file system takes them. The file is
+ * only read. Null is an error. output_path   Path of the result file: likewise. An existing file is overwritten. An
+ * empty string: no result file. Null is an error. error_buffer  char[VORLEN_ERROR_BUFFER_SIZE], or null if the text is
+ * not wanted. Not read.
  *
- * The caller owns all three and may release them as soon as the call has returned; the library keeps no pointer, no
- * simulation and no open file between calls.
+ * All numbers in the recipe and in the result carry the units that the two format pages give. The caller owns the three
+ * arguments and may release them after the call. Nothing is kept between calls: no pointer, no simulation, no open
+ * file.
  *
- * Result: 0 when the run has ended normally, 1 in every other case. Then, and only then, error_buffer receives a
- * zero-terminated text of at most VORLEN_ERROR_BUFFER_SIZE - 1 bytes; a longer text is cut. On result 0 the buffer is
- * not touched: it holds what the caller left in it, not an empty text. The text is ASCII except for what it quotes from
- * the recipe and the paths, which stands as it was given.
+ * Returns
+ *   0   The run ended normally. error_buffer is NOT touched: it still holds what the caller put there.
+ *   1   The run failed. error_buffer holds the reason, zero-terminated and cut to VORLEN_ERROR_BUFFER_SIZE - 1 bytes;
+ *       bytes after the terminating zero are not touched. The text is ASCII, except that paths and words of the recipe
+ *       are quoted byte for byte. docs/messages.md lists every text. Among them:
+ *         "Input path is not specified", "Output path is not specified"   a null path
+ *         "Out of memory"   see below
  *
- * What becomes of the file at output_path:
- *   - the recipe can't be read or is refused by the reader: it is not touched;
- *   - the model can't be built from the recipe: it is emptied (created, if it did not exist);
- *   - the integration fails: it holds the header, all layers, and the rows up to the last recorded point;
- *   - the run ends normally: it is complete.
- * A null input_path or output_path gives result 1 with "Input path is not specified" or "Output path is not specified".
- * Errors while the file is written, such as a full disk, are not reported. When memory runs out the result is 1 with
- * the text "Out of memory", nothing is lost but the run, and the file is left as in one of the cases above, or cut off.
- * An output_path that is a pipe without a reader blocks; a reader that leaves, and a limit that the host has set on the
- * size of files, bring their signals (SIGPIPE, SIGXFSZ), which are the host's to handle.
+ * The result file after a failure
+ *   The recipe cannot be read or is rejected by the reader:  not touched.
+ *   The model cannot be built from the recipe:               empty; created if necessary.
+ *   The integration fails:                                   header, all layers, and the rows up to the last recorded
+ *                                                            point.
  *
- * Calls may overlap: any number of threads may run simulations at the same time, each with its own paths and buffer.
- * A call runs on the calling thread alone, starts no thread and prints nothing.
+ * Not reported
+ *   Write errors, such as a full disk. Physically impossible values: result 0 does not exclude NaN in the rows.
+ *   docs/embedding.md shows what to check.
  *
- * The same recipe gives the same bytes in the result file and the same texts, on any thread, in any order of calls and
- * whatever the host has set: locale (numbers have the point as decimal separator), environment variables, rounding
- * mode, floating-point traps, flush to zero. The floating-point environment is the default one during the call (round
- * to nearest, no traps, no flush to zero) and the host's own again behind it, with the flags that it had.
+ * Out of memory
+ *   The call returns 1, closes its files and leaves the library usable; the result file is as above or truncated. All
+ *   memory is freed, except that an allocation that fails inside the XML parser leaks the part of the document parsed
+ * so far: about 20 kB for a usual recipe. A recipe whose document may not fit in memory is rejected before it is
+ * parsed.
  *
- * A call leaves the process as it was: locale of C, of C++ and of the thread, floating-point environment, working
- * directory, signal handlers and mask, open files, umask, environment variables, limits. errno may change.
+ * Threads
+ *   Calls may overlap on any number of threads, each with its own output_path and error_buffer. A call starts no thread
+ *   and needs less than 256 KiB of stack.
+ *
+ * Reproducibility
+ *   The same recipe gives the same bytes in the result file and the same texts, on any thread, in any order of calls,
+ *   whatever locale, environment variables, rounding mode, floating-point traps or flush-to-zero mode the host has set.
+ *   The decimal separator is a point. During the call the floating-point environment is the default one.
+ *
+ * Side effects
+ *   None but the result file. The call prints nothing, never ends the process, and leaves the following as they were:
+ *   locale (C, C++ and per thread), floating-point environment with its flags, working directory, signal handlers and
+ *   mask, open files, umask, environment variables, resource limits. errno may change.
+ *   Signals of the host's own making are the host's to handle: SIGPIPE if output_path is a pipe whose reader leaves,
+ *   SIGXFSZ if a limit on file sizes is set. A pipe without a reader blocks the call.
  */
 VORLEN_EXPORT int32_t runSurfChem(const char* input_path, const char* output_path, char* error_buffer);
 

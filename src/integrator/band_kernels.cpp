@@ -1,6 +1,6 @@
-// Elimination and substitution for band matrices, real and complex. In column j of the storage the diagonal stands in
-// row diag_row = lower + upper, and the pivot row of step k is met one row higher in every further column. Rows and
-// columns count from 0 here, the entries of IP from 1.
+// Gaussian elimination with partial pivoting for band matrices, real and complex, and the substitution with the
+// factors. In each column of the storage the diagonal is in row diag_row = lower + upper, so the pivot row of step k is
+// one row higher in each following column. Rows and columns count from 0 here, the entries of IP from 1.
 #include <algorithm>
 #include <cmath>
 
@@ -38,7 +38,7 @@ void LuDecomposeBand(std::int32_t n, std::int32_t ndim, double* A, std::int32_t 
   const std::int32_t first_sub = diag_row + 1;
   if (lower != 0 && n != 1) {
     ClearFillRows(n, ndim, A, lower, upper);
-    std::int32_t col_end = 0;  // one behind the last column that a pivot row so far reaches
+    std::int32_t col_end = 0;  // one past the last column that a pivot row has reached so far
     for (std::int32_t k = 0; k < n - 1; ++k) {
       double* column_k = Column(A, ndim, k);
       const std::int32_t sub_end = std::min(lower, n - 1 - k) + diag_row + 1;
@@ -109,7 +109,7 @@ void LuDecomposeBandComplex(std::int32_t n, std::int32_t ndim, double* AR, doubl
   if (lower != 0 && n != 1) {
     ClearFillRows(n, ndim, AR, lower, upper);
     ClearFillRows(n, ndim, AI, lower, upper);
-    std::int32_t col_end = 0;  // one behind the last column that a pivot row so far reaches
+    std::int32_t col_end = 0;  // one past the last column that a pivot row has reached so far
     for (std::int32_t k = 0; k < n - 1; ++k) {
       double* re_k = Column(AR, ndim, k);
       double* im_k = Column(AI, ndim, k);

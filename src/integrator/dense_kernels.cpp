@@ -1,6 +1,6 @@
-// Dense elimination, real and complex, and complex substitution, also for matrices with a limited number of
-// subdiagonals, which differ only in how far down a column goes. Loops run down columns; rows and columns count from 0
-// here, the entries of IP from 1.
+// Gaussian elimination with partial pivoting for dense matrices, real and complex, and the complex substitution. The
+// same code serves matrices with few subdiagonals, whose columns only end earlier. Loops run down columns. Rows and
+// columns count from 0 here, the entries of IP from 1.
 #include <cmath>
 
 #include "integrator/elimination_helpers.h"

@@ -1,5 +1,5 @@
-// Continuous output: the cubic through the start of the step, the two inner stages and the end, in Newton form with
-// s = 0 at the end and s = -1 at the start.
+// Dense output: the cubic polynomial through the start of the step, the two inner stages and the end, in Newton form,
+// with s = 0 at the end and s = -1 at the start.
 #include "integrator/dense_output.h"
 
 #include "integrator/radau_integrator.h"

@@ -1,8 +1,8 @@
-// Dense substitution with the factors of dense_kernels.cpp. Rows and columns count from 0 here, the entries of IP
-// from 1.
+// Forward and back substitution with the dense real factors of dense_kernels.cpp. Rows and columns count from 0 here,
+// the entries of IP from 1.
 //
-// Each step begins one row below the one before: a loop over several rows at once would wait for the stores of the step
-// before it. This file is therefore compiled without vectorisation (CMakeLists.txt).
+// Each step starts one row below the previous one, so a loop over several rows at once would wait for the stores of the
+// previous step. This file is therefore compiled without vectorisation (CMakeLists.txt).
 #include <type_traits>
 #include <utility>
 
@@ -16,8 +16,8 @@ using elimination::RowEnd;
 
 namespace {
 
-// The orders of the growth model: for them a substitution is compiled with its lengths known and its steps unrolled.
-// Each element goes through the same operations in the same order as for any other order, so the bits are the same.
+// For the orders of the growth model a substitution is compiled with known lengths and unrolled steps. Each element
+// goes through the same operations in the same sequence as for any other order, so the bits are the same.
 template <std::int32_t N>
 using Known = std::integral_constant<std::int32_t, N>;
 

@@ -1,4 +1,4 @@
-// Small pieces that the elimination routines share. Rows and columns count from 0.
+// Gaussian elimination: the operations on columns that all kernels share. Rows and columns count from 0.
 #pragma once
 
 #include <cmath>
@@ -15,12 +15,12 @@ inline const double* Column(const double* A, std::int32_t ndim, std::int32_t j) 
   return A + static_cast<std::ptrdiff_t>(j) * ndim;
 }
 
-// One behind the last row that takes part in step k of an elimination with so many subdiagonals.
+// One past the last row that step k touches, for a matrix with the given number of subdiagonals.
 inline std::int32_t RowEnd(std::int32_t n, std::int32_t subdiagonals, std::int32_t k) {
   return subdiagonals < n - 1 - k ? k + subdiagonals + 1 : n;
 }
 
-// The row of the largest entry of a column from row first to end - 1; the topmost on a tie.
+// Row of the largest entry of a column in rows first .. end - 1; on a tie the topmost.
 inline std::int32_t PivotRow(const double* column, std::int32_t first, std::int32_t end) {
   std::int32_t m = first;
   for (std::int32_t i = first + 1; i < end; ++i) {
@@ -29,7 +29,7 @@ inline std::int32_t PivotRow(const double* column, std::int32_t first, std::int3
   return m;
 }
 
-// The same with entries re + i im of the size abs(re) + abs(im).
+// The same for complex entries; the size of an entry is abs(re) + abs(im).
 inline std::int32_t PivotRowComplex(const double* re, const double* im, std::int32_t first, std::int32_t end) {
   std::int32_t m = first;
   for (std::int32_t i = first + 1; i < end; ++i) {
@@ -38,7 +38,7 @@ inline std::int32_t PivotRowComplex(const double* re, const double* im, std::int
   return m;
 }
 
-// Turns the entries of a column from row first to end - 1 into multipliers with their signs changed.
+// Divides the entries of a column in rows first .. end - 1 by the negative of the pivot, which makes them multipliers.
 inline void SetMultipliers(double* column, std::int32_t first, std::int32_t end, double pivot) {
   const double inverse = 1.0 / pivot;
   for (std::int32_t i = first; i < end; ++i) {
@@ -59,7 +59,7 @@ inline void SetMultipliersComplex(double* re, double* im, std::int32_t first, st
   }
 }
 
-// Adds t times the multipliers from row first to end - 1 to the target; nothing for t = 0.
+// Adds t times the multipliers in rows first .. end - 1 to the target; does nothing for t = 0.
 inline void AddMultiple(const double* multipliers, std::int32_t first, std::int32_t end, double t, double* target) {
   if (t == 0.0) return;
   for (std::int32_t i = first; i < end; ++i) {
@@ -67,7 +67,7 @@ inline void AddMultiple(const double* multipliers, std::int32_t first, std::int3
   }
 }
 
-// The same for t = t_re + i t_im, which often is real: then half of the products is left out.
+// The same for t = t_re + i t_im. t is often real or imaginary: then half of the products are left out.
 inline void AddMultipleComplex(const double* re, const double* im, std::int32_t first, std::int32_t end, double t_re,
                                double t_im, double* target_re, double* target_im) {
   if (std::abs(t_re) + std::abs(t_im) == 0.0) return;

@@ -1,6 +1,7 @@
-// Reduction of a matrix to Hessenberg form by stabilised elementary similarities: each step brings the largest entry
-// below the diagonal of a column to the subdiagonal and eliminates the others with it, then multiplies the columns so
-// that the eigenvalues stay. Rows and columns count from 0 here, the entries of INT, first and last from 1.
+// Reduction of a matrix to upper Hessenberg form by stabilised elementary similarity transformations: each step moves
+// the largest entry below the diagonal of a column to the subdiagonal, eliminates the others with it, and applies the
+// inverse to the columns, which keeps the eigenvalues. Rows and columns count from 0 here; first, last and the entries
+// of INT from 1.
 #include <cmath>
 #include <utility>
 

@@ -1,4 +1,4 @@
-// What a matrix_case means for the routines of the stage system.
+// The matrix forms of the stage equations: what a matrix_case number says about storage and elimination.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace vorlen {
 
-// A matrix_case without its block structure.
+// Form of Jacobian and mass matrix, without the block structure. A name with one part has an identity mass matrix.
 enum class MatrixForm { FULL, BAND, FULL_BAND_MASS, BAND_BAND_MASS, FULL_FULL_MASS, HESSENBERG, NONE };
 
 inline constexpr std::int32_t BLOCK_CASES = 10;  // added to the matrix_case of a problem with block structure
@@ -42,17 +42,17 @@ inline bool HasMass(MatrixForm form) {
   return form == MatrixForm::FULL_BAND_MASS || form == MatrixForm::BAND_BAND_MASS || form == MatrixForm::FULL_FULL_MASS;
 }
 
-// A mass matrix of one row: the row of each equation is its diagonal entry.
+// True if the mass matrix is stored as a diagonal.
 inline bool IsDiagonalMass(const StageSystem& system, MatrixForm form) {
   return form == MatrixForm::FULL_BAND_MASS && system.mlmas == 0 && system.mumas == 0;
 }
 
-// Order of the systems to solve.
+// Order of the linear systems.
 inline std::int32_t OrderOf(const StageSystem& system) {
   return HasBlocks(system.matrix_case) ? system.n_reduced : system.n;
 }
 
-// Leading components that are eliminated by hand.
+// Leading components that the block structure eliminates.
 inline std::int32_t LeadingCount(const StageSystem& system) {
   return HasBlocks(system.matrix_case) ? system.block_count : 0;
 }

@@ -2,7 +2,7 @@
 // matrices, real and complex, and the reduction of a matrix to Hessenberg form.
 //
 // Common to all routines:
-// - Matrices are stored by columns with the leading dimension ndim: entry (i, j), indices from 1, stands at
+// - Matrices are stored by columns with the leading dimension ndim: entry (i, j), indices from 1, is
 //   A[(i - 1) + (j - 1) * ndim]. A complex matrix is two real ones of the same shape, AR and AI, a complex vector is
 //   two real ones, BR and BI. No pointer may be null. Nothing is allocated.
 // - IP holds n integers. IP(k), k < n, is the row (from 1) that step k exchanged with row k. IP(n) is +1 or -1, the
@@ -11,9 +11,9 @@
 //   a solve adds. A row exchange moves the entries of the current and later columns only; the multipliers of earlier
 //   columns stay where they were computed.
 // - zero_pivot is 0 on success, or k (from 1) when the pivot of step k is exactly zero; then IP(n) is 0 and the columns
-//   behind k are as the steps before left them. A near-zero pivot, and one that is not a number, pass.
-// - The pivot is the entry of the largest size, and of equal ones the topmost. The size is abs(a), and for a complex
-//   entry abs(re) + abs(im).
+//   after k are as the previous steps left them. A pivot close to zero passes, and so does NaN.
+// - The pivot is the largest entry; among equals, the topmost. The size of an entry is abs(a), of a
+//   complex one abs(re) + abs(im).
 #pragma once
 
 #include <cstdint>
@@ -26,7 +26,7 @@ void LuDecompose(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP,
 // Solves A x = B with the factors of LuDecompose; B (n reals) becomes x.
 void LuSolve(std::int32_t n, std::int32_t ndim, const double* A, double* B, const std::int32_t* IP);
 
-// The same for a complex matrix. Purely real and purely imaginary entries of a pivot row take a shorter way.
+// The same for a complex matrix. Real and imaginary entries of a pivot row take fewer operations.
 void LuDecomposeComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t* IP,
                         std::int32_t& zero_pivot);
 void LuSolveComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, double* BR, double* BI,
@@ -43,9 +43,9 @@ void LuDecomposeHessComplex(std::int32_t n, std::int32_t ndim, double* AR, doubl
 void LuSolveHessComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI,
                         std::int32_t subdiagonals, double* BR, double* BI, const std::int32_t* IP);
 
-// The same for a band matrix with lower and upper bandwidth. Matrix entry (i, j) stands in A(i - j + diag_row, j) with
+// The same for a band matrix with lower and upper bandwidth. Matrix entry (i, j) is A(i - j + diag_row, j) with
 // diag_row = lower + upper + 1; ndim >= 2 * lower + upper + 1. The first lower rows of A are room for the fill of the
-// row exchanges and need no values at entry; corners that lie outside of the matrix are never read.
+// row exchanges and need no values at entry; corners outside of the matrix are never read.
 // With lower = 0 nothing is eliminated: only IP(n) is set and only the last pivot is tested for zero.
 void LuDecomposeBand(std::int32_t n, std::int32_t ndim, double* A, std::int32_t lower, std::int32_t upper,
                      std::int32_t* IP, std::int32_t& zero_pivot);

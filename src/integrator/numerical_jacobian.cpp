@@ -1,5 +1,5 @@
-// Forward differences, column by column, or for a band in groups of columns that share no row. Rows and columns count
-// from 0 here.
+// The Jacobian by forward differences: column by column, or for a band in groups of columns that have no row in common.
+// Rows and columns count from 0 here.
 #include "integrator/numerical_jacobian.h"
 
 #include <algorithm>
@@ -15,7 +15,7 @@ using elimination::Column;
 
 namespace {
 
-constexpr double Y_FLOOR = 1e-5;  // smallest magnitude of a component that its change is scaled by
+constexpr double Y_FLOOR = 1e-5;  // lower bound of the magnitude that scales the perturbation
 
 double Perturbation(double unit_roundoff, double y) {
   return std::sqrt(unit_roundoff * OrderedMax(Y_FLOOR, std::abs(y)));

@@ -1,5 +1,5 @@
-// Maximum and minimum that compare their arguments in the order written: where the comparison fails, not-a-number
-// included, the result is the second argument. The step control relies on this to get past a not-a-number.
+// Maximum and minimum with a defined result for NaN: if the comparison is false, which includes every comparison with
+// NaN, the result is the second argument. The step-size control relies on this to recover from a NaN error.
 #pragma once
 
 namespace vorlen {

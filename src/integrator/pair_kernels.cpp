@@ -1,8 +1,8 @@
-// A real and a complex matrix factorised together, and solved together. Rows and columns count from 0 here, the entries
-// of IP from 1. First the elimination, then the substitution.
+// Gaussian elimination with partial pivoting of a real and a complex matrix together, then the substitution with both.
+// Rows and columns count from 0 here, the entries of IP from 1.
 //
-// The formulas are those of the kernels for one matrix, with the same operands in the same order; what differs is that
-// rows are taken two at a time and that the steps of the two matrices alternate.
+// The formulas are those of the kernels for one matrix, with the same operands in the same sequence. The differences:
+// rows are processed in pairs, and the steps of the two matrices alternate.
 #include "integrator/pair_kernels.h"
 
 #include <bit>
@@ -29,15 +29,16 @@ using unrolled::Two;
 
 namespace {
 
-// Visits the rows below row k: row k + 1 alone if it is odd, then those from the even row EVEN, k + 1 or k + 2, on.
+// Visits the rows below row k: row k + 1 alone if it is odd, then the rows from EVEN on, the even one of k + 1 and k
+// + 2.
 template <std::int32_t N, std::int32_t EVEN, class Visit>
 [[gnu::always_inline]] inline void RowsBelow(std::int32_t k, Visit visit) {
   if (k + 1 < EVEN) visit(One(), k + 1);
   EvenRows<EVEN, N>(visit);
 }
 
-// Notes whether any row is larger than the diagonal. If none is, the diagonal is the pivot: a tie takes the topmost
-// row, and a comparison with a not-a-number fails as it does in the search.
+// Notes whether any row is larger than the diagonal. If none is, the diagonal is the pivot: on a tie the topmost row is
+// taken, and comparisons with NaN are false as in the search.
 struct LargerRows {
   bool single = false;
   RowPairMask pairs = {0, 0};
@@ -135,8 +136,8 @@ template <std::int32_t N, std::int32_t EVEN>
   return true;
 }
 
-// The second half: adds the multiples of column k to the columns behind it. The two matrices are zero in the same
-// places but for chance, so that one look at all three numbers of a row passes over most of what is zero in either.
+// The second half: adds the multiples of column k to the columns after it. The two matrices have nearly the same zeros,
+// so one test of all three numbers of a row skips most zeros of either.
 template <std::int32_t N, std::int32_t EVEN>
 [[gnu::always_inline]] inline void AddMultiples(std::int32_t n, std::int32_t k, RealMatrix& real,
                                                 ComplexMatrix& complex) {
@@ -204,7 +205,7 @@ std::int32_t Factorise(std::int32_t n, RealMatrix real, ComplexMatrix complex) {
   return real.zero_pivot != 0 ? real.zero_pivot : complex.zero_pivot;
 }
 
-// The right sides of the pair.
+// The right-hand sides of the pair.
 struct RightSides {
   double* B;
   double* BR;
@@ -256,9 +257,9 @@ template <std::int32_t N>
   });
 }
 
-// The way back keeps the right sides in registers, a pair of rows in each. A step takes whole pairs: with the last row
-// above the diagonal it may also change the row of the diagonal, whose component is finished, stored and not read
-// again.
+// The back substitution keeps the right-hand sides in registers, a pair of rows in each. A step processes whole pairs:
+// with the last row above the diagonal it may also change the row of the diagonal, whose component has already been
+// stored and is not read again.
 template <std::int32_t N>
 [[gnu::always_inline]] inline void SubstituteBackward(const Factors& factors, const RightSides& b) {
   constexpr std::int32_t PAIRS = N / 2;

@@ -1,9 +1,9 @@
-// Elimination and substitution for the two dense matrices of the stage equations together, one real and one complex of
-// the same order. At the orders of the growth model, 10 and 15, the two go hand in hand, so that the divisions and sums
-// of the one fill the waiting times of the other; at any other order the kernels of matrix_kernels.h are called. Either
-// way each number goes through the operations of those kernels in their order and has the same bits.
+// Gaussian elimination for the two dense matrices of the stage equations together, one real and one complex of the same
+// order. At the orders of the growth model, 10 and 15, their operations alternate, so that the divisions and sums of
+// one matrix fill the latencies of the other. At any other order the kernels of matrix_kernels.h are called. Either way
+// each number goes through the same operations in the same sequence and has the same bits.
 //
-// Storage, pivots and singular matrices are as told in matrix_kernels.h.
+// Storage, pivots and singular matrices are as described in matrix_kernels.h.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 namespace vorlen {
 
 // Factorises A and AR + i AI in place, n x n each. IP and IP_complex hold n integers. zero_pivot is 0, or
-// the index of a zero pivot of either matrix; then there are no factors to be used.
+// the index of a zero pivot of either matrix; then neither has usable factors.
 void LuDecomposePair(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP, double* AR, double* AI,
                      std::int32_t* IP_complex, std::int32_t& zero_pivot);
 

@@ -1,6 +1,6 @@
-// Constants of the three-stage Radau IIA method of order 5: the nodes, the matrix that brings the stage equations to
-// real block-diagonal form with its inverse, the eigenvalues of the inverse coefficient matrix, and the weights of the
-// error estimate.
+// Constants of the three-stage Radau IIA method of order 5: the nodes, the matrix that transforms the stage equations
+// to real block-diagonal form and its inverse, the eigenvalues of the inverse coefficient matrix, and the weights of
+// the error estimate. They have no unit.
 #pragma once
 
 namespace vorlen::radau {

@@ -1,6 +1,6 @@
-// Front of the integrator: reads and checks the parameters, transforms the tolerances, selects the matrix case, lays
-// out the work arrays, and hands over to the step loop. A failed check sets a mark and the work goes on, so that all
-// slots are looked at; only sizes that make the slots themselves unreadable end it at once.
+// Entry of the three-stage Radau IIA integrator: reads and checks the parameters, transforms the tolerances, selects
+// the matrix case, lays out the work arrays, and calls the step loop. A failed check sets a flag and reading continues,
+// so that all slots are checked; only sizes that make the slots themselves unreadable end the call at once.
 #include "integrator/radau_integrator.h"
 
 #include <algorithm>
@@ -33,8 +33,8 @@ constexpr double MIN_SAFETY_FACTOR = 0.001;
 constexpr double MAX_NEWTON_STOP_FACTOR = 0.03;  // of the default
 constexpr double MIN_TOLERANCE_ROUNDOFFS = 10.0;
 
-// The error estimate is of a lower order than the solution: tolerances are scaled for it, so that the error of the
-// solution is near the tolerance asked for.
+// The error estimate is of a lower order than the solution. The tolerances are scaled for it, so that the error of the
+// solution is near the tolerance requested.
 constexpr double TOLERANCE_EXPONENT = 0.6666666666666666;
 constexpr double TOLERANCE_FACTOR = 0.1;
 
@@ -42,7 +42,7 @@ double ValueOr(double value, double default_value) { return value == 0.0 ? defau
 
 std::int32_t ValueOr(std::int32_t value, std::int32_t default_value) { return value == 0 ? default_value : value; }
 
-// False when a component is refused; that one is left as it is.
+// False when a component is out of range; that component is left unchanged.
 bool TransformTolerances(std::int32_t count, double unit_roundoff, double* rtol, double* atol) {
   bool ok = true;
   for (std::int32_t i = 0; i < count; ++i) {
@@ -65,7 +65,7 @@ void RestoreTolerances(std::int32_t count, double* rtol, double* atol) {
   }
 }
 
-// Reads the integer parameters; false when one is refused.
+// Reads the integer parameters; false when one is out of range.
 bool ReadCounts(const std::int32_t* IWORK, RadauSettings& settings, StageSystem& system) {
   bool ok = true;
   const std::int32_t n = system.n;
@@ -95,7 +95,7 @@ bool ReadCounts(const std::int32_t* IWORK, RadauSettings& settings, StageSystem&
   return ok;
 }
 
-// Reads the real parameters; false when one is refused. tol_ref is the transformed rtol(1).
+// Reads the real parameters; false when one is out of range. tol_ref is the transformed rtol(1).
 bool ReadReals(const double* WORK, double tol_ref, double interval, RadauSettings& settings) {
   bool ok = true;
   const double unit_roundoff = settings.unit_roundoff;
@@ -122,11 +122,11 @@ bool ReadReals(const double* WORK, double tol_ref, double interval, RadauSetting
   return ok;
 }
 
-// Row counts of the matrices, in 64 bits as the bandwidths are the caller's.
+// Row counts of the matrices, in 64 bits because the bandwidths have not been checked.
 struct MatrixRows {
-  std::int64_t jac = 0;
-  std::int64_t factor = 0;
-  std::int64_t mass = 0;
+  std::int64_t jac = 0;     // rows of FJAC
+  std::int64_t factor = 0;  // rows of E1, E2R and E2I
+  std::int64_t mass = 0;    // rows of FMAS; 0 with an identity mass
 };
 
 // Sets the bandwidths, the rows and the matrix case; false when they do not fit together.
@@ -165,7 +165,7 @@ bool SelectCase(bool has_mass, bool hessenberg_switch, StageSystem& system, Matr
   return ok;
 }
 
-// Lays out the storage behind the parameter slots; false when an array is too small, then nothing is set.
+// Lays out the storage after the parameter slots; false when an array is too small, then nothing is set.
 bool LayOutStorage(const MatrixRows& rows, double* WORK, std::int32_t lwork, std::int32_t* IWORK, std::int32_t liwork,
                    StageSystem& system, StageArrays& arrays) {
   const std::int64_t n = system.n;

@@ -1,9 +1,9 @@
-// Step loop of the three-stage Radau IIA method of order 5. One try of a step goes through
+// Step loop of the three-stage Radau IIA method of order 5. An attempt at a step goes through
 //
 //   Jacobian -> factorisation -> step (starting values) -> Newton iteration -> error estimate -> accepted or rejected
 //
-// and the next try enters at the first point whose result is no longer good. In this order stand below: setup, the
-// points, the acceptance, the loop.
+// and the next attempt enters at the first of these points whose result is no longer valid. The file has the same
+// order: setup, these points, acceptance, the loop.
 #include "integrator/radau_step_loop.h"
 
 #include <algorithm>
@@ -20,13 +20,13 @@ namespace vorlen {
 
 namespace {
 
-constexpr double DEFAULT_STEP = 1e-6;           // step when the one given is next to nothing
-constexpr double NO_STEP_ROUNDOFFS = 10.0;      // a step of so many roundoffs is next to nothing
-constexpr double LAST_STEP_STRETCH = 1.0001;    // a first step that so stretched meets x_end becomes the last
+constexpr double DEFAULT_STEP = 1e-6;           // used when the given step is negligible
+constexpr double NO_STEP_ROUNDOFFS = 10.0;      // steps up to this many roundoffs are negligible
+constexpr double LAST_STEP_STRETCH = 1.0001;    // a first step that reaches x_end when stretched so becomes the last
 constexpr double SMALL_STEP_FACTOR = 0.1;       // of the step, in the test against the position
 constexpr double FIRST_REJECTION_FACTOR = 0.1;  // of the step, while none has been accepted
 constexpr double CARRY_EXPONENT = 0.8;          // carries the convergence factor into the next step
-constexpr double MAX_CONTRACTION = 0.99;        // largest one that goes on iterating
+constexpr double MAX_CONTRACTION = 0.99;        // from here on the iteration is given up
 constexpr double MIN_ERROR_EXCESS = 0.0001;     // bounds of the predicted Newton error in the step reduction
 constexpr double MAX_ERROR_EXCESS = 20.0;
 constexpr double NEWTON_REDUCTION = 0.8;        // factor of the step reduction by the predicted Newton error
@@ -34,12 +34,12 @@ constexpr double NEWTON_REDUCTION_ORDER = 4.0;  // in the exponent of that reduc
 constexpr double ERROR_EXPONENT = 0.25;         // 1 / order of the error estimate
 constexpr double MIN_PREV_ERR = 0.01;           // floor of the error that the predictive controller remembers
 constexpr double FAILURE_FACTOR = 0.5;          // of the step, when Newton or a factorisation failed
-constexpr std::int32_t MAX_SINGULAR_COUNT = 5;  // this singular factorisation ends the run
+constexpr std::int32_t MAX_SINGULAR_COUNT = 5;  // the singular factorisation that ends the run
 
-// Where the next try enters.
+// Where the next attempt enters.
 enum class Entry { JACOBIAN, FACTORISATION, STEP, END };
 
-// State of the loop; the points below read and write it.
+// State of the loop, which the functions below read and write.
 struct Loop {
   const RadauProblem& problem;
   const RadauSettings& settings;
@@ -54,14 +54,14 @@ struct Loop {
   double step_sign = 1.0;       // +1 forward, -1 backward
   double h_limit = 0.0;         // largest magnitude of a step
   double h_old = 0.0;           // step of the last accepted step
-  double h_opt = 0.0;           // value of h at normal end
+  double h_opt = 0.0;           // value of h on return when x_end is reached
   double h_new = 0.0;           // step proposed by the controller
   double x_old = 0.0;           // start of the last accepted step
-  double x_next = 0.0;          // end of this try
+  double x_next = 0.0;          // end of this attempt
   bool first_step = true;       // no step has been accepted yet
-  bool last_step = false;       // this try ends at x_end
-  bool rejected = false;        // the previous try failed
-  bool jacobian_fresh = false;  // the Jacobian was computed at the present x
+  bool last_step = false;       // this attempt ends at x_end
+  bool rejected = false;        // the previous attempt failed
+  bool jacobian_fresh = false;  // the Jacobian was computed at the current x
 
   double conv_factor = 1.0;       // contraction / (1 - contraction), carried from step to step
   double iteration_safety = 0.0;  // lowers the safety factor with the number of Newton iterations
@@ -99,7 +99,7 @@ void SetScale(Loop& loop) {
   }
 }
 
-// Hands the present point to the caller; false when the caller wants to stop.
+// Reports the current point to the caller; false when the caller wants to stop.
 bool ReportStep(Loop& loop, std::int32_t accepted_index) {
   if (loop.problem.step_callback == nullptr) return true;
   dense_output.x_sol = loop.x;
@@ -186,8 +186,8 @@ bool Factorise(Loop& loop) {
   return true;
 }
 
-// An error in a component of index 2 counts multiplied by h, of index 3 by h^2. SCAL holds the division of the try
-// before, unless a step was accepted since; step_ratio is what is still to divide by.
+// The error of a component of index 2 is multiplied by h, of index 3 by h^2. SCAL still contains the division of the
+// previous attempt, unless a step was accepted since; step_ratio is the factor still to divide by.
 void ScaleIndexComponents(Loop& loop) {
   const RadauSettings& settings = loop.settings;
   double* SCAL = loop.arrays.SCAL;
@@ -217,7 +217,7 @@ void SetStartingValues(Loop& loop) {
   ExtrapolateStages(n, q, a.CONT + n, a.CONT + 2 * n, a.CONT + 3 * n, a.Z1, a.Z2, a.Z3, a.F1, a.F2, a.F3);
 }
 
-// Evaluates f at stage x from the stage increments in Z and puts it there.
+// Evaluates f at a stage, whose increments are in Z, and stores the value in Z.
 void EvaluateStage(Loop& loop, double stage_x, double* Z) {
   double* CONT = loop.arrays.CONT;
   AddVectors(loop.n, loop.y, Z, CONT);
@@ -249,7 +249,7 @@ double IntegerPower(double base, std::int32_t exponent) {
 
 enum class NewtonResult { CONVERGED, TOO_SLOW, FAILED };
 
-// The simplified Newton iteration. TOO_SLOW: it would not converge in the iterations left, and h has been reduced.
+// The simplified Newton iteration. TOO_SLOW: it would not converge in the remaining iterations, and h has been reduced.
 NewtonResult IterateNewton(Loop& loop) {
   const RadauSettings& settings = loop.settings;
   const std::int32_t max_count = settings.max_newton_iterations;
@@ -314,7 +314,7 @@ Entry Reject(Loop& loop) {
   return RetryEntry(loop);
 }
 
-// The predictive controller looks at the error of two steps and can only lower the proposal.
+// The predictive controller uses the errors of two steps and can only lower the proposal.
 void PredictStep(Loop& loop, double err, double step_divisor) {
   const RadauSettings& settings = loop.settings;
   if (loop.counters.accepted_count > 1) {
@@ -327,7 +327,7 @@ void PredictStep(Loop& loop, double err, double step_divisor) {
   loop.prev_err_accepted = OrderedMax(MIN_PREV_ERR, err);
 }
 
-// Chooses the step of the next try and where it enters.
+// Chooses the next step and where its attempt enters.
 Entry ContinueAfterAccepted(Loop& loop) {
   const RadauSettings& settings = loop.settings;
   const double x_end = loop.problem.x_end;
@@ -373,7 +373,7 @@ Entry Accept(Loop& loop, double err, double step_divisor) {
   return ContinueAfterAccepted(loop);
 }
 
-// One try of a step, from the starting values on.
+// One attempt at a step, from the starting values on.
 Entry TryStep(Loop& loop) {
   const RadauSettings& settings = loop.settings;
   loop.counters.step_count += 1;

@@ -1,6 +1,6 @@
-// The two iteration matrices: set up from Jacobian, mass matrix and shift, then factorised. With block structure the
-// leading components are eliminated first: their columns of the Jacobian fold into the lower right block, each
-// divided once more by the shift. Rows and columns count from 0 here.
+// The two iteration matrices of the simplified Newton iteration: set up from Jacobian, mass matrix and shift, then
+// factorised. With block structure the leading components are eliminated first: their columns of the Jacobian are added
+// to the lower right block, divided once more by the shift for each block. Rows and columns count from 0 here.
 #include <algorithm>
 
 #include "integrator/elimination_helpers.h"
@@ -15,7 +15,7 @@ using elimination::Column;
 
 namespace {
 
-// E := -J in the storage of the factors. Hessenberg form takes what stands on and above the first subdiagonal.
+// E := -J in the storage of the factors. Hessenberg form uses only the entries on and above the first subdiagonal.
 void SetNegatedJacobian(const StageSystem& system, MatrixForm form, double* E) {
   const std::int32_t order = OrderOf(system);
   for (std::int32_t j = 0; j < order; ++j) {
@@ -116,7 +116,7 @@ void SetImaginaryPart(const StageSystem& system, MatrixForm form, double shift, 
   ForEachMassEntry(system, form, E, [shift](double& entry, double m_ij) { entry = shift * m_ij; });
 }
 
-// Rows of the Jacobian that fold into the factors, and the row of the factors where they begin.
+// The rows of the Jacobian that are added to the factors, and the row of the factors where they start.
 std::int32_t FoldedRows(const StageSystem& system, MatrixForm form) {
   return IsBanded(form) ? band_dims.jac_band_rows : system.n_reduced;
 }
@@ -168,8 +168,8 @@ void SetComplexMatrix(const StageSystem& system, MatrixForm form) {
   if (HasBlocks(system.matrix_case)) FoldLeadingColumnsComplex(system, form);
 }
 
-// Both matrices in one go, for a mass of which only the diagonal is not zero and matrices without gaps between their
-// columns. Off the diagonal both are -J, and the imaginary part is zero.
+// Both matrices in one pass, for a diagonal mass matrix and matrices without gaps between their columns. Off the
+// diagonal both are -J, and the imaginary part is zero.
 void SetDiagonalMassPair(const StageSystem& system, MatrixForm form) {
   const std::int32_t n = system.n;
   const double* __restrict jac = system.FJAC;

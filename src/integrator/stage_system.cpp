@@ -1,6 +1,6 @@
-// Right sides and solves of the stage equations, and the error estimate. Three steps make a solve: carry the right side
-// into the basis of the factors (Hessenberg basis, or the lower block with the leading components eliminated), solve,
-// carry the result back. Rows and columns count from 0 here.
+// The linear systems of the simplified Newton iteration and the error estimate. A solve has three steps: transform the
+// right-hand side to the basis of the factors (the Hessenberg basis, or the lower block with the leading components
+// eliminated), solve, and transform back. Rows and columns count from 0 here.
 #include "integrator/stage_system.h"
 
 #include <algorithm>
@@ -26,12 +26,12 @@ namespace {
 
 constexpr double MIN_ERR = 1e-10;  // keeps the step ratio bounded
 
-// Row i of the mass matrix: entry j stands at row[j * stride], j = first to last.
+// Row i of the mass matrix: entry j is row[j * stride], j = first .. last.
 struct MassRow {
-  const double* row;
-  std::ptrdiff_t stride;
-  std::int32_t first;
-  std::int32_t last;
+  const double* row;      // where entry 0 would be
+  std::ptrdiff_t stride;  // distance of two entries of the row
+  std::int32_t first;     // first column within the band
+  std::int32_t last;      // last column within the band
 };
 
 MassRow RowOfMass(const StageSystem& system, MatrixForm form, std::int32_t i) {
@@ -167,7 +167,8 @@ void SolveComplex(const StageSystem& system, MatrixForm form, double* v_re, doub
   if (has_blocks) RecoverLeadingComplex(system, v_re, v_im);
 }
 
-// The right sides of the equations behind those with an identity mass, for a mass matrix that is no diagonal.
+// Adds the shifted increments of the equations with a mass matrix that is not diagonal; they follow the equations with
+// an identity mass.
 void AddShiftedMass(const StageSystem& system, MatrixForm form, const StageArrays& arrays) {
   const std::int32_t identity_count = IdentityCount(system, form);
   for (std::int32_t i = identity_count; i < system.n; ++i) {

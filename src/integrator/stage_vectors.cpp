@@ -1,6 +1,6 @@
-// Each loop is written for one component. The pointers are marked as meeting no other one, so that the compiler takes
-// several components at a time; only the sums, which it may not reorder, say so themselves: their divisions and squares
-// go in pairs, their terms are added one after the other.
+// The loops over the components of the stage vectors. Each is written for one component, and the pointers are declared
+// without overlap so that the compiler can process several components at a time. It must not reorder sums, so the two
+// sums are written in pairs explicitly: divisions and squares in pairs, terms added one after the other.
 #include "integrator/stage_vectors.h"
 
 #include "integrator/radau_constants.h"
@@ -108,14 +108,14 @@ void AddShiftedIdentity(std::int32_t n, const StageShifts& shifts, const double*
       n, shifts, [](std::int32_t, double value) { return -value; }, F1, F2, F3, Z1, Z2, Z3);
 }
 
-// Zero less a product, not the product with its sign changed: the two differ where the product is zero.
+// Zero minus a product, not the negated product: the two differ where the product is zero.
 void AddShiftedDiagonal(std::int32_t n, const StageShifts& shifts, const double* __restrict M, const double* F1,
                         const double* F2, const double* F3, double* Z1, double* Z2, double* Z3) {
   AddShifted(
       n, shifts, [M](std::int32_t i, double value) { return 0.0 - M[i] * value; }, F1, F2, F3, Z1, Z2, Z3);
 }
 
-// A sum that begins with zero: a product -0 becomes 0.
+// As a sum that starts with zero: a product -0 becomes 0.
 void MultiplyByDiagonal(std::int32_t n, const double* __restrict M, const double* __restrict F, double* __restrict MF) {
   for (std::int32_t i = 0; i < n; ++i) {
     MF[i] = 0.0 + M[i] * F[i];

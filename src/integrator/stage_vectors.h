@@ -1,6 +1,6 @@
-// The loops over the components of the stage vectors. A component meets no other in them but in the two sums, which run
-// in the order of the components; so they are free to take two components at a time, and each one still goes through
-// its own operations in their order. No two arrays may overlap; n reals each.
+// The loops over the components of the stage vectors. Components are independent of each other except in the two sums,
+// which run in the order of the components. A loop may therefore process two components at a time; each still goes
+// through its own operations in sequence. No two arrays may overlap; n elements each.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@ namespace vorlen {
 // state := y + Z
 void AddVectors(std::int32_t n, const double* y, const double* Z, double* state);
 
-// (Z1, Z2, Z3) := the polynomial of the last step at q1, q2, q3 behind its end, less its value there;
+// (Z1, Z2, Z3) := the polynomial of the last step at q1, q2, q3 past its end, minus its value there;
 // (F1, F2, F3) := TI (Z1, Z2, Z3). B1, B2 and B3 are the coefficients.
 void ExtrapolateStages(std::int32_t n, const double q[3], const double* B1, const double* B2, const double* B3,
                        double* Z1, double* Z2, double* Z3, double* F1, double* F2, double* F3);
@@ -25,11 +25,11 @@ void AddUpdate(std::int32_t n, double* Z1, double* Z2, double* Z3, double* F1, d
 void AdvanceState(std::int32_t n, const double* Z1, const double* Z2, const double* Z3, double* y, double* B1,
                   double* B2, double* B3);
 
-// Eigenvalues over the step.
+// Eigenvalues divided by the step.
 struct StageShifts {
-  double real = 0.0;
-  double complex_re = 0.0;
-  double complex_im = 0.0;
+  double real = 0.0;        // real eigenvalue / step
+  double complex_re = 0.0;  // real part of the complex eigenvalue / step
+  double complex_im = 0.0;  // imaginary part of the complex eigenvalue / step
 };
 
 // Adds the shifted increments to the transformed values of f: Z1 -= real M F1 and

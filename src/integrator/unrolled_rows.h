@@ -1,8 +1,8 @@
-// Rows of a column of known length, taken two at a time, and loops that the compiler writes out.
+// Rows of a column of known length, processed in pairs, and loops that are unrolled at compile time.
 //
-// A step of the elimination begins one row below the step before. Pairs of rows that began there too would overlap the
-// pairs stored by the step before, and would have to wait for both. Here a pair always begins at an even row: an odd
-// first row, and an odd last one, goes alone.
+// A step of the elimination starts one row below the previous step. Pairs of rows that also started there would overlap
+// two pairs stored by the previous step, and would wait for both stores. Here a pair always starts at an even row; an
+// odd first row, or a last row without a partner, is processed alone.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@ namespace vorlen::unrolled {
 using RowPair [[gnu::vector_size(2 * sizeof(double))]] = double;
 using RowPairMask = decltype(RowPair{} > RowPair{});  // all bits of a row set or none
 
-// One row and two rows behind the same names.
+// Operations on one row and on two rows under the same names.
 struct One {
   static double Load(const double* rows) { return *rows; }
   static void Store(double* rows, double value) { *rows = value; }

@@ -1,7 +1,10 @@
-// Process conditions at a time: the current stage, and T, P, flows, mole fractions and partial pressures in it. The
-// integrator asks for arbitrary test times, so the current stage moves in either direction.
+// Process conditions at a time (docs/physics.md, section 2): the current stage, and T, P, flows, mole fractions and
+// partial pressures in it. The integrator evaluates at trial times, so the current stage moves in either direction.
+//
+// In order: steady stages, interpolation, layers of a stage, current stage, conditions in it.
 #include <algorithm>
 
+#include "model/constants.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -9,7 +12,6 @@ namespace vorlen {
 namespace {
 
 constexpr double TIME_TOLERANCE = 1e-8;  // of the stage bounds, s
-constexpr double GALLIUM_FLOOR = 5e-08;  // least mole fraction of a gallium precursor that acts on the surface
 
 bool holds(const StageRecord& stage, double t) {
   return stage.begin_time() - TIME_TOLERANCE < t && stage.end_time() + TIME_TOLERANCE > t;
@@ -17,7 +19,7 @@ bool holds(const StageRecord& stage, double t) {
 
 bool stays(const ValueRange& range) { return range.val == range.end; }
 
-// Nothing that the conditions are made from moves within the stage.
+// Whether the conditions stay during the stage.
 bool is_steady(const StageRecord& stage) {
   return stays(stage.T) && stays(stage.P) && stays(stage.rho_D) && stays(stage.omega_TDR) &&
          (!stage.flows_vary || std::all_of(stage.Q.begin(), stage.Q.end(), stays));
@@ -66,12 +68,13 @@ std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) 
 
 void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
   const StageRecord& stage = active_stages[stage_index];
-  // Within a steady stage the conditions are those of the last look-up, which came into the stage or was in it too.
+  terms.t_conditions = t;
   if (stage_changed) {
-    terms.is_steady = is_steady(stage);
-  } else if (terms.is_steady && reuse_terms) {
+    terms.stage_is_steady = is_steady(stage);
+  } else if (terms.stage_is_steady && reuse_terms) {
     return;
   }
+  terms.have_terms = false;
   T = interpolate(stage.T, fraction);
   P = interpolate(stage.P, fraction);
   rho_D = interpolate(stage.rho_D, fraction);
@@ -85,26 +88,16 @@ void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
   }
   if (stage_changed) set_stage_delta(stage);
 
-  // Mole fractions follow from the flows alone: while these stay so do the fractions, to the last bit, and the partial
-  // pressures unless the pressure moves. No flow or pressure is ever -0, so equal ones have equal bits. A new stage may
-  // have other layers: then the mixture gets a new number all the same.
-  const bool flows_stay = reuse_terms && Q == terms.Q_of_x;
-  if (flows_stay && P == terms.P_of_p && !stage_changed) return;
-  ++terms.mixture;
-  if (!flows_stay) {
-    Q_total = 0.0;
-    for (std::size_t i = 0; i < N_FLOWS; ++i) {
-      if (gas_index[i] >= 0) Q_total += Q[i];
-    }
-    for (std::size_t i = 0; i < N_FLOWS; ++i) {
-      if (gas_index[i] >= 0) x[i] = Q[i] / Q_total;
-    }
-    terms.Q_of_x = Q;
+  // Mole fractions and partial pressures in the inlet gas.
+  Q_total = 0.0;
+  for (std::size_t i = 0; i < N_FLOWS; ++i) {
+    if (gas_index[i] >= 0) Q_total += Q[i];
   }
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (gas_index[i] >= 0) p[i] = x[i] * P;
+    if (gas_index[i] < 0) continue;
+    x[i] = Q[i] / Q_total;
+    p[i] = x[i] * P;
   }
-  terms.P_of_p = P;
   // A trace of gallium stays in the gas of stages without a gallium flow.
   const double p_min = GALLIUM_FLOOR * P;
   if (p[TMGa_g] < p_min && p[TEGa_g] < p_min) p[TMGa_g] = p_min;

@@ -1,8 +1,12 @@
 // Construction of the growth model from a recipe: options, species, reference lattice, dislocation data of the stages,
-// time axis, dislocation geometry and transport layers, in this order.
+// time axis, dislocation geometry and transport layers, in this order. Each failure sets err and error_text and ends
+// it.
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 
+#include "model/constants.h"
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -14,17 +18,14 @@ constexpr int OUTPUT_PRECISION = 16;
 constexpr std::size_t HISTORY_ROOM = 1024;  // entries reserved for each list that the run will fill
 constexpr double CM2_TO_M2 = 10000.0;       // of a density: cm^-2 to m^-2
 constexpr double GPA = 1e9;
-constexpr double POISSON_RATIO = 0.243;
-constexpr double BURGERS_ANGSTROM = 3.189;
-constexpr double LOOP_FACTOR = 1.08521;  // line energy of the loop around a V-defect over that of a dislocation
 constexpr double COSINE_MIN = 1e-10;
 
 void reserve_history(SurfChemNonst& m) {
-  for (auto* list : {&m.hist_t, &m.hist_z, &m.hist_Vg, &m.hist_xIn, &m.hist_xGa, &m.hist_xAl}) {
+  for (auto* list : {&m.history.t, &m.history.z, &m.history.Vg, &m.history.x_In, &m.history.x_Ga, &m.history.x_Al}) {
     list->reserve(HISTORY_ROOM);
   }
   if (m.stress_model != STRESS_V_dislocation) return;
-  for (auto* list : {&m.hist_h, &m.hist_rho_VD, &m.hist_I0, &m.hist_I1, &m.hist_J0_0, &m.hist_J0_1}) {
+  for (auto* list : {&m.history.h, &m.history.rho_VD, &m.history.I0, &m.history.I1, &m.history.J0_0, &m.history.J0_1}) {
     list->reserve(HISTORY_ROOM);
   }
 }
@@ -72,8 +73,8 @@ void set_time_axis(SurfChemNonst& m) {
   m.z_prev = m.z;
 }
 
-// Inclination of the dislocations, and the line energy of the dislocation loop around a V-defect. False with error_text
-// set for an angle of 90 degrees.
+// Inclination of the dislocations, and the line energy of the dislocation loop around a V-defect (docs/physics.md,
+// section 8). False with error_text set for an angle of 90 degrees, which the check of the recipe rejects before.
 bool set_dislocation_geometry(SurfChemNonst& m) {
   m.sin_V = std::sin(m.V_angle_05);
   const double cos_V = std::cos(m.V_angle_05);
@@ -86,7 +87,7 @@ bool set_dislocation_geometry(SurfChemNonst& m) {
   const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
   const double G_shear =
       ((GaN.C11 * GPA - GaN.C12 * GPA) * (1.0 - m.X_ref) + (InN.C11 * GPA - InN.C12 * GPA) * m.X_ref) * 0.5;
-  m.b_burgers = BURGERS_ANGSTROM * 1e-10;
+  m.b_burgers = BURGERS;
   const double e = LOOP_FACTOR * G_shear * m.b_burgers * m.b_burgers;
   m.E_line = (e / (4.0 * PI * (1.0 - POISSON_RATIO)) + e / (4.0 * PI * (1.0 - POISSON_RATIO))) / cos_V;
   return true;
@@ -132,8 +133,8 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
 
   fill_species_lists(*this);
-  N2_mix_A = {1.0, 0.0002811, 260000000.0};
-  N2_mix_T = {20000.0, 23650.0, 64746.0};
+  std::copy_n(N2_MIX_A, N_BULK, N2_mix_A.begin());
+  std::copy_n(N2_MIX_T, N_BULK, N2_mix_T.begin());
   gas_index.fill(-1);
   bulk_index.fill(-1);
   adsorbed_index.fill(-1);
@@ -172,7 +173,10 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
   if (!species_check(*this, err)) return;
   set_time_axis(*this);
-  if (stress_model == STRESS_V_dislocation && !set_dislocation_geometry(*this)) return;
+  if (stress_model == STRESS_V_dislocation && !set_dislocation_geometry(*this)) {
+    err = -1;
+    return;
+  }
   if (!set_transport_layers(*this)) {
     err = 1;
     return;

@@ -10,8 +10,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "model/candidate_blocks.h"
 #include "recipe/process_recipe.h"
-#include "strain/candidate_blocks.h"
 
 namespace vorlen {
 

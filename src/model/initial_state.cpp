@@ -1,5 +1,6 @@
-// The first state vector. The system is stiff and differential-algebraic, and surface concentrations that are far off
-// make the first steps fail; so they are estimated from the balance of fluxes at the begin of the process.
+// The first state vector (docs/physics.md, section 1). The system is stiff and differential-algebraic, and the first
+// steps fail with surface concentrations that are far off. They are estimated from the balance of fluxes at the start
+// of the process, with a bare surface of GaN as the source of the resistances.
 #include <cmath>
 
 #include "model/surfchem_nonst.h"
@@ -24,14 +25,14 @@ void SurfChemNonst::init_state(double* y) {
   std::array<double, N_STATE_MAX> f{};
   pack_state(y);
   eval_rhs(t, y, f.data());
-  GR = -f[static_cast<std::size_t>(n_state()) - 1];
+  GR = -f[first_algebraic() + ALGEBRAIC_GR];  // the row is GR less the rate, and GR is 0 so far
   pack_state(y);
 
   // Nitrogen and hydrogen, from the balance of ammonia with the two gases.
   double c_N = C_FLOOR;
   double c_H = C_FLOOR;
-  const double w = std::sqrt(3.0 * R_gas[H2_g] / R_gas[N2_g] * Kd[3] / Kd[4]);
-  const double A = (Kd[3] / K_NH3_des) * R_gas[NH3_g] / (R_gas[N2_g] * w * w * w);
+  const double w = std::sqrt(3.0 * R_gas[H2_g] / R_gas[N2_g] * Kd[N_a] / Kd[H_a]);
+  const double A = (Kd[N_a] / K_NH3_des) * R_gas[NH3_g] / (R_gas[N2_g] * w * w * w);
   const double B = p[NH3_g] / (K_NH3_des * w * w * w);
   const double r_NH = std::sqrt(A * A + B) - A;
   if (r_NH > 0.0) {
@@ -42,10 +43,11 @@ void SurfChemNonst::init_state(double* y) {
   // Gallium and aluminium. Both escape as gallium does.
   const double k_Ga = k_plus(GaN_b);
   const double k_Al = k_plus(AlN_b);
-  const double k_minus_Ga = k_Ga / (std::sqrt(Kd[3]) * Kd[1]) * K_eq[GaN_b];
+  const double k_minus_Ga = k_Ga / (std::sqrt(Kd[N_a]) * Kd[Ga_a]) * K_eq[GaN_b];
   const double d = k_minus_Ga * activity[GaN_b] * x_b[GaN_b];
-  const double c_Ga = (p[TMGa_g] / R_gas[TMGa_g] + p[TEGa_g] / R_gas[TEGa_g] + d) / (Kd[1] / R_gas[Ga_g] + k_Ga * c_N);
-  const double c_Al = (p[TMAl_g] / R_gas[TMAl_g]) / (Kd[1] / R_gas[Ga_g] + k_Al * c_N);
+  const double c_Ga =
+      (p[TMGa_g] / R_gas[TMGa_g] + p[TEGa_g] / R_gas[TEGa_g] + d) / (Kd[Ga_a] / R_gas[Ga_g] + k_Ga * c_N);
+  const double c_Al = (p[TMAl_g] / R_gas[TMAl_g]) / (Kd[Ga_a] / R_gas[Ga_g] + k_Al * c_N);
   const double r_Ga = k_Ga * c_Ga * c_N - d;
   const double r_Al = k_Al * c_Al * c_N;
 

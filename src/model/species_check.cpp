@@ -1,7 +1,8 @@
 // The species lists of the model: which species take part in a run, their compact numbers, and the constant factors of
-// their binary diffusion coefficients.
+// their binary diffusion coefficients (docs/physics.md, section 3).
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -14,10 +15,7 @@ enum Element { EL_In, EL_Ga, EL_Al, EL_N, EL_H, EL_C };
 // Present in every run, whatever its material and flows.
 constexpr GasSpecies ALWAYS_PRESENT[] = {N2_g, H2_g, NH3_g, TMIn_g, In_g, TMGa_g, TEGa_g, Ga_g, TMAl_g, Al_g};
 
-// Chapman-Enskog factor for D in m^2/s with p in Pa, sigma in angstrom and the reduced molar mass in kg/kmol.
-constexpr double CHAPMAN_ENSKOG = 0.02628;
-
-bool refuse(SurfChemNonst& model, std::int32_t& err, std::int32_t code, const char* text) {
+bool reject(SurfChemNonst& model, std::int32_t& err, std::int32_t code, const char* text) {
   err = code;
   model.error_text = text;
   return false;
@@ -51,12 +49,12 @@ bool species_check(SurfChemNonst& model, std::int32_t& err) {
   }
   const auto& present = model.element_present;
   if (!present[EL_N]) {
-    return refuse(model, err, 100, "Chemical element N is not present in precursor and bulk species");
+    return reject(model, err, 100, "Chemical element N is not present in precursor and bulk species");
   }
-  if (!present[EL_H]) return refuse(model, err, 101, "Chemical element H is not present in precursor species");
-  if (!present[EL_C]) return refuse(model, err, 102, "Chemical element C is not present in precursor species");
+  if (!present[EL_H]) return reject(model, err, 101, "Chemical element H is not present in precursor species");
+  if (!present[EL_C]) return reject(model, err, 102, "Chemical element C is not present in precursor species");
   if (present[EL_In] + present[EL_Ga] + present[EL_Al] < 2) {
-    return refuse(model, err, 103, "At least 2 Group-III elements from In, Ga, Al should be present ");
+    return reject(model, err, 103, "At least 2 Group-III elements from In, Ga, Al should be present ");
   }
 
   for (GasSpecies i : ALWAYS_PRESENT) model.gas_index[i] = 0;

@@ -1,18 +1,18 @@
-// The growth model: one plain object that holds everything a run knows. It is the store of the options, the record of
-// the conditions at the current time, the scratch space of the residual and the owner of the history of accepted steps.
+// The growth model: one plain object with everything a run knows: the options, the conditions at the current time, the
+// values of the residual, and the history of accepted steps.
 //
-// The operations stand in the files of the subsystem that owns them:
+// The operations are in the files of the subsystem that owns them:
 //   model/construction.cpp    construction from a recipe
 //   model/species_check.cpp   species lists
 //   model/conditions.cpp      conditions at a time
 //   model/transport.cpp       diffusion and transport layers
 //   model/residual.cpp        surface chemistry residual
 //   model/initial_state.cpp   first state vector
-//   strain/lattice.cpp        lattice and strain
-//   strain/relaxation.cpp     dislocations and relaxation
-//   strain/history.cpp        accepted steps
-//   strain/v_defects.cpp      V-defects
+//   model/lattice.cpp         lattice and strain
+//   model/relaxation.cpp      dislocations and relaxation
 //   results/write_results.cpp and results/profiles.cpp: the result file
+// Operations that only strain/ needs are free functions there: accepted steps, and the opening and density of
+// V-defects.
 //
 // Units are SI with kilomoles: m, s, K, Pa, kmol/m^2, kmol/(m^2 s). Lattice constants are in angstrom, elastic
 // constants in GPa, flows in sccm. Strain is positive for in-plane stretching. Arrays of 14 are indexed by GasSpecies,
@@ -20,7 +20,8 @@
 //
 // The state vector y has n = 10 components, or 15 under V_dislocation:
 //   c_a[0..4], z, (h, I0, I1, J0_0, J0_1 under V_dislocation,) x_b[0..2], GR.
-// The first n - 4 equations are differential, the last four algebraic.
+// The first n - 4 equations are differential, the last four algebraic. The constants STATE_ and ALGEBRAIC_ below name
+// the components of y, and of the residual f with them.
 #pragma once
 
 #include <array>
@@ -30,23 +31,29 @@
 #include <string>
 #include <vector>
 
+#include "model/history.h"
 #include "model/residual_terms.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
-#include "strain/candidate_blocks.h"
 
 namespace vorlen {
 
 inline constexpr int N_STATE_MAX = 15;
 inline constexpr int N_ALGEBRAIC = 4;
-inline constexpr double PI = 3.141592653589793;
+inline constexpr int N_STATE_SHORT = 10;  // without V_dislocation
 
-// One interval of growth, m.
-struct DepthSegment {
-  double z_from = 0.0;  // z at the begin of the interval
-  double z_to = 0.0;    // z at the end
-  double h_from = 0.0;  // h at the begin
-};
+// Components of y and f from the first on.
+inline constexpr std::size_t STATE_C_A = 0;  // of c_a[0]
+inline constexpr std::size_t STATE_Z = STATE_C_A + N_ADSORBED;
+inline constexpr std::size_t STATE_H = STATE_Z + 1;  // this and the following ones under V_dislocation only
+inline constexpr std::size_t STATE_I0 = STATE_Z + 2;
+inline constexpr std::size_t STATE_I1 = STATE_Z + 3;
+inline constexpr std::size_t STATE_J0_0 = STATE_Z + 4;
+inline constexpr std::size_t STATE_J0_1 = STATE_Z + 5;
+// Components from first_algebraic() on. The rows of f in the places of x_b are the two ratios of the
+// incorporation rates and the sum of the composition.
+inline constexpr std::size_t ALGEBRAIC_X_B = 0;  // of x_b[0]
+inline constexpr std::size_t ALGEBRAIC_GR = ALGEBRAIC_X_B + N_BULK;
 
 // Rates of the surface.
 struct SurfaceRates {
@@ -59,14 +66,13 @@ struct RelaxationRates {
   double z_rel = 0.0;   // thickness grown outside tension, m
   double R_disl = 0.0;  // of I0
   double S_disl = 0.0;  // of J0_1
+  double eps_xx = 0.0;  // in-plane strain at the surface
 };
 
-// Outcome of a search for the depth at which V-defects open.
-struct Z0Search {
-  bool found = false;      // a candidate has a low enough balance
-  std::size_t index = 0;   // the candidate with the lowest one
-  double balance = 0.0;    // its balance, J
-  std::size_t passed = 0;  // candidates that lie deep enough
+// The single-point layout of the result file, which no entry of the library selects (results/single_point.cpp).
+struct SinglePoint {
+  bool selected = false;
+  std::vector<std::int32_t> species;  // gas species whose pressures and fluxes are written, GasSpecies
 };
 
 class SurfChemNonst {
@@ -123,25 +129,23 @@ class SurfChemNonst {
 
   // ---- Run control
   std::string error_text;
-  std::ofstream out;                           // the result file
-  std::int32_t mode = 0;                       // 1 selects the single-point layout of the result file
-  bool first_point = true;                     // the next accepted point is recorded whatever its time
-  bool detail_output = false;                  // keep surface concentrations and energy terms, and write their columns
-  std::vector<std::int32_t> reported_species;  // gas species numbers listed by the single-point layout
-  double t = 0.0;                              // time of the last conditions lookup, s
-  double t_begin = 0.0;                        // begin of the first active stage, s
-  double t_end = 0.0;                          // end of the last active stage, s
-  double T = 0.0;                              // K, at t
-  double P = 0.0;                              // Pa, at t
-  double rho_D = 0.0;                          // the stage's dislocation density at t
-  double rho_TD0 = 0.0;                        // threading dislocation density under the active layers, m^-2
-  double rho_TD_z0 = 0.0;                      // threading dislocation density at z0, m^-2
-  double rho_VD = 0.0;                         // density of V-defects, m^-2
-  std::array<double, N_FLOWS> Q{};             // sccm, at t
-  double Q_total = 0.0;                        // sccm
-  double omega_TDR = 0.0;                      // rpm
-  std::uint32_t stage_index = 0;               // current active stage
-  bool conditions_vary = false;                // conditions are looked up at every evaluation
+  std::ofstream out;           // the result file
+  bool detail_output = false;  // keep surface concentrations and energy terms, and write their columns
+  SinglePoint single_point;
+  double t = 0.0;                                       // time of the last conditions lookup, s
+  double t_begin = 0.0;                                 // start of the first active stage, s
+  double t_end = 0.0;                                   // end of the last active stage, s
+  double T = 0.0;                                       // K, at t
+  double P = 0.0;                                       // Pa, at t
+  double rho_D = 0.0;                                   // the stage's dislocation density at t
+  double rho_TD0 = 0.0;                                 // threading dislocation density under the active layers, m^-2
+  double rho_TD_z0 = 0.0;                               // threading dislocation density at z0, m^-2
+  double rho_VD = 0.0;                                  // density of V-defects, m^-2
+  std::array<double, N_FLOWS> Q{};                      // sccm, at t
+  double Q_total = 0.0;                                 // sccm
+  double omega_TDR = 0.0;                               // rpm
+  std::uint32_t stage_index = 0;                        // current active stage
+  bool conditions_vary = false;                         // conditions are looked up at every evaluation
   std::uint32_t n_gas = 0, n_adsorbed = 0, n_bulk = 0;  // species present
   std::int64_t eval_rhs_calls = 0;                      // evaluations of the residual so far
 
@@ -158,12 +162,12 @@ class SurfChemNonst {
 
   // ---- Terms of the residual that are kept from one evaluation to the next
   ResidualTerms terms;
-  bool reuse_terms = true;  // off: every evaluation computes all of them anew, with the same bits
+  bool reuse_terms = true;  // off: every evaluation computes all of them, with the same bits
 
   // ---- The layer
   double GR = 0.0;       // growth rate, m/s (state, algebraic)
   double z = 0.0;        // total thickness, m (state)
-  double z_start = 0.0;  // z at the begin of the active stages
+  double z_start = 0.0;  // z at the start of the active stages
   double a_bulk = 0.0;   // Vegard average of a at x_b_clip, angstrom
   double t_prev = 0.0;   // time of the last accepted step
   double z_prev = 0.0;   // z at the last accepted step
@@ -182,40 +186,38 @@ class SurfChemNonst {
   double I1 = 0.0;                                                     // time integral of z_rel * R_disl (state)
   double J0_0 = 0.0;                                                   // time integral of z_rel * S_disl (state)
   double J0_1 = 0.0;                                                   // time integral of S_disl (state)
-  double I0_z0 = 0.0, I1_z0 = 0.0, J0_0_z0 = 0.0, J0_1_z0 = 0.0;       // the four integrals at z0
+  double J0_0_z0 = 0.0, J0_1_z0 = 0.0;                                 // two of the integrals at z0
   double J0 = 0.0;                                                     // balance term of the coherent mismatch
   double J1 = 0.0;                                                     // balance term of the strain relieved up to z0
   double J2 = 0.0;                                                     // balance term of the defects' dislocations
-  double K1 = 0.0;                                                     // integral term, kept for inspection
   double r = 0.0;                                                      // relative lattice mismatch of the surface
   double eps_r_z0 = 0.0;                                               // strain relieved up to z0
-  double eps_xx = -1.0;  // in-plane strain at the surface, as the last residual evaluation left it
+  // In-plane strain at the surface in the last evaluation of the residual, which need not be one of an accepted state.
+  // It decides how record_step files the step.
+  double eps_xx_last_trial = -1.0;
 
-  // ---- History of recorded points, one entry each
-  std::vector<double> hist_t, hist_z, hist_h, hist_Vg, hist_xIn, hist_xGa, hist_xAl, hist_rho_VD;
-  std::vector<double> hist_I0, hist_I1, hist_J0_0, hist_J0_1;  // up to the point at which z0 is found
-  std::vector<double> hist_J0, hist_J1, hist_J2, hist_deltaE, hist_E_V_loop, hist_r, hist_K1;  // with detail_output
-  std::vector<double> hist_In, hist_Ga, hist_Al, hist_N, hist_H;                               // with detail_output
-  std::vector<DepthSegment> seg_relax;                       // growth under compression or without strain
-  std::vector<DepthSegment> seg_tensile;                     // growth under tension
-  CandidateBlocks candidate_blocks;                          // of the history, for the search of z0
-  std::uint32_t seg_relax_first = 0, seg_tensile_first = 0;  // the first segment above z0
+  // ---- Accepted steps
+  History history;
+  Segments segments;
 
   // Builds the model from a recipe; the recipe is not kept. Opens and empties the file at output_path, unless that is
   // empty. err is 0 on success, 1, -1 or 100 to 103 on failure, with the text in error_text.
   SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err);
 
   // Number of components of the state vector, 10 or 15.
-  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : 10; }
+  std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : N_STATE_SHORT; }
+  // Index of the first algebraic component, 6 or 11.
+  std::size_t first_algebraic() const { return static_cast<std::size_t>(n_state() - N_ALGEBRAIC); }
 
   // ---- Construction
-  // Sets the lattice imposed on the active layers [angstrom]; what is not above 0 is replaced by that of GaN.
+  // Sets the lattice imposed on the active layers [angstrom]; a constant that is not above 0 is replaced by that of
+  // GaN.
   void set_reference_lattice(double a_pre, double c_pre);
 
   // ---- Conditions
-  // Brings the conditions up to time t_new [s]. force: do what is otherwise done only at a change of stage.
+  // Brings the conditions up to time t_new [s]. stage_changed: do what is otherwise done only at a change of stage.
   // Returns 0, or 1 with error_text set for a time outside the process; then only t has changed.
-  std::int32_t update_conditions(double t_new, bool force);
+  std::int32_t update_conditions(double t_new, bool stage_changed);
 
   // Sets the conditions of the current stage at a fraction of its duration. stage_changed: the stage is a new one.
   void set_conditions(double fraction, bool stage_changed);
@@ -233,7 +235,7 @@ class SurfChemNonst {
   // ---- Residual
   // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
   std::int32_t eval_rhs(double t_new, const double* y, double* f);
-  // What the surface does in the present state under the present conditions: sets J, R_b and what they are made from.
+  // Rates of the surface in the present state under the present conditions. Sets J, R_b and the values they come from.
   SurfaceRates surface_rates();
   // Copies the state vector into the model; z is raised to z_start, x_b_clip and a_bulk follow.
   void unpack_state(const double* y);
@@ -264,55 +266,17 @@ class SurfChemNonst {
   double eps_relaxed(double rho, double z_at, double h_at) const;
   // Threading dislocation density at thickness z_at, cm^-2.
   double rho_TD_at(double rho, double z_at, double h_at) const;
-  // Refreshes eps_xx and gives the rates of the integrals at the growth rate GR_calc [m/s].
+  // Strain at the surface, and the rates of the integrals at the growth rate GR_calc [m/s].
   RelaxationRates relaxation_rates(double GR_calc);
-  // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and refreshes eps_xx. GR_calc is the growth rate, m/s.
+  // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and sets eps_xx_last_trial. GR_calc is the growth rate, m/s.
   void relaxation_rows(double GR_calc, double* f);
   // Relative lattice mismatch of the surface under V_dislocation.
   double relative_mismatch() const;
-  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start the formula
-  // goes on, where eps_relaxed is 0.
+  // Strain that the reactions of the dislocations from below relieve at thickness z_at. Below z_start, where
+  // eps_relaxed is 0, the same formula holds.
   double eps_reacted(double z_at, double h_at) const;
-  // The kept or newly computed terms of the present depth.
+  // The logarithms at the present depth.
   const DepthTerms& depth_terms();
-
-  // ---- Accepted steps
-  // Takes in the accepted state y at time t_new: growth rate, interval of growth, and history if the point is recorded.
-  void record_step(double t_new, const double* y);
-  // Asked after each accepted step; false would end the run with error_text as the reason.
-  bool keep_running() const { return true; }
-  // Extends the last segment of the list by the interval from z_prev to z, or appends a new one behind a gap.
-  void append_segment(std::vector<DepthSegment>& list) const;
-
-  // ---- V-defects. Energies are those of one defect, J.
-  // Energy of the dislocation loop around a defect that reaches from z_base to z_at [m].
-  double loop_energy(double z_at, double z_base) const;
-  // J2 is J2_factor() times the integral of w ln(1 + k w) over the film above z0, with k = J2_k(rho) [1/m].
-  double J2_factor() const;
-  double J2_k(double rho) const;
-  // Balance term of the dislocations that V-defects of density rho [m^-2] bring into the layer above z0.
-  double J2_of(double rho) const;
-  // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.
-  double energy_balance(double E, double rho) const;
-  // Looks through the first n candidates for the one with the lowest balance at the present depth that is less than
-  // below [J]. blocks are those of the lists.
-  Z0Search search_z0(const CandidateLists& lists, std::size_t n, CandidateBlocks& blocks, double below = 0.0) const;
-  // Balance term of the depth z_at, with h and the integrals that it was grown at.
-  double K1_of(double z_at, double h_at, double I0_at, double I1_at) const;
-  // Looks through the history for the depth with the most negative balance; sets z0, z0_index when there is one.
-  void find_z0();
-  // Keeps the state at z0: the thickness grown in tension, m, and the four integrals. The density starts at 0.
-  void set_state_at_z0(double h_at, double I0_at, double I1_at, double J0_0_at, double J0_1_at);
-  // J0 at the present integrals.
-  double J0_of() const;
-  // Factor of J1: the biaxial stress of the strain relieved up to z0, times 2 b tan(V).
-  double stiff_relieved() const;
-  // Keeps the state at z0 and cuts the segments there; directly after find_z0 has set z0.
-  void start_V_defects();
-  // Brings the balance terms and rho_VD up to the present point.
-  void update_V_defects();
-  // Writes the density at which the balance is zero, never below rho_VD, to rho_VD_candidate. Always true.
-  bool solve_rho_VD(double& rho_VD_candidate);
 
   // ---- Result file
   // Writes the whole file and closes it; nothing if it is not open. success: with the rows of the post-stages.
@@ -325,13 +289,9 @@ class SurfChemNonst {
   void write_stage_rows(bool is_pre, double z_start_nm);
   // A row for each recorded point.
   void write_profile();
-  // The sections of the single-point layout.
-  void write_point_state();
-  void write_point_history();
-  void write_point_fluxes();
 };
 
-// 1.0 above 1, v from 0 to 1, else 0.0 (also for not-a-number).
+// 1.0 above 1, v from 0 to 1, else 0.0 (also for NaN).
 inline double clamp_fraction(double v) {
   if (v > 1.0) return 1.0;
   return v >= 0.0 ? v : 0.0;
@@ -345,14 +305,11 @@ inline double SurfChemNonst::lattice_a(const double* x_solid) const {
   return a;
 }
 
-// Value of the range at a fraction of the stage; what is not above 0 becomes 0.
+// Value of the range at a fraction of the stage; a value that is not above 0 becomes 0.
 double interpolate(const ValueRange& range, double fraction);
 
 // Reduced collision function of the Lennard-Jones potential at the reduced temperature T_star.
 double omega_inverse(double T_star);
-
-// Integral of x ln(1 + k x) from 0 to x; 0 for k x < 1e-6.
-double F_segment(double k, double x);
 
 // Biaxial modulus of In0.1Ga0.9N, Pa.
 double modulus_M();
@@ -360,7 +317,7 @@ double modulus_M();
 // Fills the species lists of the model with the built-in records.
 void fill_species_lists(SurfChemNonst& model);
 
-// Checks that the elements of nitride growth are there, marks and numbers the species, fills D_binary.
+// Checks that the elements of nitride growth are present, marks and numbers the species, fills D_binary.
 // False with err 100 to 103 and error_text set.
 bool species_check(SurfChemNonst& model, std::int32_t& err);
 

@@ -1,8 +1,13 @@
-// Gas transport through the stagnant layer: diffusion coefficients by Wilke's mixture rule on Chapman-Enskog binary
-// coefficients (Bird, Stewart, Lightfoot, Transport Phenomena), and the thickness of the layer by transport model.
+// Gas transport through the stagnant layer (docs/physics.md, section 3): diffusion coefficients by Wilke's mixture rule
+// on Chapman-Enskog binary coefficients (Bird, Stewart, Lightfoot, Transport Phenomena), and the thickness of the layer
+// by transport model.
+//
+// In order: layers at construction, collision function, diffusion in the mixture, layers under given conditions.
 #include "model/transport.h"
 
 #include <cmath>
+
+#include "model/constants.h"
 
 namespace vorlen {
 
@@ -12,17 +17,16 @@ constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
 constexpr double D_MIN = 1e-20;       // m^2/s
 constexpr double GR_REF_MIN = 1e-10;  // nm/s
 constexpr double NM = 1e-9;
-constexpr double GAN_MOLAR_MASS = 84.0;  // kg/kmol, of the reference layer
-constexpr double GAN_DENSITY = 6150.0;   // kg/m^3
 constexpr double OMEGA_FIT_FROM = 0.3;   // reduced temperature above which the fit in its logarithm holds
 constexpr double OMEGA_LOG_SHIFT = 1.4;  // of that logarithm
 
-bool refuse(SurfChemNonst& m, const char* text) {
+bool reject(SurfChemNonst& m, const char* text) {
   m.error_text = text;
   return false;
 }
 
-// omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT.
+// omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT. This fit and the one below OMEGA_FIT_FROM
+// are fits of this model; docs/physics.md, section 3, compares them with Neufeld's collision integral.
 double omega_inverse_of(double L) {
   const double u = 1.0 / L;
   return ((0.19779 - 0.0225768 * u) * u - 0.16845) + (((0.0071131 * L) - 0.0926718) * L + 0.64373) * L;
@@ -35,22 +39,23 @@ GasSpecies reference_precursor(double Q_TMGa) { return !(Q_TMGa < FLOW_MIN) ? TM
 bool set_reference_layer(SurfChemNonst& m) {
   m.Q_ref_total = 0.0;
   for (double Q : m.Q_ref) m.Q_ref_total += Q;
-  if (m.Q_ref_total < FLOW_MIN) return refuse(m, "Total refence flow rate is less than 1e-10 sccm");
+  if (m.Q_ref_total < FLOW_MIN) return reject(m, "Total refence flow rate is less than 1e-10 sccm");
   if (m.Q_ref[TMGa_g] < FLOW_MIN && m.Q_ref[TEGa_g] < FLOW_MIN) {
-    return refuse(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
+    return reject(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
   }
   std::array<double, N_GAS> x_ref{};
   std::array<double, N_GAS> D_ref{};
   for (std::size_t i = 0; i < N_FLOWS; ++i) x_ref[i] = m.Q_ref[i] / m.Q_ref_total;
   m.mix_diffusion(m.T_ref, m.P_ref, x_ref.data(), D_ref.data());
   if (D_ref[TMGa_g] < D_MIN && D_ref[TEGa_g] < D_MIN) {
-    return refuse(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
+    return reject(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
   }
-  if (m.GR_ref < GR_REF_MIN) return refuse(m, "Refence growth rate is less than 1e-10");
+  if (m.GR_ref < GR_REF_MIN) return reject(m, "Refence growth rate is less than 1e-10");
   m.GR_ref *= NM;
   const GasSpecies r = reference_precursor(m.Q_ref[TMGa_g]);
+  const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
   const double delta_0 =
-      (1.0 / m.GR_ref) * x_ref[r] * m.P_ref * D_ref[r] / (R_J * m.T_ref) * GAN_MOLAR_MASS / GAN_DENSITY;
+      (1.0 / m.GR_ref) * x_ref[r] * m.P_ref * D_ref[r] / (R_TRANSPORT * m.T_ref) * GaN.molar_mass / GaN.rho;
   for (StageRecord& stage : m.active_stages) {
     stage.delta = delta_0;
     stage.delta_ref = D_ref[r];
@@ -76,7 +81,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     const double Q_TMGa = x_av[TMGa_g];
     if (Q_TMGa < FLOW_MIN && x_av[TEGa_g] < FLOW_MIN) {
       if (k == 0) {
-        return refuse(m,
+        return reject(m,
                       "Flow rates of TMGa and TEGa are less than 1e-10 sccm on first stage. It is not compatible with "
                       "transport model InGaN_GR_X.");
       }
@@ -90,7 +95,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     const double X_In = stage.XIn_average;
     const double X_Al = stage.XAl_average;
     const GasSpecies r = reference_precursor(Q_TMGa);
-    const double f = (1.0 / GR) * x_av[r] * P_av * D_av[r] / (R_J * T_av);
+    const double f = (1.0 / GR) * x_av[r] * P_av * D_av[r] / (R_TRANSPORT * T_av);
     const std::vector<BulkSpeciesRecord>& b = m.bulk_species;
     const double V_In = X_In / (1.0 - X_In - X_Al) * b[InN_b].molar_mass / b[InN_b].rho;
     const double V_Ga = b[GaN_b].molar_mass / b[GaN_b].rho;
@@ -167,7 +172,7 @@ bool set_transport_layers(SurfChemNonst& model) {
     case TRANSPORT_InGaN_GR_X:
       return set_prescribed_growth_layers(model);
     case TRANSPORT_InGaN_GR:
-      return refuse(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
+      return reject(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
     default:
       return true;
   }

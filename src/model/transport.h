@@ -5,8 +5,6 @@
 
 namespace vorlen {
 
-inline constexpr double R_J = 8314.0;  // gas constant of the transport, J/(kmol K)
-
 // Computes the layers of all stages for thick_GaN and InGaN_GR_X. False with error_text set when the reference or the
 // flows give no layer, or for InGaN_GR.
 bool set_transport_layers(SurfChemNonst& model);

@@ -1,5 +1,5 @@
-// The file is read here and handed to the XML library as a text: the library's own way of reading leaves its buffer and
-// an open file behind when memory runs out.
+// The file is read here and passed to the XML library as a string: the library's own reader leaks its buffer and the
+// open file when memory runs out.
 #include "recipe/load_document.h"
 
 #include <fcntl.h>
@@ -11,17 +11,16 @@
 #include <cstdio>
 #include <new>
 
-#include "recipe/parse_document.h"
 #include "recipe/xml_nesting.h"
 
 namespace vorlen {
 
 namespace {
 
-// Some 90000 stages written out. Parsed, a text takes up to 70 times its size in memory.
+// About 90000 stages. The parsed document takes up to 70 times the size of the text.
 constexpr off_t FILE_SIZE_MAX = off_t{64} << 20;  // bytes
 
-// A file that is open for reading, closed at the end of its scope.
+// An open file, closed at the end of its scope.
 struct OpenFile {
   int descriptor = -1;
 
@@ -35,8 +34,9 @@ struct OpenFile {
 
 enum class FileResult { read, unreadable, too_large, no_memory };
 
-// Reads the whole file. What is there but no file (a directory, a pipe, a device) may do something when it is opened,
-// and never end: it is not opened, and unreadable. So is a file with less in it than it says.
+// Reads the whole file. Anything but a regular file is unreadable and not opened, because opening a pipe or a device
+// may have an effect, or block, and reading it may never end. A file that is shorter than its size is unreadable as
+// well.
 FileResult read_file(const char* path, std::string& text) {
   struct stat status;
   if (stat(path, &status) != 0) return errno == ENOMEM ? FileResult::no_memory : FileResult::unreadable;
@@ -56,23 +56,23 @@ FileResult read_file(const char* path, std::string& text) {
   return FileResult::read;
 }
 
-// Makes of a file's text what the parser is to see: the text up to its first zero, with LF for the line ends of other
-// systems, CR LF and CR. Four zeros follow: the parser steps over the last character by the length that its first byte
-// tells, which is up to four and may lead behind the end.
+// Turns the content of a file into the text for the parser: ends it at the first zero byte, replaces CR LF and CR by
+// LF, and appends four zeros. The parser skips a character by the length that its first byte implies, up to four bytes,
+// which may lead beyond the end of a truncated last character.
 void make_text_for_parser(std::string& text) {
   text.resize(std::min(text.find('\0'), text.size()));
   std::size_t length = 0;
-  bool behind_CR = false;
+  bool after_CR = false;
   for (const char c : text) {
-    if (c != '\n' || !behind_CR) text[length++] = c == '\r' ? '\n' : c;
-    behind_CR = c == '\r';
+    if (c != '\n' || !after_CR) text[length++] = c == '\r' ? '\n' : c;
+    after_CR = c == '\r';
   }
   text.resize(length);
   text.append(4, '\0');
 }
 
-// Throws std::bad_alloc unless that many bytes are to be had at once. A system may hand out memory in small pieces that
-// it does not have, and ends the process when they are used; one large piece it refuses.
+// Throws std::bad_alloc unless that many bytes can be allocated in one block. A system that overcommits memory grants
+// many small blocks beyond what it has and ends the process when they are used, but it rejects one large block.
 void require_memory(std::size_t size) {
   void* volatile block = ::operator new(size);
   ::operator delete(block);
@@ -81,10 +81,10 @@ void require_memory(std::size_t size) {
 }  // namespace
 
 std::size_t tree_size_max(const std::string& text) {
-  constexpr std::size_t BLOCK_OVERHEAD = 32;  // of the allocator, with rounding up
+  constexpr std::size_t BLOCK_OVERHEAD = 32;  // of the allocator, including rounding up
   const auto count = [&text](char c) { return static_cast<std::size_t>(std::count(text.begin(), text.end(), c)); };
-  // Each "<" opens at most one element, or other tag, and ends at most one piece of text; each "=" stands for at most
-  // one attribute. A string may have twice the room that it needs, and grows beside its old self.
+  // Each "<" starts at most one element or other tag and ends at most one piece of text. Each "=" belongs to at most
+  // one attribute. A string may have twice the capacity that it needs, and keeps its old block while it grows.
   const std::size_t tags = count('<') + 1;
   const std::size_t attributes = count('=');
   return tags * (sizeof(TiXmlElement) + sizeof(TiXmlText) + 4 * BLOCK_OVERHEAD) +
@@ -102,7 +102,7 @@ bool load_document(const char* path, TiXmlDocument& document, std::string& error
       error = start + "File is larger than 64 MiB";
       return false;
     case FileResult::unreadable:
-      document.LoadFile(static_cast<std::FILE*>(nullptr));  // for the library's own text
+      document.LoadFile(static_cast<std::FILE*>(nullptr));  // sets the library's error text
       break;
     case FileResult::read:
       make_text_for_parser(text);
@@ -116,7 +116,7 @@ bool load_document(const char* path, TiXmlDocument& document, std::string& error
         return false;
       }
       require_memory(tree_size_max(text));
-      parse_document(text.c_str(), document);
+      document.Parse(text.c_str());
       break;
   }
   if (!document.Error()) return true;

@@ -1,4 +1,4 @@
-// The file level of the recipe reader: an XML file as a parsed document.
+// Reads an XML file into a parsed document.
 #pragma once
 
 #include <tinyxml.h>
@@ -8,12 +8,14 @@
 
 namespace vorlen {
 
-// Reads the file at path and parses it into document, which is to be empty. False with error set to "Error reading
-// file", the path and the reason when it can't be read, is no file or is no XML; or to "Out of memory" when the C
-// library has none to open it. Else std::bad_alloc when memory runs out.
+// Reads the file at path and parses it into document, which must be empty. Returns false if the path is not a readable
+// regular file or its content is not well-formed XML; error is then "Error reading file", the path and the reason. Also
+// returns false, with "Out of memory", if the system lacks memory to open the file. Throws std::bad_alloc if any other
+// allocation fails; the nodes that the XML parser has not yet linked into document are then leaked.
 bool load_document(const char* path, TiXmlDocument& document, std::string& error);
 
-// An upper limit of what the parser allocates for the tree of the text, bytes.
+// Upper limit of the memory that the parser takes for the document of the text, bytes. load_document checks that this
+// much is free before it parses.
 std::size_t tree_size_max(const std::string& text);
 
 }  // namespace vorlen

@@ -1,5 +1,6 @@
 // The built-in species of the nitride chemistry: 14 gas, 3 bulk and 5 adsorbed species with molar masses, atoms,
-// thermodynamic polynomials, Lennard-Jones parameters and, for the bulk, crystal data.
+// thermodynamic polynomials, Lennard-Jones parameters and, for the bulk, crystal data. The sources of the data are in
+// species_data.cpp.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +8,9 @@
 #include <vector>
 
 namespace vorlen {
+
+// Lattice constant a of GaN, angstrom. It is also the length of the Burgers vector, whatever the alloy.
+inline constexpr double A_GaN = 3.189;
 
 // Species numbers, used as array indices everywhere. The first eleven gas numbers are the flow numbers.
 enum GasSpecies {
@@ -67,7 +71,7 @@ struct BulkSpeciesRecord : ThermoSpeciesRecord {
 // phi = phi3/x^2 + phi1 + phi4/x + phi2 ln x + phi5 x + phi6 x^2 + phi7 x^3.
 double gibbs_energy(const ThermoSpeciesRecord& record, double T);
 
-// What the free energies of all species at one temperature have in common.
+// Powers and logarithm that the free energies of all species at one temperature have in common.
 struct FreeEnergyPowers {
   explicit FreeEnergyPowers(double temperature);
   double T;   // K

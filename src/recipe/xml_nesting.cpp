@@ -1,8 +1,8 @@
-// Walks over the text as the XML library's parser does, with a count in place of the recursion. What holds no elements
-// (declarations, comments, texts, attributes) the library itself passes here, so that both agree on where it ends: that
-// depends on the encoding, on the bytes that the library takes for one character, and on blanks that can't be seen.
+// Walks over the text like the XML library's parser, but counts instead of recursing. Parts without elements
+// (declarations, comments, text, attributes) are skipped by the library's own functions, so that both agree on where a
+// part ends: this depends on the encoding, on how the library decodes characters, and on invisible blanks.
 //
-// Where the parser stops at a fault, this may go on: it never finds less than the parser would meet.
+// The parser stops at a syntax error; this walk may continue. So it never finds less than the parser does.
 #include "recipe/xml_nesting.h"
 
 #include <tinyxml.h>
@@ -14,14 +14,14 @@ namespace vorlen {
 
 namespace {
 
-// The library's rules for blanks, names and words. Never made an object.
+// Access to the library's rules for blanks, names and words. Never instantiated.
 struct ParserRules : TiXmlBase {
   using TiXmlBase::ReadName;
   using TiXmlBase::SkipWhiteSpace;
   using TiXmlBase::StringEqual;
 };
 
-// A place in the text is null behind a fault.
+// The functions below take a position in the text and return the one after what they skip, or null after an error.
 bool at_end(const char* place) { return place == nullptr || *place == '\0'; }
 
 bool starts(const char* place, const char* word) { return std::strncmp(place, word, std::strlen(word)) == 0; }
@@ -30,19 +30,19 @@ bool starts_declaration(const char* place) {
   return ParserRules::StringEqual(place, "<?xml", true, TIXML_ENCODING_UNKNOWN);
 }
 
-// First character of an element's name; bytes of other alphabets count as letters.
+// First character of an element's name. Non-ASCII bytes count as letters.
 bool is_name_start(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || static_cast<unsigned char>(c) >= 127;
 }
 
-// Behind a part of the document that holds no elements.
+// Skips a part of the document that contains no elements.
 template <typename Part>
-const char* behind(Part part, const char* place, TiXmlEncoding encoding) {
+const char* skip(Part part, const char* place, TiXmlEncoding encoding) {
   return part.Parse(place, nullptr, encoding);
 }
 
-// Behind a declaration, which settles the encoding when none is known yet.
-const char* behind_declaration(const char* place, TiXmlEncoding& encoding) {
+// Skips a declaration, which determines the encoding if it is still unknown.
+const char* skip_declaration(const char* place, TiXmlEncoding& encoding) {
   TiXmlDeclaration declaration;
   place = declaration.Parse(place, nullptr, encoding);
   if (encoding != TIXML_ENCODING_UNKNOWN) return place;
@@ -55,8 +55,8 @@ const char* behind_declaration(const char* place, TiXmlEncoding& encoding) {
   return place;
 }
 
-// Behind a start tag. opens says whether the element has a content; n_attributes counts its attributes.
-const char* behind_start_tag(const char* place, TiXmlEncoding encoding, bool& opens, int& n_attributes) {
+// Skips a start tag. Sets opens if the element has content, and counts its attributes in n_attributes.
+const char* skip_start_tag(const char* place, TiXmlEncoding encoding, bool& opens, int& n_attributes) {
   std::string name;
   place = ParserRules::SkipWhiteSpace(place + 1, encoding);
   if (at_end(place)) return nullptr;
@@ -76,7 +76,7 @@ const char* behind_start_tag(const char* place, TiXmlEncoding encoding, bool& op
   return nullptr;
 }
 
-const char* behind_end_tag(const char* place) {
+const char* skip_end_tag(const char* place) {
   const char* end = std::strchr(place, '>');
   return end == nullptr ? nullptr : end + 1;
 }
@@ -90,27 +90,27 @@ XmlShape shape_of_xml(const std::string& text) {
   const char* place = ParserRules::SkipWhiteSpace(text.c_str(), encoding);
   while (!at_end(place) && shape.nesting <= NESTING_MAX && shape.attributes <= ATTRIBUTES_MAX) {
     if (*place != '<') {
-      if (depth == 0) break;  // text outside of the elements ends the parsing
-      place = behind(TiXmlText(""), place, encoding);
+      if (depth == 0) break;  // the parser stops at text outside the elements
+      place = skip(TiXmlText(""), place, encoding);
     } else if (depth > 0 && starts(place, "</")) {
       --depth;
-      place = behind_end_tag(place);
+      place = skip_end_tag(place);
     } else if (starts_declaration(place)) {
-      // A declaration inside an element settles nothing.
+      // A declaration inside an element does not change the encoding.
       TiXmlEncoding inside = encoding;
-      place = behind_declaration(place, depth == 0 ? encoding : inside);
+      place = skip_declaration(place, depth == 0 ? encoding : inside);
     } else if (starts(place, "<!--")) {
-      place = behind(TiXmlComment(), place, encoding);
+      place = skip(TiXmlComment(), place, encoding);
     } else if (starts(place, "<![CDATA[")) {
-      place = behind(TiXmlText(""), place, encoding);
+      place = skip(TiXmlText(""), place, encoding);
     } else if (is_name_start(place[1])) {
       bool opens = false;
       int n_attributes = 0;
-      place = behind_start_tag(place, encoding, opens, n_attributes);
+      place = skip_start_tag(place, encoding, opens, n_attributes);
       if (opens) shape.nesting = std::max(shape.nesting, ++depth);
       shape.attributes = std::max(shape.attributes, n_attributes);
     } else {
-      place = behind(TiXmlUnknown(), place, encoding);
+      place = skip(TiXmlUnknown(), place, encoding);
     }
     place = ParserRules::SkipWhiteSpace(place, encoding);
   }

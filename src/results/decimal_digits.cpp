@@ -1,5 +1,5 @@
 // Digits of a number: its mantissa times a power of ten from a table, in integers of 64 and 128 bits. The table holds
-// the leading 128 bits of each power, so the product is known to two units of the 64th bit behind the last digit.
+// the leading 128 bits of each power, so the product is known to two units of the 64th bit after the last digit.
 #include "results/decimal_digits.h"
 
 #include <array>
@@ -121,8 +121,8 @@ DecimalDigits decimal_digits(double value) {
   const int power = 16 - exponent;
   const PowerOfTen& ten = POWERS_OF_TEN[static_cast<std::size_t>(power - LEAST_POWER)];
 
-  // X = P 2^(b + binary_exponent(power) - 190) where P is mantissa times the 128 bits of 10^power with what is behind
-  // them. What is behind them adds less than mantissa < 2^64 to P, and so does the lower half of the lower product,
+  // X = P 2^(b + binary_exponent(power) - 190) where P is mantissa times all bits of 10^power. Those after the first 128
+  // add less than mantissa < 2^64 to P, and so does the lower half of the lower product,
   // which is dropped here: 2^64 product <= P < 2^64 (product + 2).
   const uint128 factor = mantissa;
   const uint128 product = factor * ten.high + (factor * ten.low >> 64);
@@ -131,7 +131,7 @@ DecimalDigits decimal_digits(double value) {
   const int shift = 62 - b - binary_exponent(power);  // 6 to 9
   std::uint64_t digits = high >> shift;
 
-  // What X has behind its last digit, in units of 2^-60: at least rest, and less than rest + 2. Where that takes X over
+  // The part of X after its last digit, in units of 2^-60: at least rest, and less than rest + 2. Where that takes X over
   // the next whole number, rest is far above half, and rounding goes there as well.
   std::uint64_t rest = (high << (64 - shift) | low >> shift) >> 4;
   std::uint64_t half = std::uint64_t{1} << 59;

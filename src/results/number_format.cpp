@@ -36,7 +36,7 @@ constexpr std::uint64_t ONE = std::uint64_t{1} << POINT;
 constexpr std::uint64_t TEN_TO_8 = 100000000;
 std::uint64_t in_10_to_8(std::uint64_t number) { return number * (ONE / TEN_TO_8 + 1); }
 
-// Writes the eight digits behind the point. Each product by 100 brings the next two before it; after all four the
+// Writes the eight digits after the point. Each product by 100 moves the next two in front of it; after all four the
 // number is too large by less than 10^17 units, and these are less than one.
 void write_eight_digits(char* buffer, std::uint64_t number) {
   for (int k = 0; k < 8; k += 2) {

@@ -21,10 +21,9 @@ void append_row_format(std::string& text, double value);
 // The values in row format, separated by one blank.
 void append_columns(std::string& text, std::initializer_list<double> values);
 
-// Writes the columns of a table row by row. The text of the last row is kept, and only the columns whose values have
-// changed are written anew in it: as a copy where the value stands in the column before, or where the columns (z)
-// repeat the columns (t): seven columns before the first of them, six before the others, which have no rho_VD0 among
-// them.
+// Writes a table row by row. It keeps the text of the last row and rewrites only the columns whose values have changed,
+// by a copy if an earlier column of the row has the same value: the one just before, or the column (t) that a column (z)
+// repeats, which is seven columns before the first of them and six before the others (there is no rho_VD0(z)).
 class ColumnWriter {
  public:
   ColumnWriter();
@@ -36,13 +35,13 @@ class ColumnWriter {
  private:
   static constexpr std::size_t MAX_COLUMNS = 25;
 
-  // A column before this one that holds the same value, bit for bit; the column itself if there is none to be found.
+  // A column before this one that holds the same value, bit for bit; the column itself if there is none.
   std::size_t equal_column(std::size_t column) const;
 
-  // Makes room for length characters in a column, moving those behind it.
+  // Makes room for length characters in a column, moving the columns after it.
   void resize(std::size_t column, std::size_t length);
 
-  // The last row, zeros at first, with a blank behind each column.
+  // The last row, initially zeros, with a blank after each column.
   std::array<std::uint64_t, MAX_COLUMNS> bits_{};     // of the values
   std::array<std::size_t, MAX_COLUMNS + 1> begin_{};  // of each column in text_; at the end its length
   std::array<char, MAX_COLUMNS*(ROW_FORMAT_MAX + 1)> text_;

@@ -1,11 +1,12 @@
-// The numbers of the result file: thickness of each active stage, and the data rows. A row stands for one depth and for
-// the moment at which that depth was the surface. Columns marked (t) tell the surface at that moment, with the V-defect
-// density of that moment; columns marked (z) the same depth in the finished structure, with the final density.
+// The numbers of the result file: thickness of each active stage, and the data rows. A row describes one depth and the
+// moment at which that depth was the surface. Columns (t) are the surface at that moment, with the V-defect density of
+// that moment; columns (z) are the same depth in the finished structure, with the final density.
 #include <memory>
 
+#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
+#include "results/columns.h"
 #include "results/number_format.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 
@@ -15,10 +16,10 @@ constexpr double M_TO_NM = 1e9;
 constexpr double I1_SCALE = 1e10;
 
 // Rows are collected in a block, which goes to the stream when the next row might not fit: the larger the block, the
-// less time the system takes for the file. A row has 39 columns at most, each with a blank behind it, and the end of
-// the line.
+// less time the system takes for the file. Each column is followed by a blank, and the row by the end of the line.
 constexpr std::size_t WRITE_BLOCK = 1 << 20;  // bytes
-constexpr std::size_t ROW_MAX = 39 * (ROW_FORMAT_MAX + 1) + 1;
+constexpr std::size_t COLUMNS_MAX = N_RESULT_COLUMNS + N_SURFACE_COLUMNS + N_RELAXATION_COLUMNS;
+constexpr std::size_t ROW_MAX = COLUMNS_MAX * (ROW_FORMAT_MAX + 1) + 1;
 
 }  // namespace
 
@@ -26,17 +27,17 @@ void SurfChemNonst::stage_thicknesses() {
   if (active_stages.empty()) return;
   const std::size_t last = active_stages.size() - 1;
   std::size_t k = 0;
-  for (std::size_t i = 1; i < hist_t.size(); ++i) {
+  for (std::size_t i = 1; i < history.t.size(); ++i) {
     StageRecord& stage = active_stages[k];
-    const double t_now = hist_t[i];
-    const double dt = t_now - hist_t[i - 1];
-    const double dz = (hist_z[i] - hist_z[i - 1]) * M_TO_NM;
+    const double t_now = history.t[i];
+    const double dt = t_now - history.t[i - 1];
+    const double dz = (history.z[i] - history.z[i - 1]) * M_TO_NM;
     if (t_now <= stage.time.end) {
       stage.thickness += dz;
       continue;
     }
-    // The step crosses a boundary: its growth is shared out in proportion to time.
-    stage.thickness += (stage.time.end - hist_t[i - 1]) * dz / dt;
+    // The step crosses a boundary: its growth is divided in proportion to time.
+    stage.thickness += (stage.time.end - history.t[i - 1]) * dz / dt;
     while (k < last) {
       StageRecord& next = active_stages[++k];
       if (t_now <= next.time.end) {
@@ -64,16 +65,16 @@ void SurfChemNonst::write_profile() {
     end = block.get();
   };
   ColumnWriter columns, concentrations, relaxation;
-  for (std::size_t i = 0; i < hist_t.size(); ++i) {
-    const double x_row[N_BULK] = {hist_xIn[i], hist_xGa[i], hist_xAl[i]};
-    const double z_row = hist_z[i];
-    while (k < last && hist_t[i] > active_stages[k].time.end) ++k;
+  for (std::size_t i = 0; i < history.t.size(); ++i) {
+    const double x_row[N_BULK] = {history.x_In[i], history.x_Ga[i], history.x_Al[i]};
+    const double z_row = history.z[i];
+    while (k < last && history.t[i] > active_stages[k].time.end) ++k;
     const StageRecord& stage = active_stages[k];
     const double a = lattice_a(x_row);
     double e_t, e_z, d_t, d_z;
     if (relaxes) {
-      const double h_row = hist_h[i];
-      rho_t = hist_rho_VD[i];
+      const double h_row = history.h[i];
+      rho_t = history.rho_VD[i];
       z0_nm = z0 <= z_row ? z0 * M_TO_NM : 0.0;
       e_t = eps_in_plane(a, rho_t, z_row, h_row);
       a_t = (e_t + 1.0) * a;
@@ -83,24 +84,24 @@ void SurfChemNonst::write_profile() {
       d_z = rho_TD_at(rho_VD, z_row, h_row);
     } else {
       e_t = e_z = eps_in_plane(a, 0.0, z_row, 0.0);
-      d_t = d_z = interpolate(stage.rho_D, (hist_t[i] - stage.time.val) / stage.tau);
+      d_t = d_z = interpolate(stage.rho_D, (history.t[i] - stage.time.val) / stage.tau);
     }
     const double q = -2.0 * strain_ratio(x_row);
     end = columns.write_row(
-        end, {hist_t[i], z_row * M_TO_NM, hist_Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
+        end, {history.t[i], z_row * M_TO_NM, history.Vg[i] * M_TO_NM, x_row[0], x_row[1], x_row[2], d_t,
               (rho_t + rho_t) * M2_TO_CM2, a_t, e_t, e_t, e_t * q, 0.0, d_z, a_z, e_z, e_z, e_z * q, 0.0});
     *end++ = ' ';
     if (detail_output) {
-      end = concentrations.write_row(
-          end, {x_row[0] + x_row[1] + x_row[2], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i]});
+      end = concentrations.write_row(end, {x_row[0] + x_row[1] + x_row[2], history.c_In[i], history.c_Ga[i],
+                                           history.c_Al[i], history.c_N[i], history.c_H[i]});
       *end++ = ' ';
       if (relaxes) {
-        const bool has_integrals = i < hist_I0.size();
+        const bool has_integrals = i < history.I0.size();
         end = relaxation.write_row(
-            end, {z0_nm, hist_rho_VD[i], hist_K1[i], hist_h[i] * M_TO_NM, has_integrals ? hist_I0[i] : 0.0,
-                  has_integrals ? hist_I1[i] * I1_SCALE : 0.0, has_integrals ? hist_J0_0[i] : 0.0,
-                  has_integrals ? hist_J0_1[i] : 0.0, hist_J0[i], hist_J1[i], hist_J2[i], hist_deltaE[i],
-                  hist_E_V_loop[i], hist_r[i]});
+            end, {z0_nm, history.rho_VD[i], history.K1[i], history.h[i] * M_TO_NM, has_integrals ? history.I0[i] : 0.0,
+                  has_integrals ? history.I1[i] * I1_SCALE : 0.0, has_integrals ? history.J0_0[i] : 0.0,
+                  has_integrals ? history.J0_1[i] : 0.0, history.J0[i], history.J1[i], history.J2[i], history.deltaE[i],
+                  history.E_V_loop[i], history.r[i]});
       }
     }
     *end++ = '\n';

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <limits>
 
-#include "strain/dislocation_constants.h"
+#include "model/dislocation_constants.h"
 
 namespace vorlen {
 
@@ -118,27 +119,60 @@ void thin_out(const SurfChemNonst& m, std::vector<RowSample>& samples, std::size
   samples.resize(rows.size());
 }
 
-// The lists of the history that hold a value for each row.
+// The lists of the history that have a value for each row until V-defects open.
 std::vector<std::vector<double>*> lists_of(SurfChemNonst& m) {
-  std::vector<std::vector<double>*> lists = {&m.hist_t, &m.hist_z, &m.hist_Vg, &m.hist_xIn, &m.hist_xGa, &m.hist_xAl};
-  if (m.stress_model == STRESS_V_dislocation) lists.insert(lists.end(), {&m.hist_h, &m.hist_rho_VD});
+  std::vector<std::vector<double>*> lists;
+  const auto add = [&lists](std::initializer_list<std::vector<double>*> more) {
+    for (std::vector<double>* list : more) lists.push_back(list);
+  };
+  History& h = m.history;
+  const bool relaxes = m.stress_model == STRESS_V_dislocation;
+  add({&h.t, &h.z, &h.Vg, &h.x_In, &h.x_Ga, &h.x_Al});
+  if (relaxes) add({&h.h, &h.rho_VD});
+  if (!m.detail_output) return lists;
+  add({&h.c_In, &h.c_Ga, &h.c_Al, &h.c_N, &h.c_H});
+  if (relaxes) add({&h.I0, &h.I1, &h.J0_0, &h.J0_1, &h.J0, &h.J1, &h.J2, &h.deltaE, &h.E_V_loop, &h.K1, &h.r});
   return lists;
 }
 
 double next_above(double t) { return std::nextafter(t, std::numeric_limits<double>::infinity()); }
 
-void append(SurfChemNonst& m, const RowSample& s, double t) {
-  m.hist_t.push_back(t);
-  m.hist_z.push_back(s.z);
-  m.hist_Vg.push_back(s.GR);
-  m.hist_xIn.push_back(s.x_b[InN_b]);
-  m.hist_xGa.push_back(s.x_b[GaN_b]);
-  m.hist_xAl.push_back(s.x_b[AlN_b]);
-  const bool relaxes = m.stress_model == STRESS_V_dislocation;
-  if (relaxes) {
-    m.hist_h.push_back(s.h);
-    m.hist_rho_VD.push_back(s.rho_VD);
+void append_detail(SurfChemNonst& m, const RowDetail& d) {
+  History& h = m.history;
+  h.c_In.push_back(d.c_a[In_a]);
+  h.c_Ga.push_back(d.c_a[Ga_a]);
+  h.c_Al.push_back(d.c_a[Al_a]);
+  h.c_N.push_back(d.c_a[N_a]);
+  h.c_H.push_back(d.c_a[H_a]);
+  if (m.stress_model != STRESS_V_dislocation) return;
+  if (m.z0 < 0.0) {
+    h.I0.push_back(d.I0);
+    h.I1.push_back(d.I1);
+    h.J0_0.push_back(d.J0_0);
+    h.J0_1.push_back(d.J0_1);
   }
+  h.J0.push_back(ENERGY_SCALE * d.J0);
+  h.J1.push_back(ENERGY_SCALE * d.J1);
+  h.J2.push_back(ENERGY_SCALE * d.J2);
+  h.deltaE.push_back(ENERGY_SCALE * d.deltaE);
+  h.E_V_loop.push_back(ENERGY_SCALE * d.E_V_loop);
+  h.K1.push_back(ENERGY_SCALE * d.I1);  // I1 starts at 0
+  h.r.push_back(d.r);
+}
+
+void append(SurfChemNonst& m, const RowSample& s, double t) {
+  History& h = m.history;
+  h.t.push_back(t);
+  h.z.push_back(s.z);
+  h.Vg.push_back(s.GR);
+  h.x_In.push_back(s.x_b[InN_b]);
+  h.x_Ga.push_back(s.x_b[GaN_b]);
+  h.x_Al.push_back(s.x_b[AlN_b]);
+  if (m.stress_model == STRESS_V_dislocation) {
+    h.h.push_back(s.h);
+    h.rho_VD.push_back(s.rho_VD);
+  }
+  if (m.detail_output) append_detail(m, s.detail);
 }
 
 }  // namespace
@@ -153,8 +187,8 @@ void finish_rows(SurfChemNonst& m, RowSelection& selection) {
   thin_out(m, samples, MAX_SELECTED);
   for (const RowSample& s : samples) {
     const double t = selection.begin + s.t;
-    const bool is_later = m.hist_t.empty() || t > m.hist_t.back();
-    append(m, s, is_later ? t : next_above(m.hist_t.back()));
+    const bool is_later = m.history.t.empty() || t > m.history.t.back();
+    append(m, s, is_later ? t : next_above(m.history.t.back()));
   }
   samples.clear();
 }
@@ -162,9 +196,9 @@ void finish_rows(SurfChemNonst& m, RowSelection& selection) {
 void add_rows_at_z0(SurfChemNonst& m) {
   constexpr double FIRST_DEPTH = 5e-12;  // of the first row above z0, m; far below 1 / k for any density
   constexpr double RATIO = 1.1;          // of the depths of two rows
-  // Heights from the top down, to insert rows from behind.
+  // From the top down: rows are inserted from the end.
   std::vector<double> heights;
-  for (double depth = FIRST_DEPTH; m.z0 + depth < m.hist_z.back(); depth *= RATIO) heights.push_back(m.z0 + depth);
+  for (double depth = FIRST_DEPTH; m.z0 + depth < m.history.z.back(); depth *= RATIO) heights.push_back(m.z0 + depth);
   std::reverse(heights.begin(), heights.end());
   heights.push_back(m.z0);
   heights.push_back(std::nextafter(m.z0, 0.0));
@@ -178,13 +212,13 @@ void add_rows_at_z0(SurfChemNonst& m) {
     }
   };
   for (double z : heights) {
-    while (m.hist_z.size() > 1 && m.hist_z[m.hist_z.size() - 2] >= z) take_last();
-    const std::size_t last = m.hist_z.size() - 1;
-    if (last == 0 || !(m.hist_z[last] > z)) continue;
-    const double share = (z - m.hist_z[last - 1]) / (m.hist_z[last] - m.hist_z[last - 1]);
-    double t = m.hist_t[last - 1] + share * (m.hist_t[last] - m.hist_t[last - 1]);
+    while (m.history.z.size() > 1 && m.history.z[m.history.z.size() - 2] >= z) take_last();
+    const std::size_t last = m.history.z.size() - 1;
+    if (last == 0 || !(m.history.z[last] > z)) continue;
+    const double share = (z - m.history.z[last - 1]) / (m.history.z[last] - m.history.z[last - 1]);
+    double t = m.history.t[last - 1] + share * (m.history.t[last] - m.history.t[last - 1]);
     if (z == m.z0) t = next_above(t);  // the row under it is at t
-    if (!(t > m.hist_t[last - 1] && t < m.hist_t[last])) continue;
+    if (!(t > m.history.t[last - 1] && t < m.history.t[last])) continue;
     std::vector<double> row;
     row.reserve(lists.size());
     for (const std::vector<double>* list : lists) {

@@ -1,14 +1,15 @@
-// The result file: header, layer block, column heading, and the rows of pre-stages, active stages and post-stages; or
-// the single-point layout for mode 1. The whole file is written in one go after the integration.
+// The result file: header, layer block, column heading, and the rows of pre-stages, active stages and post-stages. The
+// whole file is written in one go after the integration.
 #include "model/surfchem_nonst.h"
+#include "results/columns.h"
 #include "results/number_format.h"
+#include "results/single_point.h"
 
 namespace vorlen {
 
 namespace {
 
 constexpr double M_TO_NM = 1e9;
-constexpr double M_PER_S_TO_MKM_PER_HR = 3600000000.0;
 
 template <class Stage>
 void append_layers(std::string& text, const std::vector<Stage>& stages, int& number) {
@@ -32,11 +33,8 @@ void write_text(std::ofstream& out, const std::string& text) {
 
 void SurfChemNonst::write_results(bool success) {
   if (!out.is_open()) return;
-  if (mode != 0) {
-    write_point_state();
-    write_point_history();
-    write_point_fluxes();
-    out.close();
+  if (single_point.selected) {
+    write_single_point(*this);
     return;
   }
   stage_thicknesses();
@@ -60,54 +58,7 @@ void SurfChemNonst::write_header() {
 }
 
 void SurfChemNonst::write_column_heads() {
-  std::string text =
-      "#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
-      "rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)";
-  if (detail_output) {
-    text += " sumX In Ga Al N H";
-    if (stress_model == STRESS_V_dislocation) {
-      text += " z0(nm) rho_VD K1 h I0 I1 J0_0 J0_1 J0 J1 J2 deltaE E_V_loop r";
-    }
-  }
-  text += '\n';
-  write_text(out, text);
-}
-
-void SurfChemNonst::write_point_state() {
-  std::string text = "T P delta ";
-  for (std::int32_t i : reported_species) text += gas_species[static_cast<std::size_t>(i)].name + ' ';
-  text += '\n';
-  for (double value : {T, P, delta[0]}) {
-    append_general(text, value);
-    text += ' ';
-  }
-  for (std::int32_t i : reported_species) {
-    append_general(text, p[static_cast<std::size_t>(i)]);
-    text += ' ';
-  }
-  text += "\n\n";
-  write_text(out, text);
-}
-
-void SurfChemNonst::write_point_history() {
-  std::string text = "t(s) In Ga Al N H GR(mkm/hr) X z(nm)\n";
-  for (std::size_t i = 0; i < hist_t.size(); ++i) {
-    append_columns(text, {hist_t[i], hist_In[i], hist_Ga[i], hist_Al[i], hist_N[i], hist_H[i],
-                          hist_Vg[i] * M_PER_S_TO_MKM_PER_HR, hist_xIn[i], hist_z[i] * M_TO_NM});
-    text += '\n';
-  }
-  write_text(out, text);
-}
-
-void SurfChemNonst::write_point_fluxes() {
-  if (reported_species.empty()) return;
-  std::string text = "\nMolar fluxes: ";
-  for (std::int32_t i : reported_species) text += gas_species[static_cast<std::size_t>(i)].name + ' ';
-  text += '\n';
-  for (std::int32_t i : reported_species) {
-    append_row_format(text, J[static_cast<std::size_t>(i)]);
-    text += ' ';
-  }
+  std::string text = result_heading(detail_output, stress_model == STRESS_V_dislocation);
   text += '\n';
   write_text(out, text);
 }

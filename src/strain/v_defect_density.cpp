@@ -4,8 +4,9 @@
 #include <cmath>
 #include <limits>
 
-#include "model/staged_equations.h"
-#include "strain/dislocation_constants.h"
+#include "model/dislocation_constants.h"
+#include "strain/v_defect_energy.h"
+#include "strain/z0_search.h"
 
 namespace vorlen {
 
@@ -18,10 +19,11 @@ constexpr double SERIES_LIMIT = 0.1;          // k x below which the closed form
 constexpr int SERIES_TERMS = 15;              // which leave 1e-17 at the limit
 constexpr double SAME_W = 1e-15;              // m
 
-double w_above_z0(const SurfChemNonst& m) { return m.z - m.z0 - m.h + m.h_z0; }
+// Of the surface.
+double w_above_z0(const SurfChemNonst& m) { return w_above_z0(m, m.z, m.h); }
 
-// Takes dh [m] grown in tension at the effective thickness w into the list, and its w dh into the integral. dh below 0
-// takes growth back from the end of the list.
+// Adds dh [m] grown in tension at the effective thickness w to the list, and w dh to the integral. A negative dh
+// removes growth from the end of the list.
 void add_tension(std::vector<TensionSegment>& list, double w, double dh, double& integral) {
   while (dh < 0.0 && !list.empty()) {
     TensionSegment& last = list.back();
@@ -33,7 +35,7 @@ void add_tension(std::vector<TensionSegment>& list, double w, double dh, double&
   }
   if (!(dh > 0.0)) return;
   integral += w * dh;
-  // In tension w is constant to rounding.
+  // In tension w is constant but for rounding.
   if (!list.empty() && std::abs(list.back().w - w) < SAME_W) {
     list.back().dh += dh;
   } else {
@@ -67,53 +69,53 @@ Term relaxing_term(double k, double x) {
 
 // J2 at the state in the model and its derivative by rho. dh: grown in tension since the last accepted state, at
 // w_step.
-Term J2_term(const StagedEquations& e, double rho, double w_step, double dh) {
-  const SurfChemNonst& m = e.model;
-  const double k = m.J2_k(rho);
+Term J2_term(const StagedLayer& layer, double rho, double w_step, double dh) {
+  const SurfChemNonst& m = layer.model;
+  const double k = J2_k(m, rho);
   Term sum = relaxing_term(k, w_above_z0(m));
   const auto add = [&sum, k](double w, double thickness) {
     sum.value += std::log1p(k * w) * w * thickness;
     sum.slope += w * w / (k * w + 1.0) * thickness;
   };
-  for (const TensionSegment& s : e.tension) add(s.w, s.dh);
+  for (const TensionSegment& s : layer.tension) add(s.w, s.dh);
   add(w_step, dh);
-  const double c = m.J2_factor();
+  const double c = J2_factor(m);
   return {c * sum.value, c * sum.slope * (2.0 * L_TD * m.tan_V)};
 }
 
 CandidateLists lists_of(const Film& film) { return {film.z, film.h, film.I0, film.I1}; }
 
 // The balance of V-defects that reach down to height z_at of the film.
-double balance_at(const StagedEquations& e, double z_at) {
-  const SurfChemNonst& m = e.model;
-  const FilmPoint p = film_at(e.film, z_at);
-  return m.loop_energy(m.z, z_at) + m.K1_of(z_at, p.h, p.I0, p.I1);
+double balance_at(const StagedLayer& layer, double z_at) {
+  const SurfChemNonst& m = layer.model;
+  const FilmPoint p = film_at(layer.film, z_at);
+  return candidate_balance(m, z_at, p.h, p.I0, p.I1);
 }
 
 // The depth with the lowest balance between low and high, by golden-section search; one of the ends if that is lower.
-double lowest_between(const StagedEquations& e, double low, double high) {
+double lowest_between(const StagedLayer& layer, double low, double high) {
   const double ends[] = {low, high};
   constexpr double SECTION = 0.6180339887498949;
   double c = high - SECTION * (high - low), d = low + SECTION * (high - low);
-  double f_c = balance_at(e, c), f_d = balance_at(e, d);
+  double f_c = balance_at(layer, c), f_d = balance_at(layer, d);
   while (c < d && high - low > Z0_TOLERANCE) {
     if (f_c < f_d) {
       high = d;
       d = c;
       f_d = f_c;
       c = high - SECTION * (high - low);
-      f_c = balance_at(e, c);
+      f_c = balance_at(layer, c);
     } else {
       low = c;
       c = d;
       f_c = f_d;
       d = low + SECTION * (high - low);
-      f_d = balance_at(e, d);
+      f_d = balance_at(layer, d);
     }
   }
   double best = 0.5 * (low + high);
   for (double end : ends) {
-    if (balance_at(e, end) < balance_at(e, best)) best = end;
+    if (balance_at(layer, end) < balance_at(layer, best)) best = end;
   }
   return best;
 }
@@ -124,80 +126,80 @@ struct LowestBalance {
   double balance = std::numeric_limits<double>::infinity();
 };
 
-// Looks between left and right, too. Between knots the balance dips less than it rises to the neighbours.
-void look_between(const StagedEquations& e, double left, double right, LowestBalance& lowest) {
-  const double rise = std::max(balance_at(e, left), balance_at(e, right)) - lowest.balance;
+// Searches between left and right as well. Between knots the balance dips less than it rises to the neighbours.
+void look_between(const StagedLayer& layer, double left, double right, LowestBalance& lowest) {
+  const double rise = std::max(balance_at(layer, left), balance_at(layer, right)) - lowest.balance;
   if (lowest.balance > rise) return;
-  const double refined = lowest_between(e, left, right);
-  const double balance = balance_at(e, refined);
+  const double refined = lowest_between(layer, left, right);
+  const double balance = balance_at(layer, refined);
   if (balance < lowest.balance) lowest = {refined, balance};
 }
 
-LowestBalance lowest_balance(StagedEquations& e) {
-  const SurfChemNonst& m = e.model;
-  const std::vector<double>& z = e.film.z;
+LowestBalance lowest_balance(StagedLayer& layer) {
+  const SurfChemNonst& m = layer.model;
+  const std::vector<double>& z = layer.film.z;
   const double highest = m.z - CANDIDATE_DEPTH;
   if (!(highest > z.front())) return {};
   // The lowest knot, even if the highest candidate is lower: the balance may be lower still beside the knot. It is
-  // nearly always the one of the last search, which leaves little to look through.
-  std::size_t i = e.lowest_knot < z.size() && z[e.lowest_knot] <= highest ? e.lowest_knot : 0;
-  LowestBalance at_knot{z[i], balance_at(e, z[i])};
-  const Z0Search search = m.search_z0(lists_of(e.film), z.size(), e.film.candidate_blocks, at_knot.balance);
+  // nearly always that of the last search, which leaves little to search.
+  std::size_t i = layer.lowest_knot < z.size() && z[layer.lowest_knot] <= highest ? layer.lowest_knot : 0;
+  LowestBalance at_knot{z[i], balance_at(layer, z[i])};
+  const Z0Search search = search_z0(m, lists_of(layer.film), z.size(), layer.film.candidate_blocks, at_knot.balance);
   if (search.found) {
     i = search.index;
     at_knot = {z[i], search.balance};
   }
-  e.lowest_knot = i;
-  look_between(e, z[i > 0 ? i - 1 : 0], i + 1 < z.size() ? std::min(highest, z[i + 1]) : highest, at_knot);
+  layer.lowest_knot = i;
+  look_between(layer, z[i > 0 ? i - 1 : 0], i + 1 < z.size() ? std::min(highest, z[i + 1]) : highest, at_knot);
   // The lowest depth may also be between the last knot that is deep enough and the highest candidate.
-  LowestBalance at_highest{highest, balance_at(e, highest)};
-  if (search.passed > i + 1) look_between(e, z[search.passed - 1], highest, at_highest);
+  LowestBalance at_highest{highest, balance_at(layer, highest)};
+  if (search.passed > i + 1) look_between(layer, z[search.passed - 1], highest, at_highest);
   return at_highest.balance < at_knot.balance ? at_highest : at_knot;
 }
 
 }  // namespace
 
-bool v_defects_open(StagedEquations& e) {
+bool v_defects_open(StagedLayer& layer) {
   // Only growth under compression lowers a balance.
-  return e.film.compressed_from < e.film.z.size() && lowest_balance(e).balance < 0.0;
+  return layer.film.compressed_from < layer.film.z.size() && lowest_balance(layer).balance < 0.0;
 }
 
-void open_v_defects(StagedEquations& e) {
-  SurfChemNonst& m = e.model;
-  // A rounding may lie between the uppermost candidate and the start of the film.
-  m.z0 = std::max(lowest_balance(e).z0, e.film.z.front());
-  const FilmPoint at_z0 = film_at(e.film, m.z0);
-  m.set_state_at_z0(at_z0.h, at_z0.I0, at_z0.I1, at_z0.J0_0, at_z0.J0_1);
-  e.open = true;
-  e.rho_accepted = 0.0;
-  e.J1_tension = 0.0;
-  e.tension.clear();
+void open_v_defects(StagedLayer& layer) {
+  SurfChemNonst& m = layer.model;
+  // The uppermost candidate may be below the start of the film by a rounding error.
+  m.z0 = std::max(lowest_balance(layer).z0, layer.film.z.front());
+  const FilmPoint at_z0 = film_at(layer.film, m.z0);
+  set_state_at_z0(m, at_z0.h, at_z0.J0_0, at_z0.J0_1);
+  layer.open = true;
+  layer.rho_accepted = 0.0;
+  layer.J1_tension = 0.0;
+  layer.tension.clear();
   FilmPoint from = at_z0;
   double before_opening = 0.0;
-  const auto first = std::upper_bound(e.film.z.begin(), e.film.z.end(), m.z0) - e.film.z.begin();
-  for (auto i = static_cast<std::size_t>(first); i < e.film.z.size(); ++i) {
-    const FilmPoint to = film_at(e.film, e.film.z[i]);
-    const auto w = [&m](const FilmPoint& p) { return p.z - m.z0 - p.h + m.h_z0; };
-    add_tension(e.tension, 0.5 * (w(from) + w(to)), to.h - from.h, before_opening);
+  const auto first = std::upper_bound(layer.film.z.begin(), layer.film.z.end(), m.z0) - layer.film.z.begin();
+  for (auto i = static_cast<std::size_t>(first); i < layer.film.z.size(); ++i) {
+    const FilmPoint to = film_at(layer.film, layer.film.z[i]);
+    const auto w = [&m](const FilmPoint& p) { return w_above_z0(m, p.z, p.h); };
+    add_tension(layer.tension, 0.5 * (w(from) + w(to)), to.h - from.h, before_opening);
     from = to;
   }
-  e.h_accepted = from.h;
-  e.w_accepted = from.z - m.z0 - from.h + m.h_z0;
-  e.w_open = w_above_z0(m);
+  layer.h_accepted = from.h;
+  layer.w_accepted = w_above_z0(m, from.z, from.h);
+  layer.w_open = w_above_z0(m);
 }
 
 // The balance is concave in the density, so that the iterates of Newton's method rise towards its root.
-double v_defect_density(const StagedEquations& e) {
-  SurfChemNonst& m = e.model;
+double v_defect_density(const StagedLayer& layer) {
+  SurfChemNonst& m = layer.model;
   const double w = w_above_z0(m);
-  if (w < e.w_open) return e.rho_accepted;  // evaporated below the surface on which they opened
-  const double w_step = 0.5 * (w + e.w_accepted), dh = m.h - e.h_accepted;
-  m.J0 = m.J0_of();
-  m.J1 = m.stiff_relieved() * (0.5 * (w * w - e.w_open * e.w_open) + (e.J1_tension + w_step * dh));
-  const double E = m.loop_energy(m.z, m.z0);
-  double rho = e.rho_accepted;
+  if (w < layer.w_open) return layer.rho_accepted;  // evaporated below the surface on which they opened
+  const double w_step = 0.5 * (w + layer.w_accepted), dh = m.h - layer.h_accepted;
+  m.J0 = J0_of(m);
+  m.J1 = stiff_relieved(m) * (0.5 * (w * w - layer.w_open * layer.w_open) + (layer.J1_tension + w_step * dh));
+  const double E = loop_energy(m, m.z, m.z0);
+  double rho = layer.rho_accepted;
   for (int i = 0; i < MAX_ITERATIONS && rho < RHO_VD_MAX; ++i) {
-    const Term J2 = J2_term(e, rho, w_step, dh);
+    const Term J2 = J2_term(layer, rho, w_step, dh);
     const double balance = E + m.J0 + m.J1 + J2.value;
     if (!(balance < -BALANCE_ZERO)) return rho;
     const double step = -balance / J2.slope;
@@ -207,14 +209,20 @@ double v_defect_density(const StagedEquations& e) {
   return rho > RHO_VD_MAX ? RHO_VD_MAX : rho;
 }
 
-void accept_v_defects(StagedEquations& e) {
-  if (!e.open) return;
-  const SurfChemNonst& m = e.model;
+double v_defect_J2(const StagedLayer& layer) {
+  const SurfChemNonst& m = layer.model;
+  const double w_step = 0.5 * (w_above_z0(m) + layer.w_accepted);
+  return J2_term(layer, m.rho_VD, w_step, m.h - layer.h_accepted).value;
+}
+
+void accept_v_defects(StagedLayer& layer) {
+  if (!layer.open) return;
+  const SurfChemNonst& m = layer.model;
   const double w = w_above_z0(m);
-  add_tension(e.tension, 0.5 * (w + e.w_accepted), m.h - e.h_accepted, e.J1_tension);
-  e.w_accepted = w;
-  e.h_accepted = m.h;
-  e.rho_accepted = m.rho_VD;
+  add_tension(layer.tension, 0.5 * (w + layer.w_accepted), m.h - layer.h_accepted, layer.J1_tension);
+  layer.w_accepted = w;
+  layer.h_accepted = m.h;
+  layer.rho_accepted = m.rho_VD;
 }
 
 }  // namespace vorlen

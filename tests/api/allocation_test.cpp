@@ -1,4 +1,4 @@
-// Memory: between the first and the last step nothing is allocated but for the history.
+// Between the first and the last step a run allocates nothing except for the history.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -7,6 +7,7 @@
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
 #include "recipe/read_recipe.h"
+#include "strain/record_step.h"
 #include "support/allocation_counter.h"
 #include "support/recipe_builder.h"
 
@@ -15,7 +16,7 @@ namespace {
 
 using namespace vorlen;
 
-// The model with the number of allocations outside record_step.
+// Counts the allocations between calls of record_step.
 struct Watched {
   SurfChemNonst& model;
   long count_at_last_step = -1;
@@ -36,17 +37,17 @@ void step(std::int32_t, double, double x, const double* y, const double*, std::i
   Watched& watched = *static_cast<Watched*>(context);
   if (watched.count_at_last_step >= 0) watched.allocated += allocations - watched.count_at_last_step;
   ++watched.steps;
-  watched.model.record_step(x, y);
+  record_step(watched.model, x, y);
   watched.count_at_last_step = allocations;
 }
 
 class Allocations : public testing::TestWithParam<const char*> {};
 
-// Between the first and the last accepted step nothing is allocated but by record_step, which grows the history.
+// record_step itself may allocate: it grows the history.
 TEST_P(Allocations, NoneBetweenTheFirstAndTheLastStep) {
   const TempFolder folder;
   const RecipeBuilder builder({.stress_model = GetParam(), .n_stages = 2});
-  // A ramp, so that the conditions are looked up at each evaluation.
+  // With a ramp, each evaluation looks up the conditions.
   RecipeBuilder ramped = builder;
   ramped.set_range("process_stages/stage_2/T", "1030", "1050");
   ProcessRecipe recipe;

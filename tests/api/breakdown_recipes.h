@@ -1,4 +1,4 @@
-// Recipes whose integration breaks down or nearly does.
+// Recipes whose integration fails or almost fails.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace vorlen_test {
 
-// The one stage of a breakdown recipe; the layer below is GaN.
+// The only active stage of such a recipe, on GaN.
 struct Breakdown {
   const char* name;
   const char* stress_model;
@@ -16,7 +16,7 @@ struct Breakdown {
   const char* T_end;  // K
   const char* P;      // Pa
   const char* delta;  // m
-  const char* TMGa;   // sccm, as the other flows
+  const char* TMGa;   // sccm, like the other flows
   const char* TMAl;
   const char* NH3;
   const char* H2;
@@ -41,7 +41,7 @@ inline RecipeBuilder breakdown_recipe(const Breakdown& b) {
   return recipe;
 }
 
-// Aluminium alone on GaN, with little ammonia: not one step is small enough.
+// Aluminium alone on GaN with little ammonia: no first step is small enough.
 inline constexpr Breakdown ALUMINIUM_FIRST = {.name = "AluminiumFirst",
                                               .stress_model = "relax",
                                               .tau = 10,

@@ -1,6 +1,6 @@
-// Runs that break down: the first stage brings aluminium alone, or the surface is near the equilibrium of GaN, where
-// its net rate changes sign. Whatever becomes of them, they end within the limits of every run: 1000000 steps, recorded
-// points at least 1 ms apart, lines of 19 columns.
+// Runs that break down: the first stage supplies only aluminium, or the surface is near the equilibrium of GaN, where
+// its net rate changes sign. However they end, they respect the limits of every run: 1000000 steps, recorded points at
+// least 1 ms apart, lines of 19 columns.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@
 namespace vorlen_test {
 namespace {
 
-// 19 columns of a sign, a digit, the point, 16 digits, e, a sign and three digits, with a blank, and the line's end.
+// 19 columns and a line feed. A column is a sign, a digit, a point, 16 digits, an e, a sign, three digits and a blank.
 constexpr std::size_t LINE_MAX_BYTES = 19 * 25 + 1;
 constexpr std::size_t HEADER_MAX_BYTES = 1000;
 
@@ -60,8 +60,8 @@ TEST_P(Breakdowns, EndWithinTheLimitsOfEveryRun) {
   EXPECT_LE(file.size(), static_cast<std::size_t>(points) * LINE_MAX_BYTES + HEADER_MAX_BYTES);
 }
 
-// Under the staged scheme a run that ends normally is right: finite rows that rise in time, and fractions from 0 to 1.
-TEST_P(Breakdowns, EndInTheStagedSchemeWithATextOrWithARightFilm) {
+// Under the staged scheme a run that ends normally has finite rows, increasing times, and fractions from 0 to 1.
+TEST_P(Breakdowns, EndUnderTheStagedSchemeWithATextOrAValidFilm) {
   const TempFolder folder;
   const std::string output = folder.path("out.txt");
   vorlen::ProcessRecipe recipe;
@@ -74,7 +74,7 @@ TEST_P(Breakdowns, EndInTheStagedSchemeWithATextOrWithARightFilm) {
   EXPECT_LE(counters.step_count, 20000) << error;
   RecordProperty("text", error);
   std::istringstream file(read_file(output));
-  int rows = -1;  // with those of the pre-stage
+  int rows = -1;  // including those of the pre-stage; -1 before the heading
   double t_before = 0.0;
   for (std::string line; std::getline(file, line);) {
     if (rows < 0) {

@@ -1,4 +1,4 @@
-/* A host in C: c_host RECIPE runs the recipe without a result file, and sees the text of a recipe that is not there. */
+/* A host in C: c_host RECIPE runs the recipe without a result file, then checks the text for a missing recipe. */
 #include <stdio.h>
 #include <string.h>
 

@@ -1,5 +1,5 @@
-/* A host that finds the library while it runs: dlopen_host LIBRARY RECIPE opens it, runs the recipe and closes it, more
- * than once, and keeps the text of a recipe that is not there when the library is gone. */
+/* A host that opens the library at run time: dlopen_host LIBRARY RECIPE opens it, runs the recipe and closes it, three
+ * times. The text for a missing recipe must remain valid after the library is closed. */
 #include <dlfcn.h>
 #include <stdio.h>
 #include <string.h>
@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
     run_function run;
     void* library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
     if (library == NULL) return fail("dlopen", dlerror());
-    /* The way of POSIX from a pointer to data to one to a function. */
+    /* The POSIX way to convert a data pointer to a function pointer. */
     *(void**)(&run) = dlsym(library, "runSurfChem");
     if (run == NULL) return fail("dlsym", dlerror());
     if (run(argv[2], "", text) != 0) return fail("run", text);

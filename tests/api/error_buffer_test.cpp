@@ -1,4 +1,5 @@
-// The error buffer for texts of every length: what fits is told whole, the rest is cut, and no byte outside is touched.
+// The error buffer, for texts of every length: texts that fit are complete, longer ones are cut, and no byte outside
+// the buffer is touched.
 #include "api/error_buffer.h"
 
 #include <gtest/gtest.h>
@@ -17,15 +18,14 @@ namespace {
 constexpr std::size_t BUFFER_SIZE = VORLEN_ERROR_BUFFER_SIZE;
 constexpr std::size_t LENGTH_MAX = 5000;  // of the texts; more than twice the buffer
 
-// A text without a repeated neighbour, so that a shifted copy differs.
+// Neighbouring characters differ, so that a shifted copy is noticed.
 std::string text_of(std::size_t length) {
   std::string text;
   for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
   return text;
 }
 
-// The buffer at the very end of a page, before one that must not be touched: a byte written or read behind it ends the
-// program.
+// A buffer at the end of a page, followed by a page without access: reading or writing a byte after the buffer crashes.
 struct BufferAtTheEdge {
   std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   void* pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -49,10 +49,10 @@ TEST(ErrorBuffer, TextsOfEveryLengthAreCopiedOrCut) {
   }
 }
 
-TEST(ErrorBuffer, ANullBufferTakesNoText) { vorlen::copy_error_text("text", nullptr); }
+TEST(ErrorBuffer, ANullBufferIsIgnored) { vorlen::copy_error_text("text", nullptr); }
 
-// "Error reading file " + path + line feed + "Failed to open file": 39 bytes more than the path has.
-TEST(ErrorBuffer, TextsOfEveryLengthComeThroughTheCall) {
+// "Error reading file " + path + line feed + "Failed to open file": 39 bytes longer than the path.
+TEST(ErrorBuffer, TextsOfEveryLengthAreReturnedByTheCall) {
   const std::size_t frame = std::string("Error reading file \nFailed to open file").size();
   for (std::size_t length = frame; length <= LENGTH_MAX; ++length) {
     const std::string path = text_of(length - frame);
@@ -63,7 +63,7 @@ TEST(ErrorBuffer, TextsOfEveryLengthComeThroughTheCall) {
   }
 }
 
-TEST(ErrorBuffer, ATextThatTheRecipeMakesLongIsCutToo) {
+TEST(ErrorBuffer, ALongTextFromTheRecipeIsCut) {
   const TempFolder folder;
   for (const std::size_t length : {std::size_t{0}, std::size_t{2000}, BUFFER_SIZE, LENGTH_MAX}) {
     const std::string material = text_of(length);
@@ -75,7 +75,7 @@ TEST(ErrorBuffer, ATextThatTheRecipeMakesLongIsCutToo) {
   }
 }
 
-TEST(ErrorBuffer, NothingBehindItIsTouched) {
+TEST(ErrorBuffer, NothingAfterItIsTouched) {
   const BufferAtTheEdge edge;
   ASSERT_NE(MAP_FAILED, edge.pages);
   for (const std::size_t length : {std::size_t{0}, std::size_t{1}, BUFFER_SIZE - 40, BUFFER_SIZE, LENGTH_MAX}) {
@@ -85,12 +85,12 @@ TEST(ErrorBuffer, NothingBehindItIsTouched) {
   }
 }
 
-TEST(ErrorBuffer, ASuccessTouchesNoByteOfIt) {
+TEST(ErrorBuffer, ASuccessDoesNotTouchIt) {
   const TempFolder folder;
   const std::string recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
   const BufferAtTheEdge edge;
   ASSERT_NE(MAP_FAILED, edge.pages);
-  // Memory that can't even be read: a success has no business there.
+  // Memory that cannot even be read.
   ASSERT_EQ(0, mprotect(edge.pages, edge.page, PROT_NONE));
   EXPECT_EQ(0, runSurfChem(recipe.c_str(), folder.path("out.txt").c_str(), edge.buffer));
 }

@@ -1,4 +1,4 @@
-/* What no file of the library may do; library_symbols.sh must find it. */
+/* Calls that no file of the library may make. library_symbols.sh must report them. */
 #include <locale.h>
 #include <stdio.h>
 #include <stdlib.h>

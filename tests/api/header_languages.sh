@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# header_languages.sh HEADER: the public header compiles by itself as C99 and later C, and as C++ from the first
-# standard on, with every warning an error, under each compiler that is installed.
+# header_languages.sh HEADER: the public header compiles on its own as C99 and later, and as C++98 and later, without
+# warnings, with each installed compiler.
 set -euo pipefail
 header=$1
 tried=0
@@ -13,12 +13,12 @@ check() {
   command -v "$compiler" >/dev/null || return 0
   for standard in "$@"; do
     tried=$((tried + 1))
-    # Twice: the header guards itself.
+    # Included twice: the include guard works.
     if ! printf '#include "%s"\n#include "%s"\nint use(char* text);\nint use(char* text) { return (int)runSurfChem("", "", text); }\n' \
       "$header" "$header" |
       "$compiler" -x "$language" "-std=$standard" -pedantic -Wall -Wextra -Wconversion -Wshadow -Wundef -Werror \
         -fsyntax-only -; then
-      echo "$compiler -std=$standard refuses the header"
+      echo "$compiler -std=$standard rejects the header"
       status=1
     fi
   done

@@ -1,5 +1,5 @@
-// Recipes with numbers that make no sense, and of the largest size: each ends, with a text or without one. A limit of
-// steps stands for the time that a host would wait.
+// Recipes with meaningless numbers and recipes of the largest size: every run ends, with or without a text. A limit of
+// steps replaces the patience of a host.
 #include <gtest/gtest.h>
 #include <pthread.h>
 
@@ -28,7 +28,7 @@ struct Place {
   std::size_t length;
 };
 
-// The attribute values of the recipe that are numbers.
+// The numeric attribute values of the recipe.
 std::vector<Place> numbers_of(const std::string& text) {
   std::vector<Place> places;
   for (std::size_t quote = text.find('"', text.find("<NonstSurfChem")); quote != std::string::npos;) {
@@ -39,14 +39,14 @@ std::vector<Place> numbers_of(const std::string& text) {
   return places;
 }
 
-// Of the steps that a run may take; the staged scheme allows 200 more for each stage.
+// Steps that a run may take. The staged scheme allows 200 more per stage.
 std::int32_t step_limit(const vorlen::ProcessRecipe& recipe) {
   const auto stages = static_cast<std::int32_t>(recipe.active_stages.size());
   return STEPS + (recipe.scheme == vorlen::SCHEME_staged ? 200 * stages : 0);
 }
 
-// The first row of the active stages whose time, height, rate or fractions are not finite, or an empty text. What the
-// recipe says of the layers below and above is written as it is.
+// The first row of the active stages whose time, height, rate or fractions are not finite; empty if there is none. Rows
+// of the layers below and above repeat values of the recipe.
 std::string odd_row(const std::string& result, const RecipeOptions& options) {
   std::istringstream file(result.substr(result.find("#time")));
   std::vector<std::string> rows;
@@ -65,14 +65,14 @@ std::string odd_row(const std::string& result, const RecipeOptions& options) {
 
 class OddNumbers : public testing::TestWithParam<std::tuple<RecipeOptions, const char*>> {};
 
-TEST_P(OddNumbers, InEveryPlaceEndTheRunOrAreCalculatedWith) {
+TEST_P(OddNumbers, InEveryPlaceGiveATextOrAResult) {
   const TempFolder folder;
   RecipeBuilder builder(std::get<0>(GetParam()));
   builder.make_periodic(2, 2, 1).set("integration/scheme", std::get<1>(GetParam()));
   const std::string good = builder.text();
   const std::vector<Place> places = numbers_of(good);
   ASSERT_LT(70u, places.size());
-  int refused = 0;
+  int rejected = 0;
   int ran = 0;
   for (const Place& place : places) {
     for (const char* number : ODD_NUMBERS) {
@@ -83,7 +83,7 @@ TEST_P(OddNumbers, InEveryPlaceEndTheRunOrAreCalculatedWith) {
       const std::string path = write_file(folder.path("recipe.xml"), text);
       if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) {
         EXPECT_NE("", error);
-        ++refused;
+        ++rejected;
         continue;
       }
       vorlen::RunCounters counters;
@@ -97,8 +97,8 @@ TEST_P(OddNumbers, InEveryPlaceEndTheRunOrAreCalculatedWith) {
       ++ran;
     }
   }
-  // Refused is each "-inf" at least where a limit is stated, and something else always runs: 0 in place of a flow.
-  EXPECT_LT(100, refused);
+  // At least every "-inf" is rejected where there is a limit. Some values run in any case, such as 0 as a flow.
+  EXPECT_LT(100, rejected);
   EXPECT_LT(100, ran);
 }
 
@@ -119,8 +119,8 @@ INSTANTIATE_TEST_SUITE_P(
       return std::get<0>(instance.param).transport_model + "_" + std::get<1>(instance.param);
     });
 
-// The library itself, without a limit of steps, on numbers that are refused before a step is made.
-TEST(HostileRecipes, NumbersThatAreRefusedGiveATerminatedText) {
+// The exported function, without a limit of steps, with numbers that are rejected before the first step.
+TEST(HostileRecipes, RejectedNumbersGiveATerminatedText) {
   const TempFolder folder;
   for (const char* number : {"-inf", "-1e308", "", "abc", "1e-320"}) {
     const std::string path = RecipeBuilder().set("process_stages/stage_1/tau", number).write(folder.path("recipe.xml"));
@@ -131,7 +131,7 @@ TEST(HostileRecipes, NumbersThatAreRefusedGiveATerminatedText) {
   }
 }
 
-TEST(HostileRecipes, TwoThousandMillionPeriodsAreRefusedAtOnce) {
+TEST(HostileRecipes, TwoBillionPeriodsAreRejectedAtOnce) {
   const TempFolder folder;
   const std::string path = RecipeBuilder().make_periodic(1, 2147483647, 1).write(folder.path("recipe.xml"));
   const CallOutcome got = call_library(path, folder.path("out.txt"));
@@ -144,7 +144,7 @@ struct StackCall {
   CallOutcome outcome;
 };
 
-TEST(HostileRecipes, AWholeRunHasRoomOnAThreadWithAStackOf256KiB) {
+TEST(HostileRecipes, ARunFitsOnAThreadWithAStackOf256KiB) {
   const TempFolder folder;
   StackCall call{RecipeBuilder({.n_pre_stages = 2, .n_stages = 2, .n_post_stages = 1}).write(folder.path("recipe.xml")),
                  folder.path("out.txt"),
@@ -165,7 +165,7 @@ TEST(HostileRecipes, AWholeRunHasRoomOnAThreadWithAStackOf256KiB) {
   EXPECT_TRUE(std::filesystem::exists(call.output));
 }
 
-// The child elements name_1 to name_count, all with the content of name_1 of the recipe.
+// Child elements name_1 to name_count, each with the content of name_1 in the recipe.
 std::string list_of(const std::string& recipe, const std::string& name, int count) {
   const std::string begin = "<" + name + "1>";
   const std::string end = "</" + name + "1>";
@@ -200,7 +200,7 @@ TEST(HostileRecipes, ListsOf9999StagesEachAreReadAndRun) {
   EXPECT_EQ(9999u, recipe.pre_stages.size());
   EXPECT_EQ(9999u, recipe.active_stages.size());
   EXPECT_EQ(9999u, recipe.post_stages.size());
-  // Stages of 10 s each, one behind the other.
+  // Consecutive stages of 10 s.
   EXPECT_EQ(99990.0, recipe.active_stages.front().begin_time());
   EXPECT_EQ(299970.0, recipe.post_stages.back().end_time());
   EXPECT_EQ(vorlen::RUN_GAVE_UP_ON_STEPS,

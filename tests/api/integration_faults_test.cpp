@@ -1,5 +1,5 @@
-// Faults of the element integration at the interface: alone they end the call before the first step, and beside any
-// other fault of the recipe or of the output file they are not reported.
+// Errors in the element integration: they end the call before the first step, but any other error in the recipe or of
+// the output file is reported instead.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -51,7 +51,7 @@ TEST_F(IntegrationFaults, EachGives1AndItsText) {
     EXPECT_EQ(1, got.result);
     EXPECT_EQ(c.text, got.text);
     EXPECT_TRUE(got.guarded);
-    // As after a fault of the construction: opened, and without a row.
+    // As after an error of the construction: created, and empty.
     EXPECT_TRUE(std::filesystem::exists(folder.path("out.txt")));
     EXPECT_EQ("", read_file(folder.path("out.txt")));
     EXPECT_EQ(c.text, call(recipe, "").text);
@@ -90,7 +90,7 @@ TEST_F(IntegrationFaults, ComeAfterAnOutputFileThatCannotBeOpened) {
   EXPECT_EQ("Unable to open file " + output + " for writing", call(with_unknown_scheme(), output).text);
 }
 
-TEST_F(IntegrationFaults, OfAFileThatCannotBeReadNothingIsKnown) {
+TEST_F(IntegrationFaults, AreNotReportedForAFileThatCannotBeRead) {
   std::string text = with_unknown_scheme().text();
   const std::string path = write_file(folder.path("recipe.xml"), text.substr(0, text.size() - 5));
   EXPECT_EQ(0u, call_library(path, "").text.find("Error reading file " + path));
@@ -107,7 +107,7 @@ TEST_F(IntegrationFaults, TheDriverHasAStatusForThem) {
   EXPECT_EQ(0, counters.step_count);
 }
 
-// The continuous scheme is what a recipe without the element has always meant.
+// A recipe without the element runs under the continuous scheme.
 TEST_F(IntegrationFaults, TheContinuousSchemeGivesTheBytesOfARecipeWithoutTheElement) {
   const RecipeBuilder plain({.stress_model = "relax"});
   ASSERT_EQ(0, call(plain, folder.path("plain.txt")).result);

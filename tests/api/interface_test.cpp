@@ -1,4 +1,4 @@
-// The exported function as a host meets it: pointers, buffer, texts, paths, locale.
+// The exported function: pointers, buffer, texts, paths, locale.
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -16,12 +16,12 @@ const RecipeOptions STRESS_OFF = {.stress_model = "relax"};
 
 class Interface : public testing::Test {
  protected:
-  // A recipe that runs in a moment.
+  // A recipe that runs quickly.
   std::string good_recipe() const { return RecipeBuilder(STRESS_OFF).write(folder.path("good.xml")); }
   const TempFolder folder;
 };
 
-TEST_F(Interface, ASuccessLeavesTheBufferAsItWas) {
+TEST_F(Interface, ASuccessDoesNotTouchTheBuffer) {
   const CallOutcome got = call_library(good_recipe(), folder.path("out.txt"));
   EXPECT_EQ(0, got.result);
   EXPECT_TRUE(got.untouched);
@@ -29,20 +29,20 @@ TEST_F(Interface, ASuccessLeavesTheBufferAsItWas) {
   EXPECT_TRUE(std::filesystem::exists(folder.path("out.txt")));
 }
 
-TEST_F(Interface, ANullInputPathIsRefusedFirst) {
+TEST_F(Interface, ANullInputPathIsRejectedFirst) {
   char text[VORLEN_ERROR_BUFFER_SIZE];
   EXPECT_EQ(1, runSurfChem(nullptr, nullptr, text));
   EXPECT_STREQ("Input path is not specified", text);
   EXPECT_EQ(1, runSurfChem(nullptr, "", nullptr));
 }
 
-TEST_F(Interface, ANullOutputPathIsRefusedBeforeTheRecipeIsRead) {
+TEST_F(Interface, ANullOutputPathIsRejectedBeforeTheRecipeIsRead) {
   char text[VORLEN_ERROR_BUFFER_SIZE];
   EXPECT_EQ(1, runSurfChem("no such file", nullptr, text));
   EXPECT_STREQ("Output path is not specified", text);
 }
 
-TEST_F(Interface, ANullBufferTakesNoText) { EXPECT_EQ(1, runSurfChem("no such file", "", nullptr)); }
+TEST_F(Interface, ANullBufferIsIgnored) { EXPECT_EQ(1, runSurfChem("no such file", "", nullptr)); }
 
 TEST_F(Interface, AnEmptyOutputPathRunsWithoutAFile) {
   EXPECT_EQ(0, call_library(good_recipe(), "").result);
@@ -51,26 +51,26 @@ TEST_F(Interface, AnEmptyOutputPathRunsWithoutAFile) {
   EXPECT_EQ(1u, files);  // the recipe
 }
 
-TEST_F(Interface, ADirectoryAsRecipeReadsLikeAMissingFile) {
+TEST_F(Interface, ADirectoryAsRecipeIsReportedLikeAMissingFile) {
   const CallOutcome got = call_library(folder.path(), "");
   EXPECT_EQ(1, got.result);
   EXPECT_EQ("Error reading file " + folder.path() + "\nFailed to open file", got.text);
 }
 
-TEST_F(Interface, AReadingFaultDoesNotTouchTheOutputFile) {
+TEST_F(Interface, AnErrorOfTheReaderDoesNotTouchTheOutputFile) {
   write_file(folder.path("out.txt"), "earlier result");
   const std::string recipe = RecipeBuilder(STRESS_OFF).remove("material").write(folder.path("bad.xml"));
   EXPECT_EQ("Element NonstSurfChem:material is not found", call_library(recipe, folder.path("out.txt")).text);
   EXPECT_EQ("earlier result", read_file(folder.path("out.txt")));
 }
 
-TEST_F(Interface, AConstructionFaultLeavesAnEmptyOutputFile) {
+TEST_F(Interface, AnErrorOfTheConstructionLeavesAnEmptyOutputFile) {
   write_file(folder.path("out.txt"), "earlier result");
   const std::string recipe = RecipeBuilder(STRESS_OFF)
                                  .set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited")
                                  .write(folder.path("bad.xml"));
   const CallOutcome got = call_library(recipe, folder.path("out.txt"));
-  EXPECT_EQ(1, got.result);  // the construction's own status is -1
+  EXPECT_EQ(1, got.result);  // although the code of the construction is -1
   EXPECT_EQ("Cannot inherit dislocation density for first pre-stage", got.text);
   EXPECT_EQ("", read_file(folder.path("out.txt")));
 }
@@ -83,14 +83,14 @@ TEST_F(Interface, AnOutputFileThatCannotBeOpenedIsNamed) {
   EXPECT_EQ("Unable to open file " + folder.path() + " for writing", call_library(good_recipe(), folder.path()).text);
 }
 
-TEST_F(Interface, ATransportModelWithoutALayerIsRefused) {
+TEST_F(Interface, ATransportModelWithoutALayerIsRejected) {
   const std::string recipe =
       RecipeBuilder({.stress_model = "relax", .transport_model = "InGaN_GR"}).write(folder.path("r.xml"));
   EXPECT_EQ("Transport model InGaN_GR is not supported: it defines no transport layer", call_library(recipe, "").text);
 }
 
-// A locale with a decimal comma and grouping, whichever the machine has; and the C++ global locale with a comma of its
-// own, which needs no system locale.
+// A system locale with a decimal comma and grouping, if there is one, and a C++ global locale with a decimal comma,
+// which needs no system locale.
 struct CommaPunctuation : std::numpunct<char> {
   char do_decimal_point() const override { return ','; }
   char do_thousands_sep() const override { return '.'; }

@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# library_symbols.sh LIBRARY SOVERSION OBJECT...: the library exports runSurfChem and nothing else, under the SONAME that
-# hosts link; and none of its own object files asks for a function that ends, talks to or changes the process of the host.
-# The whole of the loader's list would say less: the C++ library and the XML library may well ask for such functions.
+# library_symbols.sh LIBRARY SOVERSION OBJECT...: the library exports only runSurfChem and has the right SONAME, and none
+# of its object files uses a function that ends or changes the host's process or writes to its streams. The object files
+# are checked rather than the library because the C++ library and the XML library do refer to such functions.
 set -euo pipefail
 library=$1
 soversion=$2
 shift 2
 if [ $# -eq 0 ]; then
-  echo "no object files to look at"
+  echo "no object files given"
   exit 2
 fi
 
@@ -24,7 +24,7 @@ forbidden=(
 status=0
 exported=$(nm -D --defined-only "$library" | awk '{print $3}' | sort)
 if [ "$exported" != "runSurfChem" ]; then
-  printf 'exported symbols, expected runSurfChem alone:\n%s\n' "$exported"
+  printf 'exported symbols, expected only runSurfChem:\n%s\n' "$exported"
   status=1
 fi
 soname=$(objdump -p "$library" | awk '$1 == "SONAME" {print $2}')
@@ -33,11 +33,11 @@ if [ "$soname" != "libVorlenSolver.so.$soversion" ]; then
   status=1
 fi
 for object in "$@"; do
-  # What is asked for, without the version behind an @.
-  asked=$(nm --undefined-only "$object" | awk '{sub(/@.*/, "", $2); print $2}')
-  found=$(grep -Fxf <(printf '%s\n' "${forbidden[@]}") <<<"$asked" || true)
+  # Undefined symbols without their version, which follows an @.
+  used=$(nm --undefined-only "$object" | awk '{sub(/@.*/, "", $2); print $2}')
+  found=$(grep -Fxf <(printf '%s\n' "${forbidden[@]}") <<<"$used" || true)
   if [ -n "$found" ]; then
-    echo "$(basename "$object") asks for:" $found
+    echo "$(basename "$object") uses:" $found
     status=1
   fi
 done

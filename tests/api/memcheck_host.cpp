@@ -1,5 +1,5 @@
-// A host that runs one recipe of each kind, for valgrind: with and without relaxation, one whose integration fails and
-// one that is faulty. Its exit status says whether each ended as it should.
+// A host for valgrind. Runs one recipe of each kind: with and without relaxation, staged, one whose integration fails
+// and one with an error. Exit status 0 if each run ended as expected.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -19,7 +19,7 @@ bool ends_with(const RecipeBuilder& recipe, const char* expected) {
   char text[VORLEN_ERROR_BUFFER_SIZE] = "";
   const int result = runSurfChem(input.c_str(), output.c_str(), text);
   if (std::strcmp(text, expected) == 0 && (result == 0) == (*expected == '\0')) return true;
-  std::fprintf(stderr, "%d %s, not %s\n", result, text, expected);
+  std::fprintf(stderr, "%d %s, expected %s\n", result, text, expected);
   return false;
 }
 

@@ -1,5 +1,5 @@
-// A host may replace operator new, and its own may fail in a way of its own: that exception must not cross the C
-// interface either. The program replaces operator new for itself.
+// A host may replace operator new by one that throws another exception. That exception must not cross the C interface
+// either. This program replaces operator new.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -11,12 +11,12 @@
 #include "support/recipe_builder.h"
 
 namespace {
-bool refuse = false;
+bool fail_next = false;
 }
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  if (refuse) {
-    refuse = false;  // the exception allocates its text
+  if (fail_next) {
+    fail_next = false;  // the exception allocates its text
     throw std::length_error("The host's memory manager says no");
   }
   if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
@@ -34,11 +34,11 @@ TEST(OtherExceptions, EndTheCallWithTheirText) {
   const TempFolder folder;
   const std::string recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
   char text[VORLEN_ERROR_BUFFER_SIZE] = "";
-  refuse = true;
+  fail_next = true;
   EXPECT_EQ(1, runSurfChem(recipe.c_str(), "", text));
-  EXPECT_FALSE(refuse);
+  EXPECT_FALSE(fail_next);
   EXPECT_STREQ("The host's memory manager says no", text);
-  EXPECT_EQ(0, runSurfChem(recipe.c_str(), "", text)) << "the next call is as good as new";
+  EXPECT_EQ(0, runSurfChem(recipe.c_str(), "", text)) << "the next call succeeds";
 }
 
 }  // namespace

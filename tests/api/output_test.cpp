@@ -1,5 +1,5 @@
-// Result files that can't be opened or can't be written to their end. Where one can't be opened the run is refused with
-// a text; what happens while it is written is not reported: the run ends as it does without a file.
+// Result files that cannot be opened or completely written. One that cannot be opened gives a text and no run. Errors
+// while it is written are not reported: the run ends as it would without a file.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -24,7 +24,7 @@ namespace {
 class Output : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, chmod(folder.path().c_str(), 0755));  // also for another user
+    ASSERT_EQ(0, chmod(folder.path().c_str(), 0755));  // for another user too
     recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
     ASSERT_EQ(0, call_library(recipe, folder.path("whole.txt")).result);
     ASSERT_LT(TINY, std::filesystem::file_size(folder.path("whole.txt"))) << "too short a result to fill the disk";
@@ -35,21 +35,23 @@ class Output : public testing::Test {
     if (!got.guarded || got.untouched == got.terminated) return "the buffer is damaged";
     return std::to_string(got.result) + " " + got.text;
   }
-  static std::string refused(const std::string& output) { return "1 Unable to open file " + output + " for writing"; }
+  static std::string open_error(const std::string& output) {
+    return "1 Unable to open file " + output + " for writing";
+  }
 
-  static constexpr std::uintmax_t TINY = 8192;  // bytes on a disk that is too small
+  static constexpr std::uintmax_t TINY = 8192;  // size of a disk that is too small, bytes
   const TempFolder folder;
   std::string recipe;
 };
 
-TEST_F(Output, AFolderWithoutTheRightToWriteAndAReadOnlyFileAreTold) {
+TEST_F(Output, AFolderWithoutWritePermissionAndAReadOnlyFileAreReported) {
   const std::string closed = folder.path("closed");
   ASSERT_TRUE(std::filesystem::create_directory(closed));
   ASSERT_EQ(0, chmod(closed.c_str(), 0555));
   const std::string old = write_file(folder.path("old.txt"), "earlier result");
   ASSERT_EQ(0, chmod(old.c_str(), 0444));
   const std::string new_file = closed + "/out.txt";
-  EXPECT_EQ(refused(new_file) + "\n" + refused(old), text_from_child([&] {
+  EXPECT_EQ(open_error(new_file) + "\n" + open_error(old), text_from_child([&] {
               if (!become_nobody()) return std::string("no right to become another user");
               return call(new_file) + "\n" + call(old);
             }));
@@ -57,31 +59,31 @@ TEST_F(Output, AFolderWithoutTheRightToWriteAndAReadOnlyFileAreTold) {
   EXPECT_EQ("earlier result", read_file(old));
 }
 
-TEST_F(Output, AFolderADanglingLinkAndALongPathAreTold) {
-  EXPECT_EQ(refused(folder.path()), call(folder.path()));
-  EXPECT_EQ(refused(folder.path() + "/"), call(folder.path() + "/"));
+TEST_F(Output, AFolderADanglingLinkAndALongPathAreReported) {
+  EXPECT_EQ(open_error(folder.path()), call(folder.path()));
+  EXPECT_EQ(open_error(folder.path() + "/"), call(folder.path() + "/"));
   const std::string link = folder.path("link.txt");
   ASSERT_EQ(0, symlink("none/out.txt", link.c_str()));
-  EXPECT_EQ(refused(link), call(link));
+  EXPECT_EQ(open_error(link), call(link));
   const std::string path(5000, 'x');
-  EXPECT_EQ(refused(path).substr(0, 2 + 2047), call(path));
-  EXPECT_EQ(refused(recipe + "/out.txt"), call(recipe + "/out.txt"));
+  EXPECT_EQ(open_error(path).substr(0, 2 + 2047), call(path));
+  EXPECT_EQ(open_error(recipe + "/out.txt"), call(recipe + "/out.txt"));
 }
 
-TEST_F(Output, ALinkToAFileThatDoesNotExistYetMakesIt) {
+TEST_F(Output, ALinkToAFileThatDoesNotExistYetCreatesIt) {
   ASSERT_EQ(0, symlink("new.txt", folder.path("link.txt").c_str()));
   EXPECT_EQ("0 ", call(folder.path("link.txt")));
   EXPECT_EQ(read_file(folder.path("whole.txt")), read_file(folder.path("new.txt")));
 }
 
-TEST_F(Output, ADeviceThatIsAlwaysFullIsNotReported) {
+TEST_F(Output, AFullDeviceIsNotReported) {
   if (!std::filesystem::exists("/dev/full")) GTEST_SKIP() << "no /dev/full here";
   EXPECT_EQ("0 ", call("/dev/full"));
 }
 
-// A small file system in memory, seen by the child process alone. The begin of the whole result fills it to its last
+// A small file system in memory that only the child process sees. The start of the complete result fills it to the last
 // byte.
-TEST_F(Output, ADiskThatFillsUpCutsTheResultAndIsNotReported) {
+TEST_F(Output, ADiskThatFillsUpTruncatesTheResultAndIsNotReported) {
   const std::string disk = folder.path("disk");
   ASSERT_TRUE(std::filesystem::create_directory(disk));
   const std::string got = text_from_child([&]() -> std::string {

@@ -1,4 +1,4 @@
-// Calls on several threads at the same time give what they give one after the other.
+// Simultaneous calls on several threads give the same results as serial calls.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -14,9 +14,8 @@ namespace {
 
 constexpr int REPEATS = 200;  // of each thread
 
-// One recipe for each thread: with and without relaxation, with other transport and other conditions, under both
-// schemes, one that fails and one that is faulty. They are run by turns, so that a thread's records hold what another
-// recipe has left.
+// With and without relaxation, with different transport and conditions, under both schemes, one whose integration fails
+// and one with an error. Each thread alternates between them, so that thread-local records hold data of another recipe.
 TEST(OverlappingCalls, GiveTheBytesOfSerialCalls) {
   constexpr std::size_t N_THREADS = 4;
   const TempFolder folder;

@@ -1,5 +1,5 @@
-// A call leaves the process as it was, and gives the same whatever the host has set: locale, rounding mode, flush to
-// zero, floating-point traps.
+// A call leaves the state of the process unchanged, and its result does not depend on locale, rounding mode, flush to
+// zero and floating-point traps of the host.
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -29,10 +29,10 @@ extern "C" char** environ;
 namespace vorlen_test {
 namespace {
 
-// The state of the process, each piece by name and as a text.
+// The state of the process: the name of each item and its value as text.
 using State = std::map<std::string, std::string>;
 
-// Those that a program sets; the C library adds one of its own.
+// The flags that a program sets. The C library adds another one.
 constexpr int SIGNAL_FLAGS =
     SA_NOCLDSTOP | SA_NOCLDWAIT | SA_SIGINFO | SA_ONSTACK | SA_RESTART | static_cast<int>(SA_RESETHAND) | SA_NODEFER;
 
@@ -65,7 +65,7 @@ State process_state() {
   pthread_sigmask(SIG_BLOCK, nullptr, &mask);
   for (int number = 1; number < NSIG; ++number) state["signal mask"] += sigismember(&mask, number) == 1 ? '1' : '0';
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;  // that of this listing
+    std::error_code gone;  // the descriptor of this listing
     const std::filesystem::path target = std::filesystem::read_symlink(entry.path(), gone);
     if (!gone && target.string().find("/fd") == std::string::npos) {
       state["descriptor " + entry.path().filename().string()] = target.string();
@@ -84,7 +84,7 @@ State process_state() {
   return state;
 }
 
-// Names of what differs.
+// The names of the items that differ.
 std::string changes(const State& before, const State& after) {
   std::string names;
   for (const auto& [name, value] : before) {
@@ -104,8 +104,8 @@ struct Call {
   std::string text;
 };
 
-// A run of each kind that ends normally, one that fails in the integration, one that is refused when the model is
-// built, one with a faulty recipe and one without.
+// Runs of each kind that end normally, one whose integration fails, one whose model cannot be built, one with an error
+// in the recipe and one without a recipe.
 class ProcessState : public testing::Test {
  protected:
   std::string write(const std::string& name, const RecipeBuilder& recipe) const {
@@ -127,8 +127,8 @@ class ProcessState : public testing::Test {
        write("staged_not_finite", stress_off().set("pre_stages/t0", "inf").set("integration/scheme", "staged")), 1,
        "State is not finite"},
       {"failing", write("failing", breakdown_recipe(ALUMINIUM_FIRST)), 1, "Step size has become too small"},
-      {"refused", write("refused", stress_off().set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited")), 1,
-       "Cannot inherit dislocation density for first pre-stage"},
+      {"rejected", write("rejected", stress_off().set("pre_stages/pre_stage_1/dislocations/disl_model", "inherited")),
+       1, "Cannot inherit dislocation density for first pre-stage"},
       {"faulty", write("faulty", stress_off().set("process_stages/stage_1/tau", "x1,5")), 1,
        "Failed to get real number from value \"x1,5\" of attribute val in element "
        "NonstSurfChem:process_stages:stage_1:tau"},
@@ -137,7 +137,7 @@ class ProcessState : public testing::Test {
   };
 };
 
-// What the process has before a call, it has behind it; the sticky flags of the floating-point unit too.
+// Includes the sticky flags of the floating-point unit.
 TEST_F(ProcessState, IsUnchangedByACall) {
   for (const int flags : {0, FE_ALL_EXCEPT}) {
     for (const Call& call : calls) {
@@ -156,8 +156,8 @@ TEST_F(ProcessState, IsUnchangedByACall) {
   }
 }
 
-// The comparison above sees each kind of change.
-TEST_F(ProcessState, AChangeIsSeen) {
+// The comparison above notices each kind of change.
+TEST_F(ProcessState, AChangeIsNoticed) {
   std::feclearexcept(FE_ALL_EXCEPT);
   const State before = process_state();
   const auto expect_seen = [&](const std::string& name, const std::function<void()>& change,
@@ -212,7 +212,7 @@ TEST_F(ProcessState, AChangeIsSeen) {
   EXPECT_EQ("", changes(before, process_state()));
 }
 
-// Locales with a comma as decimal separator, set in all the ways there are.
+// Locales with a decimal comma, set in every possible way.
 struct CommaPunctuation : std::numpunct<char> {
   char do_decimal_point() const override { return ','; }
   char do_thousands_sep() const override { return '.'; }
@@ -253,7 +253,7 @@ std::vector<Setting> settings_of_hosts() {
   return settings;
 }
 
-TEST_F(ProcessState, HasNoInfluenceOnResultsAndTextsWhateverTheHostHasSet) {
+TEST_F(ProcessState, HasNoInfluenceOnResultsAndTexts) {
   std::vector<std::string> expected;
   for (const Call& call : calls) {
     const std::string output = folder.path("default_" + call.name);

@@ -1,4 +1,4 @@
-// Whole runs of realistic recipes against result files and counters computed independently of this code
+// Complete runs of realistic recipes, compared with result files and counters computed independently of this code
 // (tests/data/recipes, tests/data/results, tests/data/summary.json).
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ TEST_P(ReferenceRecipe, GivesItsResultFile) {
   const CallOutcome got = call_library(FOLDER + record.at("recipe").get<std::string>(), folder.path("result.txt"));
   EXPECT_EQ(record.at("return_code").get<int>(), got.result);
   EXPECT_TRUE(got.untouched) << got.text;
-  // On another C library a run moves as it does when one last bit of a constant is changed; the factor leaves room.
+  // With another C library a run differs as if the last bit of a constant were changed. The factor is a margin.
   const double spread = record.at("spread").at("by_time_bracketed");
   EXPECT_TRUE(same_result(read_file(FOLDER + record.at("result").get<std::string>()),
                           read_file(folder.path("result.txt")), std::max(1e-6, 10.0 * spread)));
@@ -60,20 +60,21 @@ TEST_P(ReferenceRecipe, TakesItsStepsAndEvaluations) {
   EXPECT_EQ(record.at("eval_rhs_calls").get<std::int64_t>(), got.eval_rhs_calls);
 }
 
-// What the residual keeps from one evaluation to the next saves work and changes no bit.
-TEST_P(ReferenceRecipe, IsTheSameWithNothingKeptBetweenEvaluations) {
+// Reusing terms of the residual from one evaluation to the next saves work and changes no bit.
+TEST_P(ReferenceRecipe, IsTheSameWithoutReusedTerms) {
   vorlen::ProcessRecipe recipe;
   std::string error;
   const std::string path = FOLDER + record_of(GetParam()).at("recipe").get<std::string>();
   ASSERT_EQ(0, vorlen::read_recipe(path.c_str(), recipe, error)) << error;
   const TempFolder folder;
-  vorlen::RunCounters kept, anew;
-  EXPECT_EQ(0, vorlen::run_simulation(recipe, folder.path("kept.txt").c_str(), error, &kept));
-  EXPECT_EQ(0, vorlen::run_simulation(recipe, folder.path("anew.txt").c_str(), error, &anew, {.reuse_terms = false}));
-  EXPECT_EQ(anew.eval_rhs_calls, kept.eval_rhs_calls);
-  const std::string text = read_file(folder.path("kept.txt"));
+  vorlen::RunCounters reused, computed;
+  EXPECT_EQ(0, vorlen::run_simulation(recipe, folder.path("reused.txt").c_str(), error, &reused));
+  EXPECT_EQ(
+      0, vorlen::run_simulation(recipe, folder.path("computed.txt").c_str(), error, &computed, {.reuse_terms = false}));
+  EXPECT_EQ(computed.eval_rhs_calls, reused.eval_rhs_calls);
+  const std::string text = read_file(folder.path("reused.txt"));
   EXPECT_FALSE(text.empty());
-  EXPECT_TRUE(text == read_file(folder.path("anew.txt")));
+  EXPECT_TRUE(text == read_file(folder.path("computed.txt")));
 }
 
 INSTANTIATE_TEST_SUITE_P(All, ReferenceRecipe,

@@ -1,6 +1,5 @@
-// Rows of the staged scheme against a finer run: each stage is split into 60 short ones, which begin with the state
-// that the one before has left, and the tolerance is a thousandth. Linear interpolation between rows must stay within a
-// thousandth of the range that a column has in the run.
+// Rows of the staged scheme compared with those of a finer run, whose stages are split into 60 short ones and whose
+// tolerance is a thousandth. Linear interpolation between rows must agree within a thousandth of the range of a column.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -20,13 +19,13 @@ using namespace vorlen;
 
 constexpr double PROMISED = 1e-3;
 constexpr int PARTS = 60;
-constexpr double FIRST_PART = 1e-6;  // of the stage; the others grow in proportion
+constexpr double FIRST_PART = 1e-6;  // of the stage; the next ones are longer by a constant factor
 constexpr const char* COLUMNS[] = {"t",         "z",         "Vg",         "xIn",       "xGa",
                                    "xAl",       "rho_TD(t)", "rho_VD0(t)", "a_eff(t)",  "eps_xx(t)",
                                    "eps_yy(t)", "eps_zz(t)", "eps_yz(t)",  "rho_TD(z)", "a_eff(z)",
                                    "eps_xx(z)", "eps_yy(z)", "eps_zz(z)",  "eps_yz(z)"};
 constexpr std::size_t N_COLUMNS = std::size(COLUMNS);
-// Least ranges that count, and whether a part of the value does: as the selection of rows has them.
+// Smallest range that counts, and whether a fraction of the value counts instead: the same as in the selection of rows.
 constexpr double LEAST_RANGE[N_COLUMNS] = {0,    1e-2, 1e-5, 1e-4, 1e-4, 1e-4, 1e-4, 1e-4, 1e-5, 1e-6,
                                            1e-6, 1e-6, 1.0,  1e-4, 1e-5, 1e-6, 1e-6, 1e-6, 1.0};
 constexpr bool COUNTS_BY_VALUE[N_COLUMNS] = {false, false, true,  false, false, false, true,  true,  false, false,
@@ -54,7 +53,7 @@ std::vector<Row> active_rows(const ProcessRecipe& recipe) {
   return rows;
 }
 
-// The recipe with each stage in short ones; times of their ends in a geometric series.
+// The recipe with each stage split into short ones, whose ends form a geometric series.
 ProcessRecipe finer(const ProcessRecipe& recipe) {
   ProcessRecipe fine = recipe;
   fine.tolerance = 1e-3 * recipe.tolerance;
@@ -79,7 +78,7 @@ ProcessRecipe finer(const ProcessRecipe& recipe) {
   return fine;
 }
 
-// Range of a column over the run.
+// Range of a column in the run.
 double range_of(const std::vector<Row>& rows, std::size_t c) {
   double low = rows[0][c], high = low, largest = 0.0;
   for (const Row& row : rows) {
@@ -91,8 +90,8 @@ double range_of(const std::vector<Row>& rows, std::size_t c) {
   return COUNTS_BY_VALUE[c] ? std::max(range, 1e-4 * largest) : range;
 }
 
-// Height at which the density of dislocations in the finished structure has its step, where V-defects start, nm; NaN if
-// there is none.
+// Height at which V-defects start, where the density of dislocations in the finished structure has a step, nm; NaN
+// without V-defects.
 double height_of_step(const std::vector<Row>& rows) {
   constexpr std::size_t Z = 1, RHO_TD_Z = 13;
   for (std::size_t i = 1; i < rows.size(); ++i) {
@@ -119,7 +118,7 @@ void expect_rows_follow(ProcessRecipe recipe) {
       for (std::size_t i = first_fine; i < end_fine; ++i) {
         const double t = fine[i][0], value = fine[i][c];
         if (std::abs(fine[i][1] - z_step) < 0.01) continue;  // nm
-        if (t < stage.time.val + 1e-9) continue;             // the times of short stages are sums, and off by roundings
+        if (t < stage.time.val + 1e-9) continue;             // times of short stages are sums with rounding errors
         while (k + 1 < end_row && rows[k][0] < t) ++k;
         const Row &a = rows[k - 1], &b = rows[k];
         const double share = std::clamp((t - a[0]) / (b[0] - a[0]), 0.0, 1.0);

@@ -1,4 +1,4 @@
-// The driver: its statuses and texts, and what a run that is cut off leaves behind.
+// The driver: statuses, texts, and the result file of a run that ends early.
 #include "api/run_simulation.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +33,19 @@ TEST(RunSimulation, MapsTheCodesOfTheIntegrator) {
   EXPECT_EQ("2 Maximum number of time steps reached", mapped(-2));
   EXPECT_EQ("2 Step size has become too small", mapped(-3));
   EXPECT_EQ("3 Matrix is repeatedly singular", mapped(-4));
-  EXPECT_EQ("0 ", mapped(-1));
+  EXPECT_EQ("6 Integrator rejected its arguments", mapped(-1));
+}
+
+// The reader rejects such a tolerance; the integrator needs a positive one.
+TEST(RunSimulation, ARejectedCallOfTheIntegratorIsAFailure) {
+  ProcessRecipe recipe = recipe_of(RecipeBuilder().set("integration/scheme", "staged"));
+  recipe.tolerance = 0.0;
+  std::string error;
+  RunCounters counters;
+  EXPECT_EQ(RUN_REJECTED, run_simulation(recipe, "", error, &counters));
+  EXPECT_EQ("Integrator rejected its arguments", error);
+  EXPECT_EQ(-1, counters.idid);
+  EXPECT_EQ(0, counters.step_count);
 }
 
 TEST(RunSimulation, EmptiesTheErrorTextAtTheStart) {

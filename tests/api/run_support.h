@@ -1,4 +1,4 @@
-// A call of runSurfChem as a test sees it.
+// Calls runSurfChem and examines the error buffer.
 #pragma once
 
 #include <algorithm>
@@ -11,13 +11,13 @@
 namespace vorlen_test {
 
 inline constexpr char FILL = '\xa5';
-inline constexpr std::size_t GUARD = 64;  // bytes before and behind the buffer that must stay as they are
+inline constexpr std::size_t GUARD = 64;  // bytes before and after the buffer that must not change
 
 struct CallOutcome {
   int result = 0;
-  bool untouched = false;   // the buffer is as it was
-  bool terminated = false;  // it holds a zero
-  bool guarded = false;     // nothing was written before or behind it
+  bool untouched = false;   // the buffer is unchanged
+  bool terminated = false;  // it contains a zero
+  bool guarded = false;     // nothing was written before or after it
   std::string text;         // up to the zero
 };
 

@@ -21,7 +21,7 @@ namespace {
 
 using namespace vorlen;
 
-// Barrier, pause without metals and well, with a ramp in the pause.
+// A barrier, a pause without metals in which the temperature ramps, and a well.
 ProcessRecipe three_stages(std::int32_t stress_model, double tau = 10.0) {
   ProcessRecipe recipe = bare_recipe(stress_model);
   add_pre(recipe, small_layer(3.189));
@@ -59,28 +59,28 @@ TEST(StagedRun, HasRowsAtTheFirstAndTheLastInstantOfEachStage) {
   for (std::int32_t stress_model : {STRESS_OFF, STRESS_V_dislocation}) {
     const Grown r = run(three_stages(stress_model));
     ASSERT_EQ(0, r.status) << r.error;
-    const std::vector<double>& t = r.model->hist_t;
+    const std::vector<double>& t = r.model->history.t;
     EXPECT_EQ(r.model->active_stages.front().begin_time(), t.front());
     EXPECT_EQ(r.model->active_stages.back().end_time(), t.back());
     for (const StageRecord& stage : r.model->active_stages) {
       EXPECT_EQ(1, std::count(t.begin(), t.end(), stage.end_time()));
       if (stage.end_time() == t.back()) continue;
       const auto end = std::find(t.begin(), t.end(), stage.end_time());
-      // The first instant of the next stage is one number later, with the film as it was.
+      // The next stage starts at the next double, with the same film.
       ASSERT_NE(t.end(), end + 1);
       EXPECT_EQ(std::nextafter(*end, 1e9), *(end + 1));
       const auto i = static_cast<std::size_t>(end - t.begin());
-      EXPECT_EQ(r.model->hist_z[i], r.model->hist_z[i + 1]);
-      EXPECT_EQ(r.model->hist_xIn[i], r.model->hist_xIn[i + 1]);
+      EXPECT_EQ(r.model->history.z[i], r.model->history.z[i + 1]);
+      EXPECT_EQ(r.model->history.x_In[i], r.model->history.x_In[i + 1]);
     }
     for (std::size_t i = 1; i < t.size(); ++i) EXPECT_LT(t[i - 1], t[i]);
     const std::size_t n = t.size();
-    for (const auto* list :
-         {&r.model->hist_z, &r.model->hist_Vg, &r.model->hist_xIn, &r.model->hist_xGa, &r.model->hist_xAl}) {
+    for (const auto* list : {&r.model->history.z, &r.model->history.Vg, &r.model->history.x_In, &r.model->history.x_Ga,
+                             &r.model->history.x_Al}) {
       EXPECT_EQ(n, list->size());
     }
-    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->hist_h.size());
-    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->hist_rho_VD.size());
+    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->history.h.size());
+    EXPECT_EQ(stress_model == STRESS_OFF ? 0 : n, r.model->history.rho_VD.size());
     EXPECT_LE(n, 3 * MAX_ROWS_PER_STAGE);
   }
 }
@@ -154,15 +154,15 @@ TEST(StagedRun, CountsWhatTheIntegratorDidInAllStages) {
   EXPECT_LT(0, counters.jacobian_count);
   EXPECT_LE(counters.jacobian_count, counters.step_count);
   EXPECT_LT(counters.step_count, counters.rhs_calls);
-  // The Jacobian takes a column each for 14 components.
+  // A Jacobian takes one evaluation for each of the 14 components.
   EXPECT_LT(counters.rhs_calls / 2, counters.eval_rhs_calls);
   EXPECT_LE(counters.eval_rhs_calls,
             counters.rhs_calls + 14 * counters.jacobian_count + 10 * counters.step_count + 100);
 }
 
-TEST(StagedRun, TooManyStepsGiveTheirTextWithTheRowsUpToThere) {
+TEST(StagedRun, TooManyStepsGiveATextAndTheRowsUpToThere) {
   const TempFolder folder;
-  // Each stage may take 200 steps besides.
+  // Each stage may take 200 more steps.
   RunCounters counters;
   std::string error;
   ProcessRecipe steep = three_stages(STRESS_V_dislocation, 1000.0);
@@ -177,8 +177,8 @@ TEST(StagedRun, TooManyStepsGiveTheirTextWithTheRowsUpToThere) {
   EXPECT_EQ(std::string::npos, text.find("nan"));
 }
 
-// A gas of ammonia alone has no diffusion coefficient in itself: 0/0.
-TEST(StagedRun, AStateThatIsNotFiniteGivesItsTextAndNoSuchRow) {
+// Pure ammonia has no diffusion coefficient in itself: 0/0.
+TEST(StagedRun, AStateThatIsNotFiniteGivesATextAndNoSuchRow) {
   const TempFolder folder;
   for (const char* stress_model : {"off", "V_dislocation"}) {
     for (int bad_stage : {1, 2}) {
@@ -210,7 +210,7 @@ TEST(StagedRun, AnIntervalThatRampsIntoSuchAStateGivesATextToo) {
   EXPECT_EQ(std::string::npos, read_file(folder.path("out.txt")).find("nan"));
 }
 
-TEST(StagedRun, KeepingTermsChangesNoByte) {
+TEST(StagedRun, ReusingTermsChangesNoByte) {
   const TempFolder folder;
   std::vector<std::string> recipes;
   for (const char* stress_model : {"off", "V_dislocation"}) {
@@ -244,7 +244,8 @@ TEST(StagedRun, KeepingTermsChangesNoByte) {
   }
 }
 
-// Late in time a stage of a millisecond has few doubles: rows still rise, and the film is that of an early one.
+// Late in time, few doubles lie in a stage of a millisecond. Times still increase, and the film is that of an early
+// stage.
 TEST(StagedRun, GrowsTheSameLateInTime) {
   double z[2];
   for (const double t0 : {0.0, 1e7}) {
@@ -258,10 +259,11 @@ TEST(StagedRun, GrowsTheSameLateInTime) {
     }
     const Grown r = run(recipe);
     ASSERT_EQ(0, r.status) << r.error;
-    for (std::size_t i = 1; i < r.model->hist_t.size(); ++i) ASSERT_LT(r.model->hist_t[i - 1], r.model->hist_t[i]);
+    for (std::size_t i = 1; i < r.model->history.t.size(); ++i)
+      ASSERT_LT(r.model->history.t[i - 1], r.model->history.t[i]);
     z[t0 > 0.0] = r.model->z - r.model->z_start;
   }
-  // Durations are tau; the times of the stages are rounded, not their lengths.
+  // Durations are tau: the times of the stages are rounded, but not their lengths.
   EXPECT_TRUE(close_to(z[0], z[1], 1e-12));
 }
 

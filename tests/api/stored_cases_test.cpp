@@ -1,6 +1,6 @@
-// Recipes with one fault each, and some good ones: result, text, and what becomes of the result file, against values
-// computed independently of this code (tests/data/bad/expected.json: id, what is wrong, file, kind of output path,
-// result, text with {INPUT} and {OUTPUT} for the two paths or its bytes in hexadecimal, state of the result file).
+// Recipes with one error each, and some good ones: result, text and state of the result file, compared with values
+// computed independently of this code. tests/data/bad/expected.json lists id, error, file, kind of output path, result,
+// text (with {INPUT} and {OUTPUT} for the two paths, or as bytes in hexadecimal) and state of the result file.
 #include <gtest/gtest.h>
 
 #include <filesystem>

@@ -1,5 +1,5 @@
-// A host that has a TinyXML of its own, another version, and shows it to the libraries that it links: VorlenSolver must
-// not take its functions for those of the TinyXML that it was built with.
+// A host that exports (-rdynamic) the functions of another TinyXML, an incompatible version. VorlenSolver must not call
+// them instead of those that it was linked with.
 #include <cstdio>
 #include <cstdlib>
 
@@ -7,7 +7,7 @@
 
 namespace {
 
-[[noreturn]] void taken(const char* name) {
+[[noreturn]] void called(const char* name) {
   std::fprintf(stderr, "the library calls the host's %s\n", name);
   std::exit(1);
 }
@@ -30,10 +30,10 @@ struct TiXmlDocument {
   const char* Parse(const char* text, TiXmlParsingData* data, TiXmlEncoding encoding);
 };
 
-const char* TiXmlElement::Attribute(const char*) const { taken("TiXmlElement::Attribute"); }
-const TiXmlElement* TiXmlNode::FirstChildElement(const char*) const { taken("TiXmlNode::FirstChildElement"); }
-TiXmlDocument::TiXmlDocument() { taken("TiXmlDocument"); }
-const char* TiXmlDocument::Parse(const char*, TiXmlParsingData*, TiXmlEncoding) { taken("TiXmlDocument::Parse"); }
+const char* TiXmlElement::Attribute(const char*) const { called("TiXmlElement::Attribute"); }
+const TiXmlElement* TiXmlNode::FirstChildElement(const char*) const { called("TiXmlNode::FirstChildElement"); }
+TiXmlDocument::TiXmlDocument() { called("TiXmlDocument"); }
+const char* TiXmlDocument::Parse(const char*, TiXmlParsingData*, TiXmlEncoding) { called("TiXmlDocument::Parse"); }
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;

@@ -15,7 +15,7 @@ BUFFER_SIZE = 2048
 
 
 def run_all(library, folder, recipes):
-    """Runs in a process of its own: of two libraries with the same symbols in one process, one may use the other's."""
+    """Runs in a separate process: with two libraries in one process, one might use the symbols of the other."""
     run = ctypes.CDLL(library).runSurfChem
     run.restype = ctypes.c_int32
     run.argtypes = [ctypes.c_char_p, ctypes.c_char_p, ctypes.c_char_p]
@@ -34,7 +34,7 @@ def first_difference(a, b):
 
 
 def staged_copies(recipes, folder):
-    """Writes the recipes that leave the scheme open to the folder with the staged one, and returns the paths."""
+    """Writes copies of the recipes without a scheme, with the staged one, to the folder. Returns their paths."""
     copies = []
     for recipe in recipes:
         with open(recipe, "rb") as file:

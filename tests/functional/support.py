@@ -1,4 +1,4 @@
-"""What the functional tests share: the tool as a process, its printed table, and a reader of result files.
+"""Shared by the functional tests: the tool as a process, its printed table, and a reader of result files.
 
 The reader is written apart from the tool's own, so that the two check each other.
 """
@@ -9,6 +9,7 @@ import tempfile
 import unittest
 
 VORLEN = os.environ["VORLEN"]
+SCRIPTED_VORLEN = os.environ["VORLEN_SCRIPTED"]  # the tool with the runSurfChem of python/tests/scripted_library.c
 LIBRARY = os.environ["VORLEN_LIBRARY"]
 SOURCE = os.environ["VORLEN_SOURCE"]
 EXAMPLES_FOLDER = os.path.join(SOURCE, "examples")
@@ -19,9 +20,9 @@ EXAMPLES = sorted(name[:-4] for name in os.listdir(EXAMPLES_FOLDER) if name.ends
  RHO_TD_Z, A_EFF_Z, EPS_XX_Z, EPS_YY_Z, EPS_ZZ_Z, EPS_YZ_Z) = range(19)
 
 
-def vorlen(*arguments, cwd, **options):
+def vorlen(*arguments, cwd, tool=VORLEN, **options):
     """Runs the tool. The result has returncode, stdout and stderr (as text). options: of subprocess.run"""
-    return subprocess.run([VORLEN, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
+    return subprocess.run([tool, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
 
 
 def example(name):
@@ -44,7 +45,7 @@ def without_integration(text):
 
 
 class InAFolder(unittest.TestCase):
-    """A test with a folder of its own, in which the tool runs."""
+    """A test in which the tool runs in a temporary folder."""
 
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
@@ -66,7 +67,7 @@ class InAFolder(unittest.TestCase):
         return vorlen(*arguments, cwd=self.folder, **options)
 
     def expect_not_understood(self, *arguments):
-        """Such a command line has exit status 2 and a text."""
+        """Expects exit status 2 and a message for the command line."""
         with self.subTest(arguments):
             run = self.run_tool(*arguments)
             self.assertEqual((run.returncode, run.stdout), (2, ""))
@@ -78,19 +79,19 @@ class InAFolder(unittest.TestCase):
         self.assertIn(f"Example:\n  vorlen {command} ", run.stdout)
 
     def write_recipe(self, name, old="", new="", source="algan_gan_hemt"):
-        """An example under another name, with one piece of its text replaced."""
+        """Writes a copy of an example with one piece of its text replaced."""
         self.write(name, changed_example(source, *([(old, new)] if old else [])))
 
 
 class Result:
-    """A result file: layers as (name, duration, thickness), rows as lists of 19 numbers, active rows apart."""
+    """A result file: layers as (name, duration, thickness), rows as lists of 19 numbers, active rows separately."""
 
     def __init__(self, path):
         with open(path, encoding="utf-8", newline="") as file:
             lines = file.read().split("\n")
         assert lines[0] == '"VORLEN output file, version 2.0"', lines[0]
         assert lines[1] == "<LAYERS>", lines[1]
-        assert lines[-1] == "", "no line end behind the last row"
+        assert lines[-1] == "", "the last row has no line end"
         end = lines.index("</LAYERS>")
         self.layers = []
         for line in lines[2:end]:
@@ -117,19 +118,10 @@ def printed_table(text):
 
 
 def printed_words(text):
-    """The numbers of the words below the table, by their first two words: {"total thickness": [12.3], ...}"""
+    """The numbers in the lines below the table, by the first two words: {"total thickness": [12.3], ...}"""
     words = {}
     for line in text.split("\n\n")[1].splitlines()[1:]:
         label, values = re.fullmatch(r"  (\S+(?: \S+)?) {2,}(.*)", line).groups()
         words[label] = [float(n) for n in re.findall(r"[-+]?(?:\d+(?:\.\d+)?(?:e[-+]?\d+)?|nan|inf)(?![\w^])", values)]
     return words
 
-
-def scripted_library(folder):
-    """What the environment of the tool needs to run python/tests/scripted_library.c instead of the library."""
-    if os.environ["VORLEN_PRELOAD"]:
-        raise unittest.SkipTest("the sanitizer's library must be loaded first")
-    library = os.path.join(folder, "libScripted.so")
-    source = os.path.join(SOURCE, "python", "tests", "scripted_library.c")
-    subprocess.run([os.environ["VORLEN_CC"], "-shared", "-fPIC", "-o", library, source], check=True)
-    return {**os.environ, "LD_PRELOAD": library}

@@ -23,7 +23,7 @@ class Checks(InAFolder):
         return text
 
     def problems(self, *replacements, base="ingan_gan_mqw"):
-        """The problems of such an example, of the JSON form."""
+        """The problems of such an example, from the JSON report."""
         self.recipe(*replacements, base=base)
         return self.problems_of_file()
 
@@ -39,13 +39,13 @@ class Checks(InAFolder):
 
 
 def place_of(text, piece):
-    """Line and column, from 1, of the first such piece of the text."""
+    """Line and column, from 1, of the first occurrence of the piece in the text."""
     at = text.index(piece)
     return text.count("\n", 0, at) + 1, at - text.rfind("\n", 0, at)
 
 
 class StoredRecipes(Checks):
-    """The stored recipes with their expected texts: those of a run that fails later are not faults of the recipe."""
+    """The stored recipes with their expected messages. Runs that fail on the way are not errors of the recipe."""
 
     RUN_FAILURES = ("Step size has become too small", "Matrix is repeatedly singular",
                     "Maximum number of time steps reached")
@@ -53,7 +53,7 @@ class StoredRecipes(Checks):
     def test_the_first_error_is_that_of_a_run(self):
         with open(os.path.join(STORED, "expected.json"), encoding="utf-8") as file:
             cases = json.load(file)
-        # A result file that can't be opened has nothing to do with the recipe.
+        # A result file that can't be opened is not an error of the recipe.
         cases = [case for case in cases if case["file"] and case["output"] in ("file", "none")]
         self.assertGreater(len(cases), 450)
         paths = [os.path.join(STORED, case["file"]) for case in cases]
@@ -112,7 +112,7 @@ class Reports(Checks):
         expected.append("recipe.xml: 3 errors")
         self.assertEqual(run.stdout.splitlines(), expected)
 
-    def test_the_json_form(self):
+    def test_the_json_report(self):
         text = self.recipe(('<tau val="70"/>', '<tau val="-1"/>'))
         self.recipe(name="good.xml")
         run = self.check("--format", "json", "recipe.xml", "good.xml")
@@ -128,7 +128,7 @@ class Reports(Checks):
                     "hint": "duration: at least 1e-4 s"}]},
                 {"file": "good.xml", "errors": 0, "warnings": 0, "problems": []}]})
 
-    def test_warnings_count_with_strict_alone_and_can_be_allowed(self):
+    def test_warnings_are_errors_only_with_strict_and_can_be_allowed(self):
         self.recipe(('<tau val="70"/>', '<tau val="70 s"/>'))
         for arguments, status in (([], 0), (["--strict"], 1), (["--strict", "--allow", "trailing-characters"], 0),
                                   (["--strict", "--allow", "duplicate"], 1)):
@@ -165,7 +165,7 @@ class Hints(Checks):
         problem = self.one_problem(('<tau val="70"/>', ""))
         self.assertEqual(problem["hint"], 'add <tau val="..."/>: duration')
 
-    def test_a_sub_stage_that_is_there_is_no_misspelt_one(self):
+    def test_an_existing_sub_stage_is_not_taken_for_a_misspelt_one(self):
         problem = self.problems(("<stage_1_2>", "<stage_x>"), ("</stage_1_2>", "</stage_x>"))[0]
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
         self.assertRegex(problem["hint"], "^<stage_x> in line")
@@ -192,12 +192,12 @@ class Warnings(Checks):
     def test_an_unknown_attribute(self):
         self.expect("unknown-attribute", "allowed: val", ('<tau val="70"/>', '<tau val="70" unit="s"/>'))
 
-    def test_schema_attributes_of_the_root_are_no_problem(self):
+    def test_schema_attributes_of_the_root_are_accepted(self):
         self.assertEqual(self.problems((
             "<NonstSurfChem>", '<NonstSurfChem xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
             'xsi:noNamespaceSchemaLocation="recipe.xsd">')), [])
 
-    def test_a_line_that_names_the_schema_is_no_problem(self):
+    def test_a_processing_instruction_for_the_schema_is_accepted(self):
         self.assertEqual(self.problems((
             "<NonstSurfChem>", '<?xml-model href="recipe.rng" type="application/xml" '
             'schematypens="http://relaxng.org/ns/structure/1.0"?>\n<NonstSurfChem>')), [])
@@ -210,7 +210,7 @@ class Warnings(Checks):
                     ('<tau val="70"/>', '<tau val="12,5"/>'))
         self.expect("trailing-characters", "this is an integer", ('<n_periods val="3"/>', '<n_periods val="3.7"/>'))
 
-    def test_a_number_that_is_none(self):
+    def test_a_number_that_is_nan(self):
         problems = self.problems(('<cut_angle val="0.2"/>', '<cut_angle val="nan"/>'), base="ingan_v_defects")
         self.assertEqual([problem["kind"] for problem in problems], ["not-finite"])
 
@@ -290,14 +290,14 @@ class Warnings(Checks):
 
 
 class Integration(Checks):
-    """The element integration, and what is risky without the staged scheme."""
+    """The element integration, and warnings about the continuous scheme."""
 
     END = "</NonstSurfChem>"
     STAGED = '<integration><scheme val="staged"/></integration>'
     ADD_IT = f"add {STAGED} to the recipe, or run it with --scheme staged"
 
     def write_with(self, xml):
-        """Writes an example with this element for its own, and returns its text."""
+        """Writes an example with its element integration replaced by this one, and returns its text."""
         text = without_integration(changed_example("ingan_gan_mqw")).replace(self.END, xml + self.END)
         self.write("recipe.xml", text)
         return text
@@ -306,7 +306,7 @@ class Integration(Checks):
         self.write_with(xml)
         return self.problems_of_file()
 
-    def test_good_elements_are_no_problem(self):
+    def test_valid_elements_are_accepted(self):
         for xml in (self.STAGED, '<integration><scheme val="CONTINUOUS"/></integration>', "<integration/>",
                     '<integration><scheme val="Staged"/><tolerance val="1e-3"/></integration>'):
             with self.subTest(xml):
@@ -321,7 +321,7 @@ class Integration(Checks):
         self.assertEqual(problem["hint"], "did you mean staged? Allowed: continuous, staged")
         self.assertEqual((problem["line"], problem["column"]), place_of(text, 'val="stagged"'))
 
-    def test_a_tolerance_out_of_its_limits(self):
+    def test_a_tolerance_outside_its_limits(self):
         for value in ("1e-11", "0.01", "0", "-1e-6"):
             problem, = self.with_integration(
                 f'<integration><scheme val="staged"/><tolerance val="{value}"/></integration>')
@@ -362,7 +362,7 @@ class Integration(Checks):
                              "element NonstSurfChem:integration:tolerance has no effect with the continuous scheme")
             self.assertEqual(problem["hint"], hint + "run it with --scheme staged")
 
-    def test_with_a_scheme_that_is_not_recognized_nothing_is_said_about_the_continuous_one(self):
+    def test_an_unknown_scheme_causes_no_warnings_about_the_continuous_one(self):
         self.assertEqual([problem["kind"] for problem in self.with_integration(
             '<integration><scheme val="stagged"/><tolerance val="1e-5"/></integration>')], ["unknown-keyword"])
 
@@ -417,8 +417,8 @@ class ContinuousScheme(Checks):
                 f"</Q></gas_species></{label}>")
 
     def write_process(self, *stages, stress="none", end=""):
-        """A recipe of single stages; a list of stages is a periodic stage of three periods, or of as many as its first
-        item says."""
+        """A recipe of single stages. A list is a periodic stage of three periods, or of as many as its first item
+        says."""
         text = without_integration(changed_example("ingan_gan_mqw", ('<material val="InGaN"/>', '<material val="AlInGaN"/>')))
         text = text.replace("</NonstSurfChem>", end + "</NonstSurfChem>")
         if stress != "none":
@@ -437,7 +437,7 @@ class ContinuousScheme(Checks):
                                         f"<process_stages>{body}</process_stages>", text, flags=re.DOTALL))
 
     def found(self, *stages, **options):
-        """[(kind, stage)] of the warnings of these kinds, without any error."""
+        """[(kind, stage)] of the warnings of these kinds; there must be no errors."""
         self.write_process(*stages, **options)
         problems = self.problems_of_file()
         self.assertEqual([problem for problem in problems if problem["severity"] == "error"], [])
@@ -465,7 +465,7 @@ class ContinuousScheme(Checks):
         self.assertEqual(self.found(grow(1150), pause(1150), grow(1150)), [("hot-pause", "stage_2")])
         self.assertEqual(self.found(grow(1150), pause(1150, 1000), grow(1000)), [("hot-pause", "stage_2")])
         self.assertEqual(self.found(grow(1140), pause(1140, 1150), grow(1150)), [("hot-pause", "stage_2")])
-        # Pauses that come last, or have flows, are none.
+        # A stage at the end, or with flows, is not a pause.
         self.assertEqual(self.found(grow(1200), pause(1200)), [])
         self.assertEqual(self.found(grow(1200), (1200, 1200, 0, 0, 0.1), grow(1200)), [])
         self.assertEqual(self.found(grow(1200), (1200, 1200, 0, (0, 0.5), 0), grow(1200)), [])
@@ -528,7 +528,7 @@ class ContinuousScheme(Checks):
                          [("spacer", "stage_4")])
         self.assertEqual(self.found([grow(1030), grow(1030, 0.2)], **relaxed), [("spacer", "stage_1_2")])
 
-    def test_the_staged_scheme_has_none_of_them(self):
+    def test_the_staged_scheme_causes_none_of_them(self):
         stages = (self.grow(1200), self.pause(1200), self.grow(1200), self.grow(1030, 0.2))
         for end, kinds in (("", ["hot-pause", "spacer"]), ('<integration><scheme val="continuous"/></integration>',
                                                            ["hot-pause", "spacer"]),
@@ -544,7 +544,7 @@ class ContinuousScheme(Checks):
         self.assertEqual(self.check("--strict", "recipe.xml").returncode, 1)
         self.assertEqual(self.check("--strict", "--allow", "hot-pause", "recipe.xml").returncode, 0)
 
-    def test_a_pause_with_a_faulty_value_is_not_judged(self):
+    def test_a_pause_with_an_invalid_value_is_not_reported(self):
         for old, new in (('<T val="1200" end="1200"/>', '<T val="x" end="1200"/>'), ('<TMAl val="0" end="0"/>', ""),
                          ('<TMAl val="0" end="0"/>', '<TMAl val="-1" end="0"/>'),
                          ('<TMAl val="0" end="0"/>', '<TMAl val="nan" end="nan"/>')):
@@ -618,12 +618,12 @@ class Faults(Checks):
             self.assertIn(f"{name}: 1 error", lines)
 
     @unittest.skipIf(os.geteuid() == 0, "root may read everything")
-    def test_a_file_without_the_right_to_read_it(self):
+    def test_a_file_without_read_permission(self):
         self.recipe()
         os.chmod(self.path("recipe.xml"), 0)
         self.assertEqual(self.check("recipe.xml").returncode, 1)
 
-    def test_the_place_of_a_fault_in_the_xml(self):
+    def test_the_place_of_an_xml_error(self):
         self.write("broken.xml", "<NonstSurfChem>\n  <material val=InGaN\"/>\n</Nonst>\n")
         run = self.check("--format", "json", "broken.xml")
         problem = json.loads(run.stdout)["files"][0]["problems"][0]
@@ -643,7 +643,7 @@ class Faults(Checks):
         self.assertEqual(run.returncode, 1)
         self.assertEqual(json.loads(run.stdout)["files"][0]["problems"][0]["text"], 'Material "\ufffd" is not recognized')
 
-    def test_command_lines_that_are_not_understood(self):
+    def test_wrong_command_lines(self):
         for arguments in ([], ["--format", "xml", "a.xml"], ["--quick", "a.xml"], ["a.xml", "--allow"]):
             self.expect_not_understood("check", *arguments)
 

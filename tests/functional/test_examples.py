@@ -1,4 +1,4 @@
-"""Each example runs through the tool, and what the tool prints agrees with the file that it wrote."""
+"""The tool runs each example, and the printed table agrees with the result file."""
 import math
 import os
 import tempfile
@@ -17,7 +17,7 @@ class Examples(unittest.TestCase):
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
                 run = vorlen("run", example(name), cwd=folder)
                 self.assertEqual((run.returncode, run.stderr), (0, ""))
-                # The file's default name and place, as --help tells them.
+                # Default name and folder of the result, as described by --help.
                 self.assertEqual(sorted(os.listdir(folder)), [name + ".result.txt", name + ".status.json"])
                 result = Result(os.path.join(folder, name + ".result.txt"))
                 self.check_table(run.stdout, result)
@@ -45,7 +45,7 @@ class Examples(unittest.TestCase):
         if last[RHO_VD0_T] > 0:
             self.assertTrue(math.isclose(words["V-defects"][0], last[RHO_VD0_T] / 2, rel_tol=0.0051))
 
-    def test_the_table_runs_through_the_layers_without_a_gap(self):
+    def test_the_rows_cover_all_layers_without_a_gap(self):
         for name in EXAMPLES:
             with self.subTest(name), tempfile.TemporaryDirectory() as folder:
                 vorlen("run", example(name), "-o", "out.txt", cwd=folder)

@@ -1,4 +1,4 @@
-"""What the tool does with input that it can't use, and with odd but good input."""
+"""How the tool handles input that it cannot use, and unusual but valid input."""
 import os
 import resource
 import signal
@@ -31,7 +31,7 @@ class Failures(InAFolder):
         with open(self.path("recipe.result.txt"), encoding="utf-8") as file:
             self.assertEqual(file.read(), "of yesterday")
 
-    def test_a_recipe_that_is_no_xml(self):
+    def test_a_recipe_that_is_not_xml(self):
         with open(self.path("recipe.xml"), "w", encoding="utf-8") as file:
             file.write("hello")
         run = self.run_tool("run", "recipe.xml")
@@ -73,7 +73,7 @@ class CommandLines(InAFolder):
         run = self.run_tool("--version")
         self.assertEqual((run.returncode, run.stdout, run.stderr), (0, f"vorlen {VERSION}\n", ""))
 
-    def test_what_is_not_understood_has_status_2(self):
+    def test_wrong_command_lines_have_status_2(self):
         recipe = example("algan_gan_hemt")
         for arguments in ([], ["run"], ["walk", recipe], ["run", recipe, recipe], ["run", "--fast", recipe],
                           ["run", recipe, "-o"], ["run", recipe, "-o", ""], ["run", recipe, "--output="]):
@@ -97,7 +97,7 @@ class OddNames(InAFolder):
         self.assertEqual(sorted(os.listdir(self.folder)), ["plain.result.txt", "plain.status.json", "recipes"])
 
     def test_layer_names_with_quotes_line_breaks_numbers_and_umlauts(self):
-        # The file holds names as they stand; in the printed table a line break is a blank.
+        # The file contains the names unchanged; in the printed table a line break is a blank.
         for name, shown in (("say &quot;GaN&quot; 12 3.5", 'say "GaN" 12 3.5'), ("two&#10;lines", "two lines"),
                             ("&lt;/LAYERS&gt;", "</LAYERS>"), ("Löß", "Löß")):
             with self.subTest(name):
@@ -108,7 +108,7 @@ class OddNames(InAFolder):
                 self.assertIn(f"  {shown} ", rows[5])
                 self.assertEqual(len({len(row) for row in rows}), 1, "the columns are not aligned")
 
-    def test_a_name_that_reads_like_two_layers_is_no_sign_of_a_full_disk(self):
+    def test_a_name_that_looks_like_two_layers_is_not_taken_for_a_full_disk(self):
         self.write_recipe("recipe.xml", 'val="AlGaN barrier"', 'val="a&quot; 1e9 2&#10;&quot;b"')
         run = self.run_tool("run", "recipe.xml")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
@@ -123,10 +123,10 @@ class OddNames(InAFolder):
 
 
 class DamagedResults(InAFolder):
-    """A disk that fills up shows as a file that is cut off. A limit on the size of files stands for it here."""
+    """A full disk leaves a truncated file. Here a limit on the file size has the same effect."""
 
     def run_with_a_limit(self, limit):
-        """A run whose result may have limit bytes."""
+        """A run whose result is limited to this number of bytes."""
 
         def limit_file_size():
             signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
@@ -134,7 +134,7 @@ class DamagedResults(InAFolder):
 
         return self.run_tool("run", example("algan_gan_hemt"), "-o", "cut.txt", preexec_fn=limit_file_size)
 
-    def test_a_file_cut_off_is_no_result_and_its_whole_rows_are_kept(self):
+    def test_the_complete_rows_of_a_truncated_file_are_kept_as_failed(self):
         self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", "whole.txt").returncode, 0)
         whole = self.read("whole.txt")
         end_of_row = whole.rfind(b"\n", 0, len(whole) // 2) + 1
@@ -149,7 +149,7 @@ class DamagedResults(InAFolder):
                 self.assertGreater(len(Result(self.path("cut.failed.txt")).active_rows), 0)
                 self.assertEqual(self.run_tool("show", "cut.failed.txt").returncode, 0)
 
-    def test_a_file_cut_off_before_its_first_row(self):
+    def test_a_file_truncated_before_its_first_row(self):
         run = self.run_with_a_limit(100)  # within the list of layers
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertEqual(run.stderr, "vorlen: cut.txt: the file ends before the run does. Is the disk full?\n"

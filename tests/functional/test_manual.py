@@ -1,8 +1,8 @@
-"""The manual keeps its word: it builds without a warning, no link leads nowhere, and what it shows is run.
+"""The manual builds without warnings, its links have targets, and its console sessions and programs run as shown.
 
-A block `console` is a session in the page's own folder, in which `examples` lies: lines behind "$ " are run by bash, and
-what follows is their output, stdout and stderr together, "..." standing for anything. The programs of the page on
-embedding are built against an installation.
+A block `console` is a session in a folder that contains `examples`: lines that start with "$ " are run by bash, the others
+are the expected output (stdout and stderr), where "..." matches anything. The programs on the page about embedding are
+built against an installation.
 """
 import doctest
 import html.parser
@@ -26,7 +26,7 @@ NOT_RUN = {
     "./run.sh": "sets up the machine and builds; tried on a clone",
     "gnuplot": "a program of the reader's",
 }
-# Their blocks are run by the tests of the package.
+# Their blocks are run by the tests of the Python package.
 PYTHON_PAGES = ("python.md", "sweeps.md", "clusters.md", "fitting.md")
 FLAGS = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
 
@@ -36,7 +36,7 @@ def blocks(page, language):
 
 
 def sessions(text):
-    """[(command, output)] of a block `console`; a command goes on behind a backslash."""
+    """[(command, output)] of a block `console`; a backslash continues a command on the next line."""
     found = []
     for line in text.splitlines():
         if line.startswith("$ "):
@@ -49,7 +49,7 @@ def sessions(text):
 
 
 class Links(html.parser.HTMLParser):
-    """Collects the anchors of a page, and where its links and pictures lead."""
+    """Collects the anchors of a page and the targets of its links and pictures."""
 
     def __init__(self, path):
         super().__init__()
@@ -75,7 +75,7 @@ class Folder(unittest.TestCase):
 
 
 class Manual(Folder):
-    def test_it_builds_without_a_warning_and_no_link_leads_nowhere(self):
+    def test_it_builds_without_warnings_and_its_links_have_targets(self):
         site = self.folder / "site"
         run = self.run_in_folder(["mkdocs", "build", "--strict", "-f", os.path.join(SOURCE, "mkdocs.yml"), "-d", site])
         self.assertEqual(run.returncode, 0, run.stdout)
@@ -109,7 +109,7 @@ class Manual(Folder):
                     shown += 1
         self.assertGreater(shown, 20)
 
-    def test_what_is_not_run_has_a_reason(self):
+    def test_each_block_that_is_not_run_has_a_reason(self):
         for page in PAGES:
             if page.name in (*PYTHON_PAGES, "embedding.md"):
                 continue
@@ -139,7 +139,7 @@ class Embedding(Folder):
         return text
 
     def check_host(self, program, *results):
-        """Recipes come in; the host's status is 0, and 1 with the library's text for a file that is not there."""
+        """The host ends with status 0 for a recipe, and with 1 and the library's message for a missing file."""
         recipe = self.folder / "recipe.xml"
         shutil.copy(os.path.join(EXAMPLES_FOLDER, "algan_gan_hemt.xml"), recipe)
         run = self.run_in_folder([program, "recipe.xml", *results], **self.environment)

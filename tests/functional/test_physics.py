@@ -1,4 +1,4 @@
-"""What the examples grow, against numbers from outside of the program.
+"""The layers that the examples grow, compared with published or independently computed values.
 
 Rates and compositions at the end of a stage are compared with reference values computed independently for the same
 kinetic constants, temperatures and flows. They are known to three digits, hence the tolerances. Strain is compared with
@@ -14,7 +14,7 @@ from support import (A_EFF_T, EPS_XX_T, EPS_XX_Z, RATE, RHO_TD_T, RHO_TD_Z, RHO_
 
 
 def grow(name):
-    """The result of an example, and the last active row up to the end of each layer, by the layer's place."""
+    """The result of an example, and the last active row up to the end of each layer, by the index of the layer."""
     with tempfile.TemporaryDirectory() as folder:
         run = vorlen("run", example(name), "-o", "out.txt", cwd=folder)
         assert run.returncode == 0, run.stderr
@@ -89,7 +89,7 @@ class Physics(unittest.TestCase):
         self.near(rich[X_IN], 0.215, 0.003)
         self.assertLess(rich[EPS_XX_T], -0.003)
 
-    def test_the_led_stack_begins_at_t0_and_holds_what_flows(self):
+    def test_the_led_stack_starts_at_t0_and_contains_the_metals_that_flow(self):
         result, ends = grow("ingan_led_stack")
         self.assertEqual(result.rows[0][TIME], 600)
         underlayer, well = ends[3], ends[5]
@@ -113,7 +113,7 @@ class Physics(unittest.TestCase):
         for row in result.active_rows:
             # Dislocations relieve compression.
             self.assertGreaterEqual(row[EPS_XX_T], 3.189 / lattice(row) - 1 - 1e-12)
-            # Later material sees at least the V-defects of its own time.
+            # Material grown later has at least the V-defects that existed then.
             self.assertGreaterEqual(row[RHO_TD_Z], row[RHO_TD_T])
             self.assertGreaterEqual(row[EPS_XX_Z], row[EPS_XX_T])
 

@@ -1,4 +1,4 @@
-"""The front page keeps its word: its programs run, its recipe and its table are those of the example."""
+"""The programs in README.md run, and its recipe and table are those of the example."""
 import math
 import os
 import re
@@ -24,7 +24,7 @@ class Readme(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
-        # The names under which a reader of the page would have them.
+        # File names as in the text of the page.
         shutil.copy(LIBRARY, os.path.join(self.folder, "libVorlenSolver.so"))
         os.symlink("libVorlenSolver.so", os.path.join(self.folder, "libVorlenSolver.so.1"))
         shutil.copy(example("algan_gan_hemt"), os.path.join(self.folder, "recipe.xml"))
@@ -34,7 +34,7 @@ class Readme(unittest.TestCase):
                               capture_output=True, encoding="utf-8", check=False)
 
     def check_program(self, command, **environment):
-        """Runs with the recipe: a result, and status 0. Without it: the text on stderr, and status 1."""
+        """With the recipe: a result and status 0. Without it: the message on stderr and status 1."""
         run = self.run_in_folder(command, **environment)
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         self.assertEqual(len(Result(os.path.join(self.folder, "result.txt")).layers), 6)
@@ -71,13 +71,13 @@ class Readme(unittest.TestCase):
     def test_the_table_is_what_the_example_prints(self):
         (printed,) = [block for block in blocks("text") if "Thickness, nm" in block]
         run = vorlen("run", example("algan_gan_hemt"), cwd=self.folder)
-        # Up to the last paragraph, which tells the time of the run and the number of rows.
+        # Up to the last paragraph, which contains the time of the run and the number of rows.
         expected = run.stdout.rsplit("\n\n", 1)[0].split()
         shown = printed.rsplit("\n\n", 1)[0].split()
         self.assertEqual(len(shown), len(expected))
         for a, b in zip(shown, expected):
             try:
-                # Another processor may round the last printed digit otherwise.
+                # Another processor may round the last printed digit differently.
                 self.assertTrue(math.isclose(float(a), float(b), rel_tol=1e-3, abs_tol=1e-3), f"{a} and {b}")
             except ValueError:
                 self.assertEqual(a, b)

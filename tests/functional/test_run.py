@@ -12,7 +12,7 @@ import unittest
 from support import SOURCE, VORLEN, InAFolder, Result, example, without_integration
 
 VERSION = os.environ["VORLEN_VERSION"]
-# Its integration fails under way, after the first row.
+# Its integration fails after the first row.
 BREAKS_DOWN = os.path.join(SOURCE, "tests", "data", "bad", "failed_run_001.xml")
 
 
@@ -26,7 +26,7 @@ def children_of(pid):
 
 
 def state_of(pid):
-    """R, S, T, Z, ... as ps tells them; None when there is no such process."""
+    """R, S, T, Z, ... as shown by ps; None if the process does not exist."""
     try:
         with open(f"/proc/{pid}/stat", encoding="ascii") as file:
             return file.read().rsplit(")", 1)[1].split()[0]
@@ -36,7 +36,7 @@ def state_of(pid):
 
 class Batch(InAFolder):
     def states(self, run):
-        """What the table says of each recipe: {"a.xml": "done", ...}."""
+        """The state of each recipe in the printed table: {"a.xml": "done", ...}."""
         lines = run.stdout.splitlines()[1:]
         return dict(re.match(r"  (\S+) +(done|failed|up to date|not run) ", line).groups() for line in lines)
 
@@ -44,7 +44,7 @@ class Batch(InAFolder):
         return json.loads(self.read(name + ".status.json"))
 
     def write_long_recipe(self, name, periods=20000):
-        """Runs for minutes; for a second or so with 100 periods."""
+        """Runs for minutes; with 100 periods for about a second."""
         self.write_recipe(name, '<n_periods val="3"/>', f'<n_periods val="{periods}"/>', source="ingan_gan_mqw")
 
     def write_nan_recipe(self, name):
@@ -79,7 +79,7 @@ class Batch(InAFolder):
             self.assertEqual(self.run_tool("run", example(name)).returncode, 0)
             self.assertEqual(self.read(name + ".result.txt"), self.read(f"new/results/{name}.result.txt"))
 
-    def test_the_status_file_tells_the_run(self):
+    def test_the_status_file_describes_the_run(self):
         self.write_recipe("a.xml")
         self.assertEqual(self.run_tool("run", "a.xml", "-o", "b.txt").returncode, 0)
         status = self.status_of("b")
@@ -133,7 +133,7 @@ class Batch(InAFolder):
         self.assertEqual(first.stdout.rsplit("\n\n", 1)[0], second.stdout.rsplit("\n\n", 1)[0])
         self.assertIn("Up to date, ", second.stdout)
 
-    def test_after_a_failure_nothing_is_begun_unless_told_so(self):
+    def test_after_a_failure_nothing_is_started_without_keep_going(self):
         self.write_recipe("a.xml")
         self.write_recipe("b.xml", '<material val="AlGaN"/>', '<material val="GaAs"/>')
         self.write_recipe("c.xml")
@@ -148,7 +148,7 @@ class Batch(InAFolder):
         self.assertEqual((status["result"], status["text"]), (1, 'Material "GaAs" is not recognized'))
         self.assertEqual((status["recipe_sha256"], status["result_sha256"]), (sha256(self.read("b.xml")), None))
 
-    def test_two_recipes_with_the_same_result_are_refused(self):
+    def test_two_recipes_with_the_same_result_are_rejected(self):
         os.mkdir(self.path("other"))
         self.write_recipe("a.xml")
         self.write_recipe("other/a.xml")
@@ -158,13 +158,13 @@ class Batch(InAFolder):
             self.assertRegex(run.stderr, "^vorlen: a.xml and other/a.xml would both write .*a.result.txt\n$")
         self.assertEqual(sorted(os.listdir(self.folder)), ["a.xml", "other"])
 
-    def test_command_lines_that_are_not_understood(self):
+    def test_wrong_command_lines(self):
         for options in (["-j", "0"], ["-j", "x"], ["-o", "x.txt", "--output-dir", "d"], ["--output-dir", ""],
                         ["-o", "x.txt", example("algan_tension")]):
             self.expect_not_understood("run", example("algan_gan_hemt"), *options)
             self.assertEqual(os.listdir(self.folder), [])
 
-    def test_a_run_that_breaks_down_keeps_its_rows_apart_from_the_old_result(self):
+    def test_the_rows_of_a_failed_run_are_kept_and_the_old_result_is_unchanged(self):
         shutil.copy(BREAKS_DOWN, self.path("a.xml"))
         self.write("a.result.txt", "of yesterday")
         run = self.run_tool("run", "a.xml")
@@ -180,7 +180,7 @@ class Batch(InAFolder):
         self.assertEqual((status["result"], status["text"]), (1, text))
         self.assertEqual((status["result_file"], status["result_sha256"]),
                          ("a.failed.txt", sha256(self.read("a.failed.txt"))))
-        # A good run takes it away.
+        # A successful run removes it.
         self.write_recipe("a.xml")
         self.assertEqual(self.run_tool("run", "a.xml").returncode, 0)
         self.assertEqual(sorted(os.listdir(self.folder)), ["a.result.txt", "a.status.json", "a.xml"])
@@ -198,7 +198,7 @@ class Batch(InAFolder):
         self.assertEqual(sorted(os.listdir(self.folder)), names)
         self.assertEqual([self.read(name) for name in names], before)
 
-    def test_rows_that_are_no_numbers_are_noticed(self):
+    def test_rows_with_nan_are_noticed(self):
         self.write_nan_recipe("a.xml")
         run = self.run_tool("run", "a.xml")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
@@ -225,7 +225,7 @@ class Batch(InAFolder):
                                  ["a.result.txt", "a.status.json", "a.xml", "long.status.json", "long.xml"])
                 self.assertIn("has crashed", self.status_of("long")["text"])
 
-    def test_an_interrupted_batch_leaves_what_is_finished_and_nothing_else(self):
+    def test_an_interrupted_batch_leaves_only_finished_results(self):
         for number in (signal.SIGINT, signal.SIGTERM):
             with self.subTest(number):
                 self.write_recipe("a.xml")
@@ -235,7 +235,7 @@ class Batch(InAFolder):
                 self.wait_until("no result", lambda: os.path.exists(self.path("a.status.json")))
                 self.wait_until("no second worker", lambda: children_of(run.pid))
                 (worker,) = children_of(run.pid)
-                # To the whole group, as a terminal does.
+                # To the whole process group, as from a terminal.
                 os.killpg(run.pid, number)
                 text, errors = run.communicate(timeout=30)
                 self.assertEqual(run.returncode, 128 + number)
@@ -247,7 +247,7 @@ class Batch(InAFolder):
                 os.remove(self.path("a.status.json"))
 
     def test_a_run_that_ended_before_the_interruption_is_kept(self):
-        """The tool is stopped, so that it finds the end of its worker and the signal at the same time."""
+        """The tool is suspended, so that it sees the end of its worker and the signal at the same time."""
         self.write_long_recipe("a.xml", periods=100)
         run = self.start("a.xml")
         self.wait_until("no worker", lambda: children_of(run.pid))
@@ -267,7 +267,7 @@ class Batch(InAFolder):
         run = self.start("long.xml")
         self.wait_until("no worker", lambda: children_of(run.pid))
         (worker,) = children_of(run.pid)
-        time.sleep(0.3)  # the worker asks for its end as its first act
+        time.sleep(0.3)  # the worker asks to be killed with its parent as its first action
         run.kill()
         run.communicate(timeout=30)
 
@@ -275,7 +275,7 @@ class Batch(InAFolder):
 
 
 class Places(InAFolder):
-    def test_a_result_behind_a_symbolic_link_and_its_permissions_stay(self):
+    def test_a_symbolic_link_to_a_result_and_its_permissions_are_kept(self):
         os.mkdir(self.path("store"))
         self.write("store/real.txt", "old")
         os.chmod(self.path("store/real.txt"), 0o640)
@@ -286,7 +286,7 @@ class Places(InAFolder):
         self.assertEqual(len(Result(self.path("store/real.txt")).layers), 6)
         self.assertEqual(os.stat(self.path("store/real.txt")).st_mode & 0o777, 0o640)
 
-    def test_a_name_as_long_as_names_may_be(self):
+    def test_a_name_of_the_maximum_length(self):
         name = "r" * 243 + ".txt"  # the status file's name then has 255 bytes
         self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", name).returncode, 0)
         self.assertIn(name, os.listdir(self.folder))
@@ -301,7 +301,7 @@ class Places(InAFolder):
         self.write("file", "")
         run = self.run_tool("run", example("algan_gan_hemt"), "--output-dir", "file")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertRegex(run.stderr, "^vorlen: file can't be made: ")
+        self.assertRegex(run.stderr, "^vorlen: file can't be created: ")
 
     def test_standard_output_on_a_full_disk(self):
         for arguments in (["run", example("algan_gan_hemt")], ["new"], ["show", "algan_gan_hemt.result.txt"],
@@ -330,7 +330,7 @@ class Places(InAFolder):
         self.assertIn(lines[4:], ([], ["a.status.json"]))
 
     @unittest.skipIf(os.geteuid() == 0 and not hasattr(os, "setresuid"), "users can't be changed here")
-    def test_files_that_may_not_be_read_or_written(self):
+    def test_files_without_read_or_write_permission(self):
         os.chmod(self.folder, 0o755)
         self.write_recipe("secret.xml")
         os.chmod(self.path("secret.xml"), 0)

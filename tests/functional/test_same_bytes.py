@@ -1,4 +1,4 @@
-"""The comparison of builds itself: it passes a library that equals itself, and finds one that differs."""
+"""The comparison of builds: a library is equal to itself, and one that differs is found."""
 import os
 import re
 import subprocess
@@ -10,7 +10,7 @@ from support import LIBRARY, SOURCE, example
 
 SCRIPT = os.path.join(SOURCE, "tests", "functional", "same_bytes.py")
 
-# A library that grows something else, the last digit of its file being different.
+# A library whose result differs in the last digit.
 OTHER = r"""
 #include <stdint.h>
 #include <stdio.h>
@@ -31,7 +31,7 @@ class SameBytes(unittest.TestCase):
         self.folder = folder.name
         self.environment = dict(os.environ)
         if os.environ["VORLEN_PRELOAD"]:
-            # Python itself is not free of leaks.
+            # Python itself leaks memory.
             self.environment.update(LD_PRELOAD=os.environ["VORLEN_PRELOAD"], ASAN_OPTIONS="detect_leaks=0")
 
     def compare(self, *arguments):
@@ -63,7 +63,7 @@ class SameBytes(unittest.TestCase):
         self.assertEqual(run.returncode, 1)
         self.assertIn("differ, line 2:\n  1\n  2\n", run.stdout)
 
-    def test_a_failed_run_is_no_equality(self):
+    def test_a_failed_run_is_a_difference(self):
         run = self.compare(LIBRARY, LIBRARY, "--", os.path.join(self.folder, "none.xml"))
         self.assertEqual(run.returncode, 1)
         self.assertIn("Failed to open file", run.stderr)

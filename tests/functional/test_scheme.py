@@ -1,16 +1,15 @@
-"""vorlen run --scheme: what the library gets, what the status file says, and when a result is up to date."""
+"""vorlen run --scheme: the recipe passed to the library, the status file, and when a result is up to date."""
 import json
 import os
 import re
 import shutil
 import signal
 import subprocess
-import tempfile
 import time
 import unittest
 import xml.etree.ElementTree
 
-from support import SOURCE, VORLEN, InAFolder, example, scripted_library, without_integration
+from support import SCRIPTED_VORLEN, SOURCE, InAFolder, example, without_integration
 
 with open(example("algan_gan_hemt"), encoding="utf-8") as recipe_file:
     RECIPE = without_integration(recipe_file.read())
@@ -23,31 +22,25 @@ BREAKS_DOWN = os.path.join(SOURCE, "tests", "data", "bad", "failed_run_001.xml")
 
 
 def asking_for(integration):
-    """The recipe with that as its last element."""
+    """The recipe with this as its last element."""
     return RECIPE.replace(ROOT_END, integration + ROOT_END)
 
 
 def integration_of(content):
-    """Scheme and tolerance of the first element integration, None for what is not there."""
+    """Scheme and tolerance of the first element integration, None if missing."""
     element = xml.etree.ElementTree.fromstring(content).find("integration")
     found = [None if element is None else element.find(name) for name in ("scheme", "tolerance")]
     return tuple(None if one is None else one.get("val") for one in found)
 
 
 class HandedOver(InAFolder):
-    """The recipe that the library gets."""
-
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.environment = scripted_library(folder.name)
+    """The recipe that is passed to the library."""
 
     def run_scripted(self, *arguments, **changes):
-        return self.run_tool("run", *arguments, env={**self.environment, **changes})
+        return self.run_tool("run", *arguments, tool=SCRIPTED_VORLEN, env={**os.environ, **changes})
 
     def handed_over(self, text, *arguments):
-        """The bytes that the library gets for a recipe, and the scheme in the status file."""
+        """The bytes that are passed to the library for a recipe, and the scheme in the status file."""
         content = text if isinstance(text, bytes) else text.encode()
         with open(self.path("r.xml"), "wb") as file:
             file.write(content)
@@ -57,7 +50,7 @@ class HandedOver(InAFolder):
         self.assertEqual(self.read("r.xml"), content)
         return self.read("recipes"), json.loads(self.read("r.status.json"))["scheme"]
 
-    def test_without_the_option_the_recipe_is_handed_over_as_it_is(self):
+    def test_without_the_option_the_recipe_is_passed_unchanged(self):
         for text, scheme in ((RECIPE, "continuous"), (asking_for(STAGED), "staged"),
                              (asking_for(CONTINUOUS), "continuous"),
                              (asking_for(STAGED.replace("staged", "STAGED")), "staged"),
@@ -69,14 +62,14 @@ class HandedOver(InAFolder):
             with self.subTest(text[-120:]):
                 self.assertEqual(self.handed_over(text), (text.encode(), scheme))
 
-    def test_a_scheme_that_the_recipe_asks_for_changes_no_byte(self):
+    def test_the_recipes_own_scheme_changes_no_byte(self):
         for text, scheme in ((RECIPE, "continuous"), (asking_for(STAGED), "staged"),
                              (asking_for(STAGED.replace("staged", "Staged")), "staged"),
                              (asking_for("<integration/>"), "continuous")):
             with self.subTest(text[-120:]):
                 self.assertEqual(self.handed_over(text, "--scheme", scheme), (text.encode(), scheme))
 
-    def test_another_scheme_is_put_in_front_and_nothing_else_changes(self):
+    def test_another_scheme_is_inserted_and_nothing_else_changes(self):
         heads = ("", "\ufeff", "<?xml version='1.0'?>\n", "\n  <!-- c -->",
                  "<?xml version='1.0'?><!-- <NonstSurfChem> -->\r\n<!-- b -->\n")
         declaration = re.match(r"<\?xml.*?\?>\s*", RECIPE)
@@ -89,7 +82,7 @@ class HandedOver(InAFolder):
                     self.assertEqual(handed.decode(), head + bare.replace(ROOT_TAG, root + added))
                     self.assertEqual(scheme, "staged")
 
-    def test_an_element_of_the_recipe_counts_no_more_but_its_tolerance_does(self):
+    def test_the_recipes_own_scheme_is_overridden_but_its_tolerance_is_kept(self):
         tolerance = '<tolerance val="1e-7"/>'
         for inside, kept in ((tolerance, "1e-7"), (tolerance + SCHEME, "1e-7"), (SCHEME + tolerance, "1e-7"),
                              ("", None), ('<scheme val="odd"/>', None),
@@ -98,7 +91,7 @@ class HandedOver(InAFolder):
                 text = asking_for(f"<integration>{inside}</integration>{STAGED}")
                 handed, scheme = self.handed_over(text, "--scheme", "staged")
                 self.assertEqual((integration_of(handed), scheme), (("staged", kept), "staged"))
-                self.assertEqual(handed.count(b"\n"), text.count("\n"))  # line numbers stay
+                self.assertEqual(handed.count(b"\n"), text.count("\n"))  # line numbers are unchanged
         handed, scheme = self.handed_over(asking_for(STAGED), "--scheme", "continuous")
         self.assertEqual((integration_of(handed), scheme), (("continuous", None), "continuous"))
 
@@ -111,22 +104,22 @@ class HandedOver(InAFolder):
 
     def test_a_recipe_in_which_no_scheme_can_be_set(self):
         self.write("r.xml", "<other/>" + RECIPE[RECIPE.index(ROOT_TAG):])
-        self.assertEqual(self.run_tool("run", "r.xml").returncode, 0)  # the reader does not mind
+        self.assertEqual(self.run_tool("run", "r.xml").returncode, 0)  # the reader accepts it
         run = self.run_tool("run", "r.xml", "--scheme", "staged", "--force")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertEqual(run.stderr, "vorlen: The scheme can't be set in r.xml: put the element integration into it "
                                      "instead\n")
 
-    def test_texts_name_the_recipe_and_not_its_copy(self):
+    def test_messages_name_the_recipe_and_not_its_copy(self):
         self.write("r.xml", RECIPE)
         run = self.run_scripted("r.xml", "--scheme", "staged", TEST_TEXT="Error reading file %s: odd")
         self.assertEqual((run.returncode, run.stderr), (1, "vorlen: Error reading file r.xml: odd\n"))
 
-    def test_there_is_no_file_with_the_copy(self):
+    def test_the_copy_is_not_written_to_a_file(self):
         self.write("r.xml", RECIPE)
-        run = subprocess.Popen([VORLEN, "run", "r.xml", "--scheme", "staged"], cwd=self.folder,
+        run = subprocess.Popen([SCRIPTED_VORLEN, "run", "r.xml", "--scheme", "staged"], cwd=self.folder,
                                stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-                               env={**self.environment, "TEST_RECIPES": self.path("recipes"), "TEST_HANG": "1"})
+                               env={**os.environ, "TEST_RECIPES": self.path("recipes"), "TEST_HANG": "1"})
         self.addCleanup(run.wait)
         self.addCleanup(run.kill)
         end = time.monotonic() + 60
@@ -154,7 +147,7 @@ class Schemes(InAFolder):
             self.expect_not_understood("run", "r.xml", *arguments)
         self.assertEqual(os.listdir(self.folder), ["r.xml"])
 
-    def test_every_recipe_runs_under_both_and_the_closing_line_names_it(self):
+    def test_every_recipe_runs_with_both_and_the_closing_line_names_the_scheme(self):
         self.write("r.xml", RECIPE)
         for scheme in ("staged", "continuous"):
             run = self.run_tool("run", "r.xml", "--scheme", scheme)
@@ -192,7 +185,7 @@ class Schemes(InAFolder):
         self.assertIn("\nSimulated in ", self.run_tool("run", "r.xml").stdout)
         self.assertEqual(json.loads(self.read("r.status.json"))["scheme"], "continuous")
 
-    def test_faults_of_a_recipe_are_reported_as_without_the_option(self):
+    def test_errors_in_a_recipe_are_reported_as_without_the_option(self):
         faulty = {
             "material.xml": RECIPE.replace('<material val="AlGaN"/>', '<material val="GaAs"/>'),
             "broken.xml": RECIPE.replace("</process_stages>", ""),
@@ -224,7 +217,7 @@ class Schemes(InAFolder):
         self.assertEqual(sorted(run.stdout.split()), ["continuous", "staged"])
         self.assertIn("--scheme", self.run_tool("run", "--help").stdout)
 
-    def test_a_run_that_breaks_down_keeps_its_scheme_in_the_status_file(self):
+    def test_the_status_file_of_a_failed_run_names_the_scheme(self):
         shutil.copy(BREAKS_DOWN, self.path("a.xml"))
         self.assertEqual(self.run_tool("run", "a.xml").returncode, 1)
         self.assertEqual(json.loads(self.read("a.status.json"))["scheme"], "continuous")

@@ -1,4 +1,4 @@
-"""vorlen show and vorlen diff on small result files whose values can be worked out by hand, and on faulty ones."""
+"""vorlen show and vorlen diff on small result files whose values can be calculated manually, and on faulty ones."""
 import csv
 import io
 import json
@@ -40,7 +40,7 @@ class Show(InAFolder):
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         return json.loads(run.stdout)["layers"]
 
-    def test_values_worked_out_by_hand(self):
+    def test_values_calculated_manually(self):
         layers = self.layers_of(result_text())
         self.assertEqual([layer["name"] for layer in layers], ["template", 'a,"1"', "b", "cap"])
         self.assertEqual([layer["kind"] for layer in layers], ["pre", "active", "active", "post"])
@@ -57,13 +57,13 @@ class Show(InAFolder):
         self.assertEqual(b["x_in_end"], 0.3)
         self.assertAlmostEqual(b["relaxation"], 0.5, delta=1e-12)
         self.assertAlmostEqual(a["relaxation"], 0.0, delta=1e-12)  # a_eff is that of the template
-        self.assertIsNone(layers[0]["relaxation"])  # the template against itself
+        self.assertIsNone(layers[0]["relaxation"])  # the template relative to itself
         self.assertEqual([layer["x_in"] for layer in (layers[0], layers[3])], [0, 0])
 
     def test_layers_that_a_failed_run_has_not_reached(self):
         layers = self.layers_of(result_text(rows=ROWS[:4]))
         self.assertEqual([layer["kind"] for layer in layers], ["pre", "active", "active", "active"])
-        self.assertAlmostEqual(layers[1]["x_in"], 0.05, delta=1e-15)  # of what has grown
+        self.assertAlmostEqual(layers[1]["x_in"], 0.05, delta=1e-15)  # of the part that has grown
         for layer in layers[2:]:
             self.assertEqual([layer[name] for name in NUMBERS[5:]], [None] * 12)
         self.assertEqual(self.run_tool("show", "r.txt").returncode, 0)
@@ -77,7 +77,7 @@ class Show(InAFolder):
         layers = self.layers_of(result_text(rows=[]))
         self.assertEqual([layer["begin"] for layer in layers], [None] * 4)
 
-    def test_csv_holds_the_same_numbers_as_json(self):
+    def test_csv_contains_the_same_numbers_as_json(self):
         layers = self.layers_of(result_text())
         run = self.run_tool("show", "--csv", "r.txt")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
@@ -108,7 +108,7 @@ class Show(InAFolder):
         self.assertEqual(strain.splitlines()[1].split()[4], "-")
         self.assertEqual(growth.splitlines()[4].split()[-2:], ["GaN", "GaN"])
 
-    def test_every_example_adds_up(self):
+    def test_the_layers_of_every_example_add_up(self):
         for name in EXAMPLES:
             with self.subTest(name):
                 self.assertEqual(self.run_tool("run", example(name)).returncode, 0)
@@ -126,7 +126,7 @@ class Show(InAFolder):
 
 class Diff(InAFolder):
     def diff(self, a, b, *options, unphysical=""):
-        """unphysical: the names of the files of which the tool warns."""
+        """unphysical: the names of the files about which the tool warns."""
         self.write("a.txt", a)
         self.write("b.txt", b)
         run = self.run_tool("diff", "a.txt", "b.txt", "--json", *options)
@@ -144,10 +144,10 @@ class Diff(InAFolder):
         self.assertEqual({column["largest"] for column in columns.values()}, {0})
         self.assertEqual(len(columns), 18)
         run = self.run_tool("diff", "a.txt", "b.txt")
-        self.assertEqual((run.returncode, run.stdout), (0, "8 rows, compared one by one\nNo column deviates.\n"))
+        self.assertEqual((run.returncode, run.stdout), (0, "8 rows, compared one by one\nNo column differs.\n"))
 
     def test_one_value_in_a_pause(self):
-        """Rows at the same height are compared one by one: a curve over height would not show the middle one."""
+        """Rows at the same height are compared one by one: interpolation over height would miss the middle one."""
         def text(x):
             pause = [(12, 100, 0.2, 3.2, 0), (14, 100, x, 3.2, 0), (16, 100, 0.2, 3.2, 0)]
             return result_text(rows=ROWS[:3] + pause + ROWS[4:], active=range(2, 8))
@@ -170,7 +170,7 @@ class Diff(InAFolder):
         self.assertAlmostEqual(columns["x_in"]["largest"], 0.05, delta=1e-15)
         self.assertEqual((columns["x_in"]["z"], columns["x_in"]["layer"]), (140, "b"))
         self.assertLess(columns["time"]["largest"], 1e-12)
-        # 0.05 / 0.35 is 0.143; a number of rows alone is no difference within a tolerance.
+        # 0.05 / 0.35 is 0.143; with a tolerance, a different number of rows is not a difference.
         self.assertFalse(self.diff(result_text(), other, "--tolerance", "0.1")[0]["same"])
         self.assertFalse(self.diff(result_text(), other, "--tolerance", "0.14")[0]["same"])
         found, _ = self.diff(result_text(), other, "--tolerance", "0.6")
@@ -185,13 +185,13 @@ class Diff(InAFolder):
         found, _ = self.diff(result_text(), result_text(layers=LAYERS[:3]))
         self.assertEqual(found["structure"], ["4 layers and 3"])
 
-    def test_not_a_numbers(self):
+    def test_nan(self):
         nan = result_text(rows=[*ROWS[:3], (15, 110, float("nan"), 3.2, -0.01), *ROWS[4:]])
         found, columns = self.diff(nan, nan, unphysical="ab")
         self.assertTrue(found["same"])
         found, columns = self.diff(result_text(), nan, "--tolerance", "1e9", unphysical="b")
         self.assertFalse(found["same"])
-        self.assertIsNone(columns["x_in"]["largest"])  # JSON knows no infinity
+        self.assertIsNone(columns["x_in"]["largest"])  # JSON has no infinity
         lost = result_text(rows=[*ROWS[:3], (15, float("nan"), 0.1, 3.2, -0.01), *ROWS[4:]])
         found, columns = self.diff(result_text(), lost, unphysical="b")
         self.assertEqual((found["same"], columns), (False, {}))
@@ -209,7 +209,7 @@ class Diff(InAFolder):
 
 
 class Faults(InAFolder):
-    def test_what_is_no_result_file(self):
+    def test_files_that_are_not_results(self):
         self.write("good.txt", result_text())
         self.write("empty.txt", "")
         self.write("cut.txt", result_text()[:-5])
@@ -226,21 +226,21 @@ class Faults(InAFolder):
                     self.assertEqual((run.returncode, run.stdout), (2, ""))
                     self.assertRegex(run.stderr, f"^vorlen: {name}[ ,].*\n$")
 
-    def test_the_texts_name_the_line(self):
+    def test_messages_name_the_line(self):
         other = 'is not a result file: its first line is not "VORLEN output file, version 2.0"'
-        for text, told in (("hello", f" {other}"), ("hello\n", f" {other}"), ("\n", f" {other}"),
+        for text, message in (("hello", f" {other}"), ("hello\n", f" {other}"), ("\n", f" {other}"),
                            (TITLE, f" {other}"), (TITLE + "\n", ", line 2: expected <LAYERS>"),
                            (TITLE + "\n<LAYERS>\n", ", line 2: the list of layers has no end"),
                            (TITLE + "\n<LAYERS>\n</LAYERS>\n", ", line 4: expected " + HEADING),
-                           (result_text(layers=[("a", 1, 2), ("b", "x", 3)]), ", line 4: this is no layer"),
-                           (result_text() + "1 2\n", ", line 17: this is no row of 19 numbers"),
+                           (result_text(layers=[("a", 1, 2), ("b", "x", 3)]), ", line 4: not a layer"),
+                           (result_text() + "1 2\n", ", line 17: not a row of 19 numbers"),
                            (result_text()[:-2], ", line 16: the last line is cut off")):
-            with self.subTest(told):
+            with self.subTest(message):
                 self.write("r.txt", text)
                 run = self.run_tool("show", "r.txt")
-                self.assertEqual((run.returncode, run.stderr), (1, f"vorlen: r.txt{told}\n"))
+                self.assertEqual((run.returncode, run.stderr), (1, f"vorlen: r.txt{message}\n"))
 
-    def test_unphysical_rows_are_warned_of_and_shown(self):
+    def test_unphysical_rows_are_shown_with_a_warning(self):
         wild = result_text(rows=[*ROWS[:4], (25, 130, 4.86, 3.2, -0.02), *ROWS[5:]])
         self.write("r.txt", wild)
         text = "Unphysical values in 1 of 8 rows, first at 25 s in layer 3 (b): indium fraction is 4.86"
@@ -273,7 +273,7 @@ class Faults(InAFolder):
                     stderr = self.run_tool("show", "r.txt").stderr
                     self.assertEqual(stderr == "", physical or number != 3, stderr)
 
-    def test_what_is_not_understood(self):
+    def test_wrong_command_lines(self):
         self.write("r.txt", result_text())
         for arguments in (["show"], ["show", "r.txt", "r.txt"], ["show", "--csv", "--json", "r.txt"], ["diff", "r.txt"],
                           ["diff", "r.txt", "r.txt", "--tolerance", "-1"], ["diff", "r.txt", "r.txt", "--tolerance"]):

@@ -1,4 +1,4 @@
-"""What surrounds the commands: colours, units, progress on a terminal, help, manual page, completion, Python."""
+"""Common to all commands: colours, units, progress on a terminal, help, manual page, completion, Python."""
 import os
 import pty
 import re
@@ -20,7 +20,7 @@ def environment(**changes):
 
 class Terminals(InAFolder):
     def on_terminal(self, *arguments, **changes):
-        """What the tool writes to a terminal, on both streams together."""
+        """The output of the tool on a terminal, both streams together."""
         master, slave = pty.openpty()
         with subprocess.Popen([VORLEN, *arguments], cwd=self.folder, env=environment(**changes), stdin=slave,
                               stdout=slave, stderr=slave) as run:
@@ -29,7 +29,7 @@ class Terminals(InAFolder):
             while True:
                 try:
                     block = os.read(master, 65536)
-                except OSError:  # how Linux tells the end
+                except OSError:  # end of file on Linux
                     break
                 if not block:
                     break
@@ -38,7 +38,7 @@ class Terminals(InAFolder):
         os.close(master)
         return output.decode()
 
-    def test_colours_stand_on_terminals_only_and_no_color_is_obeyed(self):
+    def test_colours_are_used_on_terminals_only_and_not_with_no_color(self):
         self.assertIn(COLOUR, self.on_terminal("new", TERM="xterm"))
         self.assertIn(COLOUR, self.on_terminal("new", TERM="xterm", NO_COLOR=""))  # empty is not set
         for changes in ({"TERM": "xterm", "NO_COLOR": "1"}, {"TERM": "dumb"}, {}):
@@ -46,7 +46,7 @@ class Terminals(InAFolder):
         run = self.run_tool("new", env=environment(TERM="xterm"))
         self.assertNotIn(COLOUR, run.stdout)
 
-    def test_unphysical_rows_are_warned_of_in_red(self):
+    def test_warnings_about_unphysical_rows_are_red(self):
         self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", "r.txt").returncode, 0)
         lines = self.read("r.txt").decode().splitlines(keepends=True)
         fields = lines[-1].split(" ")
@@ -68,15 +68,15 @@ class Terminals(InAFolder):
         self.assertRegex(run.stderr, r"^2 of 2 done, 0 failed, 0 running, elapsed 0:0\d\n$")
         self.assertNotIn("\033[K", self.on_terminal("run", "--force", *recipes, TERM="dumb"))
 
-    def test_units_have_their_own_letters_in_utf8_and_ascii_ones_elsewhere(self):
+    def test_units_use_utf8_where_possible_and_ascii_elsewhere(self):
         self.assertEqual(self.run_tool("run", example("ingan_gan_mqw")).returncode, 0)
         for locale, unit in (("C.UTF-8", "µm/h"), ("C", "um/h")):
             run = self.run_tool("show", "ingan_gan_mqw.result.txt", env=environment(LC_ALL=locale))
             self.assertIn(f"Rate, {unit}  ", run.stdout)
 
-    def test_columns_are_aligned_by_what_a_terminal_shows(self):
+    def test_columns_are_aligned_by_display_width(self):
         self.write_recipe("a.xml", 'val="AlGaN barrier"', 'val="氮化镓 Löß"')
-        for locale, width in (("C.UTF-8", 2), ("C", 1)):  # Han characters take two columns, where the locale knows them
+        for locale, width in (("C.UTF-8", 2), ("C", 1)):  # Han characters take two columns if the locale is UTF-8
             run = self.run_tool("run", "a.xml", env=environment(LC_ALL=locale))
             rows = run.stdout.split("\n\n")[0].splitlines()
             widths = {len(row) + (width - 1) * sum(c in "氮化镓" for c in row) for row in rows}
@@ -101,7 +101,7 @@ class Help(InAFolder):
                 text = self.run_tool(*command.split(), "--help").stdout
                 self.assertRegex(text, r"Examples?:\n +vorlen " + command)
 
-    def test_the_manual_page_tells_each_command_and_option(self):
+    def test_the_manual_page_describes_each_command_and_option(self):
         with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
             page = file.read().replace("\\-", "-")
         self.assertLess({"run", "show", "diff", "new", "explain", "report", "sweep"}, set(self.commands()) | {""})
@@ -123,7 +123,7 @@ class Help(InAFolder):
         run = subprocess.run(["groff", "-man", "-ww", "-rCHECKSTYLE=3", "-Tutf8", "-P-c", page], capture_output=True,
                              encoding="utf-8", check=False)
         self.assertEqual((run.returncode, run.stderr), (0, ""))
-        text = re.sub(".\b", "", run.stdout)  # bold letters are typed twice
+        text = re.sub(".\b", "", run.stdout)  # bold letters are overstruck
         self.assertIn("--keep-going", text)
         self.assertIn("EXIT STATUS", text)
 
@@ -161,7 +161,7 @@ class Completion(InAFolder):
         self.assertEqual(self.complete("new ingan_g"), {"ingan_gan_mqw"})
         self.assertEqual(self.complete("new algan_tension --o"), {"--output"})
 
-    def test_the_key_in_a_real_bash(self):
+    def test_the_tab_key_in_a_real_bash(self):
         self.write("growth run.xml", "")
         master, slave = pty.openpty()
         path = {"PATH": BUILD + os.pathsep + os.environ["PATH"], "TERM": "dumb", "PS1": "$ ", "INPUTRC": "/dev/null"}
@@ -183,18 +183,18 @@ class Completion(InAFolder):
             bash.wait(timeout=60)
         os.close(master)
         self.assertIn(b"Usage: vorlen explain", self.read("help.txt"), shown)
-        self.assertIn(b"Error reading file growth run.xml", shown)  # it is empty, and no recipe
+        self.assertIn(b"Error reading file growth run.xml", shown)  # it is empty
 
 
 class Python(InAFolder):
     def write_interpreter(self, name, fits):
-        """Stands for a Python: tells whether modules are found, and else what it was called with."""
+        """A fake Python: says whether modules are found, otherwise prints its arguments."""
         self.write(name, '#!/bin/sh\nif [ "$1" = -c ]; then exit ' + ("0" if fits else "1") + "; fi\n"
                    'printf "%s\\n" "$VORLEN_LIBRARY" "$@"\nexit 7\n')
         os.chmod(self.path(name), 0o755)
         return self.path(name)
 
-    def test_report_and_sweep_go_to_the_package_with_all_their_words(self):
+    def test_report_and_sweep_are_forwarded_to_the_package_with_all_arguments(self):
         python = self.write_interpreter("python", fits=True)
         settings = environment(VORLEN_PYTHON=python)
         del settings["VORLEN_LIBRARY"]
@@ -204,7 +204,7 @@ class Python(InAFolder):
             self.assertEqual(run.stdout.splitlines(),
                              [os.path.realpath(LIBRARY), "-m", "vorlen", command, "a b.txt", "--help", "-x"])
 
-    def test_an_interpreter_that_does_not_fit_is_passed_over(self):
+    def test_an_unsuitable_interpreter_is_skipped(self):
         folder = os.path.join(self.folder, "bin")
         os.mkdir(folder)
         self.write_interpreter("bin/python3", fits=True)
@@ -213,14 +213,14 @@ class Python(InAFolder):
         run = self.run_tool("report", env=settings)
         self.assertEqual((run.returncode, run.stdout), (7, "own\n-m\nvorlen\nreport\n"))
 
-    def test_without_an_interpreter_it_is_told_what_is_missing(self):
+    def test_without_an_interpreter_the_message_names_what_is_missing(self):
         unfit = self.write_interpreter("unfit", fits=False)
-        # With a home that does not exist no Python starts.
+        # Python does not start with a home that does not exist.
         settings = environment(VORLEN_PYTHON=unfit, PYTHONHOME=self.path("nowhere"))
         run = self.run_tool("sweep", env=settings)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertIn("python3-pandas", run.stderr)
-        self.assertIn(f"None of these does: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
+        self.assertIn(f"Tried without success: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""vorlen new and vorlen explain: the recipes and the page of messages that the tool carries."""
+"""vorlen new and vorlen explain: the recipes and the page of messages compiled into the tool."""
 import json
 import os
 import re
@@ -27,16 +27,16 @@ class New(InAFolder):
             self.assertEqual((run.returncode, run.stdout.encode(), run.stderr), (0, expected, ""))
         self.assertEqual(sorted(os.listdir(self.folder)), [name + ".xml" for name in EXAMPLES])
 
-    def test_a_file_is_replaced_only_when_told_so(self):
+    def test_a_file_is_replaced_only_with_force(self):
         self.write("a.xml", "mine")
         run = self.run_tool("new", "algan_tension", "-o", "a.xml")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertEqual(run.stderr, "vorlen: a.xml is there already (--force replaces it)\n")
+        self.assertEqual(run.stderr, "vorlen: a.xml already exists (use --force to replace it)\n")
         self.assertEqual(self.read("a.xml"), b"mine")
         self.assertEqual(self.run_tool("new", "algan_tension", "-o", "a.xml", "--force").returncode, 0)
         self.assertNotEqual(self.read("a.xml"), b"mine")
 
-    def test_places_that_can_not_be_written(self):
+    def test_paths_that_cannot_be_written(self):
         os.mkdir(self.path("folder"))
         run = self.run_tool("new", "algan_tension", "--force", "-o", "folder")
         self.assertEqual((run.returncode, run.stderr), (1, "vorlen: folder is a directory\n"))
@@ -56,7 +56,7 @@ class Explain(InAFolder):
         self.assertEqual((run.returncode, run.stderr), (0, ""), text)
         return run.stdout
 
-    def test_every_text_of_the_page_is_found_with_its_variable_parts_filled_in(self):
+    def test_every_message_of_the_page_is_found_with_its_variable_parts_filled_in(self):
         with open(os.path.join(SOURCE, "docs", "messages.md"), encoding="utf-8") as file:
             rows = re.findall(r"^\| (`.*?`) \| (.*?) \|", file.read(), re.MULTILINE)
         self.assertGreater(len(rows), 70)
@@ -66,8 +66,8 @@ class Explain(InAFolder):
                 self.assertIn(text, shown)
                 self.assertIn(meaning.replace("`", ""), shown)
 
-    def test_the_texts_of_faulty_recipes_are_explained(self):
-        """As the library gives them, values and names filled in."""
+    def test_messages_about_faulty_recipes_are_explained(self):
+        """As issued by the library, with values and names filled in."""
         with open(os.path.join(SOURCE, "tests", "data", "bad", "expected.json"), encoding="utf-8") as file:
             texts = sorted({case["text"] for case in json.load(file) if case["ret"] == 1 and case.get("text")})
         self.assertGreater(len(texts), 20)
@@ -75,38 +75,38 @@ class Explain(InAFolder):
             with self.subTest(text):
                 self.assertIn("  Meaning:     ", self.explain(text))
 
-    def test_what_to_do_is_told(self):
+    def test_the_explanation_says_what_to_do(self):
         self.assertEqual(self.explain("vorlen: b.xml: Very low or negative pressure in stage_2"),
                          "Very low or negative pressure in <stage>\n"
                          "  Section:     Active stages\n"
-                         "  Meaning:     P below 1 at the begin or at the end\n"
+                         "  Meaning:     P is below 1 at the start or the end of the stage\n"
                          "  What to do:  give it in Pa\n")
 
-    def test_a_text_within_a_text(self):
+    def test_a_message_within_a_longer_text(self):
         shown = self.explain("Active stage  is not set correctly. Stage duration is zero or not specified")
         self.assertIn("Active stage <stage> is not set correctly. <reason>\n", shown)
         self.assertIn("\nStage duration is zero or not specified\n", shown)
 
-    def test_a_text_of_two_lines_from_standard_input(self):
+    def test_a_message_of_two_lines_from_standard_input(self):
         run = self.run_tool("run", "none.xml")
         run = self.run_tool("explain", input=run.stderr)
         self.assertEqual((run.returncode, run.stderr), (0, ""))
         self.assertIn("Failed to open file\n", run.stdout)
 
-    def test_texts_of_the_tool_itself(self):
+    def test_messages_of_the_tool_itself(self):
         shown = self.explain("vorlen: a.result.txt: the file ends before the run does. Is the disk full?")
         self.assertIn("  Section:     Command line\n", shown)
 
-    def test_an_unknown_text_shows_the_closest(self):
+    def test_an_unknown_text_shows_the_most_similar_messages(self):
         run = self.run_tool("explain", "step size became small")
         self.assertEqual(run.returncode, 1)
-        self.assertEqual(run.stderr, "vorlen: no message reads like this. The closest are:\n")
+        self.assertEqual(run.stderr, "vorlen: no known message matches. The most similar are:\n")
         self.assertTrue(run.stdout.startswith("Step size has become too small\n"), run.stdout)
         self.assertEqual(run.stdout.count("  Section:"), 3)
 
     def test_no_text(self):
         run = self.run_tool("explain", input=" \n")
-        self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: there is no text to explain\n"))
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: no text to explain\n"))
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""vorlen timeline: the expanded stages of a process, against times and flows worked out by hand from the recipe."""
+"""vorlen timeline: the expanded stages of a process, compared with manually calculated times and flows."""
 import csv
 import io
 import os
@@ -52,7 +52,7 @@ class Timelines(InAFolder):
                          ("2000", "0", "1", "0"))
         self.assertEqual((template["T_begin_K"], template["TMIn_begin_sccm"]), ("", ""))
 
-    def test_the_process_begins_at_t0(self):
+    def test_the_process_starts_at_t0(self):
         path = self.write_changed(('<t0 val="0"/>', '<t0 val="12.5"/>'))
         rows = csv_rows(self.timeline(path, "--csv"))
         self.assertEqual((rows[0]["begin_s"], rows[1]["begin_s"]), ("12.5", "3012.5"))
@@ -96,7 +96,7 @@ class Timelines(InAFolder):
 
 
 class Failures(InAFolder):
-    def test_a_recipe_that_is_refused_gives_its_text(self):
+    def test_a_rejected_recipe_gives_its_message(self):
         run = self.run_tool("timeline", "none.xml")
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertEqual(run.stderr, "vorlen: Error reading file none.xml\nFailed to open file\n")
@@ -107,7 +107,7 @@ class Failures(InAFolder):
             run = self.run_tool("timeline", "recipe.xml")
             self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", f"vorlen: {message}\n"))
 
-    def test_command_lines_that_are_not_understood(self):
+    def test_wrong_command_lines(self):
         for arguments in ([], ["a.xml", "b.xml"], ["--json", "a.xml"]):
             self.expect_not_understood("timeline", *arguments)
 

@@ -1,11 +1,10 @@
-"""Runs that end with values that no process has, or before their end: what the tool says, and what it keeps."""
+"""Runs that give unphysical values or stop early: the message of the tool, and the files that it keeps."""
 import json
 import os
 import shutil
-import tempfile
 import unittest
 
-from support import InAFolder, Result, changed_example, example, scripted_library, without_integration
+from support import SCRIPTED_VORLEN, InAFolder, Result, changed_example, example, without_integration
 
 STAGED_REMEDY = 'What to do: run it with --scheme staged (in Python: scheme="staged")'
 PAGE_REMEDY = "What to do: see docs/when-a-run-fails.md"
@@ -19,7 +18,7 @@ X_GA = 4  # column
 
 
 def recipe_with_a_pause():
-    """A transistor with 5 s without metals before the barrier, which the continuous scheme does not get over."""
+    """A transistor with 5 s without metals before the barrier, where the continuous scheme fails."""
     text = without_integration(changed_example("algan_gan_hemt"))
     begin, end = text.index("<stage_2>"), text.index("</stage_2>") + len("</stage_2>")
     barrier = text[begin:end]
@@ -64,13 +63,7 @@ class Unphysical(InAFolder):
 
 
 class Scripted(InAFolder):
-    """Rows of a good run with values changed, and texts of the library, given by a library for tests."""
-
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.environment = scripted_library(folder.name)
+    """A library for tests returns rows of a good run with changed values, and messages of the library."""
 
     def setUp(self):
         super().setUp()
@@ -83,13 +76,13 @@ class Scripted(InAFolder):
 
     def run_with(self, rows, *arguments, **changes):
         self.write("rows", rows)
-        run = self.run_tool("run", "r.xml", "--force", *arguments,
-                            env={**self.environment, "TEST_ROWS": self.path("rows"), **changes})
+        run = self.run_tool("run", "r.xml", "--force", *arguments, tool=SCRIPTED_VORLEN,
+                            env={**os.environ, "TEST_ROWS": self.path("rows"), **changes})
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         return run.stderr
 
     def row_at(self, time):
-        """The line of the first active row later than a time."""
+        """The line of the first active row after a time."""
         number = next(i for i, row in enumerate(self.result.active_rows) if row[0] > time)
         return [line for line in self.good.splitlines(keepends=True) if line.endswith(" \n")][number]
 
@@ -151,17 +144,17 @@ class Scripted(InAFolder):
         self.assertEqual([text.split()[0] for text in stderr.splitlines()],
                          ["vorlen:", "The", "Unphysical", "What", "The"])
 
-    def test_no_row_at_all(self):
+    def test_a_run_without_rows(self):
         stderr = self.run_with("", TEST_TEXT=TEXTS_OF_INTEGRATION[1])
         self.assertEqual(stderr, f"vorlen: {TEXTS_OF_INTEGRATION[1]}\nThe run ended before its first row\n"
                                  f"{STAGED_REMEDY}\n")
 
-    def test_faults_of_recipes_have_nothing_added(self):
+    def test_nothing_is_added_to_errors_in_recipes(self):
         stderr = self.run_with(self.good, TEST_TEXT="Very low or negative pressure in stage_2")
         self.assertEqual(stderr.splitlines()[0], "vorlen: Very low or negative pressure in stage_2")
         self.assertNotIn("What to do", stderr)
 
-    def test_names_of_layers_in_the_text(self):
+    def test_names_of_layers_in_the_message(self):
         line = self.row_at(3010)
         fields = line.split(" ")
         fields[X_GA] = "2"

@@ -1,6 +1,5 @@
-// The look at the shape of an XML text against what the parser makes of it: the elements of the parsed document are
-// nested as deeply, and have as many attributes, as was foretold. Without a file, since it takes many tries to find two
-// walks over one text apart.
+// Compares shape_of_xml with the parser: the elements of the parsed document must have the predicted nesting and number
+// of attributes. Works on text in memory, which is faster than a file.
 #include <tinyxml.h>
 
 #include <algorithm>
@@ -15,7 +14,7 @@
 namespace {
 
 struct Found {
-  int levels = 0;      // of elements, empty ones counted
+  int levels = 0;      // of elements, including empty ones
   int attributes = 0;  // most of one element
 };
 
@@ -45,7 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   document.Parse(text.c_str());
   Found found;
   look(document, 0, found);
-  // The innermost element may be empty; behind a fault the look goes on where the parser has stopped.
+  // The innermost element may be empty. After a syntax error shape_of_xml may continue where the parser has stopped.
   require(found.levels <= shape.nesting + 1);
   require(found.attributes <= shape.attributes);
   if (!document.Error()) require(found.levels >= shape.nesting && found.attributes == shape.attributes);

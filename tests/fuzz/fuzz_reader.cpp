@@ -1,5 +1,5 @@
-// The reader on any file: it ends with one of its three statuses, with a text if and only if it refuses, and a recipe
-// that it takes is one that the model can be built from or refuses.
+// The reader, on any file: it returns one of its three statuses, and a text if and only if it rejects the file. The
+// check of an accepted recipe returns a text if and only if it fails.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// A whole call on small recipes, with a limit of steps: reading, construction, integration, and a result file that is
-// empty if the model could not be built and begins with the header if it ran.
+// A complete call for small recipes with a limit of steps: reading, construction, integration. The result file is empty
+// if the model cannot be built, and otherwise starts with the header.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -12,9 +12,9 @@
 namespace {
 
 constexpr std::int32_t STEPS_MAX = 12;
-constexpr std::size_t STAGES_MAX = 200;       // more take long without meeting anything new
-constexpr std::size_t STAGED_STAGES_MAX = 6;  // under the staged scheme
-constexpr std::int32_t STAGED_STEPS = 200;    // which allows so many steps more in each stage
+constexpr std::size_t STAGES_MAX = 200;       // more take long and reach no other code
+constexpr std::size_t STAGED_STAGES_MAX = 6;  // under the staged scheme,
+constexpr std::int32_t STAGED_STEPS = 200;    // which allows this many more steps per stage
 
 void require(bool holds) {
   if (!holds) std::abort();
@@ -26,9 +26,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const vorlen_fuzz::InputFile input, output;
   vorlen::ProcessRecipe recipe;
   std::string error;
-  if (vorlen::read_recipe(input.fill(data, size), recipe, error) != 0) return -1;  // of no use for the corpus
+  if (vorlen::read_recipe(input.fill(data, size), recipe, error) != 0) return -1;  // not worth keeping in the corpus
   if (recipe.active_stages.size() > STAGES_MAX) return -1;
-  // The last byte, which the parser does not need, picks the scheme where the recipe leaves it open.
+  // The last byte, which the parser does not need, selects the scheme if the recipe does not.
   if (recipe.scheme == vorlen::SCHEME_continuous && data[size - 1] % 2 == 1) recipe.scheme = vorlen::SCHEME_staged;
   const bool staged = recipe.scheme == vorlen::SCHEME_staged;
   if (staged && recipe.active_stages.size() > STAGED_STAGES_MAX) return -1;

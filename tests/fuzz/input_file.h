@@ -1,4 +1,4 @@
-// An input of the fuzzer as a file with a path, kept in memory.
+// An input of the fuzzer as a file in memory that has a path.
 #pragma once
 
 #include <sys/mman.h>
@@ -12,7 +12,7 @@
 
 namespace vorlen_fuzz {
 
-// The process's one file of that name; each call gives it new content.
+// One file for the whole process. Each call replaces its content.
 class InputFile {
  public:
   InputFile() : descriptor_(memfd_create("vorlen_fuzz", MFD_CLOEXEC)) {

@@ -1,6 +1,6 @@
-// Mutations that keep a recipe a recipe. Changed byte by byte, nearly every input ends at the XML parser; every other
-// time one attribute value is replaced here by a number or word that means something to the reader, or an element is
-// doubled or taken away.
+// Mutations that keep the input well-formed. With changed bytes, almost every input fails in the XML parser. So every
+// other mutation replaces an attribute value by a number or a word that the reader knows, or repeats or removes an
+// element.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -88,7 +88,7 @@ struct Span {
   std::size_t begin, end;
 };
 
-// What stands between the quotes of the text.
+// The quoted strings of the text.
 std::vector<Span> values_of(const std::string& text) {
   std::vector<Span> spans;
   for (std::size_t at = text.find('"'); at != std::string::npos; at = text.find('"', at + 1)) {

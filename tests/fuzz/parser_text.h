@@ -1,5 +1,5 @@
-// An input of the fuzzer as a text that the parser may get: up to its first zero, with LF as line ends, and four zeros
-// behind it.
+// Turns an input of the fuzzer into a text for the parser: up to the first zero, with LF as line ends, followed by four
+// zeros.
 #pragma once
 
 #include <algorithm>

@@ -1,9 +1,8 @@
 #!/bin/bash
-# Feeds the fuzz targets: tests/fuzz/run.sh [SECONDS [FOLDER OF THE TARGETS]]
-# SECONDS in all (60 without), shared out to the four targets, of which two run at a time; from the seeds, with a fixed
-# random seed. What ends a target (a crash, a finding of a sanitizer, a broken promise, 10 s for one input) is kept in
-# build/fuzz/found, and the exit status is 1. Longer by hand: the corpora in build/fuzz/corpus are kept, and a run goes on
-# from them.
+# Runs the fuzz targets: tests/fuzz/run.sh [SECONDS [FOLDER OF THE TARGETS]]
+# SECONDS (default 60) is the time for all three targets; fuzz_run runs beside the other two. The random seed is fixed.
+# An input that crashes a target, triggers a sanitizer, violates an assertion or takes 10 s is saved in build/fuzz/found,
+# and the exit status is 1. The corpora in build/fuzz/corpus are kept, so that the next run continues from them.
 set -uo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/../.." || exit 1
@@ -16,10 +15,10 @@ fi
 seeds=build/fuzz/seeds
 corpus=build/fuzz/corpus
 found=build/fuzz/found
-mkdir -p "$corpus"/{reader,nesting,memory,run} "$found"
+mkdir -p "$corpus"/{reader,nesting,run} "$found"
 python3 tests/fuzz/seeds.py "$seeds" || exit 1
 
-# feed TARGET SHARE SEEDS...: SHARE in per cent of the seconds.
+# feed TARGET SHARE SEEDS...: SHARE is a percentage of the seconds.
 feed() {
   local target=$1 share=$2
   shift 2
@@ -29,12 +28,11 @@ feed() {
 }
 
 failures=0
-feed run 40 "$seeds/recipes" &
-feed reader 30 "$seeds/recipes" "$seeds/xml" || failures=$((failures + 1))
-feed nesting 15 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
-feed memory 15 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
+feed run 45 "$seeds/recipes" &
+feed reader 35 "$seeds/recipes" "$seeds/xml" || failures=$((failures + 1))
+feed nesting 20 "$seeds/xml" "$seeds/recipes" || failures=$((failures + 1))
 wait $! || failures=$((failures + 1))
-for target in reader nesting memory run; do
+for target in reader nesting run; do
   executions=$(sed -n 's/^stat::number_of_executed_units: *//p' "$corpus/$target.log")
   coverage=$(sed -n 's/^#[0-9]*\t.* cov: \([0-9]*\) .*/\1/p' "$corpus/$target.log" | tail -n 1)
   if [ -n "$executions" ] && [ -n "$coverage" ]; then
@@ -46,7 +44,7 @@ for target in reader nesting memory run; do
   fi
 done
 if [ $failures -gt 0 ]; then
-  echo "stopped by what lies in $found:"
+  echo "stopped by the inputs in $found:"
   grep -h -E "^(SUMMARY|==[0-9]+== ERROR)|runtime error|Test unit written" "$corpus"/*.log
   exit 1
 fi

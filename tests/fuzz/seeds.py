@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the seed corpora and the dictionary of the fuzz targets: seeds.py FOLDER
+"""Writes the seed corpora and the dictionary of the fuzz targets: seeds.py FOLDER
 
 FOLDER/recipes gets the example recipes, the recipes of the reference results, and one recipe of each kind of fault
 and of good ones, without blanks and comments so that mutations meet what is read. FOLDER/xml gets short XML texts with the oddities
@@ -11,7 +11,7 @@ import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
 TREE = Path(__file__).resolve().parents[2]
-SIZE_MAX = 8192  # of a seed, bytes: what is longer is slow to run through
+SIZE_MAX = 8192  # of a seed, bytes; longer ones are slow
 
 MARK = b"\xef\xbb\xbf"  # byte order mark
 ODD_XML = [
@@ -28,7 +28,7 @@ WORD = re.compile(r"[A-Za-z][A-Za-z0-9_]*")
 
 
 def recipe_files() -> list[Path]:
-    """The recipes of the tree that make the seeds."""
+    """The recipes of the source tree that serve as seeds."""
     bad = TREE / "tests/data/bad"
     return sorted([*(TREE / "examples").glob("*.xml"), *(TREE / "tests/data/recipes").glob("*.xml"),
                    *bad.glob("*_001.xml"), *bad.glob("good_*.xml")])

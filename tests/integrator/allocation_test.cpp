@@ -7,6 +7,7 @@
 #include "integrator/integrator_call.h"
 #include "integrator/probe.h"
 #include "integrator/reference_problems.h"
+#include "integrator/vorlen_radau.h"
 
 namespace {
 
@@ -100,7 +101,7 @@ TEST(Allocation, NoMatrixCaseAllocates) {
   }
 }
 
-TEST(Allocation, ARefusedCallDoesNotAllocateEither) {
+TEST(Allocation, ARejectedCallDoesNotAllocateEither) {
   IntegratorCall call = Hires();
   call.Iwork(2) = -1;
   call.SizeArrays();
@@ -110,6 +111,25 @@ TEST(Allocation, ARefusedCallDoesNotAllocateEither) {
   counting = false;
   EXPECT_EQ(call.idid, -1);
   EXPECT_EQ(allocations, 0);
+}
+
+TEST(Allocation, TheHeaderAllocatesOnlyWithoutAWorkspace) {
+  radau::Problem problem;
+  problem.n = 1;
+  problem.rhs = [](std::int32_t, double, const double* y, double* f, void*) { f[0] = -y[0]; };
+  double reals[100];
+  std::int32_t integers[100];
+  for (const bool with_workspace : {true, false}) {
+    double y[1] = {1.0};
+    radau::State state{0.0, y, 1e-3, {}};
+    allocations = 0;
+    counting = true;
+    const radau::Result result = with_workspace ? radau::Integrate(problem, {}, 1.0, state, {reals, 100, integers, 100})
+                                                : radau::Integrate(problem, {}, 1.0, state);
+    counting = false;
+    EXPECT_EQ(result, radau::Result::REACHED_END);
+    EXPECT_EQ(allocations, with_workspace ? 0 : 2);
+  }
 }
 
 }  // namespace vorlen::test

@@ -1,4 +1,4 @@
-// The continuous output inside step_callback.
+// Dense output inside step_callback.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,7 +13,7 @@ namespace vorlen::test {
 
 namespace {
 
-// What the checks found, summed over the steps of a run.
+// The findings of the checks over the steps of a run.
 struct Findings {
   std::int32_t steps = 0;
   double worst_start = 0.0;   // |value at x_old - y at the end of the step before| / |y|
@@ -90,7 +90,7 @@ TEST(DenseOutput, OutsideTheStepTheCubicIsEvaluated) { EXPECT_TRUE(RunCircle(1e-
 
 TEST(DenseOutput, ItReadsOnly) { EXPECT_TRUE(RunCircle(1e-6).nothing_changed); }
 
-TEST(DenseOutput, RunsOnOtherThreadsDoNotMeet) {
+TEST(DenseOutput, RunsOnDifferentThreadsAreIndependent) {
   const Findings alone = RunCircle(1e-9);
   Findings first, second;
   std::thread a([&first] {

@@ -1,5 +1,5 @@
-// One system told to the integrator in different ways. Where the operations are the same by construction, the results
-// are the same bits; where another elimination is used, they agree far below the tolerance.
+// One system described to the integrator in different ways. Where the operations are the same by construction, the
+// results are the same bits; where another elimination is used, they agree far below the tolerance.
 #include <gtest/gtest.h>
 
 #include <cmath>

@@ -1,5 +1,5 @@
 // The reduction to Hessenberg form is a similarity H = S^-1 A S. The tests rebuild S^-1 from the interchanges and the
-// multipliers left below the subdiagonal and check H S^-1 v = S^-1 A v, which holds for no other H.
+// multipliers left below the subdiagonal and check H S^-1 v = S^-1 A v, which determines H.
 #include <gtest/gtest.h>
 
 #include <cmath>

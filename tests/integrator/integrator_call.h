@@ -58,14 +58,14 @@ struct IntegratorCall {
 
   void SetTolerance(double relative, double absolute);
 
-  // Gives both arrays exactly the length that the arguments ask for, all storage filled with not-a-number and with
-  // a pattern, and sets lwork and liwork.
+  // Gives both arrays exactly the length that the arguments require, fills the storage with NaN and with a pattern,
+  // and sets lwork and liwork.
   void SizeArrays();
 
   // SizeArrays and Run.
   void SizeAndRun();
 
-  // Calls the integrator with the record as it stands.
+  // Calls the integrator with the record as it is.
   void Run();
 
   Counters ReadCounters() const;

@@ -1,5 +1,5 @@
-// The factorisations and solves: random matrices against plain elimination in long double, then the cases at the edges,
-// whose expected values follow by hand.
+// The factorisations and solves: random matrices compared with plain elimination in long double, then edge cases,
+// whose expected values are computed manually.
 #include "integrator/matrix_kernels.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ namespace vorlen::test {
 
 namespace {
 
-constexpr double PADDING = 12345.0;  // in rows behind the matrix
+constexpr double PADDING = 12345.0;  // in rows after the matrix
 constexpr double UNSET = -98765.0;   // where no value is needed
 constexpr std::int32_t UNSET_PIVOT = -5;
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();

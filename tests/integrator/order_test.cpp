@@ -1,6 +1,6 @@
 // Observed orders of convergence with constant steps: 5 of the solution, 4 of the dense output, 3 of the algebraic
-// components of a problem of index 2, 4 of the error estimate. A constant step is forced by a tolerance that nothing
-// exceeds and a largest step; the Newton iteration is carried to rounding by its stop factor.
+// components of a problem of index 2, 4 of the error estimate. A constant step is forced by a tolerance that is never
+// exceeded and a largest step; the stop factor makes the Newton iteration converge to rounding.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The kernels that treat a real and a complex matrix together against those for one matrix, bit for bit: factors,
-// pivots and solutions, for random matrices and for the numbers at which a shortcut would show.
+// The kernels for a real and a complex matrix together, compared with those for one matrix bit for bit: factors,
+// pivots and solutions, for random matrices and for numbers that would reveal a shortcut.
 #include "integrator/pair_kernels.h"
 
 #include <gtest/gtest.h>
@@ -57,7 +57,7 @@ struct System {
   }
 };
 
-// Not-a-numbers count as equal: which of two a sum passes on is the processor's choice.
+// NaNs count as equal: which of two NaNs a sum returns depends on the processor.
 void ExpectSameBits(const Reals& actual, const Reals& expected, const char* what) {
   for (std::size_t i = 0; i < expected.size(); ++i) {
     if (std::isnan(expected[i]) && std::isnan(actual[i])) continue;

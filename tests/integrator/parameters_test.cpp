@@ -1,5 +1,5 @@
 // The parameter slots: the default given explicitly changes no bit, another value takes effect, a value out of range is
-// refused before any callback runs. Then tolerances, counters and result codes.
+// rejected before any callback runs. Then tolerances, counters and result codes.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -82,8 +82,8 @@ void ExpectSameRun(const IntegratorCall& a, const IntegratorCall& b) {
   EXPECT_EQ(a.ReadCounters(), b.ReadCounters());
 }
 
-// The arguments must be refused: idid -1, no callback, x, y, h and the slots of the counters as they were.
-void ExpectRefused(IntegratorCall call, const std::string& what, const Change& change) {
+// The arguments must be rejected: idid -1, no callback, x, y, h and the slots of the counters as they were.
+void ExpectRejected(IntegratorCall call, const std::string& what, const Change& change) {
   SCOPED_TRACE(what);
   Probe probe;
   Attach(probe, call);
@@ -154,7 +154,7 @@ TEST(Parameters, SlotsThatAreNotReadHaveNoInfluence) {
                 plain);
 }
 
-TEST(Parameters, WhatStandsInTheStorageBeforeHasNoInfluence) {
+TEST(Parameters, TheContentsOfTheStorageHaveNoInfluence) {
   for (const IntegratorCall& problem : {Hires(), Growth(), Chain()}) {
     IntegratorCall zeros = problem;
     zeros.SizeArrays();
@@ -189,7 +189,7 @@ TEST(Parameters, ASmallerSafetyFactorTakesMoreSteps) {
             RunWith(Hires(), NoChange()).ReadCounters().step_count + 20);
 }
 
-TEST(Parameters, ANegativeReuseLimitAsksForANewJacobianAfterEachAcceptedStep) {
+TEST(Parameters, ANegativeReuseLimitComputesAJacobianAfterEachAcceptedStep) {
   const Counters counters = RunWith(Hires(), SetWork(3, -0.001)).ReadCounters();
   EXPECT_EQ(counters.jacobian_count, counters.accepted_count);
 }
@@ -338,13 +338,13 @@ TEST(Parameters, AStrideWithoutBlocksIsIgnored) {
   ExpectSameRun(RunWith(Hires(), SetIwork(10, 3)), plain);
 }
 
-TEST(Parameters, RealSlotsOutOfRangeAreRefused) {
+TEST(Parameters, RealSlotsOutOfRangeAreRejected) {
   const double tol = TransformedTolerance(1e-6);
-  const std::vector<std::pair<std::int32_t, double>> refused = {
+  const std::vector<std::pair<std::int32_t, double>> rejected = {
       {1, 1e-19}, {1, -1e-16},      {1, 1.0}, {1, 2.0},  {2, 0.001}, {2, -0.5}, {2, 1.0},  {3, 1.0},  {3, 3.0},
       {4, -1.0},  {4, 1e-16 / tol}, {5, 1.1}, {6, 0.99}, {6, -1.0},  {8, 1.1},  {8, -1.0}, {9, 0.99}, {9, 0.1}};
-  for (const auto& [slot, value] : refused) {
-    ExpectRefused(Hires(), "WORK(" + std::to_string(slot) + ") = " + std::to_string(value), SetWork(slot, value));
+  for (const auto& [slot, value] : rejected) {
+    ExpectRejected(Hires(), "WORK(" + std::to_string(slot) + ") = " + std::to_string(value), SetWork(slot, value));
   }
 }
 
@@ -363,23 +363,23 @@ TEST(Parameters, RealSlotsOnTheirLimitsPass) {
   }
 }
 
-TEST(Parameters, IntegerSlotsOutOfRangeAreRefused) {
-  const std::vector<std::pair<std::int32_t, std::int32_t>> refused = {{2, -1},
-                                                                      {3, -1},
-                                                                      {5, 7},
-                                                                      {5, 9},
-                                                                      {5, -1},
-                                                                      {6, 1},
-                                                                      {6, -1},
-                                                                      {7, 1},
-                                                                      {7, -1},
-                                                                      {9, -1},
-                                                                      {9, INT_MIN_VALUE},
-                                                                      {9, 8},
-                                                                      {9, 5},
-                                                                      {9, INT_MAX_VALUE}};
-  for (const auto& [slot, value] : refused) {
-    ExpectRefused(Hires(), "IWORK(" + std::to_string(slot) + ") = " + std::to_string(value), SetIwork(slot, value));
+TEST(Parameters, IntegerSlotsOutOfRangeAreRejected) {
+  const std::vector<std::pair<std::int32_t, std::int32_t>> rejected = {{2, -1},
+                                                                       {3, -1},
+                                                                       {5, 7},
+                                                                       {5, 9},
+                                                                       {5, -1},
+                                                                       {6, 1},
+                                                                       {6, -1},
+                                                                       {7, 1},
+                                                                       {7, -1},
+                                                                       {9, -1},
+                                                                       {9, INT_MIN_VALUE},
+                                                                       {9, 8},
+                                                                       {9, 5},
+                                                                       {9, INT_MAX_VALUE}};
+  for (const auto& [slot, value] : rejected) {
+    ExpectRejected(Hires(), "IWORK(" + std::to_string(slot) + ") = " + std::to_string(value), SetIwork(slot, value));
   }
 }
 
@@ -391,41 +391,41 @@ TEST(Parameters, IndexCountsMustAddUpAndNoneMayBeNegative) {
       call.Iwork(7) = third;
     };
   };
-  ExpectRefused(Growth(), "one short", counts(6, 3, 0));
-  ExpectRefused(Growth(), "one too many", counts(6, 4, 1));
-  ExpectRefused(Growth(), "negative index 2, the right sum", counts(12, -2, 0));
-  ExpectRefused(Growth(), "negative index 3, the right sum", counts(12, 0, -2));
-  ExpectRefused(Growth(), "negative index 1, the right sum", counts(-2, 12, 0));
-  ExpectRefused(Growth(), "a sum that wraps around in 32 bits", counts(INT_MAX_VALUE, INT_MAX_VALUE, 12));
+  ExpectRejected(Growth(), "one short", counts(6, 3, 0));
+  ExpectRejected(Growth(), "one too many", counts(6, 4, 1));
+  ExpectRejected(Growth(), "negative index 2, the right sum", counts(12, -2, 0));
+  ExpectRejected(Growth(), "negative index 3, the right sum", counts(12, 0, -2));
+  ExpectRejected(Growth(), "negative index 1, the right sum", counts(-2, 12, 0));
+  ExpectRejected(Growth(), "a sum that wraps around in 32 bits", counts(INT_MAX_VALUE, INT_MAX_VALUE, 12));
   EXPECT_EQ(RunWith(Growth(), counts(6, 4, 0)).idid, 1);
 }
 
-TEST(Parameters, BlocksThatDoNotFitAreRefused) {
-  ExpectRefused(Chain(), "stride below 0", SetIwork(10, -4));
-  ExpectRefused(Chain(), "no multiple of the stride", SetIwork(10, 3));
-  ExpectRefused(Chain(), "count and stride above n", SetIwork(10, 8));
-  ExpectRefused(Chain(), "sum beyond 32 bits", SetIwork(10, INT_MAX_VALUE));
-  ExpectRefused(Chain(), "the most negative pair", [](IntegratorCall& call) {
+TEST(Parameters, BlocksThatDoNotFitAreRejected) {
+  ExpectRejected(Chain(), "stride below 0", SetIwork(10, -4));
+  ExpectRejected(Chain(), "no multiple of the stride", SetIwork(10, 3));
+  ExpectRejected(Chain(), "count and stride above n", SetIwork(10, 8));
+  ExpectRejected(Chain(), "sum beyond 32 bits", SetIwork(10, INT_MAX_VALUE));
+  ExpectRejected(Chain(), "the most negative pair", [](IntegratorCall& call) {
     call.Iwork(9) = INT_MIN_VALUE;
     call.Iwork(10) = -1;
   });
-  ExpectRefused(Chain(), "banded with components behind the blocks", [](IntegratorCall& call) {
+  ExpectRejected(Chain(), "banded with components after the blocks", [](IntegratorCall& call) {
     call.Iwork(9) = 4;
     call.mljac = call.mujac = 1;
   });
-  ExpectRefused(Chain(), "Hessenberg form", SetIwork(1, 1));
+  ExpectRejected(Chain(), "Hessenberg form", SetIwork(1, 1));
 }
 
-TEST(Parameters, TolerancesOutOfRangeAreRefused) {
+TEST(Parameters, TolerancesOutOfRangeAreRejected) {
   const auto tolerance = [](double relative, double absolute) {
     return [=](IntegratorCall& call) { call.SetTolerance(relative, absolute); };
   };
-  ExpectRefused(Hires(), "atol 0", tolerance(1e-6, 0.0));
-  ExpectRefused(Hires(), "atol negative", tolerance(1e-6, -1e-6));
-  ExpectRefused(Hires(), "rtol 0", tolerance(0.0, 1e-6));
-  ExpectRefused(Hires(), "rtol at ten roundoffs", tolerance(10.0 * 1e-16, 1e-6));
-  ExpectRefused(Hires(), "rtol 1e-16", tolerance(1e-16, 1e-6));
-  ExpectRefused(Hires(), "one of many", [](IntegratorCall& call) {
+  ExpectRejected(Hires(), "atol 0", tolerance(1e-6, 0.0));
+  ExpectRejected(Hires(), "atol negative", tolerance(1e-6, -1e-6));
+  ExpectRejected(Hires(), "rtol 0", tolerance(0.0, 1e-6));
+  ExpectRejected(Hires(), "rtol at ten roundoffs", tolerance(10.0 * 1e-16, 1e-6));
+  ExpectRejected(Hires(), "rtol 1e-16", tolerance(1e-16, 1e-6));
+  ExpectRejected(Hires(), "one of many", [](IntegratorCall& call) {
     call.itol = 1;
     call.rtol.assign(8, 1e-6);
     call.atol.assign(8, 1e-6);
@@ -433,17 +433,17 @@ TEST(Parameters, TolerancesOutOfRangeAreRefused) {
   });
 }
 
-TEST(Parameters, BandwidthsOutOfRangeAreRefused) {
+TEST(Parameters, BandwidthsOutOfRangeAreRejected) {
   const auto band = [](std::int32_t lower, std::int32_t upper) {
     return [=](IntegratorCall& call) {
       call.mljac = lower;
       call.mujac = upper;
     };
   };
-  ExpectRefused(Hires(), "mljac negative", band(-1, 1));
-  ExpectRefused(Hires(), "mljac most negative", band(INT_MIN_VALUE, 1));
-  ExpectRefused(Hires(), "mujac negative", band(1, -1));
-  ExpectRefused(Hires(), "rows of the band beyond 32 bits", band(7, INT_MAX_VALUE));
+  ExpectRejected(Hires(), "mljac negative", band(-1, 1));
+  ExpectRejected(Hires(), "mljac most negative", band(INT_MIN_VALUE, 1));
+  ExpectRejected(Hires(), "mujac negative", band(1, -1));
+  ExpectRejected(Hires(), "rows of the band beyond 32 bits", band(7, INT_MAX_VALUE));
   const auto mass = [](std::int32_t lower, std::int32_t upper) {
     return [=](IntegratorCall& call) {
       call.mljac = call.mujac = 2;
@@ -451,29 +451,29 @@ TEST(Parameters, BandwidthsOutOfRangeAreRefused) {
       call.mumas = upper;
     };
   };
-  ExpectRefused(Growth(), "mlmas above mljac", mass(3, 0));
-  ExpectRefused(Growth(), "mumas above mujac", mass(0, 3));
-  ExpectRefused(Growth(), "full mass with a band Jacobian", mass(10, 10));
-  ExpectRefused(Growth(), "mlmas negative", mass(-1, 1));
-  ExpectRefused(Growth(), "mumas negative", mass(1, -1));
-  ExpectRefused(Growth(), "mlmas above n", [](IntegratorCall& call) { call.mlmas = 11; });
-  ExpectRefused(Growth(), "rows of the mass beyond 32 bits", mass(INT_MAX_VALUE, INT_MAX_VALUE));
+  ExpectRejected(Growth(), "mlmas above mljac", mass(3, 0));
+  ExpectRejected(Growth(), "mumas above mujac", mass(0, 3));
+  ExpectRejected(Growth(), "full mass with a band Jacobian", mass(10, 10));
+  ExpectRejected(Growth(), "mlmas negative", mass(-1, 1));
+  ExpectRejected(Growth(), "mumas negative", mass(1, -1));
+  ExpectRejected(Growth(), "mlmas above n", [](IntegratorCall& call) { call.mlmas = 11; });
+  ExpectRejected(Growth(), "rows of the mass beyond 32 bits", mass(INT_MAX_VALUE, INT_MAX_VALUE));
 }
 
-TEST(Parameters, NoComponentsAreRefused) {
+TEST(Parameters, NoComponentsAreRejected) {
   for (const std::int32_t n : {0, -1, INT_MIN_VALUE}) {
-    ExpectRefused(Hires(), "n = " + std::to_string(n), [n](IntegratorCall& call) { call.n = n; });
+    ExpectRejected(Hires(), "n = " + std::to_string(n), [n](IntegratorCall& call) { call.n = n; });
   }
 }
 
-TEST(Parameters, AMissingCallbackIsRefused) {
+TEST(Parameters, AMissingCallbackIsRejected) {
   IntegratorCall no_rhs = Hires();
   no_rhs.SizeArrays();
   no_rhs.rhs_callback = nullptr;
   no_rhs.Run();
   EXPECT_EQ(no_rhs.idid, -1);
-  ExpectRefused(Hires(), "Jacobian", [](IntegratorCall& call) { call.ijac = 1; });
-  ExpectRefused(Hires(), "mass", [](IntegratorCall& call) {
+  ExpectRejected(Hires(), "Jacobian", [](IntegratorCall& call) { call.ijac = 1; });
+  ExpectRejected(Hires(), "mass", [](IntegratorCall& call) {
     call.imas = 1;
     call.lwork += 100;
     call.WORK.resize(static_cast<std::size_t>(call.lwork));
@@ -485,7 +485,7 @@ TEST(Parameters, AMissingCallbackIsRefused) {
   EXPECT_EQ(no_step.idid, -1);
 }
 
-TEST(Parameters, StorageOneTooSmallIsRefusedAndExactlyEnoughPasses) {
+TEST(Parameters, StorageOneTooSmallIsRejectedAndExactlyEnoughPasses) {
   IntegratorCall band(BandRhs, std::vector<double>(12, 0.1), 0.5);
   band.mljac = 2;
   band.mujac = 1;
@@ -497,12 +497,12 @@ TEST(Parameters, StorageOneTooSmallIsRefusedAndExactlyEnoughPasses) {
     fits.Iwork(2) = 2;
     fits.SizeAndRun();
     EXPECT_EQ(fits.idid, -2);
-    ExpectRefused(problem, "lwork", [](IntegratorCall& call) { call.lwork -= 1; });
-    ExpectRefused(problem, "liwork", [](IntegratorCall& call) { call.liwork -= 1; });
+    ExpectRejected(problem, "lwork", [](IntegratorCall& call) { call.lwork -= 1; });
+    ExpectRejected(problem, "liwork", [](IntegratorCall& call) { call.liwork -= 1; });
   }
   for (const std::int32_t size : {19, 0, -1}) {
-    ExpectRefused(Hires(), "lwork without the slots", [size](IntegratorCall& call) { call.lwork = size; });
-    ExpectRefused(Hires(), "liwork without the slots", [size](IntegratorCall& call) { call.liwork = size; });
+    ExpectRejected(Hires(), "lwork without the slots", [size](IntegratorCall& call) { call.lwork = size; });
+    ExpectRejected(Hires(), "liwork without the slots", [size](IntegratorCall& call) { call.liwork = size; });
   }
 }
 
@@ -561,7 +561,7 @@ TEST(Parameters, AfterARefusalTheTolerancesStayTransformed) {
   EXPECT_EQ(call.rtol[0], TransformedTolerance(1e-6));
 }
 
-TEST(Parameters, ARefusedToleranceOfManyStaysWhileTheOthersAreTransformed) {
+TEST(Parameters, ARejectedToleranceOfManyStaysWhileTheOthersAreTransformed) {
   IntegratorCall call = Hires();
   call.itol = 1;
   call.rtol.assign(8, 1e-6);

@@ -1,4 +1,4 @@
-// What the kernel tests compare with: textbook elimination by rows on vectors of vectors in long double, and matrices
+// The reference of the kernel tests: textbook elimination by rows on vectors of vectors in long double, and matrices
 // of random numbers from a fixed seed.
 #pragma once
 

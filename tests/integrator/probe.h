@@ -1,4 +1,4 @@
-// A context that stands between the integrator and a problem: it counts the callbacks and keeps what they were given.
+// A context between the integrator and a problem that counts the callbacks and records their arguments.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The matrix kernels and one round of the stage system against reference values computed independently, bit for bit:
-// these operations are + - * / and one sqrt, which are exact to the last bit on every machine.
+// The matrix kernels and one solve of the stage system, compared bit for bit with reference values computed
+// independently: these operations are + - * / and one sqrt, which are correctly rounded on every machine.
 #include <gtest/gtest.h>
 
 #include <fstream>

@@ -1,4 +1,4 @@
-// The problems of the reference runs: right-hand sides and mass matrices whose formulas stand as text in
+// The problems of the reference runs: right-hand sides and mass matrices whose formulas are given as text in
 // tests/data/integrator/reference_runs.json.
 #pragma once
 

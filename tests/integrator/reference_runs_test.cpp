@@ -1,6 +1,6 @@
 // Whole runs against reference values computed independently: every matrix case, both controllers, the rejection of a
-// first step and the step limit. On the processor and C library of the values they are equal
-// bit for bit; the tests ask for that, since all arithmetic is + - * / sqrt and pow in a fixed order.
+// first step and the step limit. The tests require equality bit for bit, since all arithmetic is + - * / sqrt and pow
+// in a fixed order; the values are those of one processor and C library.
 #include <gtest/gtest.h>
 
 #include <bit>

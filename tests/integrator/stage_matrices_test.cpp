@@ -1,4 +1,4 @@
-// The two matrices of the stage equations set up together against each one by itself, bit for bit.
+// The two matrices of the stage equations set up together, compared bit for bit with each one set up alone.
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -57,7 +57,7 @@ struct Storage {
   }
 };
 
-// Not-a-numbers count as equal: which of two a sum passes on is the processor's choice.
+// NaNs count as equal: which of two NaNs a sum returns depends on the processor.
 void ExpectSameBits(const Reals& actual, const Reals& expected, const char* what) {
   for (std::size_t i = 0; i < expected.size(); ++i) {
     if (std::isnan(expected[i]) && std::isnan(actual[i])) continue;

@@ -1,9 +1,9 @@
-// The stage system of every matrix case against plain elimination of the whole system: Jacobian, mass matrix and block
-// structure are written out as full matrices of order n, the equations
+// The stage system of every matrix case, compared with plain elimination of the whole system: Jacobian, mass matrix and
+// block structure are written out as full matrices of order n, the equations
 //
 //   (shift M - J) z = TI f - shift M w     and     (E1 filter) e = M (d1 z1 + d2 z2 + d3 z3) + f(x, y)
 //
-// are solved in long double and compared. Then the cases at the edges.
+// are solved in long double and compared. Then edge cases.
 #include "integrator/stage_system.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-// The loops over the components of the stage vectors against the same formulas for one component after the other, bit
-// for bit: vectors of every length up to some pairs of components, of random numbers and of those at which a shortcut
-// would show.
+// The loops over the components of the stage vectors, compared bit for bit with the same formulas for one component at
+// a time: vectors of every length up to several pairs, of random numbers and of numbers that would reveal a shortcut.
 #include "integrator/stage_vectors.h"
 
 #include <gtest/gtest.h>
@@ -44,7 +43,7 @@ struct Vectors {
   }
 };
 
-// Not-a-numbers count as equal: which of two a sum passes on is the processor's choice.
+// NaNs count as equal: which of two NaNs a sum returns depends on the processor.
 void ExpectSameBits(double actual, double expected, const char* what) {
   if (std::isnan(expected) && std::isnan(actual)) return;
   EXPECT_EQ(std::bit_cast<std::uint64_t>(actual), std::bit_cast<std::uint64_t>(expected))

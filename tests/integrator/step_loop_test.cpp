@@ -1,5 +1,5 @@
-// The step loop at its edges. The problems are so simple that steps, counts and codes follow by hand: with f = 0 every
-// step is accepted with the smallest error, 1e-10, and the next one is 8 times longer.
+// Edge cases of the step loop. The problems are so simple that steps, counts and codes can be derived manually: with f
+// = 0 every step is accepted with the smallest error, 1e-10, and the next one is 8 times longer.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -28,7 +28,7 @@ void DecayRhs(std::int32_t n, double, const double* y, double* f, void*, void*) 
   }
 }
 
-// The ends x + h of the tries, from the evaluations at the third stage: the evaluation behind the two inner stages.
+// The ends x + h of the tries, from the evaluations at the third stage: the evaluation after the two inner stages.
 // Valid for runs whose n evaluations of the Jacobian and other calls at x itself come before.
 std::vector<double> FirstTries(const Probe& probe, double x_start) {
   std::vector<double> ends;
@@ -122,8 +122,8 @@ TEST(StepLoop, AConvergenceInOneIterationKeepsTheJacobianUnlessTheLimitIsNegativ
 }
 
 TEST(StepLoop, ReachingTheIterationLimitWithoutConvergenceHalvesTheStep) {
-  // With one iteration allowed there is no contraction test: the update of a problem that moves at once is above the
-  // stop factor until the step is tiny. Tries end at h, h/2, h/4, ..; each costs three evaluations.
+  // With one iteration allowed the contraction is not tested: the update of a problem that changes at once is above the
+  // stop factor until the step is tiny. Attempts end at h, h/2, h/4, ..; each costs three evaluations.
   IntegratorCall call(
       [](std::int32_t, double, const double* y, double* f, void*, void*) { f[0] = 1e4 * std::cos(y[0]); }, {1.0}, 1.0);
   call.h = 0.5;
@@ -298,7 +298,7 @@ TEST(StepLoop, FiveSingularFactorisationsInARowEndTheRun) {
 
 TEST(StepLoop, FiveSingularFactorisationsFarApartEndTheRunToo) {
   // f = 0, and each Jacobian is the real eigenvalue over the step about to be tried, so that the real matrix is 0 once;
-  // after the halving the step is accepted and stays, as a step behind a failure does not grow.
+  // after the halving the step is accepted and stays, because a step after a failure does not grow.
   static double next_h = 0.0;
   next_h = 0.5;
   IntegratorCall call(ZeroRhs, {1.0}, 100.0);
@@ -448,7 +448,7 @@ TEST(StepLoop, EvaluationsLeaveTheStateAsItWas) {
 
 TEST(StepLoop, TheErrorOfAComponentOfHigherIndexCountsMultipliedByTheStep) {
   // The classical controller proposes h * 0.9 / err^0.25 after one Newton iteration, so that the length of the second
-  // step tells the error of the first. Only the second component has one.
+  // step shows the error of the first. Only the second component has one.
   const double h = 0.01;
   const auto second_step = [h](std::int32_t index) {
     IntegratorCall call(

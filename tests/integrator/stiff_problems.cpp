@@ -292,7 +292,7 @@ const Json& Definition(const std::string& id) {
   throw std::runtime_error("no problem " + id);
 }
 
-// Numbers stand in the file as such or as text.
+// Numbers in the file are JSON numbers or text.
 double Number(const Json& value) {
   return value.is_string() ? std::stod(value.get<std::string>()) : value.get<double>();
 }

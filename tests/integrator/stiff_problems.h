@@ -1,6 +1,6 @@
 // Published stiff test problems. Start, end and reference values are read from
-// tests/data/integrator/stiff_problems.json, which names their source; the equations stand here as functions. Besides,
-// problems of other kinds whose reference values follow from a solution in closed form.
+// tests/data/integrator/stiff_problems.json, which names their source; the equations are functions here. In
+// addition, problems whose reference values follow from a closed-form solution.
 #pragma once
 
 #include <string>
@@ -28,12 +28,12 @@ StiffProblem LoadE5WithInvariant();
 StiffProblem ProtheroRobinson(double lambda);
 
 // u_t = u_xx on the unit interval with zeros at both ends, by central differences at 100 points, to t = 0.1; with a
-// band Jacobian. The start is made of three sine modes, and each mode decays by itself.
+// band Jacobian. The start is made of three sine modes, and each mode decays independently.
 StiffProblem HeatEquation();
 
 // 20 masses on springs between fixed ends, q'' = 100 (q(i-1) - 2 q(i) + q(i+1)), to t = 3. The components are all q,
-// then all q': in block form, with a band Jacobian of the equations behind. The start is made of two modes at rest,
-// and each mode swings by itself.
+// then all q': in block form, with a band Jacobian of the remaining equations. The start is the sum of two modes at
+// rest, and each mode oscillates independently.
 StiffProblem SpringChain();
 
 // The reference points of the pendulum: t and the five values.

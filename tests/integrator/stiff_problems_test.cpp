@@ -1,7 +1,7 @@
-// Published stiff problems with their published end values, and problems with a solution in closed form. For each the
-// significant correct digits at several tolerances, and the work. Expected are the digits asked for minus two, of a
-// component of index 2 or 3 those asked for its error times the step or its square, as the error norm counts it. Steps
-// are held below a budget of about one and a half times what the method takes, so that a loss of efficiency shows.
+// Published stiff problems with their published end values, and problems with a closed-form solution. For each the
+// significant correct digits at several tolerances, and the work. Expected are the requested digits minus two; for a
+// component of index 2 or 3 the request applies to its error times the step or its square, as in the error norm. Steps
+// must stay below a budget of about 1.5 times what the method takes, so that a loss of efficiency is found.
 //
 // Source of definitions and end values: Test Set for Initial Value Problem Solvers, release 2.4 (2008); the pendulum
 // has a closed form in elliptic functions.

@@ -22,7 +22,7 @@ long allocations_of_evaluations(const ProcessRecipe& recipe) {
   const long before = allocations;
   for (double part : {0.0, 0.3, 0.6, 1.0, 0.7, 0.1, 2.0, -1.0}) {
     if (model->eval_rhs(model->t_begin + part * span, y.data(), f.data()) == 0) ++evaluated;
-    y[5] += 1e-9;
+    y[STATE_Z] += 1e-9;
   }
   const long made = allocations - before;
   EXPECT_EQ(evaluated, recipe.conditions_vary ? 6 : 8);

@@ -1,5 +1,5 @@
-// Conditions at a time: which stage holds it, what moves linearly inside the stage, what a change of stage renews, and
-// the trace of gallium.
+// Conditions at a time: the stage that holds it, quantities that move linearly inside the stage, quantities that a
+// change of stage renews, and the trace of gallium.
 //
 // The recipes have one pre-stage and active stages of 10 s, so that active stage k lasts from 10 + 10 k s on.
 #include <cmath>
@@ -13,7 +13,7 @@ namespace {
 
 const RecipeOptions THREE_STAGES{.stress_model = "off", .n_stages = 3};
 
-// Three stages that ramp everything, each its own way.
+// Three stages that ramp everything, each differently.
 ProcessRecipe ramps(const RecipeOptions& options = THREE_STAGES) {
   ProcessRecipe recipe = recipe_of(options);
   for (std::size_t k = 0; k < recipe.active_stages.size(); ++k) {
@@ -50,7 +50,7 @@ struct Snapshot {
   bool operator==(const Snapshot&) const = default;
 };
 
-// Sets the flows at hand, not those of a stage, and looks the conditions up without renewing the flows.
+// Sets the flows of the model, not those of a stage, and looks up the conditions without renewing the flows.
 void look_up_with_flows(SurfChemNonst& m, double Q_TMGa, double Q_TEGa, double Q_N2) {
   m.active_stages[0].flows_vary = false;
   m.Q.fill(0.0);
@@ -137,7 +137,7 @@ TEST(Conditions, ATotalFlowOfZeroIsNotGuarded) {
   EXPECT_TRUE(std::isnan(model->x[N2_g]));
 }
 
-TEST(StageLookup, ATimeWithinTheToleranceBehindTheLastStageIsAccepted) {
+TEST(StageLookup, ATimeWithinTheToleranceAfterTheLastStageIsAccepted) {
   BuiltModel model(ramps());
   ASSERT_EQ(model->update_conditions(40.0 + 0.5e-8, false), 0);
   EXPECT_EQ(model->stage_index, 2u);
@@ -145,7 +145,7 @@ TEST(StageLookup, ATimeWithinTheToleranceBehindTheLastStageIsAccepted) {
   EXPECT_NEAR(model->T - 1250.0, 2.5e-8, 1e-11);
 }
 
-TEST(StageLookup, ATimeBehindTheEndFailsAndLeavesTheConditions) {
+TEST(StageLookup, ATimeAfterTheEndFailsAndLeavesTheConditions) {
   BuiltModel model(ramps());
   ASSERT_EQ(model->update_conditions(35.0, true), 0);
   const Snapshot before(model.m);
@@ -155,7 +155,7 @@ TEST(StageLookup, ATimeBehindTheEndFailsAndLeavesTheConditions) {
   EXPECT_TRUE(before == Snapshot(model.m));
 }
 
-TEST(StageLookup, ATimeBeforeTheBeginFailsAndLeavesTheConditions) {
+TEST(StageLookup, ATimeBeforeTheStartFailsAndLeavesTheConditions) {
   BuiltModel model(ramps());
   ASSERT_EQ(model->update_conditions(35.0, true), 0);
   const Snapshot before(model.m);
@@ -169,7 +169,7 @@ TEST(StageLookup, ATimeBeforeTheBeginFailsAndLeavesTheConditions) {
   EXPECT_EQ(model->stage_index, 0u);
 }
 
-TEST(StageLookup, AFailedLookupIsForgottenByTheNext) {
+TEST(StageLookup, AFailedLookupDoesNotAffectTheNext) {
   BuiltModel model(ramps());
   EXPECT_EQ(model->update_conditions(1000.0, false), 1);
   EXPECT_EQ(model->update_conditions(25.0, false), 0);

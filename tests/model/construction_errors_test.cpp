@@ -1,8 +1,8 @@
 // What ends the construction of a model, with which status and text, in which order, and what becomes of the result
 // file.
 //
-// Two refusals stand behind checks of the recipe that are stricter, so no recipe gets there: a list of active stages
-// that is empty, and a dislocation angle of 90 degrees.
+// Two failures cannot happen with any recipe, since stricter checks of the recipe come first: an empty list of active
+// stages, and a dislocation angle of 90 degrees.
 #include <cmath>
 #include <functional>
 
@@ -15,7 +15,7 @@ namespace {
 
 using Change = std::function<void(ProcessRecipe&)>;
 
-void expect_refused(const RecipeOptions& options, const Change& change, int err, const std::string& text) {
+void expect_rejected(const RecipeOptions& options, const Change& change, int err, const std::string& text) {
   ProcessRecipe recipe = recipe_of(options);
   EXPECT_EQ(BuiltModel(recipe).err, 0) << "the recipe is good before the change";
   change(recipe);
@@ -79,7 +79,7 @@ TEST(ConstructionErrors, TheOutputFileIsEmptiedAtConstruction) {
   EXPECT_EQ(read_file(path), "0.1") << "the file is open for the writer, and closed with the model";
 }
 
-TEST(ConstructionErrors, TheOutputFileIsEmptiedAlsoForARecipeThatIsRefused) {
+TEST(ConstructionErrors, TheOutputFileIsEmptiedAlsoForARecipeThatIsRejected) {
   TempFolder folder;
   const std::string path = write_file(folder.path("result.txt"), "an older result\n");
   ProcessRecipe recipe = recipe_of(RecipeOptions{});
@@ -90,33 +90,33 @@ TEST(ConstructionErrors, TheOutputFileIsEmptiedAlsoForARecipeThatIsRefused) {
 }
 
 TEST(ConstructionErrors, ARecipeThatFailsItsValidation) {
-  expect_refused(
+  expect_rejected(
       {}, [](ProcessRecipe& r) { r.Kd_A.fill(0.0); }, -1,
       "Predexponents of all desorption constants are zeros or not specified");
-  expect_refused(
+  expect_rejected(
       {}, [](ProcessRecipe& r) { r.active_stages.clear(); }, -1, "Number of stages is zero");
-  expect_refused(
+  expect_rejected(
       {}, [](ProcessRecipe& r) { r.V_angle_05 = 90.0; }, -1,
       "Dislocation angle is beyond [0;90] degrees or not specified");
 }
 
 TEST(ConstructionErrors, APreStageChainWithoutALatticeConstantToStartFrom) {
   const char* text = "Lattice constant 'a' of first pre-stage is not defined";
-  expect_refused(
+  expect_rejected(
       {}, [](ProcessRecipe& r) { r.pre_stages[0].stress_state = 1.0; }, -1, text);
-  expect_refused(
+  expect_rejected(
       {}, [](ProcessRecipe& r) { r.pre_stages[0].stress_state = 0.0; }, -1, text);
 }
 
 TEST(ConstructionErrors, APreStageChainThatInheritsItsFirstDensity) {
-  expect_refused(
+  expect_rejected(
       {}, [](ProcessRecipe& r) { r.pre_stages[0].disl_model = DISL_inherited; }, -1,
       "Cannot inherit dislocation density for first pre-stage");
 }
 
 TEST(ConstructionErrors, AFirstStageThatInheritsFromNothing) {
-  expect_refused(NO_PRE_STAGES, inherit_at_first_stage, 1,
-                 "Cannot inherit dislocation density for first active stage: no pre-stages");
+  expect_rejected(NO_PRE_STAGES, inherit_at_first_stage, 1,
+                  "Cannot inherit dislocation density for first active stage: no pre-stages");
 }
 
 TEST(ConstructionErrors, TheReferenceFlowsOfThickGaNAreTooSmall) {
@@ -125,13 +125,13 @@ TEST(ConstructionErrors, TheReferenceFlowsOfThickGaNAreTooSmall) {
     r.Q_ref.fill(0.0);
     r.Q_ref[TMGa_g] = 0.99e-10;
   };
-  expect_refused(THICK_GAN, tiny, 1, text);
+  expect_rejected(THICK_GAN, tiny, 1, text);
 }
 
 TEST(ConstructionErrors, TheReferenceFlowsOfThickGaNHaveNoGallium) {
   const char* text = "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm";
   const Change tiny = [](ProcessRecipe& r) { r.Q_ref[TMGa_g] = r.Q_ref[TEGa_g] = 0.99e-10; };
-  expect_refused(THICK_GAN, tiny, 1, text);
+  expect_rejected(THICK_GAN, tiny, 1, text);
 }
 
 TEST(ConstructionErrors, AReferenceFlowOnTheLimitIsAccepted) {
@@ -147,12 +147,12 @@ TEST(ConstructionErrors, AReferenceFlowOnTheLimitIsAccepted) {
 
 TEST(ConstructionErrors, TheReferenceDiffusionOfThickGaNIsTooSlow) {
   // D falls as 1/P; at 1e25 Pa it is about 1e-24 m^2/s.
-  expect_refused(
+  expect_rejected(
       THICK_GAN, [](ProcessRecipe& r) { r.P_ref = 1e25; }, 1,
       "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
 }
 
-TEST(ConstructionErrors, OneReferenceDiffusionThatIsFastEnoughWillDo) {
+TEST(ConstructionErrors, OneReferenceDiffusionThatIsFastEnoughSuffices) {
   ProcessRecipe recipe = recipe_of(THICK_GAN);
   recipe.Q_ref[TEGa_g] = 1.0;
   BuiltModel model(recipe);
@@ -166,7 +166,7 @@ TEST(ConstructionErrors, OneReferenceDiffusionThatIsFastEnoughWillDo) {
 }
 
 TEST(ConstructionErrors, TheReferenceGrowthRateOfThickGaNIsTooSmall) {
-  expect_refused(
+  expect_rejected(
       THICK_GAN, [](ProcessRecipe& r) { r.GR_ref = 0.99e-10; }, 1, "Refence growth rate is less than 1e-10");
   ProcessRecipe recipe = recipe_of(THICK_GAN);
   recipe.GR_ref = 1e-10;
@@ -199,7 +199,7 @@ TEST(ConstructionErrors, AFirstStageWithoutGalliumUnderPrescribedGrowth) {
     r.active_stages[0].Q[TMGa_g].set_both(0.99e-10);
     r.active_stages[0].Q[TEGa_g].set_both(0.99e-10);
   };
-  expect_refused(GR_X, no_gallium, 1, text);
+  expect_rejected(GR_X, no_gallium, 1, text);
 }
 
 TEST(ConstructionErrors, TheTransportModelThatDefinesNoLayer) {
@@ -209,7 +209,7 @@ TEST(ConstructionErrors, TheTransportModelThatDefinesNoLayer) {
 }
 
 TEST(ConstructionErrors, TheChecksHaveAnOrder) {
-  // All faults at once, removed one by one from the first to be told to the last.
+  // All faults at once, removed one by one in the order in which they are reported.
   ProcessRecipe recipe = recipe_of(RecipeOptions{.stress_model = "off", .transport_model = "InGaN_GR"});
   const PrePostStageRecord good_pre_stage = recipe.pre_stages[0];
   const StageRecord good_stage = recipe.active_stages[0];

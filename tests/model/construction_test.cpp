@@ -2,6 +2,7 @@
 // geometry of the dislocations, and what is copied.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/model_fixture.h"
 
 using namespace vorlen;
@@ -9,7 +10,7 @@ using namespace vorlen_test;
 
 namespace {
 
-// The densities of the active stages at their begins and ends.
+// The densities of the active stages at their starts and ends.
 using Densities = std::vector<std::pair<double, double>>;
 
 Densities densities_of(const SurfChemNonst& m) {
@@ -164,18 +165,16 @@ TEST(Construction, FieldsStartAsTheRunExpectsThem) {
   BuiltModel model(recipe_of(RecipeOptions{}));
   EXPECT_EQ(model->z0, -1e-9);
   EXPECT_EQ(model->z0_index, 0xffffffffu);
-  EXPECT_EQ(model->eps_xx, -1.0);
-  EXPECT_EQ(model->mode, 0);
-  EXPECT_TRUE(model->first_point);
+  EXPECT_EQ(model->eps_xx_last_trial, -1.0);
+  EXPECT_FALSE(model->single_point.selected);
   EXPECT_FALSE(model->detail_output);
-  EXPECT_TRUE(model->keep_running());
   EXPECT_EQ(model->GR, 0.0);
   EXPECT_EQ(model->Vg, 0.0);
   EXPECT_EQ(model->h, 0.0);
   EXPECT_EQ(model->rho_VD, 0.0);
-  EXPECT_TRUE(model->hist_t.empty());
-  EXPECT_TRUE(model->seg_relax.empty());
-  EXPECT_GE(model->hist_t.capacity(), 1024u);
+  EXPECT_TRUE(model->history.t.empty());
+  EXPECT_TRUE(model->segments.relaxing.empty());
+  EXPECT_GE(model->history.t.capacity(), 1024u);
   for (double site : model->site_gas) EXPECT_EQ(site, 1.0);
   for (double site : model->site_bulk) EXPECT_EQ(site, 1.0);
   EXPECT_EQ(model->N2_mix_A, (std::array<double, N_BULK>{1.0, 0.0002811, 260000000.0}));

@@ -46,9 +46,7 @@ TEST(CollisionFunction, ItIsTheInverseOfTheTabulatedIntegral) {
   for (const auto& [T_star, omega] : TABLE) EXPECT_NEAR(1.0 / omega_inverse(T_star), omega, 0.02 * omega) << T_star;
 }
 
-TEST(CollisionFunction, ANotANumberTakesTheRationalBranchAndStays) {
-  EXPECT_TRUE(std::isnan(omega_inverse(std::nan(""))));
-}
+TEST(CollisionFunction, NaNTakesTheRationalBranchAndStays) { EXPECT_TRUE(std::isnan(omega_inverse(std::nan("")))); }
 
 TEST(MixtureDiffusion, ATraceInOneGasHasTheBinaryCoefficient) {
   BuiltModel model(plain_recipe());
@@ -119,7 +117,7 @@ TEST(MixtureDiffusion, ASpeciesThatIsAloneDividesByZero) {
   EXPECT_TRUE(std::isinf(D[H2_g]));
 }
 
-TEST(MixtureDiffusion, ASpeciesWithoutFractionIsNotAskedForItsCoefficient) {
+TEST(MixtureDiffusion, ASpeciesWithoutFractionNeedsNoCoefficient) {
   BuiltModel model(plain_recipe());
   std::array<double, N_GAS> x{}, D{};
   D.fill(77.0);

@@ -1,4 +1,4 @@
-// The film under the surface: what was put on it is found again at each depth, and what evaporates is forgotten.
+// The film under the surface: each depth has the composition that was grown there, and evaporation removes it.
 //
 // Compositions and cubics of the tests are chosen freely; expected values are those functions themselves.
 #include "model/film.h"
@@ -50,7 +50,7 @@ TEST(FilmOn, WithoutPreStagesItLiesOnGaN) {
   }
 }
 
-TEST(FilmOn, OnePreStageReachesFromTheBottomToTheStartOfGrowthAndGoesOnBelow) {
+TEST(FilmOn, OnePreStageReachesFromTheBottomToTheStartOfGrowthAndContinuesBelow) {
   const Film film = film_on({layer(100.0, 0.1, 0.7, 0.2)}, 100.0 * NM, true);
   EXPECT_EQ(100.0 * NM, film_top(film));
   EXPECT_TRUE(film.z.empty());

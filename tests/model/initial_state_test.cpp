@@ -45,7 +45,7 @@ struct BareSurface {
   explicit BareSurface(const ProcessRecipe& recipe) : model(recipe) {
     EXPECT_EQ(model->update_conditions(model->t_begin, true), 0);
     std::array<double, N_STATE_MAX> y{};
-    y[5] = model->z_start;
+    y[STATE_Z] = model->z_start;
     y[static_cast<std::size_t>(model->n_state()) - 3] = 1.0;
     EXPECT_EQ(model->eval_rhs(model->t_begin, y.data(), f.data()), 0);
   }
@@ -65,47 +65,47 @@ TEST(InitialState, NitrogenAndHydrogenStartInBalance) {
   ASSERT_EQ(start->p[H2_g], 0.0) << "the estimate leaves the hydrogen of the inlet out";
   std::array<double, N_STATE_MAX> f{};
   start->eval_rhs(start->t, start.y.data(), f.data());
-  EXPECT_GT(start.y[3], 1e-15);
+  EXPECT_GT(start.y[N_a], 1e-15);
   EXPECT_GT(start->J[NH3_g], 0.0);
-  EXPECT_NEAR(f[3], 0.0, 1e-11 * start->J[NH3_g]);
-  EXPECT_NEAR(f[4], 0.0, 1e-11 * start->J[NH3_g]);
+  EXPECT_NEAR(f[N_a], 0.0, 1e-11 * start->J[NH3_g]);
+  EXPECT_NEAR(f[H_a], 0.0, 1e-11 * start->J[NH3_g]);
 }
 
 TEST(InitialState, TheRatioOfHydrogenToNitrogenIsThatOfTheirEscapes) {
   Start start(recipe_of(PLAIN));
   const auto& R = start->R_gas;
-  expect_close(std::sqrt(3.0 * R[H2_g] / R[N2_g] * start->Kd[3] / start->Kd[4]), start.y[4] / start.y[3]);
+  expect_close(std::sqrt(3.0 * R[H2_g] / R[N2_g] * start->Kd[N_a] / start->Kd[H_a]), start.y[H_a] / start.y[N_a]);
 }
 
 TEST(InitialState, WithoutAmmoniaNitrogenAndHydrogenStartAtTheFloor) {
   ProcessRecipe recipe = recipe_of(PLAIN);
   recipe.active_stages[0].Q[NH3_g].set_both(0.0);
   Start start(recipe);
-  EXPECT_EQ(start.y[3], 1e-15);
-  EXPECT_EQ(start.y[4], 1e-15);
+  EXPECT_EQ(start.y[N_a], 1e-15);
+  EXPECT_EQ(start.y[H_a], 1e-15);
 }
 
 TEST(InitialState, GalliumStartsInBalanceOfArrivalDecompositionEscapeAndIncorporation) {
   const ProcessRecipe recipe = recipe_of(PLAIN);
   Start start(recipe);
   BareSurface bare(recipe);
-  const double c_N = start.y[3];
+  const double c_N = start.y[N_a];
   const double arrival = bare->p[TEGa_g] / bare->R_gas[TEGa_g] + bare->p[TMGa_g] / bare->R_gas[TMGa_g];
-  const double loss = bare->Kd[1] / bare->R_gas[Ga_g] + bare->k_plus(GaN_b) * c_N;
-  expect_close((arrival + bare.decomposition()) / loss, start.y[1]);
+  const double loss = bare->Kd[Ga_a] / bare->R_gas[Ga_g] + bare->k_plus(GaN_b) * c_N;
+  expect_close((arrival + bare.decomposition()) / loss, start.y[Ga_a]);
 }
 
 TEST(InitialState, IndiumStartsAtZeroWhateverItsFlow) {
   Start start(with_flows(5.0, 0.5, 0.0));
   ASSERT_GT(start->p[TMIn_g], 0.0);
-  EXPECT_EQ(start.y[0], 0.0);
+  EXPECT_EQ(start.y[In_a], 0.0);
   EXPECT_EQ(start.composition()[0], 0.0);
 }
 
 TEST(InitialState, WithoutAluminiumTheSolidIsGaN) {
   Start start(with_flows(0.2, 0.5, 0.0));
   EXPECT_EQ(start->p[TMAl_g], 0.0);
-  EXPECT_EQ(start.y[2], 0.0);
+  EXPECT_EQ(start.y[Al_a], 0.0);
   EXPECT_EQ(start.composition(), (std::array<double, 3>{0.0, 1.0, 0.0}));
 }
 
@@ -113,8 +113,8 @@ TEST(InitialState, WithBothTheSolidHasTheRatioOfTheRates) {
   const ProcessRecipe recipe = with_flows(0.0, 0.5, 0.2);
   Start start(recipe);
   BareSurface bare(recipe);
-  const double r_Ga = bare->k_plus(GaN_b) * start.y[1] * start.y[3] - bare.decomposition();
-  const double r_Al = bare->k_plus(AlN_b) * start.y[2] * start.y[3];
+  const double r_Ga = bare->k_plus(GaN_b) * start.y[Ga_a] * start.y[N_a] - bare.decomposition();
+  const double r_Al = bare->k_plus(AlN_b) * start.y[Al_a] * start.y[N_a];
   ASSERT_GT(r_Ga, 0.0);
   ASSERT_GT(r_Al, 0.0);
   const std::array<double, 3> x = start.composition();
@@ -129,17 +129,17 @@ TEST(InitialState, AluminiumEscapesAsGalliumDoes) {
   ProcessRecipe recipe = with_flows(0.0, 0.5, 0.2);
   Start start(recipe);
   BareSurface bare(recipe);
-  const double loss = bare->Kd[1] / bare->R_gas[Ga_g] + bare->k_plus(AlN_b) * start.y[3];
-  expect_close(bare->p[TMAl_g] / bare->R_gas[TMAl_g] / loss, start.y[2]);
+  const double loss = bare->Kd[Ga_a] / bare->R_gas[Ga_g] + bare->k_plus(AlN_b) * start.y[N_a];
+  expect_close(bare->p[TMAl_g] / bare->R_gas[TMAl_g] / loss, start.y[Al_a]);
   recipe.Kd_A[2] *= 1e6;
-  EXPECT_EQ(Start(recipe).y[2], start.y[2]) << "aluminium's own desorption is not used";
+  EXPECT_EQ(Start(recipe).y[Al_a], start.y[Al_a]) << "aluminium's own desorption is not used";
 }
 
-TEST(InitialState, WithoutAnyPrecursorTheTraceOfGalliumIsThere) {
+TEST(InitialState, WithoutAnyPrecursorTheTraceOfGalliumRemains) {
   const ProcessRecipe recipe = with_flows(0.0, 0.0, 0.0);
   Start start(recipe);
   EXPECT_DOUBLE_EQ(start->p[TMGa_g], 5e-8 * 40000.0);
-  EXPECT_GT(start.y[1], 0.0);
+  EXPECT_GT(start.y[Ga_a], 0.0);
   EXPECT_EQ(start.composition(), (std::array<double, 3>{0.0, 1.0, 0.0}));
 }
 
@@ -154,16 +154,16 @@ TEST(InitialState, WhenTheTraceCannotOutweighTheDecompositionTheSolidIsAlN) {
   const ProcessRecipe recipe = with_flows(0.0, 0.0, 0.2, 1500.0);
   Start start(recipe);
   BareSurface bare(recipe);
-  ASSERT_LT(bare->k_plus(GaN_b) * start.y[1] * start.y[3], bare.decomposition());
+  ASSERT_LT(bare->k_plus(GaN_b) * start.y[Ga_a] * start.y[N_a], bare.decomposition());
   EXPECT_EQ(start.composition(), (std::array<double, 3>{0.0, 0.0, 1.0}));
-  EXPECT_GT(start.y[1], 0.0) << "the estimate of gallium is kept";
+  EXPECT_GT(start.y[Ga_a], 0.0) << "the estimate of gallium is kept";
 }
 
 TEST(InitialState, WhenNeitherGrowsTheSolidIsGaN) {
   const ProcessRecipe recipe = with_flows(0.0, 0.0, 0.0, 1500.0);
   Start start(recipe);
   BareSurface bare(recipe);
-  ASSERT_LT(bare->k_plus(GaN_b) * start.y[1] * start.y[3], bare.decomposition());
+  ASSERT_LT(bare->k_plus(GaN_b) * start.y[Ga_a] * start.y[N_a], bare.decomposition());
   EXPECT_EQ(start.composition(), (std::array<double, 3>{0.0, 1.0, 0.0}));
 }
 
@@ -172,16 +172,16 @@ TEST(InitialState, TheGrowthRateIsThatOfBareGaNAndNotTheEstimatedOne) {
   Start start(recipe);
   BareSurface bare(recipe);
   EXPECT_LT(start.y[9], 0.0);
-  EXPECT_EQ(start.y[9], bare.f[5]);
+  EXPECT_EQ(start.y[9], bare.f[STATE_Z]);
   std::array<double, N_STATE_MAX> f{};
   start->eval_rhs(start->t, start.y.data(), f.data());
-  EXPECT_GT(f[5], 0.0);
-  EXPECT_EQ(f[9], start.y[9] - f[5]) << "so the last algebraic equation is not met at the start";
+  EXPECT_GT(f[STATE_Z], 0.0);
+  EXPECT_EQ(f[9], start.y[9] - f[STATE_Z]) << "so the last algebraic equation is not met at the start";
 }
 
 TEST(InitialState, WithoutRelaxationOnlyTenComponentsAreWritten) {
   Start start(recipe_of(PLAIN));
-  EXPECT_EQ(start.y[5], start->z_start);
+  EXPECT_EQ(start.y[STATE_Z], start->z_start);
   for (std::size_t i = 10; i < 15; ++i) EXPECT_EQ(start.y[i], -77.0) << i;
 }
 
@@ -191,7 +191,7 @@ TEST(InitialState, WithRelaxationTheIntegralsStartAtZero) {
   std::array<double, N_STATE_MAX> y;
   y.fill(-77.0);
   model->init_state(y.data());
-  EXPECT_EQ(y[5], model->z_start);
+  EXPECT_EQ(y[STATE_Z], model->z_start);
   for (std::size_t i = 6; i < 11; ++i) EXPECT_EQ(y[i], 0.0) << i;
   EXPECT_EQ(y[12], 1.0);
   EXPECT_LT(y[14], 0.0);
@@ -208,7 +208,7 @@ TEST(InitialState, TheScratchFieldsFitTheState) {
   EXPECT_EQ(start->eval_rhs_calls, 3) << "two of the first state and this one";
 }
 
-TEST(InitialState, ABeginOutsideTheProcessLeavesTheVectorAsItWas) {
+TEST(InitialState, AStartOutsideTheProcessLeavesTheVectorAsItWas) {
   BuiltModel model(recipe_of(PLAIN));
   model->t_begin = 1e6;
   std::array<double, N_STATE_MAX> y, before;

@@ -1,5 +1,5 @@
-// Growth models of the tests: built from the reference recipes, from recipes made in memory, or from records that were
-// changed behind the reader's back.
+// Growth models of the tests: built from the reference recipes, from recipes made in memory, or from records that a
+// test changes after reading.
 #pragma once
 
 #include <gtest/gtest.h>

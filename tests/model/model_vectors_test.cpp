@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "model/reference_values.h"
+#include "strain/v_defect_energy.h"
 
 using namespace vorlen;
 using namespace vorlen_test;
@@ -134,7 +135,7 @@ TEST_P(ModelVectors, ConstructionMeetsTheReference) {
     expect_reference(rows[i], m.D_binary[i], "D_binary[" + std::to_string(i) + ']');
 }
 
-TEST_P(ModelVectors, TheStagesBehindConstructionMeetTheReference) {
+TEST_P(ModelVectors, TheStagesAfterConstructionMeetTheReference) {
   const json& expected = values_.at("construction");
   ASSERT_EQ(expected.at("pre_stages").size(), model_->pre_stages.size());
   for (std::size_t i = 0; i < model_->pre_stages.size(); ++i) {

@@ -40,7 +40,7 @@ inline const json& starting_with(const json& object, const std::string& prefix) 
   return object;
 }
 
-// The numbers of a node; an entry that nothing reads is not a number and is_compared says so.
+// The numbers of a node. is_compared is false for an entry that nothing reads.
 struct ReferenceNumbers {
   std::vector<double> value;
   std::vector<bool> is_compared;
@@ -112,7 +112,7 @@ inline double* scalar_field(vorlen::SurfChemNonst& m, const std::string& name) {
       {"N2_mix", &m.N2_mix},
       {"a_bulk", &m.a_bulk},
       {"r", &m.r},
-      {"eps_xx", &m.eps_xx},
+      {"eps_xx", &m.eps_xx_last_trial},
       {"t_begin", &m.t_begin},
       {"t_end", &m.t_end},
       {"z_start", &m.z_start},
@@ -138,13 +138,10 @@ inline double* scalar_field(vorlen::SurfChemNonst& m, const std::string& name) {
       {"J0", &m.J0},
       {"J1", &m.J1},
       {"J2", &m.J2},
-      {"K1", &m.K1},
       {"I0", &m.I0},
       {"I1", &m.I1},
       {"J0_0", &m.J0_0},
       {"J0_1", &m.J0_1},
-      {"I0_z0", &m.I0_z0},
-      {"I1_z0", &m.I1_z0},
       {"J0_0_z0", &m.J0_0_z0},
       {"J0_1_z0", &m.J0_1_z0},
   };
@@ -182,8 +179,9 @@ inline std::span<double> array_field(vorlen::SurfChemNonst& m, const std::string
 
 inline std::vector<double>* list_field(vorlen::SurfChemNonst& m, const std::string& name) {
   const std::pair<const char*, std::vector<double>*> fields[] = {
-      {"hist_t", &m.hist_t},   {"hist_z", &m.hist_z},   {"hist_h", &m.hist_h},       {"hist_rho_VD", &m.hist_rho_VD},
-      {"hist_I0", &m.hist_I0}, {"hist_I1", &m.hist_I1}, {"hist_J0_0", &m.hist_J0_0}, {"hist_J0_1", &m.hist_J0_1},
+      {"hist_t", &m.history.t},           {"hist_z", &m.history.z},       {"hist_h", &m.history.h},
+      {"hist_rho_VD", &m.history.rho_VD}, {"hist_I0", &m.history.I0},     {"hist_I1", &m.history.I1},
+      {"hist_J0_0", &m.history.J0_0},     {"hist_J0_1", &m.history.J0_1},
   };
   for (const auto& [field, list] : fields) {
     if (name == field) return list;
@@ -191,7 +189,7 @@ inline std::vector<double>* list_field(vorlen::SurfChemNonst& m, const std::stri
   return nullptr;
 }
 
-// Compares the fields named by the object's keys; a key that is no field of the model fails.
+// Compares the fields named by the object's keys; a key that is not a field of the model fails.
 inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const std::string& what,
                           std::span<const double> flux_scale = {}) {
   for (const auto& [key, node] : object.items()) {
@@ -205,7 +203,7 @@ inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const st
     } else if (const double* value = scalar_field(m, key)) {
       expect_reference(node, *value, name);
     } else {
-      ADD_FAILURE() << name << " is no field of the model";
+      ADD_FAILURE() << name << " is not a field of the model";
     }
   }
 }
@@ -214,15 +212,15 @@ inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const st
 inline void set_fields(const json& object, vorlen::SurfChemNonst& m) {
   for (const auto& [key, node] : object.items()) {
     if (key == "seg_relax") {
-      m.seg_relax = segments_of(node);
+      m.segments.relaxing = segments_of(node);
     } else if (key == "seg_tensile") {
-      m.seg_tensile = segments_of(node);
+      m.segments.tensile = segments_of(node);
     } else if (std::vector<double>* list = list_field(m, key)) {
       *list = numbers_of(node);
     } else if (double* value = scalar_field(m, key)) {
       *value = number_of(node);
     } else {
-      ADD_FAILURE() << key << " is no field of the model";
+      ADD_FAILURE() << key << " is not a field of the model";
     }
   }
 }

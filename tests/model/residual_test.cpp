@@ -2,6 +2,7 @@
 // leaves alone.
 #include <cmath>
 
+#include "model/constants.h"
 #include "model/model_fixture.h"
 
 using namespace vorlen;
@@ -63,7 +64,7 @@ TEST(State, IsPackedInTheOrderOfTheEquations) {
   EXPECT_EQ(back, y);
 }
 
-TEST(State, HasTenComponentsWithoutRelaxationAndNothingBehindIsTouched) {
+TEST(State, HasTenComponentsWithoutRelaxationAndNothingPastThemIsTouched) {
   BuiltModel model(recipe_of(RecipeOptions{.stress_model = "off"}));
   std::array<double, 15> y, back;
   y.fill(-77.0);
@@ -82,10 +83,10 @@ TEST(State, ATestValueBelowTheStartIsLiftedToIt) {
   BuiltModel model(recipe_of(RecipeOptions{}));
   ASSERT_EQ(model->z_start, 100.0 * 1e-9);
   std::array<double, 15> y{};
-  y[5] = 0.99e-7;
+  y[STATE_Z] = 0.99e-7;
   model->unpack_state(y.data());
   EXPECT_EQ(model->z, model->z_start);
-  y[5] = 1.01e-7;
+  y[STATE_Z] = 1.01e-7;
   model->unpack_state(y.data());
   EXPECT_EQ(model->z, 1.01e-7);
 }
@@ -115,16 +116,16 @@ TEST(Residual, BothLayoutsHoldTheSameChemistry) {
   ASSERT_EQ(plain.n(), 10u);
   for (std::size_t i = 0; i < 6; ++i) EXPECT_EQ(relaxing.f[i], plain.f[i]) << i;
   for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(relaxing.f[11 + i], plain.f[6 + i]) << i;
-  EXPECT_EQ(plain.f[10], -77.0) << "nothing is written behind the last component";
+  EXPECT_EQ(plain.f[10], -77.0) << "nothing is written past the last component";
   for (std::size_t i = 6; i < 11; ++i) EXPECT_NE(relaxing.f[i], -77.0) << i;
 }
 
 TEST(Residual, GroupThreeElementsAreBalancedBetweenFluxesAndIncorporation) {
   Growth g;
   const auto& J = g->J;
-  expect_close(J[TMIn_g] + J[In_g] - g->R_b[InN_b], g.f[0]);
-  expect_close(J[TMGa_g] + J[TEGa_g] + J[Ga_g] - g->R_b[GaN_b], g.f[1]);
-  expect_close(J[TMAl_g] + J[Al_g] - g->R_b[AlN_b], g.f[2]);
+  expect_close(J[TMIn_g] + J[In_g] - g->R_b[InN_b], g.f[In_a]);
+  expect_close(J[TMGa_g] + J[TEGa_g] + J[Ga_g] - g->R_b[GaN_b], g.f[Ga_a]);
+  expect_close(J[TMAl_g] + J[Al_g] - g->R_b[AlN_b], g.f[Al_a]);
 }
 
 TEST(Residual, TheAbsentPrecursorsAddNothing) {
@@ -132,27 +133,27 @@ TEST(Residual, TheAbsentPrecursorsAddNothing) {
   for (GasSpecies i : {MMIn_g, TMInNH3_g, MMGa_g, TEGaNH3_g}) EXPECT_EQ(g->J[i], 0.0);
 }
 
-TEST(Residual, APrecursorOutOfReachOfTheFileEntersItsElementsBalance) {
+TEST(Residual, APrecursorThatNoFileCanStateEntersTheBalanceOfItsElement) {
   ProcessRecipe recipe = recipe_of(RecipeOptions{.stress_model = "off"});
   for (GasSpecies i : {MMIn_g, TMInNH3_g, MMGa_g, TEGaNH3_g}) recipe.active_stages[0].Q[i].set_both(0.3);
   Growth g(recipe);
   const auto& J = g->J;
   EXPECT_GT(J[MMIn_g], 0.0);
   EXPECT_GT(J[TEGaNH3_g], 0.0);
-  expect_close(J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J[In_g] - g->R_b[InN_b], g.f[0]);
-  expect_close(J[TMGa_g] + J[MMGa_g] + J[TEGa_g] + J[TEGaNH3_g] + J[Ga_g] - g->R_b[GaN_b], g.f[1]);
+  expect_close(J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J[In_g] - g->R_b[InN_b], g.f[In_a]);
+  expect_close(J[TMGa_g] + J[MMGa_g] + J[TEGa_g] + J[TEGaNH3_g] + J[Ga_g] - g->R_b[GaN_b], g.f[Ga_a]);
 }
 
 TEST(Residual, NitrogenAndHydrogenAreBalancedByTheirMoleculesWithoutIncorporation) {
   Growth g;
-  EXPECT_EQ(g.f[3], 2.0 * g->J[N2_g] + g->J[NH3_g]);
-  EXPECT_EQ(g.f[4], 3.0 * g->J[NH3_g] + 2.0 * g->J[H2_g]);
+  EXPECT_EQ(g.f[N_a], 2.0 * g->J[N2_g] + g->J[NH3_g]);
+  EXPECT_EQ(g.f[H_a], 3.0 * g->J[NH3_g] + 2.0 * g->J[H2_g]);
 }
 
 TEST(Residual, TheLayerGrowsByTheVolumeOfWhatIsIncorporated) {
   Growth g;
   const double GR = g->R_b[InN_b] * 129.0 / 6810.0 + g->R_b[GaN_b] * 84.0 / 6150.0 + g->R_b[AlN_b] * 41.0 / 3255.0;
-  expect_close(GR, g.f[5]);
+  expect_close(GR, g.f[STATE_Z]);
 }
 
 TEST(Residual, TheSolidHasTheCompositionOfItsRates) {
@@ -160,7 +161,7 @@ TEST(Residual, TheSolidHasTheCompositionOfItsRates) {
   EXPECT_EQ(g.f[6], 0.18 * g->R_b[GaN_b] - 0.79 * g->R_b[InN_b]);
   EXPECT_EQ(g.f[7], 0.79 * g->R_b[AlN_b] - 0.03 * g->R_b[GaN_b]);
   EXPECT_EQ(g.f[8], 1.0 - 0.18 - 0.79 - 0.03);
-  EXPECT_EQ(g.f[9], 5e-11 - g.f[5]);
+  EXPECT_EQ(g.f[9], 5e-11 - g.f[STATE_Z]);
 }
 
 TEST(Residual, TheGrowthRateOfTheStateActsOnItsOwnEquationAlone) {
@@ -177,7 +178,7 @@ TEST(Residual, ABareSurfaceDoesNotGrow) {
   for (std::size_t i = 0; i < 5; ++i) g.y[i] = 0.0;
   g.set_x_b(0.0, 1.0, 0.0);
   g.evaluate();
-  EXPECT_LE(g.f[5], 0.0);
+  EXPECT_LE(g.f[STATE_Z], 0.0);
   EXPECT_EQ(g->R_b[InN_b], 0.0);
   EXPECT_LT(g->R_b[GaN_b], 0.0) << "the solid's own pressure remains";
 }
@@ -190,11 +191,11 @@ TEST(Fluxes, AreDrivingPressureLessDesorptionOverTheResistance) {
   const double s = 1.0 - c[In_a] / 1.901e-08;
   expect_close(g->p[TMIn_g] * s / R[TMIn_g], g->J[TMIn_g]);
   expect_close(g->p[TEGa_g] / R[TEGa_g], g->J[TEGa_g]);
-  expect_close(-Kd[0] * c[In_a] / R[In_g], g->J[In_g]);
-  expect_close(-Kd[1] * c[Ga_a] / R[Ga_g], g->J[Ga_g]);
-  expect_close(-Kd[2] * c[Al_a] / R[Al_g], g->J[Al_g]);
-  expect_close(-Kd[3] * c[N_a] * c[N_a] / R[N2_g], g->J[N2_g]);
-  expect_close((g->p[H2_g] - Kd[4] * c[H_a] * c[H_a]) / R[H2_g], g->J[H2_g]);
+  expect_close(-Kd[In_a] * c[In_a] / R[In_g], g->J[In_g]);
+  expect_close(-Kd[Ga_a] * c[Ga_a] / R[Ga_g], g->J[Ga_g]);
+  expect_close(-Kd[Al_a] * c[Al_a] / R[Al_g], g->J[Al_g]);
+  expect_close(-Kd[N_a] * c[N_a] * c[N_a] / R[N2_g], g->J[N2_g]);
+  expect_close((g->p[H2_g] - Kd[H_a] * c[H_a] * c[H_a]) / R[H2_g], g->J[H2_g]);
   const double leaving = g->K_NH3_des * c[N_a] * std::pow(c[H_a], 3.0);
   EXPECT_NEAR(g->J[NH3_g] * R[NH3_g], g->p[NH3_g] - leaving, 1e-12 * leaving);
 }
@@ -319,6 +320,6 @@ TEST(Residual, BadNumbersPassThrough) {
   Growth g;
   g.y[N_a] = std::nan("");
   g.evaluate();
-  EXPECT_TRUE(std::isnan(g.f[3]));
+  EXPECT_TRUE(std::isnan(g.f[N_a]));
   EXPECT_FALSE(std::isnan(g.f[8]));
 }

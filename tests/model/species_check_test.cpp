@@ -1,4 +1,4 @@
-// The species lists of a model: which elements a recipe must bring, which species take part, their numbers, and the
+// The species lists of a model: which elements a recipe must contain, which species take part, their numbers, and the
 // constant factors of the binary diffusion coefficients.
 #include <cmath>
 #include <initializer_list>
@@ -21,11 +21,11 @@ ProcessRecipe with_flows_of(std::initializer_list<GasSpecies> species, double fl
   return recipe;
 }
 
-void expect_refused(const ProcessRecipe& recipe, int err, const char* text) {
+void expect_rejected(const ProcessRecipe& recipe, int err, const char* text) {
   BuiltModel model(recipe);
   EXPECT_EQ(model.err, err);
   EXPECT_EQ(model->error_text, text);
-  EXPECT_EQ(model->n_gas, 0u) << "a refused model is not numbered";
+  EXPECT_EQ(model->n_gas, 0u) << "a rejected model is not numbered";
 }
 
 constexpr const char* NO_N = "Chemical element N is not present in precursor and bulk species";
@@ -35,28 +35,29 @@ constexpr const char* NO_PAIR = "At least 2 Group-III elements from In, Ga, Al s
 
 }  // namespace
 
-TEST(SpeciesCheck, WithoutNitrogenFlowsTheModelIsRefused) {
+TEST(SpeciesCheck, WithoutNitrogenFlowsTheModelIsRejected) {
   // The solid holds nitrogen in any case, and N2 and NH3 are marked in any case, but neither counts.
-  expect_refused(with_flows_of({TMIn_g, TMGa_g, TMAl_g, H2_g}), 100, NO_N);
+  expect_rejected(with_flows_of({TMIn_g, TMGa_g, TMAl_g, H2_g}), 100, NO_N);
 }
 
-TEST(SpeciesCheck, WithoutHydrogenTheModelIsRefused) { expect_refused(with_flows_of({N2_g}), 101, NO_H); }
+TEST(SpeciesCheck, WithoutHydrogenTheModelIsRejected) { expect_rejected(with_flows_of({N2_g}), 101, NO_H); }
 
-TEST(SpeciesCheck, WithoutCarbonTheModelIsRefused) { expect_refused(with_flows_of({N2_g, H2_g, NH3_g}), 102, NO_C); }
+TEST(SpeciesCheck, WithoutCarbonTheModelIsRejected) { expect_rejected(with_flows_of({N2_g, H2_g, NH3_g}), 102, NO_C); }
 
-TEST(SpeciesCheck, WithOneGroupThreeElementTheModelIsRefusedAndTheTextEndsInABlank) {
-  for (GasSpecies alone : {TMIn_g, TMGa_g, TEGa_g, TMAl_g}) expect_refused(with_flows_of({alone, NH3_g}), 103, NO_PAIR);
+TEST(SpeciesCheck, WithOneGroupThreeElementTheModelIsRejectedAndTheTextEndsInABlank) {
+  for (GasSpecies alone : {TMIn_g, TMGa_g, TEGa_g, TMAl_g})
+    expect_rejected(with_flows_of({alone, NH3_g}), 103, NO_PAIR);
   // Two precursors of one element are one element.
-  expect_refused(with_flows_of({TMGa_g, TEGa_g, NH3_g}), 103, NO_PAIR);
+  expect_rejected(with_flows_of({TMGa_g, TEGa_g, NH3_g}), 103, NO_PAIR);
 }
 
-TEST(SpeciesCheck, TheFirstMissingElementIsTold) {
-  expect_refused(with_flows_of({}), 100, NO_N);
-  expect_refused(with_flows_of({H2_g}), 100, NO_N);
-  expect_refused(with_flows_of({NH3_g}), 102, NO_C);
+TEST(SpeciesCheck, TheFirstMissingElementIsReported) {
+  expect_rejected(with_flows_of({}), 100, NO_N);
+  expect_rejected(with_flows_of({H2_g}), 100, NO_N);
+  expect_rejected(with_flows_of({NH3_g}), 102, NO_C);
 }
 
-TEST(SpeciesCheck, AnyTwoGroupThreeElementsWillDo) {
+TEST(SpeciesCheck, AnyTwoGroupThreeElementsSuffice) {
   for (auto [first, second] : {std::pair{TMIn_g, TMGa_g}, {TMIn_g, TEGa_g}, {TMGa_g, TMAl_g}, {TMIn_g, TMAl_g}}) {
     BuiltModel model(with_flows_of({first, second, NH3_g}));
     EXPECT_EQ(model.err, 0) << model->error_text;
@@ -107,7 +108,7 @@ TEST(SpeciesCheck, TheSpeciesOfARecipeFileAreNumberedInOrder) {
   EXPECT_EQ(model->n_adsorbed, 5u);
 }
 
-TEST(SpeciesCheck, ASpeciesOutOfReachOfTheFileIsNumberedWhenARecordStatesItsFlow) {
+TEST(SpeciesCheck, ASpeciesThatNoFileCanStateIsNumberedWhenARecordStatesItsFlow) {
   BuiltModel model(with_flows_of({TMIn_g, MMIn_g, TMGa_g, NH3_g}));
   EXPECT_EQ(model->gas_index[TMIn_g], 0);
   EXPECT_EQ(model->gas_index[MMIn_g], 1);

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Do the tests notice a wrong formula? tests/mutation/run.py [WORD]
 
-Works on a copy of the tree, which is built once. Then each mutation of mutations.txt is made alone (those whose line
-holds WORD, when one is given), the test program of its folder is built and run, and the first test that fails is told.
-A mutation marked tsan is built with the thread sanitizer, which has to report a race in the tests of overlapping calls.
-Exit status 1 when a mutation passes all tests of that program, 2 when one can't be made or built.
+Works on a copy of the tree, which is built once. Each mutation of mutations.txt (or those whose line contains WORD) is
+applied alone, the test program of its folder is built and run, and the first failing test is printed. A mutation marked
+tsan is built with the thread sanitizer, which must report a race in the tests of overlapping calls. Exit status: 1 if a
+mutation passes all tests of its program, 2 if one cannot be applied or built.
 """
 import dataclasses
 import os
@@ -16,13 +16,13 @@ import tempfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
-TIME_LIMIT = 600  # of one test program, s: a mutation may make a run endless
+TIME_LIMIT = 600  # of one test program, s: a mutation may cause an endless loop
 
 
 @dataclasses.dataclass
 class Mutation:
     file: str  # below src/
-    old: str   # stands exactly once in the file
+    old: str   # occurs exactly once in the file
     new: str
     how: str = ""  # tsan, or the test program, or empty for that of the folder
 
@@ -43,7 +43,7 @@ class Mutation:
 
 
 def read_mutations(word: str) -> list[Mutation]:
-    """The lines FILE | OLD | NEW [| HOW] of mutations.txt that hold word."""
+    """The lines FILE | OLD | NEW [| HOW] of mutations.txt that contain word."""
     with open(os.path.join(HERE, "mutations.txt"), encoding="utf-8") as file:
         lines = [line.strip() for line in file]
     return [Mutation(*(part.strip() for part in line.split(" | ")))
@@ -56,7 +56,7 @@ def run(command: list[str], **options) -> subprocess.CompletedProcess:
 
 
 def configure(tree: str, preset: str, folder: str) -> bool:
-    # A plain build is not optimised: the numbers are the same, and the building is most of the time.
+    # A plain build is not optimised: the numbers are the same, and most of the time is spent on building.
     generator = ["--preset", preset] if preset else ["-G", "Ninja"]
     done = run(["cmake", *generator, "-B", folder, "-DVORLEN_TOOLS=OFF"], cwd=tree)
     if done.returncode != 0:
@@ -72,7 +72,7 @@ def build(folder: str, *targets: str) -> bool:
 
 
 def first_failure(program: str, preset: str) -> str:
-    """The first test that fails, or with tsan the place of the first race; empty when there is none."""
+    """The first test that fails, or with tsan the place of the first race; empty if there is none."""
     try:
         done = run([program, "--gtest_fail_fast", "--gtest_brief=1"], timeout=TIME_LIMIT)
     except subprocess.TimeoutExpired:
@@ -110,7 +110,7 @@ def main() -> int:
             folder = os.path.join(tree, "build" + mutation.preset)
             with open(path, encoding="utf-8") as file:
                 original = file.read()
-            verdict = "can't be made: the text does not stand there once"
+            verdict = "cannot be applied: the text does not occur exactly once"
             if original.count(mutation.old) == 1:
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(original.replace(mutation.old, mutation.new))

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# clean_debian.sh: do the Debian packages install on a Debian 12 that has never seen this project? Makes the packages,
-# a fresh system in a folder by debootstrap (from the mirror that this machine itself uses), installs the three with
-# apt, builds a C program against them, runs the tool, and removes them again. As root; takes some minutes and 1 GB.
+# clean_debian.sh: tests the Debian packages on a fresh Debian 12. Builds the packages, creates a system in a folder with
+# debootstrap (from the mirror that this machine uses), installs the packages with apt, builds a C program against them,
+# runs the tool, and removes them again. Needs root, a few minutes and 1 GB.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -15,10 +15,10 @@ die() {
 }
 say() { echo "== $*"; }
 
-[ "$(id -u)" -eq 0 ] || die "a new system can be set up by root alone"
+[ "$(id -u)" -eq 0 ] || die "only root can set up a new system"
 command -v debootstrap >/dev/null || die "debootstrap is needed"
 mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' "Codename: $suite" 'Label: Debian' | sort -u | head -n 1)
-[ -n "$mirror" ] || die "the package lists of this machine name no mirror of $suite (apt-get update)"
+[ -n "$mirror" ] || die "no mirror of $suite in the package lists of this machine (run apt-get update)"
 
 say "Packages"
 (cd "$source" && cmake --preset package -B "$build" >/dev/null && cmake --build "$build" -j "$(nproc)" >/dev/null)
@@ -41,7 +41,7 @@ quietly inside apt-get update
 quietly inside sh -c 'apt-get install -y --no-install-recommends /trial/*.deb'
 inside dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libvorlensolver*' vorlen
 quietly inside dpkg --audit
-[ ! -s "$root/trial/log" ] || die "dpkg is not content: $(cat "$root/trial/log")"
+[ ! -s "$root/trial/log" ] || die "dpkg --audit: $(cat "$root/trial/log")"
 
 say "Running the tool"
 inside sh -c 'cd /trial && vorlen run algan_gan_hemt.xml -o tool.txt'
@@ -56,5 +56,5 @@ cmp "$root/trial/tool.txt" "$root/trial/here.txt"
 say "Removing"
 quietly inside apt-get purge -y libvorlensolver1
 left=$(cd "$root" && find usr etc var/lib -xdev \( -iname '*vorlen*' \) ! -path 'var/lib/apt/*')
-[ -z "$left" ] || die "left behind: $left"
+[ -z "$left" ] || die "not removed: $left"
 echo "installed, used and removed on a fresh $suite"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# debian_packages.sh BUILD: makes the Debian packages of a build of the preset `package`, and looks at them without
-# installing anything: lintian finds no error, the dependencies are right, and what they hold works from an empty
-# folder. tests/package/clean_debian.sh installs them for real.
+# debian_packages.sh BUILD: creates the Debian packages of a build of the preset `package` and checks them without
+# installing anything: lintian finds no errors, the dependencies are right, and their content works from an empty folder.
+# tests/package/clean_debian.sh installs them.
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
@@ -43,12 +43,12 @@ done
 dpkg-deb --info "$build"/libvorlensolver1_*.deb shlibs | grep -q '^libVorlenSolver 1 libvorlensolver1' ||
   die "libvorlensolver1 does not say how hosts depend on it"
 
-# An error fails; warnings are shown and are no failure.
+# Errors of lintian are failures; warnings are only shown.
 lintian --allow-root --fail-on error --tag-display-limit 0 "${packages[@]}" || die "lintian found errors"
 
 for package in "${packages[@]}"; do dpkg-deb --extract "$package" "$root"; done
 for file in bin/vorlen share/man/man1/vorlen.1.gz share/bash-completion/completions/vorlen share/vorlen/recipe.rng \
-  share/vorlen/recipe.xsd lib/python3/dist-packages/vorlen/__init__.py; do
+  lib/python3/dist-packages/vorlen/__init__.py lib/python3/dist-packages/vorlen/assets/plotly.min.js; do
   [ -f "$root/usr/$file" ] || die "the package vorlen lacks $file"
 done
 libraries=$(dirname "$(find "$root/usr/lib" -name libVorlenSolver.so.1)")
@@ -61,5 +61,8 @@ grep -q 'GaN channel' "$root/table.txt" || die "the tool shows no table"
 # shellcheck disable=SC2046  # a list of flags
 cc "$here/consumer/host.c" $(pkg-config --cflags --libs vorlensolver) -o "$root/host"
 "$root/host" "$source/examples/algan_gan_hemt.xml" "$root/host.txt" >/dev/null || die "the host in C does not run"
-cmp "$root/tool.txt" "$root/host.txt" || die "tool and host grow something else"
+# shellcheck disable=SC2046  # a list of flags
+c++ -std=c++17 "$here/radau_consumer/decay.cpp" $(pkg-config --cflags --libs vorlen_radau) -o "$root/decay"
+"$root/decay" >/dev/null || die "the program with the integrator does not run"
+cmp "$root/tool.txt" "$root/host.txt" || die "the results of the tool and of the host differ"
 echo "three packages, version $version"

@@ -13,11 +13,12 @@ VERSION = os.environ["VORLEN_VERSION"]
 SOVERSION = os.environ["VORLEN_SOVERSION"]
 LIBDIR = os.environ["VORLEN_LIBDIR"]
 TOOL = os.environ["VORLEN_TOOL"]
+CHART_LIBRARY = os.environ["VORLEN_CHART_LIBRARY"]  # its file name; empty when the build has none
 CMAKE = os.environ["VORLEN_CMAKE"]
 CONSUMER = os.path.join(SOURCE, "tests", "package", "consumer")
 RECIPE = os.path.join(SOURCE, "examples", "algan_gan_hemt.xml")
 
-# What names a place or flags of the caller's own would hide a fault.
+# Paths and flags from the caller's environment would hide mistakes.
 ENVIRONMENT = {name: value for name, value in os.environ.items()
                if name not in ("LD_LIBRARY_PATH", "PKG_CONFIG_PATH", "CMAKE_PREFIX_PATH", "DESTDIR")}
 
@@ -37,7 +38,7 @@ class Installation(unittest.TestCase):
         first = os.path.join(cls.folder, "first")
         done = run(CMAKE, "--install", BUILD, "--prefix", first)
         assert done.returncode == 0, done.stdout + done.stderr
-        # Elsewhere than it was installed, under a name with a blank: nothing may know the first place.
+        # Moved to a folder with a blank in its name: nothing may depend on the first location.
         cls.prefix = os.path.join(cls.folder, "moved here")
         os.rename(first, cls.prefix)
         cls.libraries = os.path.join(cls.prefix, LIBDIR)
@@ -48,7 +49,7 @@ class Installation(unittest.TestCase):
         return done.stdout
 
     def check_host(self, program):
-        """With a recipe it writes a result; without one it tells the text of the library."""
+        """With a recipe it writes a result; without one it prints the message of the library."""
         result = os.path.join(self.folder, os.path.basename(program) + ".txt")
         environment = {"LD_LIBRARY_PATH": self.libraries}
         self.assertEqual(self.succeed(program, RECIPE, result, **environment), "grown\n")
@@ -64,13 +65,15 @@ class Installation(unittest.TestCase):
                     f"{LIBDIR}/cmake/VorlenSolver/VorlenSolverConfigVersion.cmake"]
         if TOOL:
             expected += ["bin/vorlen", "share/man/man1/vorlen.1", "share/bash-completion/completions/vorlen",
-                         "share/vorlen/recipe.rng", "share/vorlen/recipe.xsd"]
-            # The Python package as a whole, with what its reports are made of.
+                         "share/vorlen/recipe.rng"]
+            # The whole Python package, including the assets of its reports.
             tree = os.path.join(SOURCE, "python")
             for folder, _, names in os.walk(os.path.join(tree, "vorlen")):
                 if os.path.basename(folder) != "__pycache__":
                     expected += [os.path.join("lib/python3/dist-packages", os.path.relpath(folder, tree), name)
                                  for name in names]
+            if CHART_LIBRARY:
+                expected.append("lib/python3/dist-packages/vorlen/assets/" + CHART_LIBRARY)
         for name in expected:
             self.assertTrue(os.path.isfile(os.path.join(self.prefix, name)), name)
         self.assertEqual(os.readlink(os.path.join(self.libraries, "libVorlenSolver.so")),

@@ -8,6 +8,7 @@
 #include "integrator/radau_integrator.h"
 #include "physics/staged_growth.h"
 #include "recipe/read_recipe.h"
+#include "strain/record_step.h"
 
 namespace vorlen {
 namespace {
@@ -45,7 +46,7 @@ void mass(std::int32_t n, double* FMAS, std::int32_t rows, void*, void*) {
 
 void step(std::int32_t, double, double t, const double* y, const double*, std::int32_t, std::int32_t, void*,
           void* model, std::int32_t&) {
-  static_cast<SurfChemNonst*>(model)->record_step(t, y);
+  record_step(*static_cast<SurfChemNonst*>(model), t, y);
 }
 
 // The continuous scheme with a largest step [s], with the model as the run leaves it.
@@ -78,9 +79,10 @@ struct VDefects {
 };
 
 VDefects v_defects_of(const SurfChemNonst& m) {
-  const auto open = std::find_if(m.hist_rho_VD.begin(), m.hist_rho_VD.end(), [](double rho) { return rho > 0.0; });
-  EXPECT_NE(open, m.hist_rho_VD.end()) << "no V-defects open";
-  return {m.hist_t[static_cast<std::size_t>(open - m.hist_rho_VD.begin())] - m.t_begin, m.z0 * 1e9, m.rho_VD};
+  const auto open =
+      std::find_if(m.history.rho_VD.begin(), m.history.rho_VD.end(), [](double rho) { return rho > 0.0; });
+  EXPECT_NE(open, m.history.rho_VD.end()) << "no V-defects open";
+  return {m.history.t[static_cast<std::size_t>(open - m.history.rho_VD.begin())] - m.t_begin, m.z0 * 1e9, m.rho_VD};
 }
 
 VDefects staged_v_defects(const ProcessRecipe& recipe) {

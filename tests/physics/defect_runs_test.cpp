@@ -30,7 +30,7 @@ RunResult run_without_spacer() {
   return run_recipe(recipe);
 }
 
-// The same layer behind 5 nm of GaN, with 10 degrees.
+// The same layer on 5 nm of GaN, with 10 degrees.
 RunResult run_with_spacer() {
   RecipeBuilder recipe({.n_stages = 3});
   recipe.set("stress/V_angle_05", "10");
@@ -95,10 +95,10 @@ TEST_F(DefectRun, OpensVDefectsAtTheIndependentThickness) {
   EXPECT_NEAR((*cap)[DEPTH] - PRE_STAGE_NM, 13.9, 0.05);
 }
 
-// The energy balance by hand, from the columns of depth and strain and typed-in constants. A V-defect from the bottom
-// of the layer up costs the loop's energy d E_line ln((d/b - 1) sin(alpha) + 1) with E_line = 2 * 1.08521 G b^2 / (4 pi
-// (1 - nu) cos(alpha)); it gains the work of the strain on the inclined line, 2 M tan(alpha) b times the integral of
-// strain times height. It opens in the first recorded step in which the gain is larger.
+// The energy balance, computed manually from the columns of depth and strain and typed-in constants. A V-defect from
+// the bottom of the layer up costs the loop's energy d E_line ln((d/b - 1) sin(alpha) + 1) with E_line = 2 * 1.08521 G
+// b^2 / (4 pi (1 - nu) cos(alpha)); it gains the work of the strain on the inclined line, 2 M tan(alpha) b times the
+// integral of strain times height. It opens in the first recorded step in which the gain is larger.
 TEST_F(DefectRun, OpensVDefectsWhenTheStrainPaysForTheLoop) {
   const double alpha = 17.0 * DEGREE;
   const double G = 0.5 * (0.9 * (367e9 - 135e9) + 0.1 * (223e9 - 115e9));
@@ -110,7 +110,7 @@ TEST_F(DefectRun, OpensVDefectsWhenTheStrainPaysForTheLoop) {
 
   double gain = 0.0;
   std::size_t compared = 0;
-  // The strain of the opening row holds the relief by the V-defects already; one row before, it stands for both.
+  // The strain of the opening row holds the relief by the V-defects already; one row before, it serves for both.
   for (std::size_t k = 1; k <= open; ++k) {
     const double d = (rows[k][DEPTH] - PRE_STAGE_NM) * 1e-9;
     const double d_before = (rows[k - 1][DEPTH] - PRE_STAGE_NM) * 1e-9;
@@ -144,10 +144,10 @@ TEST_F(DefectRun, ThinsTheDislocationsByTheReactionLawBeforeTheVDefects) {
   EXPECT_NEAR(row[RHO_TD_T] / expected, 1.0, 1e-9);
 }
 
-// The columns of the moment and of the finished structure part at the depth at which the V-defects begin: below it
+// The columns of the moment and of the finished structure part at the depth at which the V-defects start: below it
 // the defects that came later change nothing; above it there are more of them at the end than at the moment, so the
-// strain has moved up, the lattice is wider and the density higher. The spacer's V-defects begin inside it.
-TEST_F(DefectRun, TellsTheSameOfBothMomentsBelowTheVDefectsAndMoreOfTheLaterOneAbove) {
+// strain has moved up, the lattice is wider and the density higher. The spacer's V-defects start inside it.
+TEST_F(DefectRun, HasTheSameColumnsOfBothMomentsBelowTheVDefectsAndMoreReliefAtTheLaterOneAbove) {
   for (const RunResult* run : {plain, spaced}) {
     const std::vector<Row> rows = active_rows(*run);
     const auto parted = [](const Row& row) { return row[EPS_XX_T] != row[EPS_XX_Z]; };

@@ -33,10 +33,10 @@ struct Point {
 std::vector<Point> points_of_stages(const Grown& grown, std::size_t from, std::size_t to) {
   const SurfChemNonst& m = *grown.model;
   std::vector<Point> points;
-  for (std::size_t i = 0; i < m.hist_t.size(); ++i) {
-    if (m.hist_t[i] > m.active_stages[to].end_time() * (1.0 + 1e-14)) break;
-    if (m.hist_t[i] >= m.active_stages[from].begin_time()) {
-      points.push_back({m.hist_z[i] / NM - PRE_STAGE_NM, m.hist_xIn[i]});
+  for (std::size_t i = 0; i < m.history.t.size(); ++i) {
+    if (m.history.t[i] > m.active_stages[to].end_time() * (1.0 + 1e-14)) break;
+    if (m.history.t[i] >= m.active_stages[from].begin_time()) {
+      points.push_back({m.history.z[i] / NM - PRE_STAGE_NM, m.history.x_In[i]});
     }
   }
   return points;

@@ -1,5 +1,5 @@
 // Rate and composition of the layers that grow in the steady state, at conditions of real MOVPE. The expected values
-// were computed independently of this code from the same equations, and stand here with the digits that were given;
+// were computed independently of this code from the same equations, and have the digits that were given;
 // the tolerance is six tenths of the last digit.
 #include <gtest/gtest.h>
 
@@ -169,7 +169,7 @@ TEST(GrownInGaN, ByInGaNGRXHasTheIndependentRateAndComposition) {
   EXPECT_NEAR(layer.x_In, 0.180, THIRD_DECIMAL);
 }
 
-// Powers of T in place of activation energies, and constants without either, chosen to have nearly the same values at
+// Powers of T instead of activation energies, and constants without either, chosen to have nearly the same values at
 // growth temperatures: the layers are those of the first set to about 1 %; 2 % and one point of composition are
 // allowed.
 TEST(GrownLayers, WithRateConstantsOfTheOtherFormAreTheSameToAPercent) {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "model/staged_equations.h"
+#include "api/staged_equations.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen_test {

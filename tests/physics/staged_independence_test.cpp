@@ -124,7 +124,7 @@ TEST_P(StagedIndependence, AStageOfAMillisecondWithTheSameConditionsChangesNothi
 // A millisecond without metals: no layer misses more than the growth of that millisecond.
 TEST_P(StagedIndependence, APauseOfAMillisecondChangesNoMoreThanItsOwnGrowth) {
   constexpr double SHORT = 1e-3;
-  const std::vector<double>& rates = plain.model->hist_Vg;
+  const std::vector<double>& rates = plain.model->history.Vg;
   const double fastest = *std::max_element(rates.begin(), rates.end()) * 1e9;  // nm/s
   ASSERT_LT(fastest, 0.1);
   for (const std::size_t after : {std::size_t{0}, std::size_t{2}}) {

@@ -31,7 +31,7 @@ TEST_P(SteadyGrowth, IsARootOfTheEquationsOfTheContinuousScheme) {
   const Grown grown = grow_staged(process_recipe("off", {constant(2000.0, GetParam())}), 1e-9);
   ASSERT_EQ(grown.layer_nm.size(), 1u);
   SurfChemNonst& m = *grown.model;
-  m.GR = m.hist_Vg.back();
+  m.GR = m.history.Vg.back();
   std::array<double, N_STATE_MAX> y{}, f{};
   m.pack_state(y.data());
   ASSERT_EQ(m.eval_rhs(m.t, y.data(), f.data()), 0);
@@ -51,7 +51,7 @@ TEST_P(SteadyGrowth, HasTheRateAndCompositionOfTheContinuousScheme) {
   ASSERT_FALSE(continuous.rows.empty());
   const Row& last = continuous.rows.back();
   const SurfChemNonst& m = *grown.model;
-  EXPECT_NEAR(m.hist_Vg.back() * 1e9, last[RATE], 1e-8 * last[RATE]);
+  EXPECT_NEAR(m.history.Vg.back() * 1e9, last[RATE], 1e-8 * last[RATE]);
   EXPECT_NEAR(m.x_b[InN_b], last[X_IN], 1e-8);
   EXPECT_NEAR(m.x_b[GaN_b], last[X_GA], 1e-8);
   EXPECT_NEAR(m.x_b[AlN_b], last[X_AL], 1e-8);

@@ -4,8 +4,8 @@
 
 #include <cmath>
 
+#include "model/dislocation_constants.h"
 #include "physics/model_fixture.h"
-#include "strain/dislocation_constants.h"
 
 namespace vorlen {
 namespace {
@@ -83,7 +83,7 @@ TEST_F(Strain, OfAlInNOnGaNVanishesNear18PercentIndium) {
     (mismatch(middle) > 0.0 ? low : high) = middle;
   }
   EXPECT_NEAR(low, 0.18, 0.01);
-  EXPECT_NEAR(low, 0.1799, 0.00006);  // by hand: (3.189 - 3.112) / (3.54 - 3.112)
+  EXPECT_NEAR(low, 0.1799, 0.00006);  // manually: (3.189 - 3.112) / (3.54 - 3.112)
 }
 
 // ---- Crystal
@@ -145,7 +145,7 @@ TEST_F(Surface, IsStruckAtTheHertzKnudsenRate) {
 TEST_F(Surface, InEquilibriumWithTheSolidDoesNotGrow) {
   evaluate(1e-9);
   const double c_N = model->c_a[N_a];
-  const double p_N2 = model->Kd[3] * c_N * c_N;
+  const double p_N2 = model->Kd[N_a] * c_N * c_N;
   const auto c_metal = [&](std::size_t b) {
     const double p = model->K_eq[b] * model->activity[b] * model->x_b[b] / std::sqrt(p_N2);
     return p / model->Kd[b];
@@ -160,8 +160,8 @@ TEST_F(Surface, InEquilibriumWithTheSolidDoesNotGrow) {
 // Kf p_H2^1.5 p_N2^0.5, with Kf of 1300 K or any other temperature from the table of the free energies.
 TEST_F(Surface, HoldsAmmoniaInEquilibriumWithItsElements) {
   evaluate(1e-9);
-  const double p_N2 = model->Kd[3] * model->c_a[N_a] * model->c_a[N_a];
-  const double p_H2 = model->Kd[4] * model->c_a[H_a] * model->c_a[H_a];
+  const double p_N2 = model->Kd[N_a] * model->c_a[N_a] * model->c_a[N_a];
+  const double p_H2 = model->Kd[H_a] * model->c_a[H_a] * model->c_a[H_a];
   const double p_NH3 = model->K_NH3_des * model->c_a[N_a] * std::pow(model->c_a[H_a], 3);
   const auto gas = builtin_gas_species();
   const double T = model->T;
@@ -263,9 +263,9 @@ TEST_F(Relaxation, StrainIsTheIntegralOfTheDensity) {
   }
 }
 
-// Both laws start anew at z0. Without defects that must change nothing: 1 + rho_0 k w is (1 + rho_0 k w_0) times
+// Both laws start again at z0. Without defects that must change nothing: 1 + rho_0 k w is (1 + rho_0 k w_0) times
 // (1 + rho(w_0) k (w - w_0)). One defect per m^2 is none to 1e-12.
-TEST_F(Relaxation, StartsAnewAtTheDepthOfTheVDefectsWithoutAJump) {
+TEST_F(Relaxation, StartsAgainAtTheDepthOfTheVDefectsWithoutAJump) {
   with_density("1e10");
   const double w = 500e-9;
   const double strain = strain_at(w);

@@ -66,7 +66,7 @@ TEST(AmmoniaEquilibrium, HasTheIndependentlyEvaluatedConstants) {
     EXPECT_NEAR(log10_Kf_NH3(row.T), row.builtin, 0.00006) << row.T << " K";
 }
 
-// Ammonia falls apart above some 450 K at 1 bar: Kf crosses 1 there.
+// Ammonia decomposes above about 450 K at 1 bar: Kf crosses 1 there.
 TEST(AmmoniaEquilibrium, TurnsFromAmmoniaToItsElementsBetween450And475K) {
   EXPECT_GT(log10_Kf_NH3(450.0), 0.0);
   EXPECT_LT(log10_Kf_NH3(475.0), 0.0);

@@ -4,7 +4,7 @@
     plausible.py OUT_DIR [--count 40] [--seed dev] [--family mqw ...] [--scheme staged]
 
 Writes OUT_DIR/FAMILY_STRESS_NUMBER.xml, where STRESS is 0 (none) or 1 (V_dislocation). The same arguments give the same
-files. The recipes have what real ones have: interruptions, ramps, changes of the carrier gas, and hot stages without
+files. The recipes have the features of real ones: interruptions, ramps, changes of the carrier gas, and hot stages without
 metals.
 """
 import argparse
@@ -22,7 +22,7 @@ FLOWS = ("TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2")
 
 
 def ends(value):
-    """(val, end) of a constant or of a ramp, which is such a pair already."""
+    """(val, end) of a constant, or of a ramp that is already such a pair."""
     return value if isinstance(value, tuple) else (value, value)
 
 
@@ -43,7 +43,7 @@ def stage_xml(tag, s):
 
 def recipe_xml(material, stages, angle, rho, scheme):
     """A recipe on a GaN template. angle: inclination of the dislocations in degrees, None without stress. rho: cm^-2.
-    scheme: of the integration, None for no such element."""
+    scheme: of the integration; None: no element integration."""
     text = f'<?xml version="1.0"?>\n<NonstSurfChem><material val="{material}"/>\n{CHEMISTRY}'
     if angle is None:
         text += '<stress><model val="none"/></stress>\n'
@@ -62,7 +62,7 @@ def recipe_xml(material, stages, angle, rho, scheme):
     return text + '</process_stages>\n<post_stages><n_post_stages val="0"/></post_stages></NonstSurfChem>\n'
 
 
-# A family draws a recipe from the generator of random numbers: the material and the stages.
+# A family takes material and stages from the random number generator r.
 
 def mqw(r):
     """1 to 5 InGaN wells in GaN barriers, which are up to 120 K hotter, with ramps and interruptions."""

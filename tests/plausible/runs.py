@@ -1,4 +1,4 @@
-"""Runs of recipes by the built library, and what their result files say of the layers."""
+"""Runs recipes with the built library and extracts the layers from the result files."""
 import ctypes
 import dataclasses
 import math
@@ -40,7 +40,7 @@ def library(path):
 
 
 def layer_block(path):
-    """The layers of a result file, the pre-stage as the first one: name, duration in s, thickness in nm."""
+    """The layers of a result file, starting with the pre-stage: name, duration in s, thickness in nm."""
     layers = []
     with open(path, encoding="utf-8") as file:
         for line in file:
@@ -75,7 +75,7 @@ def set_means(layers, taus, rows):
     sums = [[0.0] * 4 for _ in layers]  # of thickness, and of thickness times fraction
     begin = taus[0]
     k, end = 0, begin + taus[1]
-    # The times of the rows have roundings.
+    # The times of the rows have rounding errors.
     slack = 1e-9
     for a, b in zip(rows, rows[1:]):
         share_from = 0.0
@@ -114,9 +114,9 @@ def fault_of(run, low, high):
     return "" if low <= least and most <= high else f"fractions from {least:.7g} to {most:.7g}"
 
 
-# How well the schemes agree.
+# Agreement of the two schemes.
 RELATIVE_THICKNESS = 1e-3
-THICKNESS = 0.02  # nm, where that is more
+THICKNESS = 0.02  # nm, if that is more
 COMPOSITION = 1e-3
 LEAST_LAYER = 1.0  # nm; thinner layers have no composition to compare
 

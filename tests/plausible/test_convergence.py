@@ -16,14 +16,14 @@ DEFAULT = 1e-6
 COUNT = 4  # recipes of each family, without and with stress
 EPS_XX = 9
 
-# At the default tolerance. Of the thickness, relative to the layer or 1 nm; composition; strain; density of V-defects,
-# relative to that of all dislocations.
+# Largest errors at the default tolerance: thickness, relative to the layer or 1 nm; composition; strain; density of
+# V-defects, relative to that of all dislocations.
 BOUNDS = {"thickness": 1e-5, "composition": 1e-5, "strain": 1e-5, "density": 1e-3}
-# From the largest tolerance to the smallest, four decades, the errors fall at least so much. Singly they fall less
-# regularly than the tolerance: a step more or less, and the moment at which V-defects open, count as well.
+# Smallest factor by which the errors fall over four decades of tolerance. From one tolerance to the next they fall less
+# regularly, because the number of steps and the time at which V-defects open also matter.
 FALL = 100.0
-# Smaller errors can't be seen, as the reference has an error, too. The density also depends on how the film is kept, in
-# knots a quarter of a nanometre apart, which do not follow the tolerance, and with the density the composition.
+# Smaller errors are not resolved, because the reference has an error too. The density, and with it the composition, also
+# depends on the spacing of the knots of the film, a quarter of a nanometre at any tolerance.
 LEAST = {"thickness": 1e-9, "composition": 1e-8, "strain": 1e-9, "density": 1e-6}
 
 

@@ -109,7 +109,7 @@ TEST(ActiveRows, OneStepMayJumpOverAWholeStage) {
   WritingModel model(recipe);
   add_history(*model, 10.0, 1e-7);
   add_history(*model, 12.5, 2e-7);
-  // A time behind the end stays with the last stage.
+  // A time after the end belongs to the last stage.
   add_history(*model, 13.5, 3e-7);
   const auto rows = active_rows(model);
   EXPECT_EQ(at(rows[1], 7), 3e8);
@@ -170,7 +170,7 @@ TEST_F(RelaxedRows, BelowZ0BothGroupsAreEqualWhateverTheFinalDensity) {
   const double e = 3.189 / A_OWN - 1.0;
   for (std::size_t i = 0; i < 3; ++i) {
     SCOPED_TRACE(i);
-    const double w = model->hist_z[i] - 1e-7 - model->hist_h[i];
+    const double w = model->history.z[i] - 1e-7 - model->history.h[i];
     for (bool final_state : {false, true})
       expect_group(rows[i], final_state, 1e-4 / (1.0 / 5e12 + REACTION_LENGTH * w), e + eps_from_start(w));
     for (std::size_t column : {7u, 9u, 10u, 12u})
@@ -190,7 +190,7 @@ TEST_F(RelaxedRows, AtZ0TheDensityTakesTheDefectsTheStrainDoesNot) {
 
 TEST_F(RelaxedRows, WhereTheDensityRoseTheFinishedStructureIsRelaxedFurther) {
   for (int i = 0; i < 5; ++i) add_history(*model, 10.0 + i, 4.5e-7 + i * 5e-8, X, H_Z0, 1e12 * std::pow(10.0, i * 0.5));
-  model->rho_VD = model->hist_rho_VD.back();
+  model->rho_VD = model->history.rho_VD.back();
   const auto rows = active_rows(model);
   for (std::size_t i = 0; i < 4; ++i) {
     EXPECT_GT(at(rows[i], 14), at(rows[i], 7)) << i;
@@ -242,7 +242,7 @@ TEST_F(DetailedRows, WithoutDefectsTheDepthShowsMinusOne) {
 
 TEST_F(DetailedRows, BehindTheEndOfTheIntegralsTheirColumnsAreZero) {
   for (int i = 0; i < 3; ++i) add_history(*model, 10.0 + i, 5e-7, X);
-  for (auto* list : {&model->hist_I0, &model->hist_I1, &model->hist_J0_0, &model->hist_J0_1}) {
+  for (auto* list : {&model->history.I0, &model->history.I1, &model->history.J0_0, &model->history.J0_1}) {
     list->resize(2);
     list->shrink_to_fit();
   }
@@ -251,7 +251,7 @@ TEST_F(DetailedRows, BehindTheEndOfTheIntegralsTheirColumnsAreZero) {
     EXPECT_NE(at(rows[1], column), 0.0) << column;
     EXPECT_EQ(at(rows[2], column), 0.0) << column;
   }
-  EXPECT_NE(at(rows[2], 34), 0.0) << "the others go on";
+  EXPECT_NE(at(rows[2], 34), 0.0) << "the others continue";
 }
 
 TEST_F(DetailedRows, ManyMegabytesOfRowsAreWrittenLikeTheFirst) {
@@ -260,15 +260,16 @@ TEST_F(DetailedRows, ManyMegabytesOfRowsAreWrittenLikeTheFirst) {
   for (std::size_t i = 0; i < COUNT; ++i) {
     add_history(*model, 10.0 + 0.25 * static_cast<double>(i), 6e-7 + 1e-11 * static_cast<double>(i), X, 5e-8, 1e13);
     if (i % 8 != 7) continue;
-    for (auto* list : {&model->hist_In, &model->hist_Ga, &model->hist_J0, &model->hist_r}) list->back() *= -1.0;
+    for (auto* list : {&model->history.c_In, &model->history.c_Ga, &model->history.J0, &model->history.r})
+      list->back() *= -1.0;
   }
   const auto rows = active_rows(model);
   ASSERT_EQ(rows.size(), COUNT);
   for (std::size_t i = 0; i < COUNT; ++i) {
     ASSERT_EQ(rows[i].size(), 39u);
-    ASSERT_EQ(at(rows[i], 1), model->hist_t[i]);
-    ASSERT_EQ(at(rows[i], 21), model->hist_In[i]);
-    ASSERT_EQ(at(rows[i], 39), model->hist_r[i]);
+    ASSERT_EQ(at(rows[i], 1), model->history.t[i]);
+    ASSERT_EQ(at(rows[i], 21), model->history.c_In[i]);
+    ASSERT_EQ(at(rows[i], 39), model->history.r[i]);
   }
 }
 

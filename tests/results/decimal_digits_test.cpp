@@ -152,7 +152,7 @@ TEST(DecimalDigits, NumbersNearestToHalfwayAreWrittenAsPrinted) {
 }
 
 TEST(DecimalDigits, NumbersOfUsualSizesAreHardlyEverLeftOpen) {
-  // Halfway numbers below 2^34 have a one behind which 11 zero bits or more stand: one in 2^12 of any binary exponent.
+  // Halfway numbers below 2^34 have a one followed by at least 11 zero bits: one in 2^12 of any binary exponent.
   std::mt19937_64 random(4);
   std::uniform_int_distribution<int> exponent(-100, 33);
   int open_count = 0;

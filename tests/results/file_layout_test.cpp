@@ -1,4 +1,4 @@
-// The result file line by line: header, layer block, heading, which rows stand in it and how they end.
+// The result file line by line: header, layer block, heading, which rows it has and how they end.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -29,7 +29,7 @@ ProcessRecipe layered_recipe(std::int32_t stress_model) {
   return recipe;
 }
 
-// Points at the begin, at the boundary of the two stages and at the end.
+// Points at the start, at the boundary of the two stages and at the end.
 void fill_history(SurfChemNonst& m) {
   add_history(m, 20.0, 2e-7);
   add_history(m, 22.5, 2.1e-7);
@@ -85,7 +85,7 @@ TEST(FileLayout, TheLayersAreNumberedThroughAllThreeGroups) {
   WritingModel model(layered_recipe(STRESS_OFF));
   fill_history(*model);
   const WrittenFile file = model.write();
-  // 10 nm up to the boundary, 30 nm behind it.
+  // 10 nm up to the boundary, 30 nm after it.
   const double first = (2.1e-7 - 2e-7) * 1e9;
   const double second = (2.4e-7 - 2.1e-7) * 1e9;
   std::ostringstream expected;
@@ -194,7 +194,7 @@ TEST(FileLayout, ALongHistoryIsWrittenWhole) {
   for (std::size_t i = 0; i < POINTS; ++i) add_history(*model, 10.0 + double(i) * 0.002, 1e-7 + double(i) * 2e-12);
   const WrittenFile file = model.write();
   ASSERT_EQ(file.rows.size(), POINTS + 2);
-  for (std::size_t i = 0; i < POINTS; ++i) ASSERT_EQ(file.rows[i + 2][0], model->hist_t[i]);
+  for (std::size_t i = 0; i < POINTS; ++i) ASSERT_EQ(file.rows[i + 2][0], model->history.t[i]);
 }
 
 // Rows of all 39 columns. A sign makes a row longer by one, so that each block ends at another place in a row.
@@ -205,16 +205,17 @@ TEST(FileLayout, LongRowsEndWithinTheBlocks) {
   for (std::size_t i = 0; i < POINTS; ++i) {
     add_history(*model, 10.0 + double(i) * 0.002, 1e-7 + double(i) * 2e-12);
     const double value = 1.25 + double(i);
-    std::vector<double>* const lists[] = {&model->hist_In, &model->hist_Ga, &model->hist_Al, &model->hist_N,
-                                          &model->hist_H,  &model->hist_J0, &model->hist_J1, &model->hist_r};
+    std::vector<double>* const lists[] = {&model->history.c_In, &model->history.c_Ga, &model->history.c_Al,
+                                          &model->history.c_N,  &model->history.c_H,  &model->history.J0,
+                                          &model->history.J1,   &model->history.r};
     for (std::size_t k = 0; k < std::size(lists); ++k) lists[k]->back() = k < i / 700 ? -value : value;
   }
   const WrittenFile file = model.write();
   ASSERT_EQ(file.rows.size(), POINTS + 2);
   for (std::size_t i = 0; i < POINTS; ++i) {
     ASSERT_EQ(file.rows[i + 2].size(), 39u);
-    ASSERT_EQ(file.rows[i + 2][0], model->hist_t[i]);
-    ASSERT_EQ(file.rows[i + 2][38], model->hist_r[i]);
+    ASSERT_EQ(file.rows[i + 2][0], model->history.t[i]);
+    ASSERT_EQ(file.rows[i + 2][38], model->history.r[i]);
   }
 }
 

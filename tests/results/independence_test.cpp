@@ -5,6 +5,7 @@
 #include <locale>
 
 #include "results/written_file.h"
+#include "strain/record_step.h"
 
 namespace vorlen_test {
 namespace {
@@ -26,15 +27,15 @@ std::string written(std::int32_t stress_model, std::int32_t mode, double cut_ang
   add(recipe, small_stage(12345.5));
   add_post(recipe, small_layer(0.5));
   WritingModel model(recipe);
-  model->mode = mode;
+  model->single_point.selected = mode == 1;
   model->detail_output = true;
-  model->reported_species = {N2_g};
+  model->single_point.species = {N2_g};
   double y[N_STATE_MAX] = {};
   model->init_state(y);
   double f[N_STATE_MAX] = {};
   for (double t : {10.0, 1000.0, 12355.5}) {
     model->eval_rhs(t, y, f);
-    model->record_step(t, y);
+    record_step(*model, t, y);
     y[5] += 1e-9;
   }
   model->write_results(true);

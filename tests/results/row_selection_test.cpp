@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "strain/small_model.h"
+#include "strain/v_defect_energy.h"
 
 namespace vorlen_test {
 namespace {
@@ -34,13 +35,13 @@ Columns columns_of(const SurfChemNonst& m, const RowSample& s) {
 
 RowSample row_of(const SurfChemNonst& m, std::size_t i, double begin) {
   RowSample s;
-  s.t = m.hist_t[i] - begin;
-  s.z = m.hist_z[i];
-  s.GR = m.hist_Vg[i];
-  s.x_b = {m.hist_xIn[i], m.hist_xGa[i], m.hist_xAl[i]};
+  s.t = m.history.t[i] - begin;
+  s.z = m.history.z[i];
+  s.GR = m.history.Vg[i];
+  s.x_b = {m.history.x_In[i], m.history.x_Ga[i], m.history.x_Al[i]};
   if (m.stress_model == STRESS_V_dislocation) {
-    s.h = m.hist_h[i];
-    s.rho_VD = m.hist_rho_VD[i];
+    s.h = m.history.h[i];
+    s.rho_VD = m.history.rho_VD[i];
   }
   return s;
 }
@@ -48,7 +49,7 @@ RowSample row_of(const SurfChemNonst& m, std::size_t i, double begin) {
 // The largest distance of a column between two rows from the samples, as a part of the range of the column.
 double worst_error(const SurfChemNonst& m, const std::vector<RowSample>& samples, double begin = 0.0) {
   std::vector<Columns> rows, all;
-  for (std::size_t i = 0; i < m.hist_t.size(); ++i) rows.push_back(columns_of(m, row_of(m, i, begin)));
+  for (std::size_t i = 0; i < m.history.t.size(); ++i) rows.push_back(columns_of(m, row_of(m, i, begin)));
   for (const RowSample& s : samples) all.push_back(columns_of(m, s));
   double worst = 0.0;
   for (std::size_t c = 0; c < all.front().values.size(); ++c) {
@@ -56,8 +57,8 @@ double worst_error(const SurfChemNonst& m, const std::vector<RowSample>& samples
     std::size_t k = 1;
     for (std::size_t i = 0; i < samples.size(); ++i) {
       const double t = begin + samples[i].t;
-      while (k + 1 < rows.size() && m.hist_t[k] < t) ++k;
-      const double share = (t - m.hist_t[k - 1]) / (m.hist_t[k] - m.hist_t[k - 1]);
+      while (k + 1 < rows.size() && m.history.t[k] < t) ++k;
+      const double share = (t - m.history.t[k - 1]) / (m.history.t[k] - m.history.t[k - 1]);
       const double value = rows[k - 1].values[c] + share * (rows[k].values[c] - rows[k - 1].values[c]);
       low = std::min(low, all[i].values[c]);
       high = std::max(high, all[i].values[c]);
@@ -90,22 +91,22 @@ void select(SurfChemNonst& m, const std::vector<RowSample>& samples, double begi
 }
 
 void expect_rising(const SurfChemNonst& m) {
-  for (std::size_t i = 1; i < m.hist_t.size(); ++i) EXPECT_LT(m.hist_t[i - 1], m.hist_t[i]) << i;
+  for (std::size_t i = 1; i < m.history.t.size(); ++i) EXPECT_LT(m.history.t[i - 1], m.history.t[i]) << i;
 }
 
 void expect_ends(const SurfChemNonst& m, const std::vector<RowSample>& samples) {
-  EXPECT_EQ(samples.front().t, m.hist_t.front());
-  EXPECT_EQ(samples.front().z, m.hist_z.front());
-  EXPECT_EQ(samples.front().x_b[0], m.hist_xIn.front());
-  EXPECT_EQ(samples.back().t, m.hist_t.back());
-  EXPECT_EQ(samples.back().z, m.hist_z.back());
-  EXPECT_EQ(samples.back().GR, m.hist_Vg.back());
+  EXPECT_EQ(samples.front().t, m.history.t.front());
+  EXPECT_EQ(samples.front().z, m.history.z.front());
+  EXPECT_EQ(samples.front().x_b[0], m.history.x_In.front());
+  EXPECT_EQ(samples.back().t, m.history.t.back());
+  EXPECT_EQ(samples.back().z, m.history.z.back());
+  EXPECT_EQ(samples.back().GR, m.history.Vg.back());
 }
 
 TEST(RowSelection, AnEmptyOneAddsNothing) {
   const auto m = small_model(STRESS_OFF);
   select(*m, {});
-  EXPECT_TRUE(m->hist_t.empty());
+  EXPECT_TRUE(m->history.t.empty());
 }
 
 TEST(RowSelection, OneSampleIsOneRow) {
@@ -113,15 +114,15 @@ TEST(RowSelection, OneSampleIsOneRow) {
     const auto m = small_model(stress_model);
     const RowSample s{.t = 1.0, .z = 2e-7, .h = 1e-8, .GR = 3e-10, .rho_VD = 5.0, .x_b = {0.1, 0.7, 0.2}};
     select(*m, {s}, 10.0);
-    EXPECT_EQ(std::vector<double>{11.0}, m->hist_t);
-    EXPECT_EQ(std::vector<double>{2e-7}, m->hist_z);
-    EXPECT_EQ(std::vector<double>{3e-10}, m->hist_Vg);
-    EXPECT_EQ(std::vector<double>{0.1}, m->hist_xIn);
-    EXPECT_EQ(std::vector<double>{0.7}, m->hist_xGa);
-    EXPECT_EQ(std::vector<double>{0.2}, m->hist_xAl);
+    EXPECT_EQ(std::vector<double>{11.0}, m->history.t);
+    EXPECT_EQ(std::vector<double>{2e-7}, m->history.z);
+    EXPECT_EQ(std::vector<double>{3e-10}, m->history.Vg);
+    EXPECT_EQ(std::vector<double>{0.1}, m->history.x_In);
+    EXPECT_EQ(std::vector<double>{0.7}, m->history.x_Ga);
+    EXPECT_EQ(std::vector<double>{0.2}, m->history.x_Al);
     const std::size_t relaxing = stress_model == STRESS_V_dislocation ? 1 : 0;
-    EXPECT_EQ(relaxing, m->hist_h.size());
-    EXPECT_EQ(relaxing, m->hist_rho_VD.size());
+    EXPECT_EQ(relaxing, m->history.h.size());
+    EXPECT_EQ(relaxing, m->history.rho_VD.size());
   }
 }
 
@@ -129,7 +130,7 @@ TEST(RowSelection, TwoSamplesAreTwoRows) {
   const auto m = small_model(STRESS_OFF);
   const auto samples = samples_of(*m, 2, 10.0, [](double, RowSample&) {});
   select(*m, samples);
-  EXPECT_EQ(2u, m->hist_t.size());
+  EXPECT_EQ(2u, m->history.t.size());
   expect_ends(*m, samples);
 }
 
@@ -140,7 +141,7 @@ TEST(RowSelection, LinearColumnsNeedTwoRows) {
     s.x_b = {0.2 + 1e-5 * share, 0.8 - 1e-5 * share, 0.0};
   });
   select(*m, samples);
-  EXPECT_EQ(2u, m->hist_t.size());
+  EXPECT_EQ(2u, m->history.t.size());
   expect_ends(*m, samples);
   EXPECT_LT(worst_error(*m, samples), PROMISED);
 }
@@ -194,12 +195,12 @@ TEST_P(EachColumn, IsWithinAThousandthOfItsRange) {
       if (stress_model == STRESS_OFF && relaxing) continue;
       const auto m = small_model(stress_model);
       m->z0 = stress_model == STRESS_OFF ? -1e-9 : m->z_start;
-      if (stress_model == STRESS_V_dislocation) m->set_state_at_z0(0.0, 0.0, 0.0, 0.0, 0.0);
+      if (stress_model == STRESS_V_dislocation) set_state_at_z0(*m, 0.0, 0.0, 0.0);
       const auto samples =
           samples_of(*m, 4000, 100.0, [&](double share, RowSample& s) { column.set(shape.value(share), s); });
       select(*m, samples);
       EXPECT_LT(worst_error(*m, samples), PROMISED);
-      EXPECT_LE(m->hist_t.size(), MAX_ROWS_PER_STAGE);
+      EXPECT_LE(m->history.t.size(), MAX_ROWS_PER_STAGE);
       expect_ends(*m, samples);
       expect_rising(*m);
     }
@@ -220,8 +221,8 @@ TEST(RowSelection, TakesFewRows) {
     const auto samples =
         samples_of(*m, 4000, 100.0, [&](double share, RowSample& s) { s.GR = 1e-10 * shape.value(share); });
     select(*m, samples);
-    EXPECT_LE(m->hist_t.size(), shape.most_rows) << shape.name;
-    EXPECT_GE(m->hist_t.size(), 3u) << shape.name;
+    EXPECT_LE(m->history.t.size(), shape.most_rows) << shape.name;
+    EXPECT_GE(m->history.t.size(), 3u) << shape.name;
   }
 }
 
@@ -234,7 +235,7 @@ TEST(RowSelection, AStageHasAtMost2000Rows) {
   };
   const auto samples = samples_of(*m, 12000, 100.0, [&](double, RowSample& s) { s.GR = 1e-10 * noise(); });
   select(*m, samples);
-  EXPECT_LE(m->hist_t.size(), MAX_ROWS_PER_STAGE);
+  EXPECT_LE(m->history.t.size(), MAX_ROWS_PER_STAGE);
   expect_ends(*m, samples);
 }
 
@@ -252,15 +253,15 @@ TEST(RowSelection, AMillionSamplesTakeLittleMemory) {
   }
   EXPECT_LE(most, 40000u);
   finish_rows(*m, selection);
-  EXPECT_LE(m->hist_t.size(), MAX_ROWS_PER_STAGE);
-  EXPECT_EQ(100.0, m->hist_t.back());
+  EXPECT_LE(m->history.t.size(), MAX_ROWS_PER_STAGE);
+  EXPECT_EQ(100.0, m->history.t.back());
   double worst = 0.0;
   std::size_t k = 1;
   for (int i = 0; i < N; i += 7) {
     const double s = static_cast<double>(i) / (N - 1), t = 100.0 * s;
-    while (m->hist_t[k] < t) ++k;
-    const double share = (t - m->hist_t[k - 1]) / (m->hist_t[k] - m->hist_t[k - 1]);
-    const double GR = m->hist_Vg[k - 1] + share * (m->hist_Vg[k] - m->hist_Vg[k - 1]);
+    while (m->history.t[k] < t) ++k;
+    const double share = (t - m->history.t[k - 1]) / (m->history.t[k] - m->history.t[k - 1]);
+    const double GR = m->history.Vg[k - 1] + share * (m->history.Vg[k] - m->history.Vg[k - 1]);
     worst = std::max(worst, std::abs(GR - 1e-10 * (1.0 + std::sin(40.0 * s))) / 2e-10);
   }
   EXPECT_LT(worst, PROMISED);
@@ -276,8 +277,8 @@ TEST(RowSelection, TimesRiseWhereSamplesFallOnOneDouble) {
       select(*m, samples, begin);
     }
     expect_rising(*m);
-    EXPECT_GT(m->hist_t.size(), 30u);
-    EXPECT_NEAR(begin, m->hist_t.back(), 1e-3 * begin);
+    EXPECT_GT(m->history.t.size(), 30u);
+    EXPECT_NEAR(begin, m->history.t.back(), 1e-3 * begin);
   }
 }
 
@@ -286,11 +287,11 @@ TEST(RowSelection, TheFirstRowOfTheNextStageIsOneNumberLater) {
   const auto still = [](double, RowSample&) {};
   select(*m, samples_of(*m, 5, 10.0, still), 100.0);
   select(*m, samples_of(*m, 5, 10.0, still), 110.0);
-  ASSERT_EQ(4u, m->hist_t.size());
-  EXPECT_EQ(100.0, m->hist_t[0]);
-  EXPECT_EQ(110.0, m->hist_t[1]);
-  EXPECT_EQ(std::nextafter(110.0, 1e9), m->hist_t[2]);
-  EXPECT_EQ(120.0, m->hist_t[3]);
+  ASSERT_EQ(4u, m->history.t.size());
+  EXPECT_EQ(100.0, m->history.t[0]);
+  EXPECT_EQ(110.0, m->history.t[1]);
+  EXPECT_EQ(std::nextafter(110.0, 1e9), m->history.t[2]);
+  EXPECT_EQ(120.0, m->history.t[3]);
 }
 
 TEST(RowSelection, ValuesThatAreNotFiniteEnd) {
@@ -300,7 +301,7 @@ TEST(RowSelection, ValuesThatAreNotFiniteEnd) {
       if (share > 0.5) s.GR = odd;
     });
     select(*m, samples);
-    EXPECT_LE(m->hist_t.size(), MAX_ROWS_PER_STAGE);
+    EXPECT_LE(m->history.t.size(), MAX_ROWS_PER_STAGE);
     expect_rising(*m);
   }
 }
@@ -309,35 +310,35 @@ TEST(RowSelection, ValuesThatAreNotFiniteEnd) {
 TEST(RowsAtZ0, AreWhereTheColumnsOfTheFinishedStructureStep) {
   const auto m = small_model(STRESS_V_dislocation);
   for (int i = 0; i <= 10; ++i) {
-    m->hist_t.push_back(10.0 * i);
-    m->hist_z.push_back(m->z_start + 1e-9 * i);
-    m->hist_Vg.push_back(1e-10);
-    m->hist_xIn.push_back(0.1 + 0.01 * i);
-    m->hist_xGa.push_back(0.9 - 0.01 * i);
-    m->hist_xAl.push_back(0.0);
-    m->hist_h.push_back(1e-10 * i);
-    m->hist_rho_VD.push_back(0.0);
+    m->history.t.push_back(10.0 * i);
+    m->history.z.push_back(m->z_start + 1e-9 * i);
+    m->history.Vg.push_back(1e-10);
+    m->history.x_In.push_back(0.1 + 0.01 * i);
+    m->history.x_Ga.push_back(0.9 - 0.01 * i);
+    m->history.x_Al.push_back(0.0);
+    m->history.h.push_back(1e-10 * i);
+    m->history.rho_VD.push_back(0.0);
   }
-  const std::size_t before = m->hist_t.size();
+  const std::size_t before = m->history.t.size();
   m->z0 = m->z_start + 4.5e-9;
-  m->set_state_at_z0(4.5e-10, 0.0, 0.0, 0.0, 0.0);
+  set_state_at_z0(*m, 4.5e-10, 0.0, 0.0);
   add_rows_at_z0(*m);
-  EXPECT_LT(before + 20, m->hist_t.size());
-  for (const auto* list :
-       {&m->hist_z, &m->hist_Vg, &m->hist_xIn, &m->hist_xGa, &m->hist_xAl, &m->hist_h, &m->hist_rho_VD}) {
-    ASSERT_EQ(m->hist_t.size(), list->size());
+  EXPECT_LT(before + 20, m->history.t.size());
+  for (const auto* list : {&m->history.z, &m->history.Vg, &m->history.x_In, &m->history.x_Ga, &m->history.x_Al,
+                           &m->history.h, &m->history.rho_VD}) {
+    ASSERT_EQ(m->history.t.size(), list->size());
   }
   expect_rising(*m);
   bool under = false, at = false;
-  for (std::size_t i = 0; i < m->hist_t.size(); ++i) {
+  for (std::size_t i = 0; i < m->history.t.size(); ++i) {
     // All lists are linear in time.
-    const double s = m->hist_t[i] / 100.0;
-    EXPECT_NEAR(m->z_start + 1e-8 * s, m->hist_z[i], 1e-20);
-    EXPECT_NEAR(0.1 + 0.1 * s, m->hist_xIn[i], 1e-12);
-    EXPECT_NEAR(1e-9 * s, m->hist_h[i], 1e-20);
-    EXPECT_LE(i > 0 ? m->hist_z[i - 1] : 0.0, m->hist_z[i]);
-    under = under || m->hist_z[i] == std::nextafter(m->z0, 0.0);
-    at = at || m->hist_z[i] == m->z0;
+    const double s = m->history.t[i] / 100.0;
+    EXPECT_NEAR(m->z_start + 1e-8 * s, m->history.z[i], 1e-20);
+    EXPECT_NEAR(0.1 + 0.1 * s, m->history.x_In[i], 1e-12);
+    EXPECT_NEAR(1e-9 * s, m->history.h[i], 1e-20);
+    EXPECT_LE(i > 0 ? m->history.z[i - 1] : 0.0, m->history.z[i]);
+    under = under || m->history.z[i] == std::nextafter(m->z0, 0.0);
+    at = at || m->history.z[i] == m->z0;
   }
   EXPECT_TRUE(under);
   EXPECT_TRUE(at);
@@ -346,10 +347,10 @@ TEST(RowsAtZ0, AreWhereTheColumnsOfTheFinishedStructureStep) {
 TEST(RowsAtZ0, OfAHistoryThatDoesNotReachItNothingChanges) {
   const auto m = small_model(STRESS_V_dislocation);
   select(*m, samples_of(*m, 5, 10.0, [](double, RowSample&) {}));
-  const std::vector<double> times = m->hist_t;
+  const std::vector<double> times = m->history.t;
   m->z0 = m->z_start + 1e-6;
   add_rows_at_z0(*m);
-  EXPECT_EQ(times, m->hist_t);
+  EXPECT_EQ(times, m->history.t);
 }
 
 }  // namespace

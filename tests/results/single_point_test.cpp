@@ -1,4 +1,4 @@
-// The single-point layout of mode 1, byte for byte.
+// The single-point layout, byte for byte.
 #include <gtest/gtest.h>
 
 #include "results/written_file.h"
@@ -11,7 +11,7 @@ using namespace vorlen;
 struct SinglePoint : testing::Test {
   WritingModel model{small_recipe(STRESS_OFF)};
   SinglePoint() {
-    model->mode = 1;
+    model->single_point.selected = true;
     model->detail_output = true;
     model->T = 1030.0;
     model->P = 40000.5;
@@ -35,23 +35,23 @@ TEST_F(SinglePoint, WithoutReportedSpeciesAndHistoryTwoHeadingsAreLeft) {
   EXPECT_FALSE(model->out.is_open());
 }
 
-TEST_F(SinglePoint, WithReportedSpeciesTheirPressuresAndFluxesStandInTheFile) {
-  model->reported_species = {TMGa_g, NH3_g};
+TEST_F(SinglePoint, WithReportedSpeciesTheirPressuresAndFluxesAreInTheFile) {
+  model->single_point.species = {TMGa_g, NH3_g};
   EXPECT_EQ(written(), "T P delta TMGa_g NH3_g \n1030 40000.5 1e-05 0.25 20000 \n\n" + HISTORY_HEADING +
                            "\nMolar fluxes: TMGa_g NH3_g \n"
                            "1.5000000000000000e-006 -2.0000000000000000e+000 \n");
 }
 
 TEST_F(SinglePoint, TheHistoryHasOneRowForEachPointWithoutABlankAtItsEnd) {
-  model->hist_t = {0.0, 0.5};
-  model->hist_In = {1.0, 2.0};
-  model->hist_Ga = {3.0, 4.0};
-  model->hist_Al = {5.0, 6.0};
-  model->hist_N = {7.0, 8.0};
-  model->hist_H = {9.0, 0.0};
-  model->hist_Vg = {0.0, 1.0};  // 1 m/s is 3.6e9 mkm/hr
-  model->hist_xIn = {0.25, 0.5};
-  model->hist_z = {1.0, 2.0};
+  model->history.t = {0.0, 0.5};
+  model->history.c_In = {1.0, 2.0};
+  model->history.c_Ga = {3.0, 4.0};
+  model->history.c_Al = {5.0, 6.0};
+  model->history.c_N = {7.0, 8.0};
+  model->history.c_H = {9.0, 0.0};
+  model->history.Vg = {0.0, 1.0};  // 1 m/s is 3.6e9 mkm/hr
+  model->history.x_In = {0.25, 0.5};
+  model->history.z = {1.0, 2.0};
   EXPECT_EQ(written(),
             "T P delta \n1030 40000.5 1e-05 \n\n" + HISTORY_HEADING +
                 "0.0000000000000000e+000 1.0000000000000000e+000 3.0000000000000000e+000 5.0000000000000000e+000 "
@@ -63,7 +63,7 @@ TEST_F(SinglePoint, TheHistoryHasOneRowForEachPointWithoutABlankAtItsEnd) {
 }
 
 TEST_F(SinglePoint, AFailedRunIsWrittenAlike) {
-  model->reported_species = {TMGa_g};
+  model->single_point.species = {TMGa_g};
   model->write_results(false);
   EXPECT_EQ(read_file(model.path), "T P delta TMGa_g \n1030 40000.5 1e-05 0.25 \n\n" + HISTORY_HEADING +
                                        "\nMolar fluxes: TMGa_g \n1.5000000000000000e-006 \n");
@@ -74,7 +74,7 @@ TEST_F(SinglePoint, AClosedFileIsLeftAlone) {
   EXPECT_EQ(written(), "");
 }
 
-TEST_F(SinglePoint, ThePointsOfARunInThisModeAreWritten) {
+TEST_F(SinglePoint, ThePointsOfARunAreWritten) {
   accept(*model, 10.0, {.z = 1e-7, .x_b = {0.25, 0.75, 0.0}, .c_a = {1e-8, 2e-8, 3e-8, 4e-8, 5e-8}});
   accept(*model, 10.0 + 1e-6, {.z = 1e-7});
   const std::vector<std::string> lines = lines_of(written());

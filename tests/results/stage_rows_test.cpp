@@ -1,4 +1,4 @@
-// The rows of pre-stages and post-stages: two for each, at its begin and at its end.
+// The rows of pre-stages and post-stages: two for each, at its start and at its end.
 #include <gtest/gtest.h>
 
 #include "results/written_file.h"

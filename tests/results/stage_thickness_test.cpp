@@ -42,21 +42,21 @@ TEST(StageThickness, AStepThatEndsOnABoundaryIsNotDividedAndMultipliedByItsLengt
     SCOPED_TRACE(k);
     const double tau = 0.1 * k;
     const auto single = staged_model({tau, 1.0}, {{0.0, 0.0}, {tau, 0.7 * k}, {tau + 1.0, 40.0}});
-    EXPECT_TRUE(same_bits((single->hist_z[1] - 0.0) * 1e9, single->active_stages[0].thickness));
+    EXPECT_TRUE(same_bits((single->history.z[1] - 0.0) * 1e9, single->active_stages[0].thickness));
 
     // From the middle of the first stage to the end of the second.
     const auto both = staged_model({tau, 0.3, 1.0}, {{0.0, 0.0}, {0.5 * tau, 1.0}, {tau + 0.3, 0.7 * k}});
     const StageRecord& second = both->active_stages[1];
-    const double dt = both->hist_t[2] - both->hist_t[1];
-    const double dz = (both->hist_z[2] - both->hist_z[1]) * 1e9;
-    ASSERT_EQ(both->hist_t[2], second.time.end);
+    const double dt = both->history.t[2] - both->history.t[1];
+    const double dz = (both->history.z[2] - both->history.z[1]) * 1e9;
+    ASSERT_EQ(both->history.t[2], second.time.end);
     EXPECT_TRUE(same_bits((second.time.end - second.time.val) * dz / dt, second.thickness));
     EXPECT_EQ(both->active_stages[2].thickness, 0.0);
   }
 }
 
 TEST(StageThickness, AStepAcrossTheBoundaryIsSharedOutByTime) {
-  // 4 nm from 1 s to 5 s: 1 s of it before the boundary, 3 s behind.
+  // 4 nm from 1 s to 5 s: 1 s of it before the boundary, 3 s after it.
   expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {1, 1}, {5, 5}}), {2.0, 3.0});
   // 8 nm from 1 s to 3 s with the boundary at 2.5 s.
   expect_thickness(*staged_model({2.5, 2.5}, {{0, 0}, {1, 1}, {3, 9}, {5, 10}}), {7.0, 3.0});
@@ -91,10 +91,10 @@ TEST(StageThickness, StagesThatAFailedRunDidNotReachKeepZero) {
 }
 
 TEST(StageThickness, TheWalkStopsAtTheLastStage) {
-  // A last time that lies behind the end by a rounding: the part up to the end is counted, nothing behind the list.
-  const double behind = std::nextafter(5.0, 6.0);
-  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {2, 2}, {behind, 5}}), {2.0, 3.0});
-  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {1, 1}, {behind, 5}}), {2.0, 3.0});
+  // A last time that exceeds the end by a rounding error: growth up to the end counts.
+  const double after = std::nextafter(5.0, 6.0);
+  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {2, 2}, {after, 5}}), {2.0, 3.0});
+  expect_thickness(*staged_model({2.0, 3.0}, {{0, 0}, {1, 1}, {after, 5}}), {2.0, 3.0});
 }
 
 TEST(StageThickness, WithoutStagesOrHistoryNothingHappens) {

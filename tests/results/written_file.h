@@ -1,4 +1,4 @@
-// A model with a result file and a history made by hand, and the written file taken apart.
+// A model with a result file and a history set by the test, and the written file parsed.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -66,7 +66,7 @@ struct WrittenFile {
   }
 };
 
-// A model that writes into a folder of its own.
+// A model that writes into its own temporary folder.
 struct WritingModel {
   TempFolder folder;
   std::string path = folder.path("result.txt");
@@ -85,24 +85,26 @@ struct WritingModel {
 // Appends a recorded point with distinct values in every list that the flags of the model ask for.
 inline void add_history(vorlen::SurfChemNonst& m, double t, double z, const std::array<double, 3>& x = {0.1, 0.9, 0.0},
                         double h = 0.0, double rho_VD = 0.0) {
-  const double i = static_cast<double>(m.hist_t.size()) + 1.0;
-  m.hist_t.push_back(t);
-  m.hist_z.push_back(z);
-  m.hist_Vg.push_back(1e-10 * i);
-  m.hist_xIn.push_back(x[0]);
-  m.hist_xGa.push_back(x[1]);
-  m.hist_xAl.push_back(x[2]);
+  const double i = static_cast<double>(m.history.t.size()) + 1.0;
+  m.history.t.push_back(t);
+  m.history.z.push_back(z);
+  m.history.Vg.push_back(1e-10 * i);
+  m.history.x_In.push_back(x[0]);
+  m.history.x_Ga.push_back(x[1]);
+  m.history.x_Al.push_back(x[2]);
   if (m.detail_output) {
     double value = 100.0 * i;
-    for (auto* list : {&m.hist_In, &m.hist_Ga, &m.hist_Al, &m.hist_N, &m.hist_H}) list->push_back(value += 1.0);
+    for (auto* list : {&m.history.c_In, &m.history.c_Ga, &m.history.c_Al, &m.history.c_N, &m.history.c_H})
+      list->push_back(value += 1.0);
   }
   if (m.stress_model != vorlen::STRESS_V_dislocation) return;
-  m.hist_h.push_back(h);
-  m.hist_rho_VD.push_back(rho_VD);
+  m.history.h.push_back(h);
+  m.history.rho_VD.push_back(rho_VD);
   double value = 1000.0 * i;
-  for (auto* list : {&m.hist_I0, &m.hist_I1, &m.hist_J0_0, &m.hist_J0_1}) list->push_back(value += 1.0);
+  for (auto* list : {&m.history.I0, &m.history.I1, &m.history.J0_0, &m.history.J0_1}) list->push_back(value += 1.0);
   if (!m.detail_output) return;
-  for (auto* list : {&m.hist_K1, &m.hist_J0, &m.hist_J1, &m.hist_J2, &m.hist_deltaE, &m.hist_E_V_loop, &m.hist_r})
+  for (auto* list : {&m.history.K1, &m.history.J0, &m.history.J1, &m.history.J2, &m.history.deltaE, &m.history.E_V_loop,
+                     &m.history.r})
     list->push_back(value += 1.0);
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "strain/small_model.h"
+#include "strain/v_defect_energy.h"
 
 namespace vorlen_test {
 namespace {
@@ -44,15 +45,15 @@ TEST(LoopEnergy, ItGrowsWithTheHeightAndItsLogarithm) {
   const auto m = small_model(STRESS_V_dislocation);
   const double d = 5e-8;
   const double expected = d * m->E_line * std::log((d / 3.189e-10 - 1.0) * std::sqrt(0.5) + 1.0);
-  EXPECT_TRUE(close_to(expected, m->loop_energy(1.5e-7, 1e-7), 1e-12));
-  EXPECT_EQ(m->loop_energy(1e-7, 1e-7), 0.0);
+  EXPECT_TRUE(close_to(expected, loop_energy(*m, 1.5e-7, 1e-7), 1e-12));
+  EXPECT_EQ(loop_energy(*m, 1e-7, 1e-7), 0.0);
 }
 
-TEST(LoopEnergy, TheBurgersVectorInTheLogarithmIsALiteral) {
+TEST(LoopEnergy, TheBurgersVectorInTheLogarithmIsFixed) {
   const auto m = small_model(STRESS_V_dislocation);
-  const double before = m->loop_energy(2e-7, 1e-7);
+  const double before = loop_energy(*m, 2e-7, 1e-7);
   m->b_burgers *= 2.0;
-  EXPECT_EQ(m->loop_energy(2e-7, 1e-7), before);
+  EXPECT_EQ(loop_energy(*m, 2e-7, 1e-7), before);
 }
 
 TEST(FSegment, ItIsTheIntegralOfXTimesTheLogarithm) {
@@ -76,7 +77,7 @@ TEST(FSegment, SmallArgumentsGiveZero) {
   EXPECT_EQ(F_segment(1e6, -1e-7), 0.0);
   EXPECT_EQ(F_segment(1.0, std::nextafter(1e-6, 0.0)), 0.0);
   EXPECT_EQ(F_segment(0.0, 1.0), 0.0);
-  // From the cut on the closed form is taken, with the rounding that it has there.
+  // Above the cut the closed form is used, with the rounding error that it has there.
   const double x = 1e-6;
   EXPECT_EQ(F_segment(1.0, x), 0.5 * x - 0.25 * x * x - std::log(x + 1.0) * 0.5 * (1.0 - x * x));
 }
@@ -96,73 +97,73 @@ struct WithDefects : testing::Test {
 using J2 = WithDefects;
 
 TEST_F(J2, WithoutAnyDislocationItIsZero) {
-  // A segment of a metre, so that its logarithm can tell the smallest k from zero.
-  m->seg_tensile = {{1.0, 2.0, 0.0}};
+  // A segment of a metre, so that the smallest k still shows in its logarithm.
+  m->segments.tensile = {{1.0, 2.0, 0.0}};
   m->rho_TD_z0 = 0.0;
-  EXPECT_EQ(m->J2_of(0.0), 0.0);
+  EXPECT_EQ(J2_of(*m, 0.0), 0.0);
   // k < 1e-10: 2 rho L_TD, so rho below 1e-10 / 6.2e-8.
-  EXPECT_EQ(m->J2_of(0.99e-10 / 6.2e-8), 0.0);
-  EXPECT_GT(m->J2_of(1.01e-10 / 6.2e-8), 0.0);
+  EXPECT_EQ(J2_of(*m, 0.99e-10 / 6.2e-8), 0.0);
+  EXPECT_GT(J2_of(*m, 1.01e-10 / 6.2e-8), 0.0);
 }
 
-TEST_F(J2, WithoutSegmentsItIsZero) { EXPECT_EQ(m->J2_of(1e14), 0.0); }
+TEST_F(J2, WithoutSegmentsItIsZero) { EXPECT_EQ(J2_of(*m, 1e14), 0.0); }
 
 TEST_F(J2, CompressiveSegmentsCountByTheIntegralOverTheirEffectiveThickness) {
   // No tension up to 5e-7, then 1e-8 of it before the second segment.
-  m->seg_relax = {{z0, 5e-7, 4e-8}, {5.2e-7, 8e-7, 5e-8}};
+  m->segments.relaxing = {{z0, 5e-7, 4e-8}, {5.2e-7, 8e-7, 5e-8}};
   for (double rho : {0.0, 1e13, 1e16}) {
     const double k = k_of(rho);
     const double expected = FACTOR * (integral(k, 0.0, 2e-7) + integral(k, 2.1e-7, 4.9e-7));
-    EXPECT_TRUE(close_to(expected, m->J2_of(rho), 1e-9)) << rho;
+    EXPECT_TRUE(close_to(expected, J2_of(*m, rho), 1e-9)) << rho;
   }
 }
 
 TEST_F(J2, TensileSegmentsCountWithAConstantIntegrand) {
-  m->seg_tensile = {{5e-7, 5.2e-7, 4e-8}, {6e-7, 7e-7, 6e-8}};
+  m->segments.tensile = {{5e-7, 5.2e-7, 4e-8}, {6e-7, 7e-7, 6e-8}};
   const double k = k_of(1e14);
   const double w1 = 2e-7;  // 200 nm above z0, no tension since
   const double w2 = 2.8e-7;
   const double expected = FACTOR * (std::log1p(k * w1) * w1 * 2e-8 + std::log1p(k * w2) * w2 * 1e-7);
-  EXPECT_TRUE(close_to(expected, m->J2_of(1e14), 1e-12));
+  EXPECT_TRUE(close_to(expected, J2_of(*m, 1e14), 1e-12));
 }
 
 TEST_F(J2, SegmentsBelowTheFirstOnesThatCountAreLeftOut) {
-  m->seg_relax = {{1e-7, 2e-7, 0.0}, {z0, 5e-7, 4e-8}};
-  m->seg_tensile = {{2e-7, z0, 0.0}, {5e-7, 6e-7, 4e-8}};
-  m->seg_relax_first = 1;
-  m->seg_tensile_first = 1;
+  m->segments.relaxing = {{1e-7, 2e-7, 0.0}, {z0, 5e-7, 4e-8}};
+  m->segments.tensile = {{2e-7, z0, 0.0}, {5e-7, 6e-7, 4e-8}};
+  m->segments.relaxing_first = 1;
+  m->segments.tensile_first = 1;
   const double k = k_of(1e14);
   const double w = 2e-7;
   const double expected = FACTOR * (integral(k, 0.0, w) + std::log1p(k * w) * w * 1e-7);
-  EXPECT_TRUE(close_to(expected, m->J2_of(1e14), 1e-9));
-  m->seg_relax_first = 2;
-  m->seg_tensile_first = 2;
-  EXPECT_EQ(m->J2_of(1e14), 0.0);
+  EXPECT_TRUE(close_to(expected, J2_of(*m, 1e14), 1e-9));
+  m->segments.relaxing_first = 2;
+  m->segments.tensile_first = 2;
+  EXPECT_EQ(J2_of(*m, 1e14), 0.0);
 }
 
 TEST_F(J2, ASegmentThatEndsBelowTheReferenceDepthAddsNothing) {
-  m->seg_relax = {{1e-7, 2e-7, 4e-8}};
-  EXPECT_EQ(m->J2_of(1e14), 0.0);
+  m->segments.relaxing = {{1e-7, 2e-7, 4e-8}};
+  EXPECT_EQ(J2_of(*m, 1e14), 0.0);
 }
 
 TEST_F(J2, ItRisesWithTheDensity) {
-  m->seg_relax = {{z0, 5e-7, 4e-8}};
-  double last = m->J2_of(0.0);
+  m->segments.relaxing = {{z0, 5e-7, 4e-8}};
+  double last = J2_of(*m, 0.0);
   for (double rho = 1e9; rho <= 1e17; rho *= 10.0) {
-    EXPECT_GT(m->J2_of(rho), last);
-    last = m->J2_of(rho);
+    EXPECT_GT(J2_of(*m, rho), last);
+    last = J2_of(*m, rho);
   }
 }
 
 TEST_F(J2, TheBalanceIsTheSumOfItsFourTerms) {
-  m->seg_relax = {{z0, 5e-7, 4e-8}};
+  m->segments.relaxing = {{z0, 5e-7, 4e-8}};
   m->J0 = -3.0;
   m->J1 = 0.25;
-  const double J2_value = m->J2_of(1e14);
-  EXPECT_EQ(m->energy_balance(1.0, 1e14), 1.0 + -3.0 + 0.25 + J2_value);
-  // Added from left to right: a large first pair cancels before the small terms come.
+  const double J2_value = J2_of(*m, 1e14);
+  EXPECT_EQ(energy_balance(*m, 1.0, 1e14), 1.0 + -3.0 + 0.25 + J2_value);
+  // Summed from left to right: the large first pair cancels before the small terms are added.
   m->J0 = -1e20;
-  EXPECT_EQ(m->energy_balance(1e20, 1e14), 0.25 + J2_value);
+  EXPECT_EQ(energy_balance(*m, 1e20, 1e14), 0.25 + J2_value);
 }
 
 }  // namespace

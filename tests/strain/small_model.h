@@ -1,8 +1,8 @@
 // Models built from the smallest recipe that construction accepts, for tests that set fields and call one operation.
 //
 //   auto m = small_model(STRESS_V_dislocation);
-//   m->hist_z = {...};
-//   m->find_z0();
+//   m->history.z = {...};
+//   find_z0(*m);
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,6 +14,7 @@
 #include <string>
 
 #include "model/surfchem_nonst.h"
+#include "strain/record_step.h"
 
 namespace vorlen_test {
 
@@ -103,7 +104,7 @@ inline std::unique_ptr<vorlen::SurfChemNonst> small_model(std::int32_t stress_mo
   return model_of(small_recipe(stress_model));
 }
 
-// One point of the solution; GaN without growth unless told otherwise.
+// One point of the solution; by default GaN without growth.
 struct Point {
   double z = 0.0;
   double h = 0.0, I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
@@ -122,10 +123,10 @@ inline void accept(vorlen::SurfChemNonst& m, double t, const Point& p) {
   }
   next = std::copy(p.x_b.begin(), p.x_b.end(), next);
   *next = p.GR;
-  m.record_step(t, y.data());
+  vorlen::record_step(m, t, y.data());
 }
 
-// Equal within a part of the expected value: for numbers that come out of another formula than the code's.
+// Equal within a fraction of the expected value: for numbers from a formula other than that of the code.
 inline testing::AssertionResult close_to(double expected, double actual, double relative = 1e-13) {
   if (std::fabs(actual - expected) <= relative * std::fabs(expected)) return testing::AssertionSuccess();
   return testing::AssertionFailure() << "expected " << expected << ", got " << actual << ", relative difference "

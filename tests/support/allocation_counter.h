@@ -1,6 +1,6 @@
-// Counts and refuses the allocations of a test program that links the library vorlen_allocation_counter. It stands in
-// for malloc, and so sees what C and C++ libraries allocate too; under a sanitizer, which has a malloc of its own, it
-// stands in for the global operator new and does not follow what is given back.
+// Counts the allocations of a test program that links the library vorlen_allocation_counter, and makes some of them
+// fail. It replaces malloc, so that allocations of C and C++ libraries are included. A sanitizer replaces malloc
+// itself; then only the global operator new is replaced, and deallocations are not tracked.
 #pragma once
 
 #include <atomic>
@@ -17,9 +17,9 @@ inline constexpr bool LIVE_BLOCKS_KNOWN = true;
 #endif
 
 extern std::atomic<long> allocations;    // so far
-extern std::atomic<long> live_blocks;    // not given back, where that is known
+extern std::atomic<long> live_blocks;    // not freed yet, where deallocations are tracked
 extern std::atomic<long> live_bytes;     // their usable bytes
-extern std::atomic<long> peak_bytes;     // largest live_bytes since the test has set it
+extern std::atomic<long> peak_bytes;     // largest live_bytes since the test set it
 extern std::atomic<long> refused_from;   // number of the first allocation that fails; negative: none
 extern std::atomic<long> refused_count;  // how many fail from that one on
 

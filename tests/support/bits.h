@@ -1,5 +1,5 @@
 // Comparison of doubles by their bits, with both numbers readable when they differ, and the tolerant form for C
-// libraries whose exp, log and pow have other last bits than the one that the reference values were computed with.
+// libraries whose exp, log and pow differ in the last bit from the one used for the reference values.
 //
 //   EXPECT_TRUE(same_bits(expected, actual)) << "species N2_g";
 //   EXPECT_TRUE(same_as_reference(expected, actual)) << "species N2_g";
@@ -31,7 +31,7 @@ inline std::string show_double(double value) {
   return text;
 }
 
-// Equal bit for bit; all not-a-numbers count as equal, since their sign and payload follow the order of operands.
+// Equal bit for bit. All NaNs are equal, because their sign and payload depend on the order of operands.
 inline testing::AssertionResult same_bits(double expected, double actual) {
   if (std::isnan(expected) && std::isnan(actual)) return testing::AssertionSuccess();
   if (std::bit_cast<std::uint64_t>(expected) == std::bit_cast<std::uint64_t>(actual)) {
@@ -41,9 +41,9 @@ inline testing::AssertionResult same_bits(double expected, double actual) {
                                      << ", difference " << actual - expected;
 }
 
-// For values that come out of exp, log, pow, sin or cos: by bits where the C library gives the last bits of the
-// reference values, otherwise within relative_tolerance of expected. libm_probe.h says which of the two it is, and a
-// test program says so once in its output.
+// For values computed with exp, log, pow, sin or cos: equal bit for bit if the C library rounds like the one used for
+// the reference values (libm_probe.h), otherwise within relative_tolerance of expected. A test program prints once
+// which comparison it uses.
 inline testing::AssertionResult same_as_reference(double expected, double actual, double relative_tolerance = 1e-12) {
   if (announced_libm_matches_reference()) return same_bits(expected, actual);
   if (std::isnan(expected) && std::isnan(actual)) return testing::AssertionSuccess();

@@ -1,4 +1,4 @@
-// Work that is done in a child process, because it changes what a process can't change back.
+// Work that is done in a child process because its effect on the process cannot be undone.
 #include "support/child_process.h"
 
 #include <sys/wait.h>

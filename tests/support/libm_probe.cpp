@@ -20,7 +20,7 @@ struct Probe {
 
 // At every argument glibc 2.36 without FMA (GLIBC_TUNABLES=glibc.cpu.hwcaps=-FMA,-FMA4,-AVX2) gives a neighbouring
 // double. In each group some of these results are the correctly rounded ones and some are not, so a library that
-// rounds all correctly is told apart too.
+// rounds everything correctly is distinguished as well.
 constexpr Probe PROBES[] = {
     {Function::exp, -4.281, 0.0, 0x3f8c5249a718a943},  {Function::exp, -7.644, 0.0, 0x3f3f62c267e2cbaf},
     {Function::exp, -9.474, 0.0, 0x3f142389a5b5c0c5},  {Function::exp, -13.054, 0.0, 0x3ec1f6dad4e53b5b},

@@ -1,8 +1,8 @@
-// Which last bits do exp, log, pow, sin and cos of this machine's C library have?
+// How exp, log, pow, sin and cos of this machine's C library round the last bit.
 //
 // The reference values of the tests were computed with glibc 2.36 on a processor with FMA instructions. Another C
-// library, or the same one without FMA, rounds some arguments the other way; results then agree to 12 digits or so,
-// not to the last bit.
+// library, or the same one without FMA, rounds some arguments the other way; results then agree to about 12
+// digits, not to the last bit.
 #pragma once
 
 namespace vorlen_test {
@@ -11,7 +11,7 @@ namespace vorlen_test {
 // library's own variants with and without FMA differ in the last bit.
 bool libm_matches_reference();
 
-// The same, and a false is told on standard output at the first call: comparisons are then by tolerance.
+// The same; if false, the first call prints that values are compared with tolerances.
 bool announced_libm_matches_reference();
 
 }  // namespace vorlen_test

@@ -1,4 +1,4 @@
-// Valid recipes with realistic constants, made in memory, and changed element by element.
+// Valid recipes with realistic constants, built in memory and changed element by element.
 #include "support/recipe_builder.h"
 
 #include <stdlib.h>

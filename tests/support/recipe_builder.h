@@ -1,11 +1,11 @@
-// Valid recipes with realistic constants, made in memory, and changed element by element.
+// Valid recipes with realistic constants, built in memory and changed element by element.
 //
 //   RecipeBuilder recipe({.stress_model = "off", .n_pre_stages = 2});
 //   recipe.set("process_stages/stage_1/T", "end", "1040").remove("post_stages");
 //   TempFolder folder;
 //   read_recipe(recipe.write(folder.path("recipe.xml")).c_str(), ...);
 //
-// A path leads from the root's children down, by "/"; the empty path is the root itself.
+// A path starts at the children of the root and is joined by "/"; the empty path is the root itself.
 #pragma once
 
 #include <tinyxml.h>
@@ -15,7 +15,7 @@
 
 namespace vorlen_test {
 
-// A new empty folder, removed with all it holds at the end of its scope.
+// A new empty folder, removed with its content at the end of its scope.
 class TempFolder {
  public:
   TempFolder();
@@ -30,23 +30,23 @@ class TempFolder {
 
 // Writes text to the file byte for byte and returns its path.
 std::string write_file(const std::string& path, const std::string& text);
-// The whole file, or the empty string when it can't be read.
+// The whole file, or the empty string if it cannot be read.
 std::string read_file(const std::string& path);
 
 struct RecipeOptions {
   std::string material = "InGaN";
   std::string stress_model = "V_dislocation";
   std::string transport_model = "fixed_thickness";
-  std::string reactor = "CCS";  // thick_GaN alone
+  std::string reactor = "CCS";  // thick_GaN only
   int n_pre_stages = 1;
   int n_stages = 1;
   int n_post_stages = 0;
 };
 
 // Stages of fixed_thickness and InGaN_GR_X grow In0.19Ga0.81N at 1030 K and 40 kPa, those of thick_GaN GaN at 1300 K
-// and 20 kPa, each for 10 s; all stages are alike. Pre- and post-stages are GaN of 100 nm in 10 s, the first pre-stage
+// and 20 kPa, each for 10 s; all stages are equal. Pre- and post-stages are GaN of 100 nm in 10 s, the first pre-stage
 // with the lattice constant 3.189 angstrom, the others coherent; all densities are given. Elements that a model does
-// not read are left out.
+// not read are omitted.
 class RecipeBuilder {
  public:
   explicit RecipeBuilder(const RecipeOptions& options = {});

@@ -1,5 +1,5 @@
-// Comparison of a result file with a stored one: by bytes where the C library gives the last bits that the stored file
-// was computed with (libm_probe.h), otherwise by column tolerances on interpolated columns.
+// Comparison of a result file with a stored one: byte for byte if the C library rounds like the one used for the stored
+// file (libm_probe.h), otherwise with tolerances for the interpolated columns.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 
 namespace vorlen_test {
 
-// The texts are the same but for the sign of not-a-numbers, which follows the order of operands.
+// The texts are the same except for the sign of NaNs, which depends on the order of operands.
 testing::AssertionResult same_text(const std::string& expected, const std::string& actual);
 
 // The same layers and, on the times of expected, the same columns. A thickness may differ by tolerance of the largest
@@ -18,7 +18,7 @@ testing::AssertionResult same_text(const std::string& expected, const std::strin
 testing::AssertionResult same_layers_and_columns(const std::string& expected, const std::string& actual,
                                                  double tolerance);
 
-// same_text, or same_layers_and_columns where libm_matches_reference() says no; the output then says so.
+// same_text, or same_layers_and_columns if libm_matches_reference() is false; the output then says so.
 testing::AssertionResult same_result(const std::string& expected, const std::string& actual, double tolerance = 1e-6);
 
 }  // namespace vorlen_test

@@ -1,5 +1,5 @@
-// VORLEN_ADDRESS_SANITIZER or VORLEN_THREAD_SANITIZER, when the tests are compiled with it: g++ defines a macro of its
-// own, clang++ answers by __has_feature.
+// Defines VORLEN_ADDRESS_SANITIZER or VORLEN_THREAD_SANITIZER if the tests are compiled with one: g++ defines macros,
+// clang++ has __has_feature.
 #pragma once
 
 #if defined(__SANITIZE_ADDRESS__)

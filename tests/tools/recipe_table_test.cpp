@@ -6,8 +6,8 @@
 #include <limits>
 #include <set>
 
-#include "check/recipe_files.h"
 #include "check/recipe_words.h"
+#include "schema/recipe_files.h"
 
 namespace vorlen_test {
 namespace {

@@ -1,4 +1,4 @@
-// vorlen explain "TEXT": what a message means, and what to do about it.
+// vorlen explain "TEXT": what a message means and what to do about it.
 #include <fmt/color.h>
 #include <fmt/core.h>
 
@@ -18,7 +18,7 @@
 namespace {
 
 constexpr std::size_t CLOSEST_COUNT = 3;
-constexpr std::size_t LONGEST_TEXT = 65536;  // bytes; longer input is no message
+constexpr std::size_t LONGEST_TEXT = 65536;  // bytes; a message is never longer
 
 std::string entry_text(const MessageEntry& entry, bool colour) {
   std::string text = colour ? fmt::format(fmt::emphasis::bold, "{}", entry.pattern) : entry.pattern;
@@ -40,12 +40,12 @@ std::string entries_text(const std::vector<const MessageEntry*>& entries) {
 
 int explain(std::string text) {
   if (text.empty()) text.assign(std::istreambuf_iterator<char>(std::cin), {});
-  if (text.find_first_not_of(" \t\r\n") == std::string::npos) return fail("there is no text to explain", EXIT_USAGE);
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos) return fail("no text to explain", EXIT_USAGE);
   text.resize(std::min(text.size(), LONGEST_TEXT));
   const std::vector<MessageEntry> entries = read_message_page(embedded_messages());
   const std::vector<const MessageEntry*> found = matching_entries(entries, text);
   if (!found.empty()) return print_out(entries_text(found));
-  fail("no message reads like this. The closest are:");
+  fail("no known message matches. The most similar are:");
   print_out(entries_text(closest_entries(entries, text, CLOSEST_COUNT)));
   return EXIT_FAILED;
 }
@@ -54,11 +54,11 @@ int explain(std::string text) {
 
 void add_explain_command(CLI::App& app, int& status) {
   const auto text = std::make_shared<std::string>();
-  CLI::App* command = app.add_subcommand("explain", "Tell what a message means, and what to do about it");
-  command->add_option("TEXT", *text, "The message, with its values; without one, standard input is read")
-      ->type_name("");
+  CLI::App* command = app.add_subcommand("explain", "Explain what a message means and what to do about it");
+  command->add_option("TEXT", *text, "The message, with its values (default: read from standard input)")->type_name("");
   command->footer(
-      "Exit status: 0 explained, 1 unknown; then the closest messages are shown.\n\n"
+      "If the message is not known, the most similar ones are shown.\n"
+      "Exit status: 0 explained, 1 not known.\n\n"
       "Examples:\n"
       "  vorlen explain \"Step size has become too small\"\n"
       "  vorlen run recipe.xml 2>&1 | vorlen explain");

@@ -17,12 +17,12 @@
 namespace {
 
 struct NewOptions {
-  std::string kind;  // empty: the kinds are listed
+  std::string kind;  // empty: list the kinds
   std::string file;  // empty: KIND.xml; "-": stdout
   bool force = false;
 };
 
-// The first sentence of the comment that a recipe begins with, on one line.
+// The first sentence of the comment at the start of a recipe, on one line.
 std::string first_sentence(const std::string& recipe) {
   const std::string opening = "<!--";
   const std::size_t begin = recipe.find(opening);
@@ -58,7 +58,7 @@ int write_recipe(const NewOptions& options) {
   std::error_code ignored;
   if (std::filesystem::is_directory(file, ignored)) return fail(file + " is a directory");
   if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
-    return fail(file + " is there already (--force replaces it)");
+    return fail(file + " already exists (use --force to replace it)");
   }
   std::string error;
   if (!write_file(file, recipe->text, error)) return fail(error);
@@ -74,12 +74,12 @@ void add_new_command(CLI::App& app, int& status) {
   kinds.reserve(embedded_recipes().size());
   for (const EmbeddedRecipe& recipe : embedded_recipes()) kinds.emplace_back(recipe.kind);
   CLI::App* command = app.add_subcommand("new", "Write a commented recipe to start from");
-  command->add_option("KIND", options->kind, "Kind of recipe; without one, the kinds are listed")
+  command->add_option("KIND", options->kind, "Kind of recipe; if omitted, the kinds are listed")
       ->type_name("")
       ->check(CLI::IsMember(kinds));
   command->add_option("-o,--output", options->file, "File to write (default: KIND.xml), or - for standard output")
       ->type_name("RECIPE");
-  command->add_flag("--force", options->force, "Replace a file that is there");
+  command->add_flag("--force", options->force, "Replace an existing file");
   command->footer("Example:\n  vorlen new ingan_gan_mqw -o wells.xml");
   command->callback([options, &status] { status = write_recipe(*options); });
 }

@@ -1,11 +1,11 @@
-// Completion: words from the definition of the command line; kinds of files from the names of positionals and values.
+// Completions from the definition of the command line; the kind of file follows from the name of the argument.
 #include <algorithm>
 
 #include "help/self_description.h"
 
 namespace {
 
-// What stands for a value called name ("RECIPE", "DIR"), or one of a set ("{a,b}").
+// Completions for a value called name ("RECIPE", "DIR"), or for one of a set ("{a,b}").
 std::string value_completions(const std::string& name) {
   const std::size_t open = name.find('{');
   const std::size_t close = name.find('}', open == std::string::npos ? 0 : open);
@@ -21,7 +21,7 @@ std::string value_completions(const std::string& name) {
   return "";
 }
 
-// The option of command that word names, if it takes a value; else null.
+// The option called word, if it takes a value; otherwise null.
 const CLI::Option* option_with_value(CLI::App& command, const std::string& word) {
   for (const CLI::Option* option : command.get_options()) {
     if (!option->get_positional() && option->check_name(word) && option->get_type_size() != 0) return option;
@@ -38,7 +38,7 @@ std::string option_words(CLI::App& command) {
   return words;
 }
 
-// The positional that stands after given ones before it: the last one takes all that are too many.
+// Completions for the positional after `given` others; the last one takes all that follow.
 std::string positional_completions(CLI::App& command, std::size_t given) {
   const CLI::Option* found = nullptr;
   for (const CLI::Option* option : command.get_options()) {

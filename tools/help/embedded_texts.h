@@ -1,4 +1,4 @@
-// Files of the source tree that the tool carries within itself, so that it needs no folder of its own.
+// Files of the source tree that are compiled into the tool, so that it needs no data folder.
 #pragma once
 
 #include <vector>

@@ -1,4 +1,4 @@
-// The manual page: sections that hold for all commands, and one subsection for each command from its definition.
+// The manual page: general sections, and one subsection per command, generated from its definition.
 #include <fmt/core.h>
 
 #include <sstream>
@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* DESCRIPTION =
     "simulates the growth of III-nitride layers (InGaN, AlGaN, AlInN, AlInGaN) in metal-organic vapour-phase epitaxy "
-    "over a whole process recipe, and shows, compares and explains what comes of it. Data go to standard output, "
+    "over a whole process recipe, and shows, compares and explains the results. Data goes to standard output, "
     "messages to standard error.";
 
 struct ManualItem {
@@ -20,24 +20,24 @@ struct ManualItem {
 constexpr std::array<ManualItem, 3> EXIT_STATUSES = {{
     {"0", "success"},
     {"1", "the work could not be done, or not all of it; for diff: the files differ"},
-    {"2", "the command line was not understood; for diff: a file can't be read"},
+    {"2", "the command line is wrong; for diff: a file can't be read"},
 }};
 
 constexpr std::array<ManualItem, 5> ENVIRONMENT = {{
-    {"NO_COLOR", "When set to anything, nothing is coloured. Colours appear on terminals only."},
-    {"TERM", "With the value dumb, nothing is coloured and no line is rewritten in place."},
-    {"LC_ALL, LC_CTYPE, LANG", "With a locale in UTF-8, units are written with their own letters, else in ASCII."},
-    {"VORLEN_PYTHON", "The interpreter for report and sweep, before python3 and /usr/bin/python3."},
-    {"VORLEN_LIBRARY", "The library that report and sweep call, instead of the one that vorlen itself uses."},
+    {"NO_COLOR", "If set and not empty, no colours are used. Colours appear on terminals only."},
+    {"TERM", "With the value dumb, no colours are used and no line is rewritten in place."},
+    {"LC_ALL, LC_CTYPE, LANG", "In a UTF-8 locale units are written with their usual symbols, otherwise in ASCII."},
+    {"VORLEN_PYTHON", "The interpreter for report and sweep, tried before python3 and /usr/bin/python3."},
+    {"VORLEN_LIBRARY", "The library that report and sweep call (default: the installed one)."},
 }};
 
 constexpr std::array<ManualItem, 3> FILES = {{
     {"NAME.result.txt", "The result: the layers, and a table over time and depth."},
     {"NAME.status.json", "How the run ended, by which version, and the SHA-256 of recipe and result."},
-    {"NAME.failed.txt", "The rows of a run that failed under way."},
+    {"NAME.failed.txt", "The rows of a run that failed on the way."},
 }};
 
-// text for roff: hyphens are those of command lines, and no line is taken for a request.
+// text for roff: hyphens are kept as typed, and no line is taken for a request.
 std::string escaped(const std::string& text) {
   std::string out;
   for (const char c : text) {
@@ -95,7 +95,7 @@ void append_command(std::string& page, CLI::App& command) {
 }  // namespace
 
 std::string manual_page(CLI::App& app, const std::string& version) {
-  std::string page = ".\\\" Made from the definition of the command line.\n";
+  std::string page = ".\\\" Generated from the definition of the command line.\n";
   page += ".TH VORLEN 1 \"\" \"vorlen " + version + "\" \"VorlenSolver\"\n";
   page += ".SH NAME\nvorlen \\- growth of III\\-nitride layers over a process recipe\n";
   page += ".SH SYNOPSIS\n.B vorlen\n.I COMMAND\n[\\fIOPTIONS\\fR] [\\fIARGUMENTS\\fR]\n";

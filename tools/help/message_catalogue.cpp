@@ -61,8 +61,8 @@ std::vector<std::string> fixed_parts(const std::string& pattern) {
   return parts;
 }
 
-// True when the fixed parts stand in text in their order.
-bool stands_in(const std::string& pattern, const std::string& text) {
+// True if the fixed parts of the pattern occur in text in their order.
+bool occurs_in(const std::string& pattern, const std::string& text) {
   const std::vector<std::string> parts = fixed_parts(trimmed(pattern));
   std::size_t at = 0;
   for (const std::string& part : parts) {
@@ -87,8 +87,8 @@ std::set<std::string> letter_groups(const std::string& text) {
   return groups;
 }
 
-// Twice the share of common groups in both: 1 for equal sets.
-double likeness(const std::set<std::string>& a, const std::set<std::string>& b) {
+// The Dice coefficient of the sets: 1 if they are equal, 0 if they have nothing in common.
+double similarity(const std::set<std::string>& a, const std::set<std::string>& b) {
   const auto common = std::count_if(a.begin(), a.end(), [&b](const std::string& group) { return b.count(group) > 0; });
   const std::size_t all = a.size() + b.size();
   return all == 0 ? 0.0 : 2.0 * static_cast<double>(common) / static_cast<double>(all);
@@ -116,14 +116,14 @@ std::vector<MessageEntry> read_message_page(const std::string& page) {
 std::vector<const MessageEntry*> matching_entries(const std::vector<MessageEntry>& entries, const std::string& text) {
   std::vector<const MessageEntry*> found;
   for (const MessageEntry& entry : entries) {
-    if (stands_in(entry.pattern, text)) found.push_back(&entry);
+    if (occurs_in(entry.pattern, text)) found.push_back(&entry);
   }
   std::stable_sort(found.begin(), found.end(),
                    [](const MessageEntry* a, const MessageEntry* b) { return a->pattern.size() > b->pattern.size(); });
   std::vector<const MessageEntry*> kept;
   for (const MessageEntry* entry : found) {
     const bool within = std::any_of(kept.begin(), kept.end(), [entry](const MessageEntry* longer) {
-      return longer->pattern != entry->pattern && stands_in(entry->pattern, longer->pattern);
+      return longer->pattern != entry->pattern && occurs_in(entry->pattern, longer->pattern);
     });
     if (!within) kept.push_back(entry);
   }
@@ -135,7 +135,8 @@ std::vector<const MessageEntry*> closest_entries(const std::vector<MessageEntry>
   const std::set<std::string> groups = letter_groups(text);
   std::vector<std::pair<double, const MessageEntry*>> ranked;
   ranked.reserve(entries.size());
-  for (const MessageEntry& entry : entries) ranked.emplace_back(likeness(groups, letter_groups(entry.pattern)), &entry);
+  for (const MessageEntry& entry : entries)
+    ranked.emplace_back(similarity(groups, letter_groups(entry.pattern)), &entry);
   std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
   std::vector<const MessageEntry*> closest;
   for (std::size_t i = 0; i < std::min(count, ranked.size()); ++i) closest.push_back(ranked[i].second);

@@ -1,5 +1,4 @@
-// What the tool tells other programs about its own command line, taken from its definition, so that neither can drift:
-// the manual page and the words for completion.
+// The manual page and the words for shell completion, both generated from the definition of the command line.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -9,6 +8,6 @@
 // The manual page vorlen(1) in the man macros of roff.
 std::string manual_page(CLI::App& app, const std::string& version);
 
-// What may stand in place of the last of words, which may be empty; the others stand before it. One word a line; a line
-// that begins with ':' names a kind of files instead: ":recipes", ":results", ":files" or ":directories".
+// Completions for the last of words, which may be empty, after the others. One word per line; a line that begins with
+// ':' is a kind of file instead: ":recipes", ":results", ":files" or ":directories".
 std::string completions(CLI::App& app, const std::vector<std::string>& words);

@@ -26,8 +26,8 @@ struct DiffOptions {
   bool json = false;
 };
 
-std::string unit_of(ResultColumn column) {
-  const char* unit = column_name(column).unit;
+std::string unit_of(std::size_t column) {
+  const char* unit = vorlen::column_at(column).unit;
   return std::strcmp(unit, "angstrom") == 0 ? unit_names().angstrom : unit;
 }
 
@@ -53,11 +53,11 @@ std::string text_of(const ResultDifference& difference, std::size_t rows_a, std:
               {}};
   for (const ColumnDeviation& found : difference.columns) {
     if (found.largest == 0.0) continue;
-    table.rows.push_back({column_name(found.column).identifier, unit_of(found.column), short_number(found.largest),
+    table.rows.push_back({vorlen::column_at(found.column).name, unit_of(found.column), short_number(found.largest),
                           short_number(found.relative), fixed_number(found.z, 3), fmt::format("{:.10g}", found.a),
                           fmt::format("{:.10g}", found.b), printable(found.layer)});
   }
-  text += table.rows.empty() ? "No column deviates.\n" : '\n' + table_text(table, colour) + '\n';
+  text += table.rows.empty() ? "No column differs.\n" : '\n' + table_text(table, colour) + '\n';
   const std::string verdict = difference.same ? "The same within the tolerance." : "Different.";
   if (!table.rows.empty() || !difference.same) {
     text += colour && !difference.same ? fmt::format(fmt::fg(fmt::terminal_color::red), "{}", verdict) : verdict;
@@ -70,8 +70,8 @@ std::string json_of(const DiffOptions& options, const ResultDifference& differen
                     std::size_t rows_b) {
   nlohmann::ordered_json columns = nlohmann::ordered_json::array();
   for (const ColumnDeviation& found : difference.columns) {
-    columns.push_back({{"column", column_name(found.column).identifier},
-                       {"unit", column_name(found.column).unit},
+    columns.push_back({{"column", vorlen::column_at(found.column).name},
+                       {"unit", vorlen::column_at(found.column).unit},
                        {"largest", found.largest},
                        {"relative", found.relative},
                        {"z", found.z},
@@ -120,13 +120,13 @@ void add_diff_command(CLI::App& app, int& status) {
   diff->add_option("A", options->a, "Result file")->required()->type_name("");
   diff->add_option("B", options->b, "Result file to compare with it")->required()->type_name("");
   diff->add_option("--tolerance", options->tolerance,
-                   "Relative deviation that counts as none (default: 0). Deviations of a column are\n"
-                   "relative to its largest magnitude in both files")
+                   "Relative deviation to ignore (default: 0). Deviations of a column are relative\n"
+                   "to its largest magnitude in both files")
       ->type_name("X")
       ->check(CLI::NonNegativeNumber.description(""));
   diff->add_flag("--json", options->json, "JSON, with all digits and all columns");
   diff->footer(
-      "Exit status: 0 the same, 1 different, 2 a file can't be read.\n\n"
+      "Exit status: 0 the same, 1 different, 2 a file cannot be read.\n\n"
       "Example:\n  vorlen diff yesterday.result.txt today.result.txt --tolerance 1e-6");
   diff->callback([options, &status] { status = compare_files(*options); });
 }

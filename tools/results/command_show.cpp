@@ -1,10 +1,11 @@
-// vorlen show RESULT: the layers of a result file, for people, as CSV and as JSON.
+// vorlen show RESULT: the layers of a result file as text, CSV or JSON, or its rows as CSV.
 #include <fmt/core.h>
 
 #include <cmath>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
@@ -20,6 +21,7 @@ struct ShowOptions {
   std::string result;
   bool csv = false;
   bool json = false;
+  bool rows = false;
 };
 
 constexpr double SMALLEST_SHOWN_FRACTION = 0.0005;
@@ -108,6 +110,18 @@ std::string csv_of(const std::vector<LayerValues>& layers) {
   return csv_text(table);
 }
 
+// Every row with all columns of the file.
+std::string rows_csv_of(const ResultFile& result) {
+  Table table{{{"active"}}, {}};
+  for (std::size_t c = 0; c < result.column_count; ++c) table.columns.push_back({vorlen::column_at(c).name});
+  for (const ResultRow& row : result.rows) {
+    std::vector<std::string> cells = {row.active ? "1" : "0"};
+    for (std::size_t c = 0; c < result.column_count; ++c) cells.push_back(exact_number(row.at(c)));
+    table.rows.push_back(std::move(cells));
+  }
+  return csv_text(table);
+}
+
 // JSON has no NaN: it is null there.
 std::string json_of(const std::string& path, const std::vector<LayerValues>& layers, const std::string& unphysical) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -131,6 +145,7 @@ int show_result(const ShowOptions& options) {
   const std::vector<LayerValues> layers = layer_values(result);
   const std::string unphysical = unphysical_text(result, stages_of(result));
   if (!unphysical.empty()) warn(options.result + ": " + unphysical);
+  if (options.rows) return print_out(rows_csv_of(result));
   if (options.csv) return print_out(csv_of(layers));
   if (options.json) return print_out(json_of(options.result, layers, unphysical));
   return print_out(text_of(layers));
@@ -142,8 +157,13 @@ void add_show_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<ShowOptions>();
   CLI::App* show = app.add_subcommand("show", "Show the layers of a result file");
   show->add_option("RESULT", options->result, "Result file")->required()->type_name("");
-  CLI::Option* csv = show->add_flag("--csv", options->csv, "Comma-separated values, with all digits");
-  show->add_flag("--json", options->json, "JSON, with all digits; null for what is not defined")->excludes(csv);
+  CLI::Option* csv = show->add_flag("--csv", options->csv, "Comma-separated values with all digits");
+  CLI::Option* json = show->add_flag("--json", options->json, "JSON with all digits; undefined values are null");
+  json->excludes(csv);
+  show->add_flag("--rows", options->rows,
+                 "The rows instead of the layers: all columns, comma-separated, with all digits")
+      ->excludes(csv)
+      ->excludes(json);
   show->footer("Example:\n  vorlen show algan_gan_hemt.result.txt");
   show->callback([options, &status] { status = show_result(*options); });
 }

@@ -1,5 +1,5 @@
-// Layers are found in the rows by time: the durations follow each other from the first row's time on. Rows of
-// pre-stages and post-stages come in pairs and are told from active rows by the end of their lines.
+// Layers are found in the rows by time: the durations add up from the time of the first row. Rows of pre-stages and
+// post-stages come in pairs and are marked as not active by the reader.
 #include "results/layer_values.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// What a result file tells about each layer: docs/result-format.md, "Values of a layer".
+// The values of each layer of a result file: docs/result-format.md, "Values of a layer".
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 
 enum class LayerKind { PRE, ACTIVE, POST };
 
-// A value that is not defined (nothing grew, the run ended before the layer did) is a not-a-number.
+// Undefined values (nothing grew, the run ended before the layer did) are NaN.
 struct LayerValues {
   std::string name;
   LayerKind kind = LayerKind::ACTIVE;

@@ -27,39 +27,20 @@ constexpr std::array<const char*, 4> TEXTS_OF_INTEGRATION = {
     "State is not finite",
 };
 
-constexpr std::array<const char*, RESULT_COLUMN_COUNT> COLUMN_WORDS = {"time",
-                                                                       "height",
-                                                                       "growth rate",
-                                                                       "indium fraction",
-                                                                       "gallium fraction",
-                                                                       "aluminium fraction",
-                                                                       "threading dislocation density (t)",
-                                                                       "V-defect density (t)",
-                                                                       "in-plane lattice constant (t)",
-                                                                       "in-plane strain eps_xx (t)",
-                                                                       "in-plane strain eps_yy (t)",
-                                                                       "strain eps_zz (t)",
-                                                                       "strain eps_yz (t)",
-                                                                       "threading dislocation density (z)",
-                                                                       "in-plane lattice constant (z)",
-                                                                       "in-plane strain eps_xx (z)",
-                                                                       "in-plane strain eps_yy (z)",
-                                                                       "strain eps_zz (z)",
-                                                                       "strain eps_yz (z)"};
-
 bool is_fraction(std::size_t column) {
   return column >= static_cast<std::size_t>(ResultColumn::X_IN) &&
          column <= static_cast<std::size_t>(ResultColumn::X_AL);
 }
 
-// What is wrong with a row; empty if nothing.
+// The first fault of a row in its main columns; empty if there is none.
 std::string fault_of(const ResultRow& row) {
-  for (std::size_t column = 0; column < RESULT_COLUMN_COUNT; ++column) {
+  for (std::size_t column = 0; column < vorlen::N_RESULT_COLUMNS; ++column) {
     const double value = row.values[column];
-    if (std::isnan(value)) return fmt::format("{} is NaN", COLUMN_WORDS[column]);
-    if (std::isinf(value)) return fmt::format("{} is infinite", COLUMN_WORDS[column]);
+    const char* words = vorlen::RESULT_COLUMNS[column].words;
+    if (std::isnan(value)) return fmt::format("{} is NaN", words);
+    if (std::isinf(value)) return fmt::format("{} is infinite", words);
     if (row.active && is_fraction(column) && !(value >= FRACTION_MIN && value <= FRACTION_MAX)) {
-      return fmt::format("{} is {:.6g}", COLUMN_WORDS[column], value);
+      return fmt::format("{} is {:.6g}", words, value);
     }
   }
   return "";

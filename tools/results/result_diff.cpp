@@ -1,6 +1,6 @@
-// Rows are compared one by one where the heights agree. Else each file is a curve over height, linear between its rows,
-// and both are compared at the heights of either. Where a height stands for several rows (growth pauses, and what has
-// been etched) a curve jumps from the first of them to the last; both sides of the jump are compared.
+// If the heights agree row by row, rows are compared one by one. Otherwise each file is a curve over height, linear
+// between its rows, and the curves are compared at the heights of both. Where several rows share a height (growth
+// pauses and etched film) a curve jumps from the first of them to the last, and both sides of the jump are compared.
 #include "results/result_diff.h"
 
 #include <fmt/core.h>
@@ -18,27 +18,7 @@ namespace {
 
 constexpr double INFINITE = std::numeric_limits<double>::infinity();
 
-constexpr std::array<ColumnName, RESULT_COLUMN_COUNT> COLUMN_NAMES = {{{"time", "s"},
-                                                                       {"z", "nm"},
-                                                                       {"rate", "nm/s"},
-                                                                       {"x_in", ""},
-                                                                       {"x_ga", ""},
-                                                                       {"x_al", ""},
-                                                                       {"rho_td_t", "cm^-2"},
-                                                                       {"rho_vd0_t", "cm^-2"},
-                                                                       {"a_eff_t", "angstrom"},
-                                                                       {"eps_xx_t", ""},
-                                                                       {"eps_yy_t", ""},
-                                                                       {"eps_zz_t", ""},
-                                                                       {"eps_yz_t", ""},
-                                                                       {"rho_td_z", "cm^-2"},
-                                                                       {"a_eff_z", "angstrom"},
-                                                                       {"eps_xx_z", ""},
-                                                                       {"eps_yy_z", ""},
-                                                                       {"eps_zz_z", ""},
-                                                                       {"eps_yz_z", ""}}};
-
-// |a - b|; nothing between two not-a-numbers or the same infinities.
+// |a - b|; 0 between two NaNs or equal infinities.
 double deviation_of(double a, double b) {
   if (a == b || (std::isnan(a) && std::isnan(b))) return 0.0;
   const double deviation = std::fabs(a - b);
@@ -55,7 +35,7 @@ struct Curve {
   std::vector<double> height;  // of each row, raised to the greatest height before it
 };
 
-// False when a height is no number.
+// False if a height is NaN or infinite.
 bool make_curve(const ResultFile& result, Curve& curve) {
   curve.result = &result;
   for (const ResultRow& row : result.rows) {
@@ -82,7 +62,7 @@ CurvePlace find_place(const Curve& curve, double z) {
   return {row(first - 1), row(first), (z - *(first - 1)) / (*first - *(first - 1))};
 }
 
-std::array<double, 2> values_at(const CurvePlace& place, ResultColumn column) {
+std::array<double, 2> values_at(const CurvePlace& place, std::size_t column) {
   const double below = place.below->at(column);
   const double above = place.above->at(column);
   if (place.share < 0.0) return {below, above};
@@ -90,7 +70,7 @@ std::array<double, 2> values_at(const CurvePlace& place, ResultColumn column) {
   return {value, value};
 }
 
-// The layer that is grown at a time, one that ends there rather than one that begins.
+// The layer that grows at a time; at a boundary the one that ends there.
 std::string layer_at(const std::vector<LayerValues>& layers, double time) {
   for (const LayerValues& layer : layers) {
     if (time <= layer.end * (1.0 + 1e-12)) return layer.name;
@@ -99,8 +79,10 @@ std::string layer_at(const std::vector<LayerValues>& layers, double time) {
 }
 
 struct DeviationSearch {
-  std::array<ColumnDeviation, RESULT_COLUMN_COUNT> columns{};
-  std::array<double, RESULT_COLUMN_COUNT> times{};  // of the first file, where the deviation is
+  std::vector<ColumnDeviation> columns;
+  std::vector<double> times;  // in the first file, of each column's largest deviation
+
+  explicit DeviationSearch(std::size_t count) : columns(count), times(count) {}
 };
 
 void look_at(DeviationSearch& search, std::size_t column, double a, double b, double z, double time) {
@@ -117,8 +99,8 @@ void look_at(DeviationSearch& search, std::size_t column, double a, double b, do
 void compare_rows(const ResultFile& a, const ResultFile& b, DeviationSearch& search) {
   for (std::size_t i = 0; i < a.rows.size(); ++i) {
     const ResultRow& row = a.rows[i];
-    for (std::size_t c = 0; c < RESULT_COLUMN_COUNT; ++c) {
-      look_at(search, c, row.values[c], b.rows[i].values[c], row.at(ResultColumn::Z), row.at(ResultColumn::TIME));
+    for (std::size_t c = 0; c < search.columns.size(); ++c) {
+      look_at(search, c, row.at(c), b.rows[i].at(c), row.at(ResultColumn::Z), row.at(ResultColumn::TIME));
     }
   }
 }
@@ -131,11 +113,10 @@ void compare_curves(const Curve& a, const Curve& b, const ResultDifference& diff
     if (z < difference.z_begin || z > difference.z_end) continue;
     const CurvePlace place_a = find_place(a, z);
     const CurvePlace place_b = find_place(b, z);
-    const std::array<double, 2> times = values_at(place_a, ResultColumn::TIME);
-    for (std::size_t c = 0; c < RESULT_COLUMN_COUNT; ++c) {
-      const auto column = static_cast<ResultColumn>(c);
-      const std::array<double, 2> values_a = values_at(place_a, column);
-      const std::array<double, 2> values_b = values_at(place_b, column);
+    const std::array<double, 2> times = values_at(place_a, static_cast<std::size_t>(ResultColumn::TIME));
+    for (std::size_t c = 0; c < search.columns.size(); ++c) {
+      const std::array<double, 2> values_a = values_at(place_a, c);
+      const std::array<double, 2> values_b = values_at(place_b, c);
       for (std::size_t side = 0; side < 2; ++side) look_at(search, c, values_a[side], values_b[side], z, times[side]);
     }
   }
@@ -144,7 +125,7 @@ void compare_curves(const Curve& a, const Curve& b, const ResultDifference& diff
 double column_scale(const ResultFile& result, std::size_t column) {
   double scale = 0.0;
   for (const ResultRow& row : result.rows) {
-    if (std::isfinite(row.values[column])) scale = std::max(scale, std::fabs(row.values[column]));
+    if (std::isfinite(row.at(column))) scale = std::max(scale, std::fabs(row.at(column)));
   }
   return scale;
 }
@@ -179,12 +160,13 @@ bool same_heights(const ResultFile& a, const ResultFile& b) {
 
 }  // namespace
 
-ColumnName column_name(ResultColumn column) { return COLUMN_NAMES[static_cast<std::size_t>(column)]; }
-
 ResultDifference compare_results(const ResultFile& a, const ResultFile& b, double tolerance) {
   ResultDifference difference;
   compare_layers(a, b, tolerance, difference.structure);
-  DeviationSearch search;
+  if (a.column_count != b.column_count) {
+    difference.structure.push_back(fmt::format("{} columns and {}", a.column_count, b.column_count));
+  }
+  DeviationSearch search(std::min(a.column_count, b.column_count));
   difference.row_by_row = same_heights(a, b);
   if (difference.row_by_row) {
     compare_rows(a, b, search);
@@ -196,7 +178,7 @@ ResultDifference compare_results(const ResultFile& a, const ResultFile& b, doubl
     Curve curve_a;
     Curve curve_b;
     if (!make_curve(a, curve_a) || !make_curve(b, curve_b)) {
-      difference.structure.emplace_back("heights that are no numbers, or no rows: there is no common depth axis");
+      difference.structure.emplace_back("no rows, or heights that are NaN or infinite: there is no common depth axis");
       return difference;
     }
     difference.z_begin = std::max(curve_a.height.front(), curve_b.height.front());
@@ -211,10 +193,10 @@ ResultDifference compare_results(const ResultFile& a, const ResultFile& b, doubl
 
   difference.same = difference.structure.empty();
   const std::vector<LayerValues> layers = layer_values(a);
-  for (std::size_t c = 0; c < RESULT_COLUMN_COUNT; ++c) {
+  for (std::size_t c = 0; c < search.columns.size(); ++c) {
     if (static_cast<ResultColumn>(c) == ResultColumn::Z) continue;
     ColumnDeviation& found = search.columns[c];
-    found.column = static_cast<ResultColumn>(c);
+    found.column = c;
     if (found.largest > 0.0) {
       const double scale = std::max(column_scale(a, c), column_scale(b, c));
       found.relative = scale > 0.0 ? found.largest / scale : INFINITE;

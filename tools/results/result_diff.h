@@ -1,4 +1,4 @@
-// The differences between two result files: of their layers, and of their columns on a common depth axis.
+// Differences between two result files: layers, and columns on a common depth axis.
 #pragma once
 
 #include <cstddef>
@@ -9,17 +9,17 @@
 
 // Where one column of the table differs most.
 struct ColumnDeviation {
-  ResultColumn column = ResultColumn::TIME;
-  double largest = 0.0;   // |a - b| in the column's unit; infinite where only one is a number
-  double relative = 0.0;  // the same, over the largest magnitude of the column in both files
-  double z = 0.0;         // height of that place, nm
-  std::string layer;      // the layer of the first file there
+  std::size_t column = 0;  // index for vorlen::column_at
+  double largest = 0.0;    // |a - b| in the column's unit; infinite where only one is NaN
+  double relative = 0.0;   // the same, over the largest magnitude of the column in both files
+  double z = 0.0;          // height there, nm
+  std::string layer;       // the layer of the first file there
   double a = 0.0;
   double b = 0.0;
 };
 
 struct ResultDifference {
-  std::vector<std::string> structure;  // a sentence on each difference of the layers
+  std::vector<std::string> structure;  // a sentence for each difference of the layers and of the table
   bool row_by_row = false;             // the heights are the same in both, row by row
   double z_begin = 0.0;                // heights that both files cover, nm
   double z_end = 0.0;
@@ -27,13 +27,6 @@ struct ResultDifference {
   bool same = false;                     // no difference beyond the tolerance
 };
 
-// Identifier and unit of each column.
-struct ColumnName {
-  const char* identifier;  // "x_in"
-  const char* unit;        // "", or in ASCII: "nm", "cm^-2"
-};
-ColumnName column_name(ResultColumn column);
-
-// tolerance: the largest relative deviation (of a column, duration or thickness) that counts as none; with 0 everything
-// counts, the number of rows included.
+// tolerance: relative deviations (of a column, duration or thickness) up to this are ignored; with 0 everything counts,
+// including the number of rows.
 ResultDifference compare_results(const ResultFile& a, const ResultFile& b, double tolerance);

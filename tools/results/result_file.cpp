@@ -1,23 +1,28 @@
-// Reader of result files. Layer names may hold anything, quotes and line breaks included, lines that look like the
-// format's own too. So the end of the layers is looked for from the rows, which hold numbers alone; a layer is taken
-// apart from the right, and goes on over as many lines as it needs.
+// Layer names may contain anything: quotes, line breaks, even lines that look like the format's own. So the end of the
+// list of layers is found from the rows, which contain only numbers, and a layer is parsed from the right and may span
+// several lines.
 #include "results/result_file.h"
 
+#include <algorithm>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace {
 
 constexpr std::string_view TITLE = "\"VORLEN output file, version 2.0\"";
 constexpr std::string_view LAYERS_BEGIN = "<LAYERS>";
 constexpr std::string_view LAYERS_END = "</LAYERS>";
-constexpr std::string_view HEADING =
-    "#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
-    "rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)";
+// The headings of the three kinds of file.
+struct Heading {
+  bool detail;
+  bool relaxes;
+};
+constexpr Heading HEADINGS[] = {{false, false}, {true, false}, {true, true}};
 
 // Walks through a text line by line.
 struct LineSource {
@@ -35,14 +40,25 @@ struct LineSource {
   }
 };
 
-// Where </LAYERS> stands: the last place where it has a line of its own and the heading follows. npos if there is none.
-std::size_t end_of_layers(std::string_view text) {
-  const std::string wanted = std::string(LAYERS_END) + '\n' + std::string(HEADING) + '\n';
-  std::size_t found = std::string_view::npos;
-  for (std::size_t at = text.find(wanted); at != std::string_view::npos; at = text.find(wanted, at + 1)) {
-    if (at == 0 || text[at - 1] == '\n') found = at;
+// The end of the list of layers: the last line </LAYERS> that a heading follows.
+struct LayersEnd {
+  std::size_t at = std::string_view::npos;  // npos if there is none
+  std::size_t column_count = 0;
+};
+
+LayersEnd end_of_layers(std::string_view text) {
+  LayersEnd end;
+  for (const Heading& heading : HEADINGS) {
+    const std::string wanted =
+        std::string(LAYERS_END) + '\n' + vorlen::result_heading(heading.detail, heading.relaxes) + '\n';
+    for (std::size_t at = text.find(wanted); at != std::string_view::npos; at = text.find(wanted, at + 1)) {
+      if (at > 0 && text[at - 1] != '\n') continue;
+      if (end.at == std::string_view::npos || at > end.at) {
+        end = {at, vorlen::column_count(heading.detail, heading.relaxes)};
+      }
+    }
   }
-  return found;
+  return end;
 }
 
 // The whole of text as a number, the point being the decimal separator whatever the locale is.
@@ -82,7 +98,7 @@ std::size_t parse_layers(std::string_view text, std::size_t line_number, std::ve
       begin = end + 1;
       begin_line = line_number;
     } else if (!layers.empty() && parse_layer(text.substr(last_begin, end - last_begin), layer)) {
-      layers.back() = layer;  // what looked like the layer before was the begin of this one's name
+      layers.back() = layer;  // the previous "layer" was the start of this one's name
       begin = end + 1;
       begin_line = line_number;
     } else if (last) {
@@ -92,29 +108,43 @@ std::size_t parse_layers(std::string_view text, std::size_t line_number, std::ve
   return 0;
 }
 
-// Numbers with one blank between them, and one behind the last in an active row.
-bool parse_row(std::string_view line, ResultRow& row) {
+// A row of a pre-stage or post-stage in a file with detail: the surface has a sum of 1 and no adsorbed atoms.
+bool is_stage_row(const ResultRow& row) {
+  return row.detail[0] == 1.0 &&
+         std::all_of(row.detail.begin() + 1, row.detail.end(), [](double value) { return value == 0.0; });
+}
+
+// Numbers separated by one blank. An active row has a blank at its end, except in the widest table.
+bool parse_row(std::string_view line, std::size_t column_count, ResultRow& row) {
   row.active = !line.empty() && line.back() == ' ';
   if (row.active) line.remove_suffix(1);
-  for (std::size_t column = 0; column + 1 < RESULT_COLUMN_COUNT; ++column) {
-    const std::size_t length = line.find(' ');
-    if (length == std::string_view::npos || !parse_number(line.substr(0, length), row.values[column])) return false;
-    line.remove_prefix(length + 1);
+  row.detail.resize(column_count - vorlen::N_RESULT_COLUMNS);
+  for (std::size_t column = 0; column < column_count; ++column) {
+    double& value =
+        column < vorlen::N_RESULT_COLUMNS ? row.values[column] : row.detail[column - vorlen::N_RESULT_COLUMNS];
+    const bool last = column + 1 == column_count;
+    const std::size_t length = last ? line.size() : line.find(' ');
+    if (length == std::string_view::npos || !parse_number(line.substr(0, length), value)) return false;
+    if (!last) line.remove_prefix(length + 1);
   }
-  return parse_number(line, row.values.back());
+  if (column_count == vorlen::column_count(true, true)) {
+    if (row.active) return false;
+    row.active = !is_stage_row(row);
+  }
+  return true;
 }
 
 bool read_whole_file(const std::string& path, std::string& content, std::string& error) {
   std::error_code ignored;
   if (!std::filesystem::is_regular_file(path, ignored)) {
-    error = path + " is not a regular file: there is no result to show";
+    error = path + " is not a regular file";
     return false;
   }
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
   if (!in) {
-    error = path + " can't be read, or is empty";
+    error = path + " is empty or cannot be read";
     return false;
   }
   content = text.str();
@@ -139,23 +169,26 @@ bool read_result_file(const std::string& path, ResultFile& result, std::string& 
     return false;
   }
   if (!source.take(line) || line != LAYERS_BEGIN) return fail(2, "expected " + std::string(LAYERS_BEGIN));
-  const std::size_t layers_end = end_of_layers(source.rest);
-  if (layers_end == std::string_view::npos) {
+  const LayersEnd layers_end = end_of_layers(source.rest);
+  if (layers_end.at == std::string_view::npos) {
     while (source.take(line)) {
-      if (line == LAYERS_END) return fail(source.number + 1, "expected " + std::string(HEADING));
+      if (line == LAYERS_END) return fail(source.number + 1, "expected " + vorlen::result_heading(false, false));
     }
     return fail(source.number, "the list of layers has no end");
   }
-  const std::string_view layers = source.rest.substr(0, layers_end);
+  result.column_count = layers_end.column_count;
+  const std::string_view layers = source.rest.substr(0, layers_end.at);
   const std::size_t fault = parse_layers(layers, source.number + 1, result.layers);
-  if (fault != 0) return fail(fault, "this is no layer");
+  if (fault != 0) return fail(fault, "not a layer");
   while (source.rest.data() != layers.data() + layers.size()) source.take(line);
   source.take(line);  // </LAYERS>
   source.take(line);  // the heading
   while (source.take(line)) {
     ResultRow row;
-    if (!parse_row(line, row)) return fail(source.number, "this is no row of 19 numbers");
-    result.rows.push_back(row);
+    if (!parse_row(line, result.column_count, row)) {
+      return fail(source.number, "not a row of " + std::to_string(result.column_count) + " numbers");
+    }
+    result.rows.push_back(std::move(row));
   }
   return source.rest.empty() || fail(source.number + 1, "the last line is cut off");
 }

@@ -1,4 +1,4 @@
-// Reader of result files, as docs/result-format.md describes them: the layers, and the table over time and depth.
+// Reader of result files (docs/result-format.md): the layers, and the table over time and depth.
 #pragma once
 
 #include <array>
@@ -6,30 +6,9 @@
 #include <string>
 #include <vector>
 
-// The columns of the table, by index. (t): when the depth was the surface; (z): in the finished structure.
-enum class ResultColumn : std::size_t {
-  TIME = 0,       // s
-  Z = 1,          // nm, from the bottom of the first pre-stage
-  RATE = 2,       // nm/s in active rows; the recipe's own number in the others
-  X_IN = 3,       // fraction
-  X_GA = 4,       // fraction
-  X_AL = 5,       // fraction
-  RHO_TD_T = 6,   // threading dislocations, cm^-2
-  RHO_VD0_T = 7,  // two times the density of V-defects, cm^-2
-  A_EFF_T = 8,    // in-plane lattice constant, angstrom
-  EPS_XX_T = 9,   // in-plane strain, positive when stretched
-  EPS_YY_T = 10,  // equal to EPS_XX_T
-  EPS_ZZ_T = 11,  // strain along the growth direction
-  EPS_YZ_T = 12,  // 0
-  RHO_TD_Z = 13,  // and so on, (z)
-  A_EFF_Z = 14,
-  EPS_XX_Z = 15,
-  EPS_YY_Z = 16,
-  EPS_ZZ_Z = 17,
-  EPS_YZ_Z = 18
-};
+#include "results/columns.h"
 
-constexpr std::size_t RESULT_COLUMN_COUNT = 19;
+using vorlen::ResultColumn;
 
 // One stage of the recipe.
 struct ResultLayer {
@@ -40,17 +19,23 @@ struct ResultLayer {
 
 struct ResultRow {
   bool active = false;  // of a simulated stage, not of a pre-stage or post-stage
-  std::array<double, RESULT_COLUMN_COUNT> values{};
+  std::array<double, vorlen::N_RESULT_COLUMNS> values{};
+  std::vector<double> detail{};  // the columns after these; empty unless the recipe asked for them
 
   double at(ResultColumn column) const { return values[static_cast<std::size_t>(column)]; }
+  // By the index that vorlen::column_at takes.
+  double at(std::size_t column) const {
+    return column < values.size() ? values[column] : detail[column - values.size()];
+  }
 };
 
 struct ResultFile {
   std::vector<ResultLayer> layers;  // pre-stages, active stages, post-stages
-  std::vector<ResultRow> rows;      // in order of time
+  std::size_t column_count = vorlen::N_RESULT_COLUMNS;
+  std::vector<ResultRow> rows;  // in order of time
 };
 
-// Reads the file at path into result. The reading is strict: whatever differs from the format is an error, only the
-// values are free (infinities and not-a-numbers included). The file of a failed run reads well; it has fewer rows.
-// Returns false with a text in error, which names the path and the line, and leaves result incomplete.
+// Reads the file at path into result. The reader is strict: any deviation from the format is an error. Values are free,
+// NaN and infinity included. The file of a failed run can be read; it has fewer rows.
+// Returns false with a message in error that names the path and the line, and leaves result incomplete.
 bool read_result_file(const std::string& path, ResultFile& result, std::string& error);

@@ -1,5 +1,5 @@
-// The process that waits: it forks a worker for each recipe, gets one SimulationReport from it through a pipe, and does
-// all renaming and writing of status files itself. A pipe that ends without a report means that the worker has crashed.
+// The parent process forks a worker for each recipe, receives one SimulationReport from it through a pipe, and does all
+// renaming and writing of status files itself. A pipe that ends without a report means that the worker has crashed.
 #include "run/batch.h"
 
 #include <fcntl.h>
@@ -24,7 +24,7 @@
 
 namespace {
 
-constexpr int POLL_INTERVAL = 200;  // ms; also the longest time before an interruption is noticed
+constexpr int POLL_INTERVAL = 200;  // ms; an interruption is noticed within this time
 
 constexpr std::array<int, 3> INTERRUPTING_SIGNALS = {SIGINT, SIGTERM, SIGHUP};
 
@@ -34,17 +34,17 @@ void note_signal(int signal) { interrupting_signal = signal; }
 
 struct Worker {
   pid_t pid = 0;
-  int pipe = -1;  // the end to read from
+  int pipe = -1;  // its read end
   Job* job = nullptr;
   std::string temporary;
   double begin = 0.0;  // s, on the progress clock
 };
 
-// While it lives, interrupting signals are noted. Those that were ignored before (nohup) stay so.
-struct SignalNotes {
+// Records interrupting signals during its lifetime. Signals that were ignored before (nohup) stay ignored.
+struct SignalRecorder {
   std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> old{};
 
-  SignalNotes() {
+  SignalRecorder() {
     interrupting_signal = 0;
     for (std::size_t i = 0; i < old.size(); ++i) {
       sigaction(INTERRUPTING_SIGNALS[i], nullptr, &old[i]);
@@ -54,11 +54,11 @@ struct SignalNotes {
       sigaction(INTERRUPTING_SIGNALS[i], &action, nullptr);
     }
   }
-  ~SignalNotes() {
+  ~SignalRecorder() {
     for (std::size_t i = 0; i < old.size(); ++i) sigaction(INTERRUPTING_SIGNALS[i], &old[i], nullptr);
   }
-  SignalNotes(const SignalNotes&) = delete;
-  SignalNotes& operator=(const SignalNotes&) = delete;
+  SignalRecorder(const SignalRecorder&) = delete;
+  SignalRecorder& operator=(const SignalRecorder&) = delete;
 };
 
 bool write_all(int file, const void* data, std::size_t size) {
@@ -73,7 +73,7 @@ bool write_all(int file, const void* data, std::size_t size) {
   return true;
 }
 
-// Reads up to the end of the pipe. True when it was a whole report.
+// Reads to the end of the pipe. True if it was a complete report.
 bool read_report(int file, SimulationReport& report) {
   char* at = reinterpret_cast<char*>(&report);
   std::size_t missing = sizeof report;
@@ -88,15 +88,15 @@ bool read_report(int file, SimulationReport& report) {
 }
 
 [[noreturn]] void work(const Worker& worker, int pipe) {
-  // A terminal or a scheduler signals all processes at once. The one that waits ends the workers; a worker that ended
-  // by itself would look like a crash.
+  // A terminal or a scheduler signals all processes at once. The parent ends its workers; a worker that reacted to the
+  // signal itself would look like a crash.
   for (const int interruption : INTERRUPTING_SIGNALS) std::signal(interruption, SIG_IGN);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // no simulation outlives the process that waits for it
+  prctl(PR_SET_PDEATHSIG, SIGKILL);  // no simulation outlives its parent
   const SimulationReport report = simulate(*worker.job, worker.temporary);
   _exit(write_all(pipe, &report, sizeof report) ? 0 : 1);
 }
 
-// Returns false when no process can be made.
+// Returns false if no process can be created.
 bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
@@ -107,7 +107,7 @@ bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
   worker.begin = now;
   worker.pid = fork();
   if (worker.pid == 0) {
-    // The other workers' pipes must not stay open here, and are only ends to read from.
+    // Inherited pipes of other workers are read ends and do no harm.
     work(worker, ends[1]);
   }
   close(ends[1]);
@@ -120,7 +120,7 @@ bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
   return true;
 }
 
-// Waits for the end of a worker whose pipe has something to read, or has ended, and finishes its job.
+// Waits for a worker whose pipe is readable or closed, and finishes its job.
 void collect(const Worker& worker, double now) {
   SimulationReport report;
   const bool reported = read_report(worker.pipe, report);
@@ -148,12 +148,12 @@ void end_worker(const Worker& worker) {
   worker.job->state = JobState::WAITING;
 }
 
-void tell_failure(const Job& job, bool with_name, Progress& progress) {
+void report_failure(const Job& job, bool with_name, Progress& progress) {
   clear_progress(progress);
   fail(with_name ? job.recipe + ": " + job.text : job.text);
 }
 
-// Waits until a worker has something to tell, for timeout [ms] at most, and finishes the jobs of those that have.
+// Waits up to timeout [ms] for reports of workers, and finishes their jobs.
 void wait_for_workers(std::vector<Worker>& workers, int timeout, Progress& progress, bool with_name) {
   std::vector<pollfd> pipes;
   pipes.reserve(workers.size());
@@ -162,15 +162,19 @@ void wait_for_workers(std::vector<Worker>& workers, int timeout, Progress& progr
   for (std::size_t i = workers.size(); i-- > 0;) {
     if (pipes[i].revents == 0) continue;
     collect(workers[i], elapsed(progress));
-    if (workers[i].job->state == JobState::FAILED) tell_failure(*workers[i].job, with_name, progress);
+    if (workers[i].job->state == JobState::FAILED) report_failure(*workers[i].job, with_name, progress);
     workers.erase(workers.begin() + static_cast<std::ptrdiff_t>(i));
   }
+}
+
+bool any_failed(const std::vector<Job>& jobs) {
+  return std::any_of(jobs.begin(), jobs.end(), [](const Job& job) { return job.state == JobState::FAILED; });
 }
 
 }  // namespace
 
 int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
-  const SignalNotes signals;
+  const SignalRecorder signals;
   Progress progress = begin_progress(jobs.size());
   const bool with_name = jobs.size() > 1;
   std::vector<Worker> workers;
@@ -182,22 +186,20 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
       if (!options.force && is_up_to_date(job)) {
         job.state = JobState::SKIPPED;
       } else if (!start_worker(job, elapsed(progress), workers)) {
-        if (!workers.empty()) break;  // one that ends may leave what is needed
+        if (!workers.empty()) break;  // try again when one has ended and released its resources
         job.state = JobState::FAILED;
         job.text = std::string("No process for the simulation: ") + std::strerror(errno);
-        tell_failure(job, with_name, progress);
+        report_failure(job, with_name, progress);
       }
       ++next;
-      stop = !options.keep_going &&
-             std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
+      stop = !options.keep_going && any_failed(jobs);
     }
     show_progress(progress, jobs, false);
     if (workers.empty() && (stop || next == jobs.size())) break;
     if (!workers.empty()) wait_for_workers(workers, POLL_INTERVAL, progress, with_name);
-    stop = !options.keep_going &&
-           std::any_of(jobs.begin(), jobs.end(), [](const Job& each) { return each.state == JobState::FAILED; });
+    stop = !options.keep_going && any_failed(jobs);
   }
-  wait_for_workers(workers, 0, progress, with_name);  // those that had ended when the interruption came
+  wait_for_workers(workers, 0, progress, with_name);  // that had ended before the interruption
   for (const Worker& worker : workers) end_worker(worker);
   show_progress(progress, jobs, true);
   return interrupting_signal;

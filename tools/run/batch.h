@@ -1,4 +1,4 @@
-// Runs recipes in worker processes, so that a crash of one costs that recipe alone.
+// Runs recipes in worker processes, so that a crash affects one recipe only.
 #pragma once
 
 #include <cstddef>
@@ -8,12 +8,12 @@
 
 struct BatchOptions {
   std::size_t workers = 1;
-  bool keep_going = false;  // else no recipe is begun after the first failure
-  bool force = false;       // else what is_up_to_date() is skipped
+  bool keep_going = false;  // otherwise no recipe is started after the first failure
+  bool force = false;       // otherwise results that are up to date are skipped
 };
 
-// Runs jobs in their order, each to state DONE, SKIPPED or FAILED; WAITING is left where a failure or an interruption
-// came first. Progress goes to stderr, on one line; so do the texts of failures, with the recipe's name if there are
-// several jobs. Returns 0, or the number of the signal (SIGINT, SIGTERM, SIGHUP) that has interrupted it: then no
-// worker is left, nor a temporary file, and what was finished stays.
+// Runs the jobs in order until each is DONE, SKIPPED or FAILED; after a failure or an interruption the remaining jobs
+// stay WAITING. Progress (one line) and failures are written to stderr, failures with the recipe's name if there are
+// several jobs. Returns 0, or the number of the signal (SIGINT, SIGTERM, SIGHUP) that interrupted the batch. In that
+// case finished results are kept, and no workers or temporary files are left.
 int run_batch(std::vector<Job>& jobs, const BatchOptions& options);

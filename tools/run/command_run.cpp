@@ -1,4 +1,4 @@
-// vorlen run RECIPE...: simulations, and what grew.
+// vorlen run RECIPE...: run recipes and show what grew.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -22,26 +22,26 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int EXIT_SIGNAL = 128;  // plus the number of the signal, as shells have it
+constexpr int EXIT_SIGNAL = 128;  // plus the number of the signal, as in shells
 constexpr unsigned MOST_WORKERS = 1024;
 
 struct RunOptions {
   std::vector<std::string> recipes;
   std::string result;  // of a single recipe; empty: default_result_path()
   std::string output_folder;
-  std::string scheme;    // empty: as each recipe asks
-  unsigned workers = 0;  // 0: as many as there are processors
+  std::string scheme;    // empty: the recipe's own
+  unsigned workers = 0;  // 0: one per processor
   bool keep_going = false;
   bool force = false;
 };
 
-// The recipe's file name with .result.txt in place of its extension, in folder (empty: the current one).
+// The recipe's file name with the extension .result.txt, in folder (empty: the current one).
 std::string default_result_path(const std::string& recipe, const std::string& folder) {
   return (fs::path(folder) / (fs::path(recipe).stem().string() + ".result.txt")).string();
 }
 
-// What must not be begun: a text, else empty.
-std::string refusal_of_batch(const std::vector<Job>& jobs) {
+// Why the batch must not be started; empty if it can be.
+std::string problem_with_batch(const std::vector<Job>& jobs) {
   std::map<fs::path, const Job*> owners;
   for (const Job& job : jobs) {
     std::error_code ignored;
@@ -54,7 +54,7 @@ std::string refusal_of_batch(const std::vector<Job>& jobs) {
   return "";
 }
 
-// The recipe that a file of the jobs would overwrite; empty if none.
+// A recipe that a job would overwrite with one of its files; empty if none.
 std::string overwritten_recipe(const std::vector<Job>& jobs) {
   for (const Job& job : jobs) {
     for (const std::string& path : {job.paths.result, job.paths.status, job.paths.failed}) {
@@ -78,7 +78,7 @@ int print_result(const Job& job) {
 
 int run_recipes(const RunOptions& options) {
   if (!options.result.empty() && options.recipes.size() > 1) {
-    return fail("--output is for one recipe; several take --output-dir", EXIT_USAGE);
+    return fail("--output is for a single recipe; use --output-dir for several", EXIT_USAGE);
   }
   std::vector<Job> jobs;
   for (const std::string& recipe : options.recipes) {
@@ -89,17 +89,17 @@ int run_recipes(const RunOptions& options) {
         result_paths(options.result.empty() ? default_result_path(recipe, options.output_folder) : options.result);
     jobs.push_back(job);
   }
-  const std::string refusal = refusal_of_batch(jobs);
-  if (!refusal.empty()) return fail(refusal, EXIT_USAGE);
+  const std::string problem = problem_with_batch(jobs);
+  if (!problem.empty()) return fail(problem, EXIT_USAGE);
   const std::string overwritten = overwritten_recipe(jobs);
   if (!overwritten.empty()) return fail("the result would overwrite the recipe " + overwritten);
   if (!options.output_folder.empty()) {
     std::error_code code;
     fs::create_directories(options.output_folder, code);
-    if (code) return fail(options.output_folder + " can't be made: " + code.message());
+    if (code) return fail(options.output_folder + " can't be created: " + code.message());
   }
   for (const Job& job : jobs) {
-    const std::string target = refusal_of_target(job);
+    const std::string target = problem_with_target(job);
     if (!target.empty()) return fail(target);
   }
 
@@ -129,35 +129,36 @@ void add_run_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<RunOptions>();
   CLI::App* run = app.add_subcommand("run", "Run recipes, write the result files and show what grew");
   const CLI::Validator not_empty([](const std::string& value) { return value.empty() ? "is an empty text" : ""; }, "");
-  run->add_option("RECIPE", options->recipes, "Recipes, XML files")->required()->type_name("");
-  CLI::Option* result = run->add_option("-o,--output", options->result,
-                                        "Result file of a single recipe (default: the recipe's name with .result.txt\n"
-                                        "in place of its extension, in the current directory). An existing file is\n"
-                                        "replaced when the run has succeeded")
-                            ->type_name("RESULT")
-                            ->check(not_empty);
+  run->add_option("RECIPE", options->recipes, "Recipe files (XML)")->required()->type_name("");
+  CLI::Option* result =
+      run->add_option("-o,--output", options->result,
+                      "Result file of a single recipe (default: the recipe's name with the extension\n"
+                      ".result.txt, in the current directory). An existing file is replaced only\n"
+                      "if the run succeeds")
+          ->type_name("RESULT")
+          ->check(not_empty);
   run->add_option("--output-dir", options->output_folder,
-                  "Directory for the result files instead of the current one; made if missing")
+                  "Directory for the result files (default: the current one); created if missing")
       ->type_name("DIR")
       ->check(not_empty)
       ->excludes(result);
   run->add_option("--scheme", options->scheme,
-                  "Scheme of the integration, instead of the one that the recipes ask for: staged\n"
-                  "restarts at each stage, continuous (the default of recipes) does not")
+                  "Integration scheme, overrides that of the recipes: staged integrates stage by\n"
+                  "stage, continuous (the default in recipes) in one sweep over all stages")
       ->type_name("{continuous,staged}")
       ->check(CLI::IsMember(std::vector<std::string>(SCHEMES.begin(), SCHEMES.end())).description(""));
   run->add_option("-j,--jobs", options->workers,
-                  "Recipes that run at once, each in a process of its own (default: one for each\n"
-                  "processor)")
+                  "Number of recipes to run at the same time, each in a separate process\n"
+                  "(default: number of processors)")
       ->type_name("N")
       ->check(CLI::Range(1U, MOST_WORKERS).description(""));
-  run->add_flag("--keep-going", options->keep_going, "Go on with the other recipes when one has failed");
-  run->add_flag("--force", options->force, "Run also what is done and unchanged");
+  run->add_flag("--keep-going", options->keep_going, "Run the remaining recipes after one has failed");
+  run->add_flag("--force", options->force, "Run recipes again even if their results are up to date");
   run->footer(
-      "Beside each result a status file, NAME.status.json, tells how the run ended. Of a run that\n"
-      "fails under way, or has unphysical rows, the rows are kept in NAME.failed.txt; an older\n"
-      "result stays as it is.\n"
-      "Exit status: 0 all ran (or are up to date), 1 not all, 2 the command line is wrong.\n\n"
+      "Each result has a status file, NAME.status.json, that records how the run ended. If a run\n"
+      "fails on the way or gives unphysical rows, its rows are kept in NAME.failed.txt and an\n"
+      "older result is not changed.\n"
+      "Exit status: 0 all recipes ran or are up to date, 1 some did not, 2 wrong command line.\n\n"
       "Examples:\n"
       "  vorlen run recipe.xml -o recipe.result.txt\n"
       "  vorlen run -j 4 --keep-going --output-dir results recipes/*.xml");

@@ -1,4 +1,4 @@
-// Counts are those of the jobs' states. A terminal that can't erase a line (TERM=dumb) gets lines like a file does.
+// Counts the states of the jobs. A terminal that cannot erase a line (TERM=dumb) is treated like a file.
 #include "run/progress.h"
 
 #include <fmt/core.h>
@@ -11,9 +11,9 @@
 
 namespace {
 
-constexpr double LINE_INTERVAL = 1.0;      // s, where lines stay
-constexpr double FIRST_OF_ONE = 1.0;       // s; a single short run has no line
-constexpr const char* ERASE = "\r\033[K";  // back to the begin of the line, and erase it
+constexpr double LINE_INTERVAL = 1.0;      // s, if lines are not rewritten
+constexpr double FIRST_OF_ONE = 1.0;       // s; a shorter single run shows no progress
+constexpr const char* ERASE = "\r\033[K";  // return to the start of the line and erase it
 
 std::string duration_text(double seconds) {
   const auto whole = static_cast<long>(seconds);

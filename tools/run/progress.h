@@ -1,4 +1,4 @@
-// The line on stderr that tells how far a batch is: in place on a terminal, else a line now and then.
+// The progress of a batch on stderr: one line that is rewritten on a terminal, otherwise a new line every second.
 #pragma once
 
 #include <chrono>
@@ -11,18 +11,18 @@
 struct Progress {
   std::chrono::steady_clock::time_point start;
   bool in_place = false;     // stderr is a terminal
-  bool of_several = false;   // one recipe alone has no line but on a terminal
-  std::string shown;         // the line that stands there
+  bool of_several = false;   // a single recipe shows progress on a terminal only
+  std::string shown;         // the line on the terminal
   double last_shown = -1.0;  // s
 };
 
 Progress begin_progress(std::size_t job_count);
 
-// Seconds since the begin.
+// Seconds since the start.
 double elapsed(const Progress& progress);
 
-// Shows the line if it is time to; at the end always, and then for good (on a terminal, of several recipes).
+// Shows the line when it is due. At the end it is always shown, and stays if there are several recipes.
 void show_progress(Progress& progress, const std::vector<Job>& jobs, bool at_end);
 
-// Takes the line away, for a text that is to be printed there.
+// Erases the line to make room for a message.
 void clear_progress(Progress& progress);

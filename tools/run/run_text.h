@@ -1,4 +1,4 @@
-// What "vorlen run" prints of its results.
+// What "vorlen run" prints about its results.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 #include "results/result_file.h"
 #include "run/simulation.h"
 
-// One run: its layers, the last row, and the closing line that tells where the file is.
+// One run: its layers, the last row, and a closing line with the path of the result.
 std::string run_text(const ResultFile& result, const Job& job);
 
 // Several runs: one line for each.

@@ -1,6 +1,6 @@
-// The first element integration of a recipe counts. So a recipe gets another scheme by an element integration in front
-// of all others, on the line of the root's start tag: line numbers stay as they are, and nothing else has to be found
-// in the text. The library's own reader confirms the result.
+// Only the first element integration of a recipe is read. To change the scheme, a new one is inserted directly after
+// the root's start tag, on the same line, so that line numbers do not change and the rest of the text needs no parsing.
+// The library's own reader then confirms that the recipe has the scheme.
 #include "run/scheme.h"
 
 #include <fmt/core.h>
@@ -63,7 +63,7 @@ std::string integration_text(const TiXmlDocument& document, const std::string& s
   return printer.CStr();
 }
 
-// One past the start tag of the root; npos where something else than declarations and comments comes before it.
+// The position after the root's start tag; npos if anything but declarations and comments precedes it.
 std::size_t end_of_root_tag(std::string_view text) {
   std::size_t at = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;
   const auto skip_to = [&](std::string_view end) {
@@ -96,7 +96,7 @@ std::size_t end_of_root_tag(std::string_view text) {
   return std::string_view::npos;
 }
 
-// Whether the recipe at path runs under that scheme. A recipe with another fault does not run at all.
+// Whether the recipe at path has this scheme. True also for a recipe with errors, which does not run at all.
 bool has_scheme(const std::string& path, const std::string& scheme) {
   vorlen::ProcessRecipe recipe;
   std::string ignored;
@@ -109,7 +109,7 @@ bool has_scheme(const std::string& path, const std::string& scheme) {
 
 std::string scheme_of_recipe(const std::string& path) try {
   constexpr const char* DEFAULT = SCHEMES.front();
-  if (read_text(path).find("integration") == std::string::npos) return DEFAULT;  // spares the parsing
+  if (read_text(path).find("integration") == std::string::npos) return DEFAULT;  // no need to parse
   TiXmlDocument document;
   std::string ignored;
   if (!vorlen::load_document(path.c_str(), document, ignored)) return DEFAULT;

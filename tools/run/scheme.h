@@ -1,4 +1,4 @@
-// The scheme of the integration, "continuous" or "staged": that of a recipe, and a recipe under another one.
+// The integration scheme of a recipe, "continuous" or "staged", and how to run a recipe with another one.
 #pragma once
 
 #include <array>
@@ -6,18 +6,18 @@
 
 inline constexpr std::array<const char*, 2> SCHEMES = {"continuous", "staged"};
 
-// The scheme that the recipe at path asks for; "continuous" if it asks for none, or can't be read.
+// The scheme chosen by the recipe at path; "continuous" if it chooses none or cannot be read.
 std::string scheme_of_recipe(const std::string& path);
 
-// The text of the recipe at path with the scheme set, whatever it asks for; a tolerance is kept. Empty if the recipe
-// can run as it is: it asks for that scheme, or is so faulty that it does not run at all. Throws std::runtime_error
-// when the scheme can't be set.
+// The text of the recipe at path with this scheme; a tolerance is kept. Empty if the recipe can be used unchanged,
+// because it has this scheme already or is so faulty that it does not run at all. Throws std::runtime_error if the
+// scheme cannot be set.
 std::string recipe_under_scheme(const std::string& path, const std::string& scheme);
 
-// A file in memory, which is gone when the process ends, however it ends.
+// A file in memory. It disappears with the process, even if that crashes.
 class MemoryFile {
  public:
-  // Throws std::runtime_error when there can be none.
+  // Throws std::runtime_error if it cannot be created.
   explicit MemoryFile(const std::string& content);
   ~MemoryFile();
   MemoryFile(const MemoryFile&) = delete;

@@ -1,9 +1,8 @@
-// A simulation runs in a process of its own (batch.h): simulate() there, the rest in the process that waits for it.
+// simulate() runs in a worker process (batch.h), the other functions in the process that waits for it.
 #include "run/simulation.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
-#include <vorlen_solver.h>
 
 #include <algorithm>
 #include <chrono>
@@ -16,6 +15,7 @@
 #include <system_error>
 #include <vector>
 
+#include "api/vorlen_solver.h"
 #include "recipe/read_recipe.h"
 #include "results/result_check.h"
 #include "results/result_file.h"
@@ -33,13 +33,13 @@ void copy_text(const std::string& text, std::array<char, size>& target) {
   text.copy(target.data(), size - 1);
 }
 
-// text, with name in place of the temporary file's.
+// text with the name of the temporary file replaced.
 std::string renamed(std::string text, const std::string& temporary, const std::string& name) {
   const std::size_t place = text.find(temporary);
   return place == std::string::npos ? text : text.replace(place, temporary.size(), name);
 }
 
-// The recipe that rows came from; nothing if it has changed since.
+// The recipe that produced the rows; nothing if it has changed since.
 std::optional<vorlen::ProcessRecipe> recipe_of_rows(const Job& job, const SimulationReport& report) {
   vorlen::ProcessRecipe recipe;
   std::string ignored;
@@ -50,14 +50,14 @@ std::optional<vorlen::ProcessRecipe> recipe_of_rows(const Job& job, const Simula
   return recipe;
 }
 
-// The time at which the last stage ends, s; NaN for a recipe that is not known.
+// The time at which the last stage ends, s; NaN if the recipe is not known.
 double end_of_process(const std::optional<vorlen::ProcessRecipe>& recipe) {
   if (!recipe || recipe->active_stages.empty()) return NAN;
   return recipe->post_stages.empty() ? recipe->active_stages.back().end_time() : recipe->post_stages.back().end_time();
 }
 
-// Takes away what stands behind the last line end, which only a file has that could not be written to its end. Returns
-// whether there was something.
+// Removes an incomplete last line, which is left when a file could not be written to its end. Returns whether there
+// was one.
 bool drop_cut_line(const std::string& path) {
   std::error_code code;
   const std::uintmax_t size = fs::file_size(path, code);
@@ -72,18 +72,18 @@ bool drop_cut_line(const std::string& path) {
   return true;
 }
 
-// What is wrong with the file of a run that has ended normally, at end_time [s] by the recipe (NaN: not known); empty
-// if nothing. cut: the last line was not whole.
+// What is wrong with the file of a run that ended normally; empty if nothing. end_time: of the process by the recipe, s
+// (NaN: not known). cut: the last line was incomplete.
 std::string fault_of_file(const std::vector<ResultRow>& rows, bool cut, double end_time, const std::string& name) {
   std::string cut_off = name + ": the file ends before the run does. Is the disk full?";
   if (rows.empty()) return cut_off + "\nNo row could be written";
-  // A file can end between two rows. The recipe tells where it has to: layers can't be told apart in all files.
+  // A file may end between two rows; then only the recipe shows that rows are missing.
   const double gap = std::fabs(rows.back().at(ResultColumn::TIME) - end_time);
   return cut || gap > 1e-9 * std::fabs(end_time) ? cut_off : "";  // NaN passes
 }
 
-// The text of a run with what the rows show of its failure; empty if there was none. text: of the library, empty if the
-// run has ended normally.
+// The message of a failed run with what the rows show about the failure; empty if nothing failed. text: of the library,
+// empty if the run ended normally.
 std::string text_with_rows(const std::string& text, const ResultFile& result,
                            const std::optional<vorlen::ProcessRecipe>& recipe, const std::string& scheme) {
   if (text.empty() ? !find_unphysical_rows(result.rows) : !is_text_of_integration(text)) return text;
@@ -173,12 +173,13 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
   job.text = report.text.data();
   job.wall_time = report.wall_time;
   if (report.result != 0 && rows.empty() && report.recipe_sha256.front() == '\0') {
-    // Without a recipe nothing has been run: what an earlier run has left stays, its status file and failed rows too.
+    // Without a recipe nothing was run. The files of an earlier run are kept, including its status file and failed
+    // rows.
     remove_file(temporary);
     return;
   }
   std::string error;
-  bool stranded = false;  // the rows could not be put in place, and stay under their temporary name
+  bool stranded = false;  // the rows could not be moved and keep their temporary name
   if (!rows.empty() && put_in_place(temporary, rows, error)) {
     if (rows == job.paths.failed) job.text += "\nThe rows up to there are in " + rows;
   } else if (!rows.empty()) {
@@ -189,15 +190,15 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
     job.text += (job.text.empty() ? "" : "\n") + error;
   }
   if (!stranded) {
-    if (rows != job.paths.failed) remove_file(job.paths.failed);  // of an earlier run
+    if (rows != job.paths.failed) remove_file(job.paths.failed);  // from an earlier run
     remove_file(temporary);
   }
-  SimulationReport told = report;
+  SimulationReport final_report = report;
   if (job.state == JobState::FAILED && report.result == 0) {
-    told.result = 1;
-    copy_text(error, told.text);
+    final_report.result = 1;
+    copy_text(error, final_report.text);
   }
-  write_status(job, told, rows);
+  write_status(job, final_report, rows);
 }
 
 std::string scheme_of(const Job& job) { return job.scheme.empty() ? scheme_of_recipe(job.recipe) : job.scheme; }
@@ -219,12 +220,12 @@ bool is_up_to_date(const Job& job) {
          status.scheme == scheme_of(job);
 }
 
-std::string refusal_of_target(const Job& job) {
+std::string problem_with_target(const Job& job) {
   const std::string& path = job.paths.result;
   std::error_code ignored;
   const fs::file_status there = fs::status(path, ignored);
   if (!fs::exists(there)) return "";
-  // The library's own text for a file that can't be written; a rename would not notice.
+  // The library's message for a file that cannot be written; renaming would succeed nevertheless.
   if (fs::is_directory(there) || (fs::is_regular_file(there) && access(path.c_str(), W_OK) != 0)) {
     return "Unable to open file " + path + " for writing";
   }

@@ -1,5 +1,5 @@
-// One simulation and its files. A run writes to a temporary file beside the result; the file is checked, and only a
-// complete one takes the result's place. Of a run that fails under way the rows are kept beside it, as NAME.failed.txt.
+// One simulation and its files. A run writes to a temporary file in the folder of the result. The file is checked and
+// replaces the result only if it is complete. If a run fails on the way, its rows are kept in NAME.failed.txt.
 #pragma once
 
 #include <array>
@@ -20,19 +20,19 @@ enum class JobState { WAITING, RUNNING, DONE, SKIPPED, FAILED };
 struct Job {
   std::string recipe;
   ResultPaths paths;
-  std::string scheme;  // of the integration, whatever the recipe asks for; empty: as the recipe asks
+  std::string scheme;  // overrides the recipe's integration scheme; empty: the recipe's
   JobState state = JobState::WAITING;
   std::string text;        // why it failed
   double wall_time = 0.0;  // s
 };
 
-// The scheme that a job's recipe runs under.
+// The scheme with which a job's recipe is run.
 std::string scheme_of(const Job& job);
 
-// What a worker process tells of its simulation, as plain bytes.
+// What a worker process reports about its simulation, as plain bytes.
 struct SimulationReport {
   int result = 1;          // as RunStatus
-  bool keep_rows = false;  // the temporary file holds rows; those of a run that failed are kept apart
+  bool keep_rows = false;  // the temporary file has rows to keep, of a failed run in NAME.failed.txt
   double wall_time = 0.0;  // s
   std::array<char, 16> scheme{};
   std::array<char, 65> recipe_sha256{};
@@ -40,18 +40,18 @@ struct SimulationReport {
   std::array<char, 4096> text{};
 };
 
-// Simulates the job's recipe into the file temporary, and checks the file: it must be whole, and its rows physical.
+// Runs the job's recipe with the result in the file temporary, and checks that it is complete and its rows physical.
 SimulationReport simulate(const Job& job, const std::string& temporary);
 
-// Puts the files of a simulation in place, with the status file, and sets state, text and wall time of the job.
+// Moves the files of a simulation into place, writes the status file, and sets state, text and wall time of the job.
 void finish_job(Job& job, const std::string& temporary, const SimulationReport& report);
 
-// For a simulation whose process ended before its report: as finish_job().
+// The same for a simulation whose process ended without a report.
 void finish_crashed_job(Job& job, const std::string& temporary, const std::string& text, double wall_time);
 
-// True when the status file says that this version has made this result from this recipe under the job's scheme, and
-// both are unchanged.
+// True if, by the status file, this version computed the result from this recipe with the job's scheme, and neither
+// file has changed since.
 bool is_up_to_date(const Job& job);
 
-// A text when the result can't or must not be written to its place; else empty.
-std::string refusal_of_target(const Job& job);
+// Why the result cannot or must not be written to its path; empty if it can.
+std::string problem_with_target(const Job& job);

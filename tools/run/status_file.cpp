@@ -36,7 +36,7 @@ bool write_status_file(const std::string& path, const RunStatus& status, std::st
                                          {"result_sha256", text_or_null(status.result_sha256)},
                                          {"host", status.host},
                                          {"finished", status.finished}};
-  // Texts and paths may hold bytes that are no UTF-8, which JSON can't.
+  // Texts and paths may contain bytes that are not valid UTF-8; JSON cannot.
   return write_file(path, object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n', error);
 }
 

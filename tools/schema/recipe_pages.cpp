@@ -1,11 +1,12 @@
-// The tables of docs/recipe-format.md.
+// The generated tables of docs/recipe-format.md and docs/result-format.md.
 #include <fmt/core.h>
 
 #include <string_view>
 #include <vector>
 
-#include "check/recipe_files.h"
 #include "check/recipe_words.h"
+#include "schema/recipe_files.h"
+#include "schema/result_columns.h"
 
 namespace recipe {
 
@@ -91,7 +92,8 @@ std::string page_with_tables(const std::string& page, std::string& error) {
     const std::size_t end = page.find(END, begin);
     const std::string name =
         close == std::string::npos ? "" : page.substr(begin + BEGIN.size(), close - begin - BEGIN.size());
-    const std::string table = table_text(name);
+    const std::string recipe_table = table_text(name);
+    const std::string table = recipe_table.empty() ? result_columns_table(name) : recipe_table;
     if (table.empty() || end == std::string::npos) {
       error = "no table \"" + name + "\", or its end is missing";
       return out + page.substr(at);

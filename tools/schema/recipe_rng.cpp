@@ -1,30 +1,102 @@
-// The schema in RELAX NG. It refuses no recipe that the library accepts, so it says what the reader does, no more: of
-// elements with one name the first counts and the others may hold anything, the order is free, what is not known may
-// stand anywhere, numbers may have something behind them, and a stage is looked at when the number of stages says that
-// it is read. RELAX NG can't look from one part of the recipe to another: the children of a stage that depend on the
-// models of stress and transport are offered, but not held to anything.
+// The RELAX NG schema of a recipe, one named pattern per section of the table.
+//
+// The schema describes recipes that `vorlen check` accepts without complaint, not everything the library lets pass: the
+// library ignores unknown, repeated and unused elements and reads "12,5" as 12, and an editor should point these out.
+// RELAX NG has no patterns for names and cannot relate distant elements. Therefore every element of a list of stages
+// that is not one of its other children counts as a stage, whatever its name; the number of stages is not compared with
+// n_stages; and the children of a stage that depend on the models of stress and transport are optional.
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <cctype>
-#include <functional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "check/recipe_files.h"
 #include "check/recipe_words.h"
-#include "schema/schema_text.h"
+#include "schema/recipe_files.h"
 
 namespace recipe {
 
 namespace {
 
-// ---- Patterns of values, as regular expressions of XML Schema
+// ---- XML
 
-// The word in any case.
+struct Node {
+  std::string tag;
+  std::string attributes;  // as written in the tag, with a leading space: ` name="T"`
+  std::vector<Node> children;
+  std::string text;  // instead of children
+};
+
+using Nodes = std::vector<Node>;
+
+std::string escaped(std::string_view text) {
+  std::string out;
+  for (const char c : text) {
+    if (c == '&') {
+      out += "&amp;";
+    } else if (c == '<') {
+      out += "&lt;";
+    } else if (c == '>') {
+      out += "&gt;";
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+std::string one_line(const Node& node) {
+  std::string content = escaped(node.text);
+  for (const Node& child : node.children) content += one_line(child);
+  const std::string tag = node.tag + node.attributes;
+  return content.empty() ? "<" + tag + "/>" : "<" + tag + ">" + content + "</" + node.tag + ">";
+}
+
+// Elements that fit on one line are written on one line.
+void append_xml(std::string& out, const Node& node, std::size_t depth) {
+  constexpr std::size_t LINE = 120;
+  const std::string indent(2 * depth, ' ');
+  const std::string line = one_line(node);
+  if (node.children.empty() || (indent.size() + line.size() <= LINE && line.find("a:doc") == std::string::npos)) {
+    out += indent + line + "\n";
+    return;
+  }
+  out += indent + "<" + node.tag + node.attributes + ">\n";
+  for (const Node& child : node.children) append_xml(out, child, depth + 1);
+  out += indent + "</" + node.tag + ">\n";
+}
+
+// ---- Parts of RELAX NG
+
+Node group(const char* tag, Nodes patterns) { return {tag, "", std::move(patterns), ""}; }
+Node named(const char* tag, std::string_view name, Nodes patterns = {}) {
+  return {tag, fmt::format(" name=\"{}\"", name), std::move(patterns), ""};
+}
+Node text(const char* tag, std::string content) { return {tag, "", {}, std::move(content)}; }
+
+Node data(const char* type, Nodes facets = {}) {
+  return {"data", fmt::format(" type=\"{}\"", type), std::move(facets), ""};
+}
+Node facet(const char* name, std::string value) {
+  return {"param", fmt::format(" name=\"{}\"", name), {}, std::move(value)};
+}
+
+// The patterns in any order.
+Node interleave(Nodes patterns) {
+  return patterns.size() == 1 ? patterns.front() : group("interleave", std::move(patterns));
+}
+
+Node optional_if(bool is_optional, Node pattern) {
+  return is_optional ? group("optional", {std::move(pattern)}) : pattern;
+}
+
+// ---- Values
+
+// A regular expression that matches the word in upper and lower case.
 std::string any_case(std::string_view word) {
   std::string out;
-  for (char c : word) {
+  for (const char c : word) {
     const auto letter = static_cast<unsigned char>(c);
     if (std::isalpha(letter) != 0) {
       out += fmt::format("[{}{}]", static_cast<char>(std::toupper(letter)), static_cast<char>(std::tolower(letter)));
@@ -35,344 +107,212 @@ std::string any_case(std::string_view word) {
   return out;
 }
 
-std::string pattern(const std::string& expression) {
-  return "<data type=\"string\"><param name=\"pattern\">" + escaped(expression) + "</param></data>";
-}
-
-std::string words_pattern(std::span<const vorlen::Keyword> words) {
+Node words_pattern(std::span<const vorlen::Keyword> words) {
   std::string expression;
   for (const vorlen::Keyword& word : words) expression += (expression.empty() ? "" : "|") + any_case(word.text);
-  return pattern(expression);
+  return data("string", {facet("pattern", std::move(expression))});
 }
 
-// What "%lf" takes although it is no plain number: something behind it, a not-a-number, infinity, hexadecimal digits.
-std::string odd_number_pattern() {
-  const std::string anything = "[\\s\\S]*";
-  const std::string start = "\\s*[+\\-]?";
-  const std::string mantissa = "([0-9]+(\\.[0-9]*)?|\\.[0-9]+)";
-  const std::string exponent = "[eE][+\\-]?[0-9]+";
-  const std::vector<std::string> forms = {
-      "([nN][aA][nN]|[iI][nN][fF])" + anything,
-      mantissa + "(" + exponent + ")?\\s+\\S" + anything,
-      "[0-9]+[^0-9.eE\\s]" + anything,
-      "([0-9]+\\.[0-9]*|\\.[0-9]+)[^0-9eE\\s]" + anything,
-      mantissa + "[eE]([^0-9+\\-]" + anything + "|[+\\-]([^0-9]" + anything + ")?)?",
-      mantissa + exponent + "[^0-9\\s]" + anything,
-  };
-  std::string expression;
-  for (const std::string& form : forms) expression += (expression.empty() ? "(" : "|") + form;
-  return start + expression + ")";
+// The words as documented, which editors can complete, or in other letters.
+Node words_type(std::span<const vorlen::Keyword> words) {
+  Nodes forms;
+  for (const vorlen::Keyword& word : words) forms.push_back({"value", " type=\"string\"", {}, word.text});
+  forms.push_back(words_pattern(words));
+  return group("choice", std::move(forms));
+}
+Node word_type(const char* word) {
+  const vorlen::Keyword keyword{word, 0};
+  return words_type({&keyword, 1});
 }
 
-std::string real_type(const Limits& limits) {
-  std::string facets;
-  const auto add = [&facets](const char* name, double value) {
-    facets += fmt::format("<param name=\"{}\">{}</param>", name, number_words(value));
-  };
-  if (limits.low) add(limits.low_inclusive ? "minInclusive" : "minExclusive", *limits.low);
-  if (limits.high) add(limits.high_inclusive ? "maxInclusive" : "maxExclusive", *limits.high);
-  return "<choice><data type=\"double\">" + facets + "</data><ref name=\"odd-number\"/></choice>";
+Node number_type(const char* type, const Limits& limits) {
+  Nodes facets;
+  if (limits.low)
+    facets.push_back(facet(limits.low_inclusive ? "minInclusive" : "minExclusive", number_words(*limits.low)));
+  if (limits.high) {
+    facets.push_back(facet(limits.high_inclusive ? "maxInclusive" : "maxExclusive", number_words(*limits.high)));
+  }
+  if (limits.not_zero) facets.push_back(group("except", {{"value", " type=\"double\"", {}, "0"}}));
+  return data(type, std::move(facets));
 }
 
-// What "%d" takes as this number.
-std::string count_pattern(int number) {
-  return pattern(fmt::format("\\s*[+{}]?0*{}([^0-9][\\s\\S]*)?", number == 0 ? "\\-" : "", number));
-}
-// What "%d" takes as a number above that, which ends in 9 or 0 and has two digits at most, up to 9999.
-std::string count_above_pattern(int number) {
-  std::string expression = "[1-9][0-9]{2,3}";
-  const int tens = number / 10;
-  if (number % 10 == 0) expression += fmt::format("|{}[1-9]", tens);
-  expression += fmt::format("|[{}-9][0-9]", tens + 1);
-  return pattern("\\s*\\+?0*(" + expression + ")([^0-9][\\s\\S]*)?");
-}
-
-std::string value_type(const Row& row) {
+Node value_type(const Row& row) {
   switch (row.kind) {
     case Kind::keyword:
-      return words_pattern(row.keywords);
+      return words_type(row.keywords);
     case Kind::text:
-      return "<text/>";
+      return group("text", {});
     case Kind::integer:
-      return pattern("\\s*\\+?0*[1-9][0-9]*([^0-9][\\s\\S]*)?");
+      return number_type("integer", row.limits);
     default:
-      return real_type(row.limits);
+      return number_type("double", row.limits);
   }
 }
 
-// ---- Pieces of the grammar
+// ---- Elements
 
-std::string refer(const std::string& name) { return "<ref name=\"" + name + "\"/>"; }
-std::string define(const std::string& name, const std::string& pattern) {
-  return "  <define name=\"" + name + "\">" + pattern + "</define>\n";
-}
-std::string interleave(const std::string& patterns) { return "<interleave>" + patterns + "</interleave>"; }
-std::string choice(const std::string& patterns) { return "<choice>" + patterns + "</choice>"; }
-std::string many(const std::string& pattern) { return "<zeroOrMore>" + pattern + "</zeroOrMore>"; }
-
-// Further elements of that name, which are not read.
-std::string any_of_name(const std::string& name) {
-  return many("<element name=\"" + name + "\">" + refer("anything") + "</element>");
+Node documentation(const Row& row) {
+  std::string words = row.meaning;
+  if (*row.unit != '\0') words += fmt::format(" [{}]", row.unit);
+  const std::string allowed = row.kind == Kind::keyword ? "" : allowed_words(row);
+  if (!allowed.empty() && allowed != "any") words += ": " + allowed;
+  return text("a:documentation", plain(words));
 }
 
-// The first element of a name is held to the pattern.
-std::string first(const std::string& name, const std::string& strict) {
-  return "<group>" + strict + any_of_name(name) + "</group>";
+// The element of a row without children, whose attributes have this type.
+Node value_element(const Row& row, const Node& type) {
+  Nodes content = {documentation(row)};
+  for (const char* name : attributes_of(row)) content.push_back(named("attribute", name, {type}));
+  return named("element", row.name, std::move(content));
 }
 
-// Offered, but not held to anything.
-std::string offered(const std::string& name, const std::string& strict) {
-  return many(choice(strict + "<element name=\"" + name + "\">" + refer("anything") + "</element>"));
+constexpr const char* ARRHENIUS = "Arrhenius";
+
+Node arrhenius_pattern(const Row& row) {
+  Nodes attributes;
+  for (const char* name : attributes_of(row)) attributes.push_back(named("attribute", name, {data("double")}));
+  return named("define", ARRHENIUS, std::move(attributes));
 }
 
-std::string documentation(const Row& row) {
-  std::string text = row.meaning;
-  if (*row.unit != '\0') text += std::string(" [") + row.unit + "]";
-  if (const std::string allowed = allowed_words(row); !allowed.empty()) text += ": " + allowed;
-  return "<a:documentation>" + escaped(plain(text)) + "</a:documentation>";
+// The pattern of a section is named by the path of its elements; layer, stage and periodic begin a path.
+std::string pattern_name(const std::string& section, const Row& row) {
+  return section.empty() ? row.name : section + "." + row.name;
 }
 
-// An element with attributes of these types.
-std::string value_element(const Row& row, const std::string& type) {
-  std::string attributes;
-  std::string except;
-  for (const char* name : attributes_of(row)) {
-    attributes += fmt::format("<attribute name=\"{}\">{}</attribute>", name, type);
-    except += fmt::format("<name>{}</name>", name);
+Node element(const Row& row, const std::string& section) {
+  if (row.kind == Kind::container) {
+    return named("element", row.name, {documentation(row), named("ref", pattern_name(section, row))});
   }
-  return fmt::format("<element name=\"{}\">{}{}{}{}</element>", row.name, documentation(row), attributes,
-                     many("<attribute><anyName><except>" + except + "</except></anyName></attribute>"),
-                     refer("content"));
-}
-std::string value_element(const Row& row) { return value_element(row, value_type(row)); }
-
-// Elements with names that are not in the list, and text.
-std::string others(const std::vector<std::string>& known) {
-  std::string except;
-  for (const std::string& name : known) except += "<name>" + name + "</name>";
-  return "<text/>" +
-         many("<element><anyName><except>" + except + "</except></anyName>" + refer("anything") + "</element>");
-}
-
-std::string container(const std::string& name, const std::string& documented, const std::string& content) {
-  return "<element name=\"" + name + "\">" + documented + refer("attributes") + content + "</element>";
-}
-
-std::string children_of(Section section);
-
-// An element that is always read with its parent.
-std::string strict(const Row& row) {
-  if (row.kind == Kind::container) return container(row.name, documentation(row), children_of(row.children));
-  return value_element(row);
-}
-
-std::vector<std::string> names_of(Section section) {
-  std::vector<std::string> names;
-  for (const Row* row : rows_of(section)) names.emplace_back(row->name);
-  return names;
-}
-
-// The children of a section: those that are always read strictly, the rest as special says. special returns an empty
-// text for a row that it leaves to the rule.
-std::string children(Section section, const std::function<std::string(const Row&)>& special) {
-  std::string patterns;
-  for (const Row* row : rows_of(section)) {
-    const std::string own = special(*row);
-    if (!own.empty()) {
-      patterns += own;
-    } else if (row->condition == Condition::always || row->condition == Condition::name_of_layer) {
-      patterns += first(row->name, strict(*row));
-    } else if (row->condition == Condition::optional) {
-      patterns += "<optional>" + first(row->name, strict(*row)) + "</optional>";
-    } else {
-      patterns += offered(row->name, strict(*row));
-    }
+  if (row.kind == Kind::arrhenius) {
+    return named("element", row.name, {documentation(row), named("ref", ARRHENIUS)});
   }
-  return interleave(patterns + others(names_of(section)));
+  return value_element(row, value_type(row));
 }
 
-// Two forms of a section: the keyword row has one of the words and the conditional rows are read, or another and they
-// are not.
-std::string by_keyword(Section section, const char* keyword_name, const std::string& type_if_read,
-                       const std::string& type_otherwise, Condition condition) {
-  std::string forms;
-  for (const bool read : {true, false}) {
-    forms += children(section, [&](const Row& row) -> std::string {
-      if (std::string_view(row.name) == keyword_name) {
-        return first(row.name, value_element(row, read ? type_if_read : type_otherwise));
-      }
-      if (row.condition != condition) return "";
-      return read ? first(row.name, strict(row)) : offered(row.name, strict(row));
-    });
-  }
-  return choice(forms);
-}
-
-std::string children_of(Section section) {
-  const auto word = [](const char* text) { return pattern(any_case(text)); };
-  switch (section) {
-    case Section::stress:
-      return by_keyword(section, "model", word("V_dislocation"),
-                        "<data type=\"string\"><except>" + word("V_dislocation") + "</except></data>",
-                        Condition::stress_on);
-    case Section::transport:
-      return by_keyword(
-          section, "model", word("thick_GaN"),
-          pattern(any_case("fixed_thickness") + "|" + any_case("InGaN_GR") + "|" + any_case("InGaN_GR_X")),
-          Condition::thick_GaN);
-    case Section::parameters:
-      return by_keyword(section, "reactor", word("TDR"), pattern(any_case("CCS") + "|" + any_case("HFR")),
-                        Condition::thick_GaN_TDR);
-    case Section::layer_dislocations:
-    case Section::stage_dislocations:
-      return by_keyword(section, "disl_model", word("given"), word("inherited"), Condition::given);
+const char* stage_pattern(Section list) {
+  switch (list) {
+    case Section::process_stages:
+      return "single-or-periodic";
+    case Section::periodic:
+      return "stage";
     default:
-      return children(section, [](const Row&) { return std::string(); });
+      return "layer";
   }
 }
 
-// A list of stages: as many as its number says are read. stage_pattern gives the element of a number.
-struct List {
-  std::string name;    // of the definitions
-  std::string prefix;  // of the stages' names
-  int least;           // number of stages
-  int most;            // stages that the schema names
-  const Row* count;
-  std::function<std::string(int)> stage_pattern;
+// The stages of a list: elements of any name except those of the other children.
+Node stages(Section list) {
+  Nodes others;
+  for (const Row* row : rows_of(list)) {
+    if (row->kind != Kind::stage_list) others.push_back(text("name", row->name));
+  }
+  const bool may_be_empty = list == Section::pre_stages || list == Section::post_stages;
+  return group(
+      may_be_empty ? "zeroOrMore" : "oneOrMore",
+      {group("element", {group("anyName", {group("except", std::move(others))}), named("ref", stage_pattern(list))})});
+}
+
+bool is_always_read(Condition condition) {
+  return condition == Condition::always || condition == Condition::name_of_layer;
+}
+
+// The keyword on which other elements of a section depend: with `word` those of `condition` are read, otherwise not.
+struct Switch {
+  Section section;
+  const char* keyword;
+  const char* word;
+  Condition condition;
 };
 
-// The number of stages in a list, held to a value; its definition is shared by all lists of its name.
-std::string count_name(const Row& row, const char* above, int number) {
-  return fmt::format("{}.{}{}", row.name, above, number);
+constexpr Switch SWITCHES[] = {
+    {Section::stress, "model", "V_dislocation", Condition::stress_on},
+    {Section::transport, "model", "thick_GaN", Condition::thick_GaN},
+    {Section::parameters, "reactor", "TDR", Condition::thick_GaN_TDR},
+    {Section::layer_dislocations, "disl_model", "given", Condition::given},
+    {Section::stage_dislocations, "disl_model", "given", Condition::given},
+};
+
+const Switch* switch_of(Section section) {
+  for (const Switch& one : SWITCHES) {
+    if (one.section == section) return &one;
+  }
+  return nullptr;
 }
 
-std::string count_definitions(const Row& row, std::initializer_list<int> bounds) {
-  std::string out;
-  const int most = std::max(bounds);
-  for (int n = 0; n <= most; ++n) {
-    out += define(count_name(row, "", n), first(row.name, value_element(row, count_pattern(n))));
+// The type of the switch's keyword when the dependent elements are not read.
+Node other_word_type(const Row& row, const char* word) {
+  const vorlen::Keyword this_one{word, 0};
+  if (*row.refusal == '\0') return data("string", {group("except", {words_pattern({&this_one, 1})})});  // any other text
+  std::vector<vorlen::Keyword> others;
+  for (const vorlen::Keyword& keyword : row.keywords) {
+    if (std::string_view(keyword.text) != word) others.push_back(keyword);
   }
-  for (int bound : bounds) {
-    out += define(count_name(row, "above.", bound), first(row.name, value_element(row, count_above_pattern(bound))));
-  }
-  return out;
+  return words_type(others);
 }
 
-// Definitions for a list; the definition NAME.stages is the number with the stages.
-std::string list_definitions(const List& list) {
-  const auto stage_name = [&list](int number) { return list.prefix + std::to_string(number); };
-  std::string out;
-  // NAME.read.N: the first N stages, as they are read. NAME.unread.N: those from N on, whatever they hold.
-  out += define(list.name + ".read.0", "<empty/>");
-  for (int n = 1; n <= list.most; ++n) {
-    const std::string stage = first(stage_name(n), list.stage_pattern(n));
-    out += define(fmt::format("{}.read.{}", list.name, n),
-                  n == 1 ? stage : interleave(refer(fmt::format("{}.read.{}", list.name, n - 1)) + stage));
+// The two forms of a switch: the word with the elements that depend on it, or another word without them.
+Node switch_forms(const Switch& one, const std::string& section) {
+  const Row& keyword = *find_row(one.section, one.keyword);
+  Nodes with = {value_element(keyword, word_type(one.word))};
+  for (const Row* row : rows_of(one.section)) {
+    if (row->condition == one.condition) with.push_back(element(*row, section));
   }
-  out += define(fmt::format("{}.unread.{}", list.name, list.most + 1), "<empty/>");
-  for (int n = list.most; n >= list.least + 1; --n) {
-    out += define(fmt::format("{}.unread.{}", list.name, n),
-                  interleave(any_of_name(stage_name(n)) + refer(fmt::format("{}.unread.{}", list.name, n + 1))));
-  }
-  std::string forms;
-  for (int n = list.least; n <= list.most + 1; ++n) {
-    const int read = n > list.most ? list.most : n;
-    forms += interleave(refer(count_name(*list.count, n > list.most ? "above." : "", read)) +
-                        refer(fmt::format("{}.read.{}", list.name, read)) +
-                        refer(fmt::format("{}.unread.{}", list.name, read + 1)));
-  }
-  return out + define(list.name + ".stages", choice(forms));
+  return group("choice", {interleave(std::move(with)), value_element(keyword, other_word_type(keyword, one.word))});
 }
 
-// The children of a list: the stages with their number, and the rest.
-std::string list_children(Section section, const List& list) {
-  std::vector<std::string> known;
-  std::string patterns = refer(list.name + ".stages");
+// The pattern of a section and of the containers in it.
+void add_section(Nodes& out, Section section, const std::string& name) {
+  const Switch* const one = switch_of(section);
+  Nodes children;
   for (const Row* row : rows_of(section)) {
-    if (row->kind == Kind::stage_list) continue;
-    known.emplace_back(row->name);
-    if (row == list.count) continue;
-    const bool is_type = std::string_view(row->name) == "type";
-    patterns += first(row->name, is_type ? value_element(*row, pattern(any_case("periodic"))) : strict(*row));
+    if (row->kind == Kind::stage_list) {
+      children.push_back(stages(section));
+    } else if (one != nullptr && std::string_view(row->name) == one->keyword) {
+      children.push_back(switch_forms(*one, name));
+    } else if (std::string_view(row->name) == "type") {
+      const bool is_single = section == Section::stage;
+      children.push_back(optional_if(is_single, value_element(*row, word_type(is_single ? "single" : "periodic"))));
+    } else if (one == nullptr || row->condition != one->condition) {
+      children.push_back(optional_if(!is_always_read(row->condition), element(*row, name)));
+    }
   }
-  for (int n = 1; n <= list.most; ++n) known.push_back(list.prefix + std::to_string(n));
-  return interleave(patterns + others(known));
+  out.push_back(named("define", name.empty() ? "recipe" : name, {interleave(std::move(children))}));
+  for (const Row* row : rows_of(section)) {
+    if (row->kind == Kind::container) add_section(out, row->children, pattern_name(name, *row));
+  }
 }
 
-std::string single_stage_children() {
-  return children(Section::stage, [](const Row& row) -> std::string {
-    if (std::string_view(row.name) != "type") return "";
-    return "<optional>" + first(row.name, value_element(row, pattern(any_case("single")))) + "</optional>";
-  });
-}
+constexpr const char* HEAD = R"(<?xml version="1.0" encoding="UTF-8"?>
+<!-- RELAX NG schema of a VorlenSolver recipe; see docs/recipe-format.md.
+     It accepts tidy recipes. Unknown, repeated and unused elements, and characters that follow a number, are errors
+     here, although the library ignores them. `vorlen check` finds what this schema cannot express: numbers of stages,
+     elements of a stage that its models require, values that must fit together. -->
+)";
 
 }  // namespace
 
 std::string rng_text() {
-  std::string out =
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<!-- The recipe of VorlenSolver. Written by write_recipe_files from src/recipe/recipe_table.cpp: change it "
-      "there. "
-      "-->\n"
-      "<grammar xmlns=\"http://relaxng.org/ns/structure/1.0\"\n"
-      "         xmlns:a=\"http://relaxng.org/ns/compatibility/annotations/1.0\"\n"
-      "         datatypeLibrary=\"http://www.w3.org/2001/XMLSchema-datatypes\">\n";
-  const std::string any_attribute = "<attribute><anyName/></attribute>";
-  const std::string any_element = "<element><anyName/>" + refer("anything") + "</element>";
-  out += define("anything", many(choice("<text/>" + any_attribute + any_element)));
-  out += define("attributes", many(any_attribute));
-  out += define("content", many(choice("<text/>" + any_element)));
-  out += define("odd-number", pattern(odd_number_pattern()));
-
-  const auto list_row = [](Section section, const char* name) { return find_row(section, name); };
-  const auto layer_element = [](const std::string& prefix) {
-    return [prefix](int n) { return container(prefix + std::to_string(n), "", refer("layer")); };
-  };
-  const List pre = {"pre",
-                    "pre_stage_",
-                    0,
-                    SCHEMA_LAYERS,
-                    list_row(Section::pre_stages, "n_pre_stages"),
-                    layer_element("pre_stage_")};
-  const List post = {"post",
-                     "post_stage_",
-                     0,
-                     SCHEMA_LAYERS,
-                     list_row(Section::post_stages, "n_post_stages"),
-                     layer_element("post_stage_")};
-  const List active = {"active", "stage_", 1, SCHEMA_STAGES, list_row(Section::process_stages, "n_stages"), [](int n) {
-                         return container(fmt::format("stage_{}", n), "",
-                                          choice(refer("single") + refer(fmt::format("periodic.{}", n))));
-                       }};
-  out += count_definitions(*pre.count, {SCHEMA_LAYERS}) + count_definitions(*post.count, {SCHEMA_LAYERS});
-  out += count_definitions(*active.count, {SCHEMA_STAGES, SCHEMA_SUB_STAGES});
-  out += define("layer", children_of(Section::layer));
-  out += define("single", single_stage_children());
-  for (int n = 1; n <= SCHEMA_STAGES; ++n) {
-    const std::string prefix = fmt::format("stage_{}_", n);
-    const List periodic = {fmt::format("periodic.{}", n),
-                           prefix,
-                           1,
-                           SCHEMA_SUB_STAGES,
-                           list_row(Section::periodic, "n_stages"),
-                           [prefix](int m) { return container(prefix + std::to_string(m), "", refer("single")); }};
-    out += list_definitions(periodic);
-    out += define(periodic.name, list_children(Section::periodic, periodic));
-  }
-  for (const List* list : {&pre, &active, &post}) out += list_definitions(*list);
-
-  const std::string root = children(Section::root, [&](const Row& row) -> std::string {
-    for (const auto& [section, list] :
-         {std::pair{Section::pre_stages, &pre}, std::pair{Section::process_stages, &active},
-          std::pair{Section::post_stages, &post}}) {
-      if (row.children == section) {
-        return first(row.name, container(row.name, documentation(row), list_children(section, *list)));
-      }
-    }
-    return "";
-  });
-  out += "  <start>" + container("NonstSurfChem", "", root) + "</start>\n";
-  return out + "</grammar>\n";
+  Nodes patterns;
+  // Attributes of another namespace, such as the place of a schema.
+  const Node foreign = group(
+      "zeroOrMore",
+      {group("attribute", {group("anyName", {group("except", {{"nsName", " ns=\"\"", {}, ""}})}), group("text", {})})});
+  patterns.push_back(group("start", {named("element", "NonstSurfChem", {foreign, named("ref", "recipe")})}));
+  add_section(patterns, Section::root, "");
+  patterns.push_back(arrhenius_pattern(*find_row(Section::chemistry, "Kd_In")));
+  patterns.push_back(
+      named("define", "single-or-periodic", {group("choice", {named("ref", "stage"), named("ref", "periodic")})}));
+  add_section(patterns, Section::layer, "layer");
+  add_section(patterns, Section::stage, "stage");
+  add_section(patterns, Section::periodic, "periodic");
+  const Node grammar = {"grammar",
+                        " xmlns=\"http://relaxng.org/ns/structure/1.0\"\n"
+                        "         xmlns:a=\"http://relaxng.org/ns/compatibility/annotations/1.0\"\n"
+                        "         datatypeLibrary=\"http://www.w3.org/2001/XMLSchema-datatypes\"",
+                        std::move(patterns), ""};
+  std::string out = HEAD;
+  append_xml(out, grammar, 0);
+  return out;
 }
 
 }  // namespace recipe

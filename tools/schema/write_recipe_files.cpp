@@ -1,12 +1,16 @@
-// write_recipe_files [--check] TREE: writes the files of the tree that follow from the table of the recipe, or tells
-// which of them differ. Exit status 0, 1 when one differs or can't be written, 2 for a faulty command line.
+// Writes what is generated from the table of the recipe and from the columns of the result file:
+//   write_recipe_files --schema FILE   the RELAX NG schema of the recipe
+//   write_recipe_files --tables FILE   the tables of docs/recipe-format.md or docs/result-format.md, in place, or the
+//                                      module _columns.py of the Python package
+//   write_recipe_files --check FILE    writes nothing; fails if one of these is out of date
+// Exit status: 0; 1 if a file cannot be written or is out of date; 2 for a wrong command line.
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
 
-#include "check/recipe_files.h"
+#include "schema/recipe_files.h"
+#include "schema/result_columns.h"
 
 namespace {
 
@@ -15,36 +19,33 @@ std::string file_text(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-// True when the file holds the text, or with check false does so now.
-bool settle(const std::string& path, const std::string& text, bool check) {
-  if (file_text(path) == text) return true;
-  if (check) {
-    std::fprintf(stderr, "%s does not follow from the table: run write_recipe_files\n", path.c_str());
-    return false;
-  }
+int write_file(const std::string& path, const std::string& text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text;
-  if (!file.flush()) std::fprintf(stderr, "%s can't be written\n", path.c_str());
-  return file.good();
+  if (file.flush()) return 0;
+  std::fprintf(stderr, "%s: cannot be written\n", path.c_str());
+  return 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const bool check = argc > 1 && std::strcmp(argv[1], "--check") == 0;
-  if (argc != (check ? 3 : 2)) {
-    std::fputs("usage: write_recipe_files [--check] TREE\n", stderr);
+  const std::string option = argc == 3 ? argv[1] : "";
+  if (option != "--schema" && option != "--tables" && option != "--check") {
+    std::fputs("usage: write_recipe_files --schema FILE | --tables FILE | --check FILE\n", stderr);
     return 2;
   }
-  const std::string tree = argv[argc - 1];
-  const std::string page = tree + "/docs/recipe-format.md";
+  const std::string path = argv[2];
+  if (option == "--schema") return write_file(path, recipe::rng_text());
+  const std::string stored = file_text(path);
   std::string error;
-  const std::string page_text = recipe::page_with_tables(file_text(page), error);
+  const std::string fresh = path.ends_with(".py") ? result_columns_module() : recipe::page_with_tables(stored, error);
   if (!error.empty()) {
-    std::fprintf(stderr, "%s: %s\n", page.c_str(), error.c_str());
+    std::fprintf(stderr, "%s: %s\n", path.c_str(), error.c_str());
     return 1;
   }
-  const bool rng = settle(tree + "/share/vorlen/recipe.rng", recipe::rng_text(), check);
-  const bool xsd = settle(tree + "/share/vorlen/recipe.xsd", recipe::xsd_text(), check);
-  return settle(page, page_text, check) && rng && xsd ? 0 : 1;
+  if (option == "--tables") return write_file(path, fresh);
+  if (stored == fresh) return 0;
+  std::fprintf(stderr, "%s is out of date; run write_recipe_files --tables\n", path.c_str());
+  return 1;
 }

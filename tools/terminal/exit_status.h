@@ -2,5 +2,5 @@
 #pragma once
 
 constexpr int EXIT_OK = 0;
-constexpr int EXIT_FAILED = 1;  // the work could not be done; a text on stderr says why
+constexpr int EXIT_FAILED = 1;  // the work could not be done; a message on stderr says why
 constexpr int EXIT_USAGE = 2;   // the command line was not understood

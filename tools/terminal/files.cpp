@@ -1,4 +1,5 @@
-// Temporary names are short, whatever the target's length, and begin with a dot, so that *.txt does not catch them.
+// Temporary names are short whatever the length of the target's name, and begin with a dot so that *.txt does not
+// match.
 #include "terminal/files.h"
 
 #include <fmt/core.h>

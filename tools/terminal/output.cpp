@@ -1,4 +1,4 @@
-// A full disk or a closed pipe behind stdout shows when it is flushed.
+// stdout is flushed at once, so that a full disk or a closed pipe is noticed.
 #include "terminal/output.h"
 
 #include <fmt/color.h>

@@ -1,14 +1,14 @@
-// What all commands print in the same way: data on stdout, texts about failures on stderr.
+// Output of all commands: data on stdout, messages on stderr.
 #pragma once
 
 #include <string>
 
-// Puts "vorlen: TEXT" on stderr and returns status.
+// Writes "vorlen: TEXT" to stderr and returns status.
 int fail(const std::string& text, int status);
 int fail(const std::string& text);  // EXIT_FAILED
 
-// Puts "vorlen: warning: TEXT" on stderr, in red where there are colours.
+// Writes "vorlen: warning: TEXT" to stderr, in red if colours are used.
 void warn(const std::string& text);
 
-// Puts text on stdout as a whole. Returns EXIT_OK, or says what is wrong and returns EXIT_FAILED.
+// Writes text to stdout. Returns EXIT_OK, or EXIT_FAILED after a message if that fails.
 int print_out(const std::string& text);

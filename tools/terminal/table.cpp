@@ -1,5 +1,4 @@
-// Widths are counted as a terminal shows them: by wcwidth() where the locale knows the characters, else one column for
-// each UTF-8 character.
+// Widths are those on a terminal: by wcwidth() if the locale is UTF-8, otherwise one column per UTF-8 character.
 #include "terminal/table.h"
 
 #include <fmt/color.h>
@@ -74,7 +73,7 @@ std::size_t display_width(const std::string& text) {
   while (at < end) {
     wchar_t character = 0;
     const std::size_t length = std::mbrtowc(&character, at, static_cast<std::size_t>(end - at), &state);
-    if (length == 0 || length > plain.size()) return character_count(plain);  // no UTF-8 after all
+    if (length == 0 || length > plain.size()) return character_count(plain);  // not valid UTF-8
     const int columns = wcwidth(character);
     width += columns < 0 ? 1U : static_cast<std::size_t>(columns);
     at += length;

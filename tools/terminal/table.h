@@ -7,7 +7,7 @@
 
 struct TableColumn {
   std::string heading;
-  bool left = false;  // aligned to the left, as words are; numbers are aligned to the right
+  bool left = false;  // left-aligned (words); otherwise right-aligned (numbers)
 };
 
 struct Table {
@@ -15,24 +15,24 @@ struct Table {
   std::vector<std::vector<std::string>> rows;  // each with one cell for each column
 };
 
-// One line for the headings and one for each row: two blanks in front, two between columns, none at the end. In colour
-// the headings are bold; cells may hold colours of their own, and line breaks in them become blanks.
+// One line for the headings and one for each row, indented by two blanks, with two blanks between columns and none at
+// the end. With colour the headings are bold. Cells may contain colour codes; line breaks in them become blanks.
 std::string table_text(const Table& table, bool colour);
 
-// Comma-separated values: a line of headings, then the rows; cells are quoted where they need it, lines end with \n.
+// Comma-separated values: a line of headings, then the rows. Cells are quoted where needed, lines end with \n.
 std::string csv_text(const Table& table);
 
-// Columns that text takes on a terminal. Sequences that set colours take none.
+// Number of terminal columns that text occupies. Colour codes occupy none.
 std::size_t display_width(const std::string& text);
 
 // text on one line: line breaks and other control characters become blanks.
 std::string printable(std::string text);
 
-// value with so many decimals, without the sign of a value that rounds to zero; "-" for a not-a-number.
+// value with the given number of decimals, without a sign if it rounds to zero; "-" for NaN.
 std::string fixed_number(double value, int decimals);
 
-// value with up to three significant digits, as 6e+08; "-" for a not-a-number.
+// value with up to three significant digits, such as 6e+08; "-" for NaN.
 std::string short_number(double value);
 
-// value with as many digits as bring it back exactly; an empty text for a not-a-number.
+// value with as many digits as are needed to read it back exactly; an empty text for NaN.
 std::string exact_number(double value);

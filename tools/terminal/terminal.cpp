@@ -1,4 +1,4 @@
-// Asks the environment (no-color.org, TERM) and the locale.
+// Determined from the environment (no-color.org, TERM) and the locale.
 #include "terminal/terminal.h"
 
 #include <langinfo.h>

@@ -1,15 +1,15 @@
-// What the place that is printed to can show: colours, and characters outside of ASCII.
+// What the output device can show: colours, and characters outside of ASCII.
 #pragma once
 
 #include <cstdio>
 
-// True when stream is a terminal that understands colours and NO_COLOR is not set to anything.
+// True if stream is a terminal that supports colours and NO_COLOR is unset or empty.
 bool use_colour(std::FILE* stream);
 
-// True when the locale's characters are UTF-8. Before setlocale(LC_CTYPE, "") it never is.
+// True if the locale uses UTF-8. Always false before setlocale(LC_CTYPE, "").
 bool use_utf8();
 
-// Names of units as the locale can show them.
+// Names of units in the character set of the locale.
 struct UnitNames {
   const char* micrometres_per_hour;  // "µm/h", or "um/h"
   const char* angstrom;              // "Å", or "A"

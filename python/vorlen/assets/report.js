@@ -1,15 +1,15 @@
-// Draws the charts of a report and ties them together: what is hovered or zoomed in one is in the other too.
+// Draws the charts of a report and links them: hovering or zooming in one chart does the same in the other.
 "use strict";
 (function () {
   const figures = JSON.parse(document.getElementById("data").textContent);
   const touch = window.matchMedia("(pointer: coarse)").matches;
   const config = { responsive: true, displaylogo: false, displayModeBar: touch ? false : "hover",
     modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
-  const PAPER = { width: 670, height: 800 };  // pixels: A4 without its margins, and room for heading and caption
-  const NAME_DISTANCE = 24;  // pixels between the names of stages
+  const PAPER = { width: 670, height: 800 };  // pixels: A4 without margins, heading and caption
+  const NAME_DISTANCE = 24;  // pixels between stage names
   const node = (name) => document.getElementById("chart-" + name);
 
-  // Value of `to` at `value` of `from`; both rise, linear between their points.
+  // Value of `to` where `from` has `value`, by linear interpolation. Both rise.
   function convert(value, from, to) {
     let low = 0, high = from.length - 1;
     if (!(value > from[low])) return to[low];
@@ -22,7 +22,7 @@
     return span > 0 ? to[low] + (to[high] - to[low]) * (value - from[low]) / span : to[low];
   }
 
-  // Narrow screens have narrow margins, and room for fewer names of stages.
+  // Narrow screens have narrow margins and room for fewer stage names.
   function fit(name) {
     const width = node(name).clientWidth, narrow = width < 480;
     const layout = figures[name].layout;
@@ -49,17 +49,28 @@
     return Plotly.newPlot(node(name), figures[name].data, figures[name].layout, config);
   });
 
-  function tie(from, to) {
-    const here = node(from), there = node(to);
-    const link = figures.link;
-    if (link[from].includes(null) || link[to].includes(null)) return;
-    here.on("plotly_hover", (event) => {
-      if (!event.points.length || tie.silent) return;
-      tie.silent = true;
-      const value = convert(event.points[0].x, link[from], link[to]);
-      try { Plotly.Fx.hover(there, { xval: value }, "xy"); } finally { tie.silent = false; }
+  const linked = names.length === 2 && !names.some((name) => figures.link[name].includes(null));
+  const other = { time: "depth", depth: "time" };
+  const each = (name, action) => [name, ...(linked ? [other[name]] : [])].forEach(action);
+
+  // Shows the values of all panels at the mouse, in both charts. plotly alone shows those of one panel in one chart.
+  function hover(name) {
+    const chart = node(name), panels = Object.keys(chart._fullLayout._plots), link = figures.link;
+    chart.addEventListener("mousemove", (event) => {
+      if (!event.target.classList.contains("nsewdrag") || event.buttons) return;
+      event.stopPropagation();
+      const x = chart._fullLayout.xaxis.p2d(event.clientX - event.target.getBoundingClientRect().left);
+      each(name, (which) => Plotly.Fx.hover(
+        node(which), { xval: which === name ? x : convert(x, link[name], link[which]) }, panels));
+    }, true);
+    chart.addEventListener("mouseout", (event) => {
+      if (event.target.classList.contains("nsewdrag")) each(name, (which) => Plotly.Fx.unhover(node(which)));
     });
-    here.on("plotly_unhover", () => Plotly.Fx.unhover(there));
+  }
+
+  // Zooming one chart zooms the other.
+  function tie(from, to) {
+    const here = node(from), there = node(to), link = figures.link;
     here.on("plotly_relayout", (event) => {
       if (tie.zooming) return;
       let range = null;
@@ -73,9 +84,10 @@
   }
 
   Promise.all(drawn).then(() => {
-    if (names.length === 2) { tie("time", "depth"); tie("depth", "time"); }
+    names.forEach(hover);
+    if (linked) { tie("time", "depth"); tie("depth", "time"); }
     if (figures.interface) drawInterfaces();
-    // Each chart is one picture with words of its own; its parts say nothing to a screen reader.
+    // Each chart is one picture with a description; a screen reader skips its parts.
     for (const part of document.querySelectorAll(".chart > *, #js-plotly-tester")) part.setAttribute("aria-hidden", "true");
     document.documentElement.dataset.drawn = "yes";
   });
@@ -97,14 +109,14 @@
           xanchor: i ? "left" : "right", text: i ? "90 %" : "10 %" })).filter((mark) => mark.x !== null);
       Plotly.react(node("interface"), figures.interface.data, layout, config);
       document.getElementById("interface-caption").textContent = place.label +
-        (place.width === null ? ": the step is not completed between the middles of the two layers."
+        (place.width === null ? ": the step is not complete between the middles of the two layers."
           : ": 10–90 % width " + place.width + " nm.");
     }
     choice.addEventListener("change", zoom);
     zoom();
   }
 
-  // Paper has another width than the screen.
+  // Paper and screen differ in width.
   function fitTo(paper) {
     for (const name of ["time", "depth", "interface"]) {
       if (!figures[name]) continue;
