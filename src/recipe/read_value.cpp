@@ -100,7 +100,8 @@ bool report(ReadState& state, FaultKind kind, const TiXmlNode& node, const Row* 
             std::string text, const char* name) {
   ++state.n_faults;
   if (state.names_model) {
-    text += std::string(" (model ") + transport_model_name(state.records.recipe.transport_model) + ")";
+    const Row& model = *find_row(Section::transport, "model");
+    text += std::string(" (model ") + keyword_of(model, state.records.recipe.transport_model) + ")";
   }
   return state.sink.fault(state.sink.context, {kind, node, row, attribute, name, std::move(text), state.late});
 }

@@ -142,8 +142,8 @@ int stage_number(std::string_view row_name, std::string_view name);
 enum class Asked { yes, no, unknown };
 Asked asked(Condition condition, const ProcessRecipe& recipe, bool stress_known = true);
 
-// The keyword of transport:model with that value.
-const char* transport_model_name(std::int32_t model);
+// The row's keyword with that value; empty if there is none.
+const char* keyword_of(const Row& row, std::int32_t value);
 
 // The number that the recipe holds for a row of a single real value outside of stages.
 double value_of(const Row& row, const ProcessRecipe& recipe);

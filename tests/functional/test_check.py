@@ -367,6 +367,38 @@ class Integration(Checks):
             '<integration><scheme val="stagged"/><tolerance val="1e-5"/></integration>')], ["unknown-keyword"])
 
 
+class Output(Checks):
+    """The element output."""
+
+    def with_output(self, xml):
+        return self.problems(("</NonstSurfChem>", xml + "</NonstSurfChem>"))
+
+    def test_good_elements_are_no_problem(self):
+        for xml in ("<output/>", '<output><detail val="true"/></output>', '<output><detail val="FALSE"/></output>'):
+            with self.subTest(xml):
+                self.assertEqual(self.with_output(xml), [])
+
+    def test_another_word(self):
+        problem, = self.with_output('<output><detail val="ture"/></output>')
+        self.assertEqual((problem["severity"], problem["kind"], problem["path"], problem["text"], problem["hint"]),
+                         ("error", "unknown-keyword", "NonstSurfChem:output:detail",
+                          'Output detail "ture" is not recognized', "did you mean true? Allowed: true, false"))
+
+    def test_its_faults_follow_those_of_the_model(self):
+        self.recipe(("</NonstSurfChem>", '<output><detail/></output><integration><scheme val="x"/></integration></NonstSurfChem>'),
+                    ('<disl_model val="given"/>', '<disl_model val="inherited"/>'), ('<integration>', '<ignored>'),
+                    ('</integration>', '</ignored>'))
+        texts = [problem["text"] for problem in self.problems_of_file() if problem["severity"] == "error"]
+        self.assertEqual(texts, ["Cannot inherit dislocation density for first pre-stage",
+                                 'Integration scheme "x" is not recognized',
+                                 "Attribute val of element NonstSurfChem:output:detail is not found"])
+
+    def test_the_child_outside_of_its_element(self):
+        problem, = self.with_output('<detail val="true"/>')
+        self.assertEqual((problem["severity"], problem["kind"], problem["hint"]),
+                         ("warning", "unknown-element", "it belongs in output"))
+
+
 class ContinuousScheme(Checks):
     """Warnings about processes that need the staged scheme. Stages are given as (T_val, T_end, TMIn, TEGa, TMAl)."""
 

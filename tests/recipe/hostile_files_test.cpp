@@ -1,4 +1,4 @@
-// Files that are no recipes, or are recipes only to harm: each is refused with a text, quickly, or read.
+// Files that are not recipes, or are recipes made to do harm: each is read, or quickly rejected with a message.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -44,7 +44,7 @@ TEST(HostileFiles, APipeOrADeviceReadsLikeAMissingFile) {
   }
 }
 
-// Whoever waits to write into the pipe goes on waiting: it has not been opened.
+// A process that waits to write into the pipe continues to wait: the pipe has not been opened.
 TEST(HostileFiles, APipeIsNotOpened) {
   const TempFolder folder;
   const std::string pipe = folder.path("pipe");
@@ -63,8 +63,8 @@ TEST(HostileFiles, APipeIsNotOpened) {
   close(reader);
 }
 
-// A file of the kernel that says it is empty, and blocks or never ends for who reads it.
-TEST(HostileFiles, AFileOfTheKernelCountsWithTheSizeItTells) {
+// A file of the kernel that reports size 0, and blocks or never ends when it is read.
+TEST(HostileFiles, AFileOfTheKernelHasTheSizeThatItReports) {
   for (const std::string& path : {std::string("/proc/self/mem"), std::string("/proc/kmsg")}) {
     if (!std::filesystem::exists(path) || access(path.c_str(), R_OK) != 0) continue;
     expect_refused_file(path, "Error reading file " + path + "\nError document empty.");
@@ -114,8 +114,8 @@ TEST(HostileFiles, AFileWithoutTheRightToReadReadsLikeAMissingFile) {
 TEST(HostileFiles, ZerosEndTheText) {
   const std::string recipe = RecipeBuilder().text();
   const TempFolder folder;
-  const std::string behind = recipe + std::string(10, '\0') + "<<<";
-  EXPECT_EQ(0, read_recipe_file(write_file(folder.path("r.xml"), behind)).status);
+  const std::string with_rest = recipe + std::string(10, '\0') + "<<<";
+  EXPECT_EQ(0, read_recipe_file(write_file(folder.path("r.xml"), with_rest)).status);
   expect_parser_fault(std::string(1000, '\0'), "Error document empty.");
   expect_parser_fault('\0' + recipe, "Error document empty.");
   const std::size_t inside = recipe.find("<chemistry") + 4;
@@ -123,7 +123,7 @@ TEST(HostileFiles, ZerosEndTheText) {
   EXPECT_EQ(-1, cut.status);
 }
 
-TEST(HostileFiles, Utf16IsRefused) {
+TEST(HostileFiles, Utf16IsRejected) {
   for (bool big_endian : {false, true}) {
     expect_parser_fault(utf16(RecipeBuilder().text(), big_endian), "Error document empty.");
     // Without the mark the text ends at its first zero.
@@ -137,10 +137,10 @@ TEST(HostileFiles, AByteOrderMarkAloneIsAnEmptyDocument) {
   EXPECT_EQ(0, read_text("\xEF\xBB\xBF" + RecipeBuilder().text()).status);
 }
 
-TEST(HostileFiles, ThingsWithoutAnEndAreTold) {
+TEST(HostileFiles, ThingsWithoutAnEndAreReported) {
   const std::string open = "<NonstSurfChem>";
   const std::string many(1 << 20, 'x');
-  // What never ends takes all that follows: the file ends within the element.
+  // What is not closed includes all that follows: the file ends within the element.
   expect_parser_fault(open + "<!--" + many, "Error reading Element value.");
   expect_parser_fault(open + "<![CDATA[" + many, "Error reading Element value.");
   EXPECT_EQ(-1, read_text(open + "<a b=\"" + many).status);
@@ -151,8 +151,8 @@ TEST(HostileFiles, ThingsWithoutAnEndAreTold) {
   EXPECT_EQ("Element NonstSurfChem is not found", read_text("<?xml version=\"" + many).error);
 }
 
-// Sparse: the file takes no room on the disk, and its zeros end the text.
-TEST(HostileFiles, AboveASizeAFileIsRefusedUnread) {
+// A sparse file uses no space on the disk, and its zeros end the text.
+TEST(HostileFiles, AboveASizeAFileIsRejectedUnread) {
   constexpr std::uintmax_t MAX = std::uintmax_t{64} << 20;
   const TempFolder folder;
   const std::string path = RecipeBuilder().write(folder.path("large.xml"));
@@ -166,7 +166,7 @@ TEST(HostileFiles, AboveASizeAFileIsRefusedUnread) {
   }
 }
 
-TEST(HostileFiles, MoreThan100AttributesAreRefused) {
+TEST(HostileFiles, MoreThan100AttributesAreRejected) {
   const auto with = [](int count) {
     std::string text = "<NonstSurfChem";
     for (int i = 0; i < count; ++i) text += " a" + std::to_string(i) + "=\"\"";

@@ -113,7 +113,10 @@ TEST(Messages, EveryTextOfTheSourcesIsInTheDocumentation) {
     for (const auto& entry :
          std::filesystem::recursive_directory_iterator(VORLEN_SOURCE "/src/" + std::string(folder))) {
       const std::string extension = entry.path().extension().string();
-      if ((extension != ".cpp" && extension != ".h") || entry.path().stem() == "recipe_table") continue;
+      if ((extension != ".cpp" && extension != ".h") || entry.path().stem() == "recipe_table" ||
+          entry.path().stem() == "vorlen_radau") {
+        continue;  // the names of the results of vorlen_radau are for its own callers
+      }
       for (const std::string& message : messages_of(read_file(entry.path().string()))) {
         ++n_messages;
         EXPECT_NE(page.find(message), std::string::npos)

@@ -1,4 +1,4 @@
-// The records' defaults, ValueRange, the time axis, and the comparison of each stage with the one before it.
+// The records' defaults, ValueRange, the time axis, and the comparison of each stage with the previous one.
 #include "recipe/process_recipe.h"
 
 #include <gtest/gtest.h>

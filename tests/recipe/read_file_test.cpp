@@ -10,9 +10,9 @@
 namespace vorlen_test {
 namespace {
 
-// The texts behind "Error reading file" and the line and column are those of TinyXML 2.6.2.
+// The texts after "Error reading file" and the line and column are those of TinyXML 2.6.2.
 
-TEST(ReadFile, AMissingFileIsToldWithoutALine) {
+TEST(ReadFile, AMissingFileIsReportedWithoutALine) {
   const TempFolder folder;
   const std::string path = folder.path("none.xml");
   const ReadOutcome outcome = read_recipe_file(path);
@@ -20,20 +20,20 @@ TEST(ReadFile, AMissingFileIsToldWithoutALine) {
   EXPECT_EQ(outcome.error, "Error reading file " + path + "\nFailed to open file");
 }
 
-TEST(ReadFile, ADirectoryIsToldLikeAMissingFile) {
+TEST(ReadFile, ADirectoryIsReportedLikeAMissingFile) {
   const TempFolder folder;
   const ReadOutcome outcome = read_recipe_file(folder.path());
   EXPECT_EQ(outcome.status, -1);
   EXPECT_EQ(outcome.error, "Error reading file " + folder.path() + "\nFailed to open file");
 }
 
-TEST(ReadFile, AnEmptyPathIsToldLikeAMissingFile) {
+TEST(ReadFile, AnEmptyPathIsReportedLikeAMissingFile) {
   const ReadOutcome outcome = read_recipe_file("");
   EXPECT_EQ(outcome.status, -1);
   EXPECT_EQ(outcome.error, "Error reading file \nFailed to open file");
 }
 
-TEST(ReadFile, AnEmptyFileIsTold) {
+TEST(ReadFile, AnEmptyFileIsReported) {
   const TempFolder folder;
   const std::string path = write_file(folder.path("empty.xml"), "");
   const ReadOutcome outcome = read_recipe_file(path);
@@ -41,16 +41,16 @@ TEST(ReadFile, AnEmptyFileIsTold) {
   EXPECT_EQ(outcome.error, "Error reading file " + path + "\nError document empty.");
 }
 
-TEST(ReadFile, MalformedXmlIsToldWithLineAndColumnDirectlyBehindTheText) {
+TEST(ReadFile, MalformedXmlIsReportedWithLineAndColumnRightAfterTheText) {
   const TempFolder folder;
-  // Where an attribute is due stands the "<" of line 3.
+  // The "<" of line 3 is where an attribute is expected.
   const std::string path = write_file(folder.path("bad.xml"), "<NonstSurfChem>\n  <material val=\"InGaN\"\n</x>\n");
   const ReadOutcome outcome = read_recipe_file(path);
   EXPECT_EQ(outcome.status, -1);
   EXPECT_EQ(outcome.error, "Error reading file " + path + "\nError reading Attributes.Line:3\nColumn:1\n");
 }
 
-TEST(ReadFile, AnElementThatIsNotClosedIsTold) {
+TEST(ReadFile, AnElementThatIsNotClosedIsReported) {
   const TempFolder folder;
   const std::string path = write_file(folder.path("bad.xml"), "<NonstSurfChem>\n <chemistry>\n</NonstSurfChem>\n");
   const ReadOutcome outcome = read_recipe_file(path);
@@ -58,7 +58,7 @@ TEST(ReadFile, AnElementThatIsNotClosedIsTold) {
   EXPECT_THAT(outcome.error, testing::StartsWith("Error reading file " + path + "\nError reading end tag.Line:"));
 }
 
-TEST(ReadFile, AnotherRootIsNoRecipe) {
+TEST(ReadFile, AnotherRootIsNotARecipe) {
   const ReadOutcome outcome = read_text("<Recipe/>");
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(outcome.error, "Element NonstSurfChem is not found");
@@ -76,7 +76,7 @@ TEST(ReadFile, TheFirstRootOfThatNameCounts) {
 
 TEST(ReadFile, OrderOfSiblingsTextUnknownElementsAndUnknownAttributesDoNotMatter) {
   RecipeBuilder recipe;
-  recipe.remove("material").set("material", "AlInN");  // now behind post_stages
+  recipe.remove("material").set("material", "AlInN");  // now after post_stages
   recipe.add_text("chemistry", "text is not read").set("comment", "not asked for").set("stress/unknown", "1");
   recipe.set("process_stages/stage_1/tau", "unit", "s");
   const ReadOutcome outcome = read(recipe);
@@ -87,7 +87,7 @@ TEST(ReadFile, OrderOfSiblingsTextUnknownElementsAndUnknownAttributesDoNotMatter
 TEST(ReadFile, OfTwoSiblingsWithOneNameTheFirstCounts) {
   std::string text = RecipeBuilder().text();
   const std::string original = "<tau val=\"10\" />";
-  const std::size_t place = text.rfind(original);  // that of stage_1, behind the pre-stage
+  const std::size_t place = text.rfind(original);  // that of stage_1, after the pre-stage
   ASSERT_NE(place, std::string::npos);
   text.insert(place, "<tau val=\"7\"/>");
   const ReadOutcome outcome = read_text(text);
@@ -161,7 +161,7 @@ TEST(ReadFileLocale, ThePointSeparatesWhateverTheThreadHasSetAndTheThreadsLocale
   freelocale(comma);
 }
 
-TEST(ReadFileLocale, AThreadWithoutALocaleOfItsOwnKeepsTheGlobalOne) {
+TEST(ReadFileLocale, AThreadWithoutItsOwnLocaleKeepsTheGlobalOne) {
   read(RecipeBuilder());
   read(RecipeBuilder().remove("material"));
   read_recipe_file("");

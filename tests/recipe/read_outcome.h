@@ -56,7 +56,7 @@ struct RequiredElement {
   const char* path;
   std::vector<const char*> attributes;
   const char* number;       // "real" or "integer", null for a text
-  const char* suffix = "";  // behind every message
+  const char* suffix = "";  // at the end of every message
 };
 
 // Takes each element away, then each attribute, then makes each number a word, one at a time, and expects the message.

@@ -80,28 +80,28 @@ TEST(ReadPrePostStages, EveryElementAndAttributeIsRequired) {
   }
 }
 
-TEST(ReadPrePostStages, ADurationBelow1e4IsTold) {
+TEST(ReadPrePostStages, ADurationBelow1e4IsReported) {
   for (const Layer& layer : LAYERS) {
     expect_read(with(layer, "tau", "1e-4"));
     expect_refused(with(layer, "tau", "0.9999e-4"), "Duration tau is less than 1e-4 s in " + layer.label);
   }
 }
 
-TEST(ReadPrePostStages, ANegativeGrowthRateIsTold) {
+TEST(ReadPrePostStages, ANegativeGrowthRateIsReported) {
   for (const Layer& layer : LAYERS) {
     expect_read(with(layer, "GR_average", "0"));
     expect_refused(with(layer, "GR_average", "-1e-300"), "GR_average is negative in " + layer.label);
   }
 }
 
-TEST(ReadPrePostStages, AThicknessBelow1e4IsTold) {
+TEST(ReadPrePostStages, AThicknessBelow1e4IsReported) {
   for (const Layer& layer : LAYERS) {
     expect_read(with(layer, "thickness", "1e-4"));
     expect_refused(with(layer, "thickness", "0.9999e-4"), "Layer thickness is less than 1e-4 nm in " + layer.label);
   }
 }
 
-TEST(ReadPrePostStages, FractionsOutsideOf0To1AreTold) {
+TEST(ReadPrePostStages, FractionsOutsideOf0To1AreReported) {
   for (const Layer& layer : LAYERS) {
     for (const char* value : {"-1e-300", "1.0000000000000003"}) {
       expect_refused(with(layer, "X_In_average", value), "X_In_average is not between 0 and 1 in " + layer.label);
@@ -116,7 +116,7 @@ TEST(ReadPrePostStages, FractionsOutsideOf0To1AreTold) {
   }
 }
 
-TEST(ReadPrePostStages, ASumOutsideOf0_9999To1_0001IsToldWithoutABlankBeforeTheLabel) {
+TEST(ReadPrePostStages, ASumOutsideOf0_9999To1_0001IsReportedWithoutABlankBeforeTheLabel) {
   for (const Layer& layer : LAYERS) {
     const std::string text = "Sum of X_In_average, X_Ga_average, and X_Al_average is not 1.0000" + layer.label;
     expect_read(with(layer, "X_Ga_average", "0.9999"));
@@ -126,7 +126,7 @@ TEST(ReadPrePostStages, ASumOutsideOf0_9999To1_0001IsToldWithoutABlankBeforeTheL
   }
 }
 
-TEST(ReadPrePostStages, ADislocationDensityBelow1000IsTold) {
+TEST(ReadPrePostStages, ADislocationDensityBelow1000IsReported) {
   for (const Layer& layer : LAYERS) {
     expect_read(with(layer, "dislocations/rho_D", "1000"));
     expect_refused(with(layer, "dislocations/rho_D", "999.99"),
@@ -134,7 +134,7 @@ TEST(ReadPrePostStages, ADislocationDensityBelow1000IsTold) {
   }
 }
 
-TEST(ReadPrePostStages, AnUnknownDislocationModelIsToldWithItsFullName) {
+TEST(ReadPrePostStages, AnUnknownDislocationModelIsReportedWithItsFullName) {
   for (const Layer& layer : LAYERS) {
     expect_refused(with(layer, "dislocations/disl_model", "copied"),
                    "Unknown dislocation model: " + full_name(layer.path + "dislocations/disl_model"));
@@ -154,7 +154,7 @@ TEST(ReadPrePostStages, InheritedNeedsNoDensityAndReadsNone) {
   EXPECT_EQ(outcome.recipe.post_stages[0].disl_model, vorlen::DISL_inherited);
 }
 
-TEST(ReadPrePostStages, ANegativeStressStateIsTold) {
+TEST(ReadPrePostStages, ANegativeStressStateIsReported) {
   for (const Layer& layer : LAYERS) {
     if (layer.label != "pre_stage_1") expect_read(with(layer, "stress_state", "0"));
     expect_refused(with(layer, "stress_state", "-1e-300"), "Value of stress state is negative in " + layer.label);
@@ -166,7 +166,7 @@ TEST(ReadPrePostStages, OnlyTheFirstPreStageMustHaveALatticeConstant) {
   expect_read(with(LAYERS[2], "stress_state", "0.5"));
 }
 
-TEST(ReadPrePostStages, TheFirstFaultInTheOrderOfReadingIsTold) {
+TEST(ReadPrePostStages, TheFirstFaultInReadingOrderIsReported) {
   const char* const order[] = {"tau",          "GR_average",   "thickness",          "X_In_average",
                                "X_Ga_average", "X_Al_average", "dislocations/rho_D", "stress_state"};
   for (const Layer& layer : LAYERS) {
@@ -178,7 +178,7 @@ TEST(ReadPrePostStages, TheFirstFaultInTheOrderOfReadingIsTold) {
   }
 }
 
-// Reading goes on behind a missing name and ends at the dislocations.
+// Reading continues after a missing name and ends at the dislocations.
 TEST(ReadPrePostStages, AMissingNameGivesWayToEarlierFaultsOfTheSameStage) {
   for (const Layer& layer : LAYERS) {
     const std::string& p = layer.path;

@@ -104,7 +104,7 @@ TEST(ReadRecipe, EveryElementAndAttributeOfTheRecipeLevelIsRequired) {
   expect_all_required(thick_GaN("TDR"), elements);
 }
 
-// The first fault in the order of reading is the one told.
+// The first fault in reading order is reported.
 TEST(ReadRecipe, ReadsInItsOwnOrder) {
   const char* const order[] = {"material",
                                "chemistry/vacancy_model",
@@ -137,7 +137,7 @@ TEST(ReadRecipe, ReadsInItsOwnOrder) {
                                "process_stages/stage_1",
                                "post_stages/n_post_stages"};
   RecipeBuilder recipe(thick_GaN("TDR"));
-  // From the last to the first: each removal must bring its own message in front of those of the later ones.
+  // From the last to the first: the message of each removal must come before those of the later elements.
   for (std::size_t i = std::size(order); i-- > 0;) {
     recipe.remove(order[i]);
     expect_refused(recipe, "Element " + full_name(order[i]) + " is not found");
@@ -176,7 +176,7 @@ TEST(ReadRecipe, KeywordsInAnyCaseSelectTheirValue) {
   }
 }
 
-TEST(ReadRecipe, UnknownKeywordsAreTold) {
+TEST(ReadRecipe, UnknownKeywordsAreReported) {
   expect_refused(RecipeBuilder().set("material", "GaN"), "Material \"GaN\" is not recognized");
   expect_refused(RecipeBuilder().set("material", ""), "Material \"\" is not recognized");
   expect_refused(RecipeBuilder().set("chemistry/vacancy_model", "vacancy"),
@@ -223,23 +223,23 @@ TEST(ReadRecipe, OnlyThickGaNReadsParameters) {
   EXPECT_EQ(outcome.recipe.GR_ref, 0.0);
 }
 
-TEST(ReadRecipe, TheBeginTimeMustNotBeNegative) {
+TEST(ReadRecipe, TheStartTimeMustNotBeNegative) {
   expect_read(RecipeBuilder().set("pre_stages/t0", "0"));
   expect_refused(RecipeBuilder().set("pre_stages/t0", "-1e-300"), "Begin time t0 is negative");
 }
 
-TEST(ReadRecipe, NumbersOfStagesBelowTheirLimitsAreTold) {
+TEST(ReadRecipe, NumbersOfStagesBelowTheirLimitsAreReported) {
   expect_refused(RecipeBuilder().set("pre_stages/n_pre_stages", "-1"), "Number of pre-stages is negative");
   expect_refused(RecipeBuilder().set("process_stages/n_stages", "0"), "Number of active stages should be positive");
   expect_refused(RecipeBuilder().set("process_stages/n_stages", "-1"), "Number of active stages should be positive");
   expect_refused(RecipeBuilder().set("post_stages/n_post_stages", "-1"), "Number of post-stages is negative");
 }
 
-TEST(ReadRecipe, NumbersOfStagesAbove9999AreTold) {
+TEST(ReadRecipe, NumbersOfStagesAbove9999AreReported) {
   for (const char* path : {"pre_stages/n_pre_stages", "process_stages/n_stages", "post_stages/n_post_stages"}) {
     expect_refused(RecipeBuilder().set(path, "10000"), "Number of stages is greater than 9999: " + full_name(path));
   }
-  // 9999 passes the test, and the first stage that is not there is told.
+  // 9999 passes the check, and the first missing stage is reported.
   expect_refused(RecipeBuilder().set("pre_stages/n_pre_stages", "9999"),
                  "Element NonstSurfChem:pre_stages:pre_stage_2 is not found");
   expect_refused(RecipeBuilder().set("process_stages/n_stages", "9999"),
@@ -248,7 +248,7 @@ TEST(ReadRecipe, NumbersOfStagesAbove9999AreTold) {
                  "Element NonstSurfChem:post_stages:post_stage_1 is not found");
 }
 
-TEST(ReadRecipe, WithoutPreAndPostStagesTheirElementsMustExistAllTheSame) {
+TEST(ReadRecipe, WithoutPreAndPostStagesTheirElementsMustStillExist) {
   RecipeOptions options;
   options.n_pre_stages = 0;
   const RecipeBuilder recipe(options);
@@ -272,7 +272,7 @@ TEST(ReadRecipe, StagesBeyondTheirNumberAreIgnored) {
   EXPECT_TRUE(outcome.recipe.post_stages.empty());
 }
 
-TEST(ReadRecipe, AllStagesStandOnOneTimeAxis) {
+TEST(ReadRecipe, AllStagesAreOnOneTimeAxis) {
   RecipeOptions options;
   options.n_pre_stages = 2;
   options.n_stages = 2;
@@ -295,7 +295,7 @@ TEST(ReadRecipe, ANumberMayHaveTrailingCharacters) {
   EXPECT_EQ(read(RecipeBuilder().set("pre_stages/t0", "12abc")).recipe.t0, 12.0);
 }
 
-TEST(ReadRecipe, ANotANumberPassesTheReadersLimits) {
+TEST(ReadRecipe, NaNPassesTheReadersLimits) {
   const ReadOutcome outcome = read(RecipeBuilder()
                                        .set("pre_stages/t0", "nan")
                                        .set("process_stages/stage_1/tau", "nan")

@@ -32,7 +32,7 @@ void expect_limit(const RecipeOptions& options, const std::string& child, const 
 
 const std::vector<const char*> VAL = {"val"};
 const std::vector<const char*> VAL_END = {"val", "end"};
-const char* const FLOWS[] = {"TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2"};  // in the order of reading
+const char* const FLOWS[] = {"TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2"};  // in reading order
 
 TEST(ReadStages, StoreEveryValueInItsField) {
   RecipeBuilder recipe(without_stress());
@@ -125,7 +125,7 @@ TEST(ReadStages, AGivenDislocationDensityHasALowerLimit) {
                "Given dislocation density is less than 1e3 cm^-2 in stage_1");
 }
 
-TEST(ReadStages, AnUnknownDislocationModelIsToldWithItsFullName) {
+TEST(ReadStages, AnUnknownDislocationModelIsReportedWithItsFullName) {
   expect_refused(RecipeBuilder(without_stress()).set(STAGE + "dislocations/disl_model", "copied"),
                  "Unknown dislocation model: NonstSurfChem:process_stages:stage_1:dislocations:disl_model");
 }
@@ -160,7 +160,7 @@ TEST(ReadStages, TransportChildrenHaveLimits) {
   }
 }
 
-TEST(ReadStages, AnAluminiumFractionOf0IsRefusedWhateverTheMaterial) {
+TEST(ReadStages, AnAluminiumFractionOf0IsRejectedWhateverTheMaterial) {
   expect_refused(RecipeBuilder(with_transport("InGaN_GR_X")).set(STAGE + "XAl_average", "0"),
                  "XAl_average should be between 0 and 1 in stage_1 (model InGaN_GR_X)");
 }
@@ -193,7 +193,7 @@ TEST(ReadStages, AFlowFromMinus1e10UpTo0CountsAs0) {
   EXPECT_EQ(outcome.recipe.active_stages[0].Q[7].end, 0.0);
 }
 
-TEST(ReadStages, TheFirstFaultInTheOrderOfReadingIsTold) {
+TEST(ReadStages, TheFirstFaultInReadingOrderIsReported) {
   const char* const order[] = {"tau",
                                "T",
                                "P",
@@ -214,7 +214,7 @@ TEST(ReadStages, TheFirstFaultInTheOrderOfReadingIsTold) {
   }
 }
 
-TEST(ReadStages, UnderTheStressModelAMissingNameIsNoFault) {
+TEST(ReadStages, UnderTheStressModelAMissingNameIsNotAFault) {
   const ReadOutcome outcome = read(RecipeBuilder().remove(STAGE + "name"));
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.error, "");
@@ -334,8 +334,8 @@ TEST(ReadPeriodicStages, AreNotNested) {
                  "NonstSurfChem:process_stages:stage_1:stage_1_2:type");
 }
 
-// The stage reader's own message gives way to that of the empty record that is then added.
-TEST(ReadPeriodicStages, CountsBelow1ComeOutAsAnEmptyStage) {
+// The message is that of a stage without name and duration.
+TEST(ReadPeriodicStages, CountsBelow1GiveAnEmptyStage) {
   for (const char* count : {"n_periods", "n_stages"}) {
     for (const char* value : {"0", "-1"}) {
       expect_refused(RecipeBuilder().make_periodic(1, 2, 1).set(STAGE + count, value),
@@ -344,7 +344,7 @@ TEST(ReadPeriodicStages, CountsBelow1ComeOutAsAnEmptyStage) {
   }
 }
 
-TEST(ReadPeriodicStages, SubStagesAbove9999AreTold) {
+TEST(ReadPeriodicStages, SubStagesAbove9999AreReported) {
   const auto periodic = [] { return RecipeBuilder().make_periodic(1, 2, 1); };
   expect_refused(periodic().set(STAGE + "n_stages", "10000"),
                  "Number of stages is greater than 9999: NonstSurfChem:process_stages:stage_1:n_stages");
@@ -376,7 +376,7 @@ TEST(ReadPeriodicStages, OneMillionStagesPass) {
   EXPECT_EQ(outcome.recipe.active_stages.size(), 1000000u);
 }
 
-TEST(ReadPeriodicStages, NamesThatWouldFillTheMemoryAreRefused) {
+TEST(ReadPeriodicStages, NamesThatWouldFillTheMemoryAreRejected) {
   const auto named = [](std::size_t length, int n_periods) {
     return RecipeBuilder().make_periodic(1, n_periods, 1).set(STAGE + "stage_1_1/name", std::string(length, 'x'));
   };
@@ -405,7 +405,7 @@ TEST(ReadPeriodicStages, NamesOfTheLargestCountsAreAddedUp) {
                  "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_1");
 }
 
-TEST(ReadPeriodicStages, ABadSubStageIsToldBeforeTheTotal) {
+TEST(ReadPeriodicStages, ABadSubStageIsReportedBeforeTheTotal) {
   expect_refused(RecipeBuilder().make_periodic(1, 2147483647, 1).set(STAGE + "stage_1_1/tau", "0"),
                  "Duration tau is less than 1e-4 s in stage_1_1");
 }

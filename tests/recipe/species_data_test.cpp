@@ -163,7 +163,7 @@ TEST(GibbsEnergy, SlopeIsMinusTheStandardEntropy) {
   EXPECT_NEAR(entropy(NH3_g), 192.8, 0.2);
 }
 
-TEST(BitComparison, TellsApartNeighbouringDoublesAndZeroesOfBothSigns) {
+TEST(BitComparison, DistinguishesAdjacentDoublesAndZeroesOfBothSigns) {
   EXPECT_TRUE(same_bits(0.1, 0.1));
   EXPECT_FALSE(same_bits(0.1, std::nextafter(0.1, 1.0)));
   EXPECT_FALSE(same_bits(0.0, -0.0));

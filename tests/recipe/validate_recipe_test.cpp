@@ -121,7 +121,7 @@ TEST(ValidateRecipe, WithoutTheStressModelAngleAndReferenceCompositionDoNotMatte
   EXPECT_EQ(fault_of(recipe), "");
 }
 
-TEST(ValidateRecipe, ANotANumberAsBeginTimeFails) {
+TEST(ValidateRecipe, NaNAsStartTimeFails) {
   ProcessRecipe recipe = valid_recipe();
   recipe.t0 = NOT_A_NUMBER;
   EXPECT_EQ(fault_of(recipe), "Begin time is not specified");

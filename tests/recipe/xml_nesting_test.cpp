@@ -1,4 +1,4 @@
-// Recipes that are nested too deeply are refused before the parser, which works by recursion, meets them. The expected
+// Recipes that are nested too deeply are rejected before the parser, which works by recursion, reads them. The expected
 // depths follow from the rules of the parser, TinyXML 2.6.2, on where a quote ends and what a blank is.
 #include "recipe/xml_nesting.h"
 
@@ -43,7 +43,7 @@ TEST(XmlNesting, EndsWithTheFirstLevelAboveTheLimit) {
 
 TEST(XmlNesting, EmptyElementsDoNotCount) { EXPECT_EQ(5, nesting_of(nested(5, repeated(1000, "<c d='2' />")))); }
 
-TEST(XmlNesting, WhatStandsInCommentsTextAndQuotesIsNoElement) {
+TEST(XmlNesting, CommentsTextAndQuotesContainNoElements) {
   EXPECT_EQ(5, nesting_of(nested(5, "<!-- <b> <b> -- > -->")));
   EXPECT_EQ(5, nesting_of(nested(5, "<![CDATA[<b><b>]]>")));
   EXPECT_EQ(5, nesting_of(nested(4, "<b c='<d><d>' e=\"<f>'\"></b>")));
@@ -53,13 +53,13 @@ TEST(XmlNesting, WhatStandsInCommentsTextAndQuotesIsNoElement) {
 }
 
 // Each of these pretends to close elements that stay open.
-TEST(XmlNesting, EndTagsThatAreNoneDoNotHideElements) {
+TEST(XmlNesting, FalseEndTagsDoNotHideElements) {
   for (const std::string& fake : {std::string("<!-- </a></a></a> -->"), std::string("<![CDATA[</a></a></a>]]>"),
                                   std::string("<b c=\"</a></a></a>\"/>"), std::string("<b c='\"</a>\"</a></a>'/>"),
                                   std::string("<! </a >"), std::string("<?xml version=\"></a></a></a>\"?>"),
                                   "<b c=" + MARK + "\"></a></a></a>\"/>", std::string("<b c=x></b>")}) {
     for (const std::string& head : {std::string(), MARK, UTF8, LATIN1}) {
-      // In a text that is not known as UTF-8 the mark is no blank, and the tags behind it are tags.
+      // In a text not known to be UTF-8 the mark is not a blank, and the tags after it are tags.
       if (fake.find(MARK) != std::string::npos && (head.empty() || head == LATIN1)) continue;
       EXPECT_LE(12, nesting_of(head + repeated(6, "<a>" + fake) + repeated(6, "<a>"))) << head << fake;
     }
@@ -126,7 +126,7 @@ ThreadCall read_on_small_stack(const TempFolder& folder, const std::string& text
 
 constexpr int DEEP = 200000;
 
-TEST(DeepFiles, AreRefusedOnAThreadWithASmallStack) {
+TEST(DeepFiles, AreRejectedOnAThreadWithASmallStack) {
   const TempFolder folder;
   const std::string opens = repeated(DEEP, "<x>");
   for (const std::string& text :
@@ -144,8 +144,8 @@ TEST(DeepFiles, AtTheLimitTheParserHasRoomEnoughOnASmallStack) {
   EXPECT_EQ("Element NonstSurfChem is not found", read_on_small_stack(folder, nested(100)).error);
 }
 
-// A character cut off at the end leads the parser up to three bytes behind the end. There it must find neither what the
-// line ends have left over in the buffer, nor what stands behind a zero in the file.
+// A character cut off at the end leads the parser up to three bytes past the end. There it must find neither what the
+// line ends have left in the buffer, nor what follows a zero in the file.
 TEST(DeepFiles, ACharacterCutOffAtTheEndLeadsTheParserNowhere) {
   const TempFolder folder;
   const std::string tail = "<a b='>" + repeated(DEEP, "<x>") + "\xF0";
@@ -160,7 +160,7 @@ TEST(DeepFiles, ACharacterCutOffAtTheEndLeadsTheParserNowhere) {
   EXPECT_EQ("Error reading file " + zero.path + "\nError parsing Element.Line:1\nColumn:4\n", zero.error);
 }
 
-TEST(DeepFiles, AnElementBelowTheLimitThatNobodyReadsIsIgnored) {
+TEST(DeepFiles, AnUnknownElementBelowTheLimitIsIgnored) {
   const TempFolder folder;
   std::string text = RecipeBuilder().text();
   text.insert(text.find("<material"), nested(90));

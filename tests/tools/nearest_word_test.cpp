@@ -1,4 +1,4 @@
-// Edit distances counted by hand, and which word a misspelt one is taken for.
+// Edit distances counted manually, and the word that a misspelt one is taken for.
 #include "check/nearest_word.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ TEST(EditDistance, CountsNeighboursThatChangedPlacesOnce) {
   EXPECT_EQ(edit_distance("dletai", "delta"), 2);
 }
 
-TEST(EditDistance, DoesNotSeeTheCaseOfLetters) { EXPECT_EQ(edit_distance("tmga", "TMGa"), 0); }
+TEST(EditDistance, IgnoresTheCaseOfLetters) { EXPECT_EQ(edit_distance("tmga", "TMGa"), 0); }
 
 TEST(NearestWord, IsTheCandidateWithTheLeastDistance) {
   EXPECT_EQ(nearest_word("TMG", {"TMIn", "TMGa", "TMAl"}), "TMGa");

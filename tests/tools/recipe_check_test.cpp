@@ -91,7 +91,7 @@ std::vector<std::string> base_recipes() {
   return bases;
 }
 
-// Compares both verdicts on the document as it stands now.
+// Compares both verdicts on the document in its current state.
 void expect_same_verdict(const TiXmlDocument& document, const std::string& path, const std::string& what) {
   TiXmlPrinter printer;
   document.Accept(&printer);

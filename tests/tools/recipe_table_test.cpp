@@ -62,6 +62,12 @@ TEST(Limits, LetNaNPassWhereTheReaderDoes) {
   EXPECT_FALSE(find_row(Section::integration, "tolerance")->limits.allows(nan));
 }
 
+TEST(RecipeTable, NamesTheKeywordOfAValue) {
+  const recipe::Row& model = *find_row(Section::transport, "model");
+  EXPECT_STREQ(recipe::keyword_of(model, vorlen::TRANSPORT_InGaN_GR), "InGaN_GR");
+  EXPECT_STREQ(recipe::keyword_of(model, vorlen::NOT_SPECIFIED), "");
+}
+
 TEST(RecipeTable, RowsOfASectionAreInTheOrderOfTheTable) {
   const recipe::Row* next = recipe::rows().data();
   for (int k = 0; k < static_cast<int>(Section::none); ++k) {

@@ -65,14 +65,6 @@ bool foreign_flow(std::int32_t material, const ReadStage& stage, std::size_t flo
   }
 }
 
-// The material as the table writes it; empty when it could not be read.
-const char* material_name(const Reading& reading) {
-  for (const vorlen::Keyword& keyword : find_row(Section::root, "material")->keywords) {
-    if (keyword.value == reading.recipe.material) return keyword.text;
-  }
-  return "";
-}
-
 void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
   for (const ReadStage& stage : reading.stages) {
     for (std::size_t k = 0; k < N_METAL_FLOWS && flows_known(stage); ++k) {
@@ -80,7 +72,7 @@ void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
       warn(warnings, "flow-not-in-material", child_of(*stage.element, {"gas_species", "Q", METAL_FLOWS[k]}),
            stage.place,
            fmt::format("{} flows in {}, but the material is {}", METAL_FLOWS[k], stage.place.label,
-                       material_name(reading)),
+                       keyword_of(*find_row(Section::root, "material"), reading.recipe.material)),
            "the flow grows its metal anyway; set it to 0 or correct the material");
     }
   }
