@@ -1,7 +1,7 @@
 // Process conditions at a time (docs/physics.md, section 2): the current stage, and T, P, flows, mole fractions and
 // partial pressures in it. The integrator evaluates at trial times, so the current stage moves in either direction.
 //
-// In order: steady stages, interpolation, layers of a stage, current stage, conditions in it.
+// In order: steady stages, mole fractions, interpolation, layers of a stage, current stage, conditions in it.
 #include <algorithm>
 
 #include "model/constants.h"
@@ -23,6 +23,17 @@ bool stays(const ValueRange& range) { return range.val == range.end; }
 bool is_steady(const StageRecord& stage) {
   return stays(stage.T) && stays(stage.P) && stays(stage.rho_D) && stays(stage.omega_TDR) &&
          (!stage.flows_vary || std::all_of(stage.Q.begin(), stage.Q.end(), stays));
+}
+
+// Mole fractions in the inlet gas.
+void compute_mixture(const SurfChemNonst& m, Mixture& mixture) {
+  mixture.Q_total = 0.0;
+  for (std::size_t i = 0; i < N_FLOWS; ++i) {
+    if (m.gas_index[i] >= 0) mixture.Q_total += m.Q[i];
+  }
+  for (std::size_t i = 0; i < N_FLOWS; ++i) {
+    if (m.gas_index[i] >= 0) mixture.x[i] = m.Q[i] / mixture.Q_total;
+  }
 }
 
 }  // namespace
@@ -88,14 +99,11 @@ void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
   }
   if (stage_changed) set_stage_delta(stage);
 
-  // Mole fractions and partial pressures in the inlet gas.
-  Q_total = 0.0;
-  for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (gas_index[i] >= 0) Q_total += Q[i];
-  }
+  const Mixture& mixture = terms.mixtures.get(Q, reuse_terms, [this](Mixture& m) { compute_mixture(*this, m); }).value;
+  Q_total = mixture.Q_total;
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
     if (gas_index[i] < 0) continue;
-    x[i] = Q[i] / Q_total;
+    x[i] = mixture.x[i];
     p[i] = x[i] * P;
   }
   // A trace of gallium stays in the gas of stages without a gallium flow.

@@ -15,6 +15,12 @@
 
 namespace vorlen {
 
+// The inlet gas, for given flows.
+struct Mixture {
+  double Q_total;                   // sccm
+  std::array<double, N_FLOWS> x{};  // mole fractions; 0 for absent species
+};
+
 // Process conditions. Mole fractions and partial pressures follow from the flows and P, the transport layers from the
 // stage and the conditions.
 struct ConditionInputs {
@@ -79,8 +85,9 @@ struct DepthTerms {
 };
 
 struct ResidualTerms {
-  Memo<ConditionInputs, ConditionTerms, 4> conditions;  // of the start of a step and its three stages
-  Memo<DepthInputs, DepthTerms, 3> depths;              // of the state, and of the columns that move z and h
+  Memo<std::array<double, N_FLOWS>, Mixture, 1> mixtures;  // by the flows, which stay in most ramps of T and P
+  Memo<ConditionInputs, ConditionTerms, 4> conditions;     // of the start of a step and its three stages
+  Memo<DepthInputs, DepthTerms, 3> depths;                 // of the state, and of the columns that move z and h
   // Of the process conditions in the model:
   bool have_terms = false;                                         // the last value of conditions is theirs
   double t_conditions = std::numeric_limits<double>::quiet_NaN();  // their time, s; NaN before the first lookup
