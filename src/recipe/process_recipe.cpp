@@ -11,6 +11,8 @@ namespace {
 // Two values count as equal when they differ by no more than this part of their sum.
 constexpr double RANGE_TOLERANCE = 1e-8;
 
+constexpr double TAU_MIN = 1e-8;  // least duration of an active stage, s
+
 bool differ(double a, double b) { return std::fabs(a - b) > RANGE_TOLERANCE * std::fabs(a + b); }
 
 // The stage changes r, or r differs from the same range of the stage before it; previous may be null.
@@ -105,7 +107,7 @@ bool ProcessRecipe::add_active_stage(const StageRecord& stage, std::string& erro
 }
 
 bool ProcessRecipe::validate_stage(const StageRecord& stage, std::string& error) const {
-  if (stage.tau <= 0.0) {
+  if (stage.tau < TAU_MIN) {
     error = "Stage duration is zero or not specified";
     return false;
   }

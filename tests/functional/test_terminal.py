@@ -144,7 +144,7 @@ class Completion(InAFolder):
         self.assertLess({"run", "show", "diff", "new", "explain", "report", "sweep"}, self.complete("") | {""})
         self.assertEqual(self.complete("--v"), {"--version"})
         self.assertEqual(self.complete("run --ke"), {"--keep-going"})
-        self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json"})
+        self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json", "--rows"})
         self.assertEqual(self.complete("nonsense "), set())
 
     def test_files_by_what_the_command_takes(self):
