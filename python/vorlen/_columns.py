@@ -163,7 +163,7 @@ RELAXATION_COLUMNS = (
     ),
     Column(
         "J2", "j2", "1e-10 J", "balance term J2",
-        "balance term of the dislocations of the V-defects",
+        "balance term of the dislocations of the V-defects; under continuous at the density before the step",
     ),
     Column(
         "deltaE", "delta_e", "1e-10 J", "energy balance",

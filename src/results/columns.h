@@ -88,7 +88,8 @@ inline constexpr std::array<Column, N_SURFACE_COLUMNS> SURFACE_COLUMNS = {{
 // Energies are those of one V-defect, in units of 1e-10 J.
 inline constexpr std::size_t N_RELAXATION_COLUMNS = 14;
 inline constexpr std::array<Column, N_RELAXATION_COLUMNS> RELAXATION_COLUMNS = {{
-    {"z0(nm)", "z0", "nm", "height of the V-defects", "height at which V-defects open; 0 in rows below it, -1 as long as there are none"},
+    {"z0(nm)", "z0", "nm", "height of the V-defects",
+     "height at which V-defects open; 0 in rows below it, -1 as long as there are none"},
     {"rho_VD", "rho_vd", "m^-2", "V-defect density", "density of V-defects when this depth was the surface"},
     {"K1", "k1", "1e-10 J", "moment K1", "`I1` less its value in the first row"},
     {"h", "h", "nm", "thickness grown in tension", "thickness grown in tension so far"},
@@ -100,7 +101,8 @@ inline constexpr std::array<Column, N_RELAXATION_COLUMNS> RELAXATION_COLUMNS = {
     {"J0_1", "j0_1", "J/m", "integral J0_1", "the same without the weight; 0 once V-defects are open"},
     {"J0", "j0", "1e-10 J", "balance term J0", "balance term of the coherent mismatch"},
     {"J1", "j1", "1e-10 J", "balance term J1", "balance term of the strain that is relieved below z0"},
-    {"J2", "j2", "1e-10 J", "balance term J2", "balance term of the dislocations of the V-defects"},
+    {"J2", "j2", "1e-10 J", "balance term J2",
+     "balance term of the dislocations of the V-defects; under `continuous` at the density before the step"},
     {"deltaE", "delta_e", "1e-10 J", "energy balance", "balance of V-defects: below 0 more of them lower the energy"},
     {"E_V_loop", "e_v_loop", "1e-10 J", "loop energy", "energy of the dislocation loop around a V-defect"},
     {"r", "r", "", "relative mismatch", "relative lattice mismatch of the surface"},
