@@ -12,7 +12,9 @@ from hypothesis import given, settings
 from hypothesis import strategies as st
 
 import vorlen
-from support import HEADING, TITLE, V_DEFECTS, failing_recipe, result, row
+from support import HEADING, MQW, TITLE, V_DEFECTS, failing_recipe, result, row
+from vorlen._columns import RELAXATION_COLUMNS, SURFACE_COLUMNS
+from vorlen._result_check import looks_physical, unphysical_text
 from vorlen.result_file import COLUMN_NAMES, parse_layers, parse_profile
 
 
@@ -142,3 +144,44 @@ def test_every_column_has_a_unit_and_a_meaning() -> None:
     profile = vorlen.run(V_DEFECTS).profile
     assert set(profile.attrs["units"]) == set(profile.attrs["meanings"]) == set(COLUMN_NAMES)
     assert profile.attrs["units"]["rho_td_t"] == "cm^-2"
+
+
+def detailed(recipe: Path) -> vorlen.Recipe:
+    text = recipe.read_text("utf-8")
+    return vorlen.Recipe(text.replace("</NonstSurfChem>", '<output><detail val="true"/></output></NonstSurfChem>'))
+
+
+@pytest.mark.parametrize("scheme", ["staged", "continuous"])
+@pytest.mark.parametrize(("recipe", "more"), [(MQW, 6), (V_DEFECTS, 20)])
+def test_detail_columns_follow_the_others_and_change_nothing_else(recipe: Path, more: int, scheme: str) -> None:
+    plain = vorlen.run(recipe, scheme=scheme)
+    run = vorlen.run(detailed(recipe), scheme=scheme)
+    names = [*COLUMN_NAMES, *(column.name for column in SURFACE_COLUMNS + RELAXATION_COLUMNS)][: 19 + more]
+    assert list(run.profile) == [*names, "active"]
+    assert set(run.profile.attrs["units"]) == set(names)
+    assert run.profile[[*COLUMN_NAMES, "active"]].equals(plain.profile[[*COLUMN_NAMES, "active"]])
+    assert run.layers.equals(plain.layers)
+    assert (run.profile.loc[run.profile["active"], "c_n"] > 0).all()
+    assert (run.profile.loc[~run.profile["active"], names[20:]] == 0).all(axis=None)
+
+
+def test_a_blank_at_the_end_of_a_row_of_the_widest_table_is_a_fault(tmp_path: Path) -> None:
+    content = vorlen.run(detailed(V_DEFECTS)).content
+    assert len(parse_profile(content)) > 100
+    with pytest.raises(vorlen.ResultFileError, match="not a row of 39 numbers"):
+        parse_profile(content[:-1] + b" \n")
+
+
+@pytest.mark.parametrize("columns", [6, 20])
+def test_unphysical_rows_are_found_in_files_with_detail(columns: int) -> None:
+    headings = " ".join(column.heading for column in (SURFACE_COLUMNS + RELAXATION_COLUMNS)[:columns])
+    detail = " ".join(["1.0", "1.0", *["0.0"] * (columns - 2)])
+    rows = [row(x_in=x, x_ga=1 - x).removesuffix(" \n") + " " + detail + (" \n" if columns == 6 else "\n") for x in (0.1, 4.8)]
+    content = result([("a", 1, 1)], rows).replace(HEADING, HEADING.removesuffix("\n") + f" {headings}\n")
+    profile = parse_profile(content.encode())
+    assert list(profile["active"]) == [True, True]
+    assert profile["c_in"].tolist() == [1.0, 1.0]
+    assert "indium fraction is 4.8" in unphysical_text(profile, list)
+    # 19 rows, so that the number of words is a multiple of that of the main columns
+    assert not looks_physical("".join([rows[0]] * 18 + rows[1:]).encode())
+    assert looks_physical("".join([rows[0]] * 19).encode())

@@ -139,11 +139,12 @@ def looks_physical(rows: bytes) -> bool:
     if b"n" in rows:  # of nan and inf
         return False
     words = rows.split()
-    if not words or len(words) % len(COLUMN_NAMES) != 0:
+    width = len(rows.partition(b"\n")[0].split())
+    if width < len(COLUMN_NAMES) or len(words) % width != 0:
         return False
     columns = (COLUMN_NAMES.index(name) for name in FRACTIONS)
     try:
-        fractions = [float(word) for column in columns for word in words[column :: len(COLUMN_NAMES)]]
+        fractions = [float(word) for column in columns for word in words[column::width]]
     except ValueError:
         return False
     return min(fractions) >= FRACTION_MIN and max(fractions) <= FRACTION_MAX
