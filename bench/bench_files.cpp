@@ -17,6 +17,7 @@
 #include "recipe/read_recipe.h"
 #include "recipes/bench_recipes.h"
 #include "results/number_format.h"
+#include "results/write_results.h"
 
 namespace vorlen::bench {
 
@@ -129,7 +130,7 @@ void write_rows(benchmark::State& state, const std::string& recipe_text) {
     Model model = build_model(recipe_text, path.c_str());
     record_growth(model, rows, 0.0);
     state.ResumeTiming();
-    model.surfchem_nonst->write_results(true);
+    write_results(*model.surfchem_nonst, true);
   }
   const FileSize size = measure_file(path);
   if (size.lines < rows) state.SkipWithError("rows are missing in the file");

@@ -90,16 +90,6 @@ void step_callback(std::int32_t accepted_index, double t_old, double t, const do
   span.end = SpanEnd::REACHED;
 }
 
-void add_counters(RunCounters& sum, const std::int32_t* IWORK) {
-  sum.rhs_calls += IWORK[14 - 1];
-  sum.jacobian_count += IWORK[15 - 1];
-  sum.step_count += IWORK[16 - 1];
-  sum.accepted_count += IWORK[17 - 1];
-  sum.rejected_count += IWORK[18 - 1];
-  sum.factorisation_count += IWORK[19 - 1];
-  sum.solve_count += IWORK[20 - 1];
-}
-
 // Integrates from the last accepted state to t_end [s]. idid receives the code of the integrator.
 SpanEnd integrate(StagedRun& run, double t_end, double first_step, std::int32_t max_steps, RunCounters& counters,
                   std::int32_t& idid) {
@@ -205,7 +195,7 @@ std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& op
     error = "State is not finite";
     return RUN_NOT_FINITE;
   }
-  return run_status_of(idid, "", error);
+  return run_status_of(idid, error);
 }
 
 }  // namespace vorlen

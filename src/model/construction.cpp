@@ -144,7 +144,7 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   double a_pre = -1.0;
   double c_pre = -1.0;
   if (!pre_stages.empty()) {
-    if (!stage_lattice(true)) {
+    if (!set_pre_stage_lattice()) {
       err = -1;
       return;
     }

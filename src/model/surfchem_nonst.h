@@ -10,9 +10,8 @@
 //   model/initial_state.cpp   first state vector
 //   model/lattice.cpp         lattice and strain
 //   model/relaxation.cpp      dislocations and relaxation
-//   results/write_results.cpp and results/profiles.cpp: the result file
-// Operations that only strain/ needs are free functions there: accepted steps, and the opening and density of
-// V-defects.
+// Operations that only strain/ or results/ needs are free functions there: accepted steps, the opening and density of
+// V-defects, and the result file.
 //
 // In order: options and process, species, values of the residual, run control, materials and kinetics, kept terms, the
 // layer, relaxation and V-defects, history; then the operations, grouped as above; free functions.
@@ -257,8 +256,10 @@ class SurfChemNonst {
   // C13/C33 of the composition x_solid[3].
   double strain_ratio(const double* x_solid) const;
   double stage_strain_ratio(const PrePostStageRecord& stage) const;
-  // Fills the lattice fields of the pre-stages or the post-stages. False with error_text set for a bad first pre-stage.
-  bool stage_lattice(bool is_pre);
+  // Sets the lattice fields of the pre-stages. False with error_text set for a bad first pre-stage.
+  bool set_pre_stage_lattice();
+  // Sets those of the post-stages, which follow on the layer in its present state.
+  void set_post_stage_lattice();
   // In-plane strain of a layer with relaxed constant a at thickness z_at, tension thickness h_at.
   double eps_in_plane(double a, double rho, double z_at, double h_at) const;
   // Effective in-plane lattice at the surface, angstrom.
@@ -280,18 +281,6 @@ class SurfChemNonst {
   double eps_reacted(double z_at, double h_at) const;
   // The logarithms at the present depth.
   const DepthTerms& depth_terms();
-
-  // ---- Result file
-  // Writes the whole file and closes it; nothing if it is not open. success: with the rows of the post-stages.
-  void write_results(bool success);
-  // Sums up the thickness [nm] of each active stage from the history; a step over a boundary is shared out by time.
-  void stage_thicknesses();
-  void write_header();
-  void write_column_heads();
-  // Two rows for each pre-stage or post-stage, the first at depth z_start_nm.
-  void write_stage_rows(bool is_pre, double z_start_nm);
-  // A row for each recorded point.
-  void write_profile();
 };
 
 // 1.0 above 1, v from 0 to 1, else 0.0 (also for NaN).
