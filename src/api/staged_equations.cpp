@@ -7,14 +7,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 
 namespace vorlen {
 
 namespace {
 
 constexpr double C_UNIT = 1e-9;  // of the surface concentrations, kmol/m^2
-constexpr double NM = 1e-9;
 
 // The components of the state.
 constexpr std::size_t Y_c = 0, Y_x = N_ADSORBED, Y_z = STAGED_Z;
@@ -30,9 +29,6 @@ constexpr double SLOW_GROWTH = 3.7e-13;
 constexpr double SWITCH_WIDTH = 1e-6;
 
 double tension_share(double eps_xx) { return 0.5 * (1.0 + std::tanh((eps_xx - TENSION_THRESHOLD) / SWITCH_WIDTH)); }
-
-// Unit of I0 and J0_1 per metre, J/m^2.
-double stiffness(const SurfChemNonst& m) { return modulus_M() * (2.0 * m.tan_V * m.b_burgers); }
 
 bool relaxes(const SurfChemNonst& m) { return m.stress_model == STRESS_V_dislocation; }
 
@@ -84,7 +80,7 @@ void unpack_staged(StagedEquations& e, const double* y) {
   // The laws of the dislocations hold for an effective thickness that is not negative.
   m.h = std::min(e.start.h + NM * y[Y_h], m.z - m.z_start);
   if (e.open) m.h = std::min(m.h, m.z - m.z0 + m.h_z0);
-  const double stiff = stiffness(m);
+  const double stiff = m.bending_stiffness();
   const double I0 = (stiff * NM) * y[Y_I0];
   const double J0_1 = (stiff * NM) * y[Y_J0_1];
   m.I0 = e.start.I0 + I0;
@@ -134,7 +130,7 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   f[Y_z] = surface.GR / NM;
   if (!relaxes(m)) return surface.GR;
 
-  const double stiff = stiffness(m);
+  const double stiff = m.bending_stiffness();
   if (surface.GR < 0.0) {
     // Evaporation takes back what the growth of this depth had added.
     const FilmPoint p = film_at(e.film, e.z);

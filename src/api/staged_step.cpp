@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "integrator/radau_integrator.h"
+#include "model/constants.h"
 #include "strain/v_defect_density.h"
 #include "strain/v_defect_energy.h"
 
@@ -13,7 +14,6 @@ namespace vorlen {
 
 namespace {
 
-constexpr double NM = 1e-9;
 constexpr double KNOT_SPACING = 2.5e-10;  // largest growth between two knots of the film, m
 constexpr double SEARCH_SPACING = 1e-9;   // a step with less growth is checked for an opening at its end only, m
 constexpr double NO_FRACTION = 1e-15;

@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "model/constants.h"
-#include "model/dislocation_constants.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -15,8 +14,6 @@ namespace {
 
 constexpr int OUTPUT_PRECISION = 16;
 constexpr std::size_t HISTORY_ROOM = 1024;  // entries reserved for each list that the run will fill
-constexpr double CM2_TO_M2 = 10000.0;       // of a density: cm^-2 to m^-2
-constexpr double GPA = 1e9;
 constexpr double COSINE_MIN = 1e-10;
 
 void reserve_history(SurfChemNonst& m) {

@@ -22,9 +22,6 @@ constexpr bool carries_indium(std::size_t i) { return i <= TMInNH3_g || i == In_
 // species k.
 constexpr GasSpecies DESORBS_AS[N_ADSORBED] = {In_g, Ga_g, Al_g, N2_g, H2_g};
 
-constexpr double GPA = 1e9;
-constexpr double ANGSTROM = 1e-10;
-
 // A * exp(-Ta/T) * T^Tn; a Ta or Tn of exactly 0 leaves its factor out.
 double rate_constant(double A, double Ta, double Tn, double T) {
   double k = A;

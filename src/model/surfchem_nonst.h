@@ -270,6 +270,8 @@ class SurfChemNonst {
   double eps_relaxed(double rho, double z_at, double h_at) const;
   // Threading dislocation density at thickness z_at, cm^-2.
   double rho_TD_at(double rho, double z_at, double h_at) const;
+  // Stress per strain times the step of an inclined dislocation, M 2 b tan(V), J/m^2: the factor of I0 and J0_1.
+  double bending_stiffness() const;
   // Strain at the surface, and the rates of the integrals at the growth rate GR_calc [m/s].
   RelaxationRates relaxation_rates(double GR_calc);
   // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and sets eps_xx_last_trial. GR_calc is the growth rate, m/s.

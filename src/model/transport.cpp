@@ -13,10 +13,9 @@ namespace vorlen {
 
 namespace {
 
-constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
-constexpr double D_MIN = 1e-20;       // m^2/s
-constexpr double GR_REF_MIN = 1e-10;  // nm/s
-constexpr double NM = 1e-9;
+constexpr double FLOW_MIN = 1e-10;       // sccm; a smaller flow counts as none
+constexpr double D_MIN = 1e-20;          // m^2/s
+constexpr double GR_REF_MIN = 1e-10;     // nm/s
 constexpr double OMEGA_FIT_FROM = 0.3;   // reduced temperature above which the fit in its logarithm holds
 constexpr double OMEGA_LOG_SHIFT = 1.4;  // of that logarithm
 

@@ -3,6 +3,12 @@
 //
 // The reader (recipe_reader.h), `vorlen check`, the schemas share/vorlen/recipe.rng and recipe.xsd, and the tables of
 // docs/recipe-format.md all work from it.
+//
+// To add an element: give the record in process_recipe.h a field for it, and add a row to ROWS in recipe_table.cpp in
+// the place where it is to be read, in the section of its parent. Rows are made by value_row, keyword_row, group_row
+// and their like; optional_row(row, default) around one lets recipes leave the element out. A field of a new record
+// needs a function like in_recipe; a choice that other elements depend on, a Condition. Checks of the whole recipe are
+// in validate_recipe.cpp. Then renew the schemas and the tables of the manual, as their tests say when they fail.
 #pragma once
 
 #include <array>

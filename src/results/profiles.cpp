@@ -5,15 +5,13 @@
 
 #include <memory>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "results/columns.h"
 #include "results/number_format.h"
 
 namespace vorlen {
 
 namespace {
-
-constexpr double M_TO_NM = 1e9;
 
 // Rows are collected in a block, which goes to the stream when the next row might not fit: the larger the block, the
 // less time the system takes for the file. Each column is followed by a blank, and the row by the end of the line.

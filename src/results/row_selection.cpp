@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <limits>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 
 namespace vorlen {
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "model/constants.h"
 #include "results/columns.h"
 #include "results/number_format.h"
 #include "results/profiles.h"
@@ -13,8 +14,6 @@
 namespace vorlen {
 
 namespace {
-
-constexpr double M_TO_NM = 1e9;
 
 template <class Stage>
 void append_layers(std::string& text, const std::vector<Stage>& stages, int& number) {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/v_defect_energy.h"
 #include "strain/z0_search.h"
 

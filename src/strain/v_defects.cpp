@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/v_defect_energy.h"
 
 namespace vorlen {

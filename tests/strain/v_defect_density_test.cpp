@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "api/staged_equations.h"
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/small_model.h"
 #include "strain/v_defect_energy.h"
 
