@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "model/constants.h"
+#include "model/setup_messages.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -29,7 +30,7 @@ void reserve_history(SurfChemNonst& m) {
 void mark_flow_species(SurfChemNonst& m) {
   for (const StageRecord& stage : m.active_stages) {
     for (std::size_t i = 0; i < N_FLOWS; ++i) {
-      if (stage.Q[i].val >= 0.0 || stage.Q[i].end >= 0.0) m.gas_index[i] = 0;
+      if (stage.Q[i].val >= 0.0 || stage.Q[i].end >= 0.0) m.gas_present[i] = true;
     }
   }
 }
@@ -45,7 +46,7 @@ bool set_dislocation_densities(SurfChemNonst& m) {
   }
   if (stages.front().disl_model == DISL_inherited) {
     if (m.pre_stages.empty()) {
-      m.error_text = "Cannot inherit dislocation density for first active stage: no pre-stages";
+      m.error_text = NOTHING_BELOW_FIRST_STAGE;
       return false;
     }
     stages.front().rho_D.set_both(m.pre_stages.back().rho_D);
@@ -130,11 +131,6 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
 
   fill_species_lists(*this);
-  std::copy_n(N2_MIX_A, N_BULK, N2_mix_A.begin());
-  std::copy_n(N2_MIX_T, N_BULK, N2_mix_T.begin());
-  gas_index.fill(-1);
-  bulk_index.fill(-1);
-  adsorbed_index.fill(-1);
   site_gas.fill(1.0);
   site_bulk.fill(1.0);
 

@@ -1,5 +1,6 @@
 // Lattice and strain, docs/physics.md, section 6: relaxed lattice constants of a composition (Vegard's law), the
 // in-plane lattice that each layer inherits from the layer below, and the strain that follows from the two.
+#include "model/setup_messages.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -36,20 +37,8 @@ double SurfChemNonst::strain_ratio(const double* x_solid) const {
   double S13 = 0.0;
   double S33 = 0.0;
   for (std::size_t k = 0; k < N_BULK; ++k) {
-    if (bulk_index[k] < 0) continue;
     S13 += x_solid[k] * bulk_species[k].C13;
     S33 += x_solid[k] * bulk_species[k].C33;
-  }
-  return S13 / S33;
-}
-
-double SurfChemNonst::stage_strain_ratio(const PrePostStageRecord& stage) const {
-  const double X[N_BULK] = {stage.X_In_average, stage.X_Ga_average, stage.X_Al_average};
-  double S13 = 0.0;
-  double S33 = 0.0;
-  for (std::size_t k = 0; k < N_BULK; ++k) {
-    S13 += X[k] * bulk_species[k].C13;
-    S33 += X[k] * bulk_species[k].C33;
   }
   return S13 / S33;
 }
@@ -62,7 +51,7 @@ bool SurfChemNonst::set_pre_stage_lattice() {
     return false;
   }
   if (first.disl_model == DISL_inherited) {
-    error_text = "Cannot inherit dislocation density for first pre-stage";
+    error_text = NOTHING_BELOW_FIRST_PRE_STAGE;
     return false;
   }
   set_chain(*this, pre_stages, first.stress_state);

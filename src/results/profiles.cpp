@@ -114,7 +114,8 @@ void write_stage_rows(SurfChemNonst& m, const std::vector<PrePostStageRecord>& s
                       double rho_VD) {
   std::string text;
   const auto append_row = [&](const PrePostStageRecord& s, double time, double depth) {
-    const double e_zz = m.stage_strain_ratio(s) * -2.0 * s.eps_xx;
+    const double x_solid[N_BULK] = {s.X_In_average, s.X_Ga_average, s.X_Al_average};
+    const double e_zz = m.strain_ratio(x_solid) * -2.0 * s.eps_xx;
     append_columns(text, {time, depth, s.GR_average, s.X_In_average, s.X_Ga_average, s.X_Al_average, s.rho_D,
                           (rho_VD + rho_VD) * M2_TO_CM2, s.a_lattice, s.eps_xx, s.eps_xx, e_zz, 0.0, s.rho_D,
                           s.a_lattice, s.eps_xx, s.eps_xx, e_zz, 0.0});
