@@ -41,11 +41,11 @@ std::int32_t n_staged(const SurfChemNonst& model) {
 StagedEquations staged_equations(SurfChemNonst& m, StagedVector& y) {
   std::array<double, N_STATE_MAX> first{};
   m.init_state(first.data());
-  StagedEquations e{StagedLayer{.model = m, .film = film_on(m.pre_stages, m.z_start, relaxes(m))}, {}};
+  StagedEquations e{.layer = {.model = m, .film = film_on(m.pre_stages, m.z_start, relaxes(m))}};
   e.start.z = m.z_start;
   e.z = m.z_start;
-  FilmPoint top = film_at(e.film, m.z_start);
-  film_add(e.film, top);
+  FilmPoint top = film_at(e.layer.film, m.z_start);
+  film_add(e.layer.film, top);
   y.fill(0.0);
   for (std::size_t k = 0; k < N_ADSORBED; ++k) y[Y_c + k] = m.c_a[k] / C_UNIT;
   y[Y_x + InN_b] = top.x_In;
@@ -55,7 +55,7 @@ StagedEquations staged_equations(SurfChemNonst& m, StagedVector& y) {
 }
 
 void start_stage(StagedEquations& e, std::size_t k, StagedVector& y) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   unpack_staged(e, y.data());
   e.start = {e.z, m.h, m.z - m.z_start - m.h, m.I0, m.I1, m.J0_0, m.J0_1};
   std::fill(y.begin() + Y_z, y.end(), 0.0);
@@ -66,7 +66,7 @@ void start_stage(StagedEquations& e, std::size_t k, StagedVector& y) {
 }
 
 void unpack_staged(StagedEquations& e, const double* y) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   for (std::size_t k = 0; k < N_ADSORBED; ++k) m.c_a[k] = C_UNIT * y[Y_c + k];
   const double sum = y[Y_x + InN_b] + y[Y_x + GaN_b] + y[Y_x + AlN_b];
   for (std::size_t k = 0; k < N_BULK; ++k) {
@@ -79,7 +79,7 @@ void unpack_staged(StagedEquations& e, const double* y) {
   if (!relaxes(m)) return;
   // The laws of the dislocations hold for an effective thickness that is not negative.
   m.h = std::min(e.start.h + NM * y[Y_h], m.z - m.z_start);
-  if (e.open) m.h = std::min(m.h, m.z - m.z0 + m.h_z0);
+  if (e.layer.open) m.h = std::min(m.h, m.z - m.z0 + m.h_z0);
   const double stiff = m.bending_stiffness();
   const double I0 = (stiff * NM) * y[Y_I0];
   const double J0_1 = (stiff * NM) * y[Y_J0_1];
@@ -87,11 +87,11 @@ void unpack_staged(StagedEquations& e, const double* y) {
   m.I1 = e.start.I1 + (e.start.w * I0 + (stiff * NM * NM) * y[Y_I1]);
   m.J0_1 = e.start.J0_1 + J0_1;
   m.J0_0 = e.start.J0_0 + (e.start.w * J0_1 + (stiff * NM * NM) * y[Y_J0_0]);
-  if (e.open) m.rho_VD = v_defect_density(e);
+  if (e.layer.open) m.rho_VD = v_defect_density(e.layer);
 }
 
 FilmPoint surface_point(const StagedEquations& e) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   FilmPoint p{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
   if (!relaxes(m)) return p;
   const RelaxationRates rates = m.relaxation_rates(1.0);
@@ -107,7 +107,7 @@ FilmPoint surface_point(const StagedEquations& e) {
 }
 
 double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   ++m.eval_rhs_calls;
   if (t != e.t_conditions) {
     const StageRecord& stage = m.active_stages[m.stage_index];
@@ -121,7 +121,7 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
 
   const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
   const double share = S > 0.0 ? std::exp(-S / SLOW_GROWTH) : 1.0;  // of the film's composition in what passes
-  const FilmPoint film = share > 0.0 ? film_at(e.film, e.z) : FilmPoint{};
+  const FilmPoint film = share > 0.0 ? film_at(e.layer.film, e.z) : FilmPoint{};
   const double below[N_BULK] = {film.x_In, 1.0 - film.x_In - film.x_Al, film.x_Al};
   for (std::size_t k = 0; k < N_BULK; ++k) {
     const double x = m.x_b[k];
@@ -133,8 +133,8 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   const double stiff = m.bending_stiffness();
   if (surface.GR < 0.0) {
     // Evaporation takes back what the growth of this depth had added.
-    const FilmPoint p = film_at(e.film, e.z);
-    f[Y_h] = surface.GR * film_tension(e.film, e.z) / NM;
+    const FilmPoint p = film_at(e.layer.film, e.z);
+    f[Y_h] = surface.GR * film_tension(e.layer.film, e.z) / NM;
     f[Y_I0] = surface.GR * p.R / (stiff * NM);
     f[Y_J0_1] = surface.GR * p.S / (stiff * NM);
     f[Y_I1] = (p.w - e.start.w) * surface.GR * p.R / (stiff * NM * NM);
@@ -155,7 +155,7 @@ void staged_tolerances(const StagedEquations& e, double tolerance, double* rtol,
   constexpr double OF_FRACTIONS = 1e-4;
   constexpr double OF_THICKNESS = 0.1;  // of z and h, in nm
   constexpr double OF_INTEGRALS = 1e-3;
-  const auto n = static_cast<std::size_t>(n_staged(e.model));
+  const auto n = static_cast<std::size_t>(n_staged(e.layer.model));
   std::fill_n(rtol, n, tolerance);
   for (std::size_t i = 0; i < n; ++i) {
     atol[i] = tolerance * (i < Y_x    ? OF_CONCENTRATIONS

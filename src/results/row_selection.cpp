@@ -1,3 +1,6 @@
+// Selection of rows: the longest chords that stay within the tolerance of every column at all samples between them.
+//
+// In order: columns that rows must follow, chords, lists of the history, rows at z0.
 #include "results/row_selection.h"
 
 #include <algorithm>

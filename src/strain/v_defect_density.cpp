@@ -1,3 +1,5 @@
+// V-defects of the staged scheme. In order: growth in tension, the terms of J2, search for the lowest balance, opening,
+// density.
 #include "strain/v_defect_density.h"
 
 #include <algorithm>

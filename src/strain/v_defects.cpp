@@ -1,3 +1,4 @@
+// V-defects of the continuous scheme: the state at z0, the balance terms by steps, and the density by bisection.
 #include "strain/v_defects.h"
 
 #include <algorithm>
