@@ -122,9 +122,10 @@ ConditionTerms& condition_terms(SurfChemNonst& m) {
   if (m.terms.have_terms && m.reuse_terms) return m.terms.conditions.last();
   m.terms.have_terms = true;
   const ConditionInputs inputs{m.T, m.P, m.omega_TDR, m.stage_index, m.Q};
-  const auto [c, is_other] =
+  const auto found =
       m.terms.conditions.get(inputs, m.reuse_terms, [&m](ConditionTerms& terms) { compute_condition_terms(m, terms); });
-  if (is_other) {
+  ConditionTerms& c = found.value;
+  if (found.is_other) {
     m.D = c.D;
     m.delta = c.delta;
     m.v_kin = c.v_kin;

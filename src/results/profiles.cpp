@@ -55,7 +55,7 @@ void write_profile(SurfChemNonst& m) {
   const std::size_t last = m.active_stages.size() - 1;
   std::size_t k = 0;
   double a_t = m.a_ref;
-  double a_z = m.a_ref;
+  double a_z = a_t;
   double rho_t = 0.0;
   double z0_nm = 0.0;
   const auto block = std::make_unique_for_overwrite<char[]>(WRITE_BLOCK);
