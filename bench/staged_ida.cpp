@@ -95,7 +95,7 @@ int residual(realtype t, N_Vector y, N_Vector yp, N_Vector F, void* context) {
   vorlen::staged_rhs(e, t, N_VGetArrayPointer(y), f.data());
   const double* rate = N_VGetArrayPointer(yp);
   double* out = N_VGetArrayPointer(F);
-  for (std::int32_t i = 0; i < vorlen::n_staged(e.model); ++i) {
+  for (std::int32_t i = 0; i < vorlen::n_staged(e.layer.model); ++i) {
     if (!std::isfinite(f[static_cast<std::size_t>(i)])) return RECOVERABLE;
     out[i] = rate[i] - f[static_cast<std::size_t>(i)];
   }
@@ -106,10 +106,10 @@ int residual(realtype t, N_Vector y, N_Vector yp, N_Vector F, void* context) {
 int opening(realtype, N_Vector y, N_Vector, realtype* g, void* context) {
   StagedEquations& e = *static_cast<StagedEquations*>(context);
   vorlen::unpack_staged(e, N_VGetArrayPointer(y));
-  const std::size_t knots = e.film.z.size();
-  if (e.z > vorlen::film_top(e.film)) vorlen::film_add(e.film, vorlen::surface_point(e));
-  g[0] = vorlen::v_defects_open(e) ? -1.0 : 1.0;
-  vorlen::film_truncate(e.film, knots);
+  const std::size_t knots = e.layer.film.z.size();
+  if (e.z > vorlen::film_top(e.layer.film)) vorlen::film_add(e.layer.film, vorlen::surface_point(e));
+  g[0] = vorlen::v_defects_open(e.layer) ? -1.0 : 1.0;
+  vorlen::film_truncate(e.layer.film, knots);
   return 0;
 }
 
@@ -119,7 +119,7 @@ void say_nothing(int, const char*, const char*, char*, void*) {}
 class Ida {
  public:
   Ida(StagedEquations& equations, double tolerance) : equations_(equations), tolerance_(tolerance) {
-    const sunindextype n = vorlen::n_staged(equations.model);
+    const sunindextype n = vorlen::n_staged(equations.layer.model);
     SUNContext_Create(nullptr, &context_);
     y_ = N_VNew_Serial(n, context_);
     yp_ = N_VNew_Serial(n, context_);
@@ -159,7 +159,7 @@ void Ida::start(double t, double first_step) {
   StagedVector rtol{}, f{};
   vorlen::staged_tolerances(equations_, tolerance_, rtol.data(), N_VGetArrayPointer(atol_));
   vorlen::staged_rhs(equations_, t, N_VGetArrayPointer(y_), f.data());
-  std::copy_n(f.begin(), vorlen::n_staged(equations_.model), N_VGetArrayPointer(yp_));
+  std::copy_n(f.begin(), vorlen::n_staged(equations_.layer.model), N_VGetArrayPointer(yp_));
   if (ida_ == nullptr) {
     ida_ = IDACreate(context_);
     IDASetErrHandlerFn(ida_, say_nothing, nullptr);
@@ -172,7 +172,7 @@ void Ida::start(double t, double first_step) {
   }
   IDASVtolerances(ida_, tolerance_, atol_);
   IDASetInitStep(ida_, first_step);
-  const bool watch = equations_.model.stress_model == vorlen::STRESS_V_dislocation && !equations_.open;
+  const bool watch = equations_.layer.model.stress_model == vorlen::STRESS_V_dislocation && !equations_.layer.open;
   IDARootInit(ida_, watch ? 1 : 0, watch ? opening : nullptr);
 }
 
@@ -187,32 +187,32 @@ void Ida::follow(double t_from, double t_to, double z_from) {
       y = N_VGetArrayPointer(at_);
     }
     vorlen::unpack_staged(e, y);
-    const double top = vorlen::film_top(e.film);
+    const double top = vorlen::film_top(e.layer.film);
     if (e.z < top) {
-      vorlen::film_cut(e.film, e.z);
+      vorlen::film_cut(e.layer.film, e.z);
     } else if (e.z > top) {
-      vorlen::film_add(e.film, vorlen::surface_point(e));
+      vorlen::film_add(e.layer.film, vorlen::surface_point(e));
     }
   }
-  vorlen::accept_v_defects(e);
+  vorlen::accept_v_defects(e.layer);
 }
 
 std::string Ida::run_stage(double tau, StagedVector& y, Outcome& outcome) {
   double* state = N_VGetArrayPointer(y_);
-  std::copy_n(y.begin(), vorlen::n_staged(equations_.model), state);
+  std::copy_n(y.begin(), vorlen::n_staged(equations_.layer.model), state);
   double t = 0.0;
   start(t, RESTART_STEP);
   long steps = 0;
   int restarts = 0;
   while (t < tau) {
     const double t_from = t, z_from = state[Y_Z];
-    std::copy_n(state, vorlen::n_staged(equations_.model), y.begin());
+    std::copy_n(state, vorlen::n_staged(equations_.layer.model), y.begin());
     IDASetStopTime(ida_, tau);
     const int flag = IDASolve(ida_, tau, &t, y_, yp_, IDA_ONE_STEP);
     if (flag < 0) {
       if (++restarts > MAX_RESTARTS) return "IDA code " + std::to_string(flag);
       ++outcome.restarts;
-      std::copy_n(y.begin(), vorlen::n_staged(equations_.model), state);
+      std::copy_n(y.begin(), vorlen::n_staged(equations_.layer.model), state);
       t = t_from;
       start(t, RESTART_STEP);
       continue;
@@ -227,7 +227,7 @@ std::string Ida::run_stage(double tau, StagedVector& y, Outcome& outcome) {
     }
   }
   outcome.steps += steps;
-  std::copy_n(state, vorlen::n_staged(equations_.model), y.begin());
+  std::copy_n(state, vorlen::n_staged(equations_.layer.model), y.begin());
   vorlen::unpack_staged(equations_, y.data());
   return "";
 }

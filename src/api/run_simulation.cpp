@@ -1,5 +1,5 @@
-// The continuous scheme is one call of the integrator over the whole process: stage boundaries do not restart it, and
-// the model looks up its conditions by time.
+// The driver of a run, and the continuous scheme: one call of the integrator over the whole process. Stage boundaries
+// do not restart it, and the model looks up its conditions by time.
 #include "api/run_simulation.h"
 
 #include <vector>
@@ -7,6 +7,7 @@
 #include "api/staged_run.h"
 #include "integrator/radau_integrator.h"
 #include "model/surfchem_nonst.h"
+#include "results/write_results.h"
 #include "strain/record_step.h"
 
 namespace vorlen {
@@ -34,59 +35,14 @@ void model_step_callback(std::int32_t, double, double x, const double* y, const 
   record_step(model_of(model_context), x, y);
 }
 
-}  // namespace
-
-std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error) {
-  switch (idid) {
-    case RADAU_STOPPED:
-      error = model_text;
-      return RUN_STOPPED;
-    case RADAU_TOO_MANY_STEPS:
-      error = "Maximum number of time steps reached";
-      return RUN_GAVE_UP_ON_STEPS;
-    case RADAU_STEP_TOO_SMALL:
-      error = "Step size has become too small";
-      return RUN_GAVE_UP_ON_STEPS;
-    case RADAU_REPEATEDLY_SINGULAR:
-      error = "Matrix is repeatedly singular";
-      return RUN_SINGULAR;
-    case RADAU_REFUSED:
-      error = "Integrator rejected its arguments";
-      return RUN_REJECTED;
-    default:
-      return RUN_OK;
-  }
-}
-
-std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
-                            RunCounters* counters, const RunOptions& options) {
-  error.clear();
-  std::int32_t err = 0;
-  SurfChemNonst surfchem_nonst(recipe, output_path, err);
-  if (err != 0) {
-    error = surfchem_nonst.error_text;
-    return err;
-  }
-  // Faults that the construction finds have priority.
-  if (!recipe.late_fault.empty()) {
-    error = recipe.late_fault;
-    return RUN_BAD_INTEGRATION;
-  }
-
-  surfchem_nonst.reuse_terms = options.reuse_terms;
-  if (recipe.scheme == SCHEME_staged) {
-    RunCounters staged_counters;
-    const std::int32_t status = run_staged(surfchem_nonst, recipe.tolerance, options, staged_counters, error);
-    staged_counters.eval_rhs_calls = surfchem_nonst.eval_rhs_calls;
-    if (counters != nullptr) *counters = staged_counters;
-    surfchem_nonst.write_results(status == RUN_OK);
-    return status;
-  }
-  const std::int32_t n = surfchem_nonst.n_state();
-  double t = surfchem_nonst.t_begin;
-  const double t_end = surfchem_nonst.t_end;
+// Integrates the process and fills the history of the model. Returns a RunStatus, and sets error if that is not RUN_OK.
+// counters receives the work of the integrator.
+std::int32_t run_continuous(SurfChemNonst& m, const RunOptions& options, RunCounters& counters, std::string& error) {
+  const std::int32_t n = m.n_state();
+  double t = m.t_begin;
+  const double t_end = m.t_end;
   double y[N_STATE_MAX] = {};
-  surfchem_nonst.init_state(y);
+  m.init_state(y);
 
   const std::int32_t lwork = n * (5 * n + 12) + 20;
   const std::int32_t liwork = 5 * n + 20;
@@ -106,16 +62,66 @@ std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path
   std::int32_t idid = 0;
   RadauIntegrator(n, model_rhs_callback, t, y, t_end, dt_last, &rtol, &atol, /*itol=*/0, /*jacobian_callback=*/nullptr,
                   /*ijac=*/0, mljac, mujac, mass_callback, /*imas=*/1, /*mlmas=*/0, mumas, model_step_callback,
-                  /*iout=*/1, WORK.data(), lwork, IWORK.data(), liwork, /*real_context=*/nullptr, &surfchem_nonst,
-                  idid);
-  if (counters != nullptr) {
-    *counters = {idid,          IWORK[14 - 1], IWORK[15 - 1],
-                 IWORK[16 - 1], IWORK[17 - 1], IWORK[18 - 1],
-                 IWORK[19 - 1], IWORK[20 - 1], surfchem_nonst.eval_rhs_calls};
+                  /*iout=*/1, WORK.data(), lwork, IWORK.data(), liwork, /*real_context=*/nullptr, &m, idid);
+  counters.idid = idid;
+  add_counters(counters, IWORK.data());
+  return run_status_of(idid, error);
+}
+
+}  // namespace
+
+std::int32_t run_status_of(std::int32_t idid, std::string& error) {
+  switch (idid) {
+    case RADAU_TOO_MANY_STEPS:
+      error = "Maximum number of time steps reached";
+      return RUN_GAVE_UP_ON_STEPS;
+    case RADAU_STEP_TOO_SMALL:
+      error = "Step size has become too small";
+      return RUN_GAVE_UP_ON_STEPS;
+    case RADAU_REPEATEDLY_SINGULAR:
+      error = "Matrix is repeatedly singular";
+      return RUN_SINGULAR;
+    case RADAU_REFUSED:
+      error = "Integrator rejected its arguments";
+      return RUN_REJECTED;
+    default:
+      return RUN_OK;
+  }
+}
+
+void add_counters(RunCounters& sum, const std::int32_t* IWORK) {
+  sum.rhs_calls += IWORK[14 - 1];
+  sum.jacobian_count += IWORK[15 - 1];
+  sum.step_count += IWORK[16 - 1];
+  sum.accepted_count += IWORK[17 - 1];
+  sum.rejected_count += IWORK[18 - 1];
+  sum.factorisation_count += IWORK[19 - 1];
+  sum.solve_count += IWORK[20 - 1];
+}
+
+std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
+                            RunCounters* counters, const RunOptions& options) {
+  error.clear();
+  std::int32_t err = 0;
+  SurfChemNonst surfchem_nonst(recipe, output_path, err);
+  if (err != 0) {
+    error = surfchem_nonst.error_text;
+    return err;
+  }
+  // Faults that the construction finds have priority.
+  if (!recipe.late_fault.empty()) {
+    error = recipe.late_fault;
+    return RUN_LATE_FAULT;
   }
 
-  const std::int32_t status = run_status_of(idid, surfchem_nonst.error_text, error);
-  surfchem_nonst.write_results(status == RUN_OK);
+  surfchem_nonst.reuse_terms = options.reuse_terms;
+  RunCounters work;
+  const std::int32_t status = recipe.scheme == SCHEME_staged
+                                  ? run_staged(surfchem_nonst, recipe.tolerance, options, work, error)
+                                  : run_continuous(surfchem_nonst, options, work, error);
+  work.eval_rhs_calls = surfchem_nonst.eval_rhs_calls;
+  if (counters != nullptr) *counters = work;
+  write_results(surfchem_nonst, status == RUN_OK);
   return status;
 }
 

@@ -11,10 +11,9 @@ namespace vorlen {
 // Status of a run. A construction that fails has the codes -1, 1 and 100 to 103 (see SurfChemNonst).
 enum RunStatus : std::int32_t {
   RUN_OK = 0,
-  RUN_STOPPED = 1,           // the model ended the run early
   RUN_GAVE_UP_ON_STEPS = 2,  // too many steps, or a step too small
   RUN_SINGULAR = 3,          // the matrix of the Newton iteration stayed singular
-  RUN_BAD_INTEGRATION = 4,   // ProcessRecipe::late_fault
+  RUN_LATE_FAULT = 4,        // ProcessRecipe::late_fault
   RUN_NOT_FINITE = 5,        // the state is not finite, under the staged scheme
   RUN_REJECTED = 6           // the integrator rejected its arguments
 };
@@ -45,8 +44,11 @@ struct RunOptions {
 std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
                             RunCounters* counters = nullptr, const RunOptions& options = {});
 
-// Status of a run whose integration ended with idid, a RadauResult. Sets error on a failure. model_text is the reason
-// when the model stopped the integration.
-std::int32_t run_status_of(std::int32_t idid, const std::string& model_text, std::string& error);
+// Status of a run whose integration ended with idid: a RadauResult, but not RADAU_STOPPED, since no step callback ends
+// a run. Sets error on a failure.
+std::int32_t run_status_of(std::int32_t idid, std::string& error);
+
+// Adds the counters that the integrator has left in IWORK, slots 14 to 20.
+void add_counters(RunCounters& sum, const std::int32_t* IWORK);
 
 }  // namespace vorlen

@@ -7,14 +7,13 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 
 namespace vorlen {
 
 namespace {
 
 constexpr double C_UNIT = 1e-9;  // of the surface concentrations, kmol/m^2
-constexpr double NM = 1e-9;
 
 // The components of the state.
 constexpr std::size_t Y_c = 0, Y_x = N_ADSORBED, Y_z = STAGED_Z;
@@ -31,9 +30,6 @@ constexpr double SWITCH_WIDTH = 1e-6;
 
 double tension_share(double eps_xx) { return 0.5 * (1.0 + std::tanh((eps_xx - TENSION_THRESHOLD) / SWITCH_WIDTH)); }
 
-// Unit of I0 and J0_1 per metre, J/m^2.
-double stiffness(const SurfChemNonst& m) { return modulus_M() * (2.0 * m.tan_V * m.b_burgers); }
-
 bool relaxes(const SurfChemNonst& m) { return m.stress_model == STRESS_V_dislocation; }
 
 }  // namespace
@@ -45,11 +41,11 @@ std::int32_t n_staged(const SurfChemNonst& model) {
 StagedEquations staged_equations(SurfChemNonst& m, StagedVector& y) {
   std::array<double, N_STATE_MAX> first{};
   m.init_state(first.data());
-  StagedEquations e{StagedLayer{.model = m, .film = film_on(m.pre_stages, m.z_start, relaxes(m))}, {}};
+  StagedEquations e{.layer = {.model = m, .film = film_on(m.pre_stages, m.z_start, relaxes(m))}};
   e.start.z = m.z_start;
   e.z = m.z_start;
-  FilmPoint top = film_at(e.film, m.z_start);
-  film_add(e.film, top);
+  FilmPoint top = film_at(e.layer.film, m.z_start);
+  film_add(e.layer.film, top);
   y.fill(0.0);
   for (std::size_t k = 0; k < N_ADSORBED; ++k) y[Y_c + k] = m.c_a[k] / C_UNIT;
   y[Y_x + InN_b] = top.x_In;
@@ -59,7 +55,7 @@ StagedEquations staged_equations(SurfChemNonst& m, StagedVector& y) {
 }
 
 void start_stage(StagedEquations& e, std::size_t k, StagedVector& y) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   unpack_staged(e, y.data());
   e.start = {e.z, m.h, m.z - m.z_start - m.h, m.I0, m.I1, m.J0_0, m.J0_1};
   std::fill(y.begin() + Y_z, y.end(), 0.0);
@@ -70,7 +66,7 @@ void start_stage(StagedEquations& e, std::size_t k, StagedVector& y) {
 }
 
 void unpack_staged(StagedEquations& e, const double* y) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   for (std::size_t k = 0; k < N_ADSORBED; ++k) m.c_a[k] = C_UNIT * y[Y_c + k];
   const double sum = y[Y_x + InN_b] + y[Y_x + GaN_b] + y[Y_x + AlN_b];
   for (std::size_t k = 0; k < N_BULK; ++k) {
@@ -83,19 +79,19 @@ void unpack_staged(StagedEquations& e, const double* y) {
   if (!relaxes(m)) return;
   // The laws of the dislocations hold for an effective thickness that is not negative.
   m.h = std::min(e.start.h + NM * y[Y_h], m.z - m.z_start);
-  if (e.open) m.h = std::min(m.h, m.z - m.z0 + m.h_z0);
-  const double stiff = stiffness(m);
+  if (e.layer.open) m.h = std::min(m.h, m.z - m.z0 + m.h_z0);
+  const double stiff = m.bending_stiffness();
   const double I0 = (stiff * NM) * y[Y_I0];
   const double J0_1 = (stiff * NM) * y[Y_J0_1];
   m.I0 = e.start.I0 + I0;
   m.I1 = e.start.I1 + (e.start.w * I0 + (stiff * NM * NM) * y[Y_I1]);
   m.J0_1 = e.start.J0_1 + J0_1;
   m.J0_0 = e.start.J0_0 + (e.start.w * J0_1 + (stiff * NM * NM) * y[Y_J0_0]);
-  if (e.open) m.rho_VD = v_defect_density(e);
+  if (e.layer.open) m.rho_VD = v_defect_density(e.layer);
 }
 
 FilmPoint surface_point(const StagedEquations& e) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   FilmPoint p{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
   if (!relaxes(m)) return p;
   const RelaxationRates rates = m.relaxation_rates(1.0);
@@ -111,7 +107,7 @@ FilmPoint surface_point(const StagedEquations& e) {
 }
 
 double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   ++m.eval_rhs_calls;
   if (t != e.t_conditions) {
     const StageRecord& stage = m.active_stages[m.stage_index];
@@ -125,7 +121,7 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
 
   const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
   const double share = S > 0.0 ? std::exp(-S / SLOW_GROWTH) : 1.0;  // of the film's composition in what passes
-  const FilmPoint film = share > 0.0 ? film_at(e.film, e.z) : FilmPoint{};
+  const FilmPoint film = share > 0.0 ? film_at(e.layer.film, e.z) : FilmPoint{};
   const double below[N_BULK] = {film.x_In, 1.0 - film.x_In - film.x_Al, film.x_Al};
   for (std::size_t k = 0; k < N_BULK; ++k) {
     const double x = m.x_b[k];
@@ -134,11 +130,11 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
   f[Y_z] = surface.GR / NM;
   if (!relaxes(m)) return surface.GR;
 
-  const double stiff = stiffness(m);
+  const double stiff = m.bending_stiffness();
   if (surface.GR < 0.0) {
     // Evaporation takes back what the growth of this depth had added.
-    const FilmPoint p = film_at(e.film, e.z);
-    f[Y_h] = surface.GR * film_tension(e.film, e.z) / NM;
+    const FilmPoint p = film_at(e.layer.film, e.z);
+    f[Y_h] = surface.GR * film_tension(e.layer.film, e.z) / NM;
     f[Y_I0] = surface.GR * p.R / (stiff * NM);
     f[Y_J0_1] = surface.GR * p.S / (stiff * NM);
     f[Y_I1] = (p.w - e.start.w) * surface.GR * p.R / (stiff * NM * NM);
@@ -159,7 +155,7 @@ void staged_tolerances(const StagedEquations& e, double tolerance, double* rtol,
   constexpr double OF_FRACTIONS = 1e-4;
   constexpr double OF_THICKNESS = 0.1;  // of z and h, in nm
   constexpr double OF_INTEGRALS = 1e-3;
-  const auto n = static_cast<std::size_t>(n_staged(e.model));
+  const auto n = static_cast<std::size_t>(n_staged(e.layer.model));
   std::fill_n(rtol, n, tolerance);
   for (std::size_t i = 0; i < n; ++i) {
     atol[i] = tolerance * (i < Y_x    ? OF_CONCENTRATIONS

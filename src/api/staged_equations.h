@@ -43,9 +43,10 @@ struct StageStart {
   double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
 };
 
-// The layer with the equations of its growth.
-struct StagedEquations : StagedLayer {
-  StageStart start;
+// The growing layer and what its equations need besides.
+struct StagedEquations {
+  StagedLayer layer;
+  StageStart start{};
   double gamma = EXCHANGE_LAYER * MONOLAYER;  // exchange layer, kmol/m^2
   double z = 0.0;                             // height of the film at the state last unpacked, m; may be below z_start
   double t_conditions = -1.0;  // time of the conditions in the model, s from the start of the stage; negative: none

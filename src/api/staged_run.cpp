@@ -44,7 +44,7 @@ bool is_finite(const StagedVector& v) {
 
 void evaluate(Span& span, double t, const double* y) {
   const StagedRun& run = span.run;
-  if (span.has_evaluation && run.equations.model.reuse_terms && span.t == t &&
+  if (span.has_evaluation && run.equations.layer.model.reuse_terms && span.t == t &&
       std::equal(y, y + run.n, span.y.begin())) {
     return;
   }
@@ -84,20 +84,10 @@ void step_callback(std::int32_t accepted_index, double t_old, double t, const do
   span.has_evaluation = false;  // the film and the density have moved
   evaluate(span, t, y);
   span.end = SpanEnd::NOT_FINITE;
-  if (!is_finite(span.f) || !std::isfinite(run.equations.model.rho_VD)) return;
+  if (!is_finite(span.f) || !std::isfinite(run.equations.layer.model.rho_VD)) return;
   finish_step(run, step, span.GR);
   stop_flag = 1;
   span.end = SpanEnd::REACHED;
-}
-
-void add_counters(RunCounters& sum, const std::int32_t* IWORK) {
-  sum.rhs_calls += IWORK[14 - 1];
-  sum.jacobian_count += IWORK[15 - 1];
-  sum.step_count += IWORK[16 - 1];
-  sum.accepted_count += IWORK[17 - 1];
-  sum.rejected_count += IWORK[18 - 1];
-  sum.factorisation_count += IWORK[19 - 1];
-  sum.solve_count += IWORK[20 - 1];
 }
 
 // Integrates from the last accepted state to t_end [s]. idid receives the code of the integrator.
@@ -131,11 +121,11 @@ SpanEnd integrate(StagedRun& run, double t_end, double first_step, std::int32_t 
 void open_here(StagedRun& run) {
   StagedEquations& e = run.equations;
   unpack_staged(e, run.y.data());
-  finish_rows(e.model, run.rows);
-  open_v_defects(e);
-  add_rows_at_z0(e.model);
+  finish_rows(e.layer.model, run.rows);
+  open_v_defects(e.layer);
+  add_rows_at_z0(e.layer.model);
   unpack_staged(e, run.y.data());
-  accept_v_defects(e);
+  accept_v_defects(e.layer);
 }
 
 // Integrates one stage to its end. Returns RADAU_DONE, RADAU_STOPPED for a state that is not finite, or the
@@ -148,7 +138,7 @@ std::int32_t run_stage(StagedRun& run, double tau, std::int64_t max_steps, RunCo
   while (true) {
     const Event at_end = run.event;
     const double t_end = at_end == Event::NONE ? tau : run.t_event;
-    run.watch_events = at_end == Event::NONE && run.equations.model.stress_model == STRESS_V_dislocation;
+    run.watch_events = at_end == Event::NONE && run.equations.layer.model.stress_model == STRESS_V_dislocation;
     const std::int64_t left = max_steps - counters.step_count;
     if (left <= 0) return RADAU_TOO_MANY_STEPS;
     const double t_before = run.t;
@@ -205,7 +195,7 @@ std::int32_t run_staged(SurfChemNonst& m, double tolerance, const RunOptions& op
     error = "State is not finite";
     return RUN_NOT_FINITE;
   }
-  return run_status_of(idid, "", error);
+  return run_status_of(idid, error);
 }
 
 }  // namespace vorlen

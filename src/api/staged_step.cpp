@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "integrator/radau_integrator.h"
+#include "model/constants.h"
 #include "strain/v_defect_density.h"
 #include "strain/v_defect_energy.h"
 
@@ -13,7 +14,6 @@ namespace vorlen {
 
 namespace {
 
-constexpr double NM = 1e-9;
 constexpr double KNOT_SPACING = 2.5e-10;  // largest growth between two knots of the film, m
 constexpr double SEARCH_SPACING = 1e-9;   // a step with less growth is checked for an opening at its end only, m
 constexpr double NO_FRACTION = 1e-15;
@@ -58,27 +58,27 @@ bool find_opening(StagedRun& run, const Step& step) {
   if (!(growth > 0.0)) return false;
   const int count = moment_count(run, step);
   const int searches = growth < SEARCH_SPACING ? 1 : SEARCHES;
-  const std::size_t knots = e.film.z.size();
+  const std::size_t knots = e.layer.film.z.size();
   FilmPoint surface = run.surface;
   bool found = false;
   double low = step.t_from;
   for (int j = 1; j <= count && !found; ++j) {
     double high = moment(step, j, count);
     unpack_at(run, step, high);
-    if (e.z > film_top(e.film)) film_grow(e.film, surface, surface_point(e));
+    if (e.z > film_top(e.layer.film)) film_grow(e.layer.film, surface, surface_point(e));
     surface = surface_point(e);
     if (j % (count / searches) != 0) continue;
-    found = v_defects_open(e);
+    found = v_defects_open(e.layer);
     for (int k = 0; found && k < MAX_HALVINGS; ++k) {
       const double middle = 0.5 * (low + high);
       if (!(low < middle && middle < high)) break;
       unpack_at(run, step, middle);
-      (v_defects_open(e) ? high : low) = middle;
+      (v_defects_open(e.layer) ? high : low) = middle;
     }
     low = high;
   }
   run.t_event = low;
-  film_truncate(e.film, knots);
+  film_truncate(e.layer.film, knots);
   return found;
 }
 
@@ -86,9 +86,9 @@ bool find_peak(StagedRun& run, const Step& step) {
   const int count = moment_count(run, step);
   const auto density_at = [&](double t) {
     unpack_at(run, step, t);
-    return run.equations.model.rho_VD;
+    return run.equations.layer.model.rho_VD;
   };
-  double previous = run.equations.rho_accepted;
+  double previous = run.equations.layer.rho_accepted;
   for (int j = 1; j <= count; ++j) {
     const double density = density_at(moment(step, j, count));
     if (!(density < previous * (1.0 - PEAK_DROP))) {
@@ -113,7 +113,7 @@ bool find_peak(StagedRun& run, const Step& step) {
 
 // The values of the detail columns at the state in the model.
 RowDetail detail_of(const StagedEquations& e) {
-  const SurfChemNonst& m = e.model;
+  const SurfChemNonst& m = e.layer.model;
   RowDetail d{.c_a = m.c_a};
   if (m.stress_model != STRESS_V_dislocation) return d;
   d.I0 = m.I0;
@@ -123,16 +123,16 @@ RowDetail detail_of(const StagedEquations& e) {
   d.r = m.relative_mismatch();
   d.E_V_loop = loop_energy(m, m.z, m.z0);
   d.deltaE = m.I1 + loop_energy(m, m.z - m.z_start, 0.0);
-  if (!e.open) return d;
+  if (!e.layer.open) return d;
   d.J0 = m.J0;
   d.J1 = m.J1;
-  d.J2 = v_defect_J2(e);
+  d.J2 = v_defect_J2(e.layer);
   d.deltaE = d.E_V_loop + d.J0 + d.J1 + d.J2;
   return d;
 }
 
 RowSample sample_of(const StagedEquations& e, double t, double GR) {
-  const SurfChemNonst& m = e.model;
+  const SurfChemNonst& m = e.layer.model;
   RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
   // Inside a step the interpolation may undershoot a fraction that falls to 0. An absent metal leaves rounding errors.
   double sum = 0.0;
@@ -160,13 +160,13 @@ void start_span(StagedRun& run, double t, const double* y, double GR) {
   unpack_staged(run.equations, y);
   run.GR = GR;
   run.surface = surface_point(run.equations);
-  if (run.rows.samples.empty()) add_sample(run.equations.model, run.rows, sample_of(run.equations, t, GR));
+  if (run.rows.samples.empty()) add_sample(run.equations.layer.model, run.rows, sample_of(run.equations, t, GR));
 }
 
 bool find_event(StagedRun& run, const Step& step) {
   if (!run.watch_events) return false;
-  if (run.equations.open ? find_peak(run, step) : find_opening(run, step)) {
-    run.event = run.equations.open ? Event::PEAK : Event::OPENING;
+  if (run.equations.layer.open ? find_peak(run, step) : find_opening(run, step)) {
+    run.event = run.equations.layer.open ? Event::PEAK : Event::OPENING;
     return true;
   }
   return false;
@@ -181,20 +181,20 @@ void follow_step(StagedRun& run, const Step& step) {
     const double t = moment(step, j, count);
     unpack_at(run, step, t);
     const FilmPoint surface = surface_point(e);
-    const double top = film_top(e.film);
-    if (e.z < top) film_cut(e.film, e.z);
-    if (e.z > top) film_grow(e.film, run.surface, surface);
+    const double top = film_top(e.layer.film);
+    if (e.z < top) film_cut(e.layer.film, e.z);
+    if (e.z > top) film_grow(e.layer.film, run.surface, surface);
     run.surface = surface;
     if (j % stride == 0) run.samples[run.step_samples++] = sample_of(e, t, 0.0);
   }
-  accept_v_defects(e);
+  accept_v_defects(e.layer);
 }
 
 void finish_step(StagedRun& run, const Step& step, double GR) {
   for (std::size_t i = 0; i < run.step_samples; ++i) {
     RowSample& s = run.samples[i];
     s.GR = rate_at(run, step, GR, s.t);
-    add_sample(run.equations.model, run.rows, s);
+    add_sample(run.equations.layer.model, run.rows, s);
   }
   run.last_step = step.t_to - step.t_from;
   std::copy_n(step.y, run.n, run.y.begin());

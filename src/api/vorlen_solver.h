@@ -23,9 +23,10 @@ extern "C" {
 /* Runs one simulation on the calling thread and returns when it has ended. Nothing can interrupt it.
  *
  *   input_path    Path of the recipe: a zero-terminated string of bytes, as the file system takes them. The file is
- * only read. Null is an error. output_path   Path of the result file: likewise. An existing file is overwritten. An
- * empty string: no result file. Null is an error. error_buffer  char[VORLEN_ERROR_BUFFER_SIZE], or null if the text is
- * not wanted. Not read.
+ *                 only read. Null is an error.
+ *   output_path   Path of the result file: likewise. An existing file is overwritten. An empty string: no result file.
+ *                 Null is an error.
+ *   error_buffer  char[VORLEN_ERROR_BUFFER_SIZE], or null if the text is not wanted. Not read.
  *
  * All numbers in the recipe and in the result carry the units that the two format pages give. The caller owns the three
  * arguments and may release them after the call. Nothing is kept between calls: no pointer, no simulation, no open
@@ -52,8 +53,8 @@ extern "C" {
  * Out of memory
  *   The call returns 1, closes its files and leaves the library usable; the result file is as above or truncated. All
  *   memory is freed, except that an allocation that fails inside the XML parser leaks the part of the document parsed
- * so far: about 20 kB for a usual recipe. A recipe whose document may not fit in memory is rejected before it is
- * parsed.
+ *   so far: about 20 kB for a usual recipe. A recipe whose document may not fit in memory is rejected before it is
+ *   parsed.
  *
  * Threads
  *   Calls may overlap on any number of threads, each with its own output_path and error_buffer. A call starts no thread

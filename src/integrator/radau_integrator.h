@@ -23,12 +23,10 @@ namespace vorlen {
 //   x                  in: start; out: last accepted point
 //   y[n]               in: state at the start; out: state at x. Changed and restored during the run.
 //   x_end              end; below x the integration runs backward
-//   h                  in: first step to try (sign ignored, 1e-6 if negligible); out: proposal for the next step (idid
-//   1),
-//                      or the step in use when the run ended
+//   h                  in: first step to try (sign ignored, 1e-6 if negligible); out: proposal for the next step
+//                      (idid 1), or the step in use when the run ended
 //   rtol, atol         relative and absolute tolerance: one number each with itol 0, else n each. Overwritten during
-//   the
-//                      run and restored up to rounding; after idid -1 they may stay transformed.
+//                      the run and restored up to rounding; after idid -1 they may stay transformed.
 //                      Each atol must be above 0 and each rtol above 10 * unit_roundoff.
 //   itol               0: one tolerance for all components, else n
 //   jacobian_callback  analytic Jacobian, used when ijac is not 0; else it may be null
@@ -40,13 +38,11 @@ namespace vorlen {
 //   step_callback      called at the start and after each accepted step when iout is not 0; else it may be null
 //   WORK[lwork]        slots 1 to 9 are parameters, 10 to 20 are not read, the others are storage:
 //                      lwork >= 20 + 12 n + n jac_rows + n_reduced mass_rows + 3 n_reduced factor_rows
-//   IWORK[liwork]      slots 1 to 10 are parameters, 11 to 13 are not read, 14 to 20 receive the counters, the slots
-//   after
-//                      20 are storage: liwork >= 20 + 3 n_reduced
+//   IWORK[liwork]      slots 1 to 10 are parameters, 11 to 13 are not read, 14 to 20 receive the counters, the others
+//                      are storage: liwork >= 20 + 3 n_reduced
 //   real_context, model_context   passed to every callback; may be null
 //   idid               out: 1 x_end reached, 2 stopped by step_callback, -1 an argument is out of range (no callback
-//   was
-//                      called), -2 too many steps, -3 step too small, -4 matrix repeatedly singular
+//                      was called), -2 too many steps, -3 step too small, -4 matrix repeatedly singular
 //
 // jac_rows and factor_rows are n_reduced, and for a band mljac + mujac + 1 and 2 mljac + mujac + 1; mass_rows is 0
 // without M, mlmas + mumas + 1 for a band, n_reduced for a full M.
@@ -75,10 +71,10 @@ namespace vorlen {
 //   IWORK(7)  index3_count           components of index 3, the last                      0              < 0, sum not n
 //   IWORK(8)  controller             <= 1 predictive, >= 2 classical                      predictive
 //   IWORK(9)  block_count            leading components with y'(i) = y(i + block_stride)  0              < 0
-//   IWORK(10) block_stride           a divisor of block_count                             block_count    < 0, not a
-//   divisor,
-//                                    (not read when that is 0)                            block_count + it > n; band: <
-//                                    n
+//   IWORK(10) block_stride           a divisor of block_count                             block_count    < 0,
+//                                    (not read when that is 0)                            not a divisor,
+//                                                                                         block_count + it > n;
+//                                                                                         band: < n
 //   IWORK(14) rhs_calls (without those of a numerical Jacobian)   (15) jacobian_count
 //   IWORK(16) step_count (max_steps + 1 with idid -2)   (17) accepted_count
 //   IWORK(18) rejected_count (after the first accepted step)   (19) factorisation_count   (20) solve_count

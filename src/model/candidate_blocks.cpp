@@ -1,3 +1,4 @@
+// Bounds on blocks of candidate depths: a tree of blocks that grows at its end.
 #include "model/candidate_blocks.h"
 
 #include <algorithm>

@@ -29,10 +29,10 @@ bool is_steady(const StageRecord& stage) {
 void compute_mixture(const SurfChemNonst& m, Mixture& mixture) {
   mixture.Q_total = 0.0;
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (m.gas_index[i] >= 0) mixture.Q_total += m.Q[i];
+    if (m.gas_present[i]) mixture.Q_total += m.Q[i];
   }
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (m.gas_index[i] >= 0) mixture.x[i] = m.Q[i] / mixture.Q_total;
+    if (m.gas_present[i]) mixture.x[i] = m.Q[i] / mixture.Q_total;
   }
 }
 
@@ -94,7 +94,7 @@ void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
   }
   if (stage_changed || stage.flows_vary) {
     for (std::size_t i = 0; i < N_FLOWS; ++i) {
-      if (gas_index[i] >= 0) Q[i] = interpolate(stage.Q[i], fraction);
+      if (gas_present[i]) Q[i] = interpolate(stage.Q[i], fraction);
     }
   }
   if (stage_changed) set_stage_delta(stage);
@@ -102,7 +102,7 @@ void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
   const Mixture& mixture = terms.mixtures.get(Q, reuse_terms, [this](Mixture& m) { compute_mixture(*this, m); }).value;
   Q_total = mixture.Q_total;
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (gas_index[i] < 0) continue;
+    if (!gas_present[i]) continue;
     x[i] = mixture.x[i];
     p[i] = x[i] * P;
   }

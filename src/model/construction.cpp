@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "model/constants.h"
-#include "model/dislocation_constants.h"
+#include "model/setup_messages.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -15,8 +15,6 @@ namespace {
 
 constexpr int OUTPUT_PRECISION = 16;
 constexpr std::size_t HISTORY_ROOM = 1024;  // entries reserved for each list that the run will fill
-constexpr double CM2_TO_M2 = 10000.0;       // of a density: cm^-2 to m^-2
-constexpr double GPA = 1e9;
 constexpr double COSINE_MIN = 1e-10;
 
 void reserve_history(SurfChemNonst& m) {
@@ -32,7 +30,7 @@ void reserve_history(SurfChemNonst& m) {
 void mark_flow_species(SurfChemNonst& m) {
   for (const StageRecord& stage : m.active_stages) {
     for (std::size_t i = 0; i < N_FLOWS; ++i) {
-      if (stage.Q[i].val >= 0.0 || stage.Q[i].end >= 0.0) m.gas_index[i] = 0;
+      if (stage.Q[i].val >= 0.0 || stage.Q[i].end >= 0.0) m.gas_present[i] = true;
     }
   }
 }
@@ -48,7 +46,7 @@ bool set_dislocation_densities(SurfChemNonst& m) {
   }
   if (stages.front().disl_model == DISL_inherited) {
     if (m.pre_stages.empty()) {
-      m.error_text = "Cannot inherit dislocation density for first active stage: no pre-stages";
+      m.error_text = NOTHING_BELOW_FIRST_STAGE;
       return false;
     }
     stages.front().rho_D.set_both(m.pre_stages.back().rho_D);
@@ -133,18 +131,13 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
 
   fill_species_lists(*this);
-  std::copy_n(N2_MIX_A, N_BULK, N2_mix_A.begin());
-  std::copy_n(N2_MIX_T, N_BULK, N2_mix_T.begin());
-  gas_index.fill(-1);
-  bulk_index.fill(-1);
-  adsorbed_index.fill(-1);
   site_gas.fill(1.0);
   site_bulk.fill(1.0);
 
   double a_pre = -1.0;
   double c_pre = -1.0;
   if (!pre_stages.empty()) {
-    if (!stage_lattice(true)) {
+    if (!set_pre_stage_lattice()) {
       err = -1;
       return;
     }

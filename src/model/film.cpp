@@ -5,11 +5,11 @@
 #include <initializer_list>
 #include <iterator>
 
+#include "model/constants.h"
+
 namespace vorlen {
 
 namespace {
-
-constexpr double NM = 1e-9;
 
 // The lists of a relaxing film, and the members of a point that they hold.
 struct RelaxationList {

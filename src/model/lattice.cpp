@@ -1,5 +1,6 @@
 // Lattice and strain, docs/physics.md, section 6: relaxed lattice constants of a composition (Vegard's law), the
 // in-plane lattice that each layer inherits from the layer below, and the strain that follows from the two.
+#include "model/setup_messages.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -10,74 +11,67 @@ namespace {
 // 2 C13/C33 of the composition instead, so the two do not agree exactly (docs/physics.md, section 6).
 constexpr double CHAIN_STRAIN_RATIO = 0.25;
 
+// Sets the lattice, strain and inherited dislocation densities of a list of stages on the in-plane lattice a_below
+// [angstrom]. The density of the first stage is known.
+void set_chain(const SurfChemNonst& m, std::vector<PrePostStageRecord>& stages, double a_below) {
+  const BulkSpeciesRecord& InN = m.bulk_species[InN_b];
+  const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
+  const BulkSpeciesRecord& AlN = m.bulk_species[AlN_b];
+  for (std::size_t i = 0; i < stages.size(); ++i) {
+    PrePostStageRecord& s = stages[i];
+    const double a_own = s.X_In_average * InN.a + s.X_Ga_average * GaN.a + s.X_Al_average * AlN.a;
+    const double a =
+        s.stress_state >= STRESS_STATE_IS_LATTICE ? s.stress_state : (a_own - a_below) * s.stress_state + a_below;
+    s.a_lattice = a;
+    s.eps_xx = a / a_own - 1.0;
+    const double c_own = s.X_In_average * InN.c + s.X_Ga_average * GaN.c + s.X_Al_average * AlN.c;
+    s.c_lattice = (1.0 - CHAIN_STRAIN_RATIO * s.eps_xx) * c_own;
+    a_below = a;
+    if (s.disl_model == DISL_inherited && i > 0) s.rho_D = stages[i - 1].rho_D;
+  }
+}
+
 }  // namespace
 
 double SurfChemNonst::strain_ratio(const double* x_solid) const {
   double S13 = 0.0;
   double S33 = 0.0;
   for (std::size_t k = 0; k < N_BULK; ++k) {
-    if (bulk_index[k] < 0) continue;
     S13 += x_solid[k] * bulk_species[k].C13;
     S33 += x_solid[k] * bulk_species[k].C33;
   }
   return S13 / S33;
 }
 
-double SurfChemNonst::stage_strain_ratio(const PrePostStageRecord& stage) const {
-  const double X[N_BULK] = {stage.X_In_average, stage.X_Ga_average, stage.X_Al_average};
-  double S13 = 0.0;
-  double S33 = 0.0;
-  for (std::size_t k = 0; k < N_BULK; ++k) {
-    S13 += X[k] * bulk_species[k].C13;
-    S33 += X[k] * bulk_species[k].C33;
+bool SurfChemNonst::set_pre_stage_lattice() {
+  if (pre_stages.empty()) return true;
+  const PrePostStageRecord& first = pre_stages.front();
+  if (first.stress_state < STRESS_STATE_IS_LATTICE) {
+    error_text = "Lattice constant 'a' of first pre-stage is not defined";
+    return false;
   }
-  return S13 / S33;
+  if (first.disl_model == DISL_inherited) {
+    error_text = NOTHING_BELOW_FIRST_PRE_STAGE;
+    return false;
+  }
+  set_chain(*this, pre_stages, first.stress_state);
+  return true;
 }
 
-bool SurfChemNonst::stage_lattice(bool is_pre) {
-  std::vector<PrePostStageRecord>& stages = is_pre ? pre_stages : post_stages;
-  if (stages.empty()) return true;
-  const BulkSpeciesRecord& InN = bulk_species[InN_b];
-  const BulkSpeciesRecord& GaN = bulk_species[GaN_b];
-  const BulkSpeciesRecord& AlN = bulk_species[AlN_b];
-
-  PrePostStageRecord& first = stages.front();
-  double a_prev;
-  if (is_pre) {
-    if (first.stress_state < STRESS_STATE_IS_LATTICE) {
-      error_text = "Lattice constant 'a' of first pre-stage is not defined";
-      return false;
-    }
-    a_prev = first.stress_state;
-    if (first.disl_model == DISL_inherited) {
-      error_text = "Cannot inherit dislocation density for first pre-stage";
-      return false;
-    }
+void SurfChemNonst::set_post_stage_lattice() {
+  if (post_stages.empty()) return;
+  const bool relaxes = stress_model == STRESS_V_dislocation;
+  double a_below;
+  if (relaxes) {
+    a_below = a_eff_at_surface(a_bulk, rho_VD);
   } else {
-    const bool relaxes = stress_model == STRESS_V_dislocation;
-    if (relaxes) {
-      a_prev = a_eff_at_surface(a_bulk, rho_VD);
-    } else {
-      a_prev = pre_stages.empty() ? GaN.a : pre_stages.back().a_lattice;
-    }
-    if (first.disl_model == DISL_inherited) {
-      first.rho_D = relaxes ? rho_TD_at(rho_VD, z, h) : active_stages.back().rho_D.end;
-    }
+    a_below = pre_stages.empty() ? bulk_species[GaN_b].a : pre_stages.back().a_lattice;
   }
-
-  for (std::size_t i = 0; i < stages.size(); ++i) {
-    PrePostStageRecord& s = stages[i];
-    const double a_own = s.X_In_average * InN.a + s.X_Ga_average * GaN.a + s.X_Al_average * AlN.a;
-    const double a =
-        s.stress_state >= STRESS_STATE_IS_LATTICE ? s.stress_state : (a_own - a_prev) * s.stress_state + a_prev;
-    s.a_lattice = a;
-    s.eps_xx = a / a_own - 1.0;
-    const double c_own = s.X_In_average * InN.c + s.X_Ga_average * GaN.c + s.X_Al_average * AlN.c;
-    s.c_lattice = (1.0 - CHAIN_STRAIN_RATIO * s.eps_xx) * c_own;
-    a_prev = a;
-    if (s.disl_model == DISL_inherited && i > 0) s.rho_D = stages[i - 1].rho_D;
+  PrePostStageRecord& first = post_stages.front();
+  if (first.disl_model == DISL_inherited) {
+    first.rho_D = relaxes ? rho_TD_at(rho_VD, z, h) : active_stages.back().rho_D.end;
   }
-  return true;
+  set_chain(*this, post_stages, a_below);
 }
 
 double SurfChemNonst::eps_in_plane(double a, double rho, double z_at, double h_at) const {

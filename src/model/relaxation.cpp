@@ -9,15 +9,21 @@
 // last bits: the two cannot share a product.
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
 
 namespace {
 
-// Rows of the relaxation in the residual.
-enum Row { ROW_H, ROW_I0, ROW_I1, ROW_J0_0, ROW_J0_1 };
+// Rows of the relaxation in the residual, counted from that of h.
+enum Row : std::size_t {
+  ROW_H,
+  ROW_I0 = STATE_I0 - STATE_H,
+  ROW_I1 = STATE_I1 - STATE_H,
+  ROW_J0_0 = STATE_J0_0 - STATE_H,
+  ROW_J0_1 = STATE_J0_1 - STATE_H
+};
 
 }  // namespace
 
@@ -26,6 +32,8 @@ double modulus_M() {
   constexpr double M_InN = 2.624e11, M_GaN = 4.496e11, X_In = 0.1;
   return M_InN * X_In + M_GaN * (1.0 - X_In);
 }
+
+double SurfChemNonst::bending_stiffness() const { return modulus_M() * (2.0 * tan_V * b_burgers); }
 
 double SurfChemNonst::rho_TD_at(double rho, double z_at, double h_at) const {
   if (Z0_FOUND < z0 && z0 <= z_at && 0.0 < rho) {
@@ -64,7 +72,7 @@ const DepthTerms& SurfChemNonst::depth_terms() {
 RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {
   const DepthTerms& depth = depth_terms();
   const double eps_0 = a_ref / a_bulk - 1.0;
-  const double stiff = modulus_M() * (2.0 * tan_V * b_burgers);
+  const double stiff = bending_stiffness();
   return {z - z_start - h, (depth.reacted + eps_0) * stiff * GR_calc, stiff * eps_0 * GR_calc, eps_0 + depth.relaxed};
 }
 

@@ -22,9 +22,6 @@ constexpr bool carries_indium(std::size_t i) { return i <= TMInNH3_g || i == In_
 // species k.
 constexpr GasSpecies DESORBS_AS[N_ADSORBED] = {In_g, Ga_g, Al_g, N2_g, H2_g};
 
-constexpr double GPA = 1e9;
-constexpr double ANGSTROM = 1e-10;
-
 // A * exp(-Ta/T) * T^Tn; a Ta or Tn of exactly 0 leaves its factor out.
 double rate_constant(double A, double Ta, double Tn, double T) {
   double k = A;
@@ -92,7 +89,7 @@ void set_desorption(const SurfChemNonst& m, double T, ConditionTerms& c) {
 // Resistances of transport and surface, and the fluxes that they let through from the inlet gas.
 void set_resistances(const SurfChemNonst& m, double T, ConditionTerms& c) {
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (m.gas_index[i] < 0) continue;
+    if (!m.gas_present[i]) continue;
     c.R_transport[i] = (R_TRANSPORT * T) * c.delta[i] / c.D[i];
     c.R_kinetic[i] = 1.0 / c.v_kin[i];
     if (carries_indium(i)) continue;
@@ -105,11 +102,11 @@ void set_resistances(const SurfChemNonst& m, double T, ConditionTerms& c) {
 void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
   const double T = m.T;
   for (std::size_t b = 0; b < N_BULK; ++b) {
-    c.N2_factor[b] = m.N2_mix_A[b] * std::exp(-m.N2_mix_T[b] / T);
+    c.N2_factor[b] = N2_MIX_A[b] * std::exp(-N2_MIX_T[b] / T);
     c.k_plus[b] = m.k_plus(b);
   }
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (m.gas_index[i] >= 0) c.v_kin[i] = 1.0 / std::sqrt(HERTZ_KNUDSEN * m.gas_species[i].molar_mass * T);
+    if (m.gas_present[i]) c.v_kin[i] = 1.0 / std::sqrt(HERTZ_KNUDSEN * m.gas_species[i].molar_mass * T);
   }
   m.mix_diffusion(T, m.P, m.x.data(), m.D.data());
   if (m.transport_model == TRANSPORT_thick_GaN) m.scale_delta();
@@ -125,9 +122,10 @@ ConditionTerms& condition_terms(SurfChemNonst& m) {
   if (m.terms.have_terms && m.reuse_terms) return m.terms.conditions.last();
   m.terms.have_terms = true;
   const ConditionInputs inputs{m.T, m.P, m.omega_TDR, m.stage_index, m.Q};
-  const auto [c, is_other] =
+  const auto found =
       m.terms.conditions.get(inputs, m.reuse_terms, [&m](ConditionTerms& terms) { compute_condition_terms(m, terms); });
-  if (is_other) {
+  ConditionTerms& c = found.value;
+  if (found.is_other) {
     m.D = c.D;
     m.delta = c.delta;
     m.v_kin = c.v_kin;
@@ -266,7 +264,7 @@ SurfaceRates SurfChemNonst::surface_rates() {
   // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface. Here those that depend
   // on the state; the others are among the terms of the conditions.
   for (GasSpecies i : INDIUM_PRECURSORS) {
-    if (gas_index[i] < 0) continue;
+    if (!gas_present[i]) continue;
     R_gas[i] = conditions.R_transport[i] * site_gas[i] + conditions.R_kinetic[i];
     J[i] = p[i] * site_gas[i] / R_gas[i];
   }

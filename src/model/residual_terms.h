@@ -1,6 +1,6 @@
 // Terms of the residual that several evaluations have in common, and the memos that keep them: terms of the process
 // conditions, terms that also depend on the composition of the solid, and terms of the depth. model/residual.cpp and
-// strain/relaxation.cpp hold their formulas.
+// model/relaxation.cpp hold their formulas.
 //
 // The integrator evaluates at few conditions many times: the three stages of a step in each Newton iteration, and the
 // start of the step for every column of the Jacobian. Most of these columns leave the composition and the depth alone.

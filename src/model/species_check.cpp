@@ -1,5 +1,5 @@
-// The species lists of the model: which species take part in a run, their compact numbers, and the constant factors of
-// their binary diffusion coefficients (docs/physics.md, section 3).
+// The species lists of the model: which species take part in a run, and the constant factors of their binary diffusion
+// coefficients (docs/physics.md, section 3).
 #include <cmath>
 
 #include "model/constants.h"
@@ -9,8 +9,7 @@ namespace vorlen {
 
 namespace {
 
-// Elements in the order of element_present.
-enum Element { EL_In, EL_Ga, EL_Al, EL_N, EL_H, EL_C };
+enum Element { EL_In, EL_Ga, EL_Al, EL_N, EL_H, EL_C, N_ELEMENTS };
 
 // Present in every run, whatever its material and flows.
 constexpr GasSpecies ALWAYS_PRESENT[] = {N2_g, H2_g, NH3_g, TMIn_g, In_g, TMGa_g, TEGa_g, Ga_g, TMAl_g, Al_g};
@@ -19,15 +18,6 @@ bool reject(SurfChemNonst& model, std::int32_t& err, std::int32_t code, const ch
   err = code;
   model.error_text = text;
   return false;
-}
-
-template <std::size_t N>
-std::uint32_t number_present(std::array<std::int32_t, N>& index) {
-  std::int32_t count = 0;
-  for (std::int32_t& entry : index) {
-    if (entry >= 0) entry = count++;
-  }
-  return static_cast<std::uint32_t>(count);
 }
 
 }  // namespace
@@ -39,15 +29,15 @@ void fill_species_lists(SurfChemNonst& model) {
 }
 
 bool species_check(SurfChemNonst& model, std::int32_t& err) {
+  std::array<bool, N_ELEMENTS> present{};
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (model.gas_index[i] < 0) continue;
+    if (!model.gas_present[i]) continue;
     const SpeciesRecord& s = model.gas_species[i];
     const std::uint8_t atoms[] = {s.n_In, s.n_Ga, s.n_Al, s.n_N, s.n_H, s.n_C};
-    for (std::size_t element = EL_In; element <= EL_C; ++element) {
-      if (atoms[element] != 0) model.element_present[element] = true;
+    for (std::size_t element = 0; element < N_ELEMENTS; ++element) {
+      if (atoms[element] != 0) present[element] = true;
     }
   }
-  const auto& present = model.element_present;
   if (!present[EL_N]) {
     return reject(model, err, 100, "Chemical element N is not present in precursor and bulk species");
   }
@@ -57,18 +47,13 @@ bool species_check(SurfChemNonst& model, std::int32_t& err) {
     return reject(model, err, 103, "At least 2 Group-III elements from In, Ga, Al should be present ");
   }
 
-  for (GasSpecies i : ALWAYS_PRESENT) model.gas_index[i] = 0;
-  model.adsorbed_index.fill(0);
-  model.bulk_index.fill(0);
-  model.n_gas = number_present(model.gas_index);
-  model.n_adsorbed = number_present(model.adsorbed_index);
-  model.n_bulk = number_present(model.bulk_index);
+  for (GasSpecies i : ALWAYS_PRESENT) model.gas_present[i] = true;
 
   for (std::size_t i = 0; i < N_GAS; ++i) {
     for (std::size_t j = 0; j < N_GAS; ++j) {
       model.D_binary[i][j] = 0.0;
       model.eps_pair[i][j] = std::sqrt(model.gas_species[i].eps * model.gas_species[j].eps);
-      if (model.gas_index[i] < 0 || model.gas_index[j] < 0) continue;
+      if (!model.gas_present[i] || !model.gas_present[j]) continue;
       const SpeciesRecord& a = model.gas_species[i];
       const SpeciesRecord& b = model.gas_species[j];
       const double sigma_ij = (a.sigma + b.sigma) * 0.5;

@@ -10,9 +10,8 @@
 //   model/initial_state.cpp   first state vector
 //   model/lattice.cpp         lattice and strain
 //   model/relaxation.cpp      dislocations and relaxation
-//   results/write_results.cpp and results/profiles.cpp: the result file
-// Operations that only strain/ needs are free functions there: accepted steps, and the opening and density of
-// V-defects.
+// Operations that only strain/ or results/ needs are free functions there: accepted steps, the opening and density of
+// V-defects, and the result file.
 //
 // In order: options and process, species, values of the residual, run control, materials and kinetics, kept terms, the
 // layer, relaxation and V-defects, history; then the operations, grouped as above; free functions.
@@ -104,14 +103,11 @@ class SurfChemNonst {
   std::array<double, N_ADSORBED> Kd_A{}, Kd_Ta{}, Kd_Tn{};
   std::array<double, N_BULK> K_plus_A{}, K_plus_Ta{}, K_plus_Tn{};
 
-  // ---- Species. A species whose index is negative is absent; otherwise it is its number among the present ones.
+  // ---- Species. All bulk and adsorbed species take part in every run; of the gas species those that are present.
   std::vector<SpeciesRecord> gas_species;
   std::vector<AdsorbedSpeciesRecord> adsorbed_species;
   std::vector<BulkSpeciesRecord> bulk_species;
-  std::array<bool, 6> element_present{};  // In, Ga, Al, N, H, C
-  std::array<std::int32_t, N_GAS> gas_index{};
-  std::array<std::int32_t, N_BULK> bulk_index{};
-  std::array<std::int32_t, N_ADSORBED> adsorbed_index{};
+  std::array<bool, N_GAS> gas_present{};
 
   // ---- Values of the residual, overwritten by each evaluation
   std::array<double, N_GAS> x{};          // mole fraction in the inlet gas
@@ -126,8 +122,6 @@ class SurfChemNonst {
   std::array<double, N_BULK> G_bulk{};    // free energy, J/mol
   std::array<double, N_BULK> R_b{};       // incorporation rate of each group-III element, kmol/(m^2 s)
   std::array<double, N_ADSORBED> c_a{};   // surface concentration, kmol/m^2 (state)
-  std::array<double, N_BULK> N2_mix_A{};  // factors of the nitrogen mix
-  std::array<double, N_BULK> N2_mix_T{};  // K
   double N2_mix = 0.0;                    // composition-weighted factor of the nitrogen flux
 
   // ---- Run control
@@ -135,22 +129,21 @@ class SurfChemNonst {
   std::ofstream out;           // the result file
   bool detail_output = false;  // keep surface concentrations and energy terms, and write their columns
   SinglePoint single_point;
-  double t = 0.0;                                       // time of the last conditions lookup, s
-  double t_begin = 0.0;                                 // start of the first active stage, s
-  double t_end = 0.0;                                   // end of the last active stage, s
-  double T = 0.0;                                       // K, at t
-  double P = 0.0;                                       // Pa, at t
-  double rho_D = 0.0;                                   // the stage's dislocation density at t
-  double rho_TD0 = 0.0;                                 // threading dislocation density under the active layers, m^-2
-  double rho_TD_z0 = 0.0;                               // threading dislocation density at z0, m^-2
-  double rho_VD = 0.0;                                  // density of V-defects, m^-2
-  std::array<double, N_FLOWS> Q{};                      // sccm, at t
-  double Q_total = 0.0;                                 // sccm
-  double omega_TDR = 0.0;                               // rpm
-  std::uint32_t stage_index = 0;                        // current active stage
-  bool conditions_vary = false;                         // conditions are looked up at every evaluation
-  std::uint32_t n_gas = 0, n_adsorbed = 0, n_bulk = 0;  // species present
-  std::int64_t eval_rhs_calls = 0;                      // evaluations of the residual so far
+  double t = 0.0;                   // time of the last conditions lookup, s
+  double t_begin = 0.0;             // start of the first active stage, s
+  double t_end = 0.0;               // end of the last active stage, s
+  double T = 0.0;                   // K, at t
+  double P = 0.0;                   // Pa, at t
+  double rho_D = 0.0;               // the stage's dislocation density at t
+  double rho_TD0 = 0.0;             // threading dislocation density under the active layers, m^-2
+  double rho_TD_z0 = 0.0;           // threading dislocation density at z0, m^-2
+  double rho_VD = 0.0;              // density of V-defects, m^-2
+  std::array<double, N_FLOWS> Q{};  // sccm, at t
+  double Q_total = 0.0;             // sccm
+  double omega_TDR = 0.0;           // rpm
+  std::uint32_t stage_index = 0;    // current active stage
+  bool conditions_vary = false;     // conditions are looked up at every evaluation
+  std::int64_t eval_rhs_calls = 0;  // evaluations of the residual so far
 
   // ---- Materials and kinetics
   double a_ref = 0.0;                                       // in-plane lattice imposed on the active layers, angstrom
@@ -256,9 +249,10 @@ class SurfChemNonst {
   double lattice_a(const double* x_solid) const;
   // C13/C33 of the composition x_solid[3].
   double strain_ratio(const double* x_solid) const;
-  double stage_strain_ratio(const PrePostStageRecord& stage) const;
-  // Fills the lattice fields of the pre-stages or the post-stages. False with error_text set for a bad first pre-stage.
-  bool stage_lattice(bool is_pre);
+  // Sets the lattice fields of the pre-stages. False with error_text set for a bad first pre-stage.
+  bool set_pre_stage_lattice();
+  // Sets those of the post-stages, which follow on the layer in its present state.
+  void set_post_stage_lattice();
   // In-plane strain of a layer with relaxed constant a at thickness z_at, tension thickness h_at.
   double eps_in_plane(double a, double rho, double z_at, double h_at) const;
   // Effective in-plane lattice at the surface, angstrom.
@@ -269,6 +263,8 @@ class SurfChemNonst {
   double eps_relaxed(double rho, double z_at, double h_at) const;
   // Threading dislocation density at thickness z_at, cm^-2.
   double rho_TD_at(double rho, double z_at, double h_at) const;
+  // Stress per strain times the step of an inclined dislocation, M 2 b tan(V), J/m^2: the factor of I0 and J0_1.
+  double bending_stiffness() const;
   // Strain at the surface, and the rates of the integrals at the growth rate GR_calc [m/s].
   RelaxationRates relaxation_rates(double GR_calc);
   // Writes the five rows of h, I0, I1, J0_0, J0_1 to f and sets eps_xx_last_trial. GR_calc is the growth rate, m/s.
@@ -280,18 +276,6 @@ class SurfChemNonst {
   double eps_reacted(double z_at, double h_at) const;
   // The logarithms at the present depth.
   const DepthTerms& depth_terms();
-
-  // ---- Result file
-  // Writes the whole file and closes it; nothing if it is not open. success: with the rows of the post-stages.
-  void write_results(bool success);
-  // Sums up the thickness [nm] of each active stage from the history; a step over a boundary is shared out by time.
-  void stage_thicknesses();
-  void write_header();
-  void write_column_heads();
-  // Two rows for each pre-stage or post-stage, the first at depth z_start_nm.
-  void write_stage_rows(bool is_pre, double z_start_nm);
-  // A row for each recorded point.
-  void write_profile();
 };
 
 // 1.0 above 1, v from 0 to 1, else 0.0 (also for NaN).
@@ -302,9 +286,7 @@ inline double clamp_fraction(double v) {
 
 inline double SurfChemNonst::lattice_a(const double* x_solid) const {
   double a = 1e-100;  // keeps a lattice constant from being exactly zero
-  for (std::size_t k = 0; k < N_BULK; ++k) {
-    if (bulk_index[k] >= 0) a += bulk_species[k].a * x_solid[k];
-  }
+  for (std::size_t k = 0; k < N_BULK; ++k) a += bulk_species[k].a * x_solid[k];
   return a;
 }
 
@@ -320,7 +302,8 @@ double modulus_M();
 // Fills the species lists of the model with the built-in records.
 void fill_species_lists(SurfChemNonst& model);
 
-// Checks that the elements of nitride growth are present, marks and numbers the species, fills D_binary.
+// Checks that the elements of nitride growth are in the gases that flow, marks the species present in every run, and
+// fills D_binary and eps_pair.
 // False with err 100 to 103 and error_text set.
 bool species_check(SurfChemNonst& model, std::int32_t& err);
 

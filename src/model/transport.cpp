@@ -8,15 +8,14 @@
 #include <cmath>
 
 #include "model/constants.h"
+#include "model/setup_messages.h"
+#include "recipe/recipe_table.h"
 
 namespace vorlen {
 
 namespace {
 
-constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
-constexpr double D_MIN = 1e-20;       // m^2/s
-constexpr double GR_REF_MIN = 1e-10;  // nm/s
-constexpr double NM = 1e-9;
+constexpr double D_MIN = 1e-20;          // m^2/s
 constexpr double OMEGA_FIT_FROM = 0.3;   // reduced temperature above which the fit in its logarithm holds
 constexpr double OMEGA_LOG_SHIFT = 1.4;  // of that logarithm
 
@@ -24,6 +23,9 @@ bool reject(SurfChemNonst& m, const char* text) {
   m.error_text = text;
   return false;
 }
+
+// The text of the recipe's table for a value that is not allowed.
+const char* refusal_of(recipe::Section section, const char* name) { return recipe::find_row(section, name)->refusal; }
 
 // omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT. This fit and the one below OMEGA_FIT_FROM
 // are fits of this model; docs/physics.md, section 3, compares them with Neufeld's collision integral.
@@ -39,9 +41,9 @@ GasSpecies reference_precursor(double Q_TMGa) { return !(Q_TMGa < FLOW_MIN) ? TM
 bool set_reference_layer(SurfChemNonst& m) {
   m.Q_ref_total = 0.0;
   for (double Q : m.Q_ref) m.Q_ref_total += Q;
-  if (m.Q_ref_total < FLOW_MIN) return reject(m, "Total refence flow rate is less than 1e-10 sccm");
+  if (m.Q_ref_total < FLOW_MIN) return reject(m, LOW_REFERENCE_FLOW);
   if (m.Q_ref[TMGa_g] < FLOW_MIN && m.Q_ref[TEGa_g] < FLOW_MIN) {
-    return reject(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
+    return reject(m, refusal_of(recipe::Section::Q_ref, "TMGa"));
   }
   std::array<double, N_GAS> x_ref{};
   std::array<double, N_GAS> D_ref{};
@@ -50,7 +52,9 @@ bool set_reference_layer(SurfChemNonst& m) {
   if (D_ref[TMGa_g] < D_MIN && D_ref[TEGa_g] < D_MIN) {
     return reject(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
   }
-  if (m.GR_ref < GR_REF_MIN) return reject(m, "Refence growth rate is less than 1e-10");
+  if (!recipe::find_row(recipe::Section::parameters, "GR_ref")->limits.allows(m.GR_ref)) {
+    return reject(m, refusal_of(recipe::Section::parameters, "GR_ref"));
+  }
   m.GR_ref *= NM;
   const GasSpecies r = reference_precursor(m.Q_ref[TMGa_g]);
   const BulkSpeciesRecord& GaN = m.bulk_species[GaN_b];
@@ -74,16 +78,14 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     std::array<double, N_GAS> D_av{};
     double sum = 0.0;
     for (std::size_t i = 0; i < N_FLOWS; ++i) {
-      if (m.gas_index[i] < 0) continue;
+      if (!m.gas_present[i]) continue;
       x_av[i] = stage.Q[i].average();
       sum += x_av[i];
     }
     const double Q_TMGa = x_av[TMGa_g];
     if (Q_TMGa < FLOW_MIN && x_av[TEGa_g] < FLOW_MIN) {
       if (k == 0) {
-        return reject(m,
-                      "Flow rates of TMGa and TEGa are less than 1e-10 sccm on first stage. It is not compatible with "
-                      "transport model InGaN_GR_X.");
+        return reject(m, NO_GALLIUM_IN_FIRST_STAGE);
       }
       stage.delta_species = m.active_stages[k - 1].delta_species;
       continue;
@@ -124,7 +126,7 @@ void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in
   std::size_t present[N_GAS] = {};
   std::size_t n = 0;
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (gas_index[i] >= 0) present[n++] = i;
+    if (gas_present[i]) present[n++] = i;
   }
   double sum[N_GAS] = {};
   double L[N_GAS][N_GAS];
@@ -172,7 +174,7 @@ bool set_transport_layers(SurfChemNonst& model) {
     case TRANSPORT_InGaN_GR_X:
       return set_prescribed_growth_layers(model);
     case TRANSPORT_InGaN_GR:
-      return reject(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
+      return reject(model, NO_LAYER_OF_InGaN_GR);
     default:
       return true;
   }

@@ -1,3 +1,4 @@
+// The heading of the result file and the lookup of columns.
 #include "results/columns.h"
 
 namespace vorlen {

@@ -10,8 +10,8 @@ namespace vorlen {
 struct DecimalDigits {
   std::uint64_t digits = 0;
   std::int32_t exponent = 0;
-  // False when the value lies halfway between two such multiples, or so close to it that 60
-  // bits after the last digit do not decide, and for values that are not finite. The other two are undefined then.
+  // False when the value lies halfway between two such multiples, or so close to it that 60 bits after the last digit
+  // do not decide, and for values that are not finite. The other two are undefined then.
   bool is_decided = false;
 };
 

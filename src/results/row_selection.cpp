@@ -1,3 +1,6 @@
+// Selection of rows: the longest chords that stay within the tolerance of every column at all samples between them.
+//
+// In order: columns that rows must follow, chords, lists of the history, rows at z0.
 #include "results/row_selection.h"
 
 #include <algorithm>
@@ -5,7 +8,7 @@
 #include <initializer_list>
 #include <limits>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 
 namespace vorlen {
 

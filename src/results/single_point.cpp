@@ -7,13 +7,13 @@
 // and record_step, which then records every step.
 #include "results/single_point.h"
 
+#include "model/constants.h"
 #include "results/number_format.h"
 
 namespace vorlen {
 
 namespace {
 
-constexpr double M_TO_NM = 1e9;
 constexpr double M_PER_S_TO_MKM_PER_HR = 3600000000.0;
 
 void append_names(std::string& text, const SurfChemNonst& m) {

@@ -1,15 +1,19 @@
 // The result file: header, layer block, column heading, and the rows of pre-stages, active stages and post-stages. The
 // whole file is written in one go after the integration.
-#include "model/surfchem_nonst.h"
+#include "results/write_results.h"
+
+#include <string>
+#include <vector>
+
+#include "model/constants.h"
 #include "results/columns.h"
 #include "results/number_format.h"
+#include "results/profiles.h"
 #include "results/single_point.h"
 
 namespace vorlen {
 
 namespace {
-
-constexpr double M_TO_NM = 1e9;
 
 template <class Stage>
 void append_layers(std::string& text, const std::vector<Stage>& stages, int& number) {
@@ -25,42 +29,33 @@ void append_layers(std::string& text, const std::vector<Stage>& stages, int& num
   }
 }
 
-void write_text(std::ofstream& out, const std::string& text) {
-  out.write(text.data(), static_cast<std::streamsize>(text.size()));
+void write_header(SurfChemNonst& m) {
+  std::string text = "\"VORLEN output file, version 2.0\"\n<LAYERS>\n";
+  int number = 0;
+  append_layers(text, m.pre_stages, number);
+  append_layers(text, m.active_stages, number);
+  append_layers(text, m.post_stages, number);
+  text += "</LAYERS>\n";
+  text += result_heading(m.detail_output, m.stress_model == STRESS_V_dislocation);
+  text += '\n';
+  m.out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
 }  // namespace
 
-void SurfChemNonst::write_results(bool success) {
-  if (!out.is_open()) return;
-  if (single_point.selected) {
-    write_single_point(*this);
+void write_results(SurfChemNonst& m, bool success) {
+  if (!m.out.is_open()) return;
+  if (m.single_point.selected) {
+    write_single_point(m);
     return;
   }
-  stage_thicknesses();
-  stage_lattice(false);
-  write_header();
-  write_column_heads();
-  write_stage_rows(true, 0.0);
-  write_profile();
-  if (success) write_stage_rows(false, z * M_TO_NM);
-  out.close();
-}
-
-void SurfChemNonst::write_header() {
-  std::string text = "\"VORLEN output file, version 2.0\"\n<LAYERS>\n";
-  int number = 0;
-  append_layers(text, pre_stages, number);
-  append_layers(text, active_stages, number);
-  append_layers(text, post_stages, number);
-  text += "</LAYERS>\n";
-  write_text(out, text);
-}
-
-void SurfChemNonst::write_column_heads() {
-  std::string text = result_heading(detail_output, stress_model == STRESS_V_dislocation);
-  text += '\n';
-  write_text(out, text);
+  sum_stage_thicknesses(m);
+  m.set_post_stage_lattice();
+  write_header(m);
+  write_stage_rows(m, m.pre_stages, 0.0, 0.0);
+  write_profile(m);
+  if (success) write_stage_rows(m, m.post_stages, m.z * M_TO_NM, m.rho_VD);
+  m.out.close();
 }
 
 }  // namespace vorlen

@@ -1,3 +1,4 @@
+// An accepted step of the continuous scheme: the interval of growth, the recorded point, and the V-defects at it.
 #include "strain/record_step.h"
 
 #include <cmath>

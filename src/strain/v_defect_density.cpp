@@ -1,10 +1,12 @@
+// V-defects of the staged scheme. In order: growth in tension, the terms of J2, search for the lowest balance, opening,
+// density.
 #include "strain/v_defect_density.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/v_defect_energy.h"
 #include "strain/z0_search.h"
 

@@ -42,9 +42,9 @@ bool v_defects_open(StagedLayer& layer);
 // Opens V-defects at the depth with the lowest balance, at the state in the model.
 void open_v_defects(StagedLayer& layer);
 
-// The density of V-defects at the state in the model, m^-2; V-defects must be open. It is not below
-// that of the last accepted state, and at most RHO_VD_MAX; NaN if the balance is NaN. It stays as it is while the
-// surface is below that of the opening.
+// The density of V-defects at the state in the model, m^-2; V-defects must be open. It is not below that of the last
+// accepted state, and at most RHO_VD_MAX; NaN if the balance is NaN. While the surface is below that of the opening it
+// stays as it is. Otherwise J0 and J1 of the model become those of the state.
 double v_defect_density(const StagedLayer& layer);
 
 // The balance term J2 [J] at the state in the model, with its density; V-defects must be open.

@@ -1,3 +1,4 @@
+// The terms of the energy balance of V-defects (docs/physics.md, section 8), as sums over the segments of growth.
 #include "strain/v_defect_energy.h"
 
 namespace vorlen {

@@ -10,7 +10,7 @@
 
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -49,7 +49,7 @@ double J2_of(const SurfChemNonst& m, double rho);
 // J0 at the present integrals.
 double J0_of(const SurfChemNonst& m);
 
-// Factor of J1: the biaxial stress of the strain relieved up to z0, times 2 b tan(V).
+// Factor of J1: the bending stiffness times the strain relieved up to z0, multiplied in another order.
 double stiff_relieved(const SurfChemNonst& m);
 
 // Balance of defects with the loop energy E and the density rho; negative while more of them relieve the layer.

@@ -1,9 +1,10 @@
+// V-defects of the continuous scheme: the state at z0, the balance terms by steps, and the density by bisection.
 #include "strain/v_defects.h"
 
 #include <algorithm>
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/v_defect_energy.h"
 
 namespace vorlen {

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/v_defect_energy.h"
 
 namespace vorlen {

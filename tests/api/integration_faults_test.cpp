@@ -102,7 +102,7 @@ TEST_F(IntegrationFaults, TheDriverHasAStatusForThem) {
   const std::string path = with_unknown_scheme().write(folder.path("recipe.xml"));
   ASSERT_EQ(0, vorlen::read_recipe(path.c_str(), recipe, error)) << error;
   vorlen::RunCounters counters;
-  EXPECT_EQ(vorlen::RUN_BAD_INTEGRATION, vorlen::run_simulation(recipe, "", error, &counters));
+  EXPECT_EQ(vorlen::RUN_LATE_FAULT, vorlen::run_simulation(recipe, "", error, &counters));
   EXPECT_EQ(UNKNOWN_SCHEME, error);
   EXPECT_EQ(0, counters.step_count);
 }

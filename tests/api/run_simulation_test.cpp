@@ -25,11 +25,10 @@ ProcessRecipe recipe_of(const RecipeBuilder& builder) {
 TEST(RunSimulation, MapsTheCodesOfTheIntegrator) {
   const auto mapped = [](std::int32_t idid) {
     std::string error;
-    const std::int32_t status = run_status_of(idid, "the model's reason", error);
+    const std::int32_t status = run_status_of(idid, error);
     return std::to_string(status) + " " + error;
   };
   EXPECT_EQ("0 ", mapped(1));
-  EXPECT_EQ("1 the model's reason", mapped(2));
   EXPECT_EQ("2 Maximum number of time steps reached", mapped(-2));
   EXPECT_EQ("2 Step size has become too small", mapped(-3));
   EXPECT_EQ("3 Matrix is repeatedly singular", mapped(-4));

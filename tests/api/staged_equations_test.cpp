@@ -330,7 +330,7 @@ TEST(ExchangeLayer, EvaporationUncoversTheFilmAtItsDepth) {
   knot.I0 = -1.0;
   knot.R = -2.0;
   knot.S = -3.0;
-  film_add(s.equations.film, knot);
+  film_add(s.equations.layer.film, knot);
   struct Depth {
     double z_nm, In, Al;
   };
@@ -348,7 +348,7 @@ TEST(ExchangeLayer, EvaporationUncoversTheFilmAtItsDepth) {
     EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-11 * f[X_Ga], 1e-9));
     // h and the integrals go back as they came. In the template h falls with z, so that the effective thickness stays
     // 0.
-    const FilmPoint p = film_at(s.equations.film, s.equations.z);
+    const FilmPoint p = film_at(s.equations.layer.film, s.equations.z);
     const double unit = 2.0 * MODULUS * B_BURGERS * NM;
     EXPECT_NEAR((d.z_nm < 0.0 ? 1.0 : 0.5) * GR / NM, f[H], 1e-9 * std::abs(GR) / NM);
     EXPECT_NEAR(GR * p.R / unit, f[I0], 1e-9 * std::abs(f[I0]));
@@ -406,8 +406,8 @@ TEST(StagedState, AboveOpenVDefectsHIsClampedThere) {
   for (double h : {0.0, 100.0}) {
     s->z0 = s->z_start + 10.0 * NM;
     set_state_at_z0(*s.model, 2.0 * NM, 0.0, 0.0);
-    s.equations.open = true;
-    s.equations.rho_accepted = 1e14;
+    s.equations.layer.open = true;
+    s.equations.layer.rho_accepted = 1e14;
     y[H] = h;
     staged_rhs(s.equations, 0.0, y.data(), f.data());
     // 20 nm above z0, where h was 2 nm.

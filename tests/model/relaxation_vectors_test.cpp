@@ -54,7 +54,7 @@ TEST_P(RecordVectors, ASequenceOfAcceptedStepsMeetsTheReference) {
     }
   }
 
-  EXPECT_TRUE(model->stage_lattice(false));
+  model->set_post_stage_lattice();
   const json& post_stages = expected.at("post_stages");
   ASSERT_EQ(post_stages.size(), model->post_stages.size());
   for (std::size_t i = 0; i < post_stages.size(); ++i) {

@@ -204,7 +204,7 @@ TEST(Fluxes, TheResistanceIsThatOfTheLayerPlusThatOfTheSurface) {
   Growth g;
   const double s = 1.0 - g->c_a[In_a] / 1.901e-08;
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    if (g->gas_index[i] < 0) continue;
+    if (!g->gas_present[i]) continue;
     const double site = i == TMIn_g || i == In_g ? s : 1.0;
     const double M = g->gas_species[i].molar_mass;
     const double mix = i == N2_g ? g->N2_mix : 1.0;

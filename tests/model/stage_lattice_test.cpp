@@ -148,15 +148,15 @@ TEST(StageLattice, LaterPreStagesInheritTheDensityOfTheLayerBelow) {
 TEST(StageLattice, AnEmptyListIsAcceptedAtOnce) {
   const auto m = chain(STRESS_OFF, {}, {});
   m->error_text = "kept";
-  EXPECT_TRUE(m->stage_lattice(true));
-  EXPECT_TRUE(m->stage_lattice(false));
+  EXPECT_TRUE(m->set_pre_stage_lattice());
+  m->set_post_stage_lattice();
   EXPECT_EQ(m->error_text, "kept");
 }
 
 TEST(StageLattice, WithoutRelaxationPostStagesFollowOnTheLastPreStage) {
   const auto m = chain(STRESS_OFF, {small_layer(3.2), small_layer(3.15)}, {layer(0, 0, 1, 0.0), layer(0, 1, 0, 0.5)});
   m->a_bulk = 3.3;  // the grown layer has no influence
-  ASSERT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   EXPECT_EQ(m->post_stages[0].a_lattice, 3.15);
   EXPECT_EQ(m->post_stages[0].eps_xx, 3.15 / 3.112 - 1.0);
   EXPECT_DOUBLE_EQ(m->post_stages[1].a_lattice, (3.15 + 3.189) / 2);
@@ -164,7 +164,7 @@ TEST(StageLattice, WithoutRelaxationPostStagesFollowOnTheLastPreStage) {
 
 TEST(StageLattice, WithoutRelaxationAndPreStagesPostStagesFollowOnGaN) {
   const auto m = chain(STRESS_OFF, {}, {layer(0, 0, 1, 0.0)});
-  ASSERT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   EXPECT_EQ(m->post_stages[0].a_lattice, 3.189);
 }
 
@@ -173,7 +173,7 @@ TEST(StageLattice, UnderVDislocationPostStagesFollowOnTheSurface) {
   m->z = m->z_start + 1e-6;
   m->h = 2e-7;
   m->a_bulk = 3.25;
-  ASSERT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   const double relieved = std::log(5e12 * 3.1e-8 * 8e-7 + 1.0) * B_BURGERS / 6.2e-8;
   EXPECT_TRUE(close_to(3.189 + relieved * 3.25, m->post_stages[0].a_lattice));
   EXPECT_GT(m->post_stages[0].eps_xx, 0.0);
@@ -182,7 +182,7 @@ TEST(StageLattice, UnderVDislocationPostStagesFollowOnTheSurface) {
 
 TEST(StageLattice, AFirstPostStageMayHaveADegreeOfRelaxation) {
   const auto m = chain(STRESS_OFF, {}, {layer(0, 0, 1, 1.0)});
-  EXPECT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   EXPECT_DOUBLE_EQ(m->post_stages[0].a_lattice, 3.112);
 }
 
@@ -194,7 +194,7 @@ TEST(StageLattice, WithoutRelaxationAFirstPostStageInheritsTheEndOfTheLastActive
   add_post(recipe, inheriting(layer(0, 1, 0, 1.0)));
   add_post(recipe, inheriting(layer(0, 1, 0, 1.0)));
   const auto m = model_of(recipe);
-  ASSERT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   EXPECT_EQ(m->post_stages[0].rho_D, 4e8);
   EXPECT_EQ(m->post_stages[1].rho_D, 4e8);
 }
@@ -203,7 +203,7 @@ TEST(StageLattice, UnderVDislocationAFirstPostStageInheritsTheDensityAtTheSurfac
   const auto m = chain(STRESS_V_dislocation, {small_layer(3.189)}, {inheriting(layer(0, 1, 0, 1.0))});
   m->z = m->z_start + 1e-5;
   m->h = 2e-6;
-  ASSERT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   // 1 / (1 / 5e12 m^-2 + L_TD tan(45) 8e-6 m), in cm^-2.
   EXPECT_TRUE(close_to(1e-4 / (2e-13 + 3.1e-8 * 8e-6), m->post_stages[0].rho_D));
 }
@@ -212,7 +212,7 @@ TEST(StageLattice, AGivenFirstPostStageKeepsItsDensity) {
   PrePostStageRecord given = layer(0, 1, 0, 1.0);
   given.rho_D = 12345.0;
   const auto m = chain(STRESS_V_dislocation, {small_layer(3.189)}, {given});
-  ASSERT_TRUE(m->stage_lattice(false));
+  m->set_post_stage_lattice();
   EXPECT_EQ(m->post_stages[0].rho_D, 12345.0);
 }
 

@@ -96,7 +96,7 @@ TEST_P(MetalBalance, HoldsForTheCompositionByDepth) {
       for (std::size_t k = 0; k < METALS; ++k) film[k] += dt * into_film[k];
       evaporated += std::max(0.0, -dt * (into_film[0] + into_film[1] + into_film[2]));
     });
-    const Film& record = loop.equations.film;
+    const Film& record = loop.equations.layer.film;
     Amounts by_depth{};
     for (std::size_t i = 1; i < record.z.size(); ++i) {
       const double x_In = 0.5 * (record.x_In[i - 1] + record.x_In[i]),

@@ -28,11 +28,11 @@ void rhs(std::int32_t, double t, const double* y, double* f, void*, void* contex
 }
 
 void follow(StagedEquations& e) {
-  const double top = film_top(e.film);
+  const double top = film_top(e.layer.film);
   if (e.z < top) {
-    film_cut(e.film, e.z);
+    film_cut(e.layer.film, e.z);
   } else if (e.z > top) {
-    film_add(e.film, surface_point(e));
+    film_add(e.layer.film, surface_point(e));
   }
 }
 
@@ -41,7 +41,7 @@ void step(std::int32_t number, double t_old, double t, const double*, const doub
   if (number == 1) return;
   const Context& c = *static_cast<Context*>(context);
   StagedEquations& e = c.equations;
-  SurfChemNonst& m = e.model;
+  SurfChemNonst& m = e.layer.model;
   StagedVector at{}, f{};
   const auto state_at = [&](double time) {
     for (std::size_t i = 0; i < c.n; ++i)
@@ -54,7 +54,7 @@ void step(std::int32_t number, double t_old, double t, const double*, const doub
     const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
     std::array<double, 3> x = m.x_b;
     if (S < 0.0) {
-      const FilmPoint under = film_at(e.film, e.z);
+      const FilmPoint under = film_at(e.layer.film, e.z);
       x = {under.x_In, 1.0 - under.x_In - under.x_Al, under.x_Al};
     }
     c.node(m, {S * x[0], S * x[1], S * x[2]}, (t - t_old) * WEIGHTS[i]);
@@ -64,7 +64,7 @@ void step(std::int32_t number, double t_old, double t, const double*, const doub
     unpack_staged(e, at.data());
     follow(e);
   }
-  accept_v_defects(e);
+  accept_v_defects(e.layer);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "api/staged_run.h"
 #include "physics/model_fixture.h"
+#include "results/profiles.h"
 
 namespace vorlen_test {
 
@@ -61,7 +62,7 @@ Grown grow_staged(std::unique_ptr<vorlen::SurfChemNonst> model, double tolerance
   const std::int32_t status = vorlen::run_staged(*model, tolerance, {}, grown.counters, error);
   EXPECT_EQ(status, vorlen::RUN_OK) << error;
   if (status == vorlen::RUN_OK) {
-    model->stage_thicknesses();
+    sum_stage_thicknesses(*model);
     for (const vorlen::StageRecord& stage : model->active_stages) grown.layer_nm.push_back(stage.thickness);
   }
   grown.model = std::move(model);

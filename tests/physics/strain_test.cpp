@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "physics/model_fixture.h"
 
 namespace vorlen {

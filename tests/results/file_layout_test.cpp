@@ -44,7 +44,7 @@ TEST(FileLayout, TheFileIsOpenAndEmptyUntilItIsWritten) {
   EXPECT_TRUE(std::filesystem::exists(model.path));
   EXPECT_TRUE(model->out.is_open());
   EXPECT_EQ(model->out.precision(), 16);
-  model->write_results(true);
+  write_results(*model, true);
   EXPECT_FALSE(model->out.is_open());
   EXPECT_NE(read_file(model.path), "");
 }
@@ -59,7 +59,7 @@ TEST(FileLayout, AnExistingFileIsEmptiedAtConstruction) {
 TEST(FileLayout, AnEmptyPathMakesNoFile) {
   const auto m = small_model(STRESS_OFF);
   add_history(*m, 10.0, 1e-7);
-  m->write_results(true);
+  write_results(*m, true);
   EXPECT_FALSE(m->out.is_open());
   EXPECT_EQ(m->active_stages[0].thickness, 0.0);
 }
@@ -77,7 +77,7 @@ TEST(FileLayout, ASecondCallFindsTheFileClosedAndLeavesIt) {
   WritingModel model(layered_recipe(STRESS_OFF));
   fill_history(*model);
   const std::string text = model.write().text;
-  model->write_results(true);
+  write_results(*model, true);
   EXPECT_EQ(read_file(model.path), text);
 }
 

@@ -38,7 +38,7 @@ std::string written(std::int32_t stress_model, std::int32_t mode, double cut_ang
     record_step(*model, t, y);
     y[5] += 1e-9;
   }
-  model->write_results(true);
+  write_results(*model, true);
   return read_file(model.path);
 }
 

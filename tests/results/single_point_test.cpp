@@ -23,7 +23,7 @@ struct SinglePoint : testing::Test {
     model->J[NH3_g] = -2.0;
   }
   std::string written() {
-    model->write_results(true);
+    write_results(*model, true);
     return read_file(model.path);
   }
 };
@@ -64,7 +64,7 @@ TEST_F(SinglePoint, TheHistoryHasOneRowForEachPointWithoutABlankAtItsEnd) {
 
 TEST_F(SinglePoint, AFailedRunIsWrittenAlike) {
   model->single_point.species = {TMGa_g};
-  model->write_results(false);
+  write_results(*model, false);
   EXPECT_EQ(read_file(model.path), "T P delta TMGa_g \n1030 40000.5 1e-05 0.25 \n\n" + HISTORY_HEADING +
                                        "\nMolar fluxes: TMGa_g \n1.5000000000000000e-006 \n");
 }

@@ -3,6 +3,7 @@
 
 #include <numeric>
 
+#include "results/profiles.h"
 #include "results/written_file.h"
 #include "support/bits.h"
 
@@ -18,7 +19,7 @@ std::unique_ptr<SurfChemNonst> staged_model(const std::vector<double>& lengths,
   for (double tau : lengths) add(recipe, small_stage(tau));
   auto m = model_of(recipe);
   for (const auto& [t, z_nm] : points) add_history(*m, t, z_nm * 1e-9);
-  m->stage_thicknesses();
+  sum_stage_thicknesses(*m);
   return m;
 }
 
@@ -102,7 +103,7 @@ TEST(StageThickness, WithoutStagesOrHistoryNothingHappens) {
   expect_thickness(*staged_model({2.0}, {{0, 5}}), {0.0});
   const auto m = staged_model({2.0}, {{0, 0}, {2, 2}});
   m->active_stages.clear();
-  m->stage_thicknesses();
+  sum_stage_thicknesses(*m);
   EXPECT_TRUE(m->active_stages.empty());
 }
 
@@ -111,7 +112,7 @@ TEST(StageThickness, TheDepthBelowTheActiveStagesDoesNotCount) {
   const auto m = model_of(recipe);
   add_history(*m, 10.0, m->z_start);
   add_history(*m, 20.0, m->z_start + 42e-9);
-  m->stage_thicknesses();
+  sum_stage_thicknesses(*m);
   EXPECT_NEAR(m->active_stages[0].thickness, 42.0, 1e-12);
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "results/write_results.h"
 #include "strain/small_model.h"
 #include "support/recipe_builder.h"
 
@@ -77,7 +78,7 @@ struct WritingModel {
   vorlen::SurfChemNonst& operator*() { return *m; }
 
   WrittenFile write(bool success = true) {
-    m->write_results(success);
+    write_results(*m, success);
     return WrittenFile(path);
   }
 };

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "api/staged_equations.h"
-#include "model/dislocation_constants.h"
+#include "model/constants.h"
 #include "strain/small_model.h"
 #include "strain/v_defect_energy.h"
 
@@ -38,17 +38,17 @@ class GrownFilm {
     const double x[3] = {indium, 1.0 - indium, 0.0};
     model->a_bulk = model->lattice_a(x);
     path_.push_back({});
-    film_truncate(e.film, 0);
-    film_add(e.film, surface_point(e));
+    film_truncate(e.layer.film, 0);
+    film_add(e.layer.film, surface_point(e));
   }
 
   // Grows by dz, of which a share is in tension, in steps; each puts a knot on the film and is accepted.
   void grow(double dz, double tension_share, int steps) {
     for (int i = 0; i < steps; ++i) {
       move(dz / steps, tension_share);
-      film_add(e.film, surface_point(e));
-      if (e.open) model->rho_VD = v_defect_density(e);
-      accept_v_defects(e);
+      film_add(e.layer.film, surface_point(e));
+      if (e.layer.open) model->rho_VD = v_defect_density(e.layer);
+      accept_v_defects(e.layer);
     }
   }
 
@@ -57,16 +57,16 @@ class GrownFilm {
     const double from = model->z - model->z_start;
     for (int i = 1; i <= steps; ++i) {
       const double height = model->z_start + (i == steps ? z : from + (z - from) * i / steps);
-      const FilmPoint p = film_at(e.film, height);
+      const FilmPoint p = film_at(e.layer.film, height);
       model->z = e.z = height;
       model->h = p.h;
       model->I0 = p.I0;
       model->I1 = p.I1;
       model->J0_0 = p.J0_0;
       model->J0_1 = p.J0_1;
-      model->rho_VD = v_defect_density(e);
-      film_cut(e.film, height);
-      accept_v_defects(e);
+      model->rho_VD = v_defect_density(e.layer);
+      film_cut(e.layer.film, height);
+      accept_v_defects(e.layer);
     }
     while (path_.back().z > z) path_.pop_back();
     path_.push_back({z, model->h});
@@ -145,16 +145,16 @@ class GrownFilm {
   }
 
   void open() {
-    open_v_defects(e);
+    open_v_defects(e.layer);
     z_open = model->z - model->z_start;
-    model->rho_VD = v_defect_density(e);
-    accept_v_defects(e);
+    model->rho_VD = v_defect_density(e.layer);
+    accept_v_defects(e.layer);
   }
 
   // Grows under compression until a depth has a negative balance.
   void grow_until_open(double step = 0.1 * NM) {
-    for (int i = 0; i < 3000 && !v_defects_open(e); ++i) grow(step, 0.0, 1);
-    ASSERT_TRUE(v_defects_open(e));
+    for (int i = 0; i < 3000 && !v_defects_open(e.layer); ++i) grow(step, 0.0, 1);
+    ASSERT_TRUE(v_defects_open(e.layer));
   }
 
   std::unique_ptr<SurfChemNonst> model;
@@ -169,14 +169,14 @@ class GrownFilm {
 // The density found where the balance with the summed J2 is zero at rho; the rest of the balance is the code's own.
 double density_for(GrownFilm& g, double rho) {
   SurfChemNonst& m = *g.model;
-  const double J0_0 = m.J0_0, accepted = g.e.rho_accepted;
-  g.e.rho_accepted = 0.0;
-  v_defect_density(g.e);
+  const double J0_0 = m.J0_0, accepted = g.e.layer.rho_accepted;
+  g.e.layer.rho_accepted = 0.0;
+  v_defect_density(g.e.layer);
   m.J0_0 -= loop_energy(m, m.z, m.z0) + m.J0 + m.J1 + g.terms(rho).J2;
-  const double found = v_defect_density(g.e);
+  const double found = v_defect_density(g.e.layer);
   m.J0_0 = J0_0;
-  g.e.rho_accepted = accepted;
-  v_defect_density(g.e);
+  g.e.layer.rho_accepted = accepted;
+  v_defect_density(g.e.layer);
   return found;
 }
 
@@ -256,8 +256,8 @@ TEST(VDefectDensity, IsNeverBelowThatOfAnAcceptedState) {
   EXPECT_EQ(accepted, g.model->rho_VD);
   // A trial state leaves no trace.
   g.move(5.0 * NM, 0.0);
-  EXPECT_LT(accepted, v_defect_density(g.e));
-  EXPECT_EQ(accepted, g.e.rho_accepted);
+  EXPECT_LT(accepted, v_defect_density(g.e.layer));
+  EXPECT_EQ(accepted, g.e.layer.rho_accepted);
 }
 
 TEST(VDefectDensity, OfAStateIsTheSameWhateverTrialStatesCameBefore) {
@@ -266,13 +266,13 @@ TEST(VDefectDensity, OfAStateIsTheSameWhateverTrialStatesCameBefore) {
   g.open();
   g.grow(2.0 * NM, 0.0, 20);
   const auto state = std::array{g.model->z, g.model->h, g.model->I0, g.model->I1, g.model->J0_0, g.model->J0_1};
-  const double rho = v_defect_density(g.e);
+  const double rho = v_defect_density(g.e.layer);
   for (double share : {0.0, 1.0}) {
     g.move(4.0 * NM, share);
-    v_defect_density(g.e);
+    v_defect_density(g.e.layer);
     SurfChemNonst& m = *g.model;
     std::tie(m.z, m.h, m.I0, m.I1, m.J0_0, m.J0_1) = std::tuple_cat(state);
-    EXPECT_EQ(rho, v_defect_density(g.e));
+    EXPECT_EQ(rho, v_defect_density(g.e.layer));
   }
 }
 
@@ -289,8 +289,8 @@ TEST(VDefectDensity, StaysAtItsCap) {
   GrownFilm g;
   g.grow_until_open();
   g.open();
-  g.e.rho_accepted = 1e17;
-  EXPECT_EQ(1e17, v_defect_density(g.e));
+  g.e.layer.rho_accepted = 1e17;
+  EXPECT_EQ(1e17, v_defect_density(g.e.layer));
 }
 
 // The lowest balance over a fine grid of depths at least three Burgers vectors below the surface.
@@ -306,7 +306,7 @@ Lowest scan(const GrownFilm& g, int points) {
   if (!(to > from)) return lowest;
   for (int i = 0; i <= points; ++i) {
     const double z = i == points ? to : from + (to - from) * i / points;
-    const FilmPoint p = film_at(g.e.film, z);
+    const FilmPoint p = film_at(g.e.layer.film, z);
     const double balance = loop_energy(m, m.z, z) + (m.I1 - p.I1) - (m.I0 - p.I0) * (z - m.z_start - p.h);
     if (balance < lowest.balance) lowest = {z, balance};
   }
@@ -331,21 +331,21 @@ TEST(VDefectOpening, IsWhereAScanOfAllDepthsFindsTheLowestBalance) {
       for (int i = 0; i < 3000 && !opened; ++i) {
         g.grow(step, 0.0, 1);
         const Lowest lowest = scan(g, 2000);
-        opened = v_defects_open(g.e);
+        opened = v_defects_open(g.e.layer);
         ASSERT_EQ(lowest.balance < 0.0, opened) << i;
       }
       ASSERT_TRUE(opened);
       // A little more growth, to a minimum well above rounding errors.
       g.grow(step, 0.0, 4);
       const Lowest lowest = scan(g, 20000);
-      open_v_defects(g.e);
+      open_v_defects(g.e.layer);
       const double spacing = (g.model->z - g.model->z_start) / 20000.0;
       EXPECT_NEAR(lowest.z, g.model->z0, 2.0 * spacing);
-      const FilmPoint p = film_at(g.e.film, g.model->z0);
+      const FilmPoint p = film_at(g.e.layer.film, g.model->z0);
       EXPECT_EQ(p.h, g.model->h_z0);
       EXPECT_EQ(p.J0_0, g.model->J0_0_z0);
       EXPECT_EQ(p.J0_1, g.model->J0_1_z0);
-      EXPECT_TRUE(g.e.open);
+      EXPECT_TRUE(g.e.layer.open);
     }
   }
 }
@@ -354,17 +354,17 @@ TEST(VDefectOpening, AThinFilmHasNoCandidate) {
   GrownFilm g;
   g.grow(3.0 * B_BURGERS, 0.0, 3);
   g.model->I1 = -1.0;  // whatever the integrals are
-  EXPECT_FALSE(v_defects_open(g.e));
+  EXPECT_FALSE(v_defects_open(g.e.layer));
 }
 
 TEST(VDefectOpening, AFilmThatNeverGrewUnderCompressionHasNone) {
   GrownFilm g;
   const double x[3] = {0.0, 0.7, 0.3};
   g.model->a_bulk = g.model->lattice_a(x);
-  film_truncate(g.e.film, 0);
-  film_add(g.e.film, surface_point(g.e));
+  film_truncate(g.e.layer.film, 0);
+  film_add(g.e.layer.film, surface_point(g.e));
   g.grow(50.0 * NM, 1.0, 100);
-  EXPECT_FALSE(v_defects_open(g.e));
+  EXPECT_FALSE(v_defects_open(g.e.layer));
 }
 
 // A balance set directly: all depths above 0 but the knot at the uppermost candidate.
@@ -376,9 +376,9 @@ TEST(VDefectOpening, ACandidateThreeBurgersVectorsBelowTheSurfaceCounts) {
     FilmPoint p{.z = z, .x_In = INDIUM};
     p.I1 = I1;
     p.R = -1e-30;  // counts as compressed, and adds nothing
-    film_add(g.e.film, p);
+    film_add(g.e.layer.film, p);
   };
-  film_truncate(g.e.film, 0);
+  film_truncate(g.e.layer.film, 0);
   for (int i = 0; i < 10; ++i) add(m.z_start + i * NM, 0.0);
   add(z_knot, 1e-15);
   m.I0 = m.I1 = 0.0;
@@ -386,8 +386,8 @@ TEST(VDefectOpening, ACandidateThreeBurgersVectorsBelowTheSurfaceCounts) {
   m.z = g.e.z = z_knot + 3e-10 * 3.189;
   ASSERT_EQ(z_knot, m.z - CANDIDATE_DEPTH);
   add(m.z, 0.0);
-  EXPECT_TRUE(v_defects_open(g.e));
-  open_v_defects(g.e);
+  EXPECT_TRUE(v_defects_open(g.e.layer));
+  open_v_defects(g.e.layer);
   EXPECT_EQ(z_knot, m.z0);
 }
 
@@ -399,9 +399,9 @@ TEST(VDefectOpening, AKnotCloserToTheSurfaceDoesNotCount) {
     FilmPoint p{.z = z, .x_In = INDIUM};
     p.I1 = I1;
     p.R = -1e-30;
-    film_add(g.e.film, p);
+    film_add(g.e.layer.film, p);
   };
-  film_truncate(g.e.film, 0);
+  film_truncate(g.e.layer.film, 0);
   for (int i = 0; i <= 9; ++i) add(m.z_start + i * NM, 0.0);
   add(z_knot - 0.01 * NM, 0.0);
   add(z_knot, 1e-15);
@@ -409,7 +409,7 @@ TEST(VDefectOpening, AKnotCloserToTheSurfaceDoesNotCount) {
   m.h = 0.0;
   m.z = g.e.z = z_knot - 0.02 * NM + 3e-10 * 3.189;
   add(m.z, 0.0);
-  EXPECT_FALSE(v_defects_open(g.e));
+  EXPECT_FALSE(v_defects_open(g.e.layer));
 }
 
 }  // namespace
