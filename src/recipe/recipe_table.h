@@ -77,7 +77,7 @@ struct Limits {
   bool not_zero = false;
   const char* shown = nullptr;    // replaces the words that follow from the numbers
   bool late = false;              // checked after reading; NaN is rejected too if there is an upper limit
-  bool nan_refused = false;       // checked while reading; NaN is rejected too
+  bool nan_rejected = false;      // checked while reading; NaN is rejected too
   bool negative_is_zero = false;  // a negative value within the limits is rounding and is stored as 0
 
   bool allows(double value) const;
@@ -113,10 +113,10 @@ struct Row {
   Limits limits{};
   std::span<const Keyword> keywords{};
   const char* default_value = "";  // of an optional value, as a recipe would write it
-  // The library's text for a value that is not allowed, or for one below the limits if refusal_above is set; {stage},
+  // The library's text for a value that is not allowed, or for one below the limits if rejection_above is set; {stage},
   // {name}, {value} and {path} are filled in. A keyword row without one accepts any text.
-  const char* refusal = "";
-  const char* refusal_above = nullptr;
+  const char* rejection = "";
+  const char* rejection_above = nullptr;
   Field (*field)(Records& records) = nullptr;
   // A check of several values once this one is read: the text of the fault, with {stage}, or null.
   const char* (*also)(const Records& records) = nullptr;
