@@ -25,7 +25,7 @@ RUN_TIMEOUT = 600  # s
 
 
 def run_recipe(program, recipe, folder):
-    """Exit code, text and result file of one run; None if there is no file."""
+    """Exit code, text and result file of one run; None if the file is missing."""
     out = pathlib.Path(folder) / "out.txt"
     out.unlink(missing_ok=True)
     done = subprocess.run([program, recipe, "out.txt"], cwd=folder, capture_output=True, timeout=RUN_TIMEOUT)

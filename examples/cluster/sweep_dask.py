@@ -1,4 +1,4 @@
-"""A sweep on a Dask cluster. The scheduler writes a file that workers and clients find it by:
+"""A sweep on a Dask cluster. Workers and clients find the scheduler by a file that it writes:
 
     dask-scheduler --scheduler-file scheduler.json
     dask-worker --scheduler-file scheduler.json --nthreads 1 --nworkers 8     # on each machine

@@ -1,4 +1,4 @@
-"""A sweep under MPI: the first process hands out the rows, the others run them.
+"""A sweep under MPI: the first process distributes the rows, the others run them.
 
     mpiexec -n 9 python3 -m mpi4py.futures sweep_mpi.py RECIPE FOLDER
 """

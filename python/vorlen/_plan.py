@@ -48,7 +48,7 @@ class Plan:
     timeout: float | None = None  # s for one row, None: no limit
 
     def rows(self) -> list[dict[str, Any]]:
-        """The values of each row. A ramp is a list of two numbers, [begin, end]."""
+        """The values of each row. A ramp is a list of two numbers, [start, end]."""
         combine = itertools.product if self.mode == "grid" else zip
         return [dict(zip(self.parameters, values)) for values in combine(*self.parameters.values())]
 
@@ -119,7 +119,7 @@ def _plain_value(value: Any, path: str) -> Any:
         value = json.loads(value)  # a pair in a column of a table
     if isinstance(value, (list, tuple)):
         if len(value) != 2:
-            raise PlanError(f"{path}: a list must be a pair, begin and end of a ramp, got {value!r}")
+            raise PlanError(f"{path}: a list must be a pair, start and end of a ramp, got {value!r}")
         return [_plain_value(part, path) for part in value]
     if isinstance(value, (int, float)) and not math.isfinite(value):
         raise PlanError(f"{path}: {value} is not finite, so it can't be a value in a recipe")

@@ -58,7 +58,7 @@ def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]]) -> pd.D
 
 
 def write_table(table: pd.DataFrame, folder: Path) -> Path:
-    """Writes the table into the folder of the sweep. A pair is written as [begin, end]."""
+    """Writes the table into the folder of the sweep. A pair is written as [start, end]."""
     inputs = list(table.columns[: table.columns.get_loc("status")])
     written = table.assign(**{
         path: [json.dumps(value) if isinstance(value, tuple) else value for value in table[path]] for path in inputs

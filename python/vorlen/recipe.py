@@ -4,9 +4,9 @@ A Recipe is the bytes of an XML file and an index of its elements. A change repl
 comments, order, indentation and line ends stay as they are. A path lists element names from the root's children down,
 separated by slashes (or by colons, as in the library's messages):
 
-    recipe["process_stages/stage_2/T"]               (1010.0, 1080.0), begin and end of a ramp
+    recipe["process_stages/stage_2/T"]               (1010.0, 1080.0), start and end of a ramp
     recipe["process_stages/stage_2/tau"] = 40        a single value
-    recipe["process_stages/stage_2/T"] = 1020        begin and end
+    recipe["process_stages/stage_2/T"] = 1020        start and end
     recipe["process_stages/stage_2/T/end"] = 1030    one attribute
     recipe["chemistry/Kd_In"]                        {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
     recipe["chemistry/Kd_In/A"] = 2e13               one attribute
@@ -280,7 +280,7 @@ class Recipe:
         if set(element.attributes) == {"val"}:
             return "a single value"
         if set(element.attributes) == {"val", "end"}:
-            return "one value, or two for begin and end"
+            return "one value, or two for start and end"
         return f"a mapping with {', '.join(element.attributes)}"
 
     # ---- stages

@@ -213,7 +213,7 @@ def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
 
 
 def _mean_composition(time: np.ndarray, z: np.ndarray, x: np.ndarray, begin: float, end: float) -> np.ndarray | None:
-    """Mean of x over the height grown from begin to end. x has one column per metal.
+    """Mean of x over the height grown between two times. x has one column per metal.
 
     The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
     linear in time between rows. None if nothing grew. NaN if the mean is not finite: an infinite height, or almost as

@@ -39,7 +39,7 @@ def sweep(
     """Runs a recipe once for each combination of values.
 
     recipe      a path, a Recipe, or the XML itself
-    parameters  the values of each path in the recipe; a pair (begin, end) is a ramp. Or a data frame with a column for
+    parameters  the values of each path in the recipe; a pair (start, end) is a ramp. Or a data frame with a column for
                 each path and a row for each run
     workers     number of concurrent runs on this machine; None: one per processor
     executor    an executor with the interface of concurrent.futures, such as that of a Dask client or an MPI pool,

@@ -19,9 +19,9 @@ constexpr double C_UNIT = 1e-9;  // of the surface concentrations, kmol/m^2
 constexpr std::size_t Y_c = 0, Y_x = N_ADSORBED, Y_z = STAGED_Z;
 constexpr std::size_t Y_h = Y_z + 1, Y_I0 = Y_z + 2, Y_I1 = Y_z + 3, Y_J0_0 = Y_z + 4, Y_J0_1 = Y_z + 5;
 
-// Growth slower than this, kmol/(m^2 s), hands over the film's composition as evaporation does, so that the equations
-// have a slope where growth turns into evaporation. A hundred-thousandth of usual growth, which adds nothing to the
-// film.
+// Below about this growth rate, kmol/(m^2 s), the exchange layer passes on the film's composition, as in evaporation,
+// so that the equations are smooth where growth turns into evaporation. It is a hundred-thousandth of usual growth and
+// adds nothing to the film.
 constexpr double SLOW_GROWTH = 3.7e-13;
 
 // The switch between growth in tension and growth that relaxes takes this much strain. A jump would make layers slide

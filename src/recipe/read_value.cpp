@@ -39,8 +39,8 @@ bool read_keyword(ReadState& state, const TiXmlElement& element, const Row& row)
   if (row.section == Section::stress) state.stress_known = true;
   std::int32_t value = 0;
   if (!find_keyword(row.keywords, text, value)) {
-    if (*row.refusal == '\0') return true;
-    return report(state, FaultKind::unknown_keyword, element, &row, "val", filled(row.refusal, state, element, text));
+    if (*row.rejection == '\0') return true;
+    return report(state, FaultKind::unknown_keyword, element, &row, "val", filled(row.rejection, state, element, text));
   }
   const Field field = row.field(state.records);
   if (field.flag != nullptr) {
@@ -63,7 +63,7 @@ bool read_numbers(ReadState& state, const TiXmlElement& element, const Row& row)
   const std::span<const char* const> attributes = attributes_of(row);
   std::array<double, 3> values{};
   bool complete = true;
-  const char* refusal = nullptr;
+  const char* rejection = nullptr;
   for (std::size_t k = 0; k < attributes.size(); ++k) {
     bool go_on = true;
     const char* text = attribute_text(state, element, row, attributes[k], go_on);
@@ -78,12 +78,12 @@ bool read_numbers(ReadState& state, const TiXmlElement& element, const Row& row)
     if (text == nullptr) {
       complete = false;
     } else if (!row.limits.late && !row.limits.allows(values[k])) {
-      const bool above = row.refusal_above != nullptr && values[k] > *row.limits.high;
-      refusal = above ? row.refusal_above : row.refusal;
+      const bool above = row.rejection_above != nullptr && values[k] > *row.limits.high;
+      rejection = above ? row.rejection_above : row.rejection;
     }
   }
-  if (refusal != nullptr) {
-    return report(state, FaultKind::not_allowed, element, &row, "val", filled(refusal, state, element));
+  if (rejection != nullptr) {
+    return report(state, FaultKind::not_allowed, element, &row, "val", filled(rejection, state, element));
   }
   if (!complete) return true;
   const Field field = row.field(state.records);

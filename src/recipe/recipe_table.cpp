@@ -31,7 +31,7 @@ constexpr Limits ANY = {};
 constexpr Limits FRACTION = {.low = 0.0, .high = 1.0};
 constexpr Limits PRESCRIBED_FRACTION = {.low = 1e-10, .high = 0.99999};
 constexpr Limits FLOW = {.low = -1e-10, .shown = "at least 0", .negative_is_zero = true};
-constexpr Limits TOLERANCE = {.low = 1e-10, .high = 1e-3, .shown = "1e-10 to 1e-3", .nan_refused = true};
+constexpr Limits TOLERANCE = {.low = 1e-10, .high = 1e-3, .shown = "1e-10 to 1e-3", .nan_rejected = true};
 constexpr Limits NOT_ZERO = {.not_zero = true, .late = true};
 constexpr double STAGE_COUNT_MAX = 9999;    // the numbers in the names of stages have at most four digits
 constexpr double COMPOSITION_MIN = 0.9999;  // sum of the three fractions of a layer
@@ -111,12 +111,12 @@ constexpr Row list_row(Section section, const char* name, Section children, cons
 }
 
 constexpr Row keyword_row(Section section, const char* name, std::span<const Keyword> keywords, FieldOf* field,
-                          const char* refusal, const char* meaning) {
+                          const char* rejection, const char* meaning) {
   return {.name = name,
           .section = section,
           .kind = Kind::keyword,
           .keywords = keywords,
-          .refusal = refusal,
+          .rejection = rejection,
           .field = field,
           .meaning = meaning};
 }
@@ -139,22 +139,22 @@ constexpr Row optional_row(Row row, const char* default_value) {
 }
 
 constexpr Row value_row(Section section, const char* name, Kind kind, Condition condition, const char* unit,
-                        const Limits& limits, FieldOf* field, const char* refusal, const char* meaning) {
+                        const Limits& limits, FieldOf* field, const char* rejection, const char* meaning) {
   return {.name = name,
           .section = section,
           .kind = kind,
           .condition = condition,
           .unit = unit,
           .limits = limits,
-          .refusal = refusal,
+          .rejection = rejection,
           .field = field,
           .meaning = meaning};
 }
 
-constexpr Row count_row(Section section, const char* name, double low, const char* refusal, const char* meaning) {
+constexpr Row count_row(Section section, const char* name, double low, const char* rejection, const char* meaning) {
   Row row = value_row(section, name, Kind::integer, Condition::always, "", count_from(low),
-                      in_reading<&Records::n_stages>, refusal, meaning);
-  row.refusal_above = "Number of stages is greater than 9999: {path}";
+                      in_reading<&Records::n_stages>, rejection, meaning);
+  row.rejection_above = "Number of stages is greater than 9999: {path}";
   return row;
 }
 
@@ -166,9 +166,9 @@ constexpr Row constant_row(const char* name, const char* unit, FieldOf* field, c
   return value_row(Section::chemistry, name, Kind::arrhenius, Condition::always, unit, ANY, field, "", meaning);
 }
 
-constexpr Row reference_flow_row(const char* name, FieldOf* field, const Limits& limits, const char* refusal,
+constexpr Row reference_flow_row(const char* name, FieldOf* field, const Limits& limits, const char* rejection,
                                  const char* meaning) {
-  return value_row(Section::Q_ref, name, Kind::real, Condition::always, "sccm", limits, field, refusal, meaning);
+  return value_row(Section::Q_ref, name, Kind::real, Condition::always, "sccm", limits, field, rejection, meaning);
 }
 
 constexpr Row flow_row(const char* name, FieldOf* field, const char* meaning) {

@@ -1,7 +1,7 @@
 // The table of the recipe: every element that is read, in reading order, with its attributes, unit, limits, keywords,
 // the choices that it depends on, its default, the text that rejects a value, and the record field that it fills.
 //
-// The reader (recipe_reader.h), `vorlen check`, the schema share/vorlen/recipe.rng, and the tables of
+// The reader (recipe_reader.h), `vorlen check`, the schema recipe.rng, and the tables of
 // docs/recipe-format.md all work from it.
 //
 // To add an element: give the record in process_recipe.h a field for it, and add a row to ROWS in recipe_table.cpp, in
@@ -83,7 +83,7 @@ struct Limits {
   bool not_zero = false;
   const char* shown = nullptr;    // replaces the words that follow from the numbers
   bool late = false;              // checked after reading; NaN is rejected too if there is an upper limit
-  bool nan_refused = false;       // checked while reading; NaN is rejected too
+  bool nan_rejected = false;      // checked while reading; NaN is rejected too
   bool negative_is_zero = false;  // a negative value within the limits is rounding and is stored as 0
 
   bool allows(double value) const;
@@ -119,10 +119,10 @@ struct Row {
   Limits limits{};
   std::span<const Keyword> keywords{};
   const char* default_value = "";  // of an optional value, as a recipe would write it
-  // The library's text for a value that is not allowed, or for one below the limits if refusal_above is set; {stage},
+  // The library's text for a value that is not allowed, or for one below the limits if rejection_above is set; {stage},
   // {name}, {value} and {path} are filled in. A keyword row without one accepts any text.
-  const char* refusal = "";
-  const char* refusal_above = nullptr;
+  const char* rejection = "";
+  const char* rejection_above = nullptr;
   Field (*field)(Records& records) = nullptr;
   // A check of several values once this one is read: the text of the fault, with {stage}, or null.
   const char* (*also)(const Records& records) = nullptr;

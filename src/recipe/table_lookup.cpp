@@ -10,7 +10,7 @@ bool Limits::allows(double value) const {
   if (not_zero) return value != 0.0;
   const bool too_low = low && (low_inclusive ? value < *low : value <= *low);
   const bool too_high = high && (high_inclusive ? value > *high : value >= *high);
-  return !too_low && !too_high && !((late || nan_refused) && high && std::isnan(value));
+  return !too_low && !too_high && !((late || nan_rejected) && high && std::isnan(value));
 }
 
 int stage_number(std::string_view row_name, std::string_view name) {

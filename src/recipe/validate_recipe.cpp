@@ -59,7 +59,7 @@ const char* fault_of(const WholeCheck& check, const ProcessRecipe& recipe, bool 
   if (asked(check.condition, recipe, stress_known) != Asked::yes) return nullptr;
   if (check.fails != nullptr) return check.fails(recipe) ? check.fault : nullptr;
   const Row& row = *find_row(check.section, check.names[0]);
-  return row.limits.allows(value_of(row, recipe)) ? nullptr : row.refusal;
+  return row.limits.allows(value_of(row, recipe)) ? nullptr : row.rejection;
 }
 
 }  // namespace recipe

@@ -1,5 +1,5 @@
 // The result file: header, layer block, column heading, and the rows of pre-stages, active stages and post-stages. The
-// whole file is written in one go after the integration.
+// whole file is written at once after the integration.
 #include "results/write_results.h"
 
 #include <string>

@@ -45,7 +45,7 @@ def place_of(text, piece):
 
 
 class StoredRecipes(Checks):
-    """The stored recipes with their expected messages. Runs that fail on the way are not errors of the recipe."""
+    """The stored recipes with their expected messages. Runs that fail are not errors of the recipe."""
 
     RUN_FAILURES = ("Step size has become too small", "Matrix is repeatedly singular",
                     "Maximum number of time steps reached")
@@ -586,19 +586,6 @@ class ThePage(Checks):
                                            r'\s*"([a-z-]+)"', file.read(), re.MULTILINE))
         self.assertGreater(len(used), 15)
         self.assertEqual(documented, used)
-
-    def test_its_report_and_its_timeline_are_what_the_tool_prints(self):
-        blocks = re.findall(r"```text\n\$ vorlen (.*?)\n(.*?)```", self.page, re.DOTALL)
-        self.assertEqual([command for command, _ in blocks], ["check recipe.xml", "timeline examples/ingan_gan_mqw.xml"])
-        text = self.recipe(('<tau val="70"/>', '<tau val="0"/>'))
-        at = text.index("<stage_2>") + len("<stage_2>")
-        self.write("recipe.xml", text[:at] + "\n      <dopant val=\"Si\"/>" + text[at:])
-        self.assertEqual(self.check("recipe.xml").stdout, blocks[0][1])
-        printed = self.run_tool("timeline", example("ingan_gan_mqw")).stdout.splitlines()
-        for line in blocks[1][1].splitlines():
-            if line != "...":
-                start = line.removesuffix(" ...")
-                self.assertTrue(any(other.startswith(start) for other in printed), line)
 
 
 class Faults(Checks):

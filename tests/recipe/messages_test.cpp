@@ -74,9 +74,9 @@ TEST(Messages, TheScanFindsMessagesAndOnlyThose) {
 }
 
 // The parts of a row's text between what is filled in.
-std::set<std::string> pieces_of(const std::string& refusal) {
+std::set<std::string> pieces_of(const std::string& rejection) {
   std::set<std::string> pieces;
-  std::string rest = refusal;
+  std::string rest = rejection;
   for (std::size_t open = rest.find('{'); !rest.empty(); open = rest.find('{')) {
     const std::string piece = rest.substr(0, open);
     if (holds_words(piece)) pieces.insert(trimmed(piece));
@@ -95,8 +95,8 @@ TEST(Messages, EveryTextOfTheTableIsInTheDocumentation) {
   const std::string page = read_file(VORLEN_SOURCE "/docs/messages.md");
   std::size_t n_messages = 0;
   for (const vorlen::recipe::Row& row : vorlen::recipe::rows()) {
-    for (const char* refusal : {row.refusal, row.refusal_above}) {
-      for (const std::string& piece : pieces_of(refusal == nullptr ? "" : refusal)) {
+    for (const char* rejection : {row.rejection, row.rejection_above}) {
+      for (const std::string& piece : pieces_of(rejection == nullptr ? "" : rejection)) {
         ++n_messages;
         EXPECT_NE(page.find(piece), std::string::npos) << "\"" << piece << "\" is not explained";
       }

@@ -270,23 +270,23 @@ TEST(ValidateStage, ChecksInOrderDurationTimesTemperaturePressureFlows) {
   const ProcessRecipe recipe;
   StageRecord stage;
   std::string error;
-  const auto refused = [&] { return !recipe.validate_stage(stage, error); };
-  EXPECT_TRUE(refused());
+  const auto rejected = [&] { return !recipe.validate_stage(stage, error); };
+  EXPECT_TRUE(rejected());
   EXPECT_EQ(error, "Stage duration is zero or not specified");
   stage.tau = 10.0;
-  EXPECT_TRUE(refused());
+  EXPECT_TRUE(rejected());
   EXPECT_EQ(error, "Stage begin and end time moments are not calculated correctly inside the code");
   stage.set_times(0.0);
-  EXPECT_TRUE(refused());
+  EXPECT_TRUE(rejected());
   EXPECT_EQ(error, "Temperature is wrong or not specified");
   stage.T = {0.0, 0.0};
-  EXPECT_TRUE(refused());
+  EXPECT_TRUE(rejected());
   EXPECT_EQ(error, "Pressure is wrong or not specified");
   stage.P = {0.0, 0.0};
-  EXPECT_TRUE(refused());
+  EXPECT_TRUE(rejected());
   EXPECT_EQ(error, "Flow rates are wrong or not specified");
   stage.Q[10] = {0.0, 0.0};
-  EXPECT_FALSE(refused());
+  EXPECT_FALSE(rejected());
 }
 
 TEST(ValidateStage, TheLeastDurationIsTenNanosecondsAndNaNPasses) {

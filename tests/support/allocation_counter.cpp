@@ -19,7 +19,7 @@ std::atomic<long> refused_count{LONG_MAX};
 namespace {
 
 // Counts one allocation; true if it must fail.
-bool refuse() {
+bool must_fail() {
   const long number = allocations++;
   const long from = refused_from;
   return from >= 0 && number >= from && number - from < refused_count;
@@ -31,7 +31,7 @@ bool refuse() {
 #if defined(VORLEN_ADDRESS_SANITIZER) || defined(VORLEN_THREAD_SANITIZER)
 
 void* operator new(std::size_t size) {
-  if (!vorlen_test::refuse()) {
+  if (!vorlen_test::must_fail()) {
     if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
   }
   throw std::bad_alloc();
@@ -82,17 +82,17 @@ extern "C" {
 
 void* malloc(std::size_t size) {
   using namespace vorlen_test;
-  return refuse() ? no_memory() : kept(__libc_malloc(size));
+  return must_fail() ? no_memory() : kept(__libc_malloc(size));
 }
 
 void* calloc(std::size_t count, std::size_t size) {
   using namespace vorlen_test;
-  return refuse() ? no_memory() : kept(__libc_calloc(count, size));
+  return must_fail() ? no_memory() : kept(__libc_calloc(count, size));
 }
 
 void* realloc(void* block, std::size_t size) {
   using namespace vorlen_test;
-  if (refuse()) return no_memory();
+  if (must_fail()) return no_memory();
   given_back(block);
   return kept(__libc_realloc(block, size));
 }

@@ -19,7 +19,7 @@ namespace vorlen_test {
 namespace {
 
 // The text with which the library rejects the file; empty if it would run it.
-std::string refusal_of(const std::string& path) {
+std::string rejection_of(const std::string& path) {
   vorlen::ProcessRecipe recipe;
   std::string error;
   if (vorlen::read_recipe(path.c_str(), recipe, error) != 0) return error;
@@ -96,9 +96,9 @@ void expect_same_verdict(const TiXmlDocument& document, const std::string& path,
   TiXmlPrinter printer;
   document.Accept(&printer);
   write_file(path, printer.Str());
-  const std::string refusal = refusal_of(path);
-  if (is_computed(refusal)) return;
-  EXPECT_EQ(first_error_of(path), refusal) << what;
+  const std::string rejection = rejection_of(path);
+  if (is_computed(rejection)) return;
+  EXPECT_EQ(first_error_of(path), rejection) << what;
 }
 
 TEST(RecipeCheck, ReportsTheLibrarysTextFirstForEveryFaultOfEveryElement) {
@@ -194,7 +194,7 @@ TEST(RecipeCheck, AddsUpTheNamesOfAllPeriodsAsTheLibraryDoes) {
   EXPECT_TRUE(problems_of(builder).empty());
   const std::string path = builder.set("process_stages/stage_2/n_periods", "2049").write(folder.path("recipe.xml"));
   EXPECT_EQ(first_error_of(path), "Names of all periods take more than 256 MiB: NonstSurfChem:process_stages:stage_2");
-  EXPECT_EQ(first_error_of(path), refusal_of(path));
+  EXPECT_EQ(first_error_of(path), rejection_of(path));
 }
 
 }  // namespace

@@ -215,7 +215,7 @@ void collect_element(void* context, const TiXmlElement& element, const Row& row,
   reading.elements[&element] = {children, &row, place};
   if (row.section < Section::layer) reading.outside_stages[&row] = &element;
   if (row.kind == Kind::keyword) {
-    if (*row.refusal == '\0') warn_of_free_keyword(reading, element, row, place);
+    if (*row.rejection == '\0') warn_of_free_keyword(reading, element, row, place);
   } else if (row.kind != Kind::text) {
     for (const char* attribute : attributes_of(row)) warn_of_number(reading, element, row, attribute, place);
   }

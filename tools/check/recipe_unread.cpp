@@ -44,7 +44,7 @@ std::string reason_of(const Row& row, const Reading& reading) {
 std::string stage_count_words(Section section, const TiXmlElement& list) {
   for (const Row* row : rows_of(section)) {
     const TiXmlElement* count = list.FirstChildElement(row->name);
-    const bool is_count = row->kind == Kind::integer && row->refusal_above != nullptr;
+    const bool is_count = row->kind == Kind::integer && row->rejection_above != nullptr;
     const char* number = is_count && count != nullptr ? count->Attribute("val") : nullptr;
     if (number != nullptr) return fmt::format("{} is {}", row->name, number);
   }

@@ -20,7 +20,7 @@ void add(Reading& reading, const char* kind, const TiXmlElement& element, const 
 void check_late_limit(Reading& reading, Section section, const char* name) {
   const Row& row = *find_row(section, name);
   if (row.limits.allows(value_of(row, reading.recipe))) return;
-  add(reading, "model", *reading.good_element(section, name), "val", row.refusal, value_hint(row));
+  add(reading, "model", *reading.good_element(section, name), "val", row.rejection, value_hint(row));
 }
 
 void check_reference_conditions(Reading& reading) {

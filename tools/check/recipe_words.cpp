@@ -43,7 +43,7 @@ std::string allowed_words(const Row& row) {
       std::string words;
       for (const vorlen::Keyword& word : row.keywords)
         words += (words.empty() ? "`" : ", `") + std::string(word.text) + "`";
-      if (*row.refusal == '\0') words += ", or any other text";
+      if (*row.rejection == '\0') words += ", or any other text";
       return words;
     }
     default:

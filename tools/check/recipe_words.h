@@ -1,4 +1,4 @@
-// The table of the recipe in words: limits, keywords and conditions as the documentation, the schemas and hints show
+// The table of the recipe in words: limits, keywords and conditions as the documentation, the schema and hints show
 // them.
 #pragma once
 

@@ -34,7 +34,7 @@ constexpr std::array<ManualItem, 5> ENVIRONMENT = {{
 constexpr std::array<ManualItem, 3> FILES = {{
     {"NAME.result.txt", "The result: the layers, and a table over time and depth."},
     {"NAME.status.json", "How the run ended, by which version, and the SHA-256 of recipe and result."},
-    {"NAME.failed.txt", "The rows of a run that failed on the way."},
+    {"NAME.failed.txt", "The rows of a failed run."},
 }};
 
 // text for roff: hyphens are kept as typed, and no line is taken for a request.

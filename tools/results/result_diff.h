@@ -23,7 +23,7 @@ struct ResultDifference {
   bool row_by_row = false;             // the heights are the same in both, row by row
   double z_begin = 0.0;                // heights that both files cover, nm
   double z_end = 0.0;
-  std::vector<ColumnDeviation> columns;  // each column but the height; none when there is no common axis
+  std::vector<ColumnDeviation> columns;  // each column but the height; empty without a common axis
   bool same = false;                     // no difference beyond the tolerance
 };
 

@@ -156,8 +156,8 @@ void add_run_command(CLI::App& app, int& status) {
   run->add_flag("--force", options->force, "Run recipes again even if their results are up to date");
   run->footer(
       "Each result has a status file, NAME.status.json, that records how the run ended. If a run\n"
-      "fails on the way or gives unphysical rows, its rows are kept in NAME.failed.txt and an\n"
-      "older result is not changed.\n"
+      "fails or gives unphysical rows, its rows are kept in NAME.failed.txt, and an older result is\n"
+      "not changed.\n"
       "Exit status: 0 all recipes ran or are up to date, 1 some did not, 2 wrong command line.\n\n"
       "Examples:\n"
       "  vorlen run recipe.xml -o recipe.result.txt\n"

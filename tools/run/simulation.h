@@ -1,5 +1,5 @@
 // One simulation and its files. A run writes to a temporary file in the folder of the result. The file is checked and
-// replaces the result only if it is complete. If a run fails on the way, its rows are kept in NAME.failed.txt.
+// replaces the result only if it is complete. If a run fails, its rows are kept in NAME.failed.txt.
 #pragma once
 
 #include <array>

@@ -242,7 +242,7 @@ const Switch* switch_of(Section section) {
 // The type of the switch's keyword when the dependent elements are not read.
 Node other_word_type(const Row& row, const char* word) {
   const vorlen::Keyword this_one{word, 0};
-  if (*row.refusal == '\0')
+  if (*row.rejection == '\0')
     return data("string", {group("except", {words_pattern({&this_one, 1})})});  // any other text
   std::vector<vorlen::Keyword> others;
   for (const vorlen::Keyword& keyword : row.keywords) {
