@@ -1,8 +1,8 @@
 // The table of the recipe: every element that is read, in reading order, with its attributes, unit, limits, keywords,
 // the choices that it depends on, its default, the text that rejects a value, and the record field that it fills.
 //
-// The reader (recipe_reader.h), `vorlen check`, the schemas share/vorlen/recipe.rng and recipe.xsd, and the tables of
-// docs/recipe-format.md all work from it.
+// The reader (recipe_reader.h), `vorlen check`, the schema share/vorlen/recipe.rng, the tables of docs/recipe-format.md
+// and the Python package's vorlen/_elements.py all work from it.
 #pragma once
 
 #include <array>
