@@ -88,7 +88,8 @@ inline constexpr std::array<Column, N_SURFACE_COLUMNS> SURFACE_COLUMNS = {{
 // Energies are those of one V-defect, in units of 1e-10 J.
 inline constexpr std::size_t N_RELAXATION_COLUMNS = 14;
 inline constexpr std::array<Column, N_RELAXATION_COLUMNS> RELAXATION_COLUMNS = {{
-    {"z0(nm)", "z0", "nm", "height of the V-defects", "height at which V-defects open; 0 in rows below it, -1 as long as there are none"},
+    {"z0(nm)", "z0", "nm", "height of the V-defects",
+     "height at which V-defects open; 0 in rows below it, -1 as long as there are none"},
     {"rho_VD", "rho_vd", "m^-2", "V-defect density", "density of V-defects when this depth was the surface"},
     {"K1", "k1", "1e-10 J", "moment K1", "`I1` less its value in the first row"},
     {"h", "h", "nm", "thickness grown in tension", "thickness grown in tension so far"},

@@ -121,9 +121,9 @@ DecimalDigits decimal_digits(double value) {
   const int power = 16 - exponent;
   const PowerOfTen& ten = POWERS_OF_TEN[static_cast<std::size_t>(power - LEAST_POWER)];
 
-  // X = P 2^(b + binary_exponent(power) - 190) where P is mantissa times all bits of 10^power. Those after the first 128
-  // add less than mantissa < 2^64 to P, and so does the lower half of the lower product,
-  // which is dropped here: 2^64 product <= P < 2^64 (product + 2).
+  // X = P 2^(b + binary_exponent(power) - 190) where P is mantissa times all bits of 10^power. Those after the first
+  // 128 add less than mantissa < 2^64 to P, and so does the lower half of the lower product, which is dropped here:
+  // 2^64 product <= P < 2^64 (product + 2).
   const uint128 factor = mantissa;
   const uint128 product = factor * ten.high + (factor * ten.low >> 64);
   const auto high = static_cast<std::uint64_t>(product >> 64);
@@ -131,8 +131,8 @@ DecimalDigits decimal_digits(double value) {
   const int shift = 62 - b - binary_exponent(power);  // 6 to 9
   std::uint64_t digits = high >> shift;
 
-  // The part of X after its last digit, in units of 2^-60: at least rest, and less than rest + 2. Where that takes X over
-  // the next whole number, rest is far above half, and rounding goes there as well.
+  // The part of X after its last digit, in units of 2^-60: at least rest, and less than rest + 2. Where that takes X
+  // over the next whole number, rest is far above half, and rounding goes there as well.
   std::uint64_t rest = (high << (64 - shift) | low >> shift) >> 4;
   std::uint64_t half = std::uint64_t{1} << 59;
   if (digits >= TEN_TO_17) {

@@ -22,8 +22,8 @@ void append_row_format(std::string& text, double value);
 void append_columns(std::string& text, std::initializer_list<double> values);
 
 // Writes a table row by row. It keeps the text of the last row and rewrites only the columns whose values have changed,
-// by a copy if an earlier column of the row has the same value: the one just before, or the column (t) that a column (z)
-// repeats, which is seven columns before the first of them and six before the others (there is no rho_VD0(z)).
+// by a copy if an earlier column of the row has the same value: the one just before, or the column (t) that a column
+// (z) repeats, which is seven columns before the first of them and six before the others (there is no rho_VD0(z)).
 class ColumnWriter {
  public:
   ColumnWriter();
