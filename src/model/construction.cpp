@@ -6,6 +6,7 @@
 
 #include "model/constants.h"
 #include "model/dislocation_constants.h"
+#include "model/recipe_faults.h"
 #include "model/surfchem_nonst.h"
 #include "model/transport.h"
 
@@ -48,7 +49,7 @@ bool set_dislocation_densities(SurfChemNonst& m) {
   }
   if (stages.front().disl_model == DISL_inherited) {
     if (m.pre_stages.empty()) {
-      m.error_text = "Cannot inherit dislocation density for first active stage: no pre-stages";
+      m.error_text = FIRST_STAGE_INHERITS;
       return false;
     }
     stages.front().rho_D.set_both(m.pre_stages.back().rho_D);

@@ -1,5 +1,6 @@
 // Lattice and strain, docs/physics.md, section 6: relaxed lattice constants of a composition (Vegard's law), the
 // in-plane lattice that each layer inherits from the layer below, and the strain that follows from the two.
+#include "model/recipe_faults.h"
 #include "model/surfchem_nonst.h"
 
 namespace vorlen {
@@ -50,7 +51,7 @@ bool SurfChemNonst::stage_lattice(bool is_pre) {
     }
     a_prev = first.stress_state;
     if (first.disl_model == DISL_inherited) {
-      error_text = "Cannot inherit dislocation density for first pre-stage";
+      error_text = FIRST_PRE_STAGE_INHERITS;
       return false;
     }
   } else {

@@ -8,12 +8,12 @@
 #include <cmath>
 
 #include "model/constants.h"
+#include "model/recipe_faults.h"
 
 namespace vorlen {
 
 namespace {
 
-constexpr double FLOW_MIN = 1e-10;    // sccm; a smaller flow counts as none
 constexpr double D_MIN = 1e-20;       // m^2/s
 constexpr double GR_REF_MIN = 1e-10;  // nm/s
 constexpr double NM = 1e-9;
@@ -39,7 +39,7 @@ GasSpecies reference_precursor(double Q_TMGa) { return !(Q_TMGa < FLOW_MIN) ? TM
 bool set_reference_layer(SurfChemNonst& m) {
   m.Q_ref_total = 0.0;
   for (double Q : m.Q_ref) m.Q_ref_total += Q;
-  if (m.Q_ref_total < FLOW_MIN) return reject(m, "Total refence flow rate is less than 1e-10 sccm");
+  if (m.Q_ref_total < FLOW_MIN) return reject(m, NO_REFERENCE_FLOW);
   if (m.Q_ref[TMGa_g] < FLOW_MIN && m.Q_ref[TEGa_g] < FLOW_MIN) {
     return reject(m, "Refence flow rates of TMGa and TEGa are less than 1e-10 sccm");
   }
@@ -81,9 +81,7 @@ bool set_prescribed_growth_layers(SurfChemNonst& m) {
     const double Q_TMGa = x_av[TMGa_g];
     if (Q_TMGa < FLOW_MIN && x_av[TEGa_g] < FLOW_MIN) {
       if (k == 0) {
-        return reject(m,
-                      "Flow rates of TMGa and TEGa are less than 1e-10 sccm on first stage. It is not compatible with "
-                      "transport model InGaN_GR_X.");
+        return reject(m, NO_GALLIUM_ON_FIRST_STAGE);
       }
       stage.delta_species = m.active_stages[k - 1].delta_species;
       continue;
@@ -172,7 +170,7 @@ bool set_transport_layers(SurfChemNonst& model) {
     case TRANSPORT_InGaN_GR_X:
       return set_prescribed_growth_layers(model);
     case TRANSPORT_InGaN_GR:
-      return reject(model, "Transport model InGaN_GR is not supported: it defines no transport layer");
+      return reject(model, NO_TRANSPORT_LAYER);
     default:
       return true;
   }

@@ -4,12 +4,11 @@
 #include <algorithm>
 
 #include "check/recipe_reading.h"
+#include "model/recipe_faults.h"
 
 namespace recipe {
 
 namespace {
-
-constexpr double FLOW_MIN = 1e-10;  // sccm; a smaller flow counts as none
 
 void add(Reading& reading, const char* kind, const TiXmlElement& element, const char* attribute, std::string text,
          std::string hint) {
@@ -36,9 +35,8 @@ void check_reference_conditions(Reading& reading) {
     // Added up in the order of the model.
     double total = 0.0;
     for (double flow : Q_ref) total += flow;
-    if (total < FLOW_MIN) {
-      add(reading, "model", *reading.good_element(Section::parameters, "Q_ref"), nullptr,
-          "Total refence flow rate is less than 1e-10 sccm",
+    if (total < vorlen::FLOW_MIN) {
+      add(reading, "model", *reading.good_element(Section::parameters, "Q_ref"), nullptr, vorlen::NO_REFERENCE_FLOW,
           "the sum of the reference flows must be at least 1e-10 sccm");
     } else {
       check_late_limit(reading, Section::Q_ref, "TMGa");
@@ -55,7 +53,7 @@ void check_inheritance(Reading& reading) {
       pre_stages.front().disl_model == vorlen::DISL_inherited) {
     const TiXmlElement& stage = *reading.good_element(Section::root, "pre_stages")->FirstChildElement("pre_stage_1");
     add(reading, "model", *stage.FirstChildElement("dislocations")->FirstChildElement("disl_model"), "val",
-        "Cannot inherit dislocation density for first pre-stage", "given, with rho_D");
+        vorlen::FIRST_PRE_STAGE_INHERITS, "given, with rho_D");
   }
   const TiXmlElement* n_pre_stages = reading.good_element(Section::pre_stages, "n_pre_stages");
   int count = -1;
@@ -63,8 +61,7 @@ void check_inheritance(Reading& reading) {
   if (count == 0 && !reading.stages.empty() && reading.stages.front().disl_model == vorlen::DISL_inherited) {
     const TiXmlElement& stage = *reading.stages.front().element;
     add(reading, "model", *stage.FirstChildElement("dislocations")->FirstChildElement("disl_model"), "val",
-        "Cannot inherit dislocation density for first active stage: no pre-stages",
-        "given, with rho_D; or add a pre-stage");
+        vorlen::FIRST_STAGE_INHERITS, "given, with rho_D; or add a pre-stage");
   }
 }
 
@@ -74,16 +71,13 @@ void check_transport_model(Reading& reading) {
     const ReadStage& first = reading.stages.front();
     const auto& TMGa = first.metals[TMGA];
     const auto& TEGa = first.metals[TEGA];
-    if (TMGa && TEGa && TMGa->average() < FLOW_MIN && TEGa->average() < FLOW_MIN) {
-      add(reading, "model", *first.element, nullptr,
-          "Flow rates of TMGa and TEGa are less than 1e-10 sccm on first stage. It is not compatible with transport "
-          "model InGaN_GR_X.",
+    if (TMGa && TEGa && TMGa->average() < vorlen::FLOW_MIN && TEGa->average() < vorlen::FLOW_MIN) {
+      add(reading, "model", *first.element, nullptr, vorlen::NO_GALLIUM_ON_FIRST_STAGE,
           "start with a stage that has TMGa or TEGa");
     }
   }
   if (model == vorlen::TRANSPORT_InGaN_GR) {
-    add(reading, "model", *reading.good_element(Section::transport, "model"), "val",
-        "Transport model InGaN_GR is not supported: it defines no transport layer",
+    add(reading, "model", *reading.good_element(Section::transport, "model"), "val", vorlen::NO_TRANSPORT_LAYER,
         "use InGaN_GR_X or fixed_thickness");
   }
 }

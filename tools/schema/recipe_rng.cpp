@@ -242,7 +242,8 @@ const Switch* switch_of(Section section) {
 // The type of the switch's keyword when the dependent elements are not read.
 Node other_word_type(const Row& row, const char* word) {
   const vorlen::Keyword this_one{word, 0};
-  if (*row.refusal == '\0') return data("string", {group("except", {words_pattern({&this_one, 1})})});  // any other text
+  if (*row.refusal == '\0')
+    return data("string", {group("except", {words_pattern({&this_one, 1})})});  // any other text
   std::vector<vorlen::Keyword> others;
   for (const vorlen::Keyword& keyword : row.keywords) {
     if (std::string_view(keyword.text) != word) others.push_back(keyword);
@@ -297,7 +298,7 @@ std::string rng_text() {
   const Node foreign = group(
       "zeroOrMore",
       {group("attribute", {group("anyName", {group("except", {{"nsName", " ns=\"\"", {}, ""}})}), group("text", {})})});
-  patterns.push_back(group("start", {named("element", "NonstSurfChem", {foreign, named("ref", "recipe")})}));
+  patterns.push_back(group("start", {named("element", root_name(), {foreign, named("ref", "recipe")})}));
   add_section(patterns, Section::root, "");
   patterns.push_back(arrhenius_pattern(*find_row(Section::chemistry, "Kd_In")));
   patterns.push_back(
