@@ -11,6 +11,7 @@ from hypothesis import strategies as st
 from lxml import etree
 
 import vorlen
+from vorlen._elements import ELEMENTS
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
@@ -199,6 +200,28 @@ def test_the_element_integration_is_read_and_changed_like_any_other() -> None:
     recipe["integration/scheme"] = "staged"
     recipe["integration/tolerance/val"] = 1e-7
     assert recipe == with_integration('<integration><scheme val="staged"/><tolerance val="1e-7"/></integration>')
+
+
+def test_every_optional_element_outside_of_stages_can_be_added() -> None:
+    recipe = vorlen.Recipe("<NonstSurfChem><stress/></NonstSurfChem>")
+    recipe.set("output/detail", "true").set("integration/tolerance", 1e-7).set("integration/scheme", "staged")
+    assert str(recipe) == (
+        '<NonstSurfChem><stress/><output><detail val="true"/></output>'
+        '<integration><tolerance val="1e-7"/><scheme val="staged"/></integration></NonstSurfChem>'
+    )
+    with pytest.raises(KeyError):
+        recipe["process_stages/stage_1/type"] = "single"
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+def test_the_elements_of_the_examples_are_known_with_their_attributes(path: Path) -> None:
+    recipe = vorlen.Recipe.load(path)
+    known = {element.path: set(element.attributes) for element in ELEMENTS}
+    for name in recipe.paths():
+        single = re.sub(r"/stage_\d+/(?=stage_\d+_\d+/)", "/", name)  # a sub-stage has the elements of a stage
+        value = recipe[name]
+        attributes = {"val", "end"} if isinstance(value, tuple) else set(value) if isinstance(value, dict) else {"val"}
+        assert attributes == known[re.sub(r"stage_[\d_]+/", "stage_#/", single)], name
 
 
 def test_a_recipe_without_the_element_has_no_such_path() -> None:

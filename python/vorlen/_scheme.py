@@ -6,9 +6,10 @@ The first `scheme` element of the first `integration` element counts.
 from __future__ import annotations
 
 from . import xml_bytes
-from .recipe import ROOT, SCHEMES, Recipe, RecipeError
+from .recipe import KNOWN, ROOT, SCHEMES, Recipe, RecipeError
 
-STAGED, DEFAULT = SCHEMES
+STAGED = "staged"
+DEFAULT = KNOWN["integration/scheme"].default
 
 
 def check_scheme(scheme: str | None) -> None:

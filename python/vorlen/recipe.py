@@ -30,6 +30,7 @@ from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 from . import xml_bytes
+from ._elements import ELEMENTS, ROOT
 from .xml_bytes import Edit, Element, RecipeError
 
 if TYPE_CHECKING:
@@ -37,17 +38,27 @@ if TYPE_CHECKING:
 
 Value = float | str | tuple[Any, Any] | dict[str, Any]
 
-ROOT = "NonstSurfChem"
+# Known elements by their paths, in which # is a number.
+KNOWN = {element.path: element for element in ELEMENTS}
+STAGE = "process_stages/stage_#"
+
+
+def _children(parent: str, kind: str) -> list[str]:
+    """The names of the known children of that kind."""
+    paths = [path.rpartition("/") for path, known in KNOWN.items() if known.kind == kind]
+    return [name for above, _, name in paths if above == parent]
+
+
 # group: prefix of the element names of its stages, element with their number
 GROUPS = {
-    "pre_stages": ("pre_stage_", "n_pre_stages"),
-    "process_stages": ("stage_", "n_stages"),
-    "post_stages": ("post_stage_", "n_post_stages"),
+    path.split("/")[0]: (path.split("/")[1].removesuffix("#"), _children(path.split("/")[0], "integer")[0])
+    for path, known in KNOWN.items()
+    if known.kind == "stages" and path.count("/") == 1
 }
-# optional elements; setting their value adds them
-OPTIONAL = ("integration/scheme", "integration/tolerance")
-SCHEMES = ("staged", "continuous")
-FLOWS = ("TMIn", "TMGa", "TEGa", "TMAl", "N2", "NH3", "H2")
+# optional elements outside of stages; setting their value adds them
+OPTIONAL = tuple(path for path, known in KNOWN.items() if known.optional and known.attributes and "#" not in path)
+SCHEMES = KNOWN["integration/scheme"].keywords
+FLOWS = tuple(_children(f"{STAGE}/gas_species/Q", "range"))
 # columns of the timeline: paths of their values in a stage
 RAMPS = {"T": "T", "P": "P"} | {flow: f"gas_species/Q/{flow}" for flow in FLOWS}
 
@@ -418,8 +429,8 @@ class Recipe:
                         row[f"{column}_{when}"] = _leading_number(value)
                 rows.append(row)
         units = {"begin": "s", "end": "s", "duration": "s"}
-        for column in RAMPS:
-            unit = {"T": "K", "P": "Pa"}.get(column, "sccm")
+        for column, below in RAMPS.items():
+            unit = KNOWN[f"{STAGE}/{below}"].unit
             units |= {f"{column}_begin": unit, f"{column}_end": unit}
         columns = ["name", "kind", "stage", "path", *units]
         table = pd.DataFrame(rows, columns=columns, index=pd.RangeIndex(1, len(rows) + 1, name="layer"))

@@ -25,7 +25,7 @@ bool reject(SurfChemNonst& m, const char* text) {
 }
 
 // The text of the recipe's table for a value that is not allowed.
-const char* refusal_of(recipe::Section section, const char* name) { return recipe::find_row(section, name)->refusal; }
+const char* rejection_of(recipe::Section section, const char* name) { return recipe::find_row(section, name)->rejection; }
 
 // omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT. This fit and the one below OMEGA_FIT_FROM
 // are fits of this model; docs/physics.md, section 3, compares them with Neufeld's collision integral.
@@ -43,7 +43,7 @@ bool set_reference_layer(SurfChemNonst& m) {
   for (double Q : m.Q_ref) m.Q_ref_total += Q;
   if (m.Q_ref_total < FLOW_MIN) return reject(m, LOW_REFERENCE_FLOW);
   if (m.Q_ref[TMGa_g] < FLOW_MIN && m.Q_ref[TEGa_g] < FLOW_MIN) {
-    return reject(m, refusal_of(recipe::Section::Q_ref, "TMGa"));
+    return reject(m, rejection_of(recipe::Section::Q_ref, "TMGa"));
   }
   std::array<double, N_GAS> x_ref{};
   std::array<double, N_GAS> D_ref{};
@@ -53,7 +53,7 @@ bool set_reference_layer(SurfChemNonst& m) {
     return reject(m, "Refence diffusion coefficients of TMGa and TEGa are less than 1e-20");
   }
   if (!recipe::find_row(recipe::Section::parameters, "GR_ref")->limits.allows(m.GR_ref)) {
-    return reject(m, refusal_of(recipe::Section::parameters, "GR_ref"));
+    return reject(m, rejection_of(recipe::Section::parameters, "GR_ref"));
   }
   m.GR_ref *= NM;
   const GasSpecies r = reference_precursor(m.Q_ref[TMGa_g]);

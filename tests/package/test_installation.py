@@ -3,9 +3,9 @@ import os
 import re
 import shlex
 import shutil
-import subprocess
-import tempfile
 import unittest
+
+from installed_tree import InstalledTree, run
 
 BUILD = os.environ["VORLEN_BUILD"]
 SOURCE = os.environ["VORLEN_SOURCE"]
@@ -18,36 +18,8 @@ CMAKE = os.environ["VORLEN_CMAKE"]
 CONSUMER = os.path.join(SOURCE, "tests", "package", "consumer")
 RECIPE = os.path.join(SOURCE, "examples", "algan_gan_hemt.xml")
 
-# Paths and flags from the caller's environment would hide mistakes.
-ENVIRONMENT = {name: value for name, value in os.environ.items()
-               if name not in ("LD_LIBRARY_PATH", "PKG_CONFIG_PATH", "CMAKE_PREFIX_PATH", "DESTDIR")}
 
-
-def run(*command, **environment):
-    """Runs a command. The result has returncode, stdout and stderr (as text)."""
-    return subprocess.run(command, env={**ENVIRONMENT, **environment}, capture_output=True, encoding="utf-8",
-                          check=False)
-
-
-class Installation(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.folder = folder.name
-        first = os.path.join(cls.folder, "first")
-        done = run(CMAKE, "--install", BUILD, "--prefix", first)
-        assert done.returncode == 0, done.stdout + done.stderr
-        # Moved to a folder with a blank in its name: nothing may depend on the first location.
-        cls.prefix = os.path.join(cls.folder, "moved here")
-        os.rename(first, cls.prefix)
-        cls.libraries = os.path.join(cls.prefix, LIBDIR)
-
-    def succeed(self, *command, **environment):
-        done = run(*command, **environment)
-        self.assertEqual(done.returncode, 0, f"{command}\n{done.stdout}\n{done.stderr}")
-        return done.stdout
-
+class Installation(InstalledTree):
     def check_host(self, program):
         """With a recipe it writes a result; without one it prints the message of the library."""
         result = os.path.join(self.folder, os.path.basename(program) + ".txt")

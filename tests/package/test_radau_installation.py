@@ -2,11 +2,10 @@
 import os
 import shlex
 import shutil
-import subprocess
-import tempfile
 import unittest
 
-BUILD = os.environ["VORLEN_BUILD"]
+from installed_tree import InstalledTree, run
+
 SOURCE = os.environ["VORLEN_SOURCE"]
 VERSION = os.environ["VORLEN_VERSION"]
 LIBDIR = os.environ["VORLEN_LIBDIR"]
@@ -16,35 +15,9 @@ FLAGS = os.environ["VORLEN_CXXFLAGS"]
 CONSUMER = os.path.join(SOURCE, "tests", "package", "radau_consumer")
 EXPECTED_OUTPUT = "reached the end: 0.367879 0.232544\n"  # exp(-1) and exp(-1) - exp(-2)
 
-# Variables that name other installations would hide a missing file.
-ENVIRONMENT = {name: value for name, value in os.environ.items()
-               if name not in ("LD_LIBRARY_PATH", "PKG_CONFIG_PATH", "CMAKE_PREFIX_PATH", "DESTDIR")}
 
-
-def run(*command, **environment):
-    """Runs a command. The result has returncode, stdout and stderr (as text)."""
-    return subprocess.run(command, env={**ENVIRONMENT, **environment}, capture_output=True, encoding="utf-8",
-                          check=False)
-
-
-class RadauInstallation(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(folder.cleanup)
-        cls.folder = folder.name
-        first = os.path.join(cls.folder, "first")
-        done = run(CMAKE, "--install", BUILD, "--component", "development", "--prefix", first)
-        assert done.returncode == 0, done.stdout + done.stderr
-        # Moved after the installation, to a name with a blank: no file may depend on the original place.
-        cls.prefix = os.path.join(cls.folder, "moved here")
-        os.rename(first, cls.prefix)
-        cls.libraries = os.path.join(cls.prefix, LIBDIR)
-
-    def succeed(self, *command, **environment):
-        done = run(*command, **environment)
-        self.assertEqual(done.returncode, 0, f"{command}\n{done.stdout}\n{done.stderr}")
-        return done.stdout
+class RadauInstallation(InstalledTree):
+    component = "development"
 
     def configure(self, name, *options):
         return run(CMAKE, "-S", CONSUMER, "-B", os.path.join(self.folder, name), f"-DCMAKE_PREFIX_PATH={self.prefix}",

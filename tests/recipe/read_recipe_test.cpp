@@ -291,8 +291,28 @@ TEST(ReadRecipe, AllStagesAreOnOneTimeAxis) {
   EXPECT_EQ(time, 65.0);
 }
 
-TEST(ReadRecipe, ANumberMayHaveTrailingCharacters) {
-  EXPECT_EQ(read(RecipeBuilder().set("pre_stages/t0", "12abc")).recipe.t0, 12.0);
+TEST(ReadRecipe, ANumberMayHaveLeadingBlanksAndEndsAtTheFirstOtherCharacter) {
+  // The forms that the pattern %lf takes in the C locale.
+  for (const auto& [text, value] : {std::pair{"  12", 12.0}, std::pair{"12abc", 12.0}, std::pair{"1e-3 K", 1e-3},
+                                    std::pair{"1,5", 1.0}, std::pair{"0x10", 16.0}}) {
+    const ReadOutcome outcome = read(RecipeBuilder().set("pre_stages/t0", text));
+    EXPECT_EQ(outcome.status, 0) << outcome.error;
+    EXPECT_EQ(outcome.recipe.t0, value) << text;
+  }
+  EXPECT_EQ(read(RecipeBuilder().set("pre_stages/t0", "")).error,
+            "Failed to get real number from value \"\" of attribute val in element NonstSurfChem:pre_stages:t0");
+}
+
+TEST(ReadRecipe, AnIntegerMayHaveLeadingBlanksAndEndsAtTheFirstOtherCharacter) {
+  RecipeOptions options;
+  options.n_stages = 2;
+  for (const char* text : {" 2", "2.9", "2abc"}) {
+    const ReadOutcome outcome = read(RecipeBuilder(options).set("process_stages/n_stages", text));
+    EXPECT_EQ(outcome.status, 0) << outcome.error;
+    EXPECT_EQ(outcome.recipe.active_stages.size(), 2u) << text;
+  }
+  EXPECT_EQ(read(RecipeBuilder(options).set("process_stages/n_stages", " -3abc")).error,
+            "Number of active stages should be positive");
 }
 
 TEST(ReadRecipe, NaNPassesTheReadersLimits) {

@@ -49,7 +49,7 @@ void check_model(const TiXmlDocument& document, Reading& reading) {
       return;
     }
     // What only the calculation of the reference layer shows.
-    const TiXmlElement& transport = *document.FirstChildElement("NonstSurfChem")->FirstChildElement("transport");
+    const TiXmlElement& transport = *document.FirstChildElement(root_name())->FirstChildElement("transport");
     errors.insert(errors.begin(), problem_at(Severity::error, "model", transport, nullptr, {}, model.error_text,
                                              "check the reference conditions of the transport model"));
     return;

@@ -164,7 +164,7 @@ void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::
       unread.look_at(*top);
       continue;
     }
-    const std::string_view nearest = nearest_word(top->Value(), {"NonstSurfChem"});
+    const std::string_view nearest = nearest_word(top->Value(), {root_name()});
     unread.warn("unknown-element", *top, nullptr, {},
                 fmt::format("element {} outside of the root is not read", top->Value()),
                 nearest.empty() || top->ValueStr() == nearest ? "a recipe has one root, NonstSurfChem"

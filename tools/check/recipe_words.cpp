@@ -24,6 +24,8 @@ std::string bounds_words(const Limits& limits) {
 
 }  // namespace
 
+const char* root_name() { return rows_of(Section::document).front()->name; }
+
 std::string number_words(double value) {
   std::string words = fmt::format("{}", value);
   // 1e-04 to 1e-4: as the texts of the library write it.

@@ -11,6 +11,8 @@ namespace recipe {
 
 using namespace vorlen::recipe;
 
+// The name of the root element.
+const char* root_name();
 // "at least 1e-4", "above 0 and below 89.99", "`InGaN`, `AlGaN`, ...", "any text, also empty".
 std::string allowed_words(const Row& row);
 // "required", "model `thick_GaN`", ...: when the element is read, given that its parent is there.

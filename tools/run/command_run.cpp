@@ -146,7 +146,7 @@ void add_run_command(CLI::App& app, int& status) {
                   "Integration scheme, overrides that of the recipes: staged integrates stage by\n"
                   "stage, continuous (the default in recipes) in one sweep over all stages")
       ->type_name("{continuous,staged}")
-      ->check(CLI::IsMember(std::vector<std::string>(SCHEMES.begin(), SCHEMES.end())).description(""));
+      ->check(CLI::IsMember(scheme_names()).description(""));
   run->add_option("-j,--jobs", options->workers,
                   "Number of recipes to run at the same time, each in a separate process\n"
                   "(default: number of processors)")

@@ -20,10 +20,16 @@
 #include "recipe/load_document.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
+#include "recipe/recipe_table.h"
 
 namespace {
 
-constexpr std::string_view ROOT = "NonstSurfChem";
+using vorlen::recipe::Section;
+
+const vorlen::recipe::Row& scheme_row() { return *vorlen::recipe::find_row(Section::integration, "scheme"); }
+
+// The name of the root element.
+std::string root_name() { return vorlen::recipe::rows_of(Section::document).front()->name; }
 
 std::string read_text(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -38,7 +44,7 @@ const TiXmlElement* child(const TiXmlNode* parent, const char* name) {
 }
 
 const TiXmlElement* integration_of(const TiXmlDocument& document) {
-  return child(child(&document, ROOT.data()), "integration");
+  return child(child(&document, root_name().c_str()), "integration");
 }
 
 // The value of the element scheme; null if there is none.
@@ -81,9 +87,10 @@ std::size_t end_of_root_tag(std::string_view text) {
       break;
     }
   }
-  if (text.substr(at, 1) != "<" || text.substr(at + 1, ROOT.size()) != ROOT) return std::string_view::npos;
+  const std::string root = root_name();
+  if (text.substr(at, 1) != "<" || text.substr(at + 1, root.size()) != root) return std::string_view::npos;
   char quote = '\0';
-  for (at += 1 + ROOT.size(); at < text.size(); ++at) {
+  for (at += 1 + root.size(); at < text.size(); ++at) {
     const char c = text[at];
     if (quote != '\0') {
       if (c == quote) quote = '\0';
@@ -101,25 +108,31 @@ bool has_scheme(const std::string& path, const std::string& scheme) {
   vorlen::ProcessRecipe recipe;
   std::string ignored;
   if (vorlen::read_recipe(path.c_str(), recipe, ignored) != 0) return true;
-  const vorlen::IntegrationScheme wanted = scheme == "staged" ? vorlen::SCHEME_staged : vorlen::SCHEME_continuous;
-  return recipe.scheme == wanted;
+  std::int32_t wanted = 0;
+  return vorlen::find_keyword(scheme_row().keywords, scheme.c_str(), wanted) && recipe.scheme == wanted;
 }
 
 }  // namespace
 
+std::vector<std::string> scheme_names() {
+  std::vector<std::string> names;
+  for (const vorlen::Keyword& scheme : scheme_row().keywords) names.emplace_back(scheme.text);
+  return names;
+}
+
 std::string scheme_of_recipe(const std::string& path) try {
-  constexpr const char* DEFAULT = SCHEMES.front();
+  const char* const DEFAULT = scheme_row().default_value;
   if (read_text(path).find("integration") == std::string::npos) return DEFAULT;  // no need to parse
   TiXmlDocument document;
   std::string ignored;
   if (!vorlen::load_document(path.c_str(), document, ignored)) return DEFAULT;
   const char* value = scheme_value(document);
-  for (const char* scheme : SCHEMES) {
-    if (value != nullptr && vorlen::equal_ignoring_case(value, scheme)) return scheme;
+  for (const vorlen::Keyword& scheme : scheme_row().keywords) {
+    if (value != nullptr && vorlen::equal_ignoring_case(value, scheme.text)) return scheme.text;
   }
   return DEFAULT;
 } catch (const std::bad_alloc&) {
-  return SCHEMES.front();
+  return scheme_row().default_value;
 }
 
 std::string recipe_under_scheme(const std::string& path, const std::string& scheme) {
@@ -129,7 +142,7 @@ std::string recipe_under_scheme(const std::string& path, const std::string& sche
   const char* value = scheme_value(document);
   const bool has_element = child(integration_of(document), "scheme") != nullptr;
   if (has_element ? value != nullptr && vorlen::equal_ignoring_case(value, scheme.c_str())
-                  : scheme == SCHEMES.front()) {
+                  : scheme == scheme_row().default_value) {
     return "";
   }
   std::string text = read_text(path);
@@ -137,7 +150,7 @@ std::string recipe_under_scheme(const std::string& path, const std::string& sche
   if (place != std::string_view::npos) {
     text.insert(place, integration_text(document, scheme));
     if (has_scheme(MemoryFile(text).path(), scheme)) return text;
-  } else if (child(&document, ROOT.data()) == nullptr || child(&document, ROOT.data())->NoChildren()) {
+  } else if (child(&document, root_name().c_str()) == nullptr || child(&document, root_name().c_str())->NoChildren()) {
     return "";
   }
   throw std::runtime_error("The scheme can't be set in " + path + ": put the element integration into it instead");

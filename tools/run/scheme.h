@@ -1,10 +1,11 @@
 // The integration scheme of a recipe, "continuous" or "staged", and how to run a recipe with another one.
 #pragma once
 
-#include <array>
 #include <string>
+#include <vector>
 
-inline constexpr std::array<const char*, 2> SCHEMES = {"continuous", "staged"};
+// The schemes that a recipe can choose.
+std::vector<std::string> scheme_names();
 
 // The scheme chosen by the recipe at path; "continuous" if it chooses none or cannot be read.
 std::string scheme_of_recipe(const std::string& path);

@@ -298,7 +298,7 @@ std::string rng_text() {
   const Node foreign = group(
       "zeroOrMore",
       {group("attribute", {group("anyName", {group("except", {{"nsName", " ns=\"\"", {}, ""}})}), group("text", {})})});
-  patterns.push_back(group("start", {named("element", "NonstSurfChem", {foreign, named("ref", "recipe")})}));
+  patterns.push_back(group("start", {named("element", root_name(), {foreign, named("ref", "recipe")})}));
   add_section(patterns, Section::root, "");
   patterns.push_back(arrhenius_pattern(*find_row(Section::chemistry, "Kd_In")));
   patterns.push_back(

@@ -1,7 +1,7 @@
 // Writes what is generated from the table of the recipe and from the columns of the result file:
 //   write_recipe_files --schema FILE   the RELAX NG schema of the recipe
-//   write_recipe_files --tables FILE   the tables of docs/recipe-format.md or docs/result-format.md, in place, or the
-//                                      module _columns.py of the Python package
+//   write_recipe_files --tables FILE   the tables of docs/recipe-format.md or docs/result-format.md, in place, or a
+//                                      module of the Python package, _elements.py or _columns.py
 //   write_recipe_files --check FILE    writes nothing; fails if one of these is out of date
 // Exit status: 0; 1 if a file cannot be written or is out of date; 2 for a wrong command line.
 #include <cstdio>
@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string>
 
+#include "schema/recipe_elements.h"
 #include "schema/recipe_files.h"
 #include "schema/result_columns.h"
 
@@ -17,6 +18,13 @@ namespace {
 std::string file_text(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+// The file at path as it should be; stored is its present text.
+std::string fresh_text(const std::string& path, const std::string& stored, std::string& error) {
+  if (path.ends_with("_elements.py")) return recipe_elements_module();
+  if (path.ends_with("_columns.py")) return result_columns_module();
+  return recipe::page_with_tables(stored, error);
 }
 
 int write_file(const std::string& path, const std::string& text) {
@@ -39,7 +47,7 @@ int main(int argc, char** argv) {
   if (option == "--schema") return write_file(path, recipe::rng_text());
   const std::string stored = file_text(path);
   std::string error;
-  const std::string fresh = path.ends_with(".py") ? result_columns_module() : recipe::page_with_tables(stored, error);
+  const std::string fresh = fresh_text(path, stored, error);
   if (!error.empty()) {
     std::fprintf(stderr, "%s: %s\n", path.c_str(), error.c_str());
     return 1;

@@ -1,0 +1,7 @@
+// What the Python package knows of the recipe's elements (recipe/recipe_table.h).
+#pragma once
+
+#include <string>
+
+// The module vorlen/_elements.py of the Python package.
+std::string recipe_elements_module();
