@@ -220,9 +220,9 @@ std::string Ida::run_stage(double tau, StagedVector& y, Outcome& outcome) {
     if (++steps > MAX_IDA_STEPS) return "too many steps";
     follow(t_from, t, z_from);
     if (flag == IDA_ROOT_RETURN) {
-      vorlen::open_v_defects(equations_);
+      vorlen::open_v_defects(equations_.layer);
       vorlen::unpack_staged(equations_, state);
-      vorlen::accept_v_defects(equations_);
+      vorlen::accept_v_defects(equations_.layer);
       start(t, RESTART_STEP);
     }
   }
