@@ -25,7 +25,9 @@ bool reject(SurfChemNonst& m, const char* text) {
 }
 
 // The text of the recipe's table for a value that is not allowed.
-const char* rejection_of(recipe::Section section, const char* name) { return recipe::find_row(section, name)->rejection; }
+const char* rejection_of(recipe::Section section, const char* name) {
+  return recipe::find_row(section, name)->rejection;
+}
 
 // omega_inverse above OMEGA_FIT_FROM, for L = ln T_star + OMEGA_LOG_SHIFT. This fit and the one below OMEGA_FIT_FROM
 // are fits of this model; docs/physics.md, section 3, compares them with Neufeld's collision integral.

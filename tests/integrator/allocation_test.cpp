@@ -14,9 +14,13 @@ namespace {
 thread_local bool counting = false;
 thread_local long allocations = 0;
 
-void* CountedAllocation(std::size_t size) {
+void* CountedAllocationOrNull(std::size_t size) noexcept {
   if (counting) ++allocations;
-  if (void* memory = std::malloc(size)) return memory;
+  return std::malloc(size);
+}
+
+void* CountedAllocation(std::size_t size) {
+  if (void* memory = CountedAllocationOrNull(size)) return memory;
   throw std::bad_alloc();
 }
 
@@ -24,6 +28,8 @@ void* CountedAllocation(std::size_t size) {
 
 void* operator new(std::size_t size) { return CountedAllocation(size); }
 void* operator new[](std::size_t size) { return CountedAllocation(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return CountedAllocationOrNull(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return CountedAllocationOrNull(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete[](void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
