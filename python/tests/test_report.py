@@ -297,7 +297,7 @@ def test_elements_that_are_not_read_are_reported_with_their_line() -> None:
     line = text[: text.index("<cut_angel")].count("\n") + 1
     assert unread_elements(vorlen.run(V_DEFECTS)) == []
     (warning,) = unread_elements(vorlen.run(text))
-    assert warning.startswith(f"Recipe, line {line}: ") and "cut_angel" in warning and "not read" in warning
+    assert warning.startswith(f"Recipe, line {line}: ") and "cut_angel" in warning and "is ignored" in warning
 
 
 def test_without_the_command_line_tool_the_report_says_that_nothing_was_checked(monkeypatch: pytest.MonkeyPatch) -> None:
