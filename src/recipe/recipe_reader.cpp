@@ -25,7 +25,8 @@ bool read_list(Reader& reader, const TiXmlElement& list, const Row& row);
 bool is_read(const Reader& reader, const Row& row) {
   const Records& records = reader.records;
   if (row.condition == Condition::given) {
-    return (records.stage != nullptr ? records.stage->disl_model : records.layer->disl_model) == DISL_given;
+    if (records.stage != nullptr) return records.stage->disl_model == DISL_given;
+    return records.layer != nullptr && records.layer->disl_model == DISL_given;
   }
   return asked(row.condition, records.recipe, reader.stress_known) == Asked::yes;
 }

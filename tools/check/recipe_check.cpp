@@ -11,7 +11,7 @@
 #include "model/surfchem_nonst.h"
 #include "recipe/load_document.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -38,10 +38,10 @@ Problem file_problem(const std::string& file, const TiXmlDocument& document) {
 
 // Sets up the model with a recipe that has no faults but predicted and late ones. What it rejects comes first.
 void check_model(const TiXmlDocument& document, Reading& reading) {
-  std::vector<Problem>& errors = reading.errors;
   std::int32_t err = 0;
   vorlen::SurfChemNonst model(reading.recipe, "", err);
   if (err != 0) {
+    std::vector<Problem>& errors = reading.errors;
     const auto predicted = std::find_if(errors.begin(), errors.end(),
                                         [&model](const Problem& problem) { return problem.text == model.error_text; });
     if (predicted != errors.end()) {
@@ -92,4 +92,4 @@ std::vector<Problem> check_recipe(const std::string& file) {
   return problems;
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

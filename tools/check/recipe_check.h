@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace recipe {
+namespace vorlen::recipe {
 
 enum class Severity { error, warning };
 
@@ -26,4 +26,6 @@ struct Problem {
 // whether its run succeeds is not known. The texts on a file that can't be read contain its name as given.
 std::vector<Problem> check_recipe(const std::string& file);
 
-}  // namespace recipe
+}  // namespace vorlen::recipe
+
+namespace recipe = vorlen::recipe;

@@ -10,7 +10,7 @@
 #include "check/recipe_reading.h"
 #include "recipe/xml_lookup.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -225,4 +225,4 @@ void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
   }
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

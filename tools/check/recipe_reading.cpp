@@ -13,7 +13,7 @@
 #include "recipe/species_data.h"
 #include "recipe/xml_lookup.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -299,4 +299,4 @@ Reading read_all(const TiXmlDocument& document) {
   return reading;
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

@@ -18,7 +18,7 @@
 #include "check/recipe_words.h"
 #include "recipe/process_recipe.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 // The stage that a problem belongs to.
 struct StagePlace {
@@ -86,4 +86,6 @@ Problem problem_at(Severity severity, const char* kind, const TiXmlElement& elem
 // "temperature of the surface: at least 1e-4 K"
 std::string value_hint(const Row& row);
 
-}  // namespace recipe
+}  // namespace vorlen::recipe
+
+namespace recipe = vorlen::recipe;

@@ -9,7 +9,7 @@
 #include "check/recipe_reading.h"
 #include "recipe/xml_lookup.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -172,4 +172,4 @@ void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::
   }
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

@@ -6,7 +6,7 @@
 #include "check/recipe_reading.h"
 #include "model/setup_messages.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -111,4 +111,4 @@ void predict_model_faults(Reading& reading) {
   check_transport_model(reading);
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

@@ -3,7 +3,7 @@
 
 #include <fmt/core.h>
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -98,4 +98,4 @@ std::string plain(std::string_view markdown) {
   return text;
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

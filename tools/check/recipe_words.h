@@ -7,9 +7,7 @@
 
 #include "recipe/recipe_table.h"
 
-namespace recipe {
-
-using namespace vorlen::recipe;
+namespace vorlen::recipe {
 
 // The name of the root element.
 const char* root_name();
@@ -24,4 +22,6 @@ std::string plain(std::string_view markdown);
 // A number in the shortest form: 1e-4, 0.99999, 1000.
 std::string number_words(double value);
 
-}  // namespace recipe
+}  // namespace vorlen::recipe
+
+namespace recipe = vorlen::recipe;

@@ -120,11 +120,11 @@ bool parse_row(std::string_view line, std::size_t column_count, ResultRow& row) 
   if (row.active) line.remove_suffix(1);
   row.detail.resize(column_count - vorlen::N_RESULT_COLUMNS);
   for (std::size_t column = 0; column < column_count; ++column) {
-    double& value =
-        column < vorlen::N_RESULT_COLUMNS ? row.values[column] : row.detail[column - vorlen::N_RESULT_COLUMNS];
     const bool last = column + 1 == column_count;
     const std::size_t length = last ? line.size() : line.find(' ');
+    double value = 0.0;
     if (length == std::string_view::npos || !parse_number(line.substr(0, length), value)) return false;
+    (column < vorlen::N_RESULT_COLUMNS ? row.values[column] : row.detail[column - vorlen::N_RESULT_COLUMNS]) = value;
     if (!last) line.remove_prefix(length + 1);
   }
   if (column_count == vorlen::column_count(true, true)) {

@@ -7,9 +7,9 @@
 
 #include "check/recipe_words.h"
 
-namespace {
+namespace vorlen::recipe {
 
-using namespace recipe;
+namespace {
 
 const char* kind_name(Kind kind) {
   switch (kind) {
@@ -97,3 +97,5 @@ class Element(NamedTuple):
   append_section(text, Section::root, "");
   return text + ")\n";
 }
+
+}  // namespace vorlen::recipe

@@ -3,5 +3,9 @@
 
 #include <string>
 
+namespace vorlen::recipe {
+
 // The module vorlen/_elements.py of the Python package.
 std::string recipe_elements_module();
+
+}  // namespace vorlen::recipe

@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace recipe {
+namespace vorlen::recipe {
 
 // The RELAX NG schema recipe.rng.
 std::string rng_text();
@@ -12,4 +12,6 @@ std::string rng_text();
 // name is unknown or an end is missing, error describes it and the rest of the page is returned unchanged.
 std::string page_with_tables(const std::string& page, std::string& error);
 
-}  // namespace recipe
+}  // namespace vorlen::recipe
+
+namespace recipe = vorlen::recipe;

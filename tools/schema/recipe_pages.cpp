@@ -8,7 +8,7 @@
 #include "schema/recipe_files.h"
 #include "schema/result_columns.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -103,4 +103,4 @@ std::string page_with_tables(const std::string& page, std::string& error) {
   }
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

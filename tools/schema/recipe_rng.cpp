@@ -15,7 +15,7 @@
 #include "check/recipe_words.h"
 #include "schema/recipe_files.h"
 
-namespace recipe {
+namespace vorlen::recipe {
 
 namespace {
 
@@ -316,4 +316,4 @@ std::string rng_text() {
   return out;
 }
 
-}  // namespace recipe
+}  // namespace vorlen::recipe

@@ -22,7 +22,7 @@ std::string file_text(const std::string& path) {
 
 // The file at path as it should be; stored is its present text.
 std::string fresh_text(const std::string& path, const std::string& stored, std::string& error) {
-  if (path.ends_with("_elements.py")) return recipe_elements_module();
+  if (path.ends_with("_elements.py")) return recipe::recipe_elements_module();
   if (path.ends_with("_columns.py")) return result_columns_module();
   return recipe::page_with_tables(stored, error);
 }
