@@ -141,7 +141,7 @@ def _parse_rows(body: bytes, name: str, first_line: int, width: int) -> tuple[np
     values = None
     if well_formed:
         with warnings.catch_warnings():
-            warnings.simplefilter("error", DeprecationWarning)  # numpy's report of text that is not a number
+            warnings.simplefilter("error", DeprecationWarning)  # how numpy reports words that are not numeric
             try:
                 values = np.fromstring(body, sep=" ")
             except (DeprecationWarning, ValueError):

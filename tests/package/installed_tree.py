@@ -1,4 +1,4 @@
-"""An installation of the build in a folder of its own, for the tests of what is installed."""
+"""An installation of the build in a temporary folder, for the tests of what is installed."""
 import os
 import subprocess
 import tempfile
