@@ -131,8 +131,6 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
 
   fill_species_lists(*this);
-  site_gas.fill(1.0);
-  site_bulk.fill(1.0);
 
   double a_pre = -1.0;
   double c_pre = -1.0;
@@ -170,12 +168,7 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
     err = -1;
     return;
   }
-  if (!set_transport_layers(*this)) {
-    err = 1;
-    return;
-  }
-  set_stage_delta(active_stages.front());
-  if (transport_model == TRANSPORT_thick_GaN && reactor == REACTOR_CCS) delta.fill(active_stages.front().delta);
+  if (!set_transport_layers(*this)) err = 1;
 }
 
 void SurfChemNonst::set_reference_lattice(double a_pre, double c_pre) {

@@ -32,7 +32,7 @@ void keep_energy_terms(SurfChemNonst& m) {
   m.history.J1.push_back(ENERGY_SCALE * m.J1);
   m.history.J2.push_back(ENERGY_SCALE * m.J2);
   m.history.E_V_loop.push_back(ENERGY_SCALE * loop_energy(m, m.z, m.z0));
-  m.history.r.push_back(m.r);
+  m.history.r.push_back(m.surface.mismatch);
 }
 
 void follow_V_defects(SurfChemNonst& m, double eps_xx) {

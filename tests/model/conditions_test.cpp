@@ -34,7 +34,7 @@ ProcessRecipe ramps(const RecipeOptions& options = THREE_STAGES) {
 struct Snapshot {
   double T, P, rho_D, omega_TDR, Q_total;
   std::array<double, N_FLOWS> Q;
-  std::array<double, N_GAS> x, p, delta;
+  std::array<double, N_GAS> x, p;
   std::uint32_t stage_index;
   explicit Snapshot(const SurfChemNonst& m)
       : T(m.T),
@@ -45,7 +45,6 @@ struct Snapshot {
         Q(m.Q),
         x(m.x),
         p(m.p),
-        delta(m.delta),
         stage_index(m.stage_index) {}
   bool operator==(const Snapshot&) const = default;
 };
@@ -255,37 +254,24 @@ TEST(Flows, AreRenewedWhenTheStageChangesOrTheCallerAsks) {
 
 TEST(Layers, OfFixedThicknessChangeWithTheStageAlone) {
   BuiltModel model(ramps());
-  EXPECT_EQ(model->delta[In_g], 0.001) << "construction takes those of the first stage";
-  model->delta.fill(77.0);
-  ASSERT_EQ(model->update_conditions(15.0, false), 0);
-  EXPECT_EQ(model->delta[In_g], 77.0);
-  ASSERT_EQ(model->update_conditions(15.0, true), 0);
   std::array<double, N_GAS> expected;
   expected.fill(0.001);
-  EXPECT_EQ(model->delta, expected);
+  EXPECT_EQ(model->transport_layers({}), expected) << "construction starts in the first stage";
+  ASSERT_EQ(model->update_conditions(15.0, true), 0);
+  EXPECT_EQ(model->transport_layers({}), expected);
   ASSERT_EQ(model->update_conditions(25.0, false), 0);
   expected.fill(0.002);
-  EXPECT_EQ(model->delta, expected);
+  EXPECT_EQ(model->transport_layers({}), expected);
 }
 
 TEST(Layers, OfPrescribedGrowthAreThoseOfEachSpecies) {
   BuiltModel model(recipe_of(RecipeOptions{.stress_model = "off", .transport_model = "InGaN_GR_X", .n_stages = 2}));
-  EXPECT_EQ(model->delta, model->active_stages[0].delta_species);
+  EXPECT_EQ(model->transport_layers({}), model->active_stages[0].delta_species);
   for (std::size_t i = 0; i < N_GAS; ++i) model->active_stages[1].delta_species[i] = 0.1 + static_cast<double>(i);
   ASSERT_EQ(model->update_conditions(15.0, true), 0);
-  EXPECT_EQ(model->delta, model->active_stages[0].delta_species);
+  EXPECT_EQ(model->transport_layers({}), model->active_stages[0].delta_species);
   ASSERT_EQ(model->update_conditions(25.0, false), 0);
-  EXPECT_EQ(model->delta, model->active_stages[1].delta_species);
-}
-
-TEST(Layers, OfThickGaNAreNotTouchedByAChangeOfStage) {
-  for (const char* reactor : {"CCS", "TDR", "HFR"}) {
-    BuiltModel model(recipe_of(
-        RecipeOptions{.stress_model = "off", .transport_model = "thick_GaN", .reactor = reactor, .n_stages = 2}));
-    model->delta.fill(77.0);
-    ASSERT_EQ(model->update_conditions(25.0, true), 0);
-    EXPECT_EQ(model->delta[TMGa_g], 77.0) << reactor;
-  }
+  EXPECT_EQ(model->transport_layers({}), model->active_stages[1].delta_species);
 }
 
 TEST(RotationRate, IsFollowedForTheReactorThatRotatesAlone) {
