@@ -94,11 +94,8 @@ void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
   }
 
   const Mixture& mixture = terms.mixtures.get(Q, reuse_terms, [this](Mixture& m) { compute_mixture(*this, m); });
-  Q_total = mixture.Q_total;
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (!gas_present[i]) continue;
-    x[i] = mixture.x[i];
-    p[i] = x[i] * P;
+    if (gas_present[i]) p[i] = mixture.x[i] * P;
   }
   // A trace of gallium stays in the gas of stages without a gallium flow.
   const double p_min = GALLIUM_FLOOR * P;

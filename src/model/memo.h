@@ -54,6 +54,7 @@ class Memo {
 
   // The value of the last call; there must have been one.
   Value& last() { return entries_[last_].value; }
+  const Value& last() const { return entries_[last_].value; }
 
  private:
   struct Entry {

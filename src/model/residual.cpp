@@ -108,7 +108,7 @@ void compute_condition_terms(const SurfChemNonst& m, ConditionTerms& c) {
   for (std::size_t i = 0; i < N_GAS; ++i) {
     if (m.gas_present[i]) c.v_kin[i] = 1.0 / std::sqrt(HERTZ_KNUDSEN * m.gas_species[i].molar_mass * T);
   }
-  m.mix_diffusion(T, m.P, m.x.data(), c.D.data());
+  m.mix_diffusion(T, m.P, m.terms.mixtures.last().x.data(), c.D.data());
   c.delta = m.transport_layers(c.D);
   set_equilibria(m, T, c);
   set_desorption(m, T, c);
@@ -240,36 +240,27 @@ const SurfaceRates& SurfChemNonst::surface_rates() {
   s.R_gas[N2_g] = composition.R_gas_N2;
   const double c_N = c_a[N_a];
   const double c_H = c_a[H_a];
-  const double J_In = (p[In_g] * free_sites - conditions.Kd[In_a] * c_a[In_a]) / s.R_gas[In_g];
-  const double J_Ga = (p[Ga_g] - conditions.Kd[Ga_a] * c_a[Ga_a]) / conditions.R_gas[Ga_g];
-  const double J_Al = (p[Al_g] - conditions.Kd[Al_a] * c_a[Al_a]) / conditions.R_gas[Al_g];
-  const double J_NH3 = (p[NH3_g] - composition.K_NH3_des * c_N * (c_H * c_H * c_H)) / conditions.R_gas[NH3_g];
-  const double J_N2 = -composition.Kd_N2 * c_N * c_N / composition.R_gas_N2;  // nitrogen gas only leaves the surface
-  const double J_H2 = (p[H2_g] - conditions.Kd[H_a] * (c_H * c_H)) / conditions.R_gas[H2_g];
-  s.J[In_g] = J_In;
-  s.J[Ga_g] = J_Ga;
-  s.J[Al_g] = J_Al;
-  s.J[NH3_g] = J_NH3;
-  s.J[N2_g] = J_N2;
-  s.J[H2_g] = J_H2;
+  s.J[In_g] = (p[In_g] * free_sites - conditions.Kd[In_a] * c_a[In_a]) / s.R_gas[In_g];
+  s.J[Ga_g] = (p[Ga_g] - conditions.Kd[Ga_a] * c_a[Ga_a]) / conditions.R_gas[Ga_g];
+  s.J[Al_g] = (p[Al_g] - conditions.Kd[Al_a] * c_a[Al_a]) / conditions.R_gas[Al_g];
+  s.J[NH3_g] = (p[NH3_g] - composition.K_NH3_des * c_N * (c_H * c_H * c_H)) / conditions.R_gas[NH3_g];
+  s.J[N2_g] = -composition.Kd_N2 * c_N * c_N / s.R_gas[N2_g];  // nitrogen gas only leaves the surface
+  s.J[H2_g] = (p[H2_g] - conditions.Kd[H_a] * (c_H * c_H)) / conditions.R_gas[H2_g];
 
   // Incorporation and growth rate.
   const double share[N_BULK] = {free_sites, 1.0, 1.0};
-  std::array<double, N_BULK> rate;
-  double GR_calc = 0.0;
+  s.GR = 0.0;
   for (std::size_t b = 0; b < N_BULK; ++b) {
-    rate[b] =
+    s.R_b[b] =
         conditions.k_plus[b] * c_a[b] * c_N - composition.k_minus[b] * composition.activity[b] * x_b[b] * share[b];
-    GR_calc += rate[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
+    s.GR += s.R_b[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
   }
-  s.R_b = rate;
-  s.GR = GR_calc;
 
-  s.dc_a[In_a] = s.J[TMIn_g] + s.J[MMIn_g] + s.J[TMInNH3_g] + J_In - rate[InN_b];
-  s.dc_a[Ga_a] = conditions.Ga_supply + J_Ga - rate[GaN_b];
-  s.dc_a[Al_a] = conditions.J[TMAl_g] + J_Al - rate[AlN_b];
-  s.dc_a[N_a] = 2.0 * J_N2 + J_NH3;
-  s.dc_a[H_a] = 3.0 * J_NH3 + 2.0 * J_H2;
+  s.dc_a[In_a] = s.J[TMIn_g] + s.J[MMIn_g] + s.J[TMInNH3_g] + s.J[In_g] - s.R_b[InN_b];
+  s.dc_a[Ga_a] = conditions.Ga_supply + s.J[Ga_g] - s.R_b[GaN_b];
+  s.dc_a[Al_a] = s.J[TMAl_g] + s.J[Al_g] - s.R_b[AlN_b];
+  s.dc_a[N_a] = 2.0 * s.J[N2_g] + s.J[NH3_g];
+  s.dc_a[H_a] = 3.0 * s.J[NH3_g] + 2.0 * s.J[H2_g];
   return s;
 }
 

@@ -17,8 +17,8 @@ namespace vorlen {
 
 // The inlet gas, for given flows.
 struct Mixture {
-  double Q_total;                   // sccm
-  std::array<double, N_FLOWS> x{};  // mole fractions; 0 for absent species
+  double Q_total;                 // sccm
+  std::array<double, N_GAS> x{};  // mole fractions; 0 for absent species
 };
 
 // Process conditions. Mole fractions and partial pressures follow from the flows and P, the transport layers from the

@@ -112,7 +112,6 @@ class SurfChemNonst {
   std::array<bool, N_GAS> gas_present{};
 
   // ---- Values of the residual, overwritten by each evaluation
-  std::array<double, N_GAS> x{};          // mole fraction in the inlet gas
   std::array<double, N_GAS> p{};          // partial pressure in the inlet gas, Pa
   std::array<double, N_BULK> x_b{};       // composition of the solid In, Ga, Al (state)
   std::array<double, N_BULK> x_b_clip{};  // x_b, each limited to 0..1
@@ -134,7 +133,6 @@ class SurfChemNonst {
   double rho_TD_z0 = 0.0;           // threading dislocation density at z0, m^-2
   double rho_VD = 0.0;              // density of V-defects, m^-2
   std::array<double, N_FLOWS> Q{};  // sccm, at t
-  double Q_total = 0.0;             // sccm
   double omega_TDR = 0.0;           // rpm
   std::uint32_t stage_index = 0;    // current active stage
   bool conditions_vary = false;     // conditions are looked up at every evaluation

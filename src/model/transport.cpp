@@ -165,7 +165,8 @@ std::array<double, N_GAS> SurfChemNonst::transport_layers(const std::array<doubl
   for (std::size_t i = 0; i < N_GAS; ++i) {
     if (reactor == REACTOR_TDR) delta[i] = std::sqrt(D[i] / S.delta_ref * omega_TDR_ref / omega_TDR) * S.delta;
     if (reactor == REACTOR_HFR) {
-      delta[i] = std::sqrt(D[i] / S.delta_ref * Q_ref_total / Q_total * T_ref / T * P / P_ref) * S.delta;
+      delta[i] =
+          std::sqrt(D[i] / S.delta_ref * Q_ref_total / terms.mixtures.last().Q_total * T_ref / T * P / P_ref) * S.delta;
     }
   }
   return delta;

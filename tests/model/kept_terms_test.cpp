@@ -312,8 +312,8 @@ TEST(KeptTerms, FollowFlowsAndPressureThatTheCallerSets) {
       m.Q[NH3_g] = 1000.0;
       m.active_stages[0].P.set_both(P);
       ASSERT_EQ(m.update_conditions(m.t_begin + 1.0, false), 0);
-      EXPECT_EQ(m.Q_total, H2 + 1000.0);
-      EXPECT_EQ(m.x[H2_g], H2 / (H2 + 1000.0));
+      EXPECT_EQ(m.terms.mixtures.last().Q_total, H2 + 1000.0);
+      EXPECT_EQ(m.terms.mixtures.last().x[H2_g], H2 / (H2 + 1000.0));
       EXPECT_EQ(m.p[H2_g], H2 / (H2 + 1000.0) * P);
     }
   }

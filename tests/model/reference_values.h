@@ -105,7 +105,7 @@ inline double* scalar_field(vorlen::SurfChemNonst& m, const std::string& name) {
       {"T", &m.T},
       {"P", &m.P},
       {"rho_D", &m.rho_D},
-      {"Q_total", &m.Q_total},
+      {"Q_total", &m.terms.mixtures.last().Q_total},
       {"omega_TDR", &m.omega_TDR},
       {"a_bulk", &m.a_bulk},
       {"eps_xx", &m.eps_xx_last_trial},
@@ -161,7 +161,7 @@ inline std::vector<double> computed_values(vorlen::SurfChemNonst& m, const std::
   const double site_bulk[] = {m.surface.free_sites, 1.0, 1.0};
   const std::pair<const char*, std::span<const double>> fields[] = {
       {"Q", m.Q},
-      {"x", m.x},
+      {"x", m.terms.mixtures.last().x},
       {"p", m.p},
       {"D", c.D},
       {"delta", c.delta},

@@ -147,14 +147,14 @@ TEST(LayerScaling, OfTheHorizontalReactorAloneKnowsPressureTemperatureAndFlow) {
   expect_close(2.0 * before, model->transport_layers(D)[TMGa_g]);
   model->T *= 4.0;
   expect_close(before, model->transport_layers(D)[TMGa_g]);
-  model->Q_total *= 4.0;
+  model->terms.mixtures.last().Q_total *= 4.0;
   expect_close(0.5 * before, model->transport_layers(D)[TMGa_g]);
 
   BuiltModel rotating(recipe_of(thick_GaN("TDR")));
   evaluate(rotating.m, 15.0);
   const ConditionTerms& of_disk = rotating->condition_terms();
   rotating->P *= 4.0;
-  rotating->Q_total *= 4.0;
+  rotating->terms.mixtures.last().Q_total *= 4.0;
   EXPECT_EQ(rotating->transport_layers(of_disk.D), of_disk.delta);
 }
 
