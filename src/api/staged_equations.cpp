@@ -90,7 +90,7 @@ void unpack_staged(StagedEquations& e, const double* y) {
   if (e.layer.open) m.rho_VD = v_defect_density(e.layer);
 }
 
-FilmPoint surface_point(const StagedEquations& e) {
+FilmPoint surface_point(StagedEquations& e) {
   SurfChemNonst& m = e.layer.model;
   FilmPoint p{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
   if (!relaxes(m)) return p;

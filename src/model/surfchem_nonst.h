@@ -88,9 +88,7 @@ class SurfChemNonst {
   std::vector<StageRecord> active_stages;  // copies; construction fills in delta, delta_species, delta_ref, rho_D
   std::vector<PrePostStageRecord> pre_stages;
   std::vector<PrePostStageRecord> post_stages;
-  std::int32_t material = NOT_SPECIFIED;
   std::int32_t stress_model = STRESS_OFF;
-  double cut_angle = 0.0;   // kept, not used by the equations
   double V_angle_05 = 0.0;  // inclination angle of the dislocations, radian
   double X_ref = -1.0;      // reference composition of the shear modulus
   std::int32_t vacancy_model = VACANCY_none;
@@ -105,9 +103,8 @@ class SurfChemNonst {
   std::array<double, N_ADSORBED> Kd_A{}, Kd_Ta{}, Kd_Tn{};
   std::array<double, N_BULK> K_plus_A{}, K_plus_Ta{}, K_plus_Tn{};
 
-  // ---- Species. All bulk and adsorbed species take part in every run; of the gas species those that are present.
+  // ---- Species. All bulk species take part in every run; of the gas species those that are present.
   std::vector<SpeciesRecord> gas_species;
-  std::vector<AdsorbedSpeciesRecord> adsorbed_species;
   std::vector<BulkSpeciesRecord> bulk_species;
   std::array<bool, N_GAS> gas_present{};
 
