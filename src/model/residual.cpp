@@ -137,6 +137,13 @@ void compute_composition_terms(const SurfChemNonst& m, double mismatch, Conditio
   for (std::size_t b = 0; b < N_BULK; ++b) s.k_minus[b] = c.k_plus[b] / (c.Kd[b] * sqrt_Kd_N2) * c.K_eq[b];
 }
 
+// Inlined in surface_rates, which calls it at each evaluation.
+[[gnu::always_inline]] inline const CompositionTerms& find_composition_terms(SurfChemNonst& m, ConditionTerms& c) {
+  const double mismatch = m.stress_model == STRESS_V_dislocation ? m.depth_terms().mismatch : -1.0;
+  return c.compositions.get(CompositionInputs{mismatch, m.x_b}, m.reuse_terms,
+                            [&m, &c, mismatch](CompositionTerms& s) { compute_composition_terms(m, mismatch, c, s); });
+}
+
 }  // namespace
 
 double SurfChemNonst::k_plus(std::size_t b) const { return rate_constant(K_plus_A[b], K_plus_Ta[b], K_plus_Tn[b], T); }
@@ -148,12 +155,7 @@ ConditionTerms& SurfChemNonst::condition_terms() {
                               [this](ConditionTerms& c) { compute_condition_terms(*this, c); });
 }
 
-const CompositionTerms& SurfChemNonst::composition_terms(ConditionTerms& c) {
-  const double mismatch = stress_model == STRESS_V_dislocation ? depth_terms().mismatch : -1.0;
-  return c.compositions.get(CompositionInputs{mismatch, x_b}, reuse_terms, [this, &c, mismatch](CompositionTerms& s) {
-    compute_composition_terms(*this, mismatch, c, s);
-  });
-}
+const CompositionTerms& SurfChemNonst::composition_terms(ConditionTerms& c) { return find_composition_terms(*this, c); }
 
 // One by one: a block copy loads several components at once, and would wait for the store of the one that the Jacobian
 // has just moved.
@@ -221,7 +223,7 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
 
 const SurfaceRates& SurfChemNonst::surface_rates() {
   ConditionTerms& conditions = condition_terms();
-  const CompositionTerms& composition = composition_terms(conditions);
+  const CompositionTerms& composition = find_composition_terms(*this, conditions);
   SurfaceRates& s = surface;
   s.mismatch = composition.mismatch;
   if (vacancy_model == VACANCY_In) s.free_sites = 1.0 - c_a[In_a] / C_IN_MAX;
