@@ -47,7 +47,7 @@ struct CompositionTerms {
   std::array<double, N_BULK> k_minus;  // rate constants of the reverse of incorporation
 };
 
-// Entries of absent species are 0, except those of delta and of the terms that are not shown.
+// Of absent species D, v_kin, R_gas and J are 0, and R_transport and R_kinetic are not set.
 struct ConditionTerms {
   std::array<double, N_GAS> D{};            // diffusion coefficient in the mixture, m^2/s
   std::array<double, N_GAS> delta;          // thickness of the transport layer, m
