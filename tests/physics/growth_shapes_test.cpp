@@ -41,7 +41,7 @@ double diffusion_limit(const Conditions& c) {
   const auto model = make_model(constant_stage(c));
   if (model == nullptr || model->update_conditions(model->t_begin, true) != 0) return 0.0;
   std::array<double, N_GAS> D{};
-  model->mix_diffusion(c.T, c.P, model->x.data(), D.data());
+  model->mix_diffusion(c.T, c.P, model->terms.mixtures.last().x.data(), D.data());
   return c.TMGa / (c.TMGa + c.N2 + c.NH3 + c.H2) * c.P * D[TMGa_g] / (R * c.T * c.delta) * GAN_VOLUME * M_TO_NM;
 }
 
