@@ -40,7 +40,7 @@ def copy_tree(root: str, to: str) -> None:
     os.makedirs(to, exist_ok=True)
     for name in os.listdir(root):
         source, target = os.path.join(root, name), os.path.join(to, name)
-        if name.startswith((".", "build", "__pycache__")) or os.path.abspath(to).startswith(os.path.abspath(source)):
+        if name.startswith((".", "build", "__pycache__")) or os.path.abspath(to) == os.path.abspath(source):
             continue
         if os.path.isdir(source):
             shutil.copytree(source, target, symlinks=True, ignore=shutil.ignore_patterns("__pycache__"))

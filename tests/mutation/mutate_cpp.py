@@ -21,7 +21,8 @@ BINARY = {"<": ("<=", ">="), "<=": ("<", ">"), ">": (">=", "<="), ">=": (">", "<
 NAME = re.compile(r'"-{0,2}[A-Za-z_][\w./#()-]*"')  # of an option, a column, an element
 NO_STATEMENT = {"return", "using", "namespace", "struct", "class", "enum", "const", "constexpr", "static", "template",
                 "typedef", "case", "default", "if", "for", "while", "do", "else", "switch", "inline", "extern",
-                "friend", "goto", "try", "catch", "public", "private", "static_assert", "auto", "thread_local", "explicit"}
+                "friend", "goto", "try", "catch", "public", "private", "static_assert", "auto",
+                "thread_local", "explicit"}
 PAIRS = {"(": ")", "[": "]", "{": "}"}
 
 

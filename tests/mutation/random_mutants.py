@@ -107,7 +107,7 @@ class CppTree:
         if shutil.which("ccache"):  # for the file that is restored
             os.environ.setdefault("CCACHE_BASEDIR", os.path.dirname(folder))
             command += ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"]
-        self.targets = ["src/all", "tools/all", "python/all", "scripted_vorlen", "tools_tests"] if kind == "tools" else []
+        self.targets = [] if kind == "src" else ["src/all", "tools/all", "python/all", "scripted_vorlen", "tools_tests"]
         all_targets = self.targets or [os.path.basename(program) for program in LIBRARY_PROGRAMS]
         for done in (run(command, cwd=folder), build(self.build, *all_targets)):
             if done.returncode != 0:
