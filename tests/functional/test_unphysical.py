@@ -129,8 +129,22 @@ class Scripted(InAFolder):
         line = self.row_at(3100)
         head = self.good[:self.good.index(line)]
         for time, place in ((3149.995, ", at the start of stage_1_2, period 1 (cooling)"),
-                            (3149.9, " in stage_1_1, period 1 (GaN barrier)"),
+                            (3149.991, ", at the start of stage_1_2, period 1 (cooling)"),
+                            (3149.989, " in stage_1_1, period 1 (GaN barrier)"),
                             (3150.0, ", at the start of stage_1_2, period 1 (cooling)")):
+            fields = line.split(" ")
+            fields[0] = repr(time)
+            stderr = self.run_with(head + " ".join(fields), TEST_TEXT=TEXTS_OF_INTEGRATION[0])
+            self.assertIn(f"\nThe run ended at {time:.10g} s{place}\n", stderr)
+
+    def test_a_last_row_just_before_the_end_of_a_short_stage(self):
+        self.write("r.xml", without_integration(changed_example("ingan_gan_mqw",
+                                                                ('<tau val="150"/>', '<tau val="0.1"/>'))))
+        line = self.row_at(3000)
+        head = self.good[:self.good.index(line)]
+        # The rows may end a hundredth of the stage, 1 ms, before it does.
+        for time, place in ((3000.0991, ", at the start of stage_1_2, period 1 (cooling)"),
+                            (3000.0989, " in stage_1_1, period 1 (GaN barrier)")):
             fields = line.split(" ")
             fields[0] = repr(time)
             stderr = self.run_with(head + " ".join(fields), TEST_TEXT=TEXTS_OF_INTEGRATION[0])
