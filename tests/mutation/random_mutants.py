@@ -61,6 +61,9 @@ class PythonTree:
     def __init__(self, folder: str, root: str):
         copy_tree(root, folder)
         self.folder = folder
+        for path in glob.glob("build/*/python/plotly.min.js", root_dir=root):  # the reports need it
+            os.makedirs(os.path.dirname(os.path.join(folder, path)))
+            shutil.copy(os.path.join(root, path), os.path.join(folder, path))
 
     def reason_to_discard(self, mutant: Mutant, source: bytes) -> str:
         return "" if mutate_python.is_other(source, mutant.apply(source)) else "same or invalid"

@@ -160,7 +160,7 @@ TEST(IndiumFraction, FallsByOneToTwoPointsForTenKelvin) {
     const double x_In = grow(c).x_In;
     if (T > 990.0) {
       EXPECT_LT(x_In, before - 0.010) << T << " K";
-      EXPECT_GT(x_In, before - 0.022) << T << " K";
+      EXPECT_GT(x_In, before - 0.020) << T << " K";
     }
     before = x_In;
   }
