@@ -10,6 +10,7 @@ SOURCE = os.environ["VORLEN_SOURCE"]
 FOLDER = os.path.join(SOURCE, "tests", "mutation")
 sys.path.insert(0, FOLDER)
 
+import mutant  # noqa: E402
 import mutate_cpp  # noqa: E402
 import mutate_python  # noqa: E402
 import random_mutants  # noqa: E402
@@ -40,7 +41,7 @@ std::array<double, 2> values(const double* x, bool&& flag) {
 
 def pairs(mutants, source):
     """(kind, old, new) of each change."""
-    return [(mutant.kind, source[mutant.start:mutant.end].decode(), mutant.new) for mutant in mutants]
+    return [(each.kind, source[each.start:each.end].decode(), each.new) for each in mutants]
 
 
 class PythonMutants(unittest.TestCase):
@@ -61,17 +62,17 @@ class PythonMutants(unittest.TestCase):
             self.assertIn(pair, self.pairs)
 
     def test_wordings_docstrings_annotations_imports_and_comments_stay(self):
-        for mutant in self.mutants:
-            line = self.source.splitlines()[mutant.line(self.source) - 1].decode()
+        for each in self.mutants:
+            line = self.source.splitlines()[each.line(self.source) - 1].decode()
             self.assertNotIn('"""', line)
             self.assertNotIn("import", line)
-            self.assertNotIn("4 < 5", self.source[mutant.start:mutant.end].decode())
+            self.assertNotIn("4 < 5", self.source[each.start:each.end].decode())
         self.assertFalse([pair for pair in self.pairs if "two words_x" in pair[2]])
         self.assertFalse([pair for pair in self.pairs if pair[1] in ("float", "str", "bool", "-> bool")])
 
     def test_each_change_gives_another_syntax_tree(self):
-        for mutant in self.mutants:
-            self.assertTrue(mutate_python.is_other(self.source, mutant.apply(self.source)), mutant)
+        for each in self.mutants:
+            self.assertTrue(mutate_python.is_other(self.source, each.apply(self.source)), each)
         self.assertFalse(mutate_python.is_other(self.source, self.source + b"# only a comment\n"))
         self.assertFalse(mutate_python.is_other(self.source, self.source + b"if\n"))
 
@@ -142,7 +143,7 @@ class Tree(unittest.TestCase):
     def test_the_same_seed_gives_the_same_mutants(self):
         self.assertEqual(self.mutants(3), self.mutants(3))
         self.assertGreater(len({tuple(self.mutants(seed)) for seed in range(20)}), 1)
-        self.assertEqual({mutant.line(self.MODULE.encode()) for mutant in self.mutants(3)}, {2, 6})
+        self.assertEqual({each.line(self.MODULE.encode()) for each in self.mutants(3)}, {2, 6})
 
     def test_a_glob_selects_files(self):
         self.assertEqual(random_mutants.candidates(self.root, "python", "*/other.py", 1), [])
@@ -168,6 +169,23 @@ class Tree(unittest.TestCase):
         with open(os.path.join(tree.folder, "python/vorlen/toy.py"), "w", encoding="utf-8") as file:
             file.write("def limit(x):\n    while x == x:\n        x = x\n    return x < 3\n")
         self.assertRaises(subprocess.TimeoutExpired, tree.failure, "test_toy", 5)
+
+    def test_a_kept_copy_follows_the_tree_and_keeps_its_build(self):
+        with tempfile.TemporaryDirectory() as copy:
+            mutant.copy_tree(self.root, copy)
+            kept = os.path.join(copy, "python/vorlen/__init__.py")
+            os.utime(kept, (1, 1))
+            for path, text in (("build/toy.o", "object"), ("python/vorlen/toy.py", "a mutant left by a killed run")):
+                os.makedirs(os.path.dirname(os.path.join(copy, path)), exist_ok=True)
+                with open(os.path.join(copy, path), "w", encoding="utf-8") as file:
+                    file.write(text)
+            os.remove(os.path.join(self.root, "python/tests/test_toy.py"))
+            mutant.copy_tree(self.root, copy)
+            self.assertEqual(os.stat(kept).st_mtime, 1)
+            self.assertTrue(os.path.exists(os.path.join(copy, "build/toy.o")))
+            self.assertFalse(os.path.exists(os.path.join(copy, "python/tests/test_toy.py")))
+            with open(os.path.join(copy, "python/vorlen/toy.py"), encoding="utf-8") as file:
+                self.assertEqual(file.read(), self.MODULE)
 
     def test_equivalent_changes_have_a_reason_and_occur_in_the_tree(self):
         with open(os.path.join(FOLDER, "equivalent.txt"), encoding="utf-8") as file:

@@ -2,6 +2,7 @@
 with a time limit, the first failing test of a Google Test program.
 """
 import dataclasses
+import filecmp
 import os
 import re
 import shutil
@@ -36,16 +37,24 @@ class Mutant:
 
 
 def copy_tree(root: str, to: str) -> None:
-    """Everything of the tree but builds and hidden files."""
-    os.makedirs(to, exist_ok=True)
-    for name in os.listdir(root):
-        source, target = os.path.join(root, name), os.path.join(to, name)
-        if name.startswith((".", "build", "__pycache__")) or os.path.abspath(to) == os.path.abspath(source):
-            continue
-        if os.path.isdir(source):
-            shutil.copytree(source, target, symlinks=True, ignore=shutil.ignore_patterns("__pycache__"))
-        else:
-            shutil.copy(source, target)
+    """Makes to a copy of the tree without builds and hidden files. Files that are the same keep their times, so that a
+    build in to stays up to date."""
+    wanted = set()
+    for folder, folders, files in os.walk(root):
+        folders[:] = [name for name in folders if not name.startswith((".", "__pycache__")) and (
+            folder != root or not name.startswith("build")) and os.path.join(folder, name) != to]
+        for name in files:
+            source = os.path.join(folder, name)
+            target = os.path.join(to, os.path.relpath(source, root))
+            wanted.add(target)
+            if not (os.path.isfile(target) and filecmp.cmp(source, target, shallow=False)):
+                os.makedirs(os.path.dirname(target), exist_ok=True)
+                shutil.copy(source, target)
+    for name in os.listdir(to):
+        if not name.startswith("build"):  # files of an earlier copy
+            for folder, _, files in os.walk(os.path.join(to, name)):
+                for path in {os.path.join(folder, file) for file in files} - wanted:
+                    os.remove(path)
 
 
 def run(command: list[str], timeout: float | None = None, **options) -> subprocess.CompletedProcess:

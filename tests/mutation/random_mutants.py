@@ -2,16 +2,18 @@
 """Do the tests notice a random small change of the source?
 
     tests/mutation/random_mutants.py {src|tools|python} [--seed N] [--count N] [--jobs N] [--files GLOB]
+        [--work FOLDER]
 
 Picks lines at random and makes one change in each, alone: another operator, a constant changed by one or in its sign, a
 negated condition, and/or, an early return, a removed statement, swapped arguments, another name of an option or column.
 The same seed gives the same changes. A change that does not compile, or gives the same syntax tree (Python) or the same
 object files (C++), is replaced by another one.
 
-Works on a copy of the tree for each job. The tests nearest to the changed file run first (those of the same name, then
-those of the modules that import it, or of its folder), then the others; the first failure ends the trial. A test that
-needs more than TEST_LIMIT without any change is left out, and so is one that fails then; a hang counts as noticed. The
-tests in Python need VORLEN and VORLEN_LIBRARY in the environment, as pytest does.
+Works on a copy of the tree for each job, which --work keeps with its build for the next run. The tests nearest to the
+changed file run first (those of the same name, then those of the modules that import it, or of its folder), then the
+others; the first failure ends the trial. A test that needs more than TEST_LIMIT without any change is left out, and so
+is one that fails then; a hang counts as noticed. The tests in Python need VORLEN and VORLEN_LIBRARY in the environment,
+as pytest does.
 
 The survivors that equivalent.txt lists with a reason are not counted. Exit status: 1 if another one survives, 2 if
 nothing could be tried. --root is the tree (of a test of this script).
@@ -38,9 +40,7 @@ import mutate_python  # noqa: E402
 from mutant import HERE, ROOT, Mutant, build, copy_tree, failed_case, run  # noqa: E402
 
 TEST_LIMIT = 100  # s, of one test program or file without any change
-GIGABYTE = 2**30
-# A change may fill the disk or the memory.
-LIMITS = {resource.RLIMIT_FSIZE: 2 * GIGABYTE, resource.RLIMIT_DATA: 6 * GIGABYTE}
+MEMORY_LIMIT = 6 * 2**30  # bytes, of a process: a change may allocate without end
 SOURCES = {"src": ["src/**/*.cpp", "src/**/*.h"], "tools": ["tools/**/*.cpp", "tools/**/*.h"],
            "python": ["python/vorlen/*.py"]}
 # Tables that a test compares with the library's, byte for byte.
@@ -62,7 +62,7 @@ class PythonTree:
         copy_tree(root, folder)
         self.folder = folder
         for path in glob.glob("build/*/python/plotly.min.js", root_dir=root):  # the reports need it
-            os.makedirs(os.path.dirname(os.path.join(folder, path)))
+            os.makedirs(os.path.dirname(os.path.join(folder, path)), exist_ok=True)
             shutil.copy(os.path.join(root, path), os.path.join(folder, path))
 
     def reason_to_discard(self, mutant: Mutant, source: bytes) -> str:
@@ -256,6 +256,8 @@ class Trials:
     def run(self, folder: str) -> int:
         kind, root = self.options.kind, self.options.root
         folders = [os.path.join(folder, str(k)) for k in range(self.options.jobs)]
+        for each in folders:
+            os.makedirs(each, exist_ok=True)
         trees = [PythonTree(each, root) if kind == "python" else CppTree(each, root, kind) for each in folders]
         self.measure(trees[0])
         if not any(self.seconds.values()):
@@ -281,16 +283,18 @@ def main() -> int:
     parser.add_argument("--count", type=int, default=20)
     parser.add_argument("--jobs", type=int, default=1)
     parser.add_argument("--files", default="*", metavar="GLOB", help="below the root, such as 'tools/run/*'")
+    parser.add_argument("--work", metavar="FOLDER", help="where the copies and their builds are kept")
     parser.add_argument("--root", default=ROOT, help=argparse.SUPPRESS)
     options = parser.parse_args()
     print(f"seed {options.seed}", flush=True)
     os.environ["PYTHONDONTWRITEBYTECODE"] = "1"  # a cached module may have the time and size of a changed one
-    for name, value in LIMITS.items():
-        resource.setrlimit(name, (value, resource.getrlimit(name)[1]))
-    with tempfile.TemporaryDirectory() as folder:
-        os.makedirs(os.path.join(folder, "tmp"))
-        os.environ["TMPDIR"] = os.path.join(folder, "tmp")
-        return Trials(options).run(folder)
+    resource.setrlimit(resource.RLIMIT_DATA, (MEMORY_LIMIT, resource.getrlimit(resource.RLIMIT_DATA)[1]))
+    with tempfile.TemporaryDirectory() as temporary:
+        os.chmod(temporary, 0o755)  # some tests run a part as another user
+        os.makedirs(os.path.join(temporary, "tmp"))
+        os.chmod(os.path.join(temporary, "tmp"), 0o1777)
+        os.environ["TMPDIR"] = os.path.join(temporary, "tmp")
+        return Trials(options).run(os.path.abspath(options.work or temporary))
 
 
 if __name__ == "__main__":
