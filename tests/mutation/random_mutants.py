@@ -185,6 +185,11 @@ def judged_equivalent() -> set[tuple]:
                 re.findall(r"^([^#\s].*)\n- (.*)\n\+ ?(.*)\n", file.read(), re.MULTILINE)}
 
 
+def write(path: str, content: bytes) -> None:
+    with open(path, "wb") as file:
+        file.write(content)
+
+
 class Trials:
     """The first `count` candidates that are mutants at all, tried by several threads."""
 
@@ -196,23 +201,28 @@ class Trials:
         self.seconds = {}  # of each test without any change; None: left out
         self.noticed, self.skipped, self.survivors = 0, 0, []
 
-    def measure(self, tree) -> None:
-        """Runs each test without any change."""
-        for test in dict.fromkeys(test for mutant in self.queue for test in tree.tests(mutant.file)):
-            start = time.monotonic()
-            try:
-                failure = tree.failure(test, TEST_LIMIT)
-            except subprocess.TimeoutExpired:
-                failure = f"needs more than {TEST_LIMIT} s"
-            self.seconds[test] = None if failure else time.monotonic() - start
-            print(f"{test}: {'left out: ' + failure if failure else f'{self.seconds[test]:.1f} s'}", flush=True)
+    def measure(self, tree, test: str) -> None:
+        """Runs a test without any change."""
+        start = time.monotonic()
+        try:
+            failure = tree.failure(test, TEST_LIMIT)
+        except subprocess.TimeoutExpired:
+            failure = f"needs more than {TEST_LIMIT} s"
+        self.seconds[test] = None if failure else time.monotonic() - start
+        print(f"{test}: {'left out: ' + failure if failure else f'{self.seconds[test]:.1f} s'}", flush=True)
 
     def judge(self, tree, mutant: Mutant, source: bytes) -> tuple[str, str]:
         """(noticed, by which test), (survives, "") or (discarded, why)."""
+        path = os.path.join(tree.folder, mutant.file)
+        write(path, mutant.apply(source))
         reason = tree.reason_to_discard(mutant, source)
         if reason:
             return "discarded", reason
         for test in tree.tests(mutant.file):
+            if test not in self.seconds:
+                write(path, source)
+                self.measure(tree, test)
+                write(path, mutant.apply(source))
             if self.seconds[test] is not None:
                 limit = 20 + 4 * self.seconds[test]
                 try:
@@ -238,12 +248,9 @@ class Trials:
             verdict, why = "judged equivalent", ""
             if key not in self.equivalent:
                 try:
-                    with open(path, "wb") as file:
-                        file.write(mutant.apply(source))
                     verdict, why = self.judge(tree, mutant, source)
                 finally:
-                    with open(path, "wb") as file:
-                        file.write(source)
+                    write(path, source)
             with self.lock:
                 self.open += verdict == "discarded"
                 self.noticed += verdict == "noticed"
@@ -259,10 +266,9 @@ class Trials:
         for each in folders:
             os.makedirs(each, exist_ok=True)
         trees = [PythonTree(each, root) if kind == "python" else CppTree(each, root, kind) for each in folders]
-        self.measure(trees[0])
-        if not any(self.seconds.values()):
-            print("no test passes without a change")
-            return 2
+        if kind != "python":  # there a test is measured before its first use; a program would have to be built again
+            for test in dict.fromkeys(test for mutant in self.queue for test in trees[0].tests(mutant.file)):
+                self.measure(trees[0], test)
         threads = [threading.Thread(target=self.work, args=(tree,)) for tree in trees]
         for thread in threads:
             thread.start()
@@ -271,6 +277,9 @@ class Trials:
         for file, line, old, new, kind in sorted(self.survivors):
             print(f"\n{file}:{line} ({kind})\n- {old}\n+ {new}")
         total = self.noticed + len(self.survivors)
+        if not any(self.seconds.values()):
+            print("\nno test passes without a change")
+            return 2
         print(f"\n{self.noticed} of {total} noticed ({100 * self.noticed / max(total, 1):.0f} %)"
               + (f", {self.skipped} judged equivalent" if self.skipped else ""))
         return 2 if total == 0 else 1 if self.survivors else 0
