@@ -53,7 +53,7 @@ def test_an_installation_of_the_library_is_found_from_the_package_in_it(tmp_path
 
 def test_a_missing_library_is_reported_with_the_places_searched(tmp_path: Path) -> None:
     done = subprocess.run(
-        [sys.executable, "-c", "import vorlen; vorlen.run('r.xml')"],
+        [sys.executable, "-c", "import vorlen; vorlen.run('<recipe/>')"],
         env=os.environ | {"VORLEN_LIBRARY": str(tmp_path / "none.so"), "PYTHONPATH": str(ROOT / "python")},
         capture_output=True,
         text=True,

@@ -24,6 +24,8 @@ from support import (
     failing_recipe,
     recipe_with_a_pause,
     recipe_with_nan,
+    result,
+    row,
 )
 
 
@@ -117,7 +119,8 @@ def test_without_a_recipe_there_is_no_temperature(tmp_path: Path) -> None:
 def test_the_relaxation_diagram_has_the_layers_tops() -> None:
     run = vorlen.run(V_DEFECTS)
     axis = run.plot("relaxation").axes[1]
-    points = sorted(line.get_xydata()[0].tolist() for line in axis.lines if line.get_marker() == "o")
+    (line,) = (line for line in axis.lines if line.get_marker() == "o")
+    points = sorted(line.get_xydata().tolist())
     top = run.profile[run.profile["time"] <= 3724 * (1 + 1e-9)].iloc[-1]  # the end of the InGaN
     assert points[-1] == pytest.approx([top["a_eff_z"] / (1 + top["eps_xx_z"]), top["a_eff_z"]])
     assert any("R = 0.099" in text.get_text() for text in axis.texts)
@@ -191,3 +194,67 @@ def test_the_colours_of_metals_are_distinguishable_for_the_colour_blind() -> Non
     for matrix in seen_by.values():
         for a, b in ((INDIUM, GALLIUM), (INDIUM, ALUMINIUM), (GALLIUM, ALUMINIUM)):
             assert np.linalg.norm(lab(a, matrix) - lab(b, matrix)) > 20  # 2 to 3 is just noticeable
+
+
+def test_a_figure_is_saved_whole_or_not_at_all(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    run = vorlen.run(V_DEFECTS, tmp_path / "r.result.txt")
+    (tmp_path / "old.svg").write_text("old")
+    (tmp_path / "old.svg").chmod(0o640)
+    (tmp_path / "link.svg").symlink_to("old.svg")
+    run.plot(path=tmp_path / "link.svg")
+    assert (tmp_path / "link.svg").is_symlink() and (tmp_path / "old.svg").stat().st_mode & 0o777 == 0o640
+    picture = (tmp_path / "old.svg").read_bytes()
+    assert picture.endswith(b"</svg>\n")
+    for path, error in (
+        (tmp_path / "r.result.txt", ValueError),
+        (tmp_path / "none" / "r.svg", FileNotFoundError),
+        (tmp_path, IsADirectoryError),
+        (tmp_path / "r.unknown", ValueError),
+        ("/dev/full", ValueError),
+        (3, TypeError),
+    ):
+        with pytest.raises(error):
+            run.plot(path=path)
+    before = (tmp_path / "r.result.txt").read_bytes()
+    (tmp_path / "result.svg").symlink_to("r.result.txt")
+    (tmp_path / "status.svg").symlink_to("r.status.json")
+    for name in ("result.svg", "status.svg"):
+        with pytest.raises(ValueError, match="is an input"):
+            run.plot(path=tmp_path / name)
+    assert (tmp_path / "r.result.txt").read_bytes() == before
+    assert plt.get_fignums() == [1]  # figures that could not be saved are closed
+    assert not list(tmp_path.glob(".*"))
+
+
+def test_a_path_without_an_ending_gets_that_of_matplotlib_s_default_format(tmp_path: Path) -> None:
+    vorlen.run(V_DEFECTS).plot(path=tmp_path / "figure")
+    assert (tmp_path / "figure.png").read_bytes().startswith(b"\x89PNG")
+
+
+@pytest.mark.parametrize(
+    ("arguments", "options"),
+    [(("time", "all"), {}), ((), {"panels": "strain"}), ((), {"panels": None}), ((), {"kinds": "time"})],
+)
+def test_options_of_plot_have_names_and_types(arguments: tuple[str, ...], options: dict[str, object]) -> None:
+    with pytest.raises(TypeError):
+        vorlen.run(V_DEFECTS).plot(*arguments, **options)
+
+
+@pytest.mark.parametrize("options", [{"kind": []}, {"span": None}, {"panels": [3]}, {"panels": [["strain"]]}])
+def test_values_of_other_types_are_rejected_as_unknown(options: dict[str, object]) -> None:
+    with pytest.raises(ValueError, match="must be"):
+        vorlen.run(V_DEFECTS).plot(**options)
+
+
+def test_stages_too_narrow_to_be_seen_are_not_shaded() -> None:
+    layers = [("a", 1000.0, 1.0), *[("b", 0.01, 1.0)] * 50, ("c", 1000.0, 1.0)]
+    rows = [row(time=t, z=z) for t, z in ((0, 0), (1000, 1), (1000.5, 51), (2000.5, 52))]
+    axis = vorlen.Run(result(layers, rows).encode()).plot().axes[0]
+    assert len(axis.patches) == 2
+
+
+def test_no_figure_has_the_temperatures_of_a_recipe_that_was_changed_later() -> None:
+    run = vorlen.run(V_DEFECTS)
+    before = run.plot().axes[2].lines[0].get_ydata().copy()
+    run.recipe["process_stages/stage_1/T"] = 500
+    assert np.array_equal(run.plot().axes[2].lines[0].get_ydata(), before)

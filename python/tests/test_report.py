@@ -27,7 +27,9 @@ from support import (
     recipe_with_a_pause,
     recipe_with_nan,
 )
-from vorlen._report import find_tool, render, unread_elements
+from vorlen.__main__ import main
+from vorlen._report import render
+from vorlen._tool import find_tool, findings
 
 PANELS = 5  # composition, growth rate, temperature, strain, densities
 
@@ -295,14 +297,14 @@ def tool_can_check() -> bool:
 def test_elements_that_are_not_read_are_reported_with_their_line() -> None:
     text = V_DEFECTS.read_text().replace("<cut_angle", '<cut_angel val="1"/><cut_angle', 1)
     line = text[: text.index("<cut_angel")].count("\n") + 1
-    assert unread_elements(vorlen.run(V_DEFECTS)) == []
-    (warning,) = unread_elements(vorlen.run(text))
+    assert findings(V_DEFECTS.read_bytes()) == []
+    (warning,) = findings(text.encode())
     assert warning.startswith(f"Recipe, line {line}: ") and "cut_angel" in warning and "is ignored" in warning
 
 
 def test_without_the_command_line_tool_the_report_says_that_nothing_was_checked(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setenv("VORLEN", "/nowhere/vorlen")
-    (warning,) = unread_elements(vorlen.run(V_DEFECTS))
+    (warning,) = findings(V_DEFECTS.read_bytes())
     assert "could not check the recipe" in warning
 
 
@@ -342,7 +344,7 @@ def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp
     for arguments, message in (
         (["none.txt"], "No such file"),
         (["a.html"], "a.html is not a result file"),
-        (["a.result.txt", "--recipe", "none.xml"], "recipe not found: none.xml"),
+        (["a.result.txt", "--recipe", "none.xml"], "No such file or directory: 'none.xml'"),
         (["a.result.txt", "-o", "a.result.txt"], "would overwrite"),
         (["a.result.txt", "-o", "nowhere/a.html"], "folder not found: nowhere"),
     ):
@@ -357,3 +359,82 @@ def test_the_same_run_gives_the_same_page(tmp_path: Path) -> None:
     run = vorlen.run(V_DEFECTS)
     assert render(run) == render(run)
     assert len(zlib.compress(render(run).encode())) < 1_000_000  # bytes: small enough to mail
+
+
+def test_a_report_never_replaces_the_run_s_own_files_or_a_device(tmp_path: Path) -> None:
+    (tmp_path / "a.xml").write_bytes(V_DEFECTS.read_bytes())
+    run = vorlen.run(tmp_path / "a.xml", tmp_path / "a.result.txt")
+    own = {path: path.read_bytes() for path in tmp_path.iterdir()}
+    assert len(own) == 3
+    for path in own:
+        link = tmp_path / f"link_to_{path.name}"
+        link.symlink_to(path.name)
+        for page in (path, link):
+            with pytest.raises(ValueError, match="is an input"):
+                vorlen.report(run, page)
+            with pytest.raises(ValueError, match="is an input"):
+                vorlen.report(vorlen.read(tmp_path / "a.result.txt", recipe=tmp_path / "a.xml"), page)
+            assert main(["report", str(tmp_path / "a.result.txt"), "-o", str(page)]) == 1
+    for page, error in (
+        ("/dev/full", ValueError), ("/dev/null", ValueError), (tmp_path, IsADirectoryError),
+        (tmp_path / "none" / "r.html", FileNotFoundError), (3, TypeError),
+    ):
+        with pytest.raises(error):
+            vorlen.report(run, page)
+    assert {path: path.read_bytes() for path in own} == own
+    assert Path("/dev/null").is_char_device() and Path("/dev/full").is_char_device()
+    (tmp_path / "a.xml").write_bytes(MQW.read_bytes())  # a changed recipe is not replaced either
+    assert main(["report", str(tmp_path / "a.result.txt"), "-o", str(tmp_path / "a.xml")]) == 1
+    assert (tmp_path / "a.xml").read_bytes() == MQW.read_bytes()
+
+
+def test_the_report_of_a_rejected_recipe_does_not_replace_recipe_or_status_file(tmp_path: Path) -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["process_stages/stage_1/T"] = 0
+    recipe.save(tmp_path / "r.xml")
+    with pytest.raises(vorlen.SimulationError) as caught:
+        vorlen.run(tmp_path / "r.xml", tmp_path / "r.txt")
+    before = {path: path.read_bytes() for path in tmp_path.iterdir()}
+    assert len(before) == 2
+    for path in before:
+        assert main(["report", str(tmp_path / "r.txt"), "-o", str(path)]) == 1
+    with pytest.raises(ValueError, match="is an input"):
+        vorlen.report(caught.value, tmp_path / "r.xml")
+    assert {path: path.read_bytes() for path in tmp_path.iterdir()} == before
+
+
+@pytest.mark.parametrize("run", [None, "r.txt", 3])
+def test_something_else_than_a_run_is_rejected(run: object, tmp_path: Path) -> None:
+    with pytest.raises(TypeError, match="run must be a Run or a SimulationError, got"):
+        vorlen.report(run, tmp_path / "r.html")
+    with pytest.raises(TypeError, match="path must be a path, got"):
+        vorlen.read(run) if not isinstance(run, str) else vorlen.read([run])
+
+
+def test_a_page_that_does_not_fit_on_the_disk_is_an_error_without_a_traceback(tmp_path: Path) -> None:
+    """A limit on the size of files simulates the disk."""
+    vorlen.run(V_DEFECTS, tmp_path / "r.txt")
+    (tmp_path / "r.html").write_text("old")
+    program = """
+import resource, signal, sys
+from vorlen.__main__ import main
+signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+resource.setrlimit(resource.RLIMIT_FSIZE, (300_000, 300_000))
+sys.exit(main(["report", "r.txt"]))
+"""
+    environment = os.environ | {"PYTHONPATH": str(ROOT / "python")}
+    command = [sys.executable, "-c", program]
+    done = subprocess.run(command, cwd=tmp_path, env=environment, capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stderr) == (1, "vorlen: [Errno 27] File too large: 'r.html'\n")
+    assert (tmp_path / "r.html").read_text() == "old"
+    assert sorted(path.name for path in tmp_path.iterdir()) == ["r.html", "r.status.json", "r.txt"]
+
+
+def test_a_report_of_heights_that_are_not_finite(tmp_path: Path) -> None:
+    content = vorlen.run(MQW).content.decode()
+    head, rows = content.split("#time", 1)
+    lines = ("#time" + rows).splitlines(keepends=True)
+    broken = lines[40].split(" ")
+    broken[1] = "inf"
+    run = vorlen.Run((head + "".join([*lines[:40], " ".join(broken), *lines[41:]])).encode())
+    assert run.failed and "height is infinite" in render(run)

@@ -254,7 +254,7 @@ def test_a_plan_can_read_its_rows_from_a_table_such_as_that_of_a_sweep(layer, tm
         ("{", "is not valid JSON"),
         ('{"recipe": "r.xml", "parameters": {}, "colour": 1}', "unknown key 'colour'"),
         ('{"recipe": "r.xml"}', 'either "parameters" or "table"'),
-        ('{"recipe": "none.xml", "parameters": {"material": ["InGaN"]}}', "recipe not found"),
+        ('{"recipe": "none.xml", "parameters": {"material": ["InGaN"]}}', "No such file or directory: "),
         ('{"recipe": "r.xml", "parameters": {"material": "InGaN"}}', "expected a list of values"),
     ],
 )

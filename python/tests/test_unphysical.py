@@ -25,8 +25,8 @@ from support import (
     without_integration,
 )
 from vorlen._result_check import looks_physical
-from vorlen._report import find_tool
 from vorlen._source import RecipeSource
+from vorlen._tool import find_tool
 
 STAGED_REMEDY = 'What to do: run it with --scheme staged (in Python: scheme="staged")'
 PAGE_REMEDY = "What to do: see docs/when-a-run-fails.md"
@@ -178,7 +178,7 @@ def test_a_run_with_unphysical_rows_fails_and_keeps_them_apart_from_an_older_res
     assert failed.failed and failed.text == caught.value.text and failed.content == caught.value.run.content
     status = json.loads((tmp_path / "r.status.json").read_text())
     assert (status["result"], status["text"], status["scheme"]) == (1, caught.value.text, "continuous")
-    assert status["result_file"] == str(tmp_path / "r.failed.txt")
+    assert status["result_file"] == "r.failed.txt"
 
 
 def test_nan_rows_fail_without_a_result_file_too() -> None:

@@ -13,16 +13,19 @@ packages are imported when they are first used.
 
 from ._library import LibraryNotFoundError
 from ._version import __version__
+from ._files import BusyError
 from ._fit import fit, plot_fit
-from ._recipe import Recipe, RecipeError
+from ._recipe import Recipe
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
 from ._simulate import run
 from ._sensitivity import sensitivity, tornado
 from ._sweep import sweep, write_plan
+from ._xml_bytes import RecipeError
 
 __all__ = [
+    "BusyError",
     "LibraryNotFoundError",
     "Recipe",
     "RecipeError",

@@ -6,8 +6,8 @@ import argparse
 import sys
 
 from . import __version__
+from ._report_command import add_command as add_report
 from ._sweep_command import add_command as add_sweep
-from ._report import add_command as add_report
 
 
 def main(arguments: list[str] | None = None) -> int:

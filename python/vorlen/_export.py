@@ -1,46 +1,69 @@
-"""Export of a run to netCDF."""
+"""Export of the tables of a run as comma-separated values and netCDF."""
 
 from __future__ import annotations
 
-from pathlib import Path
-from typing import TYPE_CHECKING
+import os
+from collections.abc import Iterable
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
 
+from ._files import check_place, replace_file
 from ._version import __version__
 
 if TYPE_CHECKING:
     import xarray
 
-    from ._run import Run
+PathLike = str | os.PathLike[str]
 
 
-def to_dataset(run: Run) -> xarray.Dataset:
+def write_csv(table: pd.DataFrame, path: PathLike, index: bool, inputs: Iterable[PathLike | None]) -> None:
+    """Writes a table with all digits. inputs: files that must not be replaced."""
+    text: str = table.to_csv(index=index, lineterminator="\n")
+    replace_file(path, text.encode("utf-8", "surrogateescape"), inputs=inputs)
+
+
+def write_netcdf(
+    profile: pd.DataFrame, layers: pd.DataFrame, text: str, path: PathLike, inputs: Iterable[PathLike | None]
+) -> None:
+    """Writes the tables and text as one netCDF-4 file. inputs: files that must not be replaced."""
+    import netCDF4
+    from xarray.backends import NetCDF4DataStore
+
+    check_place(path, inputs)  # before the work
+    # In memory, because the HDF5 library may crash when a disk is full.
+    file = netCDF4.Dataset("run.nc", "w", format="NETCDF4", memory=1)
+    to_dataset(profile, layers, text).dump_to_store(NetCDF4DataStore(file))
+    replace_file(path, bytes(file.close()), inputs=inputs)
+
+
+def to_dataset(profile: pd.DataFrame, layers: pd.DataFrame, text: str) -> xarray.Dataset:
     """Profile (dimension row) and layers (dimension layer, names start with layer_), with units and meanings."""
     import xarray
 
     variables = {}
-    for prefix, dimension, table in (("", "row", run.profile), ("layer_", "layer", run.layers)):
+    for prefix, dimension, table in (("", "row", profile), ("layer_", "layer", layers)):
         for column in table:
             values = table[column].to_numpy()
             if values.dtype == object:
-                values = np.array([str(value) for value in values], dtype=str)
+                values = np.array([_valid_text(value) for value in values], dtype=str)
             if values.dtype == bool:
                 values = values.astype(np.int8)
-            attributes = _attributes(table, column)
-            variables[f"{prefix}{column}"] = (dimension, values, attributes)
-    attributes = {"title": "VORLEN simulation run", "source": f"VorlenSolver {__version__}", "text": run.text}
-    return xarray.Dataset(variables, {"layer": run.layers.index.to_numpy()}, attributes)
+            variables[f"{prefix}{column}"] = (dimension, values, _attributes(table, column))
+    attributes = {
+        "title": "VORLEN simulation run", "source": f"VorlenSolver {__version__}", "text": _valid_text(text)
+    }
+    return xarray.Dataset(variables, {"layer": layers.index.to_numpy()}, attributes)
 
 
-def _attributes(table: pd.DataFrame, column: str) -> dict[str, str]:
+def _valid_text(value: Any) -> str:
+    """A text without the bytes of names that are not UTF-8."""
+    return str(value).encode("utf-8", "surrogateescape").decode("utf-8", "replace")
+
+
+def _attributes(table: pd.DataFrame, column: Any) -> dict[str, str]:
     return {
         "units": table.attrs["units"].get(column, ""),
         "long_name": table.attrs["meanings"].get(column, "1 in rows of simulated stages, else 0"),
     }
-
-
-def write_netcdf(run: Run, path: Path) -> None:
-    """Writes to_dataset(run) as one netCDF-4 file."""
-    to_dataset(run).to_netcdf(path, format="NETCDF4", engine="netcdf4")

@@ -7,18 +7,55 @@ replaced. A file that is replaced keeps its mode and, where that is allowed, its
 from __future__ import annotations
 
 import contextlib
+import errno
 import fcntl
 import os
 import stat
 import uuid
 from collections.abc import Iterable, Iterator
 from pathlib import Path
+from typing import Any
 
 NAME_SIZE_MAX = 200  # bytes; with a longer name, that of the temporary would exceed the 255 of a file system
 
 
 class BusyError(RuntimeError):
     """Another process, or thread, is writing the same file or folder."""
+
+
+def as_path(value: Any, name: str) -> Path:
+    """The path given as an argument; name is that of the argument, for the texts of TypeError and ValueError."""
+    if not isinstance(value, (str, os.PathLike)):
+        raise TypeError(f"{name} must be a path, got {type(value).__name__}")
+    path = Path(os.fsdecode(value))
+    if "\0" in str(path):
+        raise ValueError(f"{name} contains a null character: {str(path)!r}")
+    return path
+
+
+def read_file(path: str | os.PathLike[str]) -> bytes:
+    """The content of a regular file. Raises the OSError of opening it; ValueError for a pipe or a device."""
+    with open(path, "rb", opener=lambda name, flags: os.open(name, flags | os.O_NONBLOCK)) as file:
+        if not stat.S_ISREG(os.fstat(file.fileno()).st_mode):
+            raise ValueError(f"{path} is not a regular file")
+        return file.read()
+
+
+@contextlib.contextmanager
+def memory_file(content: bytes = b"") -> Iterator[int]:
+    """The descriptor of a file in memory with this content; other code opens it by path_of_descriptor()."""
+    file = os.memfd_create("vorlen")
+    try:
+        with open(file, "wb", closefd=False) as writer:
+            writer.write(content)
+        yield file
+    finally:
+        os.close(file)
+
+
+def path_of_descriptor(file: int) -> Path:
+    """A path by which this process, and one that inherits the descriptor, can open it."""
+    return Path(f"/proc/self/fd/{file}")
 
 
 def check_place(path: str | os.PathLike[str], inputs: Iterable[str | os.PathLike[str] | None] = ()) -> Path:
@@ -28,8 +65,11 @@ def check_place(path: str | os.PathLike[str], inputs: Iterable[str | os.PathLike
     Raises OSError for a folder, a missing folder or missing rights; ValueError for what is not a regular file, and for
     an input.
     """
-    path = Path(path)
-    place = path.resolve()
+    path = as_path(path, "path")
+    try:
+        place = path.resolve()
+    except RuntimeError:
+        raise OSError(errno.ELOOP, os.strerror(errno.ELOOP), str(path)) from None
     if not place.parent.is_dir():
         raise FileNotFoundError(f"folder not found: {path.parent}, for the file {path.name}")
     if place.is_dir():
@@ -51,26 +91,41 @@ def replace_file(
     path: str | os.PathLike[str], content: bytes, *, inputs: Iterable[str | os.PathLike[str] | None] = ()
 ) -> Path:
     """Writes content to path and returns path. Raises as check_place; after any error the old file is still there."""
+    with replacement(path, inputs=inputs) as part:
+        part.write_bytes(content)
+    return Path(path)
+
+
+@contextlib.contextmanager
+def replacement(
+    path: str | os.PathLike[str], *, inputs: Iterable[str | os.PathLike[str] | None] = ()
+) -> Iterator[Path]:
+    """An empty temporary beside path; the caller writes it, and it replaces path at the end of the block.
+
+    Raises as check_place; after any error the old file is still there. An OSError names path, not the temporary.
+    """
     place = check_place(path, inputs)
     part = _part_of(place, uuid.uuid4().hex)
+    mode = 0o600 if place.exists() else 0o666  # not readable by more users than the old file
     try:
-        with open(os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o666), "wb") as file:
-            file.write(content)
+        os.close(os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, mode))
+        yield part
         put_in_place(part, place)
     except OSError as error:
-        raise OSError(error.errno, error.strerror, str(path)) from error  # not the name of the temporary
+        if error.errno is None:
+            raise OSError(f"{path} can't be written: {error}") from error
+        raise OSError(error.errno, error.strerror, str(path)) from error
     finally:
         part.unlink(missing_ok=True)
-    return Path(path)
 
 
 def put_in_place(part: Path, place: Path) -> None:
     """Renames part to place, with the mode and owner of the file that is there. Both must be in one folder."""
     with contextlib.suppress(FileNotFoundError):
         old = place.stat()
-        part.chmod(stat.S_IMODE(old.st_mode))
         with contextlib.suppress(PermissionError):
             os.chown(part, old.st_uid, old.st_gid)
+        part.chmod(stat.S_IMODE(old.st_mode))
     os.replace(part, place)
 
 
@@ -89,22 +144,45 @@ def locked_part(place: Path) -> Iterator[Path]:
     """
     part = _part_of(place)
     while True:
-        file = os.open(part, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o666)
+        try:
+            file = os.open(part, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK, 0o666)
+        except OSError as error:
+            raise OSError(error.errno, f"{error.strerror} ({part.name})", str(place)) from error
         try:
             _lock(file, exclusive=True, wait=False)
             if _is_open_as(file, part):
                 break
-            os.close(file)  # the run that held it has renamed it meanwhile
         except BlockingIOError:
             os.close(file)
             raise BusyError(f"another run is writing {place}") from None
+        os.close(file)  # the run that held it has renamed it meanwhile
     try:
-        os.ftruncate(file, 0)
-        yield part
+        opened = os.fstat(file)
+        if not stat.S_ISREG(opened.st_mode) or opened.st_nlink != 1:
+            raise ValueError(f"{place} can't be written: {part} is in the way")
+        try:
+            os.ftruncate(file, 0)
+            yield part
+        finally:
+            if _is_open_as(file, part):  # otherwise it was put in place, and the name may be another run's by now
+                part.unlink()
     finally:
-        if _is_open_as(file, part):  # otherwise it was put in place, and the name may be another run's by now
-            part.unlink()
         os.close(file)
+
+
+def is_part_locked(place: Path) -> bool:
+    """True if a run that writes to place holds its temporary."""
+    try:
+        file = os.open(_part_of(place), os.O_RDONLY | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK)
+    except OSError:
+        return False
+    try:
+        _lock(file, exclusive=False, wait=False)
+    except BlockingIOError:
+        return True
+    finally:
+        os.close(file)
+    return False
 
 
 @contextlib.contextmanager
@@ -119,11 +197,20 @@ def lock_file(path: Path, *, exclusive: bool, wait: bool = False) -> Iterator[No
 
 
 def _lock(file: int, *, exclusive: bool, wait: bool) -> None:
-    fcntl.flock(file, (fcntl.LOCK_EX if exclusive else fcntl.LOCK_SH) | (0 if wait else fcntl.LOCK_NB))
+    try:
+        fcntl.flock(file, (fcntl.LOCK_EX if exclusive else fcntl.LOCK_SH) | (0 if wait else fcntl.LOCK_NB))
+    except BlockingIOError:
+        raise
+    except OSError as error:
+        if error.errno not in (errno.ENOLCK, errno.ENOTSUP, errno.ENOSYS):
+            raise  # those network file systems have no locks; other processes are not noticed there
 
 
 def _is_open_as(file: int, path: Path) -> bool:
-    return path.exists() and os.path.samestat(os.fstat(file), path.stat())
+    try:
+        return os.path.samestat(os.fstat(file), path.lstat())
+    except FileNotFoundError:
+        return False
 
 
 def _part_of(place: Path, word: str = "") -> Path:

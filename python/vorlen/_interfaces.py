@@ -6,16 +6,18 @@ its step from the middle of the layer below to the middle of the layer above.
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING
+import math
+
+from typing import Any
 
 import numpy as np
 import pandas as pd
+from numpy.typing import NDArray
 
-if TYPE_CHECKING:
-    from ._run import Run
+from ._row_finder import RowFinder
 
 SMALLEST_STEP = 0.005  # fraction; a smaller change does not count as an interface
-METALS = {"x_in": "In", "x_ga": "Ga", "x_al": "Al"}
+METALS = {"x_in": "In", "x_al": "Al"}  # gallium is the rest
 COLUMNS = (
     ("below", "", "layer below"),
     ("above", "", "layer above"),
@@ -29,33 +31,32 @@ COLUMNS = (
 )
 
 
-def interfaces(run: Run) -> pd.DataFrame:
-    """One row per interface at which the composition changes, from the bottom up.
+def interface_values(layers: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFrame:
+    """Run.interfaces from the other two tables: one row per interface at which the composition changes, bottom up.
 
-    Heights and width are NaN if the step is not complete between the middles of the two layers.
+    Heights and width are NaN if the step is not complete between the middles of the two layers. The time it takes is
+    linear in layers and rows.
     """
-    layers = run.layers[run.layers["begin"] < run.profile["time"].iloc[-1]]
-    tops = layers["thickness"].cumsum().to_numpy() + float(run.profile["z"].iloc[0])
-    z = run.profile["z"].to_numpy()
+    reached = layers[layers["begin"] < profile["time"].iloc[-1]] if len(profile) else layers.iloc[:0]
+    names, thickness = list(reached["name"]), reached["thickness"].to_numpy()
+    z = profile["z"].to_numpy()
+    tops = reached["thickness"].cumsum().to_numpy() + (float(z[0]) if len(z) else math.nan)
+    rows = RowFinder(z)
+    fractions = {column: profile[column].to_numpy() for column in METALS}
     records = []
-    for index in range(len(layers) - 1):
-        below, above = layers.iloc[index], layers.iloc[index + 1]
-        low, high = tops[index] - below["thickness"] / 2, tops[index] + above["thickness"] / 2
-        inside = (z > low) & (z < high)
-        best = None
-        for column in ("x_in", "x_al"):
-            x = run.profile[column].to_numpy()
-            x_low, x_high = _value_at(z, x, low), _value_at(z, x, high)
-            if best is None or abs(x_high - x_low) > abs(best[2] - best[1]):
-                best = (column, x_low, x_high, np.concatenate(([x_low], x[inside], [x_high])))
-        column, x_low, x_high, x = best
+    for index in range(len(names) - 1):
+        low, high = tops[index] - thickness[index] / 2, tops[index] + thickness[index + 1] / 2
+        steps = {column: (_value_at(z, x, low), _value_at(z, x, high)) for column, x in fractions.items()}
+        column = max(steps, key=lambda name: _size(steps[name]))
+        x_low, x_high = steps[column]
         if not abs(x_high - x_low) > SMALLEST_STEP:
             continue
+        inside = rows.between(low, high)
         heights = np.concatenate(([low], z[inside], [high]))
-        share = (x - x_low) / (x_high - x_low)
-        z10 = _crossing(heights, share, 0.1)
-        z90 = _crossing(heights, share, 0.9)
-        records.append((below["name"], above["name"], tops[index], METALS[column], x_low, x_high, z10, z90, z90 - z10))
+        share = (np.concatenate(([x_low], fractions[column][inside], [x_high])) - x_low) / (x_high - x_low)
+        z10, z90 = _crossing(heights, share, 0.1), _crossing(heights, share, 0.9)
+        between = (names[index], names[index + 1])
+        records.append((*between, tops[index], METALS[column], x_low, x_high, z10, z90, z90 - z10))
     table = pd.DataFrame(records, columns=[name for name, _, _ in COLUMNS])
     table.index = pd.RangeIndex(1, len(table) + 1, name="interface")
     table.attrs["units"] = {name: unit for name, unit, _ in COLUMNS}
@@ -63,19 +64,24 @@ def interfaces(run: Run) -> pd.DataFrame:
     return table
 
 
-def _value_at(z: np.ndarray, x: np.ndarray, height: float) -> float:
+def _size(step: tuple[float, float]) -> float:
+    return abs(step[1] - step[0])
+
+
+def _value_at(z: NDArray[Any], x: NDArray[Any], height: float) -> float:
     """x at a height, by linear interpolation between rows."""
-    place = int(np.clip(np.searchsorted(z, height), 1, len(z) - 1))
+    place = min(max(int(np.searchsorted(z, height)), 1), len(z) - 1)
     span = z[place] - z[place - 1]
     if not span > 0.0:
         return float(x[place])
     return float(x[place - 1] + (x[place] - x[place - 1]) * (height - z[place - 1]) / span)
 
 
-def _crossing(heights: np.ndarray, share: np.ndarray, level: float) -> float:
-    """The first height at which share rises through level."""
-    for place in range(1, len(share)):
-        if share[place - 1] < level <= share[place]:
-            part = (level - share[place - 1]) / (share[place] - share[place - 1])
-            return float(heights[place - 1] + part * (heights[place] - heights[place - 1]))
-    return float("nan")
+def _crossing(heights: NDArray[Any], share: NDArray[Any], level: float) -> float:
+    """The first height at which share rises through level; NaN if there is none."""
+    rises = np.flatnonzero((share[:-1] < level) & (level <= share[1:]))
+    if len(rises) == 0:
+        return math.nan
+    place = int(rises[0]) + 1
+    part = (level - share[place - 1]) / (share[place] - share[place - 1])
+    return float(heights[place - 1] + part * (heights[place] - heights[place - 1]))

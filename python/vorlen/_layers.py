@@ -5,14 +5,20 @@ The values are defined in docs/result-format.md; this package and the command-li
 
 from __future__ import annotations
 
+import math
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
 import pandas as pd
+from numpy.typing import NDArray
 
 from ._result_file import COLUMN_NAMES, TIME_TOLERANCE
+from ._row_finder import RowFinder
 
 SMALLEST_MISMATCH = 1e-6  # angstrom; below it the degree of relaxation is undefined
+METALS = ("x_in", "x_ga", "x_al")
+END_COLUMNS = ("eps_xx_t", "eps_xx_z", "rho_td_t", "rho_td_z")  # values at the end of a layer
 
 # name, unit, meaning of the columns of Run.layers
 LAYER_COLUMNS = (
@@ -38,7 +44,7 @@ LAYER_COLUMNS = (
 )
 
 
-def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
+def _kinds(active: NDArray[Any], layer_count: int) -> list[str]:
     """Kind of each layer (pre, active or post) from the kinds of the rows: pre- and post-stages have two rows each.
 
     A failed run has no rows of post-stages; they count as active stages that were not reached.
@@ -50,48 +56,55 @@ def _kinds(active: np.ndarray, layer_count: int) -> list[str]:
     return ["pre"] * pre + ["active"] * (layer_count - pre - post) + ["post"] * post
 
 
-def _mean_composition(time: np.ndarray, z: np.ndarray, x: np.ndarray, begin: float, end: float) -> np.ndarray | None:
-    """Mean of x over the height grown between two times. x has one column per metal.
+def _mean_composition(
+    rows: RowFinder, z: NDArray[Any], x: Sequence[NDArray[Any]], begin: float, end: float
+) -> NDArray[Any] | None:
+    """Mean of x over the height grown between two times.
 
+    rows  finds simulated rows by time
+    z, x  height and the fraction of each metal in these rows
     The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
     linear in time between rows. None if nothing grew. NaN if the mean is not finite: an infinite height, or almost as
     much evaporated as grew.
     """
+    time = rows.values
     begin, end = max(begin, time[0]), min(end, time[-1])
-    times = np.concatenate(([begin], time[(time > begin) & (time < end)], [end]))
+    times = np.concatenate(([begin], time[rows.between(begin, end)], [end]))
     if times[-1] <= times[0]:
         return None
     heights = np.interp(times, time, z)
-    with np.errstate(invalid="ignore"):  # infinity - infinity
+    with np.errstate(all="ignore"):  # infinity - infinity, and quotients of tiny numbers
         grown = heights[-1] - heights[0]
-    if not grown > 0.0:
-        return None
-    columns = [np.interp(times, time, column) for column in x.T]
-    with np.errstate(all="ignore"):
+        if not grown > 0.0:
+            return None
         steps = np.diff(heights)
+        columns = [np.interp(times, time, column) for column in x]
         means = np.array([np.sum(0.5 * (column[1:] + column[:-1]) * steps) / grown for column in columns])
     return np.where(np.isfinite(means), means, np.nan)
 
 
-def _relaxation(row: dict[str, float], a_sub: float) -> float:
+def _relaxation(a: float, strain: float, a_sub: float) -> float:
     """(a - a_sub) / (a0 - a_sub) in the finished structure, where a0 is the layer's unstrained lattice constant."""
-    a0 = row["a_eff_z"] / (1.0 + row["eps_xx_z"])
+    a0 = a / (1.0 + strain) if strain != -1.0 else math.inf
     if abs(a0 - a_sub) < SMALLEST_MISMATCH:
-        return np.nan
-    return (row["a_eff_z"] - a_sub) / (a0 - a_sub)
+        return math.nan
+    return (a - a_sub) / (a0 - a_sub)
 
 
 def layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFrame:
-    """Run.layers from the lines of the layers and the rows."""
+    """Run.layers from the lines of the layers and the rows. The time it takes is linear in layers and rows."""
     names = [name for name, _, _ in LAYER_COLUMNS]
     active = profile["active"].to_numpy()
     numbers = {name: profile[name].to_numpy() for name in COLUMN_NAMES}
     kinds = _kinds(active, len(layer_list))
     active_rows = np.flatnonzero(active)
-    pre_count = kinds.count("pre")
+    pre_count, post_count = kinds.count("pre"), kinds.count("post")
     post_begin = active_rows[-1] + 1 if len(active_rows) else 2 * pre_count
-    substrate_row = 2 * pre_count - 1 if pre_count else (active_rows[0] if len(active_rows) else None)
-    metals = np.column_stack([numbers["x_in"], numbers["x_ga"], numbers["x_al"]])
+    substrate_row = 2 * pre_count - 1 if pre_count else active_rows[0] if len(active_rows) else None
+    a_sub = math.nan if substrate_row is None else float(numbers["a_eff_z"][substrate_row])
+    simulated = RowFinder(numbers["time"][active_rows])
+    height = numbers["z"][active_rows]
+    metals = [numbers[name][active_rows] for name in METALS]
 
     records = []
     clock = numbers["time"][0] if len(profile) else np.nan
@@ -99,33 +112,30 @@ def layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFram
         kind = kinds[index]
         begin, end = clock, clock + duration
         clock = end
-        slack = TIME_TOLERANCE * abs(end)
+        mean = None
         if kind == "active":
-            time = numbers["time"][active_rows]
-            candidates = active_rows[(time > begin + slack) & (time <= end + slack)]
-            mean = (
-                _mean_composition(time, numbers["z"][active_rows], metals[active_rows], begin, end)
-                if len(active_rows)
-                else None
-            )
+            slack = TIME_TOLERANCE * abs(end)
+            rows = active_rows[simulated.up_to(begin + slack, end + slack)]
+            if len(active_rows):
+                mean = _mean_composition(simulated, height, metals, begin, end)
         else:
-            first = 2 * index if kind == "pre" else post_begin + 2 * (index - len(kinds) + kinds.count("post"))
-            candidates = np.arange(first, min(first + 2, len(profile)))
-            mean = metals[candidates].mean(axis=0) if len(candidates) == 2 else None
+            first = 2 * index if kind == "pre" else post_begin + 2 * (index - len(kinds) + post_count)
+            rows = np.arange(first, min(first + 2, len(profile)))
+            if len(rows) == 2:
+                mean = np.array([numbers[name][rows].mean() for name in METALS])
         record: dict[str, Any] = dict.fromkeys(names, np.nan)
         record.update(name=name, kind=kind, begin=begin, end=end, duration=duration, thickness=thickness)
         if duration != 0.0:
             record["mean_rate"] = thickness / duration
         if mean is not None:
-            record.update(zip(("x_in", "x_ga", "x_al"), mean))
-        if len(candidates):
-            row = {column: float(numbers[column][candidates[-1]]) for column in COLUMN_NAMES}
-            for column in ("x_in", "x_ga", "x_al"):
-                record[f"{column}_end"] = row[column]
-            for column in ("eps_xx_t", "eps_xx_z", "rho_td_t", "rho_td_z"):
-                record[column] = row[column]
-            record["v_defects_t"] = row["rho_vd0_t"] / 2.0
-            record["relaxation"] = _relaxation(row, float(numbers["a_eff_z"][substrate_row]))
+            record.update(zip(METALS, mean))
+        if len(rows):
+            last = rows[-1]
+            record.update((f"{column}_end", numbers[column][last]) for column in METALS)
+            record.update((column, numbers[column][last]) for column in END_COLUMNS)
+            record["v_defects_t"] = numbers["rho_vd0_t"][last] / 2.0
+            a, strain = float(numbers["a_eff_z"][last]), float(numbers["eps_xx_z"][last])
+            record["relaxation"] = _relaxation(a, strain, a_sub)
         records.append(record)
     table = pd.DataFrame(records, columns=names, index=layer_list.index)
     table.attrs["units"] = {name: unit for name, unit, _ in LAYER_COLUMNS}

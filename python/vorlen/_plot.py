@@ -1,28 +1,30 @@
 """Figures of a run for papers and slides: matplotlib, vector graphics with editable text, colour-blind-safe colours.
 
-Contents: common parts; panels over time or height; the relaxation diagram.
+Contents: a figure of a run; saving figures; panels over time or height. _plot_relaxation has the relaxation diagram.
 """
 
 from __future__ import annotations
 
+import io
 import os
-from collections.abc import Callable, Sequence
-from typing import TYPE_CHECKING, Any
+from collections.abc import Callable, Iterable, Sequence
+from typing import Any, TYPE_CHECKING
 
 import numpy as np
 import pandas as pd
+from numpy.typing import NDArray
+
+from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, ORANGE, PINK, SEEN, WIDTH, DrawnTables
+from ._files import as_path, check_place, replace_file
+from ._plot_relaxation import relaxation_diagram
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
     from matplotlib.figure import Figure
 
-    from ._run import Run
+__all__ = ["ALUMINIUM", "BLACK", "GALLIUM", "INDIUM", "STYLE", "plot_run", "save_figure"]
 
-# Okabe and Ito's palette for colour-blind readers (jfly.uni-koeln.de/color)
-INDIUM, GALLIUM, ALUMINIUM = "#D55E00", "#0072B2", "#009E73"
-BLACK, PINK, ORANGE = "#222222", "#AA3377", "#B87500"
 SHADES = ("#eef2f6", "#ffffff")  # of alternate stages
-
 STYLE = {
     "font.size": 8.0,
     "axes.titlesize": 9.0,
@@ -43,110 +45,82 @@ STYLE = {
     "svg.fonttype": "none",
     "svg.hashsalt": "vorlen",  # the same figure gives the same bytes
 }
-WIDTH, PANEL_HEIGHT = 6.3, 1.25  # inches; a text column of A4
+PANEL_HEIGHT = 1.25  # inches
 LETTER_WIDTH = 0.058  # inches, of a letter in a stage's name
 NAME_DISTANCE = 0.15  # inches; names of stages closer than this would overlap
-SEEN = 1e-6  # fraction above which a metal is drawn
+SMALLEST_SHADE = 0.003  # inches; about a pixel of a printer. Narrower stages are not shaded
 
-
+KINDS = ("time", "depth", "relaxation")
 PANELS = ("composition", "rate", "temperature", "strain", "densities")
 
 
 def plot_run(
-    run: Run,
-    kind: str = "time",
-    span: str = "active",
-    panels: Sequence[str] = PANELS,
-    path: str | os.PathLike[str] | None = None,
+    tables: DrawnTables,
+    kind: str,
+    span: str,
+    panels: Sequence[str],
+    path: str | os.PathLike[str] | None,
+    inputs: Iterable[str | os.PathLike[str] | None],
 ) -> Figure:
-    """A figure of a run.
-
-    kind  "time": composition, growth rate, temperature, strain and densities over time;
-          "depth": the same over height; "relaxation": lattice constants and degrees of relaxation
-    span  "active": the simulated layers; "all": pre-stages and post-stages too
-    panels  which of "composition", "rate", "temperature", "strain", "densities" to draw, from the top down
-    path  file to save it to (.pdf, .svg, .png, ...), with text as text; None: it is not saved
-    Solid lines show each depth when it was the surface, dashed lines the finished structure. The temperature is drawn
-    if the run has its recipe. Raises ValueError if there is nothing to draw.
-    """
+    """A figure of a run, described at Run.plot. inputs: files that must not be replaced by the figure."""
     import matplotlib.pyplot as plt
 
-    if kind not in ("time", "depth", "relaxation"):
+    if kind not in KINDS:
         raise ValueError(f'kind must be "time", "depth" or "relaxation", got {kind!r}')
-    if not panels or not set(panels) <= set(PANELS):
+    if isinstance(panels, str) or not isinstance(panels, Iterable):
+        raise TypeError(f"panels must be a list of names, got {panels!r}")
+    panels = list(panels)
+    if not panels or not all(panel in PANELS for panel in panels):
         raise ValueError(f"panels must be one or more of {', '.join(PANELS)}, got {', '.join(map(str, panels))}")
     if span not in ("active", "all"):
         raise ValueError(f'span must be "active" or "all", got {span!r}')
-    if drawn_rows(run, span).empty:
+    if tables.rows(span).empty:
         raise ValueError("the run has no rows to draw")
+    if path is not None:
+        check_place(path, inputs)
     with plt.rc_context(STYLE):
         if kind == "relaxation":
-            figure = _relaxation_diagram(run, span)
+            figure = relaxation_diagram(tables, span)
         else:
-            figure = _panels(run, span, panels, over_time=kind == "time")
+            figure = _panels(tables, span, panels, over_time=kind == "time")
         if path is not None:
-            metadata = {"Date": None} if str(path).lower().endswith(".svg") else None
-            figure.savefig(path, metadata=metadata)
+            try:
+                save_figure(figure, path, inputs)
+            except BaseException:
+                plt.close(figure)
+                raise
     return figure
 
 
-def drawn_rows(run: Run, span: str) -> pd.DataFrame:
-    """The rows to draw: all rows, or those of simulated stages. All if none was simulated."""
-    profile = run.profile
-    return profile if span == "all" or not profile["active"].any() else profile[profile["active"]]
+def save_figure(
+    figure: Figure,
+    path: str | os.PathLike[str],
+    inputs: Iterable[str | os.PathLike[str] | None] = (),
+) -> None:
+    """Saves a figure in the format that the ending of path names; without one, in matplotlib's default format.
 
-
-def reference_height(run: Run) -> float:
-    """Height of the first simulated row, nm: the origin of the height axis."""
-    active = run.profile.loc[run.profile["active"], "z"]
-    return float(active.iloc[0]) if len(active) else 0.0
-
-
-def temperature_curve(run: Run, span: str) -> tuple[np.ndarray, np.ndarray, np.ndarray] | None:
-    """Time in s, height in nm and temperature in K, with points at both ends of each ramp.
-
-    None if the recipe is unknown.
+    inputs  files that must not be replaced
     """
-    if run.recipe is None:
-        return None
-    rows = drawn_rows(run, span)
-    row_times = rows["time"].to_numpy()
-    timeline = run.recipe.timeline()
-    pieces = []
-    for stage in timeline[timeline["kind"] == "active"].itertuples():
-        end = min(stage.end, row_times[-1])
-        if not end > stage.begin:
-            break
-        times = np.concatenate(([stage.begin], row_times[(row_times > stage.begin) & (row_times < end)], [end]))
-        pieces.append((times, stage.T_begin + (times - stage.begin) / stage.duration * (stage.T_end - stage.T_begin)))
-    if not pieces:
-        return None
-    times = np.concatenate([times for times, _ in pieces])
-    heights = np.interp(times, row_times, rows["z"].to_numpy()) - reference_height(run)
-    return times, heights, np.concatenate([heat for _, heat in pieces])
+    import matplotlib
 
-
-def stage_borders(run: Run, over_time: bool, span: str) -> pd.DataFrame:
-    """Columns name, begin and end of the layers to shade: s, or nm above the reference height."""
-    layers = run.layers
-    if over_time:
-        borders = layers[["name", "begin", "end"]].copy()
-    else:
-        top = layers["thickness"].cumsum() + float(run.profile["z"].iloc[0])
-        borders = pd.DataFrame({"name": layers["name"], "begin": top - layers["thickness"], "end": top})
-        borders[["begin", "end"]] -= reference_height(run)
-    keep = (layers["begin"] < run.profile["time"].iloc[-1]) & np.isfinite(borders[["begin", "end"]]).all(axis=1)
-    active = layers["kind"] == "active"
-    return borders[keep & active] if span == "active" and active.any() else borders[keep]
+    place = as_path(path, "path")
+    if not place.suffix:
+        place = place.with_name(f"{place.name}.{matplotlib.rcParams['savefig.format']}")
+    picture = io.BytesIO()
+    form = place.suffix[1:].lower()
+    figure.savefig(picture, format=form, metadata={"Date": None} if form == "svg" else None)
+    replace_file(place, picture.getvalue(), inputs=inputs)
 
 
 def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
     """Shades the stages in all axes and names them above the first. Returns True if the names are slanted."""
     begin, end = axes[0].get_xlim()
+    inches = axes[0].get_position().width * axes[0].figure.get_figwidth() / (end - begin)
     for number, stage in enumerate(borders.itertuples()):
+        if len(borders) > 1 and (stage.end - stage.begin) * inches < SMALLEST_SHADE:
+            continue
         for axis in axes:
             axis.axvspan(stage.begin, stage.end, facecolor=SHADES[number % 2], edgecolor="none", zorder=0)
-    inches = axes[0].get_position().width * axes[0].figure.get_figwidth() / (end - begin)
     names = [" ".join(str(name).split()) for name in borders["name"]]
     names = [name if len(name) <= 28 else name[:27] + "\N{HORIZONTAL ELLIPSIS}" for name in names]
     widths = (borders["end"] - borders["begin"]).to_numpy() * inches
@@ -174,12 +148,12 @@ def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
     return upright
 
 
-def _panels(run: Run, span: str, panels: Sequence[str], over_time: bool) -> Figure:
+def _panels(tables: DrawnTables, span: str, panels: Sequence[str], over_time: bool) -> Figure:
     import matplotlib.pyplot as plt
 
-    rows = drawn_rows(run, span)
-    x = rows["time"].to_numpy() if over_time else rows["z"].to_numpy() - reference_height(run)
-    curve = temperature_curve(run, span)
+    rows = tables.rows(span)
+    x = rows["time"].to_numpy() if over_time else rows["z"].to_numpy() - tables.reference_height
+    curve = tables.temperature_curve(span)
     drawers: dict[str, Callable[[Axes], None]] = {
         "composition": lambda axis: _draw_composition(axis, x, rows),
         "rate": lambda axis: _draw_rate(axis, x, rows),
@@ -187,7 +161,8 @@ def _panels(run: Run, span: str, panels: Sequence[str], over_time: bool) -> Figu
         "densities": lambda axis: _draw_densities(axis, x, rows),
     }
     if curve is not None and np.isfinite(curve[2]).any():
-        drawers["temperature"] = lambda axis: _draw_temperature(axis, curve[0 if over_time else 1], curve[2])
+        places, heat = curve[0 if over_time else 1], curve[2]
+        drawers["temperature"] = lambda axis: _draw_temperature(axis, places, heat)
     drawers = {name: drawers[name] for name in panels if name in drawers}
     if not drawers:
         raise ValueError("the temperature is unknown without the recipe; use vorlen.read(result, recipe)")
@@ -205,17 +180,13 @@ def _panels(run: Run, span: str, panels: Sequence[str], over_time: bool) -> Figu
     finite = x[np.isfinite(x)]
     if len(finite) and finite.max() > finite.min():
         axes[0].set_xlim(finite.min(), finite.max())
-    axes[-1].set_xlabel("time (s)" if over_time else _height_label(run))
-    upright = _shade_stages(axes, stage_borders(run, over_time, span))
+    axes[-1].set_xlabel("time (s)" if over_time else tables.height_label)
+    upright = _shade_stages(axes, tables.stage_borders(over_time, span))
     figure.subplots_adjust(top=1 - (0.7 if upright else 0.25) / height)
     return figure
 
 
-def _height_label(run: Run) -> str:
-    return "height above the pre-stages (nm)" if (run.layers["kind"] == "pre").any() else "height (nm)"
-
-
-def _draw_composition(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
+def _draw_composition(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     for column, label, colour in (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM)):
         if (rows[column].abs() > SEEN).any():
             axis.plot(x, rows[column], color=colour, label=label)
@@ -223,28 +194,28 @@ def _draw_composition(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
     axis.set_ylabel("composition")
 
 
-def _draw_rate(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
+def _draw_rate(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     # Rows of pre-stages and post-stages contain the recipe's number, in another unit.
     axis.plot(x, rows["rate"].where(rows["active"]), color=BLACK)
     axis.set_ylabel("growth rate\n(nm/s)")
     axis.set_ylim(bottom=min(0.0, axis.get_ylim()[0]))
 
 
-def _draw_temperature(axis: Axes, x: np.ndarray, heat: np.ndarray) -> None:
+def _draw_temperature(axis: Axes, x: NDArray[Any], heat: NDArray[Any]) -> None:
     axis.plot(x, heat, color=ORANGE)
     axis.margins(y=0.2)
     axis.ticklabel_format(axis="y", useOffset=False)
     axis.set_ylabel("temperature\n(K)")
 
 
-def _draw_strain(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
+def _draw_strain(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     axis.axhline(0.0, color="#999999", linewidth=0.6)
     axis.plot(x, 100 * rows["eps_xx_t"], color=PINK, label="at growth (t)")
     axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=(0, (4, 2)), label="finished (z)")
     axis.set_ylabel("strain \u03b5$_{xx}$\n(%)")
 
 
-def _draw_densities(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
+def _draw_densities(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     from matplotlib.ticker import NullFormatter
 
     def positive(values: pd.Series) -> pd.Series:
@@ -265,93 +236,3 @@ def _draw_densities(axis: Axes, x: np.ndarray, rows: pd.DataFrame) -> None:
         axis.set_ylim(10 ** np.floor(np.log10(low / 1.2)), 10 ** np.ceil(np.log10(high * 1.2)))
     axis.yaxis.set_minor_formatter(NullFormatter())
     axis.set_ylabel("density\n(cm$^{-2}$)")
-
-
-def own_lattice(rows: pd.DataFrame, which: str = "z") -> pd.Series:
-    """In-plane lattice constant that each depth would have without strain, angstrom."""
-    return rows[f"a_eff_{which}"] / (1.0 + rows[f"eps_xx_{which}"])
-
-
-def _relaxation_diagram(run: Run, span: str) -> Figure:
-    import matplotlib.pyplot as plt
-
-    rows = drawn_rows(run, span)
-    z = rows["z"].to_numpy() - reference_height(run)
-    pre = run.profile.iloc[: int(run.profile["active"].to_numpy().argmax())]
-    substrate = float((pre if len(pre) else rows.head(1))["a_eff_z"].iloc[-1])
-    layers = run.layers
-    ends = layers[(layers["kind"] == "active") | (span == "all")]
-
-    figure, (left, right) = plt.subplots(1, 2, figsize=(WIDTH, 3.0))
-    figure.subplots_adjust(left=0.1, right=0.93, top=0.84, bottom=0.16, wspace=0.36)
-    left.plot(z, own_lattice(rows), color=INDIUM, label="without strain")
-    left.plot(z, rows["a_eff_t"], color=GALLIUM, label="at growth (t)")
-    left.plot(z, rows["a_eff_z"], color=GALLIUM, linestyle=(0, (4, 2)), label="finished (z)")
-    left.axhline(substrate, color="#777777", linewidth=0.8, linestyle=":", label="substrate")
-    left.set_xlabel(_height_label(run))
-    left.set_ylabel("in-plane lattice constant (\u00c5)")
-    left.ticklabel_format(axis="y", useOffset=False)
-    left.set_xlim(np.nanmin(z), np.nanmax(z)) if np.nanmax(z) > np.nanmin(z) else None
-    left.legend(loc="lower left", bbox_to_anchor=(0.0, 1.0), ncol=2, borderaxespad=0.2, handlelength=1.8)
-
-    _draw_layer_ends(right, run, ends, substrate)
-    return figure
-
-
-def _layer_end_rows(run: Run, layers: pd.DataFrame) -> list[tuple[Any, pd.Series]]:
-    """The last row of each layer that has one."""
-    found = []
-    for layer in layers.itertuples():
-        inside = run.profile[run.profile["time"] <= layer.end * (1 + 1e-9)]
-        if len(inside) and not np.isnan(layer.x_in_end):
-            found.append((layer, inside.iloc[-1]))
-    return found
-
-
-def _draw_layer_ends(axis: Axes, run: Run, layers: pd.DataFrame, substrate: float) -> None:
-    """In-plane lattice constant of the layers' tops against their unstrained one, with lines of equal relaxation."""
-    points = []
-    for layer, row in _layer_end_rows(run, layers):
-        own = float(row["a_eff_z"] / (1.0 + row["eps_xx_z"]))
-        points.append((own, float(row["a_eff_z"]), layer))
-    values = [substrate, *(own for own, _, _ in points)]
-    margin = max(0.2 * (max(values) - min(values)), 0.002)
-    low, high = min(values) - margin, max(values) + margin
-    far = high if high - substrate > substrate - low else low
-    for degree in (0.0, 0.25, 0.5, 0.75, 1.0):
-        ends = [substrate + degree * (own - substrate) for own in (low, high)]
-        axis.plot([low, high], ends, color="#999999", linewidth=0.9 if degree in (0.0, 1.0) else 0.4, zorder=1)
-        axis.annotate(
-            f"R = {degree:g}",
-            (far, substrate + degree * (far - substrate)),
-            xytext=(3, 0 if far == high else 1),
-            textcoords="offset points",
-            ha="left",
-            va="center" if far == high else "bottom",
-            color="#555555",
-            fontsize=6,
-            annotation_clip=False,
-        )
-    named: list[float] = []
-    for own, measured, layer in sorted(points, key=lambda point: point[0]):
-        axis.plot(own, measured, "o", color=GALLIUM, markersize=4, zorder=3)
-        # Points at the same place, such as the periods of a superlattice, share one name.
-        if all(abs(own - other) > 0.04 * (high - low) for other in named):
-            degree = f"\nR = {round(layer.relaxation, 3) + 0.0:g}" if np.isfinite(layer.relaxation) else ""
-            level = sum(abs(own - other) < 0.35 * (high - low) for other in named)
-            axis.annotate(
-                f"{layer.name}{degree}",
-                (own, measured),
-                xytext=(0, 5 + 18 * level),
-                textcoords="offset points",
-                ha="right" if own > 0.7 * high + 0.3 * low else "left" if own < 0.7 * low + 0.3 * high else "center",
-                va="bottom",
-                fontsize=7,
-            )
-            named.append(own)
-    axis.set_xlim(low, high)
-    axis.set_ylim(low, high)
-    axis.set_xlabel("lattice constant without strain (\u00c5)")
-    axis.set_ylabel("lattice constant, finished structure (\u00c5)")
-    axis.ticklabel_format(useOffset=False)
-    axis.set_title("tops of the layers", fontsize=8)

@@ -3,46 +3,33 @@
 from __future__ import annotations
 
 import html
-from typing import TYPE_CHECKING, Any
+from collections.abc import Sequence
+from typing import Any
 
 import numpy as np
 import pandas as pd
+from numpy.typing import NDArray
 
-from ._plot import (
-    ALUMINIUM,
-    BLACK,
-    GALLIUM,
-    INDIUM,
-    ORANGE,
-    PINK,
-    SEEN,
-    drawn_rows,
-    reference_height,
-    stage_borders,
-    temperature_curve,
-)
-
-if TYPE_CHECKING:
-    from ._run import Run
+from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, ORANGE, PINK, SEEN, DrawnTables
+from ._row_finder import RowFinder
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
 GAP = 0.035  # between panels, as a share of the height
 SMALLEST_NAMED = 0.012  # smallest share of the width for which a stage is named
 
 
-def charts(run: Run) -> dict[str, Any]:
+def charts(tables: DrawnTables) -> dict[str, Any]:
     """Data and layouts of all charts by name, ready for JSON."""
-    rows = drawn_rows(run, "active")
-    kept = thin(rows)
-    z = kept["z"].to_numpy() - reference_height(run)
+    kept = thin(tables.rows("active"))
+    z = kept["z"].to_numpy() - tables.reference_height
     figures = {
-        "time": _panels(run, kept, kept["time"].to_numpy(), over_time=True),
-        "depth": _panels(run, kept, z, over_time=False),
+        "time": _panels(tables, kept, kept["time"].to_numpy(), over_time=True),
+        "depth": _panels(tables, kept, z, over_time=False),
         # Links the two charts: the height at each time. NaN becomes null.
         "link": {"time": _values(kept["time"]), "depth": _values(z)},
     }
-    if len(run.interfaces):
-        figures["interface"] = _interface_chart(run)
+    if len(tables.interfaces):
+        figures["interface"] = _interface_chart(tables)
     return figures
 
 
@@ -75,7 +62,7 @@ def _curve(
     }
 
 
-def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dict[str, Any]:
+def _panels(tables: DrawnTables, rows: pd.DataFrame, x: NDArray[Any], over_time: bool) -> dict[str, Any]:
     panels: list[tuple[str, str, list[dict[str, Any]]]] = []
 
     def add(title: str, kind: str, curves: list[tuple[Any, Any, str, str, str, str]]) -> None:
@@ -103,7 +90,7 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
         "linear",
         [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, " nm/s", "solid")],
     )
-    curve = temperature_curve(run, "active")
+    curve = tables.temperature_curve("active")
     if curve is not None and np.isfinite(curve[2]).any():
         times, heights, heat = (values[_even(len(curve[0]))] for values in curve)
         add(
@@ -139,12 +126,12 @@ def _panels(run: Run, rows: pd.DataFrame, x: np.ndarray, over_time: bool) -> dic
     layout[f"yaxis{len(panels)}"]["range"] = _decades(densities)
     layout["xaxis"]["anchor"] = f"y{len(panels)}"
     layout["xaxis"]["range"] = _range(x)
-    _shade(layout, stage_borders(run, over_time, "active"), layout["xaxis"]["range"])
+    _shade(layout, tables.stage_borders(over_time, "active"), layout["xaxis"]["range"])
     return {"data": [curve for _, _, curves in panels for curve in curves], "layout": layout}
 
 
-def _decades(curves: list[tuple[Any, ...]]) -> list[float]:
-    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, without the first, tiny V-defect densities."""
+def _decades(curves: Sequence[tuple[Any, ...]]) -> list[float]:
+    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, without the tiny first V-defect densities."""
     values = np.concatenate([np.asarray(curve[1], float) for curve in curves])
     values = values[np.isfinite(values)]
     if len(values) == 0:
@@ -153,11 +140,11 @@ def _decades(curves: list[tuple[Any, ...]]) -> list[float]:
     return [float(np.floor(np.log10(low / 1.2))), float(np.ceil(np.log10(high * 1.2)))]
 
 
-def _even(count: int) -> np.ndarray:
-    return np.unique(np.linspace(0, count - 1, min(count, MAX_ROWS)).astype(int))
+def _even(count: int) -> NDArray[Any]:
+    return np.asarray(np.unique(np.linspace(0, count - 1, min(count, MAX_ROWS)).astype(int)))
 
 
-def _range(x: np.ndarray) -> list[float]:
+def _range(x: NDArray[Any]) -> list[float]:
     finite = x[np.isfinite(x)]
     if len(finite) == 0 or not finite.max() > finite.min():
         middle = float(finite[0]) if len(finite) else 0.0
@@ -228,13 +215,12 @@ def _shade(layout: dict[str, Any], borders: pd.DataFrame, span: list[float]) -> 
             )
 
 
-def _interface_chart(run: Run) -> dict[str, Any]:
+def _interface_chart(tables: DrawnTables) -> dict[str, Any]:
     """All metals over height, and for each interface the range to zoom to and the positions of 10 % and 90 %."""
-    rows = run.profile
-    offset = reference_height(run)
-    table = run.interfaces
-    places = []
-    for interface in table.itertuples():
+    rows = tables.profile
+    offset = tables.reference_height
+    places: list[dict[str, Any]] = []
+    for interface in tables.interfaces.itertuples():
         width = interface.width if np.isfinite(interface.width) else 1.0
         reach = max(3.0 * width, 0.05)
         middle = interface.z - offset
@@ -249,9 +235,9 @@ def _interface_chart(run: Run) -> dict[str, Any]:
         )
     # All rows near an interface are kept, because the curve is steep there.
     z = rows["z"].to_numpy() - offset
-    near = np.zeros(len(rows), bool)
+    near, finder = np.zeros(len(rows), bool), RowFinder(z)
     for place in places:
-        near |= (z >= place["range"][0]) & (z <= place["range"][1])
+        near[finder.up_to(np.nextafter(place["range"][0], -np.inf), place["range"][1])] = True
     kept = rows[near] if len(rows) > MAX_ROWS else rows
     kept_z = kept["z"].to_numpy() - offset
     data = []

@@ -3,13 +3,10 @@
 from __future__ import annotations
 
 from html import escape
-from typing import TYPE_CHECKING
+from typing import Any
 
 import numpy as np
 import pandas as pd
-
-if TYPE_CHECKING:
-    from ._run import Run
 
 WIDTH, HEIGHT, BAR, TOP, LEFT = 400, 400, 120, 34, 20  # pixels of a picture
 NAME_HEIGHT = 15  # pixels that a name needs
@@ -17,9 +14,9 @@ NAME_HEIGHT = 15  # pixels that a name needs
 INN, GAN, ALN = np.array([226, 88, 14]), np.array([214, 224, 234]), np.array([32, 156, 112])
 
 
-def layer_stack(run: Run) -> str:
+def layer_stack(layers: pd.DataFrame) -> str:
     """One or two SVG elements with title and description. Empty if no layer has a thickness."""
-    layers = run.layers[run.layers["thickness"] > 0]
+    layers = layers[layers["thickness"] > 0]
     if layers.empty:
         return ""
     active = layers[layers["kind"] == "active"]
@@ -40,9 +37,9 @@ def _picture(title: str, layers: pd.DataFrame, index: int) -> str:
     )
 
 
-def colour(layer: pd.Series) -> str:
-    """Colour of a layer by its mean composition."""
-    shares = np.array([layer["x_in"], layer["x_ga"], layer["x_al"]], float)
+def colour(layer: Any) -> str:
+    """Colour of a layer, a row of Run.layers, by its mean composition."""
+    shares = np.array([layer.x_in, layer.x_ga, layer.x_al], float)
     if not np.isfinite(shares).all():
         return "#dddddd"
     shares = np.clip(shares, 0, 1)
@@ -58,21 +55,21 @@ def _bar(layers: pd.DataFrame, left: int, title: str) -> str:
     parts = [f'<text x="{left}" y="20" class="stack-head">{title}, {total:.5g} nm</text>']
     bottom = float(TOP + HEIGHT)
     last_name = bottom + NAME_HEIGHT
-    for number, layer in layers.iterrows():
-        height = HEIGHT * layer["thickness"] / total
+    for layer in layers.itertuples():
+        height = HEIGHT * layer.thickness / total
         y = bottom - height
         parts.append(
             f'<rect x="{left}" y="{y:.2f}" width="{BAR}" height="{max(height, 0.3):.2f}" fill="{colour(layer)}" '
-            f'stroke="#444" stroke-width="0.5"><title>{number}. {escape(str(layer["name"]))}, '
-            f'{layer["thickness"]:.5g} nm</title></rect>'
+            f'stroke="#444" stroke-width="0.5"><title>{layer.Index}. {escape(str(layer.name))}, '
+            f'{layer.thickness:.5g} nm</title></rect>'
         )
         middle = y + height / 2
         if last_name - middle >= NAME_HEIGHT:
-            name = " ".join(str(layer["name"]).split())
+            name = " ".join(str(layer.name).split())
             name = name if len(name) <= 26 else name[:25] + "\u2026"
             parts.append(
                 f'<text x="{left + BAR + 8}" y="{middle + 4:.1f}" class="stack-name">{escape(name)} '
-                f'<tspan class="stack-size">{layer["thickness"]:.4g} nm</tspan></text>'
+                f'<tspan class="stack-size">{layer.thickness:.4g} nm</tspan></text>'
             )
             last_name = middle
         bottom = y

@@ -8,10 +8,11 @@ from __future__ import annotations
 
 import re
 import warnings
-from typing import NamedTuple
+from typing import Any, NamedTuple
 
 import numpy as np
 import pandas as pd
+from numpy.typing import NDArray
 
 from ._columns import RELAXATION_COLUMNS, RESULT_COLUMNS, SURFACE_COLUMNS, Column
 
@@ -117,7 +118,7 @@ def _first_fault(body: bytes, first_line: int, width: int) -> tuple[int, str]:
     raise AssertionError("the fast reader rejected rows that the slow one accepts")
 
 
-def _parse_rows(body: bytes, name: str, first_line: int, width: int) -> tuple[np.ndarray, np.ndarray]:
+def _parse_rows(body: bytes, name: str, first_line: int, width: int) -> tuple[NDArray[Any], NDArray[Any]]:
     """The numbers, one row per line, and which of the rows are active."""
     codes = np.frombuffer(body, np.uint8)
     separators = np.flatnonzero((codes == ord(" ")) | (codes == ord("\n")))

@@ -17,7 +17,7 @@ from ._files import replace_file
 from ._recipe import Recipe
 from ._run import Run, SimulationError
 from ._simulate import run
-from ._status import read_status
+from ._status import failed_path, read_status
 
 FINISHED = ("ok", "failed")  # the run has a definite outcome: such a row is not run again
 LAYER_VALUES = ("thickness", "x_in", "x_ga", "x_al")  # for each layer, as Run.layers has them
@@ -78,6 +78,7 @@ def do_row(task: dict[str, Any]) -> dict[str, Any]:
             return done
     files.status.unlink(missing_ok=True)
     files.result.unlink(missing_ok=True)
+    failed_path(files.result).unlink(missing_ok=True)
     row: dict[str, Any] = {"status": "ok", "text": "", "values": {}}
     replace_file(files.recipe, content)
     try:

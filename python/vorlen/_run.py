@@ -2,21 +2,29 @@
 
 from __future__ import annotations
 
+import copy
 import functools
 import hashlib
 import os
+from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 import pandas as pd
 
+from ._drawn import DrawnTables
+from ._export import write_csv, write_netcdf
+from ._files import as_path, read_file
+from ._interfaces import interface_values
 from ._layers import layer_values
-from ._recipe import Recipe, RecipeError
+from ._plot import PANELS, plot_run
+from ._recipe import Recipe
 from ._result_check import Stage, stages_of_layers, stages_of_recipe, unphysical_text
 from ._result_file import ResultFileError, parse_layers, parse_profile, reaches_the_end
 from ._source import RecipeLike, RecipeSource
-from ._status import read_status
+from ._status import check_recipe, read_matching_status, status_path
+from ._xml_bytes import RecipeError
 
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
@@ -31,36 +39,64 @@ class SimulationError(RuntimeError):
     run     the rows up to the failure, as a Run; None if there are none
     """
 
-    def __init__(self, text: str, recipe: Any = None, run: Run | None = None) -> None:
+    def __init__(
+        self, text: str, recipe: Any = None, run: Run | None = None, recipe_source: RecipeSource | None = None
+    ) -> None:
         super().__init__(text)
         self.text = text
         self.recipe = recipe
         self.run = run
+        # the recipe as it was during the run
+        self.recipe_source = recipe_source or (run.recipe_source if run is not None else RecipeSource())
 
     def __reduce__(self) -> tuple[Any, ...]:
-        return SimulationError, (self.text, self.recipe, self.run)
+        return SimulationError, (self.text, self.recipe, self.run, self.recipe_source)
 
 
 @dataclass(repr=False, eq=False)
 class Run:
-    """The result of one simulation. The table is parsed when it is first used."""
+    """The result of one simulation. The table is parsed when it is first used.
+
+    profile, layers, interfaces and recipe are copies, which may be changed: assign them to a name to use them several
+    times.
+    """
 
     content: bytes = field(repr=False)  # of the result file
     path: Path | None = None  # the result file, if it was saved
-    recipe_source: RecipeSource = field(default_factory=lambda: RecipeSource())
+    recipe_source: RecipeSource = field(default_factory=RecipeSource)
     text: str = ""  # why the run failed; empty if it ended normally or the reason is unknown
     wall_time: float | None = None  # of the call of the library, s
     scheme: str | None = None  # of the integration; None: unknown
 
-    @functools.cached_property
+    @property
     def profile(self) -> pd.DataFrame:
         """All rows; attrs["units"] and attrs["meanings"] describe the columns."""
+        return _copied(self._profile)
+
+    @property
+    def layers(self) -> pd.DataFrame:
+        """One row per layer, numbered from 1. attrs["units"] and attrs["meanings"] describe the columns."""
+        return _copied(self._layers)
+
+    @property
+    def interfaces(self) -> pd.DataFrame:
+        """One row per interface with a change of composition, and its 10-90 % width.
+
+        attrs["units"] and attrs["meanings"] describe the columns.
+        """
+        return _copied(self._interfaces)
+
+    @functools.cached_property
+    def _profile(self) -> pd.DataFrame:
         return parse_profile(self.content, self._name)
 
     @functools.cached_property
-    def layers(self) -> pd.DataFrame:
-        """One row per layer, numbered from 1. attrs["units"] and attrs["meanings"] describe the columns."""
-        return layer_values(parse_layers(self.content, self._name), self.profile)
+    def _layers(self) -> pd.DataFrame:
+        return layer_values(parse_layers(self.content, self._name), self._profile)
+
+    @functools.cached_property
+    def _interfaces(self) -> pd.DataFrame:
+        return interface_values(self._layers, self._profile)
 
     @functools.cached_property
     def complete(self) -> bool:
@@ -70,7 +106,7 @@ class Run:
     @functools.cached_property
     def unphysical(self) -> str:
         """One line on unphysical rows (NaN, infinity, a fraction far outside of 0 to 1). Empty if there are none."""
-        return unphysical_text(self.profile, self._stages)
+        return unphysical_text(self._profile, self._stages)
 
     @property
     def failed(self) -> bool:
@@ -86,22 +122,19 @@ class Run:
     def _name(self) -> str:
         return str(self.path or "result")
 
-    @functools.cached_property
+    @property
     def recipe(self) -> Recipe | None:
-        """The recipe; None if it is unknown or not well-formed."""
+        """A copy of the recipe; None if it is unknown or not well-formed."""
+        return None if self._recipe is None else self._recipe.copy()
+
+    @functools.cached_property
+    def _recipe(self) -> Recipe | None:
         if self.recipe_source.content is None:
             return None
         try:
             return Recipe(self.recipe_source.content, self.recipe_source.path)
         except RecipeError:
             return None
-
-    @functools.cached_property
-    def interfaces(self) -> pd.DataFrame:
-        """One row per interface with a change of composition, and its 10-90 % width; see vorlen.interfaces."""
-        from ._interfaces import interfaces
-
-        return interfaces(self)
 
     @property
     def warnings(self) -> list[str]:
@@ -110,60 +143,91 @@ class Run:
 
     def _stages(self) -> list[Stage]:
         """The stages as named in texts: from the recipe, or from the layers if it is unknown."""
-        stages = stages_of_recipe(self.recipe) if self.recipe is not None else []
-        return stages if len(stages) == len(self.layers) else stages_of_layers(self.layers)
+        stages = stages_of_recipe(self._recipe) if self._recipe is not None else []
+        return stages if len(stages) == len(self._layers) else stages_of_layers(self._layers)
 
     @property
     def end(self) -> pd.Series:
-        """The last row: the surface at the end of the process."""
-        return self.profile.iloc[-1]
+        """The last row: the surface at the end of the process. Raises ValueError if there are no rows."""
+        if self._profile.empty:
+            raise ValueError(f"{self._name} has no rows")
+        return self._profile.iloc[-1].copy()
 
-    def to_csv(self, path: str | os.PathLike[str], what: str = "profile") -> None:
+    def to_csv(self, path: str | os.PathLike[str], *, what: str = "profile") -> None:
         """Writes "profile" or "layers" as comma-separated values with all digits."""
-        self._table(what).to_csv(path, index=what == "layers")
+        if what not in ("profile", "layers"):
+            raise ValueError(f'what must be "profile" or "layers", got {what!r}')
+        table = self._profile if what == "profile" else self._layers
+        write_csv(table, path, what == "layers", self._own_files)
 
     def to_netcdf(self, path: str | os.PathLike[str]) -> None:
         """Writes profile and layers as one netCDF-4 file, with units and meanings. Needs xarray and netCDF4."""
-        from ._export import write_netcdf
+        write_netcdf(self._profile, self._layers, self.text, path, self._own_files)
 
-        write_netcdf(self, Path(path))
+    def plot(
+        self,
+        kind: str = "time",
+        *,
+        span: str = "active",
+        panels: Sequence[str] = PANELS,
+        path: str | os.PathLike[str] | None = None,
+    ) -> Figure:
+        """A figure of the run. Needs matplotlib.
 
-    def _table(self, what: str) -> pd.DataFrame:
-        if what not in ("profile", "layers"):
-            raise ValueError(f'what must be "profile" or "layers", got {what!r}')
-        return self.profile if what == "profile" else self.layers
+        kind    "time": composition, growth rate, temperature, strain and densities over time;
+                "depth": the same over height; "relaxation": lattice constants and degrees of relaxation
+        span    "active": the simulated layers; "all": pre-stages and post-stages too
+        panels  which of "composition", "rate", "temperature", "strain", "densities" to draw, from the top down
+        path    file to save it to (.pdf, .svg, .png, ...), with text as text; None: it is not saved
+        Solid lines show each depth when it was the surface, dashed lines the finished structure. The temperature is
+        drawn if the run has its recipe. Raises ValueError if there is nothing to draw.
+        """
+        return plot_run(self._drawn, kind, span, panels, path, self._own_files)
 
-    def plot(self, kind: str = "time", **options: Any) -> Figure:
-        """A figure of the run; see vorlen.plot.plot_run for the kinds and options. Needs matplotlib."""
-        from ._plot import plot_run
+    @property
+    def _drawn(self) -> DrawnTables:
+        """The tables for figures and reports."""
+        try:
+            timeline = None if self._recipe is None else self._recipe.timeline()
+        except (KeyError, ValueError):  # a recipe that would not run
+            timeline = None
+        return DrawnTables(self._profile, self._layers, self._interfaces, timeline)
 
-        return plot_run(self, kind, **options)
+    @property
+    def _own_files(self) -> list[Path | None]:
+        """Files that no figure, table or report may replace."""
+        return [self.path, status_path(self.path) if self.path else None, self.recipe_source.path]
 
     def __repr__(self) -> str:
         state = f"failed: {self.text or self.unphysical or 'incomplete'}" if self.failed else "complete"
         place = f", {self.path}" if self.path else ""
-        return f"<Run, {len(self.profile)} rows, {state}{place}>"
+        return f"<Run, {len(self._profile)} rows, {state}{place}>"
 
 
-def read(path: str | os.PathLike[str], recipe: RecipeLike | None = None) -> Run:
+def _copied(table: pd.DataFrame) -> pd.DataFrame:
+    copied = table.copy()
+    copied.attrs = copy.deepcopy(table.attrs)
+    return copied
+
+
+def read(path: str | os.PathLike[str], *, recipe: RecipeLike | None = None) -> Run:
     """Reads a result file, including that of a failed run.
 
     recipe  the recipe of the run, needed for temperatures and stages in figures and reports
-    Raises ResultFileError, with the line number, if the file is not a valid result file. Text and duration of the run
-    are read from its status file, if there is one that matches.
+    Raises ResultFileError, with the line number, if the file is not a valid result file; ValueError if its status file
+    says that it was computed from another recipe. Text and duration of the run are read from its status file, if there
+    is one that matches.
     """
-    path = Path(path)
-    content = path.read_bytes()
+    return read_run(as_path(path, "path"), RecipeSource() if recipe is None else RecipeSource.of(recipe))
+
+
+def read_run(path: Path, source: RecipeSource) -> Run:
+    """As read(), with a recipe that has been read already."""
+    content = read_file(path)
     if not content:
         raise ResultFileError(f"{path} is empty: the run ended before its first row")
-    status = read_status(path)
-    if status and status.get("result_sha256") != hashlib.sha256(content).hexdigest():
-        status = {}
-    source = RecipeSource() if recipe is None else RecipeSource.of(recipe)
-    if recipe is not None and source.content is None:
-        raise FileNotFoundError(f"recipe not found: {source.path}")
-    result = Run(
-        content, path, source, str(status.get("text") or ""), status.get("wall_time_s"), status.get("scheme")
-    )
-    _ = result.profile  # reports any fault of the file now
+    status = read_matching_status(path, content)
+    check_recipe(status, source, path)
+    result = Run(content, path, source, status.get("text", ""), status.get("wall_time_s"), status.get("scheme"))
+    _ = result._profile  # reports any fault of the file now
     return result

@@ -2,27 +2,26 @@
 
 from __future__ import annotations
 
+import errno
 import os
-import stat
 import tempfile
 import time
-import uuid
+from dataclasses import dataclass
 from pathlib import Path
 
+from ._files import as_path, check_place, locked_part, memory_file, path_of_descriptor, put_in_place, replace_file
 from ._library import simulate
 from ._result_check import end_text, is_text_of_integration, looks_physical, remedy_text
 from ._result_file import bytes_of_rows, has_rows
 from ._run import Run, SimulationError
 from ._scheme import check_scheme, scheme_of
 from ._source import RecipeLike, RecipeSource
-from ._status import failed_path, status_path, write_status
+from ._status import check_siblings, failed_path, status_path, write_status
+from ._termination import exit_on_sigterm, removed_on_sigterm
+from ._xml_bytes import RecipeError
 
 
-def run(
-    recipe: RecipeLike,
-    result: str | os.PathLike[str] | None = None,
-    scheme: str | None = None,
-) -> Run:
+def run(recipe: RecipeLike, result: str | os.PathLike[str] | None = None, *, scheme: str | None = None) -> Run:
     """Simulates one recipe.
 
     recipe  a path, a Recipe, or the XML itself
@@ -31,78 +30,129 @@ def run(
     scheme  integration scheme, "continuous" or "staged"; None: the scheme of the recipe
     Raises SimulationError with the library's text if the run fails, and if a row is unphysical: NaN, infinite, or with
     a fraction outside of [-0.001, 1.001]. The rows up to the failure are in the error's run and are saved to
-    NAME.failed.txt; an existing result stays. If the recipe can't be read, the files of earlier runs stay as they are.
+    NAME.failed.txt; an existing result stays.
+    Raises, before anything is run, OSError if the recipe can't be read or the result can't be written, BusyError if
+    another run is writing the same result, and FileExistsError if the status file or the failed rows of another result
+    would be replaced. Raises RecipeError if the library rejects the recipe and it is not well-formed XML.
     Other Python threads run during the call.
     """
     check_scheme(scheme)
     source = RecipeSource.of(recipe)
+    outcome = _run_without_file(source, scheme) if result is None else _run_to_file(source, result, scheme)
+    if outcome.status == 0 and outcome.run is not None:
+        return outcome.run
+    if outcome.run is None and not source.is_well_formed:
+        raise RecipeError(outcome.text)
+    raise SimulationError(outcome.text, recipe, outcome.run, source)
+
+
+@dataclass
+class _Outcome:
+    """How a run ended."""
+
+    status: int  # 0 or 1, as in the status file
+    text: str  # of the failure
+    run: Run | None  # the rows, if there are any
+    wall_time: float  # of the library's call, s
+    scheme: str
+
+    @property
+    def content(self) -> bytes:
+        """The content of the result file; empty if there are no rows."""
+        return b"" if self.run is None else self.run.content
+
+
+def _run_without_file(source: RecipeSource, scheme: str | None) -> _Outcome:
+    with memory_file() as file:
+        return _simulate(source, path_of_descriptor(file), "the result", scheme)
+
+
+def _run_to_file(source: RecipeSource, result: str | os.PathLike[str], scheme: str | None) -> _Outcome:
+    target = as_path(result, "result")
+    place = _check_target(target, source)
+    with exit_on_sigterm(), locked_part(place) as part:
+        check_siblings(target, source)
+        outcome = _simulate(source, part, str(target), scheme)
+        failed = failed_path(target)
+        kept = failed if outcome.status != 0 and outcome.run is not None else target
+        if outcome.run is not None:
+            _put_rows_in_place(part, kept, outcome.content)
+            outcome.run.path = kept
+        if kept == target:
+            failed.unlink(missing_ok=True)  # of an earlier run
+        try:
+            write_status(
+                target, kept, outcome.status, outcome.text, outcome.wall_time, source, outcome.content, outcome.scheme
+            )
+        except OSError as error:
+            if outcome.status == 0:  # otherwise report the failure of the run, not that of its status file
+                text = f"{error.strerror}; the result itself is in place"
+                raise OSError(error.errno, text, error.filename) from error
+    return outcome
+
+
+def _check_target(target: Path, source: RecipeSource) -> Path:
+    """The file that a result will be in. Raises if the result, its status file or failed rows can't be written."""
+    for path in (target, status_path(target), failed_path(target)):
+        if source.path is not None and source.path.exists() and path.exists() and path.samefile(source.path):
+            raise ValueError(f"the result would overwrite the recipe {source.path}")
+        check_place(path)
+    return check_place(target)
+
+
+def _put_rows_in_place(part: Path, kept: Path, content: bytes) -> None:
+    """Renames the temporary. If that is impossible, the rows are saved elsewhere and the OSError names the file."""
+    try:
+        place = check_place(kept)
+        try:
+            put_in_place(part, place)
+        except OSError as error:
+            if error.errno != errno.EXDEV:  # kept is a link to another file system
+                raise
+            replace_file(place, content)
+    except (OSError, ValueError) as error:
+        with tempfile.NamedTemporaryFile(prefix=f"{kept.name}.", suffix=".txt", delete=False) as rescued:
+            rescued.write(content)
+        raise OSError(f"{kept} can't be put in place: {error}; the rows are in {rescued.name}") from error
+
+
+def _simulate(source: RecipeSource, output: Path, name: str, scheme: str | None) -> _Outcome:
+    """Runs the library with this output file. name is what texts call that file."""
     simulated_source = source.under(scheme)
     scheme = scheme_of(simulated_source.content)
-    target = None if result is None else Path(result)
-    if target is not None:
-        _check_target(target, source)
-    with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
-        # Written to the target's folder, so that renaming it stays within one file system.
-        output = _temporary_beside(target) if target else Path(folder, "result.txt")
-        kept = None
-        stranded = False  # the rows could not be renamed and keep their temporary name
-        try:
+    with memory_file(simulated_source.content or b"") as file:  # a recipe that changes meanwhile has no influence
+        with removed_on_sigterm(output):
             begin = time.perf_counter()
-            file = simulated_source.file_for_library(Path(folder))
-            status, text = simulate(file, output)
-            wall_time = time.perf_counter() - begin
-            text = text.replace(str(output), str(target)) if target else text
-            text = text.replace(str(file), str(source.path or "recipe.xml"))
-            content, cut = _whole_lines(output)
-            simulated = Run(content, None, source, text, wall_time, scheme) if has_rows(content) else None
-            if status == 0 and (simulated is None or cut or not simulated.complete):
-                status, text = 1, f"{target or 'the result'}: the file ends before the run does. Is the disk full?"
-                text += "\nNo row could be written" if simulated is None else ""
-            text = _text_with_rows(text, simulated, scheme)
-            status = 1 if text else status
-            if simulated is not None:
-                simulated.text = text
-            # Without a recipe nothing was run, so the files of an earlier run stay.
-            if target and (source.content is not None or simulated is not None):
-                kept = target if status == 0 or simulated is None else failed_path(target)
-                if simulated is not None:
-                    stranded = True
-                    _put_in_place(output, kept)
-                    stranded = False
-                    simulated.path = kept
-                if kept == target and failed_path(target).is_file():
-                    failed_path(target).unlink()  # of an earlier run
-        finally:
-            if target and not stranded:
-                output.unlink(missing_ok=True)
-    if target and kept and source.content is not None:
-        written = content if simulated else b""
-        try:
-            write_status(target, kept, status, text, wall_time, source, written, scheme)
-        except OSError:
-            if status == 0:
-                raise  # otherwise report the failure of the run, not that of its status file, as on a full disk
-    if status != 0:
-        raise SimulationError(text, recipe, simulated)
-    assert simulated is not None
-    return simulated
+            status, text = simulate(path_of_descriptor(file), output)
+        wall_time = time.perf_counter() - begin
+        text = text.replace(str(path_of_descriptor(file)), str(source.path or "recipe.xml"))
+    text = text.replace(str(output), name)
+    content, cut = _whole_lines(output)
+    rows = Run(content, None, source, text, wall_time, scheme) if has_rows(content) else None
+    if status == 0 and (rows is None or cut or not rows.complete):
+        text = f"{name}: the file ends before the run does. Is the disk full?"
+        text += "\nNo row could be written" if rows is None else ""
+    text = _text_with_rows(text, rows, scheme)
+    if rows is not None:
+        rows.text = text
+    return _Outcome(1 if text or status else 0, text, rows, wall_time, scheme)
 
 
-def _text_with_rows(text: str, simulated: Run | None, scheme: str) -> str:
+def _text_with_rows(text: str, rows: Run | None, scheme: str) -> str:
     """The text of a run, with what its rows show about a failure; empty if it did not fail.
 
     text  the library's text, empty if the run ended normally
     """
     if text and not is_text_of_integration(text):
         return text
-    if simulated and looks_physical(bytes_of_rows(simulated.content)):
-        simulated.unphysical = ""  # saves parsing
+    if rows and looks_physical(bytes_of_rows(rows.content)):
+        rows.unphysical = ""  # saves parsing
     lines = [text] if text else []
     if text:
-        profile, stages = (simulated.profile, simulated._stages()) if simulated else (None, [])
+        profile, stages = (rows._profile, rows._stages()) if rows else (None, [])
         lines.append(end_text(profile, stages))
-    if simulated and simulated.unphysical:
-        lines.append(simulated.unphysical)
+    if rows and rows.unphysical:
+        lines.append(rows.unphysical)
     return "\n".join([*lines, remedy_text(scheme)]) if lines else ""
 
 
@@ -114,37 +164,3 @@ def _whole_lines(path: Path) -> tuple[bytes, bool]:
         return content, False
     os.truncate(path, size)
     return content[:size], True
-
-
-def _temporary_beside(target: Path) -> Path:
-    """A name for a file in the folder of target, or of the target of a link."""
-    name = target.name if len(os.fsencode(target.name)) <= 200 else "vorlen"  # names have 255 bytes at most
-    return target.resolve().with_name(f".{name}.{uuid.uuid4().hex}")
-
-
-def _put_in_place(temporary: Path, place: Path) -> None:
-    """Renames; a link at place stays, and so do the permissions of an existing file. The rows are never lost."""
-    place = place.resolve()
-    try:
-        if place.exists():
-            temporary.chmod(stat.S_IMODE(place.stat().st_mode))
-        os.replace(temporary, place)
-    except OSError as error:
-        raise OSError(error.errno, f"{error.strerror}; the rows are in {temporary}", str(place)) from error
-
-
-def _check_target(target: Path, source: RecipeSource) -> None:
-    """Rejects a result path that would overwrite something else, before anything is computed."""
-    for path in (target, status_path(target), failed_path(target)):
-        if source.path is not None and source.path.exists() and path.exists() and path.samefile(source.path):
-            raise ValueError(f"the result would overwrite the recipe {source.path}")
-    if target.name.endswith(".failed.txt"):
-        raise ValueError(f"{target}: names ending in .failed.txt are for the rows of failed runs; choose another one")
-    if target.is_dir():
-        raise IsADirectoryError(f"{target} is a folder; give the path of a file for the result")
-    if target.exists() and not target.is_file():
-        raise ValueError(f"{target} is not a regular file")
-    if target.exists() and not os.access(target, os.W_OK):
-        raise PermissionError(f"{target} is not writable")
-    if not target.parent.is_dir():
-        raise FileNotFoundError(f"folder not found: {target.parent}, for the result {target.name}")

@@ -2,11 +2,13 @@
 
 from __future__ import annotations
 
+import hashlib
 import os
 from dataclasses import dataclass
 from pathlib import Path
 
 from . import _xml_bytes
+from ._files import as_path, read_file
 from ._recipe import Recipe
 from ._scheme import with_scheme
 
@@ -15,25 +17,40 @@ RecipeLike = str | bytes | os.PathLike[str] | Recipe
 
 @dataclass(frozen=True)
 class RecipeSource:
-    """A recipe as it was given: a file, a text, or both if a Recipe was loaded from a file."""
+    """A recipe as it was given: the content of a file, a text, or both if a Recipe was loaded from a file."""
 
     path: Path | None = None
-    content: bytes | None = None  # None: no recipe, or it can't be read
-    on_disk: bool = False  # path holds content
+    content: bytes | None = None  # None: no recipe is known
+    problem: str = ""  # why none is known, if there is a special reason
 
     @staticmethod
-    def of(recipe: RecipeLike) -> RecipeSource:
+    def of(recipe: RecipeLike, argument: str = "recipe") -> RecipeSource:
+        """Reads the recipe. Raises the OSError of opening its file, and TypeError for other types."""
         if isinstance(recipe, Recipe):
             return RecipeSource(recipe.path, recipe.to_bytes())
         if isinstance(recipe, bytes):
             return RecipeSource(None, recipe)
         if isinstance(recipe, str) and recipe.lstrip("\ufeff \t\r\n").startswith("<"):
             return RecipeSource(None, _xml_bytes.encode(recipe))
-        path = Path(recipe)
+        if not isinstance(recipe, (str, os.PathLike)):
+            kind = type(recipe).__name__
+            raise TypeError(f"{argument} must be a path, XML as text or bytes, or a Recipe, got {kind}")
+        path = as_path(recipe, argument)
+        return RecipeSource(path, read_file(recipe))
+
+    @property
+    def sha256(self) -> str | None:
+        """SHA-256 hash of the recipe; None if it is not known."""
+        return None if self.content is None else hashlib.sha256(self.content).hexdigest()
+
+    @property
+    def is_well_formed(self) -> bool:
+        """True if it is well-formed XML, which need not be a recipe."""
         try:
-            return RecipeSource(path, path.read_bytes(), on_disk=True)
-        except OSError:
-            return RecipeSource(path, None, on_disk=True)  # the library reports what is wrong with it
+            _xml_bytes.index(self.content or b"", "recipe")
+        except _xml_bytes.RecipeError:
+            return False
+        return True
 
     def under(self, scheme: str | None) -> RecipeSource:
         """The recipe with this integration scheme; the same object if it has it already."""
@@ -41,11 +58,3 @@ class RecipeSource:
             return self
         content = with_scheme(self.content, scheme, str(self.path or "recipe"))
         return self if content == self.content else RecipeSource(self.path, content)
-
-    def file_for_library(self, folder: Path) -> Path:
-        """A file with the recipe, written to folder if there is none."""
-        if self.on_disk and self.path is not None:
-            return self.path
-        path = folder / "recipe.xml"
-        path.write_bytes(self.content or b"")
-        return path

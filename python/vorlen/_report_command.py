@@ -1,0 +1,46 @@
+"""The command line of reports: vorlen report RESULT [--recipe R] [-o PAGE]"""
+
+from __future__ import annotations
+
+import argparse
+import errno
+import os
+from pathlib import Path
+from typing import Any
+
+from ._files import read_file
+from ._report import report
+from ._run import Run, read_run
+from ._source import RecipeSource
+from ._status import check_recipe, failed_path, read_matching_status, read_status, recipe_of_status
+
+
+def add_command(commands: Any) -> None:
+    """Adds `report` to the subcommands."""
+    command = commands.add_parser("report", help="write a report of a result file: one page for a browser")
+    command.add_argument("result", metavar="RESULT", help="result file")
+    command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one named in the status file)")
+    command.add_argument("-o", "--output", metavar="PAGE", help="page to write (default: the result's name with .html)")
+    command.set_defaults(function=_report)
+
+
+def _report(options: argparse.Namespace) -> int:
+    result = Path(options.result)
+    stem = result.name.removesuffix(".txt").removesuffix(".result")
+    page = Path(options.output) if options.output is not None else result.with_name(stem + ".html")
+    given = None if options.recipe is None else RecipeSource.of(Path(options.recipe))
+    if not result.exists() and failed_path(result).is_file():
+        result = failed_path(result)
+    if result.exists():
+        status = read_matching_status(result, read_file(result))
+        run = read_run(result, given or recipe_of_status(status, result))
+    else:
+        status = read_status(result)
+        if not status.get("text"):
+            raise FileNotFoundError(errno.ENOENT, os.strerror(errno.ENOENT), str(result))
+        # The recipe was rejected before the first row: there is only a status file.
+        source = given or recipe_of_status(status, result)
+        check_recipe(status, source, result)
+        run = Run(b"", result, source, status["text"], scheme=status.get("scheme"))
+    print(report(run, page))
+    return 0
