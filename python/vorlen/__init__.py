@@ -14,7 +14,8 @@ packages are imported when they are first used.
 from ._library import LibraryNotFoundError
 from ._version import __version__
 from ._fit import fit, plot_fit
-from ._recipe import Recipe, RecipeError
+from ._recipe import Recipe
+from ._xml_bytes import RecipeError
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read

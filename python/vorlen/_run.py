@@ -12,7 +12,8 @@ from typing import TYPE_CHECKING, Any
 import pandas as pd
 
 from ._layers import layer_values
-from ._recipe import Recipe, RecipeError
+from ._recipe import Recipe
+from ._xml_bytes import RecipeError
 from ._result_check import Stage, stages_of_layers, stages_of_recipe, unphysical_text
 from ._result_file import ResultFileError, parse_layers, parse_profile, reaches_the_end
 from ._source import RecipeLike, RecipeSource

@@ -6,7 +6,10 @@ The first `scheme` element of the first `integration` element counts.
 from __future__ import annotations
 
 from . import _xml_bytes
-from ._recipe import KNOWN, ROOT, SCHEMES, Recipe, RecipeError
+from ._elements import ROOT
+from ._kinds import KNOWN, SCHEMES
+from ._recipe import Recipe
+from ._xml_bytes import RecipeError
 
 STAGED = "staged"
 DEFAULT = KNOWN["integration/scheme"].default

@@ -13,7 +13,7 @@ from dataclasses import dataclass, field
 Edit = tuple[int, int, bytes]
 
 _ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
-_START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]|"[^"]*"|'[^']*')*>""")
+_START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]++|"[^"]*"|'[^']*')*+>""")
 _ENCODING = re.compile(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""")
 
 
@@ -36,6 +36,13 @@ class Element:
     def child(self, tag: str) -> Element | None:
         """The first child of that name."""
         return next((child for child in self.children if child.tag == tag), None)
+
+    def attribute(self, path: str, attribute: str = "val") -> str | None:
+        """The text of an attribute of the element at a path below this one; None if either is missing."""
+        element: Element | None = self
+        for part in path.split("/"):
+            element = element.child(part) if element else None
+        return element.attributes.get(attribute) if element else None
 
 
 def encoding_of(content: bytes) -> str:
