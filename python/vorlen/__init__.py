@@ -13,7 +13,7 @@ packages are imported when they are first used.
 
 from ._library import LibraryNotFoundError
 from ._version import __version__
-from ._fit import fit, plot_fit
+from ._fit import Fit, fit
 from ._recipe import Recipe
 from ._xml_bytes import RecipeError
 from ._report import report
@@ -24,6 +24,7 @@ from ._sensitivity import sensitivity, tornado
 from ._sweep import sweep, write_plan
 
 __all__ = [
+    "Fit",
     "LibraryNotFoundError",
     "Recipe",
     "RecipeError",
@@ -32,7 +33,6 @@ __all__ = [
     "SimulationError",
     "__version__",
     "fit",
-    "plot_fit",
     "read",
     "report",
     "run",

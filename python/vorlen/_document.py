@@ -12,7 +12,7 @@ from dataclasses import dataclass
 
 from . import _xml_bytes
 from ._elements import ROOT
-from ._kinds import OPTIONAL
+from ._kinds import OPTIONAL, known_element
 from ._xml_bytes import Edit, Element, RecipeError
 
 
@@ -31,6 +31,26 @@ class Place:
     path: str  # of the element, in its usual spelling
     element: Element
     attribute: str | None  # None: the element as a whole
+
+    @property
+    def attributes(self) -> set[str]:
+        """The attributes that it includes."""
+        return set(self.element.attributes) if self.attribute is None else {self.attribute}
+
+    @property
+    def kind(self) -> str:
+        """The kind of the known element; empty for an element that the library does not read."""
+        known = known_element(self.path)
+        return known.kind if known is not None else ""
+
+    @property
+    def short_name(self) -> str:
+        """The path with the attribute, without the group of kinetic constants."""
+        return "/".join([self.path, *([self.attribute] if self.attribute else [])]).removeprefix("chemistry/")
+
+    def overlaps(self, other: Place) -> bool:
+        """True if setting one changes the value of the other."""
+        return self.path == other.path and not self.attributes.isdisjoint(other.attributes)
 
 
 @dataclass(frozen=True)

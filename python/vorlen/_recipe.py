@@ -23,7 +23,7 @@ from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 from . import _stages, _timeline, _values, _xml_bytes
-from ._document import Document
+from ._document import Document, Place
 from ._files import replace_file
 from ._kinds import SCHEMES
 from ._values import Value
@@ -170,3 +170,8 @@ class Recipe:
         attrs["units"] has the units. Values that the recipe does not state are NaN.
         """
         return _timeline.timeline(self._document)
+
+
+def place_in(recipe: Recipe, path: str) -> Place:
+    """The element or attribute of a recipe that a path means. Raises KeyError."""
+    return recipe._document.find(path)
