@@ -20,8 +20,9 @@ from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
 from ._simulate import run
-from ._sensitivity import sensitivity, tornado
+from ._sensitivity import sensitivity
 from ._sweep import sweep, write_plan
+from ._tornado import tornado
 
 __all__ = [
     "Fit",
