@@ -20,19 +20,26 @@ from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
 from ._simulate import run
 from ._sensitivity import sensitivity, tornado
-from ._sweep import sweep, write_plan
+from ._files import BusyError
+from ._plan import PlanError
+from ._plan_file import write_plan
+from ._sweep import Sweep, read_sweep, sweep
 
 __all__ = [
+    "BusyError",
     "LibraryNotFoundError",
+    "PlanError",
     "Recipe",
     "RecipeError",
     "ResultFileError",
     "Run",
     "SimulationError",
+    "Sweep",
     "__version__",
     "fit",
     "plot_fit",
     "read",
+    "read_sweep",
     "report",
     "run",
     "sensitivity",

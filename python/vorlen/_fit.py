@@ -26,14 +26,15 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from ._plan import Plan, make_task, prepare_folder
+from ._plan import Plan, make_task
 from ._pool import LocalPool, default_workers
 from ._scheme import check_scheme
 from ._table import UNITS
 from ._recipe import Recipe
 from ._run import SimulationError
 from ._source import RecipeSource
-from ._sweep import run_tasks
+from ._run_rows import run_tasks
+from ._sweep_folder import prepare_folder
 
 if TYPE_CHECKING:
     from lmfit import Parameters

@@ -91,15 +91,16 @@ def sensitivity(
         runs = sweep(
             base_recipe, pd.DataFrame(rows), workers=workers, executor=executor, out=Path(out or folder),
             progress=progress, timeout=timeout, scheme=scheme,
-        )
+        ).table
     if runs.status[0] != "ok":
         raise SimulationError(runs.text[0], recipe)
+    quantities = list(runs.columns[runs.columns.get_loc("text") + 1 : runs.columns.get_loc("recipe_file")])
     records = []
     for number, (path, change) in enumerate(changes.items()):
         below, above = runs.loc[2 * number + 1], runs.loc[2 * number + 2]
         text = next((row.text for row in (below, above) if row.status != "ok"), "")
         value = float(np.mean(present[path]))
-        for quantity in runs.attrs["units"]:
+        for quantity in quantities:
             base = runs.loc[0, quantity]
             derivative = (above[quantity] - below[quantity]) / (2.0 * change)
             elasticity = derivative * value / base if base != 0.0 else np.nan
@@ -107,7 +108,7 @@ def sensitivity(
                 (path, quantity, value, change, base, below[quantity], above[quantity], derivative, elasticity, text)
             )
     table = pd.DataFrame(records, columns=list(COLUMNS))
-    table.attrs["units"] = runs.attrs["units"]
+    table.attrs["units"] = {quantity: runs.attrs["units"][quantity] for quantity in quantities}
     return table
 
 
