@@ -67,14 +67,12 @@ def make_plan(
 
 
 def _base_recipe(recipe: str | os.PathLike[str] | Recipe) -> Recipe:
-    source = RecipeSource.of(recipe)
-    if source.content is None:
-        path = source.path or Path()
-        if not path.exists():
-            raise FileNotFoundError(f"recipe not found: {path}")
-        path.read_bytes()  # raises the reason
-        raise OSError(f"{path} can't be read")
-    return Recipe(source.content, source.path)
+    try:
+        source = RecipeSource.of(recipe)
+        content = Path(source.path or "").read_bytes() if source.content is None else source.content
+    except FileNotFoundError:
+        raise FileNotFoundError(f"recipe not found: {recipe}") from None
+    return Recipe(content, source.path)
 
 
 def _value_list(path: object, values: Any) -> list[Any]:
