@@ -129,10 +129,10 @@ def test_a_parameter_that_is_0_has_a_derivative_but_no_elasticity(recipe, tmp_pa
     assert row.derivative == pytest.approx(3.0) and row.value == 0.0 and np.isnan(row.elasticity)
 
 
-def test_one_end_of_a_ramp_is_another_parameter_than_both(recipe, tmp_path):
-    model = Model(lambda values: {"z": values[STAGE + "T"][0] + 3.0 * values[STAGE + "T/end"]})
-    table = vorlen.sensitivity(recipe, [STAGE + "T", STAGE + "T/end"], executor=model, out=tmp_path)
-    assert [row.derivative for row in table.itertuples()] == pytest.approx([1.0, 3.0])
+def test_one_end_of_a_ramp_is_varied_alone(recipe, tmp_path):
+    model = Model(lambda values: {"z": 3.0 * values[STAGE + "T/end"]})
+    (row,) = vorlen.sensitivity(recipe, [STAGE + "T/end"], executor=model, out=tmp_path).itertuples()
+    assert row.derivative == pytest.approx(3.0)
 
 
 def test_a_failing_side_leaves_a_gap_with_its_reason(recipe):
@@ -181,8 +181,10 @@ def test_the_tornado_has_the_strongest_on_top_and_bars_from_the_base(table, tmp_
         ({TAU: (1, 2)}, r"a change must be a finite number, got \(1, 2\)"),
         ({TAU: True}, "a change must be a finite number, got True"),
         ({"process_stages/n_stages": 0.5}, "n_stages takes integers, so it can't change by 0.5"),
-        ([TAU, "process_stages:stage_1:tau"], "process_stages/stage_1/tau and .* mean the same parameter"),
-        ([TAU, TAU + "/val"], "mean the same parameter"),
+        ([TAU, "process_stages:stage_1:tau"], "process_stages/stage_1/tau and .* mean the same value"),
+        ([TAU, TAU + "/val"], "mean the same value; vary them in separate calls"),
+        # In each run the second would set back what the first changes.
+        ([STAGE + "T", STAGE + "T/end"], "mean the same value; vary them in separate calls"),
         ([], "at least one parameter"),
     ],
 )

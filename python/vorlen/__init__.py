@@ -21,20 +21,27 @@ from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
 from ._simulate import run
 from ._sensitivity import sensitivity
-from ._sweep import sweep, write_plan
+from ._files import BusyError
+from ._plan import PlanError
+from ._plan_file import write_plan
+from ._sweep import Sweep, read_sweep, sweep
 from ._tornado import tornado
 
 __all__ = [
+    "BusyError",
     "Fit",
     "LibraryNotFoundError",
+    "PlanError",
     "Recipe",
     "RecipeError",
     "ResultFileError",
     "Run",
     "SimulationError",
+    "Sweep",
     "__version__",
     "fit",
     "read",
+    "read_sweep",
     "report",
     "run",
     "sensitivity",

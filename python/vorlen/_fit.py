@@ -28,9 +28,10 @@ from ._fit_errors import at_bounds, doubts, inverse_normal_matrix, quantile
 from ._fit_model import Array, FitModel
 from ._fit_plot import plot_fit
 from ._measurements import is_number, measurement_table
+from ._plan import check_timeout
 from ._recipe import Recipe, place_in
 from ._run import SimulationError
-from ._runner import given_recipe, pool_of, working_folder
+from ._runner import given_executor, given_recipe, pool_of, working_folder
 from ._scheme import check_scheme
 from ._source import RecipeLike
 
@@ -131,13 +132,15 @@ def fit(
     if not is_number(level) or not 0.0 < level < 1.0:
         raise ValueError(f"level must be a number between 0 and 1, such as 0.95, got {level!r}")
     check_scheme(scheme)
+    check_timeout(timeout)
+    executor = given_executor(workers, executor, out)
     recipes = _given_recipes(recipe, scheme)
     start, paths = _start_parameters(recipes, parameters)
     table = measurement_table(measurements, recipes)
     if not paths or len(table) < len(paths):
         raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
 
-    with pool_of(workers, executor, out) as pool, working_folder(out) as folder:
+    with pool_of(workers, executor) as pool, working_folder(out) as folder:
         model = FitModel(
             recipes, paths, table, folder=folder, keep=out is not None, executor=pool, timeout=timeout
         )

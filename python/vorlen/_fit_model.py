@@ -18,7 +18,7 @@ from ._files import replace_file
 from ._plan import ROWS_FOLDER, Plan, make_task
 from ._recipe import Recipe
 from ._run import SimulationError
-from ._sweep import run_tasks
+from ._run_rows import run_tasks
 
 Array = npt.NDArray[np.float64]
 STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change

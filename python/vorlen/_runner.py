@@ -8,10 +8,10 @@ import tempfile
 from collections.abc import Iterator
 from concurrent.futures import Executor
 from pathlib import Path
-from typing import Any
 
 from ._pool import LocalPool, default_workers
 from ._recipe import Recipe
+from ._run_rows import as_executor, check_workers
 from ._source import RecipeLike, RecipeSource
 
 
@@ -29,33 +29,25 @@ def given_recipe(recipe: RecipeLike, scheme: str | None) -> Recipe:
     return Recipe(source.content, source.path)
 
 
-@contextlib.contextmanager
-def pool_of(
+def given_executor(
     workers: int | None, executor: Executor | None, out: str | os.PathLike[str] | None
-) -> Iterator[Executor]:
-    """The executor, or worker processes on this machine."""
+) -> Executor | None:
+    """The executor, or that of a Dask client; None: worker processes of this machine."""
     check_workers(workers, executor)
-    if executor is None:
-        with LocalPool(workers or default_workers()) as pool:
-            yield pool
-        return
-    if out is None:
+    executor = as_executor(executor)
+    if executor is not None and out is None:
         raise ValueError("an executor needs out, a folder that its processes have access to")
-    if not callable(getattr(executor, "submit", None)):
-        raise TypeError(f"executor must have submit() as executors of concurrent.futures do, got {executor!r}")
-    yield executor
+    return executor
 
 
-def check_workers(workers: Any, executor: object) -> None:
-    """Raises TypeError or ValueError unless at most one of the two is given, and workers is a positive integer."""
-    if workers is None:
-        return
-    if isinstance(workers, bool) or not isinstance(workers, int):
-        raise TypeError(f"workers must be a positive integer or None, got {workers!r}")
+@contextlib.contextmanager
+def pool_of(workers: int | None, executor: Executor | None) -> Iterator[Executor]:
+    """The executor, or worker processes on this machine."""
     if executor is not None:
-        raise ValueError("give either workers or executor, not both: an executor has its own workers")
-    if workers < 1:
-        raise ValueError(f"workers must be 1 or more, got {workers}")
+        yield executor
+        return
+    with LocalPool(workers or default_workers()) as pool:
+        yield pool
 
 
 @contextlib.contextmanager

@@ -17,18 +17,19 @@ import numpy as np
 import pandas as pd
 
 from ._measurements import is_number
-from ._plan import make_plan, make_task, prepare_folder
+from ._plan_values import make_plan
 from ._recipe import Recipe, place_in
+from ._row import Row, empty_row
 from ._run import SimulationError
-from ._runner import given_recipe, pool_of, working_folder
+from ._run_rows import run_rows
+from ._runner import given_executor, given_recipe, working_folder
 from ._scheme import check_scheme
 from ._source import RecipeLike
-from ._sweep import run_tasks
+from ._sweep_folder import locked_folder
 from ._table import UNITS
 
 COLUMNS = ("parameter", "quantity", "value", "change", "base", "below", "above", "derivative", "elasticity", "text")
 OTHER_LAYERS = "the number of layers changes, so their values are not comparable"
-Row = dict[str, Any]
 
 
 @dataclass(frozen=True)
@@ -82,16 +83,18 @@ def sensitivity(
     unchanged recipe fails.
     """
     check_scheme(scheme)
+    executor = given_executor(workers, executor, out)
     base = given_recipe(recipe, scheme)
     variations = _variations(base, parameters, step)
     present = {one.path: one.present for one in variations}
     points = [present, *(present | {one.path: one.moved(sign)} for one in variations for sign in (-1, 1))]
     lists = {path: [point[path] for point in points] for path in present}
     plan = make_plan(base, lists, mode="zip", timeout=timeout)
-    with pool_of(workers, executor, out) as pool, working_folder(out) as folder:
-        prepare_folder(plan, folder, resume=True)
-        tasks = [make_task(plan, folder, number, values, resume=True) for number, values in enumerate(plan.rows())]
-        centre, *sides = run_tasks(tasks, pool, progress)
+    numbers = range(len(points))
+    rows = [empty_row("missing") for _ in numbers]
+    with working_folder(out) as folder, locked_folder(plan, folder, numbers, whole=True, resume=True):
+        run_rows(plan, folder, numbers, rows, workers=workers, executor=executor, progress=progress)
+    centre, *sides = rows
     if centre["status"] != "ok":
         raise SimulationError(centre["text"], recipe)
     records = [
@@ -116,9 +119,8 @@ def _variations(recipe: Recipe, parameters: Any, step: object) -> list[Variation
         if path not in recipe:
             raise ValueError(f"the recipe has no {path}")
         for other in found:
-            place, other_place = place_in(recipe, path), place_in(recipe, other.path)
-            if place.path == other_place.path and place.attributes == other_place.attributes:
-                raise ValueError(f"{other.path} and {path} mean the same parameter")
+            if place_in(recipe, path).overlaps(place_in(recipe, other.path)):
+                raise ValueError(f"{other.path} and {path} mean the same value; vary them in separate calls")
         found.append(_variation(recipe, path, None if changes is None else changes[path], step))
     if not found:
         raise ValueError("give at least one parameter")
