@@ -220,6 +220,9 @@ def test_measurements_of_several_recipes_name_the_recipe(measurements, text, tmp
         ((LAYER, GOOD_BOUNDS, GOOD), {"workers": 0}, ValueError, "workers must be 1 or more, got 0"),
         ((LAYER, GOOD_BOUNDS, GOOD), {"workers": 1.5}, TypeError, "workers must be a positive integer or None, got 1.5"),
         ((LAYER, GOOD_BOUNDS, GOOD), {"executor": 3, "out": "x"}, TypeError, "executor must "),
+        ((LAYER, GOOD_BOUNDS, GOOD), {"timeout": 0}, ValueError, "timeout must be a positive, finite number"),
+        ((LAYER, GOOD_BOUNDS, GOOD), {"out": 3}, TypeError, "out must be the path of a folder, got 3"),
+        ((LAYER, GOOD_BOUNDS, GOOD), {"out": ""}, TypeError, "out must be the path of a folder, got ''"),
         ((LAYER, GOOD_BOUNDS, GOOD, 0.9), {}, TypeError, "positional"),
     ],
 )
@@ -500,3 +503,43 @@ def test_a_picture_never_replaces_a_recipe_or_a_folder(tmp_path):
     content = (tmp_path / "again.svg").read_bytes()
     result.plot(path=tmp_path / "again.svg")
     assert (tmp_path / "again.svg").read_bytes() == content and content.startswith(b"<?xml")
+
+
+def test_two_fits_do_not_share_a_folder_at_the_same_time(tmp_path):
+    def second(logarithms):
+        with pytest.raises(vorlen.BusyError, match="another fit is running in "):
+            fit_of(linear, tmp_path)
+        return linear(logarithms)
+
+    assert fit_of(second, tmp_path).success
+    assert fit_of(linear, tmp_path).success
+
+
+def test_files_that_are_not_of_a_fit_stay(tmp_path):
+    (tmp_path / "recipe_1").mkdir()
+    (tmp_path / "recipe_1" / "recipe.xml").write_text("mine")
+    with pytest.raises(FileExistsError, match="recipe_1 is not of a fit and would be overwritten"):
+        fit_of(linear, tmp_path)
+    assert [path.name for path in tmp_path.rglob("*")] == ["recipe_1", "recipe.xml"]
+
+
+class Client:
+    """As a Dask client, whose own submit() is not that of an executor."""
+
+    def __init__(self, executor):
+        self.executor = executor
+
+    def get_executor(self):
+        return self.executor
+
+    def submit(self, *_):
+        raise AssertionError
+
+
+def test_a_dask_client_is_an_executor(tmp_path):
+    measurements = dict(zip(QUANTITIES, zip(MEASURED, SIGMAS)))
+    result = vorlen.fit(LAYER, BOUNDS, measurements, executor=Client(Model(linear)), out=tmp_path / "fit")
+    assert result.success
+    model = Model(lambda logarithms: {"z": np.exp(logarithms[0])})
+    table = vorlen.sensitivity(LAYER, [DESORPTION], executor=Client(model), out=tmp_path / "sensitivity")
+    assert model.runs == 3 and table.elasticity[0] == pytest.approx(1.0)

@@ -31,7 +31,7 @@ from ._measurements import is_number, measurement_table
 from ._plan import check_timeout
 from ._recipe import Recipe, place_in
 from ._run import SimulationError
-from ._runner import given_executor, given_recipe, pool_of, working_folder
+from ._runner import fit_folder, given_executor, given_recipe, pool_of
 from ._scheme import check_scheme
 from ._source import RecipeLike
 
@@ -124,8 +124,8 @@ def fit(
     out           folder for the files of the runs, in a folder recipe_N for each recipe; runs that it holds already are
                   not repeated. None: the files are deleted. An executor needs it
 
-    Raises TypeError or ValueError, before anything runs, if the fit is impossible; SimulationError if a run fails at
-    the start, or has no result for a reason other than the constants.
+    Raises TypeError or ValueError, before anything runs, if the fit is impossible; BusyError if another one runs in
+    the folder; SimulationError if a run fails at the start, or has no result for a reason other than the constants.
     """
     from lmfit import minimize
 
@@ -140,7 +140,7 @@ def fit(
     if not paths or len(table) < len(paths):
         raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
 
-    with pool_of(workers, executor) as pool, working_folder(out) as folder:
+    with pool_of(workers, executor) as pool, fit_folder(out, len(recipes)) as folder:
         model = FitModel(
             recipes, paths, table, folder=folder, keep=out is not None, executor=pool, timeout=timeout
         )

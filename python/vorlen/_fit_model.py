@@ -19,6 +19,7 @@ from ._plan import ROWS_FOLDER, Plan, make_task
 from ._recipe import Recipe
 from ._run import SimulationError
 from ._run_rows import run_tasks
+from ._runner import recipe_folder
 
 Array = npt.NDArray[np.float64]
 STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change
@@ -48,7 +49,7 @@ class FitModel:
         self.weighted = bool(measurements.sigma.notna().all())
         self.scale = measurements.sigma.to_numpy() if self.weighted else np.abs(self.measured)
         self.plans = {name: Plan(recipe.to_bytes(), {}, timeout=timeout) for name, recipe in recipes.items()}
-        self.folders = {name: folder / f"recipe_{number}" for number, name in enumerate(recipes, 1)}
+        self.folders = {name: folder / recipe_folder(number) for number, name in enumerate(recipes)}
         for name, place in self.folders.items():
             (place / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
             replace_file(place / "recipe.xml", self.plans[name].recipe)

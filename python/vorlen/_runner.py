@@ -9,10 +9,13 @@ from collections.abc import Iterator
 from concurrent.futures import Executor
 from pathlib import Path
 
+from ._files import BusyError, lock_file
 from ._pool import LocalPool, default_workers
 from ._recipe import Recipe
 from ._run_rows import as_executor, check_workers
 from ._source import RecipeLike, RecipeSource
+
+LOCK_NAME = ".fit.lock"  # in the folder of a fit
 
 
 def given_recipe(recipe: RecipeLike, scheme: str | None) -> Recipe:
@@ -53,9 +56,35 @@ def pool_of(workers: int | None, executor: Executor | None) -> Iterator[Executor
 @contextlib.contextmanager
 def working_folder(out: str | os.PathLike[str] | None) -> Iterator[Path]:
     """The folder out, created if it is missing; None: a temporary one."""
-    if out is not None:
-        Path(out).mkdir(parents=True, exist_ok=True)
-        yield Path(out)
+    if out is None:
+        with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
+            yield Path(folder)
         return
-    with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
-        yield Path(folder)
+    if not isinstance(out, (str, os.PathLike)) or not os.fspath(out):
+        raise TypeError(f"out must be the path of a folder, got {out!r}")
+    Path(out).mkdir(parents=True, exist_ok=True)
+    yield Path(out)
+
+
+@contextlib.contextmanager
+def fit_folder(out: str | os.PathLike[str] | None, recipes: int) -> Iterator[Path]:
+    """The folder of a fit with so many recipes, locked.
+
+    Raises BusyError if another fit is running there, FileExistsError if it holds other files with the same names.
+    """
+    with working_folder(out) as folder, contextlib.ExitStack() as held:
+        mark = folder / LOCK_NAME
+        present = [] if mark.exists() else [folder / recipe_folder(number) for number in range(recipes)]
+        for place in present:
+            if place.exists():
+                raise FileExistsError(f"{place} is not of a fit and would be overwritten; choose another folder")
+        try:
+            held.enter_context(lock_file(mark, exclusive=True))
+        except BlockingIOError:
+            raise BusyError(f"another fit is running in {folder}") from None
+        yield folder
+
+
+def recipe_folder(number: int) -> str:
+    """The folder of the runs of a recipe, counted from 0, in that of the fit."""
+    return f"recipe_{number + 1}"
