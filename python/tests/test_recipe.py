@@ -83,6 +83,22 @@ def test_text_that_is_not_a_recipe_is_rejected_with_a_reason(text: str, message:
         vorlen.Recipe(text)
 
 
+@pytest.mark.parametrize(
+    ("source", "message"),
+    [
+        ("<NonstSurfChem/>".encode("utf-16"), "recipe: the encoding is not supported; save the recipe as UTF-8"),
+        ('<?xml version="1.0" encoding="utf-16"?><NonstSurfChem/>', "not supported"),
+        ('<?xml version="1.0" encoding="hex"?><NonstSurfChem/>', "recipe: .hex. is not a text encoding"),
+        ('<NonstSurfChem note="\ud800"/>', "not Unicode, at character 21"),
+        ("<NonstSurfChem>" + "<a>" * 100000, "recipe: elements are nested more than 500 deep"),
+        (b"<NonstSurfChem/>\0", "line 1: not well-formed"),
+    ],
+)
+def test_a_text_that_can_not_be_read_is_rejected_with_a_reason(source: str | bytes, message: str) -> None:
+    with pytest.raises(vorlen.RecipeError, match=message):
+        vorlen.Recipe(source)
+
+
 # ---- changing values
 
 
@@ -226,6 +242,8 @@ def test_every_known_path_is_found_with_numbers_for_its_signs() -> None:
         lambda recipe: recipe.add_stage("process_stages/stage_1", values=["tau"]),
         lambda recipe: vorlen.Recipe(MQW),
         lambda recipe: vorlen.Recipe.load(3),
+        lambda recipe: vorlen.Recipe("<NonstSurfChem/>", 3),
+        lambda recipe: recipe.save(3),
     ],
 )
 def test_an_argument_of_a_wrong_type_is_named(call) -> None:

@@ -39,20 +39,18 @@ class Recipe:
         """Takes the XML itself; Recipe.load takes a path. path is used in messages and status files."""
         if not isinstance(source, (str, bytes, bytearray)):
             raise TypeError(f"source must be the XML of a recipe as text or bytes, got {type(source).__name__}")
-        self.path = None if path is None else Path(path)
+        self.path = None if path is None else _as_path(path)
         content = _xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
         self._document = Document.of(content, "recipe" if self.path is None else str(self.path))
 
     @classmethod
     def load(cls, path: str | os.PathLike[str]) -> Recipe:
         """Reads a recipe file. Raises OSError if it can't be read, RecipeError if it is not a recipe."""
-        if not isinstance(path, (str, os.PathLike)):
-            raise TypeError(f"path must be the path of a recipe, got {type(path).__name__}")
-        return cls(Path(path).read_bytes(), path)
+        return cls(_as_path(path).read_bytes(), path)
 
     def save(self, path: str | os.PathLike[str]) -> None:
         """Writes the recipe. An existing file is replaced when the new one is complete."""
-        replace_file(path, self.to_bytes())
+        replace_file(_as_path(path), self.to_bytes())
 
     def copy(self) -> Recipe:
         """An independent copy."""
@@ -175,3 +173,9 @@ class Recipe:
 def place_in(recipe: Recipe, path: str) -> Place:
     """The element or attribute of a recipe that a path means. Raises KeyError."""
     return recipe._document.find(path)
+
+
+def _as_path(path: object) -> Path:
+    if not isinstance(path, (str, os.PathLike)):
+        raise TypeError(f"path must be the path of a recipe, got {type(path).__name__}")
+    return Path(path)

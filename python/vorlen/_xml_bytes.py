@@ -11,6 +11,7 @@ from collections.abc import Iterable, Mapping
 from dataclasses import dataclass, field
 
 Edit = tuple[int, int, bytes]
+DEPTH_MAX = 500  # of nested elements; a recipe has 7
 
 _ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
 _START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]++|"[^"]*"|'[^']*')*+>""")
@@ -62,7 +63,11 @@ def encode(text: str) -> bytes:
     try:
         return text.encode(encoding_of(text[:200].encode("ascii", "replace")))
     except (LookupError, UnicodeEncodeError):
+        pass
+    try:
         return text.encode("utf-8")
+    except UnicodeEncodeError as error:
+        raise RecipeError(f"the text of the recipe is not Unicode, at character {error.start}") from None
 
 
 def index(content: bytes, name: str) -> Element:
@@ -70,6 +75,8 @@ def index(content: bytes, name: str) -> Element:
     stack = [Element("", {}, 0)]
 
     def start(tag: str, attributes: dict[str, str]) -> None:
+        if len(stack) > DEPTH_MAX:
+            raise RecipeError(f"{name}: elements are nested more than {DEPTH_MAX} deep")
         element = Element(tag, attributes, parser.CurrentByteIndex)
         stack[-1].children.append(element)
         stack.append(element)
@@ -83,9 +90,13 @@ def index(content: bytes, name: str) -> Element:
         parser.Parse(content, True)
     except xml.parsers.expat.ExpatError as error:
         raise RecipeError(f"{name}, line {error.lineno}: {xml.parsers.expat.ErrorString(error.code)}") from None
+    except RecipeError:
+        raise
     except (LookupError, ValueError) as error:
         raise RecipeError(f"{name}: {error}") from None
     root = stack[0].children[0]
+    if root.tag.isascii() and not content.startswith(b"<" + root.tag.encode(), root.begin):  # as with UTF-16
+        raise RecipeError(f"{name}: the encoding is not supported; save the recipe as UTF-8")
     pending = [root]
     while pending:
         element = pending.pop()
