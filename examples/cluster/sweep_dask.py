@@ -14,8 +14,7 @@ import vorlen
 if __name__ == "__main__":
     scheduler_file, recipe, folder = sys.argv[1:]
     with Client(scheduler_file=scheduler_file) as client:
-        table = vorlen.sweep(
-            recipe, {"process_stages/stage_1/T": range(1000, 1060, 5)}, executor=client.get_executor(), out=folder,
-            progress=False,
+        sweep = vorlen.sweep(
+            recipe, {"process_stages/stage_1/T": range(1000, 1060, 5)}, executor=client, out=folder, progress=False
         )
-    print(table.status.value_counts().to_string())
+    print(sweep.table.status.value_counts().to_string())

@@ -12,7 +12,7 @@ import vorlen
 if __name__ == "__main__":
     recipe, folder = sys.argv[1:]
     with MPIPoolExecutor() as executor:
-        table = vorlen.sweep(
+        sweep = vorlen.sweep(
             recipe, {"process_stages/stage_1/T": range(1000, 1060, 5)}, executor=executor, out=folder, progress=False
         )
-    print(table.status.value_counts().to_string())
+    print(sweep.table.status.value_counts().to_string())

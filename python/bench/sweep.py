@@ -27,13 +27,13 @@ def seconds(workers: int, runs: int, out: Path) -> float:
     """Wall time of the sweep, s."""
     flows = [0.4 + 0.2 * number / runs for number in range(runs)]
     begin = time.perf_counter()
-    table = vorlen.sweep(
+    sweep = vorlen.sweep(
         ROOT / "examples" / "ingan_gan_mqw.xml", {GALLIUM: flows}, workers=workers, out=out, progress=False
     )
     end = time.perf_counter()
     print(
         f"{workers} worker{'s' * (workers > 1)}: {end - begin:7.2f} s, {1e3 * (end - begin) / runs:6.2f} ms per run, "
-        f"{(table.status == 'ok').sum()} of {runs} ok",
+        f"{(sweep.table.status == 'ok').sum()} of {runs} ok",
         flush=True,
     )
     return end - begin

@@ -2,9 +2,12 @@
 
 from __future__ import annotations
 
+import subprocess
 from pathlib import Path
 
 import pytest
+
+from vorlen import _library
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -13,3 +16,19 @@ ROOT = Path(__file__).resolve().parents[2]
 def examples() -> Path:
     """The folder of the example recipes."""
     return ROOT / "examples"
+
+
+@pytest.fixture(scope="session")
+def layer(examples: Path) -> Path:
+    """A recipe of one InGaN layer that runs within milliseconds."""
+    return examples / "notebooks" / "ingan_layer.xml"
+
+
+@pytest.fixture
+def faulty_library(tmp_path_factory: pytest.TempPathFactory, monkeypatch: pytest.MonkeyPatch) -> None:
+    """Worker processes use a library that crashes, hangs or exits at certain pressures."""
+    library = tmp_path_factory.mktemp("library") / "libFaulty.so"
+    source = Path(__file__).with_name("faulty_library.c")
+    subprocess.run(["cc", "-shared", "-fPIC", "-o", library, source, "-ldl"], check=True)
+    monkeypatch.setenv("TEST_REAL_LIBRARY", _library.find_library())
+    monkeypatch.setenv("VORLEN_LIBRARY", str(library))

@@ -1,6 +1,7 @@
 /* A library that misbehaves on purpose, for the tests of sweeps: runSurfChem examines the recipe. With a pressure of
-   40013 Pa the process crashes, with 40017 Pa it hangs, with 40019 Pa it prints and exits; every other recipe is passed
-   to the library that the environment variable TEST_REAL_LIBRARY names. */
+   40013 Pa the process crashes, with 40017 Pa it hangs, with 40019 Pa it prints and exits. With 40021 and 40023 Pa it
+   waits until a run with the other one has started. Recipes that do not crash, hang or exit are passed to the library
+   that the environment variable TEST_REAL_LIBRARY names. */
 
 #include <dlfcn.h>
 #include <signal.h>
@@ -11,6 +12,15 @@
 #include <unistd.h>
 
 typedef int32_t (*run_function)(const char*, const char*, char*);
+
+/* Returns when both have been called, by files in the folder that the environment variable TEST_MEET names. */
+static void meet(const char* mine, const char* other) {
+  char path[4096];
+  snprintf(path, sizeof path, "%s/%s", getenv("TEST_MEET"), mine);
+  fclose(fopen(path, "w"));
+  snprintf(path, sizeof path, "%s/%s", getenv("TEST_MEET"), other);
+  while (access(path, F_OK) != 0) usleep(1000);
+}
 
 int32_t runSurfChem(const char* input, const char* output, char* error_buffer) {
   static char content[1 << 20];
@@ -25,6 +35,8 @@ int32_t runSurfChem(const char* input, const char* output, char* error_buffer) {
     fflush(stdout);
     exit(7);
   }
+  if (strstr(content, "\"40021\"")) meet("40021", "40023");
+  if (strstr(content, "\"40023\"")) meet("40023", "40021");
   void* library = dlopen(getenv("TEST_REAL_LIBRARY"), RTLD_NOW);
   run_function run = library ? (run_function)dlsym(library, "runSurfChem") : NULL;
   if (!run) {

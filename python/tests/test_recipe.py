@@ -2,9 +2,11 @@
 
 from __future__ import annotations
 
+import pickle
 import re
 from pathlib import Path
 
+import numpy as np
 import pytest
 from hypothesis import given, settings
 from hypothesis import strategies as st
@@ -12,6 +14,7 @@ from lxml import etree
 
 import vorlen
 from vorlen._elements import ELEMENTS
+from vorlen._kinds import KNOWN, known_element
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
@@ -80,6 +83,22 @@ def test_text_that_is_not_a_recipe_is_rejected_with_a_reason(text: str, message:
         vorlen.Recipe(text)
 
 
+@pytest.mark.parametrize(
+    ("source", "message"),
+    [
+        ("<NonstSurfChem/>".encode("utf-16"), "recipe: the encoding is not supported; save the recipe as UTF-8"),
+        ('<?xml version="1.0" encoding="utf-16"?><NonstSurfChem/>', "not supported"),
+        ('<?xml version="1.0" encoding="hex"?><NonstSurfChem/>', "recipe: .hex. is not a text encoding"),
+        ('<NonstSurfChem note="\ud800"/>', "not Unicode, at character 21"),
+        ("<NonstSurfChem>" + "<a>" * 100000, "recipe: elements are nested more than 500 deep"),
+        (b"<NonstSurfChem/>\0", "line 1: not well-formed"),
+    ],
+)
+def test_a_text_that_can_not_be_read_is_rejected_with_a_reason(source: str | bytes, message: str) -> None:
+    with pytest.raises(vorlen.RecipeError, match=message):
+        vorlen.Recipe(source)
+
+
 # ---- changing values
 
 
@@ -110,6 +129,138 @@ def test_an_invalid_value_is_rejected_and_changes_nothing(path: str, value: obje
     assert recipe.to_bytes() == V_DEFECTS.read_bytes()
 
 
+TAU, PERIODS = "process_stages/stage_2/tau", "process_stages/stage_1/n_periods"
+
+
+@pytest.mark.parametrize(
+    ("path", "value", "error", "text"),
+    [
+        # The library would read 2 of each of the first three, and 12 of the next.
+        (PERIODS, 2.97, ValueError, "stage_1/n_periods takes an integer, got 2.97"),
+        (PERIODS, "2.97", ValueError, "takes an integer, got '2.97'"),
+        (PERIODS, "2e1", ValueError, "takes an integer, got '2e1'"),
+        (TAU, "12,5", ValueError, "takes a number without a unit, got '12,5'; the decimal separator is the point"),
+        (TAU, "12 s", ValueError, "takes a number without a unit, got '12 s'$"),
+        (TAU, "abc", ValueError, "takes a number"),
+        (TAU, "", ValueError, "takes a number"),
+        (TAU, "nan", ValueError, "takes a number"),
+        (TAU, "1e999", ValueError, "takes a number"),
+        (TAU, "1_0", ValueError, "takes a number"),
+        (TAU, "\u0661", ValueError, "takes a number"),  # a digit, but not one of the library's
+        (TAU, 10**400, ValueError, "inf is not finite"),
+        (TAU, float("-inf"), ValueError, "-inf is not finite"),
+        (TAU, True, TypeError, "stage_2/tau: a value in a recipe must be a number or a text, got True"),
+        (TAU, np.bool_(True), TypeError, "must be a number or a text, got bool_"),
+        (TAU, 1j, TypeError, "must be a number or a text, got complex"),
+        (PERIODS, True, TypeError, "got True"),
+        (PERIODS, float("nan"), ValueError, "takes an integer, got nan"),
+        (PERIODS, float("inf"), ValueError, "takes an integer, got inf"),
+        (PERIODS, 2**31, ValueError, "takes an integer, got 2147483648"),
+        (PERIODS, "2147483648", ValueError, "takes an integer"),
+        ("process_stages/stage_2/T", (1000, "hot"), ValueError, "takes a number"),
+        ("process_stages/stage_1/stage_1_2/gas_species/Q/TMIn/end", "0.5 sccm", ValueError, "takes a number"),
+        ("pre_stages/pre_stage_1/tau", "1 h", ValueError, "takes a number"),
+        ("chemistry/Kd_In", {"A": "1e13 1/s"}, ValueError, "takes a number"),
+        ("chemistry/Kd_In/A", "?", ValueError, "takes a number"),
+        ("material", "GaInN", ValueError, "material takes one of InGaN, AlGaN, AlInN, AlInGaN, got 'GaInN'"),
+        ("material", " InGaN", ValueError, "takes one of"),
+        ("material", 1, ValueError, "takes one of"),
+        ("material", "\ud800", ValueError, "takes one of"),
+        ("integration/scheme", "quick", ValueError, "integration/scheme takes one of continuous, staged, got 'quick'"),
+        ("output/detail", True, TypeError, "got True"),
+        ("integration/tolerance", "fine", ValueError, "takes a number"),
+    ],
+)
+def test_a_value_that_the_library_would_misread_is_rejected(path, value, error, text) -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    with pytest.raises(error, match=text):
+        recipe[path] = value
+    assert recipe.to_bytes() == MQW.read_bytes()
+
+
+@pytest.mark.parametrize(
+    ("path", "value", "written"),
+    [
+        (PERIODS, 3.0, "3"),
+        (PERIODS, np.int64(4), "4"),
+        (PERIODS, " +5 ", " +5 "),
+        (TAU, "1.0E+01", "1.0E+01"),
+        (TAU, " .5", " .5"),
+        (TAU, np.float64(12.5), "12.5"),
+        ("material", "ingan", "ingan"),
+        ("output/detail", "TRUE", "TRUE"),
+        ("process_stages/stage_2/name", "3,5 nm", "3,5 nm"),
+        ("process_stages/stage_2/name", 7, "7"),
+    ],
+)
+def test_a_value_that_the_library_reads_as_it_is_meant_is_written(path, value, written) -> None:
+    recipe = vorlen.Recipe.load(MQW).set(path, value)
+    assert recipe._document.attribute(path) == written
+
+
+def test_only_the_letters_a_to_z_have_two_cases() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    with pytest.raises(ValueError, match="takes one of"):
+        recipe["pre_stages/pre_stage_1/dislocations/disl_model"] = "\u212a"  # the kelvin sign, k in lower case
+
+
+def test_elements_and_attributes_that_the_library_does_not_read_take_any_text() -> None:
+    own = '<own val="1" note="x"/><tau note="x" val="1"/></NonstSurfChem>'
+    recipe = vorlen.Recipe(PLAIN.replace("</NonstSurfChem>", own))
+    recipe = vorlen.Recipe(str(recipe).replace('<cut_angle val="', '<cut_angle note="" val="'))
+    recipe["own"] = "12,5 K"
+    recipe["own/note"] = "abc"
+    recipe["tau"] = {"val": "long", "note": 2.5}
+    recipe["stress/cut_angle/note"] = "from the supplier"
+    assert recipe["own"] == {"val": "12,5 K", "note": "abc"} and recipe["tau"] == {"val": "long", "note": 2.5}
+
+
+def test_integers_are_read_as_integers_and_names_as_texts() -> None:
+    recipe = vorlen.Recipe.load(MQW).set("process_stages/stage_2/name", 7)
+    assert repr(recipe[PERIODS]) == "3" and recipe["process_stages/stage_2/name"] == "7"
+    assert vorlen.Recipe(str(recipe).replace('<n_periods val="3"', '<n_periods val="3.0"'))[PERIODS] == "3.0"
+
+
+def test_every_known_path_is_found_with_numbers_for_its_signs() -> None:
+    for path, known in KNOWN.items():
+        if known.attributes:
+            assert known_element(path.replace("#", "12")) is known
+    stage = "process_stages/stage_#/"
+    for path in KNOWN:
+        if path.startswith(stage) and KNOWN[path].attributes:
+            assert known_element(path.replace(stage, "process_stages/stage_3/stage_3_10/")) is KNOWN[path]
+    assert known_element("process_stages/stage_x/tau") is None
+
+
+@pytest.mark.parametrize(
+    "call",
+    [
+        lambda recipe: recipe[3],
+        lambda recipe: recipe.set(None, 1),
+        lambda recipe: recipe.stages(1),
+        lambda recipe: recipe.remove_stage(b"process_stages/stage_1"),
+        lambda recipe: recipe.add_stage("process_stages/stage_1", values=["tau"]),
+        lambda recipe: vorlen.Recipe(MQW),
+        lambda recipe: vorlen.Recipe.load(3),
+        lambda recipe: vorlen.Recipe("<NonstSurfChem/>", 3),
+        lambda recipe: recipe.save(3),
+    ],
+)
+def test_an_argument_of_a_wrong_type_is_named(call) -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    with pytest.raises(TypeError, match="^(a path in a recipe|values|source|path) must be .*, got "):
+        call(recipe)
+    assert 3 not in recipe
+
+
+def test_a_recipe_that_can_not_be_read(tmp_path: Path) -> None:
+    with pytest.raises(FileNotFoundError, match="none.xml"):
+        vorlen.Recipe.load(tmp_path / "none.xml")
+    (tmp_path / "r.xml").write_text("<NonstSurfChem>")
+    with pytest.raises(vorlen.RecipeError, match="r.xml, line 1: "):
+        vorlen.Recipe.load(tmp_path / "r.xml")
+
+
 def test_setting_the_same_number_changes_no_byte() -> None:
     recipe = vorlen.Recipe.load(V_DEFECTS)
     recipe["chemistry/Kd_In"] = {"A": 1.0e13, "Ta": 23200, "Tn": 0.0}
@@ -134,6 +285,17 @@ DRESSES = (
 )
 
 
+def values_of_kind(path: str) -> st.SearchStrategy[object]:
+    """Values that a known element can have."""
+    known = known_element(path)
+    assert known is not None
+    if known.kind == "keyword":
+        return st.sampled_from(known.keywords)
+    if known.kind == "integer":
+        return st.integers(-(2**31) + 1, 2**31 - 1)
+    return TEXT if known.kind == "text" else st.floats(allow_nan=False, allow_infinity=False) | st.integers()
+
+
 @settings(max_examples=60, deadline=None)
 @given(st.data())
 def test_a_change_affects_only_the_bytes_of_its_value(data: st.DataObject) -> None:
@@ -141,9 +303,9 @@ def test_a_change_affects_only_the_bytes_of_its_value(data: st.DataObject) -> No
     recipe = vorlen.Recipe(source)
     assert recipe.to_bytes() == source
     path = data.draw(st.sampled_from(recipe.paths()))
-    element = recipe._find(path)[0]
+    element = recipe._document.find(path).element
     attribute = data.draw(st.sampled_from(sorted(element.attributes)))
-    value = data.draw(st.floats(allow_nan=False, allow_infinity=False) | st.integers() | TEXT)
+    value = data.draw(values_of_kind(path))
     before = values_of(source)
     recipe[f"{path}/{attribute}"] = value
     place = "/NonstSurfChem/" + path
@@ -317,11 +479,11 @@ def test_an_invalid_value_for_the_optional_element_adds_nothing(path: str, value
     assert str(recipe) == PLAIN
 
 
-def test_a_value_for_the_optional_element_is_escaped_and_encoded() -> None:
+def test_a_text_is_escaped_and_encoded() -> None:
     recipe = vorlen.Recipe(PLAIN.replace("UTF-8", "windows-1251"))
-    recipe["integration/scheme"] = 'a "<&µ'
-    assert b'<scheme val="a &quot;&lt;&amp;' in recipe.to_bytes()
-    assert vorlen.Recipe(recipe.to_bytes())["integration/scheme"] == 'a "<&µ'
+    recipe["process_stages/stage_1/name"] = 'a "<&µ'
+    assert b'<name val="a &quot;&lt;&amp;' in recipe.to_bytes()
+    assert vorlen.Recipe(recipe.to_bytes())["process_stages/stage_1/name"] == 'a "<&µ'
 
 
 @pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
@@ -362,9 +524,8 @@ def test_the_library_reads_an_added_element() -> None:
     recipe = vorlen.Recipe(PLAIN).set("integration/tolerance", 0.5)
     with pytest.raises(vorlen.SimulationError, match=r"Integration tolerance is beyond \[1e-10;1e-3\]"):
         vorlen.run(recipe)
-    recipe = vorlen.Recipe(PLAIN).set("integration/scheme", "xyz")
-    with pytest.raises(vorlen.SimulationError, match='Integration scheme "xyz" is not recognized'):
-        vorlen.run(recipe)
+    recipe = vorlen.Recipe(PLAIN).set("integration/scheme", "STAGED")
+    assert not vorlen.run(recipe).failed
 
 
 # ---- stages
@@ -480,3 +641,31 @@ def test_the_timeline_has_ramps_and_units() -> None:
     assert set(cooling["T_begin"]) == {1080.0} and set(cooling["T_end"]) == {1010.0}
     assert timeline.attrs["units"]["TMIn_begin"] == "sccm" and timeline.attrs["units"]["T_end"] == "K"
     assert timeline["T_begin"].isna().sum() == (timeline["kind"] != "active").sum()
+
+
+@pytest.mark.parametrize(
+    ("old", "new", "names"),
+    [
+        # What the library makes of the number of periods, and of a number of stages that is missing
+        ('<n_periods val="3"/>', '<n_periods val="1e1"/>', 1),
+        ('<n_periods val="3"/>', '<n_periods val="-1"/>', 0),
+        ('<n_periods val="3"/>', '<n_periods val="x"/>', 0),
+        ('<n_periods val="3"/>', "", 0),
+    ],
+)
+def test_the_timeline_of_a_recipe_with_a_faulty_number_of_periods(old: str, new: str, names: int) -> None:
+    timeline = vorlen.Recipe(MQW.read_text().replace(old, new)).timeline()
+    assert (timeline["name"] == "InGaN well").sum() == names
+
+
+def test_a_large_number_of_stages_takes_no_time() -> None:
+    text = V_DEFECTS.read_text().replace('<n_stages val="2"/>', '<n_stages val="2000000000"/>')
+    assert vorlen.Recipe(text).stages() == ["process_stages/stage_1", "process_stages/stage_2"]
+
+
+def test_a_copy_and_its_original_change_independently() -> None:
+    recipe = vorlen.Recipe.load(MQW)
+    copy = recipe.copy()
+    copy["material"] = "AlGaN"
+    assert recipe.to_bytes() == MQW.read_bytes() and copy["material"] == "AlGaN" and copy.path == MQW
+    assert pickle.loads(pickle.dumps(copy)) == copy and pickle.loads(pickle.dumps(copy)).path == MQW

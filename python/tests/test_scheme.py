@@ -145,7 +145,7 @@ def test_an_older_status_file_without_a_scheme_is_read(tmp_path: Path) -> None:
 def sweep(folder: Path, scheme: str | None = None, count: int = 2):
     return vorlen.sweep(
         PLAIN_LAYER, {T: [1000, 1010, 1020][:count]}, out=folder, workers=1, progress=False, scheme=scheme
-    )
+    ).table
 
 
 def changed_rows(folder: Path, before: dict[str, int]) -> list[str]:

@@ -5,7 +5,6 @@ from __future__ import annotations
 import json
 import subprocess
 import sys
-from pathlib import Path
 
 import pytest
 
@@ -17,15 +16,10 @@ TEMPERATURES = range(1000, 1060, 5)  # those of the examples
 
 
 @pytest.fixture(scope="module")
-def layer(examples: Path) -> Path:
-    return examples / "notebooks" / "ingan_layer.xml"
-
-
-@pytest.fixture(scope="module")
 def serial_table(layer, tmp_path_factory) -> bytes:
     """The table of the sweep of the examples, run by one worker process."""
     out = tmp_path_factory.mktemp("serial") / "s"
-    table = vorlen.sweep(layer, {T: TEMPERATURES}, workers=1, out=out, progress=False)
+    table = vorlen.sweep(layer, {T: TEMPERATURES}, workers=1, out=out, progress=False).table
     assert set(table.status) == {"ok"}
     return (out / "table.csv").read_bytes()
 
@@ -50,8 +44,8 @@ def test_a_dask_cluster_of_which_one_worker_is_killed_gives_the_serial_table(exa
             with ThreadPoolExecutor(1) as thread:
                 killed = thread.submit(kill_one_when_some_rows_are_done)
                 table = vorlen.sweep(
-                    recipe, parameters, executor=client.get_executor(), out=tmp_path / "dask", progress=False
-                )
+                    recipe, parameters, executor=client, out=tmp_path / "dask", progress=False
+                ).table
                 assert 5 <= killed.result() < 60, "the worker was killed in the middle"
             assert workers[0].wait(10) == -9
             assert len(client.scheduler_info()["workers"]) == 1

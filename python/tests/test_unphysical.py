@@ -270,7 +270,7 @@ def test_a_sweep_has_such_runs_as_failed_rows(tmp_path: Path) -> None:
     recipe = recipe_with_a_pause()
     table = vorlen.sweep(
         recipe, {"process_stages/stage_2/gas_species/Q/TMGa": [0, 1]}, out=tmp_path / "s", workers=1, progress=False
-    )
+    ).table
     assert list(table.status) == ["failed", "ok"]  # with gallium the pause is a layer
     assert "in stage_3 (AlGaN barrier): gallium fraction is " in table.text[0] and STAGED_REMEDY in table.text[0]
     assert table.result_file[0] == "" and (tmp_path / "s" / "rows" / "000000.failed.txt").is_file()

@@ -7,35 +7,40 @@
     run.plot()                      # a matplotlib figure
     vorlen.report(run, "run.html")  # one page that can be mailed
 
-Some functions have the names of their modules, so all modules are imported here. matplotlib, jinja2 and other optional
-packages are imported when they are first used.
+matplotlib, jinja2 and other optional packages are imported when they are first used.
 """
 
-from ._library import LibraryNotFoundError
-from ._version import __version__
 from ._files import BusyError
-from ._fit import fit, plot_fit
+from ._fit import Fit, fit
+from ._library import LibraryNotFoundError
+from ._plan import PlanError
+from ._plan_file import write_plan
 from ._recipe import Recipe
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
+from ._sensitivity import sensitivity
 from ._simulate import run
-from ._sensitivity import sensitivity, tornado
-from ._sweep import sweep, write_plan
+from ._sweep import Sweep, read_sweep, sweep
+from ._tornado import tornado
+from ._version import __version__
 from ._xml_bytes import RecipeError
 
 __all__ = [
     "BusyError",
+    "Fit",
     "LibraryNotFoundError",
+    "PlanError",
     "Recipe",
     "RecipeError",
     "ResultFileError",
     "Run",
     "SimulationError",
+    "Sweep",
     "__version__",
     "fit",
-    "plot_fit",
     "read",
+    "read_sweep",
     "report",
     "run",
     "sensitivity",

@@ -193,6 +193,8 @@ def lock_file(path: Path, *, exclusive: bool, wait: bool = False) -> Iterator[No
         _lock(file, exclusive=exclusive, wait=wait)
         yield
     finally:
+        with contextlib.suppress(OSError):
+            fcntl.flock(file, fcntl.LOCK_UN)  # closing is not enough if a process was forked meanwhile
         os.close(file)
 
 

@@ -19,10 +19,12 @@ from pathlib import Path
 from typing import Any
 
 from ._plan import row_files
-from ._row import add_row
+from ._row import add_row, empty_row
 from ._scheme import scheme_of
 from ._source import RecipeSource
-from ._status import failed_path, write_status
+from ._status import write_status
+
+LONGEST_WAIT = 1e6  # s, of one call of select(), which has a limit
 
 _thread = threading.local()
 
@@ -55,7 +57,7 @@ class WorkerProcess:
     """One worker process; it runs one row at a time."""
 
     def __init__(self) -> None:
-        self.process = subprocess.Popen(
+        process = subprocess.Popen(
             [sys.executable, "-m", "vorlen._worker"],
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
@@ -63,7 +65,12 @@ class WorkerProcess:
             env=_worker_environment(),
             start_new_session=True,  # the caller handles an interrupt from the terminal
         )
+        assert process.stdin is not None and process.stdout is not None
+        self.process = process
+        self.requests_pipe, self.answers_pipe = process.stdin, process.stdout
+        self.owner = os.getpid()
         self.unread = b""
+        self.requests = 0
         try:
             greeting = self._read_line(None).decode()  # the imports are done: timeouts count from here
         except WorkerEnded as error:
@@ -73,21 +80,38 @@ class WorkerProcess:
             raise WorkerStartError(f"the worker process could not be started: {greeting}")
 
     def ask(self, task: dict[str, Any]) -> dict[str, Any]:
-        """Runs a row in the worker. Raises WorkerEnded if the worker ends or times out; it can't be used again then."""
+        """Runs a row in the worker. After any exception the worker is closed, so that no later row gets this answer.
+
+        Raises WorkerEnded if the worker ends or times out.
+        """
+        self.requests += 1
         try:
-            self.process.stdin.write(json.dumps(task).encode() + b"\n")
+            self._write(json.dumps({"id": self.requests, "task": task}).encode() + b"\n")
+            answer: dict[str, Any] = json.loads(self._read_line(task["timeout"]))
+            if answer["id"] != self.requests:
+                raise RuntimeError("the worker process answered another request")
+            row: dict[str, Any] = answer["row"]
+            return row
+        except BaseException:
+            self.close()
+            raise
+
+    def _write(self, request: bytes) -> None:
+        try:
+            while request:
+                request = request[self.requests_pipe.write(request) :]
         except BrokenPipeError:
             raise self._ended() from None
-        return json.loads(self._read_line(task["timeout"]))
 
     def _read_line(self, timeout: float | None) -> bytes:
         deadline = None if timeout is None else time.monotonic() + timeout
         while b"\n" not in self.unread:
-            left = None if deadline is None else max(0.0, deadline - time.monotonic())
-            if not select.select([self.process.stdout], [], [], left)[0]:
-                self.close()
+            left = LONGEST_WAIT if deadline is None else deadline - time.monotonic()
+            if not select.select([self.answers_pipe], [], [], max(0.0, min(left, LONGEST_WAIT)))[0]:
+                if left > LONGEST_WAIT or deadline is None:
+                    continue
                 raise WorkerEnded("timeout", f"not finished within {timeout:g} s")
-            part = self.process.stdout.read(65536)
+            part = self.answers_pipe.read(65536)
             if not part:
                 raise self._ended()
             self.unread += part
@@ -95,9 +119,7 @@ class WorkerProcess:
         return line
 
     def _ended(self) -> WorkerEnded:
-        self.process.wait()
-        self.close()
-        code = self.process.returncode
+        code = self.process.wait()
         reason = f"by signal {-code}, {signal.Signals(-code).name}" if code < 0 else f"with exit status {code}"
         return WorkerEnded("crashed", f"the worker process ended {reason}")
 
@@ -105,14 +127,19 @@ class WorkerProcess:
         """Kills the process."""
         self.process.kill()
         self.process.wait()
-        self.process.stdin.close()
-        self.process.stdout.close()
+        self.requests_pipe.close()
+        self.answers_pipe.close()
+
+    def __del__(self) -> None:
+        """The thread that used the worker has ended."""
+        if getattr(self, "owner", None) == os.getpid():
+            self.close()
 
 
 def run_row(task: dict[str, Any]) -> dict[str, Any]:
     """Runs one row of a sweep in the worker process of the calling thread. Executors call this, on any machine."""
     worker: WorkerProcess | None = getattr(_thread, "worker", None)
-    if worker is None:
+    if worker is None or worker.owner != os.getpid():  # a forked process must not share the worker of its parent
         worker = _thread.worker = WorkerProcess()
         getattr(_thread, "workers", []).append(worker)
     stopping = getattr(_thread, "stopping", threading.Event())
@@ -121,24 +148,29 @@ def run_row(task: dict[str, Any]) -> dict[str, Any]:
     begin = time.perf_counter()
     try:
         return worker.ask(task)
-    except WorkerEnded as error:
+    except BaseException as error:
         _thread.worker = None
-        row = {"status": error.status, "text": error.text, "values": {}, "result": False}
-        if not stopping.is_set():
-            _record_loss(task, row, time.perf_counter() - begin)
-        return row
+        if not isinstance(error, WorkerEnded):
+            raise
+        row = empty_row(error.status, error.text)
+        return row if stopping.is_set() else _record_loss(task, row, time.perf_counter() - begin)
 
 
-def _record_loss(task: dict[str, Any], row: dict[str, Any], wall_time: float) -> None:
-    """Writes the status file of a row whose worker could not."""
+def _record_loss(task: dict[str, Any], row: dict[str, Any], wall_time: float) -> dict[str, Any]:
+    """Writes the status file of a row whose worker could not. Returns the row; "error" if that is impossible."""
     files = row_files(Path(task["folder"]), task["number"])
-    for part in files.result.parent.glob(f".{files.result.name}.*"):
-        part.unlink(missing_ok=True)
-    if files.recipe.exists():
+    try:
+        for part in files.result.parent.glob(f".{task['number']:06d}.*"):
+            part.unlink(missing_ok=True)
         source = RecipeSource.of(files.recipe)
+        if source.content is None:
+            return empty_row("error", f"{row['text']}\n{files.recipe} can't be read")
         scheme = scheme_of(source.content)
-        write_status(files.result, failed_path(files.result), 1, row["text"], wall_time, source, b"", scheme)
+        write_status(files.result, files.failed, 1, row["text"], wall_time, source, b"", scheme)
         add_row(files.status, row)
+    except OSError as error:
+        return empty_row("error", f"{row['text']}\n{type(error).__name__}: {error}")
+    return row
 
 
 def _enter_pool(workers: list[WorkerProcess], stopping: threading.Event) -> None:

@@ -4,24 +4,36 @@ from __future__ import annotations
 
 import functools
 import json
+import math
 import os
 from pathlib import Path
 from typing import Any
 
 import numpy as np
 
-from ._plan import row_files, row_recipe, sha256
+from ._plan import RowFiles, row_files, row_recipe, sha256
 from ._scheme import scheme_of
 from ._version import __version__
 from ._files import replace_file
 from ._recipe import Recipe
 from ._run import Run, SimulationError
 from ._simulate import run
-from ._status import failed_path, read_status
+from ._status import read_status
 
 FINISHED = ("ok", "failed")  # the run has a definite outcome: such a row is not run again
+RECORDED = (*FINISHED, "timeout", "crashed")  # in a status file; rows that are "error" or "lost" are not
 LAYER_VALUES = ("thickness", "x_in", "x_ga", "x_al")  # for each layer, as Run.layers has them
 END_VALUES = ("z", "rho_td_t", "rho_td_z", "v_defects_t", "eps_xx_t")  # of the finished structure's surface
+FILE_TEXTS = (  # of failures that are not the recipe's: such a row is run again
+    "Unable to open file", "Failed to open file", "Error reading file", "the file ends before the run does",
+)
+
+Row = dict[str, Any]  # status, text, values, and result: whether there is a result file
+
+
+def empty_row(status: str, text: str = "") -> Row:
+    """A row without result."""
+    return {"status": status, "text": text, "values": {}, "result": False}
 
 
 def _number(value: float) -> float | None:
@@ -40,16 +52,41 @@ def key_results(simulated: Run) -> dict[str, float | None]:
     return values
 
 
-def row_of_status(status: dict[str, Any], recipe: bytes) -> dict[str, Any] | None:
-    """The row in a status file if recipe, scheme and version match; otherwise None."""
-    if status.get("recipe_sha256") != sha256(recipe) or status.get("version") != __version__:
+def recorded_row(files: RowFiles, recipe: bytes) -> Row | None:
+    """The row in its status file; None unless recipe, scheme, version and the hashes of all files match."""
+    status = read_status(files.result)
+    expected = {"recipe_sha256": sha256(recipe), "scheme": scheme_of(recipe), "version": __version__}
+    if any(status.get(key) != value for key, value in expected.items()):
         return None
-    if status.get("scheme") != scheme_of(recipe):
+    row: Any = status.get("row")
+    if not _is_row(row) or _hash_of(files.recipe) != expected["recipe_sha256"]:
         return None
-    return status.get("row")
+    kept = files.result if row["result"] else files.failed
+    wanted = status.get("result_sha256")
+    if row["result"] and (wanted is None or status.get("result") != 0):
+        return None
+    return dict(row) if wanted is None or wanted == _hash_of(kept) else None
 
 
-def add_row(path: Path, row: dict[str, Any]) -> None:
+def _is_row(row: object) -> bool:
+    if not isinstance(row, dict) or set(row) != set(empty_row("")):
+        return False
+    status, values = row["status"], row["values"]
+    if status not in RECORDED or not isinstance(row["text"], str) or row["result"] is not (status == "ok"):
+        return False
+    if not isinstance(values, dict) or (status == "ok" and not set(END_VALUES) <= set(values)):
+        return False
+    return all(value is None or type(value) in (int, float) and math.isfinite(value) for value in values.values())
+
+
+def _hash_of(path: Path) -> str | None:
+    try:
+        return sha256(path.read_bytes())
+    except OSError:
+        return None
+
+
+def add_row(path: Path, row: Row) -> None:
     """Adds the row to the status file of its run, which marks the row as done."""
     status = json.loads(path.read_text(encoding="utf-8"))
     status["row"] = row
@@ -64,30 +101,33 @@ def _base_recipe(folder: str, recipe_sha256: str) -> Recipe:
     return Recipe(content)
 
 
-def do_row(task: dict[str, Any]) -> dict[str, Any]:
-    """Runs one row of a sweep and returns its row of the table: status, text, values.
+def do_row(task: dict[str, Any]) -> Row:
+    """Runs one row of a sweep and returns its row of the table. Whatever fails, other rows can be run afterwards."""
+    try:
+        return _do_row(task)
+    except Exception as error:  # no rights, a full disk, a folder that was removed
+        return empty_row("error", f"{type(error).__name__}: {error}")
 
-    Paths are relative to the folder of the sweep, so that failure texts do not depend on where it is.
-    """
+
+def _do_row(task: dict[str, Any]) -> Row:
+    """Paths are relative to the folder of the sweep, so that failure texts do not depend on where it is."""
     os.chdir(task["folder"])
     files = row_files(Path(), task["number"])
     content = row_recipe(_base_recipe(task["folder"], task["base_sha256"]), task["values"])
     if task["resume"]:
-        done = row_of_status(read_status(files.result), content)
-        if done is not None and done["status"] in FINISHED and done["result"] == files.result.exists():
+        done = recorded_row(files, content)
+        if done is not None and done["status"] in FINISHED:
             return done
-    files.status.unlink(missing_ok=True)
-    files.result.unlink(missing_ok=True)
-    failed_path(files.result).unlink(missing_ok=True)
-    row: dict[str, Any] = {"status": "ok", "text": "", "values": {}}
+    for path in (files.status, files.result, files.failed):
+        path.unlink(missing_ok=True)
     replace_file(files.recipe, content)
     try:
-        row["values"] = key_results(run(files.recipe, files.result))
+        row = empty_row("ok") | {"values": key_results(run(files.recipe, files.result)), "result": True}
     except SimulationError as error:
-        row.update(status="failed", text=error.text)
-    except (OSError, ValueError) as error:
-        row.update(status="error", text=f"{type(error).__name__}: {error}")
-    row["result"] = files.result.exists()
-    if files.status.exists():
-        add_row(files.status, row)
+        row = empty_row("failed", error.text)
+        if any(text in error.text for text in FILE_TEXTS):
+            return empty_row("error", error.text)
+        if not files.status.exists():
+            return empty_row("error", f"{error.text}\n{files.status} could not be written")
+    add_row(files.status, row)
     return row

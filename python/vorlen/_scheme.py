@@ -7,7 +7,8 @@ from __future__ import annotations
 
 from . import _xml_bytes
 from ._elements import ROOT
-from ._recipe import KNOWN, SCHEMES, Recipe
+from ._kinds import KNOWN, SCHEMES
+from ._recipe import Recipe
 from ._xml_bytes import RecipeError
 
 STAGED = "staged"

@@ -3,26 +3,32 @@
 from __future__ import annotations
 
 import argparse
+import math
 import sys
 from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
-from ._plan import PlanError, prepare_folder, read_plan
-from ._scheme import SCHEMES
+from ._plan import Plan, PlanError
+from ._plan_file import read_plan
+from ._recipe import SCHEMES
+from ._row import RECORDED, empty_row
+from ._run_rows import run_rows
+from ._sweep_folder import check_same_sweep, locked_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
-from ._sweep import run_rows
+
+INTERRUPTED = 130  # exit status of a program that SIGINT has ended
 
 
 def _row_range(text: str) -> tuple[int, int]:
     first, colon, last = text.partition(":")
-    if not colon or not first.isdigit() or not last.isdigit() or int(first) >= int(last):
+    if not colon or not first.isdecimal() or not last.isdecimal() or int(first) >= int(last):
         raise argparse.ArgumentTypeError(f"invalid range of rows {text!r}; for example, 0:50 means the first fifty")
     return int(first), int(last)
 
 
 def _workers(text: str) -> int:
-    if not text.isdigit() or int(text) < 1:
+    if not text.isdecimal() or int(text) < 1:
         raise argparse.ArgumentTypeError(f"the number of workers must be a positive integer, got {text!r}")
     return int(text)
 
@@ -32,8 +38,8 @@ def _seconds(text: str) -> float:
         seconds = float(text)
     except ValueError:
         seconds = 0.0
-    if not seconds > 0.0:
-        raise argparse.ArgumentTypeError(f"the timeout must be a positive number of seconds, got {text!r}")
+    if not 0.0 < seconds < math.inf:
+        raise argparse.ArgumentTypeError(f"the timeout must be a positive, finite number of seconds, got {text!r}")
     return seconds
 
 
@@ -43,8 +49,9 @@ def add_command(commands: Any) -> None:
         "sweep",
         help="run the rows of a plan, or some of them",
         description="Runs the rows of a plan, or some of them. Rows that are done are not run again.",
-        epilog="Exit status: 0 if every requested row has been run, even if it failed; 1 if rows are missing or "
-        "the plan is invalid; 2 for a usage error.",
+        epilog="Exit status: 0 if the outcome of every requested row is recorded: ok, failed, timeout or crashed; 1 if "
+        "rows are missing, were lost or had errors with their files, if the plan is invalid or if another sweep is "
+        "running in the folder; 2 for a usage error; 130 after Ctrl-C. Parts of one plan can run at the same time.",
     )
     parser.add_argument("plan", type=Path, help="plan of the sweep, a JSON file")
     what = parser.add_mutually_exclusive_group()
@@ -68,31 +75,65 @@ def _sweep(options: argparse.Namespace) -> int:
     plan, folder = read_plan(options.plan)
     plan = plan.under(options.scheme)
     folder = options.out or folder
-    inputs = plan.rows()
     if options.count:
-        print(len(inputs))
+        print(len(plan.rows()))
         return 0
+    if options.merge:
+        return _merge(plan, folder)
     if options.timeout is not None:
         plan = replace(plan, timeout=options.timeout)
-    if not options.merge:
-        first, last = options.rows or (0, len(inputs))
-        if first >= len(inputs):
-            raise PlanError(f"row {first} does not exist: the plan has {len(inputs)} rows, counted from 0")
-        prepare_folder(plan, folder, resume=not options.no_resume)
-        numbers = range(first, min(last, len(inputs)))
-        rows = run_rows(
-            plan, folder, numbers, options.workers, resume=not options.no_resume, progress=not options.quiet
-        )
-        print(count_text(rows))
-        if options.rows:
-            return 0
+    return _run(plan, folder, options)
+
+
+def _merge(plan: Plan, folder: Path) -> int:
+    if not folder.is_dir():
+        raise PlanError(f"folder not found: {folder}. No row of the plan was run")
+    check_same_sweep(plan, folder)
     rows = collect_rows(plan, folder)
-    table = write_table(make_table(inputs, rows), folder)
-    if options.merge:
-        print(count_text(rows))
+    print(count_text(rows))
+    return _write(plan, folder, rows)
+
+
+def _run(plan: Plan, folder: Path, options: argparse.Namespace) -> int:
+    count = len(plan.rows())
+    first, last = options.rows or (0, count)
+    if first >= count:
+        raise PlanError(f"row {first} does not exist: the plan has {count} rows, counted from 0")
+    numbers = range(first, min(last, count))
+    resume = not options.no_resume
+    rows = [empty_row("missing") for _ in range(count)]
+    try:
+        with locked_folder(plan, folder, numbers, whole=options.rows is None, resume=resume):
+            run_rows(
+                plan, folder, numbers, rows, workers=options.workers, resume=resume, progress=not options.quiet
+            )
+            requested = [rows[number] for number in numbers]
+            print(count_text(requested), flush=True)
+            if options.rows is None:
+                return _write(plan, folder, rows)
+    except KeyboardInterrupt:
+        counts = count_text([rows[number] for number in numbers])
+        print(f"vorlen sweep: interrupted; {counts}. To continue, give the same command again", file=sys.stderr)
+        return INTERRUPTED
+    return _report(rows, numbers)
+
+
+def _write(plan: Plan, folder: Path, rows: list[dict[str, Any]]) -> int:
+    table = write_table(make_table(plan.rows(), rows), folder)
     print(f"table in {table}")
-    missing = [number for number, row in enumerate(rows) if row["status"] == "missing"]
+    return _report(rows, range(len(rows)))
+
+
+def _report(rows: list[dict[str, Any]], numbers: range) -> int:
+    """Names the rows that are not recorded. Returns the exit status."""
+    lacking = [number for number in numbers if rows[number]["status"] not in RECORDED]
+    if not lacking:
+        return 0
+    missing = [number for number in lacking if rows[number]["status"] == "missing"]
     if missing:
         print(f"vorlen sweep: rows {ranges(missing)} are missing", file=sys.stderr)
-        return 1
-    return 0
+    if len(missing) < len(lacking):
+        others = [number for number in lacking if number not in set(missing)]
+        text = rows[others[0]]["text"]
+        print(f"vorlen sweep: rows {ranges(others)} are not finished. Row {others[0]}: {text}", file=sys.stderr)
+    return 1

@@ -1,12 +1,12 @@
 """The table of a sweep: one row per run, in the order of the plan.
 
 It holds nothing that depends on the machine or the time, so that a sweep run in parts gives the same table, byte for
-byte, as one run as a whole. Durations, hosts and dates are in the status file of each row.
+byte, as one run as a whole. Durations, hosts and dates are in the status file of each row. A parameter of which any
+value is a ramp has two columns, PATH_begin and PATH_end.
 """
 
 from __future__ import annotations
 
-import json
 import re
 from collections import Counter
 from pathlib import Path
@@ -14,20 +14,22 @@ from typing import Any
 
 import pandas as pd
 
-from ._plan import Plan, row_files, row_recipe
-from ._row import END_VALUES, LAYER_VALUES, row_of_status
 from ._files import replace_file
+from ._parameter import parameter_of
+from ._plan import Plan, row_files, row_recipe
+from ._plan_values import BEGIN, END
 from ._recipe import Recipe
-from ._status import read_status
+from ._row import END_VALUES, LAYER_VALUES, RECORDED, Row, empty_row, recorded_row
+from ._sweep_folder import TABLE_NAME
 
-TABLE_NAME = "table.csv"
+FILE_COLUMNS = ("recipe_file", "result_file", "status_file")
 UNITS = {
     "z": "nm", "rho_td_t": "cm^-2", "rho_td_z": "cm^-2", "v_defects_t": "cm^-2", "eps_xx_t": "1",
     "thickness": "nm", "x_in": "1", "x_ga": "1", "x_al": "1",
 }
 
 
-def _value_columns(rows: list[dict[str, Any]]) -> list[str]:
+def result_columns(rows: list[Row]) -> list[str]:
     """Columns of key results: first of the whole structure, then layer by layer."""
     counts = [
         int(match[1]) for row in rows for name in row["values"] if (match := re.fullmatch(r"thickness_(\d+)", name))
@@ -38,53 +40,61 @@ def _value_columns(rows: list[dict[str, Any]]) -> list[str]:
     ]
 
 
-def make_table(inputs: list[dict[str, Any]], rows: list[dict[str, Any]]) -> pd.DataFrame:
+def parameter_columns(inputs: list[dict[str, Any]]) -> dict[str, list[str]]:
+    """The columns of each parameter: one, or two if any value is a ramp."""
+    ramps = {path for values in inputs for path, value in values.items() if isinstance(value, list)}
+    return {path: [path + BEGIN, path + END] if path in ramps else [path] for path in inputs[0]}
+
+
+def make_table(inputs: list[dict[str, Any]], rows: list[Row]) -> pd.DataFrame:
     """The table as a data frame. File paths are relative to the folder of the sweep."""
-    columns = _value_columns(rows)
+    parameters = parameter_columns(inputs)
+    results = result_columns(rows)
     records = []
     for number, (values, row) in enumerate(zip(inputs, rows)):
         files = row_files(Path(), number)
-        record = {path: tuple(value) if isinstance(value, list) else value for path, value in values.items()}
+        record: dict[str, Any] = {}
+        for path, columns in parameters.items():
+            pair = values[path] if isinstance(values[path], list) else [values[path]] * 2
+            record.update(zip(columns, pair))
         record.update(status=row["status"], text=row["text"])
-        record.update((name, row["values"].get(name)) for name in columns)
+        record.update((name, row["values"].get(name)) for name in results)
         record["recipe_file"] = str(files.recipe)
         record["result_file"] = str(files.result) if row["result"] else ""
-        record["status_file"] = str(files.status) if row["status"] not in ("lost", "missing") else ""
+        record["status_file"] = str(files.status) if row["status"] in RECORDED else ""
         records.append(record)
     table = pd.DataFrame(records)
-    table = table.astype({name: float for name in columns})
+    ramps = [name for columns in parameters.values() if len(columns) == 2 for name in columns]
+    table = table.astype({name: float for name in [*ramps, *results]})
     table.index.name = "row"
-    table.attrs["units"] = {name: UNITS[re.sub(r"_\d+$", "", name)] for name in columns}
+    units = {name: parameter_of(path).unit for path, columns in parameters.items() for name in columns}
+    units |= {name: UNITS[re.sub(r"_\d+$", "", name)] for name in results}
+    table.attrs["units"] = {name: unit for name, unit in units.items() if unit}
     return table
 
 
 def write_table(table: pd.DataFrame, folder: Path) -> Path:
-    """Writes the table into the folder of the sweep. A pair is written as [start, end]."""
-    inputs = list(table.columns[: table.columns.get_loc("status")])
-    written = table.assign(**{
-        path: [json.dumps(value) if isinstance(value, tuple) else value for value in table[path]] for path in inputs
-    })
-    target = folder / TABLE_NAME
-    replace_file(target, written.to_csv(lineterminator="\n").encode())
-    return target
+    """Writes the table into the folder of the sweep."""
+    return replace_file(folder / TABLE_NAME, table.to_csv(lineterminator="\n").encode())
 
 
 def with_folder(table: pd.DataFrame, folder: Path) -> pd.DataFrame:
-    """The table with file paths that are valid from the current folder."""
-    return table.assign(**{
-        name: [str(folder / path) if path else "" for path in table[name]]
-        for name in ("recipe_file", "result_file", "status_file")
+    """A copy of the table with file paths that are valid from the current folder."""
+    placed = table.assign(**{
+        name: [str(folder / path) if path else "" for path in table[name]] for name in FILE_COLUMNS
     })
+    placed.attrs = {"units": dict(table.attrs["units"])}
+    return placed
 
 
-def collect_rows(plan: Plan, folder: Path) -> list[dict[str, Any]]:
-    """Rows of a sweep from its status files. "missing" where no file matches recipe, scheme and version."""
+def collect_rows(plan: Plan, folder: Path) -> list[Row]:
+    """Rows of a sweep from its status files. "missing" where recipe, scheme, version or a hash do not match."""
     base = Recipe(plan.recipe)
     rows = []
     for number, values in enumerate(plan.rows()):
-        status = read_status(row_files(folder, number).result)
-        row = row_of_status(status, row_recipe(base, values)) if status else None
-        rows.append(row or {"status": "missing", "text": "", "values": {}, "result": False})
+        files = row_files(folder, number)
+        row = recorded_row(files, row_recipe(base, values)) if files.status.exists() else None
+        rows.append(row or empty_row("missing"))
     return rows
 
 
@@ -99,7 +109,7 @@ def ranges(numbers: list[int]) -> str:
     return " ".join(f"{first}:{last}" for first, last in found)
 
 
-def count_text(rows: list[dict[str, Any]]) -> str:
+def count_text(rows: list[Row]) -> str:
     """The number of rows by status: 12 rows: 10 ok, 2 failed."""
     counts = Counter(row["status"] for row in rows)
     parts = [f"{count} {status}" for status, count in sorted(counts.items(), reverse=True)]

@@ -1,7 +1,8 @@
 """The worker process of a sweep: python -m vorlen._worker
 
-Reads one task per line from standard input and answers each with one line; both are JSON. If a run crashes the process,
-no other row is affected: vorlen._pool notices and starts another worker.
+Reads one request per line from standard input, {"id": ..., "task": ...}, and answers each with one line, {"id": ...,
+"row": ...}; both are JSON. If a run crashes the process, no other row is affected: vorlen._pool notices and starts
+another worker.
 """
 
 from __future__ import annotations
@@ -37,7 +38,9 @@ def main() -> None:
         return
     answers.write(b"ready\n")
     for line in sys.stdin.buffer:
-        answers.write(json.dumps(do_row(json.loads(line))).encode() + b"\n")
+        request = json.loads(line)
+        answer = {"id": request["id"], "row": do_row(request["task"])}
+        answers.write(json.dumps(answer).encode() + b"\n")
 
 
 if __name__ == "__main__":

@@ -11,9 +11,10 @@ from collections.abc import Iterable, Mapping
 from dataclasses import dataclass, field
 
 Edit = tuple[int, int, bytes]
+DEPTH_MAX = 500  # of nested elements; a recipe has 7
 
 _ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
-_START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]|"[^"]*"|'[^']*')*>""")
+_START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]++|"[^"]*"|'[^']*')*+>""")
 _ENCODING = re.compile(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""")
 
 
@@ -37,6 +38,13 @@ class Element:
         """The first child of that name."""
         return next((child for child in self.children if child.tag == tag), None)
 
+    def attribute(self, path: str, attribute: str = "val") -> str | None:
+        """The text of an attribute of the element at a path below this one; None if either is missing."""
+        element: Element | None = self
+        for part in path.split("/"):
+            element = element.child(part) if element else None
+        return element.attributes.get(attribute) if element else None
+
 
 def encoding_of(content: bytes) -> str:
     """The declared encoding; if none is declared, UTF-8 if the bytes are valid UTF-8, else ISO 8859-1."""
@@ -55,7 +63,11 @@ def encode(text: str) -> bytes:
     try:
         return text.encode(encoding_of(text[:200].encode("ascii", "replace")))
     except (LookupError, UnicodeEncodeError):
+        pass
+    try:
         return text.encode("utf-8")
+    except UnicodeEncodeError as error:
+        raise RecipeError(f"the text of the recipe is not Unicode, at character {error.start}") from None
 
 
 def index(content: bytes, name: str) -> Element:
@@ -63,6 +75,8 @@ def index(content: bytes, name: str) -> Element:
     stack = [Element("", {}, 0)]
 
     def start(tag: str, attributes: dict[str, str]) -> None:
+        if len(stack) > DEPTH_MAX:
+            raise RecipeError(f"{name}: elements are nested more than {DEPTH_MAX} deep")
         element = Element(tag, attributes, parser.CurrentByteIndex)
         stack[-1].children.append(element)
         stack.append(element)
@@ -76,9 +90,13 @@ def index(content: bytes, name: str) -> Element:
         parser.Parse(content, True)
     except xml.parsers.expat.ExpatError as error:
         raise RecipeError(f"{name}, line {error.lineno}: {xml.parsers.expat.ErrorString(error.code)}") from None
+    except RecipeError:
+        raise
     except (LookupError, ValueError) as error:
         raise RecipeError(f"{name}: {error}") from None
     root = stack[0].children[0]
+    if root.tag.isascii() and not content.startswith(b"<" + root.tag.encode(), root.begin):  # as with UTF-16
+        raise RecipeError(f"{name}: the encoding is not supported; save the recipe as UTF-8")
     pending = [root]
     while pending:
         element = pending.pop()

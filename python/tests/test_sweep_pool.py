@@ -1,0 +1,126 @@
+"""Worker processes: an answer reaches the row that asked for it, or none."""
+
+from __future__ import annotations
+
+import _thread
+import json
+import multiprocessing
+import threading
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+
+import vorlen
+from engines import wait_for
+from sweeps import HANG, P, T, children, is_running, quiet_sweep
+from vorlen import _pool
+from vorlen._plan import make_task
+from vorlen._plan_values import make_plan
+
+
+@pytest.fixture
+def worker():
+    started = _pool.WorkerProcess()
+    yield started
+    started.close()
+
+
+@pytest.fixture
+def tasks(layer, tmp_path):
+    """The tasks of three rows whose results differ."""
+    quiet_sweep(layer, {T: [850, 900, 950]}, out=tmp_path / "s")
+    plan = make_plan(layer, {T: [850, 900, 950]})
+    return [make_task(plan, tmp_path / "s", number, values, resume=False) for number, values in enumerate(plan.rows())]
+
+
+def test_after_an_exception_the_worker_is_replaced_and_no_row_gets_the_answer_of_another(tasks, monkeypatch):
+    expected = [_pool.run_row(task)["values"]["x_in_2"] for task in tasks]
+    assert len(set(expected)) == 3
+    read = _pool.WorkerProcess._read_line
+    for error in (KeyboardInterrupt, OverflowError, MemoryError):
+        used = _pool._thread.worker
+
+        def fail(self, timeout, error=error):
+            raise error
+
+        monkeypatch.setattr(_pool.WorkerProcess, "_read_line", fail)
+        with pytest.raises(error):
+            _pool.run_row(tasks[0])
+        monkeypatch.setattr(_pool.WorkerProcess, "_read_line", read)
+        assert used.process.poll() is not None
+        assert [_pool.run_row(task)["values"]["x_in_2"] for task in tasks[1:]] == expected[1:]
+        assert _pool._thread.worker is not used
+
+
+def test_an_interrupt_while_a_row_runs_ends_its_worker(layer, tmp_path, faulty_library, monkeypatch):
+    monkeypatch.setattr(_pool, "_thread", threading.local())  # no worker with the usual library
+    quiet_sweep(layer, {P: [40000]}, out=tmp_path / "s")
+    plan = make_plan(layer, {P: [40000, HANG]})
+    tasks = [make_task(plan, tmp_path / "s", n, values, resume=False) for n, values in enumerate(plan.rows())]
+    interrupt = threading.Timer(1.0, _thread.interrupt_main)
+    interrupt.start()
+    with pytest.raises(KeyboardInterrupt):
+        _pool.run_row(tasks[1])
+    assert _pool.run_row(tasks[0])["status"] == "ok"
+
+
+def test_an_answer_to_another_request_is_an_error_and_ends_the_worker(worker, tasks, monkeypatch):
+    assert worker.ask(tasks[0])["status"] == "ok"
+    worker.unread = json.dumps({"id": 1, "row": {"status": "ok"}}).encode() + b"\n"  # an answer that nobody read
+    with pytest.raises(RuntimeError, match="answered another request"):
+        worker.ask(tasks[1])
+    assert worker.process.poll() is not None
+
+
+def test_a_worker_that_ended_between_two_rows_is_replaced(tasks):
+    assert _pool.run_row(tasks[0])["status"] == "ok"
+    _pool._thread.worker.process.kill()
+    _pool._thread.worker.process.wait()
+    row = _pool.run_row(tasks[1])
+    assert row["status"] == "crashed" and row["text"] == "the worker process ended by signal 9, SIGKILL"
+    assert _pool.run_row(tasks[1])["status"] == "ok"
+
+
+def test_a_very_long_timeout_is_no_error(worker, tasks):
+    assert worker.ask(tasks[0] | {"timeout": 1e300})["status"] == "ok"
+
+
+def test_a_request_larger_than_a_pipe_arrives(worker, tasks):
+    values = tasks[0]["values"] | {"process_stages/stage_1/name": "n" * 1_000_000}
+    assert worker.ask(tasks[0] | {"values": values})["status"] in ("ok", "failed")
+
+
+def _ask_in_child(task, answers) -> None:
+    answers.put((_pool.run_row(task)["values"], _pool._thread.worker.process.pid))
+
+
+def test_a_forked_process_has_a_worker_of_its_own(tasks):
+    values = _pool.run_row(tasks[0])["values"]
+    mine = _pool._thread.worker
+    context = multiprocessing.get_context("fork")
+    answers = context.Queue()
+    child = context.Process(target=_ask_in_child, args=(tasks[1], answers))
+    child.start()
+    others, pid = answers.get(timeout=60)
+    child.join(30)
+    assert pid != mine.process.pid and others != values
+    assert mine.process.poll() is None and _pool.run_row(tasks[0])["values"] == values
+
+
+def test_the_workers_of_an_executor_end_with_its_threads(layer, tmp_path):
+    import os
+
+    before = set(children(os.getpid()))
+    with ThreadPoolExecutor(2) as executor:
+        quiet_sweep(layer, {T: [1000, 1010, 1020]}, executor=executor, out=tmp_path / "s")
+        started = set(children(os.getpid())) - before
+        assert started
+    assert wait_for(lambda: not any(is_running(pid) for pid in started), 10)
+
+
+def test_a_sweep_on_this_machine_leaves_no_process(layer, tmp_path):
+    import os
+
+    before = set(children(os.getpid()))
+    vorlen.sweep(layer, {T: [1000, 1010]}, workers=2, out=tmp_path / "s", progress=False)
+    assert set(children(os.getpid())) <= before

@@ -1,0 +1,179 @@
+"""Stages of a recipe: listing, adding and removing them, and combining them into periods.
+
+A group is pre_stages, process_stages, post_stages, or a periodic stage with its sub-stages. It states the number of its
+stages; those with larger numbers are not grown. Each change gives a new document.
+"""
+
+from __future__ import annotations
+
+import numbers
+import re
+from collections.abc import Mapping
+
+from . import _xml_bytes
+from ._document import Document, split_path
+from ._kinds import KNOWN, children_of_kind, leading_integer
+from ._values import with_value
+from ._xml_bytes import Edit
+
+# group: prefix of the element names of its stages, element with their number
+GROUPS = {
+    path.split("/")[0]: (path.split("/")[1].removesuffix("#"), children_of_kind(path.split("/")[0], "integer")[0])
+    for path, known in KNOWN.items()
+    if known.kind == "stages" and path.count("/") == 1
+}
+PROCESS = "process_stages"
+
+
+def stages(document: Document, group: str) -> list[str]:
+    """Paths of the stages of a group in order, up to the number that the group states."""
+    group = _group(document, group)
+    prefix, count = _prefix(group), _count(document, group)
+    tags = {child.tag: _number(child.tag, prefix) for child in document.element(group).children}
+    found = {number: tag for tag, number in tags.items() if number is not None and 1 <= number <= count}
+    return [f"{group}/{found[number]}" for number in sorted(found)]
+
+
+def is_periodic(document: Document, path: str) -> bool:
+    return (document.attribute(f"{path}/type") or "").lower() == "periodic"
+
+
+def added_stage(
+    document: Document, like: str, name: str | None, before: str | None, values: Mapping[str, object] | None
+) -> tuple[Document, str]:
+    """The document with a copy of a stage, and the path of the copy. See Recipe.add_stage."""
+    if values is not None and not isinstance(values, Mapping):
+        raise TypeError(f"values must be a mapping of paths to values, got {type(values).__name__}")
+    group, _ = _split_stage(document, like)
+    count, prefix = _count(document, group), _prefix(group)
+    number = count + 1
+    if before is not None:
+        before_group, number = _split_stage(document, before)
+        if before_group != group:
+            raise ValueError(f"{before} is not in {group}")
+    text = _xml_bytes.renamed_stage(document.content, document.element(like), f"{prefix}{number}")
+    document = _renumbered(document, group, number, +1)
+    next_stage = document.element(group).child(f"{prefix}{number + 1}")
+    if next_stage is not None:
+        place = next_stage.begin
+        text += _xml_bytes.space_before(document.content, place)
+    else:
+        last = document.element(f"{group}/{prefix}{number - 1}")
+        place = last.end
+        text = _xml_bytes.space_before(document.content, last.begin) + text
+    document = _with_count(document.edited([(place, place, text)]), group, count + 1)
+    path = f"{group}/{prefix}{number}"
+    if name is not None:
+        document = with_value(document, f"{path}/name", name)
+    for key, value in (values or {}).items():
+        document = with_value(document, f"{path}/{key}", value)
+    return document, path
+
+
+def without_stage(document: Document, path: str) -> Document:
+    """The document without a stage."""
+    group, number = _split_stage(document, path)
+    count = _count(document, group)
+    if count == 1 and not group.endswith(("pre_stages", "post_stages")):
+        raise ValueError(f"{path} is the only stage of {group} and can't be removed")
+    element = document.element(path)
+    blank = len(_xml_bytes.space_before(document.content, element.begin))
+    document = document.edited([(element.begin - blank, element.end, b"")])
+    return _with_count(_renumbered(document, group, number + 1, -1), group, count - 1)
+
+
+def with_periods(document: Document, first: str, last: str, periods: int) -> tuple[Document, str]:
+    """The document with stages combined into a periodic one, and its path. See Recipe.make_periodic."""
+    group, begin = _split_stage(document, first)
+    last_group, end = _split_stage(document, last)
+    if group != PROCESS or last_group != group or end < begin:
+        raise ValueError("first and last must be stages of process_stages, in order")
+    if isinstance(periods, bool) or not isinstance(periods, numbers.Integral) or periods < 1:
+        raise ValueError(f"periods must be a positive integer, got {periods!r}")
+    paths = [f"{group}/stage_{number}" for number in range(begin, end + 1)]
+    if any(is_periodic(document, path) for path in paths):
+        raise ValueError("a periodic stage can't contain another periodic stage")
+    elements = [document.element(path) for path in paths]
+    if any(a.end > b.begin for a, b in zip(elements, elements[1:])):
+        raise ValueError("the stages are not in numerical order in the file")
+    count = _count(document, group)
+    edits = []
+    for number, element in enumerate(elements, 1):
+        edits += _xml_bytes.tag_edits(element, f"stage_{begin}_{number}")
+    document = document.edited(edits)
+    inside = [document.element(f"{group}/stage_{begin}_{number}") for number in range(1, len(paths) + 1)]
+    text = _period_text(document.content, inside[0].begin, inside[-1].end, begin, periods, len(paths))
+    document = document.edited([(inside[0].begin, inside[-1].end, text)])
+    document = _renumbered(document, group, end + 1, begin - end)
+    return _with_count(document, group, count - len(paths) + 1), f"{group}/stage_{begin}"
+
+
+def _period_text(content: bytes, begin: int, end: int, number: int, periods: int, count: int) -> bytes:
+    """The periodic stage with that number around the sub-stages in content[begin:end]."""
+    outer = _xml_bytes.space_before(content, begin)
+    step = b"\t" if b"\t" in outer else b"  "
+    new_line = b"\r\n" if b"\r\n" in outer else b"\n"
+    head = (
+        f"<stage_{number}>", '<type val="periodic"/>', f'<n_periods val="{periods}"/>', f'<n_stages val="{count}"/>',
+    )
+    body = content[begin:end].replace(new_line, new_line + step)
+    return (outer + step).join([*(part.encode() for part in head), body]) + outer + f"</stage_{number}>".encode()
+
+
+def _group(document: Document, path: str) -> str:
+    """The usual spelling of the path of a group."""
+    path = "/".join(split_path(path))
+    document.element(path)
+    if path not in GROUPS and not (re.fullmatch(PROCESS + r"/stage_\d+", path) and is_periodic(document, path)):
+        raise ValueError(f"{path or 'the root'} is not a group of stages")
+    return path
+
+
+def _split_stage(document: Document, path: str) -> tuple[str, int]:
+    """Group and number of a stage."""
+    path = "/".join(split_path(path))
+    group, _, tag = path.rpartition("/")
+    if not group:
+        raise KeyError(document.unknown(path))
+    group = _group(document, group)
+    number = _number(tag, _prefix(group))
+    document.element(path)
+    if number is None or not 1 <= number <= _count(document, group):
+        raise KeyError(f"{path} is not a stage, or its number exceeds the number of stages that the group states")
+    return group, number
+
+
+def _prefix(group: str) -> str:
+    """The prefix of the element names in a group: stage_, stage_3_, pre_stage_."""
+    return GROUPS[group][0] if group in GROUPS else group.rsplit("/", 1)[-1] + "_"
+
+
+def _number(tag: str, prefix: str) -> int | None:
+    """The number in the element name of a stage; None for other elements. The library knows no leading zeros."""
+    match = re.fullmatch(re.escape(prefix) + r"(0|[1-9]\d*)", tag, re.ASCII)
+    return int(match[1]) if match else None
+
+
+def _count_path(group: str) -> str:
+    return f"{group}/{GROUPS[group][1] if group in GROUPS else 'n_stages'}"
+
+
+def _count(document: Document, group: str) -> int:
+    """The number of stages that a group states."""
+    document.find(_count_path(group))
+    return max(0, leading_integer(document.attribute(_count_path(group))) or 0)
+
+
+def _with_count(document: Document, group: str, count: int) -> Document:
+    return with_value(document, _count_path(group), count)
+
+
+def _renumbered(document: Document, group: str, first: int, shift: int) -> Document:
+    """The stages of a group renumbered from number first, including those beyond the stated number."""
+    prefix = _prefix(group)
+    edits: list[Edit] = []
+    for child in document.element(group).children:
+        number = _number(child.tag, prefix)
+        if number is not None and number >= first:
+            edits += _xml_bytes.stage_edits(child, f"{prefix}{number + shift}")
+    return document.edited(edits)

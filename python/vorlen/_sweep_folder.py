@@ -1,0 +1,147 @@
+"""The folder of a sweep: plan.json, recipe.xml and table.csv, the rows in rows/, and the locks.
+
+A sweep holds a lock on the file .lock as long as it runs: an exclusive one as a whole, a shared one as a part. This lock
+is taken, and the plan compared and written, under an exclusive lock on .plan.lock, which is only held for that.
+"""
+
+from __future__ import annotations
+
+import contextlib
+import glob
+import json
+import os
+import re
+from collections.abc import Collection, Iterator
+from pathlib import Path
+
+from ._files import BusyError, lock_file, replace_file
+from ._plan import ROWS_FOLDER, Plan, PlanError, sha256
+from ._plan_file import plan_content, read_plan
+from ._scheme import STAGED
+
+PLAN_NAME, RECIPE_NAME, TABLE_NAME = "plan.json", "recipe.xml", "table.csv"
+LOCK_NAME, PLAN_LOCK_NAME = ".lock", ".plan.lock"
+_OF_A_ROW = re.compile(r"\.(\d{6,})\.")  # temporaries
+
+
+def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
+    """Creates the folder of a sweep, with its plan and recipe.
+
+    Raises PlanError if the folder holds something else, or, with resume, a different sweep. Rows may be added after the
+    old ones, and the scheme may change: then all rows are run again.
+    """
+    _check_place(plan, folder)
+    if resume:
+        check_same_sweep(plan, folder)
+    (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
+    content = plan_content(plan, RECIPE_NAME, ".", recipe_sha256=sha256(plan.recipe))
+    for path, new in ((folder / RECIPE_NAME, plan.recipe), (folder / PLAN_NAME, content)):
+        if not path.exists() or path.read_bytes() != new:
+            replace_file(path, new)
+
+
+@contextlib.contextmanager
+def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resume: bool) -> Iterator[None]:
+    """Prepares the folder and holds its lock: exclusively, or, for a part of the rows, with other parts.
+
+    numbers  the rows that will be run. What killed runs have left of them is removed
+    Raises BusyError if another sweep is running there; otherwise as prepare_folder.
+    """
+    _check_place(plan, folder)  # before a file is created
+    folder.mkdir(parents=True, exist_ok=True)
+    busy = f"another sweep is running in {folder}"
+    with contextlib.ExitStack() as held:
+        try:
+            with lock_file(folder / PLAN_LOCK_NAME, exclusive=True, wait=True):
+                if whole:
+                    held.enter_context(lock_file(folder / LOCK_NAME, exclusive=True))
+                    prepare_folder(plan, folder, resume)
+                    for name in (PLAN_NAME, RECIPE_NAME, TABLE_NAME):
+                        for part in folder.glob(f".{glob.escape(name)}.*.part"):
+                            part.unlink(missing_ok=True)
+                else:
+                    if not _has_this_plan(plan, folder):
+                        busy += " with another plan"
+                        with lock_file(folder / LOCK_NAME, exclusive=True):
+                            prepare_folder(plan, folder, resume)
+                    held.enter_context(lock_file(folder / LOCK_NAME, exclusive=False))
+        except BlockingIOError:
+            raise BusyError(busy) from None
+        remove_row_litter(folder, numbers)
+        yield
+
+
+def _check_place(plan: Plan, folder: Path) -> None:
+    """Raises an error if the folder can't be that of a sweep. It need not exist."""
+    present = next(place for place in (folder, *folder.absolute().parents) if place.exists())
+    if not present.is_dir():
+        raise NotADirectoryError(f"{present} is not a folder")
+    for place in (present, folder / ROWS_FOLDER):
+        if place.exists() and not os.access(place, os.W_OK | os.X_OK):
+            raise PermissionError(f"no right to write to the folder {place}")
+    if not holds_sweep(folder):
+        recipe, rows = folder / RECIPE_NAME, folder / ROWS_FOLDER
+        foreign = [path for path in (folder / PLAN_NAME, folder / TABLE_NAME) if path.exists()]
+        foreign += [recipe] if recipe.exists() and recipe.read_bytes() != plan.recipe else []
+        foreign += [rows] if rows.exists() and (not rows.is_dir() or any(rows.iterdir())) else []
+        if foreign:
+            raise PlanError(f"{foreign[0]} is not of a sweep and would be overwritten. Choose another folder")
+
+
+def holds_sweep(folder: Path) -> bool:
+    """True if the plan in the folder is one that a sweep has written."""
+    try:
+        content = json.loads((folder / PLAN_NAME).read_text("utf-8"))
+    except (OSError, ValueError):
+        return False
+    if not isinstance(content, dict):
+        return False
+    return (content.get("recipe"), content.get("out")) == (RECIPE_NAME, ".") and "recipe_sha256" in content
+
+
+def read_folder(folder: Path) -> Plan:
+    """The plan of the sweep in a folder."""
+    if not holds_sweep(folder):
+        raise PlanError(f"{folder} does not hold a sweep")
+    return read_plan(folder / PLAN_NAME)[0]
+
+
+def check_same_sweep(plan: Plan, folder: Path) -> None:
+    """Raises PlanError if the folder holds a sweep with a different recipe or rows; the scheme may differ."""
+    if not holds_sweep(folder):
+        return
+    _restore_recipe(plan, folder)
+    old = read_folder(folder)
+    old_rows = old.rows()
+    if old.under(STAGED).recipe != plan.under(STAGED).recipe or plan.rows()[: len(old_rows)] != old_rows:
+        raise PlanError(
+            f"{folder} holds a sweep with a different recipe or different rows. Choose another folder, or pass "
+            f"resume=False (--no-resume) to replace it"
+        )
+
+
+def _restore_recipe(plan: Plan, folder: Path) -> None:
+    """Writes the recipe of the sweep again if it was damaged and plan has it."""
+    path = folder / RECIPE_NAME
+    recorded = json.loads((folder / PLAN_NAME).read_text("utf-8"))["recipe_sha256"]
+    if recorded == sha256(plan.recipe) and (not path.exists() or path.read_bytes() != plan.recipe):
+        replace_file(path, plan.recipe)
+
+
+def _has_this_plan(plan: Plan, folder: Path) -> bool:
+    if not holds_sweep(folder) or not (folder / ROWS_FOLDER).is_dir():
+        return False
+    _restore_recipe(plan, folder)
+    try:
+        old = read_folder(folder)
+    except PlanError:
+        return False
+    return old.recipe == plan.recipe and old.rows() == plan.rows()
+
+
+def remove_row_litter(folder: Path, numbers: Collection[int]) -> None:
+    """Removes temporaries of these rows, to which nobody writes now."""
+    for path in (folder / ROWS_FOLDER).iterdir():
+        match = _OF_A_ROW.match(path.name)
+        if match and int(match[1]) in numbers:
+            path.unlink(missing_ok=True)
