@@ -64,6 +64,27 @@ def test_a_range_beyond_the_plan_is_an_error(layer, tmp_path, capsys):
     assert not (tmp_path / "plan").exists()
 
 
+@pytest.mark.parametrize("name", ["", "table.csv"])
+def test_there_is_nothing_to_merge_where_no_sweep_was_run(layer, tmp_path, capsys, name):
+    plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1000]}, out="mine"))
+    if name:
+        (tmp_path / "mine").mkdir()
+        (tmp_path / "mine" / name).write_text("mine")
+    assert main(["sweep", plan, "--merge"]) == 1
+    text = f"{tmp_path / 'mine'} does not hold a sweep: no row of the plan was run"
+    assert capsys.readouterr().err == f"vorlen: {text}\n"
+    assert not name or (tmp_path / "mine" / name).read_text() == "mine"
+
+
+def test_the_rows_of_another_sweep_are_not_merged(layer, tmp_path, capsys):
+    table = quiet_sweep(layer, {T: [1000, 1010]}, out=tmp_path / "s")
+    before = (tmp_path / "s" / "table.csv").read_bytes()
+    plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1010, 1020]}, out="s"))
+    assert main(["sweep", plan, "--merge"]) == 1
+    assert "different recipe or different rows" in capsys.readouterr().err
+    assert (tmp_path / "s" / "table.csv").read_bytes() == before and len(table) == 2
+
+
 def test_out_is_the_folder_instead_of_the_plan_s(layer, tmp_path):
     plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1000]}))
     assert main(["sweep", plan, "--out", str(tmp_path / "other"), "--quiet"]) == 0

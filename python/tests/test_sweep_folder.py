@@ -20,7 +20,7 @@ from vorlen._row import END_VALUES
 from vorlen._sweep_folder import locked_folder
 
 
-def test_a_row_is_run_again_when_its_recipe_version_or_result_is_not_that_of_the_status(layer, tmp_path):
+def test_a_row_is_run_again_when_its_status_names_another_recipe_or_version_or_its_result_is_gone(layer, tmp_path):
     out = tmp_path / "s"
     first = quiet_sweep(layer, {T: [1000, 1010, 1020, 1030]}, out=out)
     for number, (key, value) in enumerate([("recipe_sha256", "0" * 64), ("version", "0.9.0")]):

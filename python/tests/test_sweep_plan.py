@@ -14,6 +14,7 @@ import vorlen
 from sweeps import NAME, P, T, TMIN, quiet_sweep
 from vorlen.__main__ import main
 from vorlen._parameter import parameter_of
+from vorlen._plan import row_recipe
 from vorlen._plan_file import read_plan
 from vorlen._plan_values import make_plan
 
@@ -59,10 +60,12 @@ def test_a_sweep_that_is_impossible_is_rejected_before_anything_runs(layer, tmp_
         ({T: [10**400]}, "is not finite"),
         ({T: [1000, (1000, float("inf"))]}, "inf is not finite"),
         ({T: [(1000, None)]}, "a value must be a number"),
-        ({T: [1000], T.replace("/", ":"): [1010]}, "mean the same parameter"),
-        ({T: [1000], f"NonstSurfChem/{T}": [1010]}, "mean the same parameter"),
-        ({T: [1000], f"{T}/end": [1010]}, "mean the same parameter"),
-        ({f"{NAME}/val": ["a"], NAME: ["b"]}, "mean the same parameter"),
+        ({T: [1000], T.replace("/", ":"): [1010]}, f"stage_1:T would replace the value of {T}"),
+        ({T: [1000], f"NonstSurfChem/{T}": [1010]}, "would replace the value of"),
+        ({f"{T}/end": [1010], f"{T}/@end": [1010]}, "would replace the value of"),
+        ({f"{T}/end": [1010], T: [1000]}, "would replace the value of"),
+        ({f"{NAME}/val": ["a"], NAME: ["b"]}, "would replace the value of"),
+        ({NAME: ["a"], f"{NAME}/val": ["b"]}, "would replace the value of"),
         ({NAME: ["plain", "bell \a"]}, "can't be set to 'bell"),
         (pd.DataFrame([[1000, 1010]], columns=[T, T]), f"two columns have the name {T}"),
         (pd.DataFrame([[1000]], columns=[0]), "must have a path as its name, not 0"),
@@ -76,6 +79,12 @@ def test_a_sweep_that_is_impossible_is_rejected_before_anything_runs(layer, tmp_
 def test_parameters_that_are_impossible_are_rejected(layer, parameters, text):
     with pytest.raises(vorlen.PlanError, match=text):
         make_plan(layer, parameters)
+
+
+def test_one_end_of_a_ramp_may_follow_the_ramp(layer):
+    (values,) = make_plan(layer, {T: [1000], f"{T}/end": [1010], f"{T}/val": [990]}).rows()
+    recipe = vorlen.Recipe(row_recipe(vorlen.Recipe.load(layer), values))
+    assert recipe[T] == (990, 1010)
 
 
 @pytest.mark.parametrize("timeout", [float("inf"), float("nan"), 0, -1, True, "60", [60], 10**400])

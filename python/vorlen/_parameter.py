@@ -40,10 +40,9 @@ class Parameter:
             return units[self.known.attributes.index(self.attribute)]
         return self.known.unit or "1"
 
-    def overlaps(self, other: Parameter) -> bool:
-        """True if setting one changes the value of the other."""
-        same = self.attribute == other.attribute or not self.attribute or not other.attribute
-        return self.element == other.element and same
+    def replaces(self, other: Parameter) -> bool:
+        """True if setting this one after the other one leaves nothing of the other's value."""
+        return self.element == other.element and self.attribute in (other.attribute, "")
 
 
 def _known(path: str) -> Element | None:

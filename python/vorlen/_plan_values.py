@@ -122,8 +122,8 @@ def _check_paths(paths: Iterable[str]) -> dict[str, Parameter]:
     for path in paths:
         known[path] = parameter_of(path)
         for other in places.setdefault(known[path].element, []):
-            if known[path].overlaps(known[other]):
-                raise PlanError(f"{other} and {path} mean the same parameter")
+            if known[path].replaces(known[other]):
+                raise PlanError(f"{path} would replace the value of {other}")
         places[known[path].element].append(path)
     return known
 

@@ -51,6 +51,7 @@ class Sweep:
         self._absolute = folder.absolute()
         self._temporary = temporary
         self._rows = rows
+        self._table: pd.DataFrame | None = None  # made when it is first used
 
     @property
     def _place(self) -> Path:
@@ -60,7 +61,13 @@ class Sweep:
     @property
     def table(self) -> pd.DataFrame:
         """A row per run: values, status, text, key results, files; attrs["units"] has units. A new copy each time."""
-        return with_folder(make_table(self._inputs, self._rows), self._place)
+        return with_folder(self._bare_table(), self._place)
+
+    def _bare_table(self) -> pd.DataFrame:
+        """The table with paths relative to the folder."""
+        if self._table is None:
+            self._table = make_table(self._inputs, self._rows)
+        return self._table
 
     @property
     def runs(self) -> Runs:
@@ -92,7 +99,7 @@ class Sweep:
     ) -> Sweep:
         numbers = range(len(self._rows))
         with locked_folder(self._plan, self._place, numbers, whole=True, resume=resume):
-            self._rows = [empty_row("missing") for _ in numbers]
+            self._rows, self._table = [empty_row("missing") for _ in numbers], None
             try:
                 run_rows(
                     self._plan, self._place, numbers, self._rows, workers=workers, executor=executor, resume=resume,
@@ -102,7 +109,7 @@ class Sweep:
                 print(f"sweep interrupted; {count_text(self._rows)}. To continue: {continuation}", file=sys.stderr)
                 raise
             try:
-                write_table(make_table(self._inputs, self._rows), self._place)
+                write_table(self._bare_table(), self._place)
             except OSError as error:
                 reason = error.strerror or error
                 warnings.warn(f"{self.folder / TABLE_NAME} could not be written: {reason}", RuntimeWarning, 3)

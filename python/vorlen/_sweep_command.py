@@ -14,7 +14,7 @@ from ._plan_file import read_plan
 from ._recipe import SCHEMES
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
-from ._sweep_folder import check_same_sweep, locked_folder
+from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
 
 INTERRUPTED = 130  # exit status of a program that SIGINT has ended
@@ -86,8 +86,8 @@ def _sweep(options: argparse.Namespace) -> int:
 
 
 def _merge(plan: Plan, folder: Path) -> int:
-    if not folder.is_dir():
-        raise PlanError(f"folder not found: {folder}. No row of the plan was run")
+    if not holds_sweep(folder):
+        raise PlanError(f"{folder} does not hold a sweep: no row of the plan was run")
     check_same_sweep(plan, folder)
     rows = collect_rows(plan, folder)
     print(count_text(rows))
