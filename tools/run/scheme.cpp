@@ -21,6 +21,7 @@
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
 #include "recipe/recipe_table.h"
+#include "terminal/files.h"
 
 namespace {
 
@@ -157,14 +158,7 @@ std::string recipe_under_scheme(const std::string& path, const std::string& sche
 }
 
 MemoryFile::MemoryFile(const std::string& content) : descriptor_(memfd_create("recipe", MFD_CLOEXEC)) {
-  std::size_t done = 0;
-  while (descriptor_ >= 0 && done < content.size()) {
-    const ssize_t count = write(descriptor_, content.data() + done, content.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  if (descriptor_ >= 0 && done == content.size()) return;
+  if (descriptor_ >= 0 && write_all(descriptor_, content.data(), content.size())) return;
   const std::string reason = std::strerror(errno);
   if (descriptor_ >= 0) close(descriptor_);
   throw std::runtime_error("No copy of the recipe for another scheme: " + reason);
