@@ -52,6 +52,11 @@ int main(int argc, char** argv) {
   if (first == "__complete") return print_out(completions(app, std::vector<std::string>(argv + 2, argv + argc)));
   if (is_python_command(first)) return forward_to_python(argv + 1);
 
+  const auto named = app.get_subcommands([&first](const CLI::App* command) { return command->get_name() == first; });
+  if (argc > 1 && !first.starts_with('-') && named.empty()) {
+    return fail("not a command: " + first + " (vorlen --help lists the commands)", EXIT_USAGE);
+  }
+
   reserve_standard_streams();
   std::signal(SIGXFSZ, SIG_IGN);  // a file that gets too large is an error of writing
   try {

@@ -23,7 +23,8 @@ EXAMPLES = sorted(name[:-4] for name in os.listdir(EXAMPLES_FOLDER) if name.ends
 
 def vorlen(*arguments, cwd, tool=VORLEN, **options):
     """Runs the tool. The result has returncode, stdout and stderr (as text). options: of subprocess.run"""
-    return subprocess.run([tool, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
+    options = {"encoding": "utf-8", **options}
+    return subprocess.run([tool, *arguments], cwd=cwd, capture_output=True, check=False, **options)
 
 
 def example(name):
@@ -65,7 +66,7 @@ class InAFolder(unittest.TestCase):
             file.write(text)
 
     def run_tool(self, *arguments, **options):
-        return vorlen(*arguments, cwd=self.folder, **options)
+        return vorlen(*arguments, **{"cwd": self.folder, **options})
 
     def run_without_privileges(self, *arguments, **options):
         """As root: runs a copy of the tool, which anyone may start, as a user whom permissions bind."""

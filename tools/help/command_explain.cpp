@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,7 +39,13 @@ std::string entries_text(const std::vector<const MessageEntry*>& entries) {
 
 // given: null to read it from standard input.
 int explain(const std::string* given) {
-  std::string text = given != nullptr ? *given : std::string(std::istreambuf_iterator<char>(std::cin), {});
+  std::string text(LONGEST_TEXT, '\0');
+  if (given != nullptr) {
+    text = *given;
+  } else {
+    std::cin.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(std::cin.gcount()));
+  }
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) return fail("no text to explain", EXIT_USAGE);
   text.resize(std::min(text.size(), LONGEST_TEXT));
   const std::vector<MessageEntry> entries = read_message_page(embedded_messages());

@@ -92,7 +92,7 @@ bool read_report(int file, SimulationReport& report) {
 void release(const Worker& worker) {
   const int reason = errno;
   remove_file(worker.temporary);
-  unlock_part(worker.lock);
+  close(worker.lock);
   errno = reason;
 }
 
@@ -148,7 +148,7 @@ void collect(const Worker& worker, double now) {
     finish_crashed_job(*worker.job, worker.temporary, "The simulation's process has crashed (" + cause + ")",
                        now - worker.begin);
   }
-  unlock_part(worker.lock);
+  close(worker.lock);
 }
 
 void end_worker(const Worker& worker) {

@@ -157,7 +157,7 @@ void add_run_command(CLI::App& app, int& status) {
                   "Number of recipes to run at the same time, each in a separate process\n"
                   "(default: number of processors)")
       ->type_name("N")
-      ->check(whole_number(1, MOST_WORKERS));
+      ->transform(whole_number(1, MOST_WORKERS));
   run->add_flag("--keep-going", options->keep_going, "Run the remaining recipes after one has failed");
   run->add_flag("--force", options->force, "Run recipes again even if their results are up to date");
   run->footer(

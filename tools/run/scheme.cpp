@@ -9,12 +9,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "recipe/keywords.h"
 #include "recipe/load_document.h"
@@ -32,7 +35,11 @@ const vorlen::recipe::Row& scheme_row() { return *vorlen::recipe::find_row(Secti
 // The name of the root element.
 std::string root_name() { return vorlen::recipe::rows_of(Section::document).front()->name; }
 
+// Empty for what the library does not read either: pipes, devices and huge files.
 std::string read_text(const std::string& path) {
+  constexpr std::uintmax_t LARGEST = std::uintmax_t{64} << 20;  // bytes
+  std::error_code code;
+  if (!std::filesystem::is_regular_file(path, code) || std::filesystem::file_size(path, code) > LARGEST) return "";
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();

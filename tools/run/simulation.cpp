@@ -160,7 +160,7 @@ std::string foreign_file(const Job& job) {
   if (!has_rows || (names_rows && has_recipe_of(job, status))) return "";
   return fmt::format("{} {}: {}", paths.failed,
                      names_rows ? "has the rows of " + (status.recipe.empty() ? "another recipe" : status.recipe)
-                                : "is not known to be of a failed run of " + paths.result,
+                                : "is not from a known run of " + paths.result,
                      REMEDY);
 }
 

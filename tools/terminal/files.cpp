@@ -61,6 +61,8 @@ int create_beside(const fs::path& target, std::string& name) {
   return mkostemps(name.data(), static_cast<int>(PART.size()), O_CLOEXEC);
 }
 
+bool is_same(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
+
 std::string not_written(const std::string& path, int reason) {
   return path + " can't be written: " + std::strerror(reason);
 }
@@ -107,6 +109,10 @@ std::string problem_with_output(const std::string& path) {
   if (stat(path.c_str(), &old) == 0) {
     if (!S_ISREG(old.st_mode)) return path + " is not a regular file";
     if (access(path.c_str(), W_OK) != 0) return not_written(path, errno);
+    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {  // as in -o r.txt > r.txt, or -o /dev/stdout > r.txt
+      struct stat printed {};
+      if (fstat(stream, &printed) == 0 && is_same(old, printed)) return path + " is also the output of the command";
+    }
   } else if (errno != ENOENT) {
     return not_written(path, errno);
   }
@@ -172,7 +178,7 @@ int lock_part(const std::string& path, std::string& error) {
     fstat(file, &opened);
     if (busy) {
       error = "another run is writing " + path;
-    } else if (stat(part.c_str(), &named) != 0 || named.st_dev != opened.st_dev || named.st_ino != opened.st_ino) {
+    } else if (stat(part.c_str(), &named) != 0 || !is_same(named, opened)) {
       close(file);  // renamed by a run that has just ended
       continue;
     } else if (!S_ISREG(opened.st_mode) || opened.st_nlink != 1) {
@@ -193,11 +199,6 @@ bool is_part_locked(const std::string& path) {
   const bool busy = flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   close(file);
   return busy;
-}
-
-void unlock_part(int file) {
-  flock(file, LOCK_UN);  // also for the copies in worker processes
-  close(file);
 }
 
 std::string set_aside(const std::string& temporary, const std::string& path) {

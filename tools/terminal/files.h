@@ -27,14 +27,12 @@ bool write_file(const std::string& path, const std::string& content, std::string
 std::string part_path(const std::string& path);
 
 // Creates the temporary file of a run, or empties the one that a killed run has left, and locks it. Returns the open
-// file, or -1 with a message in error if another run has locked it or it can't be written.
+// file, whose lock ends when it is closed, or -1 with a message in error if another run has locked it or it can't be
+// written.
 int lock_part(const std::string& path, std::string& error);
 
 // True if a run with the result at path has locked its temporary file.
 bool is_part_locked(const std::string& path);
-
-// Ends the lock. The file itself has been renamed or removed before.
-void unlock_part(int file);
 
 // Renames the temporary file of a run with the result at path, so that the next run does not reuse it. Returns its
 // name.

@@ -5,7 +5,7 @@
 
 CLI::Validator not_empty();
 
-// Decimal digits only: no sign, no blanks, no exponent.
+// Decimal digits only: no sign, no blanks, no exponent. For transform(), which removes leading zeros.
 CLI::Validator whole_number(unsigned first, unsigned last);
 
 // A finite decimal number from 0 on, without anything before or after it.
