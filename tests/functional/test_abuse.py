@@ -1,6 +1,6 @@
 """Odd calls of the tool. Each says what is wrong, has the right exit status and changes no file.
 
-Every call runs in the same folder of odd files. A call that changes anything but the files it is allowed to write fails.
+Every call runs in the same folder of odd files, and none may change any but the files that it is said to write.
 """
 import json
 import os
@@ -94,7 +94,8 @@ CALLS = {
              "to_status.txt: names ending in .status.json are for other files of a run; choose another output"),
         Call("run recipe.xml -o good.result.txt", 1,
              "good.status.json is the status file of good.txt, not of good.result.txt" + AWAY),
-        Call("run recipe.xml -o good --force", 1, "good.status.json is the status file of good.txt, not of good" + AWAY),
+        Call("run recipe.xml -o good --force", 1,
+             "good.status.json is the status file of good.txt, not of good" + AWAY),
         Call("run recipe.xml -o bad.result.txt", 1, "bad.failed.txt has the rows of bad.xml" + AWAY),
         Call("run recipe.xml -o notes.txt", 1, "notes.status.json is not a status file" + AWAY),
         Call("run recipe.xml -o list.txt", 1, "list.status.json is not a status file" + AWAY),
@@ -105,7 +106,8 @@ CALLS = {
         Call("run recipe.xml -o trap.txt", 1,
              "trap.txt can't be written: Too many levels of symbolic links (.trap.txt.part)"),
         Call("run recipe.xml -o hardened.txt", 1, "hardened.txt can't be written: .hardened.txt.part is in the way"),
-        Call("run recipe.xml -o good.txt --force", 1, "good.txt is also the output of the command", shell=">> good.txt"),
+        Call("run recipe.xml -o good.txt --force", 1, "good.txt is also the output of the command",
+             shell=">> good.txt"),
         Call("run recipe.xml -o /dev/stderr --force", 1, "", shell="2>> notes.txt", new=("notes.txt",)),
         Call("new algan_tension -o recipe.xml", 1, "recipe.xml already exists (use --force to replace it)"),
         Call("new algan_tension -o dangling.txt", 1, "dangling.txt already exists (use --force to replace it)"),
@@ -125,7 +127,8 @@ CALLS = {
         Call("run recipe.xml --output-dir /proc/none", 1, ("/proc/none can't be created: ",)),
         Call("new algan_tension -o read_only.txt --force", 1, "read_only.txt can't be written: Permission denied",
              nobody=True),
-        Call("new algan_tension -o locked/new.xml", 1, "locked/new.xml can't be written: Permission denied", nobody=True),
+        Call("new algan_tension -o locked/new.xml", 1,
+             "locked/new.xml can't be written: Permission denied", nobody=True),
         Call("new algan_tension -o none/new.xml", 1, "none/new.xml can't be written: folder not found: none"),
         Call("new algan_tension -o new.xml", 1, "new.xml can't be written: File too large", limit=1000),
         Call("new algan_tension -o recipe.xml --force", 1, "recipe.xml can't be written: File too large", limit=1000),
@@ -153,7 +156,8 @@ CALLS = {
         Call(["run", "two\nlines.xml"], 0, "", output=RESULT, new=("two\nlines.result.txt", "two\nlines.status.json")),
         Call(["run", "it's \"odd\".xml"], 0, "", output=RESULT,
              new=("it's \"odd\".result.txt", "it's \"odd\".status.json")),
-        Call(["run", b"\xff\xfe.xml"], 0, "", output=RESULT, new=("\udcff\udcfe.result.txt", "\udcff\udcfe.status.json")),
+        Call(["run", b"\xff\xfe.xml"], 0, "", output=RESULT,
+             new=("\udcff\udcfe.result.txt", "\udcff\udcfe.status.json")),
         Call(["run", b"\xff.none", "-o", "new.txt"], 1, "Error reading file \udcff.none" + UNREADABLE),
         Call("check none.xml", 1, "", output="none.xml: error: Error reading file none.xml Failed to open file\n"),
         Call("check folder", 1, "", output="folder: error: Error reading file folder Failed to open file\n"),

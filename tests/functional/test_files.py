@@ -102,6 +102,12 @@ class Owners(Files):
                                  "b.xml", "-o", output, "--force")
         self.expect_run("b.xml", "-o", "r.txt")
 
+    def test_a_copy_of_a_result_has_no_right_to_its_status_file(self):
+        self.expect_run("a.xml", "-o", "r.result.txt")
+        shutil.copy(self.path("r.result.txt"), self.path("r.txt"))
+        self.expect_rejected("r.status.json is the status file of r.result.txt, not of r.txt" + AWAY,
+                             "b.xml", "-o", "r.txt")
+
     def test_rows_that_the_status_file_does_not_name_stay(self):
         self.expect_run("a.xml", "-o", "r.txt")
         self.write("r.failed.txt", "mine")
@@ -117,7 +123,7 @@ class Owners(Files):
         self.expect_run("a.xml", "-o", "r.txt")
         os.symlink("r.txt", self.path("link.txt"))
         for named in ("./r.txt", self.path("r.txt"), "link.txt"):
-            self.write_status("r", result_file=named)
+            self.write_status("r", result_file=named, result_sha256=None)
             self.expect_run("a.xml", "-o", "r.txt", "--force")
             self.assertEqual(self.status_of("r")["result_file"], "r.txt")
 
@@ -155,7 +161,8 @@ class Paths(Files):
         shutil.copy(self.path("a.xml"), self.path("out/deep/c.xml"))
         real = os.path.realpath(self.folder)
         for recipe, output, expected in (
-                ("a.xml", "r.txt", "a.xml"), ("./out/../a.xml", "r.txt", "a.xml"), (self.path("a.xml"), "r.txt", "a.xml"),
+                ("a.xml", "r.txt", "a.xml"), ("./out/../a.xml", "r.txt", "a.xml"),
+                (self.path("a.xml"), "r.txt", "a.xml"),
                 ("a.xml", "out/r.txt", f"{real}/a.xml"), ("out/deep/c.xml", "out/r.txt", "deep/c.xml"),
                 ("out/deep/c.xml", "r.txt", "out/deep/c.xml")):
             with self.subTest(recipe=recipe, output=output):
@@ -280,17 +287,20 @@ class TwoRuns(Files):
 
 
 class Writing(Files):
+    def access(self, name):
+        about = os.stat(self.path(name))
+        return about.st_mode, about.st_uid, about.st_gid
+
     def test_permissions_and_owner_of_a_replaced_file_stay(self):
-        for name, arguments in (("r.txt", ["run", "a.xml", "--force"]), ("new.xml", ["new", "algan_tension", "--force"])):
+        for name, arguments in (("r.txt", ["run", "a.xml"]), ("new.xml", ["new", "algan_tension", "--force"])):
             self.write(name, "old")
             os.chmod(self.path(name), 0o604)
             if os.geteuid() == 0:
                 os.chown(self.path(name), 65533, 65532)
-            before = os.stat(self.path(name))
+            before = self.access(name)
             self.assertEqual(self.run_tool(*arguments, "-o", name).returncode, 0)
-            after = os.stat(self.path(name))
-            self.assertNotEqual(before.st_size, after.st_size)
-            self.assertEqual((after.st_mode, after.st_uid, after.st_gid), (before.st_mode, before.st_uid, before.st_gid))
+            self.assertNotEqual(self.read(name), b"old")
+            self.assertEqual(self.access(name), before)
 
     def test_new_files_have_the_permissions_of_the_caller(self):
         for mask in (0o022, 0o027, 0o077):

@@ -20,7 +20,7 @@ bool read_number(const std::string& text, Number& number) {
 }  // namespace
 
 CLI::Validator not_empty() {
-  return {[](std::string& text) { return text.empty() ? "must not be empty" : ""; }, ""};
+  return {[](const std::string& text) { return text.empty() ? "must not be empty" : ""; }, ""};
 }
 
 CLI::Validator whole_number(unsigned first, unsigned last) {
@@ -36,7 +36,7 @@ CLI::Validator whole_number(unsigned first, unsigned last) {
 }
 
 CLI::Validator non_negative_number() {
-  const auto check = [](std::string& text) -> std::string {
+  const auto check = [](const std::string& text) -> std::string {
     double number = 0.0;
     if (read_number(text, number) && std::isfinite(number) && number >= 0.0) return "";
     return fmt::format("must be a non-negative number, got \"{}\"", text);
