@@ -42,7 +42,7 @@ struct Worker {
 };
 
 // Records interrupting signals during its lifetime. Signals that were ignored before (nohup) stay ignored. A pipe that
-// nobody reads is no reason to end: messages may get lost, files may not.
+// nobody reads does not end the run either: messages may get lost, files may not.
 struct SignalRecorder {
   std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> old{};
   sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);
