@@ -65,11 +65,15 @@ class Files(InAFolder):
         """A run that has written its rows to the temporary file and does not end."""
         return self.start(*arguments, tool=SCRIPTED_VORLEN, TEST_ROWS=self.path("a.xml"), TEST_HANG="1")
 
-    def wait_for(self, name, content=True):
+    def wait_until(self, condition):
         end = time.monotonic() + 60
-        while not os.path.exists(self.path(name)) or content and not self.read(name):
-            self.assertLess(time.monotonic(), end, name)
+        while not condition():
+            self.assertLess(time.monotonic(), end)
             time.sleep(0.02)
+
+    def wait_for(self, name):
+        """Waits until the file has content."""
+        self.wait_until(lambda: os.path.exists(self.path(name)) and self.read(name))
 
 
 class Owners(Files):
@@ -242,9 +246,7 @@ class TwoRuns(Files):
         self.wait_for(".r.txt.part")
         first.kill()
         first.wait(60)
-        end = time.monotonic() + 60
-        while self.run_tool("run", "a.xml", "-o", "r.txt").returncode != 0:  # until its worker has ended, too
-            self.assertLess(time.monotonic(), end)
+        self.wait_until(lambda: self.run_tool("run", "a.xml", "-o", "r.txt").returncode == 0)  # its worker ends, too
         self.assertEqual(self.names(), ["r.status.json", "r.txt"])
         self.assertGreater(len(Result(self.path("r.txt")).rows), 100)
 
@@ -347,7 +349,7 @@ class Writing(Files):
     def test_rows_that_can_not_be_put_in_place_are_set_aside(self):
         self.write_recipe("long.xml", '<n_periods val="3"/>', '<n_periods val="100"/>', source="ingan_gan_mqw")
         run = self.start("long.xml", "-o", "r.txt")  # takes about a second
-        self.wait_for(".r.txt.part", content=False)
+        self.wait_until(lambda: children_of(run.pid))  # all checks are done
         os.mkdir(self.path("r.txt"))
         _, error = run.communicate(timeout=60)
         self.assertEqual(run.returncode, 1)
