@@ -1,5 +1,9 @@
 // vorlen, the command-line tool of VorlenSolver. Data goes to stdout, messages go to stderr.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <clocale>
+#include <csignal>
 #include <iostream>
 #include <new>
 #include <string>
@@ -9,6 +13,20 @@
 #include "help/self_description.h"
 #include "python_command.h"
 #include "terminal/output.h"
+
+namespace {
+
+// A file that the tool opens must not get the number of a stream that the caller has closed: messages would be written
+// to it. Here such a stream can neither be read nor written.
+void reserve_standard_streams() {
+  for (int file = open("/dev/null", O_PATH); file >= 0; file = open("/dev/null", O_PATH)) {
+    if (file <= STDERR_FILENO) continue;
+    close(file);
+    return;
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   std::setlocale(LC_CTYPE, "");  // character set only: numbers keep their decimal point
@@ -34,6 +52,13 @@ int main(int argc, char** argv) {
   if (first == "__complete") return print_out(completions(app, std::vector<std::string>(argv + 2, argv + argc)));
   if (is_python_command(first)) return forward_to_python(argv + 1);
 
+  const auto named = app.get_subcommands([&first](const CLI::App* command) { return command->get_name() == first; });
+  if (argc > 1 && !first.starts_with('-') && named.empty()) {
+    return fail("not a command: " + first + " (vorlen --help lists the commands)", EXIT_USAGE);
+  }
+
+  reserve_standard_streams();
+  std::signal(SIGXFSZ, SIG_IGN);  // a file that gets too large is an error of writing
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

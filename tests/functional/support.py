@@ -4,6 +4,7 @@ The reader is written apart from the tool's own, so that the two check each othe
 """
 import os
 import re
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -22,7 +23,8 @@ EXAMPLES = sorted(name[:-4] for name in os.listdir(EXAMPLES_FOLDER) if name.ends
 
 def vorlen(*arguments, cwd, tool=VORLEN, **options):
     """Runs the tool. The result has returncode, stdout and stderr (as text). options: of subprocess.run"""
-    return subprocess.run([tool, *arguments], cwd=cwd, capture_output=True, encoding="utf-8", check=False, **options)
+    options = {"encoding": "utf-8", **options}
+    return subprocess.run([tool, *arguments], cwd=cwd, capture_output=True, check=False, **options)
 
 
 def example(name):
@@ -64,7 +66,16 @@ class InAFolder(unittest.TestCase):
             file.write(text)
 
     def run_tool(self, *arguments, **options):
-        return vorlen(*arguments, cwd=self.folder, **options)
+        return vorlen(*arguments, **{"cwd": self.folder, **options})
+
+    def run_without_privileges(self, *arguments, **options):
+        """As root: runs a copy of the tool, which anyone may start, as a user whom permissions bind."""
+        if os.geteuid() != 0:
+            return self.run_tool(*arguments, **options)
+        with tempfile.TemporaryDirectory() as folder:
+            os.chmod(folder, 0o755)
+            return self.run_tool(*arguments, tool=shutil.copy(VORLEN, folder), user=65534, group=65534,
+                                 extra_groups=[], **options)
 
     def expect_not_understood(self, *arguments):
         """Expects exit status 2 and a message for the command line."""

@@ -39,12 +39,12 @@ class Failures(InAFolder):
         self.assertTrue(run.stderr.startswith("vorlen: Error reading file recipe.xml\n"), run.stderr)
 
     def test_a_result_in_a_folder_that_does_not_exist(self):
-        self.expect_failure("Unable to open file no/out.txt for writing", "run", example("algan_gan_hemt"), "-o",
+        self.expect_failure("no/out.txt can't be written: folder not found: no", "run", example("algan_gan_hemt"), "-o",
                             "no/out.txt")
 
     def test_a_folder_as_result(self):
         os.mkdir(self.path("out"))
-        self.expect_failure("Unable to open file out for writing", "run", example("algan_gan_hemt"), "-o", "out")
+        self.expect_failure("out is not a regular file", "run", example("algan_gan_hemt"), "-o", "out")
 
     def test_a_result_that_is_the_recipe(self):
         self.write_recipe("recipe.xml")
@@ -57,7 +57,7 @@ class Failures(InAFolder):
 
     @unittest.skipUnless(os.path.exists("/dev/full"), "no device that is always full")
     def test_a_device_as_result(self):
-        self.expect_failure("/dev/full is not a regular file: no result can be kept there", "run",
+        self.expect_failure("/dev/full is not a regular file", "run",
                             example("algan_gan_hemt"), "-o", "/dev/full")
 
 
@@ -153,7 +153,8 @@ class DamagedResults(InAFolder):
         run = self.run_with_a_limit(100)  # within the list of layers
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertEqual(run.stderr, "vorlen: cut.txt: the file ends before the run does. Is the disk full?\n"
-                                     "No row could be written\n")
+                                     "No row could be written\n"
+                                     "cut.status.json can't be written: File too large\n")
         self.assertEqual(os.listdir(self.folder), [])
 
 

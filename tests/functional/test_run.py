@@ -121,9 +121,6 @@ class Batch(InAFolder):
         self.assertEqual(run_again(), (["up to date", "done"], [False, True]))
         self.write("a.status.json", self.read("a.status.json").decode().replace(f'"{VERSION}"', '"0.0.1"'))
         self.assertEqual(run_again(), (["done", "up to date"], [True, False]))
-        for nonsense in ("", "[]", "{}", '{"result": "0"}', '{"result": 0, "recipe_sha256": 1}'):
-            self.write("a.status.json", nonsense)
-            self.assertEqual(run_again(), (["done", "up to date"], [True, False]))
 
     def test_a_single_run_that_is_skipped_shows_the_same_table(self):
         self.write_recipe("a.xml")
@@ -295,7 +292,7 @@ class Places(InAFolder):
         os.mkfifo(self.path("pipe"))
         run = self.run_tool("run", example("algan_gan_hemt"), "-o", "pipe", timeout=60)
         self.assertEqual((run.returncode, run.stderr),
-                         (1, "vorlen: pipe is not a regular file: no result can be kept there\n"))
+                         (1, "vorlen: pipe is not a regular file\n"))
 
     def test_an_output_folder_that_is_a_file(self):
         self.write("file", "")
@@ -329,23 +326,22 @@ class Places(InAFolder):
         self.assertEqual(lines[:4], ["status 1", "old", "a.failed.txt", "a.result.txt"])
         self.assertIn(lines[4:], ([], ["a.status.json"]))
 
-    @unittest.skipIf(os.geteuid() == 0 and not hasattr(os, "setresuid"), "users can't be changed here")
     def test_files_without_read_or_write_permission(self):
         os.chmod(self.folder, 0o755)
+        os.mkdir(self.path("open"))
+        os.chmod(self.path("open"), 0o777)
         self.write_recipe("secret.xml")
         os.chmod(self.path("secret.xml"), 0)
         self.write("kept.txt", "of yesterday")
         os.chmod(self.path("kept.txt"), 0o444)
-        nobody = {"user": 65534, "group": 65534} if os.geteuid() == 0 else {}
-        try:
-            run = self.run_tool("run", "secret.xml", **nobody)
-        except PermissionError:
-            self.skipTest("another user may not start the tool from its folder")
-        self.assertEqual(run.stderr, "vorlen: Error reading file secret.xml\nFailed to open file\n")
-        self.assertEqual(run.returncode, 1)
-        run = self.run_tool("run", example("algan_gan_hemt"), "-o", "kept.txt", **nobody)
-        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: Unable to open file kept.txt for writing\n"))
+        run = self.run_without_privileges("run", "secret.xml", "-o", "open/r.txt")
+        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: Error reading file secret.xml\n"
+                                                           "Failed to open file\n"))
+        self.write_recipe("a.xml")
+        run = self.run_without_privileges("run", "a.xml", "-o", "kept.txt")
+        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: kept.txt can't be written: Permission denied\n"))
         self.assertEqual(self.read("kept.txt"), b"of yesterday")
+        self.assertEqual(os.listdir(self.path("open")), [])
 
 
 if __name__ == "__main__":

@@ -39,10 +39,10 @@ class New(InAFolder):
     def test_paths_that_cannot_be_written(self):
         os.mkdir(self.path("folder"))
         run = self.run_tool("new", "algan_tension", "--force", "-o", "folder")
-        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: folder is a directory\n"))
+        self.assertEqual((run.returncode, run.stderr), (1, "vorlen: folder is not a regular file\n"))
         run = self.run_tool("new", "algan_tension", "-o", "no/a.xml")
         self.assertEqual((run.returncode, run.stderr),
-                         (1, "vorlen: no/a.xml can't be written: No such file or directory\n"))
+                         (1, "vorlen: no/a.xml can't be written: folder not found: no\n"))
 
     def test_an_unknown_kind(self):
         run = self.run_tool("new", "diamond")

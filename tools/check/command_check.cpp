@@ -12,6 +12,7 @@
 
 #include "check/recipe_check.h"
 #include "commands.h"
+#include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
@@ -145,13 +146,14 @@ int check_recipes(const CheckOptions& options) {
 void add_check_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<CheckOptions>();
   CLI::App* check = app.add_subcommand("check", "Check recipes and report every problem, without running them");
-  check->add_option("RECIPE", options->recipes, "Recipes, XML files")->required();
+  check->add_option("RECIPE", options->recipes, "Recipes, XML files")->required()->check(not_empty());
   check->add_option("--format", options->format, "text, or json for programs (default: text)")
       ->type_name("FORMAT")
       ->check(CLI::IsMember({"text", "json"}));
   check->add_flag("--strict", options->strict, "Exit status 1 also for warnings");
   check->add_option("--allow", options->allowed, "Do not report warnings of this kind; may be repeated")
       ->type_name("KIND")
+      ->check(not_empty())
       ->expected(1);
   check->footer(
       "Exit status: 0 without errors, 1 with errors, 2 for an invalid command line.\n"

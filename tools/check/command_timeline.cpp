@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
+#include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
@@ -167,7 +168,7 @@ void add_timeline_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<TimelineOptions>();
   CLI::App* timeline =
       app.add_subcommand("timeline", "Show the stages of a recipe on the time axis, periodic ones expanded");
-  timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required();
+  timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required()->check(not_empty());
   timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
   timeline->footer("A ramp is shown as start -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
   timeline->callback([options, &status] { status = show_timeline(*options); });

@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,8 +37,15 @@ std::string entries_text(const std::vector<const MessageEntry*>& entries) {
   return text;
 }
 
-int explain(std::string text) {
-  if (text.empty()) text.assign(std::istreambuf_iterator<char>(std::cin), {});
+// given: null to read it from standard input.
+int explain(const std::string* given) {
+  std::string text(LONGEST_TEXT, '\0');
+  if (given != nullptr) {
+    text = *given;
+  } else {
+    std::cin.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(std::cin.gcount()));
+  }
   if (text.find_first_not_of(" \t\r\n") == std::string::npos) return fail("no text to explain", EXIT_USAGE);
   text.resize(std::min(text.size(), LONGEST_TEXT));
   const std::vector<MessageEntry> entries = read_message_page(embedded_messages());
@@ -55,12 +61,14 @@ int explain(std::string text) {
 void add_explain_command(CLI::App& app, int& status) {
   const auto text = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand("explain", "Explain what a message means and what to do about it");
-  command->add_option("TEXT", *text, "The message, with its values (default: read from standard input)")->type_name("");
+  const CLI::Option* option =
+      command->add_option("TEXT", *text, "The message, with its values (default: read from standard input)")
+          ->type_name("");
   command->footer(
       "If the message is not known, the most similar ones are shown.\n"
       "Exit status: 0 explained, 1 not known.\n\n"
       "Examples:\n"
       "  vorlen explain \"Step size has become too small\"\n"
       "  vorlen run recipe.xml 2>&1 | vorlen explain");
-  command->callback([text, &status] { status = explain(*text); });
+  command->callback([text, option, &status] { status = explain(option->count() > 0 ? text.get() : nullptr); });
 }

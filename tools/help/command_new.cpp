@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "help/embedded_texts.h"
 #include "terminal/files.h"
+#include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
@@ -55,12 +56,12 @@ int write_recipe(const NewOptions& options) {
                                    [&options](const EmbeddedRecipe& each) { return options.kind == each.kind; });
   if (options.file == "-") return print_out(recipe->text);
   const std::string file = options.file.empty() ? options.kind + ".xml" : options.file;
+  std::string error = problem_with_output(file);
+  if (!error.empty()) return fail(error);
   std::error_code ignored;
-  if (std::filesystem::is_directory(file, ignored)) return fail(file + " is a directory");
   if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
     return fail(file + " already exists (use --force to replace it)");
   }
-  std::string error;
   if (!write_file(file, recipe->text, error)) return fail(error);
   std::fputs(("vorlen: wrote " + file + "\n").c_str(), stderr);
   return EXIT_OK;
@@ -74,12 +75,14 @@ void add_new_command(CLI::App& app, int& status) {
   kinds.reserve(embedded_recipes().size());
   for (const EmbeddedRecipe& recipe : embedded_recipes()) kinds.emplace_back(recipe.kind);
   CLI::App* command = app.add_subcommand("new", "Write a commented recipe to start from");
-  command->add_option("KIND", options->kind, "Kind of recipe; if omitted, the kinds are listed")
-      ->type_name("")
-      ->check(CLI::IsMember(kinds));
+  CLI::Option* kind = command->add_option("KIND", options->kind, "Kind of recipe; if omitted, the kinds are listed")
+                          ->type_name("")
+                          ->check(CLI::IsMember(kinds));
   command->add_option("-o,--output", options->file, "File to write (default: KIND.xml), or - for standard output")
-      ->type_name("RECIPE");
-  command->add_flag("--force", options->force, "Replace an existing file");
+      ->type_name("RECIPE")
+      ->check(not_empty())
+      ->needs(kind);
+  command->add_flag("--force", options->force, "Replace an existing file")->needs(kind);
   command->footer("Example:\n  vorlen new ingan_gan_mqw -o wells.xml");
   command->callback([options, &status] { status = write_recipe(*options); });
 }

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "results/result_check.h"
 #include "results/result_diff.h"
+#include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
@@ -117,13 +118,13 @@ int compare_files(const DiffOptions& options) {
 void add_diff_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<DiffOptions>();
   CLI::App* diff = app.add_subcommand("diff", "Compare two result files, layer by layer and column by column");
-  diff->add_option("A", options->a, "Result file")->required()->type_name("");
-  diff->add_option("B", options->b, "Result file to compare with it")->required()->type_name("");
+  diff->add_option("A", options->a, "Result file")->required()->type_name("")->check(not_empty());
+  diff->add_option("B", options->b, "Result file to compare with it")->required()->type_name("")->check(not_empty());
   diff->add_option("--tolerance", options->tolerance,
                    "Relative deviation to ignore (default: 0). Deviations of a column are relative\n"
                    "to its largest magnitude in both files")
       ->type_name("X")
-      ->check(CLI::NonNegativeNumber.description(""));
+      ->check(non_negative_number());
   diff->add_flag("--json", options->json, "JSON, with all digits and all columns");
   diff->footer(
       "Exit status: 0 the same, 1 different, 2 a file cannot be read.\n\n"

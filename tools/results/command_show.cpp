@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "results/layer_values.h"
 #include "results/result_check.h"
+#include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
@@ -156,7 +157,7 @@ int show_result(const ShowOptions& options) {
 void add_show_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<ShowOptions>();
   CLI::App* show = app.add_subcommand("show", "Show the layers of a result file");
-  show->add_option("RESULT", options->result, "Result file")->required()->type_name("");
+  show->add_option("RESULT", options->result, "Result file")->required()->type_name("")->check(not_empty());
   CLI::Option* csv = show->add_flag("--csv", options->csv, "Comma-separated values with all digits");
   CLI::Option* json = show->add_flag("--json", options->json, "JSON with all digits; undefined values are null");
   json->excludes(csv);

@@ -4,7 +4,9 @@
 #include "results/result_file.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -135,16 +137,16 @@ bool parse_row(std::string_view line, std::size_t column_count, ResultRow& row) 
 }
 
 bool read_whole_file(const std::string& path, std::string& content, std::string& error) {
-  std::error_code ignored;
-  if (!std::filesystem::is_regular_file(path, ignored)) {
-    error = path + " is not a regular file";
+  std::error_code code;
+  if (!std::filesystem::is_regular_file(path, code)) {
+    error = code ? path + " can't be read: " + code.message() : path + " is not a regular file";
     return false;
   }
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
   if (!in) {
-    error = path + " is empty or cannot be read";
+    error = path + " can't be read: " + std::strerror(errno);
     return false;
   }
   content = text.str();

@@ -37,12 +37,15 @@ struct Worker {
   int pipe = -1;  // its read end
   Job* job = nullptr;
   std::string temporary;
+  int lock = -1;       // the temporary file, open
   double begin = 0.0;  // s, on the progress clock
 };
 
-// Records interrupting signals during its lifetime. Signals that were ignored before (nohup) stay ignored.
+// Records interrupting signals during its lifetime. Signals that were ignored before (nohup) stay ignored. A pipe that
+// nobody reads does not end the run either: messages may get lost, files may not.
 struct SignalRecorder {
   std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> old{};
+  sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);
 
   SignalRecorder() {
     interrupting_signal = 0;
@@ -56,22 +59,11 @@ struct SignalRecorder {
   }
   ~SignalRecorder() {
     for (std::size_t i = 0; i < old.size(); ++i) sigaction(INTERRUPTING_SIGNALS[i], &old[i], nullptr);
+    std::signal(SIGPIPE, old_pipe);
   }
   SignalRecorder(const SignalRecorder&) = delete;
   SignalRecorder& operator=(const SignalRecorder&) = delete;
 };
-
-bool write_all(int file, const void* data, std::size_t size) {
-  const char* at = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t count = write(file, at, size);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    at += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return true;
-}
 
 // Reads to the end of the pipe. True if it was a complete report.
 bool read_report(int file, SimulationReport& report) {
@@ -96,25 +88,44 @@ bool read_report(int file, SimulationReport& report) {
   _exit(write_all(pipe, &report, sizeof report) ? 0 : 1);
 }
 
-// Returns false if no process can be created.
+// Removes the temporary file of a job that was not finished, and ends its lock. Keeps errno.
+void release(const Worker& worker) {
+  const int reason = errno;
+  remove_file(worker.temporary);
+  close(worker.lock);
+  errno = reason;
+}
+
+// Returns false if no process can be created. A job that must not run, because another run writes its files, is FAILED.
 bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
   std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
   Worker worker;
-  worker.pipe = ends[0];
   worker.job = &job;
-  worker.temporary = temporary_beside(job.paths.result);
+  worker.temporary = part_path(job.paths.result);
   worker.begin = now;
+  worker.lock = lock_part(job.paths.result, job.text);
+  if (worker.lock >= 0) job.text = problem_with_target(job);  // again: the files may be those of a run that ended now
+  if (!job.text.empty()) {
+    if (worker.lock >= 0) release(worker);
+    job.state = JobState::FAILED;
+    return true;
+  }
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+    release(worker);
+    return false;
+  }
+  worker.pipe = ends[0];
   worker.pid = fork();
   if (worker.pid == 0) {
     // Inherited pipes of other workers are read ends and do no harm.
     work(worker, ends[1]);
   }
-  close(ends[1]);
   if (worker.pid < 0) {
-    close(ends[0]);
+    release(worker);
+    for (const int end : ends) close(end);
     return false;
   }
+  close(ends[1]);
   job.state = JobState::RUNNING;
   workers.push_back(worker);
   return true;
@@ -130,13 +141,14 @@ void collect(const Worker& worker, double now) {
   }
   if (reported) {
     finish_job(*worker.job, worker.temporary, report);
-    return;
+  } else {
+    const std::string cause = WIFSIGNALED(ended)
+                                  ? fmt::format("signal {}, {}", WTERMSIG(ended), strsignal(WTERMSIG(ended)))
+                                  : fmt::format("exit status {}", WEXITSTATUS(ended));
+    finish_crashed_job(*worker.job, worker.temporary, "The simulation's process has crashed (" + cause + ")",
+                       now - worker.begin);
   }
-  const std::string cause = WIFSIGNALED(ended)
-                                ? fmt::format("signal {}, {}", WTERMSIG(ended), strsignal(WTERMSIG(ended)))
-                                : fmt::format("exit status {}", WEXITSTATUS(ended));
-  finish_crashed_job(*worker.job, worker.temporary, "The simulation's process has crashed (" + cause + ")",
-                     now - worker.begin);
+  close(worker.lock);
 }
 
 void end_worker(const Worker& worker) {
@@ -144,7 +156,7 @@ void end_worker(const Worker& worker) {
   while (waitpid(worker.pid, nullptr, 0) < 0 && errno == EINTR) {
   }
   close(worker.pipe);
-  remove_file(worker.temporary);
+  release(worker);
   worker.job->state = JobState::WAITING;
 }
 
@@ -183,14 +195,18 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
   while (interrupting_signal == 0) {
     while (!stop && next < jobs.size() && workers.size() < options.workers && interrupting_signal == 0) {
       Job& job = jobs[next];
+      const bool shares_part = std::any_of(workers.begin(), workers.end(), [&job](const Worker& worker) {
+        return worker.temporary == part_path(job.paths.result);  // very long names
+      });
+      if (shares_part) break;
       if (!options.force && is_up_to_date(job)) {
         job.state = JobState::SKIPPED;
       } else if (!start_worker(job, elapsed(progress), workers)) {
         if (!workers.empty()) break;  // try again when one has ended and released its resources
         job.state = JobState::FAILED;
         job.text = std::string("No process for the simulation: ") + std::strerror(errno);
-        report_failure(job, with_name, progress);
       }
+      if (job.state == JobState::FAILED) report_failure(job, with_name, progress);
       ++next;
       stop = !options.keep_going && any_failed(jobs);
     }

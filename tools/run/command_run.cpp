@@ -16,6 +16,8 @@
 #include "run/run_text.h"
 #include "run/scheme.h"
 #include "run/simulation.h"
+#include "terminal/files.h"
+#include "terminal/option_values.h"
 #include "terminal/output.h"
 
 namespace {
@@ -44,11 +46,13 @@ std::string default_result_path(const std::string& recipe, const std::string& fo
 std::string problem_with_batch(const std::vector<Job>& jobs) {
   std::map<fs::path, const Job*> owners;
   for (const Job& job : jobs) {
-    std::error_code ignored;
-    const fs::path place = fs::weakly_canonical(fs::absolute(job.paths.result, ignored), ignored);
-    const auto [owner, is_first] = owners.emplace(place.empty() ? fs::path(job.paths.result) : place, &job);
-    if (!is_first) {
-      return fmt::format("{} and {} would both write {}", owner->second->recipe, job.recipe, job.paths.result);
+    for (const std::string& path : {job.paths.result, job.paths.status, job.paths.failed}) {
+      std::error_code ignored;
+      const fs::path place = fs::weakly_canonical(fs::absolute(target_of(path), ignored), ignored);
+      const auto [owner, is_first] = owners.emplace(place.empty() ? fs::path(path) : place, &job);
+      if (is_first) continue;
+      if (owner->second == &job) return path + " is a link to another file of the same run";
+      return fmt::format("{} and {} would both write {}", owner->second->recipe, job.recipe, path);
     }
   }
   return "";
@@ -57,11 +61,12 @@ std::string problem_with_batch(const std::vector<Job>& jobs) {
 // A recipe that a job would overwrite with one of its files; empty if none.
 std::string overwritten_recipe(const std::vector<Job>& jobs) {
   for (const Job& job : jobs) {
-    for (const std::string& path : {job.paths.result, job.paths.status, job.paths.failed}) {
+    const ResultPaths& paths = job.paths;
+    for (const std::string& path : {paths.result, paths.status, paths.failed, part_path(paths.result)}) {
       std::error_code ignored;
       if (!fs::exists(path, ignored)) continue;
       for (const Job& other : jobs) {
-        if (fs::equivalent(other.recipe, path, ignored)) return other.recipe;
+        if (is_same_file(other.recipe, path)) return other.recipe;
       }
     }
   }
@@ -98,10 +103,12 @@ int run_recipes(const RunOptions& options) {
     fs::create_directories(options.output_folder, code);
     if (code) return fail(options.output_folder + " can't be created: " + code.message());
   }
+  int target_status = EXIT_OK;
   for (const Job& job : jobs) {
     const std::string target = problem_with_target(job);
-    if (!target.empty()) return fail(target);
+    if (!target.empty()) target_status = fail(target);
   }
+  if (target_status != EXIT_OK) return target_status;
 
   BatchOptions batch;
   batch.workers = options.workers > 0 ? options.workers : std::max(1U, std::thread::hardware_concurrency());
@@ -128,19 +135,18 @@ int run_recipes(const RunOptions& options) {
 void add_run_command(CLI::App& app, int& status) {
   const auto options = std::make_shared<RunOptions>();
   CLI::App* run = app.add_subcommand("run", "Run recipes, write the result files and show what grew");
-  const CLI::Validator not_empty([](const std::string& value) { return value.empty() ? "is an empty text" : ""; }, "");
-  run->add_option("RECIPE", options->recipes, "Recipe files (XML)")->required()->type_name("");
+  run->add_option("RECIPE", options->recipes, "Recipe files (XML)")->required()->type_name("")->check(not_empty());
   CLI::Option* result =
       run->add_option("-o,--output", options->result,
                       "Result file of a single recipe (default: the recipe's name with the extension\n"
                       ".result.txt, in the current directory). An existing file is replaced only\n"
                       "if the run succeeds")
           ->type_name("RESULT")
-          ->check(not_empty);
+          ->check(not_empty());
   run->add_option("--output-dir", options->output_folder,
                   "Directory for the result files (default: the current one); created if missing")
       ->type_name("DIR")
-      ->check(not_empty)
+      ->check(not_empty())
       ->excludes(result);
   run->add_option("--scheme", options->scheme,
                   "Integration scheme, overrides that of the recipes: staged integrates stage by\n"
@@ -151,7 +157,7 @@ void add_run_command(CLI::App& app, int& status) {
                   "Number of recipes to run at the same time, each in a separate process\n"
                   "(default: number of processors)")
       ->type_name("N")
-      ->check(CLI::Range(1U, MOST_WORKERS).description(""));
+      ->transform(whole_number(1, MOST_WORKERS));
   run->add_flag("--keep-going", options->keep_going, "Run the remaining recipes after one has failed");
   run->add_flag("--force", options->force, "Run recipes again even if their results are up to date");
   run->footer(

@@ -75,7 +75,7 @@ std::string run_text(const ResultFile& result, const Job& job) {
                       printable(status.host), printable(status.finished), status.wall_time, scheme_of(job));
   }
   return layer_table(result) + '\n' + last_row_text(result.rows.back()) +
-         fmt::format("\n{} {} rows in {}\n", how, result.rows.size(), job.paths.result);
+         fmt::format("\n{} {} rows in {}\n", how, result.rows.size(), printable(job.paths.result));
 }
 
 std::string batch_text(const std::vector<Job>& jobs) {

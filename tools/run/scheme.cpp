@@ -9,18 +9,22 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <system_error>
 
 #include "recipe/keywords.h"
 #include "recipe/load_document.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
 #include "recipe/recipe_table.h"
+#include "terminal/files.h"
 
 namespace {
 
@@ -31,7 +35,11 @@ const vorlen::recipe::Row& scheme_row() { return *vorlen::recipe::find_row(Secti
 // The name of the root element.
 std::string root_name() { return vorlen::recipe::rows_of(Section::document).front()->name; }
 
+// Empty for what the library does not read either: pipes, devices and huge files.
 std::string read_text(const std::string& path) {
+  constexpr std::uintmax_t LARGEST = std::uintmax_t{64} << 20;  // bytes
+  std::error_code code;
+  if (!std::filesystem::is_regular_file(path, code) || std::filesystem::file_size(path, code) > LARGEST) return "";
   std::ifstream in(path, std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
@@ -157,14 +165,7 @@ std::string recipe_under_scheme(const std::string& path, const std::string& sche
 }
 
 MemoryFile::MemoryFile(const std::string& content) : descriptor_(memfd_create("recipe", MFD_CLOEXEC)) {
-  std::size_t done = 0;
-  while (descriptor_ >= 0 && done < content.size()) {
-    const ssize_t count = write(descriptor_, content.data() + done, content.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  if (descriptor_ >= 0 && done == content.size()) return;
+  if (descriptor_ >= 0 && write_all(descriptor_, content.data(), content.size())) return;
   const std::string reason = std::strerror(errno);
   if (descriptor_ >= 0) close(descriptor_);
   throw std::runtime_error("No copy of the recipe for another scheme: " + reason);

@@ -2,7 +2,6 @@
 #include "run/simulation.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -12,6 +11,7 @@
 #include <fstream>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -26,6 +26,8 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::string_view STATUS_ENDING = ".status.json";
 
 template <std::size_t size>
 void copy_text(const std::string& text, std::array<char, size>& target) {
@@ -102,17 +104,64 @@ void write_status(Job& job, const SimulationReport& report, const std::string& r
   status.text = report.text.data();
   status.wall_time = report.wall_time;
   status.version = VORLEN_VERSION;
-  status.recipe = job.recipe;
+  status.recipe = path_in_status(job.recipe, job.paths.status);
   status.recipe_sha256 = report.recipe_sha256.data();
   status.scheme = report.scheme.data();
-  status.result_file = rows.empty() ? job.paths.result : rows;
+  status.result_file = path_in_status(rows.empty() ? job.paths.result : rows, job.paths.status);
   if (!rows.empty()) status.result_sha256 = report.result_sha256.data();
   status.host = host_name();
   status.finished = utc_now();
   std::string error;
-  if (write_status_file(job.paths.status, status, error) || job.state == JobState::FAILED) return;
+  if (write_status_file(job.paths.status, status, error)) return;
+  job.text = job.state == JobState::FAILED ? job.text + '\n' + error : error + "; the result itself is in place";
   job.state = JobState::FAILED;
-  job.text = error + "; the result itself is in place";
+}
+
+// The other results that have the same status file: NAME, NAME.txt and NAME.result.txt.
+std::vector<std::string> twins_of(const ResultPaths& paths) {
+  const std::string stem = paths.status.substr(0, paths.status.size() - STATUS_ENDING.size());
+  std::vector<std::string> twins = {stem, stem + ".txt", stem + ".result.txt"};
+  std::erase_if(twins, [&paths](const std::string& twin) { return part_path(twin) == part_path(paths.result); });
+  return twins;
+}
+
+// True if the status file names the file at path, or a file that has been renamed to it together with the status file.
+bool names_file(const RunStatus& status, const std::string& status_path, const std::string& path) {
+  if (status.result_file.empty()) return false;
+  if (status.result_file == path_in_status(path, status_path)) return true;
+  const std::string named = path_from_status(status.result_file, status_path);
+  std::error_code ignored;
+  if (fs::exists(named, ignored)) return is_same_file(named, path);
+  return !status.result_sha256.empty() && status.result_sha256 == sha256_of_file(path);
+}
+
+// Rows of failed runs do not show to which of several results they belong: those of the same recipe are replaced.
+bool has_recipe_of(const Job& job, const RunStatus& status) {
+  return status.recipe == path_in_status(job.recipe, job.paths.status) ||
+         (!status.recipe_sha256.empty() && status.recipe_sha256 == sha256_of_file(job.recipe));
+}
+
+// Why the status file or the rows of a failed run that exist must not be replaced; empty if they are of this result.
+std::string foreign_file(const Job& job) {
+  const ResultPaths& paths = job.paths;
+  constexpr const char* REMEDY = "move it away, or choose another output";
+  std::error_code ignored;
+  const bool has_status = fs::exists(paths.status, ignored);
+  const bool has_rows = fs::exists(paths.failed, ignored);
+  RunStatus status;
+  if (has_status && !read_status_file(paths.status, status)) {
+    return fmt::format("{} is not a status file: {}", paths.status, REMEDY);
+  }
+  const bool names_rows = names_file(status, paths.status, paths.failed);
+  if (has_status && !names_rows && !names_file(status, paths.status, paths.result)) {
+    return fmt::format("{} is the status file of {}, not of {}: {}", paths.status,
+                       status.result_file.empty() ? "another file" : status.result_file, paths.result, REMEDY);
+  }
+  if (!has_rows || (names_rows && has_recipe_of(job, status))) return "";
+  return fmt::format("{} {}: {}", paths.failed,
+                     names_rows ? "has the rows of " + (status.recipe.empty() ? "another recipe" : status.recipe)
+                                : "is not from a known run of " + paths.result,
+                     REMEDY);
 }
 
 }  // namespace
@@ -126,7 +175,7 @@ ResultPaths result_paths(const std::string& result) {
     return ends_so;
   };
   if (drop(".txt")) drop(".result");
-  return {result, stem + ".status.json", stem + ".failed.txt"};
+  return {result, stem + std::string(STATUS_ENDING), stem + ".failed.txt"};
 }
 
 SimulationReport simulate(const Job& job, const std::string& temporary) {
@@ -179,20 +228,17 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
     return;
   }
   std::string error;
-  bool stranded = false;  // the rows could not be moved and keep their temporary name
-  if (!rows.empty() && put_in_place(temporary, rows, error)) {
-    if (rows == job.paths.failed) job.text += "\nThe rows up to there are in " + rows;
-  } else if (!rows.empty()) {
+  if (rows.empty()) {
+    remove_file(temporary);
+  } else if (!put_in_place(temporary, rows, error)) {
     rows.clear();
-    stranded = true;
-    error += "; the rows are in " + temporary;
+    error += "; the rows are in " + set_aside(temporary, job.paths.result);
     job.state = JobState::FAILED;
     job.text += (job.text.empty() ? "" : "\n") + error;
+  } else if (rows == job.paths.failed) {
+    job.text += "\nThe rows up to there are in " + rows;
   }
-  if (!stranded) {
-    if (rows != job.paths.failed) remove_file(job.paths.failed);  // from an earlier run
-    remove_file(temporary);
-  }
+  if (error.empty() && rows != job.paths.failed) remove_file(job.paths.failed);  // from an earlier run
   SimulationReport final_report = report;
   if (job.state == JobState::FAILED && report.result == 0) {
     final_report.result = 1;
@@ -221,13 +267,21 @@ bool is_up_to_date(const Job& job) {
 }
 
 std::string problem_with_target(const Job& job) {
-  const std::string& path = job.paths.result;
-  std::error_code ignored;
-  const fs::file_status there = fs::status(path, ignored);
-  if (!fs::exists(there)) return "";
-  // The library's message for a file that cannot be written; renaming would succeed nevertheless.
-  if (fs::is_directory(there) || (fs::is_regular_file(there) && access(path.c_str(), W_OK) != 0)) {
-    return "Unable to open file " + path + " for writing";
+  const ResultPaths& paths = job.paths;
+  for (const std::string& path : {paths.result, paths.status, paths.failed}) {
+    std::string problem = problem_with_output(path);
+    if (!problem.empty()) return problem;
   }
-  return fs::is_regular_file(there) ? "" : path + " is not a regular file: no result can be kept there";
+  for (const char* ending : {".failed.txt", ".status.json", ".part"}) {
+    if (paths.result.ends_with(ending) || target_of(paths.result).ends_with(ending)) {
+      return fmt::format("{}: names ending in {} are for other files of a run; choose another output", paths.result,
+                         ending);
+    }
+  }
+  for (const std::string& twin : twins_of(paths)) {
+    if (is_part_locked(twin)) {
+      return fmt::format("another run is writing {}, which has the same {}", twin, paths.status);
+    }
+  }
+  return foreign_file(job);
 }

@@ -53,5 +53,6 @@ void finish_crashed_job(Job& job, const std::string& temporary, const std::strin
 // file has changed since.
 bool is_up_to_date(const Job& job);
 
-// Why the result cannot or must not be written to its path; empty if it can.
+// Why the files of the job must not be written: not regular files, no rights, or those of another result. Empty if they
+// can be.
 std::string problem_with_target(const Job& job);

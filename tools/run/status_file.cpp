@@ -5,10 +5,14 @@
 
 #include <array>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 #include "terminal/files.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -22,7 +26,27 @@ std::string text_at(const nlohmann::json& object, const char* key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
+// The absolute path without symbolic links in its folder; the last part is kept, also if it is a link.
+fs::path with_resolved_folder(const std::string& path) {
+  std::error_code ignored;
+  const fs::path absolute = fs::absolute(path, ignored);
+  return fs::weakly_canonical(absolute.parent_path(), ignored) / absolute.filename();
+}
+
 }  // namespace
+
+std::string path_in_status(const std::string& path, const std::string& status_path) {
+  const fs::path absolute = with_resolved_folder(path);
+  const fs::path relative = absolute.lexically_relative(with_resolved_folder(status_path).parent_path());
+  const bool is_inside = !relative.empty() && *relative.begin() != "..";
+  // Texts and paths may contain bytes that are not valid UTF-8; JSON cannot.
+  const nlohmann::json text = (is_inside ? relative : absolute).string();
+  return nlohmann::json::parse(text.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)).get<std::string>();
+}
+
+std::string path_from_status(const std::string& text, const std::string& status_path) {
+  return (fs::path(status_path).parent_path() / text).string();  // an absolute one replaces the folder
+}
 
 bool write_status_file(const std::string& path, const RunStatus& status, std::string& error) {
   const nlohmann::ordered_json object = {{"result", status.result},
@@ -36,7 +60,6 @@ bool write_status_file(const std::string& path, const RunStatus& status, std::st
                                          {"result_sha256", text_or_null(status.result_sha256)},
                                          {"host", status.host},
                                          {"finished", status.finished}};
-  // Texts and paths may contain bytes that are not valid UTF-8; JSON cannot.
   return write_file(path, object.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n', error);
 }
 

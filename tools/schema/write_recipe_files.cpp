@@ -12,6 +12,7 @@
 #include "schema/recipe_elements.h"
 #include "schema/recipe_files.h"
 #include "schema/result_columns.h"
+#include "terminal/files.h"
 
 namespace {
 
@@ -27,11 +28,10 @@ std::string fresh_text(const std::string& path, const std::string& stored, std::
   return recipe::page_with_tables(stored, error);
 }
 
-int write_file(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << text;
-  if (file.flush()) return 0;
-  std::fprintf(stderr, "%s: cannot be written\n", path.c_str());
+int write(const std::string& path, const std::string& text) {
+  std::string error;
+  if (write_file(path, text, error)) return 0;
+  std::fprintf(stderr, "%s\n", error.c_str());
   return 1;
 }
 
@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   const std::string path = argv[2];
-  if (option == "--schema") return write_file(path, recipe::rng_text());
+  if (option == "--schema") return write(path, recipe::rng_text());
   const std::string stored = file_text(path);
   std::string error;
   const std::string fresh = fresh_text(path, stored, error);
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%s: %s\n", path.c_str(), error.c_str());
     return 1;
   }
-  if (option == "--tables") return write_file(path, fresh);
+  if (option == "--tables") return write(path, fresh);
   if (stored == fresh) return 0;
   std::fprintf(stderr, "%s is out of date; run write_recipe_files --tables\n", path.c_str());
   return 1;
