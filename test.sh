@@ -21,6 +21,7 @@ esac
 jobs=$(nproc)
 # Builds share their object files: the packages contain the same code as the release build.
 export CCACHE_DIR=$PWD/build/ccache CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+export CCACHE_DEPEND=1  # without a separate run of the preprocessor
 logs=build/test-logs
 mkdir -p "$logs"
 summary=()

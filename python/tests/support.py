@@ -9,6 +9,7 @@ from pathlib import Path
 import pytest
 
 import vorlen
+from vorlen._result_file import COLUMN_NAMES
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
@@ -25,7 +26,7 @@ HEADING = (
 
 def row(active: bool = True, **values: float) -> str:
     """One row of a result file. Columns that are not named are 0."""
-    numbers = [values.get(name, 0.0) for name in vorlen.result_file.COLUMN_NAMES]
+    numbers = [values.get(name, 0.0) for name in COLUMN_NAMES]
     return " ".join(f"{number:.16e}" for number in numbers) + (" \n" if active else "\n")
 
 

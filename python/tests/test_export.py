@@ -10,7 +10,7 @@ import pytest
 
 import vorlen
 from support import V_DEFECTS
-from vorlen.result_file import COLUMN_NAMES
+from vorlen._result_file import COLUMN_NAMES
 
 
 def test_comma_separated_values_keep_every_digit(tmp_path: Path) -> None:

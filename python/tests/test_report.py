@@ -27,7 +27,7 @@ from support import (
     recipe_with_a_pause,
     recipe_with_nan,
 )
-from vorlen.report import find_tool, render, unread_elements
+from vorlen._report import find_tool, render, unread_elements
 
 PANELS = 5  # composition, growth rate, temperature, strain, densities
 
@@ -344,7 +344,7 @@ def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp
         (["a.html"], "a.html is not a result file"),
         (["a.result.txt", "--recipe", "none.xml"], "recipe not found: none.xml"),
         (["a.result.txt", "-o", "a.result.txt"], "would overwrite"),
-        (["a.result.txt", "-o", "nowhere/a.html"], "No such file"),
+        (["a.result.txt", "-o", "nowhere/a.html"], "folder not found: nowhere"),
     ):
         done = subprocess.run(
             [*command, *arguments], cwd=tmp_path, env=environment, capture_output=True, text=True, check=False

@@ -16,7 +16,7 @@ import pytest
 import vorlen
 from support import EXAMPLES, failing_recipe
 from vorlen._library import simulate
-from vorlen.run import status_path
+from vorlen._status import status_path
 
 
 def bytes_of_the_library(recipe: Path, folder: Path) -> bytes:

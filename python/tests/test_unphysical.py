@@ -11,6 +11,7 @@ import numpy as np
 import pytest
 
 import vorlen
+from vorlen._result_file import COLUMN_NAMES
 from support import (
     MQW,
     V_DEFECTS,
@@ -24,8 +25,8 @@ from support import (
     without_integration,
 )
 from vorlen._result_check import looks_physical
-from vorlen.report import find_tool
-from vorlen.run import RecipeSource
+from vorlen._report import find_tool
+from vorlen._source import RecipeSource
 
 STAGED_REMEDY = 'What to do: run it with --scheme staged (in Python: scheme="staged")'
 PAGE_REMEDY = "What to do: see docs/when-a-run-fails.md"
@@ -123,7 +124,7 @@ def test_fractions_of_rows_that_were_not_simulated_are_the_recipe_s_own(number: 
     assert run_of({number: {"x_ga": 4.86}}).unphysical == ""
 
 
-@pytest.mark.parametrize("column", vorlen.result_file.COLUMN_NAMES)
+@pytest.mark.parametrize("column", COLUMN_NAMES)
 @pytest.mark.parametrize(("value", "shown"), [(np.nan, "NaN"), (np.inf, "infinite"), (-np.inf, "infinite")])
 def test_nan_and_infinity_are_unphysical_in_every_column(column: str, value: float, shown: str) -> None:
     text = run_of({4: {column: value}}).unphysical

@@ -13,13 +13,14 @@ packages are imported when they are first used.
 
 from ._library import LibraryNotFoundError
 from ._version import __version__
-from .fit import fit, plot_fit
-from .recipe import Recipe, RecipeError
-from .report import report
-from .result_file import ResultFileError
-from .run import Run, SimulationError, read, run
-from .sensitivity import sensitivity, tornado
-from .sweep import sweep, write_plan
+from ._fit import fit, plot_fit
+from ._recipe import Recipe, RecipeError
+from ._report import report
+from ._result_file import ResultFileError
+from ._run import Run, SimulationError, read
+from ._simulate import run
+from ._sensitivity import sensitivity, tornado
+from ._sweep import sweep, write_plan
 
 __all__ = [
     "LibraryNotFoundError",

@@ -7,7 +7,7 @@ import sys
 
 from . import __version__
 from ._sweep_command import add_command as add_sweep
-from .report import add_command as add_report
+from ._report import add_command as add_report
 
 
 def main(arguments: list[str] | None = None) -> int:

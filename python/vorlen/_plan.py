@@ -17,7 +17,6 @@ import itertools
 import json
 import math
 import os
-import uuid
 from collections.abc import Iterable, Mapping
 from dataclasses import dataclass, replace
 from pathlib import Path
@@ -26,8 +25,9 @@ from typing import Any
 import pandas as pd
 
 from ._scheme import STAGED, check_scheme, with_scheme
-from .recipe import Recipe
-from .run import RecipeSource
+from ._files import replace_file
+from ._recipe import Recipe
+from ._source import RecipeSource
 
 MODES = ("grid", "zip")
 PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out", "scheme")
@@ -87,16 +87,6 @@ def row_recipe(base: Recipe, values: Mapping[str, Any]) -> bytes:
     for path, value in values.items():
         recipe[path] = tuple(value) if isinstance(value, list) else value
     return recipe.to_bytes()
-
-
-def write_atomically(path: Path, content: bytes) -> None:
-    """Writes a file so that other processes see either the old content or the new, never a part."""
-    part = path.with_name(f".{path.name}.{uuid.uuid4().hex}")
-    try:
-        part.write_bytes(content)
-        os.replace(part, path)
-    finally:
-        part.unlink(missing_ok=True)
 
 
 def sha256(content: bytes) -> str:
@@ -182,7 +172,7 @@ def write_plan(
     path = Path(path)
     plan = make_plan(recipe, parameters, mode, timeout, scheme)
     copy = path.with_name(f"{path.stem}.recipe.xml")
-    write_atomically(copy, plan.recipe)
+    replace_file(copy, plan.recipe)
     _write_plan_file(path, plan, copy.name, path.stem if out is None else os.fspath(out))
     return path
 
@@ -191,7 +181,7 @@ def _write_plan_file(path: Path, plan: Plan, recipe: str, out: str) -> None:
     content = {
         "recipe": recipe, "parameters": plan.parameters, "mode": plan.mode, "timeout": plan.timeout, "out": out,
     }
-    write_atomically(path, (json.dumps(content, indent=1) + "\n").encode())
+    replace_file(path, (json.dumps(content, indent=1) + "\n").encode())
 
 
 def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
@@ -237,5 +227,5 @@ def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
                 f"resume=False to replace it"
             )
     (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
-    write_atomically(recipe_path, plan.recipe)
+    replace_file(recipe_path, plan.recipe)
     _write_plan_file(plan_path, plan, recipe_path.name, ".")

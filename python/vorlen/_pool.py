@@ -21,7 +21,8 @@ from typing import Any
 from ._plan import row_files
 from ._row import add_row
 from ._scheme import scheme_of
-from .run import RecipeSource, failed_path, write_status
+from ._source import RecipeSource
+from ._status import failed_path, write_status
 
 _thread = threading.local()
 

@@ -12,12 +12,12 @@ from typing import TYPE_CHECKING, NamedTuple
 
 import numpy as np
 
-from .result_file import COLUMN_NAMES, COLUMNS, TIME_TOLERANCE
+from ._result_file import COLUMN_NAMES, COLUMNS, TIME_TOLERANCE
 
 if TYPE_CHECKING:
     import pandas as pd
 
-    from .recipe import Recipe
+    from ._recipe import Recipe
 
 FRACTIONS = ("x_in", "x_ga", "x_al")
 FRACTION_MIN, FRACTION_MAX = -0.001, 1.001  # rounding errors of the integration are far smaller

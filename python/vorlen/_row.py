@@ -10,11 +10,14 @@ from typing import Any
 
 import numpy as np
 
-from ._plan import row_files, row_recipe, sha256, write_atomically
+from ._plan import row_files, row_recipe, sha256
 from ._scheme import scheme_of
 from ._version import __version__
-from .recipe import Recipe
-from .run import Run, SimulationError, read_status, run
+from ._files import replace_file
+from ._recipe import Recipe
+from ._run import Run, SimulationError
+from ._simulate import run
+from ._status import read_status
 
 FINISHED = ("ok", "failed")  # the run has a definite outcome: such a row is not run again
 LAYER_VALUES = ("thickness", "x_in", "x_ga", "x_al")  # for each layer, as Run.layers has them
@@ -50,7 +53,7 @@ def add_row(path: Path, row: dict[str, Any]) -> None:
     """Adds the row to the status file of its run, which marks the row as done."""
     status = json.loads(path.read_text(encoding="utf-8"))
     status["row"] = row
-    write_atomically(path, (json.dumps(status, indent=1) + "\n").encode())
+    replace_file(path, (json.dumps(status, indent=1) + "\n").encode())
 
 
 @functools.lru_cache(maxsize=4)
@@ -76,7 +79,7 @@ def do_row(task: dict[str, Any]) -> dict[str, Any]:
     files.status.unlink(missing_ok=True)
     files.result.unlink(missing_ok=True)
     row: dict[str, Any] = {"status": "ok", "text": "", "values": {}}
-    write_atomically(files.recipe, content)
+    replace_file(files.recipe, content)
     try:
         row["values"] = key_results(run(files.recipe, files.result))
     except SimulationError as error:

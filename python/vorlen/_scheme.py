@@ -5,8 +5,8 @@ The first `scheme` element of the first `integration` element counts.
 
 from __future__ import annotations
 
-from . import xml_bytes
-from .recipe import KNOWN, ROOT, SCHEMES, Recipe, RecipeError
+from . import _xml_bytes
+from ._recipe import KNOWN, ROOT, SCHEMES, Recipe, RecipeError
 
 STAGED = "staged"
 DEFAULT = KNOWN["integration/scheme"].default
@@ -23,7 +23,7 @@ def scheme_of(content: bytes | None) -> str:
     if content is None or b"integration" not in content:  # saves parsing
         return DEFAULT
     try:
-        root = xml_bytes.index(content, "recipe")
+        root = _xml_bytes.index(content, "recipe")
     except RecipeError:
         return DEFAULT
     integration = root.child("integration")
@@ -37,7 +37,7 @@ def with_scheme(content: bytes, scheme: str, name: str = "recipe") -> bytes:
 
     Raises RecipeError if the XML is not well-formed; name is the recipe's name in its text.
     """
-    root = xml_bytes.index(content, name)
+    root = _xml_bytes.index(content, name)
     if root.tag != ROOT:
         return content  # the library reports it
     integration = root.child("integration")

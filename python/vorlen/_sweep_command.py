@@ -11,7 +11,7 @@ from typing import Any
 from ._plan import PlanError, prepare_folder, read_plan
 from ._scheme import SCHEMES
 from ._table import collect_rows, count_text, make_table, ranges, write_table
-from .sweep import run_rows
+from ._sweep import run_rows
 
 
 def _row_range(text: str) -> tuple[int, int]:

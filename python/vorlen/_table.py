@@ -14,10 +14,11 @@ from typing import Any
 
 import pandas as pd
 
-from ._plan import Plan, row_files, row_recipe, write_atomically
+from ._plan import Plan, row_files, row_recipe
 from ._row import END_VALUES, LAYER_VALUES, row_of_status
-from .recipe import Recipe
-from .run import read_status
+from ._files import replace_file
+from ._recipe import Recipe
+from ._status import read_status
 
 TABLE_NAME = "table.csv"
 UNITS = {
@@ -64,7 +65,7 @@ def write_table(table: pd.DataFrame, folder: Path) -> Path:
         path: [json.dumps(value) if isinstance(value, tuple) else value for value in table[path]] for path in inputs
     })
     target = folder / TABLE_NAME
-    write_atomically(target, written.to_csv(lineterminator="\n").encode())
+    replace_file(target, written.to_csv(lineterminator="\n").encode())
     return target
 
 

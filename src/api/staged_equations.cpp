@@ -90,7 +90,7 @@ void unpack_staged(StagedEquations& e, const double* y) {
   if (e.layer.open) m.rho_VD = v_defect_density(e.layer);
 }
 
-FilmPoint surface_point(const StagedEquations& e) {
+FilmPoint surface_point(StagedEquations& e) {
   SurfChemNonst& m = e.layer.model;
   FilmPoint p{.z = e.z, .x_In = m.x_b[InN_b], .x_Al = m.x_b[AlN_b]};
   if (!relaxes(m)) return p;
@@ -116,16 +116,16 @@ double staged_rhs(StagedEquations& e, double t, const double* y, double* f) {
     e.t_conditions = t;
   }
   unpack_staged(e, y);
-  const SurfaceRates surface = m.surface_rates();
+  const SurfaceRates& surface = m.surface_rates();
   for (std::size_t k = 0; k < N_ADSORBED; ++k) f[Y_c + k] = surface.dc_a[k] / C_UNIT;
 
-  const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
+  const double S = surface.R_b[InN_b] + surface.R_b[GaN_b] + surface.R_b[AlN_b];
   const double share = S > 0.0 ? std::exp(-S / SLOW_GROWTH) : 1.0;  // of the film's composition in what passes
   const FilmPoint film = share > 0.0 ? film_at(e.layer.film, e.z) : FilmPoint{};
   const double below[N_BULK] = {film.x_In, 1.0 - film.x_In - film.x_Al, film.x_Al};
   for (std::size_t k = 0; k < N_BULK; ++k) {
     const double x = m.x_b[k];
-    f[Y_x + k] = (m.R_b[k] - S * (x + share * (below[k] - x))) / e.gamma;
+    f[Y_x + k] = (surface.R_b[k] - S * (x + share * (below[k] - x))) / e.gamma;
   }
   f[Y_z] = surface.GR / NM;
   if (!relaxes(m)) return surface.GR;

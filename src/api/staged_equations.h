@@ -65,7 +65,7 @@ void start_stage(StagedEquations& equations, std::size_t k, StagedVector& y);
 void unpack_staged(StagedEquations& equations, const double* y);
 
 // The state last unpacked as a point of the film. x of the surface.
-FilmPoint surface_point(const StagedEquations& equations);
+FilmPoint surface_point(StagedEquations& equations);
 
 // f(t, y), t in s from the start of the stage. Returns the growth rate, m/s.
 double staged_rhs(StagedEquations& equations, double t, const double* y, double* f);

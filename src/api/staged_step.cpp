@@ -112,12 +112,13 @@ bool find_peak(StagedRun& run, const Step& step) {
 }
 
 // The values of the detail columns at the state in the model.
-RowDetail detail_of(const StagedEquations& e) {
+HistoryDetail detail_of(const StagedEquations& e) {
   const SurfChemNonst& m = e.layer.model;
-  RowDetail d{.c_a = m.c_a};
+  HistoryDetail d{.c_a = m.c_a};
   if (m.stress_model != STRESS_V_dislocation) return d;
   d.I0 = m.I0;
   d.I1 = m.I1;
+  d.K1 = m.I1;  // which starts at 0
   d.J0_0 = m.J0_0;
   d.J0_1 = m.J0_1;
   d.r = m.relative_mismatch();
@@ -131,9 +132,9 @@ RowDetail detail_of(const StagedEquations& e) {
   return d;
 }
 
-RowSample sample_of(const StagedEquations& e, double t, double GR) {
+HistoryPoint sample_of(const StagedEquations& e, double t, double GR) {
   const SurfChemNonst& m = e.layer.model;
-  RowSample sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
+  HistoryPoint sample{.t = t, .z = e.z, .h = m.h, .GR = GR, .rho_VD = m.rho_VD, .x_b = m.x_b};
   // Inside a step the interpolation may undershoot a fraction that falls to 0. An absent metal leaves rounding errors.
   double sum = 0.0;
   for (double& x : sample.x_b) {
@@ -192,7 +193,7 @@ void follow_step(StagedRun& run, const Step& step) {
 
 void finish_step(StagedRun& run, const Step& step, double GR) {
   for (std::size_t i = 0; i < run.step_samples; ++i) {
-    RowSample& s = run.samples[i];
+    HistoryPoint& s = run.samples[i];
     s.GR = rate_at(run, step, GR, s.t);
     add_sample(run.equations.layer.model, run.rows, s);
   }

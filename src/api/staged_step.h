@@ -34,7 +34,7 @@ struct StagedRun {
   FilmPoint surface{};
   double last_step = 0.0;  // s
   // Moments of the current step, filled by follow_step
-  std::array<RowSample, SAMPLES_PER_STEP> samples{};
+  std::array<HistoryPoint, SAMPLES_PER_STEP> samples{};
   std::size_t step_samples = 0;
   // Events
   bool watch_events = false;

@@ -19,10 +19,8 @@ using elimination::RowEnd;
 using elimination::SetMultipliers;
 using elimination::SetMultipliersComplex;
 
-namespace {
-
-void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
-               std::int32_t& zero_pivot) {
+void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
+                     std::int32_t& zero_pivot) {
   zero_pivot = 0;
   IP[n - 1] = 1;
   for (std::int32_t k = 0; k < n - 1; ++k) {
@@ -52,8 +50,8 @@ void Factorise(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdia
   if (Column(A, ndim, n - 1)[n - 1] == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
 }
 
-void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
-                      std::int32_t* IP, std::int32_t& zero_pivot) {
+void LuDecomposeHessComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
+                            std::int32_t* IP, std::int32_t& zero_pivot) {
   zero_pivot = 0;
   IP[n - 1] = 1;
   for (std::int32_t k = 0; k < n - 1; ++k) {
@@ -93,8 +91,8 @@ void FactoriseComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI,
   if (std::abs(last_re) + std::abs(last_im) == 0.0) MarkSingular(n, n - 1, IP, zero_pivot);
 }
 
-void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, std::int32_t subdiagonals,
-                       double* BR, double* BI, const std::int32_t* IP) {
+void LuSolveHessComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI,
+                        std::int32_t subdiagonals, double* BR, double* BI, const std::int32_t* IP) {
   for (std::int32_t k = 0; k < n - 1; ++k) {
     const std::int32_t row_end = RowEnd(n, subdiagonals, k);
     const double* re_k = Column(AR, ndim, k);
@@ -125,35 +123,18 @@ void SubstituteComplex(std::int32_t n, std::int32_t ndim, const double* AR, cons
   DivideComplex(AR[0], AI[0], BR[0], BI[0]);
 }
 
-}  // namespace
-
 void LuDecompose(std::int32_t n, std::int32_t ndim, double* A, std::int32_t* IP, std::int32_t& zero_pivot) {
-  Factorise(n, ndim, A, n - 1, IP, zero_pivot);
+  LuDecomposeHess(n, ndim, A, n - 1, IP, zero_pivot);
 }
 
 void LuDecomposeComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t* IP,
                         std::int32_t& zero_pivot) {
-  FactoriseComplex(n, ndim, AR, AI, n - 1, IP, zero_pivot);
+  LuDecomposeHessComplex(n, ndim, AR, AI, n - 1, IP, zero_pivot);
 }
 
 void LuSolveComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI, double* BR, double* BI,
                     const std::int32_t* IP) {
-  SubstituteComplex(n, ndim, AR, AI, n - 1, BR, BI, IP);
-}
-
-void LuDecomposeHess(std::int32_t n, std::int32_t ndim, double* A, std::int32_t subdiagonals, std::int32_t* IP,
-                     std::int32_t& zero_pivot) {
-  Factorise(n, ndim, A, subdiagonals, IP, zero_pivot);
-}
-
-void LuDecomposeHessComplex(std::int32_t n, std::int32_t ndim, double* AR, double* AI, std::int32_t subdiagonals,
-                            std::int32_t* IP, std::int32_t& zero_pivot) {
-  FactoriseComplex(n, ndim, AR, AI, subdiagonals, IP, zero_pivot);
-}
-
-void LuSolveHessComplex(std::int32_t n, std::int32_t ndim, const double* AR, const double* AI,
-                        std::int32_t subdiagonals, double* BR, double* BI, const std::int32_t* IP) {
-  SubstituteComplex(n, ndim, AR, AI, subdiagonals, BR, BI, IP);
+  LuSolveHessComplex(n, ndim, AR, AI, n - 1, BR, BI, IP);
 }
 
 }  // namespace vorlen

@@ -114,10 +114,6 @@ bool ReportStep(Loop& loop, std::int32_t accepted_index) {
 void SetRecords(const Loop& loop) {
   const StageSystem& system = loop.system;
   dense_output.n = loop.n;
-  dense_output.two_n = 2 * loop.n;
-  dense_output.three_n = 3 * loop.n;
-  dense_output.c2_minus_1 = radau::c2_minus_1;
-  dense_output.c1_minus_1 = radau::c1_minus_1;
 
   band_dims.factor_lower = system.mljac;
   band_dims.factor_upper = system.mujac;

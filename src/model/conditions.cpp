@@ -1,7 +1,7 @@
 // Process conditions at a time (docs/physics.md, section 2): the current stage, and T, P, flows, mole fractions and
 // partial pressures in it. The integrator evaluates at trial times, so the current stage moves in either direction.
 //
-// In order: steady stages, mole fractions, interpolation, layers of a stage, current stage, conditions in it.
+// In order: steady stages, mole fractions, interpolation, current stage, conditions in it.
 #include <algorithm>
 
 #include "model/constants.h"
@@ -41,11 +41,6 @@ void compute_mixture(const SurfChemNonst& m, Mixture& mixture) {
 double interpolate(const ValueRange& range, double fraction) {
   const double v = range.val == range.end ? range.val : (range.end - range.val) * fraction + range.val;
   return v > 0.0 ? v : 0.0;
-}
-
-void SurfChemNonst::set_stage_delta(const StageRecord& stage) {
-  if (transport_model == TRANSPORT_fixed_thickness) delta.fill(stage.delta);
-  if (transport_model == TRANSPORT_InGaN_GR_X) delta = stage.delta_species;
 }
 
 std::int32_t SurfChemNonst::update_conditions(double t_new, bool stage_changed) {
@@ -97,14 +92,10 @@ void SurfChemNonst::set_conditions(double fraction, bool stage_changed) {
       if (gas_present[i]) Q[i] = interpolate(stage.Q[i], fraction);
     }
   }
-  if (stage_changed) set_stage_delta(stage);
 
-  const Mixture& mixture = terms.mixtures.get(Q, reuse_terms, [this](Mixture& m) { compute_mixture(*this, m); }).value;
-  Q_total = mixture.Q_total;
+  const Mixture& mixture = terms.mixtures.get(Q, reuse_terms, [this](Mixture& m) { compute_mixture(*this, m); });
   for (std::size_t i = 0; i < N_FLOWS; ++i) {
-    if (!gas_present[i]) continue;
-    x[i] = mixture.x[i];
-    p[i] = x[i] * P;
+    if (gas_present[i]) p[i] = mixture.x[i] * P;
   }
   // A trace of gallium stays in the gas of stages without a gallium flow.
   const double p_min = GALLIUM_FLOOR * P;

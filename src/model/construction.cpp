@@ -96,9 +96,7 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
     : active_stages(recipe.active_stages),
       pre_stages(recipe.pre_stages),
       post_stages(recipe.post_stages),
-      material(recipe.material),
       stress_model(recipe.stress_model),
-      cut_angle(recipe.cut_angle),
       V_angle_05(recipe.V_angle_05 * PI / 180.0),
       X_ref(recipe.X_ref),
       vacancy_model(recipe.vacancy_model),
@@ -131,8 +129,6 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   }
 
   fill_species_lists(*this);
-  site_gas.fill(1.0);
-  site_bulk.fill(1.0);
 
   double a_pre = -1.0;
   double c_pre = -1.0;
@@ -170,12 +166,7 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
     err = -1;
     return;
   }
-  if (!set_transport_layers(*this)) {
-    err = 1;
-    return;
-  }
-  set_stage_delta(active_stages.front());
-  if (transport_model == TRANSPORT_thick_GaN && reactor == REACTOR_CCS) delta.fill(active_stages.front().delta);
+  if (!set_transport_layers(*this)) err = 1;
 }
 
 void SurfChemNonst::set_reference_lattice(double a_pre, double c_pre) {

@@ -2,10 +2,12 @@
 // intervals of growth, over which the balance term J2 of V-defects is summed (docs/physics.md, section 8).
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
 #include "model/candidate_blocks.h"
+#include "recipe/process_recipe.h"
 
 namespace vorlen {
 
@@ -37,6 +39,39 @@ struct History {
   std::vector<double> K1;          // integral term
   std::vector<double> r;           // relative lattice mismatch of the surface
 };
+
+// What only the detail columns show. Energies of one V-defect, J.
+struct HistoryDetail {
+  std::array<double, N_ADSORBED> c_a{};  // kmol/m^2
+  // Under V_dislocation
+  double I0 = 0.0, I1 = 0.0, J0_0 = 0.0, J0_1 = 0.0;
+  double J0 = 0.0, J1 = 0.0, J2 = 0.0;
+  double deltaE = 0.0;
+  double E_V_loop = 0.0;
+  double K1 = 0.0;
+  double r = 0.0;
+};
+
+// The model at one moment.
+struct HistoryPoint {
+  double t = 0.0;       // s
+  double z = 0.0;       // m
+  double h = 0.0;       // thickness grown in tension, m
+  double GR = 0.0;      // growth rate, m/s
+  double rho_VD = 0.0;  // m^-2
+  std::array<double, N_BULK> x_b{};
+  HistoryDetail detail{};
+};
+
+// The groups of lists that a run keeps.
+struct HistoryLists {
+  bool relaxation = false;  // h and rho_VD
+  bool integrals = false;   // I0, I1, J0_0, J0_1
+  bool detail = false;      // surface concentrations; with relaxation the energies and r
+};
+
+// Appends a point to the lists that are kept.
+void append_point(History& history, const HistoryPoint& point, const HistoryLists& kept);
 
 // One interval of growth.
 struct DepthSegment {

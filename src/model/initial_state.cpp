@@ -31,9 +31,13 @@ void SurfChemNonst::init_state(double* y) {
   // Nitrogen and hydrogen, from the balance of ammonia with the two gases.
   double c_N = C_FLOOR;
   double c_H = C_FLOOR;
-  const double w = std::sqrt(3.0 * R_gas[H2_g] / R_gas[N2_g] * Kd[N_a] / Kd[H_a]);
-  const double A = (Kd[N_a] / K_NH3_des) * R_gas[NH3_g] / (R_gas[N2_g] * w * w * w);
-  const double B = p[NH3_g] / (K_NH3_des * w * w * w);
+  ConditionTerms& conditions = condition_terms();
+  const CompositionTerms& composition = composition_terms(conditions);
+  const std::array<double, N_GAS>& R = surface.R_gas;
+  const double Kd_N2 = composition.Kd_N2;
+  const double w = std::sqrt(3.0 * R[H2_g] / R[N2_g] * Kd_N2 / conditions.Kd[H_a]);
+  const double A = (Kd_N2 / composition.K_NH3_des) * R[NH3_g] / (R[N2_g] * w * w * w);
+  const double B = p[NH3_g] / (composition.K_NH3_des * w * w * w);
   const double r_NH = std::sqrt(A * A + B) - A;
   if (r_NH > 0.0) {
     c_N = std::sqrt(r_NH);
@@ -41,13 +45,12 @@ void SurfChemNonst::init_state(double* y) {
   }
 
   // Gallium and aluminium. Both escape as gallium does.
-  const double k_Ga = k_plus(GaN_b);
-  const double k_Al = k_plus(AlN_b);
-  const double k_minus_Ga = k_Ga / (std::sqrt(Kd[N_a]) * Kd[Ga_a]) * K_eq[GaN_b];
-  const double d = k_minus_Ga * activity[GaN_b] * x_b[GaN_b];
-  const double c_Ga =
-      (p[TMGa_g] / R_gas[TMGa_g] + p[TEGa_g] / R_gas[TEGa_g] + d) / (Kd[Ga_a] / R_gas[Ga_g] + k_Ga * c_N);
-  const double c_Al = (p[TMAl_g] / R_gas[TMAl_g]) / (Kd[Ga_a] / R_gas[Ga_g] + k_Al * c_N);
+  const double k_Ga = conditions.k_plus[GaN_b];
+  const double k_Al = conditions.k_plus[AlN_b];
+  const double escape = conditions.Kd[Ga_a] / R[Ga_g];
+  const double d = composition.k_minus[GaN_b] * composition.activity[GaN_b] * x_b[GaN_b];
+  const double c_Ga = (p[TMGa_g] / R[TMGa_g] + p[TEGa_g] / R[TEGa_g] + d) / (escape + k_Ga * c_N);
+  const double c_Al = (p[TMAl_g] / R[TMAl_g]) / (escape + k_Al * c_N);
   const double r_Ga = k_Ga * c_Ga * c_N - d;
   const double r_Al = k_Al * c_Al * c_N;
 

@@ -34,19 +34,13 @@ class Memo {
   static_assert(std::is_trivially_destructible_v<Value>);  // a new value is made in the place of an old one
 
  public:
-  struct Found {
-    Value& value;
-    bool is_other;  // another value than that of the last call
-  };
-
   // The value for these inputs. compute(value) fills it in when none is kept, and always when reuse is off.
   template <class Compute>
-  Found get(const Inputs& inputs, bool reuse, Compute compute) {
+  Value& get(const Inputs& inputs, bool reuse, Compute compute) {
     for (std::size_t i = 0; reuse && i < used_; ++i) {
       if (!equal_bits(entries_[i].inputs, inputs)) continue;
-      const bool is_other = i != last_;
       last_ = i;
-      return {entries_[i].value, is_other};
+      return entries_[i].value;
     }
     last_ = oldest_;
     oldest_ = oldest_ + 1 < N ? oldest_ + 1 : 0;
@@ -55,11 +49,12 @@ class Memo {
     entry.inputs = inputs;
     ::new (static_cast<void*>(&entry.value)) Value;
     compute(entry.value);
-    return {entry.value, true};
+    return entry.value;
   }
 
   // The value of the last call; there must have been one.
   Value& last() { return entries_[last_].value; }
+  const Value& last() const { return entries_[last_].value; }
 
  private:
   struct Entry {

@@ -61,12 +61,9 @@ double SurfChemNonst::eps_reacted(double z_at, double h_at) const {
 
 const DepthTerms& SurfChemNonst::depth_terms() {
   const DepthInputs inputs{z, h, rho_VD, z0, h_z0, rho_TD_z0, eps_r_z0};
-  return terms.depths
-      .get(inputs, reuse_terms,
-           [this](DepthTerms& d) {
-             d = {relative_mismatch(), eps_relaxed(rho_VD, z, h), eps_reacted(z, h)};
-           })
-      .value;
+  return terms.depths.get(inputs, reuse_terms, [this](DepthTerms& d) {
+    d = {relative_mismatch(), eps_relaxed(rho_VD, z, h), eps_reacted(z, h)};
+  });
 }
 
 RelaxationRates SurfChemNonst::relaxation_rates(double GR_calc) {

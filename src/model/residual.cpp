@@ -93,13 +93,13 @@ void set_resistances(const SurfChemNonst& m, double T, ConditionTerms& c) {
     c.R_transport[i] = (R_TRANSPORT * T) * c.delta[i] / c.D[i];
     c.R_kinetic[i] = 1.0 / c.v_kin[i];
     if (carries_indium(i)) continue;
-    c.R_gas[i] = c.R_transport[i] * m.site_gas[i] + c.R_kinetic[i];
-    c.J[i] = m.p[i] * m.site_gas[i] / c.R_gas[i];
+    c.R_gas[i] = c.R_transport[i] + c.R_kinetic[i];
+    c.J[i] = m.p[i] / c.R_gas[i];
   }
   c.Ga_supply = c.J[TMGa_g] + c.J[MMGa_g] + c.J[TEGa_g] + c.J[TEGaNH3_g];
 }
 
-void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
+void compute_condition_terms(const SurfChemNonst& m, ConditionTerms& c) {
   const double T = m.T;
   for (std::size_t b = 0; b < N_BULK; ++b) {
     c.N2_factor[b] = N2_MIX_A[b] * std::exp(-N2_MIX_T[b] / T);
@@ -108,36 +108,11 @@ void compute_condition_terms(SurfChemNonst& m, ConditionTerms& c) {
   for (std::size_t i = 0; i < N_GAS; ++i) {
     if (m.gas_present[i]) c.v_kin[i] = 1.0 / std::sqrt(HERTZ_KNUDSEN * m.gas_species[i].molar_mass * T);
   }
-  m.mix_diffusion(T, m.P, m.x.data(), m.D.data());
-  if (m.transport_model == TRANSPORT_thick_GaN) m.scale_delta();
-  c.D = m.D;
-  c.delta = m.delta;
+  m.mix_diffusion(T, m.P, m.terms.mixtures.last().x.data(), c.D.data());
+  c.delta = m.transport_layers(c.D);
   set_equilibria(m, T, c);
   set_desorption(m, T, c);
   set_resistances(m, T, c);
-}
-
-// The terms of the present conditions, which the model gets as well.
-ConditionTerms& condition_terms(SurfChemNonst& m) {
-  if (m.terms.have_terms && m.reuse_terms) return m.terms.conditions.last();
-  m.terms.have_terms = true;
-  const ConditionInputs inputs{m.T, m.P, m.omega_TDR, m.stage_index, m.Q};
-  const auto found =
-      m.terms.conditions.get(inputs, m.reuse_terms, [&m](ConditionTerms& terms) { compute_condition_terms(m, terms); });
-  ConditionTerms& c = found.value;
-  if (found.is_other) {
-    m.D = c.D;
-    m.delta = c.delta;
-    m.v_kin = c.v_kin;
-    m.G_gas = c.G_gas;
-    m.G_bulk = c.G_bulk;
-    m.R_gas = c.R_gas;
-    m.J = c.J;
-    m.K_NH3 = c.K_NH3;
-    m.K_eq = c.K_eq;
-    m.Kd = c.Kd;
-  }
-  return c;
 }
 
 // ---- Terms of the composition
@@ -146,14 +121,15 @@ ConditionTerms& condition_terms(SurfChemNonst& m) {
 double nitrogen_power(ConditionTerms& c, std::size_t b, double x, bool reuse) {
   if (x == 0.0) return 1.0;  // as the power is, exactly
   const double base = c.N2_factor[b];
-  return c.nitrogen_powers[b].get(x, reuse, [base, x](double& power) { power = std::pow(base, x); }).value;
+  return c.nitrogen_powers[b].get(x, reuse, [base, x](double& power) { power = std::pow(base, x); });
 }
 
 void compute_composition_terms(const SurfChemNonst& m, double mismatch, ConditionTerms& c, CompositionTerms& s) {
+  s.mismatch = mismatch;
   s.N2_mix = 1.0;
   for (std::size_t b = 0; b < N_BULK; ++b) s.N2_mix *= nitrogen_power(c, b, m.x_b_clip[b], m.reuse_terms);
   s.v_kin_N2 = c.v_kin[N2_g] * s.N2_mix;
-  s.R_gas_N2 = c.R_transport[N2_g] * m.site_gas[N2_g] + 1.0 / s.v_kin_N2;
+  s.R_gas_N2 = c.R_transport[N2_g] + 1.0 / s.v_kin_N2;
   s.activity = activities(m, mismatch);
   s.Kd_N2 = c.Kd[N_a] / s.v_kin_N2;
   const double sqrt_Kd_N2 = std::sqrt(s.Kd_N2);
@@ -161,30 +137,25 @@ void compute_composition_terms(const SurfChemNonst& m, double mismatch, Conditio
   for (std::size_t b = 0; b < N_BULK; ++b) s.k_minus[b] = c.k_plus[b] / (c.Kd[b] * sqrt_Kd_N2) * c.K_eq[b];
 }
 
-// The terms of the present composition, which the model gets as well.
-const CompositionTerms& composition_terms(SurfChemNonst& m, ConditionTerms& c) {
-  double mismatch = -1.0;
-  if (m.stress_model == STRESS_V_dislocation) {
-    mismatch = m.depth_terms().mismatch;
-    m.r = mismatch;
-  }
-  const CompositionTerms& s =
-      c.compositions
-          .get(CompositionInputs{mismatch, m.x_b}, m.reuse_terms,
-               [&m, &c, mismatch](CompositionTerms& terms) { compute_composition_terms(m, mismatch, c, terms); })
-          .value;
-  m.N2_mix = s.N2_mix;
-  m.v_kin[N2_g] = s.v_kin_N2;
-  m.R_gas[N2_g] = s.R_gas_N2;
-  m.Kd[N_a] = s.Kd_N2;
-  m.K_NH3_des = s.K_NH3_des;
-  m.activity = s.activity;
-  return s;
+// Inlined in surface_rates, which calls it at each evaluation.
+[[gnu::always_inline]] inline const CompositionTerms& find_composition_terms(SurfChemNonst& m, ConditionTerms& c) {
+  const double mismatch = m.stress_model == STRESS_V_dislocation ? m.depth_terms().mismatch : -1.0;
+  return c.compositions.get(CompositionInputs{mismatch, m.x_b}, m.reuse_terms,
+                            [&m, &c, mismatch](CompositionTerms& s) { compute_composition_terms(m, mismatch, c, s); });
 }
 
 }  // namespace
 
 double SurfChemNonst::k_plus(std::size_t b) const { return rate_constant(K_plus_A[b], K_plus_Ta[b], K_plus_Tn[b], T); }
+
+ConditionTerms& SurfChemNonst::condition_terms() {
+  if (terms.have_terms && reuse_terms) return terms.conditions.last();
+  terms.have_terms = true;
+  return terms.conditions.get(ConditionInputs{T, P, omega_TDR, stage_index, Q}, reuse_terms,
+                              [this](ConditionTerms& c) { compute_condition_terms(*this, c); });
+}
+
+const CompositionTerms& SurfChemNonst::composition_terms(ConditionTerms& c) { return find_composition_terms(*this, c); }
 
 // One by one: a block copy loads several components at once, and would wait for the store of the one that the Jacobian
 // has just moved.
@@ -236,73 +207,63 @@ std::int32_t SurfChemNonst::eval_rhs(double t_new, const double* y, double* f) {
     }
   }
   unpack_state(y);
-  const SurfaceRates rates = surface_rates();
-  for (std::size_t k = 0; k < N_ADSORBED; ++k) f[STATE_C_A + k] = rates.dc_a[k];
-  f[STATE_Z] = rates.GR;
-  if (stress_model == STRESS_V_dislocation) relaxation_rows(rates.GR, f + STATE_H);
+  const SurfaceRates& s = surface_rates();
+  for (std::size_t k = 0; k < N_ADSORBED; ++k) f[STATE_C_A + k] = s.dc_a[k];
+  f[STATE_Z] = s.GR;
+  if (stress_model == STRESS_V_dislocation) relaxation_rows(s.GR, f + STATE_H);
 
   // The solid has the composition of its incorporation rates.
   double* algebraic = f + first_algebraic();
-  algebraic[ALGEBRAIC_X_B + InN_b] = x_b[InN_b] * R_b[GaN_b] - x_b[GaN_b] * R_b[InN_b];
-  algebraic[ALGEBRAIC_X_B + GaN_b] = x_b[GaN_b] * R_b[AlN_b] - x_b[AlN_b] * R_b[GaN_b];
+  algebraic[ALGEBRAIC_X_B + InN_b] = x_b[InN_b] * s.R_b[GaN_b] - x_b[GaN_b] * s.R_b[InN_b];
+  algebraic[ALGEBRAIC_X_B + GaN_b] = x_b[GaN_b] * s.R_b[AlN_b] - x_b[AlN_b] * s.R_b[GaN_b];
   algebraic[ALGEBRAIC_X_B + AlN_b] = 1.0 - x_b[InN_b] - x_b[GaN_b] - x_b[AlN_b];
-  algebraic[ALGEBRAIC_GR] = GR - rates.GR;
+  algebraic[ALGEBRAIC_GR] = GR - s.GR;
   return 0;
 }
 
-SurfaceRates SurfChemNonst::surface_rates() {
-  ConditionTerms& conditions = condition_terms(*this);
-  const CompositionTerms& composition = composition_terms(*this, conditions);
-
-  if (vacancy_model == VACANCY_In) {
-    const double s = 1.0 - c_a[In_a] / C_IN_MAX;
-    site_bulk[InN_b] = s;
-    for (GasSpecies i : INDIUM_PRECURSORS) site_gas[i] = s;
-    site_gas[In_g] = s;
-  }
+const SurfaceRates& SurfChemNonst::surface_rates() {
+  ConditionTerms& conditions = condition_terms();
+  const CompositionTerms& composition = find_composition_terms(*this, conditions);
+  SurfaceRates& s = surface;
+  s.mismatch = composition.mismatch;
+  if (vacancy_model == VACANCY_In) s.free_sites = 1.0 - c_a[In_a] / C_IN_MAX;
+  const double free_sites = s.free_sites;
 
   // Gas fluxes: driving pressure less desorption, over the resistance of transport and surface. Here those that depend
   // on the state; the others are among the terms of the conditions.
+  s.R_gas = conditions.R_gas;
+  s.J = conditions.J;
   for (GasSpecies i : INDIUM_PRECURSORS) {
     if (!gas_present[i]) continue;
-    R_gas[i] = conditions.R_transport[i] * site_gas[i] + conditions.R_kinetic[i];
-    J[i] = p[i] * site_gas[i] / R_gas[i];
+    s.R_gas[i] = conditions.R_transport[i] * free_sites + conditions.R_kinetic[i];
+    s.J[i] = p[i] * free_sites / s.R_gas[i];
   }
-  R_gas[In_g] = conditions.R_transport[In_g] * site_gas[In_g] + conditions.R_kinetic[In_g];
+  s.R_gas[In_g] = conditions.R_transport[In_g] * free_sites + conditions.R_kinetic[In_g];
+  s.R_gas[N2_g] = composition.R_gas_N2;
   const double c_N = c_a[N_a];
   const double c_H = c_a[H_a];
-  const double J_In = (p[In_g] * site_gas[In_g] - conditions.Kd[In_a] * c_a[In_a]) / R_gas[In_g];
-  const double J_Ga = (p[Ga_g] * site_gas[Ga_g] - conditions.Kd[Ga_a] * c_a[Ga_a]) / conditions.R_gas[Ga_g];
-  const double J_Al = (p[Al_g] * site_gas[Al_g] - conditions.Kd[Al_a] * c_a[Al_a]) / conditions.R_gas[Al_g];
-  const double J_NH3 =
-      (p[NH3_g] * site_gas[NH3_g] - composition.K_NH3_des * c_N * (c_H * c_H * c_H)) / conditions.R_gas[NH3_g];
-  const double J_N2 = -composition.Kd_N2 * c_N * c_N / composition.R_gas_N2;  // nitrogen gas only leaves the surface
-  const double J_H2 = (p[H2_g] * site_gas[H2_g] - conditions.Kd[H_a] * (c_H * c_H)) / conditions.R_gas[H2_g];
-  J[In_g] = J_In;
-  J[Ga_g] = J_Ga;
-  J[Al_g] = J_Al;
-  J[NH3_g] = J_NH3;
-  J[N2_g] = J_N2;
-  J[H2_g] = J_H2;
+  s.J[In_g] = (p[In_g] * free_sites - conditions.Kd[In_a] * c_a[In_a]) / s.R_gas[In_g];
+  s.J[Ga_g] = (p[Ga_g] - conditions.Kd[Ga_a] * c_a[Ga_a]) / conditions.R_gas[Ga_g];
+  s.J[Al_g] = (p[Al_g] - conditions.Kd[Al_a] * c_a[Al_a]) / conditions.R_gas[Al_g];
+  s.J[NH3_g] = (p[NH3_g] - composition.K_NH3_des * c_N * (c_H * c_H * c_H)) / conditions.R_gas[NH3_g];
+  s.J[N2_g] = -composition.Kd_N2 * c_N * c_N / s.R_gas[N2_g];  // nitrogen gas only leaves the surface
+  s.J[H2_g] = (p[H2_g] - conditions.Kd[H_a] * (c_H * c_H)) / conditions.R_gas[H2_g];
 
   // Incorporation and growth rate.
-  std::array<double, N_BULK> rate;
-  double GR_calc = 0.0;
+  const double share[N_BULK] = {free_sites, 1.0, 1.0};
+  s.GR = 0.0;
   for (std::size_t b = 0; b < N_BULK; ++b) {
-    rate[b] = conditions.k_plus[b] * c_a[b] * c_a[N_a] -
-              composition.k_minus[b] * composition.activity[b] * x_b[b] * site_bulk[b];
-    GR_calc += rate[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
+    s.R_b[b] =
+        conditions.k_plus[b] * c_a[b] * c_N - composition.k_minus[b] * composition.activity[b] * x_b[b] * share[b];
+    s.GR += s.R_b[b] * bulk_species[b].molar_mass / bulk_species[b].rho;
   }
-  R_b = rate;
 
-  SurfaceRates rates;
-  rates.dc_a[In_a] = J[TMIn_g] + J[MMIn_g] + J[TMInNH3_g] + J_In - rate[InN_b];
-  rates.dc_a[Ga_a] = conditions.Ga_supply + J_Ga - rate[GaN_b];
-  rates.dc_a[Al_a] = J[TMAl_g] + J_Al - rate[AlN_b];
-  rates.dc_a[N_a] = 2.0 * J_N2 + J_NH3;
-  rates.dc_a[H_a] = 3.0 * J_NH3 + 2.0 * J_H2;
-  rates.GR = GR_calc;
-  return rates;
+  s.dc_a[In_a] = s.J[TMIn_g] + s.J[MMIn_g] + s.J[TMInNH3_g] + s.J[In_g] - s.R_b[InN_b];
+  s.dc_a[Ga_a] = conditions.Ga_supply + s.J[Ga_g] - s.R_b[GaN_b];
+  s.dc_a[Al_a] = s.J[TMAl_g] + s.J[Al_g] - s.R_b[AlN_b];
+  s.dc_a[N_a] = 2.0 * s.J[N2_g] + s.J[NH3_g];
+  s.dc_a[H_a] = 3.0 * s.J[NH3_g] + 2.0 * s.J[H2_g];
+  return s;
 }
 
 }  // namespace vorlen

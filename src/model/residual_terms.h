@@ -17,8 +17,8 @@ namespace vorlen {
 
 // The inlet gas, for given flows.
 struct Mixture {
-  double Q_total;                   // sccm
-  std::array<double, N_FLOWS> x{};  // mole fractions; 0 for absent species
+  double Q_total;                 // sccm
+  std::array<double, N_GAS> x{};  // mole fractions; 0 for absent species
 };
 
 // Process conditions. Mole fractions and partial pressures follow from the flows and P, the transport layers from the
@@ -37,6 +37,7 @@ struct CompositionInputs {
 };
 
 struct CompositionTerms {
+  double mismatch;   // that of the inputs
   double N2_mix;     // composition-weighted factor of the nitrogen flux
   double v_kin_N2;   // Hertz-Knudsen factor of nitrogen with it
   double R_gas_N2;   // resistance of nitrogen
@@ -46,9 +47,10 @@ struct CompositionTerms {
   std::array<double, N_BULK> k_minus;  // rate constants of the reverse of incorporation
 };
 
-// Entries of absent species are 0 where the model shows them.
+// Of absent species D, v_kin, R_gas and J are 0, and R_transport and R_kinetic are not set.
 struct ConditionTerms {
-  std::array<double, N_GAS> D, delta;       // diffusion coefficient, m^2/s; thickness of the layer, m
+  std::array<double, N_GAS> D{};            // diffusion coefficient in the mixture, m^2/s
+  std::array<double, N_GAS> delta;          // thickness of the transport layer, m
   std::array<double, N_GAS> v_kin{};        // Hertz-Knudsen factor, of nitrogen without N2_mix
   std::array<double, N_GAS> G_gas{};        // free energy, J/mol
   std::array<double, N_BULK> G_bulk, K_eq;  // free energy, J/mol; equilibrium constant, Pa^1.5
@@ -60,8 +62,7 @@ struct ConditionTerms {
   std::array<double, N_BULK> N2_factor;     // base of each power in the nitrogen factor
   std::array<double, N_BULK> k_plus;        // rate constants of incorporation
   double Ga_supply;                         // flux of all gallium precursors, kmol/(m^2 s)
-  // Resistance and flux without desorption, of the species that carry no indium. In the model the fluxes of those that
-  // desorb are overwritten, and the resistance of nitrogen.
+  // Resistance and flux without desorption, of the species that carry no indium. That of nitrogen is without N2_mix.
   std::array<double, N_GAS> R_gas{}, J{};
 
   // Terms that depend on the composition as well. They belong to these conditions, which therefore are not among their

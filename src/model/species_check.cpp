@@ -25,7 +25,6 @@ bool reject(SurfChemNonst& model, std::int32_t& err, std::int32_t code, const ch
 void fill_species_lists(SurfChemNonst& model) {
   model.gas_species = builtin_gas_species();
   model.bulk_species = builtin_bulk_species();
-  model.adsorbed_species = builtin_adsorbed_species();
 }
 
 bool species_check(SurfChemNonst& model, std::int32_t& err) {

@@ -57,10 +57,15 @@ inline constexpr std::size_t STATE_J0_1 = STATE_Z + 5;
 inline constexpr std::size_t ALGEBRAIC_X_B = 0;  // of x_b[0]
 inline constexpr std::size_t ALGEBRAIC_GR = ALGEBRAIC_X_B + N_BULK;
 
-// Rates of the surface.
+// Rates of the surface, with the fluxes and resistances that they come from.
 struct SurfaceRates {
-  std::array<double, N_ADSORBED> dc_a{};  // of the surface concentrations, kmol/(m^2 s)
-  double GR = 0.0;                        // growth, m/s
+  double mismatch = 0.0;                  // relative lattice mismatch; -1 without V_dislocation
+  double free_sites = 1.0;                // share of the sites that is free for indium; for the others it is 1
+  std::array<double, N_GAS> R_gas{};      // transport plus kinetic resistance
+  std::array<double, N_GAS> J{};          // molar flux towards the surface, kmol/(m^2 s)
+  std::array<double, N_BULK> R_b{};       // incorporation rate of each group-III element, kmol/(m^2 s)
+  std::array<double, N_ADSORBED> dc_a{};  // rate of each surface concentration, kmol/(m^2 s)
+  double GR = 0.0;                        // growth rate, m/s
 };
 
 // Rates of the relaxation at the surface, for a film that grows by GR.
@@ -83,46 +88,32 @@ class SurfChemNonst {
   std::vector<StageRecord> active_stages;  // copies; construction fills in delta, delta_species, delta_ref, rho_D
   std::vector<PrePostStageRecord> pre_stages;
   std::vector<PrePostStageRecord> post_stages;
-  std::int32_t material = NOT_SPECIFIED;
   std::int32_t stress_model = STRESS_OFF;
-  double cut_angle = 0.0;   // kept, not used by the equations
   double V_angle_05 = 0.0;  // inclination angle of the dislocations, radian
   double X_ref = -1.0;      // reference composition of the shear modulus
   std::int32_t vacancy_model = VACANCY_none;
-  std::array<double, N_GAS> site_gas{};    // free-site factor of each gas species
-  std::array<double, N_BULK> site_bulk{};  // free-site factor of each bulk species
   std::int32_t transport_model = NOT_SPECIFIED;
   std::int32_t reactor = NOT_SPECIFIED;
   double GR_ref = 0.0;                  // m/s for thick_GaN
   double P_ref = 0.0;                   // Pa
   double T_ref = 0.0;                   // K
   double omega_TDR_ref = 0.0;           // rpm
-  std::array<double, N_GAS> delta{};    // thickness of the transport layer, m
   std::array<double, N_FLOWS> Q_ref{};  // sccm
   double Q_ref_total = 0.0;             // sccm, for thick_GaN
   std::array<double, N_ADSORBED> Kd_A{}, Kd_Ta{}, Kd_Tn{};
   std::array<double, N_BULK> K_plus_A{}, K_plus_Ta{}, K_plus_Tn{};
 
-  // ---- Species. All bulk and adsorbed species take part in every run; of the gas species those that are present.
+  // ---- Species. All bulk species take part in every run; of the gas species those that are present.
   std::vector<SpeciesRecord> gas_species;
-  std::vector<AdsorbedSpeciesRecord> adsorbed_species;
   std::vector<BulkSpeciesRecord> bulk_species;
   std::array<bool, N_GAS> gas_present{};
 
   // ---- Values of the residual, overwritten by each evaluation
-  std::array<double, N_GAS> x{};          // mole fraction in the inlet gas
   std::array<double, N_GAS> p{};          // partial pressure in the inlet gas, Pa
-  std::array<double, N_GAS> J{};          // molar flux towards the surface, kmol/(m^2 s)
-  std::array<double, N_GAS> D{};          // diffusion coefficient in the mixture, m^2/s
-  std::array<double, N_GAS> R_gas{};      // transport plus kinetic resistance
-  std::array<double, N_GAS> v_kin{};      // Hertz-Knudsen factor
-  std::array<double, N_GAS> G_gas{};      // free energy, J/mol; entries 8 to 13
   std::array<double, N_BULK> x_b{};       // composition of the solid In, Ga, Al (state)
   std::array<double, N_BULK> x_b_clip{};  // x_b, each limited to 0..1
-  std::array<double, N_BULK> G_bulk{};    // free energy, J/mol
-  std::array<double, N_BULK> R_b{};       // incorporation rate of each group-III element, kmol/(m^2 s)
   std::array<double, N_ADSORBED> c_a{};   // surface concentration, kmol/m^2 (state)
-  double N2_mix = 0.0;                    // composition-weighted factor of the nitrogen flux
+  SurfaceRates surface;                   // of the last evaluation
 
   // ---- Run control
   std::string error_text;
@@ -139,7 +130,6 @@ class SurfChemNonst {
   double rho_TD_z0 = 0.0;           // threading dislocation density at z0, m^-2
   double rho_VD = 0.0;              // density of V-defects, m^-2
   std::array<double, N_FLOWS> Q{};  // sccm, at t
-  double Q_total = 0.0;             // sccm
   double omega_TDR = 0.0;           // rpm
   std::uint32_t stage_index = 0;    // current active stage
   bool conditions_vary = false;     // conditions are looked up at every evaluation
@@ -150,11 +140,6 @@ class SurfChemNonst {
   double c_ref = 0.0;                                       // its out-of-plane companion, angstrom
   std::array<std::array<double, N_GAS>, N_GAS> D_binary{};  // constant factors of the binary diffusion coefficients
   std::array<std::array<double, N_GAS>, N_GAS> eps_pair{};  // Lennard-Jones energy of each pair, K
-  std::array<double, N_ADSORBED> Kd{};                      // desorption constants at T
-  double K_NH3 = 0.0;                                       // equilibrium constant of ammonia at T
-  double K_NH3_des = 0.0;                                   // desorption constant of ammonia at T
-  std::array<double, N_BULK> K_eq{};                        // equilibrium constant of each bulk species at T
-  std::array<double, N_BULK> activity{};                    // activity of each bulk species in the solid
 
   // ---- Terms of the residual that are kept from one evaluation to the next
   ResidualTerms terms;
@@ -186,7 +171,6 @@ class SurfChemNonst {
   double J0 = 0.0;                                                     // balance term of the coherent mismatch
   double J1 = 0.0;                                                     // balance term of the strain relieved up to z0
   double J2 = 0.0;                                                     // balance term of the defects' dislocations
-  double r = 0.0;                                                      // relative lattice mismatch of the surface
   double eps_r_z0 = 0.0;                                               // strain relieved up to z0
   // In-plane strain at the surface in the last evaluation of the residual, which need not be one of an accepted state.
   // It decides how record_step files the step.
@@ -218,21 +202,22 @@ class SurfChemNonst {
   // Sets the conditions of the current stage at a fraction of its duration. stage_changed: the stage is a new one.
   void set_conditions(double fraction, bool stage_changed);
 
-  // Takes the layer thicknesses of the stage, for fixed_thickness and InGaN_GR_X.
-  void set_stage_delta(const StageRecord& stage);
-
   // ---- Transport
   // Diffusion coefficients [m^2/s] in the mixture x_in at T_gas [K] and P_gas [Pa], by Wilke's rule on Chapman-Enskog
   // binary coefficients. x_in and D_out hold 14 entries; those of absent species are left alone.
   void mix_diffusion(double T_gas, double P_gas, const double* x_in, double* D_out) const;
-  // Scales delta to the present conditions, for thick_GaN with reactor TDR or HFR; D must be that of the conditions.
-  void scale_delta();
+  // Thickness of the transport layer of each species [m] under the present conditions, where the diffusion coefficients
+  // are D [m^2/s]. D is read for thick_GaN with reactor TDR or HFR only.
+  std::array<double, N_GAS> transport_layers(const std::array<double, N_GAS>& D) const;
 
   // ---- Residual
   // Writes f(t_new, y), n components. Returns 0, or the code of update_conditions with f left as it was.
   std::int32_t eval_rhs(double t_new, const double* y, double* f);
-  // Rates of the surface in the present state under the present conditions. Sets J, R_b and the values they come from.
-  SurfaceRates surface_rates();
+  // Terms of the present conditions, and those of the present composition under them.
+  ConditionTerms& condition_terms();
+  const CompositionTerms& composition_terms(ConditionTerms& conditions);
+  // Brings surface up to the present state and conditions, and returns it.
+  const SurfaceRates& surface_rates();
   // Copies the state vector into the model; z is raised to z_start, x_b_clip and a_bulk follow.
   void unpack_state(const double* y);
   // The reverse, without additions.

@@ -156,17 +156,20 @@ void SurfChemNonst::mix_diffusion(double T_gas, double P_gas, const double* x_in
   for (std::size_t k = 0; k < n; ++k) D_out[present[k]] = (1.0 - x_in[present[k]]) / sum[k];
 }
 
-void SurfChemNonst::scale_delta() {
+std::array<double, N_GAS> SurfChemNonst::transport_layers(const std::array<double, N_GAS>& D) const {
   const StageRecord& S = active_stages[stage_index];
-  if (reactor == REACTOR_TDR) {
-    for (std::size_t i = 0; i < N_GAS; ++i) {
-      delta[i] = std::sqrt(D[i] / S.delta_ref * omega_TDR_ref / omega_TDR) * S.delta;
-    }
-  } else if (reactor == REACTOR_HFR) {
-    for (std::size_t i = 0; i < N_GAS; ++i) {
-      delta[i] = std::sqrt(D[i] / S.delta_ref * Q_ref_total / Q_total * T_ref / T * P / P_ref) * S.delta;
+  if (transport_model == TRANSPORT_InGaN_GR_X) return S.delta_species;
+  std::array<double, N_GAS> delta;
+  delta.fill(S.delta);
+  if (transport_model != TRANSPORT_thick_GaN) return delta;
+  for (std::size_t i = 0; i < N_GAS; ++i) {
+    if (reactor == REACTOR_TDR) delta[i] = std::sqrt(D[i] / S.delta_ref * omega_TDR_ref / omega_TDR) * S.delta;
+    if (reactor == REACTOR_HFR) {
+      delta[i] =
+          std::sqrt(D[i] / S.delta_ref * Q_ref_total / terms.mixtures.last().Q_total * T_ref / T * P / P_ref) * S.delta;
     }
   }
+  return delta;
 }
 
 bool set_transport_layers(SurfChemNonst& model) {

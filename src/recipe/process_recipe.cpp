@@ -27,6 +27,12 @@ bool any_flow_changes(const StageRecord& stage, const StageRecord* previous) {
   return false;
 }
 
+// The end of the last stage of the list; if it is empty, otherwise [s].
+template <class Stage>
+double end_of(const std::vector<Stage>& stages, double otherwise) {
+  return stages.empty() ? otherwise : stages.back().end_time();
+}
+
 }  // namespace
 
 bool ValueRange::undefined() const { return val < 0.0 || end < 0.0; }
@@ -53,32 +59,20 @@ void PrePostStageRecord::set_times(double begin) {
 }
 
 void ProcessRecipe::add_pre_stage(const PrePostStageRecord& stage) {
-  const double begin = pre_stages.empty() ? t0 : pre_stages.back().end_time();
+  const double begin = end_of(pre_stages, t0);
   pre_stages.push_back(stage);
   pre_stages.back().set_times(begin);
 }
 
 void ProcessRecipe::add_post_stage(const PrePostStageRecord& stage) {
-  double begin = t0;
-  if (!post_stages.empty()) {
-    begin = post_stages.back().end_time();
-  } else if (!active_stages.empty()) {
-    begin = active_stages.back().end_time();
-  } else if (!pre_stages.empty()) {
-    begin = pre_stages.back().end_time();
-  }
+  const double begin = end_of(post_stages, end_of(active_stages, end_of(pre_stages, t0)));
   post_stages.push_back(stage);
   post_stages.back().set_times(begin);
 }
 
 bool ProcessRecipe::add_active_stage(const StageRecord& stage, std::string& error) {
   error.clear();
-  double begin = t0;
-  if (!active_stages.empty()) {
-    begin = active_stages.back().end_time();
-  } else if (!pre_stages.empty()) {
-    begin = pre_stages.back().end_time();
-  }
+  const double begin = end_of(active_stages, end_of(pre_stages, t0));
   active_stages.push_back(stage);
   StageRecord& added = active_stages.back();
   // The first active stage is compared with nothing, not even with a pre-stage.

@@ -90,15 +90,21 @@ bool read_section(Reader& reader, const TiXmlNode& parent, Section section) {
 
 // ---- Stages
 
+// Reads the children of a stage into its record, which is the current one meanwhile.
+template <class Record>
+bool read_record(Reader& reader, const TiXmlElement& element, Section section, Record*& current, Record& record) {
+  record.label = element.ValueStr();
+  reader.missing_name = nullptr;
+  current = &record;
+  const bool go_on = read_section(reader, element, section);
+  current = nullptr;
+  return go_on;
+}
+
 bool read_layer(Reader& reader, const TiXmlElement& element, bool is_pre_stage) {
   ProcessRecipe& recipe = reader.records.recipe;
   PrePostStageRecord layer;
-  layer.label = element.ValueStr();
-  reader.missing_name = nullptr;
-  reader.records.layer = &layer;
-  const bool go_on = read_section(reader, element, Section::layer);
-  reader.records.layer = nullptr;
-  if (!go_on) return false;
+  if (!read_record(reader, element, Section::layer, reader.records.layer, layer)) return false;
   if (!is_pre_stage) {
     recipe.add_post_stage(layer);
     return true;
@@ -181,12 +187,7 @@ bool read_stage(Reader& reader, const TiXmlElement& element, const Row& list_row
   }
 
   StageRecord stage;
-  stage.label = element.ValueStr();
-  reader.missing_name = nullptr;
-  reader.records.stage = &stage;
-  const bool go_on = read_section(reader, element, Section::stage);
-  reader.records.stage = nullptr;
-  if (!go_on) return false;
+  if (!read_record(reader, element, Section::stage, reader.records.stage, stage)) return false;
   ++reader.n_active_stages;
   if (reader.sink.stage != nullptr) reader.sink.stage(reader.sink.context, element, stage);
   if (is_sub_stage) {

@@ -1,6 +1,6 @@
 // The built-in species: tables of their data with the source of each row, and the free energy.
 //
-// In order: gas, bulk, adsorbed species, free energies of gas and bulk species, free energy at a temperature, records.
+// In order: gas species, bulk species, their free energies, free energy at a temperature, records.
 // Rows are in the order of the species numbers. Molar masses are sums of whole-number atomic masses. docs/physics.md,
 // sections 3 to 5, compares them with published data.
 //
@@ -44,13 +44,6 @@ struct BulkRow {
   double molar_mass, rho, a, c, C11, C12, C13, C33;
 };
 
-// Atoms and molar mass [kg/kmol].
-struct AdsorbedRow {
-  const char* name;
-  std::uint8_t n_In, n_Ga, n_Al, n_N, n_H;
-  double molar_mass;
-};
-
 // clang-format off
 constexpr GasRow GAS[N_GAS] = {
     // name       In  Ga  Al  N  H   C  mass   sigma  eps       // source of sigma, eps
@@ -75,15 +68,6 @@ constexpr BulkRow BULK[N_BULK] = {
     {"InN_b", 1,  0,  0,  1, 129.0, 6810.0, 3.54,  5.705, 223.0, 115.0, 92.0,  224.0},  // model; model; Wright
     {"GaN_b", 0,  1,  0,  1, 84.0,  6150.0, A_GaN, 5.185, 367.0, 135.0, 103.0, 405.0},  // model; V&M; Wright
     {"AlN_b", 0,  0,  1,  1, 41.0,  3255.0, 3.112, 4.982, 396.0, 137.0, 108.0, 373.0},  // model; V&M; Wright
-};
-
-constexpr AdsorbedRow ADSORBED[N_ADSORBED] = {
-    // name  In  Ga  Al  N  H  mass
-    {"In_a", 1,  0,  0,  0, 0, 115.0},
-    {"Ga_a", 0,  1,  0,  0, 0, 70.0},
-    {"Al_a", 0,  0,  1,  0, 0, 27.0},
-    {"N_a",  0,  0,  0,  1, 0, 14.0},
-    {"H_a",  0,  0,  0,  0, 1, 1.0},
 };
 
 constexpr ThermoRow GAS_THERMO[N_GAS] = {
@@ -114,8 +98,7 @@ constexpr ThermoRow BULK_THERMO[N_BULK] = {
 
 // Fills the levels that a species of the thermodynamic kind shares, apart from the atoms of H and C.
 template <typename Row>
-void fill_thermo(const Row& row, const ThermoRow& thermo, std::size_t id, ThermoSpeciesRecord& record) {
-  record.id = static_cast<std::int32_t>(id);
+void fill_thermo(const Row& row, const ThermoRow& thermo, ThermoSpeciesRecord& record) {
   record.name = row.name;
   record.n_In = row.n_In;
   record.n_Ga = row.n_Ga;
@@ -162,7 +145,7 @@ double gibbs_energy(const ThermoSpeciesRecord& record, double T) { return gibbs_
 std::vector<SpeciesRecord> builtin_gas_species() {
   std::vector<SpeciesRecord> species(N_GAS);
   for (std::size_t i = 0; i < N_GAS; ++i) {
-    fill_thermo(GAS[i], GAS_THERMO[i], i, species[i]);
+    fill_thermo(GAS[i], GAS_THERMO[i], species[i]);
     species[i].n_H = GAS[i].n_H;
     species[i].n_C = GAS[i].n_C;
     species[i].sigma = GAS[i].sigma;
@@ -177,24 +160,8 @@ std::vector<BulkSpeciesRecord> builtin_bulk_species() {
   for (std::size_t i = 0; i < N_BULK; ++i) {
     const BulkRow& row = BULK[i];
     ThermoSpeciesRecord thermo;
-    fill_thermo(row, BULK_THERMO[i], i, thermo);
+    fill_thermo(row, BULK_THERMO[i], thermo);
     species.emplace_back(thermo, row.rho, row.a, row.c, row.C11, row.C12, row.C13, row.C33);
-  }
-  return species;
-}
-
-std::vector<AdsorbedSpeciesRecord> builtin_adsorbed_species() {
-  std::vector<AdsorbedSpeciesRecord> species(N_ADSORBED);
-  for (std::size_t i = 0; i < N_ADSORBED; ++i) {
-    const AdsorbedRow& row = ADSORBED[i];
-    species[i].id = static_cast<std::int32_t>(i);
-    species[i].name = row.name;
-    species[i].n_In = row.n_In;
-    species[i].n_Ga = row.n_Ga;
-    species[i].n_Al = row.n_Al;
-    species[i].n_N = row.n_N;
-    species[i].n_H = row.n_H;
-    species[i].molar_mass = row.molar_mass;
   }
   return species;
 }

@@ -1,5 +1,5 @@
-// The built-in species of the nitride chemistry: 14 gas, 3 bulk and 5 adsorbed species with molar masses, atoms,
-// thermodynamic polynomials, Lennard-Jones parameters and, for the bulk, crystal data. The sources of the data are in
+// The built-in species of the nitride chemistry: 14 gas and 3 bulk species with molar masses, atoms, thermodynamic
+// polynomials, Lennard-Jones parameters and, for the bulk, crystal data. The sources of the data are in
 // species_data.cpp.
 #pragma once
 
@@ -32,16 +32,12 @@ enum GasSpecies {
 enum BulkSpecies { InN_b, GaN_b, AlN_b };
 enum AdsorbedSpecies { In_a, Ga_a, Al_a, N_a, H_a };
 
-// The base level: what every species has.
-struct AdsorbedSpeciesRecord {
-  std::int32_t id = 0;  // number in its own list
+// What gas and bulk species have in common: the atoms, and the free energy with the enthalpy term H0, J/mol, and the
+// coefficients of the reduced potential, J/(mol K).
+struct ThermoSpeciesRecord {
   std::string name;
   std::uint8_t n_In = 0, n_Ga = 0, n_Al = 0, n_N = 0, n_H = 0, n_C = 0;  // atoms in one formula unit
   double molar_mass = 0.0;                                               // kg/kmol
-};
-
-// Adds the free energy: the enthalpy term H0, J/mol, and the coefficients of the reduced potential, J/(mol K).
-struct ThermoSpeciesRecord : AdsorbedSpeciesRecord {
   double H0 = 0.0;
   double phi1 = 0.0, phi2 = 0.0, phi3 = 0.0, phi4 = 0.0, phi5 = 0.0, phi6 = 0.0, phi7 = 0.0;
 };
@@ -81,9 +77,8 @@ struct FreeEnergyPowers {
 };
 double gibbs_energy(const ThermoSpeciesRecord& record, const FreeEnergyPowers& powers);
 
-// The built-in records, 14, 3 and 5 of them, in the order of the species numbers.
+// The built-in records, 14 and 3 of them, in the order of the species numbers.
 std::vector<SpeciesRecord> builtin_gas_species();
 std::vector<BulkSpeciesRecord> builtin_bulk_species();
-std::vector<AdsorbedSpeciesRecord> builtin_adsorbed_species();
 
 }  // namespace vorlen

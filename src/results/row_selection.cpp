@@ -38,7 +38,7 @@ using Columns = std::array<double, N_FOLLOWED>;
 constexpr Columns LEAST_RANGE = {1e-11, 1e-14, 1e-4, 1e-4, 1e-4, 1.0, 1.0, 1e-5, 1e-6, 1e-6, 1.0, 1e-6};
 constexpr double LEAST_RELATIVE_RANGE = 1e-4;  // of the value, for the growth rate and the densities
 
-Columns columns_of(const SurfChemNonst& m, const RowSample& s) {
+Columns columns_of(const SurfChemNonst& m, const HistoryPoint& s) {
   const double a = m.lattice_a(s.x_b.data());
   const double eps = m.eps_in_plane(a, s.rho_VD, s.z, s.h);
   Columns c = {s.z, s.GR, s.x_b[InN_b], s.x_b[GaN_b], s.x_b[AlN_b]};
@@ -60,7 +60,7 @@ struct Chord {
 };
 
 // The numbers of the samples that become rows, for a tolerance of each column.
-std::vector<std::size_t> select(const std::vector<RowSample>& samples, const std::vector<Columns>& columns,
+std::vector<std::size_t> select(const std::vector<HistoryPoint>& samples, const std::vector<Columns>& columns,
                                 const Columns& tolerance) {
   constexpr double INFINITE = std::numeric_limits<double>::infinity();
   std::vector<std::size_t> rows{0};
@@ -95,11 +95,11 @@ std::vector<std::size_t> select(const std::vector<RowSample>& samples, const std
 }
 
 // Keeps the samples that become rows, at most max_count.
-void thin_out(const SurfChemNonst& m, std::vector<RowSample>& samples, std::size_t max_count) {
+void thin_out(const SurfChemNonst& m, std::vector<HistoryPoint>& samples, std::size_t max_count) {
   if (samples.size() < 3) return;
   std::vector<Columns> columns;
   columns.reserve(samples.size());
-  for (const RowSample& s : samples) columns.push_back(columns_of(m, s));
+  for (const HistoryPoint& s : samples) columns.push_back(columns_of(m, s));
   Columns tolerance;
   for (std::size_t c = 0; c < N_FOLLOWED; ++c) {
     double low = columns[0][c], high = low, largest = 0.0;
@@ -140,58 +140,23 @@ std::vector<std::vector<double>*> lists_of(SurfChemNonst& m) {
 
 double next_above(double t) { return std::nextafter(t, std::numeric_limits<double>::infinity()); }
 
-void append_detail(SurfChemNonst& m, const RowDetail& d) {
-  History& h = m.history;
-  h.c_In.push_back(d.c_a[In_a]);
-  h.c_Ga.push_back(d.c_a[Ga_a]);
-  h.c_Al.push_back(d.c_a[Al_a]);
-  h.c_N.push_back(d.c_a[N_a]);
-  h.c_H.push_back(d.c_a[H_a]);
-  if (m.stress_model != STRESS_V_dislocation) return;
-  if (m.z0 < 0.0) {
-    h.I0.push_back(d.I0);
-    h.I1.push_back(d.I1);
-    h.J0_0.push_back(d.J0_0);
-    h.J0_1.push_back(d.J0_1);
-  }
-  h.J0.push_back(ENERGY_SCALE * d.J0);
-  h.J1.push_back(ENERGY_SCALE * d.J1);
-  h.J2.push_back(ENERGY_SCALE * d.J2);
-  h.deltaE.push_back(ENERGY_SCALE * d.deltaE);
-  h.E_V_loop.push_back(ENERGY_SCALE * d.E_V_loop);
-  h.K1.push_back(ENERGY_SCALE * d.I1);  // I1 starts at 0
-  h.r.push_back(d.r);
-}
-
-void append(SurfChemNonst& m, const RowSample& s, double t) {
-  History& h = m.history;
-  h.t.push_back(t);
-  h.z.push_back(s.z);
-  h.Vg.push_back(s.GR);
-  h.x_In.push_back(s.x_b[InN_b]);
-  h.x_Ga.push_back(s.x_b[GaN_b]);
-  h.x_Al.push_back(s.x_b[AlN_b]);
-  if (m.stress_model == STRESS_V_dislocation) {
-    h.h.push_back(s.h);
-    h.rho_VD.push_back(s.rho_VD);
-  }
-  if (m.detail_output) append_detail(m, s.detail);
-}
-
 }  // namespace
 
-void add_sample(const SurfChemNonst& m, RowSelection& selection, const RowSample& sample) {
+void add_sample(const SurfChemNonst& m, RowSelection& selection, const HistoryPoint& sample) {
   if (selection.samples.size() >= MAX_SAMPLES) thin_out(m, selection.samples, MAX_SAMPLES / 2);
   selection.samples.push_back(sample);
 }
 
 void finish_rows(SurfChemNonst& m, RowSelection& selection) {
-  std::vector<RowSample>& samples = selection.samples;
+  std::vector<HistoryPoint>& samples = selection.samples;
   thin_out(m, samples, MAX_SELECTED);
-  for (const RowSample& s : samples) {
-    const double t = selection.begin + s.t;
-    const bool is_later = m.history.t.empty() || t > m.history.t.back();
-    append(m, s, is_later ? t : next_above(m.history.t.back()));
+  const bool relaxes = m.stress_model == STRESS_V_dislocation;
+  const bool detail = m.detail_output;
+  const HistoryLists kept{.relaxation = relaxes, .integrals = relaxes && detail && m.z0 < 0.0, .detail = detail};
+  for (HistoryPoint& s : samples) {
+    s.t += selection.begin;
+    if (!m.history.t.empty() && !(s.t > m.history.t.back())) s.t = next_above(m.history.t.back());
+    append_point(m.history, s, kept);
   }
   samples.clear();
 }

@@ -21,10 +21,10 @@ void append_names(std::string& text, const SurfChemNonst& m) {
   text += '\n';
 }
 
-void append_state(std::string& text, const SurfChemNonst& m) {
+void append_state(std::string& text, SurfChemNonst& m) {
   text += "T P delta ";
   append_names(text, m);
-  for (double value : {m.T, m.P, m.delta[0]}) {
+  for (double value : {m.T, m.P, m.condition_terms().delta[0]}) {
     append_general(text, value);
     text += ' ';
   }
@@ -50,7 +50,7 @@ void append_fluxes(std::string& text, const SurfChemNonst& m) {
   text += "\nMolar fluxes: ";
   append_names(text, m);
   for (std::int32_t i : m.single_point.species) {
-    append_row_format(text, m.J[static_cast<std::size_t>(i)]);
+    append_row_format(text, m.surface.J[static_cast<std::size_t>(i)]);
     text += ' ';
   }
   text += '\n';

@@ -21,35 +21,27 @@ bool is_recorded(const SurfChemNonst& m, double t) {
   return t - m.history.t.back() > RECORD_SPACING || std::abs(m.t_end - t) < END_TOLERANCE;
 }
 
-void keep_energy_terms(SurfChemNonst& m) {
+HistoryDetail detail_of(const SurfChemNonst& m) {
+  HistoryDetail d{.c_a = m.c_a, .I0 = m.I0, .I1 = m.I1, .J0_0 = m.J0_0, .J0_1 = m.J0_1};
+  if (m.stress_model != STRESS_V_dislocation || !m.detail_output) return d;
+  const bool is_first = m.history.I1.empty();
   // The zero removes the second term, but lets a NaN through.
-  const double K = m.I1 - m.history.I1[0] - (m.I0 - m.history.I0[0]) * 0.0;
-  const double balance = m.z0 <= Z0_FOUND ? K + loop_energy(m, m.z - m.z_start, 0.0)
-                                          : energy_balance(m, loop_energy(m, m.z, m.z0), m.rho_VD);
-  m.history.deltaE.push_back(ENERGY_SCALE * balance);
-  m.history.K1.push_back(ENERGY_SCALE * K);
-  m.history.J0.push_back(ENERGY_SCALE * m.J0);
-  m.history.J1.push_back(ENERGY_SCALE * m.J1);
-  m.history.J2.push_back(ENERGY_SCALE * m.J2);
-  m.history.E_V_loop.push_back(ENERGY_SCALE * loop_energy(m, m.z, m.z0));
-  m.history.r.push_back(m.r);
+  d.K1 = m.I1 - (is_first ? m.I1 : m.history.I1[0]) - (m.I0 - (is_first ? m.I0 : m.history.I0[0])) * 0.0;
+  d.E_V_loop = loop_energy(m, m.z, m.z0);
+  d.deltaE = m.z0 <= Z0_FOUND ? d.K1 + loop_energy(m, m.z - m.z_start, 0.0) : energy_balance(m, d.E_V_loop, m.rho_VD);
+  d.J0 = m.J0;
+  d.J1 = m.J1;
+  d.J2 = m.J2;
+  d.r = m.surface.mismatch;
+  return d;
 }
 
 void follow_V_defects(SurfChemNonst& m, double eps_xx) {
   if (m.z0 < 0.0) {
     find_z0(m);
-    if (m.z0 < 0.0) {
-      m.history.I0.push_back(m.I0);
-      m.history.I1.push_back(m.I1);
-      m.history.J0_0.push_back(m.J0_0);
-      m.history.J0_1.push_back(m.J0_1);
-    } else {
-      start_V_defects(m);
-    }
+    if (!(m.z0 < 0.0)) start_V_defects(m);
   }
   if (Z0_FOUND < m.z0) update_V_defects(m, eps_xx);
-  m.history.h.push_back(m.h);
-  m.history.rho_VD.push_back(m.rho_VD);
 }
 
 }  // namespace
@@ -73,24 +65,9 @@ void record_step(SurfChemNonst& m, double t_new, const double* y) {
   if (relaxes) file_segment(m, eps_xx);
 
   if (is_recorded(m, t_new)) {
-    History& history = m.history;
-    history.t.push_back(t_new);
-    history.z.push_back(m.z);
-    history.Vg.push_back(m.Vg);
-    history.x_In.push_back(m.x_b[InN_b]);
-    history.x_Ga.push_back(m.x_b[GaN_b]);
-    history.x_Al.push_back(m.x_b[AlN_b]);
-    if (m.detail_output) {
-      history.c_In.push_back(m.c_a[In_a]);
-      history.c_Ga.push_back(m.c_a[Ga_a]);
-      history.c_Al.push_back(m.c_a[Al_a]);
-      history.c_N.push_back(m.c_a[N_a]);
-      history.c_H.push_back(m.c_a[H_a]);
-    }
-    if (relaxes) {
-      follow_V_defects(m, eps_xx);
-      if (m.detail_output) keep_energy_terms(m);
-    }
+    if (relaxes) follow_V_defects(m, eps_xx);
+    append_point(m.history, {t_new, m.z, m.h, m.Vg, m.rho_VD, m.x_b, detail_of(m)},
+                 {.relaxation = relaxes, .integrals = relaxes && m.z0 < 0.0, .detail = m.detail_output});
   }
 
   m.z_prev = m.z;

@@ -191,7 +191,7 @@ void open_v_defects(StagedLayer& layer) {
 }
 
 // The balance is concave in the density, so that the iterates of Newton's method rise towards its root.
-double v_defect_density(const StagedLayer& layer) {
+double v_defect_density(StagedLayer& layer) {
   SurfChemNonst& m = layer.model;
   const double w = w_above_z0(m);
   if (w < layer.w_open) return layer.rho_accepted;  // evaporated below the surface on which they opened

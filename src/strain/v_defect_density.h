@@ -44,8 +44,8 @@ void open_v_defects(StagedLayer& layer);
 
 // The density of V-defects at the state in the model, m^-2; V-defects must be open. It is not below that of the last
 // accepted state, and at most RHO_VD_MAX; NaN if the balance is NaN. While the surface is below that of the opening it
-// stays as it is. Otherwise J0 and J1 of the model become those of the state.
-double v_defect_density(const StagedLayer& layer);
+// stays as it is. Otherwise sets J0 and J1 of the model to those of the state.
+double v_defect_density(StagedLayer& layer);
 
 // The balance term J2 [J] at the state in the model, with its density; V-defects must be open.
 double v_defect_J2(const StagedLayer& layer);

@@ -49,8 +49,7 @@ Z0Search search_z0(const SurfChemNonst& m, const CandidateLists& lists, std::siz
 }
 
 void find_z0(SurfChemNonst& m) {
-  // The lists of h and the integrals do not hold the current point yet. If z is NaN the depth test never stops the
-  // search; the length does.
+  // The present point is not in the lists yet. If z is NaN the depth test never stops the search; the length does.
   History& history = m.history;
   const std::size_t n = std::min(history.t.size(), history.I1.size());
   const CandidateLists lists{history.z, history.h, history.I0, history.I1};

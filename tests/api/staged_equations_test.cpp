@@ -270,13 +270,13 @@ TEST(ExchangeLayer, KeepsWhatGrowthDoesNotCarryOff) {
   const StagedVector y = growing_state(s.y);
   StagedVector f{};
   staged_rhs(s.equations, 0.0, y.data(), f.data());
-  const double S = s->R_b[0] + s->R_b[1] + s->R_b[2];
+  const double S = s->surface.R_b[0] + s->surface.R_b[1] + s->surface.R_b[2];
   ASSERT_LT(0.0, S);
   // A thousandth of 1.9e-8 kmol/m^2.
   const double gamma = 1.9e-11;
-  EXPECT_TRUE(close_to(s->R_b[InN_b] - S * 0.2, gamma * f[X_In], 1e-12));
-  EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * 0.01, gamma * f[X_Al], 1e-12));
-  EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * 0.79, gamma * f[X_Ga], 1e-9));
+  EXPECT_TRUE(close_to(s->surface.R_b[InN_b] - S * 0.2, gamma * f[X_In], 1e-12));
+  EXPECT_TRUE(close_to(s->surface.R_b[AlN_b] - S * 0.01, gamma * f[X_Al], 1e-12));
+  EXPECT_TRUE(close_to(s->surface.R_b[GaN_b] - S * 0.79, gamma * f[X_Ga], 1e-9));
 }
 
 // What the layer gains in one metal it loses in others, growing or evaporating.
@@ -298,7 +298,7 @@ TEST(ExchangeLayer, HasASlopeWhereGrowthTurnsIntoEvaporation) {
     StagedVector y = growing_state(s.y), f{};
     y[C_Ga] = c;
     staged_rhs(s.equations, 0.0, y.data(), f.data());
-    return std::pair{s->R_b[0] + s->R_b[1] + s->R_b[2], f[X_In]};
+    return std::pair{s->surface.R_b[0] + s->surface.R_b[1] + s->surface.R_b[2], f[X_In]};
   };
   double low = 0.0, high = 100.0;
   for (int i = 0; i < 100; ++i) {
@@ -342,10 +342,10 @@ TEST(ExchangeLayer, EvaporationUncoversTheFilmAtItsDepth) {
     y[Z] = d.z_nm;
     const double GR = staged_rhs(s.equations, 0.0, y.data(), f.data());
     ASSERT_GT(0.0, GR);
-    const double S = s->R_b[0] + s->R_b[1] + s->R_b[2];
-    EXPECT_TRUE(close_to(s->R_b[InN_b] - S * d.In, 1.9e-11 * f[X_In], 1e-9));
-    EXPECT_TRUE(close_to(s->R_b[AlN_b] - S * d.Al, 1.9e-11 * f[X_Al], 1e-9));
-    EXPECT_TRUE(close_to(s->R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-11 * f[X_Ga], 1e-9));
+    const double S = s->surface.R_b[0] + s->surface.R_b[1] + s->surface.R_b[2];
+    EXPECT_TRUE(close_to(s->surface.R_b[InN_b] - S * d.In, 1.9e-11 * f[X_In], 1e-9));
+    EXPECT_TRUE(close_to(s->surface.R_b[AlN_b] - S * d.Al, 1.9e-11 * f[X_Al], 1e-9));
+    EXPECT_TRUE(close_to(s->surface.R_b[GaN_b] - S * (1.0 - d.In - d.Al), 1.9e-11 * f[X_Ga], 1e-9));
     // h and the integrals go back as they came. In the template h falls with z, so that the effective thickness stays
     // 0.
     const FilmPoint p = film_at(s.equations.layer.film, s.equations.z);
@@ -368,7 +368,7 @@ TEST(ExchangeLayer, InSteadyGrowthTheCompositionIsThatOfTheRates) {
     std::string error;
     ASSERT_EQ(0, run_staged(*m, 1e-6, {}, counters, error)) << error;
     m->surface_rates();
-    const double S = m->R_b[0] + m->R_b[1] + m->R_b[2];
+    const double S = m->surface.R_b[0] + m->surface.R_b[1] + m->surface.R_b[2];
     // Under stress the composition still moves, and the layer lags by the time that it takes to fill.
     const std::size_t last = m->history.t.size() - 1;
     const double slope =
@@ -376,9 +376,9 @@ TEST(ExchangeLayer, InSteadyGrowthTheCompositionIsThatOfTheRates) {
     const double lag = stress_model == STRESS_OFF ? 0.0 : 1.9e-11 / S * slope;
     // The slope is that of the chord between the last two rows.
     const double bound = 2e-6 + 0.1 * std::abs(lag);
-    EXPECT_NEAR(m->R_b[InN_b] / S, m->x_b[InN_b] + lag, bound);
-    EXPECT_NEAR(m->R_b[GaN_b] / S, m->x_b[GaN_b] - lag, bound);
-    EXPECT_NEAR(m->R_b[AlN_b] / S, m->x_b[AlN_b], 2e-6);
+    EXPECT_NEAR(m->surface.R_b[InN_b] / S, m->x_b[InN_b] + lag, bound);
+    EXPECT_NEAR(m->surface.R_b[GaN_b] / S, m->x_b[GaN_b] - lag, bound);
+    EXPECT_NEAR(m->surface.R_b[AlN_b] / S, m->x_b[AlN_b], 2e-6);
     EXPECT_NEAR(1.0, m->x_b[0] + m->x_b[1] + m->x_b[2], 1e-15);
     EXPECT_LT(0.1, m->x_b[InN_b]);
   }

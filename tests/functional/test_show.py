@@ -60,6 +60,20 @@ class Show(InAFolder):
         self.assertIsNone(layers[0]["relaxation"])  # the template relative to itself
         self.assertEqual([layer["x_in"] for layer in (layers[0], layers[3])], [0, 0])
 
+    def test_the_substrate_is_the_end_of_the_last_pre_stage(self):
+        layers = [("wafer", 5, 50), ("buffer", 5, 50), *LAYERS[1:]]
+        rows = [(0, 0, 0.0, 3.17, 0.0), (5, 50, 0.0, 3.18, 0.0), (5, 50, 0.0, 3.19, 0.0), *ROWS[1:2],
+                *((time, z, x_in, 3.207, -0.01) for time, z, x_in, _, _ in ROWS[2:5]), *ROWS[5:]]
+        found = self.layers_of(result_text(layers=layers, rows=rows, active=range(4, 8)))
+        self.assertEqual([layer["kind"] for layer in found], ["pre", "pre", "active", "active", "post"])
+        self.assertAlmostEqual(found[3]["relaxation"], 0.5, delta=1e-12)  # between 3.20 and 3.22
+
+    def test_without_a_pre_stage_the_substrate_is_the_first_row(self):
+        rows = [ROWS[2], *((time, z, x_in, 3.207, -0.01) for time, z, x_in, _, _ in ROWS[3:5]), *ROWS[5:]]
+        found = self.layers_of(result_text(layers=LAYERS[1:], rows=rows, active=range(4)))
+        self.assertEqual([layer["kind"] for layer in found], ["active", "active", "post"])
+        self.assertAlmostEqual(found[1]["relaxation"], 0.5, delta=1e-12)
+
     def test_layers_that_a_failed_run_has_not_reached(self):
         layers = self.layers_of(result_text(rows=ROWS[:4]))
         self.assertEqual([layer["kind"] for layer in layers], ["pre", "active", "active", "active"])

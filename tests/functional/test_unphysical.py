@@ -1,7 +1,9 @@
 """Runs that give unphysical values or stop early: the message of the tool, and the files that it keeps."""
 import json
 import os
+import re
 import shutil
+import subprocess
 import unittest
 
 from support import SCRIPTED_VORLEN, InAFolder, Result, changed_example, example, without_integration
@@ -129,8 +131,22 @@ class Scripted(InAFolder):
         line = self.row_at(3100)
         head = self.good[:self.good.index(line)]
         for time, place in ((3149.995, ", at the start of stage_1_2, period 1 (cooling)"),
-                            (3149.9, " in stage_1_1, period 1 (GaN barrier)"),
+                            (3149.991, ", at the start of stage_1_2, period 1 (cooling)"),
+                            (3149.989, " in stage_1_1, period 1 (GaN barrier)"),
                             (3150.0, ", at the start of stage_1_2, period 1 (cooling)")):
+            fields = line.split(" ")
+            fields[0] = repr(time)
+            stderr = self.run_with(head + " ".join(fields), TEST_TEXT=TEXTS_OF_INTEGRATION[0])
+            self.assertIn(f"\nThe run ended at {time:.10g} s{place}\n", stderr)
+
+    def test_a_last_row_just_before_the_end_of_a_short_stage(self):
+        self.write("r.xml", without_integration(changed_example("ingan_gan_mqw",
+                                                                ('<tau val="150"/>', '<tau val="0.1"/>'))))
+        line = self.row_at(3000)
+        head = self.good[:self.good.index(line)]
+        # The rows may end a hundredth of the stage, 1 ms, before it does.
+        for time, place in ((3000.0991, ", at the start of stage_1_2, period 1 (cooling)"),
+                            (3000.0989, " in stage_1_1, period 1 (GaN barrier)")):
             fields = line.split(" ")
             fields[0] = repr(time)
             stderr = self.run_with(head + " ".join(fields), TEST_TEXT=TEXTS_OF_INTEGRATION[0])
@@ -143,6 +159,22 @@ class Scripted(InAFolder):
         stderr = self.run_with(self.good[:self.good.index(line)] + " ".join(fields), TEST_TEXT=TEXTS_OF_INTEGRATION[2])
         self.assertEqual([text.split()[0] for text in stderr.splitlines()],
                          ["vorlen:", "The", "Unphysical", "What", "The"])
+
+    def test_rows_that_cannot_be_put_in_place_are_kept_and_the_run_is_failed(self):
+        os.mkfifo(self.path("rows"))  # the library waits for its writer, and the result becomes a folder meanwhile
+        run = subprocess.Popen([SCRIPTED_VORLEN, "run", "r.xml", "-o", "out.txt"], cwd=self.folder,
+                               env=os.environ | {"TEST_ROWS": self.path("rows")}, stdout=subprocess.PIPE,
+                               stderr=subprocess.PIPE, encoding="utf-8")
+        self.addCleanup(run.kill)
+        with open(self.path("rows"), "w", encoding="utf-8") as file:
+            os.mkdir(self.path("out.txt"))
+            file.write(self.good)
+        output, errors = run.communicate(timeout=60)
+        self.assertEqual((run.returncode, output), (1, ""))
+        problem, kept = re.search(r"(out\.txt .*); the rows are in (\S+)", errors).groups()
+        self.assertEqual(self.read(kept).decode(), self.good)
+        status = json.loads(self.read("out.status.json"))
+        self.assertEqual((status["result"], status["text"]), (1, f"{problem}; the rows are in {kept}"))
 
     def test_a_run_without_rows(self):
         stderr = self.run_with("", TEST_TEXT=TEXTS_OF_INTEGRATION[1])

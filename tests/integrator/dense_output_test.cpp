@@ -72,6 +72,9 @@ Findings RunCircle(double tolerance) {
   call.model_context = &findings;
   call.SizeAndRun();
   EXPECT_EQ(call.idid, 1);
+  // The callback is called at the start and after each accepted step; one step does not cover an arc of 6 rad.
+  EXPECT_EQ(findings.steps, call.ReadCounters().accepted_count);
+  EXPECT_GT(findings.steps, 5);
   return findings;
 }
 

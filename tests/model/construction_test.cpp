@@ -175,8 +175,7 @@ TEST(Construction, FieldsStartAsTheRunExpectsThem) {
   EXPECT_TRUE(model->history.t.empty());
   EXPECT_TRUE(model->segments.relaxing.empty());
   EXPECT_GE(model->history.t.capacity(), 1024u);
-  for (double site : model->site_gas) EXPECT_EQ(site, 1.0);
-  for (double site : model->site_bulk) EXPECT_EQ(site, 1.0);
+  EXPECT_EQ(model->surface.free_sites, 1.0);
 }
 
 TEST(Construction, TheModelKeepsNoReferenceToTheRecipe) {

@@ -23,6 +23,11 @@ struct BuiltModel {
   vorlen::SurfChemNonst* operator->() { return &m; }
 };
 
+// The terms of the present composition.
+inline const vorlen::CompositionTerms& composition_of(vorlen::SurfChemNonst& m) {
+  return m.composition_terms(m.condition_terms());
+}
+
 inline vorlen::ProcessRecipe read_recipe_file(const std::string& path) {
   vorlen::ProcessRecipe recipe;
   std::string error;

@@ -41,8 +41,10 @@ INSTANTIATE_TEST_SUITE_P(Recipes, ModelVectors, testing::ValuesIn(REFERENCE_RECI
 // The desorbing and arriving parts of a flux, whose difference it is; the last bits of pow and exp grow by them.
 std::vector<double> flux_scale(const SurfChemNonst& m) {
   std::vector<double> scale(N_GAS);
-  for (std::size_t i = 0; i < N_GAS; ++i)
-    scale[i] = !m.gas_present[i] ? 0.0 : std::fabs(m.J[i]) + 2.0 * m.p[i] * m.site_gas[i] / m.R_gas[i];
+  for (std::size_t i = 0; i < N_GAS; ++i) {
+    const double site = i <= TMInNH3_g ? m.surface.free_sites : 1.0;
+    scale[i] = !m.gas_present[i] ? 0.0 : std::fabs(m.surface.J[i]) + 2.0 * m.p[i] * site / m.surface.R_gas[i];
+  }
   return scale;
 }
 
@@ -51,7 +53,7 @@ std::vector<double> residual_scale(const SurfChemNonst& m) {
   const std::vector<double> J = flux_scale(m);
   double all_J = 0.0;
   for (double j : J) all_J += j;
-  const double all_R = std::fabs(m.R_b[0]) + std::fabs(m.R_b[1]) + std::fabs(m.R_b[2]);
+  const double all_R = std::fabs(m.surface.R_b[0]) + std::fabs(m.surface.R_b[1]) + std::fabs(m.surface.R_b[2]);
   std::vector<double> scale(static_cast<std::size_t>(m.n_state()), all_R + std::fabs(m.GR) + 1e-300);
   for (std::size_t i = 0; i < N_ADSORBED; ++i) scale[i] = all_J + all_R;
   return scale;

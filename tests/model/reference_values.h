@@ -105,13 +105,9 @@ inline double* scalar_field(vorlen::SurfChemNonst& m, const std::string& name) {
       {"T", &m.T},
       {"P", &m.P},
       {"rho_D", &m.rho_D},
-      {"Q_total", &m.Q_total},
+      {"Q_total", &m.terms.mixtures.last().Q_total},
       {"omega_TDR", &m.omega_TDR},
-      {"K_NH3", &m.K_NH3},
-      {"K_NH3_des", &m.K_NH3_des},
-      {"N2_mix", &m.N2_mix},
       {"a_bulk", &m.a_bulk},
-      {"r", &m.r},
       {"eps_xx", &m.eps_xx_last_trial},
       {"t_begin", &m.t_begin},
       {"t_end", &m.t_end},
@@ -151,28 +147,43 @@ inline double* scalar_field(vorlen::SurfChemNonst& m, const std::string& name) {
   return nullptr;
 }
 
-inline std::span<double> array_field(vorlen::SurfChemNonst& m, const std::string& name) {
-  const std::pair<const char*, std::span<double>> fields[] = {
+// What the model has computed under the present conditions, by its name. Empty when there is nothing of that name.
+inline std::vector<double> computed_values(vorlen::SurfChemNonst& m, const std::string& name) {
+  const vorlen::ConditionTerms& c = m.condition_terms();
+  const vorlen::CompositionTerms& s = composition_of(m);
+  auto v_kin = c.v_kin;
+  v_kin[vorlen::N2_g] = s.v_kin_N2;
+  auto Kd = c.Kd;
+  Kd[vorlen::N_a] = s.Kd_N2;
+  std::array<double, vorlen::N_GAS> site_gas;
+  site_gas.fill(1.0);
+  for (auto i : {vorlen::TMIn_g, vorlen::MMIn_g, vorlen::TMInNH3_g, vorlen::In_g}) site_gas[i] = m.surface.free_sites;
+  const double site_bulk[] = {m.surface.free_sites, 1.0, 1.0};
+  const std::pair<const char*, std::span<const double>> fields[] = {
       {"Q", m.Q},
-      {"x", m.x},
+      {"x", m.terms.mixtures.last().x},
       {"p", m.p},
-      {"D", m.D},
-      {"delta", m.delta},
-      {"v_kin", m.v_kin},
-      {"R_gas", m.R_gas},
-      {"J", m.J},
-      {"G_gas", m.G_gas},
-      {"site_gas", m.site_gas},
-      {"G_bulk", m.G_bulk},
-      {"K_eq", m.K_eq},
-      {"Kd", m.Kd},
-      {"R_b", m.R_b},
-      {"activity", m.activity},
-      {"site_bulk", m.site_bulk},
+      {"D", c.D},
+      {"delta", c.delta},
+      {"v_kin", v_kin},
+      {"R_gas", m.surface.R_gas},
+      {"J", m.surface.J},
+      {"G_gas", c.G_gas},
+      {"site_gas", site_gas},
+      {"G_bulk", c.G_bulk},
+      {"K_eq", c.K_eq},
+      {"K_NH3", {&c.K_NH3, 1}},
+      {"K_NH3_des", {&s.K_NH3_des, 1}},
+      {"N2_mix", {&s.N2_mix, 1}},
+      {"Kd", Kd},
+      {"R_b", m.surface.R_b},
+      {"activity", s.activity},
+      {"r", {&m.surface.mismatch, 1}},
+      {"site_bulk", site_bulk},
       {"x_b_clip", m.x_b_clip},
   };
   for (const auto& [field, values] : fields) {
-    if (name == field) return values;
+    if (name == field) return {values.begin(), values.end()};
   }
   return {};
 }
@@ -198,7 +209,7 @@ inline void expect_fields(const json& object, vorlen::SurfChemNonst& m, const st
       expect_fields(node, m, name);
     } else if (key == "stage_index") {
       EXPECT_EQ(node.get<std::uint32_t>(), m.stage_index) << name;
-    } else if (const std::span<double> values = array_field(m, key); !values.empty()) {
+    } else if (const std::vector<double> values = computed_values(m, key); !values.empty()) {
       expect_reference(node, values, name, key == "J" ? flux_scale : std::span<const double>{});
     } else if (const double* value = scalar_field(m, key)) {
       expect_reference(node, *value, name);

@@ -108,16 +108,14 @@ TEST(SpeciesCheck, ASpeciesThatNoFileCanStateTakesPartWhenARecordStatesItsFlow) 
   EXPECT_GT(model->D_binary[MMIn_g][N2_g], 0.0);
 }
 
-TEST(SpeciesCheck, TheListsHoldFourteenThreeAndFiveSpeciesInTheOrderOfTheirNumbers) {
+TEST(SpeciesCheck, TheListsHoldFourteenAndThreeSpeciesInTheOrderOfTheirNumbers) {
   BuiltModel model(recipe_of(RecipeOptions{}));
   ASSERT_EQ(model->gas_species.size(), 14u);
   ASSERT_EQ(model->bulk_species.size(), 3u);
-  ASSERT_EQ(model->adsorbed_species.size(), 5u);
   EXPECT_EQ(model->gas_species[TMIn_g].name, "TMIn_g");
   EXPECT_EQ(model->gas_species[NH3_g].name, "NH3_g");
   EXPECT_EQ(model->gas_species[Al_g].name, "Al_g");
   EXPECT_EQ(model->bulk_species[AlN_b].name, "AlN_b");
-  EXPECT_EQ(model->adsorbed_species[H_a].name, "H_a");
 }
 
 TEST(BinaryDiffusion, TheFactorOfNitrogenAndHydrogenIsThatOfTheFormula) {

@@ -9,13 +9,13 @@ mutation passes all tests of its program, 2 if one cannot be applied or built.
 import dataclasses
 import os
 import re
-import shutil
 import subprocess
 import sys
 import tempfile
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-ROOT = os.path.dirname(os.path.dirname(HERE))
+sys.dont_write_bytecode = True
+from mutant import HERE, ROOT, build, copy_tree, failed_case, run  # noqa: E402
+
 TIME_LIMIT = 600  # of one test program, s: a mutation may cause an endless loop
 
 
@@ -50,22 +50,13 @@ def read_mutations(word: str) -> list[Mutation]:
             for line in lines if line and not line.startswith("#") and word in line]
 
 
-def run(command: list[str], **options) -> subprocess.CompletedProcess:
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, encoding="utf-8",
-                          errors="replace", check=False, **options)
-
-
 def configure(tree: str, preset: str, folder: str) -> bool:
     # A plain build is not optimised: the numbers are the same, and most of the time is spent on building.
     generator = ["--preset", preset] if preset else ["-G", "Ninja"]
-    done = run(["cmake", *generator, "-B", folder, "-DVORLEN_TOOLS=OFF"], cwd=tree)
-    if done.returncode != 0:
-        print(done.stdout)
-    return done.returncode == 0
+    return succeeds(run(["cmake", *generator, "-B", folder, "-DVORLEN_TOOLS=OFF"], cwd=tree))
 
 
-def build(folder: str, *targets: str) -> bool:
-    done = run(["cmake", "--build", folder, "--target", *targets])
+def succeeds(done: subprocess.CompletedProcess) -> bool:
     if done.returncode != 0:
         print(done.stdout)
     return done.returncode == 0
@@ -82,8 +73,7 @@ def first_failure(program: str, preset: str) -> str:
         return f"{race[1]} {race[2]}" if race else ""
     if done.returncode == 0:
         return ""
-    failed = re.search(r"^\[  FAILED  \] ([\w./]+)", done.stdout, re.MULTILINE)
-    return failed[1] if failed else f"the program ends with status {done.returncode}"
+    return failed_case(done.stdout, done.returncode)
 
 
 def main() -> int:
@@ -91,14 +81,11 @@ def main() -> int:
     presets = sorted({mutation.preset for mutation in mutations})
     survivors, broken = 0, 0
     with tempfile.TemporaryDirectory() as tree:
-        for name in ("CMakeLists.txt", "CMakePresets.json", "cmake", "src", "tests", "examples", "docs"):
-            source = os.path.join(ROOT, name)
-            copy = shutil.copytree if os.path.isdir(source) else shutil.copy
-            copy(source, os.path.join(tree, name))
+        copy_tree(ROOT, tree)
         for preset in presets:
             of_preset = [mutation for mutation in mutations if mutation.preset == preset]
             folder = os.path.join(tree, "build" + preset)
-            if not configure(tree, preset, folder) or not build(folder, *{each.target for each in of_preset}):
+            if not configure(tree, preset, folder) or not succeeds(build(folder, *{each.target for each in of_preset})):
                 return 2
             for program in sorted({mutation.program for mutation in of_preset}):
                 failure = first_failure(os.path.join(folder, program), preset)
@@ -115,13 +102,13 @@ def main() -> int:
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(original.replace(mutation.old, mutation.new))
                 verdict = "does not compile"
-                if build(folder, mutation.target):
+                if succeeds(build(folder, mutation.target)):
                     program = os.path.join(folder, mutation.program)
                     verdict = first_failure(program, mutation.preset) or "SURVIVES"
                 with open(path, "w", encoding="utf-8") as file:
                     file.write(original)
             survivors += verdict == "SURVIVES"
-            broken += verdict.startswith(("can't", "does not"))
+            broken += verdict.startswith(("cannot", "does not"))
             print(f"{mutation.file}: {mutation.old} -> {mutation.new}\n    {verdict}", flush=True)
     print(f"{len(mutations)} mutations, {survivors} survive" + (f", {broken} could not be tried" if broken else ""))
     return 2 if broken else 1 if survivors else 0

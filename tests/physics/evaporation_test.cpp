@@ -56,9 +56,9 @@ double grown_at(const std::vector<Point>& points, double z) {
 double evaporating_indium(SurfChemNonst& m) {
   // The strain of the surface is that of the top pre-stage when that evaporates.
   m.surface_rates();
-  const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
+  const double S = m.surface.R_b[InN_b] + m.surface.R_b[GaN_b] + m.surface.R_b[AlN_b];
   EXPECT_LT(S, 0.0) << "does not evaporate";
-  return m.R_b[InN_b] / S;
+  return m.surface.R_b[InN_b] / S;
 }
 
 class Evaporation : public testing::TestWithParam<const char*> {

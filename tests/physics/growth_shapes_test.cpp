@@ -41,7 +41,7 @@ double diffusion_limit(const Conditions& c) {
   const auto model = make_model(constant_stage(c));
   if (model == nullptr || model->update_conditions(model->t_begin, true) != 0) return 0.0;
   std::array<double, N_GAS> D{};
-  model->mix_diffusion(c.T, c.P, model->x.data(), D.data());
+  model->mix_diffusion(c.T, c.P, model->terms.mixtures.last().x.data(), D.data());
   return c.TMGa / (c.TMGa + c.N2 + c.NH3 + c.H2) * c.P * D[TMGa_g] / (R * c.T * c.delta) * GAN_VOLUME * M_TO_NM;
 }
 
@@ -79,13 +79,18 @@ TEST(GaNGrowth, HalvesWithADoubleTransportLayer) {
   EXPECT_NEAR(grow(c).rate / rate, 0.5, 0.005);
 }
 
-// D/T rises with the 0.7th power of T, 12 % from 1150 to 1350 K, and evaporation takes some of that away again.
-TEST(GaNGrowth, HardlyDependsOnTheTemperatureBelow1350K) {
+// The rate follows D/T. Diffusion coefficients of gases rise with a power of T between 1.65 and 1.85 at these
+// temperatures (Bird, Stewart, Lightfoot, "Transport Phenomena", chapter 17), so D/T by 11 to 15 % from 1150 to 1350 K;
+// RunsJustBelowTheDiffusionLimit allows for a loss of 5 %. A rate without the dependence of D, or with that of T alone,
+// fails: 0 and 17 %.
+TEST(GaNGrowth, RisesFrom1150To1350KAsDiffusionDoes) {
   Conditions c = gan_in_hydrogen();
   c.T = 1150.0;
   const double cold = grow(c).rate;
   c.T = 1350.0;
-  EXPECT_NEAR(grow(c).rate / cold, 1.0, 0.12);
+  const double ratio = grow(c).rate / cold;
+  EXPECT_GT(ratio, 0.95 * std::pow(1350.0 / 1150.0, 0.65));
+  EXPECT_LT(ratio, std::pow(1350.0 / 1150.0, 0.85));
 }
 
 // Evaporation and decomposition win in the end.
@@ -155,7 +160,7 @@ TEST(IndiumFraction, FallsByOneToTwoPointsForTenKelvin) {
     const double x_In = grow(c).x_In;
     if (T > 990.0) {
       EXPECT_LT(x_In, before - 0.010) << T << " K";
-      EXPECT_GT(x_In, before - 0.022) << T << " K";
+      EXPECT_GT(x_In, before - 0.020) << T << " K";
     }
     before = x_In;
   }

@@ -58,11 +58,11 @@ TEST_P(MetalBalance, HoldsInEachStage) {
     const Amounts before = present();
     Amounts arrived{}, left{}, film{};
     const double nm = loop.run_stage([&](const SurfChemNonst& s, const std::array<double, 3>& into_film, double dt) {
-      arrived[0] += dt * (s.J[TMIn_g] + s.J[MMIn_g] + s.J[TMInNH3_g]);
-      arrived[1] += dt * (s.J[TMGa_g] + s.J[MMGa_g] + s.J[TEGa_g] + s.J[TEGaNH3_g]);
-      arrived[2] += dt * s.J[TMAl_g];
+      arrived[0] += dt * (s.surface.J[TMIn_g] + s.surface.J[MMIn_g] + s.surface.J[TMInNH3_g]);
+      arrived[1] += dt * (s.surface.J[TMGa_g] + s.surface.J[MMGa_g] + s.surface.J[TEGa_g] + s.surface.J[TEGaNH3_g]);
+      arrived[2] += dt * s.surface.J[TMAl_g];
       for (std::size_t k = 0; k < METALS; ++k) {
-        left[k] -= dt * s.J[In_g + k];
+        left[k] -= dt * s.surface.J[In_g + k];
         film[k] += dt * into_film[k];
       }
     });

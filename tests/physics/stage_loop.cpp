@@ -51,7 +51,7 @@ void step(std::int32_t number, double t_old, double t, const double*, const doub
     const double time = t_old + (t - t_old) * NODES[i];
     state_at(time);
     staged_rhs(e, time, at.data(), f.data());
-    const double S = m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b];
+    const double S = m.surface.R_b[InN_b] + m.surface.R_b[GaN_b] + m.surface.R_b[AlN_b];
     std::array<double, 3> x = m.x_b;
     if (S < 0.0) {
       const FilmPoint under = film_at(e.layer.film, e.z);

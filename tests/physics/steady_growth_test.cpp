@@ -35,7 +35,7 @@ TEST_P(SteadyGrowth, IsARootOfTheEquationsOfTheContinuousScheme) {
   std::array<double, N_STATE_MAX> y{}, f{};
   m.pack_state(y.data());
   ASSERT_EQ(m.eval_rhs(m.t, y.data(), f.data()), 0);
-  const double S = std::abs(m.R_b[InN_b] + m.R_b[GaN_b] + m.R_b[AlN_b]);
+  const double S = std::abs(m.surface.R_b[InN_b] + m.surface.R_b[GaN_b] + m.surface.R_b[AlN_b]);
   for (std::size_t k : {In_a, Ga_a, Al_a}) EXPECT_NEAR(f[k], 0.0, 1e-8 * S);
   EXPECT_NEAR(f[6], 0.0, 1e-8 * S) << "x_In R_Ga = x_Ga R_In";
   EXPECT_NEAR(f[7], 0.0, 1e-8 * S) << "x_Ga R_Al = x_Al R_Ga";

@@ -24,7 +24,7 @@ struct Columns {
   std::vector<double> values;
 };
 
-Columns columns_of(const SurfChemNonst& m, const RowSample& s) {
+Columns columns_of(const SurfChemNonst& m, const HistoryPoint& s) {
   const double a = m.lattice_a(s.x_b.data());
   const double eps = m.eps_in_plane(a, s.rho_VD, s.z, s.h);
   Columns c{{s.z, s.GR, s.x_b[0], s.x_b[1], s.x_b[2], s.rho_VD, (eps + 1.0) * a, eps,
@@ -33,8 +33,8 @@ Columns columns_of(const SurfChemNonst& m, const RowSample& s) {
   return c;
 }
 
-RowSample row_of(const SurfChemNonst& m, std::size_t i, double begin) {
-  RowSample s;
+HistoryPoint row_of(const SurfChemNonst& m, std::size_t i, double begin) {
+  HistoryPoint s;
   s.t = m.history.t[i] - begin;
   s.z = m.history.z[i];
   s.GR = m.history.Vg[i];
@@ -47,10 +47,10 @@ RowSample row_of(const SurfChemNonst& m, std::size_t i, double begin) {
 }
 
 // The largest distance of a column between two rows from the samples, as a part of the range of the column.
-double worst_error(const SurfChemNonst& m, const std::vector<RowSample>& samples, double begin = 0.0) {
+double worst_error(const SurfChemNonst& m, const std::vector<HistoryPoint>& samples, double begin = 0.0) {
   std::vector<Columns> rows, all;
   for (std::size_t i = 0; i < m.history.t.size(); ++i) rows.push_back(columns_of(m, row_of(m, i, begin)));
-  for (const RowSample& s : samples) all.push_back(columns_of(m, s));
+  for (const HistoryPoint& s : samples) all.push_back(columns_of(m, s));
   double worst = 0.0;
   for (std::size_t c = 0; c < all.front().values.size(); ++c) {
     double low = all.front().values[c], high = low, error = 0.0;
@@ -70,22 +70,22 @@ double worst_error(const SurfChemNonst& m, const std::vector<RowSample>& samples
   return worst;
 }
 
-std::vector<RowSample> samples_of(const SurfChemNonst& m, std::size_t n, double duration,
-                                  const std::function<void(double, RowSample&)>& set) {
-  std::vector<RowSample> samples;
+std::vector<HistoryPoint> samples_of(const SurfChemNonst& m, std::size_t n, double duration,
+                                     const std::function<void(double, HistoryPoint&)>& set) {
+  std::vector<HistoryPoint> samples;
   for (std::size_t i = 0; i < n; ++i) {
     const double share = static_cast<double>(i) / static_cast<double>(n - 1);
-    RowSample s{.t = duration * share, .z = m.z_start + 5e-8 * share, .GR = 5e-8 / duration, .x_b = {0.2, 0.8, 0.0}};
+    HistoryPoint s{.t = duration * share, .z = m.z_start + 5e-8 * share, .GR = 5e-8 / duration, .x_b = {0.2, 0.8, 0.0}};
     set(share, s);
     samples.push_back(s);
   }
   return samples;
 }
 
-void select(SurfChemNonst& m, const std::vector<RowSample>& samples, double begin = 0.0) {
+void select(SurfChemNonst& m, const std::vector<HistoryPoint>& samples, double begin = 0.0) {
   RowSelection selection;
   selection.begin = begin;
-  for (const RowSample& s : samples) add_sample(m, selection, s);
+  for (const HistoryPoint& s : samples) add_sample(m, selection, s);
   finish_rows(m, selection);
   EXPECT_TRUE(selection.samples.empty());
 }
@@ -94,7 +94,7 @@ void expect_rising(const SurfChemNonst& m) {
   for (std::size_t i = 1; i < m.history.t.size(); ++i) EXPECT_LT(m.history.t[i - 1], m.history.t[i]) << i;
 }
 
-void expect_ends(const SurfChemNonst& m, const std::vector<RowSample>& samples) {
+void expect_ends(const SurfChemNonst& m, const std::vector<HistoryPoint>& samples) {
   EXPECT_EQ(samples.front().t, m.history.t.front());
   EXPECT_EQ(samples.front().z, m.history.z.front());
   EXPECT_EQ(samples.front().x_b[0], m.history.x_In.front());
@@ -112,7 +112,7 @@ TEST(RowSelection, AnEmptyOneAddsNothing) {
 TEST(RowSelection, OneSampleIsOneRow) {
   for (std::int32_t stress_model : {STRESS_OFF, STRESS_V_dislocation}) {
     const auto m = small_model(stress_model);
-    const RowSample s{.t = 1.0, .z = 2e-7, .h = 1e-8, .GR = 3e-10, .rho_VD = 5.0, .x_b = {0.1, 0.7, 0.2}};
+    const HistoryPoint s{.t = 1.0, .z = 2e-7, .h = 1e-8, .GR = 3e-10, .rho_VD = 5.0, .x_b = {0.1, 0.7, 0.2}};
     select(*m, {s}, 10.0);
     EXPECT_EQ(std::vector<double>{11.0}, m->history.t);
     EXPECT_EQ(std::vector<double>{2e-7}, m->history.z);
@@ -128,7 +128,7 @@ TEST(RowSelection, OneSampleIsOneRow) {
 
 TEST(RowSelection, TwoSamplesAreTwoRows) {
   const auto m = small_model(STRESS_OFF);
-  const auto samples = samples_of(*m, 2, 10.0, [](double, RowSample&) {});
+  const auto samples = samples_of(*m, 2, 10.0, [](double, HistoryPoint&) {});
   select(*m, samples);
   EXPECT_EQ(2u, m->history.t.size());
   expect_ends(*m, samples);
@@ -136,7 +136,7 @@ TEST(RowSelection, TwoSamplesAreTwoRows) {
 
 TEST(RowSelection, LinearColumnsNeedTwoRows) {
   const auto m = small_model(STRESS_OFF);
-  const auto samples = samples_of(*m, 1000, 10.0, [](double share, RowSample& s) {
+  const auto samples = samples_of(*m, 1000, 10.0, [](double share, HistoryPoint& s) {
     // Strain is not linear in the composition; so little of it that it does not count.
     s.x_b = {0.2 + 1e-5 * share, 0.8 - 1e-5 * share, 0.0};
   });
@@ -169,24 +169,24 @@ TEST_P(EachColumn, IsWithinAThousandthOfItsRange) {
   const Shape& shape = GetParam();
   struct Column {
     const char* name;
-    std::function<void(double, RowSample&)> set;
+    std::function<void(double, HistoryPoint&)> set;
   };
-  const Column columns[] = {{"z", [](double v, RowSample& s) { s.z += 1e-8 * v; }},
-                            {"GR", [](double v, RowSample& s) { s.GR = 1e-10 * v; }},
+  const Column columns[] = {{"z", [](double v, HistoryPoint& s) { s.z += 1e-8 * v; }},
+                            {"GR", [](double v, HistoryPoint& s) { s.GR = 1e-10 * v; }},
                             {"xIn",
-                             [](double v, RowSample& s) {
+                             [](double v, HistoryPoint& s) {
                                s.x_b = {0.1 + 0.3 * v, 0.9 - 0.3 * v, 0.0};
                              }},
                             {"xAl",
-                             [](double v, RowSample& s) {
+                             [](double v, HistoryPoint& s) {
                                s.x_b = {0.0, 1.0 - v, v};
                              }},
                             {"xIn alone",
-                             [](double v, RowSample& s) {
+                             [](double v, HistoryPoint& s) {
                                s.x_b = {0.1 + 0.3 * v, 0.6, 0.3 - 0.3 * v};
                              }},
-                            {"h", [](double v, RowSample& s) { s.h = 1e-8 * v; }},
-                            {"rho_VD", [](double v, RowSample& s) { s.rho_VD = 1e15 * v; }}};
+                            {"h", [](double v, HistoryPoint& s) { s.h = 1e-8 * v; }},
+                            {"rho_VD", [](double v, HistoryPoint& s) { s.rho_VD = 1e15 * v; }}};
   for (const Column& column : columns) {
     for (std::int32_t stress_model : {STRESS_OFF, STRESS_V_dislocation}) {
       SCOPED_TRACE(column.name);
@@ -197,7 +197,7 @@ TEST_P(EachColumn, IsWithinAThousandthOfItsRange) {
       m->z0 = stress_model == STRESS_OFF ? -1e-9 : m->z_start;
       if (stress_model == STRESS_V_dislocation) set_state_at_z0(*m, 0.0, 0.0, 0.0);
       const auto samples =
-          samples_of(*m, 4000, 100.0, [&](double share, RowSample& s) { column.set(shape.value(share), s); });
+          samples_of(*m, 4000, 100.0, [&](double share, HistoryPoint& s) { column.set(shape.value(share), s); });
       select(*m, samples);
       EXPECT_LT(worst_error(*m, samples), PROMISED);
       EXPECT_LE(m->history.t.size(), MAX_ROWS_PER_STAGE);
@@ -219,7 +219,7 @@ TEST(RowSelection, TakesFewRows) {
   for (const Shape& shape : SHAPES) {
     const auto m = small_model(STRESS_OFF);
     const auto samples =
-        samples_of(*m, 4000, 100.0, [&](double share, RowSample& s) { s.GR = 1e-10 * shape.value(share); });
+        samples_of(*m, 4000, 100.0, [&](double share, HistoryPoint& s) { s.GR = 1e-10 * shape.value(share); });
     select(*m, samples);
     EXPECT_LE(m->history.t.size(), shape.most_rows) << shape.name;
     EXPECT_GE(m->history.t.size(), 3u) << shape.name;
@@ -233,7 +233,7 @@ TEST(RowSelection, AStageHasAtMost2000Rows) {
     state = state * 6364136223846793005u + 1442695040888963407u;
     return static_cast<double>(state >> 11) / 9007199254740992.0;
   };
-  const auto samples = samples_of(*m, 12000, 100.0, [&](double, RowSample& s) { s.GR = 1e-10 * noise(); });
+  const auto samples = samples_of(*m, 12000, 100.0, [&](double, HistoryPoint& s) { s.GR = 1e-10 * noise(); });
   select(*m, samples);
   EXPECT_LE(m->history.t.size(), MAX_ROWS_PER_STAGE);
   expect_ends(*m, samples);
@@ -246,7 +246,7 @@ TEST(RowSelection, AMillionSamplesTakeLittleMemory) {
   constexpr int N = 1000000;
   for (int i = 0; i < N; ++i) {
     const double s = static_cast<double>(i) / (N - 1);
-    RowSample sample{.t = 100.0 * s, .z = m->z_start + 1e-7 * s, .GR = 1e-10 * (1.0 + std::sin(40.0 * s))};
+    HistoryPoint sample{.t = 100.0 * s, .z = m->z_start + 1e-7 * s, .GR = 1e-10 * (1.0 + std::sin(40.0 * s))};
     sample.x_b = {0.0, 1.0, 0.0};
     add_sample(*m, selection, sample);
     most = std::max(most, selection.samples.capacity());
@@ -273,7 +273,7 @@ TEST(RowSelection, TimesRiseWhereSamplesFallOnOneDouble) {
     const auto m = small_model(STRESS_OFF);
     for (int stage = 0; stage < 3; ++stage) {
       const auto samples =
-          samples_of(*m, 200, 1e-8, [](double share, RowSample& s) { s.GR = 1e-10 * std::sin(30.0 * share); });
+          samples_of(*m, 200, 1e-8, [](double share, HistoryPoint& s) { s.GR = 1e-10 * std::sin(30.0 * share); });
       select(*m, samples, begin);
     }
     expect_rising(*m);
@@ -284,7 +284,7 @@ TEST(RowSelection, TimesRiseWhereSamplesFallOnOneDouble) {
 
 TEST(RowSelection, TheFirstRowOfTheNextStageIsOneNumberLater) {
   const auto m = small_model(STRESS_OFF);
-  const auto still = [](double, RowSample&) {};
+  const auto still = [](double, HistoryPoint&) {};
   select(*m, samples_of(*m, 5, 10.0, still), 100.0);
   select(*m, samples_of(*m, 5, 10.0, still), 110.0);
   ASSERT_EQ(4u, m->history.t.size());
@@ -297,7 +297,7 @@ TEST(RowSelection, TheFirstRowOfTheNextStageIsOneNumberLater) {
 TEST(RowSelection, ValuesThatAreNotFiniteEnd) {
   for (const double odd : {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
     const auto m = small_model(STRESS_V_dislocation);
-    const auto samples = samples_of(*m, 5000, 100.0, [&](double share, RowSample& s) {
+    const auto samples = samples_of(*m, 5000, 100.0, [&](double share, HistoryPoint& s) {
       if (share > 0.5) s.GR = odd;
     });
     select(*m, samples);
@@ -346,7 +346,7 @@ TEST(RowsAtZ0, AreWhereTheColumnsOfTheFinishedStructureStep) {
 
 TEST(RowsAtZ0, OfAHistoryThatDoesNotReachItNothingChanges) {
   const auto m = small_model(STRESS_V_dislocation);
-  select(*m, samples_of(*m, 5, 10.0, [](double, RowSample&) {}));
+  select(*m, samples_of(*m, 5, 10.0, [](double, HistoryPoint&) {}));
   const std::vector<double> times = m->history.t;
   m->z0 = m->z_start + 1e-6;
   add_rows_at_z0(*m);

@@ -15,12 +15,13 @@ struct SinglePoint : testing::Test {
     model->detail_output = true;
     model->T = 1030.0;
     model->P = 40000.5;
-    model->delta.fill(0.008);
-    model->delta[0] = 1e-5;
+    model->transport_model = TRANSPORT_InGaN_GR_X;
+    model->active_stages[0].delta_species.fill(0.008);
+    model->active_stages[0].delta_species[0] = 1e-5;
     model->p[TMGa_g] = 0.25;
     model->p[NH3_g] = 20000.0;
-    model->J[TMGa_g] = 1.5e-6;
-    model->J[NH3_g] = -2.0;
+    model->surface.J[TMGa_g] = 1.5e-6;
+    model->surface.J[NH3_g] = -2.0;
   }
   std::string written() {
     write_results(*model, true);

@@ -291,7 +291,7 @@ TEST(History, TheEnergyTermsWithDefectsAreThoseOfTheBalance) {
   GrowthWithDefects growth(true);
   SurfChemNonst& m = *growth.m;
   growth.grow(0, 3);
-  m.r = -0.75;
+  m.surface.mismatch = -0.75;
   growth.grow(4, 4);
   const double E = loop_energy(m, m.z, m.z0);
   EXPECT_DOUBLE_EQ(m.history.deltaE.back(), 1e10 * (E + m.J0 + m.J1 + J2_of(m, m.rho_VD)));

@@ -2,18 +2,16 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "check/recipe_words.h"
 #include "commands.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
-#include "recipe/species_data.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
@@ -25,27 +23,12 @@ using vorlen::PrePostStageRecord;
 using vorlen::ProcessRecipe;
 using vorlen::StageRecord;
 using vorlen::ValueRange;
+using vorlen::recipe::Flow;
 
 struct TimelineOptions {
   std::string recipe;
   bool csv = false;
 };
-
-struct Flow {
-  const char* name;
-  vorlen::GasSpecies species;
-};
-constexpr std::array<Flow, 7> FLOWS = {{{"TMIn", vorlen::TMIn_g},
-                                        {"TMGa", vorlen::TMGa_g},
-                                        {"TEGa", vorlen::TEGa_g},
-                                        {"TMAl", vorlen::TMAl_g},
-                                        {"N2", vorlen::N2_g},
-                                        {"NH3", vorlen::NH3_g},
-                                        {"H2", vorlen::H2_g}}};
-
-const ValueRange& flow_of(const StageRecord& stage, const Flow& flow) {
-  return stage.Q[static_cast<std::size_t>(flow.species)];
-}
 
 // A time or duration: ten digits hide the rounding error of the sum of many durations.
 std::string time_words(double value) { return fmt::format("{:.10g}", value); }
@@ -85,9 +68,9 @@ std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>&
 // Without gases that never flow, and without the rotation when no stage has one.
 std::string stage_table(const std::vector<StageRecord>& stages) {
   std::vector<Flow> flows;
-  for (const Flow& flow : FLOWS) {
+  for (const Flow& flow : recipe::flows()) {
     const bool used = std::any_of(stages.begin(), stages.end(), [&flow](const StageRecord& stage) {
-      return flow_of(stage, flow).val != 0.0 || flow_of(stage, flow).end != 0.0;
+      return stage.Q[flow.species].val != 0.0 || stage.Q[flow.species].end != 0.0;
     });
     if (used) flows.push_back(flow);
   }
@@ -102,7 +85,7 @@ std::string stage_table(const std::vector<StageRecord>& stages) {
     Row row = begin_row(stage);
     row.push_back(ramp_words(stage.T));
     row.push_back(ramp_words(stage.P));
-    for (const Flow& flow : flows) row.push_back(ramp_words(flow_of(stage, flow)));
+    for (const Flow& flow : flows) row.push_back(ramp_words(stage.Q[flow.species]));
     if (rotates) row.push_back(ramp_words(stage.omega_TDR));
     table.rows.push_back(std::move(row));
   }
@@ -137,7 +120,7 @@ Row begin_csv_row(const char* kind, const Record& stage) {
 
 Row layer_csv_row(const char* kind, const PrePostStageRecord& layer) {
   Row row = begin_csv_row(kind, layer);
-  row.resize(row.size() + 2 * (2 + FLOWS.size() + 1));  // temperature, pressure, flows and rotation
+  row.resize(row.size() + 2 * (2 + recipe::flows().size() + 1));  // temperature, pressure, flows and rotation
   for (double value : {layer.thickness, layer.X_In_average, layer.X_Ga_average, layer.X_Al_average}) {
     row.push_back(exact_number(value));
   }
@@ -150,7 +133,7 @@ std::string csv_of(const ProcessRecipe& recipe) {
                               "T_end_K", "P_begin_Pa", "P_end_Pa"}) {
     table.columns.push_back({heading});
   }
-  for (const Flow& flow : FLOWS) {
+  for (const Flow& flow : recipe::flows()) {
     for (const char* end : {"_begin_sccm", "_end_sccm"}) table.columns.push_back({std::string(flow.name) + end});
   }
   for (const char* heading : {"omega_TDR_begin_rpm", "omega_TDR_end_rpm", "thickness_nm", "x_in", "x_ga", "x_al"}) {
@@ -161,7 +144,7 @@ std::string csv_of(const ProcessRecipe& recipe) {
     Row row = begin_csv_row("active", stage);
     append_ramp(row, stage.T);
     append_ramp(row, stage.P);
-    for (const Flow& flow : FLOWS) append_ramp(row, flow_of(stage, flow));
+    for (const Flow& flow : recipe::flows()) append_ramp(row, stage.Q[flow.species]);
     append_ramp(row, stage.omega_TDR);
     row.resize(table.columns.size());
     table.rows.push_back(std::move(row));

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
+#include <iterator>
 #include <limits>
 #include <set>
 
@@ -24,14 +25,19 @@ constexpr double HEATING_MIN = 20.0;  // K
 
 double largest(const ValueRange& range) { return std::max(range.val, range.end); }
 
+constexpr vorlen::GasSpecies METALS[] = {vorlen::TMIn_g, vorlen::TMGa_g, vorlen::TEGa_g, vorlen::TMAl_g};
+
 bool flows_known(const ReadStage& stage) {
-  return std::all_of(stage.metals.begin(), stage.metals.end(), [](const auto& flow) { return flow.has_value(); });
+  return std::all_of(std::begin(METALS), std::end(METALS), [&](auto metal) { return stage.Q[metal].has_value(); });
 }
+
+// False when the flow is not known.
+bool is_flowing(const ReadStage& stage, vorlen::GasSpecies gas) { return stage.Q[gas] && largest(*stage.Q[gas]) > 0.0; }
 
 // Sum of the group-III flows at one end of a stage.
 double metal_flow(const ReadStage& stage, double ValueRange::*end) {
   double sum = 0.0;
-  for (const auto& flow : stage.metals) sum += std::max((*flow).*end, 0.0);
+  for (const vorlen::GasSpecies metal : METALS) sum += std::max((*stage.Q[metal]).*end, 0.0);
   return sum;
 }
 
@@ -52,26 +58,29 @@ void warn(std::vector<Problem>& warnings, const char* kind, const TiXmlElement& 
 
 // A precursor whose metal is not part of the material. Gallium without other metals grows GaN, the usual buffer and
 // spacer of every alloy.
-bool foreign_flow(std::int32_t material, const ReadStage& stage, std::size_t flow) {
-  const auto flowing = [&stage](Flow k) { return largest(*stage.metals[k]) > 0.0; };
-  if (!(largest(*stage.metals[flow]) > 0.0)) return false;
-  switch (flow) {
-    case TMIN:
+bool foreign_flow(std::int32_t material, const ReadStage& stage, vorlen::GasSpecies gas) {
+  if (!is_flowing(stage, gas)) return false;
+  switch (gas) {
+    case vorlen::TMIn_g:
       return material == vorlen::MATERIAL_AlGaN;
-    case TMAL:
+    case vorlen::TMAl_g:
       return material == vorlen::MATERIAL_InGaN;
+    case vorlen::TMGa_g:
+    case vorlen::TEGa_g:
+      return material == vorlen::MATERIAL_AlInN &&
+             (is_flowing(stage, vorlen::TMIn_g) || is_flowing(stage, vorlen::TMAl_g));
     default:
-      return material == vorlen::MATERIAL_AlInN && (flowing(TMIN) || flowing(TMAL));
+      return false;
   }
 }
 
 void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
   for (const ReadStage& stage : reading.stages) {
-    for (std::size_t k = 0; k < N_METAL_FLOWS && flows_known(stage); ++k) {
-      if (!foreign_flow(reading.recipe.material, stage, k)) continue;
-      warn(warnings, "flow-not-in-material", child_of(*stage.element, {"gas_species", "Q", METAL_FLOWS[k]}),
-           stage.place,
-           fmt::format("{} flows in {}, but the material is {}", METAL_FLOWS[k], stage.place.label,
+    if (!flows_known(stage)) continue;
+    for (const Flow& flow : flows()) {
+      if (!foreign_flow(reading.recipe.material, stage, flow.species)) continue;
+      warn(warnings, "flow-not-in-material", child_of(*stage.element, {"gas_species", "Q", flow.name}), stage.place,
+           fmt::format("{} flows in {}, but the material is {}", flow.name, stage.place.label,
                        keyword_of(*find_row(Section::root, "material"), reading.recipe.material)),
            "the flow grows its metal anyway; set it to 0 or correct the material");
     }
@@ -95,14 +104,13 @@ void warn_of_jump(const ReadStage& before, const ReadStage& after, std::vector<P
 // ---- What makes the continuous scheme fail
 
 bool with_metals(const ReadStage& stage) {
-  return std::any_of(stage.metals.begin(), stage.metals.end(),
-                     [](const auto& flow) { return flow.has_value() && largest(*flow) > 0.0; });
+  return std::any_of(std::begin(METALS), std::end(METALS), [&](auto metal) { return is_flowing(stage, metal); });
 }
 
 // False when a flow is not known.
 bool without_metals(const ReadStage& stage) {
-  return std::all_of(stage.metals.begin(), stage.metals.end(),
-                     [](const auto& flow) { return flow.has_value() && largest(*flow) <= 0.0; });
+  return std::all_of(std::begin(METALS), std::end(METALS),
+                     [&](auto metal) { return stage.Q[metal] && largest(*stage.Q[metal]) <= 0.0; });
 }
 
 // How to choose the staged scheme in this recipe.
@@ -170,7 +178,7 @@ void warn_of_spacer(const Reading& reading, std::vector<Problem>& warnings) {
   for (const ReadStage& stage : reading.stages) {
     if (without_metals(stage)) continue;
     if (spacer == nullptr && !flows_known(stage)) return;
-    const bool indium = stage.metals[TMIN] && largest(*stage.metals[TMIN]) > 0.0;
+    const bool indium = is_flowing(stage, vorlen::TMIn_g);
     if (spacer == nullptr && indium) return;
     if (spacer == nullptr) spacer = &stage;
     if (!indium) continue;
@@ -212,7 +220,7 @@ void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
   const bool rate_prescribed = reading.recipe.transport_model == vorlen::TRANSPORT_InGaN_GR_X;
   // The model InGaN_GR_X rejects a recipe without gallium; an alloy without gallium needs none.
   if (!rate_prescribed && reading.recipe.material != vorlen::MATERIAL_AlInN && flows_known(first) &&
-      !(largest(*first.metals[TMGA]) > 0.0) && !(largest(*first.metals[TEGA]) > 0.0)) {
+      !is_flowing(first, vorlen::TMGa_g) && !is_flowing(first, vorlen::TEGa_g)) {
     warn(warnings, "no-gallium", child_of(*first.element, {"gas_species", "Q"}), first.place,
          fmt::format("the first stage, {}, has no gallium flow", first.place.label),
          "the run starts from a GaN surface, and its first steps may fail; start with a stage that has TMGa or TEGa");

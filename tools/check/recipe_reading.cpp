@@ -228,11 +228,8 @@ void collect_stage(void* context, const TiXmlElement& element, const vorlen::Sta
   stage.place = reading.elements.at(&element).place;
   stage.disl_model = record.disl_model;
   if (!record.T.undefined()) stage.T = record.T;
-  constexpr std::array<vorlen::GasSpecies, N_METAL_FLOWS> SPECIES = {vorlen::TMIn_g, vorlen::TMGa_g, vorlen::TEGa_g,
-                                                                     vorlen::TMAl_g};
-  for (std::size_t k = 0; k < N_METAL_FLOWS; ++k) {
-    const vorlen::ValueRange& flow = record.Q[SPECIES[k]];
-    if (!flow.undefined()) stage.metals[k] = flow;
+  for (std::size_t k = 0; k < stage.Q.size(); ++k) {
+    if (!record.Q[k].undefined()) stage.Q[k] = record.Q[k];
   }
   reading.stages.push_back(stage);
 }

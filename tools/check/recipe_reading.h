@@ -33,15 +33,12 @@ struct ReadElement {
   StagePlace place;
 };
 
-enum Flow { TMIN, TMGA, TEGA, TMAL, N_METAL_FLOWS };
-inline constexpr std::array<const char*, N_METAL_FLOWS> METAL_FLOWS = {"TMIn", "TMGa", "TEGa", "TMAl"};
-
 // A single active stage, as far as it could be read.
 struct ReadStage {
   const TiXmlElement* element = nullptr;
   StagePlace place;
   std::optional<vorlen::ValueRange> T;
-  std::array<std::optional<vorlen::ValueRange>, N_METAL_FLOWS> metals;
+  std::array<std::optional<vorlen::ValueRange>, vorlen::N_FLOWS> Q;  // by gas species
   std::int32_t disl_model = vorlen::NOT_SPECIFIED;
   // Index of the first stage of the sequence that starts again after this stage; -1 for none.
   int repeats_from = -1;

@@ -69,8 +69,8 @@ void check_transport_model(Reading& reading) {
   const std::int32_t model = reading.recipe.transport_model;
   if (model == vorlen::TRANSPORT_InGaN_GR_X && !reading.stages.empty()) {
     const ReadStage& first = reading.stages.front();
-    const auto& TMGa = first.metals[TMGA];
-    const auto& TEGa = first.metals[TEGA];
+    const auto& TMGa = first.Q[vorlen::TMGa_g];
+    const auto& TEGa = first.Q[vorlen::TEGa_g];
     if (TMGa && TEGa && TMGa->average() < vorlen::FLOW_MIN && TEGa->average() < vorlen::FLOW_MIN) {
       add(reading, "model", *first.element, nullptr, vorlen::NO_GALLIUM_IN_FIRST_STAGE,
           "start with a stage that has TMGa or TEGa");

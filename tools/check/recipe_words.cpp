@@ -3,6 +3,8 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+
 namespace vorlen::recipe {
 
 namespace {
@@ -89,6 +91,22 @@ std::string read_words(const Row& row) {
     if (parent.children == row.section && parent.kind == Kind::container) return read_words(parent);
   }
   return condition_words(Condition::always);
+}
+
+const std::vector<Flow>& flows() {
+  static const std::vector<Flow> found = [] {
+    ProcessRecipe recipe;
+    StageRecord stage;
+    Records records{.recipe = recipe, .stage = &stage};
+    std::vector<Flow> flows;
+    for (const Row* row : rows_of(Section::Q)) {
+      const double* value = row->field(records).numbers[0];
+      const auto flow = std::find_if(stage.Q.begin(), stage.Q.end(), [&](auto& range) { return &range.val == value; });
+      flows.push_back({row->name, static_cast<GasSpecies>(flow - stage.Q.begin())});
+    }
+    return flows;
+  }();
+  return found;
 }
 
 std::string plain(std::string_view markdown) {

@@ -4,8 +4,10 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "recipe/recipe_table.h"
+#include "recipe/species_data.h"
 
 namespace vorlen::recipe {
 
@@ -17,6 +19,13 @@ std::string allowed_words(const Row& row);
 std::string condition_words(Condition condition);
 // The same with the default of an optional value, and with the condition of the parent for a row without one.
 std::string read_words(const Row& row);
+// A gas flow of a stage: the name of its element, and its place in StageRecord::Q.
+struct Flow {
+  const char* name;
+  vorlen::GasSpecies species;
+};
+// In the order of the table.
+const std::vector<Flow>& flows();
 // Without backticks and asterisks.
 std::string plain(std::string_view markdown);
 // A number in the shortest form: 1e-4, 0.99999, 1000.

@@ -51,9 +51,8 @@ std::string tuple(const Texts& texts, const TextOf& text_of) {
 }
 
 void append(std::string& out, const std::string& path, const Row& row) {
-  out += fmt::format("    Element(\n        {}, {}, {}, {}, {},\n        {},\n        {}, {},\n        {},\n    ),\n",
-                     quoted(path), quoted(kind_name(row.kind)), quoted(row.unit),
-                     tuple(attributes_of(row), [](const char* name) { return name; }),
+  out += fmt::format("    Element({}, {}, {}, {}, {}, {}, {}, {}, {}),\n", quoted(path), quoted(kind_name(row.kind)),
+                     quoted(row.unit), tuple(attributes_of(row), [](const char* name) { return name; }),
                      row.condition == Condition::optional ? "True" : "False", quoted(row.default_value),
                      tuple(row.keywords, [](const vorlen::Keyword& word) { return word.text; }),
                      quoted(plain(allowed_words(row))), quoted(plain(row.meaning)));

@@ -66,9 +66,8 @@ class Column(NamedTuple):
   for (const ColumnTable& table : TABLES) {
     text += fmt::format("\n\n{} = (\n", table.variable);
     for (const Column& column : table.rows) {
-      text += fmt::format("    Column(\n        \"{}\", \"{}\", \"{}\", \"{}\",\n        \"{}\",\n    ),\n",
-                          column.heading, column.name, *column.unit == '\0' ? "1" : column.unit, column.words,
-                          without_backticks(column.meaning));
+      text += fmt::format("    Column(\"{}\", \"{}\", \"{}\", \"{}\", \"{}\"),\n", column.heading, column.name,
+                          *column.unit == '\0' ? "1" : column.unit, column.words, without_backticks(column.meaning));
     }
     text += ")\n";
   }

@@ -13,7 +13,7 @@ from ._version import __version__
 if TYPE_CHECKING:
     import xarray
 
-    from .run import Run
+    from ._run import Run
 
 
 def to_dataset(run: Run) -> xarray.Dataset:

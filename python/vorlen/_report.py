@@ -14,15 +14,17 @@ import os
 import shutil
 import subprocess
 import sys
-import uuid
 from pathlib import Path
 from typing import Any
 
 import numpy as np
 import pandas as pd
 
+from ._files import replace_file
 from ._version import __version__
-from .run import RecipeSource, Run, SimulationError, read, read_status
+from ._run import Run, SimulationError, read
+from ._source import RecipeSource
+from ._status import read_status
 
 ASSETS = Path(__file__).resolve().parent / "assets"
 CHECK_TIMEOUT = 60  # s
@@ -34,23 +36,16 @@ def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
     run   a Run, or the SimulationError of a failed run
     path  path of the page. An existing file is replaced when the new page is complete
     """
-    path = Path(path)
     text = render(run)
-    part = path.with_name(f".{path.name}.{uuid.uuid4().hex}")
-    try:
-        part.write_text(text, "utf-8", "replace")
-        os.replace(part, path)
-    finally:
-        part.unlink(missing_ok=True)
-    return path
+    return replace_file(path, text.encode("utf-8", "replace"))
 
 
 def render(run: Run | SimulationError) -> str:
     """The HTML text of a report."""
     import jinja2
 
-    from .report_charts import charts
-    from .report_stack import layer_stack
+    from ._report_charts import charts
+    from ._report_stack import layer_stack
 
     error = run if isinstance(run, SimulationError) else None
     if error is not None:

@@ -12,7 +12,7 @@ import numpy as np
 import pandas as pd
 
 if TYPE_CHECKING:
-    from .run import Run
+    from ._run import Run
 
 SMALLEST_STEP = 0.005  # fraction; a smaller change does not count as an interface
 METALS = {"x_in": "In", "x_ga": "Ga", "x_al": "Al"}

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from .plot import (
+from ._plot import (
     ALUMINIUM,
     BLACK,
     GALLIUM,
@@ -23,7 +23,7 @@ from .plot import (
 )
 
 if TYPE_CHECKING:
-    from .run import Run
+    from ._run import Run
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
 GAP = 0.035  # between panels, as a share of the height

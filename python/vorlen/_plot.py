@@ -16,7 +16,7 @@ if TYPE_CHECKING:
     from matplotlib.axes import Axes
     from matplotlib.figure import Figure
 
-    from .run import Run
+    from ._run import Run
 
 # Okabe and Ito's palette for colour-blind readers (jfly.uni-koeln.de/color)
 INDIUM, GALLIUM, ALUMINIUM = "#D55E00", "#0072B2", "#009E73"

@@ -19,7 +19,7 @@ import pandas as pd
 from ._plan import Plan, make_plan, make_task, prepare_folder, write_plan
 from ._pool import LocalPool, WorkerStartError, default_workers, run_row
 from ._table import make_table, with_folder, write_table
-from .recipe import Recipe
+from ._recipe import Recipe
 
 __all__ = ["run_rows", "sweep", "write_plan"]
 

@@ -30,9 +30,10 @@ from ._plan import Plan, make_task, prepare_folder
 from ._pool import LocalPool, default_workers
 from ._scheme import check_scheme
 from ._table import UNITS
-from .recipe import Recipe
-from .run import RecipeSource, SimulationError
-from .sweep import run_tasks
+from ._recipe import Recipe
+from ._run import SimulationError
+from ._source import RecipeSource
+from ._sweep import run_tasks
 
 if TYPE_CHECKING:
     from lmfit import Parameters
@@ -294,7 +295,7 @@ def plot_fit(result: MinimizerResult, path: str | os.PathLike[str] | None = None
     """
     import matplotlib.pyplot as plt
 
-    from .plot import BLACK, GALLIUM, INDIUM, STYLE
+    from ._plot import BLACK, GALLIUM, INDIUM, STYLE
 
     labels = {"thickness": "Thickness", "x_in": "Indium", "x_ga": "Gallium", "x_al": "Aluminium", "z": "Height"}
     kinds = result.fitted.quantity.str.replace(r"_\d+$", "", regex=True)

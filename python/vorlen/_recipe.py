@@ -29,9 +29,10 @@ from decimal import Decimal
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
-from . import xml_bytes
+from . import _xml_bytes
 from ._elements import ELEMENTS, ROOT
-from .xml_bytes import Edit, Element, RecipeError
+from ._files import replace_file
+from ._xml_bytes import Edit, Element, RecipeError
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -99,7 +100,7 @@ class Recipe:
     def __init__(self, source: str | bytes, path: str | os.PathLike[str] | None = None) -> None:
         """Takes the XML itself; Recipe.load takes a path. path is used in messages and status files."""
         self.path = None if path is None else Path(path)
-        self._content = xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
+        self._content = _xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
         self._root = self._index(self._content)
 
     @classmethod
@@ -109,13 +110,7 @@ class Recipe:
 
     def save(self, path: str | os.PathLike[str]) -> None:
         """Writes the recipe. An existing file is replaced when the new one is complete."""
-        path = Path(path)
-        part = path.with_name(f".{path.name}.{os.getpid()}.part")
-        try:
-            part.write_bytes(self._content)
-            os.replace(part, path)
-        finally:
-            part.unlink(missing_ok=True)
+        replace_file(path, self._content)
 
     def copy(self) -> Recipe:
         """An independent copy."""
@@ -181,7 +176,7 @@ class Recipe:
         for name, new in changes.items():
             if not isinstance(new, str) and _parse_value(known[name]) == new:
                 texts[name] = known[name]  # the same number, perhaps written differently
-        self._replace(xml_bytes.attribute_edits(self._content, element, texts))
+        self._replace(_xml_bytes.attribute_edits(self._content, element, texts))
 
     def get(self, path: str, default: Any = None) -> Any:
         """The value at path, or default if the path does not exist."""
@@ -271,9 +266,9 @@ class Recipe:
         while tags and (below := element.child(tags[0])) is not None:
             element, tags = below, tags[1:]
         if tags:
-            self._replace(xml_bytes.added_child_edits(self._content, element, tags, text))
+            self._replace(_xml_bytes.added_child_edits(self._content, element, tags, text))
         else:
-            self._replace(xml_bytes.added_attribute_edits(self._content, element, "val", text))
+            self._replace(_xml_bytes.added_attribute_edits(self._content, element, "val", text))
 
     def _unknown(self, path: str) -> str:
         wanted = path.replace(":", "/").removeprefix(ROOT + "/")
@@ -328,18 +323,18 @@ class Recipe:
             before_group, number = self._split_stage(before)
             if before_group != group:
                 raise ValueError(f"{before} is not in {group}")
-        text = xml_bytes.renamed_stage(self._content, self._element(like), f"{prefix}{number}")
+        text = _xml_bytes.renamed_stage(self._content, self._element(like), f"{prefix}{number}")
         work = self.copy()
         work._renumber(group, number, +1)
         content = work._content
         next_stage = work._element(group).child(f"{prefix}{number + 1}")
         if next_stage is not None:
             place = next_stage.begin
-            text += xml_bytes.space_before(content, place)
+            text += _xml_bytes.space_before(content, place)
         else:
             last = work._element(f"{group}/{prefix}{number - 1}")
             place = last.end
-            text = xml_bytes.space_before(content, last.begin) + text
+            text = _xml_bytes.space_before(content, last.begin) + text
         work._replace([(place, place, text)])
         work[f"{group}/{self._count_name(group)}"] = count + 1
         path = f"{group}/{prefix}{number}"
@@ -358,7 +353,7 @@ class Recipe:
             raise ValueError(f"{path} is the only stage of {group} and can't be removed")
         work = self.copy()
         element = work._element(path)
-        blank = len(xml_bytes.space_before(work._content, element.begin))
+        blank = len(_xml_bytes.space_before(work._content, element.begin))
         work._replace([(element.begin - blank, element.end, b"")])
         work._renumber(group, number + 1, -1)
         work[f"{group}/{self._count_name(group)}"] = count - 1
@@ -384,10 +379,10 @@ class Recipe:
         work = self.copy()
         edits = []
         for number, element in enumerate(elements, 1):
-            edits += xml_bytes.tag_edits(element, f"stage_{begin}_{number}")
+            edits += _xml_bytes.tag_edits(element, f"stage_{begin}_{number}")
         work._replace(edits)
         block = [work._element(group).child(f"stage_{begin}_{i}") for i in range(1, len(paths) + 1)]
-        outer = xml_bytes.space_before(work._content, block[0].begin)
+        outer = _xml_bytes.space_before(work._content, block[0].begin)
         step = b"  " if b"\t" not in outer else b"\t"
         inner = outer + step
         new_line = b"\r\n" if b"\r\n" in outer else b"\n"
@@ -510,17 +505,17 @@ class Recipe:
         for child in self._element(group).children:
             match = re.fullmatch(re.escape(prefix) + r"(\d+)", child.tag)
             if match and int(match[1]) >= first:
-                edits += xml_bytes.stage_edits(child, f"{prefix}{int(match[1]) + shift}")
+                edits += _xml_bytes.stage_edits(child, f"{prefix}{int(match[1]) + shift}")
         self._replace(edits)
 
     def _replace(self, edits: list[Edit]) -> None:
         """Applies edits that don't overlap. After an error nothing has changed."""
-        content = xml_bytes.apply(self._content, edits)
+        content = _xml_bytes.apply(self._content, edits)
         self._root = self._index(content)
         self._content = content
 
     def _index(self, content: bytes) -> Element:
-        root = xml_bytes.index(content, self._name)
+        root = _xml_bytes.index(content, self._name)
         if root.tag != ROOT:
             raise RecipeError(f"{self._name}: the root element is {root.tag}, not {ROOT}")
         return root

@@ -9,7 +9,7 @@ import numpy as np
 import pandas as pd
 
 if TYPE_CHECKING:
-    from .run import Run
+    from ._run import Run
 
 WIDTH, HEIGHT, BAR, TOP, LEFT = 400, 400, 120, 34, 20  # pixels of a picture
 NAME_HEIGHT = 15  # pixels that a name needs

@@ -17,9 +17,10 @@ import numpy as np
 import pandas as pd
 
 from ._scheme import check_scheme
-from .recipe import Recipe
-from .run import RecipeSource, SimulationError
-from .sweep import sweep
+from ._recipe import Recipe
+from ._run import SimulationError
+from ._source import RecipeSource
+from ._sweep import sweep
 
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
@@ -122,7 +123,7 @@ def tornado(
     """
     import matplotlib.pyplot as plt
 
-    from .plot import BLACK, GALLIUM, INDIUM, STYLE
+    from ._plot import BLACK, GALLIUM, INDIUM, STYLE
 
     rows = table[table.quantity == quantity]
     if rows.empty:
