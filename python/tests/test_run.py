@@ -21,6 +21,7 @@ import pytest
 import vorlen
 from support import EXAMPLES, failing_recipe, scripted_library
 from vorlen._library import simulate
+from vorlen._simulate import _renamed
 from vorlen._status import status_path
 
 
@@ -304,8 +305,8 @@ def test_names_of_the_other_files_of_a_run_are_rejected_also_through_links(name:
     assert contents(tmp_path) == {}
 
 
-def test_a_recipe_in_the_place_of_the_status_file_or_the_failed_rows_is_not_overwritten(tmp_path: Path) -> None:
-    for name in ("r.status.json", "r.failed.txt"):
+def test_a_recipe_in_the_place_of_another_file_of_the_run_is_not_overwritten(tmp_path: Path) -> None:
+    for name in ("r.status.json", "r.failed.txt", ".r.txt.part"):
         recipe = tmp_path / name
         recipe.write_bytes(EXAMPLES[0].read_bytes())
         (tmp_path / "link.xml").symlink_to(name)
@@ -428,3 +429,15 @@ def test_tables_are_copies() -> None:
     recipe = run.recipe
     recipe["process_stages/stage_1/tau"] = 1
     assert run.recipe != recipe
+
+
+def test_names_of_descriptors_in_texts_are_not_taken_for_longer_ones() -> None:
+    text = "5: /proc/self/fd/5, 51: /proc/self/fd/51"
+    assert _renamed(text, Path("/proc/self/fd/5"), r"\1") == r"5: \1, 51: /proc/self/fd/51"
+
+
+def test_a_result_that_is_a_loop_of_links_is_an_error_of_the_system(tmp_path: Path) -> None:
+    (tmp_path / "r.txt").symlink_to("r.txt")
+    with pytest.raises(OSError) as caught:
+        vorlen.run(EXAMPLES[0], tmp_path / "r.txt")
+    assert caught.value.errno == errno.ELOOP

@@ -105,7 +105,7 @@ def replacement(
     Raises as check_place; after any error the old file is still there. An OSError names path, not the temporary.
     """
     place = check_place(path, inputs)
-    part = _part_of(place, uuid.uuid4().hex)
+    part = part_of(place, uuid.uuid4().hex)
     mode = 0o600 if place.exists() else 0o666  # not readable by more users than the old file
     try:
         os.close(os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, mode))
@@ -142,7 +142,7 @@ def locked_part(place: Path) -> Iterator[Path]:
     The command-line tool locks it in the same way. Raises BusyError if another run holds it. One that a killed run has
     left is used again.
     """
-    part = _part_of(place)
+    part = part_of(place)
     while True:
         try:
             file = os.open(part, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK, 0o666)
@@ -173,7 +173,7 @@ def locked_part(place: Path) -> Iterator[Path]:
 def is_part_locked(place: Path) -> bool:
     """True if a run that writes to place holds its temporary."""
     try:
-        file = os.open(_part_of(place), os.O_RDONLY | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK)
+        file = os.open(part_of(place), os.O_RDONLY | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK)
     except OSError:
         return False
     try:
@@ -215,6 +215,7 @@ def _is_open_as(file: int, path: Path) -> bool:
         return False
 
 
-def _part_of(place: Path, word: str = "") -> Path:
+def part_of(place: Path, word: str = "") -> Path:
+    """The name of a temporary beside place."""
     name = place.name if len(os.fsencode(place.name)) <= NAME_SIZE_MAX else "vorlen"
     return place.with_name(f".{name}.{word}.part" if word else f".{name}.part")

@@ -4,12 +4,22 @@ from __future__ import annotations
 
 import errno
 import os
+import re
 import tempfile
 import time
 from dataclasses import dataclass
 from pathlib import Path
 
-from ._files import as_path, check_place, locked_part, memory_file, path_of_descriptor, put_in_place, replace_file
+from ._files import (
+    as_path,
+    check_place,
+    locked_part,
+    memory_file,
+    part_of,
+    path_of_descriptor,
+    put_in_place,
+    replace_file,
+)
 from ._library import simulate
 from ._result_check import end_text, is_text_of_integration, looks_physical, remedy_text
 from ._result_file import bytes_of_rows, has_rows
@@ -93,11 +103,13 @@ def _run_to_file(source: RecipeSource, result: str | os.PathLike[str], scheme: s
 
 def _check_target(target: Path, source: RecipeSource) -> Path:
     """The file that a result will be in. Raises if the result, its status file or failed rows can't be written."""
-    for path in (target, status_path(target), failed_path(target)):
-        if source.path is not None and source.path.exists() and path.exists() and path.samefile(source.path):
-            raise ValueError(f"the result would overwrite the recipe {source.path}")
-        check_place(path)
-    return check_place(target)
+    own = [target, status_path(target), failed_path(target)]
+    if source.path is not None and source.path.exists():
+        for path in (*own, part_of(Path(os.path.realpath(target)))):
+            if path.exists() and path.samefile(source.path):
+                raise ValueError(f"the result would overwrite the recipe {source.path}")
+    places = [check_place(path) for path in own]
+    return places[0]
 
 
 def _put_rows_in_place(part: Path, kept: Path, content: bytes) -> None:
@@ -125,8 +137,8 @@ def _simulate(source: RecipeSource, output: Path, name: str, scheme: str | None)
             begin = time.perf_counter()
             status, text = simulate(path_of_descriptor(file), output)
         wall_time = time.perf_counter() - begin
-        text = text.replace(str(path_of_descriptor(file)), str(source.path or "recipe.xml"))
-    text = text.replace(str(output), name)
+        text = _renamed(text, path_of_descriptor(file), str(source.path or "recipe.xml"))
+    text = _renamed(text, output, name)
     content, cut = _whole_lines(output)
     rows = Run(content, None, source, text, wall_time, scheme) if has_rows(content) else None
     if status == 0 and (rows is None or cut or not rows.complete):
@@ -136,6 +148,11 @@ def _simulate(source: RecipeSource, output: Path, name: str, scheme: str | None)
     if rows is not None:
         rows.text = text
     return _Outcome(1 if text or status else 0, text, rows, wall_time, scheme)
+
+
+def _renamed(text: str, path: Path, name: str) -> str:
+    """The text with another name of a file."""
+    return re.sub(rf"{re.escape(str(path))}(?!\d)", lambda _: name, text)
 
 
 def _text_with_rows(text: str, rows: Run | None, scheme: str) -> str:
