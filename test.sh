@@ -113,6 +113,8 @@ analyse() {
   cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
     --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \
     src tools || status=1
+  # Debian's, which finds the types of Debian's numpy.
+  /usr/bin/mypy --config-file python/pyproject.toml --cache-dir build/mypy --no-error-summary python/vorlen || status=1
   return $status
 }
 

@@ -13,7 +13,7 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   python3-jinja2 python3-plotly esbuild)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
-  ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev valgrind
+  ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
   # tools that tests call
   bash-completion debootstrap dpkg-dev file git groff-base jing libxml2-utils lintian locales
   # the Python package: tests, formats, installation, browser

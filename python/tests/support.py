@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 
@@ -22,6 +24,25 @@ HEADING = (
     "#time(sec) z(nm) Vg xIn xGa xAl rho_TD(t) rho_VD0(t) a_eff(t) eps_xx(t) eps_yy(t) eps_zz(t) eps_yz(t) "
     "rho_TD(z) a_eff(z) eps_xx(z) eps_yy(z) eps_zz(z) eps_yz(z)\n"
 )
+
+
+def tool() -> str:
+    """The command-line tool, with which results are compared."""
+    path = os.environ.get("VORLEN") or shutil.which("vorlen")
+    assert path, "the command-line tool was not found; set VORLEN to its path"
+    return path
+
+
+def table_of(page: str, heading: str) -> list[list[str]]:
+    """The cells of a table of the manual without backquotes, by its first line and without it."""
+    lines = (ROOT / "docs" / page).read_text("utf-8").splitlines()
+    begin = lines.index(heading) + 2
+    cells = []
+    for line in lines[begin:]:
+        if not line.startswith("|"):
+            break
+        cells.append([cell.strip().replace("`", "") for cell in line[1:-1].split("|")])
+    return cells
 
 
 def row(active: bool = True, **values: float) -> str:

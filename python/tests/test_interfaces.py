@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 
 import vorlen
-from support import result, row
+from support import result, row, table_of
 
 
 def run_of(rows: list[str], layers: list[tuple[str, float, float]]) -> vorlen.Run:
@@ -38,7 +38,18 @@ def test_a_jump_between_stages_that_were_not_simulated_has_no_width() -> None:
 def test_layers_of_one_composition_have_no_interface() -> None:
     rows = [row(time=t, z=t, x_in=0.1) for t in (0.0, 5.0, 10.0)]
     run = run_of(rows, [("a", 5, 5), ("b", 5, 5)])
-    assert run.interfaces.empty and list(run.interfaces.columns)[:2] == ["below", "above"]
+    assert run.interfaces.empty
+
+
+def test_names_units_and_meanings_of_the_columns_are_those_of_the_manual() -> None:
+    points = [(0, 0, 0.3), (10, 10, 0.3), (11, 11, 0.0), (20, 20, 0.0)]
+    rows = [row(time=t, z=z, x_al=x) for t, z, x in points]
+    columns = table_of("python.md", "| column of `interfaces` | unit | meaning |")
+    assert len(columns) == 9
+    for count, table in ((1, run_of(rows, [("a", 10, 10), ("b", 10, 10)])), (0, run_of(rows, [("a", 20, 20)]))):
+        found = table.interfaces
+        assert len(found) == count
+        assert [[name, found.attrs["units"][name], found.attrs["meanings"][name]] for name in found] == columns
 
 
 def test_a_step_that_dips_below_ten_percent_again_is_measured_from_its_first_rise() -> None:

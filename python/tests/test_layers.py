@@ -3,9 +3,6 @@
 from __future__ import annotations
 
 import json
-import os
-import re
-import shutil
 import subprocess
 import time
 from pathlib import Path
@@ -15,7 +12,7 @@ import pandas as pd
 import pytest
 
 import vorlen
-from support import EXAMPLES, V_DEFECTS, failed_run, failing_recipe, recipe_with_nan, result, row
+from support import EXAMPLES, V_DEFECTS, failed_run, failing_recipe, recipe_with_nan, result, row, table_of, tool
 
 
 def layers_of(text: str) -> pd.DataFrame:
@@ -111,6 +108,15 @@ def test_nan_rows_give_a_warning() -> None:
     assert vorlen.run(V_DEFECTS).warnings == []
 
 
+def test_names_units_and_meanings_of_the_columns_are_those_of_the_manual() -> None:
+    layers = layers_of(result([("a", 1, 1)], [row(time=0), row(time=1, z=1)]))
+    columns = table_of("python.md", "| column of `layers` | unit | meaning |")
+    assert [[name, layers.attrs["units"][name], layers.attrs["meanings"][name]] for name in layers] == columns
+    assert len(columns) == 19
+    names = [name for cells in table_of("result-format.md", "| identifier | unit | value |") for name in cells[0].split()]
+    assert {name.rstrip(",") for name in names} == set(layers)
+
+
 @pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
 def test_thickness_and_growth_agree(path: Path) -> None:
     run = vorlen.run(path)
@@ -120,16 +126,6 @@ def test_thickness_and_growth_agree(path: Path) -> None:
     assert fractions.to_numpy() == pytest.approx(np.ones(len(layers)), abs=1e-9)
 
 
-def tool() -> str | None:
-    """The command-line tool, if it has `show`."""
-    path = os.environ.get("VORLEN") or shutil.which("vorlen")
-    if not path:
-        return None
-    help_text = subprocess.run([path, "--help"], capture_output=True, text=True, check=False).stdout
-    return path if re.search(r"^ +show\b", help_text, re.MULTILINE) else None
-
-
-@pytest.mark.skipif(tool() is None, reason="the command-line tool has no show")
 @pytest.mark.parametrize("recipe", [*EXAMPLES, failing_recipe], ids=lambda recipe: getattr(recipe, "stem", "failing"))
 def test_the_command_line_tool_gives_the_same_values(recipe, tmp_path: Path) -> None:
     path = tmp_path / "r.result.txt"
@@ -137,7 +133,7 @@ def test_the_command_line_tool_gives_the_same_values(recipe, tmp_path: Path) -> 
         run = vorlen.run(recipe if isinstance(recipe, Path) else recipe(), path)
     except vorlen.SimulationError as error:
         run = error.run
-    shown = subprocess.run([tool(), "show", "--json", run.path], capture_output=True, text=True, check=False)
+    shown = subprocess.run([tool(), "show", "--json", run.path], capture_output=True, text=True, check=True)
     table = json.loads(shown.stdout)["layers"]
     assert len(table) == len(run.layers)
     for ours, theirs in zip(run.layers.to_dict("records"), table):

@@ -22,6 +22,7 @@ from support import (
     result,
     row,
     scripted_library,
+    tool,
     without_integration,
 )
 from vorlen._result_check import looks_physical
@@ -276,14 +277,13 @@ def test_a_sweep_has_such_runs_as_failed_rows(tmp_path: Path) -> None:
     assert table.result_file[0] == "" and (tmp_path / "s" / "rows" / "000000.failed.txt").is_file()
 
 
-@pytest.mark.skipif(find_tool() is None, reason="the command-line tool was not found")
 @pytest.mark.parametrize("scheme", ["continuous", "staged"])
 @pytest.mark.parametrize("make", [recipe_with_a_pause, recipe_with_nan, failing_recipe, None])
 def test_the_command_line_tool_gives_the_same_text(make, scheme: str, tmp_path: Path) -> None:
     """make: a function that makes a recipe; None means a recipe that runs."""
     recipe = tmp_path / "r.xml"
     recipe.write_bytes(make().to_bytes() if make else MQW.read_bytes())
-    subprocess.run([find_tool(), "run", "--scheme", scheme, recipe], cwd=tmp_path, capture_output=True, check=False)
+    subprocess.run([tool(), "run", "--scheme", scheme, recipe], cwd=tmp_path, capture_output=True, check=False)
     theirs = json.loads((tmp_path / "r.status.json").read_text())
     os.mkdir(tmp_path / "python")
     try:
