@@ -1,6 +1,6 @@
 """The folder of a sweep: plan.json, recipe.xml and table.csv, the rows in rows/, and the locks.
 
-A sweep holds a lock on the file .lock as long as it runs: an exclusive one as a whole, a shared one as a part. This lock
+A sweep holds a lock on the file .lock as long as it runs: an exclusive one as a whole, a shared one as a part. The lock
 is taken, and the plan compared and written, under an exclusive lock on .plan.lock, which is only held for that.
 """
 
