@@ -56,3 +56,18 @@ def test_a_step_that_dips_below_ten_percent_again_is_measured_from_its_first_ris
     points = [(0, 0, 0.0), (10, 10, 0.0), (11, 11, 0.1), (12, 12, 0.0), (13, 13, 0.1), (20, 20, 0.1)]
     run = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], [("a", 10, 10), ("b", 10, 10)])
     assert np.isclose(run.interfaces["z10"][1], 10.1) and np.isclose(run.interfaces["z90"][1], 10.9)
+
+
+def test_a_layer_that_evaporated_again_is_not_in_the_finished_structure() -> None:
+    # 10 nm of GaN, of which a pause takes 1 nm; then aluminium rises to 0.3 between 9 nm and 10 nm.
+    grown = [(0, 0, 0.0), (10, 10, 0.0), (11, 9, 0.0), (12, 10, 0.3), (20, 18, 0.3)]
+    run = run_of([row(time=t, z=z, x_al=x) for t, z, x in grown], [("GaN", 10, 10), ("pause", 1, -1), ("AlGaN", 9, 9)])
+    (interface,) = run.interfaces.to_dict("records")
+    assert (interface["below"], interface["above"], interface["z"]) == ("GaN", "AlGaN", 9)
+    assert (interface["z10"], interface["z90"]) == pytest.approx((9.1, 9.9))
+
+
+def test_indium_of_a_layer_that_evaporated_completely_is_gone() -> None:
+    grown = [(0, 0, 0.0), (10, 10, 0.0), (11, 12, 0.2), (12, 10, 0.0), (13, 9.5, 0.0), (20, 20, 0.0)]
+    layers = [("GaN", 10, 10), ("InGaN", 1, 2), ("pause", 2, -2.5), ("cap", 7, 10.5)]
+    assert run_of([row(time=t, z=z, x_in=x) for t, z, x in grown], layers).interfaces.empty

@@ -7,14 +7,11 @@ its step from the middle of the layer below to the middle of the layer above.
 from __future__ import annotations
 
 import math
-
 from typing import Any
 
 import numpy as np
 import pandas as pd
 from numpy.typing import NDArray
-
-from ._row_finder import RowFinder
 
 SMALLEST_STEP = 0.005  # fraction; a smaller change does not count as an interface
 METALS = {"x_in": "In", "x_al": "Al"}  # gallium is the rest
@@ -34,15 +31,19 @@ COLUMNS = (
 def interface_values(layers: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFrame:
     """Run.interfaces from the other two tables: one row per interface at which the composition changes, bottom up.
 
-    Heights and width are NaN if the step is not complete between the middles of the two layers. The time it takes is
-    linear in layers and rows.
+    Only what is left in the finished structure counts: rows of material that evaporated later are left out, and so are
+    layers of which nothing is left, such as a pause. Heights and width are NaN if the step is not complete between the
+    middles of the two layers. The time it takes is linear in layers and rows.
     """
     reached = layers[layers["begin"] < profile["time"].iloc[-1]] if len(profile) else layers.iloc[:0]
-    names, thickness = list(reached["name"]), reached["thickness"].to_numpy()
     z = profile["z"].to_numpy()
-    tops = reached["thickness"].cumsum().to_numpy() + (float(z[0]) if len(z) else math.nan)
-    rows = RowFinder(z)
-    fractions = {column: profile[column].to_numpy() for column in METALS}
+    tops = _lowest_from_here(reached["thickness"].cumsum().to_numpy() + (float(z[0]) if len(z) else math.nan))
+    thickness = np.diff(tops, prepend=z[:1])
+    left = thickness > 0.0
+    names, tops, thickness = list(reached["name"][left]), tops[left], thickness[left]
+    stays = z <= _lowest_from_here(z)
+    z = z[stays]
+    fractions = {column: profile[column].to_numpy()[stays] for column in METALS}
     records = []
     for index in range(len(names) - 1):
         low, high = tops[index] - thickness[index] / 2, tops[index] + thickness[index + 1] / 2
@@ -51,7 +52,7 @@ def interface_values(layers: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFram
         x_low, x_high = steps[column]
         if not abs(x_high - x_low) > SMALLEST_STEP:
             continue
-        inside = rows.between(low, high)
+        inside = slice(np.searchsorted(z, low, "right"), np.searchsorted(z, high))
         heights = np.concatenate(([low], z[inside], [high]))
         share = (np.concatenate(([x_low], fractions[column][inside], [x_high])) - x_low) / (x_high - x_low)
         z10, z90 = _crossing(heights, share, 0.1), _crossing(heights, share, 0.9)
@@ -62,6 +63,11 @@ def interface_values(layers: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFram
     table.attrs["units"] = {name: unit for name, unit, _ in COLUMNS}
     table.attrs["meanings"] = {name: meaning for name, _, meaning in COLUMNS}
     return table
+
+
+def _lowest_from_here(heights: NDArray[Any]) -> NDArray[Any]:
+    """The lowest of each height and those after it; NaN does not count."""
+    return np.fmin.accumulate(heights[::-1])[::-1]
 
 
 def _size(step: tuple[float, float]) -> float:
