@@ -196,6 +196,7 @@ def test_an_interrupted_sweep_says_what_is_done_and_continues_where_it_stopped(l
     parameters, rows = {P: [40000, 40001, 40002, HANG, 40003]}, tmp_path / "s" / "rows"
     with hanging_sweep(tmp_path / "s", parameters) as process:
         (worker,) = children(process.pid)
+        (rows / ".000003.result.txt.part").write_text("what the worker has written")
         process.send_signal(signal.SIGINT)
         assert process.wait(30) == 130
         assert wait_for(lambda: not is_running(worker), 10)

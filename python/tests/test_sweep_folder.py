@@ -3,8 +3,9 @@
 from __future__ import annotations
 
 import json
+import os
 import shutil
-from concurrent.futures import ProcessPoolExecutor
+from concurrent.futures import ProcessPoolExecutor, ThreadPoolExecutor
 from pathlib import Path
 
 import pandas as pd
@@ -177,6 +178,20 @@ def test_a_base_recipe_that_changed_is_never_used(layer, tmp_path):
     assert (out / "recipe.xml").read_bytes() == layer.read_bytes()
 
 
+def test_files_of_the_last_run_of_a_row_do_not_remain_if_it_does_not_end(tmp_path, faulty_library, monkeypatch):
+    from support import failing_recipe
+
+    faulty = os.environ["VORLEN_LIBRARY"]
+    for recipe, name in ((vorlen.Recipe.load(LAYER), "result.txt"), (failing_recipe(), "failed.txt")):
+        out, parameters = tmp_path / name, {P: [HANG]}
+        monkeypatch.setenv("VORLEN_LIBRARY", os.environ["TEST_REAL_LIBRARY"])
+        quiet_sweep(recipe, parameters, out=out)
+        assert (out / "rows" / f"000000.{name}").exists()
+        monkeypatch.setenv("VORLEN_LIBRARY", faulty)
+        assert list(quiet_sweep(recipe, parameters, out=out, resume=False, timeout=1).status) == ["timeout"]
+        assert not (out / "rows" / f"000000.{name}").exists()
+
+
 def test_a_folder_of_a_sweep_with_another_recipe_is_an_error(layer, tmp_path):
     out = tmp_path / "s"
     quiet_sweep(layer, {T: [1000]}, out=out)
@@ -230,7 +245,7 @@ def test_a_second_sweep_in_the_folder_is_busy(layer, tmp_path, faulty_library, r
         files = {path: path.read_bytes() for path in out.rglob("*") if path.is_file()}
         for parameters in ({P: [40000, HANG]}, {T: [1000, 1010]}):
             with pytest.raises(vorlen.BusyError, match=f"another sweep is running in {out}$"):
-                quiet_sweep(layer, parameters, out=out, resume=resume)
+                quiet_sweep(layer, parameters, out=out, resume=resume, timeout=5)
         assert {path: path.read_bytes() for path in out.rglob("*") if path.is_file()} == files
     assert list(quiet_sweep(layer, {P: [40000]}, out=out, resume=False).status) == ["ok"]
 
@@ -243,7 +258,7 @@ def test_parts_of_one_plan_run_together_and_nothing_else_does(layer, tmp_path, f
         plan = str(tmp_path / "s.json")
         assert main(["sweep", plan, "--rows", "1:3", "--quiet"]) == 0
         assert "2 rows: 2 ok" in capsys.readouterr().out
-        assert main(["sweep", plan, "--quiet"]) == 1
+        assert main(["sweep", plan, "--quiet", "--timeout", "5"]) == 1
         assert f"another sweep is running in {out}\n" in capsys.readouterr().err
         other = vorlen.write_plan(tmp_path / "other.json", layer, {P: [1e4, 2e4, 3e4]}, out="s")
         for words in ([str(other)], [str(other), "--no-resume"], [plan, "--scheme", "continuous"]):
@@ -302,6 +317,7 @@ def test_what_killed_runs_have_left_is_removed(layer, tmp_path, capsys):
     (out / ".mine.part").write_text("mine")
     main(["sweep", str(out / "plan.json"), "--rows", "1:2", "--quiet"])
     assert sorted(path.name for path in (out / "rows").glob(".*")) == [names[3], names[0]]
-    small_sweep(layer, {T: [1000, 1010]}, out=out)
+    with ThreadPoolExecutor(1) as executor:  # its runs may outlive a sweep, so only the next sweep removes what is left
+        small_sweep(layer, {T: [1000, 1010]}, executor=executor, out=out)
     assert not list((out / "rows").glob(".*"))
     assert sorted(path.name for path in out.glob(".*")) == [".lock", ".mine.part", ".plan.lock"]
