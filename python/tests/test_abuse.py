@@ -32,7 +32,7 @@ import pytest
 import vorlen
 from support import ROOT
 from vorlen.__main__ import main
-from vorlen._plan import PlanError
+from vorlen import PlanError
 
 LAYER = ROOT / "examples" / "notebooks" / "ingan_layer.xml"
 STAGE = "process_stages/stage_1"
@@ -391,8 +391,8 @@ SWEEP: list[Row] = [
         PlanError, rf"{T}.*twice|more than once|the same",
     ),
     (
-        "sweep, an element and its attribute", lambda: sweep({T: [1], f"{T}/end": [2]}),
-        PlanError, rf"{T}.*(twice|more than once|the same)",
+        "sweep, an element after its attribute", lambda: sweep({f"{T}/end": [2], T: [1]}),
+        PlanError, rf"{T}.*the same value as {T}/end",
     ),
     (
         "sweep, one column twice",
@@ -459,7 +459,7 @@ FIT: list[Row] = [
     ("fit, path of a ramp", lambda: fit({T: (1, 2)}), ValueError, rf"{T} .*not a single number"),
     ("fit, path of a text", lambda: fit({"material": (1, 2)}), ValueError, r"material .*not a single number"),
     ("fit, bounds None", lambda: fit({KD: None}), (TypeError, ValueError), rf"{KD}.*None"),
-    ("fit, bounds a number", lambda: fit({KD: 1e13}), (TypeError, ValueError), rf"{KD}.*1e\+?13"),
+    ("fit, bounds a number", lambda: fit({KD: 1e13}), (TypeError, ValueError), rf"{KD}.*10{{13}}"),
     ("fit, one bound", lambda: fit({KD: (1e13,)}), ValueError, rf"{KD}.*1e\+?13|{KD}.*10{{13}}"),
     ("fit, four bounds", lambda: fit({KD: (1, 2, 3, 4)}), ValueError, rf"{KD}.*1, 2, 3, 4"),
     ("fit, bounds a text", lambda: fit({KD: "12"}), (TypeError, ValueError), rf"{KD}.*'12'"),
