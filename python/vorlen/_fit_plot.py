@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from ._figure_file import save_figure
+from ._plot import save_figure
 from ._table import UNITS
 
 if TYPE_CHECKING:
@@ -47,7 +47,7 @@ def plot_fit(
 
 
 def _draw_panel(panel: Axes, rows: pd.DataFrame, names: list[str]) -> None:
-    from ._plot import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
+    from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
 
     colours = [GALLIUM, INDIUM, ALUMINIUM, PINK]
     ends = np.array([rows[["measured", "fitted"]].min().min(), rows[["measured", "fitted"]].max().max()])

@@ -17,16 +17,16 @@ Of several elements with the same name the first counts, as in the library.
 
 from __future__ import annotations
 
-import os
 from collections.abc import Iterator, Mapping
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 from . import _stages, _timeline, _values, _xml_bytes
 from ._document import Document, Place
-from ._files import replace_file
+from ._files import PathLike, as_path, read_file, replace_file
 from ._kinds import SCHEMES
 from ._values import Value
+from ._xml_bytes import RecipeError
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -35,22 +35,25 @@ if TYPE_CHECKING:
 class Recipe:
     """A recipe file in memory."""
 
-    def __init__(self, source: str | bytes, path: str | os.PathLike[str] | None = None) -> None:
+    def __init__(self, source: str | bytes, path: PathLike | None = None) -> None:
         """Takes the XML itself; Recipe.load takes a path. path is used in messages and status files."""
         if not isinstance(source, (str, bytes, bytearray)):
             raise TypeError(f"source must be the XML of a recipe as text or bytes, got {type(source).__name__}")
-        self.path = None if path is None else _as_path(path)
-        content = _xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
-        self._document = Document.of(content, "recipe" if self.path is None else str(self.path))
+        self.path = None if path is None else as_path(path, "path")
+        name = "recipe" if self.path is None else str(self.path)
+        if isinstance(source, str) and source and not _xml_bytes.is_xml(source):
+            raise RecipeError(f"{name}: the text is not XML; Recipe.load(path) reads a file")
+        self._document = Document.of(_xml_bytes.encode(source) if isinstance(source, str) else bytes(source), name)
 
     @classmethod
-    def load(cls, path: str | os.PathLike[str]) -> Recipe:
+    def load(cls, path: PathLike) -> Recipe:
         """Reads a recipe file. Raises OSError if it can't be read, RecipeError if it is not a recipe."""
-        return cls(_as_path(path).read_bytes(), path)
+        place = as_path(path, "path")
+        return cls(read_file(place), place)
 
-    def save(self, path: str | os.PathLike[str]) -> None:
+    def save(self, path: PathLike) -> None:
         """Writes the recipe. An existing file is replaced when the new one is complete."""
-        replace_file(_as_path(path), self.to_bytes())
+        replace_file(path, self.to_bytes())
 
     def copy(self) -> Recipe:
         """An independent copy."""
@@ -173,9 +176,3 @@ class Recipe:
 def place_in(recipe: Recipe, path: str) -> Place:
     """The element or attribute of a recipe that a path means. Raises KeyError."""
     return recipe._document.find(path)
-
-
-def _as_path(path: object) -> Path:
-    if not isinstance(path, (str, os.PathLike)):
-        raise TypeError(f"path must be the path of a recipe, got {type(path).__name__}")
-    return Path(path)

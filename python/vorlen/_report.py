@@ -8,14 +8,13 @@ from __future__ import annotations
 
 import json
 import math
-import os
 from pathlib import Path
 from typing import Any
 
 import numpy as np
 import pandas as pd
 
-from ._files import check_place, replace_file
+from ._files import PathLike, check_place, replace_file, valid_text
 from ._report_charts import charts
 from ._report_stack import layer_stack
 from ._run import Run, SimulationError
@@ -27,7 +26,7 @@ from ._version import __version__
 ASSETS = Path(__file__).resolve().parent / "assets"
 
 
-def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
+def report(run: Run | SimulationError, path: PathLike) -> Path:
     """Writes the report of a run, complete or failed, and returns its path.
 
     run   a Run, or the SimulationError of a failed run
@@ -35,7 +34,7 @@ def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
     """
     run = _run_of(run)
     check_place(path, run._own_files)  # before the work
-    return replace_file(path, render(run).encode("utf-8", "replace"), inputs=run._own_files)
+    return replace_file(path, valid_text(render(run)).encode(), inputs=run._own_files)
 
 
 def _run_of(run: Run | SimulationError) -> Run:

@@ -5,7 +5,6 @@ from __future__ import annotations
 import copy
 import functools
 import hashlib
-import os
 from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -15,7 +14,7 @@ import pandas as pd
 
 from ._drawn import DrawnTables
 from ._export import write_csv, write_netcdf
-from ._files import as_path, read_file
+from ._files import PathLike, as_path, read_file
 from ._interfaces import interface_values
 from ._layers import layer_values
 from ._plot import PANELS, plot_run
@@ -153,14 +152,14 @@ class Run:
             raise ValueError(f"{self._name} has no rows")
         return self._profile.iloc[-1].copy()
 
-    def to_csv(self, path: str | os.PathLike[str], *, what: str = "profile") -> None:
+    def to_csv(self, path: PathLike, *, what: str = "profile") -> None:
         """Writes "profile" or "layers" as comma-separated values with all digits."""
         if what not in ("profile", "layers"):
             raise ValueError(f'what must be "profile" or "layers", got {what!r}')
         table = self._profile if what == "profile" else self._layers
         write_csv(table, path, what == "layers", self._own_files)
 
-    def to_netcdf(self, path: str | os.PathLike[str]) -> None:
+    def to_netcdf(self, path: PathLike) -> None:
         """Writes profile and layers as one netCDF-4 file, with units and meanings. Needs xarray and netCDF4."""
         write_netcdf(self._profile, self._layers, self.text, path, self._own_files)
 
@@ -170,7 +169,7 @@ class Run:
         *,
         span: str = "active",
         panels: Sequence[str] = PANELS,
-        path: str | os.PathLike[str] | None = None,
+        path: PathLike | None = None,
     ) -> Figure:
         """A figure of the run. Needs matplotlib.
 
@@ -210,7 +209,7 @@ def _copied(table: pd.DataFrame) -> pd.DataFrame:
     return copied
 
 
-def read(path: str | os.PathLike[str], *, recipe: RecipeLike | None = None) -> Run:
+def read(path: PathLike, *, recipe: RecipeLike | None = None) -> Run:
     """Reads a result file, including that of a failed run.
 
     recipe  the recipe of the run, needed for temperatures and stages in figures and reports

@@ -11,6 +11,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from ._files import (
+    PathLike,
     as_path,
     check_place,
     locked_part,
@@ -31,7 +32,7 @@ from ._termination import exit_on_sigterm, removed_on_sigterm
 from ._xml_bytes import RecipeError
 
 
-def run(recipe: RecipeLike, result: str | os.PathLike[str] | None = None, *, scheme: str | None = None) -> Run:
+def run(recipe: RecipeLike, result: PathLike | None = None, *, scheme: str | None = None) -> Run:
     """Simulates one recipe.
 
     recipe  a path, a Recipe, or the XML itself
@@ -77,7 +78,7 @@ def _run_without_file(source: RecipeSource, scheme: str | None) -> _Outcome:
         return _simulate(source, path_of_descriptor(file), "the result", scheme)
 
 
-def _run_to_file(source: RecipeSource, result: str | os.PathLike[str], scheme: str | None) -> _Outcome:
+def _run_to_file(source: RecipeSource, result: PathLike, scheme: str | None) -> _Outcome:
     target = as_path(result, "result")
     place = _check_target(target, source)
     with exit_on_sigterm(), locked_part(place) as part:

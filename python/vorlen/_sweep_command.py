@@ -11,7 +11,7 @@ from typing import Any
 
 from ._plan import Plan, PlanError
 from ._plan_file import read_plan
-from ._recipe import SCHEMES
+from ._kinds import SCHEMES
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder

@@ -8,7 +8,7 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from ._figure_file import save_figure
+from ._plot import STYLE, save_figure
 from ._sensitivity import COLUMNS
 
 if TYPE_CHECKING:
@@ -28,7 +28,7 @@ def tornado(
     """
     import matplotlib.pyplot as plt
 
-    from ._plot import BLACK, GALLIUM, INDIUM, STYLE
+    from ._drawn import BLACK, GALLIUM, INDIUM
 
     rows = _shown_rows(table, quantity, most)
     base = rows.base.iloc[0]
