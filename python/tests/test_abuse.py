@@ -101,6 +101,7 @@ def take_a_recipe(name: str, call: Callable[[object], object]) -> list[Row]:
         (f"{name}, recipe a loop of links", lambda: call("loop"), OSError, r"\bloop\b"),
         (f"{name}, recipe name too long", lambda: call(LONG_NAME), OSError, r"nnn"),
         (f"{name}, recipe path with a null byte", lambda: call("a\0b"), ValueError, r"recipe.*null (byte|character)"),
+        (f"{name}, recipe path not Unicode", lambda: call("a\ud800b"), ValueError, r"recipe.*\\ud800"),
         (f"{name}, recipe random bytes", lambda: call("binary.xml"), vorlen.RecipeError, r"binary\.xml"),
         (f"{name}, recipe truncated", lambda: call("cut.xml"), vorlen.RecipeError, r"cut\.xml"),
         (f"{name}, recipe empty file", lambda: call("empty"), vorlen.RecipeError, r"\bempty\b"),
@@ -129,6 +130,7 @@ def write_a_file(
         (f"{name}, file as folder", lambda: call("page.html/out.svg"), OSError, r"page\.html"),
         (f"{name}, name too long", lambda: call(f"{LONG_NAME}.svg"), OSError, r"nnn"),
         (f"{name}, null byte", lambda: call("a\0b.svg"), ValueError, rf"{argument}.*null (byte|character)"),
+        (f"{name}, not Unicode", lambda: call("a\ud800.svg"), ValueError, rf"{argument}.*\\ud800"),
     ]
     for one in inputs:
         rows.append((f"{name}, onto {one}", lambda one=one: call(one), ValueError, r"would overwrite"))

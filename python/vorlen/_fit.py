@@ -14,7 +14,6 @@ inverse of J'J, J being the derivatives of the residuals at the solution, by cen
 
 from __future__ import annotations
 
-import os
 import re
 from collections.abc import Mapping
 from concurrent.futures import Executor
@@ -26,6 +25,7 @@ import numpy.typing as npt
 import pandas as pd
 
 from ._arguments import check_number, check_timeout, given_executor, is_number
+from ._files import PathLike
 from ._fit_model import STEP, Array, FitModel, fit_folder
 from ._fit_plot import plot_fit
 from ._measurements import measurement_table
@@ -101,7 +101,7 @@ class Fit:
     runs: int
     lmfit: MinimizerResult
 
-    def plot(self, *, path: str | os.PathLike[str] | None = None) -> Figure:
+    def plot(self, *, path: PathLike | None = None) -> Figure:
         """Fitted against measured values, a panel for each kind of quantity; on the line they are equal.
 
         Needs matplotlib.
@@ -121,7 +121,7 @@ class Fit:
         TypeError
             If path is not a path.
         ValueError
-            If path is one of the recipes or not a regular file.
+            If path is one of the recipes, not a regular file, or without the ending of a format.
         OSError
             If the figure can't be written.
         """
@@ -145,7 +145,7 @@ def fit(
     level: float = 0.95,
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
 ) -> Fit:

@@ -6,7 +6,6 @@ The runs of all points that are needed at once are submitted together.
 from __future__ import annotations
 
 import contextlib
-import os
 from collections.abc import Iterable, Iterator
 from concurrent.futures import Executor
 from pathlib import Path
@@ -16,7 +15,7 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from ._files import BusyError, lock_file, replace_file
+from ._files import BusyError, PathLike, lock_file, replace_file
 from ._plan import ROWS_FOLDER, Plan, make_task
 from ._recipe import Recipe
 from ._run import SimulationError
@@ -29,7 +28,7 @@ PLACELESS = ("lost", "error")  # statuses of rows that say nothing about the con
 
 
 @contextlib.contextmanager
-def fit_folder(out: str | os.PathLike[str] | None, recipes: int) -> Iterator[Path]:
+def fit_folder(out: PathLike | None, recipes: int) -> Iterator[Path]:
     """The folder of a fit with so many recipes, locked.
 
     Raises BusyError if another fit is running there, FileExistsError if it holds other files with the same names.

@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import os
 from collections.abc import Iterable
 from typing import TYPE_CHECKING
 
@@ -10,8 +9,8 @@ import numpy as np
 import pandas as pd
 
 from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
-from ._files import check_place
-from ._plot import STYLE, save_figure
+from ._files import PathLike
+from ._plot import STYLE, check_figure, save_figure
 from ._table import UNITS
 
 if TYPE_CHECKING:
@@ -22,13 +21,13 @@ LABELS = {"thickness": "Thickness", "x_in": "Indium", "x_ga": "Gallium", "x_al":
 
 
 def plot_fit(
-    fitted: pd.DataFrame, path: str | os.PathLike[str] | None, inputs: Iterable[str | os.PathLike[str] | None] = ()
+    fitted: pd.DataFrame, path: PathLike | None, inputs: Iterable[PathLike | None] = ()
 ) -> Figure:
     """A panel for each kind of quantity in Fit.fitted. inputs: files that the figure must not replace."""
     import matplotlib.pyplot as plt
 
     if path is not None:
-        check_place(path, inputs)  # before the work
+        check_figure(path, inputs)  # before the work
     kinds = fitted.quantity.str.replace(r"_\d+$", "", regex=True)
     present = list(dict.fromkeys(kinds))
     names = list(dict.fromkeys(fitted.recipe))

@@ -13,7 +13,6 @@ from __future__ import annotations
 import csv
 import io
 import json
-import os
 from collections.abc import Iterable, Mapping
 from pathlib import Path
 from typing import Any
@@ -21,7 +20,7 @@ from typing import Any
 import pandas as pd
 
 from ._arguments import check_flags
-from ._files import as_path, check_place, read_file, replace_file
+from ._files import PathLike, as_path, check_place, read_file, replace_file
 from ._plan import Plan, PlanError, sha256
 from ._plan_values import given_recipe, make_plan
 from ._source import RecipeLike
@@ -30,14 +29,14 @@ PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out", "scheme"
 
 
 def write_plan(
-    path: str | os.PathLike[str],
+    path: PathLike,
     recipe: RecipeLike,
     parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
     *,
     mode: str = "grid",
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     overwrite: bool = False,
 ) -> Path:
     """Writes a plan for `vorlen sweep`, and its recipe as NAME.recipe.xml beside it.
@@ -105,7 +104,7 @@ def plan_content(plan: Plan, recipe: str, out: str, **more: str) -> bytes:
     return (json.dumps(content | more, indent=1) + "\n").encode()
 
 
-def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
+def read_plan(path: PathLike) -> tuple[Plan, Path]:
     """The plan in a file, and the folder of its sweep. Raises PlanError with the name of the file."""
     path = as_path(path, "path")
     if not path.exists():

@@ -6,7 +6,6 @@ Contents: a figure of a run; saving figures; panels over time or height. _plot_r
 from __future__ import annotations
 
 import io
-import os
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any, TYPE_CHECKING
 
@@ -15,14 +14,12 @@ import pandas as pd
 from numpy.typing import NDArray
 
 from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, ORANGE, PINK, SEEN, WIDTH, DrawnTables
-from ._files import as_path, check_place, replace_file
+from ._files import PathLike, as_path, check_place, replace_file
 from ._plot_relaxation import relaxation_diagram
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
     from matplotlib.figure import Figure
-
-__all__ = ["ALUMINIUM", "BLACK", "GALLIUM", "INDIUM", "STYLE", "plot_run", "save_figure"]
 
 SHADES = ("#eef2f6", "#ffffff")  # of alternate stages
 STYLE = {
@@ -59,8 +56,8 @@ def plot_run(
     kind: str,
     span: str,
     panels: Sequence[str],
-    path: str | os.PathLike[str] | None,
-    inputs: Iterable[str | os.PathLike[str] | None],
+    path: PathLike | None,
+    inputs: Iterable[PathLike | None],
 ) -> Figure:
     """A figure of a run, described at Run.plot. inputs: files that must not be replaced by the figure."""
     import matplotlib.pyplot as plt
@@ -70,6 +67,9 @@ def plot_run(
     if isinstance(panels, str) or not isinstance(panels, Iterable):
         raise TypeError(f"panels must be a list of names, got {panels!r}")
     panels = list(panels)
+    wrong = next((panel for panel in panels if not isinstance(panel, str)), None)
+    if wrong is not None:
+        raise TypeError(f"panels must be names, got {wrong!r}")
     if not panels or not all(panel in PANELS for panel in panels):
         raise ValueError(f"panels must be one or more of {', '.join(PANELS)}, got {', '.join(map(str, panels))}")
     if span not in ("active", "all"):
@@ -77,7 +77,7 @@ def plot_run(
     if tables.rows(span).empty:
         raise ValueError("the run has no rows to draw")
     if path is not None:
-        check_place(path, inputs)
+        check_figure(path, inputs)  # before the work
     with plt.rc_context(STYLE):
         if kind == "relaxation":
             figure = relaxation_diagram(tables, span)
@@ -92,24 +92,24 @@ def plot_run(
     return figure
 
 
-def save_figure(
-    figure: Figure,
-    path: str | os.PathLike[str],
-    inputs: Iterable[str | os.PathLike[str] | None] = (),
-) -> None:
-    """Saves a figure in the format that the ending of path names; without one, in matplotlib's default format.
+def check_figure(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> str:
+    """The format of a figure, by the ending of its path. Raises as check_place, and ValueError for an unknown format."""
+    from matplotlib.backend_bases import FigureCanvasBase
 
-    inputs  files that must not be replaced
-    """
-    import matplotlib
+    check_place(path, inputs)
+    form = as_path(path, "path").suffix[1:].lower()
+    formats = FigureCanvasBase.get_supported_filetypes()
+    if form not in formats:
+        raise ValueError(f"{path} must have the ending of a format for figures: .{', .'.join(sorted(formats))}")
+    return form
 
-    place = as_path(path, "path")
-    if not place.suffix:
-        place = place.with_name(f"{place.name}.{matplotlib.rcParams['savefig.format']}")
+
+def save_figure(figure: Figure, path: PathLike, inputs: Iterable[PathLike | None] = ()) -> None:
+    """Saves a figure in the format that the ending of path names. inputs: files that must not be replaced."""
+    form = check_figure(path, inputs)
     picture = io.BytesIO()
-    form = place.suffix[1:].lower()
     figure.savefig(picture, format=form, metadata={"Date": None} if form == "svg" else None)
-    replace_file(place, picture.getvalue(), inputs=inputs)
+    replace_file(path, picture.getvalue(), inputs=inputs)
 
 
 def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:

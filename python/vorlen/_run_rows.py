@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import contextlib
-import os
 import queue
 import tempfile
 from collections.abc import Iterator, Sequence
@@ -11,7 +10,7 @@ from concurrent.futures import Executor, Future
 from pathlib import Path
 from typing import Any
 
-from ._files import as_path
+from ._files import PathLike, as_path
 from ._plan import Plan, make_task
 from ._pool import LocalPool, WorkerStartError, default_workers, run_row
 from ._row import Row, empty_row
@@ -26,7 +25,7 @@ def pool_of(workers: int | None, executor: Executor | None) -> contextlib.Abstra
 
 
 @contextlib.contextmanager
-def working_folder(out: str | os.PathLike[str] | None) -> Iterator[Path]:
+def working_folder(out: PathLike | None) -> Iterator[Path]:
     """The folder out, created if it is missing; None: a temporary one."""
     if out is None:
         with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:

@@ -6,7 +6,6 @@
 
 from __future__ import annotations
 
-import os
 import re
 from collections.abc import Iterable, Mapping
 from concurrent.futures import Executor
@@ -17,8 +16,10 @@ import numpy as np
 import pandas as pd
 
 from ._arguments import check_number, given_executor, is_number
-from ._files import check_place
+from ._drawn import BLACK, GALLIUM, INDIUM
+from ._files import PathLike
 from ._plan_values import given_recipe, make_plan
+from ._plot import STYLE, check_figure, save_figure
 from ._recipe import Recipe, place_in
 from ._row import Row, empty_row
 from ._run import SimulationError
@@ -61,7 +62,7 @@ def sensitivity(
     step: float = 0.01,
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
     progress: bool = False,
@@ -207,7 +208,7 @@ def _number(value: float | None) -> float:
 
 
 def tornado(
-    table: pd.DataFrame, quantity: str, *, most: int = 12, path: str | os.PathLike[str] | None = None
+    table: pd.DataFrame, quantity: str, *, most: int = 12, path: PathLike | None = None
 ) -> Figure:
     """A tornado plot: the effect of each parameter on a quantity, the strongest on top.
 
@@ -235,19 +236,16 @@ def tornado(
         If table is not that of a sensitivity, or another argument has a wrong type.
     ValueError
         If the table does not have the quantity, no parameter has a difference, most is not a positive integer, or path
-        is the recipe or not a regular file.
+        is the recipe, not a regular file, or without the ending of a format.
     OSError
         If the figure can't be written.
     """
     import matplotlib.pyplot as plt
 
-    from ._drawn import BLACK, GALLIUM, INDIUM
-    from ._plot import STYLE, save_figure
-
     rows = _shown_rows(table, quantity, most)
     inputs = [table.attrs.get("recipe")]
     if path is not None:
-        check_place(path, inputs)  # before the work
+        check_figure(path, inputs)  # before the work
     base = rows.base.iloc[0]
     unit = table.attrs.get("units", {}).get(quantity, "1")
     with plt.rc_context(STYLE):

@@ -14,7 +14,7 @@ from . import _xml_bytes
 from ._document import Document, split_path
 from ._kinds import KNOWN, children_of_kind, leading_integer
 from ._values import with_value
-from ._xml_bytes import Edit
+from ._xml_bytes import Edit, RecipeError
 
 # group: prefix of the element names of its stages, element with their number
 GROUPS = {
@@ -44,6 +44,8 @@ def added_stage(
     """The document with a copy of a stage, and the path of the copy. See Recipe.add_stage."""
     if values is not None and not isinstance(values, Mapping):
         raise TypeError(f"values must be a mapping of paths to values, got {type(values).__name__}")
+    if name is not None and not isinstance(name, str):
+        raise TypeError(f"name must be a text, got {type(name).__name__}")
     group, _ = _split_stage(document, like)
     count, prefix = _count(document, group), _prefix(group)
     number = count + 1
@@ -160,8 +162,11 @@ def _count_path(group: str) -> str:
 
 def _count(document: Document, group: str) -> int:
     """The number of stages that a group states."""
-    document.find(_count_path(group))
-    return max(0, leading_integer(document.attribute(_count_path(group))) or 0)
+    path = _count_path(group)
+    text = document.attribute(path)
+    if text is None:
+        raise RecipeError(f"{document.name} has no {path}, the number of stages")
+    return max(0, leading_integer(text) or 0)
 
 
 def _with_count(document: Document, group: str, count: int) -> Document:

@@ -23,7 +23,7 @@ from typing import TYPE_CHECKING, Any, overload
 import pandas as pd
 
 from ._arguments import check_flags, given_executor
-from ._files import as_path
+from ._files import PathLike, as_path
 from ._plan import Plan, row_files, row_recipe, sha256
 from ._plan_values import make_plan
 from ._recipe import Recipe
@@ -239,7 +239,7 @@ def sweep(
     mode: str = "grid",
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     resume: bool = True,
     workers: int | None = None,
     executor: Executor | None = None,
@@ -324,7 +324,7 @@ def sweep(
     return made._run(resume, workers, executor, progress, again)
 
 
-def read_sweep(folder: str | os.PathLike[str]) -> Sweep:
+def read_sweep(folder: PathLike) -> Sweep:
     """The sweep in a folder, from an earlier call of sweep() or from `vorlen sweep`. Nothing is run.
 
     Parameters

@@ -9,8 +9,8 @@ from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
-from ._plan import Plan, PlanError
 from ._kinds import SCHEMES
+from ._plan import Plan, PlanError
 from ._plan_file import read_plan
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
