@@ -109,16 +109,10 @@ def _submit(executor: Executor, task: dict[str, Any]) -> Future[Row]:
 def _row_of(future: Future[Row], local: bool) -> Row:
     try:
         return future.result()
-    except WorkerStartError as error:
-        if local:  # on this machine every other row would fail too
-            raise
-        return _lost(error)
     except Exception as error:  # whatever happens to an executor, the other rows continue
-        return _lost(error)
-
-
-def _lost(error: BaseException) -> Row:
-    return empty_row("lost", f"{type(error).__name__}: {error}")
+        if local and isinstance(error, WorkerStartError):  # on this machine every other row would fail too
+            raise
+        return empty_row("lost", f"{type(error).__name__}: {error}")
 
 
 def _progress_bar(total: int) -> Any:

@@ -101,7 +101,7 @@ def sensitivity(
           run failed or the number of layers changed
         - derivative: (above - below) / (2 change), in units of the quantity per unit of the parameter
         - elasticity: per cent change of the quantity per per cent change of the parameter; NaN if either is 0
-        - text: why there is no difference; empty if there is one
+        - text: the reason if a difference is missing, otherwise empty
 
     Raises
     ------
@@ -193,7 +193,7 @@ def _records(one: Variation, centre: Row, below: Row, above: Row) -> list[tuple[
     records: list[tuple[Any, ...]] = []
     for quantity in centre["values"]:
         comparable = same_layers or re.search(r"_\d+$", quantity) is None
-        base, low, high = (_number(row["values"].get(quantity)) for row in (centre, below, above))
+        base, low, high = np.array([row["values"].get(quantity) for row in (centre, below, above)], float).tolist()
         if not comparable:
             low = high = np.nan
         derivative = (high - low) / (2.0 * one.change)
@@ -201,10 +201,6 @@ def _records(one: Variation, centre: Row, below: Row, above: Row) -> list[tuple[
         text = "; ".join(failures) or ("" if comparable else OTHER_LAYERS)
         records.append((one.path, quantity, one.value, one.change, base, low, high, derivative, elasticity, text))
     return records
-
-
-def _number(value: float | None) -> float:
-    return np.nan if value is None else value
 
 
 def tornado(

@@ -287,7 +287,7 @@ def sweep(
         - text: the reason for another status than ok
         - key results of the finished structure: z (nm), rho_td_t, rho_td_z and v_defects_t (cm^-2), eps_xx_t; and of
           each layer N: thickness_N (nm), x_in_N, x_ga_N, x_al_N. NaN in rows that are not ok
-        - recipe_file, result_file, status_file: paths; empty if there is no such file
+        - recipe_file, result_file, status_file: paths; empty for a file that does not exist
 
         Rows that are neither ok nor failed are run again when the sweep is resumed. The folder contains the same table
         as table.csv.
