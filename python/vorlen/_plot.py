@@ -13,7 +13,7 @@ import numpy as np
 import pandas as pd
 from numpy.typing import NDArray
 
-from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, ORANGE, PINK, SEEN, WIDTH, DrawnTables
+from ._drawn import BLACK, DASHES, ORANGE, PINK, WIDTH, DrawnTables, decades_of, densities_of, metals_of
 from ._files import PathLike, as_path, check_place, replace_file
 from ._plot_relaxation import relaxation_diagram
 
@@ -93,7 +93,7 @@ def plot_run(
 
 
 def check_figure(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> str:
-    """The format of a figure, by the ending of its path. Raises as check_place, and ValueError for an unknown format."""
+    """The format of a figure, by the ending of its path. Raises as check_place, and for an unknown format."""
     from matplotlib.backend_bases import FigureCanvasBase
 
     check_place(path, inputs)
@@ -187,9 +187,8 @@ def _panels(tables: DrawnTables, span: str, panels: Sequence[str], over_time: bo
 
 
 def _draw_composition(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
-    for column, label, colour in (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM)):
-        if (rows[column].abs() > SEEN).any():
-            axis.plot(x, rows[column], color=colour, label=label)
+    for column, label, colour in metals_of(rows):
+        axis.plot(x, rows[column], color=colour, label=label)
     axis.set_ylim(-0.03, 1.03)
     axis.set_ylabel("composition")
 
@@ -211,28 +210,17 @@ def _draw_temperature(axis: Axes, x: NDArray[Any], heat: NDArray[Any]) -> None:
 def _draw_strain(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     axis.axhline(0.0, color="#999999", linewidth=0.6)
     axis.plot(x, 100 * rows["eps_xx_t"], color=PINK, label="at growth (t)")
-    axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=(0, (4, 2)), label="finished (z)")
+    axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=DASHES, label="finished (z)")
     axis.set_ylabel("strain \u03b5$_{xx}$\n(%)")
 
 
 def _draw_densities(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     from matplotlib.ticker import NullFormatter
 
-    def positive(values: pd.Series) -> pd.Series:
-        return values.where(values > 0)
-
-    axis.plot(x, positive(rows["rho_td_t"]), color=GALLIUM, label="dislocations (t)")
-    axis.plot(x, positive(rows["rho_td_z"]), color=GALLIUM, linestyle=(0, (4, 2)), label="dislocations (z)")
-    defects = positive(rows["rho_vd0_t"] / 2)
-    if defects.notna().any():
-        axis.plot(x, defects, color=INDIUM, label="V-defects (t)")
+    densities = densities_of(rows)
+    for values, name, colour, dashed in densities:
+        axis.plot(x, values, color=colour, label=name, linestyle=DASHES if dashed else "-")
     axis.set_yscale("log")
-    shown = [line.get_ydata() for line in axis.lines]
-    values = np.concatenate([data[np.isfinite(data)] for data in shown])
-    if len(values):
-        low, high = values.min(), values.max()
-        # The first V-defects have tiny densities; showing them would squeeze the rest.
-        low = max(low, high * 1e-6)
-        axis.set_ylim(10 ** np.floor(np.log10(low / 1.2)), 10 ** np.ceil(np.log10(high * 1.2)))
+    axis.set_ylim(*(10.0**decade for decade in decades_of(densities)))
     axis.yaxis.set_minor_formatter(NullFormatter())
     axis.set_ylabel("density\n(cm$^{-2}$)")

@@ -21,7 +21,7 @@ from collections.abc import Iterator, Mapping
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
-from . import _stages, _timeline, _values, _xml_bytes
+from . import _stages, _values, _xml_bytes
 from ._document import Document, Place
 from ._files import PathLike, as_path, read_file, replace_file
 from ._kinds import SCHEMES
@@ -386,7 +386,7 @@ class Recipe:
             If a group does not state the number of its stages, or there are more than 1000000 active stages, the
             limit of the library.
         """
-        return _timeline.timeline(self._document)
+        return _stages.timeline(self._document)
 
 
 def place_in(recipe: Recipe, path: str) -> Place:
