@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import re
 import subprocess
 import sys
 from pathlib import Path
@@ -174,7 +175,7 @@ def test_the_colours_of_metals_are_distinguishable_for_the_colour_blind() -> Non
     """Distance in CIELAB as a deuteranope and a protanope see the colours (matrices of Machado et al., 2009)."""
     from matplotlib.colors import to_rgb
 
-    from vorlen._plot import ALUMINIUM, GALLIUM, INDIUM
+    from vorlen._drawn import ALUMINIUM, GALLIUM, INDIUM
 
     seen_by = {
         "deuteranope": [
@@ -232,21 +233,30 @@ def test_a_figure_is_saved_whole_or_not_at_all(tmp_path: Path, monkeypatch: pyte
     assert not list(tmp_path.glob(".*"))
 
 
-def test_a_path_without_an_ending_gets_that_of_matplotlib_s_default_format(tmp_path: Path) -> None:
-    vorlen.run(V_DEFECTS).plot(path=tmp_path / "figure")
-    assert (tmp_path / "figure.png").read_bytes().startswith(b"\x89PNG")
+@pytest.mark.parametrize("name", ["figure", "figure.", ".svg", "figure.docx"])
+def test_a_path_without_the_ending_of_a_format_is_rejected_and_nothing_is_drawn(name: str, tmp_path: Path) -> None:
+    with pytest.raises(ValueError, match=rf"{re.escape(name)} must have the ending of a format for figures: .*\.svg"):
+        vorlen.run(V_DEFECTS).plot(path=tmp_path / name)
+    assert not list(tmp_path.iterdir()) and not plt.get_fignums()
 
 
 @pytest.mark.parametrize(
     ("arguments", "options"),
-    [(("time", "all"), {}), ((), {"panels": "strain"}), ((), {"panels": None}), ((), {"kinds": "time"})],
+    [
+        (("time", "all"), {}),
+        ((), {"panels": "strain"}),
+        ((), {"panels": None}),
+        ((), {"panels": [3]}),
+        ((), {"panels": [["strain"]]}),
+        ((), {"kinds": "time"}),
+    ],
 )
 def test_options_of_plot_have_names_and_types(arguments: tuple[str, ...], options: dict[str, object]) -> None:
     with pytest.raises(TypeError):
         vorlen.run(V_DEFECTS).plot(*arguments, **options)
 
 
-@pytest.mark.parametrize("options", [{"kind": []}, {"span": None}, {"panels": [3]}, {"panels": [["strain"]]}])
+@pytest.mark.parametrize("options", [{"kind": []}, {"span": None}])
 def test_values_of_other_types_are_rejected_as_unknown(options: dict[str, object]) -> None:
     with pytest.raises(ValueError, match="must be"):
         vorlen.run(V_DEFECTS).plot(**options)

@@ -86,7 +86,7 @@ def test_text_that_is_not_a_recipe_is_rejected_with_a_reason(text: str, message:
 @pytest.mark.parametrize(
     ("source", "message"),
     [
-        ("<NonstSurfChem/>".encode("utf-16"), "recipe: the encoding is not supported; save the recipe as UTF-8"),
+        ("<NonstSurfChem/>".encode("utf-16"), "recipe: the encoding UTF-16 is not supported; save the recipe as UTF-8"),
         ('<?xml version="1.0" encoding="utf-16"?><NonstSurfChem/>', "not supported"),
         ('<?xml version="1.0" encoding="hex"?><NonstSurfChem/>', "recipe: .hex. is not a text encoding"),
         ('<NonstSurfChem note="\ud800"/>', "not Unicode, at character 21"),
@@ -671,6 +671,34 @@ def test_the_timeline_has_ramps_and_units() -> None:
 def test_the_timeline_of_a_recipe_with_a_faulty_number_of_periods(old: str, new: str, names: int) -> None:
     timeline = vorlen.Recipe(MQW.read_text().replace(old, new)).timeline()
     assert (timeline["name"] == "InGaN well").sum() == names
+
+
+@pytest.mark.parametrize(
+    ("group", "count"),
+    [("pre_stages", "n_pre_stages"), ("process_stages", "n_stages"), ("post_stages", "n_post_stages")],
+)
+def test_a_group_without_the_number_of_its_stages_is_a_fault_of_the_recipe(group: str, count: str) -> None:
+    recipe = vorlen.Recipe(re.sub(rf'<{count} val="\d+"/>', "", V_DEFECTS.read_text()))
+    for call in (recipe.timeline, lambda: recipe.stages(group)):
+        with pytest.raises(vorlen.RecipeError, match=f"recipe has no {group}/{count}, the number of stages"):
+            call()
+    with pytest.raises(vorlen.SimulationError):
+        vorlen.run(recipe)
+
+
+def test_a_timeline_has_at_most_as_many_active_stages_as_the_library_takes() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe.make_periodic("process_stages/stage_1", "process_stages/stage_2", 3)
+    recipe["process_stages/stage_1/n_periods"] = 500001
+    with pytest.raises(vorlen.RecipeError, match="process_stages/stage_1 gives more than 1000000 stages"):
+        recipe.timeline()
+    with pytest.raises(vorlen.SimulationError, match="Number of active stages is greater than 1000000"):
+        vorlen.run(recipe)
+    recipe["process_stages/stage_1/n_periods"] = 2
+    recipe.add_stage("process_stages/stage_1")
+    recipe["process_stages/stage_2/n_periods"] = 499999  # 999998 stages and the 4 of stage_1
+    with pytest.raises(vorlen.RecipeError, match="process_stages/stage_2 gives more than 1000000 stages"):
+        recipe.timeline()
 
 
 def test_a_large_number_of_stages_takes_no_time() -> None:

@@ -43,7 +43,7 @@ def test_a_recipe_that_can_not_be_read_raises_the_error_of_opening_it(
     (tmp_path / "loop.xml").symlink_to("loop.xml")
     os.mkfifo(tmp_path / "pipe.xml")
     for recipe, error in (
-        (tmp_path / "none.xml", FileNotFoundError), ("", FileNotFoundError), (tmp_path, IsADirectoryError),
+        (tmp_path / "none.xml", FileNotFoundError), ("", ValueError), (tmp_path, IsADirectoryError),
         (V_DEFECTS / "below", NotADirectoryError), (tmp_path / "loop.xml", OSError), ("n" * 300, OSError),
         (tmp_path / "pipe.xml", ValueError), ("/dev/zero", ValueError), ("a\0b", ValueError),
     ):

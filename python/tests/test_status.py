@@ -5,6 +5,7 @@ from __future__ import annotations
 import hashlib
 import json
 import os
+import re
 import shutil
 import subprocess
 from collections.abc import Callable
@@ -226,3 +227,10 @@ def test_names_of_files_that_are_not_utf_8(tmp_path: Path) -> None:
     json.loads(status_path(result).read_bytes())
     assert RecipeSource.of(V_DEFECTS).sha256 == read_status(result)["recipe_sha256"]
     assert not vorlen.read(result).failed
+    recipe = folder / os.fsdecode(b"\xe4.xml")
+    recipe.write_text("<a>")
+    with pytest.raises(vorlen.RecipeError, match=re.escape(str(recipe))):
+        vorlen.run(recipe, result)
+    status = json.loads(status_path(result).read_bytes())
+    assert str(recipe).replace("\udce4", "\ufffd") in status["text"]
+    assert "\ufffd.xml" in vorlen.report(vorlen.read(result, recipe=recipe), folder / "r.html").read_text("utf-8")

@@ -6,6 +6,7 @@ import json
 import os
 import signal
 from concurrent.futures import ProcessPoolExecutor
+from concurrent.futures.process import BrokenProcessPool
 from pathlib import Path
 
 import pandas as pd
@@ -107,7 +108,7 @@ def test_any_executor_of_concurrent_futures_works(layer, tmp_path):
 
 def test_rows_that_a_broken_executor_loses_are_rows_and_are_run_on_resuming(layer, tmp_path):
     with ProcessPoolExecutor(1) as executor:
-        with pytest.raises(Exception):
+        with pytest.raises(BrokenProcessPool):
             executor.submit(os.kill, executor.submit(os.getpid).result(), signal.SIGKILL).result()
         table = quiet_sweep(layer, {T: [1000, 1010]}, executor=executor, out=tmp_path / "s")
     assert list(table.status) == ["lost", "lost"]

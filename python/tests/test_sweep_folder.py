@@ -230,7 +230,7 @@ def test_a_place_that_can_t_be_the_folder_is_reported_before_anything_runs(layer
     for out in (tmp_path / "file", tmp_path / "file" / "below"):
         with pytest.raises(NotADirectoryError, match=f"{tmp_path / 'file'} is not a folder"):
             quiet_sweep(layer, {T: [1000]}, out=out)
-    with pytest.raises(vorlen.PlanError, match="out must be the path of a folder"):
+    with pytest.raises(ValueError, match="out must be a path, got an empty text"):
         quiet_sweep(layer, {T: [1000]}, out="")
     monkeypatch.setattr("os.access", lambda path, mode: Path(path) != tmp_path)  # root has all rights
     with pytest.raises(PermissionError, match=f"no right to write to the folder {tmp_path}"):

@@ -16,7 +16,7 @@ import pytest
 
 import vorlen
 from sweeps import NAME, P, T, TMIN, quiet_sweep, small_sweep
-from vorlen._run_rows import as_executor
+from vorlen._arguments import given_executor
 
 GRID = {T: [1000, 1020, 1040], TMIN: [0.1, 0.2]}
 
@@ -247,7 +247,7 @@ class Inline:
 def test_whatever_has_submit_is_an_executor(layer, tmp_path):
     assert list(quiet_sweep(layer, {T: [1000, 1010]}, executor=Inline(), out=tmp_path / "s").status) == ["ok", "ok"]
     with ThreadPoolExecutor(1) as pool:
-        assert as_executor(pool) is pool
+        assert given_executor(None, pool, "s") is pool
 
 
 @pytest.mark.parametrize("option", ["progress", "resume"])

@@ -13,7 +13,7 @@ import pytest
 import vorlen
 from sweeps import NAME, P, T, TMIN, quiet_sweep
 from vorlen.__main__ import main
-from vorlen._parameter import parameter_of
+from vorlen._table import parameter_unit
 from vorlen._plan import row_recipe
 from vorlen._plan_file import read_plan
 from vorlen._plan_values import make_plan
@@ -33,7 +33,7 @@ def values_of(recipe: Path, parameters: object, path: str) -> list[object]:
         ({}, {}, "at least one parameter"),
         ({T: [1000, float("nan")]}, {}, "nan is not finite"),
         ({T: [(1, 2, 3)]}, {}, "a list must be a pair"),
-        ({T: [None]}, {}, "a value must be a number"),
+        ({T: [None]}, {}, "a value in a recipe must be a number or a text, got"),
         ({T: 1000}, {}, "expected a list of values"),
         ({T: [1000, 1010], P: [1e4]}, {"mode": "zip"}, "the same number of values"),
         ({T: [1000]}, {"mode": "all"}, 'mode must be "grid" or "zip"'),
@@ -51,23 +51,22 @@ def test_a_sweep_that_is_impossible_is_rejected_before_anything_runs(layer, tmp_
 @pytest.mark.parametrize(
     ("parameters", "text"),
     [
-        ([T], "expected a mapping of paths"),
         ({5: [1000]}, "a path must be a text, got 5"),
         ({T: {"a": 1}}, "expected a list of values"),
-        ({T: [True]}, "a value must be a number"),
-        ({T: [1000, "hot"]}, "stage_1/T: 'hot' is not a number"),
-        ({T: ["1030 K"]}, "'1030 K' is not a number"),
+        ({T: [True]}, "a value in a recipe must be a number or a text, got"),
+        ({T: [1000, "hot"]}, "stage_1/T takes a number without a unit, got 'hot'"),
+        ({T: ["1030 K"]}, "takes a number without a unit, got '1030 K'"),
         ({T: [10**400]}, "is not finite"),
         ({T: [1000, (1000, float("inf"))]}, "inf is not finite"),
-        ({T: [(1000, None)]}, "a value must be a number"),
-        ({T: [1000], T.replace("/", ":"): [1010]}, f"stage_1:T would replace the value of {T}"),
-        ({T: [1000], f"NonstSurfChem/{T}": [1010]}, "would replace the value of"),
-        ({f"{T}/end": [1010], f"{T}/@end": [1010]}, "would replace the value of"),
-        ({f"{T}/end": [1010], T: [1000]}, "would replace the value of"),
-        ({f"{NAME}/val": ["a"], NAME: ["b"]}, "would replace the value of"),
-        ({NAME: ["a"], f"{NAME}/val": ["b"]}, "would replace the value of"),
-        ({NAME: ["plain", "bell \a"]}, "can't be set to 'bell"),
-        (pd.DataFrame([[1000, 1010]], columns=[T, T]), f"two columns have the name {T}"),
+        ({T: [(1000, None)]}, "a value in a recipe must be a number or a text, got"),
+        ({T: [1000], T.replace("/", ":"): [1010]}, f"stage_1:T sets the same value as {T}, which comes before it"),
+        ({T: [1000], f"NonstSurfChem/{T}": [1010]}, "sets the same value as"),
+        ({f"{T}/end": [1010], f"{T}/@end": [1010]}, "sets the same value as"),
+        ({f"{T}/end": [1010], T: [1000]}, "sets the same value as"),
+        ({f"{NAME}/val": ["a"], NAME: ["b"]}, "sets the same value as"),
+        ({NAME: ["a"], f"{NAME}/val": ["b"]}, "sets the same value as"),
+        ({NAME: ["plain", "bell \a"]}, r"can't contain the character '.x07', got 'bell"),
+        (pd.DataFrame([[1000, 1010]], columns=[T, T]), f"the column {T} is given twice"),
         (pd.DataFrame([[1000]], columns=[0]), "must have a path as its name, not 0"),
         (pd.DataFrame({f"{T}_begin": [1000]}), f"the column {T}_begin needs a column {T}_end"),
         (pd.DataFrame({f"{T}_end": [1000]}), f"the column {T}_end needs a column {T}_begin"),
@@ -81,6 +80,32 @@ def test_parameters_that_are_impossible_are_rejected(layer, parameters, text):
         make_plan(layer, parameters)
 
 
+@pytest.mark.parametrize("parameters", [[T], T, {T}, None, 5])
+def test_parameters_that_are_not_a_mapping_are_rejected(layer, parameters):
+    text = f"parameters must be a mapping of paths .*, or a data frame, got {type(parameters).__name__}"
+    with pytest.raises(TypeError, match=text):
+        make_plan(layer, parameters)
+
+
+def test_optional_elements_that_the_recipe_lacks_can_be_varied(layer):
+    recipe = vorlen.Recipe.load(layer)
+    assert "output/detail" not in recipe
+    (values,) = make_plan(recipe, {"output/detail": ["true"]}).rows()
+    assert vorlen.Recipe(row_recipe(recipe, values))["output/detail"] == "true"
+    with pytest.raises(vorlen.PlanError, match="output/detail/val sets the same value as output/detail"):
+        make_plan(recipe, {"output/detail": ["true"], "output/detail/val": ["false"]})
+
+
+def test_an_element_that_the_library_does_not_read_can_be_varied():
+    recipe = vorlen.Recipe('<NonstSurfChem><note val="1" end="2"/></NonstSurfChem>')
+    plan = make_plan(recipe, {"note": [5, (1.5, 2)], "note/end": ["new"]})
+    assert plan.parameters == {"note": [5, [1.5, 2]], "note/end": ["new"]}
+    with pytest.raises(vorlen.PlanError, match="note sets the same value as note/@end"):
+        make_plan(recipe, {"note/@end": ["new"], "note": [5]})
+    with pytest.raises(vorlen.PlanError, match="note: start and end of a ramp must be numbers, got .'1', 2"):
+        make_plan(recipe, {"note": [("1", 2)]})
+
+
 def test_one_end_of_a_ramp_may_follow_the_ramp(layer):
     (values,) = make_plan(layer, {T: [1000], f"{T}/end": [1010], f"{T}/val": [990]}).rows()
     recipe = vorlen.Recipe(row_recipe(vorlen.Recipe.load(layer), values))
@@ -90,9 +115,10 @@ def test_one_end_of_a_ramp_may_follow_the_ramp(layer):
 @pytest.mark.parametrize("timeout", [float("inf"), float("nan"), 0, -1, True, "60", [60], 10**400])
 def test_a_timeout_must_be_positive_and_finite(layer, tmp_path, timeout):
     text = "timeout must be a positive, finite number of seconds"
-    with pytest.raises(vorlen.PlanError, match=text):
+    kind = TypeError if isinstance(timeout, (bool, str, list)) else ValueError
+    with pytest.raises(kind, match=text):
         quiet_sweep(layer, {T: [1000]}, timeout=timeout, out=tmp_path / "s")
-    with pytest.raises(vorlen.PlanError, match=text):
+    with pytest.raises(kind, match=text):
         vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1000]}, timeout=timeout)
     (tmp_path / "plan.json").write_text(
         json.dumps({"recipe": str(layer), "parameters": {T: [1000]}, "timeout": timeout})
@@ -121,7 +147,7 @@ def test_a_value_that_is_no_integer_is_rejected_wherever_it_is(examples, value):
     with pytest.raises(vorlen.PlanError, match=f"{PERIODS} .*"):
         make_plan(examples / "ingan_gan_mqw.xml", {PERIODS: [2, 3, 4, value, 5]})
     if not isinstance(value, tuple):
-        with pytest.raises(vorlen.PlanError, match=f"{PERIODS} must be an integer, got "):
+        with pytest.raises(vorlen.PlanError, match=f"{PERIODS} takes an integer, got "):
             make_plan(examples / "ingan_gan_mqw.xml", {PERIODS: [2, 3, 4, value, 5]})
 
 
@@ -134,7 +160,7 @@ def test_every_value_is_checked_and_a_long_table_does_not_take_long(layer):
     values[99_000] = np.nan
     with pytest.raises(vorlen.PlanError, match="nan is not finite"):
         make_plan(layer, pd.DataFrame({T: values, NAME: "one name"}))
-    with pytest.raises(vorlen.PlanError, match="can't be set to"):
+    with pytest.raises(vorlen.PlanError, match="can't contain the character"):
         make_plan(layer, {NAME: ["a", "b", "c\0"]})
 
 
@@ -163,21 +189,21 @@ def test_values_are_plain_numbers_and_texts(layer):
     ],
 )
 def test_the_unit_of_a_parameter(path, unit):
-    assert parameter_of(path).unit == unit
+    assert parameter_unit(path) == unit
 
 
 @pytest.mark.parametrize(
     ("plan", "text"),
     [
         ("[]", "a plan must be a JSON object"),
-        ("{", "not valid JSON"),
+        ("{", "plan.json is not valid JSON: "),
         ('{"recipe": "r.xml", "parameters": {}, "colour": 1}', "unknown key 'colour'"),
         ('{"recipe": "r.xml"}', 'either "parameters" or "table"'),
-        ('{"recipe": "none.xml", "parameters": {"material": ["InGaN"]}}', "recipe not found"),
+        ('{"recipe": "none.xml", "parameters": {"material": ["InGaN"]}}', "none.xml: No such file"),
         ('{"recipe": "r.xml", "parameters": {"material": "InGaN"}}', "expected a list of values"),
         ('{"recipe": 5, "parameters": {}}', '"recipe" must be a text, got 5'),
         ('{"recipe": "r.xml", "table": 5}', '"table" must be a text, got 5'),
-        ('{"recipe": "r.xml", "table": "none.csv"}', "table not found: "),
+        ('{"recipe": "r.xml", "table": "none.csv"}', "none.csv: No such file"),
         ('{"recipe": "r.xml", "parameters": {"material": ["InGaN"]}, "out": 5}', '"out" must be a text, got 5'),
         ('{"recipe": "r.xml", "parameters": {"material": ["InGaN"]}, "out": null}', '"out" must be a text'),
         ('{"recipe": "r.xml", "parameters": {"material": ["InGaN"]}, "out": ""}', '"out" must be a text'),
@@ -199,7 +225,7 @@ def test_an_invalid_plan_is_reported(layer, tmp_path, capsys, plan, text):
     (tmp_path / "plan.json").write_text(plan)
     assert main(["sweep", str(tmp_path / "plan.json")]) == 1
     error = capsys.readouterr().err
-    assert error.startswith(f"vorlen: {tmp_path / 'plan.json'}: ") and error.count("plan.json") == 1 and text in error
+    assert error.startswith(f"vorlen: {tmp_path / 'plan.json'}") and error.count("plan.json") == 1 and text in error
     assert sorted(path.name for path in tmp_path.iterdir()) == ["bad.xml", "plan.json", "r.xml"]
 
 
@@ -211,7 +237,7 @@ def test_a_plan_that_is_missing_is_named(tmp_path, capsys):
 def test_a_plan_that_is_not_text_is_reported(tmp_path, capsys):
     (tmp_path / "plan.json").write_bytes(b"\xff\xfe")
     assert main(["sweep", str(tmp_path / "plan.json")]) == 1
-    assert f"{tmp_path / 'plan.json'}: 'utf-8' codec" in capsys.readouterr().err
+    assert f"{tmp_path / 'plan.json'} is not valid JSON: 'utf-8' codec" in capsys.readouterr().err
 
 
 def test_mode_and_timeout_of_a_plan_are_used(layer, tmp_path):
@@ -250,15 +276,15 @@ def test_values_of_a_table_are_kept_as_they_are_written(layer, tmp_path):
 @pytest.mark.parametrize(
     ("lines", "keys", "text"),
     [
-        (f"{T},{T}\n1000,1010\n", {}, f"two columns have the name {T}"),
+        (f"{T},{T}\n1000,1010\n", {}, f"rows.csv: the column {T} is given twice"),
         (f"{T},{TMIN}\n1000\n", {}, "row 0 has 1 values, but there are 2 columns"),
-        (f"{T},{TMIN}\n1000,0.1\n1000,\n", {}, f"row 1 has no value for {TMIN}"),
+        (f"{T},{TMIN}\n1000,0.1\n1000,\n", {}, f"the value of {TMIN} in row 1 is empty"),
         (f"{T}\n", {}, "at least one line of values"),
         ("", {}, "at least one line of values"),
         (f",{T}\n0,1000\n", {}, "must have a path as its name, not ''"),
-        (f"{T}\nnan\n", {}, "'nan' is not a number"),
-        (f"{T}\n1_000\n", {}, "'1_000' is not a number"),
-        (f'{T}\n"[1000, 1010]"\n', {}, "is not a number"),
+        (f"{T}\nnan\n", {}, "takes a number without a unit, got 'nan'"),
+        (f"{T}\n1_000\n", {}, "takes a number without a unit, got '1_000'"),
+        (f'{T}\n"[1000, 1010]"\n', {}, "takes a number without a unit, got '[1000, 1010]'"),
         (f"{T}\n1000\n", {"mode": "grid"}, '"mode" can only be "zip"'),
         (f'{T}\n"1000\n', {}, "rows.csv: "),
     ],
@@ -295,6 +321,6 @@ def test_write_plan_names_a_missing_folder(layer, tmp_path):
 
 
 def test_a_recipe_that_is_missing_is_named(tmp_path):
-    with pytest.raises(FileNotFoundError, match=f"recipe not found: {tmp_path / 'r.xml'}"):
+    with pytest.raises(FileNotFoundError, match=str(tmp_path / "r.xml")):
         quiet_sweep(tmp_path / "r.xml", {T: [1000]}, out=tmp_path / "s")
     assert not (tmp_path / "s").exists()

@@ -19,10 +19,9 @@ from ._recipe import Recipe
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
-from ._sensitivity import sensitivity
+from ._sensitivity import sensitivity, tornado
 from ._simulate import run
 from ._sweep import Sweep, read_sweep, sweep
-from ._tornado import tornado
 from ._version import __version__
 from ._xml_bytes import RecipeError
 

@@ -1,7 +1,8 @@
-"""What figures and the charts of reports have in common: tables, colours, rows, stages, temperature."""
+"""What figures and the charts of reports have in common: tables, colours, curves, rows, stages, temperature."""
 
 from __future__ import annotations
 
+from collections.abc import Iterable
 from typing import Any, NamedTuple
 
 import numpy as np
@@ -13,8 +14,35 @@ from ._row_finder import RowFinder
 # Okabe and Ito's palette for colour-blind readers (jfly.uni-koeln.de/color)
 INDIUM, GALLIUM, ALUMINIUM = "#D55E00", "#0072B2", "#009E73"
 BLACK, PINK, ORANGE = "#222222", "#AA3377", "#B87500"
+DASHES = (0, (4, 2))  # of curves of the finished structure
 SEEN = 1e-6  # fraction above which a metal is drawn
+METALS = (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM))
 WIDTH = 6.3  # of figures, inches; a text column of A4
+
+
+def metals_of(rows: pd.DataFrame) -> list[tuple[str, str, str]]:
+    """Column, symbol and colour of the metals to draw."""
+    return [metal for metal in METALS if (rows[metal[0]].abs() > SEEN).any()]
+
+
+def densities_of(rows: pd.DataFrame) -> list[tuple[pd.Series, str, str, bool]]:
+    """The curves of the densities, cm^-2: values, NaN where they are 0, name, colour, whether they are dashed."""
+    defects = rows["rho_vd0_t"] / 2
+    curves = [
+        (rows["rho_td_t"], "dislocations (t)", GALLIUM, False), (rows["rho_td_z"], "dislocations (z)", GALLIUM, True),
+        *([(defects, "V-defects (t)", INDIUM, False)] if (defects > 0).any() else []),
+    ]
+    return [(values.where(values > 0), name, colour, dashed) for values, name, colour, dashed in curves]
+
+
+def decades_of(curves: Iterable[tuple[pd.Series, str, str, bool]]) -> tuple[float, float]:
+    """Exponents of a logarithmic axis: whole decades. The first V-defects have tiny densities, which are cut off."""
+    values = np.concatenate([values.to_numpy() for values, *_ in curves])
+    values = values[np.isfinite(values)]
+    if len(values) == 0:
+        return 0.0, 1.0
+    low, high = max(values.min(), values.max() * 1e-6), values.max()
+    return float(np.floor(np.log10(low / 1.2))), float(np.ceil(np.log10(high * 1.2)))
 
 
 class DrawnTables(NamedTuple):

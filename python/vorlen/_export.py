@@ -2,20 +2,18 @@
 
 from __future__ import annotations
 
-import os
 from collections.abc import Iterable
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
 
-from ._files import check_place, replace_file
+from ._files import PathLike, check_place, replace_file, valid_text
 from ._version import __version__
 
 if TYPE_CHECKING:
     import xarray
 
-PathLike = str | os.PathLike[str]
 
 
 def write_csv(table: pd.DataFrame, path: PathLike, index: bool, inputs: Iterable[PathLike | None]) -> None:
@@ -34,7 +32,8 @@ def write_netcdf(
     check_place(path, inputs)  # before the work
     # In memory, because the HDF5 library may crash when a disk is full.
     file = netCDF4.Dataset("run.nc", "w", format="NETCDF4", memory=1)
-    to_dataset(profile, layers, text).dump_to_store(NetCDF4DataStore(file))
+    store: Any = NetCDF4DataStore  # which has no type hints
+    to_dataset(profile, layers, text).dump_to_store(store(file))
     replace_file(path, bytes(file.close()), inputs=inputs)
 
 
@@ -47,19 +46,14 @@ def to_dataset(profile: pd.DataFrame, layers: pd.DataFrame, text: str) -> xarray
         for column in table:
             values = table[column].to_numpy()
             if values.dtype == object:
-                values = np.array([_valid_text(value) for value in values], dtype=str)
+                values = np.array([valid_text(str(value)) for value in values], dtype=str)
             if values.dtype == bool:
                 values = values.astype(np.int8)
             variables[f"{prefix}{column}"] = (dimension, values, _attributes(table, column))
     attributes = {
-        "title": "VORLEN simulation run", "source": f"VorlenSolver {__version__}", "text": _valid_text(text)
+        "title": "VORLEN simulation run", "source": f"VorlenSolver {__version__}", "text": valid_text(text)
     }
     return xarray.Dataset(variables, {"layer": layers.index.to_numpy()}, attributes)
-
-
-def _valid_text(value: Any) -> str:
-    """A text without the bytes of names that are not UTF-8."""
-    return str(value).encode("utf-8", "surrogateescape").decode("utf-8", "replace")
 
 
 def _attributes(table: pd.DataFrame, column: Any) -> dict[str, str]:

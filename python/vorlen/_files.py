@@ -10,11 +10,14 @@ import contextlib
 import errno
 import fcntl
 import os
+import re
 import stat
 import uuid
 from collections.abc import Iterable, Iterator
 from pathlib import Path
 from typing import Any
+
+PathLike = str | os.PathLike[str]
 
 NAME_SIZE_MAX = 200  # bytes; with a longer name, that of the temporary would exceed the 255 of a file system
 
@@ -27,13 +30,24 @@ def as_path(value: Any, name: str) -> Path:
     """The path given as an argument; name is that of the argument, for the texts of TypeError and ValueError."""
     if not isinstance(value, (str, os.PathLike)):
         raise TypeError(f"{name} must be a path, got {type(value).__name__}")
-    path = Path(os.fsdecode(value))
-    if "\0" in str(path):
-        raise ValueError(f"{name} contains a null character: {str(path)!r}")
-    return path
+    text = os.fsdecode(value)
+    if not text:
+        raise ValueError(f"{name} must be a path, got an empty text")
+    if "\0" in text:
+        raise ValueError(f"{name} contains a null character: {text!r}")
+    try:
+        os.fsencode(text)
+    except UnicodeEncodeError:
+        raise ValueError(f"{name} is not a valid path: {text!r}") from None
+    return Path(text)
 
 
-def read_file(path: str | os.PathLike[str]) -> bytes:
+def valid_text(text: str) -> str:
+    """The text with U+FFFD for each byte of a name that is not UTF-8."""
+    return re.sub("[\ud800-\udfff]", "\ufffd", text)
+
+
+def read_file(path: PathLike) -> bytes:
     """The content of a regular file. Raises the OSError of opening it; ValueError for a pipe or a device."""
     with open(path, "rb", opener=lambda name, flags: os.open(name, flags | os.O_NONBLOCK)) as file:
         if not stat.S_ISREG(os.fstat(file.fileno()).st_mode):
@@ -58,7 +72,7 @@ def path_of_descriptor(file: int) -> Path:
     return Path(f"/proc/self/fd/{file}")
 
 
-def check_place(path: str | os.PathLike[str], inputs: Iterable[str | os.PathLike[str] | None] = ()) -> Path:
+def check_place(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> Path:
     """The file that writing to path would create or replace, with links followed.
 
     inputs  files that must stay, such as the recipe of a report; None and missing files are skipped
@@ -88,7 +102,7 @@ def check_place(path: str | os.PathLike[str], inputs: Iterable[str | os.PathLike
 
 
 def replace_file(
-    path: str | os.PathLike[str], content: bytes, *, inputs: Iterable[str | os.PathLike[str] | None] = ()
+    path: PathLike, content: bytes, *, inputs: Iterable[PathLike | None] = ()
 ) -> Path:
     """Writes content to path and returns path. Raises as check_place; after any error the old file is still there."""
     with replacement(path, inputs=inputs) as part:
@@ -98,7 +112,7 @@ def replace_file(
 
 @contextlib.contextmanager
 def replacement(
-    path: str | os.PathLike[str], *, inputs: Iterable[str | os.PathLike[str] | None] = ()
+    path: PathLike, *, inputs: Iterable[PathLike | None] = ()
 ) -> Iterator[Path]:
     """An empty temporary beside path; the caller writes it, and it replaces path at the end of the block.
 

@@ -14,7 +14,6 @@ inverse of J'J, J being the derivatives of the residuals at the solution, by cen
 
 from __future__ import annotations
 
-import os
 import re
 from collections.abc import Mapping
 from concurrent.futures import Executor
@@ -22,17 +21,18 @@ from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
+import numpy.typing as npt
 import pandas as pd
 
-from ._fit_errors import at_bounds, doubts, inverse_normal_matrix, quantile
-from ._fit_model import Array, FitModel
+from ._arguments import check_number, check_timeout, given_executor, is_number
+from ._files import PathLike
+from ._fit_model import STEP, Array, FitModel, fit_folder
 from ._fit_plot import plot_fit
-from ._measurements import is_number, measurement_table
-from ._plan import check_timeout
+from ._measurements import measurement_table
+from ._plan_values import given_recipe
 from ._recipe import Recipe, place_in
 from ._run import SimulationError
-from ._runner import fit_folder, given_executor, given_recipe, pool_of
-from ._scheme import check_scheme
+from ._run_rows import pool_of
 from ._source import RecipeLike
 
 if TYPE_CHECKING:
@@ -43,6 +43,7 @@ if TYPE_CHECKING:
 FAILED_RESIDUAL = 1e6  # in standard deviations, where a run fails: the fit turns back there
 TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; about 0.01 of a standard error, reached in a few steps
 FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead to regions where runs are slow or fail
+SINGULAR = 1e-10  # smallest to largest singular value of the derivatives, below which the constants are undetermined
 NAME_OF_A_SINGLE_RECIPE = "recipe"
 
 
@@ -50,20 +51,40 @@ NAME_OF_A_SINGLE_RECIPE = "recipe"
 class Fit:
     """The result of a fit.
 
-    constants    a row per path: start, value, low and high of the confidence interval, relative_error, and at_bound:
-                 "low" or "high" if the estimate is at that bound, otherwise "". Errors that are not determined are NaN
-    covariance   of the logarithms of the constants, labelled by path. Constants at a bound count as fixed
-    correlation  the same, normalised
-    history      a row per point that was run, in order: kind (step or derivative), the constants, chi_square, text of a
-                 failure. With out, the index is the number of the files
-    fitted       a row per measurement: recipe, quantity, measured, sigma, fitted, residual
-    recipes      the recipes with the fitted constants, and with the scheme if one is given
-    chi_square   sum of the squared residuals
-    degrees_of_freedom  number of measurements less that of constants that are not at a bound
-    success, message    whether the fit converged, in the words of the method
-    warnings     texts about doubtful results
-    runs         number of simulations
-    lmfit        lmfit's result; its parameters are the logarithms, named ln_PATH
+    Attributes
+    ----------
+    constants : pandas.DataFrame
+        A row per path: start, value, low and high of the confidence interval, relative_error, and at_bound: "low" or
+        "high" if the estimate is at that bound, otherwise "". Errors that are not determined are NaN.
+        attrs["level"] is the confidence level.
+    covariance : pandas.DataFrame
+        Covariance of the logarithms of the constants, labelled by path; NaN for constants at a bound, which count as
+        fixed, and if the measurements do not determine the constants.
+    correlation : pandas.DataFrame
+        The same, normalised.
+    history : pandas.DataFrame
+        A row per point that was run, in order: kind (step or derivative), the constants, chi_square (NaN if a run
+        failed), text of the failure. With out, the index is the number of the files.
+    fitted : pandas.DataFrame
+        A row per measurement: recipe, quantity, measured, sigma (NaN if none is given), fitted, and residual: fitted
+        less measured, in standard deviations, or relative to the measured value if none are given.
+    recipes : dict of str to Recipe
+        The recipes with the fitted constants, and with the scheme if one is given. A single recipe has the name
+        recipe.
+    chi_square : float
+        Sum of the squared residuals.
+    degrees_of_freedom : int
+        Number of measurements less that of constants that are not at a bound.
+    success : bool
+        True if the fit converged.
+    message : str
+        How it ended, in the words of the method.
+    warnings : list of str
+        Texts about doubtful results; usually empty.
+    runs : int
+        Number of simulations.
+    lmfit : lmfit.minimizer.MinimizerResult
+        lmfit's result; its parameters are the logarithms of the constants, named ln_PATH.
     """
 
     constants: pd.DataFrame
@@ -80,10 +101,29 @@ class Fit:
     runs: int
     lmfit: MinimizerResult
 
-    def plot(self, *, path: str | os.PathLike[str] | None = None) -> Figure:
+    def plot(self, *, path: PathLike | None = None) -> Figure:
         """Fitted against measured values, a panel for each kind of quantity; on the line they are equal.
 
-        path  file to save the figure to; None: it is not saved
+        Needs matplotlib.
+
+        Parameters
+        ----------
+        path : path, optional
+            File to save the figure to, in the format of its ending; None: it is not saved.
+
+        Returns
+        -------
+        matplotlib.figure.Figure
+            The figure.
+
+        Raises
+        ------
+        TypeError
+            If path is not a path.
+        ValueError
+            If path is one of the recipes, not a regular file, or without the ending of a format.
+        OSError
+            If the figure can't be written.
         """
         inputs = [recipe.path for recipe in self.recipes.values()]
         return plot_fit(self.fitted, path, inputs)
@@ -105,39 +145,68 @@ def fit(
     level: float = 0.95,
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
 ) -> Fit:
     """Fits constants of one recipe, or of several at once, to measurements.
 
-    recipe        a path, a Recipe or the XML itself; for several, a mapping of names to recipes
-    parameters    path in the recipes: (low, high) or (low, start, high), all above 0; the default start is the value in
-                  the first recipe. All recipes get the same value
-    measurements  quantity: (value, standard deviation), or the value alone, for one recipe; for several, a mapping
-                  of recipe names to such mappings; or a data frame with the columns recipe, quantity, value, sigma.
-                  Quantities are the columns of a sweep's table: thickness_2 in nm, x_in_2, z, ...
-                  Without standard deviations, relative deviations are minimised, and their scatter gives the errors
-    level         confidence level of the intervals, between 0 and 1
-    scheme        integration scheme of all runs, "continuous" or "staged"; None: those of the recipes
-    timeout, workers, executor  as for sweep()
-    out           folder for the files of the runs, in a folder recipe_N for each recipe; runs that it holds already are
-                  not repeated. None: the files are deleted. An executor needs it
+    Needs lmfit and scipy.
 
-    Raises TypeError or ValueError, before anything runs, if the fit is impossible; BusyError if another one runs in
-    the folder; SimulationError if a run fails at the start, or has no result for a reason other than the constants.
+    Parameters
+    ----------
+    recipe : str, bytes, path, Recipe, or mapping of str to these
+        A path, the XML itself, or a Recipe; for several recipes, a mapping of names to them.
+    parameters : mapping of str to tuple
+        Path in the recipes: (low, high) or (low, start, high), all above 0. The default start is the value in the first
+        recipe. All recipes get the same value.
+    measurements : mapping or pandas.DataFrame
+        For one recipe, quantity: (value, standard deviation), or the value alone; for several recipes, a mapping of
+        their names to such mappings; or a data frame with the columns recipe, quantity, value, sigma. Quantities are
+        the key results of sweep(): thickness_2 (nm), x_in_2, z (nm), ... Without standard deviations, relative
+        deviations are minimised, and their scatter gives the errors.
+    level : float, optional
+        Confidence level of the intervals, between 0 and 1.
+    scheme : str, optional
+        Integration scheme of all runs, "continuous" or "staged"; None: those of the recipes.
+    timeout : float, optional
+        Time limit of one run, s; None: no limit.
+    out : path, optional
+        Folder for the files of the runs, in a folder recipe_N for each recipe; runs that are there already are not
+        repeated. None: the files are deleted. Required with an executor.
+    workers, executor : optional
+        As for sweep().
+
+    Returns
+    -------
+    Fit
+        Constants with their errors, fitted values and all runs.
+
+    Raises
+    ------
+    TypeError
+        If an argument has a wrong type, such as a text for a number. Nothing was run.
+    ValueError
+        If the fit is impossible: an unknown path or quantity, bounds that are not 0 < low < start < high, fewer
+        measurements than constants. Nothing was run.
+    RecipeError
+        If a recipe is not well-formed XML or not a recipe.
+    OSError
+        If a recipe can't be read, or the folder can't be written or has files of something else.
+    BusyError
+        If another fit is running in out.
+    SimulationError
+        If a run fails at the start, or has no result for a reason other than the constants.
     """
     from lmfit import minimize
 
-    if not is_number(level) or not 0.0 < level < 1.0:
-        raise ValueError(f"level must be a number between 0 and 1, such as 0.95, got {level!r}")
-    check_scheme(scheme)
+    check_number(level, "level must be a number between 0 and 1, such as 0.95", 0.0, 1.0)
     check_timeout(timeout)
     executor = given_executor(workers, executor, out)
     recipes = _given_recipes(recipe, scheme)
     start, paths = _start_parameters(recipes, parameters)
     table = measurement_table(measurements, recipes)
-    if not paths or len(table) < len(paths):
+    if len(table) < len(paths):
         raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
 
     with pool_of(workers, executor) as pool, fit_folder(out, len(recipes)) as folder:
@@ -188,6 +257,8 @@ def _start_parameters(recipes: dict[str, Recipe], parameters: Mapping[str, Any])
 
     if not isinstance(parameters, Mapping):
         raise TypeError(f"parameters must be a mapping of paths to bounds, got {type(parameters).__name__}")
+    if not parameters:
+        raise ValueError("give at least one parameter")
     first = next(iter(recipes.values()))
     made, paths = Parameters(), list(parameters)
     for number, path in enumerate(paths):
@@ -225,13 +296,13 @@ def _result(
     derivatives: Array, level: float,
 ) -> Fit:
     residual = model.residual(values)
-    at_bound = at_bounds(found.params, residual, derivatives)
+    at_bound = _at_bounds(found.params, residual, derivatives)
     free = np.array([bound == "" for bound in at_bound])
     chi_square, freedom = float(residual @ residual), len(residual) - int(free.sum())
     variance = 1.0 if model.weighted else chi_square / freedom if freedom else np.nan
-    covariance = inverse_normal_matrix(derivatives, free) * variance
+    covariance = _inverse_normal_matrix(derivatives, free) * variance
     errors = np.sqrt(np.diag(covariance))
-    constants = _constants(model, start, found.params, errors, quantile(model.weighted, level, freedom))
+    constants = _constants(model, start, found.params, errors, _quantile(model.weighted, level, freedom))
     constants["at_bound"] = at_bound
     constants.attrs["level"] = level
     return Fit(
@@ -245,7 +316,7 @@ def _result(
         degrees_of_freedom=freedom,
         success=bool(found.success),
         message=str(found.message),
-        warnings=doubts(constants, found, freedom, model.weighted),
+        warnings=_doubts(constants, found, freedom, model.weighted),
         runs=len(model.history()) * len(recipes),
         lmfit=found,
     )
@@ -271,3 +342,47 @@ def _with_constants(recipe: Recipe, values: pd.Series) -> Recipe:
     for path, value in values.items():
         fitted[path] = float(value)
     return fitted
+
+
+def _at_bounds(params: Parameters, residual: Array, derivatives: Array) -> list[str]:
+    """For each constant "low" or "high" if the sum of squares still falls across that bound, otherwise ""."""
+    found = []
+    for one, column in zip(params.values(), derivatives.T):
+        with np.errstate(divide="ignore", invalid="ignore"):
+            best = one.value - (column @ residual) / (column @ column)  # minimum along this constant; NaN: no effect
+        near_low, near_high = one.value - one.min < STEP, one.max - one.value < STEP
+        found.append("low" if near_low and best <= one.min else "high" if near_high and best >= one.max else "")
+    return found
+
+
+def _inverse_normal_matrix(derivatives: Array, free: npt.NDArray[np.bool_]) -> Array:
+    """The inverse of J'J for the free constants; NaN for the others, and if the derivatives are singular."""
+    inverse = np.full((len(free), len(free)), np.nan)
+    if free.any():
+        _, sizes, directions = np.linalg.svd(derivatives[:, free], full_matrices=False)
+        if sizes[-1] > SINGULAR * sizes[0]:
+            inverse[np.ix_(free, free)] = (directions.T / sizes**2) @ directions
+    return inverse
+
+
+def _quantile(weighted: bool, level: float, freedom: int) -> float:
+    """Normal quantile for known standard deviations, Student's for one that is estimated from the scatter."""
+    from scipy import stats
+
+    return float(stats.norm.ppf(0.5 + level / 2) if weighted else stats.t.ppf(0.5 + level / 2, freedom))
+
+
+def _doubts(constants: pd.DataFrame, found: MinimizerResult, freedom: int, weighted: bool) -> list[str]:
+    """Texts about doubtful results."""
+    texts = [] if found.success else [f"the fit did not converge: {found.message}"]
+    if freedom == 0 and not weighted:
+        texts.append("as many constants as measurements: without standard deviations their errors are unknown")
+    for (path, row), one in zip(constants.iterrows(), found.params.values()):
+        if row.at_bound:
+            bound = f"{'lower' if row.at_bound == 'low' else 'upper'} bound {row['value']:.4g}"
+            texts.append(f"{path} is at its {bound}: its error is unknown, and the other errors hold for this value")
+        elif np.isnan(row.relative_error) and (freedom or weighted):
+            texts.append(f"the measurements do not determine {path}, or only together with another constant")
+        elif row.low <= np.exp(one.min) and row.high >= np.exp(one.max):
+            texts.append(f"the measurements do not determine {path}: its interval exceeds its bounds")
+    return texts

@@ -5,7 +5,8 @@ The runs of all points that are needed at once are submitted together.
 
 from __future__ import annotations
 
-from collections.abc import Iterable
+import contextlib
+from collections.abc import Iterable, Iterator
 from concurrent.futures import Executor
 from pathlib import Path
 from typing import Any
@@ -14,16 +15,39 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from ._files import replace_file
+from ._files import BusyError, PathLike, lock_file, replace_file
 from ._plan import ROWS_FOLDER, Plan, make_task
 from ._recipe import Recipe
 from ._run import SimulationError
-from ._run_rows import run_tasks
-from ._runner import recipe_folder
+from ._run_rows import run_tasks, working_folder
 
 Array = npt.NDArray[np.float64]
 STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change
+LOCK_NAME = ".fit.lock"  # in the folder of a fit
 PLACELESS = ("lost", "error")  # statuses of rows that say nothing about the constants
+
+
+@contextlib.contextmanager
+def fit_folder(out: PathLike | None, recipes: int) -> Iterator[Path]:
+    """The folder of a fit with so many recipes, locked.
+
+    Raises BusyError if another fit is running there, FileExistsError if it holds other files with the same names.
+    """
+    with working_folder(out) as folder, contextlib.ExitStack() as held:
+        mark = folder / LOCK_NAME
+        for place in (folder / recipe_folder(number) for number in range(recipes)):
+            if place.exists() and not mark.exists():
+                raise FileExistsError(f"{place} is not of a fit and would be overwritten; choose another folder")
+        try:
+            held.enter_context(lock_file(mark, exclusive=True))
+        except BlockingIOError:
+            raise BusyError(f"another fit is running in {folder}") from None
+        yield folder
+
+
+def recipe_folder(number: int) -> str:
+    """The folder of the runs of a recipe, counted from 0, in that of the fit."""
+    return f"recipe_{number + 1}"
 
 
 class FitModel:

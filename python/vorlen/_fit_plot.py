@@ -2,14 +2,15 @@
 
 from __future__ import annotations
 
-import os
 from collections.abc import Iterable
 from typing import TYPE_CHECKING
 
 import numpy as np
 import pandas as pd
 
-from ._figure_file import save_figure
+from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
+from ._files import PathLike
+from ._plot import STYLE, check_figure, save_figure
 from ._table import UNITS
 
 if TYPE_CHECKING:
@@ -20,13 +21,13 @@ LABELS = {"thickness": "Thickness", "x_in": "Indium", "x_ga": "Gallium", "x_al":
 
 
 def plot_fit(
-    fitted: pd.DataFrame, path: str | os.PathLike[str] | None, inputs: Iterable[str | os.PathLike[str] | None] = ()
+    fitted: pd.DataFrame, path: PathLike | None, inputs: Iterable[PathLike | None] = ()
 ) -> Figure:
     """A panel for each kind of quantity in Fit.fitted. inputs: files that the figure must not replace."""
     import matplotlib.pyplot as plt
 
-    from ._plot import STYLE
-
+    if path is not None:
+        check_figure(path, inputs)  # before the work
     kinds = fitted.quantity.str.replace(r"_\d+$", "", regex=True)
     present = list(dict.fromkeys(kinds))
     names = list(dict.fromkeys(fitted.recipe))
@@ -47,8 +48,6 @@ def plot_fit(
 
 
 def _draw_panel(panel: Axes, rows: pd.DataFrame, names: list[str]) -> None:
-    from ._plot import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
-
     colours = [GALLIUM, INDIUM, ALUMINIUM, PINK]
     ends = np.array([rows[["measured", "fitted"]].min().min(), rows[["measured", "fitted"]].max().max()])
     ends += np.array([-0.06, 0.06]) * max(ends[1] - ends[0], 0.02 * abs(ends[1]))

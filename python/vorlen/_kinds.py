@@ -22,6 +22,7 @@ OPTIONAL = tuple(path for path, known in KNOWN.items() if known.optional and kno
 
 _NUMBER = re.compile(r"\s*[-+]?(\d+\.?\d*|\.\d+)([eE][-+]?\d+)?", re.ASCII)
 _INTEGER = re.compile(r"\s*[-+]?\d+", re.ASCII)
+_NOT_IN_XML = re.compile("[^\t\n\r\x20-\ud7ff\ue000-\ufffd\U00010000-\U0010ffff]")
 _INTEGER_MAX = 2**31 - 1
 
 
@@ -78,6 +79,9 @@ def text_of(value: object, path: str, known: Element | None) -> str:
             raise ValueError(f"{path} takes one of {', '.join(known.keywords)}, got {value!r}")
         return value
     if isinstance(value, str):
+        wrong = _NOT_IN_XML.search(value)
+        if wrong is not None:
+            raise ValueError(f"{path}: a recipe can't contain the character {wrong[0]!r}, got {value!r}")
         return value if kind in ("", "text") else _checked_number(value, path, kind)
     if kind == "integer":
         if not abs(value) <= _INTEGER_MAX or value != int(value):  # NaN compares as False

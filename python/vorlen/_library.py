@@ -14,6 +14,8 @@ import sys
 import sysconfig
 from pathlib import Path
 
+from ._files import PathLike
+
 FILE_NAMES = ("libVorlenSolver.so.1", "libVorlenSolver.so")
 ERROR_BUFFER_SIZE = 2048  # bytes, as vorlen_solver.h states it
 
@@ -71,7 +73,7 @@ def _load(path: str) -> ctypes.CDLL:
     return library
 
 
-def simulate(recipe: str | os.PathLike[str], result: str | os.PathLike[str] | None = None) -> tuple[int, str]:
+def simulate(recipe: PathLike, result: PathLike | None = None) -> tuple[int, str]:
     """Runs one simulation.
 
     recipe  path of the recipe

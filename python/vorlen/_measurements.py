@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import math
-import numbers
 import re
 from collections import Counter
 from collections.abc import Iterator, Mapping
@@ -11,6 +10,7 @@ from typing import Any
 
 import pandas as pd
 
+from ._arguments import check_number
 from ._recipe import Recipe
 from ._row import END_VALUES, LAYER_VALUES
 
@@ -39,16 +39,6 @@ def measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, recipes: M
     if not given.any() and (table.measured == 0).any():
         raise ValueError("a measured 0 needs a standard deviation: without one, deviations are relative")
     return table
-
-
-def is_number(value: object) -> bool:
-    """True for a finite real number; a bool is not one."""
-    if isinstance(value, bool) or not isinstance(value, numbers.Real):
-        return False
-    try:
-        return math.isfinite(float(value))
-    except OverflowError:
-        return False
 
 
 def _records_of_frame(frame: pd.DataFrame, names: list[str]) -> Iterator[Record]:
@@ -115,9 +105,6 @@ def _check_quantity(name: str, quantity: object, count: int | None) -> None:
 
 
 def _check_numbers(name: str, quantity: str, value: object, sigma: Any) -> None:
-    if not is_number(value):
-        raise ValueError(f"{quantity} of {name}: a measurement must be a finite number, got {value!r}")
-    if sigma is None or (isinstance(sigma, float) and math.isnan(sigma)):
-        return
-    if not is_number(sigma) or not sigma > 0:
-        raise ValueError(f"{quantity} of {name}: the standard deviation must be a positive number, got {sigma!r}")
+    check_number(value, f"{quantity} of {name}: a measurement must be a finite number")
+    if sigma is not None and not (isinstance(sigma, float) and math.isnan(sigma)):
+        check_number(sigma, f"{quantity} of {name}: the standard deviation must be a positive number", 0.0)

@@ -4,13 +4,12 @@ from __future__ import annotations
 
 import hashlib
 import itertools
-import math
-import numbers
 from collections.abc import Mapping
 from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any
 
+from ._arguments import check_timeout
 from ._recipe import Recipe
 from ._scheme import with_scheme
 from ._status import failed_path
@@ -20,20 +19,7 @@ ROWS_FOLDER = "rows"
 
 
 class PlanError(ValueError):
-    """The plan of a sweep is invalid; the text says what to change."""
-
-
-def check_timeout(timeout: object) -> None:
-    """Raises PlanError unless timeout is None or a positive, finite number."""
-    if timeout is None:
-        return
-    if isinstance(timeout, numbers.Real) and not isinstance(timeout, bool):
-        try:
-            if 0.0 < float(timeout) < math.inf:
-                return
-        except OverflowError:  # an integer beyond the range of a double
-            pass
-    raise PlanError(f"timeout must be a positive, finite number of seconds, or None for no limit, got {timeout!r}")
+    """The plan of a sweep is invalid; the text says what to change. Nothing was run."""
 
 
 @dataclass(frozen=True)

@@ -11,50 +11,86 @@ recipe's. "recipe_sha256" is in the plans that sweeps keep in their folders: the
 from __future__ import annotations
 
 import csv
+import io
 import json
-import os
 from collections.abc import Iterable, Mapping
 from pathlib import Path
 from typing import Any
 
 import pandas as pd
 
-from ._files import check_place, replace_file
+from ._arguments import check_flags
+from ._files import PathLike, as_path, check_place, read_file, replace_file
 from ._plan import Plan, PlanError, sha256
-from ._plan_values import make_plan
-from ._recipe import Recipe
-from ._source import RecipeSource
+from ._plan_values import given_recipe, make_plan
+from ._source import RecipeLike
 
 PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out", "scheme", "recipe_sha256")
 
 
 def write_plan(
-    path: str | os.PathLike[str],
-    recipe: str | os.PathLike[str] | Recipe,
+    path: PathLike,
+    recipe: RecipeLike,
     parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
     *,
     mode: str = "grid",
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     overwrite: bool = False,
 ) -> Path:
-    """Writes a plan for `vorlen sweep`, and its recipe as NAME.recipe.xml beside it. Returns path.
+    """Writes a plan for `vorlen sweep`, and its recipe as NAME.recipe.xml beside it.
 
-    out        folder for the sweep, relative to that of the plan; None: the plan's name without its suffix
-    overwrite  True: replace a NAME.recipe.xml with other content. False: that is an error
-    The other arguments are those of sweep().
+    Parameters
+    ----------
+    path : path
+        File to write, usually NAME.json. One that exists is replaced.
+    recipe : str, bytes, path or Recipe
+        A path, the XML itself, or a Recipe.
+    parameters : mapping of str to list, or pandas.DataFrame
+        As for sweep().
+    mode : str, optional
+        "grid" or "zip", as for sweep().
+    scheme : str, optional
+        Integration scheme of all rows, "continuous" or "staged"; None: that of the recipe.
+    timeout : float, optional
+        Time limit of one run, s; None: no limit.
+    out : path, optional
+        Folder for the sweep, relative to that of the plan; None: the plan's name without its suffix.
+    overwrite : bool, optional
+        True: replace a NAME.recipe.xml with other content. False: that is an error.
+
+    Returns
+    -------
+    pathlib.Path
+        The path of the plan.
+
+    Raises
+    ------
+    TypeError
+        If an argument has a wrong type.
+    ValueError
+        If timeout or scheme has a wrong value, or a file would overwrite the recipe or is not a regular file.
+    PlanError
+        If the sweep is impossible, or NAME.recipe.xml has other content and overwrite is False.
+    RecipeError
+        If the recipe is not well-formed XML or not a recipe.
+    OSError
+        If the recipe can't be read or a file can't be written.
     """
-    path = Path(path)
-    plan = make_plan(recipe, parameters, mode, timeout, scheme)
-    folder = path.stem if out is None else os.fspath(out)
-    if not folder:
-        raise PlanError("out must be the path of a folder, got an empty text")
-    check_place(path, [RecipeSource.of(recipe).path])
+    path = as_path(path, "path")
+    folder = path.stem if out is None else str(as_path(out, "out"))
+    check_flags(overwrite=overwrite)
+    base = given_recipe(recipe, scheme)
+    plan = make_plan(base, parameters, mode, timeout)
+    check_place(path, [base.path])
     copy = path.with_name(f"{path.stem}.recipe.xml")
-    if not overwrite and copy.exists() and copy.read_bytes() != plan.recipe:
-        raise PlanError(f"{copy} exists and is another recipe. Give the plan another name, or pass overwrite=True")
-    if not copy.exists() or copy.read_bytes() != plan.recipe:
+    check_place(copy)
+    present = read_file(copy) if copy.exists() else None
+    if present != plan.recipe:
+        check_place(copy, [base.path])
+        if present is not None and not overwrite:
+            raise PlanError(f"{copy} exists and is another recipe. Give the plan another name, or pass overwrite=True")
         replace_file(copy, plan.recipe)
     replace_file(path, plan_content(plan, copy.name, folder))
     return path
@@ -68,22 +104,23 @@ def plan_content(plan: Plan, recipe: str, out: str, **more: str) -> bytes:
     return (json.dumps(content | more, indent=1) + "\n").encode()
 
 
-def read_plan(path: str | os.PathLike[str]) -> tuple[Plan, Path]:
+def read_plan(path: PathLike) -> tuple[Plan, Path]:
     """The plan in a file, and the folder of its sweep. Raises PlanError with the name of the file."""
-    path = Path(path)
+    path = as_path(path, "path")
+    if not path.exists():
+        raise PlanError(f"{path}: plan not found")
+    content = read_file(path)
     try:
-        return _read_plan(path)
-    except json.JSONDecodeError as error:
-        raise PlanError(f"{path}: not valid JSON: {error}") from error
-    except (OSError, ValueError) as error:
-        text = f"{error.filename}: {error.strerror}" if isinstance(error, OSError) and error.filename else error
+        return _plan_of(json.loads(content.decode("utf-8"), object_pairs_hook=_unique), path)
+    except (json.JSONDecodeError, UnicodeDecodeError, RecursionError) as error:
+        raise PlanError(f"{path} is not valid JSON: {error}") from error
+    except (OSError, TypeError, ValueError) as error:
+        text = f"{error.filename}: {error.strerror}" if isinstance(error, OSError) and error.filename else str(error)
         raise PlanError(f"{path}: {text}") from error
 
 
-def _read_plan(path: Path) -> tuple[Plan, Path]:
-    if not path.exists():
-        raise PlanError("plan not found")
-    content = json.loads(path.read_text(encoding="utf-8"), object_pairs_hook=_unique)
+def _plan_of(content: Any, path: Path) -> tuple[Plan, Path]:
+    """The plan that the file at path holds as JSON, and the folder of its sweep."""
     if not isinstance(content, dict):
         raise PlanError(f"a plan must be a JSON object; its keys are {', '.join(PLAN_KEYS)}")
     unknown = sorted(set(content) - set(PLAN_KEYS))
@@ -121,18 +158,19 @@ def _unique(pairs: list[tuple[str, Any]]) -> dict[str, Any]:
 
 def _read_table(path: Path) -> pd.DataFrame:
     """A file of comma-separated values, with all values as they are written."""
-    if not path.exists():
-        raise PlanError(f"table not found: {path}")
-    with open(path, encoding="utf-8-sig", newline="") as file:
-        try:
-            lines = [line for line in csv.reader(file, strict=True) if line]
-        except csv.Error as error:
-            raise PlanError(f"{path}: {error}") from error
+    try:
+        text = read_file(path).decode("utf-8-sig")
+        lines = [line for line in csv.reader(io.StringIO(text, newline=""), strict=True) if line]
+    except (UnicodeDecodeError, csv.Error) as error:
+        raise PlanError(f"{path}: {error}") from error
     if len(lines) < 2:
         raise PlanError(f"{path} must have a line with the paths and at least one line of values")
+    names = [name.strip() for name in lines[0]]
+    if len(set(names)) < len(names):
+        raise PlanError(f"{path}: the column {max(names, key=names.count)} is given twice")
     for number, line in enumerate(lines[1:]):
-        if len(line) != len(lines[0]):
-            raise PlanError(f"{path}: row {number} has {len(line)} values, but there are {len(lines[0])} columns")
+        if len(line) != len(names):
+            raise PlanError(f"{path}: row {number} has {len(line)} values, but there are {len(names)} columns")
         if "" in line:
-            raise PlanError(f"{path}: row {number} has no value for {lines[0][line.index('')]}")
-    return pd.DataFrame(lines[1:], columns=[name.strip() for name in lines[0]], dtype=object)
+            raise PlanError(f"{path}: the value of {names[line.index('')]} in row {number} is empty")
+    return pd.DataFrame(lines[1:], columns=names, dtype=object)

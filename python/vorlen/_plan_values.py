@@ -7,29 +7,36 @@ table (a data frame or CSV file) the columns PATH_begin and PATH_end are the sta
 from __future__ import annotations
 
 import itertools
-import math
 import numbers
-import os
-import re
-from collections.abc import Iterable, Mapping, Sequence
-from pathlib import Path
+from collections.abc import Iterable, Mapping, Sequence, Set
 from typing import Any
 
 import pandas as pd
 
-from ._parameter import Parameter, parameter_of
+from ._document import Place, split_path
+from ._elements import Element
+from ._kinds import known_element, text_of
 from ._plan import Plan, PlanError
-from ._recipe import Recipe
+from ._recipe import Recipe, place_in
 from ._scheme import check_scheme
-from ._source import RecipeSource
+from ._source import RecipeLike, RecipeSource
 
 BEGIN, END = "_begin", "_end"  # of the names of the columns of a ramp
-_NUMBER = re.compile(r"[-+]?(?:\d+\.?\d*|\.\d+)(?:[eE][-+]?\d+)?")
-_INTEGER = re.compile(r"[-+]?\d+")
+NUMERIC = ("integer", "real", "range", "arrhenius")  # kinds of elements
+
+
+def given_recipe(recipe: RecipeLike, scheme: str | None) -> Recipe:
+    """The recipe with this integration scheme; None: its own.
+
+    Raises OSError if its file can't be read, RecipeError if it is not a recipe, TypeError for other types.
+    """
+    check_scheme(scheme)
+    source = RecipeSource.of(recipe).under(scheme)
+    return Recipe(source.content or b"", source.path)
 
 
 def make_plan(
-    recipe: str | os.PathLike[str] | Recipe,
+    recipe: RecipeLike,
     parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
     mode: str = "grid",
     timeout: float | None = None,
@@ -38,13 +45,9 @@ def make_plan(
     """A plan that has been checked against the recipe.
 
     scheme  integration scheme set in the plan's recipe and so in every row; None: the recipe's
-    Raises PlanError; OSError if the recipe can't be read; RecipeError if it is not a recipe.
+    Raises PlanError for faults of parameters and values, otherwise as given_recipe.
     """
-    try:
-        check_scheme(scheme)
-    except ValueError as error:
-        raise PlanError(str(error)) from None
-    base = _base_recipe(recipe)
+    base = given_recipe(recipe, scheme)
     if isinstance(parameters, pd.DataFrame):
         names = list(parameters.columns)
         lists = table_columns(names, [parameters.iloc[:, place].tolist() for place in range(len(names))], base)
@@ -52,33 +55,30 @@ def make_plan(
     elif isinstance(parameters, Mapping):
         lists = {path: _value_list(path, values) for path, values in parameters.items()}
     else:
-        raise PlanError(f"expected a mapping of paths to lists of values, or a data frame, got {parameters!r}")
+        kind = type(parameters).__name__
+        raise TypeError(f"parameters must be a mapping of paths to lists of values, or a data frame, got {kind}")
     if not lists or not all(lists.values()):
         raise PlanError("a sweep needs at least one parameter, and at least one value for each")
-    known = _check_paths(lists)
+    known = {path: known_parameter(path)[0] for path in lists}
     plain = {path: [_plain_value(value, path, known[path]) for value in values] for path, values in lists.items()}
     if mode == "zip" and len({len(values) for values in plain.values()}) > 1:
         counts = ", ".join(f"{path}: {len(values)}" for path, values in plain.items())
         raise PlanError(f'with mode "zip" all parameters must have the same number of values, got {counts}')
-    plan = Plan(base.to_bytes(), plain, mode, timeout).under(scheme)
+    plan = Plan(base.to_bytes(), plain, mode, timeout)
+    places: dict[str, Place] = {}
     for path, values in plain.items():
-        _try_values(base, path, values, known[path])
+        place = _try_values(base, path, values)
+        for other in places:
+            if place.path == places[other].path and place.attributes >= places[other].attributes:
+                raise PlanError(f"{path} sets the same value as {other}, which comes before it")
+        places[path] = place
     return plan
-
-
-def _base_recipe(recipe: str | os.PathLike[str] | Recipe) -> Recipe:
-    try:
-        source = RecipeSource.of(recipe)
-        content = Path(source.path or "").read_bytes() if source.content is None else source.content
-    except FileNotFoundError:
-        raise FileNotFoundError(f"recipe not found: {recipe}") from None
-    return Recipe(content, source.path)
 
 
 def _value_list(path: object, values: Any) -> list[Any]:
     if not isinstance(path, str):
         raise PlanError(f"a path must be a text, got {path!r}")
-    if isinstance(values, (str, bytes, Mapping)) or not isinstance(values, Iterable):
+    if isinstance(values, (str, bytes, Mapping, Set)) or not isinstance(values, Iterable):  # a set has no order
         raise PlanError(f"{path}: expected a list of values, got {values!r}")
     return list(values)
 
@@ -90,7 +90,7 @@ def table_columns(names: Sequence[Any], columns: Sequence[list[Any]], recipe: Re
         if not isinstance(name, str) or not name.strip():
             raise PlanError(f"column {number} (counted from 0) must have a path as its name, not {name!r}")
         if name in table:
-            raise PlanError(f"two columns have the name {name}")
+            raise PlanError(f"the column {name} is given twice")
         table[name] = column
     ramps = {
         name.removesuffix(ending)
@@ -102,79 +102,68 @@ def table_columns(names: Sequence[Any], columns: Sequence[list[Any]], recipe: Re
         path = next((name.removesuffix(end) for end in (BEGIN, END) if name.removesuffix(end) in ramps), None)
         if path is None or name in recipe:
             path, values = name, column
-        elif name.endswith(BEGIN):
-            if path + END not in table:
-                raise PlanError(f"the column {name} needs a column {path}{END}")
-            values = [[begin, end] for begin, end in zip(column, table[path + END])]
         else:
-            if path + BEGIN not in table:
-                raise PlanError(f"the column {name} needs a column {path}{BEGIN}")
-            continue
+            for ending in (BEGIN, END):
+                if path + ending not in table:
+                    raise PlanError(f"the column {name} needs a column {path}{ending}")
+            if name.endswith(END):
+                continue
+            values = [[begin, end] for begin, end in zip(column, table[path + END])]
         if path in lists:
             raise PlanError(f"the columns {path} and {path}{BEGIN} mean the same parameter")
         lists[path] = values
     return lists
 
 
-def _check_paths(paths: Iterable[str]) -> dict[str, Parameter]:
-    known: dict[str, Parameter] = {}
-    places: dict[str, list[str]] = {}
-    for path in paths:
-        known[path] = parameter_of(path)
-        for other in places.setdefault(known[path].element, []):
-            if known[path].replaces(known[other]):
-                raise PlanError(f"{path} would replace the value of {other}")
-        places[known[path].element].append(path)
-    return known
+def known_parameter(path: str) -> tuple[Element | None, str]:
+    """The known element that a path means, None if there is none, and the attribute; "" for the value as a whole."""
+    parts = split_path(path)
+    known = known_element("/".join(parts))
+    if known is None and parts:
+        above, attribute = known_element("/".join(parts[:-1])), parts[-1].lstrip("@")
+        if above is not None and attribute in above.attributes:
+            return above, attribute
+    return known, ""
 
 
-def _plain_value(value: Any, path: str, known: Parameter) -> Any:
+def _plain_value(value: Any, path: str, known: Element | None) -> Any:
     """A value as JSON stores it, so that a plan means the same in memory and in a file."""
     if getattr(value, "ndim", None) == 1:  # an array
         value = list(value)
-    if isinstance(value, (list, tuple)):
-        if len(value) != 2:
-            raise PlanError(f"{path}: a list must be a pair, start and end of a ramp, got {value!r}")
-        return [_plain_number(part, path, known) for part in value]
-    return _plain_number(value, path, known) if known.numeric or not isinstance(value, str) else str(value)
+    if not isinstance(value, (list, tuple)):
+        return _plain_scalar(value, path, known)
+    if len(value) != 2:
+        raise PlanError(f"{path}: a list must be a pair, start and end of a ramp, got {value!r}")
+    pair = [_plain_scalar(part, path, known) for part in value]
+    if any(isinstance(part, str) for part in pair):
+        raise PlanError(f"{path}: start and end of a ramp must be numbers, got {value!r}")
+    return pair
 
 
-def _plain_number(value: Any, path: str, known: Parameter) -> int | float:
-    if isinstance(value, str):
-        text = value.strip()
-        if not _NUMBER.fullmatch(text):
-            raise PlanError(f"{path}: {value!r} is not a number")
-        value = int(text) if _INTEGER.fullmatch(text) else float(text)
-    if isinstance(value, bool) or not isinstance(value, numbers.Real):
-        raise PlanError(f"{path}: a value must be a number, a text or a pair of numbers, got {value!r}")
+def _plain_scalar(value: Any, path: str, known: Element | None) -> str | int | float:
     try:
-        number = float(value)
-    except OverflowError:
-        number = math.inf
-    if not math.isfinite(number):
-        raise PlanError(f"{path}: {value} is not finite, so it can't be a value in a recipe")
-    whole = isinstance(value, numbers.Integral)
-    if known.integer and not whole and not number.is_integer():
-        raise PlanError(f"{path} must be an integer, got {value!r}")
-    return int(value) if whole or known.integer else number
+        text = text_of(value, path, known)
+    except (TypeError, ValueError) as error:
+        raise PlanError(str(error)) from error
+    if isinstance(value, str):
+        if known is None or known.kind not in NUMERIC:
+            return str(value)
+        return int(text) if text.strip().lstrip("+-").isdecimal() else float(text)
+    whole = isinstance(value, numbers.Integral) or (known is not None and known.kind == "integer")
+    return int(value) if whole else float(value)
 
 
-def _try_values(base: Recipe, path: str, values: list[Any], known: Parameter) -> None:
-    """Sets every value in a copy of the recipe.
+def _try_values(base: Recipe, path: str, values: list[Any]) -> Place:
+    """Sets each text, and one number and one pair, in a copy of the recipe. Returns what the path means there.
 
-    Of the finite numbers for an element of real numbers one stands for all, because Recipe accepts all or none. A table
-    may have 100 000 of them, and each attempt takes half a millisecond.
+    Recipe accepts all numbers that text_of accepts, or none. A table may have 100 000 of them, and each attempt takes
+    half a millisecond.
     """
     trial = base.copy()
-    attempts: dict[object, Any] = {}
-    for value in values:
-        if isinstance(value, str) or known.integer:
-            attempts.setdefault((type(value), str(value)), value)
-        else:
-            attempts.setdefault(type(value) is list, value)
+    attempts = {value if isinstance(value, str) else isinstance(value, list): value for value in values}
     for value in attempts.values():
         try:
             trial[path] = tuple(value) if isinstance(value, list) else value
         except (KeyError, ValueError, TypeError) as error:
-            reason = error.args[0] if error.args else error
-            raise PlanError(f"{path} can't be set to {value!r}: {reason}") from error
+            raise PlanError(f"{path} can't be set to {value!r}: {error.args[0]}") from error
+    return place_in(trial, path)

@@ -6,7 +6,6 @@ Contents: a figure of a run; saving figures; panels over time or height. _plot_r
 from __future__ import annotations
 
 import io
-import os
 from collections.abc import Callable, Iterable, Sequence
 from typing import Any, TYPE_CHECKING
 
@@ -14,15 +13,13 @@ import numpy as np
 import pandas as pd
 from numpy.typing import NDArray
 
-from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, ORANGE, PINK, SEEN, WIDTH, DrawnTables
-from ._files import as_path, check_place, replace_file
+from ._drawn import BLACK, DASHES, ORANGE, PINK, WIDTH, DrawnTables, decades_of, densities_of, metals_of
+from ._files import PathLike, as_path, check_place, replace_file
 from ._plot_relaxation import relaxation_diagram
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
     from matplotlib.figure import Figure
-
-__all__ = ["ALUMINIUM", "BLACK", "GALLIUM", "INDIUM", "STYLE", "plot_run", "save_figure"]
 
 SHADES = ("#eef2f6", "#ffffff")  # of alternate stages
 STYLE = {
@@ -59,8 +56,8 @@ def plot_run(
     kind: str,
     span: str,
     panels: Sequence[str],
-    path: str | os.PathLike[str] | None,
-    inputs: Iterable[str | os.PathLike[str] | None],
+    path: PathLike | None,
+    inputs: Iterable[PathLike | None],
 ) -> Figure:
     """A figure of a run, described at Run.plot. inputs: files that must not be replaced by the figure."""
     import matplotlib.pyplot as plt
@@ -70,6 +67,9 @@ def plot_run(
     if isinstance(panels, str) or not isinstance(panels, Iterable):
         raise TypeError(f"panels must be a list of names, got {panels!r}")
     panels = list(panels)
+    wrong = next((panel for panel in panels if not isinstance(panel, str)), None)
+    if wrong is not None:
+        raise TypeError(f"panels must be names, got {wrong!r}")
     if not panels or not all(panel in PANELS for panel in panels):
         raise ValueError(f"panels must be one or more of {', '.join(PANELS)}, got {', '.join(map(str, panels))}")
     if span not in ("active", "all"):
@@ -77,7 +77,7 @@ def plot_run(
     if tables.rows(span).empty:
         raise ValueError("the run has no rows to draw")
     if path is not None:
-        check_place(path, inputs)
+        check_figure(path, inputs)  # before the work
     with plt.rc_context(STYLE):
         if kind == "relaxation":
             figure = relaxation_diagram(tables, span)
@@ -92,24 +92,24 @@ def plot_run(
     return figure
 
 
-def save_figure(
-    figure: Figure,
-    path: str | os.PathLike[str],
-    inputs: Iterable[str | os.PathLike[str] | None] = (),
-) -> None:
-    """Saves a figure in the format that the ending of path names; without one, in matplotlib's default format.
+def check_figure(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> str:
+    """The format of a figure, by the ending of its path. Raises as check_place, and for an unknown format."""
+    from matplotlib.backend_bases import FigureCanvasBase
 
-    inputs  files that must not be replaced
-    """
-    import matplotlib
+    check_place(path, inputs)
+    form = as_path(path, "path").suffix[1:].lower()
+    formats = FigureCanvasBase.get_supported_filetypes()
+    if form not in formats:
+        raise ValueError(f"{path} must have the ending of a format for figures: .{', .'.join(sorted(formats))}")
+    return form
 
-    place = as_path(path, "path")
-    if not place.suffix:
-        place = place.with_name(f"{place.name}.{matplotlib.rcParams['savefig.format']}")
+
+def save_figure(figure: Figure, path: PathLike, inputs: Iterable[PathLike | None] = ()) -> None:
+    """Saves a figure in the format that the ending of path names. inputs: files that must not be replaced."""
+    form = check_figure(path, inputs)
     picture = io.BytesIO()
-    form = place.suffix[1:].lower()
     figure.savefig(picture, format=form, metadata={"Date": None} if form == "svg" else None)
-    replace_file(place, picture.getvalue(), inputs=inputs)
+    replace_file(path, picture.getvalue(), inputs=inputs)
 
 
 def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
@@ -187,9 +187,8 @@ def _panels(tables: DrawnTables, span: str, panels: Sequence[str], over_time: bo
 
 
 def _draw_composition(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
-    for column, label, colour in (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM)):
-        if (rows[column].abs() > SEEN).any():
-            axis.plot(x, rows[column], color=colour, label=label)
+    for column, label, colour in metals_of(rows):
+        axis.plot(x, rows[column], color=colour, label=label)
     axis.set_ylim(-0.03, 1.03)
     axis.set_ylabel("composition")
 
@@ -211,28 +210,17 @@ def _draw_temperature(axis: Axes, x: NDArray[Any], heat: NDArray[Any]) -> None:
 def _draw_strain(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     axis.axhline(0.0, color="#999999", linewidth=0.6)
     axis.plot(x, 100 * rows["eps_xx_t"], color=PINK, label="at growth (t)")
-    axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=(0, (4, 2)), label="finished (z)")
+    axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=DASHES, label="finished (z)")
     axis.set_ylabel("strain \u03b5$_{xx}$\n(%)")
 
 
 def _draw_densities(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
     from matplotlib.ticker import NullFormatter
 
-    def positive(values: pd.Series) -> pd.Series:
-        return values.where(values > 0)
-
-    axis.plot(x, positive(rows["rho_td_t"]), color=GALLIUM, label="dislocations (t)")
-    axis.plot(x, positive(rows["rho_td_z"]), color=GALLIUM, linestyle=(0, (4, 2)), label="dislocations (z)")
-    defects = positive(rows["rho_vd0_t"] / 2)
-    if defects.notna().any():
-        axis.plot(x, defects, color=INDIUM, label="V-defects (t)")
+    densities = densities_of(rows)
+    for values, name, colour, dashed in densities:
+        axis.plot(x, values, color=colour, label=name, linestyle=DASHES if dashed else "-")
     axis.set_yscale("log")
-    shown = [line.get_ydata() for line in axis.lines]
-    values = np.concatenate([data[np.isfinite(data)] for data in shown])
-    if len(values):
-        low, high = values.min(), values.max()
-        # The first V-defects have tiny densities; showing them would squeeze the rest.
-        low = max(low, high * 1e-6)
-        axis.set_ylim(10 ** np.floor(np.log10(low / 1.2)), 10 ** np.ceil(np.log10(high * 1.2)))
+    axis.set_ylim(*(10.0**decade for decade in decades_of(densities)))
     axis.yaxis.set_minor_formatter(NullFormatter())
     axis.set_ylabel("density\n(cm$^{-2}$)")

@@ -7,7 +7,7 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from ._drawn import GALLIUM, INDIUM, WIDTH, DrawnTables
+from ._drawn import DASHES, GALLIUM, INDIUM, WIDTH, DrawnTables
 from ._row_finder import RowFinder
 
 if TYPE_CHECKING:
@@ -34,7 +34,7 @@ def relaxation_diagram(tables: DrawnTables, span: str) -> Figure:
     figure.subplots_adjust(left=0.1, right=0.93, top=0.84, bottom=0.16, wspace=0.36)
     left.plot(z, _own_lattice(rows), color=INDIUM, label="without strain")
     left.plot(z, rows["a_eff_t"], color=GALLIUM, label="at growth (t)")
-    left.plot(z, rows["a_eff_z"], color=GALLIUM, linestyle=(0, (4, 2)), label="finished (z)")
+    left.plot(z, rows["a_eff_z"], color=GALLIUM, linestyle=DASHES, label="finished (z)")
     left.axhline(substrate, color="#777777", linewidth=0.8, linestyle=":", label="substrate")
     left.set_xlabel(tables.height_label)
     left.set_ylabel("in-plane lattice constant (\u00c5)")

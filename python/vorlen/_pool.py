@@ -163,10 +163,7 @@ def _record_loss(task: dict[str, Any], row: dict[str, Any], wall_time: float) ->
         for part in files.result.parent.glob(f".{task['number']:06d}.*"):
             part.unlink(missing_ok=True)
         source = RecipeSource.of(files.recipe)
-        if source.content is None:
-            return empty_row("error", f"{row['text']}\n{files.recipe} can't be read")
-        scheme = scheme_of(source.content)
-        write_status(files.result, files.failed, 1, row["text"], wall_time, source, b"", scheme)
+        write_status(files.result, files.failed, 1, row["text"], wall_time, source, b"", scheme_of(source.content))
         add_row(files.status, row)
     except OSError as error:
         return empty_row("error", f"{row['text']}\n{type(error).__name__}: {error}")

@@ -17,49 +17,121 @@ Of several elements with the same name the first counts, as in the library.
 
 from __future__ import annotations
 
-import os
 from collections.abc import Iterator, Mapping
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
-from . import _stages, _timeline, _values, _xml_bytes
+from . import _stages, _values, _xml_bytes
 from ._document import Document, Place
-from ._files import replace_file
+from ._files import PathLike, as_path, read_file, replace_file
 from ._kinds import SCHEMES
 from ._values import Value
+from ._xml_bytes import RecipeError
 
 if TYPE_CHECKING:
     import pandas as pd
 
 
 class Recipe:
-    """A recipe file in memory."""
+    """A recipe file in memory: its bytes, and its values by path.
 
-    def __init__(self, source: str | bytes, path: str | os.PathLike[str] | None = None) -> None:
-        """Takes the XML itself; Recipe.load takes a path. path is used in messages and status files."""
+    `recipe[path]` reads a value: a number, a text, a pair (start, end) for a ramp, or a dictionary for an element with
+    several attributes. `recipe[path] = value` sets it and changes no other byte; see set(). `path in recipe` says
+    whether it exists, and iteration gives all paths. Two recipes are equal if their bytes are.
+
+    Parameters
+    ----------
+    source : str or bytes
+        The XML. Recipe.load reads a file.
+    path : path, optional
+        Path of its file, for messages and status files. None: it has none.
+
+    Raises
+    ------
+    RecipeError
+        If the XML is not well-formed or not a recipe.
+    TypeError
+        If source or path has another type.
+    ValueError
+        If path can't be a path.
+    """
+
+    def __init__(self, source: str | bytes, path: PathLike | None = None) -> None:
         if not isinstance(source, (str, bytes, bytearray)):
             raise TypeError(f"source must be the XML of a recipe as text or bytes, got {type(source).__name__}")
-        self.path = None if path is None else _as_path(path)
-        content = _xml_bytes.encode(source) if isinstance(source, str) else bytes(source)
-        self._document = Document.of(content, "recipe" if self.path is None else str(self.path))
+        self.path = None if path is None else as_path(path, "path")
+        name = "recipe" if self.path is None else str(self.path)
+        if isinstance(source, str) and source and not _xml_bytes.is_xml(source):
+            raise RecipeError(f"{name}: the text is not XML; Recipe.load(path) reads a file")
+        self._document = Document.of(_xml_bytes.encode(source) if isinstance(source, str) else bytes(source), name)
 
     @classmethod
-    def load(cls, path: str | os.PathLike[str]) -> Recipe:
-        """Reads a recipe file. Raises OSError if it can't be read, RecipeError if it is not a recipe."""
-        return cls(_as_path(path).read_bytes(), path)
+    def load(cls, path: PathLike) -> Recipe:
+        """Reads a recipe file.
 
-    def save(self, path: str | os.PathLike[str]) -> None:
-        """Writes the recipe. An existing file is replaced when the new one is complete."""
-        replace_file(_as_path(path), self.to_bytes())
+        Parameters
+        ----------
+        path : path
+            A regular file.
+
+        Returns
+        -------
+        Recipe
+            The recipe, with this path.
+
+        Raises
+        ------
+        OSError
+            If the file can't be read.
+        RecipeError
+            If the XML is not well-formed or not a recipe.
+        TypeError
+            If path is not a path.
+        ValueError
+            If path is not a regular file.
+        """
+        place = as_path(path, "path")
+        return cls(read_file(place), place)
+
+    def save(self, path: PathLike) -> None:
+        """Writes the recipe. An existing file is replaced when the new one is complete.
+
+        Parameters
+        ----------
+        path : path
+            The file to write.
+
+        Raises
+        ------
+        OSError
+            If the file can't be written.
+        TypeError
+            If path is not a path.
+        ValueError
+            If path is a device or another place that is not a regular file.
+        """
+        replace_file(path, self.to_bytes())
 
     def copy(self) -> Recipe:
-        """An independent copy."""
+        """Copies the recipe.
+
+        Returns
+        -------
+        Recipe
+            An independent copy with the same path.
+        """
         copy = Recipe.__new__(Recipe)
         copy.path, copy._document = self.path, self._document
         return copy
 
     def to_bytes(self) -> bytes:
-        """The file's content."""
+        """The content of the file.
+
+        Returns
+        -------
+        bytes
+            The XML, in its encoding.
+        """
         return self._document.content
 
     def __str__(self) -> str:
@@ -79,29 +151,81 @@ class Recipe:
         return _values.value_at(self._document, path)
 
     def __setitem__(self, path: str, value: object) -> None:
-        """Sets a value. After an error nothing has changed.
-
-        Raises KeyError for an unknown path. Raises ValueError or TypeError for a value that the library would misread:
-        a text or a fraction where the library expects a number or an integer, an unknown keyword, NaN.
-        """
         self._document = _values.with_value(self._document, path, value)
 
     def get(self, path: str, default: Any = None) -> Any:
-        """The value at path, or default if the path does not exist."""
+        """Reads a value that may be missing.
+
+        Parameters
+        ----------
+        path : str
+            Path of the element or attribute.
+        default : object, optional
+            What to return if the path does not exist.
+
+        Returns
+        -------
+        float, str, tuple, dict or the default
+            As recipe[path].
+
+        Raises
+        ------
+        TypeError
+            If path is not a text.
+        """
         try:
             return self[path]
         except KeyError:
             return default
 
     def set(self, path: str, value: object) -> Recipe:
-        """As recipe[path] = value, and returns the recipe, so that calls can be chained."""
+        """Sets a value, as `recipe[path] = value`. After an error nothing has changed.
+
+        Parameters
+        ----------
+        path : str
+            Path of the element or attribute. A missing optional element outside of stages is added.
+        value : float, str, pair or dict
+            One value, which for a ramp is its start and end; a pair (start, end) for a ramp; or a dictionary of
+            attributes. Units as in the recipe.
+
+        Returns
+        -------
+        Recipe
+            The same recipe, so that calls can be chained.
+
+        Raises
+        ------
+        KeyError
+            If the path, or an attribute, does not exist.
+        TypeError
+            If path is not a text, or value is neither a number nor a text.
+        ValueError
+            If the library would misread the value: a text or a fraction where it expects a number or an integer, an
+            unknown keyword, NaN, infinity; if the element has another number of values; if XML can't contain the text.
+        """
         self[path] = value
         return self
 
     def with_scheme(self, scheme: str) -> Recipe:
-        """A copy with this integration scheme, "staged" or "continuous".
+        """Copies the recipe with another integration scheme.
 
         A missing `integration` element is added before the root's end tag; the rest of the text stays as it is.
+
+        Parameters
+        ----------
+        scheme : str
+            "staged" or "continuous".
+
+        Returns
+        -------
+        Recipe
+            The copy.
+
+        Raises
+        ------
+        ValueError
+            If the scheme is unknown.
         """
         if scheme not in SCHEMES:
             raise ValueError(f'the scheme must be "staged" or "continuous", got {scheme!r}')
@@ -115,7 +239,13 @@ class Recipe:
         return True
 
     def paths(self) -> list[str]:
-        """Paths of all elements with values, in file order."""
+        """Paths of all elements with values.
+
+        Returns
+        -------
+        list of str
+            The paths in file order; of several elements with one path, the first.
+        """
         return self._document.paths()
 
     def __iter__(self) -> Iterator[str]:
@@ -124,9 +254,28 @@ class Recipe:
     # ---- stages
 
     def stages(self, group: str = "process_stages") -> list[str]:
-        """Paths of the stages of a group in order, up to the number that the group states.
+        """Paths of the stages of a group.
 
-        group  "pre_stages", "process_stages", "post_stages", or the path of a periodic stage for its sub-stages
+        Parameters
+        ----------
+        group : str, optional
+            "pre_stages", "process_stages", "post_stages", or the path of a periodic stage for its sub-stages.
+
+        Returns
+        -------
+        list of str
+            Paths in the order of growth, up to the number of stages that the group states.
+
+        Raises
+        ------
+        KeyError
+            If the group does not exist.
+        RecipeError
+            If the group does not state the number of its stages.
+        TypeError
+            If group is not a text.
+        ValueError
+            If the element is not a group of stages.
         """
         return _stages.stages(self._document, group)
 
@@ -137,45 +286,109 @@ class Recipe:
         before: str | None = None,
         values: Mapping[str, object] | None = None,
     ) -> str:
-        """Adds a copy of a stage to the group of that stage, and returns its path.
+        """Adds a copy of a stage to the group of that stage. The numbers of the following stages increase by one.
 
-        like    path of the stage to copy, periodic ones included
-        name    name of the new layer; None: the name of the copied one
-        before  path of the stage to insert it before; None: the end of the group
-        values  values to change, by paths relative to the stage: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}
-        The numbers of the following stages increase by one.
+        Parameters
+        ----------
+        like : str
+            Path of the stage to copy, which may be periodic.
+        name : str, optional
+            Name of the new layer; None: the name of the copied one.
+        before : str, optional
+            Path of the stage to insert it before; None: at the end of the group.
+        values : mapping, optional
+            Values to change, by paths relative to the stage: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}.
+
+        Returns
+        -------
+        str
+            Path of the new stage.
+
+        Raises
+        ------
+        KeyError
+            If a stage or a path in values does not exist.
+        RecipeError
+            If the group does not state the number of its stages.
+        TypeError
+            If an argument has another type.
+        ValueError
+            If before is in another group, or a value is rejected as by set().
         """
         self._document, path = _stages.added_stage(self._document, like, name, before, values)
         return path
 
     def remove_stage(self, path: str) -> None:
-        """Removes a stage. The numbers of the following stages decrease by one."""
+        """Removes a stage. The numbers of the following stages decrease by one.
+
+        Parameters
+        ----------
+        path : str
+            Path of the stage.
+
+        Raises
+        ------
+        KeyError
+            If it is not a stage of the recipe.
+        RecipeError
+            If the group does not state the number of its stages.
+        TypeError
+            If path is not a text.
+        ValueError
+            If it is the only stage of process_stages or of a periodic stage.
+        """
         self._document = _stages.without_stage(self._document, path)
 
     def make_periodic(self, first: str, last: str, periods: int) -> str:
-        """Combines the stages first to last into one periodic stage and returns its path.
+        """Combines stages into one periodic stage. Comments between them move into it.
 
-        The stages must be in numerical order in the file. Comments between them move into the periodic stage.
+        Parameters
+        ----------
+        first, last : str
+            Paths of the first and the last stage in process_stages; those between them are included. They must be in
+            numerical order in the file, and not periodic.
+        periods : int
+            How often the sequence is grown, at least 1.
+
+        Returns
+        -------
+        str
+            Path of the periodic stage.
+
+        Raises
+        ------
+        KeyError
+            If a stage does not exist.
+        RecipeError
+            If process_stages does not state the number of its stages.
+        TypeError
+            If first or last is not a text.
+        ValueError
+            If the stages can't be combined, or periods is not a positive integer.
         """
         self._document, path = _stages.with_periods(self._document, first, last, periods)
         return path
 
     def timeline(self) -> pd.DataFrame:
-        """All stages in the order of growth, with periods expanded: one row per layer of the result.
+        """All stages in the order of growth, with periods expanded.
 
-        Columns: name, kind (pre, active, post), stage (element name, as in messages), path, begin, end, duration [s];
-        and for active stages T [K], P [Pa] and the seven flows [sccm], each at the start (T_begin) and end (T_end).
-        attrs["units"] has the units. Values that the recipe does not state are NaN.
+        Returns
+        -------
+        pandas.DataFrame
+            One row per layer of the result, numbered from 1. Columns: name, kind (pre, active, post), stage (element
+            name, as in messages), path, begin, end, duration [s]; and for active stages T [K], P [Pa] and the seven
+            flows [sccm], each at the start (T_begin) and end (T_end). attrs["units"] has the units. Values that the
+            recipe does not state are NaN.
+
+        Raises
+        ------
+        RecipeError
+            If a group does not state the number of its stages, or there are more than 1000000 active stages, the
+            limit of the library.
         """
-        return _timeline.timeline(self._document)
+        return _stages.timeline(self._document)
 
 
 def place_in(recipe: Recipe, path: str) -> Place:
     """The element or attribute of a recipe that a path means. Raises KeyError."""
     return recipe._document.find(path)
-
-
-def _as_path(path: object) -> Path:
-    if not isinstance(path, (str, os.PathLike)):
-        raise TypeError(f"path must be the path of a recipe, got {type(path).__name__}")
-    return Path(path)

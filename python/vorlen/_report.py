@@ -8,14 +8,13 @@ from __future__ import annotations
 
 import json
 import math
-import os
 from pathlib import Path
 from typing import Any
 
 import numpy as np
 import pandas as pd
 
-from ._files import check_place, replace_file
+from ._files import PathLike, check_place, replace_file, valid_text
 from ._report_charts import charts
 from ._report_stack import layer_stack
 from ._run import Run, SimulationError
@@ -27,15 +26,35 @@ from ._version import __version__
 ASSETS = Path(__file__).resolve().parent / "assets"
 
 
-def report(run: Run | SimulationError, path: str | os.PathLike[str]) -> Path:
-    """Writes the report of a run, complete or failed, and returns its path.
+def report(run: Run | SimulationError, path: PathLike) -> Path:
+    """Writes the report of a run: one page for a browser that needs no other file. Needs jinja2.
 
-    run   a Run, or the SimulationError of a failed run
-    path  path of the page. An existing file is replaced when the new page is complete, but never the run's own files
+    Parameters
+    ----------
+    run : Run or SimulationError
+        The run, complete or failed.
+    path : path
+        The page. An existing file is replaced when the new page is complete, but never a file of the run.
+
+    Returns
+    -------
+    pathlib.Path
+        The path.
+
+    Raises
+    ------
+    ImportError
+        If jinja2 is missing.
+    OSError
+        If the page can't be written, or the chart library is missing.
+    TypeError
+        If an argument has another type.
+    ValueError
+        If path is the recipe, the result, its status file, or not a regular file.
     """
     run = _run_of(run)
     check_place(path, run._own_files)  # before the work
-    return replace_file(path, render(run).encode("utf-8", "replace"), inputs=run._own_files)
+    return replace_file(path, valid_text(render(run)).encode(), inputs=run._own_files)
 
 
 def _run_of(run: Run | SimulationError) -> Run:

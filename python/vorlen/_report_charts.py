@@ -3,14 +3,14 @@
 from __future__ import annotations
 
 import html
-from collections.abc import Sequence
+from collections.abc import Iterable
 from typing import Any
 
 import numpy as np
 import pandas as pd
 from numpy.typing import NDArray
 
-from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, ORANGE, PINK, SEEN, DrawnTables
+from ._drawn import BLACK, ORANGE, PINK, DrawnTables, decades_of, densities_of, metals_of
 from ._row_finder import RowFinder
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
@@ -45,9 +45,7 @@ def _values(values: Any, digits: int = 9) -> list[float | None]:
     return [float(f"{value:.{digits}g}") if np.isfinite(value) else None for value in np.asarray(values, float)]
 
 
-def _curve(
-    x: Any, y: Any, name: str, axis: int, colour: str, unit: str, dash: str = "solid", legend: bool = True
-) -> dict[str, Any]:
+def _curve(x: Any, y: Any, name: str, colour: str, dashed: bool, *, axis: int = 1, unit: str = "") -> dict[str, Any]:
     return {
         "type": "scatter",
         "mode": "lines",
@@ -56,64 +54,30 @@ def _curve(
         "name": name,
         "xaxis": "x",
         "yaxis": f"y{axis if axis > 1 else ''}",
-        "line": {"color": colour, "width": 2, "dash": dash},
+        "line": {"color": colour, "width": 2, "dash": "dash" if dashed else "solid"},
         "hovertemplate": f"%{{y:.4~g}}{unit}",
-        "showlegend": legend,
+        "showlegend": True,
     }
 
 
 def _panels(tables: DrawnTables, rows: pd.DataFrame, x: NDArray[Any], over_time: bool) -> dict[str, Any]:
     panels: list[tuple[str, str, list[dict[str, Any]]]] = []
 
-    def add(title: str, kind: str, curves: list[tuple[Any, Any, str, str, str, str]]) -> None:
+    def add(title: str, unit: str, curves: Iterable[tuple[Any, Any, str, str, bool]], kind: str = "linear") -> None:
         axis = len(panels) + 1
-        panels.append(
-            (
-                title,
-                kind,
-                [_curve(cx, cy, name, axis, colour, unit, dash) for cx, cy, name, colour, unit, dash in curves],
-            )
-        )
+        panels.append((title, kind, [_curve(*curve, axis=axis, unit=unit) for curve in curves]))
 
-    metals = (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM))
-    add(
-        "composition",
-        "linear",
-        [
-            (x, rows[column], name, colour, "", "solid")
-            for column, name, colour in metals
-            if (rows[column].abs() > SEEN).any()
-        ],
-    )
-    add(
-        "growth rate<br>(nm/s)",
-        "linear",
-        [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, " nm/s", "solid")],
-    )
+    add("composition", "", [(x, rows[column], name, colour, False) for column, name, colour in metals_of(rows)])
+    add("growth rate<br>(nm/s)", " nm/s", [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, False)])
     curve = tables.temperature_curve("active")
     if curve is not None and np.isfinite(curve[2]).any():
         times, heights, heat = (values[_even(len(curve[0]))] for values in curve)
-        add(
-            "temperature<br>(K)",
-            "linear",
-            [(times if over_time else heights, heat, "temperature", ORANGE, " K", "solid")],
-        )
-    add(
-        "strain \u03b5<sub>xx</sub><br>(%)",
-        "linear",
-        [
-            (x, 100 * rows["eps_xx_t"], "strain at growth (t)", PINK, " %", "solid"),
-            (x, 100 * rows["eps_xx_z"], "strain, finished (z)", PINK, " %", "dash"),
-        ],
-    )
-    densities = [
-        (x, rows["rho_td_t"].where(rows["rho_td_t"] > 0), "dislocations (t)", GALLIUM, " cm\u207b\u00b2", "solid"),
-        (x, rows["rho_td_z"].where(rows["rho_td_z"] > 0), "dislocations (z)", GALLIUM, " cm\u207b\u00b2", "dash"),
-    ]
-    defects = rows["rho_vd0_t"] / 2
-    if (defects > 0).any():
-        densities.append((x, defects.where(defects > 0), "V-defects (t)", INDIUM, " cm\u207b\u00b2", "solid"))
-    add("density<br>(cm\u207b\u00b2)", "log", densities)
+        add("temperature<br>(K)", " K", [(times if over_time else heights, heat, "temperature", ORANGE, False)])
+    strains = (("eps_xx_t", "strain at growth (t)", False), ("eps_xx_z", "strain, finished (z)", True))
+    curves = [(x, 100 * rows[column], name, PINK, dashed) for column, name, dashed in strains]
+    add("strain \u03b5<sub>xx</sub><br>(%)", " %", curves)
+    densities = densities_of(rows)
+    add("density<br>(cm\u207b\u00b2)", " cm\u207b\u00b2", [(x, *density) for density in densities], "log")
 
     share = (1 - GAP * (len(panels) - 1)) / len(panels)
     layout = _layout("time (s)" if over_time else "height above the pre-stages (nm)")
@@ -123,21 +87,11 @@ def _panels(tables: DrawnTables, rows: pd.DataFrame, x: NDArray[Any], over_time:
         layout[f"yaxis{number if number > 1 else ''}"] = _y_axis(title, kind, max(top - share, 0.0), top)
     if curve is not None and np.nanmax(curve[2]) - np.nanmin(curve[2]) < 2.0:
         layout["yaxis3"]["range"] = [np.nanmin(curve[2]) - 20.0, np.nanmax(curve[2]) + 20.0]
-    layout[f"yaxis{len(panels)}"]["range"] = _decades(densities)
+    layout[f"yaxis{len(panels)}"]["range"] = decades_of(densities)
     layout["xaxis"]["anchor"] = f"y{len(panels)}"
     layout["xaxis"]["range"] = _range(x)
     _shade(layout, tables.stage_borders(over_time, "active"), layout["xaxis"]["range"])
     return {"data": [curve for _, _, curves in panels for curve in curves], "layout": layout}
-
-
-def _decades(curves: Sequence[tuple[Any, ...]]) -> list[float]:
-    """Exponents of a logarithmic axis for curves (x, y, ...): whole decades, without the tiny first V-defect densities."""
-    values = np.concatenate([np.asarray(curve[1], float) for curve in curves])
-    values = values[np.isfinite(values)]
-    if len(values) == 0:
-        return [0.0, 1.0]
-    low, high = max(values.min(), values.max() * 1e-6), values.max()
-    return [float(np.floor(np.log10(low / 1.2))), float(np.ceil(np.log10(high * 1.2)))]
 
 
 def _even(count: int) -> NDArray[Any]:
@@ -241,12 +195,10 @@ def _interface_chart(tables: DrawnTables) -> dict[str, Any]:
     kept = rows[near] if len(rows) > MAX_ROWS else rows
     kept_z = kept["z"].to_numpy() - offset
     data = []
-    for column, name, colour in (("x_in", "In", INDIUM), ("x_al", "Al", ALUMINIUM)):
-        if (kept[column].abs() > SEEN).any():
-            curve = _curve(kept_z, kept[column], name, 1, colour, "")
-            curve["mode"] = "lines+markers"
-            curve["marker"] = {"size": 4}
-            data.append(curve)
+    for column, name, colour in metals_of(kept):
+        if name != "Ga":
+            markers = {"mode": "lines+markers", "marker": {"size": 4}}
+            data.append(_curve(kept_z, kept[column], name, colour, False) | markers)
     layout = _layout("height above the pre-stages (nm)")
     layout["height"] = 340
     layout["margin"]["t"] = 20

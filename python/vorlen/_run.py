@@ -5,7 +5,6 @@ from __future__ import annotations
 import copy
 import functools
 import hashlib
-import os
 from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -15,7 +14,7 @@ import pandas as pd
 
 from ._drawn import DrawnTables
 from ._export import write_csv, write_netcdf
-from ._files import as_path, read_file
+from ._files import PathLike, as_path, read_file
 from ._interfaces import interface_values
 from ._layers import layer_values
 from ._plot import PANELS, plot_run
@@ -33,10 +32,17 @@ if TYPE_CHECKING:
 class SimulationError(RuntimeError):
     """A run failed.
 
-    text    the library's text, explained in docs/messages.md; if the integration ended early or rows are unphysical,
-            also the time, the stage and what to do
-    recipe  the recipe passed to run()
-    run     the rows up to the failure, as a Run; None if there are none
+    Attributes
+    ----------
+    text : str
+        The library's text, explained in docs/messages.md; if the integration ended early or rows are unphysical, also
+        the time, the stage and what to do.
+    recipe : path, str, bytes, Recipe or None
+        The recipe as it was passed.
+    run : Run or None
+        The rows up to the failure; None if there are none.
+    recipe_source : object
+        The path and the content of the recipe during the run, for reports.
     """
 
     def __init__(
@@ -46,7 +52,6 @@ class SimulationError(RuntimeError):
         self.text = text
         self.recipe = recipe
         self.run = run
-        # the recipe as it was during the run
         self.recipe_source = recipe_source or (run.recipe_source if run is not None else RecipeSource())
 
     def __reduce__(self) -> tuple[Any, ...]:
@@ -55,34 +60,57 @@ class SimulationError(RuntimeError):
 
 @dataclass(repr=False, eq=False)
 class Run:
-    """The result of one simulation. The table is parsed when it is first used.
+    """The result of one simulation, complete or failed, from run() or read().
 
-    profile, layers, interfaces and recipe are copies, which may be changed: assign them to a name to use them several
-    times.
+    The table is parsed when it is first used. profile, layers, interfaces and recipe are copies, which may be changed:
+    assign them to a name to use them several times.
+
+    Attributes
+    ----------
+    content : bytes
+        Content of the result file.
+    path : pathlib.Path or None
+        The result file; None if it was not saved.
+    recipe_source : object
+        The path and the content of the recipe during the run, for reports.
+    text : str
+        Why the run failed; empty if it ended normally or the reason is unknown.
+    wall_time : float or None
+        Duration of the simulation, s; None if it is unknown.
+    scheme : str or None
+        Integration scheme, "continuous" or "staged"; None if it is unknown.
     """
 
-    content: bytes = field(repr=False)  # of the result file
-    path: Path | None = None  # the result file, if it was saved
+    content: bytes
+    path: Path | None = None
     recipe_source: RecipeSource = field(default_factory=RecipeSource)
-    text: str = ""  # why the run failed; empty if it ended normally or the reason is unknown
-    wall_time: float | None = None  # of the call of the library, s
-    scheme: str | None = None  # of the integration; None: unknown
+    text: str = ""
+    wall_time: float | None = None
+    scheme: str | None = None
 
     @property
     def profile(self) -> pd.DataFrame:
-        """All rows; attrs["units"] and attrs["meanings"] describe the columns."""
+        """All rows in file order, numbered from 0: a data frame with the columns of docs/result-format.md.
+
+        The column active is true for rows of simulated stages. attrs["units"] and attrs["meanings"] describe the
+        columns. Values may be NaN or infinite in a failed run.
+        """
         return _copied(self._profile)
 
     @property
     def layers(self) -> pd.DataFrame:
-        """One row per layer, numbered from 1. attrs["units"] and attrs["meanings"] describe the columns."""
+        """One row per layer, numbered from 1 from the bottom up: times, mean composition, strain and densities.
+
+        attrs["units"] and attrs["meanings"] describe the columns. Values of a layer that was not reached are NaN.
+        """
         return _copied(self._layers)
 
     @property
     def interfaces(self) -> pd.DataFrame:
-        """One row per interface with a change of composition, and its 10-90 % width.
+        """One row per interface with a change of composition, with its 10-90 % width, numbered from 1 from the bottom up.
 
-        attrs["units"] and attrs["meanings"] describe the columns.
+        attrs["units"] and attrs["meanings"] describe the columns. Width and heights are NaN if the composition does not
+        complete its step within the two layers.
         """
         return _copied(self._interfaces)
 
@@ -115,7 +143,7 @@ class Run:
 
     @property
     def sha256(self) -> str:
-        """SHA-256 hash of the result file."""
+        """SHA-256 hash of the result file, as 64 hexadecimal digits."""
         return hashlib.sha256(self.content).hexdigest()
 
     @property
@@ -138,7 +166,7 @@ class Run:
 
     @property
     def warnings(self) -> list[str]:
-        """Warnings about the values; usually empty."""
+        """Warnings about the values, one line each; usually an empty list."""
         return [self.unphysical] if self.unphysical else []
 
     def _stages(self) -> list[Stage]:
@@ -148,20 +176,54 @@ class Run:
 
     @property
     def end(self) -> pd.Series:
-        """The last row: the surface at the end of the process. Raises ValueError if there are no rows."""
+        """The last row as a series: the surface at the end of the process. ValueError if there are no rows."""
         if self._profile.empty:
             raise ValueError(f"{self._name} has no rows")
         return self._profile.iloc[-1].copy()
 
-    def to_csv(self, path: str | os.PathLike[str], *, what: str = "profile") -> None:
-        """Writes "profile" or "layers" as comma-separated values with all digits."""
+    def to_csv(self, path: PathLike, *, what: str = "profile") -> None:
+        """Writes a table as comma-separated values with all digits.
+
+        Parameters
+        ----------
+        path : path
+            The file to write. An existing one is replaced when the new one is complete, but never a file of the run.
+        what : str, optional
+            "profile" or "layers".
+
+        Raises
+        ------
+        OSError
+            If the file can't be written.
+        TypeError
+            If path is not a path.
+        ValueError
+            If what is unknown, or path is the recipe, the result, its status file, or not a regular file.
+        """
         if what not in ("profile", "layers"):
             raise ValueError(f'what must be "profile" or "layers", got {what!r}')
         table = self._profile if what == "profile" else self._layers
         write_csv(table, path, what == "layers", self._own_files)
 
-    def to_netcdf(self, path: str | os.PathLike[str]) -> None:
-        """Writes profile and layers as one netCDF-4 file, with units and meanings. Needs xarray and netCDF4."""
+    def to_netcdf(self, path: PathLike) -> None:
+        """Writes profile and layers as one netCDF-4 file, with units and meanings. Needs xarray and netCDF4.
+
+        Parameters
+        ----------
+        path : path
+            The file to write, as for to_csv().
+
+        Raises
+        ------
+        ImportError
+            If xarray or netCDF4 is missing.
+        OSError
+            If the file can't be written.
+        TypeError
+            If path is not a path.
+        ValueError
+            If path is the recipe, the result, its status file, or not a regular file.
+        """
         write_netcdf(self._profile, self._layers, self.text, path, self._own_files)
 
     def plot(
@@ -170,17 +232,43 @@ class Run:
         *,
         span: str = "active",
         panels: Sequence[str] = PANELS,
-        path: str | os.PathLike[str] | None = None,
+        path: PathLike | None = None,
     ) -> Figure:
-        """A figure of the run. Needs matplotlib.
+        """Draws the run. Needs matplotlib.
 
-        kind    "time": composition, growth rate, temperature, strain and densities over time;
-                "depth": the same over height; "relaxation": lattice constants and degrees of relaxation
-        span    "active": the simulated layers; "all": pre-stages and post-stages too
-        panels  which of "composition", "rate", "temperature", "strain", "densities" to draw, from the top down
-        path    file to save it to (.pdf, .svg, .png, ...), with text as text; None: it is not saved
         Solid lines show each depth when it was the surface, dashed lines the finished structure. The temperature is
-        drawn if the run has its recipe. Raises ValueError if there is nothing to draw.
+        drawn if the run has its recipe.
+
+        Parameters
+        ----------
+        kind : str, optional
+            "time": composition, growth rate, temperature, strain and densities over time; "depth": the same over
+            height; "relaxation": lattice constants and degrees of relaxation.
+        span : str, optional
+            "active": the simulated layers; "all": pre-stages and post-stages too.
+        panels : list of str, optional
+            Which of "composition", "rate", "temperature", "strain", "densities" to draw, from the top down. No effect
+            on "relaxation".
+        path : path, optional
+            File to save the figure to, in the format of its ending (.pdf, .svg, .png, ...), with text as text. None: it
+            is not saved.
+
+        Returns
+        -------
+        matplotlib.figure.Figure
+            The figure, open in pyplot.
+
+        Raises
+        ------
+        ImportError
+            If matplotlib is missing.
+        OSError
+            If the file can't be written.
+        TypeError
+            If panels is not a list of names, or path is not a path.
+        ValueError
+            If an argument is unknown, there is nothing to draw, or path has no ending of a format, is a file of the run
+            or not a regular file.
         """
         return plot_run(self._drawn, kind, span, panels, path, self._own_files)
 
@@ -210,13 +298,34 @@ def _copied(table: pd.DataFrame) -> pd.DataFrame:
     return copied
 
 
-def read(path: str | os.PathLike[str], *, recipe: RecipeLike | None = None) -> Run:
+def read(path: PathLike, *, recipe: RecipeLike | None = None) -> Run:
     """Reads a result file, including that of a failed run.
 
-    recipe  the recipe of the run, needed for temperatures and stages in figures and reports
-    Raises ResultFileError, with the line number, if the file is not a valid result file; ValueError if its status file
-    says that it was computed from another recipe. Text and duration of the run are read from its status file, if there
-    is one that matches.
+    Text, duration and scheme of the run are read from its status file, if there is one that matches.
+
+    Parameters
+    ----------
+    path : path
+        The result file.
+    recipe : path, str, bytes or Recipe, optional
+        The recipe of the run as a path, the XML itself or a Recipe. Needed for temperatures and stages in figures and
+        reports.
+
+    Returns
+    -------
+    Run
+        The result.
+
+    Raises
+    ------
+    OSError
+        If a file can't be read.
+    ResultFileError
+        If the file is not a valid result file; the text has the line number.
+    TypeError
+        If an argument has another type.
+    ValueError
+        If the status file says that the result was computed from another recipe, or if a path is not a regular file.
     """
     return read_run(as_path(path, "path"), RecipeSource() if recipe is None else RecipeSource.of(recipe))
 

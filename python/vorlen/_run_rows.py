@@ -2,49 +2,38 @@
 
 from __future__ import annotations
 
+import contextlib
 import queue
-from collections.abc import Sequence
+import tempfile
+from collections.abc import Iterator, Sequence
 from concurrent.futures import Executor, Future
 from pathlib import Path
 from typing import Any
 
+from ._files import PathLike, as_path
 from ._plan import Plan, make_task
 from ._pool import LocalPool, WorkerStartError, default_workers, run_row
 from ._row import Row, empty_row
 from ._sweep_folder import remove_row_litter
 
 
-def check_workers(workers: Any, executor: object) -> None:
-    """Raises TypeError or ValueError unless at most one of the two is given, and workers is a positive integer."""
-    if workers is None:
-        return
-    if isinstance(workers, bool) or not hasattr(workers, "__index__"):
-        raise TypeError(f"workers must be a positive integer or None, got {workers!r}")
+def pool_of(workers: int | None, executor: Executor | None) -> contextlib.AbstractContextManager[Executor]:
+    """The executor, or worker processes on this machine."""
     if executor is not None:
-        raise ValueError("give either workers or executor, not both: an executor has its own workers")
-    if workers.__index__() < 1:
-        raise ValueError(f"workers must be 1 or more, got {workers}")
+        return contextlib.nullcontext(executor)
+    return LocalPool(workers or default_workers())
 
 
-def check_flags(**flags: object) -> None:
-    """Raises TypeError for what is not a truth value."""
-    for name, value in flags.items():
-        if not isinstance(value, bool):
-            raise TypeError(f"{name} must be True or False, got {value!r}")
-
-
-def as_executor(executor: Any) -> Any:
-    """The executor of a Dask client, or what has the method submit() itself. None stays None."""
-    if executor is None:
-        return None
-    if not isinstance(executor, type):
-        if callable(getattr(executor, "get_executor", None)):  # a Dask client, whose submit() is not the usual one
-            return executor.get_executor()
-        if callable(getattr(executor, "submit", None)):
-            return executor
-    raise TypeError(
-        f"executor must be a Dask client or have submit() as executors of concurrent.futures do, got {executor!r}"
-    )
+@contextlib.contextmanager
+def working_folder(out: PathLike | None) -> Iterator[Path]:
+    """The folder out, created if it is missing; None: a temporary one."""
+    if out is None:
+        with tempfile.TemporaryDirectory(prefix="vorlen-") as folder:
+            yield Path(folder)
+        return
+    place = as_path(out, "out")
+    place.mkdir(parents=True, exist_ok=True)
+    yield place
 
 
 def run_rows(
@@ -64,14 +53,12 @@ def run_rows(
     """
     inputs = plan.rows()
     tasks = [make_task(plan, folder, number, inputs[number], resume) for number in numbers]
-    if executor is not None:
-        _run_into(rows, numbers, tasks, executor, progress)
-        return
     try:
-        with LocalPool(min(workers or default_workers(), len(tasks))) as pool:
+        with pool_of(min(workers or default_workers(), len(tasks)), executor) as pool:
             _run_into(rows, numbers, tasks, pool, progress)
     finally:
-        remove_row_litter(folder, numbers)
+        if executor is None:  # whose processes may still be writing
+            remove_row_litter(folder, numbers)
 
 
 def run_tasks(tasks: list[dict[str, Any]], executor: Executor, progress: bool) -> list[Row]:
@@ -122,16 +109,10 @@ def _submit(executor: Executor, task: dict[str, Any]) -> Future[Row]:
 def _row_of(future: Future[Row], local: bool) -> Row:
     try:
         return future.result()
-    except WorkerStartError as error:
-        if local:  # on this machine every other row would fail too
-            raise
-        return _lost(error)
     except Exception as error:  # whatever happens to an executor, the other rows continue
-        return _lost(error)
-
-
-def _lost(error: BaseException) -> Row:
-    return empty_row("lost", f"{type(error).__name__}: {error}")
+        if local and isinstance(error, WorkerStartError):  # on this machine every other row would fail too
+            raise
+        return empty_row("lost", f"{type(error).__name__}: {error}")
 
 
 def _progress_bar(total: int) -> Any:

@@ -1,4 +1,4 @@
-"""Sensitivity of the results to one parameter at a time.
+"""Sensitivity of the results to one parameter at a time, and its picture, a tornado plot.
 
     table = vorlen.sensitivity("mqw.xml", ["chemistry/Kd_In/A", "process_stages/stage_1/T"])
     vorlen.tornado(table, "x_in_2")
@@ -6,27 +6,30 @@
 
 from __future__ import annotations
 
-import os
 import re
 from collections.abc import Iterable, Mapping
 from concurrent.futures import Executor
 from dataclasses import dataclass
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
 
-from ._measurements import is_number
-from ._plan_values import make_plan
+from ._arguments import check_number, given_executor, is_number
+from ._drawn import BLACK, GALLIUM, INDIUM
+from ._files import PathLike
+from ._plan_values import given_recipe, make_plan
+from ._plot import STYLE, check_figure, save_figure
 from ._recipe import Recipe, place_in
 from ._row import Row, empty_row
 from ._run import SimulationError
-from ._run_rows import run_rows
-from ._runner import given_executor, given_recipe, working_folder
-from ._scheme import check_scheme
+from ._run_rows import run_rows, working_folder
 from ._source import RecipeLike
 from ._sweep_folder import locked_folder
 from ._table import UNITS
+
+if TYPE_CHECKING:
+    from matplotlib.figure import Figure
 
 COLUMNS = ("parameter", "quantity", "value", "change", "base", "below", "above", "derivative", "elasticity", "text")
 OTHER_LAYERS = "the number of layers changes, so their values are not comparable"
@@ -59,30 +62,65 @@ def sensitivity(
     step: float = 0.01,
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
     progress: bool = False,
 ) -> pd.DataFrame:
     """Varies one parameter at a time, up and down, and computes central differences of all key results.
 
-    recipe      a path, a Recipe, or the XML itself
-    parameters  paths, each varied by step times its value; or a mapping of paths to changes in the parameter's unit.
-                Both ends of a ramp are shifted together. Integers are varied by integers, at least by 1
-    out         folder for the files of the runs; None: the files are deleted. An executor needs it
-    scheme, timeout, workers, executor, progress  as for sweep()
+    Parameters
+    ----------
+    recipe : str, bytes, path or Recipe
+        A path, the XML itself, or a Recipe.
+    parameters : list of str, or mapping of str to float
+        Paths, each varied by step times its value; or paths and the change of each in its unit, above 0. Both ends of
+        a ramp are shifted together. Integers are varied by integers, at least by 1.
+    step : float, optional
+        Relative change of parameters whose change is not given.
+    scheme : str, optional
+        Integration scheme of all runs, "continuous" or "staged"; None: that of the recipe.
+    timeout : float, optional
+        Time limit of one run, s; None: no limit.
+    out : path, optional
+        Folder for the files of the runs; None: they are deleted. Required with an executor.
+    workers, executor : optional
+        As for sweep().
+    progress : bool, optional
+        True: show a progress bar on standard error, if tqdm is installed.
 
-    Returns one row per parameter and quantity (the key results of sweep()); attrs["units"] has those of the quantities:
-      value, change         of the parameter; for a ramp, value is the mean of its ends
-      base, below, above    the quantity with the parameter unchanged, decreased and increased by change
-      derivative            (above - below) / (2 change), in units of the quantity per unit of the parameter
-      elasticity            per cent change of the quantity per per cent change of the parameter; NaN if either is 0
-      text                  why there is no difference: the failure of a run, or, for a parameter that changes the number
-                            of layers, that layers with the same number are not the same
-    Raises TypeError or ValueError, before anything runs, for parameters that can't be varied; SimulationError if the
-    unchanged recipe fails.
+    Returns
+    -------
+    pandas.DataFrame
+        A row per parameter and quantity, the key results of sweep(). attrs["units"] has the units of the quantities,
+        attrs["recipe"] the path of the recipe or None. The columns are
+
+        - parameter, quantity
+        - value, change: of the parameter, in its unit; for a ramp, value is the mean of its ends
+        - base, below, above: the quantity with the parameter unchanged, decreased and increased by change; NaN if the
+          run failed or the number of layers changed
+        - derivative: (above - below) / (2 change), in units of the quantity per unit of the parameter
+        - elasticity: per cent change of the quantity per per cent change of the parameter; NaN if either is 0
+        - text: the reason if a difference is missing, otherwise empty
+
+    Raises
+    ------
+    TypeError
+        If an argument has a wrong type, such as a text for a number. Nothing was run.
+    ValueError
+        If a parameter does not exist or can't be varied, two mean the same value, or another argument has a wrong
+        value. Nothing was run.
+    RecipeError
+        If the recipe is not well-formed XML or not a recipe.
+    OSError
+        If the recipe can't be read or the folder can't be written.
+    PlanError
+        If out contains files of something else.
+    BusyError
+        If another sweep is running in out.
+    SimulationError
+        If the unchanged recipe fails.
     """
-    check_scheme(scheme)
     executor = given_executor(workers, executor, out)
     base = given_recipe(recipe, scheme)
     variations = _variations(base, parameters, step)
@@ -111,9 +149,7 @@ def sensitivity(
 def _variations(recipe: Recipe, parameters: Any, step: object) -> list[Variation]:
     if isinstance(parameters, (str, bytes)) or not isinstance(parameters, Iterable):
         raise TypeError(f"parameters must be a list of paths, or a mapping of paths to changes, got {parameters!r}")
-    if not is_number(step) or not step > 0:  # type: ignore[operator]
-        raise ValueError(f"step must be a positive number, got {step!r}")
-    changes = parameters if isinstance(parameters, Mapping) else None
+    check_number(step, "step must be a positive number", 0.0)
     found: list[Variation] = []
     for path in parameters:
         if path not in recipe:
@@ -121,24 +157,24 @@ def _variations(recipe: Recipe, parameters: Any, step: object) -> list[Variation
         for other in found:
             if place_in(recipe, path).overlaps(place_in(recipe, other.path)):
                 raise ValueError(f"{other.path} and {path} mean the same value; vary them in separate calls")
-        found.append(_variation(recipe, path, None if changes is None else changes[path], step))
+        found.append(_variation(recipe, path, parameters, step))
     if not found:
         raise ValueError("give at least one parameter")
     return found
 
 
-def _variation(recipe: Recipe, path: str, given: Any, step: Any) -> Variation:
+def _variation(recipe: Recipe, path: str, parameters: Any, step: Any) -> Variation:
     present = recipe[path]
     ends = present if isinstance(present, tuple) else (present,)
     if not all(map(is_number, ends)):
         raise ValueError(f"{path} is {present!r}; only numbers can be varied")
     whole = place_in(recipe, path).kind == "integer"
-    change = given
-    if given is None:
+    if isinstance(parameters, Mapping):
+        change = parameters[path]
+        check_number(change, f"{path}: a change must be a finite number")
+    else:
         change = float(step * abs(np.mean(ends)))
         change = max(1, round(change)) if whole else change
-    if not is_number(change):
-        raise ValueError(f"{path}: a change must be a finite number, got {change!r}")
     if whole:
         if change != int(change):
             raise ValueError(f"{path} takes integers, so it can't change by {change:g}")
@@ -157,7 +193,7 @@ def _records(one: Variation, centre: Row, below: Row, above: Row) -> list[tuple[
     records: list[tuple[Any, ...]] = []
     for quantity in centre["values"]:
         comparable = same_layers or re.search(r"_\d+$", quantity) is None
-        base, low, high = (_number(row["values"].get(quantity)) for row in (centre, below, above))
+        base, low, high = np.array([row["values"].get(quantity) for row in (centre, below, above)], float).tolist()
         if not comparable:
             low = high = np.nan
         derivative = (high - low) / (2.0 * one.change)
@@ -167,5 +203,74 @@ def _records(one: Variation, centre: Row, below: Row, above: Row) -> list[tuple[
     return records
 
 
-def _number(value: float | None) -> float:
-    return np.nan if value is None else value
+def tornado(
+    table: pd.DataFrame, quantity: str, *, most: int = 12, path: PathLike | None = None
+) -> Figure:
+    """A tornado plot: the effect of each parameter on a quantity, the strongest on top.
+
+    Parameters that have no difference are left out. Needs matplotlib.
+
+    Parameters
+    ----------
+    table : pandas.DataFrame
+        The table that sensitivity() returned.
+    quantity : str
+        One of its quantities, such as x_in_2.
+    most : int, optional
+        Largest number of parameters to show.
+    path : path, optional
+        File to save the figure to, in the format of its ending; None: it is not saved.
+
+    Returns
+    -------
+    matplotlib.figure.Figure
+        The figure.
+
+    Raises
+    ------
+    TypeError
+        If table is not that of a sensitivity, or another argument has a wrong type.
+    ValueError
+        If the table does not have the quantity, no parameter has a difference, most is not a positive integer, or path
+        is the recipe, not a regular file, or without the ending of a format.
+    OSError
+        If the figure can't be written.
+    """
+    import matplotlib.pyplot as plt
+
+    rows = _shown_rows(table, quantity, most)
+    inputs = [table.attrs.get("recipe")]
+    if path is not None:
+        check_figure(path, inputs)  # before the work
+    base = rows.base.iloc[0]
+    unit = table.attrs.get("units", {}).get(quantity, "1")
+    with plt.rc_context(STYLE):
+        figure, axes = plt.subplots(figsize=(6.3, 0.9 + 0.32 * len(rows)), constrained_layout=True)
+        places = np.arange(len(rows))
+        axes.barh(places, rows.below - base, left=base, height=0.6, color=GALLIUM, label="parameter lowered")
+        axes.barh(places, rows.above - base, left=base, height=0.6, color=INDIUM, label="parameter raised")
+        axes.axvline(base, color=BLACK, linewidth=0.7)
+        axes.set_yticks(places, [f"{row.parameter}\n± {row.change:.4g}" for row in rows.itertuples()])
+        axes.set_xlabel(quantity + ("" if unit == "1" else f" ({unit})"))
+        axes.legend(loc="lower right")
+        if path is not None:
+            save_figure(figure, path, inputs)
+    return figure
+
+
+def _shown_rows(table: pd.DataFrame, quantity: str, most: int) -> pd.DataFrame:
+    """The rows of a quantity that have a difference, at most so many; the strongest is the last."""
+    if not isinstance(table, pd.DataFrame) or not set(COLUMNS) <= set(table.columns):
+        raise TypeError("table must be the data frame that sensitivity() returns")
+    if not isinstance(quantity, str):
+        raise TypeError(f"quantity must be a text, such as z, got {quantity!r}")
+    if isinstance(most, bool) or not isinstance(most, int) or most < 1:
+        raise ValueError(f"most must be a positive integer, got {most!r}")
+    rows = table[table.quantity == quantity]
+    if rows.empty:
+        raise ValueError(f"unknown quantity {quantity}; the table has {', '.join(dict.fromkeys(table.quantity))}")
+    shown = rows.assign(width=(rows.above - rows.below).abs()).dropna(subset=["base", "width"])
+    if shown.empty:
+        reasons = [text for text in rows.text if text] or [f"{quantity} is NaN"]
+        raise ValueError(f"no parameter has a difference: {reasons[0]}")
+    return shown.sort_values("width", kind="stable").tail(most)

@@ -11,6 +11,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from ._files import (
+    PathLike,
     as_path,
     check_place,
     locked_part,
@@ -31,20 +32,44 @@ from ._termination import exit_on_sigterm, removed_on_sigterm
 from ._xml_bytes import RecipeError
 
 
-def run(recipe: RecipeLike, result: str | os.PathLike[str] | None = None, *, scheme: str | None = None) -> Run:
-    """Simulates one recipe.
+def run(recipe: RecipeLike, result: PathLike | None = None, *, scheme: str | None = None) -> Run:
+    """Simulates one recipe. Other Python threads run during the call.
 
-    recipe  a path, a Recipe, or the XML itself
-    result  path of the result file; None: it is not saved. An existing file is replaced when the new one is complete.
-            A status file (NAME.status.json) is written to the same folder
-    scheme  integration scheme, "continuous" or "staged"; None: the scheme of the recipe
-    Raises SimulationError with the library's text if the run fails, and if a row is unphysical: NaN, infinite, or with
-    a fraction outside of [-0.001, 1.001]. The rows up to the failure are in the error's run and are saved to
-    NAME.failed.txt; an existing result stays.
-    Raises, before anything is run, OSError if the recipe can't be read or the result can't be written, BusyError if
-    another run is writing the same result, and FileExistsError if the status file or the failed rows of another result
-    would be replaced. Raises RecipeError if the library rejects the recipe and it is not well-formed XML.
-    Other Python threads run during the call.
+    Parameters
+    ----------
+    recipe : path, str, bytes or Recipe
+        A path, the XML itself or a Recipe.
+    result : path, optional
+        The result file; None: it is not saved. An existing file is replaced when the new one is complete. A status file
+        (NAME.status.json) is written to the same folder.
+    scheme : str, optional
+        Integration scheme, "continuous" or "staged"; None: the scheme of the recipe.
+
+    Returns
+    -------
+    Run
+        The result.
+
+    Raises
+    ------
+    BusyError
+        Before the run, if another run is writing the same result or one with the same status file.
+    FileExistsError
+        Before the run, if it would replace the status file or the failed rows of another result.
+    LibraryNotFoundError
+        If the shared library is missing.
+    OSError
+        If the recipe can't be read or the result can't be written; the latter is checked before the run.
+    RecipeError
+        If the library rejects the recipe and it is not well-formed XML.
+    SimulationError
+        If the run fails, or a row is unphysical: NaN, infinite, or with a fraction outside of [-0.001, 1.001]. The rows
+        up to the failure are in the error's run and are saved to NAME.failed.txt; an existing result stays.
+    TypeError
+        If an argument has another type.
+    ValueError
+        If the scheme is unknown, or the result would overwrite the recipe, is not a regular file, or has the name of
+        another file of a run (NAME.failed.txt, NAME.status.json, NAME.part).
     """
     check_scheme(scheme)
     source = RecipeSource.of(recipe)
@@ -77,7 +102,7 @@ def _run_without_file(source: RecipeSource, scheme: str | None) -> _Outcome:
         return _simulate(source, path_of_descriptor(file), "the result", scheme)
 
 
-def _run_to_file(source: RecipeSource, result: str | os.PathLike[str], scheme: str | None) -> _Outcome:
+def _run_to_file(source: RecipeSource, result: PathLike, scheme: str | None) -> _Outcome:
     target = as_path(result, "result")
     place = _check_target(target, source)
     with exit_on_sigterm(), locked_part(place) as part:

@@ -30,7 +30,7 @@ class RecipeSource:
             return RecipeSource(recipe.path, recipe.to_bytes())
         if isinstance(recipe, bytes):
             return RecipeSource(None, recipe)
-        if isinstance(recipe, str) and recipe.lstrip("\ufeff \t\r\n").startswith("<"):
+        if isinstance(recipe, str) and _xml_bytes.is_xml(recipe):
             return RecipeSource(None, _xml_bytes.encode(recipe))
         if not isinstance(recipe, (str, os.PathLike)):
             kind = type(recipe).__name__

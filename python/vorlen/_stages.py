@@ -1,4 +1,4 @@
-"""Stages of a recipe: listing, adding and removing them, and combining them into periods.
+"""Stages of a recipe: listing, adding and removing them, combining them into periods, and their timeline.
 
 A group is pre_stages, process_stages, post_stages, or a periodic stage with its sub-stages. It states the number of its
 stages; those with larger numbers are not grown. Each change gives a new document.
@@ -9,12 +9,15 @@ from __future__ import annotations
 import numbers
 import re
 from collections.abc import Mapping
+from typing import Any
+
+import pandas as pd
 
 from . import _xml_bytes
 from ._document import Document, split_path
-from ._kinds import KNOWN, children_of_kind, leading_integer
+from ._kinds import KNOWN, children_of_kind, leading_integer, leading_number
 from ._values import with_value
-from ._xml_bytes import Edit
+from ._xml_bytes import Edit, RecipeError
 
 # group: prefix of the element names of its stages, element with their number
 GROUPS = {
@@ -23,6 +26,15 @@ GROUPS = {
     if known.kind == "stages" and path.count("/") == 1
 }
 PROCESS = "process_stages"
+STAGE = "process_stages/stage_#"
+# columns of the timeline: paths of their values in a stage
+RAMPS = {"T": "T", "P": "P"} | {
+    flow: f"gas_species/Q/{flow}" for flow in children_of_kind(f"{STAGE}/gas_species/Q", "range")
+}
+ACTIVE_STAGE_COUNT_MAX = 1000000  # that of the library
+UNITS = {"begin": "s", "end": "s", "duration": "s"} | {
+    f"{column}_{when}": KNOWN[f"{STAGE}/{below}"].unit for column, below in RAMPS.items() for when in ("begin", "end")
+}
 
 
 def stages(document: Document, group: str) -> list[str]:
@@ -44,6 +56,8 @@ def added_stage(
     """The document with a copy of a stage, and the path of the copy. See Recipe.add_stage."""
     if values is not None and not isinstance(values, Mapping):
         raise TypeError(f"values must be a mapping of paths to values, got {type(values).__name__}")
+    if name is not None and not isinstance(name, str):
+        raise TypeError(f"name must be a text, got {type(name).__name__}")
     group, _ = _split_stage(document, like)
     count, prefix = _count(document, group), _prefix(group)
     number = count + 1
@@ -120,6 +134,49 @@ def _period_text(content: bytes, begin: int, end: int, number: int, periods: int
     return (outer + step).join([*(part.encode() for part in head), body]) + outer + f"</stage_{number}>".encode()
 
 
+def timeline(document: Document) -> pd.DataFrame:
+    """The table that Recipe.timeline describes."""
+    rows: list[dict[str, Any]] = []
+    clock = leading_number(document.attribute("pre_stages/t0"))
+    for group, kind in (("pre_stages", "pre"), (PROCESS, "active"), ("post_stages", "post")):
+        paths = _layers(document, group)
+        values = {path: _stage_values(document, path, kind) for path in dict.fromkeys(paths)}
+        for path in paths:
+            row = values[path].copy()
+            row["name"] = row["name"] or f"Layer{len(rows) + 1}"
+            row["begin"] = clock
+            row["end"] = clock = clock + row["duration"]
+            rows.append(row)
+    columns = ["name", "kind", "stage", "path", *UNITS]
+    table = pd.DataFrame(rows, columns=columns, index=pd.RangeIndex(1, len(rows) + 1, name="layer"))
+    table.attrs["units"] = dict(UNITS)
+    return table
+
+
+def _stage_values(document: Document, path: str, kind: str) -> dict[str, Any]:
+    """The columns of a stage that do not depend on its place."""
+    stage = document.element(path)
+    values = {"name": stage.attribute("name"), "kind": kind, "stage": path.rsplit("/", 1)[-1], "path": path}
+    numbers = {"duration": leading_number(stage.attribute("tau"))}
+    for column, below in RAMPS.items() if kind == "active" else ():
+        for when, attribute in (("begin", "val"), ("end", "end")):
+            numbers[f"{column}_{when}"] = leading_number(stage.attribute(below, attribute))
+    return values | numbers
+
+
+def _layers(document: Document, group: str) -> list[str]:
+    """Paths of the single stages of a group in the order of growth; none if the recipe has no such group."""
+    paths: list[str] = []
+    for path in stages(document, group) if document.root.child(group) is not None else ():
+        inner, periods = [path], 1
+        if group == PROCESS and is_periodic(document, path):
+            inner, periods = stages(document, path), leading_integer(document.attribute(f"{path}/n_periods")) or 0
+        if len(paths) + len(inner) * periods > ACTIVE_STAGE_COUNT_MAX:
+            raise RecipeError(f"{document.name}: {path} gives more than {ACTIVE_STAGE_COUNT_MAX} stages")
+        paths += inner * periods
+    return paths
+
+
 def _group(document: Document, path: str) -> str:
     """The usual spelling of the path of a group."""
     path = "/".join(split_path(path))
@@ -160,8 +217,11 @@ def _count_path(group: str) -> str:
 
 def _count(document: Document, group: str) -> int:
     """The number of stages that a group states."""
-    document.find(_count_path(group))
-    return max(0, leading_integer(document.attribute(_count_path(group))) or 0)
+    path = _count_path(group)
+    text = document.attribute(path)
+    if text is None:
+        raise RecipeError(f"{document.name} has no {path}, the number of stages")
+    return max(0, leading_integer(text) or 0)
 
 
 def _with_count(document: Document, group: str, count: int) -> Document:

@@ -17,7 +17,7 @@ from collections.abc import Iterable
 from pathlib import Path
 from typing import Any
 
-from ._files import BusyError, is_part_locked, read_file, replace_file
+from ._files import BusyError, PathLike, is_part_locked, read_file, replace_file, valid_text
 from ._source import RecipeSource
 from ._version import __version__
 
@@ -27,7 +27,7 @@ _TEXTS_OR_NULL = ("recipe", "recipe_sha256", "result_sha256")
 _REMEDY = "move it away, or choose another output"
 
 
-def _stem(result: str | os.PathLike[str]) -> str:
+def _stem(result: PathLike) -> str:
     name = Path(result).name
     for ending in (".result.txt", FAILED_ENDING, ".txt"):
         if name.endswith(ending) and name != ending:
@@ -35,12 +35,12 @@ def _stem(result: str | os.PathLike[str]) -> str:
     return name
 
 
-def status_path(result: str | os.PathLike[str]) -> Path:
+def status_path(result: PathLike) -> Path:
     """The status file of a result file: NAME.result.txt, NAME.failed.txt or NAME.txt has NAME.status.json."""
     return Path(result).with_name(_stem(result) + STATUS_ENDING)
 
 
-def failed_path(result: str | os.PathLike[str]) -> Path:
+def failed_path(result: PathLike) -> Path:
     """Path of the file with the rows of a failed run."""
     return Path(result).with_name(_stem(result) + FAILED_ENDING)
 
@@ -60,7 +60,7 @@ def _is_valid(status: Any) -> bool:
     )
 
 
-def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
+def read_status(result: PathLike) -> dict[str, Any]:
     """The content of the status file of a result; empty if it is missing, damaged or can't be read."""
     try:
         status: dict[str, Any] = json.loads(read_file(status_path(result)))
@@ -69,13 +69,13 @@ def read_status(result: str | os.PathLike[str]) -> dict[str, Any]:
         return {}
 
 
-def read_matching_status(result: str | os.PathLike[str], content: bytes) -> dict[str, Any]:
+def read_matching_status(result: PathLike, content: bytes) -> dict[str, Any]:
     """The content of the status file of a result with this content; empty if it describes another content."""
     status = read_status(result)
     return status if status.get("result_sha256") == hashlib.sha256(content).hexdigest() else {}
 
 
-def recipe_of_status(status: dict[str, Any], result: str | os.PathLike[str]) -> RecipeSource:
+def recipe_of_status(status: dict[str, Any], result: PathLike) -> RecipeSource:
     """The recipe named in the status file of a result, if it has not changed since the run.
 
     It is also searched in the folder of the result. If it is not found, the answer has no content, but its problem.
@@ -106,14 +106,14 @@ def check_recipe(status: dict[str, Any], source: RecipeSource, result: Path) -> 
         )
 
 
-def _path_in_status(path: str | os.PathLike[str], status_file: Path) -> str:
+def _path_in_status(path: PathLike, status_file: Path) -> str:
     """A path as a status file has it."""
     absolute, folder = _with_resolved_folder(path), status_file.parent.resolve()
     shown = absolute.relative_to(folder) if absolute.is_relative_to(folder) else absolute
     return os.fsencode(shown).decode("utf-8", "replace")  # JSON has no other bytes
 
 
-def _with_resolved_folder(path: str | os.PathLike[str]) -> Path:
+def _with_resolved_folder(path: PathLike) -> Path:
     """The absolute path without links in its folder; a link at its end stays."""
     return Path(path).parent.resolve() / Path(path).name
 
@@ -143,7 +143,7 @@ def write_status(
         "host": socket.gethostname(),
         "finished": datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ"),
     }
-    replace_file(path, (json.dumps(record, indent=2, ensure_ascii=False) + "\n").encode("utf-8", "replace"))
+    replace_file(path, valid_text(json.dumps(record, indent=2, ensure_ascii=False) + "\n").encode())
 
 
 def check_siblings(target: Path, source: RecipeSource) -> None:

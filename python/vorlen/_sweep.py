@@ -15,33 +15,39 @@ import sys
 import tempfile
 import warnings
 import weakref
-from collections.abc import Iterable, Iterator, Mapping, Sequence
+from collections.abc import Iterable, Mapping, Sequence
 from concurrent.futures import Executor
 from pathlib import Path
 from typing import TYPE_CHECKING, Any, overload
 
 import pandas as pd
 
-from ._plan import Plan, PlanError, row_files, row_recipe, sha256
+from ._arguments import check_flags, given_executor
+from ._files import PathLike, as_path
+from ._plan import Plan, row_files, row_recipe, sha256
 from ._plan_values import make_plan
 from ._recipe import Recipe
 from ._result_file import ResultFileError
 from ._row import Row, empty_row
 from ._run import Run, SimulationError
-from ._run_rows import as_executor, check_flags, check_workers, run_rows
-from ._source import RecipeSource
+from ._run_rows import run_rows
+from ._source import RecipeLike, RecipeSource
 from ._status import read_status
 from ._sweep_folder import TABLE_NAME, locked_folder, read_folder
-from ._table import collect_rows, count_text, make_table, with_folder, write_table
+from ._table import collect_rows, count_text, make_table, sweep_dataset, with_folder, write_table
 
 if TYPE_CHECKING:
     import xarray
 
 
 class Sweep:
-    """The rows of a sweep and their runs.
+    """The rows of a sweep and their runs; len() is the number of rows.
 
-    folder  the folder with the files of the sweep, as given
+    Attributes
+    ----------
+    folder : pathlib.Path
+        The folder with the files of the sweep, as given; without out, a temporary one that is removed with the last of
+        this object and its runs.
     """
 
     def __init__(self, plan: Plan, folder: Path, rows: list[Row], temporary: TemporaryFolder | None = None) -> None:
@@ -60,7 +66,7 @@ class Sweep:
 
     @property
     def table(self) -> pd.DataFrame:
-        """A row per run: values, status, text, key results, files; attrs["units"] has units. A new copy each time."""
+        """A row per run with the columns described at sweep(). A new copy each time."""
         return with_folder(self._bare_table(), self._place)
 
     def _bare_table(self) -> pd.DataFrame:
@@ -71,7 +77,10 @@ class Sweep:
 
     @property
     def runs(self) -> Runs:
-        """The results: runs[3] is the Run of row 3."""
+        """A sequence of the results, read when they are used: runs[3] is the Run of row 3.
+
+        Indexing raises SimulationError for a row without result, ResultFileError if the files of the row were changed.
+        """
         return Runs(self, range(len(self._rows)))
 
     @property
@@ -83,15 +92,37 @@ class Sweep:
     def resume(
         self, *, workers: int | None = None, executor: Executor | None = None, progress: bool = True
     ) -> Sweep:
-        """Runs the rows that are not finished, and those whose files were changed. Returns this object.
+        """Runs the rows that are not finished, and those whose files were changed.
 
-        workers, executor, progress  as for sweep()
+        Parameters
+        ----------
+        workers, executor : optional
+            As for sweep().
+        progress : bool, optional
+            True: show a progress bar on standard error, if tqdm is installed.
+
+        Returns
+        -------
+        Sweep
+            This object.
+
+        Raises
+        ------
+        TypeError
+            If an argument has a wrong type.
+        ValueError
+            If an executor is given and the folder is a temporary one, or workers is not positive.
+        PlanError
+            If the folder contains a different sweep by now.
+        BusyError
+            If another sweep is running in the folder.
+        OSError
+            If the folder can't be written.
+        RuntimeError
+            If the worker processes can't be started, for example because the library is missing.
         """
-        check_workers(workers, executor)
         check_flags(progress=progress)
-        executor = as_executor(executor)
-        if executor is not None and self._temporary is not None:
-            raise ValueError("a sweep without a named folder can't be run by an executor: name one with out")
+        executor = given_executor(workers, executor, None if self._temporary else self.folder)
         return self._run(True, workers, executor, progress, "the same call")
 
     def _run(
@@ -116,13 +147,15 @@ class Sweep:
         return self
 
     def to_xarray(self) -> xarray.Dataset:
-        """The key results, status and text as an xarray dataset, with units. Needs xarray.
+        """The key results, status and text as an xarray dataset. Needs xarray.
 
-        A grid has a dimension for each parameter, named by its path, with the values as its coordinate; the coordinates
-        of ramps are PATH_begin and PATH_end. Values taken together have the dimension row, with the same coordinates.
+        Returns
+        -------
+        xarray.Dataset
+            A grid has a dimension for each parameter, named by its path, with the values as its coordinate; the
+            coordinates of ramps are PATH_begin and PATH_end. Values taken together have the dimension row, with the
+            same coordinates. The attribute units of a variable is its unit.
         """
-        from ._sweep_dataset import sweep_dataset
-
         return sweep_dataset(self._plan, self.table)
 
     def __len__(self) -> int:
@@ -182,9 +215,6 @@ class Runs(Sequence[Run]):
             raise IndexError(f"row {place} does not exist: there are {len(self)} rows, counted from 0") from None
         return self._sweep._read_run(number)
 
-    def __iter__(self) -> Iterator[Run]:
-        return (self._sweep._read_run(number) for number in self._numbers)
-
     def __repr__(self) -> str:
         return f"<{len(self)} runs of {self._sweep!r}>"
 
@@ -203,13 +233,13 @@ def _remove_folder(path: Path, owner: int) -> None:
 
 
 def sweep(
-    recipe: str | os.PathLike[str] | Recipe,
+    recipe: RecipeLike,
     parameters: Mapping[str, Iterable[Any]] | pd.DataFrame,
     *,
     mode: str = "grid",
     scheme: str | None = None,
     timeout: float | None = None,
-    out: str | os.PathLike[str] | None = None,
+    out: PathLike | None = None,
     resume: bool = True,
     workers: int | None = None,
     executor: Executor | None = None,
@@ -217,53 +247,105 @@ def sweep(
 ) -> Sweep:
     """Runs a recipe once for each combination of values.
 
-    recipe      a path, a Recipe, or the XML itself
-    parameters  the values of each path in the recipe; a pair (start, end) is a ramp. Or a data frame with a column for
-                each path and a row for each run; the columns PATH_begin and PATH_end are a ramp
-    mode        "grid": every combination, the last parameter varies fastest; "zip": the n-th values of all together
-    scheme      integration scheme, "continuous" or "staged"; None: the scheme of the recipe
-    timeout     time limit of one run, s; a run that takes longer is killed
-    out         folder for the files of the sweep. It may contain the same sweep, or its first rows, from earlier.
-                None: a temporary one that is removed with the returned object and its runs
-    resume      True: rows that are in the folder already are reused if recipe, scheme, version and result are those of
-                their status files; False: all rows are run, and older ones replaced
-    workers     number of concurrent runs on this machine; None: one per processor
-    executor    a Dask client, an MPI pool, or an executor with the interface of concurrent.futures, instead of worker
-                processes on this machine. Its processes must have access to the folder out
-    progress    True: show a progress bar on standard error, if tqdm is installed
+    Parameters
+    ----------
+    recipe : str, bytes, path or Recipe
+        A path, the XML itself, or a Recipe.
+    parameters : mapping of str to list, or pandas.DataFrame
+        The values of each path in the recipe; a pair (start, end) is a ramp. Or a data frame with a column for each
+        path and a row for each run; the columns PATH_begin and PATH_end are a ramp.
+    mode : str, optional
+        "grid": every combination, the last parameter varies fastest; "zip": the n-th values of all together. A data
+        frame is always taken row by row.
+    scheme : str, optional
+        Integration scheme of all rows, "continuous" or "staged"; None: that of the recipe.
+    timeout : float, optional
+        Time limit of one run, s, after which it is killed; None: no limit.
+    out : path, optional
+        Folder for the files of the sweep. It may contain the same sweep, or its first rows, from earlier. None: a
+        temporary one that is removed with the returned object and its runs.
+    resume : bool, optional
+        True: rows that are in the folder already are reused if recipe, scheme, version and result are those of their
+        status files. False: all rows are run, and older ones replaced.
+    workers : int, optional
+        Number of concurrent runs on this machine; None: one per processor.
+    executor : optional
+        A Dask client, an MPI pool, or an executor with the interface of concurrent.futures, instead of worker
+        processes on this machine. Its processes must have access to the folder out.
+    progress : bool, optional
+        True: show a progress bar on standard error, if tqdm is installed.
 
-    The table of the returned Sweep has one row per run: the values, status, text, key results, files. status is
-      ok        the run ended normally
-      failed    the library rejected the recipe or stopped, or rows are unphysical; text gives the reason
-      timeout   the run exceeded timeout
-      crashed   the worker process ended during the run
-      error     files could not be read or written
-      lost      the executor lost the run
-    Key results are values of the finished structure (height z, densities and strain of its surface) and of each layer
-    (thickness_N, mean composition x_in_N, x_ga_N, x_al_N); attrs["units"] has the units. They are NaN in rows that are
-    not ok. Rows that are neither ok nor failed are run again when the sweep is resumed.
-    The folder contains the same table as table.csv.
-    Raises PlanError, before anything runs, if the sweep is impossible; BusyError if another one runs in the folder.
+    Returns
+    -------
+    Sweep
+        Its table has a row per run, numbered from 0; attrs["units"] has the units. The columns are
+
+        - the paths, PATH_begin and PATH_end for ramps
+        - status: "ok", the run ended normally; "failed", the library rejected the recipe or stopped, or rows are
+          unphysical; "timeout"; "crashed", the worker process ended during the run; "error", files could not be read
+          or written; "lost", the executor lost the run
+        - text: the reason for another status than ok
+        - key results of the finished structure: z (nm), rho_td_t, rho_td_z and v_defects_t (cm^-2), eps_xx_t; and of
+          each layer N: thickness_N (nm), x_in_N, x_ga_N, x_al_N. NaN in rows that are not ok
+        - recipe_file, result_file, status_file: paths; empty for a file that does not exist
+
+        Rows that are neither ok nor failed are run again when the sweep is resumed. The folder contains the same table
+        as table.csv.
+
+    Raises
+    ------
+    TypeError
+        If an argument has a wrong type. Nothing was run.
+    ValueError
+        If timeout, scheme, workers or out has a wrong value. Nothing was run.
+    PlanError
+        If parameters and values do not fit the recipe or each other, or the folder contains something else. Nothing
+        was run.
+    RecipeError
+        If the recipe is not well-formed XML or not a recipe.
+    BusyError
+        If another sweep is running in the folder.
+    OSError
+        If the recipe can't be read or the folder can't be written.
+    RuntimeError
+        If the worker processes can't be started, for example because the library is missing.
     """
-    check_workers(workers, executor)
     check_flags(resume=resume, progress=progress)
-    executor = as_executor(executor)
-    if executor is not None and out is None:
-        raise ValueError("an executor needs out, a folder that its processes have access to")
-    if out is not None and not os.fspath(out):
-        raise PlanError("out must be the path of a folder, got an empty text")
+    executor = given_executor(workers, executor, out)
+    temporary, folder = None, Path()
+    if out is not None:
+        folder = as_path(out, "out")
     plan = make_plan(recipe, parameters, mode, timeout, scheme)
-    temporary = TemporaryFolder() if out is None else None
-    folder = temporary.path if temporary else Path(out or "")
+    if out is None:
+        temporary = TemporaryFolder()
+        folder = temporary.path
     made = Sweep(plan, folder, [empty_row("missing")] * len(plan.rows()), temporary)
     again = "name a folder with out; this one is removed" if temporary else f'vorlen.read_sweep("{folder}").resume()'
     return made._run(resume, workers, executor, progress, again)
 
 
-def read_sweep(folder: str | os.PathLike[str]) -> Sweep:
+def read_sweep(folder: PathLike) -> Sweep:
     """The sweep in a folder, from an earlier call of sweep() or from `vorlen sweep`. Nothing is run.
 
-    Rows that were not run have the status "missing"; resume() runs them.
+    Parameters
+    ----------
+    folder : path
+        The folder of the sweep.
+
+    Returns
+    -------
+    Sweep
+        Rows that were not run have the status "missing"; resume() runs them.
+
+    Raises
+    ------
+    TypeError
+        If folder is not a path.
+    ValueError
+        If folder is an empty text or has a null character.
+    PlanError
+        If the folder does not contain a sweep, or its plan or recipe is damaged.
     """
-    plan = read_folder(Path(folder))
-    return Sweep(plan, Path(folder), collect_rows(plan, Path(folder)))
+    place = as_path(folder, "folder")
+    plan = read_folder(place)
+    return Sweep(plan, place, collect_rows(plan, place))

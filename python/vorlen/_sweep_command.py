@@ -9,9 +9,9 @@ from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
+from ._kinds import SCHEMES
 from ._plan import Plan, PlanError
 from ._plan_file import read_plan
-from ._recipe import SCHEMES
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder

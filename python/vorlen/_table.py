@@ -2,7 +2,7 @@
 
 It holds nothing that depends on the machine or the time, so that a sweep run in parts gives the same table, byte for
 byte, as one run as a whole. Durations, hosts and dates are in the status file of each row. A parameter of which any
-value is a ramp has two columns, PATH_begin and PATH_end.
+value is a ramp has two columns, PATH_begin and PATH_end. Sweep.to_xarray() gives the table as a dataset.
 """
 
 from __future__ import annotations
@@ -10,17 +10,21 @@ from __future__ import annotations
 import re
 from collections import Counter
 from pathlib import Path
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
+import numpy as np
 import pandas as pd
 
 from ._files import replace_file
-from ._parameter import parameter_of
 from ._plan import Plan, row_files, row_recipe
-from ._plan_values import BEGIN, END
+from ._plan_values import BEGIN, END, NUMERIC, known_parameter
 from ._recipe import Recipe
 from ._row import END_VALUES, LAYER_VALUES, RECORDED, Row, empty_row, recorded_row
 from ._sweep_folder import TABLE_NAME
+from ._version import __version__
+
+if TYPE_CHECKING:
+    import xarray
 
 FILE_COLUMNS = ("recipe_file", "result_file", "status_file")
 UNITS = {
@@ -46,6 +50,17 @@ def parameter_columns(inputs: list[dict[str, Any]]) -> dict[str, list[str]]:
     return {path: [path + BEGIN, path + END] if path in ramps else [path] for path in inputs[0]}
 
 
+def parameter_unit(path: str) -> str:
+    """The unit of a parameter; "1" if it is dimensionless, "" if it is not known to be a number."""
+    known, attribute = known_parameter(path)
+    if known is None or known.kind not in NUMERIC:
+        return ""
+    units = known.unit.split(", ")  # of an Arrhenius constant: one for each attribute
+    if attribute and len(units) == len(known.attributes):
+        return units[known.attributes.index(attribute)]
+    return known.unit or "1"
+
+
 def make_table(inputs: list[dict[str, Any]], rows: list[Row]) -> pd.DataFrame:
     """The table as a data frame. File paths are relative to the folder of the sweep."""
     parameters = parameter_columns(inputs)
@@ -67,7 +82,7 @@ def make_table(inputs: list[dict[str, Any]], rows: list[Row]) -> pd.DataFrame:
     ramps = [name for columns in parameters.values() if len(columns) == 2 for name in columns]
     table = table.astype({name: float for name in [*ramps, *results]})
     table.index.name = "row"
-    units = {name: parameter_of(path).unit for path, columns in parameters.items() for name in columns}
+    units = {name: parameter_unit(path) for path, columns in parameters.items() for name in columns}
     units |= {name: UNITS[re.sub(r"_\d+$", "", name)] for name in results}
     table.attrs["units"] = {name: unit for name, unit in units.items() if unit}
     return table
@@ -85,6 +100,39 @@ def with_folder(table: pd.DataFrame, folder: Path) -> pd.DataFrame:
     })
     placed.attrs = {"units": dict(table.attrs["units"])}
     return placed
+
+
+def sweep_dataset(plan: Plan, table: pd.DataFrame) -> xarray.Dataset:
+    """Key results, status and text of a table. Dimensions: the parameters of a grid, otherwise row."""
+    import xarray
+
+    parameters = parameter_columns(plan.rows())
+    units = table.attrs["units"]
+    grid = plan.mode == "grid"
+    dimensions = list(plan.parameters) if grid else ["row"]
+    shape = [len(values) for values in plan.parameters.values()] if grid else [len(table)]
+
+    def attributes(name: str) -> dict[str, str]:
+        return {"units": units[name]} if name in units else {}
+
+    def values_of(name: str) -> np.ndarray[Any, Any]:
+        column: np.ndarray[Any, Any] = table[name].to_numpy()
+        return np.array(column, dtype=str) if column.dtype == object else column
+
+    coordinates: dict[str, Any] = {} if grid else {"row": table.index.to_numpy()}
+    for axis, (path, columns) in enumerate(parameters.items()):
+        for name in columns:
+            values = values_of(name)
+            if grid:  # along its own axis; the same everywhere else
+                values = np.moveaxis(values.reshape(shape), axis, 0).reshape(shape[axis], -1)[:, 0]
+            coordinates[name] = (path if grid else "row", values, attributes(name))
+    inputs = [name for columns in parameters.values() for name in columns]
+    variables = {
+        name: (dimensions, values_of(name).reshape(shape), attributes(name))
+        for name in table.columns
+        if name not in inputs and not name.endswith("_file")
+    }
+    return xarray.Dataset(variables, coordinates, {"source": f"VorlenSolver {__version__}"})
 
 
 def collect_rows(plan: Plan, folder: Path) -> list[Row]:

@@ -58,6 +58,11 @@ def encoding_of(content: bytes) -> str:
     return "utf-8"
 
 
+def is_xml(text: str) -> bool:
+    """True for XML, False for a path or another text."""
+    return text.lstrip("\ufeff \t\r\n").startswith("<")
+
+
 def encode(text: str) -> bytes:
     """The bytes of an XML text in the encoding that it declares."""
     try:
@@ -72,6 +77,8 @@ def encode(text: str) -> bytes:
 
 def index(content: bytes, name: str) -> Element:
     """The root element and its descendants. Raises RecipeError, with name and line, if the XML is not well-formed."""
+    if content.startswith((b"\xff\xfe", b"\xfe\xff", b"<\0", b"\0<")):
+        raise RecipeError(f"{name}: the encoding UTF-16 is not supported; save the recipe as UTF-8")
     stack = [Element("", {}, 0)]
 
     def start(tag: str, attributes: dict[str, str]) -> None:
@@ -95,8 +102,6 @@ def index(content: bytes, name: str) -> Element:
     except (LookupError, ValueError) as error:
         raise RecipeError(f"{name}: {error}") from None
     root = stack[0].children[0]
-    if root.tag.isascii() and not content.startswith(b"<" + root.tag.encode(), root.begin):  # as with UTF-16
-        raise RecipeError(f"{name}: the encoding is not supported; save the recipe as UTF-8")
     pending = [root]
     while pending:
         element = pending.pop()
