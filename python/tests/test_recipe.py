@@ -2,8 +2,13 @@
 
 from __future__ import annotations
 
+import csv
+import ctypes
+import io
+import math
 import pickle
 import re
+import subprocess
 from pathlib import Path
 
 import numpy as np
@@ -13,8 +18,9 @@ from hypothesis import strategies as st
 from lxml import etree
 
 import vorlen
+from support import PLAIN_LAYER, tool
 from vorlen._elements import ELEMENTS
-from vorlen._kinds import KNOWN, known_element
+from vorlen._kinds import KNOWN, known_element, leading_integer
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
@@ -638,7 +644,70 @@ def test_stages_beyond_the_count_stay_beyond_it() -> None:
     assert recipe["process_stages/stage_3/name"] == "GaN cap"
 
 
+LAYER = PLAIN_LAYER.read_text("utf-8")
+
+
+FIRST = "process_stages/stage_1"
+
+
 # ---- timeline
+
+
+NUMBERS_OF_C = [
+    # 0x1.8p+3 is (1 + 8/16) 2^3; the exponent of a decimal number is a digit of a hexadecimal one
+    ("0x10", 16), ("0X1F", 31), ("0x1p4", 16), ("0x1.8p+3", 12), ("0x.8P5", 16), (" +0x1e1", 481), ("0x10 s", 16),
+    ("0x1p", 1), ("12,5", 12), ("1e1e", 10), ("1.5.5", 1.5), ("0x1g", 1),
+]
+
+
+@pytest.mark.parametrize(("text", "value"), NUMBERS_OF_C)
+def test_durations_are_read_as_the_library_reads_them(text: str, value: float, tmp_path: Path) -> None:
+    recipe = vorlen.Recipe(LAYER.replace('<tau val="60"/>', f'<tau val="{text}"/>'))
+    assert recipe.timeline()["duration"].tolist() == [3000, value]
+    recipe.save(tmp_path / "r.xml")
+    rows = subprocess.run([tool(), "timeline", "--csv", tmp_path / "r.xml"], capture_output=True, text=True, check=True)
+    assert [float(row["duration_s"]) for row in csv.DictReader(io.StringIO(rows.stdout))] == [3000, value]
+
+
+@pytest.mark.parametrize(
+    ("text", "value"),
+    [
+        ("inf", math.inf), ("-INFINITY", -math.inf), ("Infx", math.inf), ("nan", math.nan), ("NaN(1)", math.nan),
+        ("1e999", math.inf), ("0x1p9999", math.inf), ("-0x1p9999", -math.inf), ("0x.", 0), ("0x.p1", 0),
+        # not numbers
+        ("0x", math.nan), ("0xg", math.nan), ("infi", math.nan), ("in", math.nan), ("--1", math.nan), ("", math.nan),
+    ],
+)
+def test_numbers_without_a_finite_value(text: str, value: float) -> None:
+    recipe = vorlen.Recipe(LAYER.replace('<tau val="60"/>', f'<tau val="{text}"/>'))
+    assert recipe.timeline()["duration"].iloc[-1] == pytest.approx(value, rel=0, nan_ok=True)
+
+
+@pytest.mark.parametrize(
+    ("text", "value"),
+    [
+        ("0x10", 16.0), (" 0x1p4 ", 16.0), ("1e3\t", 1000.0), ("-inf", -math.inf),
+        ("0x", "0x"), ("0x10 s", "0x10 s"), ("12,5", "12,5"), ("1_0", "1_0"), ("\u0661", "\u0661"), ("", ""),
+    ],
+)
+def test_a_number_is_a_value_if_nothing_follows_it(text: str, value: float | str) -> None:
+    recipe = vorlen.Recipe(LAYER.replace('<tau val="60"/>', f'<tau val="{text.replace(chr(9), "&#9;")}"/>'))
+    assert recipe[f"{FIRST}/tau"] == value
+
+
+@pytest.mark.parametrize(
+    ("text", "count"),
+    [
+        ("0x10", 0), ("+2", 2), ("-2", -2), ("2.97", 2), ("0" * 5000 + "3", 3), ("x", None),
+        # The lower 32 bits of the nearest number of 64 bits
+        ("2147483648", -(2**31)), ("4294967298", 2), ("-4294967295", 1), ("9" * 30, -1), ("-" + "9" * 30, 0),
+    ],
+)
+def test_integers_are_read_as_the_library_reads_them(text: str, count: int | None) -> None:
+    assert leading_integer(text) == count
+    number = ctypes.c_int()
+    found = ctypes.CDLL(None).sscanf(text.encode(), b"%d", ctypes.byref(number))
+    assert (number.value if found == 1 else None) == count
 
 
 @pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
