@@ -2,8 +2,13 @@
 
 from __future__ import annotations
 
+import csv
+import ctypes
+import io
+import math
 import pickle
 import re
+import subprocess
 from pathlib import Path
 
 import numpy as np
@@ -13,8 +18,9 @@ from hypothesis import strategies as st
 from lxml import etree
 
 import vorlen
+from support import PLAIN_LAYER, tool
 from vorlen._elements import ELEMENTS
-from vorlen._kinds import KNOWN, known_element
+from vorlen._kinds import KNOWN, known_element, leading_integer
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))
@@ -638,7 +644,201 @@ def test_stages_beyond_the_count_stay_beyond_it() -> None:
     assert recipe["process_stages/stage_3/name"] == "GaN cap"
 
 
+LAYER = PLAIN_LAYER.read_text("utf-8")
+
+
+def stage_text(number: int, name: str) -> str:
+    """A stage as in the recipe of one layer, with another number and name."""
+    text = re.search(r"<stage_1>.*</stage_1>", LAYER, re.DOTALL)[0]
+    return text.replace("stage_1>", f"stage_{number}>").replace('"InGaN"', f'"{name}"')
+
+
+def recipe_of_stages(*stages: tuple[int, str], between: str = "\n    ") -> vorlen.Recipe:
+    """A recipe with these stages, given by number and name, in this order in the file."""
+    inside = between.join(stage_text(number, name) for number, name in stages)
+    text = re.sub(r"<stage_1>.*</stage_1>", lambda _: inside, LAYER, flags=re.DOTALL)
+    return vorlen.Recipe(text.replace('<n_stages val="1"/>', f'<n_stages val="{max(stages)[0]}"/>'))
+
+
+def grown(recipe: vorlen.Recipe) -> list[str]:
+    """The names of the simulated layers, which the library and the timeline agree on."""
+    layers = vorlen.run(recipe).layers["name"].tolist()
+    assert layers == recipe.timeline()["name"].tolist()
+    return layers[1:]  # without the template
+
+
+FIRST, SECOND, THIRD = (f"process_stages/stage_{number}" for number in (1, 2, 3))
+TWICE = [(1, "a"), (2, "b"), (2, "unread"), (3, "c")]
+
+
+@pytest.mark.parametrize(
+    ("stages", "change"),
+    [
+        (TWICE, lambda recipe: recipe.remove_stage(SECOND)),
+        (TWICE, lambda recipe: recipe.make_periodic(FIRST, SECOND, 2)),
+        (TWICE, lambda recipe: recipe.make_periodic(SECOND, THIRD, 2)),
+        (TWICE, lambda recipe: recipe.make_periodic(SECOND, SECOND, 2)),
+        ([(2, "b"), (1, "a"), (2, "unread")], lambda recipe: recipe.remove_stage(SECOND)),
+    ],
+)
+def test_a_stage_that_occurs_twice_is_not_removed_or_combined(stages, change) -> None:
+    recipe = recipe_of_stages(*stages)
+    before = recipe.to_bytes()
+    with pytest.raises(ValueError, match="process_stages/stage_2 occurs 2 times .*; remove the others"):
+        change(recipe)
+    assert recipe.to_bytes() == before
+
+
+def test_sub_stages_that_occur_twice_are_not_removed() -> None:
+    recipe = recipe_of_stages((1, "a"), (2, "b"))
+    recipe.make_periodic(FIRST, SECOND, 2)
+    recipe = vorlen.Recipe(str(recipe).replace("stage_1_2>", "stage_1_1>"))
+    with pytest.raises(ValueError, match="stage_1/stage_1_1 occurs 2 times"):
+        recipe.remove_stage(f"{FIRST}/stage_1_1")
+
+
+@pytest.mark.parametrize(
+    ("change", "names"),
+    [
+        (lambda recipe: recipe.remove_stage(FIRST), ["b", "c"]),
+        (lambda recipe: recipe.remove_stage(THIRD), ["a", "b"]),
+        (lambda recipe: recipe.make_periodic(FIRST, FIRST, 2), ["a", "a", "b", "c"]),
+        (lambda recipe: recipe.make_periodic(THIRD, THIRD, 2), ["a", "b", "c", "c"]),
+        (lambda recipe: recipe.add_stage(FIRST, "new", before=SECOND), ["a", "new", "b", "c"]),
+        (lambda recipe: recipe.add_stage(FIRST, "new", before=THIRD), ["a", "b", "new", "c"]),
+        (lambda recipe: recipe.add_stage(SECOND, "new"), ["a", "b", "c", "new"]),
+    ],
+)
+def test_other_changes_leave_the_unread_one_of_two_stages_unread(change, names: list[str]) -> None:
+    recipe = recipe_of_stages(*TWICE)
+    change(recipe)
+    assert grown(recipe) == names
+
+
+@pytest.mark.parametrize(
+    ("stages", "between", "found"),
+    [
+        ([(1, "a"), (3, "c"), (2, "b")], "", "stage_3"),
+        ([(1, "a"), (7, "beyond"), (2, "b")], "", "stage_7"),
+        ([(1, "a"), (2, "b")], '<n_stages val="9"/>', "n_stages"),
+        ([(1, "a"), (2, "b")], "<note/>", "note"),
+    ],
+)
+def test_periods_do_not_take_other_elements_with_them(stages, between: str, found: str) -> None:
+    recipe = recipe_of_stages(*stages, between=between)
+    recipe["process_stages/n_stages"] = 3 if found == "stage_3" else 2
+    before = recipe.to_bytes()
+    text = f"process_stages/{found} is between {FIRST} and {SECOND} in the file; move it before or after them$"
+    with pytest.raises(ValueError, match=text):
+        recipe.make_periodic(FIRST, SECOND, 2)
+    assert recipe.to_bytes() == before
+
+
+def test_a_stage_after_the_combined_ones_may_be_out_of_order() -> None:
+    recipe = recipe_of_stages((3, "c"), (1, "a"), (2, "b"))
+    recipe.make_periodic(FIRST, SECOND, 2)
+    assert grown(recipe) == ["a", "b", "a", "b", "c"]
+
+
+NAMES_WITH_LINE_ENDS = [
+    # text in the file, name in the library
+    ("a\nb", "a\nb"), ("a\r\n\tb", "a\n\tb"), ("a\rb", "a\nb"), ("\n a &amp;&lt;&#10;\nb> \t", "\n a &<\n\nb> \t"),
+    ("\u03b1\n\u03b2&#x3b3;", "\u03b1\n\u03b2\u03b3"), ("a&#13;&#9;b", "a\r\tb"),
+]
+
+
+@pytest.mark.parametrize(("text", "name"), NAMES_WITH_LINE_ENDS)
+@pytest.mark.parametrize("new_line", ["\n", "\r\n"])
+def test_names_keep_their_line_ends(text: str, name: str, new_line: str) -> None:
+    lines = LAYER.replace("\n", new_line).replace('<name val="InGaN"/>', f'<name\n  val="{text}"\n/><!-- "\n" -->')
+    recipe = vorlen.Recipe(lines.encode())
+    assert recipe[f"{FIRST}/name"] == name and grown(recipe) == [name]
+    recipe[f"{FIRST}/name"] = name
+    assert recipe.to_bytes() == lines.encode()
+    recipe.make_periodic(FIRST, FIRST, 2)
+    assert grown(recipe) == [name, name]
+    recipe[f"{FIRST}/stage_1_1/name"] = name.replace("a", "c")
+    assert grown(recipe) == [name.replace("a", "c")] * 2
+
+
+def test_names_with_line_ends_in_another_encoding() -> None:
+    text = LAYER.replace("UTF-8", "ISO-8859-1").replace('"InGaN"/>\n      <tau', '\'"\xe4\n\xf6"\'/>\n      <tau')
+    assert vorlen.Recipe(text)[f"{FIRST}/name"] == '"\xe4\n\xf6"'
+
+
+def test_a_declared_entity_in_a_name_with_a_line_end_is_read_as_xml_has_it() -> None:
+    text = LAYER.replace("<NonstSurfChem>", '<!DOCTYPE NonstSurfChem [<!ENTITY well "InGaN">]>\n<NonstSurfChem>', 1)
+    recipe = vorlen.Recipe(text.replace('"InGaN"/>\n      <tau', '"a\n&well;"/>\n      <tau'))
+    assert recipe[f"{FIRST}/name"] == "a InGaN"
+
+
+def test_periods_indent_lines_but_nothing_within_tags() -> None:
+    between = '<!-- a > "\n    comment -->\n    <![CDATA[\n<]]>\n    <?note\n"?>\n    '
+    recipe = recipe_of_stages((1, "a\n    a"), (2, "b"), between=between)
+    recipe.make_periodic(FIRST, SECOND, 2)
+    inside = '<!-- a > "\n      comment -->\n      <![CDATA[\n<]]>\n      <?note\n"?>\n      '
+    assert f"</stage_1_1>{inside}<stage_1_2>" in str(recipe)
+    assert '\n        <name val="a\n    a"/>\n        <tau' in str(recipe)
+
+
 # ---- timeline
+
+
+NUMBERS_OF_C = [
+    # 0x1.8p+3 is (1 + 8/16) 2^3; the exponent of a decimal number is a digit of a hexadecimal one
+    ("0x10", 16), ("0X1F", 31), ("0x1p4", 16), ("0x1.8p+3", 12), ("0x.8P5", 16), (" +0x1e1", 481), ("0x10 s", 16),
+    ("0x1p", 1), ("12,5", 12), ("1e1e", 10), ("1.5.5", 1.5), ("0x1g", 1),
+]
+
+
+@pytest.mark.parametrize(("text", "value"), NUMBERS_OF_C)
+def test_durations_are_read_as_the_library_reads_them(text: str, value: float, tmp_path: Path) -> None:
+    recipe = vorlen.Recipe(LAYER.replace('<tau val="60"/>', f'<tau val="{text}"/>'))
+    assert recipe.timeline()["duration"].tolist() == [3000, value]
+    recipe.save(tmp_path / "r.xml")
+    rows = subprocess.run([tool(), "timeline", "--csv", tmp_path / "r.xml"], capture_output=True, text=True, check=True)
+    assert [float(row["duration_s"]) for row in csv.DictReader(io.StringIO(rows.stdout))] == [3000, value]
+
+
+@pytest.mark.parametrize(
+    ("text", "value"),
+    [
+        ("inf", math.inf), ("-INFINITY", -math.inf), ("Infx", math.inf), ("nan", math.nan), ("NaN(1)", math.nan),
+        ("1e999", math.inf), ("0x1p9999", math.inf), ("-0x1p9999", -math.inf), ("0x.", 0), ("0x.p1", 0),
+        # not numbers
+        ("0x", math.nan), ("0xg", math.nan), ("infi", math.nan), ("in", math.nan), ("--1", math.nan), ("", math.nan),
+    ],
+)
+def test_numbers_without_a_finite_value(text: str, value: float) -> None:
+    recipe = vorlen.Recipe(LAYER.replace('<tau val="60"/>', f'<tau val="{text}"/>'))
+    assert recipe.timeline()["duration"].iloc[-1] == pytest.approx(value, rel=0, nan_ok=True)
+
+
+@pytest.mark.parametrize(
+    ("text", "value"),
+    [
+        ("0x10", 16.0), (" 0x1p4 ", 16.0), ("1e3\t", 1000.0), ("-inf", -math.inf),
+        ("0x", "0x"), ("0x10 s", "0x10 s"), ("12,5", "12,5"), ("1_0", "1_0"), ("\u0661", "\u0661"), ("", ""),
+    ],
+)
+def test_a_number_is_a_value_if_nothing_follows_it(text: str, value: float | str) -> None:
+    recipe = vorlen.Recipe(LAYER.replace('<tau val="60"/>', f'<tau val="{text.replace(chr(9), "&#9;")}"/>'))
+    assert recipe[f"{FIRST}/tau"] == value
+
+
+@pytest.mark.parametrize(
+    ("text", "count"),
+    [
+        ("0x10", 0), ("+2", 2), ("-2", -2), ("2.97", 2), ("0" * 5000 + "3", 3), ("x", None),
+        # The lower 32 bits of the nearest number of 64 bits
+        ("2147483648", -(2**31)), ("4294967298", 2), ("-4294967295", 1), ("9" * 30, -1), ("-" + "9" * 30, 0),
+    ],
+)
+def test_integers_are_read_as_the_library_reads_them(text: str, count: int | None) -> None:
+    assert leading_integer(text) == count
+    number = ctypes.c_int()
+    found = ctypes.CDLL(None).sscanf(text.encode(), b"%d", ctypes.byref(number))
+    assert (number.value if found == 1 else None) == count
 
 
 @pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)

@@ -15,7 +15,7 @@ from typing import Any
 import pytest
 
 import vorlen
-from support import MQW, PLAIN_LAYER, V_DEFECTS, failing_recipe
+from support import EXAMPLES, MQW, PLAIN_LAYER, V_DEFECTS, failing_recipe
 from vorlen.__main__ import main
 from vorlen._report import render
 from vorlen._source import RecipeSource
@@ -126,8 +126,69 @@ def test_another_recipe_is_rejected_with_both_names(
     assert main(["report", str(finished), "--recipe", str(MQW), "-o", str(tmp_path / "r.html")]) == 1
     assert "r.txt was computed from recipes/r.xml" in capsys.readouterr().err and not (tmp_path / "r.html").exists()
     assert vorlen.read(finished, recipe=V_DEFECTS).recipe is not None  # the same bytes
+
+
+CHANGES_OF_LAYERS = [
+    ("process_stages/stage_1/name", "well", "it has a layer 2 named 'InGaN' instead of 'well'$"),
+    ("process_stages/stage_1/tau", 60.00000000000002, "it has a layer 2 of 60 s instead of 60.00000000000002 s$"),
+    ("pre_stages/pre_stage_1/tau", "nan", "it has a layer 1 of 3000 s instead of nan s$"),
+    ("process_stages/n_stages", 0, "it has 2 layers instead of 1$"),
+]
+
+
+@pytest.mark.parametrize(("path", "value", "text"), CHANGES_OF_LAYERS)
+@pytest.mark.parametrize("status", ["missing", "of another result", "without a hash"])
+def test_without_a_matching_status_file_the_layers_have_to_be_those_of_the_recipe(
+    path: str, value: object, text: str, status: str, tmp_path: Path, capsys: pytest.CaptureFixture[str]
+) -> None:
+    result, status_file = tmp_path / "r.txt", tmp_path / "r.status.json"
+    vorlen.run(PLAIN_LAYER, result)
+    if status == "missing":
+        status_file.unlink()
+    else:
+        key = "result_sha256" if status == "of another result" else "recipe_sha256"
+        status_file.write_text(json.dumps(json.loads(status_file.read_text()) | {key: None}))
+    assert vorlen.read(result, recipe=PLAIN_LAYER).recipe == vorlen.Recipe.load(PLAIN_LAYER)
+    assert vorlen.read(result).recipe is None
+    old = str(vorlen.Recipe.load(PLAIN_LAYER))
+    new = old.replace('<tau val="3000"/>', '<tau val="nan"/>')
+    other = vorlen.Recipe(new) if value == "nan" else vorlen.Recipe(old).set(path, value)
+    with pytest.raises(ValueError, match=f"^{result} was not computed from the recipe given: {text}"):
+        vorlen.read(result, recipe=other)
+    other.save(tmp_path / "other.xml")
+    page = tmp_path / "r.html"
+    assert main(["report", str(result), "--recipe", str(tmp_path / "other.xml"), "-o", str(page)]) == 1
+    assert f"was not computed from {tmp_path / 'other.xml'}: it has " in capsys.readouterr().err and not page.exists()
+
+
+@pytest.mark.parametrize("encoding", ["UTF-8", "ISO-8859-1"])
+@pytest.mark.parametrize("name", ["", "l\xe4yer", "a\nb", "a&#13;&amp;&#228;\tb", "\xe4"])
+@pytest.mark.parametrize("duration", ["0x3p4", "60,5", "1234.5678901234567"])
+def test_the_recipe_of_a_result_is_recognised_by_its_layers(
+    encoding: str, name: str, duration: str, tmp_path: Path
+) -> None:
+    old, new = '"InGaN"/>\n      <tau val="60"', f'"{name}"/>\n      <tau val="{duration}"'
+    text = PLAIN_LAYER.read_text("utf-8").replace(old, new)
+    recipe = text.replace("UTF-8", encoding).encode(encoding)
+    vorlen.run(recipe, tmp_path / "r.txt")
+    (tmp_path / "r.status.json").unlink()
+    assert vorlen.read(tmp_path / "r.txt", recipe=recipe).recipe is not None
+
+
+@pytest.mark.parametrize("path", EXAMPLES, ids=lambda path: path.stem)
+def test_the_examples_are_recognised_by_their_layers(path: Path, tmp_path: Path) -> None:
+    vorlen.run(path, tmp_path / "r.txt")
+    (tmp_path / "r.status.json").unlink()
+    assert vorlen.read(tmp_path / "r.txt", recipe=path).recipe is not None
+    with pytest.raises(ValueError, match="was not computed from"):
+        vorlen.read(tmp_path / "r.txt", recipe=PLAIN_LAYER)
+
+
+def test_nothing_is_compared_with_a_recipe_that_would_not_run(finished: Path) -> None:
     finished.with_name("r.status.json").unlink()
-    assert vorlen.read(finished, recipe=MQW).recipe is not None  # nothing is known about the recipe
+    text = MQW.read_text("utf-8")
+    for recipe in (text + "<", text.replace("n_stages", "number")):
+        assert vorlen.read(finished, recipe=recipe)._drawn.temperature_curve("all") is None
 
 
 @pytest.mark.parametrize("scheme", ["staged", "continuous"])
@@ -162,7 +223,7 @@ WRONG_VALUES = [
 
 def check_counts_as_none(result: Path, tmp_path: Path) -> None:
     assert read_status(result) == {}
-    run = vorlen.read(result, recipe=MQW)  # whatever the status file says
+    run = vorlen.read(result, recipe=V_DEFECTS.read_bytes() + b"<!-- -->")  # whatever the status file says
     assert (run.text, run.wall_time, run.scheme) == ("", None, None)
     assert "Simulated in" not in render(run)
     assert main(["report", str(result), "-o", str(tmp_path / "r.html")]) == 0

@@ -1,7 +1,8 @@
 """Known elements of a recipe and their kinds: what a text in the file means, and the text that stands for a value.
 
-Numbers are read as the library reads them. It stops at the first character that does not belong to the number, so
-"12,5" is 12 and, where an integer is expected, "2.97" is 2; such texts are never written.
+Numbers are read as the library reads them, with C's scanf: hexadecimal numbers, infinity and NaN are numbers too. It
+stops at the first character that does not belong to the number, so "12,5" is 12 and, where an integer is expected,
+"2.97" is 2; such texts are never written.
 """
 
 from __future__ import annotations
@@ -20,10 +21,14 @@ SCHEMES = KNOWN["integration/scheme"].keywords
 # optional elements outside of stages; setting their value adds them
 OPTIONAL = tuple(path for path, known in KNOWN.items() if known.optional and known.attributes and "#" not in path)
 
-_NUMBER = re.compile(r"\s*[-+]?(\d+\.?\d*|\.\d+)([eE][-+]?\d+)?", re.ASCII)
-_INTEGER = re.compile(r"\s*[-+]?\d+", re.ASCII)
+_DECIMAL = re.compile(r"\s*[-+]?(\d+\.?\d*|\.\d+)([eE][-+]?\d+)?", re.ASCII)
+_HEXADECIMAL = re.compile(r"\s*([-+]?0x)([\da-f]+\.?[\da-f]*|\.[\da-f]*)(p[-+]?\d+)?", re.ASCII | re.IGNORECASE)
+_NOT_FINITE = re.compile(r"\s*[-+]?(infinity|inf(?!i)|nan)", re.ASCII | re.IGNORECASE)
+_NO_DIGITS = re.compile(r"\s*[-+]?0x", re.ASCII | re.IGNORECASE)  # which is not read as 0
+_INTEGER = re.compile(r"\s*([-+]?)(\d+)", re.ASCII)
 _NOT_IN_XML = re.compile("[^\t\n\r\x20-\ud7ff\ue000-\ufffd\U00010000-\U0010ffff]")
 _INTEGER_MAX = 2**31 - 1
+_BLANKS = " \t\n\v\f\r"
 
 
 @functools.lru_cache(maxsize=4096)
@@ -41,14 +46,39 @@ def children_of_kind(parent: str, kind: str) -> list[str]:
 
 def leading_number(text: str | None) -> float:
     """The number at the start of a text, as the library reads it; NaN if there is none."""
-    match = _NUMBER.match(text or "")
-    return float(match[0]) if match else math.nan
+    value, _ = _leading_number(text or "")
+    return value
+
+
+def _leading_number(text: str) -> tuple[float, int]:
+    """The number at the start of a text and the length of its text; NaN and 0 if there is none."""
+    if match := _HEXADECIMAL.match(text):
+        return _hexadecimal(match[1], match[2], match[3] or ""), match.end()
+    if _NO_DIGITS.match(text):
+        return math.nan, 0
+    match = _DECIMAL.match(text) or _NOT_FINITE.match(text)
+    return (float(match[0]), match.end()) if match else (math.nan, 0)
+
+
+def _hexadecimal(prefix: str, digits: str, exponent: str) -> float:
+    """The value of a hexadecimal number; "." is 0."""
+    try:
+        return float.fromhex(f"{prefix}0{digits}{exponent}")
+    except OverflowError:
+        return -math.inf if prefix.startswith("-") else math.inf
 
 
 def leading_integer(text: str | None) -> int | None:
-    """The integer at the start of a text, as the library reads it; None if there is none."""
+    """The integer at the start of a text, as the library reads it; None if there is none.
+
+    One beyond 64 bits is the nearest of 64 bits; the lower 32 bits of that count.
+    """
     match = _INTEGER.match(text or "")
-    return int(match[0]) if match else None
+    if match is None:
+        return None
+    size = int(match[2].lstrip("0")[:20] or "0")  # 20 digits exceed 64 bits anyway
+    value = max(-size, -(2**63)) if match[1] == "-" else min(size, 2**63 - 1)
+    return (value + 2**31) % 2**32 - 2**31
 
 
 def parse(text: str, known: Element | None) -> float | str:
@@ -58,11 +88,8 @@ def parse(text: str, known: Element | None) -> float | str:
         return text
     if kind == "integer":
         return int(text) if _is_whole(_INTEGER, text) else text
-    try:
-        value = float(text)
-    except ValueError:
-        return text
-    return value if "_" not in text else text
+    value, length = _leading_number(text)
+    return value if length > 0 and not text[length:].strip(_BLANKS) else text
 
 
 def text_of(value: object, path: str, known: Element | None) -> str:
@@ -95,7 +122,7 @@ def _checked_number(text: str, path: str, kind: str) -> str:
         if _is_whole(_INTEGER, text) and abs(int(text)) <= _INTEGER_MAX:
             return text
         raise ValueError(f"{path} takes an integer, got {text!r}")
-    if _is_whole(_NUMBER, text) and math.isfinite(float(text)):
+    if _is_whole(_DECIMAL, text) and math.isfinite(float(text)):
         return text
     hint = "; the decimal separator is the point" if re.search(r"\d,\d", text) else ""
     raise ValueError(f"{path} takes a number without a unit, got {text!r}{hint}")
@@ -108,7 +135,7 @@ def _lower(text: str) -> str:
 
 def _is_whole(pattern: re.Pattern[str], text: str) -> bool:
     match = pattern.match(text)
-    return match is not None and not text[match.end() :].strip(" \t\n\v\f\r")
+    return match is not None and not text[match.end() :].strip(_BLANKS)
 
 
 def _number_text(value: numbers.Real, path: str) -> str:

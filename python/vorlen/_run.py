@@ -5,6 +5,7 @@ from __future__ import annotations
 import copy
 import functools
 import hashlib
+import re
 from collections.abc import Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
@@ -275,11 +276,15 @@ class Run:
     @property
     def _drawn(self) -> DrawnTables:
         """The tables for figures and reports."""
+        return DrawnTables(self._profile, self._layers, self._interfaces, self._timeline)
+
+    @property
+    def _timeline(self) -> pd.DataFrame | None:
+        """The timeline of the recipe; None if it is unknown or would not run."""
         try:
-            timeline = None if self._recipe is None else self._recipe.timeline()
-        except (KeyError, ValueError):  # a recipe that would not run
-            timeline = None
-        return DrawnTables(self._profile, self._layers, self._interfaces, timeline)
+            return None if self._recipe is None else self._recipe.timeline()
+        except (KeyError, ValueError):
+            return None
 
     @property
     def _own_files(self) -> list[Path | None]:
@@ -325,7 +330,8 @@ def read(path: PathLike, *, recipe: RecipeLike | None = None) -> Run:
     TypeError
         If an argument has another type.
     ValueError
-        If the status file says that the result was computed from another recipe, or if a path is not a regular file.
+        If the result was computed from another recipe: its status file says so or, without one that matches, its layers
+        are not those of the recipe. If a path is not a regular file.
     """
     return read_run(as_path(path, "path"), RecipeSource() if recipe is None else RecipeSource.of(recipe))
 
@@ -339,4 +345,31 @@ def read_run(path: Path, source: RecipeSource) -> Run:
     check_recipe(status, source, path)
     result = Run(content, path, source, status.get("text", ""), status.get("wall_time_s"), status.get("scheme"))
     _ = result._profile  # reports any fault of the file now
+    if not status.get("recipe_sha256"):
+        _check_layers(result)
     return result
+
+
+def _check_layers(run: Run) -> None:
+    """Raises ValueError if the layers of a result are not those of its recipe.
+
+    Nothing is compared if the recipe is unknown or would not run.
+    """
+    timeline = run._timeline
+    if timeline is None:
+        return
+    layers = run._layers[["name", "duration"]].itertuples(name=None)
+    start = f"{run._name} was not computed from {run.recipe_source.path or 'the recipe given'}: it has "
+    if len(timeline) != len(run._layers):
+        raise ValueError(f"{start}{len(run._layers)} layers instead of {len(timeline)}")
+    for (number, name, duration), expected in zip(layers, timeline.itertuples()):
+        if _ascii(name) != _ascii(expected.name):
+            raise ValueError(f"{start}a layer {number} named {name!r} instead of {expected.name!r}")
+        shown, shown_expected = (f"{value:.16g} s" for value in (duration, expected.duration))  # as in the file
+        if shown != shown_expected:
+            raise ValueError(f"{start}a layer {number} of {shown} instead of {shown_expected}")
+
+
+def _ascii(name: str) -> str:
+    """The characters of a name that are the same in all encodings."""
+    return re.sub("[^!-~]", "", name)

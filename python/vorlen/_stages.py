@@ -8,6 +8,7 @@ from __future__ import annotations
 
 import numbers
 import re
+from collections import Counter
 from collections.abc import Mapping
 from typing import Any
 
@@ -90,6 +91,7 @@ def without_stage(document: Document, path: str) -> Document:
     count = _count(document, group)
     if count == 1 and not group.endswith(("pre_stages", "post_stages")):
         raise ValueError(f"{path} is the only stage of {group} and can't be removed")
+    _check_single(document, group, number, number)
     element = document.element(path)
     blank = len(_xml_bytes.space_before(document.content, element.begin))
     document = document.edited([(element.begin - blank, element.end, b"")])
@@ -107,9 +109,16 @@ def with_periods(document: Document, first: str, last: str, periods: int) -> tup
     paths = [f"{group}/stage_{number}" for number in range(begin, end + 1)]
     if any(is_periodic(document, path) for path in paths):
         raise ValueError("a periodic stage can't contain another periodic stage")
+    _check_single(document, group, begin, end)
     elements = [document.element(path) for path in paths]
     if any(a.end > b.begin for a, b in zip(elements, elements[1:])):
         raise ValueError("the stages are not in numerical order in the file")
+    places = [element.begin for element in elements]
+    for child in document.element(group).children:
+        if places[0] < child.begin < places[-1] and child.begin not in places:
+            raise ValueError(
+                f"{group}/{child.tag} is between {paths[0]} and {paths[-1]} in the file; move it before or after them"
+            )
     count = _count(document, group)
     edits = []
     for number, element in enumerate(elements, 1):
@@ -130,7 +139,7 @@ def _period_text(content: bytes, begin: int, end: int, number: int, periods: int
     head = (
         f"<stage_{number}>", '<type val="periodic"/>', f'<n_periods val="{periods}"/>', f'<n_stages val="{count}"/>',
     )
-    body = content[begin:end].replace(new_line, new_line + step)
+    body = _xml_bytes.indented(content[begin:end], step)
     return (outer + step).join([*(part.encode() for part in head), body]) + outer + f"</stage_{number}>".encode()
 
 
@@ -209,6 +218,21 @@ def _number(tag: str, prefix: str) -> int | None:
     """The number in the element name of a stage; None for other elements. The library knows no leading zeros."""
     match = re.fullmatch(re.escape(prefix) + r"(0|[1-9]\d*)", tag, re.ASCII)
     return int(match[1]) if match else None
+
+
+def _check_single(document: Document, group: str, first: int, last: int) -> None:
+    """Raises ValueError if several stages have the same number from first to last.
+
+    The library reads only the first one; removing or renaming it would make another one count.
+    """
+    prefix = _prefix(group)
+    found = Counter(_number(child.tag, prefix) for child in document.element(group).children)
+    for number in range(first, last + 1):
+        if found[number] > 1:
+            raise ValueError(
+                f"{group}/{prefix}{number} occurs {found[number]} times in the file, and only the first one counts; "
+                "remove the others from the file"
+            )
 
 
 def _count_path(group: str) -> str:

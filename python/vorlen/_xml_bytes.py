@@ -15,6 +15,10 @@ DEPTH_MAX = 500  # of nested elements; a recipe has 7
 
 _ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
 _START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]++|"[^"]*"|'[^']*')*+>""")
+_TAG = rb"""<[^\s!?>"'](?:[^"'>]++|"[^"]*"|'[^']*')*+>"""
+# group 1: text that has to stay as it is; otherwise a comment or a line end
+_INDENTED = re.compile(rb"(" + _TAG + rb"|<!\[CDATA\[.*?\]\]>|<\?.*?\?>)|<!--.*?-->|\n", re.DOTALL)
+_BLANK_IN_VALUE = re.compile(rb"\r\n|[\r\n\t]")
 _ENCODING = re.compile(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""")
 
 
@@ -109,12 +113,37 @@ def index(content: bytes, name: str) -> Element:
         if match is None:
             raise RecipeError(f"{name}: the encoding {encoding_of(content)} is not supported")
         element.tag_end = match.end()
+        if _BLANK_IN_VALUE.search(match[0]):
+            element.attributes |= _attributes_with_line_ends(match[0], encoding_of(content))
         if match[0].endswith(b"/>"):
             element.end_tag = element.end = element.tag_end
         else:
             element.end = content.index(b">", element.end_tag) + 1
         pending.extend(element.children)
     return root
+
+
+def _attributes_with_line_ends(tag: bytes, encoding: str) -> dict[str, str]:
+    """The attributes of a start tag whose texts contain line ends or tabs, as the library reads them.
+
+    XML replaces these by blanks. The library keeps them, and makes CR LF and CR a line feed.
+    """
+    attributes = {}
+    for match in _ATTRIBUTE.finditer(tag):
+        if _BLANK_IN_VALUE.search(match[2]):
+            value = _BLANK_IN_VALUE.sub(lambda blank: b"&#9;" if blank[0] == b"\t" else b"&#10;", match[2])
+            parser = xml.parsers.expat.ParserCreate(encoding)
+            parser.StartElementHandler = lambda _, found: attributes.update(found)
+            try:
+                parser.Parse(b"<value " + match[1] + b"=" + value + b"/>", True)
+            except xml.parsers.expat.ExpatError:  # an entity that the file declares
+                pass
+    return attributes
+
+
+def indented(content: bytes, step: bytes) -> bytes:
+    """XML with one more step of indentation before each line, also in comments but not within tags."""
+    return _INDENTED.sub(lambda match: match[0] if match[1] else match[0].replace(b"\n", b"\n" + step), content)
 
 
 def apply(content: bytes, edits: Iterable[Edit]) -> bytes:

@@ -52,6 +52,14 @@ class Timelines(InAFolder):
                          ("2000", "0", "1", "0"))
         self.assertEqual((template["T_begin_K"], template["TMIn_begin_sccm"]), ("", ""))
 
+    def test_layers_without_a_name_have_that_of_the_result(self):
+        path = self.write_changed(('name val="GaN template"', 'name val=""'), ('name val="InGaN well"', 'name val=""'))
+        names = [row["name"] for row in csv_rows(self.timeline(path, "--csv"))]
+        self.assertEqual([names[0], names[3], names[7], names[11]], ["Layer1", "Layer4", "Layer8", "Layer12"])
+        self.run_tool("run", path, "-o", "out.txt")
+        self.assertEqual(names, [layer[0] for layer in Result(self.path("out.txt")).layers])
+        self.assertRegex(self.timeline(path), r"\n  stage_1_3 \(period 2\) +Layer8 +")
+
     def test_the_process_starts_at_t0(self):
         path = self.write_changed(('<t0 val="0"/>', '<t0 val="12.5"/>'))
         rows = csv_rows(self.timeline(path, "--csv"))

@@ -153,12 +153,27 @@ std::string csv_of(const ProcessRecipe& recipe) {
   return csv_text(table);
 }
 
+// Layers without a name get the one that they have in the result file.
+void name_layers(ProcessRecipe& recipe) {
+  std::size_t number = 0;
+  const auto name_all = [&number](auto& stages) {
+    for (auto& stage : stages) {
+      ++number;
+      if (stage.name.empty()) stage.name = "Layer" + std::to_string(number);
+    }
+  };
+  name_all(recipe.pre_stages);
+  name_all(recipe.active_stages);
+  name_all(recipe.post_stages);
+}
+
 int show_timeline(const TimelineOptions& options) {
   ProcessRecipe recipe;
   std::string error;
   if (vorlen::read_recipe(options.recipe.c_str(), recipe, error) != 0 || !recipe.validate_recipe(error)) {
     return fail(error);
   }
+  name_layers(recipe);
   return print_out(options.csv ? csv_of(recipe) : table_of(recipe));
 }
 
