@@ -3,13 +3,13 @@
 from __future__ import annotations
 
 from collections.abc import Iterable
-from typing import Any, NamedTuple
+from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
-from numpy.typing import NDArray
 
 from ._row_finder import RowFinder
+from ._types import Array
 
 # Okabe and Ito's palette for colour-blind readers (jfly.uni-koeln.de/color)
 INDIUM, GALLIUM, ALUMINIUM = "#D55E00", "#0072B2", "#009E73"
@@ -69,7 +69,7 @@ class DrawnTables(NamedTuple):
         """Label of the height axis."""
         return "height above the pre-stages (nm)" if (self.layers["kind"] == "pre").any() else "height (nm)"
 
-    def temperature_curve(self, span: str) -> tuple[NDArray[Any], NDArray[Any], NDArray[Any]] | None:
+    def temperature_curve(self, span: str) -> tuple[Array, Array, Array] | None:
         """Time in s, height in nm and temperature in K, with points at both ends of each ramp.
 
         None if the recipe is unknown.

@@ -8,7 +8,8 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from ._files import PathLike, check_place, replace_file, valid_text
+from ._files import check_place, replace_file, valid_text
+from ._types import PathLike
 from ._version import __version__
 
 if TYPE_CHECKING:

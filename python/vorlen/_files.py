@@ -17,7 +17,7 @@ from collections.abc import Iterable, Iterator
 from pathlib import Path
 from typing import Any
 
-PathLike = str | os.PathLike[str]
+from ._types import PathLike
 
 NAME_SIZE_MAX = 200  # bytes; with a longer name, that of the temporary would exceed the 255 of a file system
 

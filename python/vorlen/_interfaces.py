@@ -7,11 +7,11 @@ its step from the middle of the layer below to the middle of the layer above.
 from __future__ import annotations
 
 import math
-from typing import Any
 
 import numpy as np
 import pandas as pd
-from numpy.typing import NDArray
+
+from ._types import Array
 
 SMALLEST_STEP = 0.005  # fraction; a smaller change does not count as an interface
 METALS = {"x_in": "In", "x_al": "Al"}  # gallium is the rest
@@ -65,7 +65,7 @@ def interface_values(layers: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFram
     return table
 
 
-def _lowest_from_here(heights: NDArray[Any]) -> NDArray[Any]:
+def _lowest_from_here(heights: Array) -> Array:
     """The lowest of each height and those after it; NaN does not count."""
     return np.fmin.accumulate(heights[::-1])[::-1]
 
@@ -74,7 +74,7 @@ def _size(step: tuple[float, float]) -> float:
     return abs(step[1] - step[0])
 
 
-def _value_at(z: NDArray[Any], x: NDArray[Any], height: float) -> float:
+def _value_at(z: Array, x: Array, height: float) -> float:
     """x at a height, by linear interpolation between rows."""
     place = min(max(int(np.searchsorted(z, height)), 1), len(z) - 1)
     span = z[place] - z[place - 1]
@@ -83,7 +83,7 @@ def _value_at(z: NDArray[Any], x: NDArray[Any], height: float) -> float:
     return float(x[place - 1] + (x[place] - x[place - 1]) * (height - z[place - 1]) / span)
 
 
-def _crossing(heights: NDArray[Any], share: NDArray[Any], level: float) -> float:
+def _crossing(heights: Array, share: Array, level: float) -> float:
     """The first height at which share rises through level; NaN if there is none."""
     rises = np.flatnonzero((share[:-1] < level) & (level <= share[1:]))
     if len(rises) == 0:

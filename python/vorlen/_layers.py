@@ -11,10 +11,10 @@ from typing import Any
 
 import numpy as np
 import pandas as pd
-from numpy.typing import NDArray
 
 from ._result_file import COLUMN_NAMES, TIME_TOLERANCE
 from ._row_finder import RowFinder
+from ._types import Array, Mask
 
 SMALLEST_MISMATCH = 1e-6  # angstrom; below it the degree of relaxation is undefined
 METALS = ("x_in", "x_ga", "x_al")
@@ -44,7 +44,7 @@ LAYER_COLUMNS = (
 )
 
 
-def _kinds(active: NDArray[Any], layer_count: int) -> list[str]:
+def _kinds(active: Mask, layer_count: int) -> list[str]:
     """Kind of each layer (pre, active or post) from the kinds of the rows: pre- and post-stages have two rows each.
 
     A failed run has no rows of post-stages; they count as active stages that were not reached.
@@ -57,8 +57,8 @@ def _kinds(active: NDArray[Any], layer_count: int) -> list[str]:
 
 
 def _mean_composition(
-    rows: RowFinder, z: NDArray[Any], x: Sequence[NDArray[Any]], begin: float, end: float
-) -> NDArray[Any] | None:
+    rows: RowFinder, z: Array, x: Sequence[Array], begin: float, end: float
+) -> Array | None:
     """Mean of x over the height grown between two times.
 
     rows  finds simulated rows by time
@@ -69,7 +69,7 @@ def _mean_composition(
     """
     time = rows.values
     begin, end = max(begin, time[0]), min(end, time[-1])
-    times = np.concatenate(([begin], time[rows.between(begin, end)], [end]))
+    times = np.concatenate((np.array([begin]), time[rows.between(begin, end)], np.array([end])))
     if times[-1] <= times[0]:
         return None
     heights = np.interp(times, time, z)

@@ -14,7 +14,7 @@ import sys
 import sysconfig
 from pathlib import Path
 
-from ._files import PathLike
+from ._types import PathLike
 
 FILE_NAMES = ("libVorlenSolver.so.1", "libVorlenSolver.so")
 ERROR_BUFFER_SIZE = 2048  # bytes, as vorlen_solver.h states it

@@ -7,15 +7,16 @@ from __future__ import annotations
 
 import io
 from collections.abc import Callable, Iterable, Sequence
-from typing import Any, TYPE_CHECKING
+from typing import TYPE_CHECKING
 
 import numpy as np
 import pandas as pd
-from numpy.typing import NDArray
 
 from ._drawn import BLACK, DASHES, ORANGE, PINK, WIDTH, DrawnTables, decades_of, densities_of, metals_of
-from ._files import PathLike, as_path, check_place, replace_file
+from ._files import as_path, check_place, replace_file
 from ._plot_relaxation import relaxation_diagram
+from ._types import Array
+from ._types import PathLike
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -186,35 +187,35 @@ def _panels(tables: DrawnTables, span: str, panels: Sequence[str], over_time: bo
     return figure
 
 
-def _draw_composition(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
+def _draw_composition(axis: Axes, x: Array, rows: pd.DataFrame) -> None:
     for column, label, colour in metals_of(rows):
         axis.plot(x, rows[column], color=colour, label=label)
     axis.set_ylim(-0.03, 1.03)
     axis.set_ylabel("composition")
 
 
-def _draw_rate(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
+def _draw_rate(axis: Axes, x: Array, rows: pd.DataFrame) -> None:
     # Rows of pre-stages and post-stages contain the recipe's number, in another unit.
     axis.plot(x, rows["rate"].where(rows["active"]), color=BLACK)
     axis.set_ylabel("growth rate\n(nm/s)")
     axis.set_ylim(bottom=min(0.0, axis.get_ylim()[0]))
 
 
-def _draw_temperature(axis: Axes, x: NDArray[Any], heat: NDArray[Any]) -> None:
+def _draw_temperature(axis: Axes, x: Array, heat: Array) -> None:
     axis.plot(x, heat, color=ORANGE)
     axis.margins(y=0.2)
     axis.ticklabel_format(axis="y", useOffset=False)
     axis.set_ylabel("temperature\n(K)")
 
 
-def _draw_strain(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
+def _draw_strain(axis: Axes, x: Array, rows: pd.DataFrame) -> None:
     axis.axhline(0.0, color="#999999", linewidth=0.6)
     axis.plot(x, 100 * rows["eps_xx_t"], color=PINK, label="at growth (t)")
     axis.plot(x, 100 * rows["eps_xx_z"], color=PINK, linestyle=DASHES, label="finished (z)")
     axis.set_ylabel("strain \u03b5$_{xx}$\n(%)")
 
 
-def _draw_densities(axis: Axes, x: NDArray[Any], rows: pd.DataFrame) -> None:
+def _draw_densities(axis: Axes, x: Array, rows: pd.DataFrame) -> None:
     from matplotlib.ticker import NullFormatter
 
     densities = densities_of(rows)

@@ -23,8 +23,9 @@ from typing import TYPE_CHECKING, Any
 
 from . import _stages, _values, _xml_bytes
 from ._document import Document, Place
-from ._files import PathLike, as_path, read_file, replace_file
+from ._files import as_path, read_file, replace_file
 from ._kinds import SCHEMES
+from ._types import PathLike
 from ._values import Value
 from ._xml_bytes import RecipeError
 

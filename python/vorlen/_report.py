@@ -14,13 +14,14 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from ._files import PathLike, check_place, replace_file, valid_text
+from ._files import check_place, replace_file, valid_text
 from ._report_charts import charts
 from ._report_stack import layer_stack
 from ._run import Run, SimulationError
 from ._source import RecipeSource
 from ._status import read_matching_status
 from ._tool import findings
+from ._types import PathLike
 from ._version import __version__
 
 ASSETS = Path(__file__).resolve().parent / "assets"

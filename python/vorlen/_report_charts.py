@@ -8,10 +8,10 @@ from typing import Any
 
 import numpy as np
 import pandas as pd
-from numpy.typing import NDArray
 
 from ._drawn import BLACK, ORANGE, PINK, DrawnTables, decades_of, densities_of, metals_of
 from ._row_finder import RowFinder
+from ._types import Array, Rows
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
 GAP = 0.035  # between panels, as a share of the height
@@ -60,7 +60,7 @@ def _curve(x: Any, y: Any, name: str, colour: str, dashed: bool, *, axis: int = 
     }
 
 
-def _panels(tables: DrawnTables, rows: pd.DataFrame, x: NDArray[Any], over_time: bool) -> dict[str, Any]:
+def _panels(tables: DrawnTables, rows: pd.DataFrame, x: Array, over_time: bool) -> dict[str, Any]:
     panels: list[tuple[str, str, list[dict[str, Any]]]] = []
 
     def add(title: str, unit: str, curves: Iterable[tuple[Any, Any, str, str, bool]], kind: str = "linear") -> None:
@@ -94,11 +94,11 @@ def _panels(tables: DrawnTables, rows: pd.DataFrame, x: NDArray[Any], over_time:
     return {"data": [curve for _, _, curves in panels for curve in curves], "layout": layout}
 
 
-def _even(count: int) -> NDArray[Any]:
+def _even(count: int) -> Rows:
     return np.asarray(np.unique(np.linspace(0, count - 1, min(count, MAX_ROWS)).astype(int)))
 
 
-def _range(x: NDArray[Any]) -> list[float]:
+def _range(x: Array) -> list[float]:
     finite = x[np.isfinite(x)]
     if len(finite) == 0 or not finite.max() > finite.min():
         middle = float(finite[0]) if len(finite) else 0.0

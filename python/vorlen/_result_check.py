@@ -8,12 +8,12 @@ from __future__ import annotations
 
 import math
 from collections.abc import Callable
-from typing import TYPE_CHECKING, Any, NamedTuple
+from typing import TYPE_CHECKING, NamedTuple
 
 import numpy as np
-from numpy.typing import NDArray
 
 from ._result_file import COLUMN_NAMES, COLUMNS, TIME_TOLERANCE
+from ._types import Mask
 
 if TYPE_CHECKING:
     import pandas as pd
@@ -84,10 +84,10 @@ def _active_stage(stages: list[Stage], is_it: Callable[[Stage], bool]) -> Stage 
     return next(filter(is_it, active), active[-1] if active else None)
 
 
-def _bad_values(profile: pd.DataFrame) -> NDArray[Any]:
+def _bad_values(profile: pd.DataFrame) -> Mask:
     """Which values are unphysical: NaN or infinity anywhere, in an active row a fraction outside of the limits."""
     values = profile[list(COLUMN_NAMES)].to_numpy()
-    bad: NDArray[Any] = ~np.isfinite(values)
+    bad: Mask = ~np.isfinite(values)
     first, last = COLUMN_NAMES.index(FRACTIONS[0]), COLUMN_NAMES.index(FRACTIONS[-1]) + 1
     fractions = values[:, first:last]
     with np.errstate(invalid="ignore"):

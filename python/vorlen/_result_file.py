@@ -8,13 +8,13 @@ from __future__ import annotations
 
 import re
 import warnings
-from typing import Any, NamedTuple
+from typing import NamedTuple
 
 import numpy as np
 import pandas as pd
-from numpy.typing import NDArray
 
 from ._columns import RELAXATION_COLUMNS, RESULT_COLUMNS, SURFACE_COLUMNS, Column
+from ._types import Array, Mask
 
 TITLE = b'"VORLEN output file, version 2.0"'
 LAYERS_BEGIN = b"<LAYERS>"
@@ -118,7 +118,7 @@ def _first_fault(body: bytes, first_line: int, width: int) -> tuple[int, str]:
     raise AssertionError("the fast reader rejected rows that the slow one accepts")
 
 
-def _parse_rows(body: bytes, name: str, first_line: int, width: int) -> tuple[NDArray[Any], NDArray[Any]]:
+def _parse_rows(body: bytes, name: str, first_line: int, width: int) -> tuple[Array, Mask]:
     """The numbers, one row per line, and which of the rows are active."""
     codes = np.frombuffer(body, np.uint8)
     separators = np.flatnonzero((codes == ord(" ")) | (codes == ord("\n")))

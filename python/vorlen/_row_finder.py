@@ -2,16 +2,15 @@
 
 from __future__ import annotations
 
-from typing import Any
-
 import numpy as np
-from numpy.typing import NDArray
+
+from ._types import Array, Rows
 
 
 class RowFinder:
     """Searches values that usually increase with the row, such as time, and height except during evaporation."""
 
-    def __init__(self, values: NDArray[Any]) -> None:
+    def __init__(self, values: Array) -> None:
         """values  one per row; NaN is in no range"""
         self.values = values
         missing = np.isnan(values)
@@ -23,13 +22,13 @@ class RowFinder:
         first = int(np.searchsorted(self._highest_before, low, "right"))
         return slice(first, max(first, int(np.searchsorted(self._lowest_after, high, "right"))))
 
-    def between(self, low: float, high: float) -> NDArray[Any]:
+    def between(self, low: float, high: float) -> Rows:
         """Numbers of the rows above low and below high."""
         window = self.window(low, high)
         values = self.values[window]
         return np.flatnonzero((values > low) & (values < high)) + np.intp(window.start)
 
-    def up_to(self, low: float, high: float) -> NDArray[Any]:
+    def up_to(self, low: float, high: float) -> Rows:
         """Numbers of the rows above low and at most high."""
         window = self.window(low, high)
         values = self.values[window]

@@ -15,7 +15,7 @@ import pandas as pd
 
 from ._drawn import DrawnTables
 from ._export import write_csv, write_netcdf
-from ._files import PathLike, as_path, read_file
+from ._files import as_path, read_file
 from ._interfaces import interface_values
 from ._layers import layer_values
 from ._plot import PANELS, plot_run
@@ -24,6 +24,7 @@ from ._result_check import Stage, stages_of_layers, stages_of_recipe, unphysical
 from ._result_file import ResultFileError, parse_layers, parse_profile, reaches_the_end
 from ._source import RecipeLike, RecipeSource
 from ._status import check_recipe, read_matching_status, status_path
+from ._types import PathLike
 from ._xml_bytes import RecipeError
 
 if TYPE_CHECKING:

@@ -11,7 +11,6 @@ from dataclasses import dataclass
 from pathlib import Path
 
 from ._files import (
-    PathLike,
     as_path,
     check_place,
     locked_part,
@@ -29,6 +28,7 @@ from ._scheme import check_scheme, scheme_of
 from ._source import RecipeLike, RecipeSource
 from ._status import check_siblings, failed_path, status_path, write_status
 from ._termination import exit_on_sigterm, removed_on_sigterm
+from ._types import PathLike
 from ._xml_bytes import RecipeError
 
 

@@ -11,8 +11,9 @@ from . import _xml_bytes
 from ._files import as_path, read_file
 from ._recipe import Recipe
 from ._scheme import with_scheme
+from ._types import PathLike
 
-RecipeLike = str | bytes | os.PathLike[str] | Recipe
+RecipeLike = PathLike | bytes | Recipe
 
 
 @dataclass(frozen=True)

@@ -17,8 +17,9 @@ from collections.abc import Iterable
 from pathlib import Path
 from typing import Any
 
-from ._files import BusyError, PathLike, is_part_locked, read_file, replace_file, valid_text
+from ._files import BusyError, is_part_locked, read_file, replace_file, valid_text
 from ._source import RecipeSource
+from ._types import PathLike
 from ._version import __version__
 
 STATUS_ENDING, FAILED_ENDING, PART_ENDING = ".status.json", ".failed.txt", ".part"
