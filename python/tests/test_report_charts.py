@@ -72,6 +72,16 @@ def test_strains_are_in_percent_and_growth_rates_as_they_are() -> None:
     assert curve(figure, "strain, finished (z)")["y"] == [0.2, 0.2]
 
 
+def test_lines_are_solid_for_the_surface_and_dashed_for_the_finished_structure() -> None:
+    figure = charts_of([row(time=t, z=t, rho_td_t=1e8, rho_td_z=1e8, rho_vd0_t=1e8) for t in (0, 20)])["time"]
+    for each in figure["data"]:
+        assert each["line"]["dash"] == ("dash" if "(z)" in each["name"] else "solid"), each["name"]
+        # pixels; the colours of thinner lines are hard to distinguish
+        assert each["line"]["width"] == 2 and each["mode"] == "lines"
+        assert each["showlegend"] is True
+    assert len([each for each in figure["data"] if each["line"]["dash"] == "dash"]) == 2
+
+
 def test_heights_start_at_the_first_simulated_row_and_are_linked_to_times() -> None:
     layers = [("base", 5.0, 100.0), *LAYERS]
     rows = [
