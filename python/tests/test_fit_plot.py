@@ -65,7 +65,8 @@ def test_known_uncertainties_are_drawn_as_bars(sigma: float, bars: bool) -> None
     assert points.has_xerr == bars and not points.has_yerr
     if bars:
         (segments,) = [lines.get_segments() for lines in points.lines[2]]
-        assert np.array(segments) == pytest.approx(np.array([[[0.09, 0.11], [0.11, 0.11]], [[0.19, 0.21], [0.21, 0.21]]]))
+        ends = [[[0.09, 0.11], [0.11, 0.11]], [[0.19, 0.21], [0.21, 0.21]]]
+        assert np.array(segments) == pytest.approx(np.array(ends))
     plt.close(figure)
 
 
