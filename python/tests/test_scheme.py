@@ -237,3 +237,8 @@ def test_a_row_whose_worker_crashed_names_its_scheme(
     table = sweep(tmp_path / "s", "staged", 1)
     assert list(table.status) == ["crashed"]
     assert json.loads(Path(table.status_file[0]).read_text())["scheme"] == "staged"
+
+
+def test_a_recipe_without_a_file_is_called_recipe_in_texts() -> None:
+    with pytest.raises(vorlen.RecipeError, match="^recipe, line 1: "):
+        with_scheme(b"<NonstSurfChem>", "staged")

@@ -280,5 +280,35 @@ TEST(StagedRun, TheResultHardlyDependsOnTheTolerance) {
   EXPECT_TRUE(close_to(z[2], z[1], 1e-4));
 }
 
+// A span that leads to an opening or a maximum ends there. If the event were watched for once more on the way, it might
+// be found a little earlier each time, without end.
+TEST(StagedRun, AnEventIsFoundOnce) {
+  ProcessRecipe recipe = bare_recipe(STRESS_V_dislocation);
+  recipe.vacancy_model = VACANCY_In;
+  recipe.V_angle_05 = 15.0;
+  recipe.scheme = SCHEME_staged;
+  PrePostStageRecord substrate = small_layer(3.189);
+  substrate.tau = 3600.0;
+  substrate.thickness = 2000.0;
+  substrate.rho_D = 1e7;
+  add_pre(recipe, substrate);
+  StageRecord well = small_stage(50.0);
+  well.T = {1000.0, 1000.0};
+  well.Q[TMIn_g] = {0.15, 0.15};
+  well.disl_model = DISL_inherited;
+  StageRecord barrier = small_stage(100.0);
+  barrier.T = {1070.0, 1070.0};
+  barrier.Q[TMIn_g] = {0.0, 0.0};
+  barrier.disl_model = DISL_inherited;
+  for (int period = 0; period < 6; ++period) {
+    add(recipe, well);
+    add(recipe, barrier);
+  }
+  // At most 200 steps for each of the 12 stages, and 1 for the run.
+  const Grown r = run(recipe, {.max_steps = 1});
+  EXPECT_EQ(0, r.status) << r.error;
+  EXPECT_LT(0.0, r.model->rho_VD);
+}
+
 }  // namespace
 }  // namespace vorlen_test

@@ -170,6 +170,45 @@ class Tree(unittest.TestCase):
             file.write("def limit(x):\n    while x == x:\n        x = x\n    return x < 3\n")
         self.assertRaises(subprocess.TimeoutExpired, tree.failure, "test_toy", 5)
 
+    @unittest.skipIf(importlib.util.find_spec("pytest") is None, "needs pytest")
+    def test_a_case_that_fails_without_a_change_does_not_leave_out_its_file(self):
+        path = os.path.join(self.root, "python/tests/test_toy.py")
+        with open(path, "a", encoding="utf-8") as file:
+            file.write("\n\nimport pytest\n\n\n@pytest.mark.parametrize('x', [1, 2], ids=['a - b', 'c'])\n"
+                       "def test_fails(x):\n    assert x == 2\n")
+        run = self.run_script("--seed", "1", "--count", "2")
+        self.assertIn("test_toy: left out 1 cases that fail without any change, ['tests/test_toy.py::test_fails[a']",
+                      run.stdout)
+        self.assertTrue(run.stdout.endswith("\n1 of 2 noticed (50 %)\n"), run.stdout)
+
+    @unittest.skipIf(importlib.util.find_spec("pytest") is None, "needs pytest")
+    def test_the_other_tests_try_the_survivors(self):
+        with open(os.path.join(self.root, "python/tests/test_other.py"), "w", encoding="utf-8") as file:
+            file.write("from vorlen import toy\n\n\ndef test_unused():\n    assert toy.unused(3) == 15\n")
+        run = self.run_script("--seed", "1", "--count", "2")
+        self.assertEqual(run.returncode, 0, run.stdout + run.stderr)
+        first, _, then = run.stdout.partition("the other tests try 1 survivors\n")
+        self.assertRegex(first, r"\nsurvives in .*toy.py:6 ")
+        self.assertRegex(then, r"noticed in .*toy.py:6 .*test_other.py::test_unused")
+        self.assertTrue(then.endswith("\n2 of 2 noticed (100 %)\n"), then)
+
+    def test_the_near_tests_come_first(self):
+        tests = os.path.join(self.root, "python/tests")
+        for name in ("sweep", "sweep_engines", "sweep_pool", "run", "fit"):
+            with open(os.path.join(tests, f"test_{name}.py"), "w", encoding="utf-8"):
+                pass
+        tree = random_mutants.PythonTree(os.path.join(self.root, "copy"), self.root)
+        self.assertEqual(tree.tests("python/vorlen/_pool.py"), [
+            ("test_sweep_pool", True), ("test_sweep", True),
+            ("test_fit", False), ("test_run", False), ("test_toy", False)])
+        self.assertEqual(tree.tests("python/vorlen/_fit_plot.py")[0], ("test_fit", True))
+        self.assertEqual(sum(near for _, near in tree.tests("python/vorlen/_fit_plot.py")), 1)
+
+    def test_the_tests_that_are_near_exist(self):
+        names = [name.removeprefix("test_") for name in os.listdir(os.path.join(SOURCE, "python/tests"))]
+        for word in " ".join(random_mutants.PYTHON_TESTS.values()).split():
+            self.assertTrue(any(name.startswith(word) for name in names), word)
+
     def test_a_kept_copy_follows_the_tree_and_keeps_its_build(self):
         with tempfile.TemporaryDirectory() as copy:
             mutant.copy_tree(self.root, copy)

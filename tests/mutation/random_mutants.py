@@ -10,10 +10,10 @@ The same seed gives the same changes. A change that does not compile, or gives t
 object files (C++), is replaced by another one.
 
 Works on a copy of the tree for each job, which --work keeps with its build for the next run. The tests nearest to the
-changed file run first (those of the same name, then those of the modules that import it, or of its folder), then the
-others; the first failure ends the trial. A test that needs more than TEST_LIMIT without any change is left out, and so
-is one that fails then; a hang counts as noticed. The tests in Python need VORLEN and VORLEN_LIBRARY in the environment,
-as pytest does.
+changed file (of the same name or folder, or named in the tables below) try every change, then the others try the
+survivors; the first failure ends a trial. A test that needs more than TEST_LIMIT without any change is left out, and so
+is one that fails then (of a file in Python, the cases that fail); a hang counts as noticed. The tests in Python need
+VORLEN and VORLEN_LIBRARY in the environment, as pytest does.
 
 The survivors that equivalent.txt lists with a reason are not counted. Exit status: 1 if another one survives, 2 if
 nothing could be tried. --root is the tree (of a test of this script).
@@ -28,6 +28,7 @@ import random
 import re
 import resource
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -47,6 +48,19 @@ SOURCES = {"src": ["src/**/*.cpp", "src/**/*.h"], "tools": ["tools/**/*.cpp", "t
 GENERATED = ("python/vorlen/_elements.py", "python/vorlen/_columns.py")
 # Real clusters, notebooks, installations: minutes. They run only for a file of their name.
 SLOW = ("test_sweep_engines", "test_notebooks", "test_docs", "test_chart_library", "test_package")
+# The first words of the test files for modules of the package, nearest first.
+PYTHON_TESTS = {"document elements kinds stages timeline values xml_bytes": "recipe source scheme abuse",
+                "parameter plan plan_file plan_values": "sweep_plan abuse sweep_object sweep_folder",
+                "scheme": "scheme run recipe", "source": "source abuse", "library": "run version",
+                "pool worker": "sweep_pool sweep", "row run_rows runner table": "sweep_object sweep",
+                "sweep sweep_dataset sweep_folder": "sweep abuse", "sweep_command": "sweep_command",
+                "termination": "run",
+                "measurements": "fit sensitivity", "files": "files run abuse", "simulate": "run unphysical files abuse",
+                "run": "run status plot export abuse", "status": "status run", "result_check": "unphysical run",
+                "result_file": "result_file run", "row_finder": "row_finder layers plot",
+                "drawn figure_file": "plot fit sensitivity", "plot plot_relaxation": "plot",
+                "report report_charts report_stack report_command tool": "report unphysical status",
+                "tornado": "sensitivity", "main init": "version report sweep_command"}
 LIBRARY_PROGRAMS = ("recipe/recipe_tests", "model/model_tests", "results/results_tests", "strain/strain_tests",
                     "integrator/integrator_tests", "api/api_tests", "physics/physics_tests",
                     "physics/staged_physics_tests", "api/allocation_tests", "recipe/recipe_allocation_tests")
@@ -60,7 +74,7 @@ class PythonTree:
 
     def __init__(self, folder: str, root: str):
         copy_tree(root, folder)
-        self.folder = folder
+        self.folder, self.failing = folder, {}
         for path in glob.glob("build/*/python/plotly.min.js", root_dir=root):  # the reports need it
             os.makedirs(os.path.dirname(os.path.join(folder, path)), exist_ok=True)
             shutil.copy(os.path.join(root, path), os.path.join(folder, path))
@@ -68,34 +82,35 @@ class PythonTree:
     def reason_to_discard(self, mutant: Mutant, source: bytes) -> str:
         return "" if mutate_python.is_other(source, mutant.apply(source)) else "same or invalid"
 
-    def tests(self, file: str) -> list[str]:
-        name = os.path.basename(file)[:-len(".py")]
-        importers = [self._stem(path) for path in glob.glob(os.path.join(self.folder, "python/vorlen/*.py"))
-                     if re.search(rf"import {name}\b|from (?:vorlen)?\.{name} import", self._read(path))]
+    def tests(self, file: str) -> list[tuple[str, bool]]:
+        """The tests of a changed file in their order, and which of them are near."""
+        name = os.path.basename(file)[:-len(".py")].strip("_")
+        words = next((each.split() for names, each in PYTHON_TESTS.items() if name in names.split()), [])
 
         def rank(test: str) -> tuple:
             about = test.removeprefix("test_")
-            near = next((k for k, words in enumerate(([name.strip("_")], [each.strip("_") for each in importers]))
-                         if about in words or any(about.startswith(word + "_") for word in words)), 2)
-            return near, test
+            near = about.startswith(name) or name.startswith(about + "_")
+            return 0 if near else next((k for k, word in enumerate(words, 1) if about.startswith(word)), 100), test
 
-        found = [self._stem(path) for path in glob.glob(os.path.join(self.folder, "python/tests/test_*.py"))]
-        return [test for test in sorted(found, key=rank) if test not in SLOW or rank(test)[0] == 0]
+        found = [os.path.basename(path)[:-len(".py")]
+                 for path in glob.glob(os.path.join(self.folder, "python/tests/test_*.py"))]
+        return [(test, rank(test)[0] < 100) for test in sorted(found, key=rank)
+                if test not in SLOW or test == f"test_{name}"]
 
     def failure(self, test: str, limit: float) -> str:
-        done = run([sys.executable, "-B", "-m", "pytest", "-x", "-q", "-c", "python/pyproject.toml",
-                    f"python/tests/{test}.py"], timeout=limit, cwd=self.folder)
+        done = self._pytest(test, limit, "-x", *(f"--deselect={case}" for case in self.failing.get(test, ())))
         failed = re.search(r"^(?:FAILED|ERROR) \S*?(\w+\.py\S*)", done.stdout, re.MULTILINE)
         return "" if done.returncode in (0, 5) else failed[1] if failed else f"status {done.returncode} of {test}"
 
-    @staticmethod
-    def _stem(path: str) -> str:
-        return os.path.basename(path)[:-len(".py")]
+    def leave_out_failing_cases(self, test: str, limit: float) -> list[str]:
+        """The cases of a test that fail without any change. The other cases of the file still try the changes."""
+        done = self._pytest(test, limit)
+        self.failing[test] = re.findall(r"^(?:FAILED|ERROR) python/(.*?)(?: - .*)?$", done.stdout, re.MULTILINE)
+        return self.failing[test]
 
-    @staticmethod
-    def _read(path: str) -> str:
-        with open(path, encoding="utf-8") as file:
-            return file.read()
+    def _pytest(self, test: str, limit: float, *options: str) -> subprocess.CompletedProcess:
+        return run([sys.executable, "-B", "-m", "pytest", "-q", "-c", "python/pyproject.toml", *options,
+                    f"python/tests/{test}.py"], timeout=limit, cwd=self.folder)
 
 
 class CppTree:
@@ -135,17 +150,19 @@ class CppTree:
             return "" if "error:" not in done.stdout and "] Linking" in done.stdout else "does not compile"
         return "same object files" if self._objects() == self.original else ""
 
-    def tests(self, file: str) -> list[str]:
+    def tests(self, file: str) -> list[tuple[str, bool]]:
+        """The tests of a changed file in their order, and which of them are near."""
         folder = os.path.dirname(file).partition("/")[2]
         if self.kind == "src":
-            return sorted(LIBRARY_PROGRAMS, key=lambda program: not program.startswith(folder + "/"))
+            order = sorted(LIBRARY_PROGRAMS, key=lambda program: not program.startswith(folder + "/"))
+            return [(program, program.startswith(folder + "/")) for program in order]
         words = (TOOL_TESTS.get(folder) or TOOL_TESTS[""]).split()
         words.insert(0, os.path.basename(file).partition(".")[0].removeprefix("command_"))
 
         def rank(test: str) -> tuple:
             return next((k for k, word in enumerate(words) if word in test), len(words)), test
 
-        return sorted(["tools_tests", *self.scripts], key=rank)
+        return [(test, rank(test)[0] < len(words)) for test in sorted(["tools_tests", *self.scripts], key=rank)]
 
     def failure(self, test: str, limit: float) -> str:
         if test in self.scripts:
@@ -199,26 +216,31 @@ class Trials:
         self.equivalent = judged_equivalent()
         self.next, self.open, self.lock = 0, options.count, threading.Condition()
         self.seconds = {}  # of each test without any change; None: left out
-        self.noticed, self.skipped, self.survivors = 0, 0, []
+        self.noticed, self.skipped, self.survivors, self.remaining = 0, 0, [], []
 
     def measure(self, tree, test: str) -> None:
         """Runs a test without any change."""
         start = time.monotonic()
         try:
             failure = tree.failure(test, TEST_LIMIT)
+            if failure and isinstance(tree, PythonTree):
+                cases = tree.leave_out_failing_cases(test, TEST_LIMIT)
+                print(f"{test}: left out {len(cases)} cases that fail without any change, {cases[:1]}", flush=True)
+                start = time.monotonic()
+                failure = tree.failure(test, TEST_LIMIT)
         except subprocess.TimeoutExpired:
             failure = f"needs more than {TEST_LIMIT} s"
         self.seconds[test] = None if failure else time.monotonic() - start
         print(f"{test}: {'left out: ' + failure if failure else f'{self.seconds[test]:.1f} s'}", flush=True)
 
-    def judge(self, tree, mutant: Mutant, source: bytes) -> tuple[str, str]:
-        """(noticed, by which test), (survives, "") or (discarded, why)."""
+    def judge(self, tree, mutant: Mutant, source: bytes, last: bool) -> tuple[str, str]:
+        """(noticed, by which test), (survives, "") or (discarded, why). `last`: by the tests that are not near."""
         path = os.path.join(tree.folder, mutant.file)
         write(path, mutant.apply(source))
         reason = tree.reason_to_discard(mutant, source)
         if reason:
             return "discarded", reason
-        for test in tree.tests(mutant.file):
+        for test in (test for test, near in tree.tests(mutant.file) if near != last):
             if test not in self.seconds:
                 write(path, source)
                 self.measure(tree, test)
@@ -233,32 +255,37 @@ class Trials:
                     return "noticed", failure
         return "survives", ""
 
-    def work(self, tree) -> None:
-        while True:
-            with self.lock:
-                # A candidate that another thread has yet to judge may be discarded and need a successor.
-                if self.open <= 0 or self.next >= len(self.queue):
-                    return
-                mutant = self.queue[self.next]
-                self.next, self.open = self.next + 1, self.open - 1
+    def next_mutant(self, last: bool) -> Mutant | None:
+        with self.lock:
+            if last:
+                return self.survivors.pop(0) if self.survivors else None
+            # A candidate that another thread has yet to judge may be discarded and need a successor.
+            if self.open <= 0 or self.next >= len(self.queue):
+                return None
+            self.next, self.open = self.next + 1, self.open - 1
+            return self.queue[self.next - 1]
+
+    def work(self, tree, last: bool) -> None:
+        while mutant := self.next_mutant(last):
             path = os.path.join(tree.folder, mutant.file)
             with open(path, "rb") as file:
                 source = file.read()
-            key, start = (mutant.file, *mutant.texts(source)), time.monotonic()
-            verdict, why = "judged equivalent", ""
-            if key not in self.equivalent:
+            old, new = mutant.texts(source)
+            start, verdict, why = time.monotonic(), "judged equivalent", ""
+            if (mutant.file, old, new) not in self.equivalent:
                 try:
-                    verdict, why = self.judge(tree, mutant, source)
+                    verdict, why = self.judge(tree, mutant, source, last)
                 finally:
                     write(path, source)
+            place = f"{mutant.file}:{mutant.line(source)} ({mutant.kind})"
             with self.lock:
                 self.open += verdict == "discarded"
                 self.noticed += verdict == "noticed"
                 self.skipped += verdict == "judged equivalent"
                 if verdict == "survives":
-                    self.survivors.append((mutant.file, mutant.line(source), *key[1:], mutant.kind))
-                print(f"{verdict} in {time.monotonic() - start:.0f} s: {mutant.file}:{mutant.line(source)} "
-                      f"({mutant.kind}) {why}", flush=True)
+                    (self.remaining if last else self.survivors).append(mutant)
+                    why = f"\n- {old}\n+ {new}"
+                print(f"{verdict} in {time.monotonic() - start:.0f} s: {place} {why}", flush=True)
 
     def run(self, folder: str) -> int:
         kind, root = self.options.kind, self.options.root
@@ -267,22 +294,28 @@ class Trials:
             os.makedirs(each, exist_ok=True)
         trees = [PythonTree(each, root) if kind == "python" else CppTree(each, root, kind) for each in folders]
         if kind != "python":  # there a test is measured before its first use; a program would have to be built again
-            for test in dict.fromkeys(test for mutant in self.queue for test in trees[0].tests(mutant.file)):
+            for test in dict.fromkeys(test for mutant in self.queue for test, _ in trees[0].tests(mutant.file)):
                 self.measure(trees[0], test)
-        threads = [threading.Thread(target=self.work, args=(tree,)) for tree in trees]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
-        for file, line, old, new, kind in sorted(self.survivors):
-            print(f"\n{file}:{line} ({kind})\n- {old}\n+ {new}")
-        total = self.noticed + len(self.survivors)
+        for last in (False, True):
+            if last:
+                print(f"the other tests try {len(self.survivors)} survivors", flush=True)
+            threads = [threading.Thread(target=self.work, args=(tree, last)) for tree in trees]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+        for mutant in sorted(self.remaining, key=lambda each: (each.file, each.start)):
+            with open(os.path.join(root, mutant.file), "rb") as file:
+                source = file.read()
+            old, new = mutant.texts(source)
+            print(f"\n{mutant.file}:{mutant.line(source)} ({mutant.kind})\n- {old}\n+ {new}")
+        total = self.noticed + len(self.remaining)
         if not any(self.seconds.values()):
             print("\nno test passes without a change")
             return 2
         print(f"\n{self.noticed} of {total} noticed ({100 * self.noticed / max(total, 1):.0f} %)"
               + (f", {self.skipped} judged equivalent" if self.skipped else ""))
-        return 2 if total == 0 else 1 if self.survivors else 0
+        return 2 if total == 0 else 1 if self.remaining else 0
 
 
 def main() -> int:
@@ -297,6 +330,8 @@ def main() -> int:
     options = parser.parse_args()
     print(f"seed {options.seed}", flush=True)
     os.environ["PYTHONDONTWRITEBYTECODE"] = "1"  # a cached module may have the time and size of a changed one
+    # A shell starts a job in the background with SIGINT ignored: the tests of interrupts would wait forever.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     resource.setrlimit(resource.RLIMIT_DATA, (MEMORY_LIMIT, resource.getrlimit(resource.RLIMIT_DATA)[1]))
     with tempfile.TemporaryDirectory() as temporary:
         os.chmod(temporary, 0o755)  # some tests run a part as another user

@@ -1,0 +1,33 @@
+"""vorlen.Run with recipes that are missing, not well-formed or have no timeline."""
+
+from __future__ import annotations
+
+import pytest
+
+import vorlen
+from support import V_DEFECTS, result, row
+from vorlen._source import RecipeSource
+
+LAYERS = [("a", 10.0, 10.0), ("b", 10.0, 10.0)]
+ROWS = [row(time=t, z=t, x_ga=1.0, rate=1.0, rho_td_t=1e8, rho_td_z=1e8) for t in (0, 10, 20)]
+
+
+def recipe_without_a_number_of_stages() -> bytes:
+    """A recipe whose stages can't be listed, so that it has no timeline."""
+    changed = V_DEFECTS.read_bytes().replace(b"<n_stages ", b"<n_other ")
+    with pytest.raises(KeyError, match="n_stages"):
+        vorlen.Recipe(changed).timeline()
+    return changed
+
+
+@pytest.mark.parametrize("content", [None, b"<recipe", recipe_without_a_number_of_stages()])
+def test_a_run_without_a_timeline_is_drawn_without_temperatures(content: bytes | None) -> None:
+    run = vorlen.Run(result(LAYERS, ROWS).encode(), recipe_source=RecipeSource(content=content))
+    assert run._drawn.timeline is None
+    labels = [axis.get_ylabel() for axis in run.plot().axes]
+    assert not any("temperature" in label for label in labels) and any("rate" in label for label in labels)
+
+
+def test_a_run_with_a_timeline_is_drawn_with_temperatures() -> None:
+    run = vorlen.run(V_DEFECTS)
+    assert any("temperature" in axis.get_ylabel() for axis in run.plot().axes)
