@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import concurrent.futures
 import queue
+import sys
 from collections.abc import Sequence
 from concurrent.futures import Executor, Future
 from pathlib import Path
@@ -101,13 +103,27 @@ def _run_into(
                 bar.set_postfix_str(f"{troubles} not ok" if troubles else "", refresh=False)
                 bar.update()
     except BaseException:
-        for future, place in place_of.items():
-            if not future.cancel() and future.done() and future.exception() is None:
-                rows[place] = future.result()
+        running = [future for future in place_of if not future.cancel()]
+        try:
+            if not isinstance(executor, LocalPool):  # whose runs are killed
+                _wait_for(running)
+        finally:
+            for future in running:
+                if future.done() and future.exception() is None:
+                    rows[place_of[future]] = future.result()
         raise
     finally:
         if bar is not None:
             bar.close()
+
+
+def _wait_for(running: list[Future[Row]]) -> None:
+    """Waits for runs that can't be cancelled: they write to the folder, which would be free for others."""
+    count = sum(not future.done() for future in running)
+    if count:
+        runs = "the run that" if count == 1 else f"{count} runs that"
+        print(f"waiting for {runs} can't be cancelled; Ctrl-C stops waiting", file=sys.stderr, flush=True)
+        concurrent.futures.wait(running)
 
 
 def _submit(executor: Executor, task: dict[str, Any]) -> Future[Row]:

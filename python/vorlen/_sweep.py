@@ -120,6 +120,7 @@ class Sweep:
 
         A grid has a dimension for each parameter, named by its path, with the values as its coordinate; the coordinates
         of ramps are PATH_begin and PATH_end. Values taken together have the dimension row, with the same coordinates.
+        The names of dimensions and coordinates have dots instead of slashes, so that to_netcdf() accepts them.
         """
         from ._sweep_dataset import sweep_dataset
 
@@ -229,7 +230,8 @@ def sweep(
                 their status files; False: all rows are run, and older ones replaced
     workers     number of concurrent runs on this machine; None: one per processor
     executor    a Dask client, an MPI pool, or an executor with the interface of concurrent.futures, instead of worker
-                processes on this machine. Its processes must have access to the folder out
+                processes on this machine. Its processes must have access to the folder out. After Ctrl-C, runs that it
+                can't cancel are waited for
     progress    True: show a progress bar on standard error, if tqdm is installed
 
     The table of the returned Sweep has one row per run: the values, status, text, key results, files. status is

@@ -16,13 +16,16 @@ if TYPE_CHECKING:
 
 
 def sweep_dataset(plan: Plan, table: pd.DataFrame) -> xarray.Dataset:
-    """Key results, status and text of a table. Dimensions: the parameters of a grid, otherwise row."""
+    """Key results, status and text of a table. Dimensions: the parameters of a grid, otherwise row.
+
+    Names have dots for the slashes of paths, which the names of a netCDF file must not contain.
+    """
     import xarray
 
     parameters = parameter_columns(plan.rows())
     units = table.attrs["units"]
     grid = plan.mode == "grid"
-    dimensions = list(plan.parameters) if grid else ["row"]
+    dimensions = [_named(path) for path in plan.parameters] if grid else ["row"]
     shape = [len(values) for values in plan.parameters.values()] if grid else [len(table)]
 
     def attributes(name: str) -> dict[str, str]:
@@ -38,7 +41,8 @@ def sweep_dataset(plan: Plan, table: pd.DataFrame) -> xarray.Dataset:
             values = values_of(name)
             if grid:  # along its own axis; the same everywhere else
                 values = np.moveaxis(values.reshape(shape), axis, 0).reshape(shape[axis], -1)[:, 0]
-            coordinates[name] = (path if grid else "row", values, attributes(name))
+            about = {"long_name": name} | attributes(name)
+            coordinates[_named(name)] = (_named(path) if grid else "row", values, about)
     inputs = [name for columns in parameters.values() for name in columns]
     variables = {
         name: (dimensions, values_of(name).reshape(shape), attributes(name))
@@ -46,3 +50,7 @@ def sweep_dataset(plan: Plan, table: pd.DataFrame) -> xarray.Dataset:
         if name not in inputs and not name.endswith("_file")
     }
     return xarray.Dataset(variables, coordinates, {"source": f"VorlenSolver {__version__}"})
+
+
+def _named(path: str) -> str:
+    return path.replace("/", ".")
