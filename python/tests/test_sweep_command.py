@@ -85,6 +85,19 @@ def test_the_rows_of_another_sweep_are_not_merged(layer, tmp_path, capsys):
     assert (tmp_path / "s" / "table.csv").read_bytes() == before and len(table) == 2
 
 
+def test_merge_under_another_scheme_than_that_of_the_rows_is_an_error_and_the_table_stays(layer, tmp_path, capsys):
+    plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1000]}))
+    assert main(["sweep", plan, "--scheme", "continuous", "--quiet"]) == 0
+    table = (tmp_path / "plan" / "table.csv").read_bytes()
+    for words in ([], ["--scheme", "staged"]):
+        capsys.readouterr()
+        assert main(["sweep", plan, "--merge", *words]) == 1
+        text = f"the rows in {tmp_path / 'plan'} were run with another --scheme; give --merge the same one"
+        assert capsys.readouterr().err == f"vorlen: {text}\n"
+        assert (tmp_path / "plan" / "table.csv").read_bytes() == table
+    assert main(["sweep", plan, "--merge", "--scheme", "continuous"]) == 0
+
+
 def test_out_is_the_folder_instead_of_the_plan_s(layer, tmp_path):
     plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1000]}))
     assert main(["sweep", plan, "--out", str(tmp_path / "other"), "--quiet"]) == 0

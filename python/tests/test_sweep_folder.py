@@ -82,6 +82,19 @@ def edit_row(key: str, value: object):
     return change
 
 
+def edit_value(name: str, value: object):
+    def change(rows: Path) -> None:
+        path = rows / "000001.status.json"
+        status = json.loads(path.read_text())
+        assert name in status["row"]["values"]
+        status["row"]["values"][name] = value
+        if value == "delete":
+            del status["row"]["values"][name]
+        path.write_text(json.dumps(status))
+
+    return change
+
+
 def edit(**changes: object):
     def change(rows: Path) -> None:
         path = rows / "000001.status.json"
@@ -104,7 +117,7 @@ DAMAGES = {  # name: what is done to the folder of the rows, and which of three 
     "status is binary": (lambda rows: (rows / "000001.status.json").write_bytes(b"\xff\x00"), [1]),
     "failed rows": (lambda rows: (rows / "000003.status.json").unlink(), [3]),
     **{f"{key} is {value!r}": (edit(**{key: value}), [1]) for key in (
-        "recipe_sha256", "result_sha256", "scheme", "version", "row", "result"
+        "recipe_sha256", "result_sha256", "scheme", "version", "row", "row_sha256", "result"
     ) for value in ("delete", None, 5, [], {}, "x")},
     **{f"{key} of the row is {value!r}": (edit_row(key, value), [1]) for key, values in {
         "status": (None, 5, [], {}, "x", "missing", "failed"),
@@ -116,6 +129,8 @@ DAMAGES = {  # name: what is done to the folder of the rows, and which of three 
     **{f"a value of the row is {value!r}": (
         edit_row("values", dict.fromkeys(END_VALUES, 1.0) | {"z": value}), [1]
     ) for value in ("high", [], True, float("nan"))},
+    "a value is another number": (edit_value("z", 9999.0), [1]),
+    "a value is missing": (edit_value("x_in_2", "delete"), [1]),
     "row without a field": (edit(row={"status": "ok"}), [1]),
 }
 
@@ -321,3 +336,113 @@ def test_what_killed_runs_have_left_is_removed(layer, tmp_path, capsys):
         small_sweep(layer, {T: [1000, 1010]}, executor=executor, out=out)
     assert not list((out / "rows").glob(".*"))
     assert sorted(path.name for path in out.glob(".*")) == [".lock", ".mine.part", ".plan.lock"]
+
+
+def part(plan: object, rows: str, *words: str) -> int:
+    """The exit status of a part."""
+    from vorlen.__main__ import main
+
+    return main(["sweep", str(plan), "--rows", rows, "--quiet", "--workers", "1", *words])
+
+
+@pytest.mark.parametrize("words", [[], ["--no-resume"]])
+def test_a_part_with_rows_of_a_running_part_is_busy_and_touches_nothing(tmp_path, faulty_library, capsys, words):
+    out = tmp_path / "s"
+    with hanging_sweep(out, {P: [HANG, 40000, 40001, 40002]}, "--rows", "0:3"):
+        assert part(tmp_path / "s.json", "3:4", *words) == 0
+        (out / "rows" / ".000001.result.txt.part").write_text("what the other part is writing")
+        files = {path: path.read_bytes() for path in out.rglob("*") if path.is_file()}
+        for rows, common in (("1:4", "1:3"), ("0:3", "0:3"), ("2:3", "2:3")):
+            capsys.readouterr()
+            assert part(tmp_path / "s.json", rows, *words) == 1
+            assert capsys.readouterr().err == f"vorlen: another sweep is running the rows {common} in {out}\n"
+        assert {path: path.read_bytes() for path in out.rglob("*") if path.is_file()} == files
+
+
+def test_parts_in_threads_of_one_process_do_not_share_rows(layer, tmp_path):
+    out, plan = tmp_path / "s", make_plan(layer, {T: [1000, 1010, 1020, 1030]})
+
+    def rows(first: int, end: int):
+        return locked_folder(plan, out, range(first, end), whole=False, resume=True)
+
+    with rows(0, 2):
+        with rows(2, 4):
+            for first, end, common in ((1, 3, "1:2"), (0, 4, "0:2"), (3, 4, "3:4")):
+                with ThreadPoolExecutor(1) as thread, pytest.raises(vorlen.BusyError, match=f"the rows {common} in {out}"):
+                    thread.submit(rows(first, end).__enter__).result()
+        with rows(2, 3):
+            pass
+    with rows(1, 4):
+        pass
+    assert sorted(path.name for path in out.glob(".*")) == [".lock", ".plan.lock"]
+
+
+@pytest.mark.parametrize("words", [[], ["--rows", "1:2"]])
+def test_the_rows_of_a_killed_part_are_free(tmp_path, faulty_library, words):
+    from vorlen.__main__ import main
+
+    out = tmp_path / "s"
+    with hanging_sweep(out, {P: [40000, HANG]}, "--rows", "0:2") as process:
+        process.kill()
+        process.wait()
+        assert (out / ".rows.0-2.lock").exists()
+    assert main(["sweep", str(tmp_path / "s.json"), "--quiet", "--workers", "1", "--timeout", "1", *words]) == 0
+    assert sorted(path.name for path in out.glob(".*")) == [".lock", ".plan.lock"]
+
+
+def test_a_table_never_has_the_rows_of_another_plan(layer, tmp_path, capsys):
+    out = tmp_path / "s"
+    quiet_sweep(layer, {T: [1000, 1010]}, out=out)
+    other = vorlen.write_plan(tmp_path / "other.json", layer, {T: [1020, 1030]}, out="s")
+    assert part(other, "0:1") == 1 and (out / "table.csv").exists()
+    assert part(other, "0:1", "--no-resume") == 0
+    assert not (out / "table.csv").exists()
+
+
+def test_a_table_is_removed_with_the_plan_even_if_no_row_is_run(layer, tmp_path):
+    out = tmp_path / "s"
+    quiet_sweep(layer, {T: [1000, 1010]}, out=out)
+    with locked_folder(make_plan(layer, {T: [1020]}), out, range(1), whole=True, resume=False):
+        pass
+    assert not (out / "table.csv").exists()
+
+
+def test_a_table_is_removed_as_soon_as_one_of_its_rows_is_run_again(layer, tmp_path, capsys):
+    from vorlen.__main__ import main
+
+    out = tmp_path / "s"
+    quiet_sweep(layer, {T: [1000, 1010]}, out=out)
+    table = (out / "table.csv").read_bytes()
+    plan = out / "plan.json"
+    assert part(plan, "0:1") == 0  # done already
+    assert (out / "table.csv").read_bytes() == table
+    assert part(plan, "0:1", "--no-resume") == 0
+    assert not (out / "table.csv").exists()
+    assert main(["sweep", str(plan), "--merge"]) == 0
+    assert (out / "table.csv").read_bytes() == table
+
+
+def test_a_table_beside_rows_that_are_not_of_a_sweep_stays(layer, tmp_path):
+    """As in the folder of a fit."""
+    (tmp_path / "rows").mkdir()
+    (tmp_path / "recipe.xml").write_bytes(layer.read_bytes())
+    (tmp_path / "table.csv").write_text("mine")
+    task = make_task(make_plan(layer, {T: [1000]}), tmp_path, 0, {T: 1000}, resume=True)
+    assert run_row(task)["status"] == "ok" and (tmp_path / "table.csv").read_text() == "mine"
+
+
+def test_a_row_is_that_of_its_values_even_if_another_program_replaces_its_recipe(layer, tmp_path, monkeypatch):
+    from vorlen import _row
+
+    monkeypatch.chdir(tmp_path)  # where the row's process is
+    (tmp_path / "rows").mkdir()
+    (tmp_path / "recipe.xml").write_bytes(layer.read_bytes())
+    replace = _row.replace_file
+
+    def replaced(path, content):
+        replace(path, layer.read_bytes() if path.suffix == ".xml" else content)
+
+    monkeypatch.setattr(_row, "replace_file", replaced)
+    row = _row.do_row(make_task(make_plan(layer, {T: [900]}), tmp_path, 0, {T: 900}, resume=True))
+    alone = vorlen.run(vorlen.Recipe.load(layer).set(T, 900))
+    assert row["status"] == "ok" and row["values"]["x_in_2"] == alone.layers.x_in[2] != vorlen.run(layer).layers.x_in[2]

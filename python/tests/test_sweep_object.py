@@ -5,8 +5,10 @@ from __future__ import annotations
 import inspect
 import os
 import shutil
+import signal
 import subprocess
 import sys
+import threading
 from concurrent.futures import Future, ThreadPoolExecutor
 from pathlib import Path
 
@@ -179,15 +181,21 @@ def test_a_temporary_folder_is_removed_when_python_ends(layer):
     assert done.stdout.startswith("/") and not Path(done.stdout.strip()).exists() and done.stderr == ""
 
 
+def dotted(path: str) -> str:
+    """The path as a dataset has it."""
+    return ".".join(path.split("/"))
+
+
 def test_a_grid_as_a_dataset(layer, sweep):
     pytest.importorskip("xarray")
     data = sweep.to_xarray()
-    assert dict(data.sizes) == {T: 3, TMIN: 2}
-    assert list(data[T].values) == [1000, 1020, 1040] and list(data[TMIN].values) == [0.1, 0.2]
-    assert (data[T].attrs["units"], data.thickness_2.attrs["units"]) == ("K", "nm")
+    t, tmin = dotted(T), dotted(TMIN)
+    assert dict(data.sizes) == {t: 3, tmin: 2}
+    assert list(data[t].values) == [1000, 1020, 1040] and list(data[tmin].values) == [0.1, 0.2]
+    assert data[t].attrs == {"long_name": T, "units": "K"} and data.thickness_2.attrs == {"units": "nm"}
     for row in sweep.table.to_dict("records"):
-        assert float(data.x_in_2.sel({T: row[T], TMIN: row[TMIN]})) == row["x_in_2"]
-        assert str(data.status.sel({T: row[T], TMIN: row[TMIN]}).values) == "ok"
+        assert float(data.x_in_2.sel({t: row[T], tmin: row[TMIN]})) == row["x_in_2"]
+        assert str(data.status.sel({t: row[T], tmin: row[TMIN]}).values) == "ok"
     assert "result_file" not in data
 
 
@@ -196,13 +204,39 @@ def test_ramps_texts_and_zipped_values_as_a_dataset(layer, tmp_path):
     parameters = {NAME: ["a", "b"], T: [(1000, 1020), -5]}
     sweep = small_sweep(layer, parameters, mode="zip", out=tmp_path / "zip")
     data = sweep.to_xarray()
-    assert dict(data.sizes) == {"row": 2} and data[f"{T}_end"].dims == ("row",)
-    assert list(data[f"{T}_end"].values) == [1020, -5] and list(data[NAME].values) == ["a", "b"]
+    t, name = dotted(T), dotted(NAME)
+    assert dict(data.sizes) == {"row": 2} and data[f"{t}_end"].dims == ("row",)
+    assert list(data[f"{t}_end"].values) == [1020, -5] and list(data[name].values) == ["a", "b"]
     assert np.isnan(data.x_in_2.values[1]) and data.x_in_2.values[0] == sweep.table.x_in_2[0]
     grid = small_sweep(layer, parameters, out=tmp_path / "grid").to_xarray()
-    assert dict(grid.sizes) == {NAME: 2, T: 2}
-    assert grid[f"{T}_begin"].dims == (T,) and list(grid[f"{T}_begin"].values) == [1000, -5]
+    assert dict(grid.sizes) == {name: 2, t: 2}
+    assert grid[f"{t}_begin"].dims == (t,) and list(grid[f"{t}_begin"].values) == [1000, -5]
     assert grid.status.values.tolist() == [["ok", "failed"]] * 2
+
+
+@pytest.mark.parametrize("mode", ["grid", "zip"])
+def test_a_dataset_can_be_written_as_netcdf(layer, tmp_path, mode):
+    pytest.importorskip("xarray")
+    netcdf = pytest.importorskip("netCDF4")
+    parameters = {
+        NAME: ["a", "µ b"], T: [(1000, 1020), -5], "NonstSurfChem:process_stages:stage_1:P": [4e4, 5e4],
+        "chemistry/Kd_In/@Tn": [0, 0.5],
+    }
+    sweep = small_sweep(layer, parameters, mode=mode, out=tmp_path / "s")
+    sweep.to_xarray().to_netcdf(tmp_path / "s.nc")
+    t, pressure, tn = dotted(T), "NonstSurfChem:process_stages:stage_1:P", "chemistry.Kd_In.@Tn"
+    dimensions = (dotted(NAME), t, pressure, tn) if mode == "grid" else ("row",)
+    with netcdf.Dataset(tmp_path / "s.nc") as file:
+        assert file["x_in_2"].dimensions == dimensions and file["x_in_2"].units == "1"
+        values = np.ma.filled(file["x_in_2"][:], np.nan).ravel()
+        np.testing.assert_array_equal(values, sweep.table.x_in_2)
+        assert np.isnan(values).sum() == len(values) / 2  # those at -5 K
+        assert file["status"][:].ravel().tolist() == list(sweep.table.status)
+        assert file["text"][:].ravel().tolist() == list(sweep.table.text)
+        assert file[dotted(NAME)][:].tolist() == ["a", "µ b"]
+        assert file[f"{t}_end"][:].tolist() == [1020, -5]
+        assert (file[f"{t}_end"].units, file[f"{t}_end"].long_name) == ("K", f"{T}_end")
+        assert file[pressure][:].tolist() == [4e4, 5e4] and file[tn][:].tolist() == [0, 0.5]
 
 
 def test_texts_of_a_sweep(troubled):
@@ -279,3 +313,60 @@ def test_an_interrupt_in_python_says_what_is_done_and_how_to_continue(layer, tmp
         sweep.resume(executor=Interrupted(), progress=False)
     assert "To continue: the same call" in capsys.readouterr().err
     assert set(sweep.resume(workers=1, progress=False).table.status) == {"ok"}
+
+
+class InThreads:
+    """An executor that runs each row when it is released, and is interrupted when the second row is submitted."""
+
+    def __init__(self) -> None:
+        self.released = threading.Event()
+        self.futures: list[Future] = []
+
+    def submit(self, function, *arguments):
+        if self.futures:
+            raise KeyboardInterrupt
+        future = Future()
+        assert future.set_running_or_notify_cancel()
+        self.futures.append(future)
+        threading.Thread(target=self._run, args=(future, function, arguments)).start()
+        return future
+
+    def _run(self, future, function, arguments) -> None:
+        self.released.wait(60)
+        future.set_result(function(*arguments))
+
+
+def test_after_an_interrupt_the_folder_stays_locked_until_the_runs_of_an_executor_have_ended(layer, tmp_path, capsys):
+    out, executor, busy = tmp_path / "s", InThreads(), []
+
+    def look() -> None:
+        try:
+            small_sweep(layer, {T: [1000, 1010, 1020]}, executor=Inline(), out=out)
+        except vorlen.BusyError as error:
+            busy.append(str(error))
+        executor.released.set()
+
+    timer = threading.Timer(0.5, look)
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        vorlen.sweep(layer, {T: [1000, 1010, 1020]}, executor=executor, out=out, progress=False)
+    assert executor.futures[0].done()
+    timer.join(60)
+    assert busy == [f"another sweep is running in {out}"]
+    assert capsys.readouterr().err == (
+        "waiting for the run that can't be cancelled; Ctrl-C stops waiting\n"
+        f'sweep interrupted; 3 rows: 1 ok, 2 missing. To continue: vorlen.read_sweep("{out}").resume()\n'
+    )
+    assert list(vorlen.read_sweep(out).table.status) == ["ok", "missing", "missing"]
+
+
+def test_a_second_interrupt_does_not_wait(layer, tmp_path, capsys):
+    executor = InThreads()
+    timer = threading.Timer(0.5, signal.pthread_kill, (threading.main_thread().ident, signal.SIGINT))
+    timer.start()
+    with pytest.raises(KeyboardInterrupt):
+        vorlen.sweep(layer, {T: [1000, 1010]}, executor=executor, out=tmp_path / "s", progress=False)
+    assert not executor.futures[0].done()
+    assert "sweep interrupted; 2 rows: 2 missing" in capsys.readouterr().err
+    executor.released.set()
+    executor.futures[0].result(60)

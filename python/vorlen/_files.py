@@ -186,8 +186,13 @@ def locked_part(place: Path) -> Iterator[Path]:
 
 def is_part_locked(place: Path) -> bool:
     """True if a run that writes to place holds its temporary."""
+    return is_locked(part_of(place))
+
+
+def is_locked(path: Path) -> bool:
+    """True if the file exists and an exclusive lock on it is held."""
     try:
-        file = os.open(part_of(place), os.O_RDONLY | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK)
+        file = os.open(path, os.O_RDONLY | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK)
     except OSError:
         return False
     try:

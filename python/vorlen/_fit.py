@@ -25,7 +25,6 @@ import numpy.typing as npt
 import pandas as pd
 
 from ._arguments import check_number, check_timeout, given_executor, is_number
-from ._files import PathLike
 from ._fit_model import STEP, Array, FitModel, fit_folder
 from ._fit_plot import plot_fit
 from ._measurements import measurement_table
@@ -34,6 +33,7 @@ from ._recipe import Recipe, place_in
 from ._run import SimulationError
 from ._run_rows import pool_of
 from ._source import RecipeLike
+from ._types import PathLike
 
 if TYPE_CHECKING:
     from lmfit import Parameters

@@ -15,11 +15,12 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from ._files import BusyError, PathLike, lock_file, replace_file
+from ._files import BusyError, lock_file, replace_file
 from ._plan import ROWS_FOLDER, Plan, make_task
 from ._recipe import Recipe
 from ._run import SimulationError
 from ._run_rows import run_tasks, working_folder
+from ._types import PathLike
 
 Array = npt.NDArray[np.float64]
 STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change

@@ -9,9 +9,9 @@ import numpy as np
 import pandas as pd
 
 from ._drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
-from ._files import PathLike
 from ._plot import STYLE, check_figure, save_figure
 from ._table import UNITS
+from ._types import PathLike
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes

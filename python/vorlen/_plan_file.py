@@ -20,10 +20,11 @@ from typing import Any
 import pandas as pd
 
 from ._arguments import check_flags
-from ._files import PathLike, as_path, check_place, read_file, replace_file
+from ._files import as_path, check_place, read_file, replace_file
 from ._plan import Plan, PlanError, sha256
 from ._plan_values import given_recipe, make_plan
 from ._source import RecipeLike
+from ._types import PathLike
 
 PLAN_KEYS = ("recipe", "parameters", "table", "mode", "timeout", "out", "scheme", "recipe_sha256")
 

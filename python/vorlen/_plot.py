@@ -15,8 +15,7 @@ import pandas as pd
 from ._drawn import BLACK, DASHES, ORANGE, PINK, WIDTH, DrawnTables, decades_of, densities_of, metals_of
 from ._files import as_path, check_place, replace_file
 from ._plot_relaxation import relaxation_diagram
-from ._types import Array
-from ._types import PathLike
+from ._types import Array, PathLike
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes

@@ -4,21 +4,21 @@ from __future__ import annotations
 
 import functools
 import json
-import math
 import os
 from pathlib import Path
 from typing import Any
 
 import numpy as np
 
-from ._plan import RowFiles, row_files, row_recipe, sha256
-from ._scheme import scheme_of
-from ._version import __version__
 from ._files import replace_file
+from ._plan import RowFiles, row_files, row_recipe, sha256
 from ._recipe import Recipe
 from ._run import Run, SimulationError
+from ._scheme import scheme_of
 from ._simulate import run
 from ._status import read_status
+from ._sweep_folder import remove_table
+from ._version import __version__
 
 FINISHED = ("ok", "failed")  # the run has a definite outcome: such a row is not run again
 RECORDED = (*FINISHED, "timeout", "crashed")  # in a status file; rows that are "error" or "lost" are not
@@ -59,7 +59,7 @@ def recorded_row(files: RowFiles, recipe: bytes) -> Row | None:
     if any(status.get(key) != value for key, value in expected.items()):
         return None
     row: Any = status.get("row")
-    if not _is_row(row) or _hash_of(files.recipe) != expected["recipe_sha256"]:
+    if status.get("row_sha256") != _hash_of_row(row) or _hash_of(files.recipe) != expected["recipe_sha256"]:
         return None
     kept = files.result if row["result"] else files.failed
     wanted = status.get("result_sha256")
@@ -68,15 +68,8 @@ def recorded_row(files: RowFiles, recipe: bytes) -> Row | None:
     return dict(row) if wanted is None or wanted == _hash_of(kept) else None
 
 
-def _is_row(row: object) -> bool:
-    if not isinstance(row, dict) or set(row) != set(empty_row("")):
-        return False
-    status, values = row["status"], row["values"]
-    if status not in RECORDED or not isinstance(row["text"], str) or row["result"] is not (status == "ok"):
-        return False
-    if not isinstance(values, dict) or (status == "ok" and not set(END_VALUES) <= set(values)):
-        return False
-    return all(value is None or type(value) in (int, float) and math.isfinite(value) for value in values.values())
+def _hash_of_row(row: object) -> str:
+    return sha256(json.dumps(row, sort_keys=True).encode())
 
 
 def _hash_of(path: Path) -> str | None:
@@ -87,9 +80,9 @@ def _hash_of(path: Path) -> str | None:
 
 
 def add_row(path: Path, row: Row) -> None:
-    """Adds the row to the status file of its run, which marks the row as done."""
+    """Adds the row and its hash to the status file of its run, which marks the row as done."""
     status = json.loads(path.read_text(encoding="utf-8"))
-    status["row"] = row
+    status |= {"row": row, "row_sha256": _hash_of_row(row)}
     replace_file(path, (json.dumps(status, indent=1) + "\n").encode())
 
 
@@ -118,11 +111,13 @@ def _do_row(task: dict[str, Any]) -> Row:
         done = recorded_row(files, content)
         if done is not None and done["status"] in FINISHED:
             return done
+    remove_table(Path())
     for path in (files.status, files.result, files.failed):
         path.unlink(missing_ok=True)
     replace_file(files.recipe, content)
     try:
-        row = empty_row("ok") | {"values": key_results(run(files.recipe, files.result)), "result": True}
+        simulated = run(Recipe(content, files.recipe), files.result)  # whatever becomes of the file
+        row = empty_row("ok") | {"values": key_results(simulated), "result": True}
     except SimulationError as error:
         row = empty_row("failed", error.text)
         if any(text in error.text for text in FILE_TEXTS):

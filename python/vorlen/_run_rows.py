@@ -2,19 +2,22 @@
 
 from __future__ import annotations
 
+import concurrent.futures
 import contextlib
 import queue
+import sys
 import tempfile
 from collections.abc import Iterator, Sequence
 from concurrent.futures import Executor, Future
 from pathlib import Path
 from typing import Any
 
-from ._files import PathLike, as_path
+from ._files import as_path
 from ._plan import Plan, make_task
 from ._pool import LocalPool, WorkerStartError, default_workers, run_row
 from ._row import Row, empty_row
 from ._sweep_folder import remove_row_litter
+from ._types import PathLike
 
 
 def pool_of(workers: int | None, executor: Executor | None) -> contextlib.AbstractContextManager[Executor]:
@@ -88,13 +91,27 @@ def _run_into(
                 bar.set_postfix_str(f"{troubles} not ok" if troubles else "", refresh=False)
                 bar.update()
     except BaseException:
-        for future, place in place_of.items():
-            if not future.cancel() and future.done() and future.exception() is None:
-                rows[place] = future.result()
+        running = [future for future in place_of if not future.cancel()]
+        try:
+            if not isinstance(executor, LocalPool):  # whose runs are killed
+                _wait_for(running)
+        finally:
+            for future in running:
+                if future.done() and future.exception() is None:
+                    rows[place_of[future]] = future.result()
         raise
     finally:
         if bar is not None:
             bar.close()
+
+
+def _wait_for(running: list[Future[Row]]) -> None:
+    """Waits for runs that can't be cancelled: they write to the folder, which would be free for others."""
+    count = sum(not future.done() for future in running)
+    if count:
+        runs = "the run that" if count == 1 else f"{count} runs that"
+        print(f"waiting for {runs} can't be cancelled; Ctrl-C stops waiting", file=sys.stderr, flush=True)
+        concurrent.futures.wait(running)
 
 
 def _submit(executor: Executor, task: dict[str, Any]) -> Future[Row]:

@@ -17,7 +17,6 @@ import pandas as pd
 
 from ._arguments import check_number, given_executor, is_number
 from ._drawn import BLACK, GALLIUM, INDIUM
-from ._files import PathLike
 from ._plan_values import given_recipe, make_plan
 from ._plot import STYLE, check_figure, save_figure
 from ._recipe import Recipe, place_in
@@ -27,6 +26,7 @@ from ._run_rows import run_rows, working_folder
 from ._source import RecipeLike
 from ._sweep_folder import locked_folder
 from ._table import UNITS
+from ._types import PathLike
 
 if TYPE_CHECKING:
     from matplotlib.figure import Figure

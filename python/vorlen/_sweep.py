@@ -23,7 +23,7 @@ from typing import TYPE_CHECKING, Any, overload
 import pandas as pd
 
 from ._arguments import check_flags, given_executor
-from ._files import PathLike, as_path
+from ._files import as_path
 from ._plan import Plan, row_files, row_recipe, sha256
 from ._plan_values import make_plan
 from ._recipe import Recipe
@@ -35,6 +35,7 @@ from ._source import RecipeLike, RecipeSource
 from ._status import read_status
 from ._sweep_folder import TABLE_NAME, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, sweep_dataset, with_folder, write_table
+from ._types import PathLike
 
 if TYPE_CHECKING:
     import xarray
@@ -154,7 +155,8 @@ class Sweep:
         xarray.Dataset
             A grid has a dimension for each parameter, named by its path, with the values as its coordinate; the
             coordinates of ramps are PATH_begin and PATH_end. Values taken together have the dimension row, with the
-            same coordinates. The attribute units of a variable is its unit.
+            same coordinates. Names have dots instead of slashes, so that to_netcdf() accepts them. The attribute units
+            of a variable is its unit.
         """
         return sweep_dataset(self._plan, self.table)
 
@@ -271,7 +273,8 @@ def sweep(
         Number of concurrent runs on this machine; None: one per processor.
     executor : optional
         A Dask client, an MPI pool, or an executor with the interface of concurrent.futures, instead of worker
-        processes on this machine. Its processes must have access to the folder out.
+        processes on this machine. Its processes must have access to the folder out. After Ctrl-C, runs that it can't
+        cancel are waited for.
     progress : bool, optional
         True: show a progress bar on standard error, if tqdm is installed.
 

@@ -14,7 +14,7 @@ from ._plan import Plan, PlanError
 from ._plan_file import read_plan
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
-from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder
+from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
 
 INTERRUPTED = 130  # exit status of a program that SIGINT has ended
@@ -89,6 +89,8 @@ def _merge(plan: Plan, folder: Path) -> int:
     if not holds_sweep(folder):
         raise PlanError(f"{folder} does not hold a sweep: no row of the plan was run")
     check_same_sweep(plan, folder)
+    if read_folder(folder).recipe != plan.recipe:
+        raise PlanError(f"the rows in {folder} were run with another --scheme; give --merge the same one")
     rows = collect_rows(plan, folder)
     print(count_text(rows))
     return _write(plan, folder, rows)

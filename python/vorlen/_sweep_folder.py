@@ -1,7 +1,8 @@
 """The folder of a sweep: plan.json, recipe.xml and table.csv, the rows in rows/, and the locks.
 
-A sweep holds a lock on the file .lock as long as it runs: an exclusive one as a whole, a shared one as a part. The lock
-is taken, and the plan compared and written, under an exclusive lock on .plan.lock, which is only held for that.
+A sweep holds a lock on the file .lock as long as it runs: an exclusive one as a whole, a shared one as a part. A part
+also locks its rows: it holds an exclusive lock on the file .rows.FIRST-END.lock, and finds the others by their names.
+Locks are taken, and the plan compared and written, under an exclusive lock on .plan.lock, which is only held for that.
 """
 
 from __future__ import annotations
@@ -14,7 +15,7 @@ import re
 from collections.abc import Collection, Iterator
 from pathlib import Path
 
-from ._files import BusyError, lock_file, replace_file
+from ._files import BusyError, is_locked, lock_file, replace_file
 from ._plan import ROWS_FOLDER, Plan, PlanError, sha256
 from ._plan_file import plan_content, read_plan
 from ._scheme import STAGED
@@ -22,13 +23,14 @@ from ._scheme import STAGED
 PLAN_NAME, RECIPE_NAME, TABLE_NAME = "plan.json", "recipe.xml", "table.csv"
 LOCK_NAME, PLAN_LOCK_NAME = ".lock", ".plan.lock"
 _OF_A_ROW = re.compile(r"\.(\d{6,})\.")  # temporaries
+_OF_A_PART = re.compile(r"\.rows\.(\d+)-(\d+)\.lock")
 
 
 def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
     """Creates the folder of a sweep, with its plan and recipe.
 
     Raises PlanError if the folder holds something else, or, with resume, a different sweep. Rows may be added after the
-    old ones, and the scheme may change: then all rows are run again.
+    old ones, and the scheme may change: then all rows are run again. The table of another plan is removed.
     """
     _check_place(plan, folder)
     if resume:
@@ -37,15 +39,16 @@ def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
     content = plan_content(plan, RECIPE_NAME, ".", recipe_sha256=sha256(plan.recipe))
     for path, new in ((folder / RECIPE_NAME, plan.recipe), (folder / PLAN_NAME, content)):
         if not path.exists() or path.read_bytes() != new:
+            remove_table(folder)
             replace_file(path, new)
 
 
 @contextlib.contextmanager
 def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resume: bool) -> Iterator[None]:
-    """Prepares the folder and holds its lock: exclusively, or, for a part of the rows, with other parts.
+    """Prepares the folder and holds its lock: exclusively, or, for a part of the rows, with parts that have other rows.
 
     numbers  the rows that will be run. What killed runs have left of them is removed
-    Raises BusyError if another sweep is running there; otherwise as prepare_folder.
+    Raises BusyError if another sweep is running there, or a part with some of these rows; otherwise as prepare_folder.
     """
     _check_place(plan, folder)  # before a file is created
     folder.mkdir(parents=True, exist_ok=True)
@@ -55,6 +58,7 @@ def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resu
             with lock_file(folder / PLAN_LOCK_NAME, exclusive=True, wait=True):
                 if whole:
                     held.enter_context(lock_file(folder / LOCK_NAME, exclusive=True))
+                    _check_rows_are_free(folder, numbers)  # and removes what killed parts have left
                     prepare_folder(plan, folder, resume)
                     for name in (PLAN_NAME, RECIPE_NAME, TABLE_NAME):
                         for part in folder.glob(f".{glob.escape(name)}.*.part"):
@@ -65,10 +69,37 @@ def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resu
                         with lock_file(folder / LOCK_NAME, exclusive=True):
                             prepare_folder(plan, folder, resume)
                     held.enter_context(lock_file(folder / LOCK_NAME, exclusive=False))
+                    _check_rows_are_free(folder, numbers)
+                    held.enter_context(_locked_rows(folder, numbers))
         except BlockingIOError:
             raise BusyError(busy) from None
         remove_row_litter(folder, numbers)
         yield
+
+
+def _check_rows_are_free(folder: Path, numbers: range) -> None:
+    """Raises BusyError if a part runs some of these rows. Removes the locks of parts that were killed.
+
+    Needs the lock on .plan.lock: then no other part is about to lock its rows.
+    """
+    for path in folder.iterdir():
+        if match := _OF_A_PART.fullmatch(path.name):
+            if not is_locked(path):
+                path.unlink(missing_ok=True)
+                continue
+            first, end = max(int(match[1]), numbers.start), min(int(match[2]), numbers.stop)
+            if first < end:
+                raise BusyError(f"another sweep is running the rows {first}:{end} in {folder}")
+
+
+@contextlib.contextmanager
+def _locked_rows(folder: Path, numbers: range) -> Iterator[None]:
+    path = folder / f".rows.{numbers.start}-{numbers.stop}.lock"
+    with lock_file(path, exclusive=True):
+        try:
+            yield
+        finally:
+            path.unlink(missing_ok=True)  # while it is locked: a part that comes later makes its own file
 
 
 def _check_place(plan: Plan, folder: Path) -> None:
@@ -97,6 +128,12 @@ def holds_sweep(folder: Path) -> bool:
     if not isinstance(content, dict):
         return False
     return (content.get("recipe"), content.get("out")) == (RECIPE_NAME, ".") and "recipe_sha256" in content
+
+
+def remove_table(folder: Path) -> None:
+    """Removes the table of a sweep whose rows change. In a folder that is not of a sweep it is the user's."""
+    if (folder / TABLE_NAME).exists() and holds_sweep(folder):
+        (folder / TABLE_NAME).unlink(missing_ok=True)
 
 
 def read_folder(folder: Path) -> Plan:

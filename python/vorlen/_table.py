@@ -109,7 +109,7 @@ def sweep_dataset(plan: Plan, table: pd.DataFrame) -> xarray.Dataset:
     parameters = parameter_columns(plan.rows())
     units = table.attrs["units"]
     grid = plan.mode == "grid"
-    dimensions = list(plan.parameters) if grid else ["row"]
+    dimensions = [_named(path) for path in plan.parameters] if grid else ["row"]
     shape = [len(values) for values in plan.parameters.values()] if grid else [len(table)]
 
     def attributes(name: str) -> dict[str, str]:
@@ -125,7 +125,8 @@ def sweep_dataset(plan: Plan, table: pd.DataFrame) -> xarray.Dataset:
             values = values_of(name)
             if grid:  # along its own axis; the same everywhere else
                 values = np.moveaxis(values.reshape(shape), axis, 0).reshape(shape[axis], -1)[:, 0]
-            coordinates[name] = (path if grid else "row", values, attributes(name))
+            about = {"long_name": name} | attributes(name)
+            coordinates[_named(name)] = (_named(path) if grid else "row", values, about)
     inputs = [name for columns in parameters.values() for name in columns]
     variables = {
         name: (dimensions, values_of(name).reshape(shape), attributes(name))
@@ -162,3 +163,7 @@ def count_text(rows: list[Row]) -> str:
     counts = Counter(row["status"] for row in rows)
     parts = [f"{count} {status}" for status, count in sorted(counts.items(), reverse=True)]
     return f"{len(rows)} rows: " + ", ".join(parts)
+
+
+def _named(path: str) -> str:
+    return path.replace("/", ".")
