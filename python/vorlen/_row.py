@@ -103,7 +103,7 @@ def do_row(task: dict[str, Any]) -> Row:
 
 
 def start_row(task: dict[str, Any], folder: Path) -> tuple[bytes, Row | None]:
-    """The recipe of a row, and the row if it is finished; otherwise its old files are removed, and its recipe is written.
+    """The recipe of a row, and the row if it is finished. Otherwise removes its old files and writes its recipe.
 
     folder  that of the task, or a relative path to it
     """
