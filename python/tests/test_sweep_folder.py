@@ -368,8 +368,9 @@ def test_parts_in_threads_of_one_process_do_not_share_rows(layer, tmp_path):
     with rows(0, 2):
         with rows(2, 4):
             for first, end, common in ((1, 3, "1:2"), (0, 4, "0:2"), (3, 4, "3:4")):
-                with ThreadPoolExecutor(1) as thread, pytest.raises(vorlen.BusyError, match=f"the rows {common} in {out}"):
-                    thread.submit(rows(first, end).__enter__).result()
+                with ThreadPoolExecutor(1) as thread:
+                    with pytest.raises(vorlen.BusyError, match=f"the rows {common} in {out}"):
+                        thread.submit(rows(first, end).__enter__).result()
         with rows(2, 3):
             pass
     with rows(1, 4):

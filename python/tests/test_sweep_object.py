@@ -316,14 +316,19 @@ def test_an_interrupt_in_python_says_what_is_done_and_how_to_continue(layer, tmp
 
 
 class InThreads:
-    """An executor that runs each row when it is released, and is interrupted when the second row is submitted."""
+    """An executor that runs a row when it is released, and is interrupted when the second row is submitted.
 
-    def __init__(self) -> None:
+    A moment later it calls the function given.
+    """
+
+    def __init__(self, function) -> None:
+        self.timer = threading.Timer(0.5, function)
         self.released = threading.Event()
         self.futures: list[Future] = []
 
     def submit(self, function, *arguments):
         if self.futures:
+            self.timer.start()
             raise KeyboardInterrupt
         future = Future()
         assert future.set_running_or_notify_cancel()
@@ -337,7 +342,7 @@ class InThreads:
 
 
 def test_after_an_interrupt_the_folder_stays_locked_until_the_runs_of_an_executor_have_ended(layer, tmp_path, capsys):
-    out, executor, busy = tmp_path / "s", InThreads(), []
+    out, busy = tmp_path / "s", []
 
     def look() -> None:
         try:
@@ -346,12 +351,11 @@ def test_after_an_interrupt_the_folder_stays_locked_until_the_runs_of_an_executo
             busy.append(str(error))
         executor.released.set()
 
-    timer = threading.Timer(0.5, look)
-    timer.start()
+    executor = InThreads(look)
     with pytest.raises(KeyboardInterrupt):
         vorlen.sweep(layer, {T: [1000, 1010, 1020]}, executor=executor, out=out, progress=False)
     assert executor.futures[0].done()
-    timer.join(60)
+    executor.timer.join(60)
     assert busy == [f"another sweep is running in {out}"]
     assert capsys.readouterr().err == (
         "waiting for the run that can't be cancelled; Ctrl-C stops waiting\n"
@@ -361,11 +365,10 @@ def test_after_an_interrupt_the_folder_stays_locked_until_the_runs_of_an_executo
 
 
 def test_a_second_interrupt_does_not_wait(layer, tmp_path, capsys):
-    executor = InThreads()
-    timer = threading.Timer(0.5, signal.pthread_kill, (threading.main_thread().ident, signal.SIGINT))
-    timer.start()
+    executor = InThreads(lambda: signal.pthread_kill(threading.main_thread().ident, signal.SIGINT))
     with pytest.raises(KeyboardInterrupt):
         vorlen.sweep(layer, {T: [1000, 1010]}, executor=executor, out=tmp_path / "s", progress=False)
+    executor.timer.cancel()
     assert not executor.futures[0].done()
     assert "sweep interrupted; 2 rows: 2 missing" in capsys.readouterr().err
     executor.released.set()

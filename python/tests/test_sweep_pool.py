@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-import _thread
 import json
 import multiprocessing
+import signal
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
@@ -16,6 +16,8 @@ from sweeps import HANG, P, T, children, is_running, quiet_sweep
 from vorlen import _pool
 from vorlen._plan import make_task
 from vorlen._plan_values import make_plan
+
+ASK = _pool.WorkerProcess.ask
 
 
 @pytest.fixture
@@ -57,7 +59,7 @@ def test_an_interrupt_while_a_row_runs_ends_its_worker(layer, tmp_path, faulty_l
     quiet_sweep(layer, {P: [40000]}, out=tmp_path / "s")
     plan = make_plan(layer, {P: [40000, HANG]})
     tasks = [make_task(plan, tmp_path / "s", n, values, resume=False) for n, values in enumerate(plan.rows())]
-    interrupt = threading.Timer(1.0, _thread.interrupt_main)
+    interrupt = threading.Timer(1.0, signal.pthread_kill, (threading.main_thread().ident, signal.SIGINT))
     interrupt.start()
     with pytest.raises(KeyboardInterrupt):
         _pool.run_row(tasks[1])
@@ -124,3 +126,48 @@ def test_a_sweep_on_this_machine_leaves_no_process(layer, tmp_path):
     before = set(children(os.getpid()))
     vorlen.sweep(layer, {T: [1000, 1010]}, workers=2, out=tmp_path / "s", progress=False)
     assert set(children(os.getpid())) <= before
+
+
+@pytest.fixture
+def lost_worker(monkeypatch):
+    """Every worker is killed before it has looked at its row."""
+    monkeypatch.setattr(_pool, "_thread", threading.local())
+
+    def lose(self, task):
+        self.close()
+        raise _pool.WorkerEnded("timeout", "not finished within 1 s")
+
+    monkeypatch.setattr(_pool.WorkerProcess, "ask", lose)
+
+
+def test_a_finished_row_stays_if_its_worker_is_lost_before_it_has_checked_the_row(layer, tmp_path, lost_worker):
+    with pytest.MonkeyPatch.context() as usual:
+        usual.setattr(_pool.WorkerProcess, "ask", ASK)
+        quiet_sweep(layer, {T: [1000, -5]}, out=tmp_path / "s")
+    files = {path: path.read_bytes() for path in (tmp_path / "s").rglob("*") if path.is_file()}
+    assert list(quiet_sweep(layer, {T: [1000, -5]}, out=tmp_path / "s").status) == ["ok", "failed"]
+    assert {path: path.read_bytes() for path in (tmp_path / "s").rglob("*") if path.is_file()} == files
+    assert list(quiet_sweep(layer, {T: [1000, -5]}, out=tmp_path / "s", resume=False).status) == ["timeout"] * 2
+
+
+def test_the_status_of_a_lost_row_is_that_of_its_own_recipe(layer, tmp_path, lost_worker):
+    out = tmp_path / "s"
+    with pytest.MonkeyPatch.context() as usual:
+        usual.setattr(_pool.WorkerProcess, "ask", ASK)
+        quiet_sweep(layer, {T: [1000]}, out=out)
+    for folder in (out, tmp_path / "new"):
+        assert list(quiet_sweep(layer, {T: [1010]}, out=folder, resume=False).status) == ["timeout"]
+        assert list(vorlen.read_sweep(folder).table.status) == ["timeout"]
+        assert vorlen.Recipe.load(folder / "rows" / "000000.xml")[T] == (1010, 1010)
+        assert sorted(path.name for path in (folder / "rows").iterdir()) == ["000000.status.json", "000000.xml"]
+
+
+def test_a_row_that_is_lost_after_its_base_recipe_was_changed_is_an_error(layer, tmp_path, lost_worker):
+    out = tmp_path / "s"
+    quiet_sweep(layer, {T: [1000]}, out=out)
+    (out / "recipe.xml").write_bytes(layer.read_bytes().replace(b'"0.2"', b'"0.3"'))
+    row = _pool.run_row(make_task(make_plan(layer, {T: [900, 950]}), out, 1, {T: 950}, resume=True) | {
+        "base_sha256": "0" * 64
+    })
+    assert row["status"] == "error" and "not finished within 1 s" in row["text"]
+    assert "recipe.xml was changed by another program" in row["text"]

@@ -19,7 +19,7 @@ from pathlib import Path
 from typing import Any
 
 from ._plan import row_files
-from ._row import add_row, empty_row
+from ._row import add_row, empty_row, start_row
 from ._scheme import scheme_of
 from ._source import RecipeSource
 from ._status import write_status
@@ -157,15 +157,21 @@ def run_row(task: dict[str, Any]) -> dict[str, Any]:
 
 
 def _record_loss(task: dict[str, Any], row: dict[str, Any], wall_time: float) -> dict[str, Any]:
-    """Writes the status file of a row whose worker could not. Returns the row; "error" if that is impossible."""
+    """Writes the status file of a row whose worker could not. Returns the row; "error" if that is impossible.
+
+    A row that was finished before, and that the worker was only to check, stays.
+    """
     files = row_files(Path(task["folder"]), task["number"])
     try:
         for part in files.result.parent.glob(f".{task['number']:06d}.*"):
             part.unlink(missing_ok=True)
-        source = RecipeSource.of(files.recipe)
-        write_status(files.result, files.failed, 1, row["text"], wall_time, source, b"", scheme_of(source.content))
+        content, done = start_row(task, Path(task["folder"]))
+        if done is not None:
+            return done
+        source = RecipeSource(files.recipe, content)
+        write_status(files.result, files.failed, 1, row["text"], wall_time, source, b"", scheme_of(content))
         add_row(files.status, row)
-    except OSError as error:
+    except (OSError, ValueError) as error:
         return empty_row("error", f"{row['text']}\n{type(error).__name__}: {error}")
     return row
 

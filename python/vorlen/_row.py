@@ -102,19 +102,31 @@ def do_row(task: dict[str, Any]) -> Row:
         return empty_row("error", f"{type(error).__name__}: {error}")
 
 
-def _do_row(task: dict[str, Any]) -> Row:
-    """Paths are relative to the folder of the sweep, so that failure texts do not depend on where it is."""
-    os.chdir(task["folder"])
-    files = row_files(Path(), task["number"])
+def start_row(task: dict[str, Any], folder: Path) -> tuple[bytes, Row | None]:
+    """The recipe of a row, and the row if it is finished. Otherwise removes its old files and writes its recipe.
+
+    folder  that of the task, or a relative path to it
+    """
+    files = row_files(folder, task["number"])
     content = row_recipe(_base_recipe(task["folder"], task["base_sha256"]), task["values"])
     if task["resume"]:
         done = recorded_row(files, content)
         if done is not None and done["status"] in FINISHED:
-            return done
-    remove_table(Path())
+            return content, done
+    remove_table(folder)
     for path in (files.status, files.result, files.failed):
         path.unlink(missing_ok=True)
     replace_file(files.recipe, content)
+    return content, None
+
+
+def _do_row(task: dict[str, Any]) -> Row:
+    """Paths are relative to the folder of the sweep, so that failure texts do not depend on where it is."""
+    os.chdir(task["folder"])
+    files = row_files(Path(), task["number"])
+    content, done = start_row(task, Path())
+    if done is not None:
+        return done
     try:
         simulated = run(Recipe(content, files.recipe), files.result)  # whatever becomes of the file
         row = empty_row("ok") | {"values": key_results(simulated), "result": True}
