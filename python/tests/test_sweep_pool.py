@@ -2,9 +2,9 @@
 
 from __future__ import annotations
 
-import _thread
 import json
 import multiprocessing
+import signal
 import threading
 from concurrent.futures import ThreadPoolExecutor
 
@@ -57,7 +57,8 @@ def test_an_interrupt_while_a_row_runs_ends_its_worker(layer, tmp_path, faulty_l
     quiet_sweep(layer, {P: [40000]}, out=tmp_path / "s")
     plan = make_plan(layer, {P: [40000, HANG]})
     tasks = [make_task(plan, tmp_path / "s", n, values, resume=False) for n, values in enumerate(plan.rows())]
-    interrupt = threading.Timer(1.0, _thread.interrupt_main)
+    # A signal, unlike _thread.interrupt_main, also ends a wait for the answer of the worker.
+    interrupt = threading.Timer(1.0, signal.pthread_kill, (threading.main_thread().ident, signal.SIGINT))
     interrupt.start()
     with pytest.raises(KeyboardInterrupt):
         _pool.run_row(tasks[1])
