@@ -71,3 +71,12 @@ def test_indium_of_a_layer_that_evaporated_completely_is_gone() -> None:
     grown = [(0, 0, 0.0), (10, 10, 0.0), (11, 12, 0.2), (12, 10, 0.0), (13, 9.5, 0.0), (20, 20, 0.0)]
     layers = [("GaN", 10, 10), ("InGaN", 1, 2), ("pause", 2, -2.5), ("cap", 7, 10.5)]
     assert run_of([row(time=t, z=z, x_in=x) for t, z, x in grown], layers).interfaces.empty
+
+
+def test_a_layer_cut_off_in_a_pause_has_the_fraction_of_its_last_row() -> None:
+    # The rows end at 12 nm, below the middle of layer b, with two rows at that height.
+    points = [(0, 0, 0.0), (10, 10, 0.0), (12, 12, 0.2), (13, 12, 0.2)]
+    run = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], [("a", 10, 10), ("b", 10, 10)])
+    (interface,) = run.interfaces.to_dict("records")
+    assert (interface["x_below"], interface["x_above"]) == (0, 0.2)
+    assert (interface["z10"], interface["z90"]) == pytest.approx((10.2, 11.8))

@@ -15,7 +15,7 @@ ROWS = [row(time=t, z=t, x_ga=1.0, rate=1.0, rho_td_t=1e8, rho_td_z=1e8) for t i
 def recipe_without_a_number_of_stages() -> bytes:
     """A recipe whose stages can't be listed, so that it has no timeline."""
     changed = V_DEFECTS.read_bytes().replace(b"<n_stages ", b"<n_other ")
-    with pytest.raises(KeyError, match="n_stages"):
+    with pytest.raises(vorlen.RecipeError, match="n_stages"):
         vorlen.Recipe(changed).timeline()
     return changed
 

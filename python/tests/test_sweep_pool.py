@@ -59,6 +59,7 @@ def test_an_interrupt_while_a_row_runs_ends_its_worker(layer, tmp_path, faulty_l
     quiet_sweep(layer, {P: [40000]}, out=tmp_path / "s")
     plan = make_plan(layer, {P: [40000, HANG]})
     tasks = [make_task(plan, tmp_path / "s", n, values, resume=False) for n, values in enumerate(plan.rows())]
+    # A signal, unlike _thread.interrupt_main, also ends a wait for the answer of the worker.
     interrupt = threading.Timer(1.0, signal.pthread_kill, (threading.main_thread().ident, signal.SIGINT))
     interrupt.start()
     with pytest.raises(KeyboardInterrupt):

@@ -39,8 +39,8 @@ def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
     content = plan_content(plan, RECIPE_NAME, ".", recipe_sha256=sha256(plan.recipe))
     for path, new in ((folder / RECIPE_NAME, plan.recipe), (folder / PLAN_NAME, content)):
         if not path.exists() or path.read_bytes() != new:
-            remove_table(folder)
             replace_file(path, new)
+            remove_table(folder)
 
 
 @contextlib.contextmanager

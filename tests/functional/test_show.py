@@ -150,6 +150,12 @@ class Diff(InAFolder):
         self.assertEqual(run.returncode, 0 if found["same"] else 1)
         return found, {column.pop("column"): column for column in found["columns"]}
 
+    def test_the_files_are_named(self):
+        found, _ = self.diff(result_text(), result_text(), "--tolerance", "0.25")
+        self.assertEqual((found["a"], found["b"], found["tolerance"]), ("a.txt", "b.txt", 0.25))
+        self.assertEqual(list(found), ["a", "b", "same", "tolerance", "structure", "rows", "row_by_row", "z_range",
+                                       "columns"])
+
     def test_a_file_and_itself(self):
         found, columns = self.diff(result_text(), result_text())
         self.assertTrue(found["same"])

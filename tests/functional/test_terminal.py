@@ -118,6 +118,15 @@ class Help(InAFolder):
             self.assertIn(option, page)
 
     @unittest.skipUnless(shutil.which("groff"), "groff is not there")
+    def test_the_manual_page_names_the_files_of_a_run_and_the_variables(self):
+        with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
+            page = file.read().replace("\\-", "-")
+        for title, names in (("FILES", ["NAME.result.txt", "NAME.status.json", "NAME.failed.txt"]),
+                             ("ENVIRONMENT", ["NO_COLOR", "TERM", "LC_ALL, LC_CTYPE, LANG", "VORLEN_PYTHON",
+                                              "VORLEN_LIBRARY"])):
+            (section,) = re.findall(rf"^\.SH {title}\n(.*?)(?=^\.SH |\Z)", page, re.MULTILINE | re.DOTALL)
+            self.assertEqual(re.findall(r"^\.TP\n(?:\.[BI] |\\f[BI])(.*?)(?:\\f[RP])?$", section, re.MULTILINE), names)
+
     def test_the_manual_page_is_clean(self):
         page = os.path.join(BUILD, "vorlen.1")
         run = subprocess.run(["groff", "-man", "-ww", "-rCHECKSTYLE=3", "-Tutf8", "-P-c", page], capture_output=True,
@@ -126,6 +135,33 @@ class Help(InAFolder):
         text = re.sub(".\b", "", run.stdout)  # bold letters are overstruck
         self.assertIn("--keep-going", text)
         self.assertIn("EXIT STATUS", text)
+
+
+class WrittenTables(InAFolder):
+    def run_program(self, *arguments):
+        return subprocess.run([os.path.join(BUILD, "write_recipe_files"), *arguments], capture_output=True,
+                              encoding="utf-8", cwd=self.folder, check=False)
+
+    def test_a_page_with_an_old_table_is_reported_and_written_again(self):
+        for name in ("recipe-format.md", "result-format.md"):
+            with open(os.path.join(SOURCE, "docs", name), encoding="utf-8") as file:
+                page = file.read()
+            old = page.replace("nm", "km")
+            self.assertNotEqual(old, page)
+            self.write(name, page)
+            self.assertEqual(self.run_program("--check", name).returncode, 0)
+            self.write(name, old)
+            check = self.run_program("--check", name)
+            self.assertEqual((check.returncode, check.stderr),
+                             (1, f"{name} is out of date; run write_recipe_files --tables\n"))
+            self.assertEqual(self.read(name), old.encode())
+            self.assertEqual(self.run_program("--tables", name).returncode, 0)
+            self.assertNotEqual(self.read(name), old.encode())
+            self.assertEqual(self.run_program("--check", name).returncode, 0)
+
+    def test_other_options_are_rejected(self):
+        for arguments in ((), ("--tables",), ("--table", "x.md"), ("--check", "x.md", "y.md")):
+            self.assertEqual(self.run_program(*arguments).returncode, 2)
 
 
 class Completion(InAFolder):

@@ -49,18 +49,18 @@ GENERATED = ("python/vorlen/_elements.py", "python/vorlen/_columns.py")
 # Real clusters, notebooks, installations: minutes. They run only for a file of their name.
 SLOW = ("test_sweep_engines", "test_notebooks", "test_docs", "test_chart_library", "test_package")
 # The first words of the test files for modules of the package, nearest first.
-PYTHON_TESTS = {"document elements kinds stages timeline values xml_bytes": "recipe source scheme abuse",
-                "parameter plan plan_file plan_values": "sweep_plan abuse sweep_object sweep_folder",
+PYTHON_TESTS = {"arguments document elements kinds stages types values xml_bytes": "recipe source scheme abuse",
+                "plan plan_file plan_values": "sweep_plan abuse sweep_object sweep_folder",
                 "scheme": "scheme run recipe", "source": "source abuse", "library": "run version",
-                "pool worker": "sweep_pool sweep", "row run_rows runner table": "sweep_object sweep",
-                "sweep sweep_dataset sweep_folder": "sweep abuse", "sweep_command": "sweep_command",
+                "pool worker": "sweep_pool sweep", "row run_rows table": "sweep_object sweep",
+                "sweep sweep_folder": "sweep abuse", "sweep_command": "sweep_command",
                 "termination": "run",
                 "measurements": "fit sensitivity", "files": "files run abuse", "simulate": "run unphysical files abuse",
                 "run": "run status plot export abuse", "status": "status run", "result_check": "unphysical run",
                 "result_file": "result_file run", "row_finder": "row_finder layers plot",
-                "drawn figure_file": "plot fit sensitivity", "plot plot_relaxation": "plot",
+                "drawn": "plot fit sensitivity", "plot plot_relaxation": "plot",
                 "report report_charts report_stack report_command tool": "report unphysical status",
-                "tornado": "sensitivity", "main init": "version report sweep_command"}
+                "main init": "version report sweep_command"}
 LIBRARY_PROGRAMS = ("recipe/recipe_tests", "model/model_tests", "results/results_tests", "strain/strain_tests",
                     "integrator/integrator_tests", "api/api_tests", "physics/physics_tests",
                     "physics/staged_physics_tests", "api/allocation_tests", "recipe/recipe_allocation_tests")
