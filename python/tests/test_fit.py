@@ -553,3 +553,9 @@ def test_a_dask_client_is_an_executor(tmp_path):
     model = Model(lambda logarithms: {"z": np.exp(logarithms[0])})
     table = vorlen.sensitivity(LAYER, [DESORPTION], executor=Client(model), out=tmp_path / "sensitivity")
     assert model.runs == 3 and table.elasticity[0] == pytest.approx(1.0)
+
+
+@pytest.mark.parametrize("start", [1e13 * (1 + 1e-9), 1e14 * (1 - 1e-12)])
+def test_a_start_beside_a_bound_is_rejected_since_the_fit_could_not_leave_it(start: float) -> None:
+    with pytest.raises(ValueError, match="too close to a bound of 1e[+]13 to 1e[+]14"):
+        vorlen.fit(LAYER, {DESORPTION: (1e13, start, 1e14)}, {"x_in_2": (0.2, 0.01)})

@@ -42,6 +42,7 @@ if TYPE_CHECKING:
 
 FAILED_RESIDUAL = 1e6  # in standard deviations, where a run fails: the fit turns back there
 TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; about 0.01 of a standard error, reached in a few steps
+START_DISTANCE = 1e-4  # of a start from its bounds, as a share of the logarithmic range
 FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead to regions where runs are slow or fail
 SINGULAR = 1e-10  # smallest to largest singular value of the derivatives, below which the constants are undetermined
 NAME_OF_A_SINGLE_RECIPE = "recipe"
@@ -285,9 +286,12 @@ def _bounds(path: str, given: Any, present: Any) -> tuple[float, float, float]:
     low, start, high = values if len(values) == 3 else (values[0], present, values[1])
     if not is_number(start):
         raise ValueError(f"{path} is {start!r}, not a single number; give the path of an attribute, as in {path}/A")
-    # A start at a bound would stay there: the derivative of lmfit's transformation is 0.
     if not 0.0 < low < start < high:
         raise ValueError(f"{path}: bounds must satisfy 0 < low < start < high, got {low:g}, {start:g}, {high:g}")
+    # A start at a bound would stay there: the derivative of lmfit's transformation is almost 0.
+    place = np.log(start / low) / np.log(high / low)
+    if not START_DISTANCE <= place <= 1.0 - START_DISTANCE:
+        raise ValueError(f"{path}: the start {start:g} is too close to a bound of {low:g} to {high:g} to move from there")
     return float(low), float(start), float(high)
 
 

@@ -1,5 +1,4 @@
 """tests/mutation/random_mutants.py: which changes it makes in small files, and a whole run on a small tree."""
-import importlib.util
 import os
 import subprocess
 import sys
@@ -148,7 +147,6 @@ class Tree(unittest.TestCase):
     def test_a_glob_selects_files(self):
         self.assertEqual(random_mutants.candidates(self.root, "python", "*/other.py", 1), [])
 
-    @unittest.skipIf(importlib.util.find_spec("pytest") is None, "needs pytest")
     def test_survivors_are_listed_and_counted_and_the_tree_stays_as_it_is(self):
         for jobs in ("1", "2"):
             with self.subTest(jobs=jobs):
@@ -161,7 +159,6 @@ class Tree(unittest.TestCase):
         with open(os.path.join(self.root, "python/vorlen/toy.py"), encoding="utf-8") as file:
             self.assertEqual(file.read(), self.MODULE)
 
-    @unittest.skipIf(importlib.util.find_spec("pytest") is None, "needs pytest")
     def test_a_hang_counts_as_noticed(self):
         with open(os.path.join(self.root, "python/vorlen/toy.py"), "w", encoding="utf-8") as file:
             file.write("def limit(x):\n    while not (x == x):\n        x = x\n    return x < 3\n")
@@ -170,7 +167,6 @@ class Tree(unittest.TestCase):
             file.write("def limit(x):\n    while x == x:\n        x = x\n    return x < 3\n")
         self.assertRaises(subprocess.TimeoutExpired, tree.failure, "test_toy", 5)
 
-    @unittest.skipIf(importlib.util.find_spec("pytest") is None, "needs pytest")
     def test_a_case_that_fails_without_a_change_does_not_leave_out_its_file(self):
         path = os.path.join(self.root, "python/tests/test_toy.py")
         with open(path, "a", encoding="utf-8") as file:
@@ -181,7 +177,6 @@ class Tree(unittest.TestCase):
                       run.stdout)
         self.assertTrue(run.stdout.endswith("\n1 of 2 noticed (50 %)\n"), run.stdout)
 
-    @unittest.skipIf(importlib.util.find_spec("pytest") is None, "needs pytest")
     def test_the_other_tests_try_the_survivors(self):
         with open(os.path.join(self.root, "python/tests/test_other.py"), "w", encoding="utf-8") as file:
             file.write("from vorlen import toy\n\n\ndef test_unused():\n    assert toy.unused(3) == 15\n")

@@ -20,6 +20,7 @@ nothing could be tried. --root is the tree (of a test of this script).
 """
 import argparse
 import fnmatch
+import functools
 import glob
 import hashlib
 import json
@@ -69,6 +70,13 @@ TOOL_TESTS = {"check": "check timeline texts unphysical tools_tests schema", "ru
               "schema": "tools_tests written_from_the_tables schema", "": "terminal manual"}
 
 
+@functools.cache
+def interpreter() -> str:
+    """A Python with the modules that the tests need."""
+    script = os.path.join(ROOT, "scripts", "interpreter.sh")
+    return subprocess.run([script, "pandas", "pytest"], check=True, capture_output=True, text=True).stdout.strip()
+
+
 class PythonTree:
     """A copy of the tree in which mutants of the package are tried. A test is a file."""
 
@@ -109,7 +117,7 @@ class PythonTree:
         return self.failing[test]
 
     def _pytest(self, test: str, limit: float, *options: str) -> subprocess.CompletedProcess:
-        return run([sys.executable, "-B", "-m", "pytest", "-q", "-c", "python/pyproject.toml", *options,
+        return run([interpreter(), "-B", "-m", "pytest", "-q", "-c", "python/pyproject.toml", *options,
                     f"python/tests/{test}.py"], timeout=limit, cwd=self.folder)
 
 
