@@ -6,10 +6,12 @@ import errno
 import multiprocessing
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
 import threading
+import time
 from collections.abc import Iterator
 from multiprocessing.synchronize import Event
 from pathlib import Path
@@ -319,3 +321,17 @@ def test_locks_of_a_file_exclude_each_other_unless_both_are_shared(tmp_path: Pat
     with lock_file(path, exclusive=True, wait=True):
         pass
     assert path.exists()
+
+
+def test_a_lock_ends_with_its_block_even_if_a_process_forked_meanwhile_lives_on(tmp_path: Path) -> None:
+    with lock_file(tmp_path / "lock", exclusive=True):
+        child = os.fork()
+        if child == 0:
+            time.sleep(60)
+            os._exit(0)
+    try:
+        with lock_file(tmp_path / "lock", exclusive=True):
+            pass
+    finally:
+        os.kill(child, signal.SIGKILL)
+        os.waitpid(child, 0)

@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+from pathlib import Path
+
 import pytest
 
 import vorlen
@@ -31,3 +33,11 @@ def test_a_run_without_a_timeline_is_drawn_without_temperatures(content: bytes |
 def test_a_run_with_a_timeline_is_drawn_with_temperatures() -> None:
     run = vorlen.run(V_DEFECTS)
     assert any("temperature" in axis.get_ylabel() for axis in run.plot().axes)
+
+
+def test_a_run_is_shown_with_its_rows_state_and_file(tmp_path: Path) -> None:
+    content = result(LAYERS, ROWS).encode()
+    assert repr(vorlen.Run(content)) == "<Run, 3 rows, complete>"
+    assert repr(vorlen.Run(content, text="too small")) == "<Run, 3 rows, failed: too small>"
+    (tmp_path / "r.txt").write_bytes(content)
+    assert repr(vorlen.read(tmp_path / "r.txt")) == f"<Run, 3 rows, complete, {tmp_path}/r.txt>"

@@ -288,6 +288,12 @@ class TwoRuns(Files):
         self.wait_for(".vorlen.part")
         self.expect_rejected(f"another run is writing {names[1]}.result.txt\n", names[1] + ".xml", "--force")
 
+    def test_names_of_up_to_200_bytes_have_a_temporary_file_of_their_own(self):
+        self.start_hanging("a.xml", "-o", "x" * 200)
+        self.wait_for("." + "x" * 200 + ".part")
+        self.start_hanging("a.xml", "-o", "y" * 201)
+        self.wait_for(".vorlen.part")
+
     def test_a_worker_of_another_recipe_does_not_keep_the_lock(self):
         """Workers inherit the open files of the others."""
         run = self.start_hanging("-j", "2", "a.xml", "b.xml")

@@ -87,6 +87,12 @@ class Show(InAFolder):
         layers = self.layers_of(result_text(rows=rows, active=range(2, 5)))
         self.assertEqual([layers[1][name] for name in ("x_in", "x_ga", "x_al", "x_in_end")], [None, None, None, 0.5])
 
+    def test_a_row_at_the_end_of_a_layer_belongs_to_it_also_at_0_s(self):
+        """Where a tolerance relative to the time is 0."""
+        rows = [(time - 20, *values) for time, *values in (*ROWS[:4], (20, 120, 0.2, 3.2, -0.02), *ROWS[5:])]
+        layers = self.layers_of(result_text(rows=rows))
+        self.assertEqual([(layer["end"], layer["x_in_end"]) for layer in layers[1:3]], [(0, 0.2), (10, 0.3)])
+
     def test_a_file_without_rows(self):
         layers = self.layers_of(result_text(rows=[]))
         self.assertEqual([layer["begin"] for layer in layers], [None] * 4)
