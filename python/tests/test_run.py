@@ -441,3 +441,13 @@ def test_a_result_that_is_a_loop_of_links_is_an_error_of_the_system(tmp_path: Pa
     with pytest.raises(OSError) as caught:
         vorlen.run(EXAMPLES[0], tmp_path / "r.txt")
     assert caught.value.errno == errno.ELOOP
+
+
+def test_a_result_without_status_file_is_reported(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    def full(target: Path, *_: object) -> None:
+        raise OSError(errno.ENOSPC, os.strerror(errno.ENOSPC), str(status_path(target)))
+
+    monkeypatch.setattr(vorlen._simulate, "write_status", full)
+    with pytest.raises(OSError, match="No space left on device; the result itself is in place: '.*/r.status.json'"):
+        vorlen.run(EXAMPLES[0], tmp_path / "r.txt")
+    assert vorlen.read(tmp_path / "r.txt").complete
