@@ -67,7 +67,7 @@ std::string not_written(const std::string& path, int reason) {
   return path + " can't be written: " + std::strerror(reason);
 }
 
-// Writes the file to the disk; a network file system may report only now that there is no space.
+// Writes the file to the disk; a network file system may report a full disk only now.
 bool flush_to_disk(const std::string& path) {
   const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (file < 0) return false;
