@@ -285,8 +285,10 @@ class Completion(InAFolder):
 
 class Python(InAFolder):
     def write_interpreter(self, name, fits):
-        """A fake Python: says whether modules are found, otherwise prints its arguments."""
-        self.write(name, '#!/bin/sh\nif [ "$1" = -c ]; then exit ' + ("0" if fits else "1") + "; fi\n"
+        """A fake Python: says whether modules are found (fits: True, False, or the one that is not), otherwise prints
+        its arguments."""
+        answer = {True: "exit 0", False: "exit 1"}.get(fits, f'case "$*" in *{fits}*) exit 1;; esac; exit 0')
+        self.write(name, f'#!/bin/sh\nif [ "$1" = -c ]; then {answer}; fi\n'
                    'printf "%s\\n" "$VORLEN_LIBRARY" "$@"\nexit 7\n')
         os.chmod(self.path(name), 0o755)
         return self.path(name)
@@ -310,13 +312,31 @@ class Python(InAFolder):
         run = self.run_tool("report", env=settings)
         self.assertEqual((run.returncode, run.stdout), (7, "own\n-m\nvorlen\nreport\n"))
 
+    def test_a_report_needs_jinja2_and_a_sweep_does_not(self):
+        settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits="jinja2"),
+                               PYTHONHOME=self.path("nowhere"))
+        self.assertEqual(self.run_tool("sweep", env=settings).returncode, 7)
+        run = self.run_tool("report", env=settings)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertIn("Python 3 with numpy, pandas, jinja2 and the package vorlen", run.stderr)
+        self.assertIn("\npython3-numpy, python3-pandas, python3-jinja2). Tried", run.stderr)
+
+    def test_each_module_that_is_looked_for_is_needed(self):
+        for module in ("vorlen", "numpy", "pandas"):
+            settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits=f" {module}"),
+                                   PYTHONHOME=self.path("nowhere"))
+            for command in ("report", "sweep"):
+                self.assertEqual(self.run_tool(command, env=settings).returncode, 1)
+        settings["VORLEN_PYTHON"] = self.write_interpreter("python", fits="lxml")
+        self.assertEqual(self.run_tool("report", env=settings).returncode, 7)
+
     def test_without_an_interpreter_the_message_names_what_is_missing(self):
         unfit = self.write_interpreter("unfit", fits=False)
         # Python does not start with a home that does not exist.
         settings = environment(VORLEN_PYTHON=unfit, PYTHONHOME=self.path("nowhere"))
         run = self.run_tool("sweep", env=settings)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertIn("python3-pandas", run.stderr)
+        self.assertIn("(Debian packages:\npython3-numpy, python3-pandas). ", run.stderr)
         self.assertIn(f"Tried without success: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
 
 
