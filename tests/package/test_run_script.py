@@ -11,7 +11,6 @@ import unittest
 SOURCE = os.environ["VORLEN_SOURCE"]
 SCRIPTS = os.path.join(SOURCE, "scripts")
 BUILD = os.path.join(SOURCE, "build", "run")
-CONSUMER = os.path.join(SOURCE, "tests", "package", "consumer")
 # Programs that the scripts call, besides those that a test replaces.
 PROGRAMS = ("basename", "bash", "cat", "cut", "dirname", "env", "mkdir", "mktemp", "rm", "sleep", "tail", "tr")
 
@@ -79,7 +78,7 @@ class Progress(Scripts):
         self.assertEqual((run.returncode, os.path.exists(os.path.join(self.folder, "made"))), (1, False))
 
     def test_nothing_is_left_running(self):
-        """Also not after a signal: who reads the output would wait for the rest."""
+        """Not even after a signal; otherwise a reader of the output would wait."""
         # The sleep of 10 s is the real one here.
         os.remove(os.path.join(self.programs, "sleep"))
         start = time.monotonic()
@@ -206,8 +205,8 @@ class AnyFolder(Scripts):
 
 
 @unittest.skipUnless(shutil.which("dpkg-query"), "not a Debian system")
-class NewcomersFirstHour(Scripts):
-    """Builds the whole tree in build/run."""
+class FirstUse(Scripts):
+    """The real build, in build/run of the source tree."""
 
     def setUp(self):
         super().setUp()
