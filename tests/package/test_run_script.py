@@ -68,7 +68,7 @@ class Progress(Scripts):
         lines = run.stdout.splitlines()
         for line in lines:
             self.assertRegex(line, r"^ +\d+ s  (step [123] of 3|0{100})$")
-        self.assertTrue({"step 1 of 3", "step 2 of 3", "step 3 of 3", "0" * 100} <= {line[11:] for line in lines}, lines)
+        self.assertEqual({line[11:] for line in lines}, {"step 1 of 3", "step 2 of 3", "step 3 of 3", "0" * 100})
         self.assertLessEqual(len(lines), 32)
 
     def test_of_a_failed_one_all_is_shown(self):
@@ -125,8 +125,8 @@ class Setup(Scripts):
     def test_another_user_needs_sudo(self):
         run = self.setup_run(1000)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertEqual(run.stderr, "setup: this needs root, and sudo is not installed. As root, run:\n  apt-get update && "
-                                     "apt-get install -y --no-install-recommends cmake python3-jinja2\n")
+        self.assertEqual(run.stderr, "setup: this needs root, and sudo is not installed. As root, run:\n"
+                                     "  apt-get update && apt-get " + self.INSTALL[1] + "\n")
         self.write_program("sudo", 'echo "$1" >>sudo.log; exec "$@"')
         run = self.setup_run(1000, "true")
         self.assertEqual((run.returncode, run.stderr), (0, ""))
@@ -195,7 +195,7 @@ class AnyFolder(Scripts):
             pass
         run = self.run_sh()
         self.assertEqual(run.returncode, 1)
-        self.assertRegex(run.stderr, r"(?s)^cmake --preset release .*\nrun\.sh: command failed: cmake --preset release ")
+        self.assertRegex(run.stderr, r"^cmake --preset release .*\nrun\.sh: command failed: cmake --preset release ")
         self.assertNotIn("== Running", run.stdout)
 
     def test_other_arguments_are_rejected(self):
