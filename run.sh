@@ -26,6 +26,11 @@ quietly() {
 say "Looking for compiler, libraries and Python"
 "$root/scripts/setup.sh" run
 mkdir -p "$build"
+if [ -n "$(find "$build" ! -writable -print -quit)" ]; then
+  echo "run.sh: files in $build belong to another user. To build again, type:
+  sudo rm -r ${build@Q}" >&2
+  exit 1
+fi
 
 say "Building the library, the tool and the Python package in build/run: a few minutes the first time"
 (cd "$root" && quietly cmake --preset release --compile-no-warning-as-error -B "$build" -DVORLEN_TESTS=OFF)
@@ -33,16 +38,22 @@ NINJA_STATUS="%f of %t steps: " quietly cmake --build "$build"
 
 say "Running $recipe"
 name=$(basename "$recipe" .xml)
-"$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt"
-
-say "Writing the report (HTML)"
 page="$build/$name.html"
-"$build/tools/vorlen" report "$build/$name.result.txt" --recipe "$recipe" -o "$page"
+failed=0
+"$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt" || failed=$?
+if [ $failed -eq 0 ]; then
+  say "Writing the report (HTML)"
+  "$build/tools/vorlen" report "$build/$name.result.txt" --recipe "$recipe" -o "$page" || failed=$?
+fi
 
 say "Done"
 cat <<TEXT
 The tool is $build/tools/vorlen
 To call it as vorlen in this terminal, type:
   export PATH=${build@Q}/tools:"\$PATH"
-To see the report, open $page in a browser.
 TEXT
+if [ $failed -ne 0 ]; then
+  echo "The recipe has failed, see above; the build has not." >&2
+  exit $failed
+fi
+echo "To see the report, open $page in a browser."

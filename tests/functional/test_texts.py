@@ -109,9 +109,19 @@ class Explain(InAFolder):
                       "run check Out of memory"):  # names of commands are words like others
             run = self.run_tool("explain", *words.split())
             self.assertEqual((run.returncode, run.stdout, run.stderr), (0, self.explain(words), ""))
-        run = self.run_tool("explain", "step", "size")
-        self.assertEqual((run.returncode, run.stdout.split("\n")[0]), (1, "Step size has become too small"))
         self.assertIn("Out of memory\n", self.explain("[Out of memory]"))
+
+    def test_a_few_words_of_a_message_are_enough(self):
+        for words in ("step size", "Size STEP", "small, step"):
+            run = self.run_tool("explain", *words.split())
+            self.assertEqual((run.returncode, run.stderr), (0, ""), words)
+            self.assertEqual(run.stdout.split("\n")[0], "Step size has become too small")
+            self.assertLessEqual(run.stdout.count("  Section:"), 5)
+        self.assertEqual(self.explain("out of memory").split("\n")[0], "Out of memory")
+        for words in ("in stage", "step siz", "..."):  # in too many messages, not a whole word, no word
+            run = self.run_tool("explain", words)
+            self.assertEqual((run.returncode, run.stderr),
+                             (1, "vorlen: no known message matches. The most similar are:\n"), words)
 
     def test_options_among_the_words(self):
         run = self.run_tool("explain", "step", "size", "--help")

@@ -12,7 +12,7 @@ SOURCE = os.environ["VORLEN_SOURCE"]
 SCRIPTS = os.path.join(SOURCE, "scripts")
 BUILD = os.path.join(SOURCE, "build", "run")
 # Programs that the scripts call, besides those that a test replaces.
-PROGRAMS = ("basename", "bash", "cat", "cut", "dirname", "env", "mkdir", "mktemp", "rm", "sleep", "tail", "tr")
+PROGRAMS = ("basename", "bash", "cat", "cut", "dirname", "env", "find", "mkdir", "mktemp", "rm", "sleep", "tail", "tr")
 
 
 class Scripts(unittest.TestCase):
@@ -197,6 +197,28 @@ class AnyFolder(Scripts):
         self.assertEqual(run.returncode, 1)
         self.assertRegex(run.stderr, r"^cmake --preset release .*\nrun\.sh: command failed: cmake --preset release ")
         self.assertNotIn("== Running", run.stdout)
+
+    def test_after_a_failed_recipe_the_tool_is_still_named(self):
+        self.write_program("vorlen", 'echo "vorlen: no good" >&2; exit 1')
+        shutil.move(os.path.join(self.programs, "vorlen"), os.path.join(self.tools, "vorlen"))
+        run = self.run_sh()
+        self.assertEqual(run.returncode, 1)
+        self.assertIn(f"The tool is {self.tools}/vorlen\n", run.stdout)
+        self.assertNotIn("report", run.stdout)
+        self.assertEqual(run.stderr, "vorlen: no good\nThe recipe has failed, see above; the build has not.\n")
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs another user")
+    def test_a_build_of_another_user_is_not_touched(self):
+        subprocess.run(["chmod", "-R", "a+rX", self.folder], check=True)
+        environment = self.only(*PROGRAMS)
+        run = self.run_script(shutil.which("setpriv"), "--reuid=65534", "--regid=65534", "--clear-groups",
+                              os.path.join(self.root, "run.sh"), **environment)
+        self.assertEqual(run.returncode, 1)
+        self.assertEqual(run.stderr.splitlines()[0],
+                         f"run.sh: files in {self.root}/build/run belong to another user. To build again, type:")
+        command = run.stderr.splitlines()[1].replace("sudo ", "")
+        self.run_script("bash", "-c", command)
+        self.assertFalse(os.path.exists(os.path.join(self.root, "build", "run")))
 
     def test_other_arguments_are_rejected(self):
         for arguments in (["--help"], ["a.xml", "b.xml"]):
