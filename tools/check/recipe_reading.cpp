@@ -98,8 +98,7 @@ std::string value_fault_hint(const Fault& fault) {
 
 std::string first_lattice_hint(const Fault& fault) {
   double value = 0.0;
-  const TiXmlElement* stress_state = fault.node.FirstChildElement("stress_state");
-  if (stress_state != nullptr) stress_state->QueryDoubleAttribute("val", &value);
+  fault.node.ToElement()->QueryDoubleAttribute("val", &value);
   const std::string reading = other_reading(usual_range(Quantity::lattice), value);
   return "stress_state of the first pre-stage is its in-plane lattice constant in angstrom, such as 3.189 for GaN; "
          "a degree of relaxation has no layer below to refer to" +
