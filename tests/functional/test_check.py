@@ -148,7 +148,7 @@ class Reports(Checks):
                             ("missing-element", "")):
             run = self.check("recipe.xml", "--allow", kind)
             self.assertEqual((run.returncode, run.stdout), (2, ""))
-            self.assertEqual(run.stderr.splitlines()[0], f'--allow: there is no kind of warning "{kind}"{guess}')
+            self.assertEqual(run.stderr.splitlines()[0], f'--allow: unknown kind of warning "{kind}"{guess}')
 
     def test_columns_count_characters_and_a_tab_is_one(self):
         text = self.recipe(('<tau val="70"/>', '\t\t<tau val="70 s"/>'))

@@ -222,7 +222,7 @@ class Sequences(Plausibility):
         text = changed_example("ingan_gan_mqw", ('<T val="1010" end="1080"/>', '<T val="1010" end="1010"/>'))
         problem = self.one_problem("abrupt-change", text)
         self.assertEqual((problem["stage"], problem["also_in"]), ("stage_1_1", ["stage_2"]))
-        # With one period there is no such boundary.
+        # One period has no such boundary.
         (problem,) = self.problems(text.replace('<n_periods val="3"/>', '<n_periods val="1"/>'))
         self.assertEqual((problem["stage"], problem["also_in"]), ("stage_2", []))
 
@@ -398,7 +398,7 @@ def with_delta(one, delta):
 
 
 class FaultyRecipes(Plausibility):
-    """Values that could not be read are no reason for a warning, and keep nothing else from being checked."""
+    """Values that could not be read cause no warnings, and the rest of the recipe is checked."""
 
     def test_each_element_missing_or_without_a_number(self):
         text = scaled(changed_example("ingan_gan_mqw"), "P", 0.01)

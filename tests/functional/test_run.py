@@ -62,9 +62,9 @@ class Batch(InAFolder):
         self.addCleanup(run.kill)
         return run
 
-    def parts(self):
-        """Temporary files of simulations."""
-        return [name for name in os.listdir(self.folder) if name.startswith(".") or ".part" in name]
+    def worker_of(self, run):
+        """The processes that simulate. Those that check the recipes before have no temporary file."""
+        return children_of(run.pid) if any(name.endswith(".part") for name in os.listdir(self.folder)) else []
 
     def wait_until(self, what, condition):
         end = time.monotonic() + 60
@@ -215,8 +215,7 @@ class Batch(InAFolder):
                 self.write_long_recipe("long.xml")
                 self.write_recipe("a.xml")
                 run = self.start("-j", "1", "--keep-going", "--force", "long.xml", "a.xml")
-                # Before the first simulation, short processes check the recipes.
-                self.wait_until("no worker", lambda: children_of(run.pid) and self.parts())
+                self.wait_until("no worker", lambda: self.worker_of(run))
                 os.kill(children_of(run.pid)[0], number)
                 run.stdout_text, errors = run.communicate(timeout=60)
                 self.assertEqual(run.returncode, 1)
@@ -252,7 +251,7 @@ class Batch(InAFolder):
         """The tool is suspended, so that it sees the end of its worker and the signal at the same time."""
         self.write_long_recipe("a.xml", periods=100)
         run = self.start("a.xml")
-        self.wait_until("no worker", lambda: children_of(run.pid))
+        self.wait_until("no worker", lambda: self.worker_of(run))
         run.send_signal(signal.SIGSTOP)
         (worker,) = children_of(run.pid)
         self.wait_until("the worker does not end", lambda: state_of(worker) == "Z")
@@ -267,7 +266,7 @@ class Batch(InAFolder):
     def test_no_simulation_outlives_a_tool_that_is_killed(self):
         self.write_long_recipe("long.xml")
         run = self.start("long.xml")
-        self.wait_until("no worker", lambda: children_of(run.pid))
+        self.wait_until("no worker", lambda: self.worker_of(run))
         (worker,) = children_of(run.pid)
         time.sleep(0.3)  # the worker asks to be killed with its parent as its first action
         run.kill()

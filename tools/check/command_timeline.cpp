@@ -214,6 +214,8 @@ void add_timeline_command(CLI::App& app, int& status) {
       app.add_subcommand("timeline", "Show the stages of a recipe on the time axis, periodic ones expanded");
   timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required()->check(not_empty());
   timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
-  timeline->footer("A ramp is shown as start -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
+  timeline->footer(
+      "A ramp is shown as start -> end. The expected growth takes in all metals that reach the\n"
+      "surface.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
   timeline->callback([options, &status] { status = show_timeline(*options); });
 }

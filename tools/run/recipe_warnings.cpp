@@ -65,18 +65,6 @@ WarningReport report_on(const Job& job) {
   return report;
 }
 
-bool read_whole(int file, WarningReport& report) {
-  char* at = reinterpret_cast<char*>(&report);
-  for (std::size_t missing = sizeof report; missing > 0;) {
-    const ssize_t count = read(file, at, missing);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    at += count;
-    missing -= static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
 [[noreturn]] void check_and_exit(const Job& job, int pipe) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   int status = 1;
@@ -95,7 +83,7 @@ WarningReport checked_separately(const Job& job) {
   if (pid == 0) check_and_exit(job, ends[1]);
   close(ends[1]);
   WarningReport report;
-  const bool reported = pid > 0 && read_whole(ends[0], report);
+  const bool reported = pid > 0 && read_all(ends[0], &report, sizeof report);
   close(ends[0]);
   while (pid > 0 && waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
   }
@@ -133,7 +121,7 @@ void show_batch(const std::vector<Job>& jobs) {
 }  // namespace
 
 void show_recipe_warnings(const std::vector<Job>& jobs) {
-  const sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);  // nobody may read the messages; the run goes on
+  const sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);  // the run continues when nobody reads the messages
   if (jobs.size() == 1) {
     show_one(jobs.front(), checked_separately(jobs.front()));
   } else {
