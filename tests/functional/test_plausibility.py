@@ -397,6 +397,25 @@ def with_delta(one, delta):
     return {**one, "delta": delta}
 
 
+class ManyPeriods(Plausibility):
+    def periodic(self, periods):
+        """Pulses of aluminium and of ammonia: 0.1 nm of AlN in each period."""
+        at = {"T": 1450, "P": 8000, "delta": 0.006}
+        pulses = [plausible.stage("TMAl", 1, TMAl=0.12, H2=10000, **at),
+                  plausible.stage("NH3", 2, NH3=2000, H2=10000, **at)]
+        text = self.of_stages(pulses)
+        return text.replace('<process_stages><n_stages val="2"/>',
+                            '<process_stages><n_stages val="1"/><stage_1><type val="periodic"/>'
+                            f'<n_periods val="{periods}"/><n_stages val="2"/>').replace(
+            "<stage_1><name", "<stage_1_1><name").replace("</stage_1>", "</stage_1_1>").replace(
+            "stage_2>", "stage_1_2>").replace("</process_stages>", "</stage_1></process_stages>")
+
+    def test_pulses_add_up_over_all_periods(self):
+        self.assertEqual(self.problems(self.periodic(200)), [])
+        problem = self.one_problem("growth", self.periodic(2))
+        self.assertIn("no stage is expected to grow even a bilayer", problem["text"])
+
+
 class FaultyRecipes(Plausibility):
     """Values that could not be read cause no warnings, and the rest of the recipe is checked."""
 

@@ -41,6 +41,7 @@ Problem file_problem(const std::string& file, const TiXmlDocument& document) {
 void set_growth(vorlen::SurfChemNonst& model, Reading& reading) {
   const std::vector<ExpectedGrowth> growth = expected_growth(model);
   for (std::size_t k = 0; k < growth.size(); ++k) {
+    reading.total_growth += growth[k].thickness;
     if (model.active_stages[k].period <= 1) reading.growth.push_back(growth[k]);
   }
   if (reading.growth.size() != reading.stages.size()) reading.growth.clear();

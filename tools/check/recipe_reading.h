@@ -64,6 +64,7 @@ struct Reading {
   bool stress_known = false;                                 // stress:model could be read
   // Of a recipe that the model accepts: one entry for each of `stages`, otherwise empty.
   std::vector<ExpectedGrowth> growth;
+  double total_growth = 0.0;                                          // nm, of all periods
   double reference_layer = std::numeric_limits<double>::quiet_NaN();  // m, with the models thick_GaN and InGaN_GR_X
 
   // The element of a row that occurs once; null if it was not read, or with a fault.

@@ -156,8 +156,12 @@ void look_at_mixture(Search& search, const ReadStage& stage) {
 void look_at_stage(Search& search, const ReadStage& stage) {
   const auto child = [&stage](const char* name) -> const TiXmlElement& { return child_of(*stage.element, {name}); };
   look_at_temperature(search, stage, temperature_range(stage));
-  if (stage.P) look(search, Quantity::P, "P", *stage.P, child("P"), stage.place);
-  if (stage.omega_TDR) look(search, Quantity::omega, "omega_TDR", *stage.omega_TDR, child("omega_TDR"), stage.place);
+  // A pause may be one in which the reactor is pumped down or the disc stands still.
+  const bool pause = without_metals(stage);
+  if (stage.P && !pause) look(search, Quantity::P, "P", *stage.P, child("P"), stage.place);
+  if (stage.omega_TDR && !pause) {
+    look(search, Quantity::omega, "omega_TDR", *stage.omega_TDR, child("omega_TDR"), stage.place);
+  }
   look(search, Quantity::tau, "tau", stage.tau, child("tau"), stage.place);
   look(search, Quantity::delta, "delta", stage.delta, child("delta"), stage.place);
   look(search, Quantity::GR_prescribed, "GR_average", stage.GR_average, child("GR_average"), stage.place);
@@ -190,7 +194,6 @@ void look_at_growth(Search& search) {
   if (reading.growth.empty()) return;
   const bool prescribed = reading.recipe.transport_model == vorlen::TRANSPORT_InGaN_GR_X;
   double thickest = 0.0;
-  double total = 0.0;
   const ReadStage* grown = nullptr;
   for (std::size_t k = 0; k < reading.stages.size(); ++k) {
     const ReadStage& stage = reading.stages[k];
@@ -216,8 +219,7 @@ void look_at_growth(Search& search) {
                  "check tau, in s; vorlen timeline shows all stages");
     }
   }
-  for (const ExpectedGrowth& growth : reading.growth) total += growth.thickness;
-  if (grown == nullptr || search.found_any || !(thickest < BILAYER) || !(total < TOTAL_MIN)) return;
+  if (grown == nullptr || search.found_any || !(thickest < BILAYER) || !(reading.total_growth < TOTAL_MIN)) return;
   search.add(
       "growth", "thin", child_of(*grown->element, {"tau"}), grown->place,
       fmt::format("no stage is expected to grow even a bilayer, {} nm; tau of {} is {} s, and {} min is {} s", BILAYER,
