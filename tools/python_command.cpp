@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -98,6 +99,14 @@ bool fits(const std::string& interpreter) {
   return WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
 }
 
+// Ctrl-C waits until the package handles it: an interpreter that is starting would print a traceback.
+void block_interrupts() {
+  sigset_t interrupts;
+  sigemptyset(&interrupts);
+  sigaddset(&interrupts, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupts, nullptr);
+}
+
 }  // namespace
 
 void add_python_commands(CLI::App& app) {
@@ -128,6 +137,7 @@ int forward_to_python(char** arguments) {
     if (!fits(interpreter)) continue;
     std::vector<std::string> words = {interpreter, "-m", "vorlen"};
     for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
+    block_interrupts();
     execvp(interpreter.c_str(), pointers_to(words).data());
     return fail(interpreter + ": " + std::strerror(errno));
   }

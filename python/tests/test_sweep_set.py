@@ -27,7 +27,7 @@ def values(recipe, text, path=T):
     return plan_of_options(recipe, [(path, text)], None, None).parameters[path]
 
 
-def refusal(capsys, *words):
+def rejection(capsys, *words):
     """The text of a sweep that is an error, on one line of stderr."""
     assert main(["sweep", *map(str, words)]) == 1
     written = capsys.readouterr()
@@ -93,7 +93,7 @@ def test_the_folder_is_beside_the_recipe_unless_it_is_named(recipe, tmp_path, ca
     assert capsys.readouterr().out.endswith(f"table in {tmp_path / 'layer.sweep' / 'table.csv'}\n")
 
 
-def test_the_same_command_continues_and_another_one_is_refused(recipe, tmp_path, capsys):
+def test_the_same_command_continues_and_another_one_is_rejected(recipe, tmp_path, capsys):
     words = ["sweep", str(recipe), "--set", f"{T}=1000:1010:10", "-o", str(tmp_path / "s"), "--quiet", "--workers", "1"]
     assert main([*words, "--rows", "0:1"]) == 0
     first = tmp_path / "s" / "rows" / "000000.status.json"
@@ -103,7 +103,7 @@ def test_the_same_command_continues_and_another_one_is_refused(recipe, tmp_path,
     table = (tmp_path / "s" / "table.csv").read_bytes()
     capsys.readouterr()
     for other in (f"{T}=1000:1020:20", f"{TMIN}=0.1"):
-        text = refusal(capsys, recipe, "--set", other, "-o", tmp_path / "s")
+        text = rejection(capsys, recipe, "--set", other, "-o", tmp_path / "s")
         assert text.startswith(f"{tmp_path / 's'} holds a sweep with a different recipe or different rows")
     assert (tmp_path / "s" / "table.csv").read_bytes() == table
 
@@ -140,45 +140,45 @@ def test_a_table_has_a_line_for_each_row(recipe, tmp_path, capsys):
     ],
 )
 def test_an_impossible_list_of_values_is_an_error_with_its_path(recipe, tmp_path, capsys, text, reason):
-    assert refusal(capsys, recipe, "--set", f"{T}={text}") == f"{T}: {reason}"
+    assert rejection(capsys, recipe, "--set", f"{T}={text}") == f"{T}: {reason}"
     assert [path.name for path in tmp_path.iterdir()] == ["layer.xml"]
 
 
 @pytest.mark.parametrize("text", ["1000K", "1000:1050:x", "nan", "inf", "1000:inf:5", "0x10", "warm"])
 def test_what_is_not_a_number_is_an_error(recipe, capsys, text):
-    assert refusal(capsys, recipe, "--set", f"{T}={text}").startswith(f"{T} takes a number without a unit, got ")
+    assert rejection(capsys, recipe, "--set", f"{T}={text}").startswith(f"{T} takes a number without a unit, got ")
 
 
 def test_a_fraction_for_an_integer_is_an_error(examples, capsys):
-    text = refusal(capsys, examples / "ingan_gan_mqw.xml", "--set", f"{PERIODS}=1:2:0.5", "--count")
+    text = rejection(capsys, examples / "ingan_gan_mqw.xml", "--set", f"{PERIODS}=1:2:0.5", "--count")
     assert text == f"{PERIODS} takes an integer, got '0.5'"
 
 
 def test_the_ends_of_a_ramp_in_one_value_are_an_error_with_a_hint(recipe, capsys):
-    text = refusal(capsys, recipe, "--set", f"{T}=1000..1050")
+    text = rejection(capsys, recipe, "--set", f"{T}=1000..1050")
     assert text.endswith("; the start and the end of a ramp are set by PATH/val and PATH/end")
 
 
 def test_an_unknown_path_is_an_error_with_similar_paths(recipe, capsys):
-    text = refusal(capsys, recipe, "--set", "process_stages/stage_1/Temp=1000:1050:5")
+    text = rejection(capsys, recipe, "--set", "process_stages/stage_1/Temp=1000:1050:5")
     assert text.startswith(f"{recipe} has no process_stages/stage_1/Temp; similar paths: {T}, ")
 
 
 def test_a_group_has_no_value(recipe, capsys):
-    assert "process_stages/stage_1 is a group" in refusal(capsys, recipe, "--set", "process_stages/stage_1=1")
+    assert "process_stages/stage_1 is a group" in rejection(capsys, recipe, "--set", "process_stages/stage_1=1")
 
 
 def test_a_path_can_be_set_once(recipe, capsys):
-    text = refusal(capsys, recipe, "--set", f"{T}=1000", "--set", f"{T}=1010")
+    text = rejection(capsys, recipe, "--set", f"{T}=1000", "--set", f"{T}=1010")
     assert text == f"{T} is set twice; list all its values in one --set"
     other = T.replace("/", ":")
-    text = refusal(capsys, recipe, "--set", f"{T}=1000", "--set", f"{other}=1010")
+    text = rejection(capsys, recipe, "--set", f"{T}=1000", "--set", f"{other}=1010")
     assert text == f"{other} sets the same value as {T}, which comes before it"
 
 
 def test_too_many_combinations_are_an_error_before_they_are_listed(recipe, capsys):
     words = [f"{path}=1:10000:1" for path in (T, TMIN)]
-    text = refusal(capsys, recipe, "--set", words[0], "--set", words[1])
+    text = rejection(capsys, recipe, "--set", words[0], "--set", words[1])
     assert text == f"a sweep has at most {MAX_ROWS} rows, this one would have 100000000"
     with pytest.raises(vorlen.PlanError, match="at most"):
         vorlen.sweep(recipe, {T: range(2000), TMIN: range(1, 2000)})
@@ -187,19 +187,19 @@ def test_too_many_combinations_are_an_error_before_they_are_listed(recipe, capsy
 def test_a_plan_states_its_own_values(recipe, tmp_path, capsys):
     plan = vorlen.write_plan(tmp_path / "plan.json", recipe, {T: [1000]})
     reason = f"{plan} is a plan and states its own values; --set and --table need a recipe"
-    assert refusal(capsys, plan, "--set", f"{T}=1000") == reason
-    assert refusal(capsys, plan, "--table", recipe) == reason
+    assert rejection(capsys, plan, "--set", f"{T}=1000") == reason
+    assert rejection(capsys, plan, "--table", recipe) == reason
 
 
 def test_a_recipe_alone_is_an_error_with_a_hint(recipe, capsys):
-    assert refusal(capsys, recipe) == f"{recipe} is a recipe; give the values to vary with --set PATH=VALUES"
+    assert rejection(capsys, recipe) == f"{recipe} is a recipe; give the values to vary with --set PATH=VALUES"
 
 
 def test_files_that_are_missing_or_not_recipes_are_errors(tmp_path, capsys):
     (tmp_path / "a.xml").write_text("<a>")
-    assert "a.xml" in refusal(capsys, tmp_path / "a.xml", "--set", f"{T}=1000")
-    assert "No such file" in refusal(capsys, tmp_path / "b.xml", "--set", f"{T}=1000")
-    assert refusal(capsys, tmp_path / "b.json") == f"{tmp_path / 'b.json'}: plan not found"
+    assert "a.xml" in rejection(capsys, tmp_path / "a.xml", "--set", f"{T}=1000")
+    assert "No such file" in rejection(capsys, tmp_path / "b.xml", "--set", f"{T}=1000")
+    assert rejection(capsys, tmp_path / "b.json") == f"{tmp_path / 'b.json'}: plan not found"
 
 
 @pytest.mark.parametrize(

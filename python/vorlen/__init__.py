@@ -10,6 +10,7 @@
 matplotlib, jinja2 and other optional packages are imported when they are first used.
 """
 
+from . import _interrupts  # first: a command that is interrupted during the other imports ends without a traceback
 from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError

@@ -9,6 +9,7 @@ from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
+from ._interrupts import status_of
 from ._kinds import SCHEMES
 from ._plan import MODES, Plan, PlanError
 from ._plan_file import read_plan
@@ -17,8 +18,6 @@ from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
-
-INTERRUPTED = 130  # exit status of a program that SIGINT has ended
 
 
 def _row_range(text: str) -> tuple[int, int]:
@@ -64,7 +63,7 @@ def add_command(commands: Any) -> None:
         "vorlen sweep mqw.xml --set process_stages/stage_1/T=1000:1050:5 -o temperatures",
         epilog="Exit status: 0 if the outcome of every requested row is recorded: ok, failed, timeout or crashed; 1 if "
         "rows are missing, were lost or had errors with their files, if the plan is invalid or if another sweep is "
-        "running in the folder; 2 for a usage error; 130 after Ctrl-C. Parts of one plan can run at the same time.",
+        "running in the folder; 2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM. Parts of one plan can run at the same time.",
     )
     parser.add_argument(
         "source", type=Path, metavar="RECIPE|PLAN", help="with --set or --table a recipe, otherwise a plan, a JSON file"
@@ -167,10 +166,10 @@ def _run(plan: Plan, folder: Path, options: argparse.Namespace) -> int:
             print(count_text(requested), flush=True)
             if options.rows is None:
                 return _write(plan, folder, rows)
-    except KeyboardInterrupt:
+    except KeyboardInterrupt as interrupt:
         counts = count_text([rows[number] for number in numbers])
         print(f"vorlen sweep: interrupted; {counts}. To continue, give the same command again", file=sys.stderr)
-        return INTERRUPTED
+        return status_of(interrupt)
     return _report(rows, numbers)
 
 
