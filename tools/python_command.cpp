@@ -58,6 +58,7 @@ fs::path source_tree(const fs::path& tool) {
 void set_environment() {
   std::error_code ignored;
   const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
+  if (!tool.empty()) setenv("VORLEN", tool.c_str(), 0);  // checks recipes for the package
   const fs::path tree = source_tree(tool);
   const fs::path folder = tool.parent_path();
   const fs::path package = tree.empty() ? folder.parent_path() / "lib/python3/dist-packages" : tree / "python";

@@ -17,6 +17,7 @@ from ._library import LibraryNotFoundError
 from ._plan import PlanError
 from ._plan_file import write_plan
 from ._recipe import Recipe
+from ._recipe_check import RecipeWarning
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
@@ -33,6 +34,7 @@ __all__ = [
     "PlanError",
     "Recipe",
     "RecipeError",
+    "RecipeWarning",
     "ResultFileError",
     "Run",
     "SimulationError",

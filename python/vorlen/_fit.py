@@ -24,12 +24,13 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from ._arguments import check_number, check_timeout, given_executor, is_number
+from ._arguments import check_flags, check_number, check_timeout, given_executor, is_number
 from ._fit_model import STEP, Array, FitModel, fit_folder
 from ._fit_plot import plot_fit
 from ._measurements import measurement_table
 from ._plan_values import given_recipe
 from ._recipe import Recipe, place_in
+from ._recipe_check import warn_about
 from ._run import SimulationError
 from ._run_rows import pool_of
 from ._source import RecipeLike
@@ -149,6 +150,7 @@ def fit(
     out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
+    check: bool = True,
 ) -> Fit:
     """Fits constants of one recipe, or of several at once, to measurements.
 
@@ -177,6 +179,9 @@ def fit(
         repeated. None: the files are deleted. Required with an executor.
     workers, executor : optional
         As for sweep().
+    check : bool, optional
+        True: issue one RecipeWarning for each recipe that `vorlen check` has warnings about, with the first three,
+        before the runs.
 
     Returns
     -------
@@ -203,12 +208,16 @@ def fit(
 
     check_number(level, "level must be a number between 0 and 1, such as 0.95", 0.0, 1.0)
     check_timeout(timeout)
+    check_flags(check=check)
     executor = given_executor(workers, executor, out)
     recipes = _given_recipes(recipe, scheme)
     start, paths = _start_parameters(recipes, parameters)
     table = measurement_table(measurements, recipes)
     if len(table) < len(paths):
         raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
+    if check:
+        for name, one in recipes.items():
+            warn_about(one.to_bytes(), name if isinstance(recipe, Mapping) else one.path)
 
     with pool_of(workers, executor) as pool, fit_folder(out, len(recipes)) as folder:
         model = FitModel(

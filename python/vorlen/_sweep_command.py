@@ -14,6 +14,7 @@ from ._kinds import SCHEMES
 from ._plan import MODES, Plan, PlanError
 from ._plan_file import read_plan
 from ._plan_options import Setting, looks_like_recipe, plan_of_options, split_setting
+from ._recipe_check import check_text
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder, read_folder
@@ -133,6 +134,10 @@ def _sweep(options: argparse.Namespace) -> int:
         return 0
     if options.merge:
         return _merge(plan, folder)
+    is_recipe = options.settings or options.table
+    text = check_text(plan.recipe, options.source if is_recipe else f"the recipe of {options.source}")
+    if text:
+        print(f"vorlen sweep: {text}", file=sys.stderr)
     if options.timeout is not None:
         plan = replace(plan, timeout=options.timeout)
     return _run(plan, folder, options)
