@@ -70,10 +70,11 @@ def test_an_interrupt_in_a_destructor_ends_the_command_too(tmp_path):
 def test_importing_the_package_leaves_the_signals_of_a_program_as_they_are():
     program = (
         "import signal, sys; sys.argv[0] = '-m'; import vorlen\n"
-        "print(signal.getsignal(signal.SIGINT) is signal.default_int_handler, signal.getsignal(signal.SIGTERM) is signal.SIG_DFL)"
+        "print(signal.getsignal(signal.SIGINT) is signal.default_int_handler)\n"
+        "print(signal.getsignal(signal.SIGTERM) is signal.SIG_DFL)"
     )
     environment = os.environ | {"PYTHONPATH": PACKAGE}
-    assert ended([sys.executable, "-c", program], environment) == (0, "True True\n", "")
+    assert ended([sys.executable, "-c", program], environment) == (0, "True\nTrue\n", "")
 
 
 def test_signals_that_are_ignored_stay_ignored(tmp_path):

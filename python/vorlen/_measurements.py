@@ -87,7 +87,8 @@ def _recipe_name(given: object, recipes: Mapping[str, Recipe]) -> str:
     same = [name for name in recipes if number is not None and _number_in(name) == number]
     if len(same) > 1:
         names = ", ".join(map(repr, same))
-        raise ValueError(f"measurements are given for {given!r}, which may mean the recipes {names}; give the name as a text")
+        reason = f"which may mean the recipes {names}; give the name as a text"
+        raise ValueError(f"measurements are given for {given!r}, {reason}")
     return same[0] if same else text
 
 

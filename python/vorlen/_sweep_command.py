@@ -64,7 +64,8 @@ def add_command(commands: Any) -> None:
         "vorlen sweep mqw.xml --set process_stages/stage_1/T=1000:1050:5 -o temperatures",
         epilog="Exit status: 0 if the outcome of every requested row is recorded: ok, failed, timeout or crashed; 1 if "
         "rows are missing, were lost or had errors with their files, if the plan is invalid or if another sweep is "
-        "running in the folder; 2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM. Parts of one plan can run at the same time.",
+        "running in the folder; 2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM. Parts of one sweep can run at "
+        "the same time.",
     )
     parser.add_argument(
         "source", type=Path, metavar="RECIPE|PLAN", help="with --set or --table a recipe, otherwise a plan, a JSON file"
@@ -93,8 +94,11 @@ def add_command(commands: Any) -> None:
     what.add_argument("--merge", action="store_true", help="run nothing; make the table from the rows that are done")
     what.add_argument("--count", action="store_true", help="print the number of rows")
     parser.add_argument(
-        "-o", "--out", type=Path, metavar="FOLDER", help="folder of the sweep, instead of the plan's or NAME.sweep beside "
-        "the recipe NAME.xml",
+        "-o",
+        "--out",
+        type=Path,
+        metavar="FOLDER",
+        help="folder of the sweep, instead of the plan's or NAME.sweep beside the recipe NAME.xml",
     )
     parser.add_argument("--workers", type=_workers, metavar="N", help="concurrent runs; default: one per processor")
     parser.add_argument("--timeout", type=_seconds, metavar="S", help="time limit of one run, s, instead of the plan's")
