@@ -36,7 +36,8 @@ struct PythonCommand {
 
 constexpr std::array<PythonCommand, 2> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
-    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
+    {"sweep", "Run a recipe with many values, or the rows of a sweep plan",
+     "vorlen sweep recipe.xml --set process_stages/stage_1/T=1000:1050:5"},
 }};
 
 // Exits with 0 if the interpreter finds all modules given as arguments.

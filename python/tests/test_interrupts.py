@@ -2,10 +2,13 @@
 
 from __future__ import annotations
 
+import contextlib
 import os
 import signal
 import subprocess
 import sys
+import threading
+from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
@@ -120,23 +123,27 @@ def test_an_interrupted_sweep_without_a_plan_is_continued_by_the_same_command(tm
     assert first.stat().st_mtime_ns == before
 
 
-@pytest.mark.parametrize("number", SIGNALS)
-def test_a_sweep_that_is_interrupted_while_its_workers_start(tmp_path, number):
-    starting = tmp_path / "starting"
+@contextlib.contextmanager
+def sweep_whose_worker_is_starting(folder: Path) -> Iterator[tuple[subprocess.Popen[str], int]]:
+    """A sweep of two rows, and the number of its worker process, which needs a second to start."""
+    starting = folder / "starting"
     text = (
         "import os, sys, time\n"
         "if 'vorlen._worker' in sys.orig_argv:\n"
         f"    open({str(starting)!r}, 'w').write(str(os.getpid()))\n"
         "    time.sleep(1)\n"
     )
-    environment = with_module(tmp_path, "sitecustomize", text)
-    words = ["-m", "vorlen", "sweep", str(LAYER), "--set", f"{T}=1000,1010", "-o", str(tmp_path / "s"), "--quiet"]
-    process = subprocess.Popen(
-        [sys.executable, *words, "--workers", "1"], env=environment, stderr=subprocess.PIPE, text=True
-    )
-    with process:
+    environment = with_module(folder, "sitecustomize", text)
+    words = ["sweep", str(LAYER), "--set", f"{T}=1000,1010", "-o", str(folder / "s"), "--quiet", "--workers", "1"]
+    words = [sys.executable, "-m", "vorlen", *words]
+    with subprocess.Popen(words, env=environment, stderr=subprocess.PIPE, text=True) as process:
         assert wait_for(lambda: starting.exists() and starting.read_text())
-        worker = int(starting.read_text())
+        yield process, int(starting.read_text())
+
+
+@pytest.mark.parametrize("number", SIGNALS)
+def test_a_sweep_that_is_interrupted_while_its_worker_starts(tmp_path, number):
+    with sweep_whose_worker_is_starting(tmp_path) as (process, worker):
         if number == signal.SIGINT:
             os.kill(worker, number)
         process.send_signal(number)
@@ -148,13 +155,7 @@ def test_a_sweep_that_is_interrupted_while_its_workers_start(tmp_path, number):
 
 
 def test_a_worker_whose_parent_is_killed_while_it_starts_prints_nothing(tmp_path):
-    starting = tmp_path / "starting"
-    text = f"import os, sys, time\nif 'vorlen._worker' in sys.orig_argv:\n    open({str(starting)!r}, 'w'); time.sleep(1)\n"
-    environment = with_module(tmp_path, "sitecustomize", text)
-    words = ["-m", "vorlen", "sweep", str(LAYER), "--set", f"{T}=1000", "-o", str(tmp_path / "s"), "--quiet"]
-    process = subprocess.Popen([sys.executable, *words], env=environment, stderr=subprocess.PIPE, text=True)
-    with process:
-        assert wait_for(starting.exists)
+    with sweep_whose_worker_is_starting(tmp_path) as (process, _):
         process.kill()
         assert process.stderr.read() == ""  # which the worker has inherited: this ends with the worker
 
@@ -165,3 +166,34 @@ def test_a_second_ctrl_c_ends_the_sweep_as_well(tmp_path, faulty_library):
         process.send_signal(signal.SIGINT)
         assert process.wait(30) == 130
         assert "Traceback" not in process.stderr.read()
+
+
+def test_an_interrupted_notebook_shows_what_is_done(tmp_path, faulty_library, monkeypatch):
+    """The kernel of a notebook gets the signal as Jupyter sends it."""
+    manager_module = pytest.importorskip("jupyter_client.manager")
+    monkeypatch.setenv("IPYTHONDIR", str(tmp_path / "ipython"))
+    monkeypatch.setenv("PYTHONPATH", PACKAGE)
+    manager, client = manager_module.start_new_kernel(kernel_name="python3", cwd=str(tmp_path))
+    shown: list[str] = []
+
+    def collect(message: dict) -> None:
+        content = message["content"]
+        shown.append(content.get("text", "") or content.get("ename", ""))
+
+    def interrupt() -> None:
+        if wait_for((tmp_path / "s" / "rows" / "000002.xml").exists):
+            manager.interrupt_kernel()
+
+    watcher = threading.Thread(target=interrupt)
+    try:
+        watcher.start()
+        values = {P: [40000, 40001, HANG]}
+        code = f"import vorlen; vorlen.sweep({str(LAYER)!r}, {values!r}, workers=1, out='s', progress=False)"
+        client.execute_interactive(code, output_hook=collect, timeout=60)
+        watcher.join()
+    finally:
+        client.stop_channels()
+        manager.shutdown_kernel(now=True)
+    text = 'sweep interrupted; 3 rows: 2 ok, 1 missing. To continue: vorlen.read_sweep("s").resume()\n'
+    assert text in shown and "KeyboardInterrupt" in shown
+    assert "".join(shown).count("Traceback") == 0  # of workers
