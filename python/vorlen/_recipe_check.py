@@ -10,7 +10,7 @@ from ._types import PathLike
 from ._xml_bytes import RecipeError
 
 SHOWN = 3  # of the warnings
-FIRST_KINDS = ("duplicate", "not-read")  # parts of the recipe without any effect; the others follow in the tool's order
+FIRST_KINDS = ("duplicate", "uncounted-stage", "not-read")  # parts of the recipe without any effect; the others follow in the tool's order
 
 _reasons: set[str] = set()  # why recipes were not checked, as far as this process has reported it
 
@@ -52,14 +52,13 @@ def check_text(content: bytes | None, name: PathLike | None, scheme: str | None 
 
 
 def warning_text(found: list[Finding], name: str) -> str:
-    """The number of warnings and the first of them; empty if there are none."""
-    shown = [one for one in found if one.severity == "warning"]
-    if not shown:
+    """The number of warnings and the first of them; empty if there are none, or errors, which end the run."""
+    if not found or any(one.severity == "error" for one in found):
         return ""
-    count = len(shown)
-    shown.sort(key=lambda one: FIRST_KINDS.index(one.kind) if one.kind in FIRST_KINDS else len(FIRST_KINDS))
+    count = len(found)
+    ordered = sorted(found, key=lambda one: FIRST_KINDS.index(one.kind) if one.kind in FIRST_KINDS else len(FIRST_KINDS))
     heading = "1 warning" if count == 1 else f"{count} warnings"
     if count > SHOWN:
         heading += f", the first {SHOWN} (vorlen check shows all)"
-    lines = [f"  {one.sentence('')}" for one in shown[:SHOWN]]
+    lines = [f"  {one.sentence('')}" for one in ordered[:SHOWN]]
     return "\n".join([f"{name}: {heading}:", *lines])
