@@ -198,3 +198,14 @@ def test_the_command_line_reports_the_warnings_once(tmp_path, capsys, calls):
     assert main(["sweep", str(plan), "--count"]) == 0 and calls() == 1
     assert main(["sweep", str(plan), *words]) == 0
     assert capsys.readouterr().err.startswith(f"vorlen sweep: the recipe of {plan}: 5 warnings") and calls() == 2
+
+
+def test_check_must_be_true_or_false():
+    measured = {"thickness_2": 2.5}
+    for call in (
+        lambda: vorlen.sweep(LAYER, {P: [40000]}, check=1),
+        lambda: vorlen.sensitivity(LAYER, [P], check=None),
+        lambda: vorlen.fit(LAYER, {"chemistry/Kd_In/A": (1e10, 1e16)}, measured, check="yes"),
+    ):
+        with pytest.raises(TypeError, match="check must be True or False"):
+            call()
