@@ -6,6 +6,7 @@ import sys
 
 from . import __version__
 from ._command_line import Parser
+from ._interrupts import run_command
 from ._report_command import add_command as add_report
 from ._sweep_command import add_command as add_sweep
 
@@ -26,4 +27,4 @@ def main(arguments: list[str] | None = None) -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    run_command(main)
