@@ -146,7 +146,7 @@ TAU, PERIODS = "process_stages/stage_2/tau", "process_stages/stage_1/n_periods"
         (PERIODS, "2.97", ValueError, "takes an integer, got '2.97'"),
         (PERIODS, "2e1", ValueError, "takes an integer, got '2e1'"),
         (TAU, "12,5", ValueError, "takes a number without a unit, got '12,5'; the decimal separator is the point"),
-        (TAU, "12 s", ValueError, "takes a number without a unit, got '12 s'$"),
+        (TAU, "12 m", ValueError, "tau: '12 m' has the unit m, expected s"),
         (TAU, "abc", ValueError, "takes a number"),
         (TAU, "", ValueError, "takes a number"),
         (TAU, "nan", ValueError, "takes a number"),

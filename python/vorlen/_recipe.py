@@ -22,6 +22,7 @@ from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 from . import _stages, _values, _xml_bytes
+from ._building import Block, Building
 from ._document import Document, Place
 from ._files import as_path, read_file, replace_file
 from ._kinds import SCHEMES
@@ -33,7 +34,7 @@ if TYPE_CHECKING:
     import pandas as pd
 
 
-class Recipe:
+class Recipe(Building):
     """A recipe file in memory: its bytes, and its values by path.
 
     `recipe[path]` reads a value: a number, a text, a pair (start, end) for a ramp, or a dictionary for an element with
@@ -65,6 +66,8 @@ class Recipe:
         if isinstance(source, str) and source and not _xml_bytes.is_xml(source):
             raise RecipeError(f"{name}: the text is not XML; Recipe.load(path) reads a file")
         self._document = Document.of(_xml_bytes.encode(source) if isinstance(source, str) else bytes(source), name)
+        self._initial: dict[str, object] = {}
+        self._block: Block | None = None
 
     @classmethod
     def load(cls, path: PathLike) -> Recipe:
@@ -123,6 +126,7 @@ class Recipe:
         """
         copy = Recipe.__new__(Recipe)
         copy.path, copy._document = self.path, self._document
+        copy._initial, copy._block = self._initial, None
         return copy
 
     def to_bytes(self) -> bytes:
@@ -286,8 +290,9 @@ class Recipe:
         name: str | None = None,
         before: str | None = None,
         values: Mapping[str, object] | None = None,
+        into: str | None = None,
     ) -> str:
-        """Adds a copy of a stage to the group of that stage. The numbers of the following stages increase by one.
+        """Adds a copy of a stage to its group or another one. The numbers of the following stages increase by one.
 
         Parameters
         ----------
@@ -299,6 +304,9 @@ class Recipe:
             Path of the stage to insert it before; None: at the end of the group.
         values : mapping, optional
             Values to change, by paths relative to the stage: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}.
+        into : str, optional
+            Group that the copy is added to: "process_stages" or the path of a periodic stage for a simulated stage,
+            "pre_stages" or "post_stages" for a given one. None: the group of the copied stage.
 
         Returns
         -------
@@ -314,9 +322,10 @@ class Recipe:
         TypeError
             If an argument has another type.
         ValueError
-            If before is in another group, or a value is rejected as by set().
+            If before is not in the group that the copy is added to; if into is not a group, or one that can't hold
+            such a stage; or if a value is rejected as by set().
         """
-        self._document, path = _stages.added_stage(self._document, like, name, before, values)
+        self._document, path = _stages.added_stage(self._document, like, name, before, values, into)
         return path
 
     def remove_stage(self, path: str) -> None:
