@@ -10,7 +10,9 @@ set -euo pipefail
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
 PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # reports: pages, and the library that draws their charts
-  python3-jinja2 python3-plotly esbuild)
+  python3-jinja2 python3-plotly esbuild
+  # recipes: units
+  python3-pint)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind

@@ -205,8 +205,22 @@ class Building:
 
         Parameters
         ----------
-        composition, thickness, dislocations, name, lattice, relaxation, x_in, x_ga, x_al, duration, growth_rate
-            As in template(). The density of dislocations and the lattice may be those of the layer below.
+        composition : str
+            "GaN", "Al0.1Ga0.9N", or "AlGaN" with x_al.
+        thickness : float, str or Quantity
+            Thickness [nm].
+        dislocations : float, str or Quantity, optional
+            Dislocation density [cm^-2]. None: that of the layer below.
+        name : str, optional
+            Name of the layer. None: the composition.
+        lattice : float, str or Quantity, optional
+            In-plane lattice constant [angstrom]. None: the one that relaxation gives.
+        relaxation : float, optional
+            Degree of relaxation: 0 (as None) keeps the lattice of the layer below, 1 gives the layer its own.
+        x_in, x_ga, x_al : float, optional
+            Fractions that the composition does not contain. One metal may be the rest.
+        duration, growth_rate : float, str or Quantity, optional
+            As in template().
 
         Returns
         -------
@@ -343,10 +357,8 @@ class Building:
             Duration [s].
         name : str, optional
             Name of the stage.
-        T, pressure, N2, NH3, H2, rotation : float, str, Quantity or pair, optional
+        T, pressure, N2, NH3, H2, delta, rotation : float, str, Quantity or pair, optional
             Conditions as in grow(). What is not given stays as it was.
-        delta : float, str or Quantity, optional
-            As in grow().
 
         Returns
         -------

@@ -18,7 +18,7 @@ EXAMPLES = {"K": "K or degC", "Pa": "Pa, mbar or Torr", "sccm": "sccm, slm or um
 DIGITS = 12  # of a converted number, so that 0.8 slm is 800 and not 800.0000000000001
 
 _NUMBER = re.compile(r"\s*([-+]?(?:\d+\.?\d*|\.\d+)(?:[eE][-+]?\d+)?)\s*(.*?)\s*", re.ASCII | re.DOTALL)
-_UNIT = re.compile(r"(?:[^\W\d]|[%\u00b0]|1\s*/)[\w\s%\u00b0\u00b7\u207b*/^().+-]*")
+_UNIT = re.compile(r"(?:[^\W\d_]|[%\u00b0]|1\s*/)[\w\s%\u00b0\u00b7\u207b*/^().+-]*")
 # pint's slm is a power, of a litre per minute at 1 atm; the Greek letter is the sign for micro
 _IN_PINT = {
     r"\bfraction\b": "", r"\b(slm|slpm|SLM|standard_liter_per_minute)\b": "ksccm", "\u03bc": "\u00b5", "%": "percent",
@@ -63,9 +63,16 @@ def number_in(value: Any, name: str, unit: str) -> float | int:
     if isinstance(value, bool) or not isinstance(value, numbers.Real):
         shown = f"{value!r}" if value is None or isinstance(value, bool) else type(value).__name__
         raise TypeError(f"{name} takes a number or a text with a unit, such as {_example(unit)}, got {shown}")
-    if not math.isfinite(value):
+    if not _is_finite(value):
         raise ValueError(f"{name} takes a finite number, got {value}")
     return int(value) if isinstance(value, numbers.Integral) else float(value)
+
+
+def _is_finite(number: numbers.Real | float) -> bool:
+    try:
+        return math.isfinite(number)
+    except OverflowError:  # an integer beyond all floats
+        return False
 
 
 @functools.lru_cache(maxsize=1)
