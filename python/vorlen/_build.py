@@ -14,7 +14,7 @@ from typing import Any
 
 from ._composition import fractions_of, lattice_of, material_keyword
 from ._document import Document
-from ._kinds import KNOWN, children_of_kind, leading_number, text_of
+from ._kinds import KNOWN, children_of_kind, leading_number, text_of, unit_of
 from ._limits import check_limits
 from ._quantities import number_in
 from ._recipe_text import Texts, layout, recipe_text, stage_lines
@@ -128,7 +128,7 @@ def _chemistry(material: str, changes: Mapping[str, Any]) -> dict[str, tuple[str
             continue
         parts = dict(zip(known.attributes, values[path]))
         for part, number in _mapping(change, name, known.attributes).items():
-            parts[part] = text_of(number_in(number, f"{name}: {part}", ""), path, known)
+            parts[part] = text_of(number_in(number, f"{name}: {part}", unit_of(known, part)), path, known)
         values[path] = tuple(parts.values())
     return values
 
@@ -260,7 +260,7 @@ def with_layer(
     values["tau"] = _texts("duration", f"{pattern}/tau", duration)
     for metal, fraction in found.items():
         values[f"X_{metal}_average"] = _texts(f"x_{metal.lower()}", f"{pattern}/X_{metal}_average", fraction)
-    if dislocations is None and lowest:
+    if dislocations in (None, "inherited") and lowest:
         raise ValueError("dislocations must be given for the lowest layer: there is none to inherit them from")
     values |= _dislocations(pattern, dislocations)
     values["stress_state"], comment = _stress_state(pattern, found, lattice, relaxation, lowest)
