@@ -1,8 +1,8 @@
 """Stages of a recipe from conditions: a new recipe, given layers, and grown ones.
 
 The conditions of a grown stage that are not given are those at the end of the stage before it, which are read from the
-recipe itself. So any recipe can be continued. A stage without metals counts as a pause: the metals of the next stage are
-those before the pause. Each function gives a new document.
+recipe itself. So any recipe can be continued. A stage without metals counts as a pause: the metals of the next stage
+are those before the pause. Each function gives a new document.
 """
 
 from __future__ import annotations
@@ -97,7 +97,7 @@ def new_recipe(
 
 
 def check_initial(document: Document, initial: Mapping[str, object]) -> None:
-    """Raises ValueError for conditions of the first stage that are invalid, or that the transport model does not use."""
+    """Raises ValueError for conditions of the first stage that are invalid, or not used by the transport model."""
     transport = _transport_of(document)
     for condition, value in initial.items():
         if value is not None:
@@ -335,7 +335,8 @@ def with_growth(
     _check_gases(values, transport, first=not before)
     if relaxing and dislocations is not None:
         raise ValueError("dislocations of grown layers follow from those of the template with stress V_dislocation")
-    if not before and count_of_stages(document, "pre_stages") == 0 and (relaxing or dislocations in (None, "inherited")):
+    bare = not before and count_of_stages(document, "pre_stages") == 0
+    if bare and (relaxing or dislocations in (None, "inherited")):
         raise ValueError("the first grown layer needs a layer below it: call template() first")
     if not relaxing:
         values |= _dislocations(STAGE, dislocations)

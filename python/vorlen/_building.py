@@ -1,4 +1,4 @@
-"""The methods of a recipe that build one from nothing, or continue a loaded one: new, template, grow, pause, periods, cap.
+"""The methods of Recipe that build one from nothing or continue a loaded one: new, template, grow, pause, periods, cap.
 
 Numbers are in the units of the recipe file; texts and Quantities of pint may have any unit of the same kind.
 """

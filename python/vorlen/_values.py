@@ -1,6 +1,7 @@
 """Values of a recipe by path: reading one, and the document with another one.
 
-Only the bytes of the value change. A number may have a unit, and is written in that of the element. A text that already means the same number stays as it is.
+Only the bytes of the value change. A number may have a unit, and is written in that of the element. A text that already
+means the same number stays as it is.
 """
 
 from __future__ import annotations
