@@ -335,8 +335,8 @@ def with_growth(
     _check_gases(values, transport, first=not before)
     if relaxing and dislocations is not None:
         raise ValueError("dislocations of grown layers follow from those of the template with stress V_dislocation")
-    bare = not before and count_of_stages(document, "pre_stages") == 0
-    if bare and (relaxing or dislocations in (None, "inherited")):
+    lowest = not before and count_of_stages(document, "pre_stages") == 0
+    if lowest and dislocations in (None, "inherited"):
         raise ValueError("the first grown layer needs a layer below it: call template() first")
     if not relaxing:
         values |= _dislocations(STAGE, dislocations)
