@@ -34,7 +34,7 @@ class Group(NamedTuple):
 
     first: int  # position of the first layer of the first period
     size: int  # layers of one period
-    count: int  # periods; 1 for a layer that is not repeated
+    periods: int  # 1 for a layer that is not repeated
 
 
 class Slab(NamedTuple):
@@ -128,7 +128,6 @@ def groups_of(layers: pd.DataFrame) -> list[Group]:
 def repeats(codes: Array, thickness: Array, fractions: Array) -> list[Group]:
     """Repeated groups of items with a code, a thickness and fractions; the groups cover all items in order."""
     count = len(codes)
-    alike = {}
 
     def same(first: slice, second: slice) -> Mask:
         slack = np.maximum(0.02 * np.abs(thickness[first]), 0.02)
@@ -139,8 +138,8 @@ def repeats(codes: Array, thickness: Array, fractions: Array) -> list[Group]:
     # best[i]: the group from item i that covers most items, of these the one with the shortest period
     best_size, best_covered = np.ones(count, int), np.ones(count, int)
     for size in range(1, min(PERIOD_MAX, count // 2) + 1):
-        alike[size] = same(slice(0, count - size), slice(size, count))
-        run = _run_lengths(alike[size])  # items from i that equal the item a period later
+        # items from i on that equal the item a period later
+        run = _run_lengths(same(slice(0, count - size), slice(size, count)))
         covered = np.zeros(count, int)
         covered[: count - size] = np.where(run >= size, (run // size + 1) * size, 0)
         better = covered > best_covered
@@ -148,16 +147,13 @@ def repeats(codes: Array, thickness: Array, fractions: Array) -> list[Group]:
     groups = []
     place = 0
     while place < count:
-        size, covered = int(best_size[place]), int(best_covered[place])
-        if covered > 1 and best_covered[place : place + covered].max() > covered:
-            size = covered = 1  # a longer repetition starts within this one
-        periods = covered // size
+        size, reach = int(best_size[place]), int(best_covered[place])
+        if reach > 1 and best_covered[place : place + reach].max() > reach:
+            size = reach = 1  # a longer repetition starts within this one
         first = slice(place, place + size)
-        for period in range(1, periods):  # against a slow drift
-            here = place + period * size
-            if not same(first, slice(here, here + size)).all():
-                periods = period
-                break
+        periods = 1  # compared with the first one, against a slow drift
+        while periods < reach // size and same(first, slice(place + periods * size, place + (periods + 1) * size)).all():
+            periods += 1
         groups.append(Group(place, size, periods))
         place += size * periods
     return _singles(groups)
@@ -175,7 +171,7 @@ def _singles(groups: list[Group]) -> list[Group]:
         part
         for group in groups
         for part in (
-            [group] if group.count > 1 else [Group(group.first + item, 1, 1) for item in range(group.size)]
+            [group] if group.periods > 1 else [Group(group.first + item, 1, 1) for item in range(group.size)]
         )
     ]
 
@@ -187,9 +183,9 @@ def _periods(layers: pd.DataFrame) -> Group | None:
     for group in groups_of(layers):
         block = slice(group.first, group.first + group.size)
         grown = fractions[block][(layers["thickness"].iloc[block] > THINNEST).to_numpy()]
-        if group.count < 3 or layers["kind"].iloc[group.first] != "active" or not len(grown):
+        if group.periods < 3 or layers["kind"].iloc[group.first] != "active" or not len(grown):
             continue
-        if np.ptp(grown, axis=0).max() > SAME and (found is None or group.size * group.count > found.size * found.count):
+        if np.ptp(grown, axis=0).max() > SAME and (found is None or group.size * group.periods > found.size * found.periods):
             found = group
     return found
 
@@ -237,9 +233,9 @@ def _ends(layer: Any, x: Fractions, below: Fractions) -> tuple[Fractions, Fracti
     near the composition of the slab below, the layer starts with that.
     """
     end = np.array([getattr(layer, f"{metal}_end", np.nan) for metal in METALS], float)
-    mean = np.array(x)
+    mean = np.array([getattr(layer, metal) for metal in METALS], float)
     change = np.abs(end - mean).max()
-    if not (layer.thickness > 2 * THINNEST and np.isfinite(end).all() and change > GRADED):
+    if not (layer.thickness > 2 * THINNEST and np.isfinite(end).all() and change > GRADED):  # NaN if the mean is unknown
         return x, x
     start = np.clip(2 * mean - end, 0.0, 1.0)
     if np.abs(start - below).max() < np.abs(end - below).max() / 3:
@@ -361,7 +357,7 @@ def _region(
         low, high, why = wells[0].bottom - room, wells[-1].top + room, "wells"
     elif periods is not None:
         bottoms, tops = heights(layers)
-        low, high, why = bottoms[periods.first], tops[periods.first + periods.size * periods.count - 1], "periods"
+        low, high, why = bottoms[periods.first], tops[periods.first + periods.size * periods.periods - 1], "periods"
     elif (barrier := transistor_barrier(slabs)) is not None:
         low, high, why = barrier.bottom - max(10.0, barrier.thickness), top, "barrier"
     elif with_indium := [slab for slab in active if max(slab.x_first[0], slab.x_last[0]) > ABSENT]:

@@ -116,7 +116,7 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
             above = above[1:]
     elif found.periods is not None:
         group = found.periods
-        inside = set(layers.index[group.first : group.first + group.size * group.count])
+        inside = set(layers.index[group.first : group.first + group.size * group.periods])
         head = _periods(layers, found)
         below = [slab for slab in slabs if max(slab.numbers) < min(inside)]
         above = [slab for slab in slabs if min(slab.numbers) > max(inside)]
@@ -173,14 +173,14 @@ def _periods(layers: pd.DataFrame, found: Structure) -> str:
     if len(block) > ITEMS_MAX:
         parts[-1] = f"{len(block) - ITEMS_MAX + 1} more layers"
     name = "pairs" if len(block) == 2 else "periods"
-    return f"{group.count} {name} of {', '.join(parts[:-1])} and {parts[-1]}"
+    return f"{group.periods} {name} of {', '.join(parts[:-1])} and {parts[-1]}"
 
 
 def _base_joined(slabs: list[Slab]) -> list[Slab]:
     """Slabs down to the top of the pre-stages, where a simulated slab continues one of the same composition."""
     prior = [slab for slab in slabs if slab.kind == "pre"][-1:]
     active = [slab for slab in slabs if slab.kind == "active"]
-    if prior and active and alike(prior[0], active[0]) and _repeats(active)[0].count == 1:
+    if prior and active and alike(prior[0], active[0]) and _repeats(active)[0].periods == 1:
         total = prior[0].thickness + active[0].thickness
         return [active[0]._replace(thickness=total), *active[1:]]
     return prior + active
@@ -196,8 +196,8 @@ def _items(slabs: list[Slab], downwards: bool) -> list[str]:
     items: list[tuple[str, int]] = []
     for group in _repeats(slabs):
         block = [_described(slab) for slab in slabs[group.first : group.first + group.size]]
-        shown = f"{group.count} × ({' / '.join(block[:ITEMS_MAX])}{' / …' if len(block) > ITEMS_MAX else ''})"
-        items.append((block[0] if group.count == 1 else shown, group.size * group.count))
+        shown = f"{group.periods} × ({' / '.join(block[:ITEMS_MAX])}{' / …' if len(block) > ITEMS_MAX else ''})"
+        items.append((block[0] if group.periods == 1 else shown, group.size * group.periods))
     if downwards:
         items.reverse()
     if len(items) <= ITEMS_MAX:
