@@ -74,6 +74,7 @@ class Region(NamedTuple):
     low: float  # nm above the pre-stages
     high: float  # nm above the pre-stages
     why: str  # "wells", "periods", "barrier", "indium" or "top": what it was found by
+    numbers: frozenset[int]  # of the layers, also of those of which only a part is in it
 
 
 class Structure(NamedTuple):
@@ -368,7 +369,9 @@ def _region(
         low = active[-1].bottom - room
     low, high = max(low, bottom), min(high, top)
     begin, end = _time_at(layers, low, False), _time_at(layers, high, True)
-    return Region(begin, end, float(low), float(high), why)
+    bottoms, tops = heights(layers)
+    within = (layers["kind"] == "active").to_numpy() & (bottoms < high - 1e-6) & (tops > low + 1e-6)
+    return Region(begin, end, float(low), float(high), why, frozenset(int(number) for number in layers.index[within]))
 
 
 def transistor_barrier(slabs: list[Slab]) -> Slab | None:
