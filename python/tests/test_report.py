@@ -337,7 +337,7 @@ def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp
         [*command, "a.result.txt"], cwd=tmp_path, env=environment, capture_output=True, text=True, check=False
     )
     assert (done.returncode, done.stdout, done.stderr) == (0, "a.html\n", "")
-    assert "temperature" in (tmp_path / "a.html").read_text()
+    assert '"key":"temperature"' in (tmp_path / "a.html").read_text()
     for arguments, message in (
         (["none.txt"], "No such file"),
         (["a.html"], "a.html is not a result file"),
