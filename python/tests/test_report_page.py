@@ -125,6 +125,26 @@ def test_the_active_region_is_shown_first(browser: Browser, pages: dict[str, Pat
     assert browser.run("return document.querySelector('button[aria-pressed=true]').textContent") == "Active region"
 
 
+def test_of_a_failed_run_everything_is_shown_first(
+    browser: Browser, pages: dict[str, Path], runs: dict[str, vorlen.Run]
+) -> None:
+    browser.open(pages["failed"])
+    assert ranges(browser)[0] == pytest.approx([3600, runs["failed"].end["time"]])
+    assert browser.run("return document.querySelector('button[aria-pressed=true]').textContent") == "Whole run"
+
+
+def test_layers_that_were_not_reached_are_marked_and_not_drawn(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["failed"])
+    rows = browser.run(
+        "return [...document.querySelectorAll('.layers tbody tr')].map(r => [...r.children].map(c => c.textContent))"
+    )
+    assert [(row[1], row[11], row[14] == "\u2013") for row in rows] == [
+        ("GaN template", "pre", False), ("InGaN", "active", False), ("GaN cap", "not reached", True),
+        ("p-GaN", "not reached", True),
+    ]
+    assert "p-GaN" not in text_of(browser, ".stack")
+
+
 # ---- zoom
 
 

@@ -32,11 +32,14 @@ NAMES = {"In": "indium", "Ga": "gallium", "Al": "aluminium"}
 SUBSCRIPTS = {"N2": "N\u2082", "H2": "H\u2082", "NH3": "NH\u2083"}
 
 
-def charts(tables: DrawnTables, structure: Structure | None = None, interfaces: Rows | None = None) -> dict[str, Any]:
+def charts(
+    tables: DrawnTables, structure: Structure | None = None, interfaces: Rows | None = None, *, failed: bool = False
+) -> dict[str, Any]:
     """The charts of a run, ready for JSON. NaN becomes null.
 
     structure   structure_of(tables.layers), if known already
     interfaces  positions of the interfaces to offer; None: all
+    failed      shows the whole run first instead of the active region
     """
     found = structure or structure_of(tables.layers)
     kept = thin(tables.rows("active"))
@@ -48,12 +51,14 @@ def charts(tables: DrawnTables, structure: Structure | None = None, interfaces: 
         z = np.interp(recipe.times, all_rows["time"], all_rows["z"]) - tables.reference_height
         points["recipe"] = {"time": _values(recipe.times), "height": _values(z)}
     whole = {"label": "Whole run", "time": _range(kept["time"].to_numpy()), "height": _range(heights)}
+    regions = [whole, *_active_region(found, whole)]
     figures = {
         "points": points,
         "panels": _panels(kept, recipe),
         "axes": {"time": "time (s)", "height": tables.height_label},
         "stages": _stages(tables, found, whole),
-        "regions": [whole, *_active_region(found, whole)],
+        "regions": regions,
+        "first": 0 if failed else len(regions) - 1,
     }
     chosen = tables.interfaces if interfaces is None else tables.interfaces.iloc[interfaces]
     if len(chosen):

@@ -3,8 +3,8 @@
 "use strict";
 const Charts = (() => {
   const touch = window.matchMedia("(pointer: coarse)").matches;
-  const config = { responsive: true, displaylogo: false, displayModeBar: touch ? false : "hover", doubleClick: false,
-    modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d", "resetScale2d", "toImage"] };
+  // Without the tool bar of plotly, which would cover names of stages; the page has its own controls.
+  const config = { responsive: true, displaylogo: false, displayModeBar: false, doubleClick: false };
   const FONT = "system-ui, Segoe UI, Roboto, Helvetica, Arial, sans-serif";
   const PANEL = 112, GAP = 10, KEY = 16, TOP = 68, BOTTOM = 48;  // pixels; KEY: a line with names of curves above a panel
   const SLOPE = 28 * Math.PI / 180;  // of the names of stages
@@ -67,7 +67,6 @@ const Charts = (() => {
       hovermode: "x unified", hoverdistance: -1,  // the nearest row at any distance
       hoverlabel: { font: { size: 12, color: colour("ink") }, bgcolor: colour("paper"), bordercolor: colour("strong") },
       separators: ".",  // no thousands separators
-      modebar: { bgcolor: "rgba(0,0,0,0)", color: colour("soft"), activecolor: colour("accent") },
       showlegend: false, dragmode: touch ? false : "zoom", shapes: [], annotations: [],
       xaxis: { title: { text: title, standoff: 6 }, showgrid: false, zeroline: false, showline: true, linecolor: colour("axis"),
         tickcolor: colour("axis"), ticks: "outside", hoverformat: ".7~g", exponentformat: "none", nticks: narrow ? 5 : 8 },
@@ -272,7 +271,7 @@ const Charts = (() => {
       nodes[axis].on("plotly_doubleclick", () => { show(model.regions[0], model.regions[0].label); });
     }
 
-    const first = model.regions[model.regions.length - 1];
+    const first = model.regions[model.first];
     for (const axis of AXES) {
       state.range[axis] = first[axis].slice();
       builders[axis] = (colour, width, limit) => build(axis, colour, width, limit);
