@@ -62,7 +62,7 @@ def charts(
     }
     chosen = tables.interfaces if interfaces is None else tables.interfaces.iloc[interfaces]
     if len(chosen):
-        figures["interfaces"] = _interface_chart(tables, chosen)
+        figures["interfaces"] = _interface_chart(tables, chosen) | {"first": _first_interface(tables, found, chosen)}
     return figures
 
 
@@ -189,6 +189,15 @@ def _active_region(found: Structure, whole: dict[str, Any]) -> list[dict[str, An
     time = _widened(region.begin, min(region.end, whole["time"][1]))
     height = _widened(max(region.low, whole["height"][0]), region.high)
     return [{"label": "Active region", "time": _values(time), "height": _values(height)}]
+
+
+def _first_interface(tables: DrawnTables, found: Structure, chosen: pd.DataFrame) -> int:
+    """Position of the interface that is shown first: the lowest one in the active region."""
+    if found.region is None:
+        return 0
+    z = chosen["z"].to_numpy() - tables.reference_height
+    inside = np.flatnonzero((z >= found.region.low - SMALLEST_SPAN) & (z <= found.region.high + SMALLEST_SPAN))
+    return int(inside[0]) if len(inside) else 0
 
 
 def _interface_chart(tables: DrawnTables, chosen: pd.DataFrame) -> dict[str, Any]:

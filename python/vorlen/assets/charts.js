@@ -1,5 +1,5 @@
 // Charts over time and over height that are linked: panels, colours of the mode, zoom, units, names of stages, SVG.
-// Charts.linked(model, nodes) draws a model of _report_charts.py; Charts.plain(node, build) draws any other figure.
+// Charts.linked(model, nodes) draws a model of _report_charts.py; Charts.chart(node, build) draws any other figure.
 "use strict";
 const Charts = (() => {
   const touch = window.matchMedia("(pointer: coarse)").matches;
@@ -69,7 +69,8 @@ const Charts = (() => {
       separators: ".",  // no thousands separators
       showlegend: false, dragmode: touch ? false : "zoom", shapes: [], annotations: [],
       xaxis: { title: { text: title, standoff: 6 }, showgrid: false, zeroline: false, showline: true, linecolor: colour("axis"),
-        tickcolor: colour("axis"), ticks: "outside", hoverformat: ".7~g", exponentformat: "none", nticks: narrow ? 5 : 8 },
+        tickcolor: colour("axis"), ticks: "outside", hoverformat: ".7~g", exponentformat: "none",
+        tickangle: 0, nticks: Math.min(8, Math.floor(width / 80)) },
     };
   }
 
@@ -134,6 +135,25 @@ const Charts = (() => {
     const size = { format: "svg", width: SVG_WIDTH, height: figure.layout.height };
     return Plotly.toImage({ data: figure.data, layout: figure.layout }, size)
       .then((url) => decodeURIComponent(url.slice(url.indexOf(",") + 1)));
+  }
+
+  // An SVG element of the page as text for a file: with the styles it has in light mode, on white.
+  function picture(node) {
+    const copy = node.cloneNode(true), PROPERTIES = ["fill", "stroke", "stroke-width", "font-size", "font-family", "font-weight"];
+    light(() => {
+      const parts = [...node.querySelectorAll("rect, path, text, tspan")];
+      [...copy.querySelectorAll("rect, path, text, tspan")].forEach((part, index) => {
+        const style = getComputedStyle(parts[index]);
+        for (const name of PROPERTIES) part.setAttribute(name, style.getPropertyValue(name));
+        part.removeAttribute("class");
+      });
+    });
+    const [, , width, height] = copy.getAttribute("viewBox").split(" ");
+    const ground = document.createElementNS("http://www.w3.org/2000/svg", "rect");
+    for (const [name, value] of Object.entries({ width, height, fill: "#ffffff" })) ground.setAttribute(name, value);
+    copy.prepend(ground);
+    for (const [name, value] of Object.entries({ width, height, xmlns: "http://www.w3.org/2000/svg" })) copy.setAttribute(name, value);
+    return new XMLSerializer().serializeToString(copy);
   }
 
   // Charts over time and over height. nodes: {time, height}
@@ -289,5 +309,5 @@ const Charts = (() => {
     };
   }
 
-  return { linked, chart, svg, baseLayout, yAxis, line, keyOf, colours };
+  return { linked, chart, svg, picture, baseLayout, yAxis, line, keyOf, colours };
 })();
