@@ -191,12 +191,6 @@ def test_values_that_a_recipe_does_not_state_are_left_out() -> None:
     assert [each["key"] for each in figures["panels"]] == ["rate", "gases", "strain", "densities"]
 
 
-@pytest.mark.parametrize(("ramp", "limits"), [(0.0, [1080, 1120]), (1.9, [1080, 1121.9]), (2.0, None), (50.0, None)])
-def test_a_constant_temperature_has_an_axis_of_40_k(ramp: float, limits: list[float] | None) -> None:
-    figures = with_recipe({"duration": 10.0, "T": 1100.0}, {"duration": 10.0, "T": (1100.0, 1100.0 + ramp)})
-    assert panel(figures, "temperature").get("range") == limits
-
-
 def test_rate_and_temperature_have_two_units() -> None:
     figures = with_recipe({"duration": 20.0, "T": 1000.0})
     # factor and offset: 1 nm/s is 3600 nm/h, 0 K is -273.15 degrees

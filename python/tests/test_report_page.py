@@ -184,6 +184,42 @@ def test_many_stages_are_in_a_list(browser: Browser, pages: dict[str, Path], run
     assert browser.run("return document.getElementById('stage-choice').value") == ""
 
 
+def axis_range(browser: Browser, curve: str, axis: str = "time") -> list[float]:
+    """Range of the vertical axis on which a curve is drawn."""
+    return browser.run(
+        "const layout = document.getElementById('chart-' + arguments[0]);"
+        "const curve = layout._fullData.find(c => c.name === arguments[1]);"
+        "return layout._fullLayout[curve.yaxis.replace('y', 'yaxis')].range", axis, curve,
+    )
+
+
+def test_vertical_axes_fit_what_is_visible_alike_in_both_charts(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["wells"])
+    click(browser, "Whole run")
+    wait_for_range(browser, "time", 3000, 3930)
+    low, high = axis_range(browser, "temperature")  # ramps between 1010 and 1080 K
+    assert low == pytest.approx(1010 - 0.06 * 70, abs=0.5) and high == pytest.approx(1080 + 0.06 * 70, abs=0.5)
+    choose(browser, "#stage-choice", "2")  # the first well, at 1010 K, and 5.6 s = 19.6 K of the ramps beside it
+    wait_for_range(browser, "time", 3170 - 5.6, 3240 + 5.6)
+    low, high = axis_range(browser, "temperature")
+    assert 1005 < low < 1010 and 1029 < high < 1035
+    choose(browser, "#unit-temperature", "1")
+    browser.wait("return document.getElementById('chart-time')._fullData.find(c => c.name === 'temperature').y[0] < 1000")
+    assert axis_range(browser, "temperature") == pytest.approx([low - 273.15, high - 273.15])
+    click(browser, "Whole run")
+    wait_for_range(browser, "time", 3000, 3930)
+    assert axis_range(browser, "temperature")[1] == pytest.approx(1080 - 273.15 + 0.06 * 70, abs=0.5)
+    for name in ("indium", "growth rate", "TEGa", "N₂", "strain (t)"):
+        assert axis_range(browser, name) == axis_range(browser, name, "height")
+    assert axis_range(browser, "TEGa")[0] == 0 and axis_range(browser, "TEGa")[1] == pytest.approx(1.06 * 0.5)
+
+
+def test_a_constant_temperature_has_an_axis_of_20_k(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["transistor"])  # all at 1350 K
+    low, high = axis_range(browser, "temperature")
+    assert (low, high) == pytest.approx((1350 - 11.2, 1350 + 11.2))
+
+
 # ---- panels and units
 
 

@@ -308,6 +308,16 @@ def test_wells_and_the_barriers_next_to_them_are_the_active_region() -> None:
     assert {number for number, role in roles.items() if role == "barrier"} == {2, 3, 5, 7, 9}
 
 
+def test_slivers_of_layers_beside_the_barriers_are_not_in_the_region() -> None:
+    # The wells are 12 nm apart. Of the barriers below and above 10 nm are left, 2 nm would be buffer and 2 nm top.
+    layers = table(TEMPLATE, ("active", "buffer", 100, 0, 0), ("active", "barrier", 10, 0, 0.01), *wells(3)[1:],
+                   ("active", "barrier", 10, 0, 0.01), ("active", "top", 50, 0, 0))
+    found = structure_of(layers).region
+    assert found is not None
+    bottom, top = 110, 110 + 3 * 3 + 2 * 12  # of the wells
+    assert (found.low, found.high) == pytest.approx((bottom - 10, top + 10))
+
+
 def test_a_transistor_s_region_is_its_barrier() -> None:
     layers = table(TEMPLATE, ("active", "channel", 70, 0, 0), ("active", "barrier", 20, 0, 0.25), ("active", "cap", 2, 0, 0))
     assert region(layers) == ("barrier", 50, 92, 2050, 2092)

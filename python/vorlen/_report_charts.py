@@ -89,6 +89,9 @@ def _curve(values: Any, name: str, colour: str, *, points: str = "rows", dashed:
 
 
 def _panel(key: str, title: str, unit: str, curves: list[dict[str, Any]], **more: Any) -> dict[str, Any]:
+    """A panel. more: units to choose from; hidden at first; log; range, otherwise the axis fits what is visible, from
+    zero with zero, and covers at least least.
+    """
     return {"key": key, "title": title, "unit": unit, "curves": curves} | more
 
 
@@ -98,16 +101,16 @@ def _panels(rows: pd.DataFrame, recipe: RecipeCurves | None) -> list[dict[str, A
     for column, symbol, _ in (METALS[0], METALS[2], METALS[1]):
         values = rows[column]
         if (values.abs() > SEEN).any():
-            more = {"hidden": True} if symbol == "Ga" else {"zero": True}
+            more: dict[str, Any] = {"least": 0.02} | ({"hidden": True} if symbol == "Ga" else {"zero": True})
             name = NAMES[symbol]
             panels.append(_panel(name, name, "", [_curve(values, name, COLOURS[symbol])], **more))
     rate = _curve(rows["rate"].where(rows["active"]), "growth rate", "ink")
-    panels.append(_panel("rate", "growth rate", "nm/s", [rate], units=RATE_UNITS))
+    panels.append(_panel("rate", "growth rate", "nm/s", [rate], units=RATE_UNITS, zero=True))
     if recipe is not None:
         panels += _recipe_panels(recipe)
     strains = (("eps_xx_t", "strain (t)", False), ("eps_xx_z", "strain (z)", True))
     curves = [_curve(100 * rows[column], name, "strain", dashed=dashed) for column, name, dashed in strains]
-    panels.append(_panel("strain", "strain \u03b5<sub>xx</sub>", "%", curves))
+    panels.append(_panel("strain", "strain \u03b5<sub>xx</sub>", "%", curves, least=0.1))
     densities = densities_of(rows)
     curves = [
         _curve(values, name, "indium" if name.startswith("V") else "gallium", dashed=dashed)
@@ -128,9 +131,7 @@ def _recipe_panels(recipe: RecipeCurves) -> list[dict[str, Any]]:
             panels.append(_panel(key, title, unit, curves, **more))
 
     heat = recipe.temperature
-    span = _spread(heat)
-    limits = {} if span is None or span[1] - span[0] >= 2.0 else {"range": [span[0] - 20.0, span[1] + 20.0]}
-    add("temperature", "temperature", "K", [(heat, "temperature", "warm")], units=TEMPERATURE_UNITS, **limits)
+    add("temperature", "temperature", "K", [(heat, "temperature", "warm")], units=TEMPERATURE_UNITS, least=20.0)
 
     def flows(names: Sequence[str]) -> list[tuple[Array, str, str]]:
         used = [name for name in names if np.nanmax(recipe.flows[name], initial=0.0) > 0.0]

@@ -21,6 +21,7 @@ GRADED = 0.025  # difference between the end and the mean of a graded layer
 ABSENT = 0.005  # fraction of a metal that does not count
 THINNEST = 1.0  # nm; a thinner slab between two others, with a composition between theirs, is part of an interface
 WELL_MAX = 15.0  # nm, thickness of the thickest quantum well
+SLIVER = 0.35  # of the room beside the wells; thinner parts of other layers are left out of the active region
 WELL_ROOM = 10.0  # nm, what is shown at least below a barrier and around a single well
 BARRIER_MAX = 100.0  # nm, thickness of the thickest barrier of a transistor
 DEPTH_MIN = 0.03  # eV by which the gap of a well is smaller than those of its neighbours
@@ -361,6 +362,7 @@ def _region(
         gaps = spacings(wells)
         room = float(np.mean(gaps)) if gaps else max(WELL_ROOM, wells[0].thickness)
         low, high, why = wells[0].bottom - room, wells[-1].top + room, "wells"
+        low, high = _without_slivers(layers, low, high, SLIVER * room)
     elif periods is not None:
         bottoms, tops = heights(layers)
         low, high, why = bottoms[periods.first], tops[periods.first + periods.size * periods.periods - 1], "periods"
@@ -381,6 +383,14 @@ def _region(
     bottoms, tops = heights(layers)
     within = (layers["kind"] == "active").to_numpy() & (bottoms < high - 1e-6) & (tops > low + 1e-6)
     return Region(begin, end, float(low), float(high), why, frozenset(int(number) for number in layers.index[within]))
+
+
+def _without_slivers(layers: pd.DataFrame, low: float, high: float, least: float) -> tuple[float, float]:
+    """A range of heights without the parts of its first and last layers that are thinner than least."""
+    bottoms, tops = heights(layers)
+    from_below = tops[(tops > low) & (tops < low + least)]
+    from_above = bottoms[(bottoms < high) & (bottoms > high - least)]
+    return float(max(from_below, default=low)), float(min(from_above, default=high))
 
 
 def transistor_barrier(slabs: list[Slab]) -> list[Slab]:

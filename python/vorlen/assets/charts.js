@@ -182,7 +182,7 @@ const Charts = (() => {
       const gap = (GAP + key) / room, share = (1 - gap * (panels.length - 1)) / panels.length;
       panels.forEach((panel, index) => {
         const suffix = index ? String(index + 1) : "", top = 1 - index * (share + gap);
-        const [unit, factor, offset] = panel.units ? panel.units[state.unit[panel.key] || 0] : [panel.unit, 1, 0];
+        const [unit, factor, offset] = unitsOf(panel);
         const change = (value) => value === null ? null : value * factor + offset;
         const y = yAxis(colour);
         y.domain = [Math.max(top - share, 0), top];
@@ -191,8 +191,8 @@ const Charts = (() => {
           delete y.nticks;
           y.dtick = Math.max(1, Math.ceil((panel.range[1] - panel.range[0]) / 4));  // decades
         }
-        if (panel.range) y.range = panel.log ? panel.range.slice() : panel.range.map(change);
-        if (panel.zero) y.rangemode = "tozero";
+        const range = rangeOf(panel);
+        if (range) y.range = panel.log ? range.slice() : range.map(change);
         layout["yaxis" + suffix] = y;
         for (const curve of panel.curves) {
           data.push(Object.assign(line(curve, colour, unit), { x: model.points[curve.points][axis],
@@ -205,9 +205,44 @@ const Charts = (() => {
       return { data, layout };
     }
 
-    const unitOf = (panel) => panel.units ? panel.units[state.unit[panel.key] || 0][0] : panel.unit;
+    // The axis of a panel fits what is visible of its curves, the same in both charts; null: plotly chooses it.
+    function rangeOf(panel) {
+      if (panel.range || panel.log) return panel.range || null;
+      const axis = isLinked ? "time" : AXES[0];
+      let [low, high] = [Infinity, -Infinity];
+      for (const curve of panel.curves) {
+        const [least, most] = extent(model.points[curve.points][axis], curve.y, state.range[axis]);
+        low = Math.min(low, least);
+        high = Math.max(high, most);
+      }
+      if (panel.zero) { low = Math.min(low, 0); high = Math.max(high, 0); }
+      if (!(low <= high)) return null;
+      const missing = (panel.least || (high > low ? 0 : 1)) - (high - low);
+      if (missing > 0) { high += panel.zero ? missing : missing / 2; low -= panel.zero ? 0 : missing / 2; }
+      const room = 0.06 * (high - low);
+      return [panel.zero && low === 0 ? 0 : low - room, high + room];
+    }
+
+    // The smallest and the largest y of a curve within a range of x, without its outermost 0.2 %, where other stages end.
+    function extent(x, y, range) {
+      const edge = 0.002 * (range[1] - range[0]), from = range[0] + edge, to = range[1] - edge;
+      let [low, high] = [Infinity, -Infinity];
+      const see = (value) => { low = Math.min(low, value); high = Math.max(high, value); };
+      for (let i = 0; i < x.length; i++) {
+        if (x[i] === null || y[i] === null) continue;
+        if (x[i] >= from && x[i] <= to) see(y[i]);
+        if (i === 0 || x[i - 1] === null || y[i - 1] === null) continue;
+        for (const border of [from, to]) {  // between two points
+          const share = (border - x[i - 1]) / (x[i] - x[i - 1]);
+          if (share > 0 && share < 1) see(y[i - 1] + share * (y[i] - y[i - 1]));
+        }
+      }
+      return [low, high];
+    }
+
+    const unitsOf = (panel) => panel.units ? panel.units[state.unit[panel.key] || 0] : [panel.unit, 1, 0];
     const keys = (layout, width, colour, panels) => panels.map((panel) =>
-      keyOf(panel.title, unitOf(panel), panel.curves, colour, width - layout.margin.l - 8));
+      keyOf(panel.title, unitsOf(panel)[0], panel.curves, colour, width - layout.margin.l - 8));
 
     // Shading and names of the visible stages, and the names of curves above their panels.
     function marks(axis, colour, width, layout, panels) {
@@ -258,7 +293,12 @@ const Charts = (() => {
       const changes = AXES.map((axis) => {
         const node = nodes[axis], layout = node._fullLayout, panels = shown();
         const change = marks(axis, colours(), node.clientWidth, layout, panels);
-        return Plotly.relayout(node, { "xaxis.range": state.range[axis].slice(), shapes: change.shapes, annotations: change.annotations });
+        const update = { "xaxis.range": state.range[axis].slice(), shapes: change.shapes, annotations: change.annotations };
+        panels.forEach((panel, index) => {
+          const range = rangeOf(panel), [, factor, offset] = unitsOf(panel);
+          if (range && !panel.log) update[`yaxis${index ? index + 1 : ""}.range`] = range.map((value) => value * factor + offset);
+        });
+        return Plotly.relayout(node, update);
       });
       for (const listener of listeners) listener(label || "");
       return Promise.all(changes).then(() => { zooming = false; });
