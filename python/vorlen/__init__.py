@@ -15,6 +15,7 @@ from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
 from ._plan import PlanError
 from ._plan_file import write_plan
+from ._plot_runs import plot
 from ._recipe import Recipe
 from ._report import report
 from ._result_file import ResultFileError
@@ -38,6 +39,7 @@ __all__ = [
     "Sweep",
     "__version__",
     "fit",
+    "plot",
     "read",
     "read_sweep",
     "report",

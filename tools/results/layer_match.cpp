@@ -17,7 +17,8 @@ constexpr std::int64_t SCORE_DURATION = 1;
 constexpr std::int64_t SCORE_COMPOSITION = 2;
 constexpr double SAME_FRACTION = 0.01;
 
-// The names by which layers are matched. Empty for a layer without a name of its own: it is called "Layer" and number.
+// The names by which layers are matched. Empty for a layer that the recipe does not name: it is called "Layer" and its
+// number.
 std::vector<std::string> own_names(const std::vector<LayerValues>& layers) {
   std::vector<std::string> names;
   for (const LayerValues& layer : layers) {
