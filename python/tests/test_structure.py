@@ -124,6 +124,22 @@ LAST = ("active", "last barrier", 12, 0, 0)
             [TEMPLATE, ("active", "graded", 20, 0, 0.175, 0, 0.25)],
             "20.0 nm graded from Al 0.100 to Al 0.250 on 2.00 µm GaN.",
         ),
+        # a transistor with a graded transition and two caps
+        (
+            [TEMPLATE, ("active", "graded", 7, 0, 0.125, 0, 0.25), ("active", "AlGaN", 26, 0, 0.25), ("active", "c", 3, 0, 0),
+             ("active", "c2", 2, 0, 0)],
+            "26.0 nm Al 0.250 on 7.00 nm graded from GaN to Al 0.250 on 2.00 µm GaN, under 5.00 nm GaN.",
+        ),
+        # a thick layer below a cap
+        (
+            [TEMPLATE, ("active", "InGaN", 38, 0.22, 0), ("active", "cap", 2, 0, 0)],
+            "38.0 nm In 0.220 on 2.00 µm GaN, under 2.00 nm GaN.",
+        ),
+        # wells that differ by a little
+        (
+            [TEMPLATE, *wells(1, 2.40), *wells(1, 2.43), LAST],
+            "2 wells of 2.42 nm In 0.150 in 12.0 nm GaN, on 2.01 µm GaN.",
+        ),
         # mirrors: layers thicker than wells
         (
             [TEMPLATE, *[("active", "AlInN", 45, 0.18, 0.82), ("active", "GaN", 40, 0, 0)] * 20],
@@ -234,6 +250,19 @@ def test_thousands_of_layers_take_little_time() -> None:
     assert groups_of(layers)[1] == Group(1, 2, 2000)
     assert words(layers) == "2000 wells of 3.00 nm In 0.150 in 12.0 nm GaN, on 2.01 µm GaN."
     assert time.process_time() - start < 2.0  # s
+
+
+def test_ramps_differ_from_barriers_by_what_is_between_the_wells() -> None:
+    # The first barrier is joined with the buffer, but it is not a ramp: the wells are 4 + 1 nm apart.
+    period = [("active", "cool", 0.5, 0, 0), ("active", "well", 3, 0.2, 0), ("active", "heat", 0.5, 0, 0), ("active", "barrier", 4, 0, 0)]
+    layers = table(TEMPLATE, ("active", "n-GaN", 500, 0, 0), ("active", "barrier", 4, 0, 0), *period, *period)
+    roles = structure_of(layers).roles
+    named = {layers["name"][number]: {role for at, role in roles.items() if layers["name"][at] == layers["name"][number]}
+             for number in roles}
+    assert named == {
+        "template": {"layer"}, "n-GaN": {"barrier"}, "barrier": {"barrier"}, "well": {"well"},
+        "cool": {"transition"}, "heat": {"transition"},
+    }
 
 
 # ---- the active region

@@ -20,11 +20,12 @@ SAME = 0.01  # difference of a fraction up to which two layers have one composit
 GRADED = 0.025  # difference between the end and the mean of a graded layer
 ABSENT = 0.005  # fraction of a metal that does not count
 THINNEST = 1.0  # nm; a thinner slab between two others, with a composition between theirs, is part of an interface
-WELL_MAX = 10.0  # nm, thickness of the thickest quantum well
+WELL_MAX = 15.0  # nm, thickness of the thickest quantum well
+WELL_ROOM = 10.0  # nm, what is shown at least below a barrier and around a single well
 BARRIER_MAX = 100.0  # nm, thickness of the thickest barrier of a transistor
 DEPTH_MIN = 0.03  # eV by which the gap of a well is smaller than those of its neighbours
 PERIOD_MAX = 100  # layers of the longest repeated group that is found
-RAMP_MAX = 5.0  # nm; thicker layers are never called ramps
+RAMP_SHARE, RAMP_MAX = 0.4, 5.0  # share of the thickest layer of a slab, and nm; thicker layers are never called ramps
 
 Fractions = tuple[float, float, float]  # of In, Ga and Al
 
@@ -74,6 +75,7 @@ class Region(NamedTuple):
     low: float  # nm above the pre-stages
     high: float  # nm above the pre-stages
     why: str  # "wells", "periods", "barrier", "indium" or "top": what it was found by
+    numbers: frozenset[int]  # of the layers, also of those of which only a part is in it
 
 
 class Structure(NamedTuple):
@@ -312,7 +314,7 @@ def _distance(one: Slab, other: Slab) -> float:
 
 
 def _wells(slabs: list[Slab]) -> list[Slab]:
-    """Simulated slabs of at most 10 nm with a smaller gap than both neighbours, without those of less than half depth.
+    """Simulated slabs of at most 15 nm with a smaller gap than both neighbours, without those of less than half depth.
 
     Shallow ones belong to an underlayer. A last well without anything above it counts if it is like the others.
     """
@@ -353,13 +355,14 @@ def _region(
     low, high, why = bottom, top, "top"
     if wells:
         gaps = spacings(wells)
-        room = float(np.mean(gaps)) if gaps else max(WELL_MAX, wells[0].thickness)
+        room = float(np.mean(gaps)) if gaps else max(WELL_ROOM, wells[0].thickness)
         low, high, why = wells[0].bottom - room, wells[-1].top + room, "wells"
     elif periods is not None:
         bottoms, tops = heights(layers)
         low, high, why = bottoms[periods.first], tops[periods.first + periods.size * periods.periods - 1], "periods"
-    elif (barrier := transistor_barrier(slabs)) is not None:
-        low, high, why = barrier.bottom - max(10.0, barrier.thickness), top, "barrier"
+    elif barrier := transistor_barrier(slabs):
+        room = max(WELL_ROOM, barrier[-1].top - barrier[0].bottom)
+        low, high, why = barrier[0].bottom - room, top, "barrier"
     elif with_indium := [slab for slab in active if max(slab.x_first[0], slab.x_last[0]) > ABSENT]:
         room = max(0.1 * (with_indium[-1].top - with_indium[0].bottom), 2.0)
         low, high, why = with_indium[0].bottom - room, with_indium[-1].top + room, "indium"
@@ -368,23 +371,30 @@ def _region(
         low = active[-1].bottom - room
     low, high = max(low, bottom), min(high, top)
     begin, end = _time_at(layers, low, False), _time_at(layers, high, True)
-    return Region(begin, end, float(low), float(high), why)
+    bottoms, tops = heights(layers)
+    within = (layers["kind"] == "active").to_numpy() & (bottoms < high - 1e-6) & (tops > low + 1e-6)
+    return Region(begin, end, float(low), float(high), why, frozenset(int(number) for number in layers.index[within]))
 
 
-def transistor_barrier(slabs: list[Slab]) -> Slab | None:
-    """The barrier of a transistor: the lowest of the uppermost thin simulated slabs with aluminium, on a layer with less.
+def transistor_barrier(slabs: list[Slab]) -> list[Slab]:
+    """The barrier of a transistor from the bottom up: the uppermost simulated slabs with aluminium, on one without.
 
-    Caps with less aluminium may be above it.
+    They are thinner than 100 nm together and than what is below; caps without aluminium may be above. A spacer and a
+    graded transition are part of the barrier. An empty list if there is none.
     """
-    for index in range(len(slabs) - 1, 0, -1):
-        below, slab = slabs[index - 1], slabs[index]
-        if slab.kind != "active":
-            continue
-        if slab.thickness > BARRIER_MAX:
-            return None
-        if slab.x[2] > 5 * SAME and not slab.graded and below.x[2] < 5 * SAME and below.thickness > slab.thickness:
-            return slab
-    return None
+    with_aluminium = [slab.kind == "active" and max(slab.x[2], slab.x_last[2]) > 5 * SAME for slab in slabs]
+    if not any(with_aluminium):
+        return []
+    end = len(slabs) - with_aluminium[::-1].index(True)
+    begin = end
+    while begin > 0 and with_aluminium[begin - 1]:
+        begin -= 1
+    barrier = slabs[begin:end]
+    total = sum(slab.thickness for slab in barrier)
+    base = slabs[begin - 1] if begin > 0 else None
+    if base is None or base.x[2] > 5 * SAME or base.thickness < total or total > BARRIER_MAX:
+        return []
+    return barrier
 
 
 def _time_at(layers: pd.DataFrame, height: float, last: bool) -> float:
@@ -411,10 +421,13 @@ def _roles(
     named = [(slab, "well") for slab in wells] + [(slab, "barrier") for slab in barriers]
     special = {slab.numbers: role for slab, role in named}
     thickness = dict(zip(layers.index, layers["thickness"]))
+    between = spacings(wells)
+    typical = float(np.mean(between)) if between else np.inf
     for slab in slabs:
         role = special.get(slab.numbers, "layer")
-        thickest = max(thickness[number] for number in slab.numbers)
+        # Of a barrier that is joined with a thick buffer, what is between the wells counts.
+        thickest = min(max(thickness[number] for number in slab.numbers), typical)
         for number in slab.numbers:
-            if thickness[number] > min(0.25 * thickest, RAMP_MAX):
+            if thickness[number] > min(RAMP_SHARE * thickest, RAMP_MAX):
                 roles[number] = role
     return roles

@@ -86,9 +86,9 @@ def _digits(value: float) -> str:
 
 
 def _lengths(values: Sequence[float]) -> str:
-    """One thickness, or the range of several that differ by more than one per cent."""
+    """One thickness, or the range of several that differ by more than two per cent."""
     low, high = min(values), max(values)
-    if high - low <= max(0.01 * high, 0.005):
+    if high - low <= max(0.02 * high, 0.01):
         return length(float(np.mean(values)))
     if low < 999.5 <= high:
         return f"{length(low)} to {length(high)}"
@@ -121,10 +121,7 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         below = [slab for slab in slabs if max(slab.numbers) < min(inside)]
         above = [slab for slab in slabs if min(slab.numbers) > max(inside)]
     else:
-        barrier = transistor_barrier(slabs)
-        place = slabs.index(barrier) if barrier is not None else len(slabs) - 1
-        while barrier is not None and place + 1 < len(slabs) and slabs[place + 1].x[2] > 5 * SAME:
-            place += 1  # a barrier of several layers, such as AlGaN on an AlN spacer
+        place = _main(slabs)
         head, below, above = _described(slabs[place]), slabs[:place], slabs[place + 1 :]
     text = head
     items = _items(_base_joined(below), downwards=True)
@@ -132,6 +129,17 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         text += (", on " if found.wells or found.periods else " on ") + " on ".join(items)
     items = _items(above, downwards=False)
     return text + (f", under {' and '.join(items)}" if items else "")
+
+
+def _main(slabs: list[Slab]) -> int:
+    """Position of the slab that is named first: the top of a barrier, the uppermost slab below a cap, or the uppermost."""
+    barrier = transistor_barrier(slabs)
+    if barrier:
+        return slabs.index(barrier[-1])
+    top = len(slabs) - 1
+    alloys = [place for place, slab in enumerate(slabs) if slab.kind == "active" and max(slab.x[0], slab.x[2]) > ABSENT]
+    is_cap = alloys and alloys[-1] < top and slabs[alloys[-1]].thickness > sum(slab.thickness for slab in slabs[alloys[-1] + 1 :])
+    return alloys[-1] if is_cap else top
 
 
 def _wells(found: Structure) -> str:
