@@ -33,8 +33,10 @@ struct PythonCommand {
   const char* example;
 };
 
-constexpr std::array<PythonCommand, 2> COMMANDS = {{
+constexpr std::array<PythonCommand, 3> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
+    {"compare", "Compare result files: one page for a browser",
+     "vorlen compare a.result.txt b.result.txt -o page.html"},
     {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
 }};
 

@@ -10,6 +10,7 @@
 matplotlib, jinja2 and other optional packages are imported when they are first used.
 """
 
+from ._compare import compare
 from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
@@ -38,6 +39,7 @@ __all__ = [
     "SimulationError",
     "Sweep",
     "__version__",
+    "compare",
     "fit",
     "plot",
     "read",
