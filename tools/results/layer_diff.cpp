@@ -13,7 +13,8 @@ namespace {
 
 constexpr double UNDEFINED = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t DURATION = 0;
-constexpr double ROUNDING = 1e-14;  // relative; what means of the same rows may differ by
+constexpr double ROUNDING = 1e-14;      // relative; what means of the same rows may differ by
+constexpr double VISIBLE = 1.0 - 1e-6;  // units of the last digit from which a difference is shown
 
 constexpr Rounding DECIMALS_3 = {false, 3, 1e-3};
 constexpr Rounding DECIMALS_4 = {false, 4, 1e-4};
@@ -62,7 +63,7 @@ std::string change_text(const Rounding& rounding, double a, double b) {
   if (equal_values(a, b)) return "0";
   if (!std::isfinite(change)) return "-";
   const double unit = last_digit(rounding, a, b);
-  if (std::fabs(change) < 0.5 * unit) return fmt::format("<{:g}", unit);
+  if (std::fabs(change) < VISIBLE * unit) return fmt::format("<{:g}", unit);
   if (!rounding.significant) return fmt::format("{:+.{}f}", change, rounding.digits);
   return fmt::format("{:+.{}g}", unit * std::round(change / unit), rounding.digits);
 }
@@ -101,7 +102,7 @@ ComparedValue compare_value(const ComparedQuantity& quantity, double a, double b
     return value;
   }
   value.share = difference / std::max(itself, quantity.least_scale);
-  value.visible = quantity.factor * difference >= 0.5 * last_digit(quantity.rounding, shown_a, shown_b) &&
+  value.visible = quantity.factor * difference >= VISIBLE * last_digit(quantity.rounding, shown_a, shown_b) &&
                   difference > tolerance * (quantity.tolerance_of_itself ? itself : scale);
   return value;
 }

@@ -41,7 +41,7 @@ struct ComparedValue {
   double b = 0.0;
   double share = 0.0;    // the difference relative to the greater value, to find the largest
   bool equal = true;     // or both undefined
-  bool visible = false;  // the difference shows in the rounded change, and is beyond the tolerance
+  bool visible = false;  // the difference is at least a unit of the last digit, and beyond the tolerance
   std::string text_a;    // rounded; "-" if undefined, empty if the layer is not in this result
   std::string text_b;    //
   std::string change;    // "+0.171", "0" if equal, "<0.001" if less than the digits show, "-" if undefined
