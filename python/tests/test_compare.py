@@ -147,7 +147,13 @@ def test_the_page_has_the_tables_and_sentences() -> None:
     assert page.items[0] == (
         "b: the largest change is in layers 2, 4, QW: their indium fraction rises from 0.1250 to 0.2500 (+0.1250)."
     )
-    assert page.items[1] == "c: the largest change: 1 layer is only in the first, and 1 layer is only in the second."
+    assert page.items[1] == "c: the largest change: 1 layer is only in the first run, and 1 layer is only in it."
+    both = Page(render([B, C], ["b", "c"])).items
+    assert both == [
+        "c: the largest change is in layers 2, 4 (in c 2, 5), QW: their indium fraction falls from 0.2500 to 0.1250 "
+        "(-0.1250). 1 layer is only in it. 1 layer is only in the first run."
+    ]
+    assert Page(render([A, A], ["a", "same"])).items == ["same: no difference."]
     head, names, *lines = page.tables["layers"]
     assert head == ["No.", "Layer", "Thickness, nm", "In"] and names == ["a", "b", "c"] * 2
     assert ["2, 4", "QW", "3.000", "3.000", "0", "3.000", "0", "0.1250", "0.2500", "+0.1250", "0.1250", "0"] in lines
@@ -266,6 +272,13 @@ def test_the_charts_in_a_browser(browser: Browser, results: Path, tmp_path: Path
         assert max(third) - min(third) < near, (axis, third)
         assert len(rises(drawn[2])) == 5 and len(rises(drawn[0])) == 3
         assert None in drawn[0]["x"] and None not in drawn[2]["x"]  # two of the periods are not in the first run
+    place = browser.run(
+        "const r = document.querySelector('.chart.time .nsewdrag').getBoundingClientRect();"
+        "return [r.left + 0.5 * r.width, r.top + 0.5 * r.height]"
+    )
+    browser.hover(*place)
+    for axis in ("time", "height"):
+        browser.wait(f"return document.querySelector('.chart.{axis} .hoverlayer').textContent.includes('72 s')")
     choose(browser, "none")
     third = [rises(curve)[2] for curve in curves(browser, "time")]
     assert third[1] - third[0] == pytest.approx(4.0, abs=0.5)  # two wells of 2 s more

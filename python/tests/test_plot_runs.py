@@ -170,6 +170,14 @@ def test_each_run_has_a_colour_and_a_label(tmp_path: Path) -> None:
     assert len({handle.get_color() for handle in many.legends[0].get_lines()}) == 9
 
 
+def test_aluminium_is_dashed_beside_indium_only() -> None:
+    rows = [row(time=t, z=t, x_al=0.2) for t in (0, 5, 9)]
+    al = vorlen.Run(result([("a", 9, 9)], rows).encode())
+    styles = lambda runs: [line.get_linestyle() for line in vorlen.plot(runs, panels=["composition"]).axes[0].lines]  # noqa: E731
+    assert styles([al, al]) == ["-", "-"]
+    assert styles([al, A]) == ["-", "--", "-", "--"]
+
+
 def test_of_one_run_the_figure_is_that_of_run_plot() -> None:
     for runs in (A, [A], {"a": A}):
         figure = vorlen.plot(runs, "depth", panels=["composition"])

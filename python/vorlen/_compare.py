@@ -115,11 +115,20 @@ def _asset(name: str) -> str:
 
 
 def _sentence(name: str, comparison: dict[str, Any]) -> str:
-    """The largest change of a run."""
+    """The largest change of a run, and how many layers are only in one of the two."""
     change = _typeset(str(comparison["largest_change"]))
-    if change:
-        return f"{name}: {change[0].lower()}{change[1:]}"
-    return f"{name}: no difference." if comparison["same"] else f"{name}: the layers agree in the digits shown."
+    if not change:
+        same = comparison["same"]
+        return f"{name}: no difference." if same else f"{name}: the layers agree in the digits shown."
+    if change.startswith("The largest change is"):
+        change = change.replace(" (in the second ", f" (in {name} ", 1)
+        for side, where in (("a", "it"), ("b", "the first run")):
+            count = sum(pair[side] is None for pair in comparison["layers"])
+            if count:
+                change += f" {count} {'layer is' if count == 1 else 'layers are'} only in {where}."
+    else:
+        change = change.replace("only in the second", "only in it").replace("only in the first", "only in the first run")
+    return f"{name}: {change[0].lower()}{change[1:]}"
 
 
 def _typeset(text: str) -> str:

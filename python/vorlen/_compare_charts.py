@@ -11,7 +11,7 @@ import pandas as pd
 from ._drawn import decades_of
 from ._plot import PANELS
 from ._plot_aligned import ALIGNMENTS, Match, Place, PlacedRun, place_runs
-from ._plot_runs import Curve, curves_of, have_common_layers
+from ._plot_runs import SOLID, Curve, curves_of, have_common_layers
 from ._report_charts import MAX_ROWS
 from ._run import Run
 from ._structure import structure_of
@@ -26,6 +26,7 @@ TITLES = {
     "densities": ("dislocations", "cm\u207b\u00b2"),
 }
 WIDEST, NARROWEST = 4.0, 1.6  # pixels
+SMALLEST_RAMP = 2.0  # K; the axis of a smaller one is wider
 RUN_COLOURS = 7  # in compare.css
 
 
@@ -107,6 +108,11 @@ def _panels(runs: list[Run], names: Sequence[str], placed: list[PlacedRun], rows
         if key == "composition":
             metals = sorted({curve.quantity for curve in curves}, reverse=True)
             panel |= {"title": f"fraction of {' and '.join(metals)}", "zero": True}
+        if key == "temperature":
+            heat = np.concatenate([curve.values for curve in curves])
+            low, high = float(np.nanmin(heat)), float(np.nanmax(heat))
+            if high - low < SMALLEST_RAMP:
+                panel["range"] = [low - 10 * SMALLEST_RAMP, high + 10 * SMALLEST_RAMP]
         if key == "densities":
             decades = decades_of([(pd.Series(curve.values), "", "", False) for curve in curves])
             panel |= {"log": True, "range": list(decades)}
@@ -152,7 +158,7 @@ def _curve(curve: Curve, name: str, placed: list[PlacedRun], rows: list[Rows]) -
     }
     if curve.quantity.startswith("V-defects"):
         made["dotted"] = True
-    elif curve.quantity == "Al" or curve.quantity.endswith("(z)"):
+    elif curve.style != SOLID:
         made["dashed"] = True
     return made
 

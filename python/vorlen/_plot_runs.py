@@ -255,7 +255,7 @@ def curves_of(panel: str, runs: list[Run], placed: list[PlacedRun]) -> list[Curv
 
         if panel == "composition":
             for column, name, _ in metals:
-                add(points.values(profile[column]), name, DASHES if name == "Al" else SOLID)
+                add(points.values(profile[column]), name, DASHES if name == "Al" and len(metals) > 1 else SOLID)
         elif panel == "rate":
             # Rows of pre-stages and post-stages contain the recipe's number, in another unit.
             add(points.values(profile["rate"].where(profile["active"])))
