@@ -125,6 +125,26 @@ def test_the_active_region_is_shown_first(browser: Browser, pages: dict[str, Pat
     assert browser.run("return document.querySelector('button[aria-pressed=true]').textContent") == "Active region"
 
 
+def test_of_a_failed_run_everything_is_shown_first(
+    browser: Browser, pages: dict[str, Path], runs: dict[str, vorlen.Run]
+) -> None:
+    browser.open(pages["failed"])
+    assert ranges(browser)[0] == pytest.approx([3600, runs["failed"].end["time"]])
+    assert browser.run("return document.querySelector('button[aria-pressed=true]').textContent") == "Whole run"
+
+
+def test_layers_that_were_not_reached_are_marked_and_not_drawn(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["failed"])
+    rows = browser.run(
+        "return [...document.querySelectorAll('.layers tbody tr')].map(r => [...r.children].map(c => c.textContent))"
+    )
+    assert [(row[1], row[11], row[14] == "\u2013") for row in rows] == [
+        ("GaN template", "pre", False), ("InGaN", "active", False), ("GaN cap", "not reached", True),
+        ("p-GaN", "not reached", True),
+    ]
+    assert "p-GaN" not in text_of(browser, ".stack")
+
+
 # ---- zoom
 
 
@@ -300,6 +320,20 @@ def test_names_follow_the_zoom(browser: Browser, pages: dict[str, Path]) -> None
     assert [each["text"] for each in stage_names(browser, "time")][0] == "InGaN well"
 
 
+def test_the_first_interface_that_is_shown_is_in_the_active_region(browser: Browser, pages: dict[str, Path]) -> None:
+    browser.open(pages["transistor"], *SIZES[2])
+    assert text_of(browser, "#interface-caption").startswith("3. GaN channel / AlGaN barrier: 10–90 % width")
+    # The numbers below the chart are horizontal and apart, also of large heights.
+    choose(browser, "#interface-choice", "0")
+    browser.wait(f"return {LAYOUT.format('interface')}.xaxis.range[0] < -1800")
+    ticks = browser.run(
+        "return [...document.querySelectorAll('#chart-interface .xtick text')].map(e => e.getBoundingClientRect().toJSON())"
+    )
+    ticks.sort(key=lambda box: box["left"])
+    assert len(ticks) >= 2 and all(left["right"] < right["left"] for left, right in itertools.pairwise(ticks))
+    assert all(box["height"] < 20 for box in ticks)
+
+
 # ---- heights
 
 
@@ -372,6 +406,20 @@ def test_charts_are_saved_as_svg_in_light_colours(chart: str, browser: Browser, 
     assert fills and all(luminance(fill) < 0.05 for fill in fills)
     assert "dark" not in browser.run("return document.documentElement.className")
     assert "paper" not in browser.run("return document.documentElement.className")
+
+
+def test_pictures_of_the_layers_are_saved_as_svg(browser: Browser, pages: dict[str, Path], tmp_path: Path) -> None:
+    browser.open(pages["wells"], dark=True)
+    for key in ("active", "whole"):
+        saved = browser.downloaded(folder_in(tmp_path, key), f"a[data-svg=layers-{key}]")
+        assert saved.name == f"ingan_gan_mqw-layers-{key}.svg"
+        root = ElementTree.fromstring(saved.read_text("utf-8"))
+        space = "{http://www.w3.org/2000/svg}"
+        assert root[0].tag == f"{space}rect" and root[0].get("fill") == "#ffffff"
+        texts = root.findall(f".//{space}text")
+        assert any("InGaN well" in "".join(text.itertext()) for text in texts)
+        assert all(luminance(text.get("fill", "")) < 0.15 for text in texts)
+        assert root.findall(".//*[@class]") == []
 
 
 # ---- dark mode and paper

@@ -8,11 +8,13 @@ from __future__ import annotations
 import time
 from typing import Any
 
+import numpy as np
 import pandas as pd
 import pytest
 
 import vorlen
 from support import MQW, ROOT, V_DEFECTS, failed_run, failing_recipe, recipe_with_a_pause, recipe_with_nan
+from vorlen._report_stack import layer_stack
 from vorlen._structure import Group, groups_of, heights, structure_of
 from vorlen._structure_text import length, sentence
 
@@ -25,7 +27,7 @@ def table(*layers: Layer, **columns: Any) -> pd.DataFrame:
     rows, clock = [], 0.0
     for kind, name, thickness, x_in, x_al, *end in layers:
         in_end, al_end = end or (x_in, x_al)
-        duration = max(abs(thickness), 1.0)
+        duration = max(abs(np.nan_to_num(thickness)), 1.0)
         rows.append({
             "name": name, "kind": kind, "begin": clock, "end": clock + duration, "duration": duration,
             "thickness": float(thickness), "x_in": x_in, "x_ga": 1.0 - x_in - x_al, "x_al": x_al,
@@ -89,6 +91,29 @@ LAST = ("active", "last barrier", 12, 0, 0)
                 ("active", "barrier", 10, 0, 0.55), ("active", "well", 2, 0, 0.4)] * 3, ("active", "last", 10, 0, 0.55),
              ("active", "EBL", 15, 0, 0.75)],
             "3 wells of 2.00 nm Al 0.400 in 10.0 nm Al 0.550, on 500 nm Al 0.600 on 3.00 µm AlN, under 15.0 nm Al 0.750.",
+        ),
+        # barriers with indium, wells with aluminium, and an exposed layer on a well that is not another well
+        (
+            [TEMPLATE, *[("active", "b", 8, 0.02, 0), ("active", "w", 3, 0.2, 0.05)] * 2, ("active", "b", 8, 0.02, 0)],
+            "2 wells of 3.00 nm In 0.200 Al 0.050 in 8.00 nm In 0.020, on 2.00 µm GaN.",
+        ),
+        (
+            [TEMPLATE, *wells(2), ("active", "top", 3, 0.12, 0)],
+            "2 wells of 3.00 nm In 0.150 in 12.0 nm GaN, on 2.01 µm GaN, under 3.00 nm In 0.120.",
+        ),
+        # thick layers next to the wells are named, also if they are like the barriers
+        (
+            [("pre", "AlN", 3000, 0, 1), ("active", "GaN", 500, 0, 0), *wells(2), ("active", "GaN", 100, 0, 0)],
+            "2 wells of 3.00 nm In 0.150 in 12.0 nm GaN, on 512 nm GaN on 3.00 µm AlN, under 100 nm GaN.",
+        ),
+        (
+            [("pre", "AlN", 3000, 0, 1), ("active", "n", 500, 0, 0.6), ("active", "w", 2, 0, 0.4), ("active", "b", 9, 0, 0.5),
+             ("active", "w", 2, 0, 0.4), ("active", "b", 9, 0, 0.5)],
+            "2 wells of 2.00 nm Al 0.400 in 9.00 nm Al 0.500, on 500 nm Al 0.600 on 3.00 µm AlN.",
+        ),
+        (
+            [TEMPLATE, ("active", "w", 3, 0.2, 0), ("active", "EBL", 15, 0, 0.15)],
+            "1 well of 3.00 nm In 0.200 between GaN and Al 0.150, on 2.00 µm GaN.",
         ),
         # an underlayer and a shallow superlattice are not wells
         (
@@ -303,6 +328,34 @@ def test_otherwise_the_uppermost_layer_is_the_region() -> None:
     layers = table(TEMPLATE, ("active", "GaN", 100, 0, 0), ("active", "AlGaN", 200, 0, 0.1))
     assert region(layers) == ("top", 80, 300, 2080, 2300)
     assert region(table(TEMPLATE, ("active", "GaN", 100, 0, 0))) == ("top", 0, 100, 2000, 2100)
+
+
+@pytest.mark.parametrize("seed", range(100))
+def test_any_layers_are_described(seed: int) -> None:
+    """Random layers, also of pauses that evaporate and of unknown composition."""
+    random = np.random.default_rng(seed)
+    count = int(random.integers(1, 30))
+    fractions = random.choice([0.0, 0.0, 0.1, 0.12, 0.25, 0.5], (count, 2)) * random.choice([1.0, 1.0, 0.97, np.nan], (count, 1))
+    sizes = random.choice([0.01, 0.5, 3.0, 3.0, 12.0, 12.0, 80.0, 0.0, -0.5, -20.0, np.nan], count)
+    kinds = ["pre"] * int(random.integers(0, 3)) + ["active"] * count + ["post"] * int(random.integers(0, 3))
+    layers = table(*[
+        (kind, random.choice(["a", "b", "c"]), sizes[at % count] if kind == "active" else 50.0, *fractions[at % count])
+        for at, kind in enumerate(kinds)
+    ])
+    found = structure_of(layers)
+    text = words(layers)
+    assert text.endswith(".") and "nan" not in text and "  " not in text
+    assert sum(group.size * group.periods for group in groups_of(layers)) == len(layers)
+    assert set(found.roles) == set(layers.index)
+    left = [slab for slab in found.slabs if slab.kind == "active"]
+    assert all(slab.thickness > 0 for slab in left)
+    assert all(low.top == pytest.approx(high.bottom) for low, high in zip(left, left[1:]))
+    assert (found.region is None) == (not left)
+    if found.region is not None:
+        assert left[0].bottom <= found.region.low < found.region.high <= left[-1].top
+        assert layers["begin"].iloc[0] <= found.region.begin <= found.region.end <= layers["end"].iloc[-1]
+        assert found.region.numbers
+    layer_stack(layers, found)  # no error
 
 
 # ---- runs

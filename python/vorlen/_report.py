@@ -80,13 +80,13 @@ def render(run: Run | SimulationError) -> str:
     has_rows = bool(run.content) and not run._profile.empty
     failed = run.failed if run.content else True
     title = _title(run)
-    layers = layer_table(run._layers) if run.content else None
-    structure = structure_of(layers) if layers is not None else None
+    layers = layer_table(run._layers, float(run.end["time"]) if has_rows else math.inf) if run.content else None
+    structure = structure_of(layers[layers["reached"]]) if layers is not None else None
     data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
     content: dict[str, Any] = {"layers": [], "interfaces": [], "stack": "", "summary": "", "quantities": ""}
     if layers is not None and structure is not None:
         content["layers"] = records(layers, layer_groups(layers), "Layers")
-        content["stack"] = layer_stack(layers, structure)
+        content["stack"] = layer_stack(layers[layers["reached"]], structure)
         data["tables"]["layers"] = {"name": f"{data['stem']}-layers.csv", "text": csv_text(layers)}
     if has_rows:
         drawn = run._drawn
@@ -94,7 +94,7 @@ def render(run: Run | SimulationError) -> str:
         groups = interface_groups(interfaces)
         content["interfaces"] = records(interfaces, groups, "Interfaces")
         data["tables"]["interfaces"] = {"name": f"{data['stem']}-interfaces.csv", "text": csv_text(interfaces)}
-        data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp))
+        data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
         content["summary"] = _chart_summary(drawn.rows("active"))
         content["quantities"] = _quantities(data["charts"]["panels"])
     environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)

@@ -32,11 +32,14 @@ NAMES = {"In": "indium", "Ga": "gallium", "Al": "aluminium"}
 SUBSCRIPTS = {"N2": "N\u2082", "H2": "H\u2082", "NH3": "NH\u2083"}
 
 
-def charts(tables: DrawnTables, structure: Structure | None = None, interfaces: Rows | None = None) -> dict[str, Any]:
+def charts(
+    tables: DrawnTables, structure: Structure | None = None, interfaces: Rows | None = None, *, failed: bool = False
+) -> dict[str, Any]:
     """The charts of a run, ready for JSON. NaN becomes null.
 
     structure   structure_of(tables.layers), if known already
     interfaces  positions of the interfaces to offer; None: all
+    failed      shows the whole run first instead of the active region
     """
     found = structure or structure_of(tables.layers)
     kept = thin(tables.rows("active"))
@@ -48,16 +51,18 @@ def charts(tables: DrawnTables, structure: Structure | None = None, interfaces: 
         z = np.interp(recipe.times, all_rows["time"], all_rows["z"]) - tables.reference_height
         points["recipe"] = {"time": _values(recipe.times), "height": _values(z)}
     whole = {"label": "Whole run", "time": _range(kept["time"].to_numpy()), "height": _range(heights)}
+    regions = [whole, *_active_region(found, whole)]
     figures = {
         "points": points,
         "panels": _panels(kept, recipe),
         "axes": {"time": "time (s)", "height": tables.height_label},
         "stages": _stages(tables, found, whole),
-        "regions": [whole, *_active_region(found, whole)],
+        "regions": regions,
+        "first": 0 if failed else len(regions) - 1,
     }
     chosen = tables.interfaces if interfaces is None else tables.interfaces.iloc[interfaces]
     if len(chosen):
-        figures["interfaces"] = _interface_chart(tables, chosen)
+        figures["interfaces"] = _interface_chart(tables, chosen) | {"first": _first_interface(tables, found, chosen)}
     return figures
 
 
@@ -184,6 +189,15 @@ def _active_region(found: Structure, whole: dict[str, Any]) -> list[dict[str, An
     time = _widened(region.begin, min(region.end, whole["time"][1]))
     height = _widened(max(region.low, whole["height"][0]), region.high)
     return [{"label": "Active region", "time": _values(time), "height": _values(height)}]
+
+
+def _first_interface(tables: DrawnTables, found: Structure, chosen: pd.DataFrame) -> int:
+    """Position of the interface that is shown first: the lowest one in the active region."""
+    if found.region is None:
+        return 0
+    z = chosen["z"].to_numpy() - tables.reference_height
+    inside = np.flatnonzero((z >= found.region.low - SMALLEST_SPAN) & (z <= found.region.high + SMALLEST_SPAN))
+    return int(inside[0]) if len(inside) else 0
 
 
 def _interface_chart(tables: DrawnTables, chosen: pd.DataFrame) -> dict[str, Any]:

@@ -21,6 +21,7 @@ WIDTH, HEIGHT, BAR, TOP, LEFT = 400, 400, 96, 34, 34  # pixels of a picture
 NAME_HEIGHT = 16  # pixels that a name needs
 NAME_SHIFT = 60  # pixels by which a name may be moved from its layer
 LINE_MIN = 5.0  # pixels; layers that are thinner have no line between them, so that their colours stay visible
+RAMP_MIN = 8.0  # pixels; thinner ramps have no name
 NAME_MAX = 22  # letters of a name
 # Colours of the three nitrides; an alloy gets a mixture by its composition.
 INN, GAN, ALN = np.array([226, 88, 14]), np.array([186, 204, 224]), np.array([32, 156, 112])
@@ -150,16 +151,18 @@ def _bar(items: list[Item], brackets: list[Bracket]) -> str:
     parts = []
     for item, low, high in zip(items, edges, edges[1:]):
         tooltip = f"{item.number}. {item.name}, {item.what}, {item.thickness:.5g} nm"
-        # A little higher than the layer, so that no line of the ground shows between two layers.
+        # A little higher than the layer, so that no line of the ground shows between two layers. Wells are always seen.
+        least = 2.0 if item.rank == 0 else 1.0
         parts.append(
-            f'<rect x="{LEFT}" y="{high:.2f}" width="{BAR}" height="{max(low - high, 1.0) + 0.2:.2f}" fill="{item.colour}">'
+            f'<rect x="{LEFT}" y="{high:.2f}" width="{BAR}" height="{max(low - high, least) + 0.2:.2f}" fill="{item.colour}">'
             f"<title>{escape(tooltip)}</title></rect>"
         )
     for lower, upper, y in zip(np.diff(-edges), np.diff(-edges)[1:], edges[1:]):
         if min(lower, upper) > LINE_MIN:
             parts.append(f'<path d="M{LEFT} {y:.2f} h{BAR}" class="stack-line"/>')
     middles = [float(0.5 * (low + high)) for low, high in zip(edges, edges[1:])]
-    for position, y in _placed([item.rank for item in items], [item.drawn for item in items], middles):
+    pixels = -np.diff(edges)
+    for position, y in _placed([item.rank for item in items], pixels.tolist(), middles):
         item = items[position]
         name = item.name if len(item.name) <= NAME_MAX else item.name[: NAME_MAX - 1] + "\u2026"
         right = LEFT + BAR
@@ -197,6 +200,8 @@ def _placed(ranks: list[int], sizes: list[float], middles: list[float]) -> list[
     for position in sorted(range(len(ranks)), key=lambda place: (ranks[place], -sizes[place], place)):
         if len(chosen) >= HEIGHT // NAME_HEIGHT:
             break
+        if ranks[position] == RANKS["transition"] and sizes[position] < RAMP_MIN:
+            continue
         tried = sorted([*chosen, position], reverse=True)  # downwards, as pixels
         wanted = [middles[place] for place in tried]
         limits = [NAME_SHIFT if ranks[place] < RANKS["transition"] else NAME_HEIGHT for place in tried]

@@ -14,10 +14,15 @@ SHOWN_MAX = 200  # rows of a table; of more, repeated groups are shown once
 HEIGHTS = {"z": "height", "z10": "height_10", "z90": "height_90"}  # of interfaces: columns and their names in CSV
 
 
-def layer_table(layers: pd.DataFrame) -> pd.DataFrame:
-    """Run.layers with the heights of bottom and top above the pre-stages, nm."""
+def layer_table(layers: pd.DataFrame, last: float) -> pd.DataFrame:
+    """Run.layers with the heights of bottom and top above the pre-stages, nm, and whether each layer was reached.
+
+    last  time of the last row, s. Layers that begin later were not reached; they have no heights.
+    """
     table = layers.copy()
+    table["reached"] = ~(layers["begin"] >= last)  # NaN counts as reached
     table["bottom"], table["top"] = heights(layers)
+    table.loc[~table["reached"], ["bottom", "top"]] = np.nan
     table.attrs = {"units": layers.attrs.get("units", {}) | {"bottom": "nm", "top": "nm"}}
     return table
 

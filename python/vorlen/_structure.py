@@ -318,17 +318,17 @@ def _wells(slabs: list[Slab]) -> list[Slab]:
 
     Shallow ones belong to an underlayer. A last well without anything above it counts if it is like the others.
     """
-    found: list[tuple[float, Slab]] = []
+    found: list[tuple[float, float, Slab]] = []  # depths below the lower and the higher of the neighbours
     for below, slab, above in zip(slabs, slabs[1:], slabs[2:]):
-        depth = min(below.gap, above.gap) - slab.gap
-        if slab.kind == "active" and slab.thickness <= WELL_MAX and depth > DEPTH_MIN:
-            found.append((depth, slab))
-    deepest = max((depth for depth, _ in found), default=0.0)
-    wells = [slab for depth, slab in found if depth > 0.5 * deepest]
-    last = slabs[-1] if slabs else None
-    if wells and last is not None and last.kind == "active" and last.thickness <= WELL_MAX:
-        if _distance(last, wells[-1]) <= 5 * SAME and last != wells[-1]:
-            wells.append(last)
+        depths = below.gap - slab.gap, above.gap - slab.gap
+        if slab.kind == "active" and slab.thickness <= WELL_MAX and min(depths) > DEPTH_MIN:
+            found.append((min(depths), max(depths), slab))
+    deepest = max((depth for depth, _, _ in found), default=0.0)
+    wells = [slab for _, depth, slab in found if depth > 0.5 * deepest]
+    if wells and slabs[-1].kind == "active" and slabs[-1].thickness <= WELL_MAX:
+        is_well = slabs[-1] != wells[-1] and slabs[-2].gap - slabs[-1].gap > DEPTH_MIN
+        if is_well and _distance(slabs[-1], wells[-1]) <= 5 * SAME:
+            wells.append(slabs[-1])
     return wells
 
 
@@ -371,6 +371,9 @@ def _region(
         low = active[-1].bottom - room
     low, high = max(low, bottom), min(high, top)
     begin, end = _time_at(layers, low, False), _time_at(layers, high, True)
+    if end < begin:  # after evaporation, through layers of unknown composition
+        simulated = layers[layers["kind"] == "active"]
+        begin, end = float(simulated["begin"].iloc[0]), float(simulated["end"].iloc[-1])
     bottoms, tops = heights(layers)
     within = (layers["kind"] == "active").to_numpy() & (bottoms < high - 1e-6) & (tops > low + 1e-6)
     return Region(begin, end, float(low), float(high), why, frozenset(int(number) for number in layers.index[within]))
@@ -397,20 +400,26 @@ def transistor_barrier(slabs: list[Slab]) -> list[Slab]:
     return barrier
 
 
-def _time_at(layers: pd.DataFrame, height: float, last: bool) -> float:
-    """The time at which the simulated layers reach a height for the first or the last time, s."""
+def _time_at(layers: pd.DataFrame, height: float, is_end: bool) -> float:
+    """The time at which what is left at a height was grown, s: the last growth through it.
+
+    At a border a region starts with the layer above it and ends with the layer below it.
+    """
     bottoms, tops = heights(layers)
-    inside = (layers["kind"] == "active").to_numpy() & np.isfinite(composition(layers)).all(axis=1)
-    inside &= (tops > bottoms) & (tops >= height - 1e-9) & (bottoms <= height + 1e-9)
+    growing = (layers["kind"] == "active").to_numpy() & np.isfinite(composition(layers)).all(axis=1)
+    slack = 1e-9  # nm
+    if is_end:
+        inside = growing & (tops >= height - slack) & (bottoms < height - slack)
+    else:
+        inside = growing & (tops > height + slack) & (bottoms <= height + slack)
     places = np.flatnonzero(inside)
     if not len(places):  # below or above everything
-        reached = layers[(layers["kind"] == "active")]
-        return float(reached["end"].iloc[-1] if last else reached["begin"].iloc[0])
-    # At a border the region starts with the layer above and ends with the layer below.
-    place = int(places[0] if last else places[-1])
-    share = (height - bottoms[place]) / (tops[place] - bottoms[place])
+        simulated = layers[layers["kind"] == "active"]
+        return float(simulated["end"].iloc[-1] if is_end else simulated["begin"].iloc[0])
+    place = int(places[-1])
+    share = min(max((height - bottoms[place]) / (tops[place] - bottoms[place]), 0.0), 1.0)
     layer = layers.iloc[place]
-    return float(layer["begin"] + min(max(share, 0.0), 1.0) * (layer["end"] - layer["begin"]))
+    return float(layer["begin"] + share * (layer["end"] - layer["begin"]))
 
 
 def _roles(

@@ -23,6 +23,7 @@ from ._structure import (
 )
 
 ITEMS_MAX = 4  # layers named below the main part of a structure
+BARRIER_THIN = 10.0  # nm
 RELAXED = 0.02  # degree of relaxation that is mentioned
 PHYSICAL = (-0.001, 1.001)  # limits of a fraction
 
@@ -110,9 +111,10 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         low, high = found.wells[0], found.wells[-1]
         below = [slab for slab in slabs if slab.top <= low.bottom + 1e-9]
         above = [slab for slab in slabs if slab.bottom >= high.top - 1e-9]
-        if len(below) > 1 and below[-1].kind == "active" and not below[-1].graded:
-            below = below[:-1] if not alike(below[-1], below[-2]) or below[-2].kind == "active" else below
-        if above and found.barriers and not above[0].graded:
+        # A barrier next to the wells is not named again, but a thick layer is.
+        if len(below) > 1 and _is_barrier(below[-1], found) and not (below[-2].kind == "pre" and alike(below[-1], below[-2])):
+            below = below[:-1]
+        if above and _is_barrier(above[0], found):
             above = above[1:]
     elif found.periods is not None:
         group = found.periods
@@ -129,6 +131,14 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         text += (", on " if found.wells or found.periods else " on ") + " on ".join(items)
     items = _items(above, downwards=False)
     return text + (f", under {' and '.join(items)}" if items else "")
+
+
+def _is_barrier(slab: Slab, found: Structure) -> bool:
+    """Whether a slab next to the wells is like the barriers between them; beside a single well, whether it is thin."""
+    gaps = spacings(found.wells)
+    if slab.kind != "active" or slab.graded or slab.thickness > 2.0 * max([BARRIER_THIN, *gaps]):
+        return False
+    return not gaps or any(alike(slab, other) for other in found.barriers[1:-1] or found.barriers)
 
 
 def _main(slabs: list[Slab]) -> int:

@@ -1,10 +1,10 @@
 // Charts over time and over height that are linked: panels, colours of the mode, zoom, units, names of stages, SVG.
-// Charts.linked(model, nodes) draws a model of _report_charts.py; Charts.plain(node, build) draws any other figure.
+// Charts.linked(model, nodes) draws a model of _report_charts.py; Charts.chart(node, build) draws any other figure.
 "use strict";
 const Charts = (() => {
   const touch = window.matchMedia("(pointer: coarse)").matches;
-  const config = { responsive: true, displaylogo: false, displayModeBar: touch ? false : "hover", doubleClick: false,
-    modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d", "resetScale2d", "toImage"] };
+  // Without the tool bar of plotly, which would cover names of stages; the page has its own controls.
+  const config = { responsive: true, displaylogo: false, displayModeBar: false, doubleClick: false };
   const FONT = "system-ui, Segoe UI, Roboto, Helvetica, Arial, sans-serif";
   const PANEL = 112, GAP = 10, KEY = 16, TOP = 68, BOTTOM = 48;  // pixels; KEY: a line with names of curves above a panel
   const SLOPE = 28 * Math.PI / 180;  // of the names of stages
@@ -67,10 +67,10 @@ const Charts = (() => {
       hovermode: "x unified", hoverdistance: -1,  // the nearest row at any distance
       hoverlabel: { font: { size: 12, color: colour("ink") }, bgcolor: colour("paper"), bordercolor: colour("strong") },
       separators: ".",  // no thousands separators
-      modebar: { bgcolor: "rgba(0,0,0,0)", color: colour("soft"), activecolor: colour("accent") },
       showlegend: false, dragmode: touch ? false : "zoom", shapes: [], annotations: [],
       xaxis: { title: { text: title, standoff: 6 }, showgrid: false, zeroline: false, showline: true, linecolor: colour("axis"),
-        tickcolor: colour("axis"), ticks: "outside", hoverformat: ".7~g", exponentformat: "none", nticks: narrow ? 5 : 8 },
+        tickcolor: colour("axis"), ticks: "outside", hoverformat: ".7~g", exponentformat: "none",
+        tickangle: 0, nticks: Math.min(8, Math.floor(width / 80)) },
     };
   }
 
@@ -135,6 +135,25 @@ const Charts = (() => {
     const size = { format: "svg", width: SVG_WIDTH, height: figure.layout.height };
     return Plotly.toImage({ data: figure.data, layout: figure.layout }, size)
       .then((url) => decodeURIComponent(url.slice(url.indexOf(",") + 1)));
+  }
+
+  // An SVG element of the page as text for a file: with the styles it has in light mode, on white.
+  function picture(node) {
+    const copy = node.cloneNode(true), PROPERTIES = ["fill", "stroke", "stroke-width", "font-size", "font-family", "font-weight"];
+    light(() => {
+      const parts = [...node.querySelectorAll("rect, path, text, tspan")];
+      [...copy.querySelectorAll("rect, path, text, tspan")].forEach((part, index) => {
+        const style = getComputedStyle(parts[index]);
+        for (const name of PROPERTIES) part.setAttribute(name, style.getPropertyValue(name));
+        part.removeAttribute("class");
+      });
+    });
+    const [, , width, height] = copy.getAttribute("viewBox").split(" ");
+    const ground = document.createElementNS("http://www.w3.org/2000/svg", "rect");
+    for (const [name, value] of Object.entries({ width, height, fill: "#ffffff" })) ground.setAttribute(name, value);
+    copy.prepend(ground);
+    for (const [name, value] of Object.entries({ width, height, xmlns: "http://www.w3.org/2000/svg" })) copy.setAttribute(name, value);
+    return new XMLSerializer().serializeToString(copy);
   }
 
   // Charts over time and over height. nodes: {time, height}
@@ -272,7 +291,7 @@ const Charts = (() => {
       nodes[axis].on("plotly_doubleclick", () => { show(model.regions[0], model.regions[0].label); });
     }
 
-    const first = model.regions[model.regions.length - 1];
+    const first = model.regions[model.first];
     for (const axis of AXES) {
       state.range[axis] = first[axis].slice();
       builders[axis] = (colour, width, limit) => build(axis, colour, width, limit);
@@ -290,5 +309,5 @@ const Charts = (() => {
     };
   }
 
-  return { linked, chart, svg, baseLayout, yAxis, line, keyOf, colours };
+  return { linked, chart, svg, picture, baseLayout, yAxis, line, keyOf, colours };
 })();

@@ -14,6 +14,10 @@
     unitControls(charts);
     if (model.interfaces) waiting.push(interfaces(model.interfaces));
   }
+  for (const key of ["active", "whole"]) {
+    const node = document.querySelector(".stack-" + key);
+    if (node) pictures["layers-" + key] = { name: `${stem}-layers-${key}.svg`, svg: () => Charts.picture(node) };
+  }
   Downloads.connect(tables, pictures);
   Promise.all(waiting).then(() => {
     // Each chart is one picture with a description; a screen reader skips its parts.
@@ -106,6 +110,7 @@
 
   function interfaces(data) {
     const choice = byId("interface-choice");
+    choice.value = String(data.first);
     const place = () => data.places[Number(choice.value)];
     function build(colour, width) {
       const shown = place(), layout = Charts.baseLayout(model.axes.height, colour, width), step = shown.y[1] - shown.y[0];
