@@ -40,6 +40,7 @@ rise_to_root() {
     as_root=()
   elif command -v sudo >/dev/null; then
     as_root=(sudo)
+    sudo true || die "sudo failed"  # asks for the password now, not while progress is shown
   else
     die "this needs root, and sudo is not installed. As root, run:
   $*"
@@ -67,15 +68,13 @@ for package in "${packages[@]}"; do
 done
 if [ ${#missing[@]} -gt 0 ]; then
   rise_to_root "apt-get update && apt-get install -y --no-install-recommends ${missing[*]}"
-  echo "setup: installing ${missing[*]}"
+  echo "setup: installing ${#missing[@]} packages and what they need: ${missing[*]}"
   log=$(mktemp)
   trap 'rm -f "$log"' EXIT
   for action in "update" "install -y --no-install-recommends ${missing[*]}"; do
     # shellcheck disable=SC2086  # the action is a list of words
-    if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $action >"$log" 2>&1; then
-      cat "$log" >&2
-      die "apt-get ${action%% *} failed"
-    fi
+    "$(dirname "${BASH_SOURCE[0]}")/with_progress.sh" "$log" \
+      "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $action || die "apt-get ${action%% *} failed"
   done
 fi
 

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,19 +32,21 @@ struct PythonCommand {
   const char* name;
   const char* description;
   const char* example;
+  const char* module;  // that it needs in addition to MODULES, may be null; its Debian package is python3-MODULE
 };
 
 constexpr std::array<PythonCommand, 3> COMMANDS = {{
-    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
-    {"compare", "Compare result files: one page for a browser",
-     "vorlen compare a.result.txt b.result.txt -o page.html"},
-    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
+    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
+    {"compare", "Compare result files: one page for a browser", "vorlen compare a.result.txt b.result.txt -o page.html",
+     "jinja2"},
+    {"sweep", "Run a recipe with many values, or the rows of a sweep plan",
+     "vorlen sweep recipe.xml --set process_stages/stage_1/T=1000:1050:5", nullptr},
 }};
 
 // Exits with 0 if the interpreter finds all modules given as arguments.
 constexpr const char* PROBE =
     "import sys, importlib.util as u; sys.exit(any(u.find_spec(m) is None for m in sys.argv[1:]))";
-constexpr std::array<const char*, 4> MODULES = {"numpy", "pandas", "lxml", "vorlen"};
+constexpr std::array<const char*, 3> MODULES = {"vorlen", "numpy", "pandas"};
 
 // The source tree from which the tool was built; empty if the tool is not in a build folder.
 fs::path source_tree(const fs::path& tool) {
@@ -59,6 +62,7 @@ fs::path source_tree(const fs::path& tool) {
 void set_environment() {
   std::error_code ignored;
   const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
+  if (!tool.empty()) setenv("VORLEN", tool.c_str(), 0);  // checks recipes for the package
   const fs::path tree = source_tree(tool);
   const fs::path folder = tool.parent_path();
   const fs::path package = tree.empty() ? folder.parent_path() / "lib/python3/dist-packages" : tree / "python";
@@ -81,9 +85,10 @@ std::vector<char*> pointers_to(std::vector<std::string>& words) {
   return pointers;
 }
 
-bool fits(const std::string& interpreter) {
+bool fits(const std::string& interpreter, const PythonCommand& command) {
   std::vector<std::string> words = {interpreter, "-c", PROBE};
   words.insert(words.end(), MODULES.begin(), MODULES.end());
+  if (command.module != nullptr) words.emplace_back(command.module);
   std::vector<char*> arguments = pointers_to(words);
 
   posix_spawn_file_actions_t actions;
@@ -100,6 +105,21 @@ bool fits(const std::string& interpreter) {
   return WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
 }
 
+const PythonCommand* command_called(const std::string& word) {
+  for (const PythonCommand& command : COMMANDS) {
+    if (word == command.name) return &command;
+  }
+  return nullptr;
+}
+
+// Ctrl-C waits until the package handles it: an interpreter that is starting would print a traceback.
+void block_interrupts() {
+  sigset_t interrupts;
+  sigemptyset(&interrupts);
+  sigaddset(&interrupts, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupts, nullptr);
+}
+
 }  // namespace
 
 void add_python_commands(CLI::App& app) {
@@ -112,29 +132,32 @@ void add_python_commands(CLI::App& app) {
   }
 }
 
-bool is_python_command(const std::string& word) {
-  for (const PythonCommand& command : COMMANDS) {
-    if (word == command.name) return true;
-  }
-  return false;
-}
+bool is_python_command(const std::string& word) { return command_called(word) != nullptr; }
 
 int forward_to_python(char** arguments) {
   set_environment();
+  const PythonCommand& command = *command_called(arguments[0]);
   std::vector<std::string> interpreters = {"python3", "/usr/bin/python3"};
   const char* chosen = std::getenv("VORLEN_PYTHON");
   if (chosen != nullptr && *chosen != '\0') interpreters.insert(interpreters.begin(), chosen);
   std::string tried;
   for (std::string& interpreter : interpreters) {
     tried += (tried.empty() ? "" : ", ") + interpreter;
-    if (!fits(interpreter)) continue;
+    if (!fits(interpreter, command)) continue;
     std::vector<std::string> words = {interpreter, "-m", "vorlen"};
     for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
+    block_interrupts();
     execvp(interpreter.c_str(), pointers_to(words).data());
     return fail(interpreter + ": " + std::strerror(errno));
   }
+  std::string names = "numpy, pandas";
+  std::string packages = "python3-numpy, python3-pandas";
+  if (command.module != nullptr) {
+    names += std::string(", ") + command.module;
+    packages += std::string(", python3-") + command.module;
+  }
   return fail(
-      "this command needs Python 3 with numpy, pandas, lxml and the package vorlen (Debian packages:\n"
-      "python3-numpy, python3-pandas, python3-lxml). Tried without success: " +
-      tried + ".\nSet the environment variable VORLEN_PYTHON to another interpreter");
+      fmt::format("this command needs Python 3 with {} and the package vorlen (Debian packages:\n{}). "
+                  "Tried without success: {}.\nSet the environment variable VORLEN_PYTHON to another interpreter",
+                  names, packages, tried));
 }

@@ -17,6 +17,11 @@ if TYPE_CHECKING:
 ROOT = Path(__file__).resolve().parents[2]
 
 
+def pytest_configure(config: pytest.Config) -> None:
+    """Many tests use odd recipes. Tests of clean ones make the warning an error."""
+    config.addinivalue_line("filterwarnings", "ignore::vorlen.RecipeWarning")
+
+
 @pytest.fixture(scope="session")
 def examples() -> Path:
     """The folder of the example recipes."""

@@ -10,6 +10,7 @@
 matplotlib, jinja2 and other optional packages are imported when they are first used.
 """
 
+from . import _interrupts  # first: a command that is interrupted during the other imports ends without a traceback
 from ._compare import compare
 from ._files import BusyError
 from ._fit import Fit, fit
@@ -18,6 +19,7 @@ from ._plan import PlanError
 from ._plan_file import write_plan
 from ._plot_runs import plot
 from ._recipe import Recipe
+from ._recipe_check import RecipeWarning
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
@@ -34,6 +36,7 @@ __all__ = [
     "PlanError",
     "Recipe",
     "RecipeError",
+    "RecipeWarning",
     "ResultFileError",
     "Run",
     "SimulationError",

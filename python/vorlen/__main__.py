@@ -2,18 +2,19 @@
 
 from __future__ import annotations
 
-import argparse
 import sys
 
 from . import __version__
+from ._command_line import Parser
 from ._compare_command import add_command as add_compare
+from ._interrupts import run_command
 from ._report_command import add_command as add_report
 from ._sweep_command import add_command as add_sweep
 
 
 def main(arguments: list[str] | None = None) -> int:
     """Runs a subcommand and returns its exit status: 0; 1 for a failure, described on stderr; 2 for a usage error."""
-    parser = argparse.ArgumentParser(prog="vorlen", description="Writes reports and comparisons of results and sweeps recipes.")
+    parser = Parser(prog="vorlen", description="Writes reports and comparisons of results and sweeps recipes.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     add_report(commands)
@@ -28,4 +29,4 @@ def main(arguments: list[str] | None = None) -> int:
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    run_command(main)
