@@ -77,8 +77,9 @@ def _entries(text: str) -> list[Entry]:
 
 
 def members(kind: type) -> Iterator[tuple[str, Any]]:
-    """The public methods and properties that a class defines, in the order of its source."""
-    for name, member in vars(kind).items():
+    """The public methods and properties of a class and of its bases in this package, in the order of their sources."""
+    own = [one for one in kind.__mro__ if one.__module__.split(".")[0] == vorlen.__name__]
+    for name, member in [pair for one in own for pair in vars(one).items()]:
         function = getattr(member, "func", getattr(member, "__func__", member))  # of cached properties, class methods
         if not name.startswith("_") and (inspect.isfunction(function) or isinstance(member, property)):
             yield name, member if isinstance(member, property) else function

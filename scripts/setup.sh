@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian 12 packages that this project needs: scripts/setup.sh [build|run|test|bench]
 #   build  compiler and libraries for the library and its command-line tool (default)
-#   run    these, and what the Python package needs for figures and reports
+#   run    these, and what the Python package needs for figures, reports and units
 #   test   these, and what ./test.sh needs
 #   bench  these, and what the benchmarks and the comparison of integrators need
 # Only missing packages are installed. If there are none, neither root nor the network is needed.
@@ -10,7 +10,9 @@ set -euo pipefail
 BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
 PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # reports: pages, and the library that draws their charts
-  python3-jinja2 python3-plotly esbuild)
+  python3-jinja2 python3-plotly esbuild
+  # recipes: units
+  python3-pint)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind

@@ -8,7 +8,7 @@ import pytest
 
 from doc_blocks import ROOT, matches, run_page
 
-PAGES = ("python.md", "sweeps.md", "clusters.md", "fitting.md")  # of docs/
+PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md")  # of docs/
 
 
 @pytest.mark.filterwarnings("error::vorlen.RecipeWarning")

@@ -1,4 +1,4 @@
-"""Recipes: load, inspect, change, save.
+"""Recipes: load, inspect, change, save. _building.py has the methods that build one.
 
 A Recipe is the bytes of an XML file and an index of its elements. A change replaces only the bytes of the value, so
 comments, order, indentation and line ends stay as they are. A path lists element names from the root's children down,
@@ -7,6 +7,7 @@ separated by slashes (or by colons, as in the library's messages):
     recipe["process_stages/stage_2/T"]               (1010.0, 1080.0), start and end of a ramp
     recipe["process_stages/stage_2/tau"] = 40        a single value
     recipe["process_stages/stage_2/T"] = 1020        start and end
+    recipe["process_stages/stage_2/T"] = "757 degC"  with a unit
     recipe["process_stages/stage_2/T/end"] = 1030    one attribute
     recipe["chemistry/Kd_In"]                        {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
     recipe["chemistry/Kd_In/A"] = 2e13               one attribute
@@ -22,6 +23,7 @@ from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 from . import _stages, _values, _xml_bytes
+from ._building import Block, Building
 from ._document import Document, Place
 from ._files import as_path, read_file, replace_file
 from ._kinds import SCHEMES
@@ -33,7 +35,7 @@ if TYPE_CHECKING:
     import pandas as pd
 
 
-class Recipe:
+class Recipe(Building):
     """A recipe file in memory: its bytes, and its values by path.
 
     `recipe[path]` reads a value: a number, a text, a pair (start, end) for a ramp, or a dictionary for an element with
@@ -43,7 +45,7 @@ class Recipe:
     Parameters
     ----------
     source : str or bytes
-        The XML. Recipe.load reads a file.
+        The XML. Recipe.load reads a file, Recipe.new starts without one.
     path : path, optional
         Path of its file, for messages and status files. None: it has none.
 
@@ -65,6 +67,8 @@ class Recipe:
         if isinstance(source, str) and source and not _xml_bytes.is_xml(source):
             raise RecipeError(f"{name}: the text is not XML; Recipe.load(path) reads a file")
         self._document = Document.of(_xml_bytes.encode(source) if isinstance(source, str) else bytes(source), name)
+        self._initial: dict[str, object] = {}
+        self._block: Block | None = None
 
     @classmethod
     def load(cls, path: PathLike) -> Recipe:
@@ -123,6 +127,7 @@ class Recipe:
         """
         copy = Recipe.__new__(Recipe)
         copy.path, copy._document = self.path, self._document
+        copy._initial, copy._block = self._initial, None
         return copy
 
     def to_bytes(self) -> bytes:
@@ -188,7 +193,8 @@ class Recipe:
             Path of the element or attribute. A missing optional element outside of stages is added.
         value : float, str, pair or dict
             One value, which for a ramp is its start and end; a pair (start, end) for a ramp; or a dictionary of
-            attributes. Units as in the recipe.
+            attributes. Numbers are in the units of the recipe. A text such as "757 degC", or a Quantity of pint, may
+            have another unit.
 
         Returns
         -------
@@ -197,13 +203,16 @@ class Recipe:
 
         Raises
         ------
+        ImportError
+            If the value has a unit and pint is missing.
         KeyError
             If the path, or an attribute, does not exist.
         TypeError
             If path is not a text, or value is neither a number nor a text.
         ValueError
-            If the library would misread the value: a text or a fraction where it expects a number or an integer, an
-            unknown keyword, NaN, infinity; if the element has another number of values; if XML can't contain the text.
+            If the unit does not fit; if the library would misread the value: a text or a fraction where it expects a
+            number or an integer, an unknown keyword, NaN, infinity; if the element has another number of values; if XML
+            can't contain the text.
         """
         self[path] = value
         return self
@@ -286,8 +295,9 @@ class Recipe:
         name: str | None = None,
         before: str | None = None,
         values: Mapping[str, object] | None = None,
+        into: str | None = None,
     ) -> str:
-        """Adds a copy of a stage to the group of that stage. The numbers of the following stages increase by one.
+        """Adds a copy of a stage to its group or another one. The numbers of the following stages increase by one.
 
         Parameters
         ----------
@@ -299,6 +309,9 @@ class Recipe:
             Path of the stage to insert it before; None: at the end of the group.
         values : mapping, optional
             Values to change, by paths relative to the stage: {"T": (1020, 1030), "gas_species/Q/TMIn": 0.3}.
+        into : str, optional
+            Group that the copy is added to: "process_stages" or the path of a periodic stage for a simulated stage,
+            "pre_stages" or "post_stages" for a given one. None: the group of the copied stage.
 
         Returns
         -------
@@ -314,9 +327,10 @@ class Recipe:
         TypeError
             If an argument has another type.
         ValueError
-            If before is in another group, or a value is rejected as by set().
+            If before is not in the group that the copy is added to; if into is not a group, or one that can't hold
+            such a stage; or if a value is rejected as by set().
         """
-        self._document, path = _stages.added_stage(self._document, like, name, before, values)
+        self._document, path = _stages.added_stage(self._document, like, name, before, values, into)
         return path
 
     def remove_stage(self, path: str) -> None:

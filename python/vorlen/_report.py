@@ -1,8 +1,9 @@
 """A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
-The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html, page.css
-and report.css; charts.js draws the charts, downloads.js saves tables and charts, report.js has the controls.
-_report_charts.py makes the data of the charts, _report_stack.py the picture of the layers, _report_tables.py the tables.
+The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
+page.css and report.css; charts.js draws the charts, downloads.js saves tables and charts, report.js has the controls.
+_report_charts.py makes the data of the charts, _report_stack.py the pictures of the layers, _report_tables.py the
+tables.
 """
 
 from __future__ import annotations
@@ -19,7 +20,15 @@ import pandas as pd
 from ._files import check_place, replace_file, valid_text
 from ._report_charts import charts
 from ._report_stack import layer_stack
-from ._report_tables import csv_text, interface_groups, interface_table, layer_groups, layer_table, records, shown_places
+from ._report_tables import (
+    csv_text,
+    interface_groups,
+    interface_table,
+    layer_groups,
+    layer_table,
+    records,
+    shown_places,
+)
 from ._run import Run, SimulationError
 from ._source import RecipeSource
 from ._status import read_matching_status
@@ -193,8 +202,8 @@ def _recipe_note(run: Run) -> str:
     if run.recipe_source.content is not None or run.recipe_source.problem:
         return ""
     return (
-        "The recipe is unknown, so flows, pressure, V/III and temperature are not shown, and the recipe was not checked. "
-        "Name it with --recipe, in Python with vorlen.read(path, recipe=...)."
+        "The recipe is unknown, so flows, pressure, V/III and temperature are not shown, and the recipe was not "
+        "checked. Name it with --recipe, in Python with vorlen.read(path, recipe=...)."
     )
 
 

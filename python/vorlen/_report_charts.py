@@ -99,7 +99,8 @@ def _panels(rows: pd.DataFrame, recipe: RecipeCurves | None) -> list[dict[str, A
         values = rows[column]
         if (values.abs() > SEEN).any():
             more = {"hidden": True} if symbol == "Ga" else {"zero": True}
-            panels.append(_panel(NAMES[symbol], NAMES[symbol], "", [_curve(values, NAMES[symbol], COLOURS[symbol])], **more))
+            name = NAMES[symbol]
+            panels.append(_panel(name, name, "", [_curve(values, name, COLOURS[symbol])], **more))
     rate = _curve(rows["rate"].where(rows["active"]), "growth rate", "ink")
     panels.append(_panel("rate", "growth rate", "nm/s", [rate], units=RATE_UNITS))
     if recipe is not None:
@@ -175,8 +176,9 @@ def _stages(tables: DrawnTables, found: Structure, whole: dict[str, Any]) -> lis
         low = high = 0.0
         if number in heights.index:
             low, high = float(heights["begin"][number]), float(heights["end"][number])
+        rank = ranks[found.roles.get(number, "layer")]
         stages.append(
-            {"number": int(number), "name": " ".join(str(name).split()), "rank": ranks[found.roles.get(number, "layer")]}
+            {"number": int(number), "name": " ".join(str(name).split()), "rank": rank}
             | {"time": _values([begin, min(end, last)]), "height": _values([min(low, high), max(low, high)])}
         )
     return stages

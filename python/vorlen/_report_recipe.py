@@ -26,7 +26,7 @@ class RecipeCurves(NamedTuple):
 
 
 def recipe_curves(timeline: pd.DataFrame | None, last: float) -> RecipeCurves | None:
-    """The curves of a recipe up to the time of the last row, s; None if the recipe is unknown or no stage was reached."""
+    """The curves of a recipe up to the time of the last row [s]; None if it is unknown or no stage was reached."""
     if timeline is None:
         return None
     stages = timeline[(timeline["kind"] == "active") & (timeline["begin"] < last) & (timeline["duration"] > 0)]

@@ -89,7 +89,8 @@ def _items(layers: pd.DataFrame, found: Structure, low: float, high: float) -> t
     if not inside:
         return [], []
     first, last = inside[0], inside[-1]
-    whole = [place for place in range(first, last + 1) if shown[place] > thickness[place] - 1e-6 or thickness[place] <= 0]
+    is_whole = (shown > thickness - 1e-6) | (thickness <= 0)
+    whole = [place for place in range(first, last + 1) if is_whole[place]]
     begin, end = (whole[0], whole[-1] + 1) if whole else (first, first)
     places = [(place, 1) for place in range(first, begin)]
     for group in groups_of(layers.iloc[begin:end]):
@@ -110,7 +111,11 @@ def _items(layers: pd.DataFrame, found: Structure, low: float, high: float) -> t
                 Item(number, name, float(thickness[place]), float(min(shown[place], thickness[place])),
                      colour(fractions[place]), what, RANKS[found.roles.get(number, "layer")])
             )
-    return items, [Bracket(positions[a], positions[b], text) for a, b, text in brackets if a in positions and b in positions]
+    return items, [
+        Bracket(positions[low], positions[high], text)
+        for low, high, text in brackets
+        if low in positions and high in positions
+    ]
 
 
 def _marked(items: list[Item], region: Region | None) -> str:
@@ -127,12 +132,13 @@ def _picture(title: str, items: list[Item], brackets: list[Bracket], total: floa
     words = ", ".join(f"{item.name} {item.thickness:.4g} nm" for item in items[:40])
     more = f" and {len(items) - 40} more" if len(items) > 40 else ""
     repeated = "; ".join(
-        f"{items[each.first].name} to {items[each.last].name} {each.text.replace(chr(215), 'times')}" for each in brackets[:5]
+        f"{items[each.first].name} to {items[each.last].name} {each.text.replace(chr(215), 'times')}"
+        for each in brackets[:5]
     )
     repeated = f" Repeated: {repeated}." if repeated else ""
     return (
-        f'<svg class="stack-{key}" viewBox="0 0 {WIDTH} {HEIGHT + TOP + 14}" role="img" aria-labelledby="stack-{key}-title '
-        f'stack-{key}-text"><title id="stack-{key}-title">To scale: {title}</title>'
+        f'<svg class="stack-{key}" viewBox="0 0 {WIDTH} {HEIGHT + TOP + 14}" role="img" '
+        f'aria-labelledby="stack-{key}-title stack-{key}-text"><title id="stack-{key}-title">To scale: {title}</title>'
         f'<desc id="stack-{key}-text">From the bottom up: {escape(words)}{more}.{escape(repeated)}</desc>'
         f'<text x="{LEFT}" y="20" class="stack-head">{title[0].upper()}{title[1:]}, {total:.4g} nm</text>'
         f"{_bar(items, brackets)}{mark}</svg>"
@@ -154,8 +160,8 @@ def _bar(items: list[Item], brackets: list[Bracket]) -> str:
         # A little higher than the layer, so that no line of the ground shows between two layers. Wells are always seen.
         least = 2.0 if item.rank == 0 else 1.0
         parts.append(
-            f'<rect x="{LEFT}" y="{high:.2f}" width="{BAR}" height="{max(low - high, least) + 0.2:.2f}" fill="{item.colour}">'
-            f"<title>{escape(tooltip)}</title></rect>"
+            f'<rect x="{LEFT}" y="{high:.2f}" width="{BAR}" height="{max(low - high, least) + 0.2:.2f}" '
+            f'fill="{item.colour}"><title>{escape(tooltip)}</title></rect>'
         )
     for lower, upper, y in zip(np.diff(-edges), np.diff(-edges)[1:], edges[1:]):
         if min(lower, upper) > LINE_MIN:

@@ -46,7 +46,8 @@ def interface_groups(interfaces: pd.DataFrame) -> list[Group]:
         return _single(len(interfaces))
     names = (interfaces["below"].astype(str) + "\n" + interfaces["above"].astype(str) + "\n" + interfaces["metal"])
     _, codes = np.unique(names.to_numpy(str), return_inverse=True)
-    return repeats(codes, np.nan_to_num(interfaces["width"].to_numpy(float)), interfaces[["x_below", "x_above"]].to_numpy(float))
+    widths = np.nan_to_num(interfaces["width"].to_numpy(float))
+    return repeats(codes, widths, interfaces[["x_below", "x_above"]].to_numpy(float))
 
 
 def _single(count: int) -> list[Group]:
@@ -66,7 +67,8 @@ def records(table: pd.DataFrame, groups: Sequence[Group], what: str) -> list[dic
         if group.periods > 1:
             last = group.first + group.size * group.periods
             first_number, last_number = table.index[group.first], table.index[last - 1]
-            note = f"{what} {first_number} to {last_number}: {group.periods} periods of {group.size}, of which the first is shown"
+            numbers = f"{what} {first_number} to {last_number}"
+            note = f"{numbers}: {group.periods} periods of {group.size}, of which the first is shown"
             found.append({"note": note})
         found += rows.iloc[group.first : group.first + group.size].to_dict("records")
     return found

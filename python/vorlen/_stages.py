@@ -27,6 +27,7 @@ GROUPS = {
     if known.kind == "stages" and path.count("/") == 1
 }
 PROCESS = "process_stages"
+GIVEN = ("pre_stages", "post_stages")  # groups of layers that are not simulated
 STAGE = "process_stages/stage_#"
 # columns of the timeline: paths of their values in a stage
 RAMPS = {"T": "T", "P": "P"} | {
@@ -41,7 +42,7 @@ UNITS = {"begin": "s", "end": "s", "duration": "s"} | {
 def stages(document: Document, group: str) -> list[str]:
     """Paths of the stages of a group in order, up to the number that the group states."""
     group = _group(document, group)
-    prefix, count = _prefix(group), _count(document, group)
+    prefix, count = _prefix(group), count_of_stages(document, group)
     tags = {child.tag: _number(child.tag, prefix) for child in document.element(group).children}
     found = {number: tag for tag, number in tags.items() if number is not None and 1 <= number <= count}
     return [f"{group}/{found[number]}" for number in sorted(found)]
@@ -52,32 +53,36 @@ def is_periodic(document: Document, path: str) -> bool:
 
 
 def added_stage(
-    document: Document, like: str, name: str | None, before: str | None, values: Mapping[str, object] | None
+    document: Document,
+    like: str,
+    name: str | None,
+    before: str | None,
+    values: Mapping[str, object] | None,
+    into: str | None,
 ) -> tuple[Document, str]:
     """The document with a copy of a stage, and the path of the copy. See Recipe.add_stage."""
     if values is not None and not isinstance(values, Mapping):
         raise TypeError(f"values must be a mapping of paths to values, got {type(values).__name__}")
     if name is not None and not isinstance(name, str):
         raise TypeError(f"name must be a text, got {type(name).__name__}")
-    group, _ = _split_stage(document, like)
-    count, prefix = _count(document, group), _prefix(group)
-    number = count + 1
+    source, _ = _split_stage(document, like)
+    group = source if into is None else _group(document, into)
+    if (source in GIVEN) != (group in GIVEN):
+        raise ValueError(f"{like} can't be copied to {group}: one is simulated and the other is given")
+    if group not in GROUPS and is_periodic(document, like):
+        raise ValueError(f"{like} can't be copied to {group}: a periodic stage can't contain another periodic stage")
+    number = count_of_stages(document, group) + 1
     if before is not None:
         before_group, number = _split_stage(document, before)
         if before_group != group:
             raise ValueError(f"{before} is not in {group}")
-    text = _xml_bytes.renamed_stage(document.content, document.element(like), f"{prefix}{number}")
-    document = _renumbered(document, group, number, +1)
-    next_stage = document.element(group).child(f"{prefix}{number + 1}")
-    if next_stage is not None:
-        place = next_stage.begin
-        text += _xml_bytes.space_before(document.content, place)
-    else:
-        last = document.element(f"{group}/{prefix}{number - 1}")
-        place = last.end
-        text = _xml_bytes.space_before(document.content, last.begin) + text
-    document = _with_count(document.edited([(place, place, text)]), group, count + 1)
-    path = f"{group}/{prefix}{number}"
+    element, tag = document.element(like), tag_of_stage(group, number)
+    text = _xml_bytes.renamed_stage(document.content, element, tag)
+    if group != source:
+        old = _xml_bytes.line_start(document.content, element.begin)
+        text = _with_indentation(text, old, line_start_of_stages(document, group))
+    document = inserted(document, group, number, text)
+    path = f"{group}/{tag}"
     if name is not None:
         document = with_value(document, f"{path}/name", name)
     for key, value in (values or {}).items():
@@ -85,11 +90,51 @@ def added_stage(
     return document, path
 
 
+def _with_indentation(text: bytes, old: bytes, new: bytes) -> bytes:
+    """The text of a stage whose lines start with new instead of old. The line ends stay."""
+    return _xml_bytes.reindented(text, old.lstrip(b"\r\n"), new.lstrip(b"\r\n")) if old and new else text
+
+
+def inserted(document: Document, group: str, number: int, text: bytes) -> Document:
+    """The document with the text of a stage in a group, whose following stages are renumbered.
+
+    text  of the stage with that number, indented as line_start_of_stages() says
+    """
+    count = count_of_stages(document, group)
+    document = _renumbered(document, group, number, +1)
+    content, element = document.content, document.element(group)
+    following = element.child(tag_of_stage(group, number + 1))
+    last = element.child(tag_of_stage(group, number - 1))
+    if following is not None:
+        place = following.begin
+        text += _xml_bytes.space_before(content, place)
+    elif last is not None:
+        place = last.end
+        text = _xml_bytes.space_before(content, last.begin) + text
+    else:
+        place = _xml_bytes.end_of_content(content, element)
+        text = line_start_of_stages(document, group) + text
+    return _with_count(document.edited([(place, place, text)]), group, count + 1)
+
+
+def line_start_of_stages(document: Document, group: str) -> bytes:
+    """The line end and the indentation of the stages of a group; empty if they are not on lines of their own."""
+    paths = stages(document, group)
+    if paths:
+        return _xml_bytes.line_start(document.content, document.element(paths[0]).begin)
+    return _xml_bytes.line_start_inside(document.content, document.element(group))
+
+
+def tag_of_stage(group: str, number: int) -> str:
+    """The element name of a stage."""
+    return f"{_prefix(group)}{number}"
+
+
 def without_stage(document: Document, path: str) -> Document:
     """The document without a stage."""
     group, number = _split_stage(document, path)
-    count = _count(document, group)
-    if count == 1 and not group.endswith(("pre_stages", "post_stages")):
+    count = count_of_stages(document, group)
+    if count == 1 and group not in GIVEN:
         raise ValueError(f"{path} is the only stage of {group} and can't be removed")
     _check_single(document, group, number, number)
     element = document.element(path)
@@ -119,7 +164,7 @@ def with_periods(document: Document, first: str, last: str, periods: int) -> tup
             raise ValueError(
                 f"{group}/{child.tag} is between {paths[0]} and {paths[-1]} in the file; move it before or after them"
             )
-    count = _count(document, group)
+    count = count_of_stages(document, group)
     edits = []
     for number, element in enumerate(elements, 1):
         edits += _xml_bytes.tag_edits(element, f"stage_{begin}_{number}")
@@ -204,7 +249,7 @@ def _split_stage(document: Document, path: str) -> tuple[str, int]:
     group = _group(document, group)
     number = _number(tag, _prefix(group))
     document.element(path)
-    if number is None or not 1 <= number <= _count(document, group):
+    if number is None or not 1 <= number <= count_of_stages(document, group):
         raise KeyError(f"{path} is not a stage, or its number exceeds the number of stages that the group states")
     return group, number
 
@@ -239,7 +284,7 @@ def _count_path(group: str) -> str:
     return f"{group}/{GROUPS[group][1] if group in GROUPS else 'n_stages'}"
 
 
-def _count(document: Document, group: str) -> int:
+def count_of_stages(document: Document, group: str) -> int:
     """The number of stages that a group states."""
     path = _count_path(group)
     text = document.attribute(path)

@@ -154,7 +154,10 @@ def repeats(codes: Array, thickness: Array, fractions: Array) -> list[Group]:
             size = reach = 1  # a longer repetition starts within this one
         first = slice(place, place + size)
         periods = 1  # compared with the first one, against a slow drift
-        while periods < reach // size and same(first, slice(place + periods * size, place + (periods + 1) * size)).all():
+        while periods < reach // size:
+            here = place + periods * size
+            if not same(first, slice(here, here + size)).all():
+                break
             periods += 1
         groups.append(Group(place, size, periods))
         place += size * periods
@@ -187,7 +190,8 @@ def _periods(layers: pd.DataFrame) -> Group | None:
         grown = fractions[block][(layers["thickness"].iloc[block] > THINNEST).to_numpy()]
         if group.periods < 3 or layers["kind"].iloc[group.first] != "active" or not len(grown):
             continue
-        if np.ptp(grown, axis=0).max() > SAME and (found is None or group.size * group.periods > found.size * found.periods):
+        is_largest = found is None or group.size * group.periods > found.size * found.periods
+        if is_largest and np.ptp(grown, axis=0).max() > SAME:
             found = group
     return found
 
@@ -196,7 +200,7 @@ def _periods(layers: pd.DataFrame) -> Group | None:
 
 
 def composition(layers: pd.DataFrame) -> Array:
-    """Fractions of In, Ga and Al of each layer without its interfaces, or the mean of the layer if these are unknown."""
+    """Fractions of In, Ga and Al of each layer without its interfaces; the mean of the layer if these are unknown."""
     means = layers[list(METALS)].to_numpy(float)
     middle = [f"{metal}_mid" for metal in METALS]
     if not set(middle) <= set(layers.columns):
@@ -236,8 +240,8 @@ def _ends(layer: Any, x: Fractions, below: Fractions) -> tuple[Fractions, Fracti
     """
     end = np.array([getattr(layer, f"{metal}_end", np.nan) for metal in METALS], float)
     mean = np.array([getattr(layer, metal) for metal in METALS], float)
-    change = np.abs(end - mean).max()
-    if not (layer.thickness > 2 * THINNEST and np.isfinite(end).all() and change > GRADED):  # NaN if the mean is unknown
+    change = np.abs(end - mean).max()  # NaN if one of them is unknown
+    if not (layer.thickness > 2 * THINNEST and change > GRADED):
         return x, x
     start = np.clip(2 * mean - end, 0.0, 1.0)
     if np.abs(start - below).max() < np.abs(end - below).max() / 3:

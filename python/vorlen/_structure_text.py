@@ -112,7 +112,8 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         below = [slab for slab in slabs if slab.top <= low.bottom + 1e-9]
         above = [slab for slab in slabs if slab.bottom >= high.top - 1e-9]
         # A barrier next to the wells is not named again, but a thick layer is.
-        if len(below) > 1 and _is_barrier(below[-1], found) and not (below[-2].kind == "pre" and alike(below[-1], below[-2])):
+        on_base = len(below) > 1 and below[-2].kind == "pre" and alike(below[-1], below[-2])
+        if len(below) > 1 and not on_base and _is_barrier(below[-1], found):
             below = below[:-1]
         if above and _is_barrier(above[0], found):
             above = above[1:]
@@ -142,28 +143,27 @@ def _is_barrier(slab: Slab, found: Structure) -> bool:
 
 
 def _main(slabs: list[Slab]) -> int:
-    """Position of the slab that is named first: the top of a barrier, the uppermost slab below a cap, or the uppermost."""
+    """Position of the slab that is named first: the top of a barrier, the one below a cap, or the uppermost."""
     barrier = transistor_barrier(slabs)
     if barrier:
         return slabs.index(barrier[-1])
     top = len(slabs) - 1
     alloys = [place for place, slab in enumerate(slabs) if slab.kind == "active" and max(slab.x[0], slab.x[2]) > ABSENT]
-    is_cap = alloys and alloys[-1] < top and slabs[alloys[-1]].thickness > sum(slab.thickness for slab in slabs[alloys[-1] + 1 :])
-    return alloys[-1] if is_cap else top
+    if not alloys:
+        return top
+    cap = sum(slab.thickness for slab in slabs[alloys[-1] + 1 :])
+    return alloys[-1] if slabs[alloys[-1]].thickness > cap else top
 
 
 def _wells(found: Structure) -> str:
     wells = found.wells
-    plural = "well" if len(wells) == 1 else "wells"
-    text = f"{len(wells)} {plural} of {_lengths([well.thickness for well in wells])} {_alloy([well.x for well in wells])}"
+    thickness = _lengths([well.thickness for well in wells])
+    text = f"{len(wells)} well{'s' if len(wells) > 1 else ''} of {thickness} {_alloy([well.x for well in wells])}"
     gaps = spacings(wells)
     if gaps:
-        inner = [slab for slab in found.barriers if wells[0].top <= slab.bottom + 1e-9 and slab.top <= wells[-1].bottom + 1e-9]
-        thickest = [
-            max((slab for slab in inner if below.top <= slab.bottom + 1e-9 and slab.top <= above.bottom + 1e-9),
-                key=lambda slab: slab.thickness)
-            for below, above in zip(wells, wells[1:])
-        ]
+        at = {slab.bottom: place for place, slab in enumerate(found.slabs)}
+        between = [found.slabs[at[low.bottom] + 1 : at[high.bottom]] for low, high in zip(wells, wells[1:])]
+        thickest = [max(slabs, key=lambda slab: slab.thickness) for slabs in between]
         return f"{text} in {_lengths(gaps)} {_alloy([slab.x for slab in thickest])}"
     below, above = _sides(found)
     if max(abs(a - b) for a, b in zip(below, above)) > SAME:
@@ -221,9 +221,10 @@ def _items(slabs: list[Slab], downwards: bool) -> list[str]:
     if len(items) <= ITEMS_MAX:
         return [text for text, _ in items]
     # The layer at the bottom, on which all grew, is always named.
-    left = sum(count for _, count in items[ITEMS_MAX - 2 : -1]) if downwards else sum(n for _, n in items[ITEMS_MAX - 1 :])
-    kept = [text for text, _ in items[: ITEMS_MAX - 2 if downwards else ITEMS_MAX - 1]]
-    return [*kept, f"{left} more layers", *([items[-1][0]] if downwards else [])]
+    last = items[-1:] if downwards else []
+    named = ITEMS_MAX - 1 - len(last)
+    left = sum(count for _, count in items[named : len(items) - len(last)])
+    return [*(text for text, _ in items[:named]), f"{left} more layers", *(text for text, _ in last)]
 
 
 def _relaxation(layers: pd.DataFrame) -> str:

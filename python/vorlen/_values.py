@@ -1,6 +1,7 @@
 """Values of a recipe by path: reading one, and the document with another one.
 
-Only the bytes of the value change. A text that already means the same number stays as it is.
+Only the bytes of the value change. A number may have a unit, and is written in that of the element. A text that already
+means the same number stays as it is.
 """
 
 from __future__ import annotations
@@ -11,7 +12,8 @@ from typing import Any
 from . import _xml_bytes
 from ._document import Document, Place, split_path
 from ._elements import Element as Known
-from ._kinds import KNOWN, OPTIONAL, known_element, parse, text_of
+from ._kinds import KNOWN, OPTIONAL, known_element, parse, text_of, unit_of
+from ._quantities import has_unit, number_in
 from ._xml_bytes import Element
 
 Value = float | str | tuple[Any, Any] | dict[str, Any]
@@ -47,6 +49,7 @@ def with_value(document: Document, path: str, value: object) -> Document:
         if name not in present:
             raise KeyError(f"{path} has no {name}; it has {', '.join(present)}")
         known = _known(place, name)
+        new = _without_unit(new, path, known, name)
         text = text_of(new, path, known)
         same = not isinstance(new, str) and parse(present[name], known) == new
         texts[name] = present[name] if same else text
@@ -57,6 +60,13 @@ def _known(place: Place, attribute: str) -> Known | None:
     """The known element at a place if it has that attribute."""
     known = known_element(place.path)
     return known if known is not None and attribute in known.attributes else None
+
+
+def _without_unit(value: object, path: str, known: Known | None, attribute: str) -> object:
+    """A value with a unit as the number in the unit of a known element; any other value as it is."""
+    if known is None or known.kind not in ("real", "range", "arrhenius") or not has_unit(value):
+        return value
+    return number_in(value, path, unit_of(known, attribute))
 
 
 def _changes(place: Place, path: str, value: object) -> dict[str, object]:

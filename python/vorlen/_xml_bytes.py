@@ -17,7 +17,7 @@ _ATTRIBUTE = re.compile(rb"""([^\s=<>/"']+)\s*=\s*("[^"]*"|'[^']*')""")
 _START_TAG = re.compile(rb"""<[^\s/>"']+(?:[^"'>]++|"[^"]*"|'[^']*')*+>""")
 _TAG = rb"""<[^\s!?>"'](?:[^"'>]++|"[^"]*"|'[^']*')*+>"""
 # group 1: text that has to stay as it is; otherwise a comment or a line end
-_INDENTED = re.compile(rb"(" + _TAG + rb"|<!\[CDATA\[.*?\]\]>|<\?.*?\?>)|<!--.*?-->|\n", re.DOTALL)
+_INDENTED = re.compile(rb"(" + _TAG + rb"|<!\[CDATA\[.*?\]\]>|<\?.*?\?>)|<!--.*?-->|\n[ \t]*", re.DOTALL)
 _BLANK_IN_VALUE = re.compile(rb"\r\n|[\r\n\t]")
 _ENCODING = re.compile(rb"""\s*<\?xml[^>]*\sencoding\s*=\s*["']([^"']+)""")
 
@@ -143,7 +143,14 @@ def _attributes_with_line_ends(tag: bytes, encoding: str) -> dict[str, str]:
 
 def indented(content: bytes, step: bytes) -> bytes:
     """XML with one more step of indentation before each line, also in comments but not within tags."""
-    return _INDENTED.sub(lambda match: match[0] if match[1] else match[0].replace(b"\n", b"\n" + step), content)
+    return reindented(content, b"", step)
+
+
+def reindented(content: bytes, old: bytes, new: bytes) -> bytes:
+    """XML with another indentation in each line that begins with the old one, also in comments but not within tags."""
+    return _INDENTED.sub(
+        lambda match: match[0] if match[1] else match[0].replace(b"\n" + old, b"\n" + new), content
+    )
 
 
 def apply(content: bytes, edits: Iterable[Edit]) -> bytes:
@@ -167,7 +174,7 @@ def attribute_edits(content: bytes, element: Element, texts: Mapping[str, str]) 
         name = match[1].decode("utf-8", "replace")
         if name in texts and texts[name] != element.attributes[name]:
             quote = chr(match[2][0])
-            text = quote + _escape(texts[name], quote) + quote
+            text = quote + escape(texts[name], quote) + quote
             edits.append((match.start(2), match.end(2), text.encode(encoding_of(content), "xmlcharrefreplace")))
     return edits
 
@@ -183,14 +190,13 @@ def added_child_edits(content: bytes, parent: Element, tags: list[str], text: st
 
     The last one has the attribute val. Lines and their indentation follow those of the elements around.
     """
-    outer = _line_start(content, parent.begin)
-    inner = _line_start(content, parent.children[-1].begin) if parent.children else _deeper(outer)
+    outer, inner = line_start(content, parent.begin), line_start_inside(content, parent)
     added = _nested(content, tags, text, inner)
     if parent.end == parent.end_tag:  # <parent/>
         begin = len(content[: parent.tag_end - 2].rstrip())
         return [(begin, parent.tag_end, b">" + added + outer + f"</{parent.tag}>".encode())]
-    blanks = space_before(content, parent.end_tag)
-    place = parent.end_tag - len(blanks)
+    place = end_of_content(content, parent)
+    blanks = content[place : parent.end_tag]
     if b"\n" not in blanks and not parent.children:
         added += outer
     return [(place, place, added)]
@@ -204,7 +210,19 @@ def _nested(content: bytes, tags: list[str], text: str, line: bytes) -> bytes:
     return line + b"<" + tag + b">" + _nested(content, tags[1:], text, _deeper(line)) + line + b"</" + tag + b">"
 
 
-def _line_start(content: bytes, place: int) -> bytes:
+def line_start_inside(content: bytes, parent: Element) -> bytes:
+    """The line end and the indentation before the children of an element."""
+    if parent.children:
+        return line_start(content, parent.children[-1].begin)
+    return _deeper(line_start(content, parent.begin))
+
+
+def end_of_content(content: bytes, element: Element) -> int:
+    """The place after the last child or comment of an element that has an end tag."""
+    return element.end_tag - len(space_before(content, element.end_tag))
+
+
+def line_start(content: bytes, place: int) -> bytes:
     """The line end and the indentation before a place; empty if something else precedes it on the line."""
     match = re.search(rb"\r?\n[ \t]*\Z", space_before(content, place))
     return match[0] if match else b""
@@ -217,10 +235,10 @@ def _deeper(line_start: bytes) -> bytes:
 
 def _attribute(content: bytes, name: str, text: str) -> bytes:
     """An attribute with a blank before it."""
-    return f' {name}="{_escape(text, chr(34))}"'.encode(encoding_of(content), "xmlcharrefreplace")
+    return f' {name}="{escape(text, chr(34))}"'.encode(encoding_of(content), "xmlcharrefreplace")
 
 
-def _escape(text: str, quote: str) -> str:
+def escape(text: str, quote: str) -> str:
     text = text.replace("&", "&amp;").replace("<", "&lt;")
     text = text.replace(quote, "&quot;" if quote == '"' else "&apos;")
     return re.sub(r"[\t\n\r]", lambda match: f"&#{ord(match[0])};", text)

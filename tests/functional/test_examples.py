@@ -9,8 +9,8 @@ from support import (EPS_XX_T, EXAMPLES, RATE, RHO_TD_T, RHO_VD0_T, TIME, X_AL, 
 
 
 class Examples(unittest.TestCase):
-    def test_there_are_seven(self):
-        self.assertEqual(len(EXAMPLES), 7)
+    def test_there_are_twelve(self):
+        self.assertEqual(len(EXAMPLES), 12)
 
     def test_what_is_printed_agrees_with_the_file(self):
         for name in EXAMPLES:

@@ -107,6 +107,12 @@ class Units(Plausibility):
         self.expect("ingan_gan_mqw", "P", 100, "4000000 Pa is 40000 Pa times 100")
         self.expect("gan_thick_ccs", "P_ref", 0.01, "P_ref is 200 Pa")
 
+    def test_rotations(self):
+        with open(os.path.join(SOURCE, "tests", "data", "recipes", "algan_gan_mirror_tdr.xml"), encoding="utf-8") as file:
+            text = file.read()
+        self.assertIn("turns per second is ", self.problems(scaled(text, "omega_TDR", 1 / 60))[0]["text"])
+        self.assertIn("omega_TDR_ref is ", self.problems(scaled(text, "omega_TDR_ref", 1 / 60))[0]["text"])
+
     def test_layers(self):
         self.expect("ingan_gan_mqw", "delta", 1e3, "8 mm is 0.008 m")
         self.expect("ingan_gan_mqw", "delta", 1e2, "0.8 cm is 0.008 m")
@@ -361,6 +367,8 @@ class FalseAlarms(Plausibility):
                 stage("AlN nucleation", 300, 820, P=20000, delta=0.006, TMAl=0.3, NH3=2000, H2=9000),
                 stage("heating", 300, (820, 1350), P=20000, delta=0.006, NH3=6000, H2=9000),
                 stage("GaN", 3600, 1350, P=20000, delta=0.006, TMGa=2, NH3=6000, H2=9000)],
+            "pumped down in a pause": [
+                *WELLS, stage("pump", 60, (1080, 700), P=(40000, 500), delta=0.008, **COLD)],
             "InN": [stage("InN", 3600, 820, P=65000, delta=0.008, TMIn=0.3, NH3=9000, N2=6000)],
             "showerhead with a thick layer": [with_delta(one, 0.012) for one in WELLS],
             "planetary reactor": [

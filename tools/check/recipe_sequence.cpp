@@ -167,9 +167,9 @@ void look_at_names(const Reading& reading, Causes& causes) {
     for (const ReadStage& stage : reading.stages) {
       if (!is_steady(stage) || !with_metals(stage)) continue;
       const std::optional<bool> named = named_with(stage.place.name, metal);
-      const bool flows = is_flowing(stage, metal.species);
-      if (!named || *named == flows) continue;
-      if (odd[flows ? 1 : 0] == nullptr) odd[flows ? 1 : 0] = &stage;
+      const bool has_flow = is_flowing(stage, metal.species);
+      if (!named || *named == has_flow) continue;
+      if (odd[has_flow ? 1 : 0] == nullptr) odd[has_flow ? 1 : 0] = &stage;
     }
     if (odd[0] == nullptr || odd[1] == nullptr) continue;
     const ReadStage& without = *odd[0];
