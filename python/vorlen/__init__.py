@@ -11,11 +11,13 @@ matplotlib, jinja2 and other optional packages are imported when they are first 
 """
 
 from . import _interrupts  # first: a command that is interrupted during the other imports ends without a traceback
+from ._compare import compare
 from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
 from ._plan import PlanError
 from ._plan_file import write_plan
+from ._plot_runs import plot
 from ._recipe import Recipe
 from ._recipe_check import RecipeWarning
 from ._report import report
@@ -40,7 +42,9 @@ __all__ = [
     "SimulationError",
     "Sweep",
     "__version__",
+    "compare",
     "fit",
+    "plot",
     "read",
     "read_sweep",
     "report",

@@ -81,7 +81,7 @@ const Charts = (() => {
 
   function line(curve, colour, unit) {
     return { type: "scatter", mode: "lines", name: curve.name,
-      line: { color: colour(curve.colour), width: 2, dash: dashOf(curve) },
+      line: { color: colour(curve.colour), width: curve.width || 2, dash: dashOf(curve) },
       hovertemplate: "%{y:.4~g}" + (unit ? " " + unit : "") };
   }
 
