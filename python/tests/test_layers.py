@@ -45,6 +45,72 @@ def test_a_layer_in_which_nothing_grew_has_no_mean_composition() -> None:
     assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4 and layers["mean_rate"][1] == 0.0
 
 
+def exponential_layer(duration: float = 20.0) -> str:
+    """20 nm at 1 nm/s in which indium is incorporated with a delay: x = 0.2 (1 - exp(-z / 4 nm))."""
+    heights = np.linspace(0.0, 20.0, 4001)
+    rows = [row(time=z * duration / 20.0, z=z, x_in=0.2 * (1 - np.exp(-z / 4.0))) for z in heights]
+    return result([("a", duration, 20)], rows)
+
+
+def evaporating_layer() -> str:
+    """16 nm with x = 0.1, of which 6 nm evaporate, a pause, and 10 nm with x = 0.3."""
+    points = ((0, 0, 0.1), (4, 16, 0.1), (6, 10, 0.1), (7, 10, 0.3), (10, 20, 0.3))
+    return result([("a", 10, 20)], [row(time=t, z=z, x_in=x) for t, z, x in points])
+
+
+def test_the_middle_half_of_an_exponential_profile() -> None:
+    # The integral of 1 - exp(-z / 4) from 5 to 15 is 10 + 4 (exp(-15 / 4) - exp(-5 / 4)). 4001 rows: 1e-6 of it.
+    expected = 0.2 * (1 + 0.4 * (np.exp(-3.75) - np.exp(-1.25)))
+    layers = layers_of(exponential_layer())
+    assert layers["x_in_mid"][1] == pytest.approx(expected, rel=1e-6)
+    assert layers["x_in"][1] == pytest.approx(0.2 * (1 - 0.2 * (1 - np.exp(-5))), rel=1e-6)
+
+
+def test_the_middle_half_contains_no_interfaces() -> None:
+    # x rises from 0 to 0.2 over the first 5 nm and returns to 0 over the last 5 nm of 20.
+    rows = [row(time=t, z=t, x_in=x, x_ga=1 - x) for t, x in ((0, 0.0), (5, 0.2), (15, 0.2), (20, 0.0))]
+    layers = layers_of(result([("a", 20, 20)], rows))
+    assert layers["x_in"][1] == pytest.approx(0.15, rel=1e-15)
+    assert layers["x_in_mid"][1] == pytest.approx(0.2, rel=1e-15)
+    assert layers["x_ga_mid"][1] == pytest.approx(0.8, rel=1e-15)
+    assert layers["x_al_mid"][1] == 0.0
+
+
+def test_in_the_middle_half_only_what_is_left_counts() -> None:
+    layers = layers_of(evaporating_layer())
+    assert layers["x_in_mid"][1] == pytest.approx(0.2, rel=1e-15)  # 5 nm of each
+    # Over time, the evaporated 6 nm count as well as those that replaced them.
+    assert layers["x_in"][1] == pytest.approx((10 * 0.1 + 10 * 0.3) / 20, rel=1e-15)
+
+
+def test_a_layer_between_rows_has_a_middle_half() -> None:
+    # x = z / 100 and 1 nm/s; from 2 to 6 s the middle half is from 3 to 5 nm.
+    rows = [row(time=t, z=t, x_in=t / 100) for t in (0.0, 10.0)]
+    layers = layers_of(result([("a", 2, 2), ("b", 4, 4), ("c", 4, 4)], rows))
+    assert layers["x_in_mid"].tolist() == pytest.approx([0.01, 0.04, 0.08], rel=1e-14)
+
+
+@pytest.mark.parametrize("duration", [10.0, 11.0])
+def test_a_layer_that_is_lost_again_has_no_middle(duration: float) -> None:
+    rows = [row(time=t, z=z, x_in=0.2) for t, z in ((0, 4), (5, 9), (10, 4), (11, 3))]
+    layers = layers_of(result([("a", duration, 0)], rows))
+    assert np.isnan(layers["x_in_mid"][1]) and np.isnan(layers["x_in"][1])
+
+
+@pytest.mark.parametrize(
+    "text",
+    [exponential_layer(), exponential_layer(7.0), evaporating_layer()],
+    ids=["exponential", "in 7 s", "evaporating"],
+)
+def test_the_tool_computes_the_same_middle(text: str, tmp_path: Path) -> None:
+    (tmp_path / "r.txt").write_text(text)
+    shown = subprocess.run([tool(), "show", "--json", tmp_path / "r.txt"], capture_output=True, text=True, check=True)
+    (theirs,) = json.loads(shown.stdout)["layers"]
+    ours = layers_of(text).loc[1]
+    for metal in ("x_in_mid", "x_ga_mid", "x_al_mid"):
+        assert ours[metal] == pytest.approx(theirs[metal], rel=1e-12), metal
+
+
 @pytest.mark.filterwarnings("error")
 @pytest.mark.parametrize(
     ("middle", "top"),
@@ -62,6 +128,8 @@ def test_a_mean_composition_that_is_not_finite_is_nan_without_a_warning(middle: 
     rows = [row(time=0, z=0, x_in=0.2), row(time=5, z=middle, x_in=0.3), row(time=10, z=top, x_in=0.4)]
     layers = layers_of(result([("pause", 10, 0)], rows))
     assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4
+    # What is left is the lowest part of the first nanometre; half of 5e-324 is 0.
+    assert layers["x_in_mid"][1] == pytest.approx(0.2 if top in (1e-310, 1.0) else np.nan, nan_ok=True)
 
 
 @pytest.mark.filterwarnings("error")
@@ -112,7 +180,7 @@ def test_names_units_and_meanings_of_the_columns_are_those_of_the_manual() -> No
     layers = layers_of(result([("a", 1, 1)], [row(time=0), row(time=1, z=1)]))
     columns = table_of("python.md", "| column of `layers` | unit | meaning |")
     assert [[name, layers.attrs["units"][name], layers.attrs["meanings"][name]] for name in layers] == columns
-    assert len(columns) == 19
+    assert len(columns) == 22
     names = [name for cells in table_of("result-format.md", "| identifier | unit | value |") for name in cells[0].split()]
     assert {name.rstrip(",") for name in names} == set(layers)
 

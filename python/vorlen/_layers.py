@@ -32,6 +32,9 @@ LAYER_COLUMNS = (
     ("x_in", "1", "indium, mean over the thickness"),
     ("x_ga", "1", "gallium, mean over the thickness"),
     ("x_al", "1", "aluminium, mean over the thickness"),
+    ("x_in_mid", "1", "indium, mean over the middle half of the thickness"),
+    ("x_ga_mid", "1", "gallium, mean over the middle half of the thickness"),
+    ("x_al_mid", "1", "aluminium, mean over the middle half of the thickness"),
     ("x_in_end", "1", "indium at the end"),
     ("x_ga_end", "1", "gallium at the end"),
     ("x_al_end", "1", "aluminium at the end"),
@@ -56,30 +59,57 @@ def _kinds(active: Mask, layer_count: int) -> list[str]:
     return ["pre"] * pre + ["active"] * (layer_count - pre - post) + ["post"] * post
 
 
-def _mean_composition(
+def _growth(
     rows: RowFinder, z: Array, x: Sequence[Array], begin: float, end: float
-) -> Array | None:
-    """Mean of x over the height grown between two times.
+) -> tuple[Array, list[Array]] | None:
+    """Height and composition between two times: in the simulated rows there, and at both ends.
 
     rows  finds simulated rows by time
-    z, x  height and the fraction of each metal in these rows
-    The integral of x dz by the trapezoid rule over each pair of consecutive rows, clipped to begin and end, x and z
-    linear in time between rows. None if nothing grew. NaN if the mean is not finite: an infinite height, or almost as
-    much evaporated as grew.
+    z, x  height and the fraction of each metal in these rows; linear in time between rows
+    None if there is nothing between the two times.
     """
     time = rows.values
     begin, end = max(begin, time[0]), min(end, time[-1])
     times = np.concatenate((np.array([begin]), time[rows.between(begin, end)], np.array([end])))
     if times[-1] <= times[0]:
         return None
-    heights = np.interp(times, time, z)
+    with np.errstate(all="ignore"):  # infinity - infinity
+        return np.interp(times, time, z), [np.interp(times, time, column) for column in x]
+
+
+def _mean_composition(heights: Array, x: Sequence[Array]) -> Array | None:
+    """Mean of x over the height grown: the integral of x dz by the trapezoid rule, divided by that height.
+
+    None if nothing grew. NaN if the mean is not finite: an infinite height, or almost as much evaporated as grew.
+    """
     with np.errstate(all="ignore"):  # infinity - infinity, and quotients of tiny numbers
         grown = heights[-1] - heights[0]
         if not grown > 0.0:
             return None
         steps = np.diff(heights)
-        columns = [np.interp(times, time, column) for column in x]
-        means = np.array([np.sum(0.5 * (column[1:] + column[:-1]) * steps) / grown for column in columns])
+        means = np.array([np.sum(0.5 * (column[1:] + column[:-1]) * steps) / grown for column in x])
+    return np.where(np.isfinite(means), means, np.nan)
+
+
+def _middle_composition(heights: Array, x: Sequence[Array]) -> Array | None:
+    """Mean of x over the heights from 1/4 to 3/4 of what has grown, in the film that is there at the end of heights.
+
+    A height belongs to the last step that rises through it, so that what evaporated again does not count.
+    None if nothing grew or the height is infinite; NaN if the mean is not finite.
+    """
+    with np.errstate(all="ignore"):
+        grown = heights[-1] - heights[0]
+        if not 0.0 < grown < np.inf:
+            return None
+        low = heights[0] + 0.25 * grown
+        high = low + 0.5 * grown
+        left = np.fmin.accumulate(heights[::-1])[::-1]  # above it, nothing is left of the steps before
+        bottom, top = np.maximum(heights[:-1], low), np.minimum(left[1:], high)
+        steps = np.flatnonzero(top > bottom)
+        below, above, bottom, top = heights[steps], heights[steps + 1], bottom[steps], top[steps]
+        share = (0.5 * (bottom + top) - below) / (above - below)
+        middles = [column[steps] + share * (column[steps + 1] - column[steps]) for column in x]
+        means = np.array([np.sum(middle * (top - bottom)) / (0.5 * grown) for middle in middles])
     return np.where(np.isfinite(means), means, np.nan)
 
 
@@ -112,23 +142,27 @@ def layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFram
         kind = kinds[index]
         begin, end = clock, clock + duration
         clock = end
-        mean = None
+        mean = middle = None
         if kind == "active":
             slack = TIME_TOLERANCE * abs(end)
             rows = active_rows[simulated.up_to(begin + slack, end + slack)]
             if len(active_rows):
-                mean = _mean_composition(simulated, height, metals, begin, end)
+                grown = _growth(simulated, height, metals, begin, end)
+                if grown is not None:
+                    mean, middle = _mean_composition(*grown), _middle_composition(*grown)
         else:
             first = 2 * index if kind == "pre" else post_begin + 2 * (index - len(kinds) + post_count)
             rows = np.arange(first, min(first + 2, len(profile)))
             if len(rows) == 2:
-                mean = np.array([numbers[name][rows].mean() for name in METALS])
+                mean = middle = np.array([numbers[name][rows].mean() for name in METALS])
         record: dict[str, Any] = dict.fromkeys(names, np.nan)
         record.update(name=name, kind=kind, begin=begin, end=end, duration=duration, thickness=thickness)
         if duration != 0.0:
             record["mean_rate"] = thickness / duration
         if mean is not None:
             record.update(zip(METALS, mean))
+        if middle is not None:
+            record.update((f"{name}_mid", x) for name, x in zip(METALS, middle))
         if len(rows):
             last = rows[-1]
             record.update((f"{column}_end", numbers[column][last]) for column in METALS)

@@ -18,8 +18,8 @@ HALF = 3.21 / 3.22 - 1
 ROWS = [(0, 0, 0.0, 3.2, 0.0), (10, 100, 0.0, 3.2, 0.0),
         (10, 100, 0.0, 3.2, 0.0), (15, 110, 0.1, 3.2, -0.01), (25, 130, 0.3, 3.2, -0.02), (30, 140, 0.3, 3.21, HALF),
         (30, 140, 0.0, 3.2, 0.0), (35, 190, 0.0, 3.2, 0.0)]
-NUMBERS = ["begin", "end", "duration", "thickness", "mean_rate", "x_in", "x_ga", "x_al", "x_in_end", "x_ga_end",
-           "x_al_end", "eps_xx_t", "eps_xx_z", "rho_td_t", "rho_td_z", "v_defects_t", "relaxation"]
+NUMBERS = ["begin", "end", "duration", "thickness", "mean_rate", "x_in", "x_ga", "x_al", "x_in_mid", "x_ga_mid",
+           "x_al_mid", "x_in_end", "x_ga_end", "x_al_end", "eps_xx_t", "eps_xx_z", "rho_td_t", "rho_td_z", "v_defects_t", "relaxation"]
 
 
 def result_text(layers=LAYERS, rows=ROWS, active=range(2, 6)):
@@ -79,13 +79,31 @@ class Show(InAFolder):
         self.assertEqual([layer["kind"] for layer in layers], ["pre", "active", "active", "active"])
         self.assertAlmostEqual(layers[1]["x_in"], 0.05, delta=1e-15)  # of the part that has grown
         for layer in layers[2:]:
-            self.assertEqual([layer[name] for name in NUMBERS[5:]], [None] * 12)
+            self.assertEqual([layer[name] for name in NUMBERS[5:]], [None] * 15)
         self.assertEqual(self.run_tool("show", "r.txt").returncode, 0)
 
     def test_a_pause_has_no_mean_composition(self):
         rows = [*ROWS[:3], (20, 100, 0.5, 3.2, 0.0), *ROWS[5:]]
         layers = self.layers_of(result_text(rows=rows, active=range(2, 5)))
-        self.assertEqual([layers[1][name] for name in ("x_in", "x_ga", "x_al", "x_in_end")], [None, None, None, 0.5])
+        self.assertEqual([layers[1][name] for name in ("x_in", "x_ga", "x_al", "x_in_mid", "x_ga_mid", "x_al_mid",
+                                                       "x_in_end")], [None] * 6 + [0.5])
+
+    def test_the_middle_half_leaves_out_the_interfaces(self):
+        # x rises from 0 to 0.2 over the first 5 nm of 20 and returns to 0 over the last: 0.2 in between.
+        rows = [*ROWS[:2], (10, 100, 0.0, 3.2, 0.0), (12.5, 105, 0.2, 3.2, 0.0), (17.5, 115, 0.2, 3.2, 0.0),
+                (20, 120, 0.0, 3.2, 0.0), *ROWS[5:]]
+        layer = self.layers_of(result_text(rows=rows, active=range(2, 7)))[1]
+        self.assertAlmostEqual(layer["x_in"], 0.15, delta=1e-15)
+        self.assertAlmostEqual(layer["x_in_mid"], 0.2, delta=1e-15)
+        self.assertAlmostEqual(layer["x_ga_mid"], 0.8, delta=1e-15)
+        self.assertEqual(layer["x_al_mid"], 0)
+
+    def test_in_the_middle_half_only_what_is_left_counts(self):
+        # 16 nm with 0.1 grow, 6 nm of them evaporate, and 10 nm with 0.3 grow: half of 5 to 15 nm each.
+        rows = [*ROWS[:2], (10, 100, 0.1, 3.2, 0.0), (14, 116, 0.1, 3.2, 0.0), (16, 110, 0.1, 3.2, 0.0),
+                (17, 110, 0.3, 3.2, 0.0), (20, 120, 0.3, 3.2, 0.0), *ROWS[5:]]
+        layer = self.layers_of(result_text(rows=rows, active=range(2, 8)))[1]
+        self.assertAlmostEqual(layer["x_in_mid"], 0.2, delta=1e-15)
 
     def test_a_row_at_the_end_of_a_layer_belongs_to_it_also_at_0_s(self):
         """Where a tolerance relative to the time is 0."""

@@ -45,24 +45,76 @@ const ResultRow* first_after(const ResultRow* first, const ResultRow* past, doub
   return std::partition_point(first, past, [time](const ResultRow& row) { return row.at(ResultColumn::TIME) <= time; });
 }
 
-// The integral of x dz by the trapezoid rule over the pairs of rows in [first, past), clipped in time to the layer,
-// divided by the height grown.
-std::array<double, 3> mean_composition(const ResultRow* first, const ResultRow* past, double begin, double end) {
-  std::array<double, 3> integral{};
-  double grown = 0.0;
+struct HeightPoint {
+  double z = 0.0;
+  std::array<double, 3> x{};
+};
+
+// What grew between two consecutive rows, or the part of it that belongs to the layer; x and z are linear in time.
+struct GrowthStep {
+  HeightPoint from;
+  HeightPoint to;
+};
+
+// The steps between the rows in [first, past), clipped in time to the layer.
+std::vector<GrowthStep> growth_steps(const ResultRow* first, const ResultRow* past, double begin, double end) {
+  std::vector<GrowthStep> steps;
   for (const ResultRow* b = first == past ? past : first + 1; b < past; ++b) {
     const ResultRow* a = b - 1;
     const double from = std::max(begin, a->at(ResultColumn::TIME));
     const double to = std::min(end, b->at(ResultColumn::TIME));
     if (!(to > from)) continue;
-    const double step = at_time(*a, *b, ResultColumn::Z, to) - at_time(*a, *b, ResultColumn::Z, from);
-    grown += step;
+    const auto point_at = [a, b](double time) {
+      HeightPoint point;
+      point.z = at_time(*a, *b, ResultColumn::Z, time);
+      for (std::size_t metal = 0; metal < METALS.size(); ++metal) point.x[metal] = at_time(*a, *b, METALS[metal], time);
+      return point;
+    };
+    steps.push_back({point_at(from), point_at(to)});
+  }
+  return steps;
+}
+
+// The integral of x dz by the trapezoid rule over the steps, divided by the height grown.
+std::array<double, 3> mean_composition(const std::vector<GrowthStep>& steps) {
+  std::array<double, 3> integral{};
+  double grown = 0.0;
+  for (const GrowthStep& step : steps) {
+    const double height = step.to.z - step.from.z;
+    grown += height;
     for (std::size_t metal = 0; metal < METALS.size(); ++metal) {
-      integral[metal] += 0.5 * (at_time(*a, *b, METALS[metal], from) + at_time(*a, *b, METALS[metal], to)) * step;
+      integral[metal] += 0.5 * (step.from.x[metal] + step.to.x[metal]) * height;
     }
   }
   if (!(grown > 0.0)) return {UNDEFINED, UNDEFINED, UNDEFINED};
   for (double& x : integral) x /= grown;
+  return integral;
+}
+
+// The mean of x over the heights from 1/4 to 3/4 of what the steps have grown, in the film that is there after the last
+// of them: a height belongs to the last step that rises through it, so that what evaporated again does not count.
+std::array<double, 3> middle_composition(const std::vector<GrowthStep>& steps) {
+  constexpr std::array<double, 3> NONE = {UNDEFINED, UNDEFINED, UNDEFINED};
+  if (steps.empty()) return NONE;
+  const double grown = steps.back().to.z - steps.front().from.z;
+  if (!(grown > 0.0) || std::isinf(grown)) return NONE;
+  const double low = steps.front().from.z + 0.25 * grown;
+  const double high = low + 0.5 * grown;
+  std::array<double, 3> integral{};
+  double uncovered = steps.back().to.z;  // the lowest height of the steps that were looked at: above it nothing is left
+  for (auto step = steps.rbegin(); step != steps.rend() && uncovered > low; ++step) {
+    if (!(step->from.z < uncovered)) continue;
+    const double bottom = std::max(step->from.z, low);
+    const double top = std::min(uncovered, high);
+    uncovered = step->from.z;
+    if (!(top > bottom)) continue;
+    const double share = (0.5 * (bottom + top) - step->from.z) / (step->to.z - step->from.z);
+    for (std::size_t metal = 0; metal < METALS.size(); ++metal) {
+      const double middle = step->from.x[metal] + share * (step->to.x[metal] - step->from.x[metal]);
+      integral[metal] += middle * (top - bottom);
+    }
+  }
+  for (double& x : integral) x /= 0.5 * grown;
   return integral;
 }
 
@@ -124,7 +176,9 @@ std::vector<LayerValues> layer_values(const ResultFile& result) {
       const bool has_end = past_end > active_begin && past_end[-1].at(ResultColumn::TIME) > layer.begin + slack;
       if (has_end) end_row = past_end - 1;
     }
-    layer.x = mean_composition(first, past, layer.begin, layer.end);
+    const std::vector<GrowthStep> steps = growth_steps(first, past, layer.begin, layer.end);
+    layer.x = mean_composition(steps);
+    layer.x_mid = middle_composition(steps);
     set_end_values(layer, end_row, a_sub);
     values.push_back(layer);
   }

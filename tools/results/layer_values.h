@@ -19,7 +19,8 @@ struct LayerValues {
   double thickness = 0.0;         // nm
   double mean_rate = 0.0;         // nm/s
   std::array<double, 3> x{};      // mean fractions of In, Ga, Al over the height grown
-  std::array<double, 3> x_end{};  // the same at the end of the layer, as all that follows
+  std::array<double, 3> x_mid{};  // the same over the middle half of that height, without the interfaces
+  std::array<double, 3> x_end{};  // at the end of the layer, as all that follows
   double eps_xx_t = 0.0;          // in-plane strain as it grew
   double eps_xx_z = 0.0;          // in-plane strain in the finished structure
   double rho_td_t = 0.0;          // threading dislocations as it grew, cm^-2
