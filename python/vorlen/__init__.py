@@ -11,6 +11,7 @@ matplotlib, jinja2 and other optional packages are imported when they are first 
 """
 
 from ._files import BusyError
+from ._design import Design, design
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
 from ._plan import PlanError
@@ -27,6 +28,7 @@ from ._xml_bytes import RecipeError
 
 __all__ = [
     "BusyError",
+    "Design",
     "Fit",
     "LibraryNotFoundError",
     "PlanError",
@@ -37,6 +39,7 @@ __all__ = [
     "SimulationError",
     "Sweep",
     "__version__",
+    "design",
     "fit",
     "read",
     "read_sweep",
