@@ -33,7 +33,8 @@ struct PythonCommand {
   const char* example;
 };
 
-constexpr std::array<PythonCommand, 2> COMMANDS = {{
+constexpr std::array<PythonCommand, 3> COMMANDS = {{
+    {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml"},
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
     {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
 }};

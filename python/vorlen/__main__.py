@@ -6,15 +6,17 @@ import argparse
 import sys
 
 from . import __version__
+from ._design_command import add_command as add_design
 from ._report_command import add_command as add_report
 from ._sweep_command import add_command as add_sweep
 
 
 def main(arguments: list[str] | None = None) -> int:
     """Runs a subcommand and returns its exit status: 0; 1 for a failure, described on stderr; 2 for a usage error."""
-    parser = argparse.ArgumentParser(prog="vorlen", description="Writes reports of results and sweeps recipes.")
+    parser = argparse.ArgumentParser(prog="vorlen", description="Writes reports of results, designs and sweeps recipes.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
+    add_design(commands)
     add_report(commands)
     add_sweep(commands)
     options = parser.parse_args(arguments)
