@@ -1,5 +1,5 @@
 #!/bin/bash
-# Builds the library and its command-line tool, runs a recipe, shows the layers and writes a report: ./run.sh [RECIPE]
+# Builds everything that is installed, runs a recipe, shows the layers and writes a report: ./run.sh [RECIPE]
 # The default recipe is the multiple quantum well in examples/. Works from any folder.
 set -euo pipefail
 
@@ -17,9 +17,7 @@ say() { echo "== $*"; }
 
 # Runs a command and shows its output only if it fails.
 quietly() {
-  local log="$build/run.log"
-  if ! "$@" >"$log" 2>&1; then
-    cat "$log" >&2
+  if ! "$root/scripts/with_progress.sh" "$build/run.log" "$@"; then
     echo "run.sh: command failed: $*" >&2
     exit 1
   fi
@@ -28,16 +26,34 @@ quietly() {
 say "Looking for compiler, libraries and Python"
 "$root/scripts/setup.sh" run
 mkdir -p "$build"
+if [ -n "$(find "$build" ! -writable -print -quit)" ]; then
+  echo "run.sh: files in $build belong to another user. To build again, type:
+  sudo rm -r ${build@Q}" >&2
+  exit 1
+fi
 
-say "Building the library and the tool in build/run"
+say "Building the library, the tool and the Python package in build/run: a few minutes the first time"
 (cd "$root" && quietly cmake --preset release --compile-no-warning-as-error -B "$build" -DVORLEN_TESTS=OFF)
-quietly cmake --build "$build" --target vorlen
+NINJA_STATUS="%f of %t steps: " quietly cmake --build "$build"
 
 say "Running $recipe"
 name=$(basename "$recipe" .xml)
-"$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt"
+page="$build/$name.html"
+failed=0
+"$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt" || failed=$?
+if [ $failed -eq 0 ]; then
+  say "Writing the report (HTML)"
+  "$build/tools/vorlen" report "$build/$name.result.txt" --recipe "$recipe" -o "$page" || failed=$?
+fi
 
-say "Writing the report (HTML)"
-python=$("$root/scripts/interpreter.sh" numpy pandas jinja2)
-VORLEN="$build/tools/vorlen" VORLEN_LIBRARY="$build/src/api/libVorlenSolver.so" PYTHONPATH="$root/python" \
-  "$python" -m vorlen report "$build/$name.result.txt" --recipe "$recipe" -o "$build/$name.html"
+say "Done"
+cat <<TEXT
+The tool is $build/tools/vorlen
+To call it as vorlen in this terminal, type:
+  export PATH=${build@Q}/tools:"\$PATH"
+TEXT
+if [ $failed -ne 0 ]; then
+  echo "The recipe has failed, see above; the build has not." >&2
+  exit $failed
+fi
+echo "To see the report, open $page in a browser."

@@ -8,5 +8,5 @@ for candidate in python3 /usr/bin/python3; do
     exit 0
   fi
 done
-echo "no Python with the modules $* found; install them with scripts/setup.sh run (for ./run.sh) or scripts/setup.sh test" >&2
+echo "no Python with the modules $* found; install them with scripts/setup.sh test" >&2
 exit 1

@@ -12,7 +12,9 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # reports: pages, and the library that draws their charts
   python3-jinja2 python3-plotly esbuild
   # recipes: units
-  python3-pint)
+  python3-pint
+  # designs: solvers, files of targets
+  python3-scipy python3-yaml)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
@@ -23,7 +25,7 @@ TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   python3-venv python3-setuptools
   python3-wheel python3-selenium chromium chromium-driver
   # sweeps, fits, notebooks
-  python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat python3-scipy
+  python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat
   python3-tqdm munge procps openmpi-bin slurm-wlm
   # the manual
   mkdocs mkdocs-material libjs-katex fonts-katex)
@@ -42,6 +44,7 @@ rise_to_root() {
     as_root=()
   elif command -v sudo >/dev/null; then
     as_root=(sudo)
+    sudo true || die "sudo failed"  # asks for the password now, not while progress is shown
   else
     die "this needs root, and sudo is not installed. As root, run:
   $*"
@@ -69,15 +72,13 @@ for package in "${packages[@]}"; do
 done
 if [ ${#missing[@]} -gt 0 ]; then
   rise_to_root "apt-get update && apt-get install -y --no-install-recommends ${missing[*]}"
-  echo "setup: installing ${missing[*]}"
+  echo "setup: installing ${#missing[@]} packages and what they need: ${missing[*]}"
   log=$(mktemp)
   trap 'rm -f "$log"' EXIT
   for action in "update" "install -y --no-install-recommends ${missing[*]}"; do
     # shellcheck disable=SC2086  # the action is a list of words
-    if ! "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $action >"$log" 2>&1; then
-      cat "$log" >&2
-      die "apt-get ${action%% *} failed"
-    fi
+    "$(dirname "${BASH_SOURCE[0]}")/with_progress.sh" "$log" \
+      "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get $action || die "apt-get ${action%% *} failed"
   done
 fi
 

@@ -31,18 +31,20 @@ struct PythonCommand {
   const char* name;
   const char* description;
   const char* example;
+  const char* module;  // that it needs in addition to MODULES, may be null; its Debian package is python3-MODULE
 };
 
 constexpr std::array<PythonCommand, 3> COMMANDS = {{
-    {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml"},
-    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt"},
-    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4"},
+    {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml",
+     "scipy"},
+    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
+    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4", nullptr},
 }};
 
 // Exits with 0 if the interpreter finds all modules given as arguments.
 constexpr const char* PROBE =
     "import sys, importlib.util as u; sys.exit(any(u.find_spec(m) is None for m in sys.argv[1:]))";
-constexpr std::array<const char*, 4> MODULES = {"numpy", "pandas", "lxml", "vorlen"};
+constexpr std::array<const char*, 3> MODULES = {"vorlen", "numpy", "pandas"};
 
 // The source tree from which the tool was built; empty if the tool is not in a build folder.
 fs::path source_tree(const fs::path& tool) {
@@ -80,9 +82,10 @@ std::vector<char*> pointers_to(std::vector<std::string>& words) {
   return pointers;
 }
 
-bool fits(const std::string& interpreter) {
+bool fits(const std::string& interpreter, const PythonCommand& command) {
   std::vector<std::string> words = {interpreter, "-c", PROBE};
   words.insert(words.end(), MODULES.begin(), MODULES.end());
+  if (command.module != nullptr) words.emplace_back(command.module);
   std::vector<char*> arguments = pointers_to(words);
 
   posix_spawn_file_actions_t actions;
@@ -99,6 +102,13 @@ bool fits(const std::string& interpreter) {
   return WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
 }
 
+const PythonCommand* command_called(const std::string& word) {
+  for (const PythonCommand& command : COMMANDS) {
+    if (word == command.name) return &command;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 void add_python_commands(CLI::App& app) {
@@ -111,29 +121,31 @@ void add_python_commands(CLI::App& app) {
   }
 }
 
-bool is_python_command(const std::string& word) {
-  for (const PythonCommand& command : COMMANDS) {
-    if (word == command.name) return true;
-  }
-  return false;
-}
+bool is_python_command(const std::string& word) { return command_called(word) != nullptr; }
 
 int forward_to_python(char** arguments) {
   set_environment();
+  const PythonCommand& command = *command_called(arguments[0]);
   std::vector<std::string> interpreters = {"python3", "/usr/bin/python3"};
   const char* chosen = std::getenv("VORLEN_PYTHON");
   if (chosen != nullptr && *chosen != '\0') interpreters.insert(interpreters.begin(), chosen);
   std::string tried;
   for (std::string& interpreter : interpreters) {
     tried += (tried.empty() ? "" : ", ") + interpreter;
-    if (!fits(interpreter)) continue;
+    if (!fits(interpreter, command)) continue;
     std::vector<std::string> words = {interpreter, "-m", "vorlen"};
     for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
     execvp(interpreter.c_str(), pointers_to(words).data());
     return fail(interpreter + ": " + std::strerror(errno));
   }
+  std::string names = "numpy, pandas";
+  std::string packages = "python3-numpy, python3-pandas";
+  if (command.module != nullptr) {
+    names += std::string(", ") + command.module;
+    packages += std::string(", python3-") + command.module;
+  }
   return fail(
-      "this command needs Python 3 with numpy, pandas, lxml and the package vorlen (Debian packages:\n"
-      "python3-numpy, python3-pandas, python3-lxml). Tried without success: " +
-      tried + ".\nSet the environment variable VORLEN_PYTHON to another interpreter");
+      fmt::format("this command needs Python 3 with {} and the package vorlen (Debian packages:\n{}). "
+                  "Tried without success: {}.\nSet the environment variable VORLEN_PYTHON to another interpreter",
+                  names, packages, tried));
 }

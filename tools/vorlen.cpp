@@ -4,6 +4,7 @@
 
 #include <clocale>
 #include <csignal>
+#include <cstring>
 #include <iostream>
 #include <new>
 #include <string>
@@ -15,6 +16,12 @@
 #include "terminal/output.h"
 
 namespace {
+
+// CLI11's message, with suggestions after its text.
+std::string usage_message(const CLI::App* app, const CLI::Error& error) {
+  std::string message = CLI::FailureMessage::simple(app, error);
+  return message.insert(std::strlen(error.what()) + 1, suggestions(*app));
+}
 
 // A file that the tool opens must not get the number of a stream that the caller has closed: messages would be written
 // to it. Here such a stream can neither be read nor written.
@@ -37,6 +44,7 @@ int main(int argc, char** argv) {
   app.footer(
       "vorlen COMMAND --help describes a command, the manual page vorlen(1) describes them all.\n\n"
       "Example:\n  vorlen new algan_gan_hemt && vorlen run algan_gan_hemt.xml");
+  app.failure_message(usage_message);
   add_check_command(app, status);
   add_timeline_command(app, status);
   add_run_command(app, status);
@@ -54,7 +62,9 @@ int main(int argc, char** argv) {
 
   const auto named = app.get_subcommands([&first](const CLI::App* command) { return command->get_name() == first; });
   if (argc > 1 && !first.starts_with('-') && named.empty()) {
-    return fail("not a command: " + first + " (vorlen --help lists the commands)", EXIT_USAGE);
+    const std::string meant = nearest_command(app, first);
+    const std::string help = meant.empty() ? " (vorlen --help lists the commands)" : "; did you mean " + meant + "?";
+    return fail("not a command: " + first + help, EXIT_USAGE);
   }
 
   reserve_standard_streams();

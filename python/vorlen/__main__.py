@@ -2,10 +2,10 @@
 
 from __future__ import annotations
 
-import argparse
 import sys
 
 from . import __version__
+from ._command_line import Parser
 from ._design_command import add_command as add_design
 from ._report_command import add_command as add_report
 from ._sweep_command import add_command as add_sweep
@@ -13,7 +13,7 @@ from ._sweep_command import add_command as add_sweep
 
 def main(arguments: list[str] | None = None) -> int:
     """Runs a subcommand and returns its exit status: 0; 1 for a failure, described on stderr; 2 for a usage error."""
-    parser = argparse.ArgumentParser(prog="vorlen", description="Writes reports of results, designs and sweeps recipes.")
+    parser = Parser(prog="vorlen", description="Writes reports of results, designs recipes and sweeps them.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     add_design(commands)

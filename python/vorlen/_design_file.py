@@ -12,8 +12,14 @@ _UNIT_AFTER_BRACKET = re.compile(r"\[([^\][,]+),([^\][,]+)\]\s*([A-Za-z%\u00b0][
 
 
 def read_targets_file(path: PathLike) -> Any:
-    """The content of a file of targets. Raises OSError, or ValueError with the place of a mistake."""
-    import yaml
+    """The content of a file of targets.
+
+    Raises ImportError without PyYAML, OSError if the file can't be read, ValueError with the place of a mistake.
+    """
+    try:
+        import yaml
+    except ImportError as error:
+        raise ImportError("files of targets need PyYAML: install python3-yaml (Debian) or pyyaml (pip)") from error
 
     place = as_path(path, "targets")
     try:

@@ -195,7 +195,7 @@ CALLS = {
     "options": [
         Call([], 2, "A subcommand is required\n" + TRY_HELP),
         Call("walk", 2, "not a command: walk (vorlen --help lists the commands)"),
-        Call("Run recipe.xml", 2, "not a command: Run (vorlen --help lists the commands)"),
+        Call("Run recipe.xml", 2, "not a command: Run; did you mean run?"),
         Call([""], 2, "not a command:  (vorlen --help lists the commands)"),
         Call("recipe.xml", 2, "not a command: recipe.xml (vorlen --help lists the commands)"),
         Call("--force run recipe.xml", 2, ("--force",)),
@@ -237,7 +237,7 @@ CALLS = {
         Call("new diamond", 2, ("KIND: diamond not in {algan_gan_hemt,",)),
         Call("timeline recipe.xml other.xml", 2, "The following argument was not expected: other.xml\n" + TRY_HELP),
         Call(["explain", ""], 2, "no text to explain"),
-        Call("explain a b", 2, "The following argument was not expected: b\n" + TRY_HELP),
+        Call("explain step siz", 1, "no known message matches. The most similar are:", output="Step"),
     ],
     "standard streams": [
         Call("run recipe.xml -o new.txt", 1, "standard output can't be written", shell=">&-", new=WRITTEN),

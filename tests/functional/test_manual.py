@@ -23,7 +23,7 @@ DOCS = pathlib.Path(SOURCE, "docs")
 PAGES = sorted(DOCS.glob("*.md"))
 # Commands in blocks `sh`, which are not run here.
 NOT_RUN = {
-    "./run.sh": "sets up the machine and builds; tried on a clone",
+    "./run.sh": "tests/package/test_run_script.py runs it",
     "gnuplot": "a program of the reader's",
     "c++": "needs an installation; tests/package builds such a program",
 }

@@ -6,7 +6,7 @@ import shutil
 import subprocess
 import unittest
 
-from support import LIBRARY, SOURCE, VORLEN, InAFolder, example
+from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, example
 
 BUILD = os.path.dirname(VORLEN)
 COMPLETION = os.path.join(SOURCE, "tools", "help", "vorlen.bash-completion")
@@ -95,7 +95,7 @@ class Help(InAFolder):
     def test_each_help_has_an_example(self):
         self.assertIn("run", self.commands())
         for command in ["", *self.commands()]:
-            if command in ("report", "sweep"):
+            if command in ("design", "report", "sweep"):
                 continue  # Python's own
             with self.subTest(command):
                 text = self.run_tool(*command.split(), "--help").stdout
@@ -104,11 +104,12 @@ class Help(InAFolder):
     def test_the_manual_page_describes_each_command_and_option(self):
         with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
             page = file.read().replace("\\-", "-")
-        self.assertLess({"run", "show", "diff", "new", "explain", "report", "sweep"}, set(self.commands()) | {""})
+        commands = {"run", "show", "diff", "new", "explain", "design", "report", "sweep"}
+        self.assertLess(commands, set(self.commands()) | {""})
         for command in self.commands():
             with self.subTest(command):
                 (section,) = re.findall(rf"^\.SS vorlen {command}\b(.*?)(?=^\.S[SH] )", page, re.MULTILINE | re.DOTALL)
-                if command in ("report", "sweep"):
+                if command in ("design", "report", "sweep"):
                     continue
                 options = self.options(command)
                 self.assertIn("--help", options)
@@ -135,6 +136,62 @@ class Help(InAFolder):
         text = re.sub(".\b", "", run.stdout)  # bold letters are overstruck
         self.assertIn("--keep-going", text)
         self.assertIn("EXIT STATUS", text)
+
+
+class Suggestions(InAFolder):
+    """A misspelt word is an error, and the message names the word that it was meant to be."""
+
+    def expect(self, arguments, *lines):
+        """Expects these lines on stderr, apart from CLI11's last."""
+        with self.subTest(arguments):
+            run = self.run_tool(*arguments)
+            self.assertEqual((run.returncode, run.stdout, os.listdir(self.folder)), (2, "", []))
+            self.assertEqual(run.stderr, "".join(line + "\n" for line in lines))
+
+    MORE = "Run with --help for more information."
+
+    def test_commands(self):
+        self.expect(["chekc"], "vorlen: not a command: chekc; did you mean check?")
+        self.expect(["RUN", "a.xml"], "vorlen: not a command: RUN; did you mean run?")
+        self.expect(["repotr"], "vorlen: not a command: repotr; did you mean report?")
+        for word in ("simulate", "", "x" * 70):
+            self.expect([word], f"vorlen: not a command: {word} (vorlen --help lists the commands)")
+
+    def test_options_of_each_command_with_a_letter_missing(self):
+        commands = [line.split()[0] for line in
+                    self.run_tool("--help").stdout.split("Subcommands:\n")[1].split("\n\n")[0].splitlines()]
+        self.assertIn("timeline", commands)
+        for command in commands:
+            if command in ("design", "report", "sweep"):
+                continue  # Python's own
+            options = re.findall(r"(--[a-z-]+)", self.run_tool(command, "--help").stdout.split("Options:")[1])
+            for option in sorted(set(options)):
+                word = option[:-2] + option[-1]
+                with self.subTest(command=command, word=word):
+                    run = self.run_tool(command, word, input="")
+                    self.assertEqual((run.returncode, run.stdout), (2, ""))
+                    self.assertIn(f"\n{word}: did you mean {option}?\n{self.MORE}\n", run.stderr)
+
+    def test_options_with_values_and_beside_other_errors(self):
+        unexpected = "The following argument was not expected: "
+        meant = "--ouput: did you mean --output?"
+        self.expect(["run", "--ouput", "x"], unexpected + "--ouput", meant, self.MORE)
+        self.expect(["run", "a.xml", "--ouput=x"], unexpected + "--ouput=x", meant, self.MORE)
+        self.expect(["run", "--ouput"], "RECIPE is required", meant, self.MORE)
+        self.expect(["check", "-strict", "a.xml"], unexpected + "-strict", "-strict: did you mean --strict?", self.MORE)
+        self.expect(["--verison"], "A subcommand is required", "--verison: did you mean --version?", self.MORE)
+        for word in ("--colour", "-x", "--" + "o" * 70):
+            self.expect(["run", "a.xml", word], unexpected + word, self.MORE)
+        self.expect(["run"], "RECIPE is required", self.MORE)
+
+    def test_values(self):
+        self.expect(["check", "--format", "txet", "a.xml"], "--format: txet not in {text,json}",
+                    "txet: did you mean text?", self.MORE)
+        self.expect(["run", "--scheme=stagged", "a.xml"], "--scheme: stagged not in {continuous,staged}",
+                    "stagged: did you mean staged?", self.MORE)
+        self.expect(["check", "--format", "yaml", "a.xml"], "--format: yaml not in {text,json}", self.MORE)
+        for kind, meant in (("ingan_gan_mwq", ["ingan_gan_mwq: did you mean ingan_gan_mqw?"]), ("diamond", [])):
+            self.expect(["new", kind], f"KIND: {kind} not in {{{','.join(EXAMPLES)}}}", *meant, self.MORE)
 
 
 class WrittenTables(InAFolder):
@@ -177,7 +234,8 @@ class Completion(InAFolder):
 
     def test_commands_and_options(self):
         self.assertEqual(self.complete("ru"), {"run"})
-        self.assertLess({"run", "show", "diff", "new", "explain", "report", "sweep"}, self.complete("") | {""})
+        commands = {"run", "show", "diff", "new", "explain", "design", "report", "sweep"}
+        self.assertLess(commands, self.complete("") | {""})
         self.assertEqual(self.complete("--v"), {"--version"})
         self.assertEqual(self.complete("run --ke"), {"--keep-going"})
         self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json", "--rows"})
@@ -196,6 +254,11 @@ class Completion(InAFolder):
         self.assertEqual(self.complete("diff a.txt "), {"a.txt", "folder"})
         self.assertEqual(self.complete("new ingan_g"), {"ingan_gan_mqw"})
         self.assertEqual(self.complete("new algan_tension --o"), {"--output"})
+
+    def test_values_of_which_there_are_a_few(self):
+        self.assertEqual(self.complete("run --scheme "), {"continuous", "staged"})
+        self.assertEqual(self.complete("check a.xml --format j"), {"json"})
+        self.assertEqual(self.complete("explain step "), set())
 
     def test_the_tab_key_in_a_real_bash(self):
         self.write("growth run.xml", "")
@@ -224,17 +287,19 @@ class Completion(InAFolder):
 
 class Python(InAFolder):
     def write_interpreter(self, name, fits):
-        """A fake Python: says whether modules are found, otherwise prints its arguments."""
-        self.write(name, '#!/bin/sh\nif [ "$1" = -c ]; then exit ' + ("0" if fits else "1") + "; fi\n"
+        """A fake Python: says whether modules are found (fits: True, False, or the one that is not), otherwise prints
+        its arguments."""
+        answer = {True: "exit 0", False: "exit 1"}.get(fits, f'case "$*" in *{fits}*) exit 1;; esac; exit 0')
+        self.write(name, f'#!/bin/sh\nif [ "$1" = -c ]; then {answer}; fi\n'
                    'printf "%s\\n" "$VORLEN_LIBRARY" "$@"\nexit 7\n')
         os.chmod(self.path(name), 0o755)
         return self.path(name)
 
-    def test_report_and_sweep_are_forwarded_to_the_package_with_all_arguments(self):
+    def test_commands_of_python_are_forwarded_to_the_package_with_all_arguments(self):
         python = self.write_interpreter("python", fits=True)
         settings = environment(VORLEN_PYTHON=python)
         del settings["VORLEN_LIBRARY"]
-        for command in ("report", "sweep"):
+        for command in ("design", "report", "sweep"):
             run = self.run_tool(command, "a b.txt", "--help", "-x", env=settings)
             self.assertEqual((run.returncode, run.stderr), (7, ""))
             self.assertEqual(run.stdout.splitlines(),
@@ -249,13 +314,31 @@ class Python(InAFolder):
         run = self.run_tool("report", env=settings)
         self.assertEqual((run.returncode, run.stdout), (7, "own\n-m\nvorlen\nreport\n"))
 
+    def test_a_report_needs_jinja2_and_a_sweep_does_not(self):
+        settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits="jinja2"),
+                               PYTHONHOME=self.path("nowhere"))
+        self.assertEqual(self.run_tool("sweep", env=settings).returncode, 7)
+        run = self.run_tool("report", env=settings)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertIn("Python 3 with numpy, pandas, jinja2 and the package vorlen", run.stderr)
+        self.assertIn("\npython3-numpy, python3-pandas, python3-jinja2). Tried", run.stderr)
+
+    def test_each_module_that_is_looked_for_is_needed(self):
+        for module in ("vorlen", "numpy", "pandas"):
+            settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits=f" {module}"),
+                                   PYTHONHOME=self.path("nowhere"))
+            for command in ("report", "sweep"):
+                self.assertEqual(self.run_tool(command, env=settings).returncode, 1)
+        settings["VORLEN_PYTHON"] = self.write_interpreter("python", fits="lxml")
+        self.assertEqual(self.run_tool("report", env=settings).returncode, 7)
+
     def test_without_an_interpreter_the_message_names_what_is_missing(self):
         unfit = self.write_interpreter("unfit", fits=False)
         # Python does not start with a home that does not exist.
         settings = environment(VORLEN_PYTHON=unfit, PYTHONHOME=self.path("nowhere"))
         run = self.run_tool("sweep", env=settings)
         self.assertEqual((run.returncode, run.stdout), (1, ""))
-        self.assertIn("python3-pandas", run.stderr)
+        self.assertIn("(Debian packages:\npython3-numpy, python3-pandas). ", run.stderr)
         self.assertIn(f"Tried without success: {unfit}, python3, /usr/bin/python3.\n", run.stderr)
 
 

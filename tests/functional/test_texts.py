@@ -104,9 +104,41 @@ class Explain(InAFolder):
         self.assertTrue(run.stdout.startswith("Step size has become too small\n"), run.stdout)
         self.assertEqual(run.stdout.count("  Section:"), 3)
 
+    def test_words_without_quotes_are_one_text(self):
+        for words in ("Step size has become too small", "b.xml: Very low or negative pressure in stage_2",
+                      "run check Out of memory"):  # names of commands are words like others
+            run = self.run_tool("explain", *words.split())
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (0, self.explain(words), ""))
+        self.assertIn("Out of memory\n", self.explain("[Out of memory]"))
+
+    def test_a_few_words_of_a_message_are_enough(self):
+        for words in ("step size", "Size STEP", "small, step"):
+            run = self.run_tool("explain", *words.split())
+            self.assertEqual((run.returncode, run.stderr), (0, ""), words)
+            self.assertEqual(run.stdout.split("\n")[0], "Step size has become too small")
+            self.assertLessEqual(run.stdout.count("  Section:"), 5)
+        self.assertEqual(self.explain("out of memory").split("\n")[0], "Out of memory")
+        for words in ("in stage", "step siz", "..."):  # in too many messages, not a whole word, no word
+            run = self.run_tool("explain", words)
+            self.assertEqual((run.returncode, run.stderr),
+                             (1, "vorlen: no known message matches. The most similar are:\n"), words)
+
+    def test_options_among_the_words(self):
+        run = self.run_tool("explain", "step", "size", "--help")
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        self.assertIn("Usage: vorlen explain ", run.stdout)
+        run = self.run_tool("explain", "step", "--size")
+        self.assertEqual((run.returncode, run.stdout), (2, ""))
+        self.assertEqual(run.stderr.split("\n")[0], "The following argument was not expected: --size")
+        run = self.run_tool("explain", "--", "--size", "Out of memory")
+        self.assertEqual((run.returncode, run.stdout.split("\n")[0]), (0, "Out of memory"))
+
     def test_no_text(self):
         run = self.run_tool("explain", input=" \n")
         self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: no text to explain\n"))
+        for words in ([""], ["", " "]):
+            run = self.run_tool("explain", *words, input="Out of memory")
+            self.assertEqual((run.returncode, run.stdout, run.stderr), (2, "", "vorlen: no text to explain\n"))
 
 
 if __name__ == "__main__":

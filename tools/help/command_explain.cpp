@@ -1,4 +1,4 @@
-// vorlen explain "TEXT": what a message means and what to do about it.
+// vorlen explain TEXT: what a message means and what to do about it.
 #include <fmt/color.h>
 #include <fmt/core.h>
 
@@ -17,6 +17,7 @@
 namespace {
 
 constexpr std::size_t CLOSEST_COUNT = 3;
+constexpr std::size_t MOST_WITH_WORDS = 5;   // more messages than these do not answer a question
 constexpr std::size_t LONGEST_TEXT = 65536;  // bytes; a message is never longer
 
 std::string entry_text(const MessageEntry& entry, bool colour) {
@@ -51,6 +52,8 @@ int explain(const std::string* given) {
   const std::vector<MessageEntry> entries = read_message_page(embedded_messages());
   const std::vector<const MessageEntry*> found = matching_entries(entries, text);
   if (!found.empty()) return print_out(entries_text(found));
+  const std::vector<const MessageEntry*> with_words = entries_with_words(entries, text);
+  if (!with_words.empty() && with_words.size() <= MOST_WITH_WORDS) return print_out(entries_text(with_words));
   fail("no known message matches. The most similar are:");
   print_out(entries_text(closest_entries(entries, text, CLOSEST_COUNT)));
   return EXIT_FAILED;
@@ -59,16 +62,21 @@ int explain(const std::string* given) {
 }  // namespace
 
 void add_explain_command(CLI::App& app, int& status) {
-  const auto text = std::make_shared<std::string>();
+  const auto words = std::make_shared<std::vector<std::string>>();
   CLI::App* command = app.add_subcommand("explain", "Explain what a message means and what to do about it");
-  const CLI::Option* option =
-      command->add_option("TEXT", *text, "The message, with its values (default: read from standard input)")
-          ->type_name("");
+  const CLI::Option* option = command
+                                  ->add_option("TEXT", *words,
+                                               "The message, with its values (default: read from standard input);\n"
+                                               "several words need no quotes")
+                                  ->type_name("");
   command->footer(
-      "If the message is not known, the most similar ones are shown.\n"
+      "A few words of the message are enough. If the message is not known, the most similar ones are shown.\n"
       "Exit status: 0 explained, 1 not known.\n\n"
       "Examples:\n"
-      "  vorlen explain \"Step size has become too small\"\n"
+      "  vorlen explain Step size has become too small\n"
       "  vorlen run recipe.xml 2>&1 | vorlen explain");
-  command->callback([text, option, &status] { status = explain(option->count() > 0 ? text.get() : nullptr); });
+  command->callback([words, option, &status] {
+    const std::string text = CLI::detail::join(*words, " ");
+    status = explain(option->count() > 0 ? &text : nullptr);
+  });
 }

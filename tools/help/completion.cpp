@@ -1,24 +1,21 @@
 // Completions from the definition of the command line; the kind of file follows from the name of the argument.
-#include <algorithm>
-
 #include "help/self_description.h"
 
 namespace {
 
-// Completions for a value called name ("RECIPE", "DIR"), or for one of a set ("{a,b}").
-std::string value_completions(const std::string& name) {
-  const std::size_t open = name.find('{');
-  const std::size_t close = name.find('}', open == std::string::npos ? 0 : open);
-  if (open != std::string::npos && close != std::string::npos) {
-    std::string words = name.substr(open + 1, close - open - 1) + '\n';
-    std::replace(words.begin(), words.end(), ',', '\n');
-    return words;
-  }
+// Completions for a value called name ("RECIPE", "DIR").
+std::string file_completions(const std::string& name) {
   if (name.find("RECIPE") != std::string::npos) return ":recipes\n";
   if (name.find("DIR") != std::string::npos) return ":directories\n";
   if (name.find("RESULT") != std::string::npos || name == "A" || name == "B") return ":results\n";
   if (name.find("FILE") != std::string::npos) return ":files\n";
   return "";
+}
+
+std::string value_completions(const CLI::Option& option) {
+  std::string words;
+  for (const std::string& choice : option_choices(option)) words += choice + '\n';
+  return words.empty() ? file_completions(option.get_type_name()) : words;
 }
 
 // The option called word, if it takes a value; otherwise null.
@@ -48,8 +45,8 @@ std::string positional_completions(CLI::App& command, std::size_t given) {
     if (given-- == 0) break;
   }
   if (found == nullptr) return ":files\n";
-  const std::string by_name = value_completions(found->get_name(true));
-  return by_name.empty() ? value_completions(found->get_type_name()) : by_name;
+  const std::string by_name = file_completions(found->get_name(true));
+  return by_name.empty() ? value_completions(*found) : by_name;
 }
 
 }  // namespace
@@ -71,7 +68,7 @@ std::string completions(CLI::App& app, const std::vector<std::string>& words) {
   CLI::App* command = named.front();
   if (words.size() > 2) {
     const CLI::Option* option = option_with_value(*command, words[words.size() - 2]);
-    if (option != nullptr) return value_completions(option->get_type_name());
+    if (option != nullptr) return value_completions(*option);
   }
   if (!current.empty() && current.front() == '-') return option_words(*command);
   std::size_t given = 0;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 #include <set>
 #include <sstream>
 #include <utility>
@@ -73,7 +74,8 @@ bool occurs_in(const std::string& pattern, const std::string& text) {
   return !parts.empty();
 }
 
-std::set<std::string> letter_groups(const std::string& text) {
+// Letters, in lower case, and digits; every other run of characters is a blank. Starts with a blank.
+std::string plain_words(const std::string& text) {
   std::string letters = " ";
   for (const char c : text) {
     if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
@@ -82,6 +84,11 @@ std::set<std::string> letter_groups(const std::string& text) {
       letters += ' ';
     }
   }
+  return letters;
+}
+
+std::set<std::string> letter_groups(const std::string& text) {
+  const std::string letters = plain_words(text);
   std::set<std::string> groups;
   for (std::size_t i = 0; i + 3 <= letters.size(); ++i) groups.insert(letters.substr(i, 3));
   return groups;
@@ -128,6 +135,20 @@ std::vector<const MessageEntry*> matching_entries(const std::vector<MessageEntry
     if (!within) kept.push_back(entry);
   }
   return kept;
+}
+
+std::vector<const MessageEntry*> entries_with_words(const std::vector<MessageEntry>& entries, const std::string& text) {
+  std::istringstream stream(plain_words(text));
+  const std::vector<std::string> words(std::istream_iterator<std::string>(stream), {});
+  std::vector<const MessageEntry*> found;
+  for (const MessageEntry& entry : entries) {
+    const std::string pattern = plain_words(entry.pattern) + ' ';
+    const bool all = std::all_of(words.begin(), words.end(), [&pattern](const std::string& word) {
+      return pattern.find(' ' + word + ' ') != std::string::npos;
+    });
+    if (!words.empty() && all) found.push_back(&entry);
+  }
+  return found;
 }
 
 std::vector<const MessageEntry*> closest_entries(const std::vector<MessageEntry>& entries, const std::string& text,
