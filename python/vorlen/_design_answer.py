@@ -9,10 +9,9 @@ import numpy as np
 from ._design_knobs import Knob
 from ._design_model import DesignModel, LimitReached, Outcome
 from ._design_quantities import Target
+from ._design_solver import AT_LIMIT, SMALL_EFFECT, TENTH, stopped_knobs
 from ._design_steps import Search, full_derivatives
 
-TENTH = 0.1  # of a variable: what a knob's effect is stated for
-AT_LIMIT = 1e-3  # of a variable
 HINT = -0.25  # variable of a temperature 10 K lower
 
 
@@ -47,12 +46,8 @@ def _reason(search: Search, row: int, outcome: Outcome) -> str:
     text = _missed(target, outcome.values[row])
     slopes = search.jacobian[row]
     away = search.coordinates[row]
-    effective = [place for place in group.knobs if abs(slopes[place]) * TENTH > min(1.0, 0.02 * abs(away))]
-    stopped = [
-        place for place in effective
-        if (slopes[place] * away < 0.0 and spec.knobs[place].high - search.x[place] < AT_LIMIT)
-        or (slopes[place] * away > 0.0 and search.x[place] - spec.knobs[place].low < AT_LIMIT)
-    ]
+    effective = [place for place in group.knobs if abs(slopes[place]) * TENTH > min(1.0, SMALL_EFFECT * abs(away))]
+    stopped = stopped_knobs(search, group, row)
     if not effective:
         names = " and ".join(spec.knobs[place].name for place in group.knobs)
         effects = ", ".join(_effect(spec.knobs[place], slopes[place], target) for place in group.knobs)

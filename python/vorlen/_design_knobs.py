@@ -89,6 +89,8 @@ class Knob:
             return [self._moved(end, variable) for end in start]
         if self.is_integer:
             return max(1, round(start * math.exp(variable)))
+        if variable == 0.0:
+            return start  # with all its digits
         moved = start + SHIFT * variable if self.name == "T" else start * math.exp(variable)
         return float(f"{moved:.{DIGITS}g}")
 

@@ -108,7 +108,7 @@ class DesignModel:
         new = [key for key in dict.fromkeys(keys) if key not in self.known]
         if new and self.runs and self.runs + len(new) > self.max_runs:
             raise LimitReached(f"{self.max_runs} runs are used up")
-        if new and self.time_limit is not None and time.monotonic() - self.begin > self.time_limit:
+        if new and self.runs and self.time_limit is not None and time.monotonic() - self.begin > self.time_limit:
             raise LimitReached(f"the time limit of {self.time_limit:g} s is reached")
         tasks, recipes = [], []
         for key in new:

@@ -10,7 +10,7 @@ from __future__ import annotations
 
 import numpy as np
 
-from ._design_model import CLOSE, DesignModel, Outcome, violations
+from ._design_model import CLOSE, DesignModel, Outcome, violation_norm, violations
 from ._design_prefer import preference_of
 from ._design_steps import (
     FAILED,
@@ -31,6 +31,9 @@ MOST_SAMPLES = 5
 SEED = 1  # of the Sobol sequence: a design gives the same result each time
 STARTS = 2  # from the best samples
 SAME = 0.01  # relative difference of deviations
+AT_LIMIT = 0.01  # distance of a variable from its limit, below which it is there
+TENTH = 0.1  # of a variable: a change for which effects are compared
+SMALL_EFFECT = 0.02  # of what is missing: knobs with less effect are left out
 FINAL_STEPS = 8  # of scipy's method
 PREFERENCE_STEPS = 12
 PREFERENCE_RADIUS = 0.6
@@ -52,6 +55,8 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
         explore(search)
     if not search.close.all():
         refine(search)
+    if not search.close.all():
+        settle(search)
     if search.close.all() and spec.preferences:
         follow_preferences(search)
     return search
@@ -195,10 +200,47 @@ def refine(search: Search) -> None:
         )
     except _Reached:
         pass
-    best = model.best()
+    best = min(model.known, key=lambda key: _norm_or_infinity(model, key))
     search.x = np.array(best)
     search.coordinates = model.known[best].coordinates.copy()
     search.close, search.exact = is_close(model, model.known[best]), True
+
+
+def _norm_or_infinity(model: DesignModel, key: tuple[float, ...]) -> float:
+    outcome = model.known[key]
+    return np.inf if outcome.text else violation_norm(model.spec, outcome.coordinates)
+
+
+def settle(search: Search) -> None:
+    """Knobs that a target out of reach has driven to a limit stay there; the others serve the targets that are left."""
+    full_derivatives(search)
+    stopped: list[int] = []
+    for group in search.groups:
+        for row in group.targets[~search.close[group.targets]]:
+            places = stopped_knobs(search, group, int(row))
+            stopped += places
+            search.dropped[row] = bool(places)
+        group.wake()
+    if not stopped:
+        return
+    for place in stopped:
+        upper = search.high[place] - search.x[place] < search.x[place] - search.low[place]
+        search.x[place] = search.low[place] = search.high[place] = search.high[place] if upper else search.low[place]
+    evaluate_here(search)
+    newton(search)
+
+
+def stopped_knobs(search: Search, group: Group, row: int) -> list[int]:
+    """The knobs that could bring a target closer if they were not at a limit."""
+    slopes, away, knobs = search.jacobian[row], search.coordinates[row], search.model.spec.knobs
+    found = []
+    for place in group.knobs:
+        if abs(slopes[place]) * TENTH > min(1.0, SMALL_EFFECT * abs(away)):
+            at_high = knobs[place].high - search.x[place] < AT_LIMIT
+            at_low = search.x[place] - knobs[place].low < AT_LIMIT
+            if (at_high and slopes[place] * away < 0.0) or (at_low and slopes[place] * away > 0.0):
+                found.append(int(place))
+    return found
 
 
 # ---- step 4

@@ -21,7 +21,8 @@ SMALLEST_STEP = 1e-6
 STEPS_MAX = 20  # of step 1
 DAMPING = 1.0  # tolerances per unit of a variable: of several solutions, the nearest one
 POOR = 0.3  # of the predicted decrease: less than this, and derivatives are found again
-SMALLEST_GAIN = 0.02  # predicted relative decrease of the deviations, below which a group rests
+SMALLEST_GAIN = 1e-3  # predicted decrease of the deviations, relative to them, below which a group rests
+SMALLEST_DECREASE = 0.1  # the same in tolerances
 REJECTIONS_MAX = 4
 INTEGER_STEPS = 3  # after so many steps integers are kept
 FAILED = 1e4  # coordinate of all targets where a run fails
@@ -47,7 +48,8 @@ class Group:
 class Search:
     """A point, its deviations and derivatives.
 
-    exact  False: the deviations are from several runs, each for other groups
+    exact    False: the deviations are from several runs, each for other groups
+    dropped  targets that are out of reach and no longer count
     """
 
     model: DesignModel
@@ -59,19 +61,25 @@ class Search:
     exact: bool = True
     low: Array = field(default_factory=lambda: np.empty(0))
     high: Array = field(default_factory=lambda: np.empty(0))
+    dropped: Mask = field(default_factory=lambda: np.empty(0, dtype=bool))
+
+    def __post_init__(self) -> None:
+        if not len(self.dropped):
+            self.dropped = np.zeros(len(self.coordinates), dtype=bool)
 
     def norm(self, group: Group, coordinates: Array | None = None) -> float:
         return self.norm_of(group, (self.coordinates if coordinates is None else coordinates)[group.targets])
 
     def norm_of(self, group: Group, coordinates: Array) -> float:
         """Of coordinates of the group's targets."""
-        return float(np.linalg.norm(np.where(self.one_sided(group), np.maximum(coordinates, 0.0), coordinates)))
+        left = np.where(self.one_sided(group), np.maximum(coordinates, 0.0), coordinates)
+        return float(np.linalg.norm(left[~self.dropped[group.targets]]))
 
     def one_sided(self, group: Group) -> Mask:
         return np.array([bool(self.model.spec.targets[row].bound) for row in group.targets])
 
     def reached(self, group: Group) -> bool:
-        return bool(np.all(self.close[group.targets]))
+        return bool(np.all(self.close[group.targets] | self.dropped[group.targets]))
 
 
 def is_close(model: DesignModel, outcome: Outcome) -> Mask:
@@ -189,8 +197,10 @@ def _group_step(search: Search, group: Group) -> Array:
     x = search.x[group.knobs]
     low = np.maximum(search.low[group.knobs] - x, -group.radius)
     high = np.minimum(search.high[group.knobs] - x, group.radius)
-    d = least_squares_step(jacobian, coordinates, search.one_sided(group), low, high)
-    if search.norm_of(group, jacobian @ d + coordinates) > (1.0 - SMALLEST_GAIN) * search.norm(group):
+    counts = ~search.dropped[group.targets]
+    d = least_squares_step(jacobian[counts], coordinates[counts], search.one_sided(group)[counts], low, high)
+    norm = search.norm(group)
+    if norm - search.norm_of(group, jacobian @ d + coordinates) < max(SMALLEST_GAIN * norm, SMALLEST_DECREASE):
         return np.zeros_like(d)
     return d
 

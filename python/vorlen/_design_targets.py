@@ -174,7 +174,7 @@ def find_layer(recipe: Recipe, timeline: pd.DataFrame, given: object) -> Layer:
     if not tagged.empty:
         return _layer_of(text, tagged)
     names = list(dict.fromkeys(timeline.name[timeline.kind == "active"]))
-    near = difflib.get_close_matches(text.lower(), [name.lower() for name in names], 2, 0.4)
+    near = difflib.get_close_matches(text.lower(), [name.lower() for name in names], 3, 0.6)
     likely = [name for name in names if name.lower() in near or text.lower() in name.lower()]
     hint = f"did you mean {' or '.join(map(repr, likely[:3]))}?" if likely else f"the layers are {', '.join(names)}"
     raise ValueError(f"the recipe has no layer {text!r}; {hint}")
