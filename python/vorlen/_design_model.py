@@ -43,6 +43,9 @@ class Outcome:
     coordinates: Array
     text: str = ""
 
+    def __post_init__(self) -> None:
+        self.values.flags.writeable = self.coordinates.flags.writeable = False  # the search must not change them
+
 
 @contextlib.contextmanager
 def design_folder(out: PathLike | None) -> Iterator[Path]:

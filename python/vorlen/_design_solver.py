@@ -45,7 +45,7 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
     spec = model.spec
     groups = [Group(np.array(targets), np.array(knobs)) for targets, knobs in spec.groups]
     search = Search(
-        model, x, start.coordinates, is_close(model, start), np.zeros((len(spec.targets), len(spec.knobs))), groups,
+        model, x, start.coordinates.copy(), is_close(model, start), np.zeros((len(spec.targets), len(spec.knobs))), groups,
         low=np.array([knob.low for knob in spec.knobs]), high=np.array([knob.high for knob in spec.knobs]),
     )
     for place in spec.hints:
