@@ -115,7 +115,7 @@ def test_ctrl_c_keeps_the_runs(files):
     """The design is stopped when its second run starts; the same command finishes it with the first run."""
     environment = os.environ | {"PYTHONPATH": str(Path(vorlen.__file__).parents[1])}
     recipe = vorlen.Recipe.load(MQW)
-    recipe["process_stages/stage_1/n_periods"] = 100  # a run takes long enough to be interrupted
+    recipe["process_stages/stage_1/n_periods"] = 25  # a run takes long enough to be interrupted
     recipe.save(files / "start.xml")
     (files / "targets.yaml").write_text("layers: [{layer: InGaN well, thickness: 3, In: 0.2, by: [tau, TMIn]}]")
     words = [sys.executable, "-m", "vorlen", "design", "start.xml", "--targets", "targets.yaml", "--out", "runs", "--quiet"]

@@ -8,7 +8,7 @@ import pytest
 
 from doc_blocks import ROOT, matches, run_page
 
-PAGES = ("python.md", "sweeps.md", "clusters.md", "fitting.md")  # of docs/
+PAGES = ("python.md", "sweeps.md", "clusters.md", "fitting.md", "designing.md")  # of docs/
 
 
 @pytest.mark.parametrize("page", PAGES)

@@ -5,7 +5,7 @@ from __future__ import annotations
 import argparse
 import sys
 from pathlib import Path
-from typing import Any
+from typing import Any, TextIO
 
 from ._arguments import check_number
 from ._design import design, design_text
@@ -77,6 +77,12 @@ def add_command(commands: Any) -> None:
     parser.set_defaults(function=_design)
 
 
+def _print(text: str, stream: TextIO) -> None:
+    """Prints a text; characters that the terminal's encoding lacks become question marks."""
+    encoding = stream.encoding or "utf-8"
+    print(text.encode(encoding, "replace").decode(encoding), file=stream, flush=True)
+
+
 def _design(options: argparse.Namespace) -> int:
     recipe: Path = options.recipe
     output: Path = options.output or recipe.with_name(f"{recipe.stem}_designed.xml")
@@ -96,11 +102,12 @@ def _design(options: argparse.Namespace) -> int:
         return INTERRUPTED
     except SimulationError as error:
         raise RuntimeError(f"{recipe} fails before anything is changed: {error.text}") from error
-    print(design_text(made))
-    for warning in made.warnings:
-        print(f"vorlen design: {warning}", file=sys.stderr)
     made.recipe.save(output)
-    print(f"recipe in {output}, {made.runs} runs")
-    if options.report is not None:
-        print(f"report in {made.report(options.report)}")
+    page = None if options.report is None else made.report(options.report)
+    _print(design_text(made), sys.stdout)
+    for warning in made.warnings:
+        _print(f"vorlen design: {warning}", sys.stderr)
+    _print(f"recipe in {output}, {made.runs} runs", sys.stdout)
+    if page is not None:
+        _print(f"report in {page}", sys.stdout)
     return 0 if made.success else 1
