@@ -136,6 +136,12 @@ def test_a_preference_chooses_among_solutions(design):
     assert math.isclose(made.recipe[f"{STAGE}/gas_species/Q/TEGa"][0], 2.0, rel_tol=0.02) or made.knobs.at_limit.any()
 
 
+def test_densities_that_the_stress_model_does_not_compute_are_a_warning(design):
+    made = design(LAYER, single(**{"thickness": 3, "V-defects": "none", "by": "tau"}))
+    assert made.success
+    assert made.warnings[0].endswith("the stress model of the recipe, none, does not compute them; V_dislocation does")
+
+
 def test_a_preference_without_spare_knobs_is_a_warning(design):
     made = design(LAYER, single(thickness=4, by="tau") | {"prefer": {"V/III": "high"}})
     assert made.success and made.warnings == ["prefer has no effect: no layer has more knobs than targets"]

@@ -35,6 +35,8 @@ from ._types import Array, PathLike
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
 
+RELAXING = "V_dislocation"  # the stress model that computes dislocations and V-defects
+
 
 @dataclass(frozen=True, eq=False, repr=False)
 class Design:
@@ -214,7 +216,7 @@ def design(
         try:
             return _search(model, recipe)
         except KeyboardInterrupt:
-            again = "to continue, repeat the call" if out is not None else "name a folder with out to keep the runs"
+            again = "to continue, repeat the call" if out is not None else "to keep the runs, name a folder (out, --out)"
             print(f"design interrupted after {model.runs} runs; {again}", file=sys.stderr)
             raise
         finally:
@@ -232,6 +234,7 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
         f"{knob.label} is {knob_text(knob.shown(0.0))} in the recipe, outside of its limits; the search starts inside"
         for knob, variable in zip(spec.knobs, start) if abs(variable) > 1e-9
     ]
+    notes += _model_notes(model)
     try:
         search = solve(model, first, start.copy())
         x = search.x
@@ -248,6 +251,16 @@ def _preference_notes(spec: Spec) -> list[str]:
     if not spec.preferences or spare or bounds:
         return []
     return ["prefer has no effect: no layer has more knobs than targets"]
+
+
+def _model_notes(model: DesignModel) -> list[str]:
+    stress = model.recipe.get("stress/model")
+    if stress == RELAXING:
+        return []
+    return [
+        f"{target.label}: the stress model of the recipe, {stress}, does not compute them; {RELAXING} does"
+        for target in model.spec.targets if target.quantity.name in ("dislocations", "V-defects")
+    ]
 
 
 def _result(model: DesignModel, x: Array, start: Array, notes: list[str]) -> Design:

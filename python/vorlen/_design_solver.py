@@ -154,7 +154,7 @@ def _keep_better(search: Search, groups: list[Group], before: tuple[Array, Array
 
 
 class _Reached(Exception):
-    """All targets are reached: scipy's method need not go on."""
+    """All targets are reached: scipy's method can stop."""
 
 
 def refine(search: Search) -> None:

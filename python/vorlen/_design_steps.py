@@ -109,6 +109,7 @@ def newton(search: Search) -> None:
         for group in moving:
             if group not in moved:
                 group.rests, group.stale = group.fresh, True
+                trial[group.knobs], direction[group.knobs] = search.x[group.knobs], 0.0
         if moved:
             (outcome,) = search.model.at([trial], "step")
             _accept(search, moved, trial, direction, outcome)

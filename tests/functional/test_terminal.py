@@ -323,6 +323,14 @@ class Python(InAFolder):
         self.assertIn("Python 3 with numpy, pandas, jinja2 and the package vorlen", run.stderr)
         self.assertIn("\npython3-numpy, python3-pandas, python3-jinja2). Tried", run.stderr)
 
+    def test_a_design_needs_scipy(self):
+        settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits="scipy"),
+                               PYTHONHOME=self.path("nowhere"))
+        self.assertEqual(self.run_tool("sweep", env=settings).returncode, 7)
+        run = self.run_tool("design", env=settings)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertIn("python3-scipy", run.stderr)
+
     def test_each_module_that_is_looked_for_is_needed(self):
         for module in ("vorlen", "numpy", "pandas"):
             settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits=f" {module}"),
