@@ -21,6 +21,8 @@ from ._arguments import check_flags, check_number, check_timeout, given_executor
 from ._design_answer import knob_text, reasons
 from ._design_knobs import Knob
 from ._design_model import DesignModel, LimitReached, design_folder
+from ._design_plot import plot_design
+from ._design_report import write_report
 from ._design_solver import solve
 from ._design_steps import snapped
 from ._design_targets import Spec, read_spec
@@ -94,9 +96,7 @@ class Design:
         OSError
             If the figure can't be written.
         """
-        from ._design_plot import plot_design
-
-        return plot_design(self, path)
+        return plot_design(self.table, self.knobs, path, [self.recipe.path])
 
     def report(self, path: PathLike) -> Path:
         """Writes one page for a browser with the targets, the knobs and the warnings. Needs jinja2.
@@ -122,9 +122,7 @@ class Design:
         OSError
             If the page can't be written.
         """
-        from ._design_report import write_report
-
-        return write_report(self, path)
+        return write_report(self.table, self.knobs, self.warnings, self.runs, self.recipe.path, path)
 
     def __repr__(self) -> str:
         met = int(self.table.met.sum())

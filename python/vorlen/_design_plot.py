@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Sequence
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -15,25 +16,24 @@ if TYPE_CHECKING:
     from matplotlib.axes import Axes
     from matplotlib.figure import Figure
 
-    from ._design import Design
-
 ROW_HEIGHT = 0.24  # inches
 SMALLEST_RATIO = 0.01  # smaller values are drawn here
 
 
-def plot_design(made: Design, path: PathLike | None) -> Figure:
-    """The figure that Design.plot describes."""
+def plot_design(
+    table: pd.DataFrame, knobs: pd.DataFrame, path: PathLike | None, inputs: Sequence[PathLike | None]
+) -> Figure:
+    """The figure that Design.plot describes. inputs: files that it must not replace."""
     import matplotlib.pyplot as plt
 
-    inputs = [made.recipe.path]
     if path is not None:
         check_figure(path, inputs)  # before the work
     with plt.rc_context(STYLE):
         figure, (left, right) = plt.subplots(
-            1, 2, figsize=(WIDTH, 1.0 + ROW_HEIGHT * max(len(made.table), len(made.knobs))), constrained_layout=True
+            1, 2, figsize=(WIDTH, 1.0 + ROW_HEIGHT * max(len(table), len(knobs))), constrained_layout=True
         )
-        _draw_targets(left, made.table)
-        _draw_knobs(right, made.knobs)
+        _draw_targets(left, table)
+        _draw_knobs(right, knobs)
         if path is not None:
             save_figure(figure, path, inputs)
     return figure

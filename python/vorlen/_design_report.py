@@ -3,7 +3,8 @@
 from __future__ import annotations
 
 from pathlib import Path
-from typing import TYPE_CHECKING
+
+import pandas as pd
 
 from ._design_answer import knob_text
 from ._files import check_place, replace_file, valid_text
@@ -11,38 +12,37 @@ from ._report import ASSETS, number
 from ._types import PathLike
 from ._version import __version__
 
-if TYPE_CHECKING:
-    from ._design import Design
-
 STYLES = ("page.css", "report.css")  # those of reports
 
 
-def write_report(made: Design, path: PathLike) -> Path:
-    """Writes the page and returns its path."""
-    inputs = [made.recipe.path]
-    check_place(path, inputs)  # before the work
-    return replace_file(path, valid_text(render(made)).encode(), inputs=inputs)
+def write_report(
+    table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: int, recipe: Path | None, path: PathLike
+) -> Path:
+    """Writes the page of a design and returns its path. recipe: the file of the start, which stays."""
+    check_place(path, [recipe])  # before the work
+    page = render(table, knobs, warnings, runs, recipe.name if recipe is not None else "Recipe")
+    return replace_file(path, valid_text(page).encode(), inputs=[recipe])
 
 
-def render(made: Design) -> str:
+def render(table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: int, title: str) -> str:
     """The HTML text."""
     import jinja2
 
     environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
     environment.filters["number"] = number
-    knobs = made.knobs.assign(
-        before=made.knobs.before.map(knob_text), after=made.knobs.after.map(knob_text),
-        limits=[f"{row.low:.4g} to {row.high:.4g}" for row in made.knobs.itertuples()],
+    shown = knobs.assign(
+        before=knobs.before.map(knob_text), after=knobs.after.map(knob_text),
+        limits=[f"{number(row.low)} to {number(row.high)}" for row in knobs.itertuples()],
     )
     page = environment.from_string((ASSETS / "design.html").read_text("utf-8")).render(
-        title=made.recipe.path.name if made.recipe.path is not None else "Recipe",
+        title=title,
         version=__version__,
-        success=made.success,
-        met=int(made.table.met.sum()),
-        targets=made.table.to_dict("records"),
-        knobs=knobs.to_dict("records"),
-        warnings=made.warnings,
-        runs=made.runs,
+        success=bool(table.met.all()),
+        met=int(table.met.sum()),
+        targets=table.to_dict("records"),
+        knobs=shown.to_dict("records"),
+        warnings=warnings,
+        runs=runs,
         css="".join((ASSETS / name).read_text("utf-8") for name in STYLES if (ASSETS / name).is_file()),
     )
     return str(page)
