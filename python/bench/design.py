@@ -35,7 +35,7 @@ from vorlen._pool import LocalPool  # noqa: E402
 EXAMPLES = ROOT / "examples"
 RUNS_MAX, SECONDS_MAX = 25, 6.0  # of the diode
 COLUMNS = {"thickness": "thickness", "rate": "mean_rate", "In": "x_in", "In middle": "x_in_mid", "In final": "x_in_end",
-           "Al": "x_al", "strain": "eps_xx_z"}
+           "Al": "x_al", "strain": "eps_xx_z", "dislocations": "rho_td_z"}
 
 
 @dataclass
@@ -75,6 +75,8 @@ FAMILIES = [
         ("InGaN well", ["In", "thickness"], ["TMIn", "tau"]),
         ("GaN cap", ["thickness"], ["tau"]),
     ]),
+    Family("ingan_v_defects.xml", [("InGaN", ["dislocations", "In"], ["TMIn", "tau"])]),
+    Family("ingan_v_defects.xml", [("InGaN", ["strain", "thickness"], ["TMIn", "tau"])]),
 ]
 
 

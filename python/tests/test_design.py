@@ -10,7 +10,7 @@ import pytest
 
 import vorlen
 from support import MQW, ROOT, V_DEFECTS
-from vorlen._design_knobs import SHIFT
+from vorlen._design_knobs import KNOBS, SHIFT
 from vorlen._design_steps import least_squares_step
 from vorlen._pool import LocalPool
 
@@ -97,7 +97,7 @@ def test_random_reachable_targets_are_reached(design):
         for _ in range(3):
             recipe = base.copy()
             for knob in knobs:
-                path = {"tau": f"{STAGE}/tau", "T": f"{STAGE}/T", "P": f"{STAGE}/P"}.get(knob, f"{STAGE}/gas_species/Q/{knob}")
+                path = f"{STAGE}/{KNOBS[knob]}"
                 value, share = np.mean(recipe[path]), random.uniform(-1.0, 1.0)
                 recipe[path] = float(value + 40.0 * share if knob == "T" else value * 2.0**share)
             (_, row), = grown(recipe, 2).iterrows()
@@ -182,7 +182,8 @@ def test_a_ramp_moves_as_a_whole(design):
 def test_a_layer_ends_before_v_defects_open(design):
     before = grown(vorlen.Recipe.load(V_DEFECTS).with_scheme("staged"), "InGaN")
     assert before.v_defects_t.iloc[0] > 1e8
-    made = design(V_DEFECTS, {"layers": [{"layer": "InGaN", "thickness": 5.5, "V-defects": "none", "by": ["tau", "TMIn"]}]})
+    entry = {"layer": "InGaN", "thickness": 5.5, "V-defects": "none", "by": ["tau", "TMIn"]}
+    made = design(V_DEFECTS, {"layers": [entry]})
     after = grown(made.recipe, "InGaN").iloc[0]
     assert made.success and after.v_defects_t == 0.0 and math.isclose(after.thickness, 5.5, rel_tol=1e-3)
     # Less indium is the only way: at the old flow V-defects open at less than 5.5 nm.
@@ -360,7 +361,8 @@ def test_a_step_is_the_least_squares_solution_within_its_limits():
 
 
 def test_knobs_that_can_not_move_stay():
-    step = least_squares_step(np.ones((1, 2)), np.array([-1.0]), np.array([False]), np.array([0.0, -1.0]), np.array([0.0, 1.0]))
+    low, high = np.array([0.0, -1.0]), np.array([0.0, 1.0])
+    step = least_squares_step(np.ones((1, 2)), np.array([-1.0]), np.array([False]), low, high)
     assert step[0] == 0.0 and math.isclose(step[1], 0.5)
 
 

@@ -118,7 +118,8 @@ def test_ctrl_c_keeps_the_runs(files):
     recipe["process_stages/stage_1/n_periods"] = 25  # a run takes long enough to be interrupted
     recipe.save(files / "start.xml")
     (files / "targets.yaml").write_text("layers: [{layer: InGaN well, thickness: 3, In: 0.2, by: [tau, TMIn]}]")
-    words = [sys.executable, "-m", "vorlen", "design", "start.xml", "--targets", "targets.yaml", "--out", "runs", "--quiet"]
+    words = [sys.executable, "-m", "vorlen", "design", "start.xml"]
+    words += ["--targets", "targets.yaml", "--out", "runs", "--quiet"]
     process = subprocess.Popen(words, cwd=files, env=environment, stderr=subprocess.PIPE, text=True)
     assert wait_for((files / "runs" / "rows" / "000001.xml").exists)
     process.send_signal(signal.SIGINT)

@@ -214,7 +214,7 @@ def design(
         try:
             return _search(model, recipe)
         except KeyboardInterrupt:
-            again = "to continue, repeat the call" if out is not None else "to keep the runs, name a folder (out, --out)"
+            again = "to keep the runs, name a folder (out, --out)" if out is None else "to continue, repeat the call"
             print(f"design interrupted after {model.runs} runs; {again}", file=sys.stderr)
             raise
         finally:

@@ -44,8 +44,9 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
     """Searches from x, whose outcome is start. Raises LimitReached when no more runs are allowed."""
     spec = model.spec
     groups = [Group(np.array(targets), np.array(knobs)) for targets, knobs in spec.groups]
+    jacobian = np.zeros((len(spec.targets), len(spec.knobs)))
     search = Search(
-        model, x, start.coordinates.copy(), is_close(model, start), np.zeros((len(spec.targets), len(spec.knobs))), groups,
+        model, x, start.coordinates.copy(), is_close(model, start), jacobian, groups,
         low=np.array([knob.low for knob in spec.knobs]), high=np.array([knob.high for knob in spec.knobs]),
     )
     for place in spec.hints:
