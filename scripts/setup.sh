@@ -1,7 +1,7 @@
 #!/bin/bash
 # Installs the Debian 12 packages that this project needs: scripts/setup.sh [build|run|test|bench]
 #   build  compiler and libraries for the library and its command-line tool (default)
-#   run    these, and what the Python package needs for figures and reports
+#   run    these, and what the Python package needs for figures, reports and units
 #   test   these, and what ./test.sh needs
 #   bench  these, and what the benchmarks and the comparison of integrators need
 # Only missing packages are installed. If there are none, neither root nor the network is needed.

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <fmt/core.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -34,11 +35,14 @@ struct PythonCommand {
   const char* module;  // that it needs in addition to MODULES, may be null; its Debian package is python3-MODULE
 };
 
-constexpr std::array<PythonCommand, 3> COMMANDS = {{
+constexpr std::array<PythonCommand, 4> COMMANDS = {{
+    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
+    {"compare", "Compare result files: one page for a browser", "vorlen compare a.result.txt b.result.txt -o page.html",
+     "jinja2"},
     {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml",
      "scipy"},
-    {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
-    {"sweep", "Run the rows of a sweep plan, or some of them", "vorlen sweep plan.json --workers 4", nullptr},
+    {"sweep", "Run a recipe with many values, or the rows of a sweep plan",
+     "vorlen sweep recipe.xml --set process_stages/stage_1/T=1000:1050:5", nullptr},
 }};
 
 // Exits with 0 if the interpreter finds all modules given as arguments.
@@ -60,6 +64,7 @@ fs::path source_tree(const fs::path& tool) {
 void set_environment() {
   std::error_code ignored;
   const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
+  if (!tool.empty()) setenv("VORLEN", tool.c_str(), 0);  // checks recipes for the package
   const fs::path tree = source_tree(tool);
   const fs::path folder = tool.parent_path();
   const fs::path package = tree.empty() ? folder.parent_path() / "lib/python3/dist-packages" : tree / "python";
@@ -109,6 +114,14 @@ const PythonCommand* command_called(const std::string& word) {
   return nullptr;
 }
 
+// Ctrl-C waits until the package handles it: an interpreter that is starting would print a traceback.
+void block_interrupts() {
+  sigset_t interrupts;
+  sigemptyset(&interrupts);
+  sigaddset(&interrupts, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupts, nullptr);
+}
+
 }  // namespace
 
 void add_python_commands(CLI::App& app) {
@@ -135,6 +148,7 @@ int forward_to_python(char** arguments) {
     if (!fits(interpreter, command)) continue;
     std::vector<std::string> words = {interpreter, "-m", "vorlen"};
     for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
+    block_interrupts();
     execvp(interpreter.c_str(), pointers_to(words).data());
     return fail(interpreter + ": " + std::strerror(errno));
   }

@@ -1,11 +1,11 @@
 """Blue light-emitting diode: n-GaN, five InGaN wells, electron-blocking layer and p-GaN, all simulated.
 
-Targets: n-GaN 1.5 um; wells of 3 nm with 15 % indium, which emit near 450 nm; barriers of 10 nm; an electron-blocking
-layer of 20 nm with 15 % aluminium; p-GaN 120 nm.
+Targets: n-GaN 1.5 um; wells of 3 nm with 15 % indium, which emit near 450 nm; barriers of 10 nm; an
+electron-blocking layer of 20 nm with 15 % aluminium; p-GaN 120 nm.
 
-The hot layers grow in hydrogen, the active region in nitrogen, because hydrogen removes indium. Temperature, pressure and
-carrier gas change only in pauses without metals, under ammonia. Each well gets a thin GaN cap at its own temperature, so
-that it does not lose indium while the reactor heats up.
+The hot layers grow in hydrogen, the active region in nitrogen, because hydrogen removes indium. Temperature,
+pressure and carrier gas change only in pauses without metals, under ammonia. Each well gets a thin GaN cap at its
+own temperature, so that it does not lose indium while the reactor heats up.
 """
 import vorlen
 

@@ -1,10 +1,10 @@
 """Bragg mirror for blue light: twelve pairs of AlInN and GaN with the lattice of GaN, nitrogen carrier.
 
-Targets: each layer a quarter of 440 nm thick by its refractive index, 49.5 nm of AlInN (2.22) and 44.5 nm of GaN (2.47),
-to 2 %; AlInN with 18 % indium, which has the lattice of GaN; strain of AlInN below 0.1 %.
+Targets: each layer a quarter of 440 nm thick by its refractive index, 49.5 nm of AlInN (2.22) and 44.5 nm of GaN
+(2.47), to 2 %; AlInN with 18 % indium, which has the lattice of GaN; strain of AlInN below 0.1 %.
 
-AlInN needs a low temperature to take up indium, GaN grows better at a higher one. A thin GaN cap covers the AlInN before
-the reactor is heated. The gases stay the same.
+AlInN needs a low temperature to take up indium, GaN grows better at a higher one. A thin GaN cap covers the AlInN
+before the reactor is heated. The gases stay the same.
 """
 import vorlen
 

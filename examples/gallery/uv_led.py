@@ -1,11 +1,11 @@
 """Ultraviolet light-emitting diode: AlGaN wells between AlGaN barriers on an AlGaN template, hydrogen carrier.
 
-Targets: n-AlGaN 1 um with 55 % aluminium; three wells of 2.5 nm with 40 %, which emit near 290 nm; barriers of 9 nm with
-55 %; an electron-blocking layer of 12 nm with 70 %; p-GaN contact 30 nm.
+Targets: n-AlGaN 1 um with 55 % aluminium; three wells of 2.5 nm with 40 %, which emit near 290 nm; barriers of 9 nm
+with 55 %; an electron-blocking layer of 12 nm with 70 %; p-GaN contact 30 nm.
 
-Everything grows at one temperature and pressure. The flow of TMGa is constant, and that of TMAl decides the fraction of
-aluminium. There are no pauses: gallium evaporates at this temperature and aluminium does not, so a pause would leave a
-skin of AlN.
+Everything grows at one temperature and pressure. The flow of TMGa is constant, and that of TMAl decides the
+fraction of aluminium. There are no pauses: gallium evaporates at this temperature and aluminium does not, so a
+pause would leave a skin of AlN.
 """
 import vorlen
 

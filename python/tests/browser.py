@@ -27,8 +27,11 @@ class Browser:
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         self.driver = webdriver.Chrome(service=Service(DRIVER), options=options)
 
-    def open(self, path: Path, width: int = 1280, height: int = 900, phone: bool = False) -> None:
+    def open(
+        self, path: Path, width: int = 1280, height: int = 900, phone: bool = False, dark: bool = False
+    ) -> None:
         """Loads a file in a window of that size and waits until its charts are drawn."""
+        self.dark_mode(dark)
         self.command(
             "Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=1, mobile=phone
         )
@@ -64,6 +67,28 @@ class Browser:
         """Moves the mouse to a place of the window, in pixels."""
         for shift in (2, 1, 0):
             self.command("Input.dispatchMouseEvent", type="mouseMoved", x=x + shift, y=y)
+
+    def dark_mode(self, dark: bool) -> None:
+        """Lets the system prefer dark or light colours."""
+        scheme = {"name": "prefers-color-scheme", "value": "dark" if dark else "light"}
+        self.command("Emulation.setEmulatedMedia", media="", features=[scheme])
+
+    def tap(self, x: float, y: float) -> None:
+        """Touches a place of the window, in pixels."""
+        self.command("Input.dispatchTouchEvent", type="touchStart", touchPoints=[{"x": x, "y": y}])
+        self.command("Input.dispatchTouchEvent", type="touchEnd", touchPoints=[])
+
+    def downloaded(self, folder: Path, link: str) -> Path:
+        """Clicks a link, by its CSS selector, and waits for the file that it saves in an empty folder."""
+        self.command("Browser.setDownloadBehavior", behavior="allow", downloadPath=str(folder))
+        self.run("document.querySelector(arguments[0]).click()", link)
+        end = time.monotonic() + 20  # s
+        while time.monotonic() < end:
+            files = [path for path in folder.iterdir() if path.suffix != ".crdownload" and path.stat().st_size]
+            if files and not list(folder.glob("*.crdownload")):
+                return files[0]
+            time.sleep(0.05)
+        raise AssertionError(f"{link} saved no file; console: {self.console()}")
 
     def drag(self, start: tuple[float, float], end: tuple[float, float]) -> None:
         """Presses the mouse button at one place and releases it at another."""

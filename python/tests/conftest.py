@@ -3,13 +3,23 @@
 from __future__ import annotations
 
 import subprocess
+from collections.abc import Iterator
 from pathlib import Path
+from typing import TYPE_CHECKING
 
 import pytest
 
 from vorlen import _library
 
+if TYPE_CHECKING:
+    from browser import Browser
+
 ROOT = Path(__file__).resolve().parents[2]
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    """Many tests use odd recipes. Tests of clean ones make the warning an error."""
+    config.addinivalue_line("filterwarnings", "ignore::vorlen.RecipeWarning")
 
 
 @pytest.fixture(scope="session")
@@ -22,6 +32,16 @@ def examples() -> Path:
 def layer(examples: Path) -> Path:
     """A recipe of one InGaN layer that runs within milliseconds."""
     return examples / "notebooks" / "ingan_layer.xml"
+
+
+@pytest.fixture(scope="session")
+def browser() -> Iterator[Browser]:
+    """One browser window for all tests of pages."""
+    from browser import Browser
+
+    browser = Browser()
+    yield browser
+    browser.close()
 
 
 @pytest.fixture

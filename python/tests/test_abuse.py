@@ -251,6 +251,14 @@ EXPORTS: list[Row] = [
     *write_a_file(
         "report", lambda path: vorlen.report(result(), path), inputs=("result.txt", "recipe.xml", "hard.xml")
     ),
+    ("compare None", lambda: vorlen.compare(None, "o.html"), TypeError, r"runs must be .*None"),
+    ("compare one run", lambda: vorlen.compare(result(), "o.html"), TypeError, r"runs must be .*Run"),
+    ("compare a list of one", lambda: vorlen.compare([result()], "o.html"), ValueError, r"at least two runs, got 1"),
+    ("compare with a path", lambda: vorlen.compare([result(), "b.txt"], "o.html"), TypeError, r"of type Run, got str"),
+    ("compare to None", lambda: vorlen.compare([result()] * 2, None), TypeError, r"path must be .*None"),
+    *write_a_file(
+        "compare", lambda path: vorlen.compare([result()] * 2, path), inputs=("result.txt", "recipe.xml", "hard.xml")
+    ),
 ]
 
 RECIPE: list[Row] = [

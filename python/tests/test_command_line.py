@@ -16,7 +16,7 @@ from vorlen.__main__ import main
         ),
         (
             "sweep --wrokers=4",
-            "vorlen sweep: error: the following arguments are required: plan\n--wrokers: did you mean --workers?",
+            "vorlen sweep: error: the following arguments are required: RECIPE|PLAN\n--wrokers: did you mean --workers?",
         ),
         (
             "report a.txt --recpie b.xml",

@@ -12,7 +12,7 @@ import pytest
 
 import vorlen
 from engines import wait_for
-from support import MQW, ROOT
+from support import MQW, ROOT, tool
 from vorlen.__main__ import main
 
 LAYER = ROOT / "examples" / "notebooks" / "ingan_layer.xml"  # one layer, InGaN, that runs within milliseconds
@@ -44,7 +44,7 @@ def test_the_recipe_and_the_page_are_written(files, capsys):
     layers = vorlen.run(output).layers
     assert abs(layers.thickness[2] - 4.0) <= 4e-3
     text = page.read_text("utf-8")
-    assert "1 of 1 targets reached" in text and "<style>:root" in text.replace("\n", "")
+    assert "1 of 1 targets reached" in text and ".warnings {" in text  # the styles
     # The runs are kept.
     assert run(files, "-o", str(output), "--force", "--quiet", "--out", str(files / "runs")) == 0
     assert capsys.readouterr().err == ""
@@ -102,6 +102,22 @@ def test_a_recipe_that_fails_is_a_message(files, capsys):
     assert not (files / "start_designed.xml").exists()
 
 
+@pytest.mark.filterwarnings("default::vorlen.RecipeWarning")
+def test_the_warnings_of_vorlen_check_are_reported_once(files, capsys, recwarn, monkeypatch):
+    monkeypatch.setenv("VORLEN", tool())
+    start = files / "start.xml"
+    start.write_text(start.read_text("utf-8").replace("</NonstSurfChem>", '<odd val="1"/></NonstSurfChem>'), "utf-8")
+    assert run(files, "--quiet") == 0
+    shown = capsys.readouterr().err
+    assert shown.startswith(f"vorlen design: {start}: 1 warning:") and shown.count("odd") == 1
+    targets = files / "targets.yaml"
+    vorlen.design(start, targets, workers=1, check=False)
+    assert not [one for one in recwarn if one.category is vorlen.RecipeWarning]
+    with pytest.warns(vorlen.RecipeWarning, match="1 warning") as found:
+        vorlen.design(start, targets, workers=1)
+    assert found[0].filename == __file__
+
+
 @pytest.mark.parametrize(
     "option", ["--workers=0", "--workers=two", "--max-runs=0", "--max-runs=1.5", "--time-limit=-1", "--timeout=nan"]
 )
@@ -124,7 +140,7 @@ def test_ctrl_c_keeps_the_runs(files):
     assert wait_for((files / "runs" / "rows" / "000001.xml").exists)
     process.send_signal(signal.SIGINT)
     _, error = process.communicate(timeout=60)
-    assert process.returncode == 130
+    assert process.returncode == 130  # of a program that SIGINT has ended
     assert "to continue, repeat the call" in error and "Traceback" not in error
     first = files / "runs" / "rows" / "000000.result.txt"
     time = first.stat().st_mtime_ns

@@ -8,9 +8,11 @@ import pytest
 
 from doc_blocks import ROOT, matches, run_page
 
-PAGES = ("python.md", "sweeps.md", "clusters.md", "fitting.md", "designing.md")  # of docs/
+PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
+         "designing.md")  # of docs/
 
 
+@pytest.mark.filterwarnings("error::vorlen.RecipeWarning")
 @pytest.mark.parametrize("page", PAGES)
 def test_every_block_of_a_page_runs(page: str, tmp_path: Path) -> None:
     assert run_page(ROOT / "docs" / page, tmp_path) > 0

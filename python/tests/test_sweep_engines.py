@@ -10,6 +10,7 @@ import pytest
 
 import vorlen
 from engines import cannot_run, dask_cluster, environment, require_commands, require_module, slurm_cluster, wait_for
+from support import tool
 
 T = "process_stages/stage_1/T"
 TEMPERATURES = range(1000, 1060, 5)  # those of the examples
@@ -89,7 +90,7 @@ def test_a_slurm_array_of_packed_tasks_gives_the_serial_table(layer, examples, t
     plan = vorlen.write_plan(tmp_path / "plan.json", layer, {T: TEMPERATURES}, out="out")
     command = [sys.executable, "-m", "vorlen"]
     with slurm_cluster(tmp_path / "slurm") as variables:
-        settings = environment(**variables, PLAN=str(plan), ROWS="5", VORLEN=" ".join(command))
+        settings = environment(**variables, PLAN=str(plan), ROWS="5", VORLEN=tool(), VORLEN_PYTHON=sys.executable)
 
         def call(*words: object) -> str:
             run = subprocess.run(

@@ -10,13 +10,17 @@
 matplotlib, jinja2 and other optional packages are imported when they are first used.
 """
 
-from ._files import BusyError
+from . import _interrupts  # first: a command that is interrupted during the other imports ends without a traceback
+from ._compare import compare
 from ._design import Design, design
+from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
 from ._plan import PlanError
 from ._plan_file import write_plan
+from ._plot_runs import plot
 from ._recipe import Recipe
+from ._recipe_check import RecipeWarning
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
@@ -34,13 +38,16 @@ __all__ = [
     "PlanError",
     "Recipe",
     "RecipeError",
+    "RecipeWarning",
     "ResultFileError",
     "Run",
     "SimulationError",
     "Sweep",
     "__version__",
+    "compare",
     "design",
     "fit",
+    "plot",
     "read",
     "read_sweep",
     "report",

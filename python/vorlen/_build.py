@@ -1,8 +1,8 @@
 """Stages of a recipe from conditions: a new recipe, given layers, and grown ones.
 
 The conditions of a grown stage that are not given are those at the end of the stage before it, which are read from the
-recipe itself. So any recipe can be continued. A stage without metals counts as a pause: the metals of the next stage are
-those before the pause. Each function gives a new document.
+recipe itself. So any recipe can be continued. A stage without metals counts as a pause: the metals of the next stage
+are those before the pause. Each function gives a new document.
 """
 
 from __future__ import annotations
@@ -14,7 +14,7 @@ from typing import Any
 
 from ._composition import fractions_of, lattice_of, material_keyword
 from ._document import Document
-from ._kinds import KNOWN, children_of_kind, leading_number, text_of
+from ._kinds import KNOWN, children_of_kind, leading_number, text_of, unit_of
 from ._limits import check_limits
 from ._quantities import number_in
 from ._recipe_text import Texts, layout, recipe_text, stage_lines
@@ -97,7 +97,7 @@ def new_recipe(
 
 
 def check_initial(document: Document, initial: Mapping[str, object]) -> None:
-    """Raises ValueError for conditions of the first stage that are invalid, or that the transport model does not use."""
+    """Raises ValueError for conditions of the first stage that are invalid, or not used by the transport model."""
     transport = _transport_of(document)
     for condition, value in initial.items():
         if value is not None:
@@ -128,7 +128,7 @@ def _chemistry(material: str, changes: Mapping[str, Any]) -> dict[str, tuple[str
             continue
         parts = dict(zip(known.attributes, values[path]))
         for part, number in _mapping(change, name, known.attributes).items():
-            parts[part] = text_of(number_in(number, f"{name}: {part}", ""), path, known)
+            parts[part] = text_of(number_in(number, f"{name}: {part}", unit_of(known, part)), path, known)
         values[path] = tuple(parts.values())
     return values
 
@@ -260,7 +260,7 @@ def with_layer(
     values["tau"] = _texts("duration", f"{pattern}/tau", duration)
     for metal, fraction in found.items():
         values[f"X_{metal}_average"] = _texts(f"x_{metal.lower()}", f"{pattern}/X_{metal}_average", fraction)
-    if dislocations is None and lowest:
+    if dislocations in (None, "inherited") and lowest:
         raise ValueError("dislocations must be given for the lowest layer: there is none to inherit them from")
     values |= _dislocations(pattern, dislocations)
     values["stress_state"], comment = _stress_state(pattern, found, lattice, relaxation, lowest)
@@ -335,7 +335,8 @@ def with_growth(
     _check_gases(values, transport, first=not before)
     if relaxing and dislocations is not None:
         raise ValueError("dislocations of grown layers follow from those of the template with stress V_dislocation")
-    if not before and count_of_stages(document, "pre_stages") == 0 and (relaxing or dislocations in (None, "inherited")):
+    lowest = not before and count_of_stages(document, "pre_stages") == 0
+    if lowest and dislocations in (None, "inherited"):
         raise ValueError("the first grown layer needs a layer below it: call template() first")
     if not relaxing:
         values |= _dislocations(STAGE, dislocations)

@@ -1,4 +1,4 @@
-"""The methods of a recipe that build one from nothing, or continue a loaded one: new, template, grow, pause, periods, cap.
+"""The methods of Recipe that build one from nothing or continue a loaded one: new, template, grow, pause, periods, cap.
 
 Numbers are in the units of the recipe file; texts and Quantities of pint may have any unit of the same kind.
 """
@@ -205,22 +205,10 @@ class Building:
 
         Parameters
         ----------
-        composition : str
-            "GaN", "Al0.1Ga0.9N", or "AlGaN" with x_al.
-        thickness : float, str or Quantity
-            Thickness [nm].
-        dislocations : float, str or Quantity, optional
-            Dislocation density [cm^-2]. None: that of the layer below.
-        name : str, optional
-            Name of the layer. None: the composition.
-        lattice : float, str or Quantity, optional
-            In-plane lattice constant [angstrom]. None: the one that relaxation gives.
-        relaxation : float, optional
-            Degree of relaxation: 0 (as None) keeps the lattice of the layer below, 1 gives the layer its own.
-        x_in, x_ga, x_al : float, optional
-            Fractions that the composition does not contain. One metal may be the rest.
-        duration, growth_rate : float, str or Quantity, optional
-            As in template().
+        composition, thickness, dislocations, name, lattice, relaxation : see template()
+            The lattice and the dislocations that are not given are those of the layer below.
+        x_in, x_ga, x_al, duration, growth_rate : see template()
+            As there.
 
         Returns
         -------

@@ -28,6 +28,7 @@ from ._design_steps import snapped
 from ._design_targets import Spec, read_spec
 from ._plan_values import given_recipe
 from ._recipe import Recipe
+from ._recipe_check import warn_about
 from ._run import SimulationError
 from ._run_rows import pool_of
 from ._scheme import STAGED
@@ -143,6 +144,7 @@ def design(
     workers: int | None = None,
     executor: Executor | None = None,
     progress: bool = False,
+    check: bool = True,
 ) -> Design:
     """Finds values of a recipe's knobs with which its layers reach given targets.
 
@@ -170,6 +172,9 @@ def design(
         As for sweep().
     progress : bool, optional
         True: show a progress line on standard error.
+    check : bool, optional
+        True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
+        three. The recipes of the runs are not checked.
 
     Returns
     -------
@@ -198,7 +203,7 @@ def design(
     import scipy.optimize  # noqa: F401  # reports that it is missing before anything runs
 
     check_timeout(timeout)
-    check_flags(progress=progress)
+    check_flags(progress=progress, check=check)
     if isinstance(max_runs, bool) or not isinstance(max_runs, int) or max_runs < 1:
         raise ValueError(f"max_runs must be a positive integer, got {max_runs!r}")
     if time_limit is not None:
@@ -206,6 +211,8 @@ def design(
     executor = given_executor(workers, executor, out)
     base = given_recipe(recipe, STAGED)
     spec = read_spec(base, targets)
+    if check:
+        warn_about(base.to_bytes(), base.path)
     with design_folder(out) as folder, pool_of(workers, executor) as pool:
         model = DesignModel(
             base, spec, folder=folder, executor=pool, timeout=timeout, time_limit=time_limit, max_runs=max_runs,

@@ -9,10 +9,12 @@ from typing import Any, TextIO
 
 from ._arguments import check_number
 from ._design import design, design_text
-from ._files import check_place
+from ._files import check_place, read_file
+from ._interrupts import status_of
+from ._recipe_check import check_text
 from ._run import SimulationError
+from ._scheme import STAGED
 
-INTERRUPTED = 130  # exit status of a program that SIGINT has ended
 EPILOG = """\
 Targets are a YAML file:
 
@@ -26,7 +28,7 @@ Quantities: thickness, rate, In, Ga, Al (mean; "In middle", "In final"), strain,
 lower interface, upper interface. Knobs: tau, T, P, TMIn, TMGa, TEGa, TMAl, N2, NH3, H2, periods.
 
 Exit status: 0 if all targets are reached; 1 if some are out of reach (the best recipe is written), or for a failure;
-2 for a usage error; 130 after Ctrl-C."""
+2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM."""
 
 
 def _positive(what: str, kind: type) -> Any:
@@ -93,13 +95,16 @@ def _design(options: argparse.Namespace) -> int:
         raise ValueError(f"{output} can't be both the recipe and the page")
     if output.exists() and not options.force:
         raise FileExistsError(f"{output} exists; give another name with -o, or --force to replace it")
+    text = check_text(read_file(recipe), recipe, STAGED)
+    if text:
+        _print(f"vorlen design: {text}", sys.stderr)
     try:
         made = design(
             recipe, options.targets, max_runs=options.max_runs, time_limit=options.time_limit, timeout=options.timeout,
-            out=options.out, workers=options.workers, progress=not options.quiet,
+            out=options.out, workers=options.workers, progress=not options.quiet, check=False,
         )
-    except KeyboardInterrupt:
-        return INTERRUPTED
+    except KeyboardInterrupt as interrupt:
+        return status_of(interrupt)
     except SimulationError as error:
         raise RuntimeError(f"{recipe} fails before anything is changed: {error.text}") from error
     made.recipe.save(output)

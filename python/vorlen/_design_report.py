@@ -12,8 +12,6 @@ from ._report import ASSETS, number
 from ._types import PathLike
 from ._version import __version__
 
-STYLES = ("page.css", "report.css")  # those of reports
-
 
 def write_report(
     table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: int, recipe: Path | None, path: PathLike
@@ -43,6 +41,6 @@ def render(table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: 
         knobs=shown.to_dict("records"),
         warnings=warnings,
         runs=runs,
-        css="".join((ASSETS / name).read_text("utf-8") for name in STYLES if (ASSETS / name).is_file()),
+        css=(ASSETS / "page.css").read_text("utf-8"),
     )
     return str(page)

@@ -24,12 +24,13 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from ._arguments import check_number, check_timeout, given_executor, is_number
+from ._arguments import check_flags, check_number, check_timeout, given_executor, is_number
 from ._fit_model import STEP, Array, FitModel, fit_folder
 from ._fit_plot import plot_fit
 from ._measurements import measurement_table
 from ._plan_values import given_recipe
 from ._recipe import Recipe, place_in
+from ._recipe_check import warn_about
 from ._run import SimulationError
 from ._run_rows import pool_of
 from ._source import RecipeLike
@@ -149,6 +150,7 @@ def fit(
     out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
+    check: bool = True,
 ) -> Fit:
     """Fits constants of one recipe, or of several at once, to measurements.
 
@@ -160,12 +162,13 @@ def fit(
         A path, the XML itself, or a Recipe; for several recipes, a mapping of names to them.
     parameters : mapping of str to tuple
         Path in the recipes: (low, high) or (low, start, high), all above 0. The default start is the value in the first
-        recipe. All recipes get the same value.
+        recipe. All recipes get the same value. A ramp must have equal ends, and both are set.
     measurements : mapping or pandas.DataFrame
         For one recipe, quantity: (value, standard deviation), or the value alone; for several recipes, a mapping of
         their names to such mappings; or a data frame with the columns recipe, quantity, value, sigma. Quantities are
         the key results of sweep(): thickness_2 (nm), x_in_2, z (nm), ... Without standard deviations, relative
-        deviations are minimised, and their scatter gives the errors.
+        deviations are minimised, and their scatter gives the errors. Names of recipes that are numbers may be written
+        differently, such as 12, 12.0 and "0012", as long as only one recipe has that number.
     level : float, optional
         Confidence level of the intervals, between 0 and 1.
     scheme : str, optional
@@ -177,6 +180,9 @@ def fit(
         repeated. None: the files are deleted. Required with an executor.
     workers, executor : optional
         As for sweep().
+    check : bool, optional
+        True: issue one RecipeWarning for each recipe that `vorlen check` has warnings about, with the first three,
+        before the runs.
 
     Returns
     -------
@@ -203,12 +209,16 @@ def fit(
 
     check_number(level, "level must be a number between 0 and 1, such as 0.95", 0.0, 1.0)
     check_timeout(timeout)
+    check_flags(check=check)
     executor = given_executor(workers, executor, out)
     recipes = _given_recipes(recipe, scheme)
     start, paths = _start_parameters(recipes, parameters)
     table = measurement_table(measurements, recipes)
     if len(table) < len(paths):
         raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
+    if check:
+        for name, one in recipes.items():
+            warn_about(one.to_bytes(), name if isinstance(recipe, Mapping) else one.path)
 
     with pool_of(workers, executor) as pool, fit_folder(out, len(recipes)) as folder:
         model = FitModel(
@@ -272,10 +282,24 @@ def _start_parameters(recipes: dict[str, Recipe], parameters: Mapping[str, Any])
                 raise ValueError(f"{other} and {path} mean the same constant")
         if place.kind == "integer":
             raise ValueError(f"{path} takes integers; only real numbers can be fitted")
-        low, start, high = _bounds(path, parameters[path], first[path])
+        present = [_present_value(name, recipe, path) for name, recipe in recipes.items()]
+        low, start, high = _bounds(path, parameters[path], present[0])
         name = "ln_" + re.sub(r"\W", "_", place.short_name, flags=re.ASCII)
         made.add(name if name not in made else f"{name}_{number}", np.log(start), min=np.log(low), max=np.log(high))
     return made, paths
+
+
+def _present_value(name: str, recipe: Recipe, path: str) -> Any:
+    """The value at a path; of a ramp whose ends are equal, one number. Raises ValueError for other ramps."""
+    value = recipe[path]
+    if not isinstance(value, tuple):
+        return value
+    if value[0] != value[1]:
+        raise ValueError(
+            f"{path} of {name} is a ramp from {value[0]} to {value[1]}; only a ramp with equal ends can be fitted, or one "
+            f"end, {path}/val or {path}/end"
+        )
+    return value[0]
 
 
 def _bounds(path: str, given: Any, present: Any) -> tuple[float, float, float]:

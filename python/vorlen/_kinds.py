@@ -44,6 +44,13 @@ def children_of_kind(parent: str, kind: str) -> list[str]:
     return [name for above, _, name in paths if above == parent]
 
 
+def unit_of(known: Element, attribute: str) -> str:
+    """The unit of an attribute of a known element; empty for a number without one."""
+    if known.kind != "arrhenius":
+        return known.unit
+    return known.unit.split(", ")[known.attributes.index(attribute)].removesuffix("1")
+
+
 def leading_number(text: str | None) -> float:
     """The number at the start of a text, as the library reads it; NaN if there is none."""
     value, _ = _leading_number(text or "")

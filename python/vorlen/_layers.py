@@ -109,7 +109,7 @@ def _middle_composition(heights: Array, x: Sequence[Array]) -> Array | None:
         below, above, bottom, top = heights[steps], heights[steps + 1], bottom[steps], top[steps]
         share = (0.5 * (bottom + top) - below) / (above - below)
         middles = [column[steps] + share * (column[steps + 1] - column[steps]) for column in x]
-        means = np.array([np.sum(middle * (top - bottom)) / (0.5 * grown) for middle in middles])
+        means = np.array([np.sum(middle * (top - bottom)) / np.sum(top - bottom) for middle in middles])
     return np.where(np.isfinite(means), means, np.nan)
 
 

@@ -6,6 +6,7 @@ import math
 import re
 from collections import Counter
 from collections.abc import Iterator, Mapping
+from decimal import Decimal
 from typing import Any
 
 import pandas as pd
@@ -27,7 +28,7 @@ def measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, recipes: M
     else:
         kind = type(measurements).__name__
         raise TypeError(f"measurements must be a mapping of quantities to values or a data frame, got {kind}")
-    records = [(str(record[0]), *record[1:]) for record in records]
+    records = [(_recipe_name(record[0], recipes), *record[1:]) for record in records]
     _check_names(records, recipes)
     for record in records:
         _check_numbers(*record)
@@ -69,6 +70,31 @@ def _records_of_mapping(given: Mapping[str, Any], names: list[str]) -> Iterator[
             if len(pair) != 2:
                 raise ValueError(f"{quantity} of {name}: expected a value and its standard deviation, got {value!r}")
             yield name, quantity, pair[0], pair[1]
+
+
+def _recipe_name(given: object, recipes: Mapping[str, Recipe]) -> str:
+    """The name of the recipe that is meant: the same text, or the only one with the same number.
+
+    pandas reads a column of numbers as integers or floats, and 0012 as 12. Raises ValueError if the name is missing or
+    fits several recipes.
+    """
+    if pd.api.types.is_scalar(given) and pd.isna(given):
+        raise ValueError("a measurement has no recipe: its place in the column recipe is empty")
+    text = str(given)
+    if isinstance(given, str) and text in recipes:
+        return text
+    number = _number_in(text)
+    same = [name for name in recipes if number is not None and _number_in(name) == number]
+    if len(same) > 1:
+        names = ", ".join(map(repr, same))
+        reason = f"which may mean the recipes {names}; give the name as a text"
+        raise ValueError(f"measurements are given for {given!r}, {reason}")
+    return same[0] if same else text
+
+
+def _number_in(text: str) -> Decimal | None:
+    """The number that a name consists of; None for other names."""
+    return Decimal(text) if re.fullmatch(r"[-+]?\d{1,30}(\.\d*)?", text.strip(), re.ASCII) else None
 
 
 def _check_names(records: list[Record], recipes: Mapping[str, Recipe]) -> None:

@@ -16,6 +16,7 @@ from ._status import failed_path
 
 MODES = ("grid", "zip")
 ROWS_FOLDER = "rows"
+MAX_ROWS = 1_000_000
 
 
 class PlanError(ValueError):

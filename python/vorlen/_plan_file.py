@@ -137,7 +137,7 @@ def _plan_of(content: Any, path: Path) -> tuple[Plan, Path]:
     if "table" in content:
         if mode != "zip":
             raise PlanError(f'with "table", "mode" can only be "zip", got {mode!r}')
-        parameters: Any = _read_table(path.parent / content["table"])
+        parameters: Any = read_table(path.parent / content["table"])
     else:
         parameters = content["parameters"]
         if not isinstance(parameters, dict) or not all(isinstance(values, list) for values in parameters.values()):
@@ -157,7 +157,7 @@ def _unique(pairs: list[tuple[str, Any]]) -> dict[str, Any]:
     return content
 
 
-def _read_table(path: Path) -> pd.DataFrame:
+def read_table(path: Path) -> pd.DataFrame:
     """A file of comma-separated values, with all values as they are written."""
     try:
         text = read_file(path).decode("utf-8-sig")

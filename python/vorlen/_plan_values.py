@@ -7,6 +7,7 @@ table (a data frame or CSV file) the columns PATH_begin and PATH_end are the sta
 from __future__ import annotations
 
 import itertools
+import math
 import numbers
 from collections.abc import Iterable, Mapping, Sequence, Set
 from typing import Any
@@ -16,7 +17,7 @@ import pandas as pd
 from ._document import Place, split_path
 from ._elements import Element
 from ._kinds import known_element, text_of
-from ._plan import Plan, PlanError
+from ._plan import MAX_ROWS, Plan, PlanError
 from ._recipe import Recipe, place_in
 from ._scheme import check_scheme
 from ._source import RecipeLike, RecipeSource
@@ -59,6 +60,9 @@ def make_plan(
         raise TypeError(f"parameters must be a mapping of paths to lists of values, or a data frame, got {kind}")
     if not lists or not all(lists.values()):
         raise PlanError("a sweep needs at least one parameter, and at least one value for each")
+    count = math.prod(map(len, lists.values())) if mode == "grid" else max(map(len, lists.values()))
+    if count > MAX_ROWS:
+        raise PlanError(f"a sweep has at most {MAX_ROWS} rows, this one would have {count}")
     known = {path: known_parameter(path)[0] for path in lists}
     plain = {path: [_plain_value(value, path, known[path]) for value in values] for path, values in lists.items()}
     if mode == "zip" and len({len(values) for values in plain.values()}) > 1:
@@ -164,6 +168,8 @@ def _try_values(base: Recipe, path: str, values: list[Any]) -> Place:
     for value in attempts.values():
         try:
             trial[path] = tuple(value) if isinstance(value, list) else value
-        except (KeyError, ValueError, TypeError) as error:
+        except KeyError as error:
+            raise PlanError(error.args[0]) from error
+        except (ValueError, TypeError) as error:
             raise PlanError(f"{path} can't be set to {value!r}: {error.args[0]}") from error
     return place_in(trial, path)

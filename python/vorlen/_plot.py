@@ -62,8 +62,37 @@ def plot_run(
     """A figure of a run, described at Run.plot. inputs: files that must not be replaced by the figure."""
     import matplotlib.pyplot as plt
 
-    if kind not in KINDS:
-        raise ValueError(f'kind must be "time", "depth" or "relaxation", got {kind!r}')
+    panels = checked_panels(kind, KINDS, span, panels)
+    if tables.rows(span).empty:
+        raise ValueError("the run has no rows to draw")
+    if path is not None:
+        check_figure(path, inputs)  # before the work
+    with plt.rc_context(STYLE):
+        if kind == "relaxation":
+            figure = relaxation_diagram(tables, span)
+        else:
+            figure = _panels(tables, span, panels, over_time=kind == "time")
+        save_or_close(figure, path, inputs)
+    return figure
+
+
+def save_or_close(figure: Figure, path: PathLike | None, inputs: Iterable[PathLike | None]) -> None:
+    """Saves a new figure if there is a path. If that fails, the figure is closed."""
+    import matplotlib.pyplot as plt
+
+    if path is not None:
+        try:
+            save_figure(figure, path, inputs)
+        except BaseException:
+            plt.close(figure)
+            raise
+
+
+def checked_panels(kind: str, kinds: Sequence[str], span: str, panels: Sequence[str]) -> list[str]:
+    """The panels as a list. Raises TypeError or ValueError for a wrong kind, span or panel."""
+    if kind not in kinds:
+        names = ", ".join(f'"{name}"' for name in kinds[:-1]) + f' or "{kinds[-1]}"'
+        raise ValueError(f"kind must be {names}, got {kind!r}")
     if isinstance(panels, str) or not isinstance(panels, Iterable):
         raise TypeError(f"panels must be a list of names, got {panels!r}")
     panels = list(panels)
@@ -74,22 +103,7 @@ def plot_run(
         raise ValueError(f"panels must be one or more of {', '.join(PANELS)}, got {', '.join(map(str, panels))}")
     if span not in ("active", "all"):
         raise ValueError(f'span must be "active" or "all", got {span!r}')
-    if tables.rows(span).empty:
-        raise ValueError("the run has no rows to draw")
-    if path is not None:
-        check_figure(path, inputs)  # before the work
-    with plt.rc_context(STYLE):
-        if kind == "relaxation":
-            figure = relaxation_diagram(tables, span)
-        else:
-            figure = _panels(tables, span, panels, over_time=kind == "time")
-        if path is not None:
-            try:
-                save_figure(figure, path, inputs)
-            except BaseException:
-                plt.close(figure)
-                raise
-    return figure
+    return panels
 
 
 def check_figure(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> str:
@@ -112,7 +126,7 @@ def save_figure(figure: Figure, path: PathLike, inputs: Iterable[PathLike | None
     replace_file(path, picture.getvalue(), inputs=inputs)
 
 
-def _shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
+def shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
     """Shades the stages in all axes and names them above the first. Returns True if the names are slanted."""
     begin, end = axes[0].get_xlim()
     inches = axes[0].get_position().width * axes[0].figure.get_figwidth() / (end - begin)
@@ -181,7 +195,7 @@ def _panels(tables: DrawnTables, span: str, panels: Sequence[str], over_time: bo
     if len(finite) and finite.max() > finite.min():
         axes[0].set_xlim(finite.min(), finite.max())
     axes[-1].set_xlabel("time (s)" if over_time else tables.height_label)
-    upright = _shade_stages(axes, tables.stage_borders(over_time, span))
+    upright = shade_stages(axes, tables.stage_borders(over_time, span))
     figure.subplots_adjust(top=1 - (0.7 if upright else 0.25) / height)
     return figure
 

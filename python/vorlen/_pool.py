@@ -57,14 +57,19 @@ class WorkerProcess:
     """One worker process; it runs one row at a time."""
 
     def __init__(self) -> None:
-        process = subprocess.Popen(
-            [sys.executable, "-m", "vorlen._worker"],
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-            bufsize=0,
-            env=_worker_environment(),
-            start_new_session=True,  # the caller handles an interrupt from the terminal
-        )
+        # The caller handles interrupts and kills the worker, which would print a traceback.
+        mask = signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT])  # of this thread, and inherited
+        try:
+            process = subprocess.Popen(
+                [sys.executable, "-m", "vorlen._worker"],
+                stdin=subprocess.PIPE,
+                stdout=subprocess.PIPE,
+                bufsize=0,
+                env=_worker_environment(),
+                start_new_session=True,  # the terminal sends it no signals
+            )
+        finally:
+            signal.pthread_sigmask(signal.SIG_SETMASK, mask)
         assert process.stdin is not None and process.stdout is not None
         self.process = process
         self.requests_pipe, self.answers_pipe = process.stdin, process.stdout

@@ -1,7 +1,7 @@
 """Numbers with units: "757 degC", "8 slm", or a Quantity of pint, as the number that a recipe holds.
 
-pint knows the units and is imported when the first unit is converted. Flows of gas are amounts of substance per time, as
-mass flow controllers state them: 1 sccm is one cm^3 of an ideal gas at 0 degC and 1 atm per minute, 1/22414 mol/min.
+pint knows the units and is imported when the first unit is converted. Flows of gas are amounts of substance per time,
+as mass flow controllers state them: 1 sccm is one cm^3 of an ideal gas at 0 degC and 1 atm per minute, 1/22414 mol/min.
 """
 
 from __future__ import annotations

@@ -1,4 +1,4 @@
-"""Recipes: load, inspect, change, save.
+"""Recipes: load, inspect, change, save. _building.py has the methods that build one.
 
 A Recipe is the bytes of an XML file and an index of its elements. A change replaces only the bytes of the value, so
 comments, order, indentation and line ends stay as they are. A path lists element names from the root's children down,
@@ -7,6 +7,7 @@ separated by slashes (or by colons, as in the library's messages):
     recipe["process_stages/stage_2/T"]               (1010.0, 1080.0), start and end of a ramp
     recipe["process_stages/stage_2/tau"] = 40        a single value
     recipe["process_stages/stage_2/T"] = 1020        start and end
+    recipe["process_stages/stage_2/T"] = "757 degC"  with a unit
     recipe["process_stages/stage_2/T/end"] = 1030    one attribute
     recipe["chemistry/Kd_In"]                        {"A": 1e13, "Ta": 23200.0, "Tn": 0.0}
     recipe["chemistry/Kd_In/A"] = 2e13               one attribute
@@ -44,7 +45,7 @@ class Recipe(Building):
     Parameters
     ----------
     source : str or bytes
-        The XML. Recipe.load reads a file.
+        The XML. Recipe.load reads a file, Recipe.new starts without one.
     path : path, optional
         Path of its file, for messages and status files. None: it has none.
 
@@ -192,7 +193,8 @@ class Recipe(Building):
             Path of the element or attribute. A missing optional element outside of stages is added.
         value : float, str, pair or dict
             One value, which for a ramp is its start and end; a pair (start, end) for a ramp; or a dictionary of
-            attributes. Units as in the recipe.
+            attributes. Numbers are in the units of the recipe. A text such as "757 degC", or a Quantity of pint, may
+            have another unit.
 
         Returns
         -------
@@ -201,13 +203,16 @@ class Recipe(Building):
 
         Raises
         ------
+        ImportError
+            If the value has a unit and pint is missing.
         KeyError
             If the path, or an attribute, does not exist.
         TypeError
             If path is not a text, or value is neither a number nor a text.
         ValueError
-            If the library would misread the value: a text or a fraction where it expects a number or an integer, an
-            unknown keyword, NaN, infinity; if the element has another number of values; if XML can't contain the text.
+            If the unit does not fit; if the library would misread the value: a text or a fraction where it expects a
+            number or an integer, an unknown keyword, NaN, infinity; if the element has another number of values; if XML
+            can't contain the text.
         """
         self[path] = value
         return self

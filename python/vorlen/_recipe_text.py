@@ -25,7 +25,8 @@ COMMENTS = {
 }
 CHEMISTRY = (
     "<!-- Each constant is A * exp(-Ta/T) * T^Tn with T in K. A in 1/s for Kd_In, Kd_Ga and Kd_Al (desorption of",
-    "     metals), in m^2/(kmol s) for Kd_N2 and Kd_H2 (desorption of gases) and K_..._plus (incorporation); Ta in K. -->",
+    "     metals), in m^2/(kmol s) for Kd_N2 and Kd_H2 (desorption of gases) and K_..._plus (incorporation); Ta in K."
+    " -->",
 )
 _ASCII = str.maketrans({"⁻": "^-", "²": "2", "³": "3", "µ": "u"})
 

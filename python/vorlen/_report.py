@@ -1,13 +1,16 @@
 """A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
 The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
-report.css and report.js; report_charts.py makes the data of the charts, report_stack.py the picture of the layers.
+page.css and report.css; charts.js draws the charts, downloads.js saves tables and charts, report.js has the controls.
+_report_charts.py makes the data of the charts, _report_stack.py the pictures of the layers, _report_tables.py the
+tables.
 """
 
 from __future__ import annotations
 
 import json
 import math
+import re
 from pathlib import Path
 from typing import Any
 
@@ -17,9 +20,20 @@ import pandas as pd
 from ._files import check_place, replace_file, valid_text
 from ._report_charts import charts
 from ._report_stack import layer_stack
+from ._report_tables import (
+    csv_text,
+    interface_groups,
+    interface_table,
+    layer_groups,
+    layer_table,
+    records,
+    shown_places,
+)
 from ._run import Run, SimulationError
 from ._source import RecipeSource
 from ._status import read_matching_status
+from ._structure import Structure, structure_of
+from ._structure_text import sentence
 from ._tool import findings
 from ._types import PathLike
 from ._version import __version__
@@ -73,27 +87,55 @@ def render(run: Run | SimulationError) -> str:
 
     run = _run_of(run)
     has_rows = bool(run.content) and not run._profile.empty
-    figures = charts(run._drawn) if has_rows else {}
+    failed = run.failed if run.content else True
+    title = _title(run)
+    layers = layer_table(run._layers, float(run.end["time"]) if has_rows else math.inf) if run.content else None
+    structure = structure_of(layers[layers["reached"]]) if layers is not None else None
+    data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
+    content: dict[str, Any] = {"layers": [], "interfaces": [], "stack": "", "summary": "", "quantities": ""}
+    if layers is not None and structure is not None:
+        content["layers"] = records(layers, layer_groups(layers), "Layers")
+        content["stack"] = layer_stack(layers[layers["reached"]], structure)
+        data["tables"]["layers"] = {"name": f"{data['stem']}-layers.csv", "text": csv_text(layers)}
+    if has_rows:
+        drawn = run._drawn
+        interfaces = interface_table(drawn.interfaces, drawn.reference_height)
+        groups = interface_groups(interfaces)
+        content["interfaces"] = records(interfaces, groups, "Interfaces")
+        data["tables"]["interfaces"] = {"name": f"{data['stem']}-interfaces.csv", "text": csv_text(interfaces)}
+        data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
+        content["summary"] = _chart_summary(drawn.rows("active"))
+        content["quantities"] = _quantities(data["charts"]["panels"])
     environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
-    environment.filters["number"] = number
-    template = environment.from_string((ASSETS / "report.html").read_text("utf-8"))
+    environment.filters |= {"number": number, "fraction": fraction}
+    template = environment.from_string(_asset("report.html"))
     return template.render(
-        title=_title(run),
+        title=title,
         version=__version__,
-        failed=run.failed if run.content else True,
+        failed=failed,
+        grew=_grew(run, structure) if layers is not None else "",
         failure=_failure(run),
         facts=_facts(run),
+        height_note=_height_note(run) if has_rows else "",
+        recipe_note=_recipe_note(run),
         warnings=_warnings(run) if has_rows else _findings(run.recipe_source),
-        layers=run._layers.reset_index().to_dict("records") if run.content else [],
-        interfaces=run._interfaces.reset_index().to_dict("records") if has_rows else [],
-        stack=layer_stack(run._layers) if run.content else "",
-        summary=_chart_summary(run._drawn.rows("active")) if has_rows else "",
-        charts=sorted(figures),
-        data=json.dumps(figures, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
-        css=(ASSETS / "report.css").read_text("utf-8"),
-        script=(ASSETS / "report.js").read_text("utf-8"),
-        plotly=chart_library() if figures else "",
+        has_charts=has_rows,
+        data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
+        css=_asset("page.css") + _asset("report.css"),
+        script="\n".join(_asset(name) for name in ("charts.js", "downloads.js", "report.js")),
+        plotly=chart_library() if has_rows else "",
+        **content,
     )
+
+
+def _asset(name: str) -> str:
+    return (ASSETS / name).read_text("utf-8")
+
+
+def _stem(title: str) -> str:
+    """The title as the start of file names."""
+    stem = re.sub(r"\.(xml|txt)$", "", title).removesuffix(".result").removesuffix(".failed")
+    return re.sub(r"[^\w.-]+", "-", stem).strip("-.") or "run"
 
 
 def chart_library() -> str:
@@ -122,11 +164,54 @@ def number(value: Any, digits: int = 4, unit: str = "") -> str:
     return text.replace("-", "\u2212") + (f"\u00a0{unit}" if unit else "")
 
 
+def fraction(value: float | None) -> str:
+    """A fraction for display: four decimals, a dash for NaN."""
+    if value is None or math.isnan(value):
+        return "\u2013"
+    if abs(value - round(value)) < 5e-5:
+        return f"{round(value)}".replace("-", "\u2212")
+    return f"{value:.4f}".replace("-", "\u2212")
+
+
 def _title(run: Run) -> str:
     for path in (run.recipe_source.path, run.path):
         if path is not None:
             return path.name
     return "VORLEN run"
+
+
+def _grew(run: Run, structure: Structure | None) -> str:
+    """The sentence about what grew."""
+    if run.unphysical:
+        return "The result is unphysical: do not use its values."
+    text = sentence(run._layers, structure, failed=run.failed)
+    return text[0].upper() + text[1:]
+
+
+def _height_note(run: Run) -> str:
+    """How the heights of the page relate to the result file."""
+    reference = run._drawn.reference_height
+    if not (run._layers["kind"] == "pre").any():
+        return "Heights on this page are z of the result file."
+    shown = f"{reference:.10g} nm" if math.isfinite(reference) else "the height of the first simulated row"
+    return f"Heights on this page are above the pre-stages: 0 is z = {shown} in the result file."
+
+
+def _recipe_note(run: Run) -> str:
+    """What is missing without the recipe, and how to get it."""
+    if run.recipe_source.content is not None or run.recipe_source.problem:
+        return ""
+    return (
+        "The recipe is unknown, so flows, pressure, V/III and temperature are not shown, and the recipe was not "
+        "checked. Name it with --recipe, in Python with vorlen.read(path, recipe=...)."
+    )
+
+
+def _quantities(panels: list[dict[str, Any]]) -> str:
+    """The quantities of the charts in words."""
+    titles = [re.sub(r"<sub>(\w+)</sub>", r" \1", panel["title"]) for panel in panels if not panel.get("hidden")]
+    text = ", ".join(titles)
+    return text[0].upper() + text[1:]
 
 
 def _failure(run: Run) -> dict[str, str]:
@@ -144,7 +229,8 @@ def _failure(run: Run) -> dict[str, str]:
     reached = layers[layers["begin"] <= last["time"] * (1 + 1e-9)]
     # A run that stopped at the end of a layer could not start the next one.
     name = f"layer {reached.index[-1]}, {reached['name'].iloc[-1]}" if len(reached) else "the first layer"
-    place = f"It stopped at {last['time']:.10g} s, at a height of {last['z']:.7g} nm, in {name}."
+    height = last["z"] - run._drawn.reference_height
+    place = f"It stopped at {last['time']:.10g} s, {height:.7g} nm above the pre-stages, in {name}."
     ahead = layers[(layers["end"] > last["time"]) & (layers["kind"] == "active")]
     if len(ahead) and abs(ahead["end"].iloc[0] - last["time"]) < 0.01 * ahead["duration"].iloc[0] and len(ahead) > 1:
         place += f" The next layer, {ahead['name'].iloc[1]}, was not started."
@@ -174,7 +260,8 @@ def _facts(run: Run) -> list[tuple[str, str]]:
             facts.append((name, str(status[key])))
     if run.content and not run._profile.empty:
         facts.append(("Process", f"{run._profile['time'].iloc[0]:.10g} s to {run.end['time']:.10g} s"))
-        facts.append(("Total height", f"{run.end['z']:.7g} nm"))
+        top = run._profile.loc[run._profile["active"], "z"].iloc[-1:] - run._drawn.reference_height
+        facts += [("Height of the simulated layers", f"{height:.7g} nm") for height in top]
     facts.append(("Report by", f"VorlenSolver {__version__}"))
     return facts
 
@@ -184,7 +271,8 @@ def _warnings(run: Run) -> list[str]:
     opened = v_defects_open(run)
     if opened is not None:
         found.append(
-            f"V-defects opened at {opened['time']:.7g} s, {opened['z']:.7g} nm, in {opened['layer']}. "
+            f"V-defects opened at {opened['time']:.7g} s, {opened['height']:.4g} nm above the pre-stages, "
+            f"in {opened['layer']}. "
             f"The final density is {number(run.end['rho_vd0_t'] / 2, 3)} per cm\u00b2."
         )
     found += _findings(run.recipe_source)
@@ -192,7 +280,7 @@ def _warnings(run: Run) -> list[str]:
 
 
 def v_defects_open(run: Run) -> dict[str, Any] | None:
-    """Time [s], height [nm] and layer of the first row with V-defects; None if no row has any."""
+    """Time [s], height above the pre-stages [nm] and layer of the first row with V-defects; None if no row has any."""
     rows = run._profile[run._profile["rho_vd0_t"] > 0]
     if rows.empty:
         return None
@@ -200,15 +288,15 @@ def v_defects_open(run: Run) -> dict[str, Any] | None:
     layers = run._layers
     inside = layers[(layers["begin"] <= first["time"]) & (layers["end"] >= first["time"])]
     name = f"layer {inside.index[0]}, {inside['name'].iloc[0]}" if len(inside) else "the structure"
-    return {"time": float(first["time"]), "z": float(first["z"]), "layer": name}
+    return {"time": float(first["time"]), "height": float(first["z"]) - run._drawn.reference_height, "layer": name}
 
 
 def _findings(source: RecipeSource) -> list[str]:
     """What is to be said about the recipe: findings of `vorlen check`, or why there are none."""
     if source.problem:
-        return [f"{source.problem} The charts therefore have no temperature, and the recipe was not checked."]
+        return [f"{source.problem} The charts therefore have no temperature and flows, and the recipe was not checked."]
     if source.content is None:
-        return ["The recipe is unknown, so it was not checked for elements that are not read. Name it with --recipe."]
+        return []  # _recipe_note
     return findings(source.content)
 
 

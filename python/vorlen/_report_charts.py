@@ -1,35 +1,68 @@
-"""The charts of a report as data for plotly: panels over time, the same over height, and one for the interfaces."""
+"""The charts of a page as data for charts.js: curves in panels over time and height, stages, and ranges to zoom to.
+
+Curves refer to a set of points, which has a time and a height for each, so that both charts share the values. Colours
+are named; the page has one set for light and one for dark mode.
+"""
 
 from __future__ import annotations
 
-import html
-from collections.abc import Iterable
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
 import pandas as pd
 
-from ._drawn import BLACK, ORANGE, PINK, DrawnTables, decades_of, densities_of, metals_of
+from ._drawn import METALS, SEEN, DrawnTables, decades_of, densities_of
+from ._report_recipe import GASES, RecipeCurves, recipe_curves
+from ._report_recipe import METALS as PRECURSORS
 from ._row_finder import RowFinder
+from ._structure import Structure, structure_of
 from ._types import Array, Rows
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
-GAP = 0.035  # between panels, as a share of the height
-SMALLEST_NAMED = 0.012  # smallest share of the width for which a stage is named
+WIDE = 20.0  # quotient of the largest and the smallest V/III above which its axis is logarithmic
+SMALLEST_SPAN = 1e-6  # nm or s; a range that is shorter is widened
+RATE_UNITS = (("nm/s", 1.0, 0.0), ("µm/h", 3.6, 0.0))
+TEMPERATURE_UNITS = (("K", 1.0, 0.0), ("°C", 1.0, -273.15))
+COLOURS = {  # of curves with the colours of figures
+    "In": "indium", "Ga": "gallium", "Al": "aluminium", "TMIn": "indium", "TMGa": "gallium", "TEGa": "triethyl",
+    "TMAl": "aluminium", "N2": "gallium", "H2": "aluminium", "NH3": "indium",
+}
+NAMES = {"In": "indium", "Ga": "gallium", "Al": "aluminium"}
+SUBSCRIPTS = {"N2": "N\u2082", "H2": "H\u2082", "NH3": "NH\u2083"}
 
 
-def charts(tables: DrawnTables) -> dict[str, Any]:
-    """Data and layouts of all charts by name, ready for JSON."""
+def charts(
+    tables: DrawnTables, structure: Structure | None = None, interfaces: Rows | None = None, *, failed: bool = False
+) -> dict[str, Any]:
+    """The charts of a run, ready for JSON. NaN becomes null.
+
+    structure   structure_of(tables.layers), if known already
+    interfaces  positions of the interfaces to offer; None: all
+    failed      shows the whole run first instead of the active region
+    """
+    found = structure or structure_of(tables.layers)
     kept = thin(tables.rows("active"))
-    z = kept["z"].to_numpy() - tables.reference_height
+    heights = kept["z"].to_numpy() - tables.reference_height
+    points = {"rows": {"time": _values(kept["time"]), "height": _values(heights)}}
+    all_rows = tables.rows("active")
+    recipe = recipe_curves(tables.timeline, float(all_rows["time"].iloc[-1]))
+    if recipe is not None:
+        z = np.interp(recipe.times, all_rows["time"], all_rows["z"]) - tables.reference_height
+        points["recipe"] = {"time": _values(recipe.times), "height": _values(z)}
+    whole = {"label": "Whole run", "time": _range(kept["time"].to_numpy()), "height": _range(heights)}
+    regions = [whole, *_active_region(found, whole)]
     figures = {
-        "time": _panels(tables, kept, kept["time"].to_numpy(), over_time=True),
-        "depth": _panels(tables, kept, z, over_time=False),
-        # Links the two charts: the height at each time. NaN becomes null.
-        "link": {"time": _values(kept["time"]), "depth": _values(z)},
+        "points": points,
+        "panels": _panels(kept, recipe),
+        "axes": {"time": "time (s)", "height": tables.height_label},
+        "stages": _stages(tables, found, whole),
+        "regions": regions,
+        "first": 0 if failed else len(regions) - 1,
     }
-    if len(tables.interfaces):
-        figures["interface"] = _interface_chart(tables)
+    chosen = tables.interfaces if interfaces is None else tables.interfaces.iloc[interfaces]
+    if len(chosen):
+        figures["interfaces"] = _interface_chart(tables, chosen) | {"first": _first_interface(tables, found, chosen)}
     return figures
 
 
@@ -40,141 +73,142 @@ def thin(rows: pd.DataFrame) -> pd.DataFrame:
     return rows.iloc[np.unique(np.linspace(0, len(rows) - 1, MAX_ROWS).astype(int))]
 
 
-def _values(values: Any, digits: int = 9) -> list[float | None]:
+def _values(values: Any, digits: int = 9) -> list[float | int | None]:
     """Numbers for JSON: as many digits as a chart needs, null for values that are not finite."""
-    return [float(f"{value:.{digits}g}") if np.isfinite(value) else None for value in np.asarray(values, float)]
+    return [_short(float(f"{value:.{digits}g}")) if np.isfinite(value) else None for value in np.asarray(values, float)]
 
 
-def _curve(x: Any, y: Any, name: str, colour: str, dashed: bool, *, axis: int = 1, unit: str = "") -> dict[str, Any]:
-    return {
-        "type": "scatter",
-        "mode": "lines",
-        "x": _values(x),
-        "y": _values(y, 6),
-        "name": name,
-        "xaxis": "x",
-        "yaxis": f"y{axis if axis > 1 else ''}",
-        "line": {"color": colour, "width": 2, "dash": "dash" if dashed else "solid"},
-        "hovertemplate": f"%{{y:.4~g}}{unit}",
-        "showlegend": True,
-    }
+def _short(value: float) -> float | int:
+    """A whole number without its decimal point."""
+    return int(value) if value == int(value) and abs(value) < 1e9 else value
 
 
-def _panels(tables: DrawnTables, rows: pd.DataFrame, x: Array, over_time: bool) -> dict[str, Any]:
-    panels: list[tuple[str, str, list[dict[str, Any]]]] = []
+def _curve(values: Any, name: str, colour: str, *, points: str = "rows", dashed: bool = False) -> dict[str, Any]:
+    curve = {"name": name, "points": points, "y": _values(values, 6), "colour": colour}
+    return curve | ({"dashed": True} if dashed else {})
 
-    def add(title: str, unit: str, curves: Iterable[tuple[Any, Any, str, str, bool]], kind: str = "linear") -> None:
-        axis = len(panels) + 1
-        panels.append((title, kind, [_curve(*curve, axis=axis, unit=unit) for curve in curves]))
 
-    add("composition", "", [(x, rows[column], name, colour, False) for column, name, colour in metals_of(rows)])
-    add("growth rate<br>(nm/s)", " nm/s", [(x, rows["rate"].where(rows["active"]), "growth rate", BLACK, False)])
-    curve = tables.temperature_curve("active")
-    if curve is not None and np.isfinite(curve[2]).any():
-        times, heights, heat = (values[_even(len(curve[0]))] for values in curve)
-        add("temperature<br>(K)", " K", [(times if over_time else heights, heat, "temperature", ORANGE, False)])
-    strains = (("eps_xx_t", "strain at growth (t)", False), ("eps_xx_z", "strain, finished (z)", True))
-    curves = [(x, 100 * rows[column], name, PINK, dashed) for column, name, dashed in strains]
-    add("strain \u03b5<sub>xx</sub><br>(%)", " %", curves)
+def _panel(key: str, title: str, unit: str, curves: list[dict[str, Any]], **more: Any) -> dict[str, Any]:
+    """A panel. more: units to choose from; hidden at first; log; range, otherwise the axis fits what is visible, from
+    zero with zero, and covers at least least.
+    """
+    return {"key": key, "title": title, "unit": unit, "curves": curves} | more
+
+
+def _panels(rows: pd.DataFrame, recipe: RecipeCurves | None) -> list[dict[str, Any]]:
+    """The panels from the top down."""
+    panels = []
+    for column, symbol, _ in (METALS[0], METALS[2], METALS[1]):
+        values = rows[column]
+        if (values.abs() > SEEN).any():
+            more: dict[str, Any] = {"least": 0.02} | ({"hidden": True} if symbol == "Ga" else {"zero": True})
+            name = NAMES[symbol]
+            panels.append(_panel(name, name, "", [_curve(values, name, COLOURS[symbol])], **more))
+    rate = _curve(rows["rate"].where(rows["active"]), "growth rate", "ink")
+    panels.append(_panel("rate", "growth rate", "nm/s", [rate], units=RATE_UNITS, zero=True))
+    if recipe is not None:
+        panels += _recipe_panels(recipe)
+    strains = (("eps_xx_t", "strain (t)", False), ("eps_xx_z", "strain (z)", True))
+    curves = [_curve(100 * rows[column], name, "strain", dashed=dashed) for column, name, dashed in strains]
+    panels.append(_panel("strain", "strain \u03b5<sub>xx</sub>", "%", curves, least=0.1))
     densities = densities_of(rows)
-    add("density<br>(cm\u207b\u00b2)", " cm\u207b\u00b2", [(x, *density) for density in densities], "log")
-
-    share = (1 - GAP * (len(panels) - 1)) / len(panels)
-    layout = _layout("time (s)" if over_time else "height above the pre-stages (nm)")
-    layout["height"] = 120 + 165 * len(panels)
-    for number, (title, kind, _) in enumerate(panels, 1):
-        top = 1 - (number - 1) * (share + GAP)
-        layout[f"yaxis{number if number > 1 else ''}"] = _y_axis(title, kind, max(top - share, 0.0), top)
-    if curve is not None and np.nanmax(curve[2]) - np.nanmin(curve[2]) < 2.0:
-        layout["yaxis3"]["range"] = [np.nanmin(curve[2]) - 20.0, np.nanmax(curve[2]) + 20.0]
-    layout[f"yaxis{len(panels)}"]["range"] = decades_of(densities)
-    layout["xaxis"]["anchor"] = f"y{len(panels)}"
-    layout["xaxis"]["range"] = _range(x)
-    _shade(layout, tables.stage_borders(over_time, "active"), layout["xaxis"]["range"])
-    return {"data": [curve for _, _, curves in panels for curve in curves], "layout": layout}
+    curves = [
+        _curve(values, name, "indium" if name.startswith("V") else "gallium", dashed=dashed)
+        for values, name, _, dashed in densities
+    ]
+    panels.append(_panel("densities", "density", "cm\u207b\u00b2", curves, log=True, range=decades_of(densities)))
+    return panels
 
 
-def _even(count: int) -> Rows:
-    return np.asarray(np.unique(np.linspace(0, count - 1, min(count, MAX_ROWS)).astype(int)))
+def _recipe_panels(recipe: RecipeCurves) -> list[dict[str, Any]]:
+    """Panels of what the recipe states; none for quantities that it does not state."""
+    panels = []
+
+    def add(key: str, title: str, unit: str, values: Sequence[tuple[Array, str, str]], **more: Any) -> None:
+        stated = [(y, name, colour) for y, name, colour in values if np.isfinite(y).any()]
+        if stated:
+            curves = [_curve(y, name, colour, points="recipe") for y, name, colour in stated]
+            panels.append(_panel(key, title, unit, curves, **more))
+
+    heat = recipe.temperature
+    add("temperature", "temperature", "K", [(heat, "temperature", "warm")], units=TEMPERATURE_UNITS, least=20.0)
+
+    def flows(names: Sequence[str]) -> list[tuple[Array, str, str]]:
+        used = [name for name in names if np.nanmax(recipe.flows[name], initial=0.0) > 0.0]
+        return [(recipe.flows[name], SUBSCRIPTS.get(name, name), COLOURS[name]) for name in used]
+
+    add("metals", "metal flows", "sccm", flows(PRECURSORS), zero=True)
+    add("gases", "gas flows", "sccm", flows(GASES), zero=True)
+    for panel in panels[-1:]:
+        for curve in panel["curves"]:
+            if curve["name"] == SUBSCRIPTS["NH3"]:  # often equal to another one
+                curve["dotted"] = True
+    span = _spread(recipe.ratio)
+    log = span is not None and span[1] > WIDE * span[0] > 0.0
+    add("ratio", "V/III", "", [(recipe.ratio, "V/III", "ink")], **({"log": True} if log else {"zero": True}))
+    add("pressure", "pressure", "kPa", [(recipe.pressure / 1000.0, "pressure", "strain")], zero=True)
+    return panels
+
+
+def _spread(values: Array) -> tuple[float, float] | None:
+    finite = values[np.isfinite(values)]
+    return (float(finite.min()), float(finite.max())) if len(finite) else None
 
 
 def _range(x: Array) -> list[float]:
+    """The range of finite values; of a single one, a range around it."""
     finite = x[np.isfinite(x)]
-    if len(finite) == 0 or not finite.max() > finite.min():
-        middle = float(finite[0]) if len(finite) else 0.0
-        return [middle - 1.0, middle + 1.0]
-    return [float(finite.min()), float(finite.max())]
+    if len(finite) == 0:
+        return [-1.0, 1.0]
+    return _widened(float(finite.min()), float(finite.max()))
 
 
-def _layout(x_title: str) -> dict[str, Any]:
-    return {
-        "font": {"family": "system-ui, Segoe UI, Roboto, Helvetica, Arial, sans-serif", "size": 13, "color": "#1c2733"},
-        "margin": {"l": 74, "r": 14, "t": 70, "b": 46},
-        "paper_bgcolor": "rgba(0,0,0,0)",
-        "plot_bgcolor": "rgba(0,0,0,0)",
-        "hovermode": "x unified",
-        "hoverdistance": -1,  # the nearest row at any distance
-        "hoverlabel": {"font": {"size": 12}},
-        "separators": ".",  # no thousands separators
-        "modebar": {"bgcolor": "rgba(0,0,0,0)", "color": "#4a5866", "activecolor": "#0b5a8f"},
-        "legend": {"orientation": "h", "y": -46 / 900, "yanchor": "top", "x": 0, "font": {"size": 12}},
-        "xaxis": {
-            "title": {"text": x_title, "standoff": 6},
-            "showgrid": False,
-            "showline": True,
-            "linecolor": "#44525f",
-            "ticks": "outside",
-            "hoverformat": ".7~g",
-            "exponentformat": "none",
-        },
-        "shapes": [],
-        "annotations": [],
-    }
+def _widened(low: float, high: float) -> list[float]:
+    return [low, high] if high - low > SMALLEST_SPAN else [low - 1.0, high + 1.0]
 
 
-def _y_axis(title: str, kind: str, bottom: float, top: float) -> dict[str, Any]:
-    return {
-        "title": {"text": title, "font": {"size": 12}},
-        "type": kind,
-        "domain": [bottom, top],
-        "gridcolor": "#d5dbe1",
-        "zeroline": False,
-        "showline": True,
-        "linecolor": "#44525f",
-        "ticks": "outside",
-        "exponentformat": "power",
-        "dtick": 1 if kind == "log" else None,
-        "minexponent": 5,
-        "fixedrange": True,
-        "automargin": False,
-    }
+def _stages(tables: DrawnTables, found: Structure, whole: dict[str, Any]) -> list[dict[str, Any]]:
+    """The simulated stages that were reached: number, name, ranges, and the rank by which they are named."""
+    ranks = {"well": 2, "barrier": 1, "layer": 1, "transition": 0}
+    times, heights = (tables.stage_borders(over_time, "active") for over_time in (True, False))
+    stages = []
+    last = whole["time"][1]
+    for number, name, begin, end in times.itertuples(name=None):
+        low = high = 0.0
+        if number in heights.index:
+            low, high = float(heights["begin"][number]), float(heights["end"][number])
+        rank = ranks[found.roles.get(number, "layer")]
+        stages.append(
+            {"number": int(number), "name": " ".join(str(name).split()), "rank": rank}
+            | {"time": _values([begin, min(end, last)]), "height": _values([min(low, high), max(low, high)])}
+        )
+    return stages
 
 
-def _shade(layout: dict[str, Any], borders: pd.DataFrame, span: list[float]) -> None:
-    """Shades every other stage, and names those with enough room."""
-    width = span[1] - span[0]
-    for number, stage in enumerate(borders.itertuples()):
-        begin, end = max(float(stage.begin), span[0]), min(float(stage.end), span[1])
-        if number % 2 == 0:
-            layout["shapes"].append(
-                {"type": "rect", "xref": "x", "yref": "paper", "x0": begin, "x1": end, "y0": 0, "y1": 1}
-                | {"fillcolor": "#e9eef3", "line": {"width": 0}, "layer": "below"}
-            )
-    for stage in borders.assign(width=borders["end"] - borders["begin"]).itertuples():
-        if stage.width > SMALLEST_NAMED * width or len(borders) <= 3:
-            layout["annotations"].append(
-                {"x": 0.5 * (max(stage.begin, span[0]) + min(stage.end, span[1])), "xref": "x", "y": 1, "yref": "paper"}
-                | {"yanchor": "bottom", "xanchor": "left", "textangle": -28, "showarrow": False, "font": {"size": 11}}
-                | {"text": html.escape(" ".join(str(stage.name).split())[:30])}
-            )
+def _active_region(found: Structure, whole: dict[str, Any]) -> list[dict[str, Any]]:
+    region = found.region
+    if region is None:
+        return []
+    time = _widened(region.begin, min(region.end, whole["time"][1]))
+    height = _widened(max(region.low, whole["height"][0]), region.high)
+    return [{"label": "Active region", "time": _values(time), "height": _values(height)}]
 
 
-def _interface_chart(tables: DrawnTables) -> dict[str, Any]:
+def _first_interface(tables: DrawnTables, found: Structure, chosen: pd.DataFrame) -> int:
+    """Position of the interface that is shown first: the lowest one in the active region."""
+    if found.region is None:
+        return 0
+    z = chosen["z"].to_numpy() - tables.reference_height
+    inside = np.flatnonzero((z >= found.region.low - SMALLEST_SPAN) & (z <= found.region.high + SMALLEST_SPAN))
+    return int(inside[0]) if len(inside) else 0
+
+
+def _interface_chart(tables: DrawnTables, chosen: pd.DataFrame) -> dict[str, Any]:
     """All metals over height, and for each interface the range to zoom to and the positions of 10 % and 90 %."""
     rows = tables.profile
     offset = tables.reference_height
     places: list[dict[str, Any]] = []
-    for interface in tables.interfaces.itertuples():
+    for interface in chosen.itertuples():
         width = interface.width if np.isfinite(interface.width) else 1.0
         reach = max(3.0 * width, 0.05)
         middle = interface.z - offset
@@ -183,7 +217,7 @@ def _interface_chart(tables: DrawnTables) -> dict[str, Any]:
                 "range": [middle - reach, middle + reach + width],
                 "y": sorted((interface.x_below, interface.x_above)),
                 "marks": _values([interface.z10 - offset, interface.z90 - offset]),
-                "label": f"{interface.below} / {interface.above}",
+                "label": f"{interface.Index}. {interface.below} / {interface.above}",
                 "width": None if np.isnan(interface.width) else f"{interface.width:.3g}",
             }
         )
@@ -193,15 +227,9 @@ def _interface_chart(tables: DrawnTables) -> dict[str, Any]:
     for place in places:
         near[finder.up_to(np.nextafter(place["range"][0], -np.inf), place["range"][1])] = True
     kept = rows[near] if len(rows) > MAX_ROWS else rows
-    kept_z = kept["z"].to_numpy() - offset
-    data = []
-    for column, name, colour in metals_of(kept):
-        if name != "Ga":
-            markers = {"mode": "lines+markers", "marker": {"size": 4}}
-            data.append(_curve(kept_z, kept[column], name, colour, False) | markers)
-    layout = _layout("height above the pre-stages (nm)")
-    layout["height"] = 340
-    layout["margin"]["t"] = 20
-    layout["yaxis"] = _y_axis("composition", "linear", 0.0, 1.0)
-    layout["legend"]["y"] = -0.2
-    return {"data": data, "layout": layout, "places": places}
+    curves = [
+        _curve(kept[column], NAMES[symbol], COLOURS[symbol])
+        for column, symbol, _ in METALS
+        if symbol != "Ga" and (kept[column].abs() > SEEN).any()
+    ]
+    return {"height": _values(kept["z"].to_numpy() - offset), "curves": curves, "places": places}

@@ -29,18 +29,24 @@ def _report(options: argparse.Namespace) -> int:
     stem = result.name.removesuffix(".txt").removesuffix(".result")
     page = Path(options.output) if options.output is not None else result.with_name(stem + ".html")
     given = None if options.recipe is None else RecipeSource.of(Path(options.recipe))
+    print(report(run_of_result(result, given), page))
+    return 0
+
+
+def run_of_result(result: Path, given: RecipeSource | None = None) -> Run:
+    """The run of a result file with its recipe: the one given, or the one named in the status file.
+
+    If the run failed, the rows up to the failure, if there are any. Raises as read_run(), and FileNotFoundError.
+    """
     if not result.exists() and failed_path(result).is_file():
         result = failed_path(result)
     if result.exists():
         status = read_matching_status(result, read_file(result))
-        run = read_run(result, given or recipe_of_status(status, result))
-    else:
-        status = read_status(result)
-        if not status.get("text"):
-            raise FileNotFoundError(errno.ENOENT, os.strerror(errno.ENOENT), str(result))
-        # The recipe was rejected before the first row: there is only a status file.
-        source = given or recipe_of_status(status, result)
-        check_recipe(status, source, result)
-        run = Run(b"", result, source, status["text"], scheme=status.get("scheme"))
-    print(report(run, page))
-    return 0
+        return read_run(result, given or recipe_of_status(status, result))
+    status = read_status(result)
+    if not status.get("text"):
+        raise FileNotFoundError(errno.ENOENT, os.strerror(errno.ENOENT), str(result))
+    # The recipe was rejected before the first row: there is only a status file.
+    source = given or recipe_of_status(status, result)
+    check_recipe(status, source, result)
+    return Run(b"", result, source, status["text"], scheme=status.get("scheme"))

@@ -15,11 +15,12 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from ._arguments import check_number, given_executor, is_number
+from ._arguments import check_flags, check_number, given_executor, is_number
 from ._drawn import BLACK, GALLIUM, INDIUM
 from ._plan_values import given_recipe, make_plan
 from ._plot import STYLE, check_figure, save_figure
 from ._recipe import Recipe, place_in
+from ._recipe_check import warn_about
 from ._row import Row, empty_row
 from ._run import SimulationError
 from ._run_rows import run_rows, working_folder
@@ -66,6 +67,7 @@ def sensitivity(
     workers: int | None = None,
     executor: Executor | None = None,
     progress: bool = False,
+    check: bool = True,
 ) -> pd.DataFrame:
     """Varies one parameter at a time, up and down, and computes central differences of all key results.
 
@@ -88,6 +90,9 @@ def sensitivity(
         As for sweep().
     progress : bool, optional
         True: show a progress bar on standard error, if tqdm is installed.
+    check : bool, optional
+        True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
+        three. The recipes of the runs are not checked.
 
     Returns
     -------
@@ -121,6 +126,7 @@ def sensitivity(
     SimulationError
         If the unchanged recipe fails.
     """
+    check_flags(progress=progress, check=check)
     executor = given_executor(workers, executor, out)
     base = given_recipe(recipe, scheme)
     variations = _variations(base, parameters, step)
@@ -128,6 +134,8 @@ def sensitivity(
     points = [present, *(present | {one.path: one.moved(sign)} for one in variations for sign in (-1, 1))]
     lists = {path: [point[path] for point in points] for path in present}
     plan = make_plan(base, lists, mode="zip", timeout=timeout)
+    if check:
+        warn_about(plan.recipe, base.path)
     numbers = range(len(points))
     rows = [empty_row("missing") for _ in numbers]
     with working_folder(out) as folder, locked_folder(plan, folder, numbers, whole=True, resume=True):

@@ -10,6 +10,7 @@ import time
 from dataclasses import dataclass
 from pathlib import Path
 
+from ._arguments import check_flags
 from ._files import (
     as_path,
     check_place,
@@ -21,6 +22,7 @@ from ._files import (
     replace_file,
 )
 from ._library import simulate
+from ._recipe_check import warn_about
 from ._result_check import end_text, is_text_of_integration, looks_physical, remedy_text
 from ._result_file import bytes_of_rows, has_rows
 from ._run import Run, SimulationError
@@ -32,7 +34,9 @@ from ._types import PathLike
 from ._xml_bytes import RecipeError
 
 
-def run(recipe: RecipeLike, result: PathLike | None = None, *, scheme: str | None = None) -> Run:
+def run(
+    recipe: RecipeLike, result: PathLike | None = None, *, scheme: str | None = None, check: bool = True
+) -> Run:
     """Simulates one recipe. Other Python threads run during the call.
 
     Parameters
@@ -44,6 +48,9 @@ def run(recipe: RecipeLike, result: PathLike | None = None, *, scheme: str | Non
         (NAME.status.json) is written to the same folder.
     scheme : str, optional
         Integration scheme, "continuous" or "staged"; None: the scheme of the recipe.
+    check : bool, optional
+        True: if `vorlen check` has warnings about the recipe, issue a RecipeWarning with the first three before the
+        run. That takes a few milliseconds.
 
     Returns
     -------
@@ -71,8 +78,11 @@ def run(recipe: RecipeLike, result: PathLike | None = None, *, scheme: str | Non
         If the scheme is unknown, or the result would overwrite the recipe, is not a regular file, or has the name of
         another file of a run (NAME.failed.txt, NAME.status.json, NAME.part).
     """
+    check_flags(check=check)
     check_scheme(scheme)
     source = RecipeSource.of(recipe)
+    if check:
+        warn_about(source.content, source.path, scheme)
     outcome = _run_without_file(source, scheme) if result is None else _run_to_file(source, result, scheme)
     if outcome.status == 0 and outcome.run is not None:
         return outcome.run

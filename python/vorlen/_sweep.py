@@ -25,8 +25,9 @@ import pandas as pd
 from ._arguments import check_flags, given_executor
 from ._files import as_path
 from ._plan import Plan, row_files, row_recipe, sha256
-from ._plan_values import make_plan
+from ._plan_values import given_recipe, make_plan
 from ._recipe import Recipe
+from ._recipe_check import warn_about
 from ._result_file import ResultFileError
 from ._row import Row, empty_row
 from ._run import Run, SimulationError
@@ -246,6 +247,7 @@ def sweep(
     workers: int | None = None,
     executor: Executor | None = None,
     progress: bool = True,
+    check: bool = True,
 ) -> Sweep:
     """Runs a recipe once for each combination of values.
 
@@ -277,6 +279,9 @@ def sweep(
         cancel are waited for.
     progress : bool, optional
         True: show a progress bar on standard error, if tqdm is installed.
+    check : bool, optional
+        True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
+        three. The recipes of the runs are not checked.
 
     Returns
     -------
@@ -313,12 +318,15 @@ def sweep(
     RuntimeError
         If the worker processes can't be started, for example because the library is missing.
     """
-    check_flags(resume=resume, progress=progress)
+    check_flags(resume=resume, progress=progress, check=check)
     executor = given_executor(workers, executor, out)
     temporary, folder = None, Path()
     if out is not None:
         folder = as_path(out, "out")
-    plan = make_plan(recipe, parameters, mode, timeout, scheme)
+    base = given_recipe(recipe, scheme)
+    plan = make_plan(base, parameters, mode, timeout)
+    if check:
+        warn_about(plan.recipe, base.path)
     if out is None:
         temporary = TemporaryFolder()
         folder = temporary.path

@@ -1,4 +1,4 @@
-"""The command line of sweeps: vorlen sweep PLAN, as a whole or in parts for batch systems."""
+"""The command line of sweeps: vorlen sweep PLAN or vorlen sweep RECIPE --set PATH=VALUES, whole or in parts."""
 
 from __future__ import annotations
 
@@ -9,15 +9,16 @@ from dataclasses import replace
 from pathlib import Path
 from typing import Any
 
+from ._interrupts import status_of
 from ._kinds import SCHEMES
-from ._plan import Plan, PlanError
+from ._plan import MODES, Plan, PlanError
 from ._plan_file import read_plan
+from ._plan_options import Setting, looks_like_recipe, plan_of_options, split_setting
+from ._recipe_check import check_text
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
-
-INTERRUPTED = 130  # exit status of a program that SIGINT has ended
 
 
 def _row_range(text: str) -> tuple[int, int]:
@@ -43,22 +44,62 @@ def _seconds(text: str) -> float:
     return seconds
 
 
+def _setting(text: str) -> Setting:
+    try:
+        return split_setting(text)
+    except ValueError as error:
+        raise argparse.ArgumentTypeError(str(error)) from error
+
+
 def add_command(commands: Any) -> None:
     """Adds `sweep` to the subcommands."""
     parser = commands.add_parser(
         "sweep",
-        help="run the rows of a plan, or some of them",
-        description="Runs the rows of a plan, or some of them. Rows that are done are not run again.",
+        help="run a recipe with many values",
+        usage="vorlen sweep RECIPE --set PATH=VALUES [--set PATH=VALUES]... [-o FOLDER] [option]...\n"
+        "       vorlen sweep RECIPE --table FILE [-o FOLDER] [option]...\n"
+        "       vorlen sweep PLAN [option]...",
+        description="Runs a recipe with many values: every combination of those given with --set, the lines of a "
+        "table, or the rows of a plan. Rows that are done are not run again. For example: "
+        "vorlen sweep mqw.xml --set process_stages/stage_1/T=1000:1050:5 -o temperatures",
         epilog="Exit status: 0 if the outcome of every requested row is recorded: ok, failed, timeout or crashed; 1 if "
         "rows are missing, were lost or had errors with their files, if the plan is invalid or if another sweep is "
-        "running in the folder; 2 for a usage error; 130 after Ctrl-C. Parts of one plan can run at the same time.",
+        "running in the folder; 2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM. Parts of one sweep can run at "
+        "the same time.",
     )
-    parser.add_argument("plan", type=Path, help="plan of the sweep, a JSON file")
+    parser.add_argument(
+        "source", type=Path, metavar="RECIPE|PLAN", help="with --set or --table a recipe, otherwise a plan, a JSON file"
+    )
+    given = parser.add_mutually_exclusive_group()
+    given.add_argument(
+        "--set",
+        type=_setting,
+        action="append",
+        default=[],
+        dest="settings",
+        metavar="PATH=VALUES",
+        help="values of a path in the recipe, separated by commas; START:END:STEP is a range that includes END. "
+        "A single value is used in all rows. A value of a ramp sets its start and its end, which are PATH/val and "
+        "PATH/end",
+    )
+    given.add_argument(
+        "--table", type=Path, metavar="FILE", help="comma-separated values: a column for each path, a line for each row"
+    )
+    parser.add_argument(
+        "--mode", choices=MODES, help="grid: every combination, the last --set varies fastest (default); zip: the n-th "
+        "values together",
+    )
     what = parser.add_mutually_exclusive_group()
     what.add_argument("--rows", type=_row_range, metavar="A:B", help="run rows A to B - 1, counted from 0")
     what.add_argument("--merge", action="store_true", help="run nothing; make the table from the rows that are done")
     what.add_argument("--count", action="store_true", help="print the number of rows")
-    parser.add_argument("--out", type=Path, help="folder of the sweep, instead of the plan's")
+    parser.add_argument(
+        "-o",
+        "--out",
+        type=Path,
+        metavar="FOLDER",
+        help="folder of the sweep, instead of the plan's or NAME.sweep beside the recipe NAME.xml",
+    )
     parser.add_argument("--workers", type=_workers, metavar="N", help="concurrent runs; default: one per processor")
     parser.add_argument("--timeout", type=_seconds, metavar="S", help="time limit of one run, s, instead of the plan's")
     parser.add_argument(
@@ -68,11 +109,28 @@ def add_command(commands: Any) -> None:
     )
     parser.add_argument("--no-resume", action="store_true", help="run all rows, including those that are done")
     parser.add_argument("--quiet", action="store_true", help="no progress bar")
-    parser.set_defaults(function=_sweep)
+    parser.set_defaults(function=_sweep, usage_error=parser.error)
+
+
+def _given_plan(options: argparse.Namespace) -> tuple[Plan, Path]:
+    """The plan and the folder of its sweep, without the options that change them."""
+    source: Path = options.source
+    if options.settings or options.table:
+        if options.table and options.mode:
+            options.usage_error("--mode is for --set; the lines of a table are the rows")
+        return (
+            plan_of_options(source, options.settings, options.table, options.mode),
+            source.with_name(source.stem + ".sweep"),
+        )
+    if options.mode:
+        options.usage_error("--mode is for --set; a plan states its own")
+    if looks_like_recipe(source):
+        raise PlanError(f"{source} is a recipe; give the values to vary with --set PATH=VALUES")
+    return read_plan(source)
 
 
 def _sweep(options: argparse.Namespace) -> int:
-    plan, folder = read_plan(options.plan)
+    plan, folder = _given_plan(options)
     plan = plan.under(options.scheme)
     folder = options.out or folder
     if options.count:
@@ -80,6 +138,10 @@ def _sweep(options: argparse.Namespace) -> int:
         return 0
     if options.merge:
         return _merge(plan, folder)
+    is_recipe = options.settings or options.table
+    text = check_text(plan.recipe, options.source if is_recipe else f"the recipe of {options.source}")
+    if text:
+        print(f"vorlen sweep: {text}", file=sys.stderr)
     if options.timeout is not None:
         plan = replace(plan, timeout=options.timeout)
     return _run(plan, folder, options)
@@ -113,10 +175,10 @@ def _run(plan: Plan, folder: Path, options: argparse.Namespace) -> int:
             print(count_text(requested), flush=True)
             if options.rows is None:
                 return _write(plan, folder, rows)
-    except KeyboardInterrupt:
+    except KeyboardInterrupt as interrupt:
         counts = count_text([rows[number] for number in numbers])
         print(f"vorlen sweep: interrupted; {counts}. To continue, give the same command again", file=sys.stderr)
-        return INTERRUPTED
+        return status_of(interrupt)
     return _report(rows, numbers)
 
 

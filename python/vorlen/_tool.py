@@ -7,8 +7,8 @@ import os
 import shutil
 import subprocess
 import sys
+from dataclasses import dataclass
 from pathlib import Path
-from typing import Any
 
 from ._files import memory_file, path_of_descriptor
 
@@ -26,15 +26,38 @@ def find_tool() -> str | None:
     return named or next((str(place) for place in places if place.is_file()), None) or shutil.which("vorlen")
 
 
-def findings(recipe: bytes) -> list[str]:
-    """Findings of `vorlen check` about a recipe, such as elements that are not read; or why it was not checked."""
+@dataclass(frozen=True)
+class Finding:
+    """One entry of the report of `vorlen check`."""
+
+    severity: str  # error or warning
+    kind: str
+    line: int | None  # from 1
+    text: str
+    hint: str | None
+
+    def sentence(self, place: str) -> str:
+        """The place, the text and the hint. place precedes the line."""
+        line = f"line {self.line}" if self.line else ""
+        where = ", ".join(part for part in (place, line) if part)
+        hint = f" ({self.hint})" if self.hint else ""
+        return f"{where}: {self.text}{hint}" if where else f"{self.text}{hint}"
+
+
+class ToolError(RuntimeError):
+    """The tool could not check a recipe; the text says why."""
+
+
+def check_recipe(recipe: bytes) -> list[Finding]:
+    """The report of `vorlen check` on a recipe, in its order. Raises ToolError."""
     tool = find_tool()
     if tool is None:
-        return ["The command vorlen was not found, so the recipe was not checked. Set VORLEN to its path."]
+        raise ToolError("the command vorlen was not found. Set VORLEN to its path")
     try:
         with memory_file(recipe) as file:
             answer = subprocess.run(
                 [tool, "check", "--format", "json", path_of_descriptor(file)],
+                stdin=subprocess.DEVNULL,
                 capture_output=True,
                 timeout=CHECK_TIMEOUT,
                 check=False,
@@ -42,16 +65,19 @@ def findings(recipe: bytes) -> list[str]:
                 errors="replace",
                 pass_fds=[file],
             )
-        return _texts(json.loads(answer.stdout))
-    except (OSError, ValueError, LookupError, TypeError, subprocess.TimeoutExpired):
-        return ["The command vorlen could not check the recipe for unread elements."]
+        problems = json.loads(answer.stdout)["files"][0]["problems"]
+        return [Finding(one["severity"], one["kind"], one["line"], one["text"], one["hint"]) for one in problems]
+    except OSError as error:
+        raise ToolError(f"{tool} could not be run: {error.strerror}") from error
+    except subprocess.TimeoutExpired as error:
+        raise ToolError(f"{tool} check did not finish within {CHECK_TIMEOUT} s") from error
+    except (ValueError, LookupError, TypeError) as error:
+        raise ToolError(f"the output of {tool} check is not a report") from error
 
 
-def _texts(answer: dict[str, Any]) -> list[str]:
-    """The findings in the output of `vorlen check --format json`."""
-    texts = []
-    for problem in answer["files"][0]["problems"]:
-        line = f", line {problem['line']}" if problem.get("line") else ""
-        hint = f" ({problem['hint']})" if problem.get("hint") else ""
-        texts.append(f"Recipe{line}: {problem['text']}{hint}")
-    return texts
+def findings(recipe: bytes) -> list[str]:
+    """Findings of `vorlen check` about a recipe, such as elements that are not read; or why it was not checked."""
+    try:
+        return [one.sentence("Recipe") for one in check_recipe(recipe)]
+    except ToolError as error:
+        return [f"The recipe was not checked: {error}."]

@@ -1,6 +1,7 @@
 """Values of a recipe by path: reading one, and the document with another one.
 
-Only the bytes of the value change. A number may have a unit, and is written in that of the element. A text that already means the same number stays as it is.
+Only the bytes of the value change. A number may have a unit, and is written in that of the element. A text that already
+means the same number stays as it is.
 """
 
 from __future__ import annotations
@@ -11,7 +12,7 @@ from typing import Any
 from . import _xml_bytes
 from ._document import Document, Place, split_path
 from ._elements import Element as Known
-from ._kinds import KNOWN, OPTIONAL, known_element, parse, text_of
+from ._kinds import KNOWN, OPTIONAL, known_element, parse, text_of, unit_of
 from ._quantities import has_unit, number_in
 from ._xml_bytes import Element
 
@@ -65,10 +66,7 @@ def _without_unit(value: object, path: str, known: Known | None, attribute: str)
     """A value with a unit as the number in the unit of a known element; any other value as it is."""
     if known is None or known.kind not in ("real", "range", "arrhenius") or not has_unit(value):
         return value
-    unit = known.unit
-    if known.kind == "arrhenius":  # one unit for each attribute
-        unit = unit.split(", ")[known.attributes.index(attribute)].removesuffix("1")
-    return number_in(value, path, unit)
+    return number_in(value, path, unit_of(known, attribute))
 
 
 def _changes(place: Place, path: str, value: object) -> dict[str, object]:

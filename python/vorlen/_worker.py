@@ -7,6 +7,7 @@ another worker.
 
 from __future__ import annotations
 
+import contextlib
 import ctypes
 import json
 import os
@@ -28,6 +29,12 @@ def _die_with_parent() -> None:
 
 
 def main() -> None:
+    """Answers requests until the parent closes the pipe or ends."""
+    with contextlib.suppress(BrokenPipeError):
+        _serve()
+
+
+def _serve() -> None:
     _die_with_parent()
     answers = os.fdopen(os.dup(1), "wb", buffering=0)
     os.dup2(2, 1)  # output of the library must not be mistaken for an answer

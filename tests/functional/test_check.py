@@ -125,7 +125,7 @@ class Reports(Checks):
                     "severity": "error", "kind": "not-allowed", "line": line, "column": column,
                     "path": "NonstSurfChem:process_stages:stage_1:stage_1_3:tau", "stage": "stage_1_3",
                     "stage_name": "InGaN well", "text": "Duration tau is less than 1e-4 s in stage_1_3",
-                    "hint": "duration: at least 1e-4 s"}]},
+                    "hint": "duration: at least 1e-4 s", "also_in": []}]},
                 {"file": "good.xml", "errors": 0, "warnings": 0, "problems": []}]})
 
     def test_warnings_are_errors_only_with_strict_and_can_be_allowed(self):
@@ -135,6 +135,20 @@ class Reports(Checks):
             with self.subTest(arguments):
                 self.assertEqual(self.check("recipe.xml", *arguments).returncode, status)
         self.assertIn("recipe.xml: 1 warning\n", self.check("recipe.xml").stdout)
+
+    def test_several_kinds_can_be_allowed(self):
+        self.recipe(('<tau val="70"/>', '<tau val="70 s"/><tau val="3"/>'))
+        arguments = ["--strict", "--allow", "trailing-characters", "--allow", "duplicate"]
+        self.assertEqual(self.check("recipe.xml", *arguments).returncode, 0)
+        self.assertEqual(self.check(*arguments, "recipe.xml").returncode, 0)
+
+    def test_an_unknown_kind_cannot_be_allowed(self):
+        self.recipe()
+        for kind, guess in (("rate-units", ["rate-units: did you mean rate-unit?"]), ("Unit", ["Unit: did you mean unit?"]),
+                            ("xyz", []), ("missing-element", [])):
+            run = self.check("recipe.xml", "--allow", kind)
+            self.assertEqual((run.returncode, run.stdout), (2, ""))
+            self.assertEqual(run.stderr.splitlines()[:-1], [f'--allow: unknown kind of warning "{kind}"', *guess])
 
     def test_columns_count_characters_and_a_tab_is_one(self):
         text = self.recipe(('<tau val="70"/>', '\t\t<tau val="70 s"/>'))
@@ -160,6 +174,12 @@ class Hints(Checks):
         problem = self.one_problem(('<disl_model val="inherited"/>', '<disl_model val="inherit"/>'))
         self.assertEqual(problem["kind"], "unknown-keyword")
         self.assertEqual(problem["hint"], "did you mean inherited? Allowed: given, inherited")
+
+    def test_an_alloy_with_its_metals_in_another_order(self):
+        for word, alloy in (("AlGaInN", "AlInGaN"), ("GaInN", "InGaN"), ("GaAlN", "AlGaN"), ("InAlN", "AlInN")):
+            problem = self.one_problem(('<material val="InGaN"/>', f'<material val="{word}"/>'))
+            self.assertEqual(problem["kind"], "unknown-keyword")
+            self.assertTrue(problem["hint"].startswith(f"did you mean {alloy}? "), problem["hint"])
 
     def test_a_missing_element(self):
         problem = self.one_problem(('<tau val="70"/>', ""))
@@ -227,7 +247,7 @@ class Warnings(Checks):
                                                '<disl_model val="inherited"/><rho_D val="1" end="1"/>'))
 
     def test_stages_above_their_number(self):
-        self.expect("not-read", "n_stages is 1",
+        self.expect("uncounted-stage", "n_stages is 1",
                     ('<n_stages val="2"/>', '<n_stages val="1"/>'))
 
     def test_a_name_of_a_periodic_stage(self):
@@ -269,8 +289,8 @@ class Warnings(Checks):
         return [problem for problem in self.problems_of_file() if problem["kind"] == "temperature-jump"]
 
     def test_a_jump_of_temperature_while_nothing_grows(self):
-        self.assertEqual(self.problems(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>')), [],
-                         "gallium flows on both sides")
+        problem = self.one_problem(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>'))
+        self.assertEqual(problem["kind"], "abrupt-change", "gallium flows on both sides")
         text = self.recipe(('<T val="1080" end="1010"/>', '<T val="1010" end="1010"/>'))
         at = text.index('<name val="cooling"/>')
         text = text[:at] + text[at:].replace('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>', 1)
@@ -575,17 +595,29 @@ class ThePage(Checks):
 
     def test_its_kinds_are_those_of_the_sources(self):
         documented = set()
-        for line in re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \|", self.page.split("### For programs")[0], re.MULTILINE):
+        for line in re.findall(r"^\| (`[a-z-]+`(?:, `[a-z-]+`)*) \|", self.page.split("### Usual ranges")[0], re.MULTILINE):
             documented.update(re.findall(r"`([a-z-]+)`", line))
         used = set()
         folder = os.path.join(SOURCE, "tools", "check")
         for name in os.listdir(folder):
-            if re.fullmatch(r"recipe_(reading|unread|process|check|whole)\.cpp", name):
+            if re.fullmatch(r"(recipe_(reading|unread|process|check|whole|values|layers|sequence)|value_search)\.cpp", name):
                 with open(os.path.join(folder, name), encoding="utf-8") as file:
-                    used.update(re.findall(r'(?:\badd\(reading,|\bwarn\((?:\s*warnings,)?|kind =|Severity::\w+,|^      \{)'
-                                           r'\s*"([a-z-]+)"', file.read(), re.MULTILINE))
+                    used.update(re.findall(r'(?:\badd\(reading,|\bsearch\.add\(|\bwarn\((?:\s*warnings,)?|kind =|Severity::\w+,|'
+                                           r'warning_at\(|^      \{)\s*"([a-z-]+)"', file.read(), re.MULTILINE))
         self.assertGreater(len(used), 15)
         self.assertEqual(documented, used)
+
+    def test_its_kinds_of_warnings_are_those_of_allow(self):
+        table = self.page.split("### Kinds of warnings")[1].split("### Usual ranges")[0]
+        kinds = re.findall(r"^\| `([a-z-]+)` \|", table, re.MULTILINE)
+        self.assertGreater(len(kinds), 20)
+        listed = self.run_tool("check", "--help").stdout.split("Kinds of warnings:\n")[1].split("\n\n")[0]
+        self.assertEqual(re.findall(r"[a-z-]+", listed), kinds)
+        self.assertLessEqual(max(map(len, listed.splitlines())), 100)
+        self.assertEqual(self.run_tool("__complete", "check", "--allow", "").stdout.split(), kinds)
+        self.recipe()
+        for kind in kinds:
+            self.assertEqual(self.check("recipe.xml", "--allow", kind).returncode, 0, kind)
 
 
 class Faults(Checks):

@@ -355,7 +355,8 @@ class Writing(Files):
     def test_rows_that_can_not_be_put_in_place_are_set_aside(self):
         self.write_recipe("long.xml", '<n_periods val="3"/>', '<n_periods val="100"/>', source="ingan_gan_mqw")
         run = self.start("long.xml", "-o", "r.txt")  # takes about a second
-        self.wait_until(lambda: children_of(run.pid))  # all checks are done
+        # All checks are done.
+        self.wait_until(lambda: children_of(run.pid) and any(name.endswith(".part") for name in os.listdir(self.folder)))
         os.mkdir(self.path("r.txt"))
         _, error = run.communicate(timeout=60)
         self.assertEqual(run.returncode, 1)

@@ -62,6 +62,10 @@ class Batch(InAFolder):
         self.addCleanup(run.kill)
         return run
 
+    def worker_of(self, run):
+        """The processes that simulate. Those that check the recipes before have no temporary file."""
+        return children_of(run.pid) if any(name.endswith(".part") for name in os.listdir(self.folder)) else []
+
     def wait_until(self, what, condition):
         end = time.monotonic() + 60
         while not condition():
@@ -170,7 +174,7 @@ class Batch(InAFolder):
         text = ("Step size has become too small\n"
                 "The run ended at 20 s, at the start of stage_1 (first)\n"
                 "What to do: run it with --scheme staged (in Python: scheme=\"staged\")")
-        self.assertEqual(run.stderr, f"vorlen: {text}\nThe rows up to there are in a.failed.txt\n")
+        self.assertTrue(run.stderr.endswith(f"\nvorlen: {text}\nThe rows up to there are in a.failed.txt\n"), run.stderr)
         self.assertEqual(self.read("a.result.txt"), b"of yesterday")
         self.assertGreaterEqual(len(Result(self.path("a.failed.txt")).active_rows), 1)
         status = self.status_of("a")
@@ -201,7 +205,7 @@ class Batch(InAFolder):
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         rows = Result(self.path("a.failed.txt")).rows
         bad = [row for row in rows if any(value != value for value in row)]
-        self.assertRegex(run.stderr, f"^vorlen: Unphysical values in {len(bad)} of {len(rows)} rows, first at "
+        self.assertRegex(run.stderr, f"(?m)^vorlen: Unphysical values in {len(bad)} of {len(rows)} rows, first at "
                                      f"{bad[0][0]:.10g} s in stage_1 .*: .* is NaN\n")
         self.assertEqual(sorted(os.listdir(self.folder)), ["a.failed.txt", "a.status.json", "a.xml"])
 
@@ -211,7 +215,7 @@ class Batch(InAFolder):
                 self.write_long_recipe("long.xml")
                 self.write_recipe("a.xml")
                 run = self.start("-j", "1", "--keep-going", "--force", "long.xml", "a.xml")
-                self.wait_until("no worker", lambda: children_of(run.pid))
+                self.wait_until("no worker", lambda: self.worker_of(run))
                 os.kill(children_of(run.pid)[0], number)
                 run.stdout_text, errors = run.communicate(timeout=60)
                 self.assertEqual(run.returncode, 1)
@@ -247,7 +251,7 @@ class Batch(InAFolder):
         """The tool is suspended, so that it sees the end of its worker and the signal at the same time."""
         self.write_long_recipe("a.xml", periods=100)
         run = self.start("a.xml")
-        self.wait_until("no worker", lambda: children_of(run.pid))
+        self.wait_until("no worker", lambda: self.worker_of(run))
         run.send_signal(signal.SIGSTOP)
         (worker,) = children_of(run.pid)
         self.wait_until("the worker does not end", lambda: state_of(worker) == "Z")
@@ -262,7 +266,7 @@ class Batch(InAFolder):
     def test_no_simulation_outlives_a_tool_that_is_killed(self):
         self.write_long_recipe("long.xml")
         run = self.start("long.xml")
-        self.wait_until("no worker", lambda: children_of(run.pid))
+        self.wait_until("no worker", lambda: self.worker_of(run))
         (worker,) = children_of(run.pid)
         time.sleep(0.3)  # the worker asks to be killed with its parent as its first action
         run.kill()

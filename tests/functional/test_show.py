@@ -178,7 +178,7 @@ class Diff(InAFolder):
         found, _ = self.diff(result_text(), result_text(), "--tolerance", "0.25")
         self.assertEqual((found["a"], found["b"], found["tolerance"]), ("a.txt", "b.txt", 0.25))
         self.assertEqual(list(found), ["a", "b", "same", "tolerance", "structure", "rows", "row_by_row", "z_range",
-                                       "columns"])
+                                       "columns", "quantities", "layers", "largest_change"])
 
     def test_a_file_and_itself(self):
         found, columns = self.diff(result_text(), result_text())
@@ -188,6 +188,8 @@ class Diff(InAFolder):
         self.assertEqual({column["largest"] for column in columns.values()}, {0})
         self.assertEqual(len(columns), 18)
         run = self.run_tool("diff", "a.txt", "b.txt")
+        self.assertEqual((run.returncode, run.stdout), (0, "No difference in 4 layers and 8 rows.\n"))
+        run = self.run_tool("diff", "--columns", "a.txt", "b.txt")
         self.assertEqual((run.returncode, run.stdout), (0, "8 rows, compared one by one\nNo column differs.\n"))
 
     def test_one_value_in_a_pause(self):
@@ -241,10 +243,10 @@ class Diff(InAFolder):
         self.assertEqual((found["same"], columns), (False, {}))
         self.assertIn("no common depth axis", found["structure"][-1])
 
-    def test_the_table_for_people_names_the_places(self):
+    def test_the_table_of_columns_names_the_places(self):
         self.write("a.txt", result_text())
         self.write("b.txt", result_text(rows=[*ROWS[:3], (15, 110, 0.15, 3.25, -0.01), *ROWS[4:]]))
-        run = self.run_tool("diff", "a.txt", "b.txt", env={**os.environ, "LC_ALL": "C"})
+        run = self.run_tool("diff", "--columns", "a.txt", "b.txt", env={**os.environ, "LC_ALL": "C"})
         self.assertEqual((run.returncode, run.stderr), (1, ""))
         lines = {line.split()[0]: line.split() for line in run.stdout.splitlines() if line.startswith("  ")}
         self.assertEqual(lines["x_in"], ["x_in", "0.05", "0.167", "110.000", "0.1", "0.15", 'a,"1"'])
@@ -320,7 +322,8 @@ class Faults(InAFolder):
     def test_wrong_command_lines(self):
         self.write("r.txt", result_text())
         for arguments in (["show"], ["show", "r.txt", "r.txt"], ["show", "--csv", "--json", "r.txt"], ["diff", "r.txt"],
-                          ["diff", "r.txt", "r.txt", "--tolerance", "-1"], ["diff", "r.txt", "r.txt", "--tolerance"]):
+                          ["diff", "r.txt", "r.txt", "--tolerance", "-1"], ["diff", "r.txt", "r.txt", "--tolerance"],
+                          ["diff", "--json", "--columns", "r.txt", "r.txt"]):
             self.expect_not_understood(*arguments)
 
 

@@ -35,6 +35,23 @@ TEST(NearestWord, IsNothingWhenMoreThanAThirdDiffers) {
   EXPECT_EQ(nearest_word("tau", {}), "");
 }
 
+TEST(NearestWord, IsTheSameFormulaInAnotherOrder) {
+  const std::vector<std::string_view> alloys = {"InGaN", "AlGaN", "AlInN", "AlInGaN"};
+  EXPECT_EQ(nearest_word("AlGaInN", alloys), "AlInGaN");
+  EXPECT_EQ(nearest_word("GaInN", alloys), "InGaN");
+  EXPECT_EQ(nearest_word("GaAlN", alloys), "AlGaN");
+  EXPECT_EQ(nearest_word("InAlN", alloys), "AlInN");
+}
+
+TEST(SameSymbols, AreThoseOfFormulasOnly) {
+  EXPECT_TRUE(same_symbols("GaInN", "InGaN"));
+  EXPECT_FALSE(same_symbols("InGaN", "AlGaN"));
+  EXPECT_FALSE(same_symbols("GaN", "GaNN"));
+  EXPECT_FALSE(same_symbols("tau", "uta"));
+  EXPECT_FALSE(same_symbols("Inherited", "Given"));
+  EXPECT_FALSE(same_symbols("", ""));
+}
+
 TEST(NearestWord, DoesNotSearchAmongOverlongWords) { EXPECT_EQ(nearest_word(std::string(1000000, 'x'), {"tau"}), ""); }
 
 }  // namespace

@@ -51,17 +51,6 @@ std::string text_on_one_line(std::string text) {
   return printable(text);
 }
 
-// Units as a terminal without UTF-8 can show them.
-std::string with_ascii_units(std::string text) {
-  constexpr std::pair<std::string_view, std::string_view> UNITS[] = {{"µ", "u"}, {"⁻²", "^-2"}, {"²", "^2"}};
-  for (const auto& [sign, letters] : UNITS) {
-    for (std::size_t at = text.find(sign); at != std::string::npos; at = text.find(sign, at + letters.size())) {
-      text.replace(at, sign.size(), letters);
-    }
-  }
-  return text;
-}
-
 void append_text(std::string& out, const CheckedFile& checked) {
   const auto shown = [](const std::string& text) {
     return use_utf8() ? printable(text) : with_ascii_units(printable(text));
@@ -100,7 +89,8 @@ nlohmann::ordered_json json_of(const Problem& problem) {
           {"stage", or_null(problem.stage, !problem.stage.empty())},
           {"stage_name", or_null(problem.stage_name, !problem.stage_name.empty())},
           {"text", problem.text},
-          {"hint", or_null(problem.hint, !problem.hint.empty())}};
+          {"hint", or_null(problem.hint, !problem.hint.empty())},
+          {"also_in", problem.also_in}};
 }
 
 std::string json_text(const std::vector<CheckedFile>& files) {
@@ -141,6 +131,33 @@ int check_recipes(const CheckOptions& options) {
   return clean ? EXIT_OK : EXIT_FAILED;
 }
 
+// A value of --allow.
+CLI::Validator kind_of_warning() {
+  const auto check = [](const std::string& text) -> std::string {
+    if (text.empty()) return "must not be empty";
+    const auto kinds = recipe::warning_kinds();
+    const bool known =
+        std::any_of(kinds.begin(), kinds.end(), [&text](const recipe::WarningKind& kind) { return text == kind.name; });
+    return known ? "" : fmt::format("unknown kind of warning \"{}\"", printable(text));
+  };
+  return {check, ""};
+}
+
+std::string kinds_in_lines() {
+  constexpr std::size_t WIDTH = 95;
+  std::string lines;
+  std::string line;
+  for (const recipe::WarningKind& kind : recipe::warning_kinds()) {
+    const std::string name = kind.name;
+    if (!line.empty() && line.size() + 2 + name.size() > WIDTH) {
+      lines += line + ",\n";
+      line.clear();
+    }
+    line += (line.empty() ? "  " : ", ") + name;
+  }
+  return lines + line + "\n";
+}
+
 }  // namespace
 
 void add_check_command(CLI::App& app, int& status) {
@@ -153,10 +170,10 @@ void add_check_command(CLI::App& app, int& status) {
   check->add_flag("--strict", options->strict, "Exit status 1 also for warnings");
   check->add_option("--allow", options->allowed, "Do not report warnings of this kind; may be repeated")
       ->type_name("KIND")
-      ->check(not_empty())
-      ->expected(1);
-  check->footer(
-      "Exit status: 0 without errors, 1 with errors, 2 for an invalid command line.\n"
-      "\nExample:\n  vorlen check --strict recipes/*.xml");
+      ->check(kind_of_warning())
+      ->allow_extra_args(false);
+  check->footer("Kinds of warnings:\n" + kinds_in_lines() +
+                "\nExit status: 0 without errors, 1 with errors, 2 for an invalid command line.\n"
+                "\nExample:\n  vorlen check --strict recipes/*.xml");
   check->callback([options, &status] { status = check_recipes(*options); });
 }

@@ -2,14 +2,18 @@
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "check/expected_growth.h"
 #include "check/recipe_words.h"
 #include "commands.h"
+#include "model/surfchem_nonst.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
 #include "terminal/option_values.h"
@@ -23,6 +27,7 @@ using vorlen::PrePostStageRecord;
 using vorlen::ProcessRecipe;
 using vorlen::StageRecord;
 using vorlen::ValueRange;
+using vorlen::recipe::ExpectedGrowth;
 using vorlen::recipe::Flow;
 
 struct TimelineOptions {
@@ -65,8 +70,13 @@ std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>&
   return table_text(table, use_colour(stdout));
 }
 
+// Four digits; "-" without a number.
+std::string growth_words(const std::vector<ExpectedGrowth>& growth, std::size_t stage, double ExpectedGrowth::*value) {
+  return growth.empty() || !std::isfinite(growth[stage].*value) ? "-" : fmt::format("{:.4g}", growth[stage].*value);
+}
+
 // Without gases that never flow, and without the rotation when no stage has one.
-std::string stage_table(const std::vector<StageRecord>& stages) {
+std::string stage_table(const std::vector<StageRecord>& stages, const std::vector<ExpectedGrowth>& growth) {
   std::vector<Flow> flows;
   for (const Flow& flow : recipe::flows()) {
     const bool used = std::any_of(stages.begin(), stages.end(), [&flow](const StageRecord& stage) {
@@ -81,21 +91,26 @@ std::string stage_table(const std::vector<StageRecord>& stages) {
   table.columns.push_back({"P, Pa"});
   for (const Flow& flow : flows) table.columns.push_back({std::string(flow.name) + ", sccm"});
   if (rotates) table.columns.push_back({"rotation, rpm"});
-  for (const StageRecord& stage : stages) {
+  table.columns.push_back({"expected nm/s"});
+  table.columns.push_back({"expected nm"});
+  for (std::size_t k = 0; k < stages.size(); ++k) {
+    const StageRecord& stage = stages[k];
     Row row = begin_row(stage);
     row.push_back(ramp_words(stage.T));
     row.push_back(ramp_words(stage.P));
     for (const Flow& flow : flows) row.push_back(ramp_words(stage.Q[flow.species]));
     if (rotates) row.push_back(ramp_words(stage.omega_TDR));
+    row.push_back(growth_words(growth, k, &ExpectedGrowth::rate));
+    row.push_back(growth_words(growth, k, &ExpectedGrowth::thickness));
     table.rows.push_back(std::move(row));
   }
   return table_text(table, use_colour(stdout));
 }
 
-std::string table_of(const ProcessRecipe& recipe) {
+std::string table_of(const ProcessRecipe& recipe, const std::vector<ExpectedGrowth>& growth) {
   std::string out;
   if (!recipe.pre_stages.empty()) out += layer_table("pre-stage", recipe.pre_stages) + "\n";
-  out += stage_table(recipe.active_stages);
+  out += stage_table(recipe.active_stages, growth);
   if (!recipe.post_stages.empty()) out += "\n" + layer_table("post-stage", recipe.post_stages);
   return out;
 }
@@ -124,10 +139,11 @@ Row layer_csv_row(const char* kind, const PrePostStageRecord& layer) {
   for (double value : {layer.thickness, layer.X_In_average, layer.X_Ga_average, layer.X_Al_average}) {
     row.push_back(exact_number(value));
   }
+  row.resize(row.size() + 2);  // expected growth
   return row;
 }
 
-std::string csv_of(const ProcessRecipe& recipe) {
+std::string csv_of(const ProcessRecipe& recipe, const std::vector<ExpectedGrowth>& growth) {
   Table table;
   for (const char* heading : {"kind", "stage", "period", "name", "begin_s", "end_s", "duration_s", "T_begin_K",
                               "T_end_K", "P_begin_Pa", "P_end_Pa"}) {
@@ -136,17 +152,21 @@ std::string csv_of(const ProcessRecipe& recipe) {
   for (const Flow& flow : recipe::flows()) {
     for (const char* end : {"_begin_sccm", "_end_sccm"}) table.columns.push_back({std::string(flow.name) + end});
   }
-  for (const char* heading : {"omega_TDR_begin_rpm", "omega_TDR_end_rpm", "thickness_nm", "x_in", "x_ga", "x_al"}) {
+  for (const char* heading : {"omega_TDR_begin_rpm", "omega_TDR_end_rpm", "thickness_nm", "x_in", "x_ga", "x_al",
+                              "expected_rate_nm_s", "expected_thickness_nm"}) {
     table.columns.push_back({heading});
   }
   for (const PrePostStageRecord& layer : recipe.pre_stages) table.rows.push_back(layer_csv_row("pre", layer));
-  for (const StageRecord& stage : recipe.active_stages) {
+  for (std::size_t k = 0; k < recipe.active_stages.size(); ++k) {
+    const StageRecord& stage = recipe.active_stages[k];
     Row row = begin_csv_row("active", stage);
     append_ramp(row, stage.T);
     append_ramp(row, stage.P);
     for (const Flow& flow : recipe::flows()) append_ramp(row, stage.Q[flow.species]);
     append_ramp(row, stage.omega_TDR);
-    row.resize(table.columns.size());
+    row.resize(row.size() + 4);  // thickness and composition
+    row.push_back(growth.empty() ? "" : exact_number(growth[k].rate));
+    row.push_back(growth.empty() ? "" : exact_number(growth[k].thickness));
     table.rows.push_back(std::move(row));
   }
   for (const PrePostStageRecord& layer : recipe.post_stages) table.rows.push_back(layer_csv_row("post", layer));
@@ -167,6 +187,14 @@ void name_layers(ProcessRecipe& recipe) {
   name_all(recipe.post_stages);
 }
 
+// Empty if the model rejects the recipe.
+std::vector<ExpectedGrowth> growth_of(const ProcessRecipe& recipe) {
+  std::int32_t err = 0;
+  vorlen::SurfChemNonst model(recipe, "", err);
+  if (err != 0) return {};
+  return recipe::expected_growth(model);
+}
+
 int show_timeline(const TimelineOptions& options) {
   ProcessRecipe recipe;
   std::string error;
@@ -174,7 +202,8 @@ int show_timeline(const TimelineOptions& options) {
     return fail(error);
   }
   name_layers(recipe);
-  return print_out(options.csv ? csv_of(recipe) : table_of(recipe));
+  const std::vector<ExpectedGrowth> growth = growth_of(recipe);
+  return print_out(options.csv ? csv_of(recipe, growth) : table_of(recipe, growth));
 }
 
 }  // namespace
@@ -185,6 +214,8 @@ void add_timeline_command(CLI::App& app, int& status) {
       app.add_subcommand("timeline", "Show the stages of a recipe on the time axis, periodic ones expanded");
   timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required()->check(not_empty());
   timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
-  timeline->footer("A ramp is shown as start -> end.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
+  timeline->footer(
+      "A ramp is shown as start -> end. The expected growth takes in all metals that reach the\n"
+      "surface.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");
   timeline->callback([options, &status] { status = show_timeline(*options); });
 }

@@ -1,4 +1,4 @@
-// Edit distance with swaps of neighbours (optimal string alignment).
+// Edit distance with swaps of neighbours (optimal string alignment), and formulas in another order.
 #include "check/nearest_word.h"
 
 #include <algorithm>
@@ -6,7 +6,28 @@
 
 namespace {
 char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool is_lower(char c) { return c >= 'a' && c <= 'z'; }
+
+// The symbols of a formula, sorted: a capital letter, and a small one or none. Empty for any other word.
+std::vector<std::string_view> symbols_of(std::string_view word) {
+  std::vector<std::string_view> symbols;
+  for (std::size_t at = 0; at < word.size();) {
+    if (!(word[at] >= 'A' && word[at] <= 'Z')) return {};
+    const std::size_t length = at + 1 < word.size() && is_lower(word[at + 1]) ? 2 : 1;
+    symbols.push_back(word.substr(at, length));
+    at += length;
+  }
+  std::sort(symbols.begin(), symbols.end());
+  return symbols;
+}
+
 }  // namespace
+
+bool same_symbols(std::string_view a, std::string_view b) {
+  const std::vector<std::string_view> symbols = symbols_of(a);
+  return !symbols.empty() && symbols == symbols_of(b);
+}
 
 int edit_distance(std::string_view a, std::string_view b) {
   // Rows of the table for the previous two letters of a and the current one.
@@ -34,6 +55,9 @@ std::string_view nearest_word(std::string_view word, const std::vector<std::stri
   std::string_view nearest;
   int least = 0;
   if (word.size() > LONGEST) return nearest;
+  for (std::string_view candidate : candidates) {
+    if (same_symbols(word, candidate)) return candidate;
+  }
   for (std::string_view candidate : candidates) {
     if (candidate.size() > LONGEST) continue;
     const int distance = edit_distance(word, candidate);

@@ -8,6 +8,7 @@
 
 #include "api/vorlen_solver.h"
 #include "check/recipe_reading.h"
+#include "model/setup_messages.h"
 #include "model/surfchem_nonst.h"
 #include "recipe/load_document.h"
 
@@ -36,6 +37,22 @@ Problem file_problem(const std::string& file, const TiXmlDocument& document) {
   return problem;
 }
 
+// The growth to expect in each stage of the reading, in its first period, and the layer of the reference conditions.
+void set_growth(vorlen::SurfChemNonst& model, Reading& reading) {
+  const std::vector<ExpectedGrowth> growth = expected_growth(model);
+  for (std::size_t k = 0; k < growth.size(); ++k) {
+    reading.total_growth += growth[k].thickness;
+    if (model.active_stages[k].period <= 1) reading.growth.push_back(growth[k]);
+  }
+  if (reading.growth.size() != reading.stages.size()) reading.growth.clear();
+  const vorlen::StageRecord& first = model.active_stages.front();
+  if (model.transport_model == vorlen::TRANSPORT_thick_GaN) reading.reference_layer = first.delta;
+  if (model.transport_model == vorlen::TRANSPORT_InGaN_GR_X) {
+    const bool has_TMGa = first.Q[vorlen::TMGa_g].average() >= vorlen::FLOW_MIN;
+    reading.reference_layer = first.delta_species[has_TMGa ? vorlen::TMGa_g : vorlen::TEGa_g];
+  }
+}
+
 // Sets up the model with a recipe that has no faults but predicted and late ones. What it rejects comes first.
 void check_model(const TiXmlDocument& document, Reading& reading) {
   std::int32_t err = 0;
@@ -56,6 +73,7 @@ void check_model(const TiXmlDocument& document, Reading& reading) {
   }
   std::array<double, vorlen::N_STATE_MAX> y{};
   model.init_state(y.data());
+  set_growth(model, reading);
   if (std::all_of(y.begin(), y.begin() + model.n_state(), [](double value) { return std::isfinite(value); })) return;
   Problem problem;
   problem.severity = Severity::warning;
@@ -83,6 +101,7 @@ std::vector<Problem> check_recipe(const std::string& file) {
   warn_of_unread(document, reading, warnings);
   warn_of_process(reading, warnings);
   if (reading.model_is_next) check_model(document, reading);
+  warn_of_sequence(reading, warn_of_values(document, reading, warnings), warnings);
   std::stable_sort(warnings.begin(), warnings.end(),
                    [](const Problem& a, const Problem& b) { return a.line < b.line; });
 

@@ -1,6 +1,7 @@
 // The report on a recipe: every problem, without running it.
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,18 @@ struct Problem {
   std::string stage_name;  // the user's name of it
   std::string text;        // of an error: the library's own
   std::string hint;
+  std::vector<std::string> also_in;  // element names of the other stages to which a warning applies
 };
+
+// A kind of warning.
+struct WarningKind {
+  const char* name;
+  const char* meaning;      // one line of Markdown
+  bool loses_part = false;  // a part of the recipe is not simulated as written
+};
+
+// All kinds, in the order of the table in docs/checking-a-recipe.md.
+std::span<const WarningKind> warning_kinds();
 
 // Reads the recipe and reports every problem: the errors in the order in which the library would report them, so that
 // the first one is that of runSurfChem, then the warnings by line. Without errors the library accepts the recipe;

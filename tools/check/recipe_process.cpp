@@ -3,12 +3,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <initializer_list>
-#include <iterator>
 #include <limits>
 #include <set>
 
 #include "check/recipe_reading.h"
+#include "check/stage_conditions.h"
 #include "recipe/xml_lookup.h"
 
 namespace vorlen::recipe {
@@ -22,34 +21,6 @@ constexpr double JUMP_MIN = 1.0;  // K; smaller ones, as from rounding to whole 
 // passes through 0, where the composition that the continuous scheme integrates is undefined.
 constexpr double HOT_MIN = 1150.0;    // K
 constexpr double HEATING_MIN = 20.0;  // K
-
-double largest(const ValueRange& range) { return std::max(range.val, range.end); }
-
-constexpr vorlen::GasSpecies METALS[] = {vorlen::TMIn_g, vorlen::TMGa_g, vorlen::TEGa_g, vorlen::TMAl_g};
-
-bool flows_known(const ReadStage& stage) {
-  return std::all_of(std::begin(METALS), std::end(METALS), [&](auto metal) { return stage.Q[metal].has_value(); });
-}
-
-// False when the flow is not known.
-bool is_flowing(const ReadStage& stage, vorlen::GasSpecies gas) { return stage.Q[gas] && largest(*stage.Q[gas]) > 0.0; }
-
-// Sum of the group-III flows at one end of a stage.
-double metal_flow(const ReadStage& stage, double ValueRange::*end) {
-  double sum = 0.0;
-  for (const vorlen::GasSpecies metal : METALS) sum += std::max((*stage.Q[metal]).*end, 0.0);
-  return sum;
-}
-
-const TiXmlElement& child_of(const TiXmlElement& element, std::initializer_list<const char*> path) {
-  const TiXmlElement* found = &element;
-  for (const char* name : path) {
-    const TiXmlElement* next = found->FirstChildElement(name);
-    if (next == nullptr) return element;
-    found = next;
-  }
-  return *found;
-}
 
 void warn(std::vector<Problem>& warnings, const char* kind, const TiXmlElement& element, const StagePlace& place,
           std::string text, std::string hint) {
@@ -75,16 +46,20 @@ bool foreign_flow(std::int32_t material, const ReadStage& stage, vorlen::GasSpec
 }
 
 void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
+  Causes causes;
   for (const ReadStage& stage : reading.stages) {
     if (!flows_known(stage)) continue;
     for (const Flow& flow : flows()) {
       if (!foreign_flow(reading.recipe.material, stage, flow.species)) continue;
-      warn(warnings, "flow-not-in-material", child_of(*stage.element, {"gas_species", "Q", flow.name}), stage.place,
-           fmt::format("{} flows in {}, but the material is {}", flow.name, stage.place.label,
-                       keyword_of(*find_row(Section::root, "material"), reading.recipe.material)),
-           "the flow grows its metal anyway; set it to 0 or correct the material");
+      causes.add(flow.name,
+                 problem_at(Severity::warning, "flow-not-in-material",
+                            child_of(*stage.element, {"gas_species", "Q", flow.name}), nullptr, stage.place,
+                            fmt::format("{} flows in {}, but the material is {}", flow.name, stage.place.label,
+                                        keyword_of(*find_row(Section::root, "material"), reading.recipe.material)),
+                            "the flow grows its metal anyway; set it to 0 or correct the material"));
     }
   }
+  causes.report(warnings);
 }
 
 // Instantaneous heating or cooling between two stages, with nothing growing on one side: the integrator's steps may
@@ -103,16 +78,6 @@ void warn_of_jump(const ReadStage& before, const ReadStage& after, std::vector<P
 
 // ---- What makes the continuous scheme fail
 
-bool with_metals(const ReadStage& stage) {
-  return std::any_of(std::begin(METALS), std::end(METALS), [&](auto metal) { return is_flowing(stage, metal); });
-}
-
-// False when a flow is not known.
-bool without_metals(const ReadStage& stage) {
-  return std::all_of(std::begin(METALS), std::end(METALS),
-                     [&](auto metal) { return stage.Q[metal] && largest(*stage.Q[metal]) <= 0.0; });
-}
-
 // How to choose the staged scheme in this recipe.
 std::string remedy(const Reading& reading) {
   const TiXmlElement* integration = reading.good_element(Section::root, "integration");
@@ -123,17 +88,6 @@ std::string remedy(const Reading& reading) {
     change = "write <scheme val=\"staged\"/> in the element integration";
   }
   return fmt::format("{}, or run it with --scheme staged", change);
-}
-
-// The stages in the order in which they are grown. Two periods of a periodic stage show all its neighbours.
-std::vector<const ReadStage*> grown_order(const std::vector<ReadStage>& stages) {
-  std::vector<const ReadStage*> order;
-  for (std::size_t k = 0; k < stages.size(); ++k) {
-    order.push_back(&stages[k]);
-    if (stages[k].repeats_from < 0) continue;
-    for (std::size_t m = static_cast<std::size_t>(stages[k].repeats_from); m <= k; ++m) order.push_back(&stages[m]);
-  }
-  return order;
 }
 
 // A pause is a sequence of stages without metals. The first hot stage of each is reported when something grows after

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "check/nearest_word.h"
+#include "check/usual_ranges.h"
 #include "recipe/recipe_reader.h"
 #include "recipe/species_data.h"
 #include "recipe/xml_lookup.h"
@@ -95,6 +96,15 @@ std::string value_fault_hint(const Fault& fault) {
   return fmt::format("the three add up to {}", number_words(sum));
 }
 
+std::string first_lattice_hint(const Fault& fault) {
+  double value = 0.0;
+  fault.node.ToElement()->QueryDoubleAttribute("val", &value);
+  const std::string reading = other_reading(usual_range(Quantity::lattice), value);
+  return "stress_state of the first pre-stage is its in-plane lattice constant in angstrom, such as 3.189 for GaN; "
+         "a degree of relaxation has no layer below to refer to" +
+         (reading.empty() ? "" : "; " + reading);
+}
+
 // ---- Faults
 
 Problem problem_of(const Fault& fault, const StagePlace& place) {
@@ -105,12 +115,7 @@ Problem problem_of(const Fault& fault, const StagePlace& place) {
       {"unknown-keyword", keyword_hint},
       {"not-allowed", value_fault_hint},
       {"nested-periodic", [](const Fault&) { return std::string("write out the inner sequence"); }},
-      {"not-allowed",
-       [](const Fault&) {
-         return std::string(
-             "stress_state of the first pre-stage is its in-plane lattice constant in angstrom, such as 3.189 for GaN; "
-             "a degree of relaxation has no layer below to refer to");
-       }},
+      {"not-allowed", first_lattice_hint},
   };
   const auto& [kind, hint] = KINDS[static_cast<std::size_t>(fault.kind)];
   Problem problem;
@@ -228,6 +233,11 @@ void collect_stage(void* context, const TiXmlElement& element, const vorlen::Sta
   stage.place = reading.elements.at(&element).place;
   stage.disl_model = record.disl_model;
   if (!record.T.undefined()) stage.T = record.T;
+  if (!record.P.undefined()) stage.P = record.P;
+  if (!record.omega_TDR.undefined()) stage.omega_TDR = record.omega_TDR;
+  stage.tau = record.tau;
+  stage.delta = record.delta;
+  stage.GR_average = record.GR_average;
   for (std::size_t k = 0; k < stage.Q.size(); ++k) {
     if (!record.Q[k].undefined()) stage.Q[k] = record.Q[k];
   }

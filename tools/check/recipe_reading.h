@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -14,6 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "check/expected_growth.h"
 #include "check/recipe_check.h"
 #include "check/recipe_words.h"
 #include "recipe/process_recipe.h"
@@ -38,6 +40,11 @@ struct ReadStage {
   const TiXmlElement* element = nullptr;
   StagePlace place;
   std::optional<vorlen::ValueRange> T;
+  std::optional<vorlen::ValueRange> P;
+  std::optional<vorlen::ValueRange> omega_TDR;
+  double tau = -1.0;         // negative if it was not read, as the two that follow
+  double delta = -1.0;       // m
+  double GR_average = -1.0;  // nm/s, of the model InGaN_GR_X
   std::array<std::optional<vorlen::ValueRange>, vorlen::N_FLOWS> Q;  // by gas species
   std::int32_t disl_model = vorlen::NOT_SPECIFIED;
   // Index of the first stage of the sequence that starts again after this stage; -1 for none.
@@ -55,6 +62,10 @@ struct Reading {
   std::map<const Row*, const TiXmlElement*> outside_stages;  // the elements of the rows that occur once
   std::set<const Row*> faulty;                               // rows with a fault in an element
   bool stress_known = false;                                 // stress:model could be read
+  // Of a recipe that the model accepts: one entry for each of `stages`, otherwise empty.
+  std::vector<ExpectedGrowth> growth;
+  double total_growth = 0.0;                                          // nm, of all periods
+  double reference_layer = std::numeric_limits<double>::quiet_NaN();  // m, with the models thick_GaN and InGaN_GR_X
 
   // The element of a row that occurs once; null if it was not read, or with a fault.
   const TiXmlElement* good_element(Section section, const char* name) const;
@@ -75,6 +86,13 @@ void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::
 // Appends what is unusual about the process: flows that do not fit the material, jumps of temperature and the like, and
 // what makes the continuous scheme fail.
 void warn_of_process(const Reading& reading, std::vector<Problem>& warnings);
+// Appends values outside of the usual ranges, and the unit in which they may have been given. Returns the stages of
+// which the temperature is one of them.
+std::set<const ReadStage*> warn_of_values(const TiXmlDocument& document, const Reading& reading,
+                                          std::vector<Problem>& warnings);
+// Appends what a sequence of stages hardly means: abrupt changes while something grows, missing ammonia, stages with
+// each other's values. Temperatures of the stages in odd are not looked at.
+void warn_of_sequence(const Reading& reading, const std::set<const ReadStage*>& odd, std::vector<Problem>& warnings);
 
 // A problem at an element, or at its attribute.
 Problem problem_at(Severity severity, const char* kind, const TiXmlElement& element, const char* attribute,

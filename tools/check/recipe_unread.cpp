@@ -7,6 +7,7 @@
 
 #include "check/nearest_word.h"
 #include "check/recipe_reading.h"
+#include "check/stage_conditions.h"
 #include "recipe/xml_lookup.h"
 
 namespace vorlen::recipe {
@@ -54,6 +55,7 @@ std::string stage_count_words(Section section, const TiXmlElement& list) {
 struct Unread {
   const Reading& reading;
   std::vector<Problem>& warnings;
+  Causes causes{};
 
   void warn(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
             std::string text, std::string hint) {
@@ -119,13 +121,15 @@ void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent
     return;
   }
   if (row->kind == Kind::stage_list) {
-    warn("not-read", child, nullptr, read.place, fmt::format("element {} is not read", path),
+    warn("uncounted-stage", child, nullptr, read.place, fmt::format("element {} is not read", path),
          stage_count_words(read.children, parent));
     return;
   }
   const std::string reason = reason_of(*row, reading);
   if (!reason.empty()) {
-    warn("not-read", child, nullptr, read.place, fmt::format("element {} is not read", path), reason);
+    // The same in every stage of a recipe.
+    causes.add(row->name + reason, problem_at(Severity::warning, "not-read", child, nullptr, read.place,
+                                              fmt::format("element {} is not read", path), reason));
   }
 }
 
@@ -170,6 +174,7 @@ void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::
                 nearest.empty() || top->ValueStr() == nearest ? "a recipe has one root, NonstSurfChem"
                                                               : "did you mean NonstSurfChem?");
   }
+  unread.causes.report(warnings);
 }
 
 }  // namespace vorlen::recipe

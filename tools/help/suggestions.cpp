@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "check/nearest_word.h"
+#include "check/recipe_check.h"
 #include "help/self_description.h"
 
 namespace {
@@ -50,6 +51,11 @@ std::string value_suggestions(const CLI::App& command) {
 // CLI11 shows the values of an option after its name or instead of it, as "{a,b}".
 std::vector<std::string> option_choices(const CLI::Option& option) {
   const std::string name = option.get_type_name();
+  if (name == "KIND") {  // of warnings; too many for one line of the help
+    std::vector<std::string> kinds;
+    for (const recipe::WarningKind& kind : recipe::warning_kinds()) kinds.emplace_back(kind.name);
+    return kinds;
+  }
   const std::size_t open = name.find('{');
   const std::size_t close = name.find('}', open == std::string::npos ? 0 : open);
   if (open == std::string::npos || close == std::string::npos) return {};

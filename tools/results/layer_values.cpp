@@ -101,6 +101,7 @@ std::array<double, 3> middle_composition(const std::vector<GrowthStep>& steps) {
   const double low = steps.front().from.z + 0.25 * grown;
   const double high = low + 0.5 * grown;
   std::array<double, 3> integral{};
+  double half = 0.0;  // the height of the middle half, summed like the integral, so that a constant x is its own mean
   double uncovered = steps.back().to.z;  // the lowest height of the steps that were looked at: above it nothing is left
   for (auto step = steps.rbegin(); step != steps.rend() && uncovered > low; ++step) {
     if (!(step->from.z < uncovered)) continue;
@@ -108,13 +109,14 @@ std::array<double, 3> middle_composition(const std::vector<GrowthStep>& steps) {
     const double top = std::min(uncovered, high);
     uncovered = step->from.z;
     if (!(top > bottom)) continue;
+    half += top - bottom;
     const double share = (0.5 * (bottom + top) - step->from.z) / (step->to.z - step->from.z);
     for (std::size_t metal = 0; metal < METALS.size(); ++metal) {
       const double middle = step->from.x[metal] + share * (step->to.x[metal] - step->from.x[metal]);
       integral[metal] += middle * (top - bottom);
     }
   }
-  for (double& x : integral) x /= 0.5 * grown;
+  for (double& x : integral) x /= half;
   return integral;
 }
 

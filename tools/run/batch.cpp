@@ -65,20 +65,6 @@ struct SignalRecorder {
   SignalRecorder& operator=(const SignalRecorder&) = delete;
 };
 
-// Reads to the end of the pipe. True if it was a complete report.
-bool read_report(int file, SimulationReport& report) {
-  char* at = reinterpret_cast<char*>(&report);
-  std::size_t missing = sizeof report;
-  while (missing > 0) {
-    const ssize_t count = read(file, at, missing);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    at += count;
-    missing -= static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
 [[noreturn]] void work(const Worker& worker, int pipe) {
   // A terminal or a scheduler signals all processes at once. The parent ends its workers; a worker that reacted to the
   // signal itself would look like a crash.
@@ -134,7 +120,7 @@ bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
 // Waits for a worker whose pipe is readable or closed, and finishes its job.
 void collect(const Worker& worker, double now) {
   SimulationReport report;
-  const bool reported = read_report(worker.pipe, report);
+  const bool reported = read_all(worker.pipe, &report, sizeof report);
   close(worker.pipe);
   int ended = 0;
   while (waitpid(worker.pid, &ended, 0) < 0 && errno == EINTR) {

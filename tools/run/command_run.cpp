@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "results/result_file.h"
 #include "run/batch.h"
+#include "run/recipe_warnings.h"
 #include "run/run_text.h"
 #include "run/scheme.h"
 #include "run/simulation.h"
@@ -110,6 +111,7 @@ int run_recipes(const RunOptions& options) {
   }
   if (target_status != EXIT_OK) return target_status;
 
+  show_recipe_warnings(jobs);
   BatchOptions batch;
   batch.workers = options.workers > 0 ? options.workers : std::max(1U, std::thread::hardware_concurrency());
   batch.keep_going = options.keep_going;

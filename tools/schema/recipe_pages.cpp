@@ -1,10 +1,12 @@
-// The generated tables of docs/recipe-format.md and docs/result-format.md.
+// The generated tables of docs/recipe-format.md, docs/result-format.md and docs/checking-a-recipe.md.
 #include <fmt/core.h>
 
 #include <string_view>
 #include <vector>
 
+#include "check/recipe_check.h"
 #include "check/recipe_words.h"
+#include "check/usual_ranges.h"
 #include "schema/recipe_files.h"
 #include "schema/result_columns.h"
 
@@ -66,8 +68,16 @@ void append_rows(std::string& out, Section section, const std::string& prefix, s
   }
 }
 
+std::string kinds_table() {
+  std::string table = "| kind | what is silently accepted |\n|---|---|\n";
+  for (const WarningKind& kind : warning_kinds()) table += fmt::format("| `{}` | {} |\n", kind.name, kind.meaning);
+  return table;
+}
+
 // The table of that name; empty for an unknown name.
 std::string table_text(std::string_view name) {
+  if (name == "kinds of warnings") return kinds_table();
+  if (name == "usual ranges") return usual_ranges_table();
   std::string lines;
   for (const Part& part : PARTS) {
     if (part.table == name) append_rows(lines, part.section, part.prefix, part.only);

@@ -1,7 +1,8 @@
 // Writes what is generated from the table of the recipe and from the columns of the result file:
 //   write_recipe_files --schema FILE   the RELAX NG schema of the recipe
-//   write_recipe_files --tables FILE   the tables of docs/recipe-format.md or docs/result-format.md, in place, or a
-//                                      module of the Python package, _elements.py or _columns.py
+//   write_recipe_files --tables FILE   the tables of docs/recipe-format.md, docs/result-format.md or
+//                                      docs/checking-a-recipe.md, in place, or a module of the Python package,
+//                                      _elements.py or _columns.py
 //   write_recipe_files --check FILE    writes nothing; fails if one of these is out of date
 // Exit status: 0; 1 if a file cannot be written or is out of date; 2 for a wrong command line.
 #include <cstdio>

@@ -209,6 +209,18 @@ std::string set_aside(const std::string& temporary, const std::string& path) {
   return std::rename(temporary.c_str(), name.c_str()) == 0 ? name : temporary;
 }
 
+bool read_all(int file, void* data, std::size_t size) {
+  char* at = static_cast<char*>(data);
+  while (size > 0) {
+    const ssize_t count = read(file, at, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    at += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
 bool write_all(int file, const void* data, std::size_t size) {
   const char* at = static_cast<const char*>(data);
   while (size > 0) {

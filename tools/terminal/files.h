@@ -43,6 +43,8 @@ void remove_file(const std::string& path);
 
 // Writes all bytes to an open file. Returns false, with the reason in errno, on failure.
 bool write_all(int file, const void* data, std::size_t size);
+// Fills data with size bytes from an open file. False at an error or if it ends before.
+bool read_all(int file, void* data, std::size_t size);
 
 // SHA-256 of a regular file in hexadecimal digits; empty if it cannot be read.
 std::string sha256_of_file(const std::string& path);

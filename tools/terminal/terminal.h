@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
 
 // True if stream is a terminal that supports colours and NO_COLOR is unset or empty.
 bool use_colour(std::FILE* stream);
@@ -15,3 +16,6 @@ struct UnitNames {
   const char* angstrom;              // "Å", or "A"
 };
 UnitNames unit_names();
+
+// The text with its units as a terminal without UTF-8 can show them.
+std::string with_ascii_units(std::string text);

@@ -1,130 +1,145 @@
-// Draws the charts of a report and links them: hovering or zooming in one chart does the same in the other.
+// The controls of a report: zoom to a stage or region, units, gallium; the chart of the interfaces; links to files.
 "use strict";
-(function () {
-  const figures = JSON.parse(document.getElementById("data").textContent);
-  const touch = window.matchMedia("(pointer: coarse)").matches;
-  const config = { responsive: true, displaylogo: false, displayModeBar: touch ? false : "hover",
-    modeBarButtonsToRemove: ["select2d", "lasso2d", "autoScale2d"] };
-  const PAPER = { width: 670, height: 800 };  // pixels: A4 without margins, heading and caption
-  const NAME_DISTANCE = 24;  // pixels between stage names
-  const node = (name) => document.getElementById("chart-" + name);
+(() => {
+  const { stem, charts: model, tables } = JSON.parse(document.getElementById("data").textContent);
+  const byId = (id) => document.getElementById(id);
+  const pictures = {};
+  const waiting = [];
 
-  // Value of `to` where `from` has `value`, by linear interpolation. Both rise.
-  function convert(value, from, to) {
-    let low = 0, high = from.length - 1;
-    if (!(value > from[low])) return to[low];
-    if (!(value < from[high])) return to[high];
-    while (high - low > 1) {
-      const middle = (low + high) >> 1;
-      if (from[middle] <= value) low = middle; else high = middle;
-    }
-    const span = from[high] - from[low];
-    return span > 0 ? to[low] + (to[high] - to[low]) * (value - from[low]) / span : to[low];
+  if (model) {
+    const charts = Charts.linked(model, { time: byId("chart-time"), height: byId("chart-height") });
+    waiting.push(charts.ready);
+    for (const axis of ["time", "height"]) pictures[axis] = { name: `${stem}-${axis}.svg`, svg: () => charts.svg(axis) };
+    zoomControls(charts);
+    unitControls(charts);
+    if (model.interfaces) waiting.push(interfaces(model.interfaces));
   }
-
-  // Narrow screens have narrow margins and room for fewer stage names.
-  function fit(name) {
-    const width = node(name).clientWidth, narrow = width < 480;
-    const layout = figures[name].layout;
-    layout.margin.r = narrow ? 34 : 46;
-    layout.font.size = narrow ? 11 : 13;
-    layout.dragmode = touch ? false : "zoom";
-    if (narrow) layout.legend.font = { size: 11 };
-    if (name === "interface") return;
-    layout.margin.b = narrow ? 175 : 140;
-    layout.legend.y = -52 / (layout.height - layout.margin.t - layout.margin.b);
-    const range = layout.xaxis.range;
-    const pixels = (width - layout.margin.l - layout.margin.r) / (range[1] - range[0]);
-    let last = -Infinity;
-    layout.annotations = layout.annotations.filter((mark) => {
-      if ((mark.x - last) * pixels < NAME_DISTANCE) return false;
-      last = mark.x;
-      return true;
-    });
+  for (const key of ["active", "whole"]) {
+    const node = document.querySelector(".stack-" + key);
+    if (node) pictures["layers-" + key] = { name: `${stem}-layers-${key}.svg`, svg: () => Charts.picture(node) };
   }
-
-  const names = ["time", "depth"].filter((name) => figures[name]);
-  const drawn = names.map((name) => {
-    fit(name);
-    return Plotly.newPlot(node(name), figures[name].data, figures[name].layout, config);
-  });
-
-  const linked = names.length === 2 && !names.some((name) => figures.link[name].includes(null));
-  const other = { time: "depth", depth: "time" };
-  const each = (name, action) => [name, ...(linked ? [other[name]] : [])].forEach(action);
-
-  // Shows the values of all panels at the mouse, in both charts. plotly alone shows those of one panel in one chart.
-  function hover(name) {
-    const chart = node(name), panels = Object.keys(chart._fullLayout._plots), link = figures.link;
-    chart.addEventListener("mousemove", (event) => {
-      if (!event.target.classList.contains("nsewdrag") || event.buttons) return;
-      event.stopPropagation();
-      const x = chart._fullLayout.xaxis.p2d(event.clientX - event.target.getBoundingClientRect().left);
-      each(name, (which) => Plotly.Fx.hover(
-        node(which), { xval: which === name ? x : convert(x, link[name], link[which]) }, panels));
-    }, true);
-    chart.addEventListener("mouseout", (event) => {
-      if (event.target.classList.contains("nsewdrag")) each(name, (which) => Plotly.Fx.unhover(node(which)));
-    });
-  }
-
-  // Zooming one chart zooms the other.
-  function tie(from, to) {
-    const here = node(from), there = node(to), link = figures.link;
-    here.on("plotly_relayout", (event) => {
-      if (tie.zooming) return;
-      let range = null;
-      if ("xaxis.range[0]" in event) range = [event["xaxis.range[0]"], event["xaxis.range[1]"]];
-      else if ("xaxis.range" in event) range = event["xaxis.range"];
-      else if (!("xaxis.autorange" in event)) return;
-      const change = range ? { "xaxis.range": range.map((x) => convert(x, link[from], link[to])) } : { "xaxis.autorange": true };
-      tie.zooming = true;
-      Plotly.relayout(there, change).then(() => { tie.zooming = false; });
-    });
-  }
-
-  Promise.all(drawn).then(() => {
-    names.forEach(hover);
-    if (linked) { tie("time", "depth"); tie("depth", "time"); }
-    if (figures.interface) drawInterfaces();
+  Downloads.connect(tables, pictures);
+  Promise.all(waiting).then(() => {
     // Each chart is one picture with a description; a screen reader skips its parts.
     for (const part of document.querySelectorAll(".chart > *, #js-plotly-tester")) part.setAttribute("aria-hidden", "true");
     document.documentElement.dataset.drawn = "yes";
   });
 
-  function drawInterfaces() {
-    const places = figures.interface.places;
-    const choice = document.getElementById("interface-choice");
-    fit("interface");
-    function zoom() {
-      const place = places[Number(choice.value)];
-      const layout = figures.interface.layout;
-      const step = place.y[1] - place.y[0];
-      layout.xaxis.range = place.range;
-      layout.yaxis.range = [place.y[0] - 0.12 * step, place.y[1] + 0.12 * step];
-      layout.shapes = place.marks.filter((x) => x !== null).map((x) => (
-        { type: "line", xref: "x", yref: "paper", x0: x, x1: x, y0: 0, y1: 1, line: { color: "#44525f", width: 1, dash: "dot" } }));
-      layout.annotations = place.marks.map((x, i) => (
-        { x: x, xref: "x", y: 1, yref: "paper", yanchor: "bottom", showarrow: false, font: { size: 11 },
-          xanchor: i ? "left" : "right", text: i ? "90 %" : "10 %" })).filter((mark) => mark.x !== null);
-      Plotly.react(node("interface"), figures.interface.data, layout, config);
-      document.getElementById("interface-caption").textContent = place.label +
-        (place.width === null ? ": the step is not complete between the middles of the two layers."
-          : ": 10–90 % width " + place.width + " nm.");
+  // A button for each region and for up to six stages; a list of more stages.
+  function zoomControls(charts) {
+    const box = byId("zoom"), buttons = [], FEW = 6;
+    const list = model.stages.length > FEW ? document.createElement("select") : null;
+    const titled = (stage) => ({ label: `${stage.number}. ${stage.name}`, time: wide(stage.time), height: wide(stage.height) });
+    function button(region) {
+      const made = document.createElement("button");
+      made.type = "button";
+      made.textContent = region.label.length > 32 ? region.label.slice(0, 31) + "…" : region.label;
+      made.addEventListener("click", () => charts.show(region, region.label));
+      made.dataset.label = region.label;
+      buttons.push(made);
+      box.append(made);
     }
-    choice.addEventListener("change", zoom);
-    zoom();
+    model.regions.forEach(button);
+    if (list) {
+      const label = document.createElement("label");
+      label.textContent = "Stage";
+      list.id = "stage-choice";
+      label.htmlFor = list.id;
+      list.add(new Option("choose …", ""));
+      model.stages.forEach((stage, index) => list.add(new Option(titled(stage).label, String(index))));
+      list.addEventListener("change", () => {
+        if (list.value === "") return;
+        const stage = titled(model.stages[Number(list.value)]);
+        charts.show(stage, stage.label);
+      });
+      box.append(label, list);
+    } else {
+      model.stages.forEach((stage) => button(titled(stage)));
+    }
+    function mark(shown) {
+      for (const made of buttons) made.setAttribute("aria-pressed", String(made.dataset.label === shown));
+      if (list && (list.value === "" || titled(model.stages[Number(list.value)]).label !== shown)) list.value = "";
+    }
+    charts.onZoom(mark);
+    mark(charts.first);
   }
 
-  // Paper and screen differ in width.
-  function fitTo(paper) {
-    for (const name of ["time", "depth", "interface"]) {
-      if (!figures[name]) continue;
-      const height = figures[name].layout.height;
-      Plotly.relayout(node(name), paper ? { width: paper.width, height: Math.min(height, paper.height), autosize: false }
-        : { width: null, height: height, autosize: true });
+  // A stage with a little of its neighbours.
+  function wide([low, high]) {
+    const room = high - low > 1e-6 ? 0.08 * (high - low) : 1;
+    return [low - room, high + room];
+  }
+
+  function unitControls(charts) {
+    const box = byId("units");
+    for (const panel of model.panels) {
+      if (panel.units) {
+        const label = document.createElement("label"), choice = document.createElement("select");
+        label.textContent = panel.title.charAt(0).toUpperCase() + panel.title.slice(1);
+        choice.id = "unit-" + panel.key;
+        label.htmlFor = choice.id;
+        panel.units.forEach(([unit], index) => choice.add(new Option(unit, String(index))));
+        choice.addEventListener("change", () => {
+          charts.setUnit(panel.key, Number(choice.value));
+          if (panel.key === "rate") changeTables(panel.units[Number(choice.value)]);
+        });
+        const pair = document.createElement("span");
+        pair.append(label, choice);
+        box.append(pair);
+      }
+    }
+    const gallium = model.panels.find((panel) => panel.key === "gallium");
+    if (gallium) {
+      const label = document.createElement("label"), check = document.createElement("input");
+      check.type = "checkbox";
+      check.id = "show-gallium";
+      check.addEventListener("change", () => charts.setPanel("gallium", check.checked));
+      label.append(check, "Gallium");
+      box.append(label);
     }
   }
-  window.addEventListener("beforeprint", () => fitTo(PAPER));
-  window.addEventListener("afterprint", () => fitTo(null));
+
+  // Growth rates of the tables in another unit.
+  function changeTables([unit, factor]) {
+    for (const head of document.querySelectorAll(".rate-unit")) head.textContent = unit;
+    for (const cell of document.querySelectorAll("td[data-rate]")) {
+      const value = Number(cell.dataset.rate) * factor;
+      if (cell.dataset.rate !== "") cell.textContent = String(Number(value.toPrecision(4))).replace("-", "−");
+    }
+  }
+
+  function interfaces(data) {
+    const choice = byId("interface-choice");
+    choice.value = String(data.first);
+    const place = () => data.places[Number(choice.value)];
+    function build(colour, width) {
+      const shown = place(), layout = Charts.baseLayout(model.axes.height, colour, width), step = shown.y[1] - shown.y[0];
+      Object.assign(layout, { height: 340 });
+      layout.margin.t = 42;
+      layout.xaxis.range = shown.range.slice();
+      layout.yaxis = Object.assign(Charts.yAxis(colour), {
+        range: [shown.y[0] - 0.12 * step, shown.y[1] + 0.12 * step] });
+      const marks = shown.marks.map((x, index) => [x, index ? "90 %" : "10 %", index]).filter(([x]) => x !== null);
+      layout.shapes = marks.map(([x]) => ({ type: "line", xref: "x", yref: "paper", x0: x, x1: x, y0: 0, y1: 1,
+        line: { color: colour("axis"), width: 1, dash: "dot" } }));
+      layout.annotations = marks.map(([x, text, index]) => ({ x, xref: "x", y: 1, yref: "paper", yanchor: "bottom",
+        showarrow: false, font: { size: 11 }, xanchor: index ? "left" : "right", text }));
+      layout.annotations.push({ x: 0, xref: "paper", y: 1, yref: "paper", xanchor: "left", yanchor: "bottom", yshift: 18,
+        showarrow: false, font: { size: 12 }, text: Charts.keyOf("fraction", "", data.curves, colour, width - 60).join("<br>") });
+      const curves = data.curves.map((curve) => Object.assign(Charts.line(curve, colour, ""),
+        { x: data.height, y: curve.y, mode: "lines+markers", marker: { size: 4, color: colour(curve.colour) } }));
+      return { data: curves, layout };
+    }
+    const draw = Charts.chart(byId("chart-interface"), build);
+    function zoom() {
+      const shown = place();
+      byId("interface-caption").textContent = shown.label +
+        (shown.width === null ? ": the step is not complete between the middles of the two layers."
+          : ": 10–90 % width " + shown.width + " nm.");
+      return draw();
+    }
+    choice.addEventListener("change", zoom);
+    pictures.interface = { name: `${stem}-interface.svg`, svg: () => Charts.svg(build) };
+    return zoom();
+  }
 })();

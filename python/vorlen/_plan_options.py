@@ -1,0 +1,103 @@
+"""The plan of a sweep from options of the command line: vorlen sweep RECIPE --set PATH=VALUES --set PATH=VALUES
+
+VALUES lists values and ranges, separated by commas. A range is START:END:STEP, END included. Its values are computed
+with decimal numbers, so 0.1:0.3:0.1 ends with 0.3.
+"""
+
+from __future__ import annotations
+
+import decimal
+from collections.abc import Sequence
+from decimal import Decimal
+from pathlib import Path
+
+from ._elements import Element
+from ._files import read_file
+from ._kinds import text_of
+from ._plan import MAX_ROWS, Plan, PlanError
+from ._plan_file import read_table
+from ._plan_values import NUMERIC, known_parameter, make_plan
+
+DIGITS = 40  # of decimal numbers: more than a recipe states
+RANGE_FORM = "a range is START:END:STEP"
+
+Setting = tuple[str, str]  # a path and the text of its values
+
+
+def split_setting(text: str) -> Setting:
+    """The path and the values in PATH=VALUES. Raises ValueError."""
+    path, equals, values = (part.strip() for part in text.partition("="))
+    if not path or not equals or not values:
+        raise ValueError(f"expected PATH=VALUES, such as process_stages/stage_1/T=1000:1050:5, got {text!r}")
+    return path, values
+
+
+def plan_of_options(recipe: Path, settings: Sequence[Setting], table: Path | None, mode: str | None) -> Plan:
+    """The plan for a recipe and either settings or a table of comma-separated values.
+
+    mode  of settings, "grid" or "zip"; None: "grid"
+    Raises PlanError for faults of the values, otherwise as make_plan.
+    """
+    if looks_like_plan(recipe):
+        raise PlanError(f"{recipe} is a plan and states its own values; --set and --table need a recipe")
+    if table is not None:
+        return make_plan(recipe, read_table(table))
+    lists: dict[str, list[str]] = {}
+    for path, values in settings:
+        if path in lists:
+            raise PlanError(f"{path} is set twice; list all its values in one --set")
+        lists[path] = _values(path, values)
+    return make_plan(recipe, lists, mode or "grid")
+
+
+def looks_like_plan(path: Path) -> bool:
+    """True for a file with a JSON object. Raises the OSError of reading it."""
+    return read_file(path).removeprefix(b"\xef\xbb\xbf").lstrip().startswith(b"{")
+
+
+def looks_like_recipe(path: Path) -> bool:
+    """True for a file with XML; False also for a file that can't be read."""
+    try:
+        return read_file(path).removeprefix(b"\xef\xbb\xbf").lstrip().startswith(b"<")
+    except (OSError, ValueError):
+        return False
+
+
+def _values(path: str, text: str) -> list[str]:
+    """The values as texts, with ranges expanded. Elements that are not numbers have no ranges."""
+    known, _ = known_parameter(path)
+    parts = [part.strip() for part in text.split(",")]
+    if "" in parts:
+        raise PlanError(f"{path}: a value is missing in {text!r}")
+    if known is None or known.kind not in NUMERIC:
+        return parts
+    values: list[str] = []
+    for part in parts:
+        values += _range(path, part, known) if ":" in part else [_number(path, part, known)]
+        if len(values) > MAX_ROWS:
+            raise PlanError(f"{path}: too many values in {text!r}; a sweep has at most {MAX_ROWS} rows")
+    return values
+
+
+def _number(path: str, text: str, known: Element) -> str:
+    try:
+        return text_of(text, path, known)
+    except ValueError as error:
+        hint = "; the start and the end of a ramp are set by PATH/val and PATH/end" if ".." in text else ""
+        raise PlanError(f"{error}{hint}") from error
+
+
+def _range(path: str, text: str, known: Element) -> list[str]:
+    ends = text.split(":")
+    if len(ends) != 3:
+        raise PlanError(f"{path}: {RANGE_FORM}, got {text!r}")
+    with decimal.localcontext(decimal.Context(prec=DIGITS)):
+        start, end, step = (Decimal(_number(path, part.strip(), known)) for part in ends)
+        if step == 0 or float(step) == 0.0:
+            raise PlanError(f"{path}: the step in {text!r} is 0; {RANGE_FORM}")
+        steps = (end - start) / step
+        if steps < 0:
+            raise PlanError(f"{path}: the step in {text!r} leads away from the end; {RANGE_FORM}")
+        if steps >= MAX_ROWS:
+            raise PlanError(f"{path}: too many values in {text!r}; a sweep has at most {MAX_ROWS} rows")
+        return [str(start + number * step) for number in range(int(steps) + 1)]

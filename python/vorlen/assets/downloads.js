@@ -1,0 +1,29 @@
+// Links that save a table as CSV or a chart as SVG. They need no network: the file is made in the page.
+"use strict";
+const Downloads = (() => {
+  function save(name, type, text) {
+    const link = document.createElement("a");
+    link.href = URL.createObjectURL(new Blob([text], { type: type + ";charset=utf-8" }));
+    link.download = name;
+    document.body.append(link);
+    link.click();
+    link.remove();
+    setTimeout(() => URL.revokeObjectURL(link.href), 60000);  // ms
+  }
+
+  // Makes every link with data-csv or data-svg work. tables: {key: {name, text}}; pictures: {key: {name, svg()}}
+  function connect(tables, pictures) {
+    for (const link of document.querySelectorAll("a[data-csv]")) {
+      const table = tables[link.dataset.csv];
+      link.addEventListener("click", (event) => { event.preventDefault(); save(table.name, "text/csv", table.text); });
+    }
+    for (const link of document.querySelectorAll("a[data-svg]")) {
+      const picture = pictures[link.dataset.svg];
+      link.addEventListener("click", (event) => {
+        event.preventDefault();
+        Promise.resolve(picture.svg()).then((text) => save(picture.name, "image/svg+xml", text));
+      });
+    }
+  }
+  return { connect, save };
+})();

@@ -1,0 +1,249 @@
+// Values of active stages outside of the usual ranges, and the unit in which they may have been given.
+//
+// In order: temperatures, flows, a stage, what grows. A later part looks only at what the earlier ones found usual, so
+// that one slip is one warning.
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "check/value_search.h"
+
+namespace vorlen::recipe {
+
+namespace {
+
+using vorlen::ValueRange;
+
+constexpr double THICK = 300.0;          // nm; nucleation layers and wells are thinner
+constexpr double BILAYER = 0.26;         // nm, c/2 of GaN
+constexpr double TOTAL_MIN = 5.0;        // nm; many thin stages, as in pulsed growth, add up to more
+constexpr double NH3_IN_SLM = 60.0;      // sccm; a smaller flow of NH3 may be in slm
+constexpr double NH3_RATIO_MIN = 300.0;  // V/III ratio that such a small flow would be too little for
+constexpr double CARRIER_IN_SLM = 30.0;  // sccm; likewise of a carrier gas
+constexpr double CARRIER_SHARE = 0.01;   // of the total flow; a carrier gas is usually more
+
+// ---- Temperatures
+
+Quantity temperature_range(const ReadStage& stage) {
+  const bool indium = is_flowing(stage, vorlen::TMIn_g);
+  const bool aluminium = is_flowing(stage, vorlen::TMAl_g);
+  const bool gallium = with_gallium(stage);
+  const auto mean = [&](vorlen::GasSpecies gas) { return stage.Q[gas] ? stage.Q[gas]->average() : 0.0; };
+  if (indium && (gallium || aluminium)) return Quantity::T_indium;
+  if (!gallium) return Quantity::T_other;
+  if (aluminium && mean(vorlen::H2_g) > mean(vorlen::N2_g)) return Quantity::T_AlGaN;
+  return Quantity::T_gallium;
+}
+
+// Only while something grows: a process cools down afterwards.
+void look_at_temperature(Search& search, const ReadStage& stage, Quantity range) {
+  if (!stage.T || !flows_known(stage)) return;
+  const TiXmlElement& element = child_of(*stage.element, {"T"});
+  for (double ValueRange::*end : {&ValueRange::val, &ValueRange::end}) {
+    if (!(metal_flow(stage, end) > 0.0) || !look(search, range, "T", (*stage.T).*end, element, stage.place)) continue;
+    search.odd_temperatures.insert(&stage);
+    return;
+  }
+}
+
+// ---- Flows
+
+Quantity flow_range(vorlen::GasSpecies gas) {
+  switch (gas) {
+    case vorlen::TMIn_g:
+      return Quantity::TMIn;
+    case vorlen::TMGa_g:
+      return Quantity::TMGa;
+    case vorlen::TEGa_g:
+      return Quantity::TEGa;
+    case vorlen::TMAl_g:
+      return Quantity::TMAl;
+    default:
+      return Quantity::gas_flow;
+  }
+}
+
+const TiXmlElement& flow_element(const ReadStage& stage, const char* name) {
+  return child_of(*stage.element, {"gas_species", "Q", name});
+}
+
+// The metal flows of the stage as they would be in another unit: "TMGa 22 µmol/min is 0.4931 sccm".
+std::string metals_in(const ReadStage& stage, const OtherUnit& unit) {
+  std::string words;
+  for (const Flow& flow : flows()) {
+    if (flow_range(flow.species) == Quantity::gas_flow || !is_flowing(stage, flow.species)) continue;
+    const double value = largest(*stage.Q[flow.species]);
+    words += fmt::format("{}{} {} {} is {:.4g} sccm", words.empty() ? "" : ", ", flow.name, value_words(value),
+                         unit.unit, value * unit.factor);
+  }
+  return words;
+}
+
+// The largest flows of a stage together, sccm; NaN when one is not known.
+double total_flow(const ReadStage& stage) {
+  double total = 0.0;
+  for (const Flow& flow : flows()) {
+    if (!stage.Q[flow.species]) return std::nan("");
+    total += std::max(largest(*stage.Q[flow.species]), 0.0);
+  }
+  return total;
+}
+
+void look_at_ratio(Search& search, const ReadStage& stage) {
+  if (!(total_flow(stage) >= usual_range(Quantity::total_flow).low)) return;
+  double metals = 0.0;
+  for (const vorlen::GasSpecies metal : METALS) metals += std::max(largest(*stage.Q[metal]), 0.0);
+  const double NH3 = largest(*stage.Q[vorlen::NH3_g]);
+  if (!(metals > 0.0) || !(NH3 > 0.0)) return;
+  const bool indium = is_flowing(stage, vorlen::TMIn_g);
+  const bool gallium = with_gallium(stage);
+  const UsualRange& range = usual_range(indium    ? Quantity::V_III_indium
+                                        : gallium ? Quantity::V_III_gallium
+                                                  : Quantity::V_III_AlN);
+  const double ratio = NH3 / metals;
+  const bool small_flow = gallium && NH3 <= NH3_IN_SLM && ratio < NH3_RATIO_MIN;
+  const int side = side_of(range, ratio);
+  if (side == 0 && !small_flow) return;
+  const TiXmlElement& element = flow_element(stage, "NH3");
+  const std::string text =
+      fmt::format("NH3 is {} sccm{}, a V/III ratio of {:.3g}, usual are {} to {}", value_words(NH3),
+                  in_stage(stage.place), ratio, value_words(range.low), value_words(range.high));
+  const auto is_usual_in = [&](double factor) { return side_of(range, ratio * factor) == 0; };
+  if (NH3 <= NH3_IN_SLM && is_usual_in(1e3)) {
+    search.add("unit", "NH3", element, stage.place,
+               fmt::format("{}; {} slm is {} sccm", text, value_words(NH3), value_words(1e3 * NH3)),
+               "the unit is sccm");
+    return;
+  }
+  for (const OtherUnit* unit : {&micromoles(), &standard_litres()}) {
+    if (!is_usual_in(1.0 / unit->factor)) continue;
+    search.add("unit", std::string("metals in ") + unit->unit, element, stage.place,
+               text + "; " + metals_in(stage, *unit), "the unit is sccm, of the precursor itself");
+    return;
+  }
+  search.add("unusual-value", fmt::format("ratio{}", side), element, stage.place, text, range.reason);
+}
+
+// A carrier gas next to which ammonia is a thousand times more.
+void look_at_carriers(Search& search, const ReadStage& stage, double total) {
+  const double N2 = largest(*stage.Q[vorlen::N2_g]);
+  const double H2 = largest(*stage.Q[vorlen::H2_g]);
+  const double carriers = std::max(N2, 0.0) + std::max(H2, 0.0);
+  if (!(carriers > 0.0) || carriers > CARRIER_IN_SLM || carriers > CARRIER_SHARE * total) return;
+  const char* name = N2 >= H2 ? "N2" : "H2";
+  const double flow = std::max(N2, H2);
+  search.add("unit", "carrier", flow_element(stage, name), stage.place,
+             fmt::format("{} is {} sccm{}, of {:.6g} sccm in total; {} slm is {} sccm", name, value_words(flow),
+                         in_stage(stage.place), total, value_words(flow), value_words(1e3 * flow)),
+             "the unit is sccm");
+}
+
+// Several flows that are usual each.
+void look_at_mixture(Search& search, const ReadStage& stage) {
+  const double total = total_flow(stage);
+  if (!with_metals(stage) || std::isnan(total) ||
+      look(search, Quantity::total_flow, "the total flow", total, child_of(*stage.element, {"gas_species", "Q"}),
+           stage.place)) {
+    return;
+  }
+  look_at_carriers(search, stage, total);
+}
+
+// ---- A stage
+
+void look_at_stage(Search& search, const ReadStage& stage) {
+  const auto child = [&stage](const char* name) -> const TiXmlElement& { return child_of(*stage.element, {name}); };
+  look_at_temperature(search, stage, temperature_range(stage));
+  // A pause may be one in which the reactor is pumped down or the disc stands still.
+  const bool pause = without_metals(stage);
+  if (stage.P && !pause) look(search, Quantity::P, "P", *stage.P, child("P"), stage.place);
+  if (stage.omega_TDR && !pause) {
+    look(search, Quantity::omega, "omega_TDR", *stage.omega_TDR, child("omega_TDR"), stage.place);
+  }
+  look(search, Quantity::tau, "tau", stage.tau, child("tau"), stage.place);
+  look(search, Quantity::delta, "delta", stage.delta, child("delta"), stage.place);
+  look(search, Quantity::GR_prescribed, "GR_average", stage.GR_average, child("GR_average"), stage.place);
+  bool flows_are_usual = true;
+  for (const Flow& flow : flows()) {
+    if (!stage.Q[flow.species]) continue;
+    const double value = largest(*stage.Q[flow.species]);
+    if (look(search, flow_range(flow.species), flow.name, value, flow_element(stage, flow.name), stage.place)) {
+      flows_are_usual = false;
+      search.flow_found = true;
+    }
+  }
+  if (flows_are_usual) look_at_mixture(search, stage);
+}
+
+// ---- What grows
+
+// Thick layers are grown hot.
+void look_at_thick_layers(Search& search) {
+  const Reading& reading = search.reading;
+  for (std::size_t k = 0; k < reading.growth.size(); ++k) {
+    const ReadStage& stage = reading.stages[k];
+    if (!(reading.growth[k].thickness > THICK) || is_flowing(stage, vorlen::TMIn_g)) continue;
+    look_at_temperature(search, stage, Quantity::T_thick);
+  }
+}
+
+void look_at_growth(Search& search) {
+  const Reading& reading = search.reading;
+  if (reading.growth.empty()) return;
+  const bool prescribed = reading.recipe.transport_model == vorlen::TRANSPORT_InGaN_GR_X;
+  double thickest = 0.0;
+  const ReadStage* grown = nullptr;
+  for (std::size_t k = 0; k < reading.stages.size(); ++k) {
+    const ReadStage& stage = reading.stages[k];
+    const ExpectedGrowth& growth = reading.growth[k];
+    if (!with_metals(stage) || !std::isfinite(growth.rate)) continue;
+    if (grown == nullptr) grown = &stage;
+    thickest = std::max(thickest, growth.thickness);
+    const bool indium = is_flowing(stage, vorlen::TMIn_g);
+    const UsualRange& rates = usual_range(indium ? Quantity::rate_indium : Quantity::rate);
+    const UsualRange& thicknesses = usual_range(indium ? Quantity::thickness_indium : Quantity::thickness);
+    const int side = side_of(rates, growth.rate);
+    if (side != 0) {
+      std::string text = fmt::format("the expected growth rate is {:.4g} nm/s{}, {}", growth.rate,
+                                     in_stage(stage.place), outside_words(rates, growth.rate));
+      const bool in_micromoles = side > 0 && side_of(rates, growth.rate * micromoles().factor) == 0;
+      if (in_micromoles && !prescribed) text += "; " + metals_in(stage, micromoles());
+      search.add("growth", fmt::format("rate{}", side), child_of(*stage.element, {"gas_species", "Q"}), stage.place,
+                 text, "check the metal flows, in sccm, and the transport layer; vorlen timeline shows all stages");
+    } else if (side_of(thicknesses, growth.thickness) != 0) {
+      search.add("growth", "thickness", child_of(*stage.element, {"tau"}), stage.place,
+                 fmt::format("the expected thickness is {:.4g} nm{}, {}", growth.thickness, in_stage(stage.place),
+                             outside_words(thicknesses, growth.thickness)),
+                 "check tau, in s; vorlen timeline shows all stages");
+    }
+  }
+  if (grown == nullptr || search.found_any || !(thickest < BILAYER) || !(reading.total_growth < TOTAL_MIN)) return;
+  search.add(
+      "growth", "thin", child_of(*grown->element, {"tau"}), grown->place,
+      fmt::format("no stage is expected to grow even a bilayer, {} nm; tau of {} is {} s, and {} min is {} s", BILAYER,
+                  grown->place.label, value_words(grown->tau), value_words(grown->tau), value_words(60.0 * grown->tau)),
+      "check tau, in s, and the metal flows, in sccm; vorlen timeline shows all stages");
+}
+
+}  // namespace
+
+std::set<const ReadStage*> warn_of_values(const TiXmlDocument& document, const Reading& reading,
+                                          std::vector<Problem>& warnings) {
+  const TiXmlElement* root = document.FirstChildElement(root_name());
+  if (root == nullptr) return {};
+  Search search{.reading = reading};
+  look_at_reference(search);
+  for (const ReadStage& stage : reading.stages) look_at_stage(search, stage);
+  if (!search.flow_found) {
+    for (const ReadStage& stage : reading.stages) look_at_ratio(search, stage);
+  }
+  if (!search.found_any) look_at_thick_layers(search);
+  if (!search.found_any) look_at_growth(search);
+  look_at_layers(search, *root);
+  search.causes.report(warnings);
+  return search.odd_temperatures;
+}
+
+}  // namespace vorlen::recipe

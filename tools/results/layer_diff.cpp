@@ -1,0 +1,162 @@
+// Compositions are those of the middle half of a layer, which the interfaces do not reach. Gallium is the rest.
+#include "results/layer_diff.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "terminal/table.h"
+
+namespace {
+
+constexpr double UNDEFINED = std::numeric_limits<double>::quiet_NaN();
+constexpr std::size_t DURATION = 0;
+constexpr double ROUNDING = 1e-14;      // relative; what means of the same rows may differ by
+constexpr double VISIBLE = 1.0 - 1e-6;  // units of the last digit from which a difference is shown
+
+constexpr Rounding DECIMALS_3 = {false, 3, 1e-3};
+constexpr Rounding DECIMALS_4 = {false, 4, 1e-4};
+constexpr Rounding ALMOST_EXACT = {true, 10, 0.0};
+constexpr Rounding DENSITY = {true, 3, 1.0};
+
+// The strain has half the weight, because it follows the composition.
+constexpr std::array<ComparedQuantity, N_COMPARED> QUANTITIES = {{
+    {"duration", "duration", "Duration, s", "s", 1.0, ALMOST_EXACT, ComparedQuantity::IF_DIFFERENT, true, 1.0, 0.0,
+     [](const LayerValues& layer) { return layer.duration; }},
+    {"thickness", "thickness", "Thickness, nm", "nm", 1.0, DECIMALS_3, ComparedQuantity::ALWAYS, true, 1.0, 1.0,
+     [](const LayerValues& layer) { return layer.thickness; }},
+    {"mean_rate", "growth rate", "Rate, nm/s", "nm/s", 1.0, DECIMALS_4, ComparedQuantity::WITH_DURATION, true, 0.01,
+     0.0, [](const LayerValues& layer) { return layer.mean_rate; }},
+    {"x_in_mid", "indium fraction", "In", "", 1.0, DECIMALS_4, ComparedQuantity::IF_PRESENT, false, 0.1, 1.0,
+     [](const LayerValues& layer) { return layer.x_mid[0]; }},
+    {"x_al_mid", "aluminium fraction", "Al", "", 1.0, DECIMALS_4, ComparedQuantity::IF_PRESENT, false, 0.1, 1.0,
+     [](const LayerValues& layer) { return layer.x_mid[2]; }},
+    {"eps_xx_z", "in-plane strain", "Strain, %", "%", 100.0, DECIMALS_3, ComparedQuantity::IF_PRESENT, false, 0.002,
+     0.5, [](const LayerValues& layer) { return layer.eps_xx_z; }},
+    {"rho_td_z", "dislocation density", "Dislocations, cm^-2", "cm^-2", 1.0, DENSITY, ComparedQuantity::IF_DIFFERENT,
+     false, 1e6, 1.0, [](const LayerValues& layer) { return layer.rho_td_z; }},
+    {"v_defects_t", "density of V-defects", "V-defects, cm^-2", "cm^-2", 1.0, DENSITY, ComparedQuantity::IF_DIFFERENT,
+     false, 1e6, 1.0, [](const LayerValues& layer) { return layer.v_defects_t; }},
+}};
+
+// One unit of the last digit in which the greater of two shown numbers is written.
+double last_digit(const Rounding& rounding, double a, double b) {
+  const double magnitude = std::max(std::fabs(a), std::fabs(b));
+  if (!rounding.significant || !std::isfinite(magnitude) || magnitude == 0.0) return rounding.smallest;
+  return std::max(rounding.smallest, std::pow(10.0, std::floor(std::log10(magnitude)) + 1 - rounding.digits));
+}
+
+std::string rounded(const Rounding& rounding, double shown) {
+  if (!rounding.significant) return fixed_number(shown, rounding.digits);
+  return std::isnan(shown) ? "-" : fmt::format("{:.{}g}", shown, rounding.digits);
+}
+
+bool equal_values(double a, double b) {
+  if (a == b || (std::isnan(a) && std::isnan(b))) return true;
+  return std::fabs(a - b) <= ROUNDING * std::fabs(a) && std::isfinite(b);
+}
+
+std::string change_text(const Rounding& rounding, double a, double b) {
+  const double change = b - a;
+  if (equal_values(a, b)) return "0";
+  if (!std::isfinite(change)) return "-";
+  const double unit = last_digit(rounding, a, b);
+  if (std::fabs(change) < VISIBLE * unit) return fmt::format("<{:g}", unit);
+  if (!rounding.significant) return fmt::format("{:+.{}f}", change, rounding.digits);
+  return fmt::format("{:+.{}g}", unit * std::round(change / unit), rounding.digits);
+}
+
+double value_of(const ComparedQuantity& quantity, const std::vector<LayerValues>& layers, std::size_t index) {
+  return index == NO_LAYER ? UNDEFINED : quantity.value(layers[index]);
+}
+
+// The greatest magnitude of a quantity in both results.
+double scale_of(const ComparedQuantity& quantity, const LayerComparison& comparison) {
+  double scale = 0.0;
+  for (const std::vector<LayerValues>* layers : {&comparison.a, &comparison.b}) {
+    for (const LayerValues& layer : *layers) {
+      const double value = std::fabs(quantity.value(layer));
+      if (std::isfinite(value)) scale = std::max(scale, value);
+    }
+  }
+  return scale;
+}
+
+ComparedValue compare_value(const ComparedQuantity& quantity, double a, double b, double scale, double tolerance) {
+  ComparedValue value;
+  value.a = a;
+  value.b = b;
+  value.equal = equal_values(a, b);
+  const double shown_a = quantity.factor * a;
+  const double shown_b = quantity.factor * b;
+  value.text_a = rounded(quantity.rounding, shown_a);
+  value.text_b = rounded(quantity.rounding, shown_b);
+  value.change = change_text(quantity.rounding, shown_a, shown_b);
+  const double itself = std::max(std::fabs(a), std::fabs(b));
+  const double difference = std::fabs(a - b);
+  if (value.equal || !std::isfinite(difference)) {
+    value.visible = !value.equal;
+    value.share = value.equal ? 0.0 : 1.0;
+    return value;
+  }
+  value.share = difference / std::max(itself, quantity.least_scale);
+  value.visible = quantity.factor * difference >= VISIBLE * last_digit(quantity.rounding, shown_a, shown_b) &&
+                  difference > tolerance * (quantity.tolerance_of_itself ? itself : scale);
+  return value;
+}
+
+// Whether a table needs the quantity.
+bool is_shown(const ComparedQuantity& quantity, std::size_t index, double scale, const LayerComparison& comparison) {
+  switch (quantity.shown) {
+    case ComparedQuantity::ALWAYS:
+      return true;
+    case ComparedQuantity::IF_PRESENT:
+      return quantity.factor * scale >= 0.5 * quantity.rounding.smallest;
+    case ComparedQuantity::WITH_DURATION:
+      return comparison.shown[DURATION];
+    case ComparedQuantity::IF_DIFFERENT:
+      break;
+  }
+  const auto differs = [index](const ComparedLayer& layer) {
+    return layer.pair.a != NO_LAYER && layer.pair.b != NO_LAYER && layer.values[index].visible;
+  };
+  return std::any_of(comparison.layers.begin(), comparison.layers.end(), differs);
+}
+
+}  // namespace
+
+const std::array<ComparedQuantity, N_COMPARED>& compared_quantities() { return QUANTITIES; }
+
+LayerComparison compare_layer_values(const ResultFile& a, const ResultFile& b, double tolerance) {
+  LayerComparison comparison;
+  comparison.tolerance = tolerance;
+  comparison.a = layer_values(a);
+  comparison.b = layer_values(b);
+  for (const LayerPair& pair : match_layers(comparison.a, comparison.b)) {
+    ComparedLayer layer;
+    layer.pair = pair;
+    comparison.layers.push_back(layer);
+  }
+  for (std::size_t q = 0; q < N_COMPARED; ++q) {
+    const ComparedQuantity& quantity = QUANTITIES[q];
+    const double scale = scale_of(quantity, comparison);
+    for (ComparedLayer& layer : comparison.layers) {
+      ComparedValue& value = layer.values[q];
+      value = compare_value(quantity, value_of(quantity, comparison.a, layer.pair.a),
+                            value_of(quantity, comparison.b, layer.pair.b), scale, tolerance);
+      const bool in_both = layer.pair.a != NO_LAYER && layer.pair.b != NO_LAYER;
+      if (!in_both) {
+        (layer.pair.a == NO_LAYER ? value.text_a : value.text_b).clear();
+        value.change.clear();
+      }
+    }
+    comparison.shown[q] = is_shown(quantity, q, scale, comparison);
+    for (ComparedLayer& layer : comparison.layers) {
+      layer.equal = layer.equal && layer.values[q].equal;
+      layer.visible = layer.visible || (comparison.shown[q] && layer.values[q].visible);
+    }
+  }
+  return comparison;
+}

@@ -1,0 +1,131 @@
+// Each recipe is checked in a separate process, so that a recipe that takes all memory, say, does not end a batch. A
+// check that ends without an answer counts as one without warnings; the run will show what is wrong.
+#include "run/recipe_warnings.h"
+
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "check/recipe_check.h"
+#include "terminal/files.h"
+#include "terminal/output.h"
+#include "terminal/table.h"
+#include "terminal/terminal.h"
+
+namespace {
+
+constexpr std::size_t SHOWN = 3;           // warnings of a single recipe
+constexpr std::size_t SHOWN_RECIPES = 20;  // of a batch
+
+// Those about the continuous scheme.
+constexpr std::string_view CONTINUOUS_ONLY[] = {"temperature-jump", "hot-pause", "spacer", "no-effect"};
+
+// What the checking process reports, as plain bytes.
+struct WarningReport {
+  std::size_t count = 0;
+  bool loses_part = false;  // the first warning is about a part that is not simulated
+  std::array<std::array<char, 1024>, SHOWN> first{};
+};
+
+bool loses_part(const recipe::Problem& problem) {
+  const auto kinds = recipe::warning_kinds();
+  return std::any_of(kinds.begin(), kinds.end(), [&problem](const recipe::WarningKind& kind) {
+    return kind.loses_part && std::string_view(kind.name) == problem.kind;
+  });
+}
+
+WarningReport report_on(const Job& job) {
+  std::vector<recipe::Problem> problems = recipe::check_recipe(job.recipe);
+  WarningReport report;
+  if (!problems.empty() && problems.front().severity == recipe::Severity::error) return report;
+  if (job.scheme == "staged") {
+    std::erase_if(problems, [](const recipe::Problem& problem) {
+      return std::find(std::begin(CONTINUOUS_ONLY), std::end(CONTINUOUS_ONLY), problem.kind) !=
+             std::end(CONTINUOUS_ONLY);
+    });
+  }
+  std::stable_partition(problems.begin(), problems.end(), loses_part);
+  report.count = problems.size();
+  report.loses_part = !problems.empty() && loses_part(problems.front());
+  for (std::size_t k = 0; k < std::min(problems.size(), SHOWN); ++k) {
+    const std::string place = problems[k].line > 0 ? fmt::format("line {}: ", problems[k].line) : "";
+    const std::string text = place + (use_utf8() ? printable(problems[k].text) : with_ascii_units(problems[k].text));
+    text.copy(report.first[k].data(), report.first[k].size() - 1);
+  }
+  return report;
+}
+
+[[noreturn]] void check_and_exit(const Job& job, int pipe) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  int status = 1;
+  try {
+    const WarningReport report = report_on(job);
+    if (write_all(pipe, &report, sizeof report)) status = 0;
+  } catch (const std::exception&) {  // out of memory
+  }
+  _exit(status);
+}
+
+WarningReport checked_separately(const Job& job) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return {};
+  const pid_t pid = fork();
+  if (pid == 0) check_and_exit(job, ends[1]);
+  close(ends[1]);
+  WarningReport report;
+  const bool reported = pid > 0 && read_all(ends[0], &report, sizeof report);
+  close(ends[0]);
+  while (pid > 0 && waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return reported ? report : WarningReport{};
+}
+
+std::string counted(std::size_t number, const char* word) {
+  return fmt::format("{} {}{}", number, word, number == 1 ? "" : "s");
+}
+
+void show_one(const Job& job, const WarningReport& report) {
+  const std::size_t shown = std::min(report.count, SHOWN);
+  for (std::size_t k = 0; k < shown; ++k) warn(job.recipe + ": " + report.first[k].data());
+  if (report.count == 0) return;
+  fail(fmt::format("{}: {}; \"vorlen check {}\" shows all", job.recipe, counted(report.count, "warning"), job.recipe));
+}
+
+void show_batch(const std::vector<Job>& jobs) {
+  std::size_t with_warnings = 0;
+  for (const Job& job : jobs) {
+    const WarningReport report = checked_separately(job);
+    if (report.count == 0) continue;
+    ++with_warnings;
+    // A part that is not simulated is never left out.
+    if (with_warnings > SHOWN_RECIPES && !report.loses_part) continue;
+    const std::string first = report.loses_part ? std::string(", first ") + report.first[0].data() : "";
+    warn(fmt::format("{}: {}{}", job.recipe, counted(report.count, "warning"), first));
+  }
+  if (with_warnings > 0) {
+    fail(fmt::format("{} of {} recipes with warnings; \"vorlen check RECIPE...\" shows them", with_warnings,
+                     jobs.size()));
+  }
+}
+
+}  // namespace
+
+void show_recipe_warnings(const std::vector<Job>& jobs) {
+  const sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);  // the run continues when nobody reads the messages
+  if (jobs.size() == 1) {
+    show_one(jobs.front(), checked_separately(jobs.front()));
+  } else {
+    show_batch(jobs);
+  }
+  std::signal(SIGPIPE, old_pipe);
+}
