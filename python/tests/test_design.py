@@ -237,6 +237,27 @@ def test_indium_beyond_the_limit_of_the_flow_is_recognised_with_the_best_that_ca
     assert "10 K lower it would be" in text
 
 
+@pytest.mark.parametrize(("thickness", "factor"), [("1 mm", 1000.0), ("1e-4 nm", 1e-3)])
+def test_a_thickness_that_is_far_out_of_reach_ends_at_the_limit_of_the_duration(design, thickness, factor):
+    made = design(LAYER, single(thickness=thickness, by="tau"))
+    start = vorlen.Recipe.load(LAYER)[f"{STAGE}/tau"]
+    assert not made.success and math.isclose(made.recipe[f"{STAGE}/tau"], factor * start, rel_tol=1e-6)
+    assert f"tau is at its {'upper' if factor > 1.0 else 'lower'} limit" in made.warnings[0]
+
+
+@pytest.mark.parametrize(("indium", "limit"), [(0.0, "lower limit 0.05"), (1.0, "upper limit 0.3")])
+def test_a_fraction_of_0_or_1_ends_at_the_limit_of_the_flow(design, indium, limit):
+    made = design(LAYER, single(In=indium, by="TMIn") | {"limits": {"TMIn": [0.05, 0.3]}})
+    assert not made.success and f"TMIn is at its {limit} sccm" in made.warnings[0]
+    # Its effect is stated correctly: compared with a difference of two separate runs.
+    flow = float(limit.split()[-1])
+    values = [grown(vorlen.Recipe.load(LAYER).with_scheme("staged").set(f"{STAGE}/{FLOW}", factor * flow), 2)
+              for factor in (1.0, 1.0 / 1.03 if indium else 1.03)]
+    effect = 0.1 * (values[1].x_in.iloc[0] - values[0].x_in.iloc[0]) / math.log(1.0 / 1.03 if indium else 1.03)
+    stated = float(made.warnings[0].split("changes it by about ")[1].split()[0].rstrip("."))
+    assert math.isclose(stated, effect, rel_tol=0.1)
+
+
 def test_a_default_limit_is_named_as_one(design):
     made = design(LAYER, single(In=0.9, by="TMIn"))
     assert "TMIn is at its upper limit" in made.warnings[0]

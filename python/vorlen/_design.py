@@ -221,6 +221,7 @@ def design(
         try:
             return _search(model, recipe)
         except KeyboardInterrupt:
+            model.close()  # ends the progress line
             again = "to keep the runs, name a folder (out, --out)" if out is None else "to continue, repeat the call"
             print(f"design interrupted after {model.runs} runs; {again}", file=sys.stderr)
             raise

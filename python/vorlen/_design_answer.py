@@ -9,8 +9,8 @@ import numpy as np
 from ._design_knobs import Knob
 from ._design_model import DesignModel, LimitReached, Outcome
 from ._design_quantities import Target
-from ._design_solver import AT_LIMIT, SMALL_EFFECT, TENTH, stopped_knobs
-from ._design_steps import Search, full_derivatives
+from ._design_solver import AT_LIMIT, effects_of, has_effect, stopped_knobs
+from ._design_steps import Search
 
 HINT = -0.25  # variable of a temperature 10 K lower
 
@@ -23,11 +23,10 @@ def reasons(search: Search) -> list[str]:
     if not len(missed):
         return []
     try:
-        full_derivatives(search)
+        return [_reason(search, int(row), outcome) for row in missed]
     except LimitReached:
         so_far = "was reached, and the search is not complete"
         return [_missed(spec.targets[row], outcome.values[row], so_far) for row in missed]
-    return [_reason(search, int(row), outcome) for row in missed]
 
 
 def _missed(target: Target, value: float, found: str = "is the best within the limits") -> str:
@@ -44,17 +43,16 @@ def _reason(search: Search, row: int, outcome: Outcome) -> str:
     target = spec.targets[row]
     group = next(group for group in search.groups if row in group.targets)
     text = _missed(target, outcome.values[row])
-    slopes = search.jacobian[row]
-    away = search.coordinates[row]
-    effective = [place for place in group.knobs if abs(slopes[place]) * TENTH > min(1.0, SMALL_EFFECT * abs(away))]
+    effects = dict(zip(group.knobs, effects_of(search, group, row)))
+    effective = [place for place in group.knobs if has_effect(search, row, effects[place])]
     stopped = stopped_knobs(search, group, row)
     if not effective:
         names = " and ".join(spec.knobs[place].name for place in group.knobs)
-        effects = ", ".join(_effect(spec.knobs[place], slopes[place], target) for place in group.knobs)
-        text += f". Hardly affected by {names} there: {effects}"
+        changes = ", ".join(_effect(spec.knobs[place], effects[place], target) for place in group.knobs)
+        text += f". Hardly affected by {names} there: {changes}"
     elif stopped:
         text += ". " + "; ".join(_at_limit(spec.knobs[place], search.x[place]) for place in stopped)
-        text += "; " + ", ".join(_effect(spec.knobs[place], slopes[place], target) for place in stopped)
+        text += "; " + ", ".join(_effect(spec.knobs[place], effects[place], target) for place in stopped)
     elif any(spec.knobs[place].is_integer for place in effective):
         whole = next(spec.knobs[place] for place in effective if spec.knobs[place].is_integer)
         text += f". The number of periods is an integer, {whole.shown(search.x[list(spec.knobs).index(whole)])}"
@@ -84,17 +82,16 @@ def _at_limit(knob: Knob, variable: float) -> str:
     limit = knob.limits[1] if upper else knob.limits[0]
     unit = f" {knob.unit}" if knob.unit else ""
     default = ", a default that limits: can widen" if knob.default_limits else ""
-    return f"{knob.name} is at its {'upper' if upper else 'lower'} limit {limit:.4g}{unit}{default}"
+    return f"{knob.name} is at its {'upper' if upper else 'lower'} limit {limit:.5g}{unit}{default}"
 
 
-def _effect(knob: Knob, slope: float, target: Target) -> str:
-    """Such as "10 % more TMIn changes it by +0.0004". The slope is in tolerances on the scale of the solver."""
+def _effect(knob: Knob, effect: float, target: Target) -> str:
+    """Such as "10 % more TMIn changes it by about +0.0004"."""
     more = "4 K more" if knob.name == "T" else "10 % more"
     if target.quantity.name == "V-defects":
-        return f"{more} {knob.name} {'raises' if slope > 0.0 else 'lowers'} them"
-    change = slope * TENTH * target.tolerance * (-1.0 if target.bound == "at least" else 1.0)
+        return f"{more} {knob.name} {'raises' if effect > 0.0 else 'lowers'} them"
     unit = f" {target.quantity.unit}" if target.quantity.unit else ""
-    return f"{more} {knob.name} changes it by about {change:+.2g}{unit}"
+    return f"{more} {knob.name} changes it by about {effect:+.2g}{unit}"
 
 
 def _hint(search: Search, row: int) -> str:

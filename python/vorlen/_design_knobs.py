@@ -136,5 +136,5 @@ def _variable_limits(name: str, bottom: float, top: float, limits: tuple[float, 
     """Of the variable, so that all values are within the limits. Zeros in a ramp stay 0."""
     if name == "T":
         return (limits[0] - bottom) / SHIFT, (limits[1] - top) / SHIFT
-    lowest = max(limits[0], SMALLEST_SHARE * limits[1])
+    lowest = limits[0] if limits[0] > 0.0 else SMALLEST_SHARE * limits[1]
     return float(np.log(lowest / bottom)), float(np.log(limits[1] / top))

@@ -17,7 +17,7 @@ import pandas as pd
 from ._run import Run
 
 FRACTION_MIN = 1e-5  # of the logit scale
-SMALLEST_SHARE = 1e-3  # of the target: values below count as this on a logarithmic scale
+SMALLEST_SHARE = 1e-9  # of the target: values below, as of layers that evaporate, count as this on a logarithmic scale
 UNDEFINED = 3.0  # distance from the target, on the scale, of a value that is NaN
 V_DEFECT_MARGIN = 0.01  # designs end a layer at least this share of its thickness before V-defects would open
 

@@ -33,7 +33,7 @@ STARTS = 2  # from the best samples
 SAME = 0.01  # relative difference of deviations
 AT_LIMIT = 0.01  # distance of a variable from its limit, below which it is there
 TENTH = 0.1  # of a variable: a change for which effects are compared
-SMALL_EFFECT = 0.02  # of what is missing: knobs with less effect are left out
+SMALL_EFFECT = 0.02  # of what is missing or of the value: knobs with less effect are left out
 FINAL_STEPS = 8  # of scipy's method
 PREFERENCE_STEPS = 12
 PREFERENCE_RADIUS = 0.6
@@ -214,7 +214,6 @@ def _norm_or_infinity(model: DesignModel, key: tuple[float, ...]) -> float:
 
 def settle(search: Search) -> None:
     """Knobs that a target out of reach has driven to a limit stay there; the others serve the targets that are left."""
-    full_derivatives(search)
     stopped: list[int] = []
     for group in search.groups:
         for row in group.targets[~search.close[group.targets]]:
@@ -233,15 +232,47 @@ def settle(search: Search) -> None:
 
 def stopped_knobs(search: Search, group: Group, row: int) -> list[int]:
     """The knobs that could bring a target closer if they were not at a limit."""
-    slopes, away, knobs = search.jacobian[row], search.coordinates[row], search.model.spec.knobs
+    knobs, missing = search.model.spec.knobs, missing_of(search, row)
     found = []
-    for place in group.knobs:
-        if abs(slopes[place]) * TENTH > min(1.0, SMALL_EFFECT * abs(away)):
+    for place, effect in zip(group.knobs, effects_of(search, group, row)):
+        if has_effect(search, row, effect):
             at_high = knobs[place].high - search.x[place] < AT_LIMIT
             at_low = search.x[place] - knobs[place].low < AT_LIMIT
-            if (at_high and slopes[place] * away < 0.0) or (at_low and slopes[place] * away > 0.0):
+            if (at_high and effect * missing > 0.0) or (at_low and effect * missing < 0.0):
                 found.append(int(place))
     return found
+
+
+def effects_of(search: Search, group: Group, row: int) -> list[float]:
+    """What a tenth of each knob of a group adds to a target: in its unit, for V-defects on the scale of the solver."""
+    knobs = search.model.spec.knobs
+    steps = [knobs[place].difference(search.x[place], STEP) for place in group.knobs]
+    points = [search.x + step * unit for step, unit in zip(steps, np.eye(len(search.x))[group.knobs])]
+    centre, *sides = search.model.at([search.x, *points], "derivative")
+    values = [_value_of(search, row, outcome) for outcome in (centre, *sides)]
+    return [TENTH * (value - values[0]) / step for value, step in zip(values[1:], steps)]
+
+
+def missing_of(search: Search, row: int) -> float:
+    """What is missing to a target at the point, in the same unit; the point must have been run."""
+    target = search.model.spec.targets[row]
+    here = _value_of(search, row, search.model.known[tuple(float(value) for value in search.x)])
+    return -here if target.quantity.name == "V-defects" else target.value - here
+
+
+def _value_of(search: Search, row: int, outcome: Outcome) -> float:
+    is_density = search.model.spec.targets[row].quantity.name == "V-defects"
+    return float((outcome.coordinates if is_density else outcome.values)[row])
+
+
+def has_effect(search: Search, row: int, effect: float) -> bool:
+    """False for a knob that hardly changes a target."""
+    target = search.model.spec.targets[row]
+    missing = missing_of(search, row)
+    if target.quantity.name == "V-defects":
+        return abs(effect) > min(1.0, SMALL_EFFECT * abs(missing))
+    present = abs(target.value - missing)
+    return abs(effect) > min(target.tolerance, SMALL_EFFECT * abs(missing), SMALL_EFFECT * present)
 
 
 # ---- step 4
