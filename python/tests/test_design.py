@@ -207,6 +207,13 @@ def test_the_width_of_an_interface_is_a_target(design):
     assert made.success and math.isclose(reached, 1.1 * width, rel_tol=1e-2)
 
 
+def test_an_interface_without_a_step_has_no_width(design):
+    made = design(MQW, {"layers": [{"layer": "GaN barrier", "lower interface": "1 nm", "by": "tau"}]})
+    assert not made.success and made.warnings == [
+        "lower interface of GaN barrier is undefined, as the composition makes no step there; the target is 1 nm"
+    ]
+
+
 def test_a_start_outside_of_the_limits_is_moved_inside(design):
     made = design(LAYER, single(In=0.1, by="TMIn") | {"limits": {"TMIn": [0.01, 0.15]}})
     assert made.recipe[f"{STAGE}/{FLOW}"][0] <= 0.15

@@ -34,7 +34,8 @@ def _missed(target: Target, value: float, found: str = "is the best within the l
     if target.quantity.name == "V-defects":
         return f"V-defects open in {target.layer}: {value:.3g} cm^-2 {found}"
     if np.isnan(value):
-        return f"{target.label} is undefined, the target is {target.goal}{unit}"
+        missing = "the composition makes no step there" if "interface" in target.quantity.name else "nothing grows"
+        return f"{target.label} is undefined, as {missing}; the target is {target.goal}{unit}"
     return f"{target.label}: {value:.4g}{unit} {found}, the target is {target.goal}{unit}"
 
 
@@ -43,6 +44,8 @@ def _reason(search: Search, row: int, outcome: Outcome) -> str:
     target = spec.targets[row]
     group = next(group for group in search.groups if row in group.targets)
     text = _missed(target, outcome.values[row])
+    if np.isnan(outcome.values[row]):
+        return text
     effects = dict(zip(group.knobs, effects_of(search, group, row)))
     effective = [place for place in group.knobs if has_effect(search, row, effects[place])]
     stopped = stopped_knobs(search, group, row)
