@@ -163,7 +163,8 @@ def reachable(count: int, pool: LocalPool, folder: Path) -> bool:
         family = FAMILIES[number % len(FAMILIES)]
         base = load(family)
         targets = targets_of(family, with_knobs(base, family, lambda: random.uniform(-1.0, 1.0)))
-        made = vorlen.design(base, targets, out=folder / f"family_{number % len(FAMILIES)}", executor=pool, check=False)
+        out = folder / f"family_{number % len(FAMILIES)}"
+        made = vorlen.design(base, targets, out=out, executor=pool, check=False)
         runs.append(made.runs)
         if not made.success:
             failed += 1

@@ -242,6 +242,9 @@ def test_indium_beyond_the_limit_of_the_flow_is_recognised_with_the_best_that_ca
     assert abs(made.table.reached[0] - best) < 2e-3 and made.knobs.at_limit[1] == "high"
     assert math.isclose(grown(made.recipe, 2).thickness.iloc[0], 3.0, rel_tol=1e-3)
     assert "10 K lower it would be" in text
+    limits = {"TMIn": [0.05, limit], "T": f"{vorlen.Recipe.load(LAYER)[STAGE + '/T'][0] - 5} .. 1100 K"}
+    made = design(LAYER, single(In=0.6, thickness=3, by=["tau", "TMIn"]) | {"limits": limits})
+    assert "10 K lower" not in made.warnings[0]
 
 
 @pytest.mark.parametrize(("thickness", "factor"), [("1 mm", 1000.0), ("1e-4 nm", 1e-3)])

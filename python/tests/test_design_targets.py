@@ -151,7 +151,9 @@ def test_a_mistake_in_an_entry_is_an_error(led, entry, error):
         ({"limits": {"tau": "60 s"}}, "must be two values"),
         ({"limits": {"tau": [0, 60]}}, "at least 1e-4"),
         ({"limits": {"tau": ["1 K", "60 s"]}}, "expected s"),
-        ({"limits": {"TMIn": [0, 1]}}, "limits: knob 'TMIn'; the layers use tau"),
+        ({"limits": {"TMin2": [0, 1]}}, "unknown limits: knob 'TMin2'; known are tau, .* Did you mean 'TMIn'"),
+        ({"limits": {"stage_1/T": [900, 1000]}}, "unknown limits: knob 'stage_1/T'"),
+        ({"limits": {"T": [1000, 900]}}, "the limits of T: the lower one must be below"),
         ({"limits": [1, 2]}, "must be a mapping"),
         ({"prefer": {"V/III": "higher"}}, "expected high or low"),
         ({"prefer": {"quality": "high"}}, "unknown preference 'quality'"),
@@ -240,6 +242,13 @@ def test_limits_can_be_written_in_several_ways(led):
         (knob,) = spec(led, entry, limits={"tmin": given}).knobs
         assert knob.limits == (0.02, 0.6) and not knob.default_limits
         assert spec(led, entry | {"limits": {"TMIn": given}}, limits={"TMIn": [1, 2]}).knobs[0].limits == (0.02, 0.6)
+
+
+def test_limits_may_name_knobs_that_no_layer_uses(led):
+    assert spec(led, ENTRY, limits={"TMIn": [0, 1], "T": "980 .. 1060 K"}) == spec(led, ENTRY)
+    # The temperature that is tried if indium is out of reach stays within its limits.
+    (_, hint) = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "TMIn"}, limits={"T": [1030, 1040]}).knobs
+    assert math.isclose(hint.low, -3.15 / SHIFT)
 
 
 def test_a_flow_that_is_0_starts_between_its_limits(led):

@@ -7,7 +7,7 @@ from typing import Any
 import numpy as np
 
 from ._design_knobs import Knob
-from ._design_model import DesignModel, LimitReached, Outcome
+from ._design_model import LimitReached, Outcome
 from ._design_quantities import Target
 from ._design_solver import AT_LIMIT, effects_of, has_effect, stopped_knobs
 from ._design_steps import Search
@@ -104,6 +104,8 @@ def _hint(search: Search, row: int) -> str:
     places = [place for place in spec.hints if spec.knobs[place].layer == target.layer]
     if not target.quantity.name.startswith("In") or not places or search.coordinates[row] >= 0.0:
         return ""
+    if spec.knobs[places[0]].low > HINT:
+        return ""  # the limits exclude it
     point = search.x.copy()
     point[places[0]] = HINT
     try:

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import difflib
 import math
 import os
@@ -102,11 +103,13 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
                     raise ValueError(f"{target.label} is given twice")
             made.append(target)
         belongs.append((list(range(len(made) - len(wanted), len(made))), places))
-    for name in limits:
-        if name not in used:
-            _unknown("limits: knob", name, sorted(used), "the layers use")
+    for name, pair in limits.items():
+        if name in KNOBS:  # limits of the reactor may name knobs that no layer uses
+            _checked_limits(pair, name, f"{PROCESS}/stage_1/{KNOBS[name]}")
+        elif name not in used:
+            _unknown("limits: knob", name, list(KNOBS), "known are")
     found = list(knobs.values())
-    hints = _hints(recipe, made, found)
+    hints = _hints(recipe, made, found, limits.get("T"))
     places_of_hints = range(len(found), len(found) + len(hints))
     preferences = _preferences(targets.get("prefer"))
     return Spec(made, found + hints, preferences, _joined(belongs, made, found), places_of_hints)
@@ -334,14 +337,15 @@ def _joined(
     return [(sorted(some), sorted(others)) for some, others, _ in groups]
 
 
-def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob]) -> list[Knob]:
-    """The temperatures of layers with a target for indium, where they are not knobs already."""
+def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob], limits: Any) -> list[Knob]:
+    """The temperatures of layers with a target for indium, where they are not knobs already and have room to move."""
     used = {path for knob in knobs for path in knob.paths}
     hints: list[Knob] = []
     for target in targets:
         paths = [f"{stage}/T" for stage in target.stages]
         if target.quantity.name.startswith("In") and not used & set(paths):
-            hints.append(make_knob(recipe, target.layer, "T", paths, None))
+            with contextlib.suppress(ValueError):
+                hints.append(make_knob(recipe, target.layer, "T", paths, _checked_limits(limits, "T", paths[0])))
             used |= set(paths)
     return hints
 
