@@ -12,7 +12,9 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # reports: pages, and the library that draws their charts
   python3-jinja2 python3-plotly esbuild
   # recipes: units
-  python3-pint)
+  python3-pint
+  # designs: solvers, files of targets
+  python3-scipy python3-yaml)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
@@ -23,7 +25,7 @@ TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   python3-venv python3-setuptools
   python3-wheel python3-selenium chromium chromium-driver
   # sweeps, fits, notebooks
-  python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat python3-scipy
+  python3-distributed python3-lmfit python3-mpi4py python3-ipykernel python3-nbclient python3-nbformat
   python3-tqdm munge procps openmpi-bin slurm-wlm
   # the manual
   mkdocs mkdocs-material libjs-katex fonts-katex)

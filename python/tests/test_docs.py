@@ -8,7 +8,8 @@ import pytest
 
 from doc_blocks import ROOT, matches, run_page
 
-PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md")  # of docs/
+PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
+         "designing.md")  # of docs/
 
 
 @pytest.mark.filterwarnings("error::vorlen.RecipeWarning")

@@ -12,6 +12,7 @@ matplotlib, jinja2 and other optional packages are imported when they are first 
 
 from . import _interrupts  # first: a command that is interrupted during the other imports ends without a traceback
 from ._compare import compare
+from ._design import Design, design
 from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
@@ -31,6 +32,7 @@ from ._xml_bytes import RecipeError
 
 __all__ = [
     "BusyError",
+    "Design",
     "Fit",
     "LibraryNotFoundError",
     "PlanError",
@@ -43,6 +45,7 @@ __all__ = [
     "Sweep",
     "__version__",
     "compare",
+    "design",
     "fit",
     "plot",
     "read",

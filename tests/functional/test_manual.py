@@ -28,7 +28,8 @@ NOT_RUN = {
     "c++": "needs an installation; tests/package builds such a program",
 }
 # Their blocks are run by the tests of the Python package.
-PYTHON_PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md")
+PYTHON_PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
+                "designing.md")
 FLAGS = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
 
 

@@ -95,7 +95,7 @@ class Help(InAFolder):
     def test_each_help_has_an_example(self):
         self.assertIn("run", self.commands())
         for command in ["", *self.commands()]:
-            if command in ("report", "compare", "sweep"):
+            if command in ("report", "compare", "design", "sweep"):
                 continue  # Python's own
             with self.subTest(command):
                 text = self.run_tool(*command.split(), "--help").stdout
@@ -104,11 +104,12 @@ class Help(InAFolder):
     def test_the_manual_page_describes_each_command_and_option(self):
         with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
             page = file.read().replace("\\-", "-")
-        self.assertLess({"run", "show", "diff", "new", "explain", "report", "compare", "sweep"}, set(self.commands()) | {""})
+        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "sweep"}
+        self.assertLess(commands, set(self.commands()) | {""})
         for command in self.commands():
             with self.subTest(command):
                 (section,) = re.findall(rf"^\.SS vorlen {command}\b(.*?)(?=^\.S[SH] )", page, re.MULTILINE | re.DOTALL)
-                if command in ("report", "compare", "sweep"):
+                if command in ("report", "compare", "design", "sweep"):
                     continue
                 options = self.options(command)
                 self.assertIn("--help", options)
@@ -161,7 +162,7 @@ class Suggestions(InAFolder):
                     self.run_tool("--help").stdout.split("Subcommands:\n")[1].split("\n\n")[0].splitlines()]
         self.assertIn("timeline", commands)
         for command in commands:
-            if command in ("report", "compare", "sweep"):
+            if command in ("report", "compare", "design", "sweep"):
                 continue  # Python's own
             options = re.findall(r"(--[a-z-]+)", self.run_tool(command, "--help").stdout.split("Options:")[1])
             for option in sorted(set(options)):
@@ -233,7 +234,8 @@ class Completion(InAFolder):
 
     def test_commands_and_options(self):
         self.assertEqual(self.complete("ru"), {"run"})
-        self.assertLess({"run", "show", "diff", "new", "explain", "report", "compare", "sweep"}, self.complete("") | {""})
+        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "sweep"}
+        self.assertLess(commands, self.complete("") | {""})
         self.assertEqual(self.complete("--v"), {"--version"})
         self.assertEqual(self.complete("run --ke"), {"--keep-going"})
         self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json", "--rows"})
@@ -293,11 +295,11 @@ class Python(InAFolder):
         os.chmod(self.path(name), 0o755)
         return self.path(name)
 
-    def test_report_compare_and_sweep_are_forwarded_to_the_package_with_all_arguments(self):
+    def test_commands_of_python_are_forwarded_to_the_package_with_all_arguments(self):
         python = self.write_interpreter("python", fits=True)
         settings = environment(VORLEN_PYTHON=python)
         del settings["VORLEN_LIBRARY"]
-        for command in ("report", "compare", "sweep"):
+        for command in ("report", "compare", "design", "sweep"):
             run = self.run_tool(command, "a b.txt", "--help", "-x", env=settings)
             self.assertEqual((run.returncode, run.stderr), (7, ""))
             self.assertEqual(run.stdout.splitlines(),
@@ -320,6 +322,14 @@ class Python(InAFolder):
         self.assertEqual((run.returncode, run.stdout), (1, ""))
         self.assertIn("Python 3 with numpy, pandas, jinja2 and the package vorlen", run.stderr)
         self.assertIn("\npython3-numpy, python3-pandas, python3-jinja2). Tried", run.stderr)
+
+    def test_a_design_needs_scipy(self):
+        settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits="scipy"),
+                               PYTHONHOME=self.path("nowhere"))
+        self.assertEqual(self.run_tool("sweep", env=settings).returncode, 7)
+        run = self.run_tool("design", env=settings)
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertIn("python3-scipy", run.stderr)
 
     def test_each_module_that_is_looked_for_is_needed(self):
         for module in ("vorlen", "numpy", "pandas"):
