@@ -161,7 +161,7 @@ class Hints(Checks):
         problems = self.problems(('<tau val="70"/>', '<tua val="70"/>'))
         self.assertEqual([(problem["severity"], problem["kind"]) for problem in problems],
                          [("error", "missing-element"), ("warning", "unknown-element")])
-        self.assertRegex(problems[0]["hint"], r"^<tua> in line \d+ is not read: should it be <tau>\?$")
+        self.assertRegex(problems[0]["hint"], r"^<tua> on line \d+ is not read: should it be <tau>\?$")
         self.assertEqual(problems[1]["hint"], "did you mean tau?")
 
     def test_a_misspelt_attribute(self):
@@ -188,7 +188,7 @@ class Hints(Checks):
     def test_an_existing_sub_stage_is_not_taken_for_a_misspelt_one(self):
         problem = self.problems(("<stage_1_2>", "<stage_x>"), ("</stage_1_2>", "</stage_x>"))[0]
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
-        self.assertRegex(problem["hint"], "^<stage_x> in line")
+        self.assertRegex(problem["hint"], "^<stage_x> on line")
         problem = self.one_problem(('<n_stages val="4"/>', '<n_stages val="5"/>'))
         self.assertEqual(problem["hint"], "the number of stages in this element requires it")
 
@@ -235,8 +235,20 @@ class Warnings(Checks):
         self.assertEqual([problem["kind"] for problem in problems], ["not-finite"])
 
     def test_a_second_element_of_a_name(self):
-        problem = self.expect("duplicate", "the first one, in line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
+        problem = self.expect("duplicate", "the first one, on line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
         self.assertIn("stage_1_3:tau is not read", problem["text"])
+
+    def test_second_elements_in_several_stages_are_one_warning(self):
+        text = changed_example("ingan_gan_mqw")
+        self.write("recipe.xml", text.replace('<delta val="0.008"/>', '<delta val="0.008"/><delta val="1"/>'))
+        (problem,) = self.problems_of_file()
+        self.assertEqual([problem["kind"], problem["stage"]], ["duplicate", "stage_1_1"])
+        self.assertEqual(problem["also_in"], ["stage_1_2", "stage_1_3", "stage_1_4", "stage_2"])
+
+    def test_each_repetition_of_an_element_is_a_warning(self):
+        problems = self.problems(('<delta val="0.008"/>', '<delta val="0.008"/><delta val="1"/><delta val="2"/>'))
+        self.assertEqual([one["kind"] for one in problems], ["duplicate", "duplicate"])
+        self.assertRegex(problems[1]["text"], "^another element .*:delta is not read$")
 
     def test_elements_of_models_that_are_not_chosen(self):
         self.expect("not-read", "read only with V_dislocation",
@@ -249,6 +261,11 @@ class Warnings(Checks):
     def test_stages_above_their_number(self):
         self.expect("uncounted-stage", "n_stages is 1",
                     ('<n_stages val="2"/>', '<n_stages val="1"/>'))
+        problem = self.expect("uncounted-stage", "n_stages is 1",
+                              ('<n_stages val="4"/>', '<n_stages val="1"/>'))
+        self.assertTrue(problem["text"].endswith("stage_1_2 is not read (nor stage_1_3, stage_1_4)"), problem["text"])
+        self.assertEqual([problem["stage"], problem["stage_name"], problem["also_in"]],
+                         ["stage_1_2", "cooling", ["stage_1_3", "stage_1_4"]])
 
     def test_a_name_of_a_periodic_stage(self):
         self.expect("unknown-element", "it belongs in stage_1_1",

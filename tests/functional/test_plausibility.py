@@ -124,7 +124,8 @@ class Units(Plausibility):
         for gas in ("N2", "NH3", "H2"):
             text = scaled(text, gas, 1e-3)
         problem = self.one_problem("unit", text)
-        self.assertIn("the total flow is 16.5 sccm in stage_1_1, below the usual", problem["text"])
+        self.assertIn("the total flow is 16.5 sccm in stage_1_1, below the usual 300 to 1000000 sccm; "
+                      "N2 8 slm is 8000 sccm, NH3 8 slm is 8000 sccm", problem["text"])
         self.expect("ingan_gan_mqw", "NH3", 1e-3, "8 slm is 8000 sccm")
         self.expect("algan_gan_hemt", "NH3", 1e-3, "4 slm is 4000 sccm")
         self.expect("ingan_gan_mqw", "N2", 1e-3, "8 slm is 8000 sccm")
@@ -139,7 +140,8 @@ class Units(Plausibility):
         self.assertIn("the expected growth rate is 18.", problem["text"])
         self.assertIn("TMGa 44.615 µmol/min is 1 sccm", problem["text"])
         self.expect("algan_gan_hemt", "TMAl", 1e-3, "0.0003 slm is 0.3 sccm")
-        self.expect("ingan_gan_mqw", "TEGa", 1e-3, "TEGa 0.0005 slm is 0.5 sccm")
+        self.expect("ingan_gan_mqw", "TEGa", 1e-3, "a V/III ratio of 1.6e7, above the usual 25 to 2000000; "
+                    "TEGa 0.0005 slm is 0.5 sccm")
 
     def test_durations(self):
         text = changed_example("ingan_gan_mqw")
@@ -422,6 +424,10 @@ class ManyPeriods(Plausibility):
         self.assertEqual(self.problems(self.periodic(200)), [])
         problem = self.one_problem("growth", self.periodic(2))
         self.assertIn("no stage is expected to grow even a bilayer", problem["text"])
+
+    def test_minutes_are_suggested_only_where_they_help(self):
+        problems = self.problems(scaled(changed_example("ingan_gan_mqw"), "tau", 1e-4))
+        self.assertIn("no stage is expected to grow even a bilayer, 0.26 nm", [one["text"] for one in problems])
 
 
 class FaultyRecipes(Plausibility):

@@ -52,7 +52,7 @@ const TiXmlElement* misspelt_child(const TiXmlNode& parent, Section section, con
 std::string missing_element_hint(const Fault& fault) {
   const Row& row = *fault.row;
   if (const TiXmlElement* misspelt = misspelt_child(fault.node, row.section, fault.name.c_str())) {
-    return fmt::format("<{}> in line {} is not read: should it be <{}>?", misspelt->Value(), misspelt->Row(),
+    return fmt::format("<{}> on line {} is not read: should it be <{}>?", misspelt->Value(), misspelt->Row(),
                        fault.name);
   }
   if (row.kind == Kind::stage_list) return "the number of stages in this element requires it";
