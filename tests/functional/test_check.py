@@ -245,6 +245,13 @@ class Warnings(Checks):
         self.assertEqual([problem["kind"], problem["stage"]], ["duplicate", "stage_1_1"])
         self.assertEqual(problem["also_in"], ["stage_1_2", "stage_1_3", "stage_1_4", "stage_2"])
 
+    def test_unknown_names_in_several_stages_are_one_warning_each(self):
+        text = changed_example("ingan_gan_mqw").replace('<delta val="0.008"/>', '<delta val="0.008" unit="m"/><Mg/>')
+        self.write("recipe.xml", text.replace('<TEGa val="0.5"', '<TEGa unit="sccm" val="0.5"'))
+        found = [(one["kind"], one["path"].split(":")[-1], len(one["also_in"])) for one in self.problems_of_file()]
+        self.assertEqual(found, [("unknown-attribute", "delta", 4), ("unknown-element", "Mg", 4),
+                                 ("unknown-attribute", "TEGa", 4)])
+
     def test_each_repetition_of_an_element_is_a_warning(self):
         problems = self.problems(('<delta val="0.008"/>', '<delta val="0.008"/><delta val="1"/><delta val="2"/>'))
         self.assertEqual([one["kind"] for one in problems], ["duplicate", "duplicate"])

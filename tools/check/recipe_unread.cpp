@@ -59,16 +59,32 @@ struct Unread {
   Causes uncounted{};  // stages, by their list
 
   void warn(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
-            std::string text, std::string hint) {
-    warnings.push_back(
-        problem_at(Severity::warning, kind, element, attribute, place, std::move(text), std::move(hint)));
-  }
-
+            std::string text, std::string hint, int number = 1);
   void look_at_attributes(const TiXmlElement& element, const ReadElement& read);
   void look_at_repeated(const TiXmlElement& child, const ReadElement& read, const TiXmlElement& first, int number);
   void look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read);
   void look_at(const TiXmlElement& element);
 };
+
+// The names from below the stage down to the element; empty for the stage itself.
+std::string path_in_stage(const TiXmlElement& element, const StagePlace& place) {
+  const std::string path = vorlen::element_full_name(&element);
+  const std::size_t stage = path.rfind(place.label + ":");
+  return stage == std::string::npos ? "" : path.substr(stage + place.label.size());
+}
+
+// In stages, one warning for all elements of the same name and number, or for all attributes of the same name there.
+void Unread::warn(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
+                  std::string text, std::string hint, int number) {
+  Problem problem = problem_at(Severity::warning, kind, element, attribute, place, std::move(text), std::move(hint));
+  if (place.label.empty()) {
+    warnings.push_back(std::move(problem));
+  } else {
+    const std::string name = path_in_stage(element, place);
+    causes.add(fmt::format("{} {} {} {}", kind, name, number, attribute == nullptr ? "" : attribute),
+               std::move(problem));
+  }
+}
 
 void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& read) {
   const std::span<const char* const> known = attributes_of(*read.row);
@@ -96,17 +112,10 @@ void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& 
 void Unread::look_at_repeated(const TiXmlElement& child, const ReadElement& read, const TiXmlElement& first,
                               int number) {
   if (reading.elements.count(&first) == 0) return;  // the first one has a warning already
-  const std::string path = vorlen::element_full_name(&child);
-  Problem problem = problem_at(Severity::warning, "duplicate", child, nullptr, read.place,
-                               fmt::format("{} element {} is not read", number == 2 ? "a second" : "another", path),
-                               fmt::format("the first one, on line {}, is used", first.Row()));
-  if (read.place.label.empty()) {
-    warnings.push_back(std::move(problem));
-  } else {
-    const std::string parent = child.Parent()->Value();
-    causes.add(fmt::format("{}{}:{}", number, parent == read.place.label ? "" : parent, child.Value()),
-               std::move(problem));
-  }
+  warn(
+      "duplicate", child, nullptr, read.place,
+      fmt::format("{} element {} is not read", number == 2 ? "a second" : "another", vorlen::element_full_name(&child)),
+      fmt::format("the first one, on line {}, is used", first.Row()), number);
 }
 
 void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read) {
