@@ -296,6 +296,19 @@ class Warnings(Checks):
         self.assertEqual(run.returncode, 0)
         self.assertEqual(run.stdout.count("GR_average of the model InGaN_GR_X acts as nm/s"), 1)
 
+    def test_long_names_and_values_are_shortened(self):
+        text = changed_example("ingan_gan_mqw", ('<TMIn val="0.2" end="0.2"/>', '<TMIn val="0" end="0.0"/>'),
+                               ('<TMIn val="0" end="0"/>', '<TMIn val="0.2" end="0.2"/>'),
+                               ("\"GaN barrier", "\"GaN" + "é" * 1000), ("\"InGaN well", "\"InGaN" + "x" * 100000))
+        self.write("recipe.xml", text)
+        shown = self.check("recipe.xml").stdout
+        without, other = "InGaN" + "x" * 52 + "...", "GaN" + "é" * 54 + "..."
+        self.assertIn(f'stage_1_3, "{without}", grows without TMIn, and stage_1_1, "{other}", with it\n'
+                      f'    stage: stage_1_3 "{without}"\n', shown)
+        self.assertLess(max(map(len, shown.splitlines())), 250)
+        problem = self.one_problem(('<tau val="70"/>', '<tau val="70' + "x" * 100000 + '"/>'))
+        self.assertTrue(problem["text"].endswith(" reads as 70"), problem["text"])
+
     def test_units_without_utf_8(self):
         path = os.path.join(SOURCE, "tests", "data", "recipes", "ingan_wells_gr_x.xml")
         for locale, unit in (("C", "um/h"), ("C.UTF-8", "µm/h")):

@@ -476,6 +476,15 @@ class Runs(Plausibility):
         self.assertEqual(lines[3:], ['vorlen: recipe.xml: 4 warnings; "vorlen check recipe.xml" shows all'])
         self.assertEqual(self.run_tool("run", "recipe.xml", "--force").stdout.count("warning"), 0)
 
+    def test_all_warnings_about_parts_that_are_not_simulated_are_shown(self):
+        text = scaled(changed_example("ingan_gan_mqw"), "P", 0.01)
+        for name in ("tau", "T", "P", "delta"):
+            text = re.sub(rf"<{name} val[^>]*>", r"\g<0>\g<0>", text, count=1)
+        self.write("recipe.xml", text)
+        lines = self.run_tool("run", "recipe.xml").stderr.splitlines()
+        self.assertEqual([": a second element " in line for line in lines], [True] * 4 + [False])
+        self.assertIn(": 5 warnings; ", lines[-1])
+
     def test_a_recipe_without_warnings_runs_silently(self):
         self.assertEqual(self.run_tool("run", example("algan_tension")).stderr, "")
 

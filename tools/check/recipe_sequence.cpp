@@ -177,7 +177,8 @@ void look_at_names(const Reading& reading, Causes& causes) {
     causes.add(metal.flow,
                warning_at("swapped-stages", child_of(*without.element, {"gas_species", "Q", metal.flow}), without.place,
                           fmt::format("{}, \"{}\", grows without {}, and {}, \"{}\", with it", without.place.label,
-                                      without.place.name, metal.flow, with.place.label, with.place.name),
+                                      short_name(without.place.name), metal.flow, with.place.label,
+                                      short_name(with.place.name)),
                           "the two stages may be exchanged"));
   }
 }
