@@ -254,6 +254,9 @@ class Sequences(Plausibility):
         for seconds, kinds in ((10, []), (31, [("no-ammonia", "stage_1")])):
             preflow = plausible.stage("preflow", seconds, 1500, TMAl=0.5, H2=9000, **at)
             self.assertEqual(self.found([preflow, AlN]), kinds)
+        for name, kinds in (("AlN spacer", [("no-ammonia", "stage_2")]), ("TMAl pulse, AlN", []), ("before AlN", [])):
+            spacer = plausible.stage(name, 4, 1500, TMAl=0.5, H2=9000, **at)
+            self.assertEqual(self.found([AlN, spacer, AlN]), kinds, name)
 
     def test_hot_stages_without_ammonia(self):
         def stages(temperature, **gases):
