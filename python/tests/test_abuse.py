@@ -466,7 +466,11 @@ FIT: list[Row] = [
         "fit, path of a mapping", lambda: fit({"chemistry/Kd_In": (1, 2)}),
         ValueError, r"chemistry/Kd_In .*not a single number",
     ),
-    ("fit, path of a ramp", lambda: fit({T: (1, 2)}), ValueError, rf"{T} .*not a single number"),
+    (
+        "fit, path of a ramp", lambda: fit({T: (900, 1100)}, recipe=recipe().set(T, (1000, 1030))),
+        ValueError, rf"{T} of recipe is a ramp from 1000.* to 1030",
+    ),
+    ("fit, bounds without a constant temperature", lambda: fit({T: (1, 2)}), ValueError, rf"{T}: bounds must .*1030"),
     ("fit, path of a text", lambda: fit({"material": (1, 2)}), ValueError, r"material .*not a single number"),
     ("fit, bounds None", lambda: fit({KD: None}), (TypeError, ValueError), rf"{KD}.*None"),
     ("fit, bounds a number", lambda: fit({KD: 1e13}), (TypeError, ValueError), rf"{KD}.*10{{13}}"),

@@ -111,6 +111,22 @@ def test_the_tool_computes_the_same_middle(text: str, tmp_path: Path) -> None:
         assert ours[metal] == pytest.approx(theirs[metal], rel=1e-12), metal
 
 
+@pytest.mark.parametrize(("top", "x_al"), [(2.0, 0.25), (0.0, None)], ids=["2 nm", "nothing"])
+def test_a_layer_below_counts_by_its_height(top: float, x_al: float | None, tmp_path: Path) -> None:
+    # Numbers near 1e13 are 0.002 apart: a layer of 1e-4 s starts and ends at the same time.
+    below = [row(False, time=1e13, z=z, x_al=0.25, x_ga=0.75) for z in (0.0, top)]
+    above = [row(False, time=1e13 + 1, z=z, x_al=0.25, x_ga=0.75) for z in (top + 1, 2 * top + 1)]
+    active = [row(time=1e13, z=top, x_ga=1), row(time=1e13 + 1, z=top + 1, x_ga=1)]
+    text = result([("below", 1e-4, top), ("grown", 1, 1), ("above", 1e-4, top)], [*below, *active, *above])
+    (tmp_path / "r.txt").write_text(text)
+    shown = subprocess.run([tool(), "show", "--json", tmp_path / "r.txt"], capture_output=True, text=True, check=True)
+    layers = layers_of(text)
+    for number, theirs in zip((1, 3), json.loads(shown.stdout)["layers"][::2]):
+        assert theirs["x_al"] == theirs["x_al_mid"] == x_al
+        ours = layers.loc[number, ["x_al", "x_al_mid"]].tolist()
+        assert ours == [x_al, x_al] if x_al is not None else np.isnan(ours).all()
+
+
 @pytest.mark.filterwarnings("error")
 @pytest.mark.parametrize(
     ("middle", "top"),

@@ -98,6 +98,15 @@ def test_the_order_is_duplicates_unread_parts_and_then_that_of_the_report():
     assert warning_text([], "r") == ""
 
 
+def test_parts_that_are_not_simulated_are_all_shown():
+    lost = [Finding("warning", kind, 1, kind, None) for kind in ("duplicate", "uncounted-stage") * 3]
+    other = Finding("warning", "unit", 2, "unit", None)
+    lines = warning_text([other, *lost], "r").splitlines()
+    assert lines[0] == "r: 7 warnings, the first 6 (vorlen check shows all):" and len(lines) == 7
+    assert "unit" not in "".join(lines[1:])
+    assert warning_text(lost * 10, "r").startswith("r: 60 warnings, the first 20 (")
+
+
 def test_check_false_starts_no_tool(calls):
     assert recorded(lambda: vorlen.run(odd_text(), check=False)) == [] and calls() == 0
     assert len(recorded(lambda: vorlen.run(odd_text()))) == 1 and calls() == 1

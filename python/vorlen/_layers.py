@@ -153,7 +153,7 @@ def layer_values(layer_list: pd.DataFrame, profile: pd.DataFrame) -> pd.DataFram
         else:
             first = 2 * index if kind == "pre" else post_begin + 2 * (index - len(kinds) + post_count)
             rows = np.arange(first, min(first + 2, len(profile)))
-            if len(rows) == 2:
+            if len(rows) == 2 and 0.0 < numbers["z"][rows[1]] - numbers["z"][rows[0]] < np.inf:
                 mean = middle = np.array([numbers[name][rows].mean() for name in METALS])
         record: dict[str, Any] = dict.fromkeys(names, np.nan)
         record.update(name=name, kind=kind, begin=begin, end=end, duration=duration, thickness=thickness)

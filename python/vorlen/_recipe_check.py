@@ -10,7 +10,9 @@ from ._types import PathLike
 from ._xml_bytes import RecipeError
 
 SHOWN = 3  # of the warnings
-FIRST_KINDS = ("duplicate", "uncounted-stage", "not-read")  # parts of the recipe without any effect; the others follow in the tool's order
+MOST_SHOWN = 20  # if they are about parts that are not simulated
+LOST_KINDS = ("duplicate", "uncounted-stage")  # parts that are not simulated as written
+FIRST_KINDS = (*LOST_KINDS, "not-read")  # parts without any effect; the others follow in the tool's order
 
 _reasons: set[str] = set()  # why recipes were not checked, as far as this process has reported it
 
@@ -57,8 +59,10 @@ def warning_text(found: list[Finding], name: str) -> str:
         return ""
     count = len(found)
     ordered = sorted(found, key=lambda one: FIRST_KINDS.index(one.kind) if one.kind in FIRST_KINDS else len(FIRST_KINDS))
+    lost = sum(one.kind in LOST_KINDS for one in found)
+    shown = max(SHOWN, min(lost, MOST_SHOWN))
     heading = "1 warning" if count == 1 else f"{count} warnings"
-    if count > SHOWN:
-        heading += f", the first {SHOWN} (vorlen check shows all)"
-    lines = [f"  {one.sentence('')}" for one in ordered[:SHOWN]]
+    if count > shown:
+        heading += f", the first {shown} (vorlen check shows all)"
+    lines = [f"  {one.sentence('')}" for one in ordered[:shown]]
     return "\n".join([f"{name}: {heading}:", *lines])

@@ -161,7 +161,7 @@ class Hints(Checks):
         problems = self.problems(('<tau val="70"/>', '<tua val="70"/>'))
         self.assertEqual([(problem["severity"], problem["kind"]) for problem in problems],
                          [("error", "missing-element"), ("warning", "unknown-element")])
-        self.assertRegex(problems[0]["hint"], r"^<tua> in line \d+ is not read: should it be <tau>\?$")
+        self.assertRegex(problems[0]["hint"], r"^<tua> on line \d+ is not read: should it be <tau>\?$")
         self.assertEqual(problems[1]["hint"], "did you mean tau?")
 
     def test_a_misspelt_attribute(self):
@@ -188,7 +188,7 @@ class Hints(Checks):
     def test_an_existing_sub_stage_is_not_taken_for_a_misspelt_one(self):
         problem = self.problems(("<stage_1_2>", "<stage_x>"), ("</stage_1_2>", "</stage_x>"))[0]
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
-        self.assertRegex(problem["hint"], "^<stage_x> in line")
+        self.assertRegex(problem["hint"], "^<stage_x> on line")
         problem = self.one_problem(('<n_stages val="4"/>', '<n_stages val="5"/>'))
         self.assertEqual(problem["hint"], "the number of stages in this element requires it")
 
@@ -235,8 +235,27 @@ class Warnings(Checks):
         self.assertEqual([problem["kind"] for problem in problems], ["not-finite"])
 
     def test_a_second_element_of_a_name(self):
-        problem = self.expect("duplicate", "the first one, in line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
+        problem = self.expect("duplicate", "the first one, on line ", ('<tau val="70"/>', '<tau val="70"/><tau val="x"/>'))
         self.assertIn("stage_1_3:tau is not read", problem["text"])
+
+    def test_second_elements_in_several_stages_are_one_warning(self):
+        text = changed_example("ingan_gan_mqw")
+        self.write("recipe.xml", text.replace('<delta val="0.008"/>', '<delta val="0.008"/><delta val="1"/>'))
+        (problem,) = self.problems_of_file()
+        self.assertEqual([problem["kind"], problem["stage"]], ["duplicate", "stage_1_1"])
+        self.assertEqual(problem["also_in"], ["stage_1_2", "stage_1_3", "stage_1_4", "stage_2"])
+
+    def test_unknown_names_in_several_stages_are_one_warning_each(self):
+        text = changed_example("ingan_gan_mqw").replace('<delta val="0.008"/>', '<delta val="0.008" unit="m"/><Mg/>')
+        self.write("recipe.xml", text.replace('<TEGa val="0.5"', '<TEGa unit="sccm" val="0.5"'))
+        found = [(one["kind"], one["path"].split(":")[-1], len(one["also_in"])) for one in self.problems_of_file()]
+        self.assertEqual(found, [("unknown-attribute", "delta", 4), ("unknown-element", "Mg", 4),
+                                 ("unknown-attribute", "TEGa", 4)])
+
+    def test_each_repetition_of_an_element_is_a_warning(self):
+        problems = self.problems(('<delta val="0.008"/>', '<delta val="0.008"/><delta val="1"/><delta val="2"/>'))
+        self.assertEqual([one["kind"] for one in problems], ["duplicate", "duplicate"])
+        self.assertRegex(problems[1]["text"], "^another element .*:delta is not read$")
 
     def test_elements_of_models_that_are_not_chosen(self):
         self.expect("not-read", "read only with V_dislocation",
@@ -249,6 +268,11 @@ class Warnings(Checks):
     def test_stages_above_their_number(self):
         self.expect("uncounted-stage", "n_stages is 1",
                     ('<n_stages val="2"/>', '<n_stages val="1"/>'))
+        problem = self.expect("uncounted-stage", "n_stages is 1",
+                              ('<n_stages val="4"/>', '<n_stages val="1"/>'))
+        self.assertTrue(problem["text"].endswith("stage_1_2 is not read (nor stage_1_3, stage_1_4)"), problem["text"])
+        self.assertEqual([problem["stage"], problem["stage_name"], problem["also_in"]],
+                         ["stage_1_2", "cooling", ["stage_1_3", "stage_1_4"]])
 
     def test_a_name_of_a_periodic_stage(self):
         self.expect("unknown-element", "it belongs in stage_1_1",
@@ -271,6 +295,19 @@ class Warnings(Checks):
         run = self.check(path)
         self.assertEqual(run.returncode, 0)
         self.assertEqual(run.stdout.count("GR_average of the model InGaN_GR_X acts as nm/s"), 1)
+
+    def test_long_names_and_values_are_shortened(self):
+        text = changed_example("ingan_gan_mqw", ('<TMIn val="0.2" end="0.2"/>', '<TMIn val="0" end="0.0"/>'),
+                               ('<TMIn val="0" end="0"/>', '<TMIn val="0.2" end="0.2"/>'),
+                               ("\"GaN barrier", "\"GaN" + "é" * 1000), ("\"InGaN well", "\"InGaN" + "x" * 100000))
+        self.write("recipe.xml", text)
+        shown = self.check("recipe.xml").stdout
+        without, other = "InGaN" + "x" * 52 + "...", "GaN" + "é" * 54 + "..."
+        self.assertIn(f'stage_1_3, "{without}", grows without TMIn, and stage_1_1, "{other}", with it\n'
+                      f'    stage: stage_1_3 "{without}"\n', shown)
+        self.assertLess(max(map(len, shown.splitlines())), 250)
+        problem = self.one_problem(('<tau val="70"/>', '<tau val="70' + "x" * 100000 + '"/>'))
+        self.assertTrue(problem["text"].endswith(" reads as 70"), problem["text"])
 
     def test_units_without_utf_8(self):
         path = os.path.join(SOURCE, "tests", "data", "recipes", "ingan_wells_gr_x.xml")

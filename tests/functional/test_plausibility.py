@@ -124,7 +124,8 @@ class Units(Plausibility):
         for gas in ("N2", "NH3", "H2"):
             text = scaled(text, gas, 1e-3)
         problem = self.one_problem("unit", text)
-        self.assertIn("the total flow is 16.5 sccm in stage_1_1, below the usual", problem["text"])
+        self.assertIn("the total flow is 16.5 sccm in stage_1_1, below the usual 300 to 1000000 sccm; "
+                      "N2 8 slm is 8000 sccm, NH3 8 slm is 8000 sccm", problem["text"])
         self.expect("ingan_gan_mqw", "NH3", 1e-3, "8 slm is 8000 sccm")
         self.expect("algan_gan_hemt", "NH3", 1e-3, "4 slm is 4000 sccm")
         self.expect("ingan_gan_mqw", "N2", 1e-3, "8 slm is 8000 sccm")
@@ -139,7 +140,8 @@ class Units(Plausibility):
         self.assertIn("the expected growth rate is 18.", problem["text"])
         self.assertIn("TMGa 44.615 µmol/min is 1 sccm", problem["text"])
         self.expect("algan_gan_hemt", "TMAl", 1e-3, "0.0003 slm is 0.3 sccm")
-        self.expect("ingan_gan_mqw", "TEGa", 1e-3, "TEGa 0.0005 slm is 0.5 sccm")
+        self.expect("ingan_gan_mqw", "TEGa", 1e-3, "a V/III ratio of 1.6e7, above the usual 25 to 2000000; "
+                    "TEGa 0.0005 slm is 0.5 sccm")
 
     def test_durations(self):
         text = changed_example("ingan_gan_mqw")
@@ -252,6 +254,9 @@ class Sequences(Plausibility):
         for seconds, kinds in ((10, []), (31, [("no-ammonia", "stage_1")])):
             preflow = plausible.stage("preflow", seconds, 1500, TMAl=0.5, H2=9000, **at)
             self.assertEqual(self.found([preflow, AlN]), kinds)
+        for name, kinds in (("AlN spacer", [("no-ammonia", "stage_2")]), ("TMAl pulse, AlN", []), ("before AlN", [])):
+            spacer = plausible.stage(name, 4, 1500, TMAl=0.5, H2=9000, **at)
+            self.assertEqual(self.found([AlN, spacer, AlN]), kinds, name)
 
     def test_hot_stages_without_ammonia(self):
         def stages(temperature, **gases):
@@ -423,6 +428,10 @@ class ManyPeriods(Plausibility):
         problem = self.one_problem("growth", self.periodic(2))
         self.assertIn("no stage is expected to grow even a bilayer", problem["text"])
 
+    def test_minutes_are_suggested_only_where_they_help(self):
+        problems = self.problems(scaled(changed_example("ingan_gan_mqw"), "tau", 1e-4))
+        self.assertIn("no stage is expected to grow even a bilayer, 0.26 nm", [one["text"] for one in problems])
+
 
 class FaultyRecipes(Plausibility):
     """Values that could not be read cause no warnings, and the rest of the recipe is checked."""
@@ -469,6 +478,15 @@ class Runs(Plausibility):
         self.assertRegex(lines[2], r"^vorlen: warning: recipe\.xml: line \d+: rho_D is 3e12 cm\S+ in pre_stage_1, ")
         self.assertEqual(lines[3:], ['vorlen: recipe.xml: 4 warnings; "vorlen check recipe.xml" shows all'])
         self.assertEqual(self.run_tool("run", "recipe.xml", "--force").stdout.count("warning"), 0)
+
+    def test_all_warnings_about_parts_that_are_not_simulated_are_shown(self):
+        text = scaled(changed_example("ingan_gan_mqw"), "P", 0.01)
+        for name in ("tau", "T", "P", "delta"):
+            text = re.sub(rf"<{name} val[^>]*>", r"\g<0>\g<0>", text, count=1)
+        self.write("recipe.xml", text)
+        lines = self.run_tool("run", "recipe.xml").stderr.splitlines()
+        self.assertEqual([": a second element " in line for line in lines], [True] * 4 + [False])
+        self.assertIn(": 5 warnings; ", lines[-1])
 
     def test_a_recipe_without_warnings_runs_silently(self):
         self.assertEqual(self.run_tool("run", example("algan_tension")).stderr, "")

@@ -6,7 +6,7 @@ import shutil
 import subprocess
 import unittest
 
-from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, example
+from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, changed_example, example
 
 BUILD = os.path.dirname(VORLEN)
 COMPLETION = os.path.join(SOURCE, "tools", "help", "vorlen.bash-completion")
@@ -73,6 +73,19 @@ class Terminals(InAFolder):
         for locale, unit in (("C.UTF-8", "µm/h"), ("C", "um/h")):
             run = self.run_tool("show", "ingan_gan_mqw.result.txt", env=environment(LC_ALL=locale))
             self.assertIn(f"Rate, {unit}  ", run.stdout)
+
+    def test_control_characters_in_names_never_reach_the_terminal(self):
+        name = "re\033[31m\ncipe.xml"
+        recipe = changed_example("ingan_gan_mqw", ("InGaN well", "In&#27;[31mGaN&#10;well"), ('"40000" end', '"400" end'))
+        self.write(name, recipe.replace("1010", "757"))
+        self.write("second.xml", recipe)
+        for arguments in (["check", name], ["check", "missing\033\n.xml"], ["timeline", name],
+                          ["run", name, "-o", "r\033.txt"], ["show", "r\033.txt"], ["diff", "r\033.txt", "r\033.txt"],
+                          ["run", name, "second.xml"], ["run", "missing\033.xml"], ["chec\033"]):
+            run = self.run_tool(*arguments)
+            with self.subTest(arguments):
+                self.assertNotIn("\033", run.stdout + run.stderr)
+                self.assertNotEqual(run.stdout + run.stderr, "")
 
     def test_columns_are_aligned_by_display_width(self):
         self.write_recipe("a.xml", 'val="AlGaN barrier"', 'val="氮化镓 Löß"')

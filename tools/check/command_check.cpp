@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "check/recipe_check.h"
+#include "check/recipe_words.h"
 #include "commands.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
@@ -55,20 +56,21 @@ void append_text(std::string& out, const CheckedFile& checked) {
   const auto shown = [](const std::string& text) {
     return use_utf8() ? printable(text) : with_ascii_units(printable(text));
   };
+  const std::string file = printable(checked.file);
   for (const Problem& problem : checked.problems) {
-    out += checked.file;
+    out += file;
     if (problem.line > 0) out += fmt::format(":{}:{}", problem.line, problem.column);
     out += fmt::format(": {}: {}\n", severity_word(problem.severity), shown(text_on_one_line(problem.text)));
     if (!problem.stage.empty()) {
       out += "    stage: " + problem.stage;
-      if (!problem.stage_name.empty()) out += " \"" + printable(problem.stage_name) + "\"";
+      if (!problem.stage_name.empty()) out += " \"" + printable(recipe::short_name(problem.stage_name)) + "\"";
       out += '\n';
     }
     if (!problem.hint.empty()) out += "    hint: " + shown(problem.hint) + "\n";
   }
   const std::ptrdiff_t errors = checked.count(Severity::error);
   const std::ptrdiff_t warnings = checked.count(Severity::warning);
-  out += checked.file + ": ";
+  out += file + ": ";
   if (errors + warnings == 0) out += "no problems";
   if (errors > 0) out += counted(errors, "error");
   if (errors > 0 && warnings > 0) out += ", ";

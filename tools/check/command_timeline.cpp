@@ -49,7 +49,7 @@ using Row = std::vector<std::string>;
 template <typename Record>
 Row begin_row(const Record& stage) {
   const std::string period = stage.period > 0 ? fmt::format(" (period {})", stage.period) : "";
-  return {stage.label + period, stage.name, time_words(stage.begin_time()), time_words(stage.end_time()),
+  return {stage.label + period, printable(stage.name), time_words(stage.begin_time()), time_words(stage.end_time()),
           time_words(stage.tau)};
 }
 

@@ -22,7 +22,9 @@ Problem file_problem(const std::string& file, const TiXmlDocument& document) {
   problem.kind = "file";
   TiXmlDocument with_tabs;  // the library's text counts tabs as several columns
   vorlen::load_document(file.c_str(), with_tabs, problem.text);
-  const std::string_view reason = std::string_view(problem.text).substr(problem.text.find('\n') + 1);
+  const std::size_t name = std::min(problem.text.find(file), problem.text.size());  // may have line breaks
+  const std::string_view reason =
+      std::string_view(problem.text).substr(problem.text.find('\n', name + file.size()) + 1);
   if (document.ErrorRow() > 0) {
     problem.line = document.ErrorRow();
     problem.column = document.ErrorCol();

@@ -183,7 +183,8 @@ void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
     const TiXmlElement& rate = child_of(*first.element, {"GR_average"});
     const char* text = rate.Attribute("val");
     warn(warnings, "rate-unit", rate, first.place, "GR_average of the model InGaN_GR_X acts as nm/s, not as µm/h",
-         text == nullptr ? "1 µm/h is 0.2778 nm/s" : fmt::format("{} is {} nm/s; 1 µm/h is 0.2778 nm/s", text, text));
+         text == nullptr ? "1 µm/h is 0.2778 nm/s"
+                         : fmt::format("{0} is {0} nm/s; 1 µm/h is 0.2778 nm/s", short_name(text)));
   }
 }
 

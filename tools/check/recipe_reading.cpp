@@ -52,7 +52,7 @@ const TiXmlElement* misspelt_child(const TiXmlNode& parent, Section section, con
 std::string missing_element_hint(const Fault& fault) {
   const Row& row = *fault.row;
   if (const TiXmlElement* misspelt = misspelt_child(fault.node, row.section, fault.name.c_str())) {
-    return fmt::format("<{}> in line {} is not read: should it be <{}>?", misspelt->Value(), misspelt->Row(),
+    return fmt::format("<{}> on line {} is not read: should it be <{}>?", misspelt->Value(), misspelt->Row(),
                        fault.name);
   }
   if (row.kind == Kind::stage_list) return "the number of stages in this element requires it";
@@ -173,19 +173,19 @@ void warn_of_number(Reading& reading, const TiXmlElement& element, const Row& ro
     if (*rest == ',') {
       std::string with_point = text;
       with_point[with_point.find(',')] = '.';
-      hint = "the decimal separator is the point: " + with_point;
+      hint = "the decimal separator is the point: " + short_name(with_point);
     }
     if (*rest == '.') hint = "this is an integer";
     warn("trailing-characters",
-         fmt::format("\"{}\" of attribute {} in element {} reads as {}", text, attribute, element_full_name(&element),
-                     number_words(value)),
+         fmt::format("\"{}\" of attribute {} in element {} reads as {}", short_name(text), attribute,
+                     element_full_name(&element), number_words(value)),
          hint);
   }
   if (!std::isfinite(value)) {
-    warn(
-        "not-finite",
-        fmt::format("\"{}\" of attribute {} in element {} is not finite", text, attribute, element_full_name(&element)),
-        "the limits do not reject it, but nothing can be computed with it");
+    warn("not-finite",
+         fmt::format("\"{}\" of attribute {} in element {} is not finite", short_name(text), attribute,
+                     element_full_name(&element)),
+         "the limits do not reject it, but nothing can be computed with it");
   }
 }
 

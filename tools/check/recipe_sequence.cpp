@@ -1,6 +1,7 @@
 // What a sequence of stages hardly means.
 //
-// In order: abrupt changes while something grows, missing ammonia, stages that may have each other's values.
+// In order: abrupt changes while something grows, what the name of a stage says, missing ammonia, stages that may have
+// each other's values.
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -64,6 +65,71 @@ void look_at_change(const ReadStage& before, const ReadStage& after, bool with_t
   }
 }
 
+// ---- What a name says
+
+struct Metal {
+  std::string_view symbol;
+  const char* flow;
+  vorlen::GasSpecies species;
+};
+constexpr Metal NAMED_METALS[] = {{"In", "TMIn", vorlen::TMIn_g}, {"Al", "TMAl", vorlen::TMAl_g}};
+
+// The length of a formula at the start of the text, such as InGaN or Al0.3Ga0.7N; 0 for anything else.
+std::size_t formula_length(std::string_view text) {
+  std::size_t at = 0;
+  while (true) {
+    const std::string_view symbol = text.substr(std::min(at, text.size()), 2);
+    if (symbol != "In" && symbol != "Ga" && symbol != "Al") break;
+    at += 2;
+    while (at < text.size() && std::string_view("0123456789.,xy()-_{}").find(text[at]) != std::string_view::npos) ++at;
+  }
+  return at > 0 && at < text.size() && text[at] == 'N' ? at + 1 : 0;
+}
+
+std::string lower_case(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return text;
+}
+
+template <std::size_t N>
+bool contains_any(const std::string& text, const std::string_view (&words)[N]) {
+  return std::any_of(std::begin(words), std::end(words),
+                     [&text](std::string_view word) { return text.find(word) != std::string::npos; });
+}
+
+// Words that name a neighbour of the stage rather than the stage itself.
+bool names_neighbours(const std::string& lower) {
+  constexpr std::string_view WORDS[] = {" to ", "before", "after", "below", "above", "under",
+                                        "over", " on ",   "cap",   "/",     "+",     "ramp"};
+  return contains_any(lower, WORDS);
+}
+
+// Whether a stage of this name has the metal; nothing if the name does not say so.
+std::optional<bool> named_with(const std::string& name, const Metal& metal) {
+  const std::string lower = lower_case(name);
+  if (names_neighbours(lower)) return {};
+  std::optional<bool> said;
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const std::size_t length = formula_length(std::string_view(name).substr(at));
+    if (length == 0) continue;
+    const bool has = std::string_view(name).substr(at, length).find(metal.symbol) != std::string_view::npos;
+    if (said && *said != has) return {};
+    said = has;
+    at += length - 1;
+  }
+  if (said || metal.species != vorlen::TMIn_g) return said;
+  const bool well = lower.find("well") != std::string::npos || lower.find("qw") != std::string::npos;
+  const bool barrier = lower.find("barrier") != std::string::npos;
+  if (well == barrier) return {};
+  return well;
+}
+
+// A stage named AlN spacer, for example, and not TMAl pulse of AlN.
+bool is_named_after_nitride(const std::string& name) {
+  constexpr std::string_view WORDS[] = {"tmal", "pulse", "flow", "dose", "step", "cycle"};
+  return named_with(name, NAMED_METALS[1]) == true && !contains_any(lower_case(name), WORDS);
+}
+
 // ---- Missing ammonia
 
 bool has_no_ammonia(const ReadStage& stage) {
@@ -73,7 +139,7 @@ bool has_no_ammonia(const ReadStage& stage) {
 void look_at_growth_without_ammonia(const ReadStage& stage, Causes& causes) {
   if (!flows_known(stage) || !stage.Q[vorlen::NH3_g]) return;
   const bool only_TMAl = !with_gallium(stage) && !is_flowing(stage, vorlen::TMIn_g);
-  if (only_TMAl && stage.tau <= PREFLOW_MAX) return;
+  if (only_TMAl && stage.tau <= PREFLOW_MAX && !is_named_after_nitride(stage.place.name)) return;
   for (double ValueRange::*end : {&ValueRange::val, &ValueRange::end}) {
     if (!(metal_flow(stage, end) > 0.0) || flow_at(stage, vorlen::NH3_g, end) > 0.0) continue;
     if (std::isnan((*stage.Q[vorlen::NH3_g]).*end)) continue;
@@ -111,54 +177,6 @@ void look_at_hot_stages(const Reading& reading, const std::vector<const ReadStag
 
 // ---- Stages that may have each other's values
 
-struct Metal {
-  std::string_view symbol;
-  const char* flow;
-  vorlen::GasSpecies species;
-};
-constexpr Metal NAMED_METALS[] = {{"In", "TMIn", vorlen::TMIn_g}, {"Al", "TMAl", vorlen::TMAl_g}};
-
-// The length of a formula at the start of the text, such as InGaN or Al0.3Ga0.7N; 0 for anything else.
-std::size_t formula_length(std::string_view text) {
-  std::size_t at = 0;
-  while (true) {
-    const std::string_view symbol = text.substr(std::min(at, text.size()), 2);
-    if (symbol != "In" && symbol != "Ga" && symbol != "Al") break;
-    at += 2;
-    while (at < text.size() && std::string_view("0123456789.,xy()-_{}").find(text[at]) != std::string_view::npos) ++at;
-  }
-  return at > 0 && at < text.size() && text[at] == 'N' ? at + 1 : 0;
-}
-
-// Words that name a neighbour of the stage rather than the stage itself.
-bool names_neighbours(const std::string& lower) {
-  constexpr std::string_view WORDS[] = {" to ", "before", "after", "below", "above", "under",
-                                        "over", " on ",   "cap",   "/",     "+",     "ramp"};
-  return std::any_of(std::begin(WORDS), std::end(WORDS),
-                     [&lower](std::string_view word) { return lower.find(word) != std::string::npos; });
-}
-
-// Whether a stage of this name has the metal; nothing if the name does not say so.
-std::optional<bool> named_with(const std::string& name, const Metal& metal) {
-  std::string lower = name;
-  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-  if (names_neighbours(lower)) return {};
-  std::optional<bool> said;
-  for (std::size_t at = 0; at < name.size(); ++at) {
-    const std::size_t length = formula_length(std::string_view(name).substr(at));
-    if (length == 0) continue;
-    const bool has = std::string_view(name).substr(at, length).find(metal.symbol) != std::string_view::npos;
-    if (said && *said != has) return {};
-    said = has;
-    at += length - 1;
-  }
-  if (said || metal.species != vorlen::TMIn_g) return said;
-  const bool well = lower.find("well") != std::string::npos || lower.find("qw") != std::string::npos;
-  const bool barrier = lower.find("barrier") != std::string::npos;
-  if (well == barrier) return {};
-  return well;
-}
-
 bool is_steady(const ReadStage& stage) { return stage.T && stage.T->val == stage.T->end && flows_known(stage); }
 
 void look_at_names(const Reading& reading, Causes& causes) {
@@ -177,7 +195,8 @@ void look_at_names(const Reading& reading, Causes& causes) {
     causes.add(metal.flow,
                warning_at("swapped-stages", child_of(*without.element, {"gas_species", "Q", metal.flow}), without.place,
                           fmt::format("{}, \"{}\", grows without {}, and {}, \"{}\", with it", without.place.label,
-                                      without.place.name, metal.flow, with.place.label, with.place.name),
+                                      short_name(without.place.name), metal.flow, with.place.label,
+                                      short_name(with.place.name)),
                           "the two stages may be exchanged"));
   }
 }

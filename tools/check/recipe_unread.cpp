@@ -56,18 +56,35 @@ struct Unread {
   const Reading& reading;
   std::vector<Problem>& warnings;
   Causes causes{};
+  Causes uncounted{};  // stages, by their list
 
   void warn(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
-            std::string text, std::string hint) {
-    warnings.push_back(
-        problem_at(Severity::warning, kind, element, attribute, place, std::move(text), std::move(hint)));
-  }
-
+            std::string text, std::string hint, int number = 1);
   void look_at_attributes(const TiXmlElement& element, const ReadElement& read);
-  void look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read,
-                     const TiXmlElement* first_of_name);
+  void look_at_repeated(const TiXmlElement& child, const ReadElement& read, const TiXmlElement& first, int number);
+  void look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read);
   void look_at(const TiXmlElement& element);
 };
+
+// The names from below the stage down to the element; empty for the stage itself.
+std::string path_in_stage(const TiXmlElement& element, const StagePlace& place) {
+  const std::string path = vorlen::element_full_name(&element);
+  const std::size_t stage = path.rfind(place.label + ":");
+  return stage == std::string::npos ? "" : path.substr(stage + place.label.size());
+}
+
+// In stages, one warning for all elements of the same name and number, or for all attributes of the same name there.
+void Unread::warn(const char* kind, const TiXmlElement& element, const char* attribute, const StagePlace& place,
+                  std::string text, std::string hint, int number) {
+  Problem problem = problem_at(Severity::warning, kind, element, attribute, place, std::move(text), std::move(hint));
+  if (place.label.empty()) {
+    warnings.push_back(std::move(problem));
+  } else {
+    const std::string name = path_in_stage(element, place);
+    causes.add(fmt::format("{} {} {} {}", kind, name, number, attribute == nullptr ? "" : attribute),
+               std::move(problem));
+  }
+}
 
 void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& read) {
   const std::span<const char* const> known = attributes_of(*read.row);
@@ -91,15 +108,18 @@ void Unread::look_at_attributes(const TiXmlElement& element, const ReadElement& 
   }
 }
 
-void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read,
-                           const TiXmlElement* first_of_name) {
+// The element of that number of its name, from 2 on.
+void Unread::look_at_repeated(const TiXmlElement& child, const ReadElement& read, const TiXmlElement& first,
+                              int number) {
+  if (reading.elements.count(&first) == 0) return;  // the first one has a warning already
+  warn(
+      "duplicate", child, nullptr, read.place,
+      fmt::format("{} element {} is not read", number == 2 ? "a second" : "another", vorlen::element_full_name(&child)),
+      fmt::format("the first one, on line {}, is used", first.Row()), number);
+}
+
+void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent, const ReadElement& read) {
   const std::string path = vorlen::element_full_name(&child);
-  if (first_of_name != nullptr) {
-    if (reading.elements.count(first_of_name) == 0) return;  // the first one has a warning already
-    warn("duplicate", child, nullptr, read.place, fmt::format("a second element {} is not read", path),
-         fmt::format("the first one, in line {}, is used", first_of_name->Row()));
-    return;
-  }
   const Row* row = row_of_child(read.children, parent, child);
   if (row == nullptr) {
     std::vector<std::string_view> names;
@@ -121,8 +141,12 @@ void Unread::look_at_child(const TiXmlElement& child, const TiXmlElement& parent
     return;
   }
   if (row->kind == Kind::stage_list) {
-    warn("uncounted-stage", child, nullptr, read.place, fmt::format("element {} is not read", path),
-         stage_count_words(read.children, parent));
+    const TiXmlElement* name = child.FirstChildElement("name");
+    const char* users_name = name == nullptr ? nullptr : name->Attribute("val");
+    const StagePlace place{child.ValueStr(), users_name == nullptr ? "" : users_name};
+    uncounted.add(parent.ValueStr(),
+                  problem_at(Severity::warning, "uncounted-stage", child, nullptr, place,
+                             fmt::format("element {} is not read", path), stage_count_words(read.children, parent)));
     return;
   }
   const std::string reason = reason_of(*row, reading);
@@ -138,7 +162,11 @@ void Unread::look_at(const TiXmlElement& element) {
   look_at_attributes(element, read);
   // A nested periodic stage, whose children have no meaning.
   if (read.row->kind == Kind::stage_list && read.children == Section::none) return;
-  std::unordered_map<std::string_view, const TiXmlElement*> first_of_name;
+  struct Named {
+    const TiXmlElement* first = nullptr;
+    int count = 0;
+  };
+  std::unordered_map<std::string_view, Named> names;
   for (const TiXmlNode* node = element.FirstChild(); node != nullptr; node = node->NextSibling()) {
     if (const TiXmlText* text = node->ToText(); text != nullptr && !is_blank(text->Value())) {
       Problem problem = problem_at(Severity::warning, "stray-text", element, nullptr, read.place,
@@ -150,11 +178,14 @@ void Unread::look_at(const TiXmlElement& element) {
     }
     const TiXmlElement* child = node->ToElement();
     if (child == nullptr) continue;
-    const auto [first, is_first] = first_of_name.emplace(child->ValueStr(), child);
+    Named& named = names[child->ValueStr()];
+    if (++named.count == 1) named.first = child;
     if (reading.elements.count(child) != 0) {
       look_at(*child);
+    } else if (named.count > 1) {
+      look_at_repeated(*child, read, *named.first, named.count);
     } else {
-      look_at_child(*child, element, read, is_first ? nullptr : first->second);
+      look_at_child(*child, element, read);
     }
   }
 }
@@ -175,6 +206,7 @@ void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::
                                                               : "did you mean NonstSurfChem?");
   }
   unread.causes.report(warnings);
+  unread.uncounted.report(warnings, "nor");
 }
 
 }  // namespace vorlen::recipe

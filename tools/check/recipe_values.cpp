@@ -16,8 +16,9 @@ namespace {
 
 using vorlen::ValueRange;
 
-constexpr double THICK = 300.0;          // nm; nucleation layers and wells are thinner
-constexpr double BILAYER = 0.26;         // nm, c/2 of GaN
+constexpr double THICK = 300.0;   // nm; nucleation layers and wells are thinner
+constexpr double BILAYER = 0.26;  // nm, c/2 of GaN
+constexpr double S_PER_MIN = 60.0;
 constexpr double TOTAL_MIN = 5.0;        // nm; many thin stages, as in pulsed growth, add up to more
 constexpr double NH3_IN_SLM = 60.0;      // sccm; a smaller flow of NH3 may be in slm
 constexpr double NH3_RATIO_MIN = 300.0;  // V/III ratio that such a small flow would be too little for
@@ -69,17 +70,21 @@ const TiXmlElement& flow_element(const ReadStage& stage, const char* name) {
   return child_of(*stage.element, {"gas_species", "Q", name});
 }
 
-// The metal flows of the stage as they would be in another unit: "TMGa 22 µmol/min is 0.4931 sccm".
-std::string metals_in(const ReadStage& stage, const OtherUnit& unit) {
+// The flows of the stage as they would be in another unit: "TMGa 22 µmol/min is 0.4931 sccm". Either of the metals, or
+// of the other gases.
+std::string flows_in(const ReadStage& stage, const OtherUnit& unit, bool of_metals) {
   std::string words;
   for (const Flow& flow : flows()) {
-    if (flow_range(flow.species) == Quantity::gas_flow || !is_flowing(stage, flow.species)) continue;
+    const bool is_metal = flow_range(flow.species) != Quantity::gas_flow;
+    if (is_metal != of_metals || !is_flowing(stage, flow.species)) continue;
     const double value = largest(*stage.Q[flow.species]);
     words += fmt::format("{}{} {} {} is {:.4g} sccm", words.empty() ? "" : ", ", flow.name, value_words(value),
                          unit.unit, value * unit.factor);
   }
   return words;
 }
+
+std::string metals_in(const ReadStage& stage, const OtherUnit& unit) { return flows_in(stage, unit, true); }
 
 // The largest flows of a stage together, sccm; NaN when one is not known.
 double total_flow(const ReadStage& stage) {
@@ -107,9 +112,9 @@ void look_at_ratio(Search& search, const ReadStage& stage) {
   const int side = side_of(range, ratio);
   if (side == 0 && !small_flow) return;
   const TiXmlElement& element = flow_element(stage, "NH3");
-  const std::string text =
-      fmt::format("NH3 is {} sccm{}, a V/III ratio of {:.3g}, usual are {} to {}", value_words(NH3),
-                  in_stage(stage.place), ratio, value_words(range.low), value_words(range.high));
+  std::string text = fmt::format("NH3 is {} sccm{}, a V/III ratio of {}", value_words(NH3), in_stage(stage.place),
+                                 value_words(ratio, 3));
+  if (side != 0) text += ", " + outside_words(range, ratio);
   const auto is_usual_in = [&](double factor) { return side_of(range, ratio * factor) == 0; };
   if (NH3 <= NH3_IN_SLM && is_usual_in(1e3)) {
     search.add("unit", "NH3", element, stage.place,
@@ -140,14 +145,23 @@ void look_at_carriers(Search& search, const ReadStage& stage, double total) {
              "the unit is sccm");
 }
 
-// Several flows that are usual each.
+// Several flows that are usual each. True if their sum is not; then it is reported.
+bool look_at_total(Search& search, const ReadStage& stage, double total) {
+  const TiXmlElement& element = child_of(*stage.element, {"gas_species", "Q"});
+  const UsualRange& range = usual_range(Quantity::total_flow);
+  if (side_of(range, total) >= 0 || side_of(range, total * standard_litres().factor) != 0) {
+    return look(search, Quantity::total_flow, "the total flow", total, element, stage.place);
+  }
+  search.add("unit", "total", element, stage.place,
+             fmt::format("the total flow is {} sccm{}, {}; {}", value_words(total), in_stage(stage.place),
+                         outside_words(range, total), flows_in(stage, standard_litres(), false)),
+             fmt::format("the unit is sccm; {}", range.reason));
+  return true;
+}
+
 void look_at_mixture(Search& search, const ReadStage& stage) {
   const double total = total_flow(stage);
-  if (!with_metals(stage) || std::isnan(total) ||
-      look(search, Quantity::total_flow, "the total flow", total, child_of(*stage.element, {"gas_species", "Q"}),
-           stage.place)) {
-    return;
-  }
+  if (!with_metals(stage) || std::isnan(total) || look_at_total(search, stage, total)) return;
   look_at_carriers(search, stage, total);
 }
 
@@ -220,11 +234,13 @@ void look_at_growth(Search& search) {
     }
   }
   if (grown == nullptr || search.found_any || !(thickest < BILAYER) || !(reading.total_growth < TOTAL_MIN)) return;
-  search.add(
-      "growth", "thin", child_of(*grown->element, {"tau"}), grown->place,
-      fmt::format("no stage is expected to grow even a bilayer, {} nm; tau of {} is {} s, and {} min is {} s", BILAYER,
-                  grown->place.label, value_words(grown->tau), value_words(grown->tau), value_words(60.0 * grown->tau)),
-      "check tau, in s, and the metal flows, in sccm; vorlen timeline shows all stages");
+  std::string text = fmt::format("no stage is expected to grow even a bilayer, {} nm", BILAYER);
+  if (!(S_PER_MIN * thickest < BILAYER)) {
+    text += fmt::format("; tau of {} is {} s, and {} min is {} s", grown->place.label, value_words(grown->tau),
+                        value_words(grown->tau), value_words(S_PER_MIN * grown->tau));
+  }
+  search.add("growth", "thin", child_of(*grown->element, {"tau"}), grown->place, text,
+             "check tau, in s, and the metal flows, in sccm; vorlen timeline shows all stages");
 }
 
 }  // namespace

@@ -109,6 +109,20 @@ const std::vector<Flow>& flows() {
   return found;
 }
 
+std::string short_name(const std::string& name) {
+  constexpr std::size_t LONGEST = 60;
+  const std::string dots = "...";
+  std::size_t characters = 0;
+  std::size_t kept = 0;  // bytes that leave room for the dots
+  for (std::size_t i = 0; i < name.size(); ++i) {
+    const bool continues = (static_cast<unsigned char>(name[i]) & 0xc0U) == 0x80U;
+    if (continues) continue;
+    if (++characters > LONGEST) return name.substr(0, kept) + dots;
+    if (characters == LONGEST - dots.size() + 1) kept = i;
+  }
+  return name;
+}
+
 std::string plain(std::string_view markdown) {
   std::string text(markdown);
   std::erase(text, '`');

@@ -28,6 +28,8 @@ struct Flow {
 const std::vector<Flow>& flows();
 // Without backticks and asterisks.
 std::string plain(std::string_view markdown);
+// A name as texts contain it: at most 60 characters of UTF-8, a longer one ends with "...".
+std::string short_name(const std::string& name);
 // A number in the shortest form: 1e-4, 0.99999, 1000.
 std::string number_words(double value);
 

@@ -71,7 +71,7 @@ void Causes::add(const std::string& cause, Problem problem) {
   }
 }
 
-void Causes::report(std::vector<Problem>& warnings) const {
+void Causes::report(std::vector<Problem>& warnings, const char* also) const {
   constexpr std::size_t NAMED = 4;  // a longer list is cut
   for (const auto& [cause, problem] : found) {
     warnings.push_back(problem);
@@ -81,7 +81,7 @@ void Causes::report(std::vector<Problem>& warnings) const {
     const std::size_t named = others.size() <= NAMED ? others.size() : NAMED - 1;
     for (std::size_t k = 0; k < named; ++k) words += (k == 0 ? "" : ", ") + others[k];
     if (named < others.size()) words += fmt::format(" and {} more stages", others.size() - named);
-    warnings.back().text += fmt::format(" (also in {})", words);
+    warnings.back().text += fmt::format(" ({} {})", also, words);
   }
 }
 

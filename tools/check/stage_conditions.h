@@ -43,8 +43,8 @@ struct Causes {
 
   // A warning about a stage: a new one for a new cause, otherwise another place of the known one.
   void add(const std::string& cause, Problem problem);
-  // Appends the warnings, with the other places in their texts.
-  void report(std::vector<Problem>& warnings) const;
+  // Appends the warnings, with the other places in their texts: "(also in stage_2, stage_3)".
+  void report(std::vector<Problem>& warnings, const char* also = "also in") const;
 };
 
 }  // namespace vorlen::recipe

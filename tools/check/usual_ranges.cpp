@@ -99,15 +99,15 @@ std::string other_reading(const UsualRange& range, double value) {
   return words;
 }
 
-std::string value_words(double value) {
+std::string value_words(double value, int digits) {
   if (value == std::floor(value) && std::fabs(value) < 1e7) return fmt::format("{:.0f}", value);
-  std::string words = fmt::format("{:.6g}", value);
+  std::string words = fmt::format("{:.{}g}", value, digits);
   // 1e+12 to 1e12, 2e-05 to 2e-5
   if (const std::size_t plus = words.find("e+"); plus != std::string::npos) words.erase(plus + 1, 1);
   const std::size_t exponent = words.find_first_of('e');
   if (exponent != std::string::npos) {
-    const std::size_t digits = exponent + (words[exponent + 1] == '-' ? 2 : 1);
-    if (words[digits] == '0') words.erase(digits, 1);
+    const std::size_t power = exponent + (words[exponent + 1] == '-' ? 2 : 1);
+    if (words[power] == '0') words.erase(power, 1);
   }
   return words;
 }

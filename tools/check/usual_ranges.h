@@ -72,8 +72,8 @@ int side_of(const UsualRange& range, double value);
 // 40000 Pa, 400 Torr is 53328.8 Pa". Empty if none is.
 std::string other_reading(const UsualRange& range, double value);
 
-// A number of at most six digits, whole ones up to seven.
-std::string value_words(double value);
+// A number of at most that many digits; whole ones have up to seven.
+std::string value_words(double value, int digits = 6);
 
 // The table of docs/checking-a-recipe.md, lines of Markdown.
 std::string usual_ranges_table();

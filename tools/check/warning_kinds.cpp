@@ -28,8 +28,8 @@ constexpr WarningKind KINDS[] = {
      "carrier gas changes between nitrogen and hydrogen"},
     {"no-ammonia",
      "a metal flows without NH3, or the surface is hot without it: at 900 K or more in hydrogen or before "
-     "further growth, otherwise from 1150 K on. Up to 30 s of TMAl alone (a pre-flow or a pulse) and "
-     "stages before the first layer of all are left out"},
+     "further growth, otherwise from 1150 K on. Up to 30 s of TMAl alone (a pre-flow or a pulse, "
+     "not a stage named AlN) and stages before the first layer of all are left out"},
     {"swapped-stages",
      "two stages may have each other's values: one named after an alloy or a well grows without the "
      "metal, and one named otherwise with it; or a layer with indium is hotter than the layers on "

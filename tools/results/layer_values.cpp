@@ -50,6 +50,10 @@ struct HeightPoint {
   std::array<double, 3> x{};
 };
 
+HeightPoint point_of(const ResultRow& row) {
+  return {row.at(ResultColumn::Z), {row.at(METALS[0]), row.at(METALS[1]), row.at(METALS[2])}};
+}
+
 // What grew between two consecutive rows, or the part of it that belongs to the layer; x and z are linear in time.
 struct GrowthStep {
   HeightPoint from;
@@ -178,7 +182,10 @@ std::vector<LayerValues> layer_values(const ResultFile& result) {
       const bool has_end = past_end > active_begin && past_end[-1].at(ResultColumn::TIME) > layer.begin + slack;
       if (has_end) end_row = past_end - 1;
     }
-    const std::vector<GrowthStep> steps = growth_steps(first, past, layer.begin, layer.end);
+    // The two rows of a pre-stage or post-stage are its start and end, whatever times were rounded to.
+    const std::vector<GrowthStep> steps = layer.kind == LayerKind::ACTIVE
+                                              ? growth_steps(first, past, layer.begin, layer.end)
+                                              : std::vector<GrowthStep>{{point_of(first[0]), point_of(first[1])}};
     layer.x = mean_composition(steps);
     layer.x_mid = middle_composition(steps);
     set_end_values(layer, end_row, a_sub);

@@ -25,6 +25,7 @@
 namespace {
 
 constexpr std::size_t SHOWN = 3;           // warnings of a single recipe
+constexpr std::size_t MOST_SHOWN = 20;     // if they are about parts that are not simulated
 constexpr std::size_t SHOWN_RECIPES = 20;  // of a batch
 
 // Those about the continuous scheme.
@@ -33,8 +34,8 @@ constexpr std::string_view CONTINUOUS_ONLY[] = {"temperature-jump", "hot-pause",
 // What the checking process reports, as plain bytes.
 struct WarningReport {
   std::size_t count = 0;
-  bool loses_part = false;  // the first warning is about a part that is not simulated
-  std::array<std::array<char, 1024>, SHOWN> first{};
+  std::size_t lost = 0;  // the first warnings are about so many parts that are not simulated
+  std::array<std::array<char, 1024>, MOST_SHOWN> first{};
 };
 
 bool loses_part(const recipe::Problem& problem) {
@@ -54,10 +55,10 @@ WarningReport report_on(const Job& job) {
              std::end(CONTINUOUS_ONLY);
     });
   }
-  std::stable_partition(problems.begin(), problems.end(), loses_part);
+  const auto others = std::stable_partition(problems.begin(), problems.end(), loses_part);
   report.count = problems.size();
-  report.loses_part = !problems.empty() && loses_part(problems.front());
-  for (std::size_t k = 0; k < std::min(problems.size(), SHOWN); ++k) {
+  report.lost = static_cast<std::size_t>(others - problems.begin());
+  for (std::size_t k = 0; k < std::min(problems.size(), MOST_SHOWN); ++k) {
     const std::string place = problems[k].line > 0 ? fmt::format("line {}: ", problems[k].line) : "";
     const std::string text = place + (use_utf8() ? printable(problems[k].text) : with_ascii_units(problems[k].text));
     text.copy(report.first[k].data(), report.first[k].size() - 1);
@@ -95,7 +96,7 @@ std::string counted(std::size_t number, const char* word) {
 }
 
 void show_one(const Job& job, const WarningReport& report) {
-  const std::size_t shown = std::min(report.count, SHOWN);
+  const std::size_t shown = std::min(report.count, std::clamp(report.lost, SHOWN, MOST_SHOWN));
   for (std::size_t k = 0; k < shown; ++k) warn(job.recipe + ": " + report.first[k].data());
   if (report.count == 0) return;
   fail(fmt::format("{}: {}; \"vorlen check {}\" shows all", job.recipe, counted(report.count, "warning"), job.recipe));
@@ -108,8 +109,8 @@ void show_batch(const std::vector<Job>& jobs) {
     if (report.count == 0) continue;
     ++with_warnings;
     // A part that is not simulated is never left out.
-    if (with_warnings > SHOWN_RECIPES && !report.loses_part) continue;
-    const std::string first = report.loses_part ? std::string(", first ") + report.first[0].data() : "";
+    if (with_warnings > SHOWN_RECIPES && report.lost == 0) continue;
+    const std::string first = report.lost > 0 ? std::string(", first ") + report.first[0].data() : "";
     warn(fmt::format("{}: {}{}", job.recipe, counted(report.count, "warning"), first));
   }
   if (with_warnings > 0) {

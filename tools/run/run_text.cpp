@@ -17,8 +17,8 @@ namespace {
 std::string layer_table(const ResultFile& result) {
   Table table{{{" No."}, {"Layer", true}, {"Duration, s"}, {"Thickness, nm"}}, {}};
   for (const ResultLayer& layer : result.layers) {
-    table.rows.push_back({std::to_string(table.rows.size() + 1), layer.name, fmt::format("{:.10g}", layer.duration),
-                          fixed_number(layer.thickness, 3)});
+    table.rows.push_back({std::to_string(table.rows.size() + 1), printable(layer.name),
+                          fmt::format("{:.10g}", layer.duration), fixed_number(layer.thickness, 3)});
   }
   return table_text(table, use_colour(stdout));
 }
@@ -85,8 +85,9 @@ std::string batch_text(const std::vector<Job>& jobs) {
     const StateWord state = word_of(job.state);
     const bool has_result = job.state == JobState::DONE || job.state == JobState::SKIPPED;
     const bool has_run = job.state == JobState::DONE || job.state == JobState::FAILED;
-    table.rows.push_back({job.recipe, colour ? fmt::format(fmt::fg(state.colour), "{}", state.word) : state.word,
-                          has_run ? fmt::format("{:.2f}", job.wall_time) : "-", has_result ? job.paths.result : "-"});
+    table.rows.push_back(
+        {printable(job.recipe), colour ? fmt::format(fmt::fg(state.colour), "{}", state.word) : state.word,
+         has_run ? fmt::format("{:.2f}", job.wall_time) : "-", has_result ? printable(job.paths.result) : "-"});
   }
   return table_text(table, colour);
 }

@@ -6,17 +6,18 @@
 #include <cstdio>
 
 #include "terminal/exit_status.h"
+#include "terminal/table.h"
 #include "terminal/terminal.h"
 
 int fail(const std::string& text, int status) {
-  std::fputs(("vorlen: " + text + "\n").c_str(), stderr);
+  std::fputs(("vorlen: " + printable_lines(text) + "\n").c_str(), stderr);
   return status;
 }
 
 int fail(const std::string& text) { return fail(text, EXIT_FAILED); }
 
 void warn(const std::string& text) {
-  const std::string line = "vorlen: warning: " + text;
+  const std::string line = "vorlen: warning: " + printable_lines(text);
   std::fputs((use_colour(stderr) ? fmt::format(fmt::fg(fmt::terminal_color::red), "{}", line) : line).c_str(), stderr);
   std::fputc('\n', stderr);
 }

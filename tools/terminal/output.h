@@ -1,4 +1,5 @@
-// Output of all commands: data on stdout, messages on stderr.
+// Output of all commands: data on stdout, messages on stderr. Control characters in messages, such as those of file
+// names, become blanks; line breaks and tabs remain.
 #pragma once
 
 #include <string>

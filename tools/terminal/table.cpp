@@ -86,6 +86,12 @@ std::string printable(std::string text) {
   return text;
 }
 
+std::string printable_lines(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return is_control(c) && c != '\n' && c != '\t'; }, ' ');
+  return text;
+}
+
 std::string table_text(const Table& table, bool colour) {
   std::vector<std::size_t> widths;
   for (const TableColumn& column : table.columns) widths.push_back(display_width(column.heading));

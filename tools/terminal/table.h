@@ -27,6 +27,8 @@ std::size_t display_width(const std::string& text);
 
 // text on one line: line breaks and other control characters become blanks.
 std::string printable(std::string text);
+// The same with line breaks and tabs as they are.
+std::string printable_lines(std::string text);
 
 // value with the given number of decimals, without a sign if it rounds to zero; "-" for NaN.
 std::string fixed_number(double value, int decimals);
