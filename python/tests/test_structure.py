@@ -15,7 +15,8 @@ import pytest
 import vorlen
 from support import MQW, ROOT, V_DEFECTS, failed_run, failing_recipe, recipe_with_a_pause, recipe_with_nan
 from vorlen._report_stack import layer_stack
-from vorlen._structure import Group, groups_of, heights, structure_of
+from vorlen._repeats import Group
+from vorlen._structure import groups_of, heights, structure_of
 from vorlen._structure_text import length, sentence
 
 Layer = tuple[Any, ...]
@@ -214,6 +215,51 @@ def test_the_middle_of_a_layer_counts_where_it_is_known() -> None:
     assert words(layers).startswith("2 wells of 3.00 nm In 0.200 in")
 
 
+def test_pauses_above_graded_wells_are_not_wells() -> None:
+    # the wells become richer while they relax; what is left of the pause has less indium than their top
+    period = [("active", "b", 12, 0, 0), ("active", "w", 7, 0.236, 0, 0.283, 0), ("active", "pause", 0.03, 0.245, 0, 0, 0)]
+    layers = table(TEMPLATE, *period * 3, LAST, x_in_mid=[0, *(0, 0.229, 0.245) * 3, 0], x_ga_mid=0.8, x_al_mid=0)
+    layers["x_ga_mid"] = 1 - layers["x_in_mid"]
+    # a pause belongs to the well: 7 + 0.03 nm; its mean by thickness is that of the middle of the well
+    assert words(layers) == "3 wells of 7.03 nm In 0.229 in 12.0 nm GaN, on 2.01 µm GaN."
+
+
+def test_a_layer_that_starts_with_an_interface_is_not_graded() -> None:
+    layers = table(TEMPLATE, ("active", "s", 2, 0, 0), ("active", "w", 4, 0.4, 0), ("active", "cap", 2.1, 0.032, 0, 0, 0))
+    middle = layers.assign(x_in_mid=[0, 0, 0.4, 0], x_ga_mid=[1, 1, 0.6, 1], x_al_mid=0)
+    assert words(middle) == "1 well of 4.00 nm In 0.400 in GaN, on 2.00 µm GaN."
+
+
+def test_a_layer_with_a_steady_composition_is_graded_and_one_with_a_jump_is_not() -> None:
+    layers = table(TEMPLATE, ("active", "a", 20, 0.18, 0, 0.23, 0))
+    assert words(layers.assign(x_in_mid=[0, 0.18], x_ga_mid=[1, 0.82], x_al_mid=0)).startswith("20.0 nm graded from In 0.130 to")
+    # 0.15 below and 0.23 above: no part of the layer has 0.13
+    assert words(layers.assign(x_in_mid=[0, 0.17], x_ga_mid=[1, 0.83], x_al_mid=0)).startswith("20.0 nm In 0.170 on")
+
+
+def test_what_is_thinner_than_a_monolayer_is_not_a_layer() -> None:
+    below = [TEMPLATE, ("active", "GaN", 100, 0, 0), ("active", "AlGaN", 15, 0, 0.5)]
+    assert words(table(*below, ("active", "cap", 0.005, 0, 0.45))) == "15.0 nm Al 0.500 on 2.10 µm GaN."
+    # nor below the surface, unlike a spacer of one and a half monolayers
+    upper = ("active", "AlGaN", 15, 0, 0.2)
+    assert words(table(*below[:2], ("active", "s", 0.1, 0, 0.9), upper)) == "15.1 nm Al 0.200 on 2.10 µm GaN."
+    assert words(table(*below[:2], ("active", "s", 0.4, 0, 1), upper)) == "15.0 nm Al 0.200 on 0.400 nm AlN on 2.10 µm GaN."
+    assert words(table(*below, ("active", "cap", 0.5, 0, 0))) == "15.0 nm Al 0.500 on 2.10 µm GaN, under 0.500 nm GaN."
+
+
+def test_wells_a_little_thicker_than_others_are_wells() -> None:
+    layers = [TEMPLATE, *wells(1, 14.0, 0.5, 9.0), *wells(1, 16.0, 0.5, 9.0), ("active", "last barrier", 9, 0, 0)]
+    assert words(table(*layers)) == "2 wells of 14.0 to 16.0 nm In 0.500 in 9.00 nm GaN, on 2.01 µm GaN."
+    # alone, it is not a well
+    assert words(table(TEMPLATE, *wells(1, 16.0), LAST)).startswith("16.0 nm In 0.150 on")
+
+
+def test_the_rest_of_a_pause_does_not_count_for_the_relaxation() -> None:
+    layers = table(TEMPLATE, *wells(1), ("active", "pause", 0.03, 0.1, 0), LAST)
+    layers["relaxation"] = [np.nan, np.nan, 0.06, 0.76, np.nan]
+    assert words(layers).endswith("; relaxed by 6 %.")
+
+
 def test_an_evaporating_pause_makes_the_layer_below_thinner() -> None:
     layers = table(TEMPLATE, ("active", "a", 5, 0, 0), ("active", "b", 3, 0.1, 0), ("active", "pause", -4, 0, 0))
     assert words(layers) == "4.00 nm GaN on 2.00 µm GaN."
@@ -332,6 +378,13 @@ def test_pairs_of_a_mirror_are_the_region() -> None:
 def test_a_thick_layer_with_indium_is_the_region() -> None:
     layers = table(TEMPLATE, ("active", "GaN", 100, 0, 0), ("active", "InGaN", 50, 0.1, 0), ("active", "GaN", 100, 0, 0))
     assert region(layers) == ("indium", 95, 155, 2095, 2155)
+
+
+def test_the_region_of_a_thick_layer_under_a_cap_is_the_layer() -> None:
+    # too thick for the barrier of a transistor; 0.1 of its thickness below it is shown
+    layers = table(TEMPLATE, ("active", "GaN", 1800, 0, 0), ("active", "AlGaN", 150, 0, 0.13), ("active", "cap", 4, 0, 0))
+    region = structure_of(layers).region
+    assert region is not None and (region.low, region.high) == (1785, 1954)
 
 
 def test_otherwise_the_uppermost_layer_is_the_region() -> None:

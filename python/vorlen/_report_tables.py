@@ -8,7 +8,8 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from ._structure import Group, groups_of, heights, repeats
+from ._repeats import Group, repeats
+from ._structure import groups_of, heights
 
 SHOWN_MAX = 200  # rows of a table; of more, repeated groups are shown once
 HEIGHTS = {"z": "height", "z10": "height_10", "z90": "height_90"}  # of interfaces: columns and their names in CSV

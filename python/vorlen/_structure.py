@@ -13,30 +13,23 @@ from typing import Any, NamedTuple
 import numpy as np
 import pandas as pd
 
-from ._types import Array, Mask
+from ._repeats import Group, repeats
+from ._types import Array
 
 METALS = ("x_in", "x_ga", "x_al")
 SAME = 0.01  # difference of a fraction up to which two layers have one composition
 GRADED = 0.025  # difference between the end and the mean of a graded layer
 ABSENT = 0.005  # fraction of a metal that does not count
+MONOLAYER = 0.25  # nm; a thinner slab is not a layer
 THINNEST = 1.0  # nm; a thinner slab between two others, with a composition between theirs, is part of an interface
-WELL_MAX = 15.0  # nm, thickness of the thickest quantum well
+WELL_MAX, WELL_RATIO = 15.0, 1.5  # nm, thickness of the thickest quantum well; or by this factor above the thinnest
 SLIVER = 0.35  # of the room beside the wells; thinner parts of other layers are left out of the active region
 WELL_ROOM = 10.0  # nm, what is shown at least below a barrier and around a single well
 BARRIER_MAX = 100.0  # nm, thickness of the thickest barrier of a transistor
 DEPTH_MIN = 0.03  # eV by which the gap of a well is smaller than those of its neighbours
-PERIOD_MAX = 100  # layers of the longest repeated group that is found
 RAMP_SHARE, RAMP_MAX = 0.4, 5.0  # share of the thickest layer of a slab, and nm; thicker layers are never called ramps
 
 Fractions = tuple[float, float, float]  # of In, Ga and Al
-
-
-class Group(NamedTuple):
-    """Layers grown several times in the same order. Positions count rows of the table from 0."""
-
-    first: int  # position of the first layer of the first period
-    size: int  # layers of one period
-    periods: int  # 1 for a layer that is not repeated
 
 
 class Slab(NamedTuple):
@@ -128,60 +121,6 @@ def groups_of(layers: pd.DataFrame) -> list[Group]:
     return repeats(codes, thickness, fractions)
 
 
-def repeats(codes: Array, thickness: Array, fractions: Array) -> list[Group]:
-    """Repeated groups of items with a code, a thickness and fractions; the groups cover all items in order."""
-    count = len(codes)
-
-    def same(first: slice, second: slice) -> Mask:
-        slack = np.maximum(0.02 * np.abs(thickness[first]), 0.02)
-        close = np.abs(thickness[first] - thickness[second]) <= slack
-        close &= (np.abs(fractions[first] - fractions[second]) <= 0.005).all(axis=1)
-        return np.asarray(close & (codes[first] == codes[second]))
-
-    # best[i]: the group from item i that covers most items, of these the one with the shortest period
-    best_size, best_covered = np.ones(count, int), np.ones(count, int)
-    for size in range(1, min(PERIOD_MAX, count // 2) + 1):
-        # items from i on that equal the item a period later
-        run = _run_lengths(same(slice(0, count - size), slice(size, count)))
-        covered = np.zeros(count, int)
-        covered[: count - size] = np.where(run >= size, (run // size + 1) * size, 0)
-        better = covered > best_covered
-        best_size[better], best_covered[better] = size, covered[better]
-    groups = []
-    place = 0
-    while place < count:
-        size, reach = int(best_size[place]), int(best_covered[place])
-        if reach > 1 and best_covered[place : place + reach].max() > reach:
-            size = reach = 1  # a longer repetition starts within this one
-        first = slice(place, place + size)
-        periods = 1  # compared with the first one, against a slow drift
-        while periods < reach // size:
-            here = place + periods * size
-            if not same(first, slice(here, here + size)).all():
-                break
-            periods += 1
-        groups.append(Group(place, size, periods))
-        place += size * periods
-    return _singles(groups)
-
-
-def _run_lengths(flags: Mask) -> Array:
-    """For each flag the number of consecutive true flags from it on."""
-    ends = np.flatnonzero(~np.append(flags, False))
-    return np.asarray(ends[np.searchsorted(ends, np.arange(len(flags)))] - np.arange(len(flags)))
-
-
-def _singles(groups: list[Group]) -> list[Group]:
-    """The groups, with those of one period split into their items."""
-    return [
-        part
-        for group in groups
-        for part in (
-            [group] if group.periods > 1 else [Group(group.first + item, 1, 1) for item in range(group.size)]
-        )
-    ]
-
-
 def _periods(layers: pd.DataFrame) -> Group | None:
     """The largest repeated group of simulated layers with at least three periods of different compositions."""
     fractions = composition(layers)
@@ -237,12 +176,14 @@ def _ends(layer: Any, x: Fractions, below: Fractions) -> tuple[Fractions, Fracti
     """Composition of a layer at its bottom and top; twice the mean unless the layer is graded.
 
     In a layer whose composition changes steadily the end is as far above the mean as the start is below it. If that is
-    near the composition of the slab below, the layer starts with that.
+    near the composition of the slab below, the layer starts with that. Where the middle half of the layer has another
+    mean, the composition doesn't change steadily: the start is unknown, and the layer counts as not graded.
     """
     end = np.array([getattr(layer, f"{metal}_end", np.nan) for metal in METALS], float)
     mean = np.array([getattr(layer, metal) for metal in METALS], float)
     change = np.abs(end - mean).max()  # NaN if one of them is unknown
-    if not (layer.thickness > 2 * THINNEST and change > GRADED):
+    steady = np.abs(mean - x).max() < 0.1 * change
+    if not (layer.thickness > 2 * THINNEST and change > GRADED and steady):
         return x, x
     start = np.clip(2 * mean - end, 0.0, 1.0)
     if np.abs(start - below).max() < np.abs(end - below).max() / 3:
@@ -287,23 +228,32 @@ def _sum(below: Slab, above: Slab) -> Slab:
 
 
 def _without_interfaces(slabs: list[Slab]) -> list[Slab]:
-    """Slabs thinner than 1 nm whose composition is between those of their neighbours go to the more similar one."""
+    """Slabs thinner than 1 nm whose composition is between those next to them go to the more similar neighbour.
+
+    So do all that are thinner than a monolayer. Neighbours are of one kind: simulated, or given below or above.
+    """
+    slabs = slabs.copy()
     kept: list[Slab] = []
     for index, slab in enumerate(slabs):
-        above = slabs[index + 1] if index + 1 < len(slabs) else None
-        below = kept[-1] if kept else None
-        inside = (
-            slab.thickness < THINNEST and above is not None and below is not None
-            and above.kind == below.kind == slab.kind
-            and all(min(a, b) - SAME <= x <= max(a, b) + SAME for a, b, x in zip(below.x, above.x, slab.x))
-        )
-        if not inside or above is None or below is None:
+        above = slabs[index + 1] if index + 1 < len(slabs) and slabs[index + 1].kind == slab.kind else None
+        below = kept[-1] if kept and kept[-1].kind == slab.kind else None
+        if slab.thickness >= MONOLAYER and not _is_interface(slab, below, above):
             kept.append(slab)
-        elif _distance(slab, below) <= _distance(slab, above):
+        elif below is not None and (above is None or _distance(slab.x, below.x_last) <= _distance(slab.x, above.x_first)):
             kept[-1] = _grown(below, slab, below.numbers + slab.numbers, below.bottom)
-        else:
+        elif above is not None:
             slabs[index + 1] = _grown(above, slab, slab.numbers + above.numbers, slab.bottom)
+        else:
+            kept.append(slab)
     return kept
+
+
+def _is_interface(slab: Slab, below: Slab | None, above: Slab | None) -> bool:
+    """Whether a slab is thin and its composition between those of the slabs next to it."""
+    if below is None or above is None or slab.thickness >= THINNEST:
+        return False
+    ends = zip(below.x_last, above.x_first, slab.x)
+    return all(min(a, b) - SAME <= x <= max(a, b) + SAME for a, b, x in ends)
 
 
 def _grown(slab: Slab, by: Slab, numbers: tuple[int, ...], bottom: float) -> Slab:
@@ -311,8 +261,8 @@ def _grown(slab: Slab, by: Slab, numbers: tuple[int, ...], bottom: float) -> Sla
     return slab._replace(numbers=numbers, bottom=bottom, thickness=slab.thickness + by.thickness)
 
 
-def _distance(one: Slab, other: Slab) -> float:
-    return max(abs(a - b) for a, b in zip(one.x, other.x))
+def _distance(one: Fractions, other: Fractions) -> float:
+    return max(abs(a - b) for a, b in zip(one, other))
 
 
 # ---- wells, barriers and the active region
@@ -321,18 +271,22 @@ def _distance(one: Slab, other: Slab) -> float:
 def _wells(slabs: list[Slab]) -> list[Slab]:
     """Simulated slabs of at most 15 nm with a smaller gap than both neighbours, without those of less than half depth.
 
-    Shallow ones belong to an underlayer. A last well without anything above it counts if it is like the others.
+    Shallow ones belong to an underlayer. A thicker one counts beside a thinner one of similar thickness. A last well
+    without anything above it counts if it is like the others.
     """
     found: list[tuple[float, float, Slab]] = []  # depths below the lower and the higher of the neighbours
     for below, slab, above in zip(slabs, slabs[1:], slabs[2:]):
         depths = below.gap - slab.gap, above.gap - slab.gap
-        if slab.kind == "active" and slab.thickness <= WELL_MAX and min(depths) > DEPTH_MIN:
+        if slab.kind == "active" and slab.thickness <= WELL_RATIO * WELL_MAX and min(depths) > DEPTH_MIN:
             found.append((min(depths), max(depths), slab))
     deepest = max((depth for depth, _, _ in found), default=0.0)
     wells = [slab for _, depth, slab in found if depth > 0.5 * deepest]
-    if wells and slabs[-1].kind == "active" and slabs[-1].thickness <= WELL_MAX:
+    thinnest = min((well.thickness for well in wells), default=0.0)
+    thickest = max(WELL_MAX, WELL_RATIO * thinnest) if thinnest <= WELL_MAX else 0.0
+    wells = [well for well in wells if well.thickness <= thickest]
+    if wells and slabs[-1].kind == "active" and slabs[-1].thickness <= thickest:
         is_well = slabs[-1] != wells[-1] and slabs[-2].gap - slabs[-1].gap > DEPTH_MIN
-        if is_well and _distance(slabs[-1], wells[-1]) <= 5 * SAME:
+        if is_well and _distance(slabs[-1].x, wells[-1].x) <= 5 * SAME:
             wells.append(slabs[-1])
     return wells
 
@@ -373,8 +327,8 @@ def _region(
         room = max(0.1 * (with_indium[-1].top - with_indium[0].bottom), 2.0)
         low, high, why = with_indium[0].bottom - room, with_indium[-1].top + room, "indium"
     elif len(active) > 1:
-        room = 0.1 * active[-1].thickness
-        low = active[-1].bottom - room
+        main = active[main_position(active)]
+        low = main.bottom - 0.1 * main.thickness
     low, high = max(low, bottom), min(high, top)
     begin, end = _time_at(layers, low, False), _time_at(layers, high, True)
     if end < begin:  # after evaporation, through layers of unknown composition
@@ -412,6 +366,19 @@ def transistor_barrier(slabs: list[Slab]) -> list[Slab]:
     if base is None or base.x[2] > 5 * SAME or base.thickness < total or total > BARRIER_MAX:
         return []
     return barrier
+
+
+def main_position(slabs: list[Slab]) -> int:
+    """Position of the slab that is named first: the top of a barrier, the one below a cap, or the uppermost."""
+    barrier = transistor_barrier(slabs)
+    if barrier:
+        return slabs.index(barrier[-1])
+    top = len(slabs) - 1
+    alloys = [place for place, slab in enumerate(slabs) if slab.kind == "active" and max(slab.x[0], slab.x[2]) > ABSENT]
+    if not alloys:
+        return top
+    cap = sum(slab.thickness for slab in slabs[alloys[-1] + 1 :])
+    return alloys[-1] if slabs[alloys[-1]].thickness > cap else top
 
 
 def _time_at(layers: pd.DataFrame, height: float, is_end: bool) -> float:

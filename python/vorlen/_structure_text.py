@@ -7,19 +7,19 @@ from collections.abc import Sequence
 import numpy as np
 import pandas as pd
 
+from ._repeats import Group, repeats
 from ._structure import (
     ABSENT,
+    MONOLAYER,
     SAME,
     THINNEST,
-    Group,
     Slab,
     Structure,
     alike,
-    repeats,
+    main_position,
     slabs_of,
     spacings,
     structure_of,
-    transistor_barrier,
 )
 
 ITEMS_MAX = 4  # layers named below the main part of a structure
@@ -124,7 +124,7 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         below = [slab for slab in slabs if max(slab.numbers) < min(inside)]
         above = [slab for slab in slabs if min(slab.numbers) > max(inside)]
     else:
-        place = _main(slabs)
+        place = main_position(slabs)
         head, below, above = _described(slabs[place]), slabs[:place], slabs[place + 1 :]
     text = head
     items = _items(_base_joined(below), downwards=True)
@@ -140,19 +140,6 @@ def _is_barrier(slab: Slab, found: Structure) -> bool:
     if slab.kind != "active" or slab.graded or slab.thickness > 2.0 * max([BARRIER_THIN, *gaps]):
         return False
     return not gaps or any(alike(slab, other) for other in found.barriers[1:-1] or found.barriers)
-
-
-def _main(slabs: list[Slab]) -> int:
-    """Position of the slab that is named first: the top of a barrier, the one below a cap, or the uppermost."""
-    barrier = transistor_barrier(slabs)
-    if barrier:
-        return slabs.index(barrier[-1])
-    top = len(slabs) - 1
-    alloys = [place for place, slab in enumerate(slabs) if slab.kind == "active" and max(slab.x[0], slab.x[2]) > ABSENT]
-    if not alloys:
-        return top
-    cap = sum(slab.thickness for slab in slabs[alloys[-1] + 1 :])
-    return alloys[-1] if slabs[alloys[-1]].thickness > cap else top
 
 
 def _wells(found: Structure) -> str:
@@ -231,7 +218,7 @@ def _relaxation(layers: pd.DataFrame) -> str:
     """What is to be said about relaxed layers: the largest degree, and the final density of V-defects."""
     simulated = layers[layers["kind"] == "active"]
     alloyed = (simulated["x_in"] > ABSENT) | (simulated["x_al"] > ABSENT)
-    degrees = simulated["relaxation"][alloyed & (simulated["thickness"] > 0)]
+    degrees = simulated["relaxation"][alloyed & (simulated["thickness"] > MONOLAYER)]  # a thinner one is an interface
     degrees = degrees[(degrees > RELAXED) & (degrees < 1.05)]
     defects = simulated["v_defects_t"]
     defects = defects[np.isfinite(defects)]
