@@ -15,7 +15,8 @@ from support import EXAMPLES, SOURCE, InAFolder, Result, changed_example, exampl
 sys.path.insert(0, os.path.join(SOURCE, "tests", "plausible"))
 import plausible  # noqa: E402
 
-NEW_KINDS = {"unit", "unusual-value", "growth", "abrupt-change", "no-ammonia", "swapped-stages"}
+NEW_KINDS = {"unit", "unusual-value", "growth", "abrupt-change", "no-ammonia", "swapped-stages",
+             "missing-metal"}
 HOT = {"NH3": 6000, "H2": 9000}
 COLD = {"NH3": 8000, "N2": 8000}
 AT = {"P": 40000, "delta": 0.008}
@@ -87,6 +88,32 @@ class Units(Plausibility):
         self.expect("alinn_gan_hemt", "T", 1, "796.85 °C is 1070 K", -273.15)
         self.expect("ingan_gan_mqw", "T", 1, "736.85 °C is 1010 K", -273.15)
 
+    def test_temperatures_of_a_whole_recipe_in_degrees_celsius(self):
+        """n-GaN, wells, a blocking layer and p-GaN; only some of them are unusual by themselves."""
+        stage = plausible.stage
+        led = [stage("n-GaN", 1200, 1060, TMGa=1.5, **HOT, **AT),
+               stage("cool", 120, (1060, 840), NH3=8000, H2=(9000, 0), N2=(0, 8000), **AT),
+               *[with_stage([one], 0, T=T)[0] for one, T in
+                 ((BARRIER, 840), (COOL, (840, 757)), (WELL, 757), (HEAT, (757, 840)), (BARRIER, 840))],
+               stage("EBL", 40, 950, TMGa=0.3, TMAl=0.1, **COLD, **AT),
+               stage("p-GaN", 200, 980, TMGa=0.6, **COLD, **AT)]
+        for scheme in ("staged", None):
+            problem = self.one_problem("unit", plausible.recipe_xml("AlInGaN", led, None, 5e8, scheme))
+            self.assertTrue(problem["text"].startswith("the temperatures of all stages look like °C: T is "), problem)
+            self.assertEqual({problem["stage"], *problem["also_in"]}, {f"stage_{number}" for number in range(1, 10)})
+            self.assertEqual(problem["hint"], "the unit is K: add 273.15 to T of each of these stages")
+            self.assertEqual(self.kinds_of_all("recipe.xml"), ["unit"])  # and no jumps in the continuous scheme
+        # The hydrogen stages in K, the wells and barriers in °C.
+        mixed = [*with_stage(with_stage(led, 0, T=1333), 1, T=(1333, 1113))[:7]]
+        problem = self.one_problem("unit", self.of_stages(mixed))
+        self.assertTrue(problem["text"].startswith("the temperatures of 5 stages look like °C: T is 757 K in stage_5, "),
+                        problem)
+        self.assertEqual({problem["stage"], *problem["also_in"]}, {f"stage_{number}" for number in range(3, 8)})
+
+    def kinds_of_all(self, name):
+        run = self.run_tool("check", "--format", "json", name)
+        return [one["kind"] for one in json.loads(run.stdout)["files"][0]["problems"]]
+
     def test_temperatures_that_were_converted_twice(self):
         self.expect("algan_gan_hemt", "T", 1, "1623.15 K is 1350 K + 273.15", 273.15)
         self.expect("ingan_led_stack", "T", 1, "1303.15 K is 1030 K + 273.15", 273.15)
@@ -142,6 +169,22 @@ class Units(Plausibility):
         self.expect("algan_gan_hemt", "TMAl", 1e-3, "0.0003 slm is 0.3 sccm")
         self.expect("ingan_gan_mqw", "TEGa", 1e-3, "a V/III ratio of 1.6e7, above the usual 25 to 2000000; "
                     "TEGa 0.0005 slm is 0.5 sccm")
+
+    def test_one_metal_in_micromoles_beside_another_in_sccm(self):
+        well = with_stage([WELL], 0, TEGa=0.56, TMIn=8)
+        problem = self.one_problem("unit", self.of_stages([BARRIER, COOL, *well, HEAT]))
+        self.assertEqual(problem["text"], "TMIn is 8 sccm in stage_3, 14.3 times the 0.56 sccm of gallium precursors; "
+                                          "8 µmol/min is 0.1793 sccm")
+        self.assertEqual(self.found(with_stage([WELL], 0, TEGa=0.56, TMIn=2.7)), [])  # as much as red light needs
+        for name, TMAl, kinds in (("EBL", 10, ["unit"]), ("p-AlGaN", 10, ["unit"]), ("Al0.15Ga0.85N", 10, ["unit"]),
+                                  ("Al0.9Ga0.1N", 10, []), ("AlN", 10, []), ("layer", 10, []), ("AlGaN", 0.2, []),
+                                  ("AlGaN", 6.5, []), ("AlGaN cap", 10, [])):
+            stage = plausible.stage(name, 10, 1340, TMGa=1.34, TMAl=TMAl, **HOT, **AT)
+            problems = [one for one in self.problems(self.of_stages([stage])) if one["kind"] == "unit"]
+            self.assertEqual([one["kind"] for one in problems], kinds, name)
+            if kinds:
+                self.assertIn("7.46 times the 1.34 sccm of gallium precursors; 10 µmol/min is 0.2241 sccm",
+                              problems[0]["text"])
 
     def test_durations(self):
         text = changed_example("ingan_gan_mqw")
@@ -286,6 +329,36 @@ class Sequences(Plausibility):
         self.assertEqual(problem["kind"], "swapped-stages")
         self.assertIn('stage_3, "well", grows without TMIn, and stage_5, "barrier", with it', problem["text"])
 
+    def test_a_well_without_indium(self):
+        text = scaled(changed_example("ingan_gan_mqw"), "TMIn", 0)
+        problem = self.one_problem("missing-metal", text)
+        self.assertEqual(problem["text"], 'stage_1_3 is named "InGaN well", but no TMIn flows')
+        self.assertEqual(problem["path"], "NonstSurfChem:process_stages:stage_1:stage_1_3:gas_species:Q:TMIn")
+        self.assertEqual(self.found(with_stage(WELLS, 2, TMIn=0)), [("missing-metal", "stage_3")])
+        twice = [*with_stage(WELLS, 2, TMIn=0), *with_stage(WELLS, 2, TMIn=0)]
+        self.assertEqual(self.problems(self.of_stages(twice))[0]["also_in"], ["stage_8"])
+        for name, kinds in (("QW 2", 1), ("InGaN", 1), ("n-In0.1Ga0.9N", 1), ("QW barrier", 0), ("cap on InGaN", 0),
+                            ("ramp, QW", 0), ("QW spacer", 0), ("InGaN pre-well", 0), ("GaN QW", 0), ("cool", 0),
+                            ("well interruption", 0), ("GaN", 0), ("without InGaN", 0)):
+            stages = [{**one, "name": name} if one["name"] == "well" else one for one in with_stage(WELLS, 2, TMIn=0)]
+            self.assertEqual(self.found(stages),
+                             [("missing-metal", "stage_3")] * kinds, name)
+        # A ramp and a pause.
+        self.assertEqual(self.found(with_stage(WELLS, 2, TMIn=0, T=(1010, 1015))), [])
+        self.assertEqual(self.found(with_stage(WELLS, 2, TMIn=0, TEGa=0)), [])
+        # Not in a material without indium, nor for a well of GaN between layers with aluminium.
+        self.assertEqual(self.problems(self.of_stages(with_stage(WELLS, 2, TMIn=0), "AlGaN")), [])
+        aluminium = [with_stage([BARRIER], 0, TMAl=0.05)[0], with_stage([WELL], 0, TMIn=0, T=1080)[0]]
+        self.assertEqual(self.found(aluminium), [])
+
+    def test_a_blocking_layer_without_aluminium(self):
+        for name, material, kinds in (("EBL", "AlInGaN", 1), ("p-AlGaN", "AlGaN", 1), ("blocking layer", "AlGaN", 1),
+                                      ("AlN spacer", "AlGaN", 1), ("EBL", "InGaN", 0), ("AlGaN/GaN", "AlGaN", 0),
+                                      ("cap on AlGaN", "AlGaN", 0), ("GaN", "AlGaN", 0)):
+            stages = [plausible.stage(name, 40, 1250, TMGa=0.6, **HOT, **AT)]
+            found = [one["kind"] for one in self.problems(self.of_stages(stages, material))]
+            self.assertEqual(found, ["missing-metal"] * kinds, name)
+
     def test_formulas_in_names(self):
         def named(first, second):
             """GaN and then AlGaN under these names."""
@@ -295,7 +368,8 @@ class Sequences(Plausibility):
         self.assertEqual(named("GaN", "AlGaN"), [])
         self.assertEqual(named("AlGaN", "GaN"), [("swapped-stages", "stage_1")])
         self.assertEqual(named("n-Al0.3Ga0.7N", "u-GaN 2"), [("swapped-stages", "stage_1")])
-        for first, second in (("AlGaN", "barrier"), ("layer", "GaN"), ("AlGaN/GaN", "GaN"), ("below AlGaN", "GaN"),
+        self.assertEqual(named("AlGaN", "barrier"), [("missing-metal", "stage_1")])
+        for first, second in (("layer", "GaN"), ("AlGaN/GaN", "GaN"), ("below AlGaN", "GaN"),
                               ("Aluminium", "GaN"), ("ramp to AlGaN", "GaN"), ("cap on AlGaN", "GaN")):
             self.assertEqual(named(first, second), [], first)
 

@@ -84,8 +84,8 @@ void predict_model_faults(Reading& reading);
 // Appends what the library silently ignores: elements, attributes and texts that are not read.
 void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::vector<Problem>& warnings);
 // Appends what is unusual about the process: flows that do not fit the material, jumps of temperature and the like, and
-// what makes the continuous scheme fail.
-void warn_of_process(const Reading& reading, std::vector<Problem>& warnings);
+// what makes the continuous scheme fail. Temperatures of the stages in odd are not looked at.
+void warn_of_process(const Reading& reading, const std::set<const ReadStage*>& odd, std::vector<Problem>& warnings);
 // Appends values outside of the usual ranges, and the unit in which they may have been given. Returns the stages of
 // which the temperature is one of them.
 std::set<const ReadStage*> warn_of_values(const TiXmlDocument& document, const Reading& reading,

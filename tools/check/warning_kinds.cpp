@@ -30,6 +30,9 @@ constexpr WarningKind KINDS[] = {
      "a metal flows without NH3, or the surface is hot without it: at 900 K or more in hydrogen or before "
      "further growth, otherwise from 1150 K on. Up to 30 s of TMAl alone (a pre-flow or a pulse, "
      "not a stage named AlN) and stages before the first layer of all are left out"},
+    {"missing-metal",
+     "a stage named after an alloy or a well grows without its metal: no TMIn in `InGaN well` or `QW`, no TMAl in "
+     "`AlGaN` or `EBL`. Not in ramps, nor in stages named after a neighbour, such as `cap on AlGaN`"},
     {"swapped-stages",
      "two stages may have each other's values: one named after an alloy or a well grows without the "
      "metal, and one named otherwise with it; or a layer with indium is hotter than the layers on "
