@@ -547,9 +547,12 @@ class Runs(Plausibility):
         run = self.run_tool("run", "recipe.xml")
         self.assertEqual(run.returncode, 0)
         lines = run.stderr.splitlines()
-        self.assertRegex(lines[0], r"^vorlen: warning: recipe\.xml: line \d+: a second element .*:tau is not read$")
-        self.assertRegex(lines[1], r"^vorlen: warning: recipe\.xml: line \d+: element .*:stage_2 is not read$")
-        self.assertRegex(lines[2], r"^vorlen: warning: recipe\.xml: line \d+: rho_D is 3e12 cm\S+ in pre_stage_1, ")
+        self.assertRegex(lines[0], r'^vorlen: warning: recipe\.xml: line \d+: a second element .*:tau is not read '
+                                   r'\(stage_1_3 "InGaN well"\)$')
+        self.assertRegex(lines[1], r'^vorlen: warning: recipe\.xml: line \d+: element .*:stage_2 is not read '
+                                   r'\(stage_2 "last GaN barrier"\)$')
+        self.assertRegex(lines[2], r'^vorlen: warning: recipe\.xml: line \d+: rho_D is 3e12 cm\S+ in pre_stage_1 '
+                                   r'"GaN template", ')
         self.assertEqual(lines[3:], ['vorlen: recipe.xml: 4 warnings; "vorlen check recipe.xml" shows all'])
         self.assertEqual(self.run_tool("run", "recipe.xml", "--force").stdout.count("warning"), 0)
 
@@ -571,7 +574,8 @@ class Runs(Plausibility):
         self.write("c.xml", scaled(changed_example("ingan_gan_mqw"), "P", 0.01))
         run = self.run_tool("run", "a.xml", "b.xml", "c.xml")
         lines = run.stderr.splitlines()
-        self.assertRegex(lines[0], r"^vorlen: warning: b\.xml: 4 warnings, first line \d+: a second element .* is not read$")
+        self.assertRegex(lines[0], r"^vorlen: warning: b\.xml: 4 warnings, first line \d+: a second element .* is not read "
+                                   r'\(stage_1_3 "InGaN well"\)$')
         self.assertEqual(lines[1:3], ["vorlen: warning: c.xml: 1 warning",
                                       'vorlen: 2 of 3 recipes with warnings; "vorlen check RECIPE..." shows them'])
 
@@ -594,7 +598,19 @@ class Runs(Plausibility):
 
     def test_a_recipe_that_is_rejected_has_its_error_only(self):
         self.write("recipe.xml", self.odd_recipe().replace('val="InGaN"/>', 'val="GaAs"/>', 1))
-        self.assertEqual(self.run_tool("run", "recipe.xml").stderr, 'vorlen: Material "GaAs" is not recognized\n')
+        self.assertEqual(self.run_tool("run", "recipe.xml").stderr.splitlines(), [
+            'vorlen: Material "GaAs" is not recognized',
+            'vorlen: "vorlen check recipe.xml" explains it and shows all problems'])
+        run = self.run_tool("run", "--keep-going", "recipe.xml", example("algan_tension"))
+        self.assertIn('vorlen: recipe.xml: Material "GaAs" is not recognized\n'
+                      'vorlen: "vorlen check recipe.xml" explains it and shows all problems\n', run.stderr)
+
+    def test_other_failures_do_not_refer_to_the_check(self):
+        self.assertNotIn("vorlen check", self.run_tool("run", "missing.xml").stderr)
+        with open(self.path("recipe.xml"), "w", encoding="utf-8") as file:
+            file.write(changed_example("ingan_gan_mqw").replace('val="InGaN"/>', 'val="GaAs"/>', 1))
+        self.write("recipe.status.json", "{}")  # the run is not started
+        self.assertNotIn("vorlen check", self.run_tool("run", "recipe.xml").stderr)
 
     def test_the_check_takes_no_time(self):
         text = changed_example("algan_gan_hemt")

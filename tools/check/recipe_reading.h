@@ -98,6 +98,11 @@ void warn_of_sequence(const Reading& reading, const std::set<const ReadStage*>& 
 Problem problem_at(Severity severity, const char* kind, const TiXmlElement& element, const char* attribute,
                    const StagePlace& place, std::string text, std::string hint);
 
+// The names of the stages in a list start with this: "stage_", or "stage_2_" in the periodic stage_2.
+std::string list_prefix(const Row& row, const TiXmlElement& list);
+// The number of stages that a list gives, as it is written there: "n_stages is 3". Empty if there is none.
+std::string stage_count_words(Section section, const TiXmlElement& list);
+
 // "temperature of the surface: at least 1e-4 K"
 std::string value_hint(const Row& row);
 
