@@ -152,12 +152,6 @@ def put_in_place(part: Path, place: Path) -> None:
     os.replace(part, place)
 
 
-def remove_litter(folder: Path) -> None:
-    """Removes the temporaries that killed processes have left in a folder to which nobody writes now."""
-    for part in folder.glob(".*.part"):
-        part.unlink(missing_ok=True)
-
-
 @contextlib.contextmanager
 def locked_part(place: Path) -> Iterator[Path]:
     """The temporary .NAME.part of a run that writes to place, empty and locked against other runs with this output.
