@@ -130,7 +130,7 @@ class Table(DiffCase):
         lines = self.lines(a, [*b[:2], a[2], *b[3:]])
         self.assertEqual(lines, ["3 layers are the same.", "2 layers thinner than 0.1 nm differ.",
                                  "The only change is in layers thinner than 0.1 nm."])
-        # 0.09 to 0.11 nm is no sliver.
+        # A layer that grows from 0.09 to 0.11 nm is compared.
         self.assertIn("  1  a  ", self.lines([layer("a", thickness=0.09)], [layer("a", thickness=0.11)])[1])
 
     def test_duration_and_rate_that_compensate_each_other(self):
