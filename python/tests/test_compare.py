@@ -8,7 +8,9 @@ from __future__ import annotations
 import csv
 import html.parser
 import io
+import itertools
 import os
+import re
 from pathlib import Path
 
 import pytest
@@ -272,13 +274,28 @@ def test_the_charts_in_a_browser(browser: Browser, results: Path, tmp_path: Path
         assert max(third) - min(third) < near, (axis, third)
         assert len(rises(drawn[2])) == 5 and len(rises(drawn[0])) == 3
         assert None in drawn[0]["x"] and None not in drawn[2]["x"]  # two of the periods are not in the first run
+    # Constant temperatures are drawn level: no line rises by a fraction of a pixel on a long way.
+    paths = browser.run(
+        "const chart = document.querySelector('.chart.time');"
+        "const axis = chart._fullData.find((c) => Math.max(...c.y) > 900).yaxis.replace('y', '');"
+        "return [...chart.querySelectorAll(`.xy${axis} .js-line`)].map((line) => line.getAttribute('d'))"
+    )
+    assert len(paths) == 2 + 2 + 1  # two runs are interrupted
+    for path in paths:
+        points = [[float(number) for number in point.split(",")] for point in re.findall(r"[\d.-]+,[\d.-]+", path)]
+        assert len(points) > 10
+        assert not any(
+            abs(b[0] - a[0]) > 4 and 0.02 < abs(b[1] - a[1]) < 0.2 * abs(b[0] - a[0]) for a, b in itertools.pairwise(points)
+        )
     place = browser.run(
         "const r = document.querySelector('.chart.time .nsewdrag').getBoundingClientRect();"
         "return [r.left + 0.5 * r.width, r.top + 0.5 * r.height]"
     )
     browser.hover(*place)
-    for axis in ("time", "height"):
-        browser.wait(f"return document.querySelector('.chart.{axis} .hoverlayer').textContent.includes('72 s')")
+    browser.wait("return document.querySelectorAll('.readout:not([hidden]) tr').length > 0")
+    names = browser.run("return [...document.querySelectorAll('.readout tr')].map((row) => row.cells[1].textContent)")
+    assert {"indium, 72 s", "growth rate, 70 s", "strain, five", "temperature, 72 s"} <= set(names)
+    assert browser.run("return document.querySelectorAll('.readout-place:not([hidden])').length") == 2
     choose(browser, "none")
     third = [rises(curve)[2] for curve in curves(browser, "time")]
     assert third[1] - third[0] == pytest.approx(4.0, abs=0.5)  # two wells of 2 s more

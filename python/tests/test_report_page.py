@@ -271,7 +271,7 @@ def test_units_of_rate_and_temperature_can_be_switched(
     before = curves(browser)
     choose(browser, "#unit-rate", "1")
     choose(browser, "#unit-temperature", "1")
-    browser.wait("return document.getElementById('chart-height')._fullData.some(c => c.hovertemplate.includes('°C'))")
+    browser.wait("return document.getElementById('chart-height').textContent.includes('°C')")
     for axis in ("time", "height"):
         after = curves(browser, axis)
         assert after["growth rate"] == pytest.approx([3.6 * value for value in before["growth rate"]])
@@ -282,7 +282,7 @@ def test_units_of_rate_and_temperature_can_be_switched(
     assert float(cell) == pytest.approx(3.6 * well["mean_rate"], rel=1e-3)
     assert text_of(browser, ".rate-unit") == "µm/h"
     choose(browser, "#unit-rate", "0")
-    browser.wait("return document.getElementById('chart-height')._fullData.some(c => c.hovertemplate.includes('nm/s'))")
+    browser.wait("return document.getElementById('chart-height').textContent.includes('nm/s')")
     assert curves(browser)["growth rate"] == before["growth rate"]
     cell = browser.run("return document.querySelectorAll('.layers tbody tr')[3].querySelector('td[data-rate]').textContent")
     assert float(cell) == pytest.approx(well["mean_rate"], rel=1e-3)
@@ -370,6 +370,41 @@ def test_the_first_interface_that_is_shown_is_in_the_active_region(browser: Brow
     ticks.sort(key=lambda box: box["left"])
     assert len(ticks) >= 2 and all(left["right"] < right["left"] for left, right in itertools.pairwise(ticks))
     assert all(box["height"] < 20 for box in ticks)
+
+
+def ticks(browser: Browser, axis: str) -> list[dict[str, float]]:
+    """Boxes of the numbers below a chart from left to right."""
+    boxes = browser.run(
+        f"return [...document.querySelectorAll('#chart-{axis} .xtick text')].map(e => e.getBoundingClientRect().toJSON())"
+    )
+    return sorted(boxes, key=lambda box: box["left"])
+
+
+@pytest.mark.parametrize("size", SIZES)
+@pytest.mark.parametrize("page", ["wells", "transistor"])
+def test_an_axis_has_three_numbers_at_least_that_are_apart(
+    page: str, size: tuple[int, int, bool], browser: Browser, pages: dict[str, Path]
+) -> None:
+    browser.open(pages[page], *size)
+    for region in ("Active region", "Whole run"):
+        click(browser, region)
+        browser.wait(f"return [...document.querySelectorAll('[aria-pressed=true]')].some(b => b.textContent === '{region}')")
+        for axis in ("time", "height"):
+            boxes = ticks(browser, axis)
+            assert len(boxes) >= 3, (region, axis)
+            assert all(left["right"] < right["left"] for left, right in itertools.pairwise(boxes))
+
+
+@pytest.mark.parametrize("axis", ["time", "height"])
+def test_every_second_layer_is_shaded(axis: str, browser: Browser, pages: dict[str, Path]) -> None:
+    """Stages that can't be seen, such as the ramps over height, are neither shaded nor counted."""
+    browser.open(pages["wells"])
+    click(browser, "Whole run")
+    low, high = browser.run(f"return {LAYOUT.format(axis)}.xaxis.range")
+    bands = browser.run(f"return {LAYOUT.format(axis)}.shapes.map(s => [s.x0, s.x1])")
+    stages = browser.run(f"return JSON.parse(document.getElementById('data').textContent).charts.stages.map(s => s['{axis}'])")
+    seen = [stage for stage in stages if stage[1] - stage[0] > 0.003 * (high - low)]
+    assert bands == seen[1::2] and len(bands) >= 4
 
 
 # ---- heights
@@ -567,7 +602,23 @@ def test_a_phone_is_operated_by_touch(browser: Browser, pages: dict[str, Path]) 
         "return e.getBoundingClientRect().toJSON()"
     )
     browser.tap(box["x"] + box["width"] / 2, box["y"] + box["height"] / 2)
-    browser.wait("return document.querySelector('#chart-time .hoverlayer').textContent.includes('aluminium')")
+    browser.wait("return document.querySelector('.readout:not([hidden])')?.textContent.includes('aluminium') === true")
+    readout = box_of(browser, ".readout")
+    assert readout["left"] >= 0 and readout["right"] <= 390 and readout["top"] >= 0 and readout["bottom"] <= 844
+    browser.wait("return document.querySelector('.readout-place:not([hidden])') !== null")
+    shown = ranges(browser)
+    assert browser.run("return document.querySelector('.readout').hidden") is False
+    # A tap does not zoom. One elsewhere hides the values.
+    stage = browser.run("const b = [...document.querySelectorAll('button')].find(b => b.textContent === '5. AlGaN barrier'); b.click()")
+    assert stage is None
+    browser.wait(f"return {LAYOUT.format('height')}.xaxis.range[0] > 1")
+    zoomed = ranges(browser)
+    assert zoomed != shown
+    browser.tap(box["x"] + box["width"] / 2, box["y"] + box["height"] / 2)
+    browser.wait("return document.querySelector('.readout:not([hidden])') !== null")
+    assert ranges(browser) == zoomed
+    browser.tap(5, 422)
+    browser.wait("return document.querySelector('.readout').hidden")
     assert browser.console() == []
 
 

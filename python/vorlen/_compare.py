@@ -105,7 +105,7 @@ def render(runs: list[Run], names: list[str]) -> str:
         aligned=len(data["charts"]["models"]) > 1,
         data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
         css=_asset("page.css") + _asset("compare.css"),
-        script="\n".join(_asset(name) for name in ("charts.js", "downloads.js", "compare.js")),
+        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "compare.js")),
         plotly=chart_library(),
     )
 

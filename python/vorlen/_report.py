@@ -1,8 +1,8 @@
 """A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
 The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
-page.css and report.css; charts.js draws the charts, downloads.js saves tables and charts, report.js has the controls.
-_report_charts.py makes the data of the charts, _report_stack.py the pictures of the layers, _report_tables.py the
+page.css and report.css; charts.js draws the charts, readout.js shows their values, downloads.js saves tables and charts,
+report.js has the controls. _report_charts.py makes the data of the charts, _report_stack.py the pictures of the layers, _report_tables.py the
 tables.
 """
 
@@ -122,7 +122,7 @@ def render(run: Run | SimulationError) -> str:
         has_charts=has_rows,
         data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
         css=_asset("page.css") + _asset("report.css"),
-        script="\n".join(_asset(name) for name in ("charts.js", "downloads.js", "report.js")),
+        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "report.js")),
         plotly=chart_library() if has_rows else "",
         **content,
     )
