@@ -206,6 +206,8 @@ def test_each_interface_can_be_selected_and_shows_its_width(browser: Browser, pa
         )
         width = table.loc[number, "width"]
         caption = browser.run("return document.getElementById('interface-caption').textContent")
+        names = f"{number}. {table.loc[number, 'below']} / {table.loc[number, 'above']}"
+        assert caption.startswith(f"{names}, period {(number + 1) // 2}: ")  # three wells with two interfaces each
         assert f"10–90 % width {width:.3g} nm" in caption
         low, high = browser.run("return document.getElementById('chart-interface')._fullLayout.xaxis.range")
         height = table.loc[number, "z"] - 2000.0

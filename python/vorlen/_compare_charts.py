@@ -12,7 +12,7 @@ from ._drawn import decades_of
 from ._plot import PANELS
 from ._plot_aligned import ALIGNMENTS, Match, Place, PlacedRun, place_runs
 from ._plot_runs import SOLID, Curve, curves_of, have_common_layers
-from ._report_charts import MAX_ROWS, NAMES
+from ._report_charts import MAX_ROWS, NAMES, inner_part
 from ._run import Run
 from ._structure import structure_of
 from ._types import Array, Rows
@@ -212,5 +212,5 @@ def _active_region(
         low, high = np.interp([region.begin, region.end], times[finite], x[finite])
         if not high - low > 1e-6:
             return []
-        ranges[axis] = [float(low), float(high)]
+        ranges[axis] = inner_part([float(low), float(high)], whole[axis])
     return [] if all(ranges[axis] == whole[axis] for axis in AXES) else [{"label": "Active region", **ranges}]

@@ -92,7 +92,8 @@ def render(run: Run | SimulationError) -> str:
     layers = layer_table(run._layers, float(run.end["time"]) if has_rows else math.inf) if run.content else None
     structure = structure_of(layers[layers["reached"]]) if layers is not None else None
     data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
-    content: dict[str, Any] = {"layers": [], "interfaces": [], "stack": "", "summary": "", "quantities": ""}
+    content: dict[str, Any] = {"layers": [], "interfaces": [], "has_periods": False, "stack": "", "summary": ""}
+    content["quantities"] = ""
     if layers is not None and structure is not None:
         content["layers"] = records(layers, layer_groups(layers), "Layers")
         content["stack"] = layer_stack(layers[layers["reached"]], structure)
@@ -102,6 +103,7 @@ def render(run: Run | SimulationError) -> str:
         interfaces = interface_table(drawn.interfaces, drawn.reference_height)
         groups = interface_groups(interfaces)
         content["interfaces"] = records(interfaces, groups, "Interfaces")
+        content["has_periods"] = bool(interfaces["period"].notna().any())
         data["tables"]["interfaces"] = {"name": f"{data['stem']}-interfaces.csv", "text": csv_text(interfaces)}
         data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
         content["summary"] = _chart_summary(drawn.rows("active"))

@@ -8,6 +8,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
+from ._interfaces import period_numbers
 from ._repeats import Group, repeats
 from ._structure import groups_of, heights
 
@@ -29,8 +30,9 @@ def layer_table(layers: pd.DataFrame, last: float) -> pd.DataFrame:
 
 
 def interface_table(interfaces: pd.DataFrame, reference_height: float) -> pd.DataFrame:
-    """Run.interfaces with heights above the pre-stages."""
+    """Run.interfaces with heights above the pre-stages, and with numbers of the interfaces between equal layers."""
     table = interfaces.copy()
+    table["period"] = pd.Series(period_numbers(interfaces), table.index, dtype=object)
     table[list(HEIGHTS)] -= reference_height
     table.attrs = {"units": dict(interfaces.attrs.get("units", {}))}
     return table
