@@ -173,6 +173,17 @@ def test_recipes_and_warnings_are_on_the_page() -> None:
     assert "The recipe of x is unknown." in render([vorlen.run(V_DEFECTS), unknown], ["good", "x"])
 
 
+def test_a_quantity_that_is_zero_has_no_column() -> None:
+    text = render([A, B], ["a", "b"])
+    assert Page(text).tables["layers"][0] == ["No.", "Layer", "Thickness, nm", "In"]
+    assert not re.search(r'class="[^"]*idle', text.split("<table", 1)[1])
+    # Indium is in a layer that agrees; of the layers that differ none has any.
+    one, other = (stack(("well", 10, 5, 0.2), ("cap", 10, thickness, 0.0)) for thickness in (5, 6))
+    text = render([one, other], ["one", "other"])
+    heads = re.findall(r'<th scope="colgroup"[^>]*class="([^"]*)">([^<]*)<', text)
+    assert ("of-first", "Thickness, nm") in heads and ("of-first idle", "In") in heads
+
+
 def test_names_are_escaped() -> None:
     run = stack(("<b>&", 10, 20, 0.1))
     text = render([run, stack(("<b>&", 10, 21, 0.1))], ["</script><i>", "b"])

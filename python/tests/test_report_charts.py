@@ -119,9 +119,9 @@ def test_stages_have_their_ranges_and_wells_are_named_before_ramps() -> None:
 
 
 def test_the_active_region_is_drawn_without_its_ends_unless_the_run_ends_there() -> None:
-    assert inner_part([10, 20], [0, 100]) == pytest.approx([10.03, 19.97])
-    assert inner_part([0, 20], [0, 100]) == pytest.approx([0, 19.94])
-    assert inner_part([10, 100], [0, 100]) == pytest.approx([10.27, 100])
+    assert inner_part([10, 20], [0, 100]) == pytest.approx([10.08, 19.92])
+    assert inner_part([0, 20], [0, 100]) == pytest.approx([0, 19.84])
+    assert inner_part([10, 100], [0, 100]) == pytest.approx([10.72, 100])
     assert inner_part([0, 100], [0, 100]) == [0, 100]
 
 

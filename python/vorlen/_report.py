@@ -22,9 +22,10 @@ from ._report_charts import charts
 from ._report_stack import layer_stack
 from ._report_tables import (
     csv_text,
+    details_text,
     interface_groups,
     interface_table,
-    layer_groups,
+    layer_records,
     layer_table,
     records,
     shown_places,
@@ -93,9 +94,10 @@ def render(run: Run | SimulationError) -> str:
     structure = structure_of(layers[layers["reached"]]) if layers is not None else None
     data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
     content: dict[str, Any] = {"layers": [], "interfaces": [], "has_periods": False, "stack": "", "summary": ""}
-    content["quantities"] = ""
+    content |= {"quantities": "", "details": ""}
     if layers is not None and structure is not None:
-        content["layers"] = records(layers, layer_groups(layers), "Layers")
+        content["layers"] = layer_records(layers)
+        content["details"] = details_text(content["layers"])
         content["stack"] = layer_stack(layers[layers["reached"]], structure)
         data["tables"]["layers"] = {"name": f"{data['stem']}-layers.csv", "text": csv_text(layers)}
     if has_rows:

@@ -22,7 +22,7 @@ from ._types import Array, Rows
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
 WIDE = 20.0  # quotient of the largest and the smallest V/III above which its axis is logarithmic
-INSIDE = 0.003  # share of the active region left out at its ends, where curves step to the values of the next layers
+INSIDE = 0.008  # share of the active region left out at its ends, where curves step to the values of the next layers
 SMALLEST_SPAN = 1e-6  # nm or s; a range that is shorter is widened
 RATE_UNITS = (("nm/s", 1.0, 0.0), ("µm/h", 3.6, 0.0))
 TEMPERATURE_UNITS = (("K", 1.0, 0.0), ("°C", 1.0, -273.15))

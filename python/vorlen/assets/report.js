@@ -18,6 +18,12 @@
     const node = document.querySelector(".stack-" + key);
     if (node) pictures["layers-" + key] = { name: `${stem}-layers-${key}.svg`, svg: () => Charts.picture(node) };
   }
+  const all = byId("all-layers"), list = document.querySelector("table.layers");
+  if (all) {
+    const filter = () => list.classList.toggle("few", !all.checked);
+    all.addEventListener("change", filter);
+    filter();
+  }
   Downloads.connect(tables, pictures);
   Promise.all(waiting).then(() => {
     // Each chart is one picture with a description; a screen reader skips its parts.
