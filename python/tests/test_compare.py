@@ -8,7 +8,9 @@ from __future__ import annotations
 import csv
 import html.parser
 import io
+import itertools
 import os
+import re
 from pathlib import Path
 
 import pytest
@@ -171,6 +173,17 @@ def test_recipes_and_warnings_are_on_the_page() -> None:
     assert "The recipe of x is unknown." in render([vorlen.run(V_DEFECTS), unknown], ["good", "x"])
 
 
+def test_a_quantity_that_is_zero_has_no_column() -> None:
+    text = render([A, B], ["a", "b"])
+    assert Page(text).tables["layers"][0] == ["No.", "Layer", "Thickness, nm", "In"]
+    assert not re.search(r'class="[^"]*idle', text.split("<table", 1)[1])
+    # Indium is in a layer that agrees; of the layers that differ none has any.
+    one, other = (stack(("well", 10, 5, 0.2), ("cap", 10, thickness, 0.0)) for thickness in (5, 6))
+    text = render([one, other], ["one", "other"])
+    heads = re.findall(r'<th scope="colgroup"[^>]*class="([^"]*)">([^<]*)<', text)
+    assert ("of-first", "Thickness, nm") in heads and ("of-first idle", "In") in heads
+
+
 def test_names_are_escaped() -> None:
     run = stack(("<b>&", 10, 20, 0.1))
     text = render([run, stack(("<b>&", 10, 21, 0.1))], ["</script><i>", "b"])
@@ -282,13 +295,28 @@ def test_the_charts_in_a_browser(browser: Browser, results: Path, tmp_path: Path
         assert max(third) - min(third) < near, (axis, third)
         assert len(rises(drawn[2])) == 5 and len(rises(drawn[0])) == 3
         assert None in drawn[0]["x"] and None not in drawn[2]["x"]  # two of the periods are not in the first run
+    # Constant temperatures are drawn level: no line rises by a fraction of a pixel on a long way.
+    paths = browser.run(
+        "const chart = document.querySelector('.chart.time');"
+        "const axis = chart._fullData.find((c) => Math.max(...c.y) > 900).yaxis.replace('y', '');"
+        "return [...chart.querySelectorAll(`.xy${axis} .js-line`)].map((line) => line.getAttribute('d'))"
+    )
+    assert len(paths) == 2 + 2 + 1  # two runs are interrupted
+    for path in paths:
+        points = [[float(number) for number in point.split(",")] for point in re.findall(r"[\d.-]+,[\d.-]+", path)]
+        assert len(points) > 10
+        assert not any(
+            abs(b[0] - a[0]) > 4 and 0.02 < abs(b[1] - a[1]) < 0.2 * abs(b[0] - a[0]) for a, b in itertools.pairwise(points)
+        )
     place = browser.run(
         "const r = document.querySelector('.chart.time .nsewdrag').getBoundingClientRect();"
         "return [r.left + 0.5 * r.width, r.top + 0.5 * r.height]"
     )
     browser.hover(*place)
-    for axis in ("time", "height"):
-        browser.wait(f"return document.querySelector('.chart.{axis} .hoverlayer').textContent.includes('72 s')")
+    browser.wait("return document.querySelectorAll('.readout:not([hidden]) tr').length > 0")
+    names = browser.run("return [...document.querySelectorAll('.readout tr')].map((row) => row.cells[1].textContent)")
+    assert {"indium, 72 s", "growth rate, 70 s", "strain, five", "temperature, 72 s"} <= set(names)
+    assert browser.run("return document.querySelectorAll('.readout-place:not([hidden])').length") == 2
     choose(browser, "none")
     third = [rises(curve)[2] for curve in curves(browser, "time")]
     assert third[1] - third[0] == pytest.approx(4.0, abs=0.5)  # two wells of 2 s more

@@ -7,6 +7,7 @@ import pytest
 
 import vorlen
 from support import result, row, table_of
+from vorlen._interfaces import period_numbers
 
 
 def run_of(rows: list[str], layers: list[tuple[str, float, float]]) -> vorlen.Run:
@@ -71,6 +72,30 @@ def test_indium_of_a_layer_that_evaporated_completely_is_gone() -> None:
     grown = [(0, 0, 0.0), (10, 10, 0.0), (11, 12, 0.2), (12, 10, 0.0), (13, 9.5, 0.0), (20, 20, 0.0)]
     layers = [("GaN", 10, 10), ("InGaN", 1, 2), ("pause", 2, -2.5), ("cap", 7, 10.5)]
     assert run_of([row(time=t, z=z, x_in=x) for t, z, x in grown], layers).interfaces.empty
+
+
+def test_an_interface_is_not_named_after_a_pause() -> None:
+    # In the pause of 1 s after 10 nm, 0.01 nm grow. In the one after 20 nm half of the indium goes, so it has steps itself.
+    points = [(0, 0, 0.0), (10, 10, 0.0), (11, 10.01, 0.0), (11.1, 10.1, 0.2), (21, 20, 0.2), (22, 20.05, 0.0), (32, 30, 0.0)]
+    layers = [("barrier", 10, 10), ("cooling", 1, 0.01), ("well", 10, 9.99), ("heating", 1, 0.05), ("cap", 10, 9.95)]
+    found = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], layers).interfaces
+    assert list(zip(found["below"], found["above"])) == [
+        ("barrier", "well"), ("well", "heating"), ("heating", "cap")
+    ]
+
+
+def test_thin_layers_with_nothing_thicker_beside_them_have_their_own_names() -> None:
+    points = [(0, 0, 0.0), (1, 0.05, 0.0), (2, 0.06, 0.3), (3, 0.1, 0.3)]
+    run = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], [("a", 1, 0.05), ("b", 2, 0.05)])
+    assert list(zip(run.interfaces["below"], run.interfaces["above"])) == [("a", "b")]
+
+
+def test_interfaces_between_layers_of_the_same_names_are_numbered() -> None:
+    points = [(0, 0, 0), (9, 9, 0), (11, 11, 0.2), (19, 19, 0.2), (21, 21, 0), (29, 29, 0), (31, 31, 0.2), (40, 40, 0.2)]
+    layers = [("b", 10, 10), ("w", 10, 10), ("b", 10, 10), ("w", 10, 10)]
+    found = run_of([row(time=t, z=z, x_in=x) for t, z, x in points], layers).interfaces
+    assert period_numbers(found) == [1, None, 2]
+    assert period_numbers(found.iloc[:0]) == []
 
 
 def test_a_layer_cut_off_in_a_pause_has_the_fraction_of_its_last_row() -> None:

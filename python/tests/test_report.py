@@ -13,6 +13,7 @@ import sys
 import zlib
 from pathlib import Path
 
+import numpy as np
 import pytest
 
 import vorlen
@@ -100,28 +101,83 @@ def value_at(browser: Browser, chart: str, share: float) -> tuple[float, float, 
     )
 
 
-def hover_texts(browser: Browser, chart: str) -> str:
-    return browser.run(f"return document.querySelector('#chart-{chart} .hoverlayer').textContent")
+def readout(browser: Browser) -> tuple[list[str], dict[str, str]]:
+    """The heading of the box beside the mouse, and its values by name."""
+    browser.wait("return document.querySelector('.readout:not([hidden])') !== null")
+    head = browser.run("return [...document.querySelectorAll('.readout-head')].map(e => e.textContent)")
+    rows = browser.run("return [...document.querySelectorAll('.readout tr')].map(r => [...r.cells].slice(1).map(c => c.textContent))")
+    return head, {name: value.replace("\u00a0", " ") for name, value in rows}
+
+
+def assert_inside(browser: Browser, width: float, height: float) -> None:
+    box = browser.run("return document.querySelector('.readout').getBoundingClientRect().toJSON()")
+    assert box["left"] >= 0 and box["top"] >= 0 and box["right"] <= width and box["bottom"] <= height
 
 
 def test_hovering_shows_the_values_there_in_both_charts(browser: Browser, pages: dict[str, Path]) -> None:
     browser.open(pages["v_defects"])
     x, y, time = value_at(browser, "time", 0.5)
     browser.hover(x, y)
-    browser.wait("return document.querySelector('#chart-time .hoverlayer').textContent.includes('indium')")
-    shown = hover_texts(browser, "time")
+    head, shown = readout(browser)
     profile = vorlen.run(V_DEFECTS).profile
-    row = profile.iloc[(profile["time"] - time).abs().argmin()]
-    for name, text in (
-        ("indium", f"{row['x_in']:.4g}"),
-        ("growth rate", f"{row['rate']:.4g} nm/s"),
-        ("temperature", "1030 K"),
-        ("strain (t)", f"{100 * row['eps_xx_t']:.4g} %"),
-    ):
-        assert f"{name} : {text}" in shown, (name, text, shown)
-    browser.wait("return document.querySelector('#chart-height .hoverlayer').textContent.includes('growth rate')")
-    assert f"growth rate : {row['rate']:.3g}"[:-1] in hover_texts(browser, "height")
+    at = {name: np.interp(time, profile["time"], profile[name]) for name in ("z", "x_in", "rate", "eps_xx_t")}
+    assert float(re.fullmatch(r"time ([\d.]+) s, height [\d.]+ nm", head[0])[1]) == pytest.approx(time, rel=1e-3)
+    assert head[1] == "InGaN"
+    assert shown["temperature"] == "1030 K"
+    assert float(shown["indium"]) == pytest.approx(at["x_in"], rel=1e-3)
+    number, unit = shown["growth rate"].split()
+    assert unit == "nm/s" and float(number) == pytest.approx(at["rate"], rel=1e-3)
+    number, unit = shown["strain (t)"].split()
+    assert unit == "%" and float(number.replace("\u2212", "-")) == pytest.approx(100 * at["eps_xx_t"], rel=1e-3)
+    # The same place is marked in both charts.
+    places = browser.run("return [...document.querySelectorAll('.readout-place:not([hidden])')].map(e => e.parentNode.id)")
+    assert places == ["chart-time", "chart-height"]
+    line = browser.run("return document.querySelector('#chart-time .readout-place').getBoundingClientRect().left")
+    assert line == pytest.approx(x, abs=1.5)
+    height = float(re.search(r"height ([\d.]+) nm", head[0])[1])
+    assert height == pytest.approx(at["z"] - 2000, abs=0.05)
+    # Over height, on another panel, it has the values of that chart's place.
+    x, y, depth = value_at(browser, "height", 0.4)
+    browser.hover(x, y)
+    head, shown = readout(browser)
+    assert float(re.search(r"height ([\d.]+) nm", head[0])[1]) == pytest.approx(depth, abs=0.02)
     browser.hover(5, 5)
+    browser.wait("return document.querySelector('.readout:not([hidden]), .readout-place:not([hidden])') === null")
+
+
+@pytest.mark.parametrize("share", [0.02, 0.5, 0.98])
+@pytest.mark.parametrize("chart", ["time", "height"])
+def test_the_values_are_inside_of_the_window(
+    chart: str, share: float, browser: Browser, pages: dict[str, Path]
+) -> None:
+    """Also at the uppermost panel of a chart that is higher than the window."""
+    browser.open(pages["wells"], width=1440, height=900)
+    assert browser.run("return document.getElementById('chart-time').clientHeight") > 900
+    x, y, _ = value_at(browser, chart, share)
+    browser.hover(x, y)
+    _, shown = readout(browser)
+    assert shown["N\u2082"] == "8000 sccm"  # not 8e+3
+    assert_inside(browser, 1440, 900)
+
+
+def test_values_that_are_unknown_or_zero_are_shown_as_such(browser: Browser, tmp_path: Path) -> None:
+    """V/III is shown only where metals flow, and a rest of a fraction beyond all digits is 0."""
+    recipe = vorlen.Recipe.load(MQW)
+    for stage in (2, 4):  # the ramps
+        recipe[f"process_stages/stage_1/stage_1_{stage}/gas_species/Q/TEGa"] = 0
+    browser.open(vorlen.report(vorlen.run(recipe), tmp_path / "pauses.html"))
+    row = "document.getElementById('chart-time')._fullLayout.xaxis"
+    for time, flows in ((3160, False), (3200, True)):  # in the first ramp; in the first well
+        x, y, _ = value_at(browser, "time", 0.5)
+        left = browser.run(f"return {row}._offset + {row}.l2p({time}) + document.getElementById('chart-time').getBoundingClientRect().left")
+        browser.hover(left, y)
+        head, shown = readout(browser)
+        assert head[0].startswith(f"time {time}")
+        assert ("V/III" in shown) is flows
+        assert all(re.fullmatch(r"\u2212?[\d.]+(\u00d710[\u207b\u2070-\u2079\u00b2\u00b3\u00b9]+)?( .+)?", text) for text in shown.values()), shown
+    assert browser.run("return [Readout.text(2.053e-15, 1e-6), Readout.text(1e4), Readout.text(-0.25), Readout.text(4.8e11)]") == [
+        "0", "10000", "\u22120.25", "4.8×10¹¹"
+    ]
 
 
 def test_zooming_in_one_chart_zooms_the_other(browser: Browser, pages: dict[str, Path]) -> None:
@@ -150,6 +206,8 @@ def test_each_interface_can_be_selected_and_shows_its_width(browser: Browser, pa
         )
         width = table.loc[number, "width"]
         caption = browser.run("return document.getElementById('interface-caption').textContent")
+        names = f"{number}. {table.loc[number, 'below']} / {table.loc[number, 'above']}"
+        assert caption.startswith(f"{names}, period {(number + 1) // 2}: ")  # three wells with two interfaces each
         assert f"10–90 % width {width:.3g} nm" in caption
         low, high = browser.run("return document.getElementById('chart-interface')._fullLayout.xaxis.range")
         height = table.loc[number, "z"] - 2000.0

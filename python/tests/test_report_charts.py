@@ -10,7 +10,7 @@ import pytest
 
 import vorlen
 from support import result, row
-from vorlen._report_charts import MAX_ROWS, charts, thin
+from vorlen._report_charts import MAX_ROWS, charts, inner_part, thin
 from vorlen._report_recipe import GASES, METALS
 
 LAYERS = [("a", 10.0, 10.0), ("b", 10.0, 10.0)]
@@ -116,6 +116,13 @@ def test_stages_have_their_ranges_and_wells_are_named_before_ramps() -> None:
     assert [each["height"] for each in figures["stages"]] == [[0, 10], [10, 13], [13, 13], [13, 23]]
     # 10 nm on both sides of a single well
     assert figures["regions"][1] == {"label": "Active region", "time": [0, 25], "height": [0, 23]}
+
+
+def test_the_active_region_is_drawn_without_its_ends_unless_the_run_ends_there() -> None:
+    assert inner_part([10, 20], [0, 100]) == pytest.approx([10.08, 19.92])
+    assert inner_part([0, 20], [0, 100]) == pytest.approx([0, 19.84])
+    assert inner_part([10, 100], [0, 100]) == pytest.approx([10.72, 100])
+    assert inner_part([0, 100], [0, 100]) == [0, 100]
 
 
 # ---- what the recipe states

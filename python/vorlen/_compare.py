@@ -14,7 +14,7 @@ from typing import Any
 from ._compare_charts import RUN_COLOURS, compare_charts
 from ._compare_layers import Pair, compared_layers, pairs_of
 from ._compare_recipes import recipe_differences
-from ._compare_table import grouped_lines, layer_lines, layers_csv, shown_quantities
+from ._compare_table import all_zero, grouped_lines, layer_lines, layers_csv, shown_quantities
 from ._files import check_place, page_bytes, replace_file
 from ._plot_runs import named_runs
 from ._report import ASSETS, chart_library
@@ -79,7 +79,8 @@ def render(runs: list[Run], names: list[str]) -> str:
     itself: list[Pair] = [(place, place) for place in range(len(runs[0]._layers))]
     matches = [itself, *(pairs_of(comparison) for comparison in comparisons)]
     lines = layer_lines(comparisons)
-    quantities = shown_quantities(comparisons)
+    quantities = [one for one in shown_quantities(comparisons) if not all_zero(lines, one[0])]
+    different = [line for line in lines if line.visible]
     data = {
         "charts": compare_charts(runs, names, matches),
         "tables": {"layers": {"name": "layers.csv", "text": layers_csv(lines, names)}},
@@ -97,6 +98,7 @@ def render(runs: list[Run], names: list[str]) -> str:
         sentences=[_sentence(name, comparison) for name, comparison in zip(names[1:], comparisons)],
         warnings=[f"{name}: {warning}" for name, run in zip(names, runs) for warning in _warnings(run)],
         headings=[_typeset(heading) for _, heading in quantities],
+        idle=[bool(different) and all_zero(different, quantity) for quantity, _ in quantities],
         groups=grouped_lines(lines, [quantity for quantity, _ in quantities]),
         some_agree=any(not line.visible for line in lines),
         recipes=recipe_lines,
@@ -105,7 +107,7 @@ def render(runs: list[Run], names: list[str]) -> str:
         aligned=len(data["charts"]["models"]) > 1,
         data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
         css=_asset("page.css") + _asset("compare.css"),
-        script="\n".join(_asset(name) for name in ("charts.js", "downloads.js", "compare.js")),
+        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "compare.js")),
         plotly=chart_library(),
     )
 

@@ -12,7 +12,7 @@ from ._drawn import decades_of
 from ._plot import PANELS
 from ._plot_aligned import ALIGNMENTS, Match, Place, PlacedRun, place_runs
 from ._plot_runs import SOLID, Curve, curves_of, have_common_layers
-from ._report_charts import MAX_ROWS
+from ._report_charts import MAX_ROWS, NAMES, inner_part
 from ._run import Run
 from ._structure import structure_of
 from ._types import Array, Rows
@@ -103,7 +103,9 @@ def _panels(runs: list[Run], names: Sequence[str], placed: list[PlacedRun], rows
             curves = [curve for curve in curves if not curve.quantity.endswith("(z)")]
         title, unit = TITLES[key]
         panel: dict[str, Any] = {"key": key, "title": title, "unit": unit, "curves": [
-            _curve(curve, names[curve.run] + _suffix(curve, curves, relaxes), placed, rows) for curve in curves
+            _curve(curve, names[curve.run] + _suffix(curve, curves, relaxes), placed, rows)
+            | {"label": f"{_quantity(curve, title, relaxes)}, {names[curve.run]}"}
+            for curve in curves
         ]}
         if key == "composition":
             metals = sorted({curve.quantity for curve in curves}, reverse=True)
@@ -138,6 +140,15 @@ def _suffix(curve: Curve, curves: list[Curve], relaxes: bool) -> str:
     if curve.quantity == "Al":
         return ", Al" if any(other.quantity != "Al" for other in curves) else ""
     return f" {curve.quantity[-3:]}" if relaxes and curve.quantity.endswith(("(t)", "(z)")) else ""
+
+
+def _quantity(curve: Curve, title: str, relaxes: bool) -> str:
+    """The quantity of a curve in words: indium, strain (t), dislocations."""
+    if curve.quantity in NAMES:
+        return NAMES[curve.quantity]
+    if curve.quantity.startswith("V-defects"):
+        return "V-defects (t)"
+    return title.split(" \u03b5")[0] + (f" {curve.quantity[-3:]}" if relaxes and curve.quantity.endswith(")") else "")
 
 
 def _curve(curve: Curve, name: str, placed: list[PlacedRun], rows: list[Rows]) -> dict[str, Any]:
@@ -201,5 +212,5 @@ def _active_region(
         low, high = np.interp([region.begin, region.end], times[finite], x[finite])
         if not high - low > 1e-6:
             return []
-        ranges[axis] = [float(low), float(high)]
+        ranges[axis] = inner_part([float(low), float(high)], whole[axis])
     return [] if all(ranges[axis] == whole[axis] for axis in AXES) else [{"label": "Active region", **ranges}]

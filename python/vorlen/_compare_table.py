@@ -89,6 +89,11 @@ def layer_lines(comparisons: list[dict[str, Any]]) -> list[LayerLine]:
     return lines
 
 
+def all_zero(lines: list[LayerLine], quantity: str) -> bool:
+    """Whether a quantity is 0 in all runs and lines."""
+    return all(cell is None or not cell.value for line in lines for cell in line.values[quantity])
+
+
 def grouped_lines(lines: list[LayerLine], quantities: list[str]) -> list[LineGroup]:
     """The lines of the table in the order of their first layers."""
     groups: dict[tuple[Any, ...], tuple[LineGroup, list[int]]] = {}

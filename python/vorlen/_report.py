@@ -1,8 +1,8 @@
 """A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
 The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
-page.css and report.css; charts.js draws the charts, downloads.js saves tables and charts, report.js has the controls.
-_report_charts.py makes the data of the charts, _report_stack.py the pictures of the layers, _report_tables.py the
+page.css and report.css; charts.js draws the charts, readout.js shows their values, downloads.js saves tables and charts,
+report.js has the controls. _report_charts.py makes the data of the charts, _report_stack.py the pictures of the layers, _report_tables.py the
 tables.
 """
 
@@ -22,9 +22,10 @@ from ._report_charts import charts
 from ._report_stack import layer_stack
 from ._report_tables import (
     csv_text,
+    details_text,
     interface_groups,
     interface_table,
-    layer_groups,
+    layer_records,
     layer_table,
     records,
     shown_places,
@@ -92,9 +93,11 @@ def render(run: Run | SimulationError) -> str:
     layers = layer_table(run._layers, float(run.end["time"]) if has_rows else math.inf) if run.content else None
     structure = structure_of(layers[layers["reached"]]) if layers is not None else None
     data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
-    content: dict[str, Any] = {"layers": [], "interfaces": [], "stack": "", "summary": "", "quantities": ""}
+    content: dict[str, Any] = {"layers": [], "interfaces": [], "has_periods": False, "stack": "", "summary": ""}
+    content |= {"quantities": "", "details": ""}
     if layers is not None and structure is not None:
-        content["layers"] = records(layers, layer_groups(layers), "Layers")
+        content["layers"] = layer_records(layers)
+        content["details"] = details_text(content["layers"])
         content["stack"] = layer_stack(layers[layers["reached"]], structure)
         data["tables"]["layers"] = {"name": f"{data['stem']}-layers.csv", "text": csv_text(layers)}
     if has_rows:
@@ -102,6 +105,7 @@ def render(run: Run | SimulationError) -> str:
         interfaces = interface_table(drawn.interfaces, drawn.reference_height)
         groups = interface_groups(interfaces)
         content["interfaces"] = records(interfaces, groups, "Interfaces")
+        content["has_periods"] = bool(interfaces["period"].notna().any())
         data["tables"]["interfaces"] = {"name": f"{data['stem']}-interfaces.csv", "text": csv_text(interfaces)}
         data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
         content["summary"] = _chart_summary(drawn.rows("active"))
@@ -122,7 +126,7 @@ def render(run: Run | SimulationError) -> str:
         has_charts=has_rows,
         data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
         css=_asset("page.css") + _asset("report.css"),
-        script="\n".join(_asset(name) for name in ("charts.js", "downloads.js", "report.js")),
+        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "report.js")),
         plotly=chart_library() if has_rows else "",
         **content,
     )

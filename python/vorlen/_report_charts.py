@@ -13,6 +13,7 @@ import numpy as np
 import pandas as pd
 
 from ._drawn import METALS, SEEN, DrawnTables, decades_of, densities_of
+from ._interfaces import period_numbers
 from ._report_recipe import GASES, RecipeCurves, recipe_curves
 from ._report_recipe import METALS as PRECURSORS
 from ._row_finder import RowFinder
@@ -21,6 +22,7 @@ from ._types import Array, Rows
 
 MAX_ROWS = 4000  # per curve; more make a page slow and large
 WIDE = 20.0  # quotient of the largest and the smallest V/III above which its axis is logarithmic
+INSIDE = 0.008  # share of the active region left out at its ends, where curves step to the values of the next layers
 SMALLEST_SPAN = 1e-6  # nm or s; a range that is shorter is widened
 RATE_UNITS = (("nm/s", 1.0, 0.0), ("µm/h", 3.6, 0.0))
 TEMPERATURE_UNITS = (("K", 1.0, 0.0), ("°C", 1.0, -273.15))
@@ -191,7 +193,15 @@ def _active_region(found: Structure, whole: dict[str, Any]) -> list[dict[str, An
         return []
     time = _widened(region.begin, min(region.end, whole["time"][1]))
     height = _widened(max(region.low, whole["height"][0]), region.high)
+    time, height = inner_part(time, whole["time"]), inner_part(height, whole["height"])
     return [{"label": "Active region", "time": _values(time), "height": _values(height)}]
+
+
+def inner_part(region: list[float], whole: list[float]) -> list[float]:
+    """A range without its ends, so that no line is drawn at the edge of a chart; with those of the whole run."""
+    edge = INSIDE * (region[1] - region[0])
+    low = region[0] + edge if region[0] > whole[0] + edge else region[0]
+    return [low, region[1] - edge if region[1] < whole[1] - edge else region[1]]
 
 
 def _first_interface(tables: DrawnTables, found: Structure, chosen: pd.DataFrame) -> int:
@@ -208,7 +218,9 @@ def _interface_chart(tables: DrawnTables, chosen: pd.DataFrame) -> dict[str, Any
     rows = tables.profile
     offset = tables.reference_height
     places: list[dict[str, Any]] = []
+    numbers = dict(zip(tables.interfaces.index, period_numbers(tables.interfaces)))
     for interface in chosen.itertuples():
+        period = numbers[interface.Index]
         width = interface.width if np.isfinite(interface.width) else 1.0
         reach = max(3.0 * width, 0.05)
         middle = interface.z - offset
@@ -217,7 +229,8 @@ def _interface_chart(tables: DrawnTables, chosen: pd.DataFrame) -> dict[str, Any
                 "range": [middle - reach, middle + reach + width],
                 "y": sorted((interface.x_below, interface.x_above)),
                 "marks": _values([interface.z10 - offset, interface.z90 - offset]),
-                "label": f"{interface.Index}. {interface.below} / {interface.above}",
+                "label": f"{interface.Index}. {interface.below} / {interface.above}"
+                + (f", period {period}" if period else ""),
                 "width": None if np.isnan(interface.width) else f"{interface.width:.3g}",
             }
         )

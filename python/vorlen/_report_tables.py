@@ -8,10 +8,13 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
+from ._interfaces import period_numbers
 from ._repeats import Group, repeats
 from ._structure import groups_of, heights
 
 SHOWN_MAX = 200  # rows of a table; of more, repeated groups are shown once
+FEW = 12  # layers; of more, later periods and thin layers are shown on request
+THIN = 0.1  # nm
 HEIGHTS = {"z": "height", "z10": "height_10", "z90": "height_90"}  # of interfaces: columns and their names in CSV
 
 
@@ -29,20 +32,38 @@ def layer_table(layers: pd.DataFrame, last: float) -> pd.DataFrame:
 
 
 def interface_table(interfaces: pd.DataFrame, reference_height: float) -> pd.DataFrame:
-    """Run.interfaces with heights above the pre-stages."""
+    """Run.interfaces with heights above the pre-stages, and with numbers of the interfaces between equal layers."""
     table = interfaces.copy()
+    table["period"] = pd.Series(period_numbers(interfaces), table.index, dtype=object)
     table[list(HEIGHTS)] -= reference_height
     table.attrs = {"units": dict(interfaces.attrs.get("units", {}))}
     return table
 
 
-def layer_groups(layers: pd.DataFrame) -> list[Group]:
-    """The groups in which the layers are shown: single layers, or repeated groups if there are many layers."""
-    return groups_of(layers) if len(layers) > SHOWN_MAX else _single(len(layers))
+def layer_records(layers: pd.DataFrame) -> list[dict[str, Any]]:
+    """The layers to show as dictionaries, and before each repeated group a row with a note.
+
+    Of more than FEW layers, those with detail True are shown on request: later periods, and pauses thinner than 0.1 nm.
+    """
+    if len(layers) <= FEW:
+        return records(layers, _single(len(layers)), "Layers")
+    found = records(layers, groups_of(layers), "Layers", all_periods=len(layers) <= SHOWN_MAX)
+    for row in found:
+        if "note" not in row:
+            row["detail"] = row["later"] or (abs(row["thickness"]) < THIN and row["reached"])
+    return found
+
+
+def details_text(rows: list[dict[str, Any]]) -> str:
+    """What is shown on request; empty if nothing is."""
+    details = [row for row in rows if row["detail"]]
+    periods, pauses = any(row["later"] for row in details), any(not row["later"] for row in details)
+    parts = ["all periods"] * periods + [f"pauses thinner than {THIN:g} nm"] * pauses
+    return f"Show {' and '.join(parts)}" if parts else ""
 
 
 def interface_groups(interfaces: pd.DataFrame) -> list[Group]:
-    """The same for interfaces: those with equal layers, steps and widths."""
+    """The groups in which interfaces are shown: single ones, or those with equal layers, steps and widths if there are many."""
     if len(interfaces) <= SHOWN_MAX:
         return _single(len(interfaces))
     names = (interfaces["below"].astype(str) + "\n" + interfaces["above"].astype(str) + "\n" + interfaces["metal"])
@@ -60,18 +81,23 @@ def shown_places(groups: Sequence[Group]) -> list[int]:
     return [place for group in groups for place in range(group.first, group.first + group.size)]
 
 
-def records(table: pd.DataFrame, groups: Sequence[Group], what: str) -> list[dict[str, Any]]:
-    """The rows to show as dictionaries, and before each repeated group a row with a note."""
-    rows = table.reset_index()
+def records(
+    table: pd.DataFrame, groups: Sequence[Group], what: str, *, all_periods: bool = False
+) -> list[dict[str, Any]]:
+    """The rows to show as dictionaries, and before each repeated group a row with a note.
+
+    all_periods: also those that are not the first one, with later True; the note is for a table without them
+    """
+    rows = table.reset_index().to_dict("records")
     found: list[dict[str, Any]] = []
     for group in groups:
+        past = group.first + group.size * group.periods
         if group.periods > 1:
-            last = group.first + group.size * group.periods
-            first_number, last_number = table.index[group.first], table.index[last - 1]
-            numbers = f"{what} {first_number} to {last_number}"
+            numbers = f"{what} {table.index[group.first]} to {table.index[past - 1]}"
             note = f"{numbers}: {group.periods} periods of {group.size}, of which the first is shown"
-            found.append({"note": note})
-        found += rows.iloc[group.first : group.first + group.size].to_dict("records")
+            found.append({"note": note, "detail": False, "brief": all_periods})
+        for place in range(group.first, past if all_periods else group.first + group.size):
+            found.append(rows[place] | {"later": place >= group.first + group.size, "detail": False})
     return found
 
 

@@ -1,7 +1,8 @@
-"""What grew, in one sentence: "5 wells of 3.00 nm In 0.150 in 12.0 nm GaN, on 2.01 µm GaN"."""
+"""What grew, in one sentence: "5 wells of 3.00 nm In 0.150 in 12.0 nm GaN, on 1.51 µm GaN on a 2.00 µm GaN template"."""
 
 from __future__ import annotations
 
+import re
 from collections.abc import Sequence
 
 import numpy as np
@@ -24,6 +25,7 @@ from ._structure import (
 
 ITEMS_MAX = 4  # layers named below the main part of a structure
 BARRIER_THIN = 10.0  # nm
+TEMPLATE_MIN = 200.0  # nm; a thinner given layer, such as a nucleation layer, is not called a template
 RELAXED = 0.02  # degree of relaxation that is mentioned
 PHYSICAL = (-0.001, 1.001)  # limits of a fraction
 
@@ -112,8 +114,7 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         below = [slab for slab in slabs if slab.top <= low.bottom + 1e-9]
         above = [slab for slab in slabs if slab.bottom >= high.top - 1e-9]
         # A barrier next to the wells is not named again, but a thick layer is.
-        on_base = len(below) > 1 and below[-2].kind == "pre" and alike(below[-1], below[-2])
-        if len(below) > 1 and not on_base and _is_barrier(below[-1], found):
+        if len(below) > 1 and _is_barrier(below[-1], found):
             below = below[:-1]
         if above and _is_barrier(above[0], found):
             above = above[1:]
@@ -127,10 +128,10 @@ def _structure(layers: pd.DataFrame, found: Structure) -> str:
         place = main_position(slabs)
         head, below, above = _described(slabs[place]), slabs[:place], slabs[place + 1 :]
     text = head
-    items = _items(_base_joined(below), downwards=True)
+    items = _below(below)
     if items:
         text += (", on " if found.wells or found.periods else " on ") + " on ".join(items)
-    items = _items(above, downwards=False)
+    items = _items(above)
     return text + (f", under {' and '.join(items)}" if items else "")
 
 
@@ -181,14 +182,18 @@ def _periods(layers: pd.DataFrame, found: Structure) -> str:
     return f"{group.periods} {name} of {', '.join(parts[:-1])} and {parts[-1]}"
 
 
-def _base_joined(slabs: list[Slab]) -> list[Slab]:
-    """Slabs down to the top of the pre-stages, where a simulated slab continues one of the same composition."""
-    prior = [slab for slab in slabs if slab.kind == "pre"][-1:]
-    active = [slab for slab in slabs if slab.kind == "active"]
-    if prior and active and alike(prior[0], active[0]) and _repeats(active)[0].periods == 1:
-        total = prior[0].thickness + active[0].thickness
-        return [active[0]._replace(thickness=total), *active[1:]]
-    return prior + active
+def _template(slab: Slab) -> str:
+    """What was given and not simulated: a 2.00 µm GaN template, a given 25.0 nm GaN layer."""
+    text = _described(slab)
+    if slab.thickness < TEMPLATE_MIN:
+        return f"a given {text} layer"
+    return f"{'an' if re.match('8|1[18][.]', text) else 'a'} {text} template"
+
+
+def _below(slabs: list[Slab]) -> list[str]:
+    """What is below the main part, from the top down: simulated slabs, and the uppermost given one, which ends the list."""
+    base = [_template(slab) for slab in slabs if slab.kind == "pre"][-1:]
+    return _items([slab for slab in slabs if slab.kind == "active"], base)
 
 
 def _repeats(slabs: list[Slab]) -> list[Group]:
@@ -196,19 +201,19 @@ def _repeats(slabs: list[Slab]) -> list[Group]:
     return repeats(np.zeros(len(slabs), int), np.array([slab.thickness for slab in slabs]), fractions)
 
 
-def _items(slabs: list[Slab], downwards: bool) -> list[str]:
-    """Slabs in words, repeated ones once, at most four items."""
+def _items(slabs: list[Slab], base: list[str] | None = None) -> list[str]:
+    """Slabs in words, repeated ones once, at most four items: from the bottom up, or down to a base."""
     items: list[tuple[str, int]] = []
     for group in _repeats(slabs):
         block = [_described(slab) for slab in slabs[group.first : group.first + group.size]]
         shown = f"{group.periods} × ({' / '.join(block[:ITEMS_MAX])}{' / …' if len(block) > ITEMS_MAX else ''})"
         items.append((block[0] if group.periods == 1 else shown, group.size * group.periods))
-    if downwards:
-        items.reverse()
+    if base is not None:
+        items = [*items[::-1], *((text, 1) for text in base)]
     if len(items) <= ITEMS_MAX:
         return [text for text, _ in items]
     # The layer at the bottom, on which all grew, is always named.
-    last = items[-1:] if downwards else []
+    last = items[-1:] if base is not None else []
     named = ITEMS_MAX - 1 - len(last)
     left = sum(count for _, count in items[named : len(items) - len(last)])
     return [*(text for text, _ in items[:named]), f"{left} more layers", *(text for text, _ in last)]
@@ -235,7 +240,7 @@ def _nothing(layers: pd.DataFrame, slabs: list[Slab]) -> str:
     simulated = layers[layers["kind"] == "active"]
     total = simulated["thickness"][simulated["thickness"] < 0].sum()
     base = [slab for slab in slabs if slab.kind == "pre"][-1:]
-    where = f" on {_described(base[0])}" if base else ""
+    where = f" on {_template(base[0])}" if base else ""
     if simulated["thickness"].isna().any():
         return "what grew is unknown." if not base else f"what grew{where} is unknown."
     lost = f"; {length(-total)} evaporated" if total < -0.0005 else ""

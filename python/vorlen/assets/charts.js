@@ -9,9 +9,11 @@ const Charts = (() => {
   const PANEL = 112, GAP = 10, KEY = 16, TOP = 68, BOTTOM = 48;  // pixels; KEY: a line with names of curves above a panel
   const SLOPE = 28 * Math.PI / 180;  // of the names of stages
   const NAME_DISTANCE = 28, RAMP_DISTANCE = 50, NAME_MIN = 34;  // pixels between names, also of ramps; of the shortest name
+  const SLIVER = 0.003;  // share of the visible range; thinner stages are not shaded
   const SHADED_MAX = 300;  // visible stages; more are not shaded
   const PAPER = { width: 670, height: 880 };  // pixels: A4 without margins, heading and caption
   const SVG_WIDTH = 900;
+  const LEAST = 1e-5;  // of the largest value of a curve; smaller ones are shown as 0
   const drawn = [];  // functions that draw a chart again, after a change of colours or width
   let paper = null;  // PAPER while the page is printed
 
@@ -64,14 +66,26 @@ const Charts = (() => {
       font: { family: FONT, size: narrow ? 12 : 13, color: colour("ink") },
       margin: { l: narrow ? 48 : 56, r: narrow ? 40 : 48, t: TOP, b: BOTTOM },
       paper_bgcolor: "rgba(0,0,0,0)", plot_bgcolor: "rgba(0,0,0,0)",
-      hovermode: "x unified", hoverdistance: -1,  // the nearest row at any distance
-      hoverlabel: { font: { size: 12, color: colour("ink") }, bgcolor: colour("paper"), bordercolor: colour("strong") },
+      hovermode: false,
       separators: ".",  // no thousands separators
       showlegend: false, dragmode: touch ? false : "zoom", shapes: [], annotations: [],
       xaxis: { title: { text: title, standoff: 6 }, showgrid: false, zeroline: false, showline: true, linecolor: colour("axis"),
-        tickcolor: colour("axis"), ticks: "outside", hoverformat: ".7~g", exponentformat: "none",
-        tickangle: 0, nticks: Math.min(8, Math.floor(width / 80)) },
+        tickcolor: colour("axis"), ticks: "outside", exponentformat: "none",
+        tickangle: 0 },
     };
+  }
+
+  // Distance of the numbers of an axis: 1, 2 or 5 times a power of ten; at least three numbers unless these would touch.
+  function tickStep([low, high], pixels) {
+    const span = high - low, largest = Math.max(Math.abs(low), Math.abs(high));
+    const steps = [];
+    for (let power = Math.floor(Math.log10(span)) + 1; steps.length < 12; power--) steps.push(...[5, 2, 1].map((n) => n * 10 ** power));
+    const count = (step) => Math.floor(high / step) - Math.ceil(low / step) + 1;
+    const needed = (step, room) => textWidth(Number((Math.round(largest / step) * step).toPrecision(12)).toString(), 13) + room;
+    const fits = (step, room) => step * pixels / span >= needed(step, room);
+    const chosen = steps.filter((step) => fits(step, 40)).pop() || steps[0];
+    if (count(chosen) >= 3) return chosen;
+    return steps.find((step) => count(step) >= 3 && fits(step, 4)) || chosen;
   }
 
   function yAxis(colour) {
@@ -79,10 +93,10 @@ const Charts = (() => {
       ticks: "outside", exponentformat: "power", minexponent: 5, fixedrange: true, automargin: false, nticks: 5 };
   }
 
-  function line(curve, colour, unit) {
+  function line(curve, colour) {
     return { type: "scatter", mode: "lines", name: curve.name,
-      line: { color: colour(curve.colour), width: curve.width || 2, dash: dashOf(curve) },
-      hovertemplate: "%{y:.4~g}" + (unit ? " " + unit : "") };
+      // Not simplified: lines of constant values would be drawn slightly tilted.
+      line: { color: colour(curve.colour), width: curve.width || 2, dash: dashOf(curve), simplify: false } };
   }
 
   const SAMPLES = { dash: "╌", dot: "┈", solid: "—" };
@@ -164,7 +178,7 @@ const Charts = (() => {
     const isLinked = !AXES.some((axis) => link[axis].includes(null));
     const listeners = [];
     const builders = {}, draws = {};
-    let zooming = false;
+    let zooming = false, isFinger = false;
 
     function rising(values) {
       let highest = -Infinity;
@@ -195,12 +209,14 @@ const Charts = (() => {
         if (range) y.range = panel.log ? range.slice() : range.map(change);
         layout["yaxis" + suffix] = y;
         for (const curve of panel.curves) {
-          data.push(Object.assign(line(curve, colour, unit), { x: model.points[curve.points][axis],
+          data.push(Object.assign(line(curve, colour), { x: model.points[curve.points][axis],
             y: factor === 1 && offset === 0 ? curve.y : curve.y.map(change), xaxis: "x", yaxis: "y" + suffix }));
         }
       });
       layout.xaxis.anchor = "y" + (panels.length > 1 ? panels.length : "");
       layout.xaxis.range = state.range[axis].slice();
+      layout.xaxis.tick0 = 0;
+      layout.xaxis.dtick = tickStep(state.range[axis], width - layout.margin.l - layout.margin.r);
       Object.assign(layout, marks(axis, colour, width, layout, panels));
       return { data, layout };
     }
@@ -250,9 +266,10 @@ const Charts = (() => {
       const inner = width - margin.l - margin.r, pixels = inner / (high - low);
       const visible = model.stages.filter((stage) => stage[axis][1] > low && stage[axis][0] < high);
       const shapes = [], annotations = [];
-      if (visible.length <= SHADED_MAX) {
-        for (const stage of visible) {
-          if (stage.number % 2) continue;
+      // Alternate layers, without slivers such as pauses: these would give two neighbouring layers the same shade.
+      const bands = visible.filter((stage) => stage[axis][1] - stage[axis][0] > SLIVER * (high - low));
+      if (bands.length <= SHADED_MAX) {
+        for (const stage of bands.filter((_, index) => index % 2)) {
           shapes.push({ type: "rect", xref: "x", yref: "paper", x0: stage[axis][0], x1: stage[axis][1], y0: 0, y1: 1,
             fillcolor: colour("shade"), line: { width: 0 }, layer: "below" });
         }
@@ -289,11 +306,13 @@ const Charts = (() => {
         if (given) state.range[axis] = given.slice();
         else if (isLinked) state.range[axis] = ranges[from].map((x) => convert(x, link[from], link[axis]));
       }
+      leave();
       zooming = true;
       const changes = AXES.map((axis) => {
         const node = nodes[axis], layout = node._fullLayout, panels = shown();
         const change = marks(axis, colours(), node.clientWidth, layout, panels);
-        const update = { "xaxis.range": state.range[axis].slice(), shapes: change.shapes, annotations: change.annotations };
+        const update = { "xaxis.range": state.range[axis].slice(),
+          "xaxis.dtick": tickStep(state.range[axis], layout._size.w), shapes: change.shapes, annotations: change.annotations };
         panels.forEach((panel, index) => {
           const range = rangeOf(panel), [, factor, offset] = unitsOf(panel);
           if (range && !panel.log) update[`yaxis${index ? index + 1 : ""}.range`] = range.map((value) => value * factor + offset);
@@ -304,21 +323,97 @@ const Charts = (() => {
       return Promise.all(changes).then(() => { zooming = false; });
     }
 
-    // Shows the values of all panels at the mouse, in both charts. plotly alone shows those of one panel in one chart.
+    // The position of x among rising values, as an index and the share of the way to the next; null if it is outside. Where
+    // values fall because material evaporated, the last position counts.
+    function positionOf(x, values) {
+      for (let i = values.length - 1; i > 0; i--) {
+        const from = values[i - 1], to = values[i];
+        if (from !== null && to !== null && from <= x && x <= to && from < to) return [i - 1, (x - from) / (to - from)];
+      }
+      return null;
+    }
+
+    // Rows of the read-out: the visible curves at x.
+    function valuesAt(axis, x) {
+      const colour = colours(), places = {}, rows = [];
+      for (const panel of shown()) {
+        const [unit, factor, offset] = unitsOf(panel);
+        for (const curve of panel.curves) {
+          if (!(curve.points in places)) places[curve.points] = positionOf(x, model.points[curve.points][axis]);
+          const place = places[curve.points];
+          if (!place) continue;
+          const [from, to] = [curve.y[place[0]], curve.y[place[0] + 1]];
+          if (from === null || to === null) continue;
+          const value = (from + place[1] * (to - from)) * factor + offset, least = panel.log ? 0 : LEAST * largest(curve.y) * factor;
+          rows.push({ name: curve.label || curve.name, value: Readout.text(value, least) + (unit ? "\u00a0" + unit : ""),
+            colour: colour(curve.colour), dash: curve.dashed ? "dashed" : curve.dotted ? "dotted" : "solid" });
+        }
+      }
+      return rows;
+    }
+
+    const sizes = new Map();
+    function largest(y) {
+      if (!sizes.has(y)) sizes.set(y, y.reduce((most, value) => Math.max(most, Math.abs(value)), 0));
+      return sizes.get(y);
+    }
+
+    // A position with the digits that a pixel resolves.
+    function positionText(axis, x) {
+      const [low, high] = state.range[axis];
+      const digits = Math.min(6, Math.max(0, Math.ceil(Math.log10(nodes[axis].clientWidth / (high - low)))));
+      return `${axis} ${Number(x.toFixed(digits))} ${axis === "time" ? "s" : "nm"}`.replace("-", "−");
+    }
+
+    // A vertical line in a chart; null hides it.
+    function drawLine(axis, x) {
+      const node = nodes[axis], { xaxis, _size: size } = node._fullLayout;
+      let line = node.querySelector(".readout-place");
+      if (!line) {
+        line = document.createElement("div");
+        line.className = "readout-place no-print";
+        line.setAttribute("aria-hidden", "true");
+        node.append(line);
+      }
+      const place = x === null ? -1 : xaxis.l2p(x);
+      line.hidden = !(place >= 0 && place <= size.w);
+      Object.assign(line.style, { left: `${size.l + place}px`, top: `${size.t}px`, height: `${size.h}px` });
+    }
+
+    function leave() {
+      Readout.hide();
+      AXES.forEach((axis) => drawLine(axis, null));
+    }
+
+    // Shows the values of all panels at the mouse or finger, and the same place in both charts.
     function hover(axis) {
       const node = nodes[axis];
-      const each = (action) => (isLinked ? AXES : [axis]).forEach(action);
-      const showAt = (event) => {
-        if (!event.target.classList.contains("nsewdrag") || event.buttons) return;
-        event.stopPropagation();
+      const isPanel = (event) => event.target.classList.contains("nsewdrag");
+      function showAt(event) {
         const x = node._fullLayout.xaxis.p2d(event.clientX - event.target.getBoundingClientRect().left);
-        each((which) => Plotly.Fx.hover(nodes[which], { xval: which === axis ? x : convert(x, link[axis], link[which]) },
-          Object.keys(nodes[which]._fullLayout._plots)));
-      };
-      node.addEventListener("mousemove", showAt, true);
-      node.addEventListener("mouseout", (event) => {
-        if (event.target.classList.contains("nsewdrag")) each((which) => Plotly.Fx.unhover(nodes[which]));
-      });
+        const rows = valuesAt(axis, x), at = { [axis]: x };
+        if (!rows.length) return leave();
+        if (isLinked) at[other[axis]] = convert(x, link[axis], link[other[axis]]);
+        const head = [AXES.filter((which) => which in at).map((which) => positionText(which, at[which])).join(", ")];
+        const stages = model.stages.filter((stage) => stage[axis][0] <= x && x <= stage[axis][1]);
+        if (stages.length) head.push(stages[stages.length - 1].name);
+        AXES.forEach((which) => drawLine(which, which in at ? at[which] : null));
+        return Readout.show({ x: event.clientX, y: event.clientY }, head, rows);
+      }
+      const isTouch = (event) => event.pointerType === "touch";
+      node.addEventListener("pointermove", (event) => {
+        if (isTouch(event)) return;
+        if (isPanel(event) && !event.buttons) showAt(event);
+        else leave();
+      }, true);
+      node.addEventListener("pointerleave", (event) => { if (!isTouch(event)) leave(); });
+      node.addEventListener("pointercancel", leave);  // the page is scrolled
+      document.addEventListener("pointerdown", (event) => {
+        if (!node.clientWidth) return;  // another pair of charts is shown
+        isFinger = isTouch(event);
+        if (isTouch(event) && node.contains(event.target) && isPanel(event)) showAt(event);
+        else if (!AXES.some((which) => nodes[which].contains(event.target)) || !isTouch(event)) leave();
+      }, true);
     }
 
     // Dragging in one chart zooms both.
@@ -328,7 +423,8 @@ const Charts = (() => {
         if ("xaxis.range[0]" in event) show({ [axis]: [event["xaxis.range[0]"], event["xaxis.range[1]"]] });
         else if ("xaxis.range" in event) show({ [axis]: event["xaxis.range"] });
       });
-      nodes[axis].on("plotly_doubleclick", () => { show(model.regions[0], model.regions[0].label); });
+      // A tap is two clicks, one of the finger and one of the mouse that browsers imitate.
+      nodes[axis].on("plotly_doubleclick", () => { if (!isFinger) show(model.regions[0], model.regions[0].label); });
     }
 
     const first = model.regions[model.first];

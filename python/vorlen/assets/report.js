@@ -18,6 +18,12 @@
     const node = document.querySelector(".stack-" + key);
     if (node) pictures["layers-" + key] = { name: `${stem}-layers-${key}.svg`, svg: () => Charts.picture(node) };
   }
+  const all = byId("all-layers"), list = document.querySelector("table.layers");
+  if (all) {
+    const filter = () => list.classList.toggle("few", !all.checked);
+    all.addEventListener("change", filter);
+    filter();
+  }
   Downloads.connect(tables, pictures);
   Promise.all(waiting).then(() => {
     // Each chart is one picture with a description; a screen reader skips its parts.
@@ -114,9 +120,10 @@
     const place = () => data.places[Number(choice.value)];
     function build(colour, width) {
       const shown = place(), layout = Charts.baseLayout(model.axes.height, colour, width), step = shown.y[1] - shown.y[0];
-      Object.assign(layout, { height: 340 });
+      Object.assign(layout, { height: 340, hovermode: "x unified", hoverdistance: -1,  // the nearest row at any distance
+        hoverlabel: { font: { size: 12, color: colour("ink") }, bgcolor: colour("paper"), bordercolor: colour("strong") } });
       layout.margin.t = 42;
-      layout.xaxis.range = shown.range.slice();
+      Object.assign(layout.xaxis, { range: shown.range.slice(), nticks: Math.min(8, Math.floor(width / 80)), hoverformat: ".7~g" });
       layout.yaxis = Object.assign(Charts.yAxis(colour), {
         range: [shown.y[0] - 0.12 * step, shown.y[1] + 0.12 * step] });
       const marks = shown.marks.map((x, index) => [x, index ? "90 %" : "10 %", index]).filter(([x]) => x !== null);
@@ -126,8 +133,8 @@
         showarrow: false, font: { size: 11 }, xanchor: index ? "left" : "right", text }));
       layout.annotations.push({ x: 0, xref: "paper", y: 1, yref: "paper", xanchor: "left", yanchor: "bottom", yshift: 18,
         showarrow: false, font: { size: 12 }, text: Charts.keyOf("fraction", "", data.curves, colour, width - 60).join("<br>") });
-      const curves = data.curves.map((curve) => Object.assign(Charts.line(curve, colour, ""),
-        { x: data.height, y: curve.y, mode: "lines+markers", marker: { size: 4, color: colour(curve.colour) } }));
+      const curves = data.curves.map((curve) => Object.assign(Charts.line(curve, colour),
+        { hovertemplate: "%{y:.4~f}", x: data.height, y: curve.y, mode: "lines+markers", marker: { size: 4, color: colour(curve.colour) } }));
       return { data: curves, layout };
     }
     const draw = Charts.chart(byId("chart-interface"), build);
