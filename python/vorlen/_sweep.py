@@ -27,13 +27,14 @@ from ._files import as_path
 from ._plan import Plan, row_files, row_recipe, sha256
 from ._plan_values import given_recipe, make_plan
 from ._recipe import Recipe
-from ._recipe_check import warn_about
+from ._recipe_check import issue
 from ._result_file import ResultFileError
 from ._row import Row, empty_row
 from ._run import Run, SimulationError
 from ._run_rows import run_rows
 from ._source import RecipeLike, RecipeSource
 from ._status import read_status
+from ._sweep_check import sweep_text
 from ._sweep_folder import TABLE_NAME, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, sweep_dataset, with_folder, write_table
 from ._types import PathLike
@@ -280,8 +281,9 @@ def sweep(
     progress : bool, optional
         True: show a progress bar on standard error, if tqdm is installed.
     check : bool, optional
-        True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
-        three. The recipes of the runs are not checked.
+        True: if `vorlen check` has warnings about the recipe, or others about the rows with the smallest and the
+        largest value of each path, issue one RecipeWarning before the runs, with the first three of each. Of many
+        such rows, eight are checked.
 
     Returns
     -------
@@ -326,7 +328,7 @@ def sweep(
     base = given_recipe(recipe, scheme)
     plan = make_plan(base, parameters, mode, timeout)
     if check:
-        warn_about(plan.recipe, base.path)
+        issue(sweep_text(plan, base.path))
     if out is None:
         temporary = TemporaryFolder()
         folder = temporary.path

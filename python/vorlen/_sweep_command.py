@@ -14,9 +14,9 @@ from ._kinds import SCHEMES
 from ._plan import MODES, Plan, PlanError
 from ._plan_file import read_plan
 from ._plan_options import Setting, looks_like_recipe, plan_of_options, split_setting
-from ._recipe_check import check_text
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
+from ._sweep_check import sweep_text
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
 
@@ -139,7 +139,7 @@ def _sweep(options: argparse.Namespace) -> int:
     if options.merge:
         return _merge(plan, folder)
     is_recipe = options.settings or options.table
-    text = check_text(plan.recipe, options.source if is_recipe else f"the recipe of {options.source}")
+    text = sweep_text(plan, options.source if is_recipe else f"the recipe of {options.source}")
     if text:
         print(f"vorlen sweep: {text}", file=sys.stderr)
     if options.timeout is not None:
