@@ -42,6 +42,8 @@ from ._types import PathLike
 if TYPE_CHECKING:
     import xarray
 
+REMEDY = "Pass another folder as out, or resume=False to replace the sweep"
+
 
 class Sweep:
     """The rows of a sweep and their runs; len() is the number of rows.
@@ -132,7 +134,7 @@ class Sweep:
         self, resume: bool, workers: int | None, executor: Executor | None, progress: bool, continuation: str
     ) -> Sweep:
         numbers = range(len(self._rows))
-        with locked_folder(self._plan, self._place, numbers, whole=True, resume=resume):
+        with locked_folder(self._plan, self._place, numbers, whole=True, resume=resume, remedy=REMEDY):
             self._rows, self._table = [empty_row("missing") for _ in numbers], None
             try:
                 run_rows(
@@ -257,8 +259,9 @@ def sweep(
     recipe : str, bytes, path or Recipe
         A path, the XML itself, or a Recipe.
     parameters : mapping of str to list, or pandas.DataFrame
-        The values of each path in the recipe; a pair (start, end) is a ramp. Or a data frame with a column for each
-        path and a row for each run; the columns PATH_begin and PATH_end are a ramp.
+        The values of each path in the recipe: numbers in its units, texts such as "750 degC", or pairs (start, end),
+        which are ramps. Or a data frame with a column for each path and a row for each run; the columns PATH_begin and
+        PATH_end are a ramp.
     mode : str, optional
         "grid": every combination, the last parameter varies fastest; "zip": the n-th values of all together. A data
         frame is always taken row by row.
