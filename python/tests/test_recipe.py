@@ -584,6 +584,22 @@ def test_sub_stages_of_a_periodic_stage_are_added_and_removed() -> None:
     assert recipe.to_bytes() == MQW.read_bytes()
 
 
+def test_every_value_of_the_examples_can_be_set_to_itself(examples: Path) -> None:
+    for path in sorted(examples.glob("*.xml")):
+        recipe = vorlen.Recipe.load(path)
+        for element in recipe:
+            recipe[element] = recipe[element]
+        assert list(recipe) == list(vorlen.Recipe.load(path))
+
+
+def test_the_stress_model_can_be_switched_off_and_not_misspelt() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["stress/model"] = "none"
+    assert recipe["stress/model"] == "none" and b'<model val="none"/>' in recipe.to_bytes()
+    with pytest.raises(ValueError, match="takes one of none, V_dislocation, got 'V_dislocations'"):
+        recipe["stress/model"] = "V_dislocations"
+
+
 def test_single_stages_become_periods() -> None:
     recipe = vorlen.Recipe.load(V_DEFECTS)
     recipe["stress/model"] = "V_dislocation"

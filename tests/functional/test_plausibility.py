@@ -130,6 +130,10 @@ class Units(Plausibility):
         self.expect("algan_gan_hemt", "NH3", 1e-3, "4 slm is 4000 sccm")
         self.expect("ingan_gan_mqw", "N2", 1e-3, "8 slm is 8000 sccm")
         self.expect("algan_gan_hemt", "H2", 1e-3, "10 slm is 10000 sccm")
+        problem = self.one_problem("unit", text.replace('<H2 val="0" end="0"', '<H2 val="6000" end="6000"').replace(
+            '<NH3 val="8" end="8"', '<NH3 val="8000" end="8000"'))  # nitrogen next to hydrogen
+        self.assertIn("N2 is 8 sccm in stage_1_1, of 14008.5 sccm in total; 8 slm is 8000 sccm (also in ", problem["text"])
+        self.assertEqual(self.problems(scaled(changed_example("ingan_gan_mqw"), "N2", 4.45599 / 8000)), [])
         self.expect("ingan_gan_mqw", "NH3", 1e3, "8000000 sccm is 8000 sccm times 1000")
 
     def test_flows_of_metals_in_micromoles_or_litres(self):

@@ -131,18 +131,20 @@ void look_at_ratio(Search& search, const ReadStage& stage) {
   search.add("unusual-value", fmt::format("ratio{}", side), element, stage.place, text, range.reason);
 }
 
-// A carrier gas next to which ammonia is a thousand times more.
+// Flows in slm are given with two decimals at most.
+bool looks_like_slm(double value) { return std::fabs(100.0 * value - std::round(100.0 * value)) < 1e-6; }
+
+// A carrier gas next to which the other gases are a hundred times more.
 void look_at_carriers(Search& search, const ReadStage& stage, double total) {
-  const double N2 = largest(*stage.Q[vorlen::N2_g]);
-  const double H2 = largest(*stage.Q[vorlen::H2_g]);
-  const double carriers = std::max(N2, 0.0) + std::max(H2, 0.0);
-  if (!(carriers > 0.0) || carriers > CARRIER_IN_SLM || carriers > CARRIER_SHARE * total) return;
-  const char* name = N2 >= H2 ? "N2" : "H2";
-  const double flow = std::max(N2, H2);
-  search.add("unit", "carrier", flow_element(stage, name), stage.place,
-             fmt::format("{} is {} sccm{}, of {:.6g} sccm in total; {} slm is {} sccm", name, value_words(flow),
-                         in_stage(stage.place), total, value_words(flow), value_words(1e3 * flow)),
-             "the unit is sccm");
+  for (const Flow& flow : flows()) {
+    if (flow.species != vorlen::N2_g && flow.species != vorlen::H2_g) continue;
+    const double value = largest(*stage.Q[flow.species]);
+    if (!(value > 0.0) || value > CARRIER_IN_SLM || value > CARRIER_SHARE * total || !looks_like_slm(value)) continue;
+    search.add("unit", std::string("carrier ") + flow.name, flow_element(stage, flow.name), stage.place,
+               fmt::format("{} is {} sccm{}, of {:.6g} sccm in total; {} slm is {} sccm", flow.name, value_words(value),
+                           in_stage(stage.place), total, value_words(value), value_words(1e3 * value)),
+               "the unit is sccm");
+  }
 }
 
 // Several flows that are usual each. True if their sum is not; then it is reported.

@@ -60,7 +60,8 @@ WarningReport report_on(const Job& job) {
   report.lost = static_cast<std::size_t>(others - problems.begin());
   for (std::size_t k = 0; k < std::min(problems.size(), MOST_SHOWN); ++k) {
     const std::string place = problems[k].line > 0 ? fmt::format("line {}: ", problems[k].line) : "";
-    const std::string text = place + (use_utf8() ? printable(problems[k].text) : with_ascii_units(problems[k].text));
+    const std::string words = printable(problems[k].text);
+    const std::string text = place + (use_utf8() ? words : with_ascii_units(words));
     text.copy(report.first[k].data(), report.first[k].size() - 1);
   }
   return report;
