@@ -127,7 +127,7 @@ class Document:
 
 
 def _named_stage(document: Document, wanted: str, paths: list[str]) -> str:
-    """A text that says which stage a path with the name of a stage means; empty if there is no such name in it.
+    """Which stage a path with the name of one means, as a text; empty if it has no such name.
 
     paths  of the document
     """
