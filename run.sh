@@ -51,6 +51,8 @@ cat <<TEXT
 The tool is $build/tools/vorlen
 To call it as vorlen in this terminal, type:
   export PATH=${build@Q}/tools:"\$PATH"
+To import vorlen in /usr/bin/python3, which has the packages that it needs, type:
+  export PYTHONPATH=${root@Q}/python
 TEXT
 if [ $failed -ne 0 ]; then
   echo "The recipe has failed, see above; the build has not." >&2

@@ -190,11 +190,21 @@ def test_names_are_escaped() -> None:
     assert "<i>" not in text and "</script>&lt;" not in text and "&lt;b&gt;&amp;" in text
 
 
+def test_a_name_does_not_reverse_the_digits_after_it(tmp_path: Path) -> None:
+    reverse = "\u202e"
+    runs = [stack((f"well{reverse}", 10, thickness, 0.1)) for thickness in (20, 21)]
+    for page in (vorlen.compare(runs, tmp_path / "c.html"), vorlen.report(runs[0], tmp_path / "r.html")):
+        text = page.read_text("utf-8")
+        assert reverse not in text and ">well<" in text
+
+
 def test_runs_without_a_common_layer_are_compared_as_they_are() -> None:
     other = stack(("x", 10, 20, 0.1), ("y", 5, 4, 0.2))
     text = render([A, other], ["a", "b"])
     assert 'id="align"' not in text
-    assert len(Page(text).tables["layers"]) == 2 + 6  # the wells of the first are one line
+    page = Page(text)
+    assert len(page.tables["layers"]) == 2 + 6  # the wells of the first are one line
+    assert page.items[0] == "b: none of its layers corresponds to a layer of the first run."
 
 
 @pytest.fixture(scope="module")

@@ -8,7 +8,7 @@ import pytest
 
 from doc_blocks import ROOT, matches, run_page
 
-PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
+PAGES = ("checking-a-recipe.md", "python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
          "designing.md")  # of docs/
 
 

@@ -20,7 +20,7 @@ import pytest
 
 import vorlen
 from support import V_DEFECTS
-from vorlen._files import BusyError, check_place, is_part_locked, lock_file, locked_part, remove_litter, replace_file
+from vorlen._files import BusyError, check_place, is_part_locked, lock_file, locked_part, replace_file
 
 NOBODY = 65534  # user without rights
 
@@ -301,13 +301,6 @@ def test_a_part_that_was_put_in_place_is_not_removed_with_its_name(tmp_path: Pat
         os.replace(part, tmp_path / "r.txt")
         part.write_bytes(b"of the next run")
     assert (tmp_path / "r.txt").read_bytes() == b"first" and part.read_bytes() == b"of the next run"
-
-
-def test_litter_is_removed_and_nothing_else(tmp_path: Path) -> None:
-    for name in (".r.txt.part", ".r.txt.0123.part", "r.part", ".hidden"):
-        (tmp_path / name).touch()
-    remove_litter(tmp_path)
-    assert names(tmp_path) == [".hidden", "r.part"]
 
 
 def test_locks_of_a_file_exclude_each_other_unless_both_are_shared(tmp_path: Path) -> None:

@@ -45,6 +45,17 @@ def test_a_layer_in_which_nothing_grew_has_no_mean_composition() -> None:
     assert np.isnan(layers["x_in"][1]) and layers["x_in_end"][1] == 0.4 and layers["mean_rate"][1] == 0.0
 
 
+def test_a_stage_that_evaporates_has_a_negative_thickness_and_no_composition_and_its_run_is_complete() -> None:
+    """Its rows are finite and their fractions between 0 and 1: evaporation is not a fault of the run."""
+    rows = [row(time=t, z=z, x_ga=1.0) for t, z in ((0, 0), (10, 500), (20, -300))]
+    run = vorlen.Run(result([("GaN", 10, 500), ("no ammonia", 10, -800)], rows).encode())
+    assert run.layers["thickness"].tolist() == [500, -800] and run.layers["mean_rate"][2] == -80
+    for column in ("x_in", "x_ga", "x_al", "x_in_mid", "x_ga_mid", "x_al_mid"):
+        assert np.isnan(run.layers[column][2]) and not np.isnan(run.layers[column][1])
+    assert run.layers["x_ga_end"][2] == 1.0
+    assert (run.complete, run.unphysical, run.failed) == (True, "", False)
+
+
 def exponential_layer(duration: float = 20.0) -> str:
     """20 nm at 1 nm/s in which indium is incorporated with a delay: x = 0.2 (1 - exp(-z / 4 nm))."""
     heights = np.linspace(0.0, 20.0, 4001)

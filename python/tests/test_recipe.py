@@ -584,6 +584,22 @@ def test_sub_stages_of_a_periodic_stage_are_added_and_removed() -> None:
     assert recipe.to_bytes() == MQW.read_bytes()
 
 
+def test_every_value_of_the_examples_can_be_set_to_itself(examples: Path) -> None:
+    for path in sorted(examples.glob("*.xml")):
+        recipe = vorlen.Recipe.load(path)
+        for element in recipe:
+            recipe[element] = recipe[element]
+        assert list(recipe) == list(vorlen.Recipe.load(path))
+
+
+def test_the_stress_model_can_be_switched_off_and_not_misspelt() -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    recipe["stress/model"] = "none"
+    assert recipe["stress/model"] == "none" and b'<model val="none"/>' in recipe.to_bytes()
+    with pytest.raises(ValueError, match="takes one of none, V_dislocation, got 'V_dislocations'"):
+        recipe["stress/model"] = "V_dislocations"
+
+
 def test_single_stages_become_periods() -> None:
     recipe = vorlen.Recipe.load(V_DEFECTS)
     recipe["stress/model"] = "V_dislocation"
@@ -915,3 +931,29 @@ def test_a_copy_and_its_original_change_independently() -> None:
     copy["material"] = "AlGaN"
     assert recipe.to_bytes() == MQW.read_bytes() and copy["material"] == "AlGaN" and copy.path == MQW
     assert pickle.loads(pickle.dumps(copy)) == copy and pickle.loads(pickle.dumps(copy)).path == MQW
+
+
+def test_a_path_with_the_name_of_a_stage_is_answered_with_the_path_of_the_stage():
+    recipe = vorlen.Recipe.load(MQW)
+    well = "process_stages/stage_1/stage_1_3"
+    recipe.add_stage("process_stages/stage_2", name="cap: thin/cold")
+
+    def text(path: str) -> str:
+        with pytest.raises(KeyError) as error:
+            recipe[path]
+        return error.value.args[0].partition("; ")[2]
+
+    assert text("InGaN well/T") == text("process_stages/ingan WELL/T").replace("WELL", "well") == (
+        f"InGaN well is {well}; the path is {well}/T"
+    )
+    assert text("InGaN well:T:end") == f"InGaN well is {well}; the path is {well}/T/end"
+    assert text("InGaN well/Temp") == text("InGaN well") == f"InGaN well is {well}"
+    last = recipe.stages()[-1]
+    assert text("cap: thin/cold/T") == f"cap: thin/cold is {last}; the path is {last}/T"
+    recipe[f"{last}/name"] = "cooling"
+    assert text("cooling/T") == f"cooling is process_stages/stage_1/stage_1_2 and {last}"
+    for number in range(3):
+        recipe.add_stage("process_stages/stage_2", name="cooling")
+    assert text("cooling/T").endswith(" and 2 more")
+    recipe[f"{well}/name"] = "stage_1"  # the name of an element: the path is not by name
+    assert text("process_stages/stage_1/Temp").startswith("similar paths: ")

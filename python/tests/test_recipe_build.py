@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import inspect
 import json
 import math
 import pickle
@@ -677,3 +678,34 @@ def test_a_new_recipe_is_saved_and_loaded(tmp_path: Path) -> None:
     again = vorlen.Recipe.load(tmp_path / "r.xml")
     assert again == recipe and again.grow("more", 10) == "process_stages/stage_2"
     assert math.isclose(vorlen.run(again).layers["duration"].sum(), again.timeline()["duration"].sum())
+
+
+MISSPELT = [
+    (lambda recipe: recipe.grow("n-GaN", 60, Tmga=1), "grow() has no argument 'Tmga'; did you mean TMGa?"),
+    (lambda recipe: recipe.grow("n-GaN", 60, P=1), "grow() has no argument 'P'; did you mean pressure?"),
+    (lambda recipe: recipe.grow("n-GaN", tau=60), "grow() has no argument 'tau'; did you mean duration?"),
+    (lambda recipe: recipe.grow("n-GaN", 60, temprature=1), "grow() has no argument 'temprature'; did you mean T?"),
+    (lambda recipe: recipe.grow("n-GaN", 60, XIn_average=1), "grow() has no argument 'XIn_average'; did you mean x_in?"),
+    (lambda recipe: recipe.grow("n-GaN"), "grow() missing 1 required positional argument: 'duration'"),
+    (lambda recipe: recipe.new("GaN", p=1), "new() has no argument 'p'; did you mean pressure?"),
+    (lambda recipe: recipe.new("GaN", tolerence=1), "new() has no argument 'tolerence'; did you mean tolerance?"),
+    (lambda recipe: recipe.template("GaN", 1, rho_D=1), "template() has no argument 'rho_D'; did you mean dislocations?"),
+    (lambda recipe: recipe.cap("GaN", 1, tau=1), "cap() has no argument 'tau'; did you mean duration?"),
+    (lambda recipe: recipe.pause(tau=1), "pause() has no argument 'tau'; did you mean duration?"),
+    (lambda recipe: recipe.pause(1, TMGa=0), "pause() has no argument 'TMGa'; it has duration, name, T, pressure, N2, "
+     "NH3, H2, delta, rotation"),
+]  # fmt: skip
+
+
+@pytest.mark.parametrize(("call", "text"), MISSPELT, ids=[text.split(";")[0] for _, text in MISSPELT])
+def test_a_misspelt_argument_is_named_with_the_right_one(call, text):
+    recipe = vorlen.Recipe.new("InGaN", delta=0.008, pressure=40000)
+    with pytest.raises(TypeError) as error:
+        call(recipe)
+    assert str(error.value) == text and recipe.stages() == []
+
+
+def test_the_signatures_of_the_building_methods_are_shown_in_full():
+    parameters = inspect.signature(vorlen.Recipe.grow).parameters
+    assert list(parameters)[:4] == ["self", "name", "duration", "T"] and vorlen.Recipe.grow.__doc__
+    assert "material" in inspect.signature(vorlen.Recipe.new).parameters

@@ -77,7 +77,7 @@ def test_a_text_stays_a_text() -> None:
     ("value", "unit", "text"),
     [
         ("8 s", "m", r"^delta: '8 s' has the unit s, expected m$"),
-        ("8 l/min", "sccm", "has the unit l/min, expected sccm, slm or umol/min"),
+        ("8 l/min", "sccm", "has the unit l/min, expected sccm, slm or umol/min; litres per minute at 0 degC and 1 atm are slm"),
         ("8 K", "fraction", "expected a number without a unit"),
         ("757 C", "K", 'degrees Celsius are "degC"'),
         ("10 delta_degC", "K", "a difference of temperatures is not a temperature"),

@@ -9,14 +9,17 @@ import sys
 import warnings
 from pathlib import Path
 
+import pandas as pd
 import pytest
 
 import vorlen
-from support import EXAMPLES, PLAIN_LAYER, tool, without_integration
+from support import EXAMPLES, MQW, PLAIN_LAYER, tool, without_integration
 from sweeps import LAYER, P, T, small_sweep
 from vorlen import _recipe_check, _tool
 from vorlen.__main__ import main
+from vorlen._plan_values import make_plan
 from vorlen._recipe_check import check_text, warning_text
+from vorlen._sweep_check import MOST_ROWS, extreme_rows, sweep_text
 from vorlen._tool import Finding, check_recipe
 
 CLEAN = [*EXAMPLES, LAYER, PLAIN_LAYER]
@@ -82,6 +85,33 @@ def test_a_run_issues_one_warning_with_the_number_and_the_first_three(tmp_path):
 def test_a_recipe_in_memory_has_no_name():
     (warning,) = recorded(lambda: vorlen.run(odd_text()))
     assert str(warning.message).startswith("recipe: 5 warnings, the first 3 ")
+    assert "  line " not in str(warning.message)
+
+
+def test_the_warning_about_a_recipe_built_in_python_names_the_layer_and_no_line(tmp_path):
+    recipe = vorlen.Recipe.new("InGaN", delta="8 mm", pressure="400 mbar")
+    recipe.template("GaN", 3000, 3e8)
+    recipe.grow("n-GaN", 1, T=750, TMGa="180 umol/min", NH3="8 slm", H2="8 slm")
+    (warning,) = recorded(lambda: vorlen.run(recipe))
+    lines = str(warning.message).splitlines()
+    assert lines[0] == "recipe: 1 warning:"
+    assert lines[1].startswith('  T is 750 K in stage_1 "n-GaN", ')
+    recipe.save(tmp_path / "n.xml")
+    (warning,) = recorded(lambda: vorlen.run(tmp_path / "n.xml"))
+    number = recipe.to_bytes()[: recipe.to_bytes().index(b"<T ")].count(b"\n") + 1
+    assert f'  line {number}: T is 750 K in stage_1 "n-GaN", ' in str(warning.message)
+
+
+def test_the_name_of_a_stage_is_added_where_the_text_names_its_element():
+    def text(words: str, stage: str | None = "stage_1", name: str | None = "n-GaN") -> str:
+        return Finding("warning", "unit", 4, words, None, stage, name).named_sentence(False)
+
+    assert text("T is 1 K in stage_1: 2 K") == 'T is 1 K in stage_1 "n-GaN": 2 K'
+    assert text("from stage_1_2 to stage_1") == 'from stage_1_2 to stage_1 "n-GaN"'
+    assert text("T is 1 K") == 'stage_1 "n-GaN": T is 1 K'
+    assert text('stage_1 "n-GaN" is hot') == 'stage_1 "n-GaN" is hot'
+    assert text("NonstSurfChem:process_stages:stage_1:T is odd") == "NonstSurfChem:process_stages:stage_1:T is odd"
+    assert text("T is 1 K", name=None) == text("T is 1 K", None, None) == "T is 1 K"
 
 
 def test_the_order_is_duplicates_unread_parts_and_then_that_of_the_report():
@@ -172,7 +202,100 @@ def test_a_tool_that_fails_does_not_stop_the_run(tmp_path, monkeypatch, answer, 
     assert str(warning.message) == f"recipes are run without a check: {reason.format(script)}"
 
 
-def test_a_sweep_checks_its_recipe_once_and_not_the_rows(calls):
+def test_values_of_a_sweep_that_are_in_another_unit_are_reported_with_their_rows(calls):
+    """750 degC is 1023.15 K; the recipe itself is clean."""
+    (warning,) = recorded(lambda: small_sweep(LAYER, {T: [760, 750, 755]}))
+    lines = str(warning.message).splitlines()
+    assert lines[0] == "the rows with the smallest and largest values: 2 warnings:" and len(lines) == 3
+    assert lines[1].startswith("  row 0 (T = 760): T is 760 K in stage_1 ")
+    assert lines[2].startswith("  row 1 (T = 750): T is 750 K in stage_1 ")
+    assert warning.filename == str(Path(__file__).with_name("sweeps.py")) and calls() == 1
+    assert recorded(lambda: small_sweep(LAYER, {T: [1020, 1030]})) == []
+
+
+def test_what_the_recipe_has_already_is_not_repeated_for_rows():
+    recipe = vorlen.Recipe.load(LAYER)
+    recipe[T] = 750
+    (warning,) = recorded(lambda: small_sweep(recipe, {P: [40000, 40001], T: [750]}))
+    assert str(warning.message).count("T is 750 K") == 1 and "  row" not in str(warning.message)
+    (warning,) = recorded(lambda: small_sweep(recipe, {T: [750, 760]}))
+    lines = str(warning.message).splitlines()
+    assert lines[0] == f"{LAYER}: 1 warning:"
+    assert lines[2:3] == ["the rows with the smallest and largest values: 1 warning:"]
+    assert lines[3].startswith("  row 1 (T = 760): T is 760 K")
+
+
+def test_rows_that_the_library_rejects_are_left_to_the_run():
+    assert recorded(lambda: small_sweep(LAYER, {T: [-5, 1020]})) == []
+    recipe = vorlen.Recipe.load(LAYER)
+    recipe[T] = -5
+    (warning,) = recorded(lambda: small_sweep(recipe, {T: [1020, 750]}))
+    assert "row 1 (T = 750): T is 750 K" in str(warning.message)
+
+
+def test_the_extreme_rows_are_the_first_with_the_smallest_and_the_largest_value_of_each_path():
+    rows = [{"a": a, "b": b} for a in (2, 1, 3) for b in (5.0, [4, 6])]
+    assert extreme_rows(rows) == {1: ["b"], 2: ["a"], 4: ["a"]}
+    assert extreme_rows([{"name": "x"}, {"name": "y"}]) == extreme_rows([]) == {}
+    assert extreme_rows([{"a": 1}]) == {0: ["a"]}
+    columns = [f"c{number}" for number in range(10)]
+    many = [{name: int(number == place) for number, name in enumerate(columns)} for place in range(10)]
+    assert len(extreme_rows(many)) == MOST_ROWS
+
+
+def test_values_are_named_by_paths_where_last_parts_are_equal_and_ramps_by_both_ends():
+    well, upper = "process_stages/stage_1/stage_1_3/T", "process_stages/stage_2/T"
+    text = sweep_text(make_plan(MQW, {well: [750], upper: [[750, 760]]}), None)
+    assert f"row 0 ({well} = 750, {upper} = 750 to 760): T is 750 K in stage_1_3 " in text
+
+
+def test_check_returns_the_report_as_a_table(tmp_path):
+    path = tmp_path / "odd.xml"
+    path.write_text(odd_text(), "utf-8")
+    table = vorlen.check(path)
+    assert list(table.columns) == ["severity", "kind", "stage", "name", "text", "hint", "line"]
+    assert set(table["severity"]) == {"warning"} and len(table) == 5
+    duplicate = table[table["kind"] == "duplicate"].iloc[0]
+    name = vorlen.Recipe.load(LAYER)["process_stages/stage_1/name"]
+    assert (duplicate["stage"], duplicate["name"]) == ("stage_1", name) and ":T is not read" in duplicate["text"]
+    assert duplicate["line"] == odd_text()[: odd_text().index('<T val="1" end')].count("\n") + 1
+    for same in (str(path), odd_text(), odd_text().encode(), vorlen.Recipe(odd_text())):
+        pd.testing.assert_frame_equal(vorlen.check(same), table)
+
+
+def test_check_of_a_clean_recipe_has_no_rows():
+    table = vorlen.check(LAYER)
+    assert table.empty and list(table.columns)[:2] == ["severity", "kind"]
+
+
+def test_check_returns_errors_and_what_is_not_a_recipe():
+    recipe = vorlen.Recipe.load(LAYER)
+    recipe[T] = -5
+    table = vorlen.check(recipe)
+    assert table["severity"].iloc[0] == "error" and "temperature" in table["text"].iloc[0]
+    (row,) = vorlen.check("<NonstSurfChem>").itertuples()
+    assert (row.severity, row.kind, row.stage) == ("error", "file", "") and "/proc" not in row.text
+    with pytest.raises(FileNotFoundError):
+        vorlen.check("no.xml")
+    with pytest.raises(TypeError, match="recipe must be a path"):
+        vorlen.check(3)
+
+
+def test_check_under_another_scheme():
+    recipe = without_integration(LAYER)
+    recipe["integration/tolerance"] = 1e-5
+    assert "no-effect" in set(vorlen.check(recipe)["kind"]) and vorlen.check(recipe, scheme="staged").empty
+    with pytest.raises(ValueError, match="scheme must be"):
+        vorlen.check(recipe, scheme="fast")
+
+
+def test_check_without_the_tool(monkeypatch):
+    monkeypatch.setenv("VORLEN", "/nowhere/vorlen")
+    with pytest.raises(RuntimeError, match="/nowhere/vorlen could not be run"):
+        vorlen.check(LAYER)
+
+
+def test_a_sweep_checks_everything_in_one_call(calls):
     (warning,) = recorded(lambda: small_sweep(odd_text(), {P: [40000, 40001, 40002]}))
     assert "5 warnings" in str(warning.message) and calls() == 1
     assert recorded(lambda: small_sweep(odd_text(), {P: [40000]}, check=False)) == [] and calls() == 1

@@ -94,6 +94,12 @@ def test_of_a_layer_that_is_partly_in_the_region_both_thicknesses_are_stated() -
     assert re.findall(r'class="stack-size">(.*?)</tspan>', shown) == ["20\u00a0nm", "20 of 70\u00a0nm"]
 
 
+def test_the_thickness_of_a_substrate_has_no_exponent() -> None:
+    shown = pictures(layer_stack(table(("pre", "substrate", 300000, 0, 0), ("active", "a", 1234.56, 0, 0))))["whole"]
+    assert re.findall(r'class="stack-size">(.*?)</tspan>', shown) == ["1235\u00a0nm", "300000\u00a0nm"]
+    assert "Whole structure, 301200 nm" in shown  # four digits, as of all thicknesses
+
+
 def test_a_long_name_is_shortened() -> None:
     shown = pictures(layer_stack(table(("active", "n" * 40, 5, 0, 0), LAST)))["whole"]
     assert names(shown)[0][1] == "n" * 21 + "\u2026"

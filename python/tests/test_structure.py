@@ -368,6 +368,12 @@ def test_slivers_of_layers_beside_the_barriers_are_not_in_the_region() -> None:
     assert (found.low, found.high) == pytest.approx((bottom - 10, top + 10))
 
 
+def test_a_barrier_a_little_thicker_than_the_others_is_in_the_region_as_a_whole() -> None:
+    first = ("active", "barrier", 12.001, 0, 0)
+    region = structure_of(table(TEMPLATE, ("active", "n", 500, 0, 0.3), first, *wells(3)[1:], LAST)).region
+    assert region is not None and region.low == 500
+
+
 def test_a_transistor_s_region_is_its_barrier() -> None:
     layers = table(TEMPLATE, ("active", "channel", 70, 0, 0), ("active", "barrier", 20, 0, 0.25), ("active", "cap", 2, 0, 0))
     assert region(layers) == ("barrier", 50, 92, 2050, 2092)

@@ -55,7 +55,8 @@ def test_a_sweep_that_is_impossible_is_rejected_before_anything_runs(layer, tmp_
         ({T: {"a": 1}}, "expected a list of values"),
         ({T: [True]}, "a value in a recipe must be a number or a text, got"),
         ({T: [1000, "hot"]}, "stage_1/T takes a number without a unit, got 'hot'"),
-        ({T: ["1030 K"]}, "takes a number without a unit, got '1030 K'"),
+        ({T: ["1030 kg"]}, "stage_1/T: '1030 kg' has the unit kg, expected K or degC"),
+        ({NAME + "/T": ["1030 K"]}, "has no "),
         ({T: [10**400]}, "is not finite"),
         ({T: [1000, (1000, float("inf"))]}, "inf is not finite"),
         ({T: [(1000, None)]}, "a value in a recipe must be a number or a text, got"),
@@ -324,3 +325,26 @@ def test_a_recipe_that_is_missing_is_named(tmp_path):
     with pytest.raises(FileNotFoundError, match=str(tmp_path / "r.xml")):
         quiet_sweep(tmp_path / "r.xml", {T: [1000]}, out=tmp_path / "s")
     assert not (tmp_path / "s").exists()
+
+
+def test_values_may_have_units(layer):
+    """0 degC is 273.15 K, 1 mbar is 100 Pa."""
+    assert values_of(layer, {T: ["750 degC", 1030, ("760 degC", 1040)]}, T) == [1023.15, 1030.0, [1033.15, 1040.0]]
+    assert values_of(layer, {P: ["400 mbar"]}, P) == [40000.0]
+    assert values_of(layer, {T + "/end": ["750 degC"]}, T + "/end") == [1023.15]
+    activation = "chemistry/Kd_In/Ta"
+    assert values_of(layer, {activation: ["23000 K"]}, activation) == [23000.0]
+    assert values_of(layer, pd.DataFrame({T: ["750 degC", "1030"]}), T) == [1023.15, 1030]
+
+
+def test_a_faulty_value_is_one_error_without_others_in_its_traceback(layer):
+    for parameters in ({T: ["hot"]}, {T: ["1 kg"]}, {"T": [1]}, {T: [1], "chemistry/Kd_In": [2]}):
+        with pytest.raises(vorlen.PlanError) as error:
+            make_plan(layer, parameters)
+        assert error.value.__cause__ is None and error.value.__suppress_context__
+
+
+def test_the_name_of_a_stage_in_a_path_is_answered_with_its_path(layer, examples):
+    name = vorlen.Recipe.load(layer)[NAME]
+    with pytest.raises(vorlen.PlanError, match=f"has no {name}/T; {name} is process_stages/stage_1; the path is {T}$"):
+        make_plan(layer, {f"{name}/T": [1000]})

@@ -56,6 +56,38 @@ def test_values(layer, text, expected):
     assert values(layer, text) == expected
 
 
+@pytest.mark.parametrize(
+    ("text", "expected"),
+    [
+        ("750 degC", [1023.15]),
+        ("750:760:5 degC", [1023.15, 1028.15, 1033.15]),
+        ("750, 760 degC", [1023.15, 1033.15]),
+        ("700,750:760:10degC", [973.15, 1023.15, 1033.15]),
+        ("1023.15 K", [1023.15]),
+    ],
+)
+def test_a_unit_after_the_last_value_is_that_of_all(layer, text, expected):
+    """0 degC is 273.15 K."""
+    assert plan_of_options(layer, [(T, text)], None, None).parameters[T] == expected
+
+
+@pytest.mark.parametrize("text", ["750 degC, 1030", "750 degC:760 degC:5 degC", "750 degC, 760 degC", "750 degC:760:5"])
+def test_another_place_of_the_unit_is_an_error_that_shows_the_right_one(recipe, capsys, text):
+    rule = "one unit follows the last value and is that of all, as in 750:760:5 degC"
+    assert rejection(capsys, recipe, "--set", f"{T}={text}") == f"{T}: {rule}, got {text!r}"
+
+
+def test_a_unit_that_does_not_fit_is_an_error(recipe, capsys):
+    assert rejection(capsys, recipe, "--set", f"{T}=750:760:5 mbar").endswith("has the unit mbar, expected K or degC")
+    assert "unknown unit 'x10'" in rejection(capsys, recipe, "--set", f"{T}=0x10")
+
+
+def test_the_name_of_a_stage_is_answered_with_its_path(recipe, examples, capsys):
+    text = rejection(capsys, examples / "ingan_gan_mqw.xml", "--set", "InGaN well/T=1000:1010:5")
+    assert text.endswith(" has no InGaN well/T; InGaN well is process_stages/stage_1/stage_1_3; the path is "
+                         "process_stages/stage_1/stage_1_3/T")
+
+
 def test_a_fine_range_has_the_numbers_that_a_reader_would_write(layer):
     assert values(layer, "0.001:1:0.001") == [float(f"{number}e-3") for number in range(1, 1001)]
 
@@ -104,7 +136,10 @@ def test_the_same_command_continues_and_another_one_is_rejected(recipe, tmp_path
     capsys.readouterr()
     for other in (f"{T}=1000:1020:20", f"{TMIN}=0.1"):
         text = rejection(capsys, recipe, "--set", other, "-o", tmp_path / "s")
-        assert text.startswith(f"{tmp_path / 's'} holds a sweep with a different recipe or different rows")
+        assert text == (f"{tmp_path / 's'} holds a sweep with a different recipe or different rows. Name another folder "
+                        "with -o, or replace the sweep with --no-resume")
+        text = rejection(capsys, recipe, "--set", other, "-o", tmp_path / "s", "--merge")
+        assert text.endswith(" different rows. Name the folder of this sweep with -o")
     assert (tmp_path / "s" / "table.csv").read_bytes() == table
 
 
@@ -144,7 +179,7 @@ def test_an_impossible_list_of_values_is_an_error_with_its_path(recipe, tmp_path
     assert [path.name for path in tmp_path.iterdir()] == ["layer.xml"]
 
 
-@pytest.mark.parametrize("text", ["1000K", "1000:1050:x", "nan", "inf", "1000:inf:5", "0x10", "warm"])
+@pytest.mark.parametrize("text", ["1000:1050:x", "nan", "inf", "1000:inf:5", "warm"])
 def test_what_is_not_a_number_is_an_error(recipe, capsys, text):
     assert rejection(capsys, recipe, "--set", f"{T}={text}").startswith(f"{T} takes a number without a unit, got ")
 

@@ -20,7 +20,7 @@ from ._plan import PlanError
 from ._plan_file import write_plan
 from ._plot_runs import plot
 from ._recipe import Recipe
-from ._recipe_check import RecipeWarning
+from ._recipe_check import RecipeWarning, check
 from ._report import report
 from ._result_file import ResultFileError
 from ._run import Run, SimulationError, read
@@ -44,6 +44,7 @@ __all__ = [
     "SimulationError",
     "Sweep",
     "__version__",
+    "check",
     "compare",
     "design",
     "fit",

@@ -1,10 +1,17 @@
-"""Checks of arguments that sweeps, fits and sensitivities have in common."""
+"""Checks of arguments that functions have in common, and messages about misspelt names of arguments."""
 
 from __future__ import annotations
 
+import difflib
+import functools
+import inspect
 import math
 import numbers
-from typing import Any
+from collections.abc import Callable, Mapping
+from typing import Any, ParamSpec, TypeVar
+
+P = ParamSpec("P")
+R = TypeVar("R")
 
 
 def is_number(value: object) -> bool:
@@ -73,3 +80,31 @@ def given_executor(workers: Any, executor: Any, out: object) -> Any:
     raise TypeError(
         f"executor must be a Dask client or have submit() as executors of concurrent.futures do, got {executor!r}"
     )
+
+
+def with_suggestions(others: Mapping[str, str]) -> Callable[[Callable[P, R]], Callable[P, R]]:
+    """A decorator: the TypeError for an unknown argument of a method suggests the one that is probably meant.
+
+    others  other names of arguments, with the right ones; those that the method does not have are not suggested
+    """
+
+    def decorated(function: Callable[P, R]) -> Callable[P, R]:
+        known = list(inspect.signature(function).parameters)[1:]  # without self or cls
+        right = {name.lower(): name for name in known}
+        other = {word.lower(): name for word, name in others.items() if name in known and word.lower() not in right}
+
+        @functools.wraps(function)
+        def called(*given: P.args, **named: P.kwargs) -> R:
+            for name in named:
+                if name not in known:
+                    word = name.lower()
+                    near = [word] if word in other else difflib.get_close_matches(word, right, 1)
+                    near = near or difflib.get_close_matches(word, other, 1, 0.8)
+                    hint = f"did you mean {(right | other)[near[0]]}?" if near else f"it has {', '.join(known)}"
+                    raise TypeError(f"{function.__name__}() has no argument {name!r}; {hint}")
+            return function(*given, **named)
+
+        function.__qualname__ = function.__name__  # in Python's own texts about arguments
+        return called
+
+    return decorated

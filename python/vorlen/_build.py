@@ -14,7 +14,7 @@ from typing import Any
 
 from ._composition import fractions_of, lattice_of, material_keyword
 from ._document import Document
-from ._kinds import KNOWN, children_of_kind, leading_number, text_of, unit_of
+from ._kinds import KNOWN, STRESS_MODELS, children_of_kind, leading_number, text_of, unit_of
 from ._limits import check_limits
 from ._quantities import number_in
 from ._recipe_text import Texts, layout, recipe_text, stage_lines
@@ -60,7 +60,6 @@ REFERENCES = {"growth_rate": "GR_ref", "pressure": "P_ref", "T": "T_ref", "rotat
     flow: f"Q_ref/{flow}" for flow in children_of_kind(f"{REFERENCE}Q_ref", "real")
 }
 GROWTH_RATE = 2.0  # of a given layer, um/h
-STRESS_MODELS = ("none", "V_dislocation")
 
 
 def new_recipe(

@@ -12,10 +12,17 @@ from dataclasses import dataclass
 from typing import Any, Self
 
 from . import _build, _stages
+from ._arguments import with_suggestions
 from ._document import Document
 
 Number = float | str | Any  # in the recipe's unit; with a unit; or a Quantity
 Ramp = Number | tuple[Number, Number]
+# Other names of arguments: those of the elements, without their groups, and words.
+NAMES = {path.rpartition("/")[2]: name for name, path in _build.CONDITIONS.items()} | {
+    "tau": "duration", "time": "duration", "temperature": "T", "temp": "T", "ammonia": "NH3", "nitrogen": "N2", "hydrogen": "H2",
+    "omega": "rotation", "rho_D": "dislocations", "density": "dislocations", "a": "lattice", "V_angle_05": "V_angle",
+    "xIn": "x_in", "xGa": "x_ga", "xAl": "x_al", "t0": "start", "comment": "description",
+}  # fmt: skip
 NOTHING = 1e-10  # the lowest prescribed fraction of a metal that the library accepts
 
 
@@ -35,6 +42,7 @@ class Building:
     _block: Block | None
 
     @classmethod
+    @with_suggestions(NAMES)
     def new(
         cls,
         material: str,
@@ -124,6 +132,7 @@ class Building:
         recipe._initial = {"delta": delta, "pressure": pressure, "x_in": NOTHING, "x_al": NOTHING}
         return recipe
 
+    @with_suggestions(NAMES)
     def template(
         self,
         composition: str,
@@ -186,6 +195,7 @@ class Building:
             {"In": x_in, "Ga": x_ga, "Al": x_al}, duration, growth_rate,
         )  # fmt: skip
 
+    @with_suggestions(NAMES)
     def cap(
         self,
         composition: str,
@@ -248,6 +258,7 @@ class Building:
         )  # fmt: skip
         return path
 
+    @with_suggestions(NAMES)
     def grow(
         self,
         name: str,
@@ -322,6 +333,7 @@ class Building:
         }  # fmt: skip
         return self._add_grown(name, duration, given, dislocations)
 
+    @with_suggestions(NAMES)
     def pause(
         self,
         duration: Number,

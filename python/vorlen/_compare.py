@@ -15,7 +15,7 @@ from ._compare_charts import RUN_COLOURS, compare_charts
 from ._compare_layers import Pair, compared_layers, pairs_of
 from ._compare_recipes import recipe_differences
 from ._compare_table import all_zero, grouped_lines, layer_lines, layers_csv, shown_quantities
-from ._files import check_place, replace_file, valid_text
+from ._files import check_place, page_bytes, replace_file
 from ._plot_runs import named_runs
 from ._report import ASSETS, chart_library
 from ._run import Run
@@ -68,7 +68,7 @@ def compare(
         raise ValueError(f"a comparison needs at least two runs, got {len(chosen)}")
     inputs = [file for run in chosen for file in run._own_files]
     check_place(path, inputs)  # before the work
-    return replace_file(path, valid_text(render(chosen, names)).encode(), inputs=inputs)
+    return replace_file(path, page_bytes(render(chosen, names)), inputs=inputs)
 
 
 def render(runs: list[Run], names: list[str]) -> str:
@@ -119,6 +119,8 @@ def _asset(name: str) -> str:
 def _sentence(name: str, comparison: dict[str, Any]) -> str:
     """The largest change of a run, and how many layers are only in one of the two."""
     change = _typeset(str(comparison["largest_change"]))
+    if not any(pair["a"] and pair["b"] for pair in comparison["layers"]):
+        return f"{name}: none of its layers corresponds to a layer of the first run."
     if not change:
         same = comparison["same"]
         return f"{name}: no difference." if same else f"{name}: the layers agree in the digits shown."

@@ -24,6 +24,9 @@ def split_path(path: str) -> list[str]:
     return parts[1:] if parts[:1] == [ROOT] else parts
 
 
+MOST_NAMED = 3  # stages of one name in a message
+
+
 @dataclass(frozen=True)
 class Place:
     """Where a path leads to."""
@@ -114,11 +117,42 @@ class Document:
         if wanted in OPTIONAL:
             return f"{self.name} has no {path}; it is optional, and setting a value adds it"
         paths = self.paths()
+        if stage := _named_stage(self, wanted, paths):
+            return f"{self.name} has no {path}; {stage}"
         last = wanted.rsplit("/", 1)[-1]
         near = [known for known in paths if known.endswith("/" + last)]
         near = difflib.get_close_matches(wanted, near, 3, 0.0) or difflib.get_close_matches(wanted, paths, 3, 0.6)
         hint = f"; similar paths: {', '.join(near)}" if near else ""
         return f"{self.name} has no {path}{hint}"
+
+
+def _named_stage(document: Document, wanted: str, paths: list[str]) -> str:
+    """Which stage a path with the name of one means, as a text; empty if it has no such name.
+
+    paths  of the document
+    """
+    tags = {tag.lower() for path in paths for tag in path.split("/")}
+    stages: dict[str, list[str]] = {}  # by name
+    for path in paths:
+        name = document.attribute(path) if path.endswith("/name") else None
+        spelt = "/".join(split_path(name or "")).lower()  # as a part of a path: it may have slashes and colons
+        if spelt and spelt not in tags and f"/{spelt}/" in f"/{wanted.lower()}/":
+            stages.setdefault(spelt, []).append(path.removesuffix("/name"))
+    if not stages:
+        return ""
+    spelt, found = max(stages.items(), key=lambda item: len(item[0]))
+    text = f"{document.attribute(f'{found[0]}/name')} is {' and '.join(found[:MOST_NAMED])}"
+    if len(found) > MOST_NAMED:
+        return f"{text} and {len(found) - MOST_NAMED} more"
+    rest = f"{wanted}/"[f"/{wanted.lower()}/".index(f"/{spelt}/") + len(spelt) :].strip("/")
+    whole = f"{found[0]}/{rest}"
+    return f"{text}; the path is {whole}" if len(found) == 1 and rest and whole in _known_paths(document) else text
+
+
+def _known_paths(document: Document) -> set[str]:
+    """The paths of all elements with values, and of their attributes."""
+    paths = document.paths()
+    return {*paths, *(f"{path}/{name}" for path in paths for name in document.element(path).attributes)}
 
 
 def _walk(element: Element, prefix: str) -> Iterator[str]:

@@ -47,6 +47,15 @@ def valid_text(text: str) -> str:
     return re.sub("[\ud800-\udfff]", "\ufffd", text)
 
 
+def page_bytes(text: str) -> bytes:
+    """The content of a page: valid_text() in UTF-8.
+
+    It has none of the invisible characters that set the direction of the text after them: in the name of a layer, they
+    would reverse the digits of the thickness beside it.
+    """
+    return re.sub("[\u202a-\u202e\u2066-\u2069]", "", valid_text(text)).encode()
+
+
 def read_file(path: PathLike) -> bytes:
     """The content of a regular file. Raises the OSError of opening it; ValueError for a pipe or a device."""
     with open(path, "rb", opener=lambda name, flags: os.open(name, flags | os.O_NONBLOCK)) as file:
@@ -141,12 +150,6 @@ def put_in_place(part: Path, place: Path) -> None:
             os.chown(part, old.st_uid, old.st_gid)
         part.chmod(stat.S_IMODE(old.st_mode))
     os.replace(part, place)
-
-
-def remove_litter(folder: Path) -> None:
-    """Removes the temporaries that killed processes have left in a folder to which nobody writes now."""
-    for part in folder.glob(".*.part"):
-        part.unlink(missing_ok=True)
 
 
 @contextlib.contextmanager

@@ -218,7 +218,8 @@ def fit(
         raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
     if check:
         for name, one in recipes.items():
-            warn_about(one.to_bytes(), name if isinstance(recipe, Mapping) else one.path)
+            called = name if isinstance(recipe, Mapping) else one.path
+            warn_about(one.to_bytes(), called, in_file=one.path is not None)
 
     with pool_of(workers, executor) as pool, fit_folder(out, len(recipes)) as folder:
         model = FitModel(

@@ -18,6 +18,7 @@ from ._elements import ELEMENTS, Element
 # Known elements by their paths, in which # is a number.
 KNOWN = {element.path: element for element in ELEMENTS}
 SCHEMES = KNOWN["integration/scheme"].keywords
+STRESS_MODELS = ("none", *KNOWN["stress/model"].keywords)  # the library takes any other text for none
 # optional elements outside of stages; setting their value adds them
 OPTIONAL = tuple(path for path, known in KNOWN.items() if known.optional and known.attributes and "#" not in path)
 
@@ -109,8 +110,9 @@ def text_of(value: object, path: str, known: Element | None) -> str:
         raise TypeError(f"{path}: a value in a recipe must be a number or a text, got {_shown(value)}")
     kind = known.kind if known else ""
     if known is not None and kind == "keyword":
-        if not isinstance(value, str) or _lower(value) not in map(_lower, known.keywords):
-            raise ValueError(f"{path} takes one of {', '.join(known.keywords)}, got {value!r}")
+        keywords = STRESS_MODELS if known.path == "stress/model" else known.keywords
+        if not isinstance(value, str) or _lower(value) not in map(_lower, keywords):
+            raise ValueError(f"{path} takes one of {', '.join(keywords)}, got {value!r}")
         return value
     if isinstance(value, str):
         wrong = _NOT_IN_XML.search(value)

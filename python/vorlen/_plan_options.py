@@ -1,23 +1,26 @@
 """The plan of a sweep from options of the command line: vorlen sweep RECIPE --set PATH=VALUES --set PATH=VALUES
 
 VALUES lists values and ranges, separated by commas. A range is START:END:STEP, END included. Its values are computed
-with decimal numbers, so 0.1:0.3:0.1 ends with 0.3.
+with decimal numbers, so 0.1:0.3:0.1 ends with 0.3. A unit after the last value or step is that of all: 750:760:5 degC.
 """
 
 from __future__ import annotations
 
 import decimal
+import re
 from collections.abc import Sequence
 from decimal import Decimal
 from pathlib import Path
 
 from ._elements import Element
 from ._files import read_file
-from ._kinds import text_of
+from ._kinds import text_of, unit_of
 from ._plan import MAX_ROWS, Plan, PlanError
 from ._plan_file import read_table
-from ._plan_values import NUMERIC, known_parameter, make_plan
+from ._plan_values import NUMERIC, known_parameter, make_plan, takes_unit
+from ._quantities import has_unit, number_in
 
+_NUMBER_AND_UNIT = re.compile(r"\s*([-+.\d]+(?:[eE][-+]?\d+)?)\s*(.*?)\s*", re.ASCII | re.DOTALL)
 DIGITS = 40  # of decimal numbers: more than a recipe states
 RANGE_FORM = "a range is START:END:STEP"
 
@@ -65,18 +68,39 @@ def looks_like_recipe(path: Path) -> bool:
 
 def _values(path: str, text: str) -> list[str]:
     """The values as texts, with ranges expanded. Elements that are not numbers have no ranges."""
-    known, _ = known_parameter(path)
+    known, attribute = known_parameter(path)
     parts = [part.strip() for part in text.split(",")]
     if "" in parts:
         raise PlanError(f"{path}: a value is missing in {text!r}")
     if known is None or known.kind not in NUMERIC:
         return parts
+    unit = ""
+    if takes_unit(known, attribute):
+        parts, unit = _without_unit(path, parts, text)
     values: list[str] = []
     for part in parts:
         values += _range(path, part, known) if ":" in part else [_number(path, part, known)]
         if len(values) > MAX_ROWS:
             raise PlanError(f"{path}: too many values in {text!r}; a sweep has at most {MAX_ROWS} rows")
-    return values
+    if not unit:
+        return values
+    try:
+        return [repr(number_in(f"{value} {unit}", path, unit_of(known, attribute))) for value in values]
+    except ValueError as error:
+        raise PlanError(str(error)) from None
+
+
+def _without_unit(path: str, parts: list[str], text: str) -> tuple[list[str], str]:
+    """The values and ranges without their unit, and the unit: that of the last value, which is that of all."""
+    found = [_NUMBER_AND_UNIT.fullmatch(number) for part in parts for number in part.split(":")]
+    units = [match[2] for match in found if match is not None and has_unit(match[0])]
+    if not units:
+        return parts, ""
+    last = found[-1]
+    if last is None or last[2] != units[0] or len(units) > 1:
+        raise PlanError(f"{path}: one unit follows the last value and is that of all, as in 750:760:5 degC, got {text!r}")
+    parts[-1] = parts[-1].removesuffix(units[0]).rstrip()
+    return parts, units[0]
 
 
 def _number(path: str, text: str, known: Element) -> str:
@@ -84,7 +108,7 @@ def _number(path: str, text: str, known: Element) -> str:
         return text_of(text, path, known)
     except ValueError as error:
         hint = "; the start and the end of a ramp are set by PATH/val and PATH/end" if ".." in text else ""
-        raise PlanError(f"{error}{hint}") from error
+        raise PlanError(f"{error}{hint}") from None
 
 
 def _range(path: str, text: str, known: Element) -> list[str]:

@@ -1,7 +1,7 @@
 """Makes the plan of a sweep from what the caller gives. Every fault is reported here, before anything runs.
 
-A value must fit the kind of its element: whole numbers for integers, numbers or their texts for other numbers. In a
-table (a data frame or CSV file) the columns PATH_begin and PATH_end are the start and the end of a ramp.
+A value must fit the kind of its element: whole numbers for integers, numbers or their texts for other numbers, which
+may have a unit: "757 degC" is stored as 1030.15. In a table (a data frame or CSV file) the columns PATH_begin and PATH_end are the start and the end of a ramp.
 """
 
 from __future__ import annotations
@@ -16,8 +16,9 @@ import pandas as pd
 
 from ._document import Place, split_path
 from ._elements import Element
-from ._kinds import known_element, text_of
+from ._kinds import known_element, text_of, unit_of
 from ._plan import MAX_ROWS, Plan, PlanError
+from ._quantities import has_unit, number_in
 from ._recipe import Recipe, place_in
 from ._scheme import check_scheme
 from ._source import RecipeLike, RecipeSource
@@ -63,8 +64,9 @@ def make_plan(
     count = math.prod(map(len, lists.values())) if mode == "grid" else max(map(len, lists.values()))
     if count > MAX_ROWS:
         raise PlanError(f"a sweep has at most {MAX_ROWS} rows, this one would have {count}")
-    known = {path: known_parameter(path)[0] for path in lists}
-    plain = {path: [_plain_value(value, path, known[path]) for value in values] for path, values in lists.items()}
+    plain = {
+        path: [_plain_value(value, path, *known_parameter(path)) for value in values] for path, values in lists.items()
+    }
     if mode == "zip" and len({len(values) for values in plain.values()}) > 1:
         counts = ", ".join(f"{path}: {len(values)}" for path, values in plain.items())
         raise PlanError(f'with mode "zip" all parameters must have the same number of values, got {counts}')
@@ -130,25 +132,32 @@ def known_parameter(path: str) -> tuple[Element | None, str]:
     return known, ""
 
 
-def _plain_value(value: Any, path: str, known: Element | None) -> Any:
+def takes_unit(known: Element | None, attribute: str) -> bool:
+    """True for an element, or its attribute, whose values are numbers that may have a unit."""
+    return known is not None and (known.kind in ("real", "range") or (known.kind == "arrhenius" and attribute != ""))
+
+
+def _plain_value(value: Any, path: str, known: Element | None, attribute: str) -> Any:
     """A value as JSON stores it, so that a plan means the same in memory and in a file."""
     if getattr(value, "ndim", None) == 1:  # an array
         value = list(value)
     if not isinstance(value, (list, tuple)):
-        return _plain_scalar(value, path, known)
+        return _plain_scalar(value, path, known, attribute)
     if len(value) != 2:
         raise PlanError(f"{path}: a list must be a pair, start and end of a ramp, got {value!r}")
-    pair = [_plain_scalar(part, path, known) for part in value]
+    pair = [_plain_scalar(part, path, known, attribute) for part in value]
     if any(isinstance(part, str) for part in pair):
         raise PlanError(f"{path}: start and end of a ramp must be numbers, got {value!r}")
     return pair
 
 
-def _plain_scalar(value: Any, path: str, known: Element | None) -> str | int | float:
+def _plain_scalar(value: Any, path: str, known: Element | None, attribute: str) -> str | int | float:
     try:
+        if known is not None and takes_unit(known, attribute) and has_unit(value):
+            value = number_in(value, path, unit_of(known, attribute))
         text = text_of(value, path, known)
     except (TypeError, ValueError) as error:
-        raise PlanError(str(error)) from error
+        raise PlanError(str(error)) from None
     if isinstance(value, str):
         if known is None or known.kind not in NUMERIC:
             return str(value)
@@ -169,7 +178,7 @@ def _try_values(base: Recipe, path: str, values: list[Any]) -> Place:
         try:
             trial[path] = tuple(value) if isinstance(value, list) else value
         except KeyError as error:
-            raise PlanError(error.args[0]) from error
+            raise PlanError(error.args[0]) from None
         except (ValueError, TypeError) as error:
-            raise PlanError(f"{path} can't be set to {value!r}: {error.args[0]}") from error
+            raise PlanError(f"{path} can't be set to {value!r}: {error.args[0]}") from None
     return place_in(trial, path)

@@ -112,7 +112,11 @@ def _converted(magnitude: float, given: str, value: Any, name: str, unit: str) -
     try:
         number = float(registry.Quantity(magnitude, found).to(_in_pint(unit)).magnitude)
     except pint.errors.PintError as error:
-        hint = '; degrees Celsius are "degC"' if unit == "K" and given in ("C", "c") else ""
+        hint = ""
+        if unit == "K" and given in ("C", "c"):
+            hint = '; degrees Celsius are "degC"'
+        elif unit == "sccm" and found.is_compatible_with("l/min"):
+            hint = "; litres per minute at 0 degC and 1 atm are slm"
         raise ValueError(f"{wrong}{hint}") from error
     if not math.isfinite(number):
         raise ValueError(f"{name} takes a finite number, got {value}")

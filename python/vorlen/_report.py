@@ -17,7 +17,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from ._files import check_place, replace_file, valid_text
+from ._files import check_place, page_bytes, replace_file
 from ._report_charts import charts
 from ._report_stack import layer_stack
 from ._report_tables import (
@@ -70,7 +70,7 @@ def report(run: Run | SimulationError, path: PathLike) -> Path:
     """
     run = _run_of(run)
     check_place(path, run._own_files)  # before the work
-    return replace_file(path, valid_text(render(run)).encode(), inputs=run._own_files)
+    return replace_file(path, page_bytes(render(run)), inputs=run._own_files)
 
 
 def _run_of(run: Run | SimulationError) -> Run:

@@ -129,7 +129,7 @@ def _marked(items: list[Item], region: Region | None) -> str:
 
 
 def _picture(title: str, items: list[Item], brackets: list[Bracket], total: float, key: str, mark: str = "") -> str:
-    words = ", ".join(f"{item.name} {item.thickness:.4g} nm" for item in items[:40])
+    words = ", ".join(f"{item.name} {_rounded(item.thickness)} nm" for item in items[:40])
     more = f" and {len(items) - 40} more" if len(items) > 40 else ""
     repeated = "; ".join(
         f"{items[each.first].name} to {items[each.last].name} {each.text.replace(chr(215), 'times')}"
@@ -140,7 +140,7 @@ def _picture(title: str, items: list[Item], brackets: list[Bracket], total: floa
         f'<svg class="stack-{key}" viewBox="0 0 {WIDTH} {HEIGHT + TOP + 14}" role="img" '
         f'aria-labelledby="stack-{key}-title stack-{key}-text"><title id="stack-{key}-title">To scale: {title}</title>'
         f'<desc id="stack-{key}-text">From the bottom up: {escape(words)}{more}.{escape(repeated)}</desc>'
-        f'<text x="{LEFT}" y="20" class="stack-head">{title[0].upper()}{title[1:]}, {total:.4g} nm</text>'
+        f'<text x="{LEFT}" y="20" class="stack-head">{title[0].upper()}{title[1:]}, {_rounded(total)} nm</text>'
         f"{_bar(items, brackets)}{mark}</svg>"
     )
 
@@ -156,7 +156,7 @@ def _bar(items: list[Item], brackets: list[Bracket]) -> str:
     edges = _edges(items)
     parts = []
     for item, low, high in zip(items, edges, edges[1:]):
-        tooltip = f"{item.number}. {item.name}, {item.what}, {item.thickness:.5g} nm"
+        tooltip = f"{item.number}. {item.name}, {item.what}, {_rounded(item.thickness, 5)} nm"
         # A little higher than the layer, so that no line of the ground shows between two layers. Wells are always seen.
         least = 2.0 if item.rank == 0 else 1.0
         parts.append(
@@ -190,10 +190,15 @@ def _bar(items: list[Item], brackets: list[Bracket]) -> str:
     return "".join(parts)
 
 
+def _rounded(thickness: float, digits: int = 4) -> str:
+    """A number of nanometres with this many significant digits, those of a substrate without an exponent: 300000."""
+    return f"{float(f'{thickness:.{digits}g}'):.12g}"
+
+
 def _size(item: Item) -> str:
     """The thickness of a layer, and how much of it is in the picture."""
-    part = f"{item.drawn:.3g} of " if item.drawn < item.thickness - 1e-6 else ""
-    return f"{part}{item.thickness:.4g}\u00a0nm"
+    part = f"{_rounded(item.drawn, 3)} of " if item.drawn < item.thickness - 1e-6 else ""
+    return f"{part}{_rounded(item.thickness)}\u00a0nm"
 
 
 def _placed(ranks: list[int], sizes: list[float], middles: list[float]) -> list[tuple[int, float]]:

@@ -103,7 +103,8 @@ class Run:
     def layers(self) -> pd.DataFrame:
         """One row per layer, numbered from 1 from the bottom up: times, mean composition, strain and densities.
 
-        attrs["units"] and attrs["meanings"] describe the columns. Values of a layer that was not reached are NaN.
+        attrs["units"] and attrs["meanings"] describe the columns. Values of a layer that was not reached are NaN,
+        and so is the mean composition of one in which nothing grew or more evaporated than grew.
         """
         return _copied(self._layers)
 

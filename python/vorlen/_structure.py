@@ -24,6 +24,7 @@ MONOLAYER = 0.25  # nm; a thinner slab is not a layer
 THINNEST = 1.0  # nm; a thinner slab between two others, with a composition between theirs, is part of an interface
 WELL_MAX, WELL_RATIO = 15.0, 1.5  # nm, thickness of the thickest quantum well; or by this factor above the thinnest
 SLIVER = 0.35  # of the room beside the wells; thinner parts of other layers are left out of the active region
+LACK = 0.05  # of that room; a layer of which less is missing is in the active region as a whole
 WELL_ROOM = 10.0  # nm, what is shown at least below a barrier and around a single well
 BARRIER_MAX = 100.0  # nm, thickness of the thickest barrier of a transistor
 DEPTH_MIN = 0.03  # eV by which the gap of a well is smaller than those of its neighbours
@@ -316,7 +317,7 @@ def _region(
         gaps = spacings(wells)
         room = float(np.mean(gaps)) if gaps else max(WELL_ROOM, wells[0].thickness)
         low, high, why = wells[0].bottom - room, wells[-1].top + room, "wells"
-        low, high = _without_slivers(layers, low, high, SLIVER * room)
+        low, high = _at_borders(layers, low, high, room)
     elif periods is not None:
         bottoms, tops = heights(layers)
         low, high, why = bottoms[periods.first], tops[periods.first + periods.size * periods.periods - 1], "periods"
@@ -339,12 +340,15 @@ def _region(
     return Region(begin, end, float(low), float(high), why, frozenset(int(number) for number in layers.index[within]))
 
 
-def _without_slivers(layers: pd.DataFrame, low: float, high: float, least: float) -> tuple[float, float]:
-    """A range of heights without the parts of its first and last layers that are thinner than least."""
+def _at_borders(layers: pd.DataFrame, low: float, high: float, room: float) -> tuple[float, float]:
+    """A range of heights without thin parts of its first and last layers, and with all of those that lack little."""
     bottoms, tops = heights(layers)
-    from_below = tops[(tops > low) & (tops < low + least)]
-    from_above = bottoms[(bottoms < high) & (bottoms > high - least)]
-    return float(max(from_below, default=low)), float(min(from_above, default=high))
+    thin, little = SLIVER * room, LACK * room
+    low = max(tops[(tops > low) & (tops < low + thin)], default=low)
+    high = min(bottoms[(bottoms < high) & (bottoms > high - thin)], default=high)
+    low = min(bottoms[(bottoms < low) & (bottoms > low - little)], default=low)
+    high = max(tops[(tops > high) & (tops < high + little)], default=high)
+    return float(low), float(high)
 
 
 def transistor_barrier(slabs: list[Slab]) -> list[Slab]:

@@ -27,19 +27,22 @@ from ._files import as_path
 from ._plan import Plan, row_files, row_recipe, sha256
 from ._plan_values import given_recipe, make_plan
 from ._recipe import Recipe
-from ._recipe_check import warn_about
+from ._recipe_check import issue
 from ._result_file import ResultFileError
 from ._row import Row, empty_row
 from ._run import Run, SimulationError
 from ._run_rows import run_rows
 from ._source import RecipeLike, RecipeSource
 from ._status import read_status
+from ._sweep_check import sweep_text
 from ._sweep_folder import TABLE_NAME, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, sweep_dataset, with_folder, write_table
 from ._types import PathLike
 
 if TYPE_CHECKING:
     import xarray
+
+REMEDY = "Pass another folder as out, or resume=False to replace the sweep"
 
 
 class Sweep:
@@ -131,7 +134,7 @@ class Sweep:
         self, resume: bool, workers: int | None, executor: Executor | None, progress: bool, continuation: str
     ) -> Sweep:
         numbers = range(len(self._rows))
-        with locked_folder(self._plan, self._place, numbers, whole=True, resume=resume):
+        with locked_folder(self._plan, self._place, numbers, whole=True, resume=resume, remedy=REMEDY):
             self._rows, self._table = [empty_row("missing") for _ in numbers], None
             try:
                 run_rows(
@@ -256,8 +259,9 @@ def sweep(
     recipe : str, bytes, path or Recipe
         A path, the XML itself, or a Recipe.
     parameters : mapping of str to list, or pandas.DataFrame
-        The values of each path in the recipe; a pair (start, end) is a ramp. Or a data frame with a column for each
-        path and a row for each run; the columns PATH_begin and PATH_end are a ramp.
+        The values of each path in the recipe: numbers in its units, texts such as "750 degC", or pairs (start, end),
+        which are ramps. Or a data frame with a column for each path and a row for each run; the columns PATH_begin and
+        PATH_end are a ramp.
     mode : str, optional
         "grid": every combination, the last parameter varies fastest; "zip": the n-th values of all together. A data
         frame is always taken row by row.
@@ -280,8 +284,9 @@ def sweep(
     progress : bool, optional
         True: show a progress bar on standard error, if tqdm is installed.
     check : bool, optional
-        True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
-        three. The recipes of the runs are not checked.
+        True: if `vorlen check` has warnings about the recipe, or others about the rows with the smallest and the
+        largest value of each path, issue one RecipeWarning before the runs, with the first three of each. Of many
+        such rows, eight are checked.
 
     Returns
     -------
@@ -326,7 +331,7 @@ def sweep(
     base = given_recipe(recipe, scheme)
     plan = make_plan(base, parameters, mode, timeout)
     if check:
-        warn_about(plan.recipe, base.path)
+        issue(sweep_text(plan, base.path))
     if out is None:
         temporary = TemporaryFolder()
         folder = temporary.path

@@ -14,11 +14,13 @@ from ._kinds import SCHEMES
 from ._plan import MODES, Plan, PlanError
 from ._plan_file import read_plan
 from ._plan_options import Setting, looks_like_recipe, plan_of_options, split_setting
-from ._recipe_check import check_text
 from ._row import RECORDED, empty_row
 from ._run_rows import run_rows
+from ._sweep_check import sweep_text
 from ._sweep_folder import check_same_sweep, holds_sweep, locked_folder, read_folder
 from ._table import collect_rows, count_text, make_table, ranges, write_table
+
+REMEDY = "Name another folder with -o, or replace the sweep with --no-resume"
 
 
 def _row_range(text: str) -> tuple[int, int]:
@@ -78,7 +80,8 @@ def add_command(commands: Any) -> None:
         default=[],
         dest="settings",
         metavar="PATH=VALUES",
-        help="values of a path in the recipe, separated by commas; START:END:STEP is a range that includes END. "
+        help="values of a path in the recipe, separated by commas; START:END:STEP is a range that includes END; a unit "
+        "after the last value, as in 750:760:5 degC, is that of all. "
         "A single value is used in all rows. A value of a ramp sets its start and its end, which are PATH/val and "
         "PATH/end",
     )
@@ -139,7 +142,7 @@ def _sweep(options: argparse.Namespace) -> int:
     if options.merge:
         return _merge(plan, folder)
     is_recipe = options.settings or options.table
-    text = check_text(plan.recipe, options.source if is_recipe else f"the recipe of {options.source}")
+    text = sweep_text(plan, options.source if is_recipe else f"the recipe of {options.source}")
     if text:
         print(f"vorlen sweep: {text}", file=sys.stderr)
     if options.timeout is not None:
@@ -150,7 +153,7 @@ def _sweep(options: argparse.Namespace) -> int:
 def _merge(plan: Plan, folder: Path) -> int:
     if not holds_sweep(folder):
         raise PlanError(f"{folder} does not hold a sweep: no row of the plan was run")
-    check_same_sweep(plan, folder)
+    check_same_sweep(plan, folder, "Name the folder of this sweep with -o")
     if read_folder(folder).recipe != plan.recipe:
         raise PlanError(f"the rows in {folder} were run with another --scheme; give --merge the same one")
     rows = collect_rows(plan, folder)
@@ -167,7 +170,7 @@ def _run(plan: Plan, folder: Path, options: argparse.Namespace) -> int:
     resume = not options.no_resume
     rows = [empty_row("missing") for _ in range(count)]
     try:
-        with locked_folder(plan, folder, numbers, whole=options.rows is None, resume=resume):
+        with locked_folder(plan, folder, numbers, whole=options.rows is None, resume=resume, remedy=REMEDY):
             run_rows(
                 plan, folder, numbers, rows, workers=options.workers, resume=resume, progress=not options.quiet
             )

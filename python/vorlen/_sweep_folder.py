@@ -21,20 +21,22 @@ from ._plan_file import plan_content, read_plan
 from ._scheme import STAGED
 
 PLAN_NAME, RECIPE_NAME, TABLE_NAME = "plan.json", "recipe.xml", "table.csv"
+REMEDY = "Pass another folder as out"  # if the folder holds another sweep
 LOCK_NAME, PLAN_LOCK_NAME = ".lock", ".plan.lock"
 _OF_A_ROW = re.compile(r"\.(\d{6,})\.")  # temporaries
 _OF_A_PART = re.compile(r"\.rows\.(\d+)-(\d+)\.lock")
 
 
-def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
+def prepare_folder(plan: Plan, folder: Path, resume: bool, remedy: str = REMEDY) -> None:
     """Creates the folder of a sweep, with its plan and recipe.
 
+    remedy  what to do if the folder holds another sweep, for the text of the error
     Raises PlanError if the folder holds something else, or, with resume, a different sweep. Rows may be added after the
     old ones, and the scheme may change: then all rows are run again. The table of another plan is removed.
     """
     _check_place(plan, folder)
     if resume:
-        check_same_sweep(plan, folder)
+        check_same_sweep(plan, folder, remedy)
     (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
     content = plan_content(plan, RECIPE_NAME, ".", recipe_sha256=sha256(plan.recipe))
     for path, new in ((folder / RECIPE_NAME, plan.recipe), (folder / PLAN_NAME, content)):
@@ -44,10 +46,13 @@ def prepare_folder(plan: Plan, folder: Path, resume: bool) -> None:
 
 
 @contextlib.contextmanager
-def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resume: bool) -> Iterator[None]:
+def locked_folder(
+    plan: Plan, folder: Path, numbers: range, *, whole: bool, resume: bool, remedy: str = REMEDY
+) -> Iterator[None]:
     """Prepares the folder and holds its lock: exclusively, or, for a part of the rows, with parts that have other rows.
 
     numbers  the rows that will be run. What killed runs have left of them is removed
+    remedy   as for prepare_folder
     Raises BusyError if another sweep is running there, or a part with some of these rows; otherwise as prepare_folder.
     """
     _check_place(plan, folder)  # before a file is created
@@ -59,7 +64,7 @@ def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resu
                 if whole:
                     held.enter_context(lock_file(folder / LOCK_NAME, exclusive=True))
                     _check_rows_are_free(folder, numbers)  # and removes what killed parts have left
-                    prepare_folder(plan, folder, resume)
+                    prepare_folder(plan, folder, resume, remedy)
                     for name in (PLAN_NAME, RECIPE_NAME, TABLE_NAME):
                         for part in folder.glob(f".{glob.escape(name)}.*.part"):
                             part.unlink(missing_ok=True)
@@ -67,7 +72,7 @@ def locked_folder(plan: Plan, folder: Path, numbers: range, *, whole: bool, resu
                     if not _has_this_plan(plan, folder):
                         busy += " with another plan"
                         with lock_file(folder / LOCK_NAME, exclusive=True):
-                            prepare_folder(plan, folder, resume)
+                            prepare_folder(plan, folder, resume, remedy)
                     held.enter_context(lock_file(folder / LOCK_NAME, exclusive=False))
                     _check_rows_are_free(folder, numbers)
                     held.enter_context(_locked_rows(folder, numbers))
@@ -143,7 +148,7 @@ def read_folder(folder: Path) -> Plan:
     return read_plan(folder / PLAN_NAME)[0]
 
 
-def check_same_sweep(plan: Plan, folder: Path) -> None:
+def check_same_sweep(plan: Plan, folder: Path, remedy: str) -> None:
     """Raises PlanError if the folder holds a sweep with a different recipe or rows; the scheme may differ."""
     if not holds_sweep(folder):
         return
@@ -151,10 +156,7 @@ def check_same_sweep(plan: Plan, folder: Path) -> None:
     old = read_folder(folder)
     old_rows = old.rows()
     if old.under(STAGED).recipe != plan.under(STAGED).recipe or plan.rows()[: len(old_rows)] != old_rows:
-        raise PlanError(
-            f"{folder} holds a sweep with a different recipe or different rows. Choose another folder, or pass "
-            f"resume=False (--no-resume) to replace it"
-        )
+        raise PlanError(f"{folder} holds a sweep with a different recipe or different rows. {remedy}")
 
 
 def _restore_recipe(plan: Plan, folder: Path) -> None:

@@ -190,11 +190,14 @@ class Hints(Checks):
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_1:stage_1_2 is not found")
         self.assertRegex(problem["hint"], "^<stage_x> on line")
         problem = self.one_problem(('<n_stages val="4"/>', '<n_stages val="5"/>'))
-        self.assertEqual(problem["hint"], "the number of stages in this element requires it")
+        self.assertEqual(problem["hint"], "n_stages is 5, and 4 are given")
 
     def test_one_entry_for_a_count_that_is_too_high(self):
         problem = self.one_problem(('<n_stages val="2"/>', '<n_stages val="9000"/>'))
         self.assertEqual(problem["text"], "Element NonstSurfChem:process_stages:stage_3 is not found")
+        self.assertEqual(problem["hint"], "n_stages is 9000, and 2 are given")
+        problem = self.one_problem(('<n_post_stages val="1"/>', '<n_post_stages val="2"/>'))
+        self.assertEqual(problem["hint"], "n_post_stages is 2, and 1 is given")
 
 
 class Warnings(Checks):

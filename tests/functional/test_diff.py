@@ -97,6 +97,57 @@ class Table(DiffCase):
                     row = lines[1]
                 self.assertTrue(" ".join(row.split()).startswith(f"1 a {cell} {change}"), row)
 
+    def test_the_change_is_that_of_the_shown_numbers(self):
+        # The true differences are 0.0052 and 0.0078.
+        for a, b, cell in ((20.0014, 20.0066, "20.001 → 20.007  +0.006"), (20.0066, 20.0014, "20.007 → 20.001  -0.006"),
+                           (20.0016, 20.0094, "20.002 → 20.009  +0.007")):
+            with self.subTest((a, b)):
+                lines = self.lines([layer("a", thickness=a)], [layer("a", thickness=b)])
+                self.assertIn(cell, lines[1])
+                self.assertIn(f"({cell.split()[-1]} nm)", lines[-1])
+
+    def test_differences_below_the_digits_do_not_split_equal_layers(self):
+        a = [layer("QW", x_in=0.1)] * 3
+        b = [layer("QW", x_in=0.2, thickness=20 + excess) for excess in (0, 1e-5, 2e-5)]
+        lines = self.lines(a, b)
+        self.assertEqual(lines[1].split(), ["1-3", "QW", "20.000", "<0.001", "0.1000", "→", "0.2000", "+0.1000"])
+        self.assertTrue(lines[-1].startswith("The largest change is in layers 1-3, QW: their indium fraction rises"))
+
+    def test_slivers_are_one_line(self):
+        """Pauses, in which next to nothing grows, of another composition, duration and thickness."""
+        a = [layer("GaN"), layer("pause", 5, 0.002, x_in=0.1, x_al=0.3), layer("QW", x_in=0.1), layer("pause", 5, 0.01),
+             layer("end", 5, 0)]
+        b = [layer("GaN"), layer("pause", 9, 0.09, x_in=0.3), layer("QW", x_in=0.101), layer("pause", 5, 0.09), layer("end", 5, 0)]
+        lines = self.lines(a, b)
+        self.assertEqual(lines[0].split(), ["No.", "Layer", "Thickness,", "nm", "Change", "In", "Change"])
+        self.assertEqual([line.split()[1] for line in lines[1:2]], ["QW"])
+        self.assertEqual(lines[2:], ["", "2 other layers are the same.", "2 layers thinner than 0.1 nm differ.",
+                                     "The largest change is in layer 3, QW: its indium fraction rises from 0.1000 to "
+                                     "0.1010 (+0.0010)."])
+        found = json.loads(self.diff(stack(*a), stack(*b), "--json").stdout)["layers"]
+        self.assertEqual([any(value["visible"] for value in each["values"].values()) for each in found],
+                         [False, False, True, False, False])
+        lines = self.lines(a, [*b[:2], a[2], *b[3:]])
+        self.assertEqual(lines, ["3 layers are the same.", "2 layers thinner than 0.1 nm differ.",
+                                 "The only change is in layers thinner than 0.1 nm."])
+        # A layer that grows from 0.09 to 0.11 nm is compared.
+        self.assertIn("  1  a  ", self.lines([layer("a", thickness=0.09)], [layer("a", thickness=0.11)])[1])
+
+    def test_duration_and_rate_that_compensate_each_other(self):
+        lines = self.lines([layer("n-GaN", 3470, 2000), layer("QW", 10, 3, x_in=0.125)],
+                           [layer("n-GaN", 2776, 2000), layer("QW", 10, 3, x_in=0.13)])
+        self.assertEqual(lines[-1], "The largest change is in layer 1, n-GaN: its duration falls from 3470 to 2776 s "
+                                    "(-694 s).")
+        # Of a layer of 0.2 nm it counts a fifth of that.
+        lines = self.lines([layer("thin", 10, 0.2), layer("QW", 10, 3, x_in=0.125)],
+                           [layer("thin", 8, 0.2), layer("QW", 10, 3, x_in=0.13)])
+        self.assertIn("in layer 2, QW: its indium fraction", lines[-1])
+
+    def test_a_metal_that_rounds_to_0_has_no_column(self):
+        a, b = [layer("a", x_al=4e-5)], [layer("a", x_al=3e-5, thickness=21)]
+        self.assertNotIn("Al", self.lines(a, b)[0].split())
+        self.assertIn("Al", self.lines(a, [layer("a", x_al=6e-5, thickness=21)])[0].split())
+
     def test_densities_have_three_digits(self):
         lines = self.lines([layer("a", rho_td=6.1234e11)], [layer("a", rho_td=6.1449e11)])
         self.assertIn("6.12e+11 → 6.14e+11", lines[1])

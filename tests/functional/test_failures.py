@@ -27,7 +27,8 @@ class Failures(InAFolder):
         self.write_recipe("recipe.xml", '<material val="AlGaN"/>', '<material val="GaAs"/>')
         with open(self.path("recipe.result.txt"), "w", encoding="utf-8") as file:
             file.write("of yesterday")
-        self.expect_failure('Material "GaAs" is not recognized', "run", "recipe.xml")
+        self.expect_failure('Material "GaAs" is not recognized\nvorlen: "vorlen check recipe.xml" explains it and shows all '
+                            "problems", "run", "recipe.xml")
         with open(self.path("recipe.result.txt"), encoding="utf-8") as file:
             self.assertEqual(file.read(), "of yesterday")
 

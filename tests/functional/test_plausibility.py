@@ -15,7 +15,8 @@ from support import EXAMPLES, SOURCE, InAFolder, Result, changed_example, exampl
 sys.path.insert(0, os.path.join(SOURCE, "tests", "plausible"))
 import plausible  # noqa: E402
 
-NEW_KINDS = {"unit", "unusual-value", "growth", "abrupt-change", "no-ammonia", "swapped-stages"}
+NEW_KINDS = {"unit", "unusual-value", "growth", "abrupt-change", "no-ammonia", "swapped-stages",
+             "missing-metal"}
 HOT = {"NH3": 6000, "H2": 9000}
 COLD = {"NH3": 8000, "N2": 8000}
 AT = {"P": 40000, "delta": 0.008}
@@ -87,6 +88,32 @@ class Units(Plausibility):
         self.expect("alinn_gan_hemt", "T", 1, "796.85 °C is 1070 K", -273.15)
         self.expect("ingan_gan_mqw", "T", 1, "736.85 °C is 1010 K", -273.15)
 
+    def test_temperatures_of_a_whole_recipe_in_degrees_celsius(self):
+        """n-GaN, wells, a blocking layer and p-GaN; only some of them are unusual by themselves."""
+        stage = plausible.stage
+        led = [stage("n-GaN", 1200, 1060, TMGa=1.5, **HOT, **AT),
+               stage("cool", 120, (1060, 840), NH3=8000, H2=(9000, 0), N2=(0, 8000), **AT),
+               *[with_stage([one], 0, T=T)[0] for one, T in
+                 ((BARRIER, 840), (COOL, (840, 757)), (WELL, 757), (HEAT, (757, 840)), (BARRIER, 840))],
+               stage("EBL", 40, 950, TMGa=0.3, TMAl=0.1, **COLD, **AT),
+               stage("p-GaN", 200, 980, TMGa=0.6, **COLD, **AT)]
+        for scheme in ("staged", None):
+            problem = self.one_problem("unit", plausible.recipe_xml("AlInGaN", led, None, 5e8, scheme))
+            self.assertTrue(problem["text"].startswith("the temperatures of all stages look like °C: T is "), problem)
+            self.assertEqual({problem["stage"], *problem["also_in"]}, {f"stage_{number}" for number in range(1, 10)})
+            self.assertEqual(problem["hint"], "the unit is K: add 273.15 to T of each of these stages")
+            self.assertEqual(self.kinds_of_all("recipe.xml"), ["unit"])  # and no jumps in the continuous scheme
+        # The hydrogen stages in K, the wells and barriers in °C.
+        mixed = [*with_stage(with_stage(led, 0, T=1333), 1, T=(1333, 1113))[:7]]
+        problem = self.one_problem("unit", self.of_stages(mixed))
+        self.assertTrue(problem["text"].startswith("the temperatures of 5 stages look like °C: T is 757 K in stage_5, "),
+                        problem)
+        self.assertEqual({problem["stage"], *problem["also_in"]}, {f"stage_{number}" for number in range(3, 8)})
+
+    def kinds_of_all(self, name):
+        run = self.run_tool("check", "--format", "json", name)
+        return [one["kind"] for one in json.loads(run.stdout)["files"][0]["problems"]]
+
     def test_temperatures_that_were_converted_twice(self):
         self.expect("algan_gan_hemt", "T", 1, "1623.15 K is 1350 K + 273.15", 273.15)
         self.expect("ingan_led_stack", "T", 1, "1303.15 K is 1030 K + 273.15", 273.15)
@@ -130,6 +157,10 @@ class Units(Plausibility):
         self.expect("algan_gan_hemt", "NH3", 1e-3, "4 slm is 4000 sccm")
         self.expect("ingan_gan_mqw", "N2", 1e-3, "8 slm is 8000 sccm")
         self.expect("algan_gan_hemt", "H2", 1e-3, "10 slm is 10000 sccm")
+        problem = self.one_problem("unit", text.replace('<H2 val="0" end="0"', '<H2 val="6000" end="6000"').replace(
+            '<NH3 val="8" end="8"', '<NH3 val="8000" end="8000"'))  # nitrogen next to hydrogen
+        self.assertIn("N2 is 8 sccm in stage_1_1, of 14008.5 sccm in total; 8 slm is 8000 sccm (also in ", problem["text"])
+        self.assertEqual(self.problems(scaled(changed_example("ingan_gan_mqw"), "N2", 4.45599 / 8000)), [])
         self.expect("ingan_gan_mqw", "NH3", 1e3, "8000000 sccm is 8000 sccm times 1000")
 
     def test_flows_of_metals_in_micromoles_or_litres(self):
@@ -142,6 +173,22 @@ class Units(Plausibility):
         self.expect("algan_gan_hemt", "TMAl", 1e-3, "0.0003 slm is 0.3 sccm")
         self.expect("ingan_gan_mqw", "TEGa", 1e-3, "a V/III ratio of 1.6e7, above the usual 25 to 2000000; "
                     "TEGa 0.0005 slm is 0.5 sccm")
+
+    def test_one_metal_in_micromoles_beside_another_in_sccm(self):
+        well = with_stage([WELL], 0, TEGa=0.56, TMIn=8)
+        problem = self.one_problem("unit", self.of_stages([BARRIER, COOL, *well, HEAT]))
+        self.assertEqual(problem["text"], "TMIn is 8 sccm in stage_3, 14.3 times the 0.56 sccm of gallium precursors; "
+                                          "8 µmol/min is 0.1793 sccm")
+        self.assertEqual(self.found(with_stage([WELL], 0, TEGa=0.56, TMIn=2.7)), [])  # as much as red light needs
+        for name, TMAl, kinds in (("EBL", 10, ["unit"]), ("p-AlGaN", 10, ["unit"]), ("Al0.15Ga0.85N", 10, ["unit"]),
+                                  ("Al0.9Ga0.1N", 10, []), ("AlN", 10, []), ("layer", 10, []), ("AlGaN", 0.2, []),
+                                  ("AlGaN", 6.5, []), ("AlGaN cap", 10, [])):
+            stage = plausible.stage(name, 10, 1340, TMGa=1.34, TMAl=TMAl, **HOT, **AT)
+            problems = [one for one in self.problems(self.of_stages([stage])) if one["kind"] == "unit"]
+            self.assertEqual([one["kind"] for one in problems], kinds, name)
+            if kinds:
+                self.assertIn("7.46 times the 1.34 sccm of gallium precursors; 10 µmol/min is 0.2241 sccm",
+                              problems[0]["text"])
 
     def test_durations(self):
         text = changed_example("ingan_gan_mqw")
@@ -286,6 +333,36 @@ class Sequences(Plausibility):
         self.assertEqual(problem["kind"], "swapped-stages")
         self.assertIn('stage_3, "well", grows without TMIn, and stage_5, "barrier", with it', problem["text"])
 
+    def test_a_well_without_indium(self):
+        text = scaled(changed_example("ingan_gan_mqw"), "TMIn", 0)
+        problem = self.one_problem("missing-metal", text)
+        self.assertEqual(problem["text"], 'stage_1_3 is named "InGaN well", but no TMIn flows')
+        self.assertEqual(problem["path"], "NonstSurfChem:process_stages:stage_1:stage_1_3:gas_species:Q:TMIn")
+        self.assertEqual(self.found(with_stage(WELLS, 2, TMIn=0)), [("missing-metal", "stage_3")])
+        twice = [*with_stage(WELLS, 2, TMIn=0), *with_stage(WELLS, 2, TMIn=0)]
+        self.assertEqual(self.problems(self.of_stages(twice))[0]["also_in"], ["stage_8"])
+        for name, kinds in (("QW 2", 1), ("InGaN", 1), ("n-In0.1Ga0.9N", 1), ("QW barrier", 0), ("cap on InGaN", 0),
+                            ("ramp, QW", 0), ("QW spacer", 0), ("InGaN pre-well", 0), ("GaN QW", 0), ("cool", 0),
+                            ("well interruption", 0), ("GaN", 0), ("without InGaN", 0)):
+            stages = [{**one, "name": name} if one["name"] == "well" else one for one in with_stage(WELLS, 2, TMIn=0)]
+            self.assertEqual(self.found(stages),
+                             [("missing-metal", "stage_3")] * kinds, name)
+        # A ramp and a pause.
+        self.assertEqual(self.found(with_stage(WELLS, 2, TMIn=0, T=(1010, 1015))), [])
+        self.assertEqual(self.found(with_stage(WELLS, 2, TMIn=0, TEGa=0)), [])
+        # Not in a material without indium, nor for a well of GaN between layers with aluminium.
+        self.assertEqual(self.problems(self.of_stages(with_stage(WELLS, 2, TMIn=0), "AlGaN")), [])
+        aluminium = [with_stage([BARRIER], 0, TMAl=0.05)[0], with_stage([WELL], 0, TMIn=0, T=1080)[0]]
+        self.assertEqual(self.found(aluminium), [])
+
+    def test_a_blocking_layer_without_aluminium(self):
+        for name, material, kinds in (("EBL", "AlInGaN", 1), ("p-AlGaN", "AlGaN", 1), ("blocking layer", "AlGaN", 1),
+                                      ("AlN spacer", "AlGaN", 1), ("EBL", "InGaN", 0), ("AlGaN/GaN", "AlGaN", 0),
+                                      ("cap on AlGaN", "AlGaN", 0), ("GaN", "AlGaN", 0)):
+            stages = [plausible.stage(name, 40, 1250, TMGa=0.6, **HOT, **AT)]
+            found = [one["kind"] for one in self.problems(self.of_stages(stages, material))]
+            self.assertEqual(found, ["missing-metal"] * kinds, name)
+
     def test_formulas_in_names(self):
         def named(first, second):
             """GaN and then AlGaN under these names."""
@@ -295,7 +372,8 @@ class Sequences(Plausibility):
         self.assertEqual(named("GaN", "AlGaN"), [])
         self.assertEqual(named("AlGaN", "GaN"), [("swapped-stages", "stage_1")])
         self.assertEqual(named("n-Al0.3Ga0.7N", "u-GaN 2"), [("swapped-stages", "stage_1")])
-        for first, second in (("AlGaN", "barrier"), ("layer", "GaN"), ("AlGaN/GaN", "GaN"), ("below AlGaN", "GaN"),
+        self.assertEqual(named("AlGaN", "barrier"), [("missing-metal", "stage_1")])
+        for first, second in (("layer", "GaN"), ("AlGaN/GaN", "GaN"), ("below AlGaN", "GaN"),
                               ("Aluminium", "GaN"), ("ramp to AlGaN", "GaN"), ("cap on AlGaN", "GaN")):
             self.assertEqual(named(first, second), [], first)
 
@@ -473,9 +551,12 @@ class Runs(Plausibility):
         run = self.run_tool("run", "recipe.xml")
         self.assertEqual(run.returncode, 0)
         lines = run.stderr.splitlines()
-        self.assertRegex(lines[0], r"^vorlen: warning: recipe\.xml: line \d+: a second element .*:tau is not read$")
-        self.assertRegex(lines[1], r"^vorlen: warning: recipe\.xml: line \d+: element .*:stage_2 is not read$")
-        self.assertRegex(lines[2], r"^vorlen: warning: recipe\.xml: line \d+: rho_D is 3e12 cm\S+ in pre_stage_1, ")
+        self.assertRegex(lines[0], r'^vorlen: warning: recipe\.xml: line \d+: a second element .*:tau is not read '
+                                   r'\(stage_1_3 "InGaN well"\)$')
+        self.assertRegex(lines[1], r'^vorlen: warning: recipe\.xml: line \d+: element .*:stage_2 is not read '
+                                   r'\(stage_2 "last GaN barrier"\)$')
+        self.assertRegex(lines[2], r'^vorlen: warning: recipe\.xml: line \d+: rho_D is 3e12 cm\S+ in pre_stage_1 '
+                                   r'"GaN template", ')
         self.assertEqual(lines[3:], ['vorlen: recipe.xml: 4 warnings; "vorlen check recipe.xml" shows all'])
         self.assertEqual(self.run_tool("run", "recipe.xml", "--force").stdout.count("warning"), 0)
 
@@ -497,7 +578,8 @@ class Runs(Plausibility):
         self.write("c.xml", scaled(changed_example("ingan_gan_mqw"), "P", 0.01))
         run = self.run_tool("run", "a.xml", "b.xml", "c.xml")
         lines = run.stderr.splitlines()
-        self.assertRegex(lines[0], r"^vorlen: warning: b\.xml: 4 warnings, first line \d+: a second element .* is not read$")
+        self.assertRegex(lines[0], r"^vorlen: warning: b\.xml: 4 warnings, first line \d+: a second element .* is not read "
+                                   r'\(stage_1_3 "InGaN well"\)$')
         self.assertEqual(lines[1:3], ["vorlen: warning: c.xml: 1 warning",
                                       'vorlen: 2 of 3 recipes with warnings; "vorlen check RECIPE..." shows them'])
 
@@ -520,7 +602,19 @@ class Runs(Plausibility):
 
     def test_a_recipe_that_is_rejected_has_its_error_only(self):
         self.write("recipe.xml", self.odd_recipe().replace('val="InGaN"/>', 'val="GaAs"/>', 1))
-        self.assertEqual(self.run_tool("run", "recipe.xml").stderr, 'vorlen: Material "GaAs" is not recognized\n')
+        self.assertEqual(self.run_tool("run", "recipe.xml").stderr.splitlines(), [
+            'vorlen: Material "GaAs" is not recognized',
+            'vorlen: "vorlen check recipe.xml" explains it and shows all problems'])
+        run = self.run_tool("run", "--keep-going", "recipe.xml", example("algan_tension"))
+        self.assertIn('vorlen: recipe.xml: Material "GaAs" is not recognized\n'
+                      'vorlen: "vorlen check recipe.xml" explains it and shows all problems\n', run.stderr)
+
+    def test_other_failures_do_not_refer_to_the_check(self):
+        self.assertNotIn("vorlen check", self.run_tool("run", "missing.xml").stderr)
+        with open(self.path("recipe.xml"), "w", encoding="utf-8") as file:
+            file.write(changed_example("ingan_gan_mqw").replace('val="InGaN"/>', 'val="GaAs"/>', 1))
+        self.write("recipe.status.json", "{}")  # the run is not started
+        self.assertNotIn("vorlen check", self.run_tool("run", "recipe.xml").stderr)
 
     def test_the_check_takes_no_time(self):
         text = changed_example("algan_gan_hemt")

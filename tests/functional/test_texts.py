@@ -4,7 +4,7 @@ import os
 import re
 import unittest
 
-from support import EXAMPLES, SOURCE, InAFolder, example
+from support import EXAMPLES, SOURCE, InAFolder, changed_example, example
 
 
 class New(InAFolder):
@@ -96,6 +96,40 @@ class Explain(InAFolder):
     def test_messages_of_the_tool_itself(self):
         shown = self.explain("vorlen: a.result.txt: the file ends before the run does. Is the disk full?")
         self.assertIn("  Section:     Command line\n", shown)
+
+    def kinds_explained(self, text):
+        return set(re.findall(r'^  Section:     Warnings of "vorlen check", kind (\S+)$', self.explain(text), re.MULTILINE))
+
+    def test_warnings_of_the_check_are_explained(self):
+        text = changed_example("ingan_gan_mqw")
+        found = set()
+        for old, new in (('<T val="1010" end="1010"/>', '<T val="757" end="757"/>'), ('"1080"', '"1280"'),
+                         ("<material ", "<operator/><material "), ('<tau val="70"/>', '<tau val="70"/><tau val="7"/>'),
+                         ('<tau val="70"/>', '<tau val="7,0" unit="s"/>'), ('<n_stages val="2"/>', '<n_stages val="1"/>'),
+                         ('<TMIn val="0.2" end="0.2"/>', '<TMIn val="0" end="0"/>'),
+                         ('<TMIn val="0.2" end="0.2"/>', '<TMIn val="8" end="8"/>'),
+                         ('<NH3 val="8000" end="8000"/>', '<NH3 val="0" end="0"/>'), ('val="InGaN"/>', 'val="AlGaN"/>'),
+                         ('<TEGa val="0.5" end="0.5"/>', '<TEGa val="0" end="0"/>'), ("<process_stages>", "<process_stages>x"),
+                         ('<P val="40000" end="40000"/>', '<P val="3e9" end="3e9"/>')):
+            self.assertIn(old, text)
+            self.write("recipe.xml", text.replace(old, new))
+            for problem in json.loads(self.run_tool("check", "--format", "json", "recipe.xml").stdout)["files"][0]["problems"]:
+                if problem["severity"] == "warning":
+                    self.assertIn(problem["kind"], self.kinds_explained(problem["text"]), problem["text"])
+                    found.add(problem["kind"])
+        self.assertGreater(len(found), 10, found)
+        self.assertEqual(self.kinds_explained("the temperature jumps from 1080 K at the end of stage_1 to 1010 K in "
+                                              "stage_2 while nothing grows"), {"temperature-jump"})
+        self.assertEqual(self.kinds_explained("hot-pause\n"), {"hot-pause"})
+        self.assertIn("see \"Kinds of warnings\" in docs/checking-a-recipe.md", self.explain("spacer"))
+
+    def test_every_kind_of_warning_is_explained(self):
+        with open(os.path.join(SOURCE, "docs", "checking-a-recipe.md"), encoding="utf-8") as file:
+            table = re.search("<!-- table: kinds of warnings -->(.*?)<!-- end", file.read(), re.DOTALL)[1]
+        rows = re.findall(r"^\| `(.*?)` \|", table, re.MULTILINE)
+        self.assertGreater(len(rows), 20)
+        for kind in rows:
+            self.assertEqual(self.kinds_explained(kind), {kind})
 
     def test_an_unknown_text_shows_the_most_similar_messages(self):
         run = self.run_tool("explain", "step size became small")

@@ -179,10 +179,15 @@ class AnyFolder(Scripts):
         self.assertEqual(lines[0], f"The tool is {self.tools}/vorlen")
         page = os.path.join(self.root, "build", "run", "ingan_gan_mqw.html")
         self.assertEqual(lines[-1], f"To see the report, open {page} in a browser.")
-        (export,) = [line for line in lines if line.startswith("  export ")]
+        export, python = [line for line in lines if line.startswith("  export ")]
+        self.assertEqual(lines[lines.index(python) - 1],
+                         "To import vorlen in /usr/bin/python3, which has the packages that it needs, type:")
         for shell in ("bash", "sh"):
             called = self.run_script(shell, "-c", export + "\nvorlen x; echo \"$PATH\"", PATH="/usr/bin:/bin")
             self.assertEqual(called.stdout, f"this is vorlen, x\n{self.tools}:/usr/bin:/bin\n", called.stderr)
+            called = self.run_script(shell, "-c", python + "\n/usr/bin/python3 -c 'import sys; print(sys.path[1])'",
+                                     PATH="/usr/bin:/bin")
+            self.assertEqual(called.stdout, os.path.join(self.root, "python") + "\n", called.stderr)
 
     def test_a_recipe_of_the_user(self):
         run = self.run_sh("my recipes/a b.xml")
@@ -242,6 +247,10 @@ class FirstUse(Scripts):
         self.assertEqual((run.returncode, run.stderr), (0, ""), run.stdout)
         self.assertRegex(run.stdout, r"\n +4  InGaN well +70 +3\.460\n")
         self.assertTrue(os.path.getsize(os.path.join(BUILD, "ingan_gan_mqw.html")) > 100000)
+        (python,) = [line for line in run.stdout.splitlines() if line.startswith("  export PYTHONPATH=")]
+        program = "/usr/bin/python3 -B -c 'import vorlen; print(vorlen.__file__)'"
+        imported = self.run_script("bash", "-c", f"{python}\n{program}")
+        self.assertEqual(imported.stdout, os.path.join(SOURCE, "python", "vorlen", "__init__.py\n"), imported.stderr)
 
         # Again, with a recipe from the current directory, and without a network where that is possible.
         shutil.copy(os.path.join(SOURCE, "examples", "algan_gan_hemt.xml"), self.folder)

@@ -101,9 +101,10 @@ std::vector<Problem> check_recipe(const std::string& file) {
   Reading reading = read_all(document);
   std::vector<Problem>& warnings = reading.warnings;
   warn_of_unread(document, reading, warnings);
-  warn_of_process(reading, warnings);
   if (reading.model_is_next) check_model(document, reading);
-  warn_of_sequence(reading, warn_of_values(document, reading, warnings), warnings);
+  const std::set<const ReadStage*> odd = warn_of_values(document, reading, warnings);
+  warn_of_process(reading, odd, warnings);
+  warn_of_sequence(reading, odd, warnings);
   std::stable_sort(warnings.begin(), warnings.end(),
                    [](const Problem& a, const Problem& b) { return a.line < b.line; });
 

@@ -27,6 +27,7 @@ struct Problem {
 struct WarningKind {
   const char* name;
   const char* meaning;      // one line of Markdown
+  const char* texts;        // what the warnings say, separated by |; <...> matches any text
   bool loses_part = false;  // a part of the recipe is not simulated as written
 };
 

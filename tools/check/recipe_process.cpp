@@ -64,7 +64,9 @@ void warn_of_flows(const Reading& reading, std::vector<Problem>& warnings) {
 
 // Instantaneous heating or cooling between two stages, with nothing growing on one side: the integrator's steps may
 // become too small there.
-void warn_of_jump(const ReadStage& before, const ReadStage& after, std::vector<Problem>& warnings) {
+void warn_of_jump(const ReadStage& before, const ReadStage& after, const std::set<const ReadStage*>& odd,
+                  std::vector<Problem>& warnings) {
+  if (odd.count(&before) + odd.count(&after) > 0) return;
   if (!before.T || !after.T || !flows_known(before) || !flows_known(after)) return;
   const double from = before.T->end;
   const double to = after.T->val;
@@ -92,7 +94,7 @@ std::string remedy(const Reading& reading) {
 
 // A pause is a sequence of stages without metals. The first hot stage of each is reported when something grows after
 // it.
-void warn_of_hot_pauses(const Reading& reading, std::vector<Problem>& warnings) {
+void warn_of_hot_pauses(const Reading& reading, const std::set<const ReadStage*>& odd, std::vector<Problem>& warnings) {
   const std::vector<const ReadStage*> order = grown_order(reading.stages);
   std::set<const ReadStage*> reported;
   bool pause_is_reported = false;
@@ -101,10 +103,10 @@ void warn_of_hot_pauses(const Reading& reading, std::vector<Problem>& warnings) 
     const ReadStage& stage = **one;
     if (!without_metals(stage)) {
       pause_is_reported = false;
-      coolest = stage.T ? stage.T->end : std::numeric_limits<double>::infinity();
+      coolest = stage.T && odd.count(&stage) == 0 ? stage.T->end : std::numeric_limits<double>::infinity();
       continue;
     }
-    if (!stage.T) continue;
+    if (!stage.T || odd.count(&stage) > 0) continue;
     coolest = std::min(coolest, stage.T->val);
     const double before = coolest;
     coolest = std::min(coolest, stage.T->end);
@@ -145,8 +147,9 @@ void warn_of_spacer(const Reading& reading, std::vector<Problem>& warnings) {
   }
 }
 
-void warn_of_continuous_scheme(const Reading& reading, std::vector<Problem>& warnings) {
-  warn_of_hot_pauses(reading, warnings);
+void warn_of_continuous_scheme(const Reading& reading, const std::set<const ReadStage*>& odd,
+                               std::vector<Problem>& warnings) {
+  warn_of_hot_pauses(reading, odd, warnings);
   warn_of_spacer(reading, warnings);
   const auto tolerance = reading.outside_stages.find(find_row(Section::integration, "tolerance"));
   if (tolerance == reading.outside_stages.end()) return;
@@ -157,16 +160,16 @@ void warn_of_continuous_scheme(const Reading& reading, std::vector<Problem>& war
 
 }  // namespace
 
-void warn_of_process(const Reading& reading, std::vector<Problem>& warnings) {
+void warn_of_process(const Reading& reading, const std::set<const ReadStage*>& odd, std::vector<Problem>& warnings) {
   const std::vector<ReadStage>& stages = reading.stages;
   warn_of_flows(reading, warnings);
   const bool continuous = reading.recipe.scheme == vorlen::SCHEME_continuous &&
                           reading.faulty.count(find_row(Section::integration, "scheme")) == 0;
-  if (continuous) warn_of_continuous_scheme(reading, warnings);
+  if (continuous) warn_of_continuous_scheme(reading, odd, warnings);
   for (std::size_t k = 0; continuous && k < stages.size(); ++k) {
-    if (k > 0) warn_of_jump(stages[k - 1], stages[k], warnings);
+    if (k > 0) warn_of_jump(stages[k - 1], stages[k], odd, warnings);
     if (stages[k].repeats_from >= 0) {
-      warn_of_jump(stages[k], stages[static_cast<std::size_t>(stages[k].repeats_from)], warnings);
+      warn_of_jump(stages[k], stages[static_cast<std::size_t>(stages[k].repeats_from)], odd, warnings);
     }
   }
   if (stages.empty()) return;

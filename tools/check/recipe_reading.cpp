@@ -49,13 +49,22 @@ const TiXmlElement* misspelt_child(const TiXmlNode& parent, Section section, con
   return nullptr;
 }
 
+// How many stages the list has, next to how many it should have.
+std::string missing_stage_hint(const Row& row, const TiXmlElement& list) {
+  int count = 0;
+  for (const TiXmlElement* child = list.FirstChildElement(); child != nullptr; child = child->NextSiblingElement()) {
+    if (stage_number(list_prefix(row, list) + "#", child->Value()) > 0) ++count;
+  }
+  return fmt::format("{}, and {} {} given", stage_count_words(row.section, list), count, count == 1 ? "is" : "are");
+}
+
 std::string missing_element_hint(const Fault& fault) {
   const Row& row = *fault.row;
   if (const TiXmlElement* misspelt = misspelt_child(fault.node, row.section, fault.name.c_str())) {
     return fmt::format("<{}> on line {} is not read: should it be <{}>?", misspelt->Value(), misspelt->Row(),
                        fault.name);
   }
-  if (row.kind == Kind::stage_list) return "the number of stages in this element requires it";
+  if (row.kind == Kind::stage_list) return missing_stage_hint(row, *fault.node.ToElement());
   return fmt::format("add {}: {}", element_words(row), plain(row.meaning));
 }
 
@@ -265,6 +274,21 @@ const TiXmlElement* Reading::good_element(Section section, const char* name) con
   const Row* row = find_row(section, name);
   const auto found = outside_stages.find(row);
   return found == outside_stages.end() || faulty.count(row) != 0 ? nullptr : found->second;
+}
+
+std::string list_prefix(const Row& row, const TiXmlElement& list) {
+  if (row.section == Section::periodic) return list.ValueStr() + "_";
+  return {row.name, std::strlen(row.name) - 1};
+}
+
+std::string stage_count_words(Section section, const TiXmlElement& list) {
+  for (const Row* row : rows_of(section)) {
+    const TiXmlElement* count = list.FirstChildElement(row->name);
+    const bool is_count = row->kind == Kind::integer && row->rejection_above != nullptr;
+    const char* number = is_count && count != nullptr ? count->Attribute("val") : nullptr;
+    if (number != nullptr) return fmt::format("{} is {}", row->name, number);
+  }
+  return "";
 }
 
 std::string value_hint(const Row& row) {

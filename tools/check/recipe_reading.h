@@ -84,8 +84,8 @@ void predict_model_faults(Reading& reading);
 // Appends what the library silently ignores: elements, attributes and texts that are not read.
 void warn_of_unread(const TiXmlDocument& document, const Reading& reading, std::vector<Problem>& warnings);
 // Appends what is unusual about the process: flows that do not fit the material, jumps of temperature and the like, and
-// what makes the continuous scheme fail.
-void warn_of_process(const Reading& reading, std::vector<Problem>& warnings);
+// what makes the continuous scheme fail. Temperatures of the stages in odd are not looked at.
+void warn_of_process(const Reading& reading, const std::set<const ReadStage*>& odd, std::vector<Problem>& warnings);
 // Appends values outside of the usual ranges, and the unit in which they may have been given. Returns the stages of
 // which the temperature is one of them.
 std::set<const ReadStage*> warn_of_values(const TiXmlDocument& document, const Reading& reading,
@@ -97,6 +97,11 @@ void warn_of_sequence(const Reading& reading, const std::set<const ReadStage*>& 
 // A problem at an element, or at its attribute.
 Problem problem_at(Severity severity, const char* kind, const TiXmlElement& element, const char* attribute,
                    const StagePlace& place, std::string text, std::string hint);
+
+// The names of the stages in a list start with this: "stage_", or "stage_2_" in the periodic stage_2.
+std::string list_prefix(const Row& row, const TiXmlElement& list);
+// The number of stages that a list gives, as it is written there: "n_stages is 3". Empty if there is none.
+std::string stage_count_words(Section section, const TiXmlElement& list);
 
 // "temperature of the surface: at least 1e-4 K"
 std::string value_hint(const Row& row);

@@ -1,12 +1,11 @@
 // What a sequence of stages hardly means.
 //
-// In order: abrupt changes while something grows, what the name of a stage says, missing ammonia, stages that may have
-// each other's values.
+// In order: abrupt changes while something grows, missing ammonia, stages without the metal of their name, and stages
+// that may have each other's values.
 #include <fmt/core.h>
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <optional>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "check/recipe_reading.h"
 #include "check/stage_conditions.h"
+#include "check/stage_names.h"
 
 namespace vorlen::recipe {
 
@@ -65,71 +65,6 @@ void look_at_change(const ReadStage& before, const ReadStage& after, bool with_t
   }
 }
 
-// ---- What a name says
-
-struct Metal {
-  std::string_view symbol;
-  const char* flow;
-  vorlen::GasSpecies species;
-};
-constexpr Metal NAMED_METALS[] = {{"In", "TMIn", vorlen::TMIn_g}, {"Al", "TMAl", vorlen::TMAl_g}};
-
-// The length of a formula at the start of the text, such as InGaN or Al0.3Ga0.7N; 0 for anything else.
-std::size_t formula_length(std::string_view text) {
-  std::size_t at = 0;
-  while (true) {
-    const std::string_view symbol = text.substr(std::min(at, text.size()), 2);
-    if (symbol != "In" && symbol != "Ga" && symbol != "Al") break;
-    at += 2;
-    while (at < text.size() && std::string_view("0123456789.,xy()-_{}").find(text[at]) != std::string_view::npos) ++at;
-  }
-  return at > 0 && at < text.size() && text[at] == 'N' ? at + 1 : 0;
-}
-
-std::string lower_case(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-  return text;
-}
-
-template <std::size_t N>
-bool contains_any(const std::string& text, const std::string_view (&words)[N]) {
-  return std::any_of(std::begin(words), std::end(words),
-                     [&text](std::string_view word) { return text.find(word) != std::string::npos; });
-}
-
-// Words that name a neighbour of the stage rather than the stage itself.
-bool names_neighbours(const std::string& lower) {
-  constexpr std::string_view WORDS[] = {" to ", "before", "after", "below", "above", "under",
-                                        "over", " on ",   "cap",   "/",     "+",     "ramp"};
-  return contains_any(lower, WORDS);
-}
-
-// Whether a stage of this name has the metal; nothing if the name does not say so.
-std::optional<bool> named_with(const std::string& name, const Metal& metal) {
-  const std::string lower = lower_case(name);
-  if (names_neighbours(lower)) return {};
-  std::optional<bool> said;
-  for (std::size_t at = 0; at < name.size(); ++at) {
-    const std::size_t length = formula_length(std::string_view(name).substr(at));
-    if (length == 0) continue;
-    const bool has = std::string_view(name).substr(at, length).find(metal.symbol) != std::string_view::npos;
-    if (said && *said != has) return {};
-    said = has;
-    at += length - 1;
-  }
-  if (said || metal.species != vorlen::TMIn_g) return said;
-  const bool well = lower.find("well") != std::string::npos || lower.find("qw") != std::string::npos;
-  const bool barrier = lower.find("barrier") != std::string::npos;
-  if (well == barrier) return {};
-  return well;
-}
-
-// A stage named AlN spacer, for example, and not TMAl pulse of AlN.
-bool is_named_after_nitride(const std::string& name) {
-  constexpr std::string_view WORDS[] = {"tmal", "pulse", "flow", "dose", "step", "cycle"};
-  return named_with(name, NAMED_METALS[1]) == true && !contains_any(lower_case(name), WORDS);
-}
-
 // ---- Missing ammonia
 
 bool has_no_ammonia(const ReadStage& stage) {
@@ -175,11 +110,61 @@ void look_at_hot_stages(const Reading& reading, const std::vector<const ReadStag
   }
 }
 
-// ---- Stages that may have each other's values
+// ---- Stages that differ from their names, and stages that may have each other's values
 
 bool is_steady(const ReadStage& stage) { return stage.T && stage.T->val == stage.T->end && flows_known(stage); }
 
-void look_at_names(const Reading& reading, Causes& causes) {
+// The next steady stage with metals in one direction; null if there is none.
+const ReadStage* next_layer(const std::vector<const ReadStage*>& order, std::size_t from, std::ptrdiff_t step) {
+  const auto size = static_cast<std::ptrdiff_t>(order.size());
+  for (std::ptrdiff_t k = static_cast<std::ptrdiff_t>(from) + step; k >= 0 && k < size; k += step) {
+    const ReadStage* stage = order[static_cast<std::size_t>(k)];
+    if (is_steady(*stage) && with_metals(*stage)) return stage;
+  }
+  return nullptr;
+}
+
+// A well of GaN between barriers of AlGaN, under a name without a formula.
+bool is_between_aluminium(const std::vector<const ReadStage*>& order, const ReadStage& stage) {
+  const auto place = static_cast<std::size_t>(std::find(order.begin(), order.end(), &stage) - order.begin());
+  for (const std::ptrdiff_t step : {-1, 1}) {
+    const ReadStage* layer = next_layer(order, place, step);
+    if (layer != nullptr && is_flowing(*layer, vorlen::TMAl_g)) return true;
+  }
+  return is_flowing(stage, vorlen::TMAl_g);
+}
+
+// A part or a neighbour of a layer that has its name: "InGaN pre-flow", "QW spacer".
+bool names_part(const std::string& name) {
+  constexpr std::string_view WORDS[] = {"pre", "post", "interrupt", "pause", "cool", "heat", "free", "no ", "without"};
+  constexpr std::string_view NEIGHBOURS[] = {"spacer", "interlayer"};
+  const std::string lower = lower_case(name);
+  return contains_any(lower, WORDS) || (!has_formula(name) && contains_any(lower, NEIGHBOURS));
+}
+
+// Whether the stage lacks a metal that its name says and the material has.
+bool lacks_metal(const Reading& reading, const std::vector<const ReadStage*>& order, const ReadStage& stage,
+                 const Metal& metal) {
+  const std::int32_t other = metal.species == vorlen::TMIn_g ? vorlen::MATERIAL_AlGaN : vorlen::MATERIAL_InGaN;
+  if (reading.recipe.material == other || is_flowing(stage, metal.species)) return false;
+  const std::string& name = stage.place.name;
+  if (named_with(name, metal) != true || names_part(name)) return false;
+  return metal.species != vorlen::TMIn_g || has_formula(name) || !is_between_aluminium(order, stage);
+}
+
+void look_at_missing_metal(const Reading& reading, const std::vector<const ReadStage*>& order, const Metal& metal,
+                           Causes& causes) {
+  for (const ReadStage& stage : reading.stages) {
+    if (!is_steady(stage) || !with_metals(stage) || !lacks_metal(reading, order, stage, metal)) continue;
+    causes.add(std::string("missing") + metal.flow,
+               warning_at("missing-metal", child_of(*stage.element, {"gas_species", "Q", metal.flow}), stage.place,
+                          fmt::format("{} is named \"{}\", but no {} flows", stage.place.label,
+                                      short_name(stage.place.name), metal.flow),
+                          fmt::format("give {} in sccm, or name the stage after what grows", metal.flow)));
+  }
+}
+
+void look_at_names(const Reading& reading, const std::vector<const ReadStage*>& order, Causes& causes) {
   for (const Metal& metal : NAMED_METALS) {
     std::array<const ReadStage*, 2> odd{};  // first stage without the metal of its name, first with another metal
     for (const ReadStage& stage : reading.stages) {
@@ -189,6 +174,7 @@ void look_at_names(const Reading& reading, Causes& causes) {
       if (!named || *named == has_flow) continue;
       if (odd[has_flow ? 1 : 0] == nullptr) odd[has_flow ? 1 : 0] = &stage;
     }
+    if (odd[1] == nullptr) look_at_missing_metal(reading, order, metal, causes);
     if (odd[0] == nullptr || odd[1] == nullptr) continue;
     const ReadStage& without = *odd[0];
     const ReadStage& with = *odd[1];
@@ -199,16 +185,6 @@ void look_at_names(const Reading& reading, Causes& causes) {
                                       short_name(with.place.name)),
                           "the two stages may be exchanged"));
   }
-}
-
-// The next steady stage with metals in one direction; null if there is none.
-const ReadStage* next_layer(const std::vector<const ReadStage*>& order, std::size_t from, std::ptrdiff_t step) {
-  const auto size = static_cast<std::ptrdiff_t>(order.size());
-  for (std::ptrdiff_t k = static_cast<std::ptrdiff_t>(from) + step; k >= 0 && k < size; k += step) {
-    const ReadStage* stage = order[static_cast<std::size_t>(k)];
-    if (is_steady(*stage) && with_metals(*stage)) return stage;
-  }
-  return nullptr;
 }
 
 // Indium needs lower temperatures than what is grown without it on both sides.
@@ -242,7 +218,7 @@ void warn_of_sequence(const Reading& reading, const std::set<const ReadStage*>& 
   }
   for (const ReadStage& stage : reading.stages) look_at_growth_without_ammonia(stage, causes);
   look_at_hot_stages(reading, order, causes);
-  look_at_names(reading, causes);
+  look_at_names(reading, order, causes);
   look_at_wells(order, odd, causes);
   causes.report(warnings);
 }

@@ -14,12 +14,6 @@ namespace vorlen::recipe {
 
 namespace {
 
-// The names of the stages in a list start with this; "stage_2_" in the periodic stage_2.
-std::string list_prefix(const Row& row, const TiXmlElement& list) {
-  if (row.section == Section::periodic) return list.ValueStr() + "_";
-  return {row.name, std::strlen(row.name) - 1};
-}
-
 // The row of a child, also in lists of stages; null for an unknown element.
 const Row* row_of_child(Section section, const TiXmlElement& parent, const TiXmlElement& child) {
   for (const Row* row : rows_of(section)) {
@@ -39,17 +33,6 @@ std::string reason_of(const Row& row, const Reading& reading) {
   if (row.condition == Condition::stress_off) return "with V_dislocation the density follows from the last pre-stage";
   if (row.condition == Condition::stress_on) return "it is read only with V_dislocation";
   return "it is read only with the transport " + plain(condition_words(row.condition));
-}
-
-// The number of stages that a list gives, as it is written there.
-std::string stage_count_words(Section section, const TiXmlElement& list) {
-  for (const Row* row : rows_of(section)) {
-    const TiXmlElement* count = list.FirstChildElement(row->name);
-    const bool is_count = row->kind == Kind::integer && row->rejection_above != nullptr;
-    const char* number = is_count && count != nullptr ? count->Attribute("val") : nullptr;
-    if (number != nullptr) return fmt::format("{} is {}", row->name, number);
-  }
-  return "";
 }
 
 struct Unread {

@@ -1,13 +1,15 @@
 // Values of active stages outside of the usual ranges, and the unit in which they may have been given.
 //
-// In order: temperatures, flows, a stage, what grows. A later part looks only at what the earlier ones found usual, so
-// that one slip is one warning.
+// In order: flows, a stage, what grows. Temperatures are in recipe_temperatures.cpp. A later part looks only at what
+// the earlier ones found usual, so that one slip is one warning.
 #include <fmt/core.h>
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <string>
 
+#include "check/stage_names.h"
 #include "check/value_search.h"
 
 namespace vorlen::recipe {
@@ -16,38 +18,17 @@ namespace {
 
 using vorlen::ValueRange;
 
-constexpr double THICK = 300.0;   // nm; nucleation layers and wells are thinner
 constexpr double BILAYER = 0.26;  // nm, c/2 of GaN
 constexpr double S_PER_MIN = 60.0;
-constexpr double TOTAL_MIN = 5.0;        // nm; many thin stages, as in pulsed growth, add up to more
-constexpr double NH3_IN_SLM = 60.0;      // sccm; a smaller flow of NH3 may be in slm
-constexpr double NH3_RATIO_MIN = 300.0;  // V/III ratio that such a small flow would be too little for
-constexpr double CARRIER_IN_SLM = 30.0;  // sccm; likewise of a carrier gas
-constexpr double CARRIER_SHARE = 0.01;   // of the total flow; a carrier gas is usually more
-
-// ---- Temperatures
-
-Quantity temperature_range(const ReadStage& stage) {
-  const bool indium = is_flowing(stage, vorlen::TMIn_g);
-  const bool aluminium = is_flowing(stage, vorlen::TMAl_g);
-  const bool gallium = with_gallium(stage);
-  const auto mean = [&](vorlen::GasSpecies gas) { return stage.Q[gas] ? stage.Q[gas]->average() : 0.0; };
-  if (indium && (gallium || aluminium)) return Quantity::T_indium;
-  if (!gallium) return Quantity::T_other;
-  if (aluminium && mean(vorlen::H2_g) > mean(vorlen::N2_g)) return Quantity::T_AlGaN;
-  return Quantity::T_gallium;
-}
-
-// Only while something grows: a process cools down afterwards.
-void look_at_temperature(Search& search, const ReadStage& stage, Quantity range) {
-  if (!stage.T || !flows_known(stage)) return;
-  const TiXmlElement& element = child_of(*stage.element, {"T"});
-  for (double ValueRange::*end : {&ValueRange::val, &ValueRange::end}) {
-    if (!(metal_flow(stage, end) > 0.0) || !look(search, range, "T", (*stage.T).*end, element, stage.place)) continue;
-    search.odd_temperatures.insert(&stage);
-    return;
-  }
-}
+constexpr double TOTAL_MIN = 5.0;         // nm; many thin stages, as in pulsed growth, add up to more
+constexpr double NH3_IN_SLM = 60.0;       // sccm; a smaller flow of NH3 may be in slm
+constexpr double NH3_RATIO_MIN = 300.0;   // V/III ratio that such a small flow would be too little for
+constexpr double CARRIER_IN_SLM = 30.0;   // sccm; likewise of a carrier gas
+constexpr double INDIUM_MAX = 5.0;        // TMIn for each gallium precursor; red light needs 2 to 4
+constexpr double ALUMINIUM_MARGIN = 5.0;  // times the ratio that a formula says; gallium desorbs
+constexpr double TMIn_IN_UMOL = 1.0;      // sccm; a smaller flow is hardly in µmol/min
+constexpr double TMAl_IN_UMOL = 2.0;      // sccm
+constexpr double CARRIER_SHARE = 0.01;    // of the total flow; a carrier gas is usually more
 
 // ---- Flows
 
@@ -85,6 +66,35 @@ std::string flows_in(const ReadStage& stage, const OtherUnit& unit, bool of_meta
 }
 
 std::string metals_in(const ReadStage& stage, const OtherUnit& unit) { return flows_in(stage, unit, true); }
+
+// Flow of a metal next to that of gallium which is too much in sccm and usual in µmol/min.
+bool look_at_metal(Search& search, const ReadStage& stage, const Metal& metal, double ratio_max, double flow_min) {
+  if (!is_flowing(stage, metal.species) || !with_gallium(stage)) return false;
+  const double flow = largest(*stage.Q[metal.species]);
+  double gallium = 0.0;  // sccm
+  for (const vorlen::GasSpecies gas : {vorlen::TMGa_g, vorlen::TEGa_g})
+    gallium += std::max(largest(*stage.Q[gas]), 0.0);
+  const double converted = flow * micromoles().factor;
+  const bool is_usual_converted = side_of(usual_range(flow_range(metal.species)), converted) == 0;
+  if (!(flow >= flow_min && flow > ratio_max * gallium) || !is_usual_converted) return false;
+  search.add("unit", std::string(metal.flow) + " beside gallium", flow_element(stage, metal.flow), stage.place,
+             fmt::format("{} is {} sccm{}, {:.3g} times the {} sccm of gallium precursors; {} {} is {:.4g} sccm",
+                         metal.flow, value_words(flow), in_stage(stage.place), flow / gallium, value_words(gallium),
+                         value_words(flow), micromoles().unit, converted),
+             "the unit is sccm for every precursor");
+  return true;
+}
+
+// Metals of which one is in another unit. True if that was reported.
+bool look_at_metals(Search& search, const ReadStage& stage) {
+  if (!flows_known(stage)) return false;
+  const auto& [indium, aluminium] = NAMED_METALS;
+  if (look_at_metal(search, stage, indium, INDIUM_MAX, TMIn_IN_UMOL)) return true;
+  const std::optional<NamedAluminium> named = named_aluminium(stage.place.name);
+  if (!named) return false;
+  const double most = named->exact ? ALUMINIUM_MARGIN * named->per_gallium : named->per_gallium;
+  return look_at_metal(search, stage, aluminium, most, TMAl_IN_UMOL);
+}
 
 // The largest flows of a stage together, sccm; NaN when one is not known.
 double total_flow(const ReadStage& stage) {
@@ -131,18 +141,20 @@ void look_at_ratio(Search& search, const ReadStage& stage) {
   search.add("unusual-value", fmt::format("ratio{}", side), element, stage.place, text, range.reason);
 }
 
-// A carrier gas next to which ammonia is a thousand times more.
+// Flows in slm are given with two decimals at most.
+bool looks_like_slm(double value) { return std::fabs(100.0 * value - std::round(100.0 * value)) < 1e-6; }
+
+// A carrier gas next to which the other gases are a hundred times more.
 void look_at_carriers(Search& search, const ReadStage& stage, double total) {
-  const double N2 = largest(*stage.Q[vorlen::N2_g]);
-  const double H2 = largest(*stage.Q[vorlen::H2_g]);
-  const double carriers = std::max(N2, 0.0) + std::max(H2, 0.0);
-  if (!(carriers > 0.0) || carriers > CARRIER_IN_SLM || carriers > CARRIER_SHARE * total) return;
-  const char* name = N2 >= H2 ? "N2" : "H2";
-  const double flow = std::max(N2, H2);
-  search.add("unit", "carrier", flow_element(stage, name), stage.place,
-             fmt::format("{} is {} sccm{}, of {:.6g} sccm in total; {} slm is {} sccm", name, value_words(flow),
-                         in_stage(stage.place), total, value_words(flow), value_words(1e3 * flow)),
-             "the unit is sccm");
+  for (const Flow& flow : flows()) {
+    if (flow.species != vorlen::N2_g && flow.species != vorlen::H2_g) continue;
+    const double value = largest(*stage.Q[flow.species]);
+    if (!(value > 0.0) || value > CARRIER_IN_SLM || value > CARRIER_SHARE * total || !looks_like_slm(value)) continue;
+    search.add("unit", std::string("carrier ") + flow.name, flow_element(stage, flow.name), stage.place,
+               fmt::format("{} is {} sccm{}, of {:.6g} sccm in total; {} slm is {} sccm", flow.name, value_words(value),
+                           in_stage(stage.place), total, value_words(value), value_words(1e3 * value)),
+               "the unit is sccm");
+  }
 }
 
 // Several flows that are usual each. True if their sum is not; then it is reported.
@@ -169,7 +181,6 @@ void look_at_mixture(Search& search, const ReadStage& stage) {
 
 void look_at_stage(Search& search, const ReadStage& stage) {
   const auto child = [&stage](const char* name) -> const TiXmlElement& { return child_of(*stage.element, {name}); };
-  look_at_temperature(search, stage, temperature_range(stage));
   // A pause may be one in which the reactor is pumped down or the disc stands still.
   const bool pause = without_metals(stage);
   if (stage.P && !pause) look(search, Quantity::P, "P", *stage.P, child("P"), stage.place);
@@ -188,20 +199,15 @@ void look_at_stage(Search& search, const ReadStage& stage) {
       search.flow_found = true;
     }
   }
-  if (flows_are_usual) look_at_mixture(search, stage);
+  if (!flows_are_usual) return;
+  if (look_at_metals(search, stage)) {
+    search.flow_found = true;
+  } else {
+    look_at_mixture(search, stage);
+  }
 }
 
 // ---- What grows
-
-// Thick layers are grown hot.
-void look_at_thick_layers(Search& search) {
-  const Reading& reading = search.reading;
-  for (std::size_t k = 0; k < reading.growth.size(); ++k) {
-    const ReadStage& stage = reading.stages[k];
-    if (!(reading.growth[k].thickness > THICK) || is_flowing(stage, vorlen::TMIn_g)) continue;
-    look_at_temperature(search, stage, Quantity::T_thick);
-  }
-}
 
 void look_at_growth(Search& search) {
   const Reading& reading = search.reading;
@@ -251,11 +257,12 @@ std::set<const ReadStage*> warn_of_values(const TiXmlDocument& document, const R
   if (root == nullptr) return {};
   Search search{.reading = reading};
   look_at_reference(search);
+  look_at_temperatures(search);
   for (const ReadStage& stage : reading.stages) look_at_stage(search, stage);
   if (!search.flow_found) {
     for (const ReadStage& stage : reading.stages) look_at_ratio(search, stage);
   }
-  if (!search.found_any) look_at_thick_layers(search);
+  if (!search.found_any) look_at_temperatures_of_thick_layers(search);
   if (!search.found_any) look_at_growth(search);
   look_at_layers(search, *root);
   search.causes.report(warnings);

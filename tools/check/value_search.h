@@ -37,6 +37,10 @@ bool look(Search& search, Quantity quantity, const std::string& name, const vorl
 const OtherUnit& micromoles();
 const OtherUnit& standard_litres();
 
+// Temperatures of active stages. The second function is for recipes in which nothing else is unusual.
+void look_at_temperatures(Search& search);
+void look_at_temperatures_of_thick_layers(Search& search);
+
 // The parts outside of active stages: the reference conditions of the transport layer, the layers below and above, and
 // the dislocation densities of all stages.
 void look_at_reference(Search& search);

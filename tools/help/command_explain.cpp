@@ -5,9 +5,13 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "check/recipe_check.h"
+#include "check/recipe_words.h"
 #include "commands.h"
 #include "help/embedded_texts.h"
 #include "help/message_catalogue.h"
@@ -38,6 +42,29 @@ std::string entries_text(const std::vector<const MessageEntry*>& entries) {
   return text;
 }
 
+// The kinds of warnings of vorlen check whose texts occur in text, or whose name is text.
+std::vector<MessageEntry> warning_entries(const std::string& text) {
+  std::vector<MessageEntry> entries;
+  const auto add = [&](const recipe::WarningKind& kind, std::string pattern) {
+    const std::string meaning = recipe::plain(kind.meaning);
+    entries.push_back({fmt::format("Warnings of \"vorlen check\", kind {}", kind.name), std::move(pattern), meaning,
+                       "\"vorlen check RECIPE\" shows place and hint; see \"Kinds of warnings\" in "
+                       "docs/checking-a-recipe.md"});
+  };
+  for (const recipe::WarningKind& kind : recipe::warning_kinds()) {
+    if (text == kind.name) {
+      entries.clear();
+      add(kind, kind.name);
+      return entries;
+    }
+    std::istringstream texts(kind.texts);
+    for (std::string pattern; std::getline(texts, pattern, '|');) add(kind, pattern);
+  }
+  std::vector<MessageEntry> found;
+  for (const MessageEntry* entry : matching_entries(entries, text)) found.push_back(*entry);
+  return found;
+}
+
 // given: null to read it from standard input.
 int explain(const std::string* given) {
   std::string text(LONGEST_TEXT, '\0');
@@ -52,6 +79,12 @@ int explain(const std::string* given) {
   const std::vector<MessageEntry> entries = read_message_page(embedded_messages());
   const std::vector<const MessageEntry*> found = matching_entries(entries, text);
   if (!found.empty()) return print_out(entries_text(found));
+  const std::vector<MessageEntry> warnings = warning_entries(text.substr(0, text.find_last_not_of(" \t\r\n") + 1));
+  if (!warnings.empty()) {
+    std::vector<const MessageEntry*> shown;
+    for (const MessageEntry& entry : warnings) shown.push_back(&entry);
+    return print_out(entries_text(shown));
+  }
   const std::vector<const MessageEntry*> with_words = entries_with_words(entries, text);
   if (!with_words.empty() && with_words.size() <= MOST_WITH_WORDS) return print_out(entries_text(with_words));
   fail("no known message matches. The most similar are:");
@@ -70,7 +103,8 @@ void add_explain_command(CLI::App& app, int& status) {
                                                "several words need no quotes")
                                   ->type_name("");
   command->footer(
-      "A few words of the message are enough. If the message is not known, the most similar ones are shown.\n"
+      "A few words of the message are enough. Warnings of \"vorlen check\" and their kinds are\n"
+      "explained, too. If the message is not known, the most similar ones are shown.\n"
       "Exit status: 0 explained, 1 not known.\n\n"
       "Examples:\n"
       "  vorlen explain Step size has become too small\n"

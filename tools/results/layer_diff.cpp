@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include "terminal/table.h"
@@ -21,14 +22,15 @@ constexpr Rounding DECIMALS_4 = {false, 4, 1e-4};
 constexpr Rounding ALMOST_EXACT = {true, 10, 0.0};
 constexpr Rounding DENSITY = {true, 3, 1.0};
 
-// The strain has half the weight, because it follows the composition.
+// The strain has half the weight, because it follows the composition. So have duration and rate: they count when they
+// compensate each other, otherwise the thickness shows them.
 constexpr std::array<ComparedQuantity, N_COMPARED> QUANTITIES = {{
-    {"duration", "duration", "Duration, s", "s", 1.0, ALMOST_EXACT, ComparedQuantity::IF_DIFFERENT, true, 1.0, 0.0,
+    {"duration", "duration", "Duration, s", "s", 1.0, ALMOST_EXACT, ComparedQuantity::IF_DIFFERENT, true, 1.0, 0.5,
      [](const LayerValues& layer) { return layer.duration; }},
     {"thickness", "thickness", "Thickness, nm", "nm", 1.0, DECIMALS_3, ComparedQuantity::ALWAYS, true, 1.0, 1.0,
      [](const LayerValues& layer) { return layer.thickness; }},
     {"mean_rate", "growth rate", "Rate, nm/s", "nm/s", 1.0, DECIMALS_4, ComparedQuantity::WITH_DURATION, true, 0.01,
-     0.0, [](const LayerValues& layer) { return layer.mean_rate; }},
+     0.5, [](const LayerValues& layer) { return layer.mean_rate; }},
     {"x_in_mid", "indium fraction", "In", "", 1.0, DECIMALS_4, ComparedQuantity::IF_PRESENT, false, 0.1, 1.0,
      [](const LayerValues& layer) { return layer.x_mid[0]; }},
     {"x_al_mid", "aluminium fraction", "Al", "", 1.0, DECIMALS_4, ComparedQuantity::IF_PRESENT, false, 0.1, 1.0,
@@ -58,14 +60,18 @@ bool equal_values(double a, double b) {
   return std::fabs(a - b) <= ROUNDING * std::fabs(a) && std::isfinite(b);
 }
 
+// The difference of the rounded numbers, so that the three agree.
 std::string change_text(const Rounding& rounding, double a, double b) {
   const double change = b - a;
   if (equal_values(a, b)) return "0";
   if (!std::isfinite(change)) return "-";
   const double unit = last_digit(rounding, a, b);
   if (std::fabs(change) < VISIBLE * unit) return fmt::format("<{:g}", unit);
-  if (!rounding.significant) return fmt::format("{:+.{}f}", change, rounding.digits);
-  return fmt::format("{:+.{}g}", unit * std::round(change / unit), rounding.digits);
+  const double between =
+      std::strtod(rounded(rounding, b).c_str(), nullptr) - std::strtod(rounded(rounding, a).c_str(), nullptr);
+  const double shown = unit * std::round((between == 0.0 ? change : between) / unit);
+  if (!rounding.significant) return fmt::format("{:+.{}f}", shown, rounding.digits);
+  return fmt::format("{:+.{}g}", shown, rounding.digits);
 }
 
 double value_of(const ComparedQuantity& quantity, const std::vector<LayerValues>& layers, std::size_t index) {
@@ -107,22 +113,37 @@ ComparedValue compare_value(const ComparedQuantity& quantity, double a, double b
   return value;
 }
 
+bool is_sliver(const LayerComparison& comparison, const LayerPair& pair) {
+  const auto is_thin = [](const std::vector<LayerValues>& layers, std::size_t index) {
+    return index == NO_LAYER || std::fabs(layers[index].thickness) < SLIVER;
+  };
+  return is_thin(comparison.a, pair.a) && is_thin(comparison.b, pair.b);
+}
+
 // Whether a table needs the quantity.
-bool is_shown(const ComparedQuantity& quantity, std::size_t index, double scale, const LayerComparison& comparison) {
+bool is_shown(const ComparedQuantity& quantity, std::size_t index, const LayerComparison& comparison) {
+  const auto any_layer = [&](auto holds) {
+    return std::any_of(comparison.layers.begin(), comparison.layers.end(),
+                       [&](const ComparedLayer& layer) { return !layer.sliver && holds(layer); });
+  };
+  const auto is_not_zero = [&](double value) {
+    return quantity.factor * std::fabs(value) >= 0.5 * quantity.rounding.smallest;
+  };
   switch (quantity.shown) {
     case ComparedQuantity::ALWAYS:
       return true;
     case ComparedQuantity::IF_PRESENT:
-      return quantity.factor * scale >= 0.5 * quantity.rounding.smallest;
+      return any_layer([&](const ComparedLayer& layer) {
+        return is_not_zero(layer.values[index].a) || is_not_zero(layer.values[index].b);
+      });
     case ComparedQuantity::WITH_DURATION:
       return comparison.shown[DURATION];
     case ComparedQuantity::IF_DIFFERENT:
       break;
   }
-  const auto differs = [index](const ComparedLayer& layer) {
+  return any_layer([index](const ComparedLayer& layer) {
     return layer.pair.a != NO_LAYER && layer.pair.b != NO_LAYER && layer.values[index].visible;
-  };
-  return std::any_of(comparison.layers.begin(), comparison.layers.end(), differs);
+  });
 }
 
 }  // namespace
@@ -137,6 +158,7 @@ LayerComparison compare_layer_values(const ResultFile& a, const ResultFile& b, d
   for (const LayerPair& pair : match_layers(comparison.a, comparison.b)) {
     ComparedLayer layer;
     layer.pair = pair;
+    layer.sliver = is_sliver(comparison, pair);
     comparison.layers.push_back(layer);
   }
   for (std::size_t q = 0; q < N_COMPARED; ++q) {
@@ -152,10 +174,14 @@ LayerComparison compare_layer_values(const ResultFile& a, const ResultFile& b, d
         value.change.clear();
       }
     }
-    comparison.shown[q] = is_shown(quantity, q, scale, comparison);
+    comparison.shown[q] = is_shown(quantity, q, comparison);
     for (ComparedLayer& layer : comparison.layers) {
-      layer.equal = layer.equal && layer.values[q].equal;
-      layer.visible = layer.visible || (comparison.shown[q] && layer.values[q].visible);
+      ComparedValue& value = layer.values[q];
+      layer.equal = layer.equal && value.equal;
+      const bool counts = quantity.shown != ComparedQuantity::WITH_DURATION || comparison.shown[DURATION];
+      layer.differs = layer.differs || (counts && value.visible);
+      value.visible = value.visible && !layer.sliver;
+      layer.visible = layer.differs && !layer.sliver;
     }
   }
   return comparison;

@@ -44,7 +44,9 @@ struct ComparedValue {
   bool visible = false;  // the difference is at least a unit of the last digit, and beyond the tolerance
   std::string text_a;    // rounded; "-" if undefined, empty if the layer is not in this result
   std::string text_b;    //
-  std::string change;    // "+0.171", "0" if equal, "<0.001" if less than the digits show, "-" if undefined
+  // The difference of the rounded values, "+0.171"; "0" if equal, "<0.001" if less than the digits show, "-" if
+  // undefined.
+  std::string change;
 };
 
 struct ComparedLayer {
@@ -52,6 +54,9 @@ struct ComparedLayer {
   std::array<ComparedValue, N_COMPARED> values;
   bool equal = true;     // all values are
   bool visible = false;  // a difference is
+  // Thinner than SLIVER in both, such as a pause: its values have little meaning, and none of them is visible.
+  bool sliver = false;
+  bool differs = false;  // a difference would be visible if this were not a sliver
 };
 
 struct LayerComparison {
@@ -64,6 +69,8 @@ struct LayerComparison {
 
 // tolerance: relative differences up to this are not visible.
 LayerComparison compare_layer_values(const ResultFile& a, const ResultFile& b, double tolerance);
+
+inline constexpr double SLIVER = 0.1;  // nm; a monolayer of GaN is 0.26 nm
 
 // Lines with the layers whose rounded values differ: a table, in which equal lines are one, and sentences about the
 // other layers.

@@ -12,7 +12,11 @@ namespace {
 
 // Numbers of layers beyond this are abbreviated.
 constexpr std::size_t MAX_NUMBERS = 6;
-constexpr std::size_t THICKNESS = 1;  // its place in compared_quantities()
+// Their places in compared_quantities().
+constexpr std::size_t DURATION = 0;
+constexpr std::size_t THICKNESS = 1;
+constexpr std::size_t RATE = 2;
+constexpr double THIN = 1.0;  // nm; duration and rate of a thinner layer count less
 
 using Indices = std::vector<std::size_t>;
 
@@ -32,6 +36,7 @@ std::string name_of(const LayerComparison& comparison, const LayerPair& pair) {
 // The layers of a comparison that are said in one line: of the same name, with the same texts.
 struct LayerGroup {
   const ComparedLayer* first = nullptr;
+  std::vector<const ComparedLayer*> layers;
   Indices a;
   Indices b;
 };
@@ -44,12 +49,25 @@ std::vector<LayerGroup> group_layers(const LayerComparison& comparison, Selected
   for (const ComparedLayer& layer : comparison.layers) {
     if (!selected(layer)) continue;
     const auto [place, is_new] = places.try_emplace(key(layer), groups.size());
-    if (is_new) groups.push_back({&layer, {}, {}});
+    if (is_new) groups.push_back({&layer, {}, {}, {}});
     LayerGroup& group = groups[place->second];
+    group.layers.push_back(&layer);
     if (layer.pair.a != NO_LAYER) group.a.push_back(layer.pair.a);
     if (layer.pair.b != NO_LAYER) group.b.push_back(layer.pair.b);
   }
   return groups;
+}
+
+// The texts of a value by which layers are grouped: the change, too, if it is more than the digits show.
+std::string value_key(const ComparedValue& value) {
+  return value.text_a + '\n' + value.text_b + '\n' + (value.visible ? value.change : "") + '\n';
+}
+
+// The change of a value in all layers of a group: "0" only if it is that in every one.
+const std::string& change_of(const LayerGroup& group, std::size_t q) {
+  const auto differs = [q](const ComparedLayer* layer) { return layer->values[q].change != "0"; };
+  const auto found = std::find_if(group.layers.begin(), group.layers.end(), differs);
+  return (found == group.layers.end() ? group.first : *found)->values[q].change;
 }
 
 // "layer 5, GaN cap" or "layers 3, 5 (in the second 4, 6), QW".
@@ -86,16 +104,27 @@ std::string rest_text(const LayerComparison& comparison, bool has_table) {
   std::size_t equal = 0;
   std::size_t close = 0;
   std::size_t renamed = 0;
+  std::size_t slivers = 0;
   for (const ComparedLayer& layer : comparison.layers) {
     if (!in_both(layer) || layer.visible) continue;
-    ++(layer.equal ? equal : close);
+    ++(layer.equal ? equal : layer.differs ? slivers : close);
     if (comparison.a[layer.pair.a].name != comparison.b[layer.pair.b].name) ++renamed;
   }
   const char* other = has_table ? "other " : "";
   const std::string limit = comparison.tolerance > 0.0 ? "the digits show or the tolerance." : "the digits show.";
   return count_text(equal, other, "layer is the same.", "layers are the same.") +
          count_text(close, other, "layer differs by less than " + limit, "layers differ by less than " + limit) +
+         count_text(slivers, "", fmt::format("layer thinner than {} nm differs.", SLIVER),
+                    fmt::format("layers thinner than {} nm differ.", SLIVER)) +
          count_text(renamed, "", "of them has another name.", "of them have other names.");
+}
+
+// How much a value counts when the largest change is looked for.
+double weighted_share(const ComparedLayer& layer, std::size_t q) {
+  const double share = compared_quantities()[q].weight * layer.values[q].share;
+  if (q != DURATION && q != RATE) return share;
+  const ComparedValue& thickness = layer.values[THICKNESS];
+  return share * std::min(1.0, std::max(thickness.a, thickness.b) / THIN);
 }
 
 // For results that differ visibly only in the layers that one of them lacks.
@@ -154,8 +183,7 @@ std::string layer_table_text(const LayerComparison& comparison, bool colour) {
   const auto key = [&](const ComparedLayer& layer) {
     std::string all = name_of(comparison, layer.pair);
     for (std::size_t q = 0; q < N_COMPARED; ++q) {
-      const ComparedValue& value = layer.values[q];
-      if (comparison.shown[q]) all += '\n' + value.text_a + '\n' + value.text_b + '\n' + value.change;
+      if (comparison.shown[q]) all += '\n' + value_key(layer.values[q]);
     }
     return all;
   };
@@ -184,7 +212,7 @@ std::string layer_table_text(const LayerComparison& comparison, bool colour) {
       if (!comparison.shown[q]) continue;
       const ComparedValue& value = group.first->values[q];
       cells.push_back(std::string(width[q] - display_width(value.text_a), ' ') + from_to(value.text_a, value.text_b));
-      cells.push_back(value.change);
+      cells.push_back(change_of(group, q));
     }
     table.rows.push_back(cells);
   }
@@ -201,7 +229,7 @@ std::string largest_change(const LayerComparison& comparison) {
   for (const ComparedLayer& layer : comparison.layers) {
     for (std::size_t q = 0; q < N_COMPARED; ++q) {
       const ComparedValue& value = layer.values[q];
-      const double share = quantities[q].weight * value.share;
+      const double share = weighted_share(layer, q);
       if (!in_both(layer) || !comparison.shown[q] || !value.visible || !(share > largest_share)) continue;
       largest_share = share;
       largest = &layer;
@@ -209,10 +237,15 @@ std::string largest_change(const LayerComparison& comparison) {
     }
   }
   const bool any_pair = std::any_of(comparison.layers.begin(), comparison.layers.end(), in_both);
-  if (largest == nullptr) return any_pair ? added_text(comparison) : "";
+  if (largest == nullptr) {
+    const std::string added = any_pair ? added_text(comparison) : "";
+    const bool any_sliver = std::any_of(comparison.layers.begin(), comparison.layers.end(),
+                                        [](const ComparedLayer& layer) { return in_both(layer) && layer.differs; });
+    if (!added.empty() || !any_sliver) return added;
+    return fmt::format("The only change is in layers thinner than {} nm.", SLIVER);
+  }
   const auto key = [&](const ComparedLayer& layer) {
-    const ComparedValue& value = layer.values[which];
-    return name_of(comparison, layer.pair) + '\n' + value.text_a + '\n' + value.text_b + '\n' + value.change;
+    return name_of(comparison, layer.pair) + '\n' + value_key(layer.values[which]);
   };
   const std::string wanted = key(*largest);
   const auto groups = group_layers(

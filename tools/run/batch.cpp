@@ -149,6 +149,10 @@ void end_worker(const Worker& worker) {
 void report_failure(const Job& job, bool with_name, Progress& progress) {
   clear_progress(progress);
   fail(with_name ? job.recipe + ": " + job.text : job.text);
+  const bool was_started = job.wall_time > 0.0;
+  if (job.rejected && was_started) {
+    fail(fmt::format("\"vorlen check {}\" explains it and shows all problems", job.recipe));
+  }
 }
 
 // Waits up to timeout [ms] for reports of workers, and finishes their jobs.

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <exception>
@@ -17,6 +18,7 @@
 #include <string_view>
 
 #include "check/recipe_check.h"
+#include "check/recipe_words.h"
 #include "terminal/files.h"
 #include "terminal/output.h"
 #include "terminal/table.h"
@@ -33,6 +35,7 @@ constexpr std::string_view CONTINUOUS_ONLY[] = {"temperature-jump", "hot-pause",
 
 // What the checking process reports, as plain bytes.
 struct WarningReport {
+  bool rejected = false;  // with an error that has a place in the recipe
   std::size_t count = 0;
   std::size_t lost = 0;  // the first warnings are about so many parts that are not simulated
   std::array<std::array<char, 1024>, MOST_SHOWN> first{};
@@ -45,10 +48,29 @@ bool loses_part(const recipe::Problem& problem) {
   });
 }
 
+bool is_part_of_word(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':'; }
+
+// The text with the user's name after the first mention of the stage, or at the end if it is not mentioned.
+std::string text_with_name(const recipe::Problem& problem) {
+  std::string text = problem.text;
+  if (problem.stage_name.empty()) return text;
+  const std::string name = fmt::format("\"{}\"", recipe::short_name(problem.stage_name));
+  if (text.find(name) != std::string::npos) return text;
+  for (std::size_t at = text.find(problem.stage); at != std::string::npos; at = text.find(problem.stage, at + 1)) {
+    const std::size_t end = at + problem.stage.size();
+    if ((at > 0 && is_part_of_word(text[at - 1])) || (end < text.size() && is_part_of_word(text[end]))) continue;
+    return text.insert(end, " " + name);
+  }
+  return fmt::format("{} ({} {})", text, problem.stage, name);
+}
+
 WarningReport report_on(const Job& job) {
   std::vector<recipe::Problem> problems = recipe::check_recipe(job.recipe);
   WarningReport report;
-  if (!problems.empty() && problems.front().severity == recipe::Severity::error) return report;
+  if (!problems.empty() && problems.front().severity == recipe::Severity::error) {
+    report.rejected = problems.front().line > 0;
+    return report;
+  }
   if (job.scheme == "staged") {
     std::erase_if(problems, [](const recipe::Problem& problem) {
       return std::find(std::begin(CONTINUOUS_ONLY), std::end(CONTINUOUS_ONLY), problem.kind) !=
@@ -60,7 +82,8 @@ WarningReport report_on(const Job& job) {
   report.lost = static_cast<std::size_t>(others - problems.begin());
   for (std::size_t k = 0; k < std::min(problems.size(), MOST_SHOWN); ++k) {
     const std::string place = problems[k].line > 0 ? fmt::format("line {}: ", problems[k].line) : "";
-    const std::string text = place + (use_utf8() ? printable(problems[k].text) : with_ascii_units(problems[k].text));
+    const std::string words = printable(text_with_name(problems[k]));
+    const std::string text = place + (use_utf8() ? words : with_ascii_units(words));
     text.copy(report.first[k].data(), report.first[k].size() - 1);
   }
   return report;
@@ -95,17 +118,19 @@ std::string counted(std::size_t number, const char* word) {
   return fmt::format("{} {}{}", number, word, number == 1 ? "" : "s");
 }
 
-void show_one(const Job& job, const WarningReport& report) {
+void show_one(Job& job, const WarningReport& report) {
+  job.rejected = report.rejected;
   const std::size_t shown = std::min(report.count, std::clamp(report.lost, SHOWN, MOST_SHOWN));
   for (std::size_t k = 0; k < shown; ++k) warn(job.recipe + ": " + report.first[k].data());
   if (report.count == 0) return;
   fail(fmt::format("{}: {}; \"vorlen check {}\" shows all", job.recipe, counted(report.count, "warning"), job.recipe));
 }
 
-void show_batch(const std::vector<Job>& jobs) {
+void show_batch(std::vector<Job>& jobs) {
   std::size_t with_warnings = 0;
-  for (const Job& job : jobs) {
+  for (Job& job : jobs) {
     const WarningReport report = checked_separately(job);
+    job.rejected = report.rejected;
     if (report.count == 0) continue;
     ++with_warnings;
     // A part that is not simulated is never left out.
@@ -121,7 +146,7 @@ void show_batch(const std::vector<Job>& jobs) {
 
 }  // namespace
 
-void show_recipe_warnings(const std::vector<Job>& jobs) {
+void show_recipe_warnings(std::vector<Job>& jobs) {
   const sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);  // the run continues when nobody reads the messages
   if (jobs.size() == 1) {
     show_one(jobs.front(), checked_separately(jobs.front()));

@@ -7,5 +7,5 @@
 
 // Writes the warnings about the recipes of jobs to stderr: of a single recipe their number and the first three, of
 // several recipes one line each. Those about parts of a recipe that are not simulated come first, and up to 20 of them
-// are written. Recipes that the library rejects are left out: their runs report the error.
-void show_recipe_warnings(const std::vector<Job>& jobs);
+// are written. Recipes that the library rejects are left out: their runs report the error. These are marked in jobs.
+void show_recipe_warnings(std::vector<Job>& jobs);

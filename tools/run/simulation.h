@@ -20,7 +20,8 @@ enum class JobState { WAITING, RUNNING, DONE, SKIPPED, FAILED };
 struct Job {
   std::string recipe;
   ResultPaths paths;
-  std::string scheme;  // overrides the recipe's integration scheme; empty: the recipe's
+  std::string scheme;     // overrides the recipe's integration scheme; empty: the recipe's
+  bool rejected = false;  // the check has found errors in the recipe
   JobState state = JobState::WAITING;
   std::string text;        // why it failed
   double wall_time = 0.0;  // s
