@@ -175,8 +175,8 @@ def test_values_that_are_unknown_or_zero_are_shown_as_such(browser: Browser, tmp
         assert head[0].startswith(f"time {time}")
         assert ("V/III" in shown) is flows
         assert all(re.fullmatch(r"\u2212?[\d.]+(\u00d710[\u207b\u2070-\u2079\u00b2\u00b3\u00b9]+)?( .+)?", text) for text in shown.values()), shown
-    assert browser.run("return [Readout.text(2.053e-15, 1e-6), Readout.text(1e4), Readout.text(-0.25), Readout.text(4.8e11)]") == [
-        "0", "10000", "\u22120.25", "4.8×10¹¹"
+    assert browser.run("return [Readout.text(2.053e-15, 1e-6), Readout.text(1e4), Readout.text(1028.15), Readout.text(-0.25), Readout.text(4.8e11)]") == [
+        "0", "10000", "1028.15", "\u22120.25", "4.8×10¹¹"
     ]
 
 

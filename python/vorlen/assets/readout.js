@@ -23,11 +23,11 @@ const Readout = (() => {
     return box;
   }
 
-  // A number with four digits, without an exponent unless it is very large or small. least: smaller ones are 0.
+  // A number with four digits, six from 1000 on, without an exponent unless it is very large or small. least: smaller ones are 0.
   function text(value, least) {
     const size = Math.abs(value);
     if (size === 0 || size < least) return "0";
-    let shown = String(Number(value.toPrecision(4)));
+    let shown = String(Number(value.toPrecision(size >= 1000 ? 6 : 4)));
     if (size >= 1e7 || size < 1e-4) {
       const [digits, exponent] = value.toExponential(3).split("e");
       shown = Number(digits) + "×10" + [...exponent.replace("+", "")].map((sign) => RISE["-0123456789".indexOf(sign)]).join("");
