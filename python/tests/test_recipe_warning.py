@@ -246,7 +246,7 @@ def test_the_extreme_rows_are_the_first_with_the_smallest_and_the_largest_value_
 def test_values_are_named_by_paths_where_last_parts_are_equal_and_ramps_by_both_ends():
     well, upper = "process_stages/stage_1/stage_1_3/T", "process_stages/stage_2/T"
     text = sweep_text(make_plan(MQW, {well: [750], upper: [[750, 760]]}), None)
-    assert f"row 0 ({well} = 750, {upper} = 750 to 760): T is 750 K in stage_1_3 " in text
+    assert f"row 0 ({well} = 750, {upper} = 750 to 760): the temperatures of 2 stages look like °C: T is 750 K in " in text
 
 
 def test_check_returns_the_report_as_a_table(tmp_path):
