@@ -128,6 +128,7 @@ void report_celsius(Search& search, const std::vector<bool>& in_celsius, const s
     ++count;
     if (odd[k].end != nullptr && shown == stages.size()) shown = k;
   }
+  if (shown == stages.size()) return;
   const ReadStage& first = stages[shown];
   const double T = (*first.T).*odd[shown].end;
   const std::string which = count == stages.size() ? "all" : std::to_string(count);

@@ -16,8 +16,6 @@ namespace vorlen::recipe {
 
 namespace {
 
-using vorlen::ValueRange;
-
 constexpr double BILAYER = 0.26;  // nm, c/2 of GaN
 constexpr double S_PER_MIN = 60.0;
 constexpr double TOTAL_MIN = 5.0;         // nm; many thin stages, as in pulsed growth, add up to more

@@ -82,6 +82,7 @@ int explain(const std::string* given) {
   const std::vector<MessageEntry> warnings = warning_entries(text.substr(0, text.find_last_not_of(" \t\r\n") + 1));
   if (!warnings.empty()) {
     std::vector<const MessageEntry*> shown;
+    shown.reserve(warnings.size());
     for (const MessageEntry& entry : warnings) shown.push_back(&entry);
     return print_out(entries_text(shown));
   }

@@ -238,7 +238,7 @@ std::string largest_change(const LayerComparison& comparison) {
   }
   const bool any_pair = std::any_of(comparison.layers.begin(), comparison.layers.end(), in_both);
   if (largest == nullptr) {
-    const std::string added = any_pair ? added_text(comparison) : "";
+    std::string added = any_pair ? added_text(comparison) : "";
     const bool any_sliver = std::any_of(comparison.layers.begin(), comparison.layers.end(),
                                         [](const ComparedLayer& layer) { return in_both(layer) && layer.differs; });
     if (!added.empty() || !any_sliver) return added;
