@@ -28,6 +28,7 @@ from ._sensitivity import sensitivity, tornado
 from ._simulate import run
 from ._sweep import Sweep, read_sweep, sweep
 from ._version import __version__
+from ._window import Window, window
 from ._xml_bytes import RecipeError
 
 __all__ = [
@@ -43,6 +44,7 @@ __all__ = [
     "Run",
     "SimulationError",
     "Sweep",
+    "Window",
     "__version__",
     "compare",
     "design",
@@ -55,5 +57,6 @@ __all__ = [
     "sensitivity",
     "sweep",
     "tornado",
+    "window",
     "write_plan",
 ]
