@@ -12,6 +12,7 @@ import vorlen
 from support import ROOT
 from vorlen import _window
 from vorlen._design_targets import read_goals
+from vorlen._measured import Measured
 from vorlen._pool import LocalPool
 from vorlen._window_answer import wilson
 from vorlen._window_spread import read_spread
@@ -40,7 +41,7 @@ def reactor(monkeypatch):
                 found.append([math.nan] * len(goals) if failed else answer)
                 texts.append(answer if failed else "")
             statuses = ["failed" if text else "ok" for text in texts]
-            return _window.Measured(np.array(found, dtype=float), statuses, texts)
+            return Measured(np.array(found, dtype=float), statuses, texts)
 
         monkeypatch.setattr(_window, "_run_points", run_points)
         return vorlen.window(LAYER, targets, spread, **options)
@@ -169,6 +170,7 @@ def test_a_spread_moves_all_stages_together_and_a_path_only_its_stage():
         ({"stage_77/T": 1}, "the recipe has no stage_77/T"),
         ({"process_stages/stage_1/name": 1}, "not a real number"),
         ({"T": "2 degC"}, "is a difference of temperatures in K, got '2 degC'"),
+        ({"chemistry/Kd_In/A": 0}, "must be above 0"),
         ({"T": 0}, "must be above 0"),
         ({"T": "-1 %"}, "must be above 0"),
         ({"T": True}, "takes a number"),

@@ -16,6 +16,7 @@ from ._design import Design, design
 from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
+from ._map import ProcessMap, process_map
 from ._plan import PlanError
 from ._plan_file import write_plan
 from ._plot_runs import plot
@@ -37,6 +38,7 @@ __all__ = [
     "Fit",
     "LibraryNotFoundError",
     "PlanError",
+    "ProcessMap",
     "Recipe",
     "RecipeError",
     "RecipeWarning",
@@ -50,6 +52,7 @@ __all__ = [
     "design",
     "fit",
     "plot",
+    "process_map",
     "read",
     "read_sweep",
     "report",

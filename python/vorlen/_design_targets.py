@@ -220,14 +220,19 @@ def _layer_of(name: str, rows: pd.DataFrame) -> Layer:
     return Layer(name, stages, tuple(periodic), False)
 
 
-def _target(layer: Layer, key: object, given: Any) -> Target:
+def find_quantity(key: object, what: str) -> Quantity:
+    """The quantity of a name or a column. what: what messages call it. Raises ValueError if it is unknown."""
     text = " ".join(re.split(r"[\s,_]+", str(key).strip()))
     names = {name.lower(): name for name in QUANTITIES} | {
         alias.lower().replace("_", " "): name for alias, name in quantities_of.ALIASES.items()
     }
     if text.lower() not in names:
-        _unknown(f"target of {layer.name}:", key, list(QUANTITIES), "known are")
-    quantity = QUANTITIES[names[text.lower()]]
+        _unknown(what, key, list(QUANTITIES), "known are")
+    return QUANTITIES[names[text.lower()]]
+
+
+def _target(layer: Layer, key: object, given: Any) -> Target:
+    quantity = find_quantity(key, f"target of {layer.name}:")
     label = f"{quantity.name} of {layer.name}"
     if layer.whole and quantity.name not in ("thickness", "rate"):
         raise ValueError(f"{label}: a whole periodic stage can only have a thickness or a rate; name a layer in it")

@@ -14,15 +14,14 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
-from ._design_quantities import Target, measure
+from ._design_quantities import Target
 from ._design_targets import read_goals
+from ._measured import DECIDED, Measured, measured
 from ._plan_values import given_recipe
 from ._recipe import Recipe
-from ._result_file import ResultFileError
 from ._run import SimulationError
 from ._scheme import STAGED
 from ._source import RecipeLike
-from ._sweep import sweep
 from ._types import Array, PathLike
 from ._window_answer import effects, sentences, target_table, wilson
 from ._window_plot import plot_window
@@ -32,7 +31,6 @@ if TYPE_CHECKING:
     from matplotlib.figure import Figure
 
 LIMIT = 100_000  # runs
-DECIDED = ("ok", "failed", "crashed", "timeout")  # statuses that say something about the recipe
 
 
 @dataclass(frozen=True, eq=False, repr=False)
@@ -189,17 +187,9 @@ def window(
         executor=executor, progress=progress, check=check,
     )
     if made.statuses[0] != "ok":
-        raise SimulationError(made.texts[0] or f"the recipe without deviations has the status {made.statuses[0]}", recipe)
+        text = made.texts[0] or f"the recipe without deviations has the status {made.statuses[0]}"
+        raise SimulationError(text, recipe)
     return _window(goals, drifts, points, made)
-
-
-@dataclass(frozen=True)
-class Measured:
-    """Values of all targets in all runs: runs x targets, NaN where there is no result; status and text of each run."""
-
-    values: Array
-    statuses: list[str]
-    texts: list[str]
 
 
 def _points(count: int, samples: int, seed: int) -> Array:
@@ -220,21 +210,7 @@ def _values_at(drifts: Sequence[Drift], point: Array) -> dict[str, Any]:
 
 def _run_points(base: Recipe, goals: Sequence[Target], rows: list[dict[str, Any]], **options: Any) -> Measured:
     """Runs the recipe with the values of each row, by path."""
-    lists = {path: [row[path] for row in rows] for path in rows[0]}
-    made = sweep(base, lists, mode="zip", **options)
-    paths = list(base.timeline().path)
-    table = made.table
-    values = np.full((len(rows), len(goals)), np.nan)
-    statuses, texts = list(table.status), list(table.text)
-    for number, status in enumerate(statuses):
-        if status != "ok":
-            continue
-        try:
-            run = made.runs[number]
-            values[number] = [measure(run, paths, target)[0] for target in goals]
-        except ResultFileError as error:
-            statuses[number], texts[number] = "error", str(error)
-    return Measured(values, statuses, texts)
+    return measured(base, {path: [row[path] for row in rows] for path in rows[0]}, "zip", goals, **options)
 
 
 def _window(goals: list[Target], drifts: list[Drift], points: Array, made: Measured) -> Window:
@@ -269,6 +245,7 @@ def _warnings(goals: list[Target], made: Measured, first: int, count: int) -> li
     if failed:
         text = next(text for status, text in zip(statuses, made.texts[first:]) if status in DECIDED and status != "ok")
         notes.append(f"{failed} of {count} runs failed and count as misses; the first: {text}")
-    if len(statuses) > count:
-        notes.append(f"{len(statuses) - count} runs gave no result for a reason other than the recipe; they do not count")
+    lost = len(statuses) - count
+    if lost:
+        notes.append(f"{lost} runs gave no result for a reason other than the recipe; they do not count")
     return notes

@@ -91,7 +91,8 @@ def sentences(
         )
     quiet = [drift.name for drift in drifts if drift.name not in set(large.knob)]
     if quiet:
-        made.append(f"{', '.join(quiet)}: one standard deviation changes no target by {100 * SMALL:g} % of its tolerance.")
+        share = f"{100 * SMALL:g} % of its tolerance"
+        made.append(f"{', '.join(quiet)}: one standard deviation changes no target by {share}.")
     return made
 
 

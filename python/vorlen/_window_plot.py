@@ -51,7 +51,8 @@ def _draw_distribution(axes: Axes, values: Array, row: Any, label: str) -> None:
     low, high = axes.get_xlim()
     if row.bound:
         axes.axvline(target, color=BLACK, linewidth=0.9)
-        axes.axvspan(*((low, target) if row.bound == "at most" else (target, high)), color=ALUMINIUM, alpha=0.18, zorder=0)
+        span = (low, target) if row.bound == "at most" else (target, high)
+        axes.axvspan(*span, color=ALUMINIUM, alpha=0.18, zorder=0)
     else:
         axes.axvspan(target - tolerance, target + tolerance, color=ALUMINIUM, alpha=0.18, zorder=0)
         axes.axvline(target, color=BLACK, linewidth=0.7)
