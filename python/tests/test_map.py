@@ -195,6 +195,17 @@ def test_a_structure_without_wells_needs_the_name_of_a_layer():
         vorlen.process_map(transistor, {f"{STAGE}/T": [1300, 1310], f"{STAGE}/P": [10000, 20000]}, check=False)
 
 
+def test_a_whole_periodic_stage_is_measured_with_every_number_of_periods():
+    made = vorlen.process_map(
+        MQW, {f"{STAGE}/n_periods": [2, 4], f"{STAGE}/stage_1_3/T": [1000, 1040]}, show=["thickness"], layer="stage_1",
+        workers=1, check=False,
+    )
+    total = made.table["thickness of stage_1"]
+    assert total[2] == pytest.approx(2.0 * total[0], rel=1e-3) and total[3] == pytest.approx(2.0 * total[1], rel=1e-3)
+    with pytest.raises(ValueError, match="stage_1 is a whole periodic stage, which can only show thickness and rate"):
+        vorlen.process_map(MQW, {f"{STAGE}/n_periods": [2, 4], f"{STAGE}/stage_1_3/T": [1000, 1040]}, layer="stage_1")
+
+
 # ---- the command, and the page of real runs in a browser
 
 
