@@ -14,7 +14,9 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # recipes: units
   python3-pint
   # designs: solvers, files of targets
-  python3-scipy python3-yaml)
+  python3-scipy python3-yaml
+  # maps: lines of equal value
+  python3-contourpy)
 TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind

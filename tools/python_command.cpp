@@ -35,12 +35,15 @@ struct PythonCommand {
   const char* module;  // that it needs in addition to MODULES, may be null; its Debian package is python3-MODULE
 };
 
-constexpr std::array<PythonCommand, 4> COMMANDS = {{
+constexpr std::array<PythonCommand, 5> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
     {"compare", "Compare result files: one page for a browser", "vorlen compare a.result.txt b.result.txt -o page.html",
      "jinja2"},
     {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml",
      "scipy"},
+    {"map", "Run a recipe on a grid of two values: one page with a map",
+     "vorlen map recipe.xml --x process_stages/stage_1/T=1000:1050:10 --y process_stages/stage_1/P=20000,40000",
+     "jinja2"},
     {"sweep", "Run a recipe with many values, or the rows of a sweep plan",
      "vorlen sweep recipe.xml --set process_stages/stage_1/T=1000:1050:5", nullptr},
 }};

@@ -16,6 +16,7 @@ from ._design import Design, design
 from ._files import BusyError
 from ._fit import Fit, fit
 from ._library import LibraryNotFoundError
+from ._map import ProcessMap, process_map
 from ._plan import PlanError
 from ._plan_file import write_plan
 from ._plot_runs import plot
@@ -28,6 +29,7 @@ from ._sensitivity import sensitivity, tornado
 from ._simulate import run
 from ._sweep import Sweep, read_sweep, sweep
 from ._version import __version__
+from ._window import Window, window
 from ._xml_bytes import RecipeError
 
 __all__ = [
@@ -36,6 +38,7 @@ __all__ = [
     "Fit",
     "LibraryNotFoundError",
     "PlanError",
+    "ProcessMap",
     "Recipe",
     "RecipeError",
     "RecipeWarning",
@@ -43,12 +46,14 @@ __all__ = [
     "Run",
     "SimulationError",
     "Sweep",
+    "Window",
     "__version__",
     "check",
     "compare",
     "design",
     "fit",
     "plot",
+    "process_map",
     "read",
     "read_sweep",
     "report",
@@ -56,5 +61,6 @@ __all__ = [
     "sensitivity",
     "sweep",
     "tornado",
+    "window",
     "write_plan",
 ]

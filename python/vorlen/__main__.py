@@ -9,16 +9,18 @@ from ._command_line import Parser
 from ._compare_command import add_command as add_compare
 from ._design_command import add_command as add_design
 from ._interrupts import run_command
+from ._map_command import add_command as add_map
 from ._report_command import add_command as add_report
 from ._sweep_command import add_command as add_sweep
 
 
 def main(arguments: list[str] | None = None) -> int:
     """Runs a subcommand and returns its exit status: 0; 1 for a failure, described on stderr; 2 for a usage error."""
-    parser = Parser(prog="vorlen", description="Writes reports and comparisons of results, sweeps and designs recipes.")
+    parser = Parser(prog="vorlen", description="Writes reports and comparisons of results; designs, sweeps and maps recipes.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     add_design(commands)
+    add_map(commands)
     add_report(commands)
     add_compare(commands)
     add_sweep(commands)

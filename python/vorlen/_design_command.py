@@ -31,7 +31,9 @@ Exit status: 0 if all targets are reached; 1 if some are out of reach (the best 
 2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM."""
 
 
-def _positive(what: str, kind: type) -> Any:
+def positive(what: str, kind: type) -> Any:
+    """A converter of options to positive numbers."""
+
     def convert(text: str) -> Any:
         try:
             value = kind(text)
@@ -61,18 +63,18 @@ def add_command(commands: Any) -> None:
     parser.add_argument("--out", type=Path, metavar="FOLDER", help="keep the runs there; they are not repeated")
     parser.add_argument("--force", action="store_true", help="replace an existing recipe")
     parser.add_argument(
-        "--workers", type=_positive("the number of workers", int), metavar="N",
+        "--workers", type=positive("the number of workers", int), metavar="N",
         help="concurrent runs; default: one per processor",
     )
     parser.add_argument(
-        "--max-runs", type=_positive("the number of runs", int), default=300, metavar="N",
+        "--max-runs", type=positive("the number of runs", int), default=300, metavar="N",
         help="largest number of runs; default: 300",
     )
     parser.add_argument(
-        "--time-limit", type=_positive("the time limit", float), metavar="S", help="start no runs after this time, s"
+        "--time-limit", type=positive("the time limit", float), metavar="S", help="start no runs after this time, s"
     )
     parser.add_argument(
-        "--timeout", type=_positive("the timeout", float), default=60.0, metavar="S",
+        "--timeout", type=positive("the timeout", float), default=60.0, metavar="S",
         help="time limit of one run, s; default: 60",
     )
     parser.add_argument("--quiet", action="store_true", help="no progress line")

@@ -26,8 +26,9 @@ V_DEFECT_MARGIN = 0.01  # designs end a layer at least this share of its thickne
 class Quantity:
     """A property of a layer.
 
-    column  of Run.layers; "" if it is measured in another way
-    scale   "log", "logit" or "linear"
+    column     of Run.layers; "" if it is measured in another way
+    scale      "log", "logit" or "linear"
+    tolerance  of designs, which must hit their targets; allowed is that of windows, where the reactor varies
     """
 
     name: str
@@ -35,6 +36,7 @@ class Quantity:
     column: str
     scale: str
     tolerance: float
+    allowed: float
     is_relative: bool
     meaning: str
 
@@ -42,29 +44,33 @@ class Quantity:
         """In the unit of the quantity."""
         return self.tolerance * abs(target) if self.is_relative else self.tolerance
 
+    def allowed_at(self, target: float) -> float:
+        """In the unit of the quantity."""
+        return self.allowed * abs(target) if self.is_relative else self.allowed
+
 
 def _metal(metal: str) -> list[Quantity]:
     column = f"x_{metal.lower()}"
     return [
-        Quantity(metal, "", column, "logit", 1e-3, False, "mean over the thickness"),
-        Quantity(f"{metal} middle", "", f"{column}_mid", "logit", 1e-3, False, "mean over the middle half"),
-        Quantity(f"{metal} final", "", f"{column}_end", "logit", 1e-3, False, "at the end of the layer"),
+        Quantity(metal, "", column, "logit", 1e-3, 5e-3, False, "mean over the thickness"),
+        Quantity(f"{metal} middle", "", f"{column}_mid", "logit", 1e-3, 5e-3, False, "mean over the middle half"),
+        Quantity(f"{metal} final", "", f"{column}_end", "logit", 1e-3, 5e-3, False, "at the end of the layer"),
     ]
 
 
 QUANTITIES = {
     one.name: one
     for one in (
-        Quantity("thickness", "nm", "thickness", "log", 1e-3, True, "thickness"),
-        Quantity("rate", "nm/s", "mean_rate", "log", 1e-3, True, "mean growth rate"),
+        Quantity("thickness", "nm", "thickness", "log", 1e-3, 0.02, True, "thickness"),
+        Quantity("rate", "nm/s", "mean_rate", "log", 1e-3, 0.02, True, "mean growth rate"),
         *_metal("In"),
         *_metal("Ga"),
         *_metal("Al"),
-        Quantity("strain", "", "eps_xx_z", "linear", 1e-5, False, "in-plane, at its top in the finished structure"),
-        Quantity("dislocations", "cm^-2", "rho_td_z", "log", 1e-2, True, "at its top in the finished structure"),
-        Quantity("V-defects", "cm^-2", "", "linear", 0.0, False, "none at the end of the layer"),
-        Quantity("lower interface", "nm", "", "log", 1e-2, True, "10-90 % width of the interface below"),
-        Quantity("upper interface", "nm", "", "log", 1e-2, True, "10-90 % width of the interface above"),
+        Quantity("strain", "", "eps_xx_z", "linear", 1e-5, 5e-4, False, "in-plane, at its top in the finished structure"),
+        Quantity("dislocations", "cm^-2", "rho_td_z", "log", 1e-2, 0.2, True, "at its top in the finished structure"),
+        Quantity("V-defects", "cm^-2", "", "linear", 0.0, 0.0, False, "none at the end of the layer"),
+        Quantity("lower interface", "nm", "", "log", 1e-2, 0.1, True, "10-90 % width of the interface below"),
+        Quantity("upper interface", "nm", "", "log", 1e-2, 0.1, True, "10-90 % width of the interface above"),
     )
 }
 ALIASES = {
@@ -86,6 +92,7 @@ class Target:
     stages  paths of its stages in the recipe
     whole   True: the layer is a periodic stage as a whole; its thickness is that of all its layers together
     bound   "" for a value to reach, "at most" or "at least"
+    given   tolerance after +- in the unit of the quantity, for windows; None: that of the quantity
     """
 
     layer: str
@@ -94,6 +101,7 @@ class Target:
     quantity: Quantity
     value: float
     bound: str = ""
+    given: float | None = None
 
     @property
     def label(self) -> str:
@@ -110,6 +118,22 @@ class Target:
     def tolerance(self) -> float:
         """In the unit of the quantity."""
         return self.quantity.tolerance_at(self.value)
+
+    @property
+    def allowed(self) -> float:
+        """How far values of a window may be from the target, in the unit of the quantity; 0 for bounds."""
+        if self.bound:
+            return 0.0
+        return self.quantity.allowed_at(self.value) if self.given is None else self.given
+
+    def holds(self, value: float) -> bool:
+        """Whether a value is within what is allowed. False for NaN."""
+        slack = 1e-9 * abs(self.value)  # of rounding
+        if self.bound == "at most":
+            return value <= self.value + slack
+        if self.bound == "at least":
+            return value >= self.value - slack
+        return abs(value - self.value) <= self.allowed + slack
 
     def deviation(self, value: float) -> float:
         """How far a value is from the target, in tolerances; 0 for a bound that holds. NaN if the value is."""

@@ -17,7 +17,7 @@ from . import _design_knobs as knobs_of
 from . import _design_quantities as quantities_of
 from ._design_file import read_targets_file
 from ._design_knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
-from ._design_quantities import QUANTITIES, Target
+from ._design_quantities import QUANTITIES, Quantity, Target
 from ._kinds import known_element
 from ._limits import check_limits
 from ._quantities import number_in
@@ -65,16 +65,7 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
     targets  a mapping, or the path of a file
     Raises OSError if a file can't be read, TypeError or ValueError for mistakes.
     """
-    if isinstance(targets, (str, os.PathLike)):
-        targets = read_targets_file(targets)
-    if not isinstance(targets, Mapping):
-        raise TypeError(f"targets must be a mapping with the key layers, or a path, got {type(targets).__name__}")
-    for key in targets:
-        if key not in KEYS:
-            _unknown("key", key, KEYS, "targets have")
-    entries = targets.get("layers")
-    if not isinstance(entries, Sequence) or isinstance(entries, str) or not entries:
-        raise ValueError(f"targets need layers, a list with an entry for each layer, such as {EXAMPLE}")
+    targets, entries = _given(targets)
     limits = _limits(targets.get("limits"), "limits")
     timeline = recipe.timeline()
     made: list[Target] = []
@@ -97,11 +88,7 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
         unused = [name for name in own if name not in used]
         if unused:
             _unknown(f"limits of {layer.name}: knob", unused[0], by, "the entry has")
-        for target in wanted:
-            for other in made:
-                if (other.quantity, other.stages, other.whole) == (target.quantity, target.stages, target.whole):
-                    raise ValueError(f"{target.label} is given twice")
-            made.append(target)
+        _add(made, wanted)
         belongs.append((list(range(len(made) - len(wanted), len(made))), places))
     for name, pair in limits.items():
         if name in KNOBS:  # limits of the reactor may name knobs that no layer uses
@@ -113,6 +100,39 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
     places_of_hints = range(len(found), len(found) + len(hints))
     preferences = _preferences(targets.get("prefer"))
     return Spec(made, found + hints, preferences, _joined(belongs, made, found), places_of_hints)
+
+
+def read_goals(recipe: Recipe, targets: Any) -> list[Target]:
+    """The targets alone, without knobs and limits, which need not be given; otherwise as read_spec."""
+    _, entries = _given(targets)
+    timeline = recipe.timeline()
+    made: list[Target] = []
+    for number, entry in enumerate(entries, 1):
+        _add(made, _layer_targets(recipe, timeline, entry, number)[1])
+    return made
+
+
+def _given(targets: Any) -> tuple[Mapping[str, Any], Sequence[Any]]:
+    """The targets as a mapping, and its entries of layers."""
+    if isinstance(targets, (str, os.PathLike)):
+        targets = read_targets_file(targets)
+    if not isinstance(targets, Mapping):
+        raise TypeError(f"targets must be a mapping with the key layers, or a path, got {type(targets).__name__}")
+    for key in targets:
+        if key not in KEYS:
+            _unknown("key", key, KEYS, "targets have")
+    entries = targets.get("layers")
+    if not isinstance(entries, Sequence) or isinstance(entries, str) or not entries:
+        raise ValueError(f"targets need layers, a list with an entry for each layer, such as {EXAMPLE}")
+    return targets, entries
+
+
+def _add(made: list[Target], wanted: list[Target]) -> None:
+    for target in wanted:
+        for other in made:
+            if (other.quantity, other.stages, other.whole) == (target.quantity, target.stages, target.whole):
+                raise ValueError(f"{target.label} is given twice")
+        made.append(target)
 
 
 def _unknown(what: str, name: object, known: Sequence[str], owner: str) -> NoReturn:
@@ -128,14 +148,7 @@ def _entry(
     recipe: Recipe, timeline: pd.DataFrame, entry: Any, number: int
 ) -> tuple[Layer, list[Target], list[str], dict[str, Any]]:
     """Layer, targets, names of knobs, and limits of one entry of layers."""
-    if not isinstance(entry, Mapping):
-        raise ValueError(f"entry {number} of layers must be a mapping, such as {EXAMPLE}, got {entry!r}")
-    if "layer" not in entry:
-        raise ValueError(f"entry {number} of layers has no key layer, such as {EXAMPLE}")
-    layer = find_layer(recipe, timeline, entry["layer"])
-    targets = [_target(layer, key, value) for key, value in entry.items() if key not in ("layer", "by", "limits")]
-    if not targets:
-        raise ValueError(f"{layer.name} has no target; known are {', '.join(QUANTITIES)}")
+    layer, targets = _layer_targets(recipe, timeline, entry, number)
     by: Any = entry.get("by")
     by = [by] if isinstance(by, str) else by
     if not isinstance(by, Sequence) or not by:
@@ -144,6 +157,21 @@ def _entry(
         raise ValueError(f"{layer.name}: the knobs after by: must be texts, got {by!r}")
     own = _limits(entry.get("limits"), f"limits of {layer.name}")
     return layer, targets, list(dict.fromkeys(by)), own
+
+
+def _layer_targets(
+    recipe: Recipe, timeline: pd.DataFrame, entry: Any, number: int
+) -> tuple[Layer, list[Target]]:
+    """Layer and targets of one entry of layers."""
+    if not isinstance(entry, Mapping):
+        raise ValueError(f"entry {number} of layers must be a mapping, such as {EXAMPLE}, got {entry!r}")
+    if "layer" not in entry:
+        raise ValueError(f"entry {number} of layers has no key layer, such as {EXAMPLE}")
+    layer = find_layer(recipe, timeline, entry["layer"])
+    targets = [_target(layer, key, value) for key, value in entry.items() if key not in ("layer", "by", "limits")]
+    if not targets:
+        raise ValueError(f"{layer.name} has no target; known are {', '.join(QUANTITIES)}")
+    return layer, targets
 
 
 def find_layer(recipe: Recipe, timeline: pd.DataFrame, given: object) -> Layer:
@@ -192,14 +220,19 @@ def _layer_of(name: str, rows: pd.DataFrame) -> Layer:
     return Layer(name, stages, tuple(periodic), False)
 
 
-def _target(layer: Layer, key: object, given: Any) -> Target:
+def find_quantity(key: object, what: str) -> Quantity:
+    """The quantity of a name or a column. what: what messages call it. Raises ValueError if it is unknown."""
     text = " ".join(re.split(r"[\s,_]+", str(key).strip()))
     names = {name.lower(): name for name in QUANTITIES} | {
         alias.lower().replace("_", " "): name for alias, name in quantities_of.ALIASES.items()
     }
     if text.lower() not in names:
-        _unknown(f"target of {layer.name}:", key, list(QUANTITIES), "known are")
-    quantity = QUANTITIES[names[text.lower()]]
+        _unknown(what, key, list(QUANTITIES), "known are")
+    return QUANTITIES[names[text.lower()]]
+
+
+def _target(layer: Layer, key: object, given: Any) -> Target:
+    quantity = find_quantity(key, f"target of {layer.name}:")
     label = f"{quantity.name} of {layer.name}"
     if layer.whole and quantity.name not in ("thickness", "rate"):
         raise ValueError(f"{label}: a whole periodic stage can only have a thickness or a rate; name a layer in it")
@@ -209,6 +242,9 @@ def _target(layer: Layer, key: object, given: Any) -> Target:
         return Target(layer.name, layer.stages, False, quantity, 0.0, "at most")
     match = re.match(rf"\s*({'|'.join(map(re.escape, BOUNDS))})\s*", given) if isinstance(given, str) else None
     bound, given = (BOUNDS[match[1]], given[match.end() :]) if match else ("", given)
+    given, plus_minus = _tolerance_apart(given, label)
+    if bound and plus_minus:
+        raise ValueError(f"{label} is a bound, which has no tolerance, got +- {plus_minus}")
     value = float(number_in(given, label, quantity.unit))
     if quantity.scale == "log" and not value > 0.0:
         raise ValueError(f"{label} must be above 0, got {value:g}")
@@ -217,7 +253,35 @@ def _target(layer: Layer, key: object, given: Any) -> Target:
         raise ValueError(f"{label} must be a fraction from 0 to 1, got {value:g}{hint}")
     if quantity.name == "strain" and not abs(value) < 0.2:
         raise ValueError(f"{label} must be between -0.2 and 0.2, got {value:g}; write 1 % for 0.01")
-    return Target(layer.name, layer.stages, layer.whole, quantity, value, bound)
+    allowed = _tolerance(plus_minus, label, quantity, value) if plus_minus else None
+    return Target(layer.name, layer.stages, layer.whole, quantity, value, bound, allowed)
+
+
+def _tolerance_apart(given: Any, label: str) -> tuple[Any, str]:
+    """The value and the text of its tolerance in "3.0 +- 0.1 nm": a unit of one of them is that of both."""
+    if not isinstance(given, str):
+        return given, ""
+    value, sign, tolerance = (part.strip() for part in re.sub(r"\+/-|\+-|\u00b1", "\u00b1", given).partition("\u00b1"))
+    if not sign:
+        return given, ""
+    if not value or not tolerance:
+        raise ValueError(f"{label}: expected a value and a tolerance, such as 3.0 +- 0.1 nm, got {given!r}")
+    units = [re.sub(r"^[-+]?[\d.]+(?:[eE][-+]?\d+)?\s*", "", part) for part in (value, tolerance)]
+    if units[1] and not units[0] and units[1] != "%":
+        value = f"{value} {units[1]}"
+    elif units[0] and not units[1]:
+        tolerance = f"{tolerance} {units[0]}"
+    return value, tolerance
+
+
+def _tolerance(text: str, label: str, quantity: Quantity, value: float) -> float:
+    """In the unit of the quantity. Per cent of quantities with a unit are those of the value."""
+    what = f"the tolerance of {label}"
+    share = text.endswith("%") and quantity.unit != ""
+    allowed = float(number_in(text, what, "" if share else quantity.unit))
+    if not allowed > 0.0:
+        raise ValueError(f"{what} must be above 0, got {text}")
+    return allowed * abs(value) if share else allowed
 
 
 # ---- knobs and limits

@@ -46,7 +46,8 @@ def _seconds(text: str) -> float:
     return seconds
 
 
-def _setting(text: str) -> Setting:
+def setting(text: str) -> Setting:
+    """A converter of options PATH=VALUES."""
     try:
         return split_setting(text)
     except ValueError as error:
@@ -75,7 +76,7 @@ def add_command(commands: Any) -> None:
     given = parser.add_mutually_exclusive_group()
     given.add_argument(
         "--set",
-        type=_setting,
+        type=setting,
         action="append",
         default=[],
         dest="settings",

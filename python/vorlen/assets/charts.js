@@ -445,5 +445,5 @@ const Charts = (() => {
     };
   }
 
-  return { linked, chart, svg, picture, baseLayout, yAxis, line, keyOf, colours };
+  return { linked, chart, svg, picture, baseLayout, yAxis, line, keyOf, colours, plain };
 })();

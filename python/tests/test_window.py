@@ -1,0 +1,273 @@
+"""Process windows: yields and effects of made-up reactors with known answers, spreads, tolerances, and one real run."""
+
+from __future__ import annotations
+
+import math
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import vorlen
+from support import ROOT
+from vorlen import _window
+from vorlen._design_targets import read_goals
+from vorlen._measured import Measured
+from vorlen._pool import LocalPool
+from vorlen._window_answer import wilson
+from vorlen._window_spread import read_spread
+
+LED = ROOT / "examples" / "blue_led.xml"
+LAYER = ROOT / "examples" / "notebooks" / "ingan_layer.xml"  # one layer, InGaN, that runs within milliseconds
+STAGE = "process_stages/stage_1"
+FLOW = f"{STAGE}/gas_species/Q/TMIn"
+WELL = "process_stages/stage_4/stage_4_3"
+WANTED = {"layers": [{"layer": 2, "thickness": "3 +- 0.06 nm", "In": "20 % +- 0.5 %"}]}
+
+
+@pytest.fixture
+def reactor(monkeypatch):
+    """vorlen.window() on a made-up reactor: values(T in K, TMIn in sccm) gives those of the targets, or a failure."""
+
+    def run(values, targets, spread, **options):
+        def run_points(base, goals, rows, **_):
+            found, texts = [], []
+            for row in rows:
+                recipe = base.copy()
+                for path, value in row.items():
+                    recipe[path] = value
+                answer = values(recipe[f"{STAGE}/T"][0], recipe[FLOW][0])
+                failed = isinstance(answer, str)
+                found.append([math.nan] * len(goals) if failed else answer)
+                texts.append(answer if failed else "")
+            statuses = ["failed" if text else "ok" for text in texts]
+            return Measured(np.array(found, dtype=float), statuses, texts)
+
+        monkeypatch.setattr(_window, "_run_points", run_points)
+        return vorlen.window(LAYER, targets, spread, **options)
+
+    return run
+
+
+def start() -> tuple[float, float]:
+    recipe = vorlen.Recipe.load(LAYER)
+    return recipe[f"{STAGE}/T"][0], recipe[FLOW][0]
+
+
+def linear(heat: float, flow: float) -> list[float]:
+    """10 K cost 1.6 points of indium, and 1 % of the flow adds 0.1 points; the thickness is 3 nm at any of them."""
+    base_heat, base_flow = start()
+    return [3.0, 0.2 - 0.0016 * (heat - base_heat) + 0.1 * (flow / base_flow - 1.0)]
+
+
+# ---- yields and effects that are known
+
+
+def test_the_yield_of_a_linear_reactor_is_that_of_the_normal_distribution(reactor):
+    # Both deviations are normal, so that indium has the standard deviation sqrt(0.0032^2 + 0.002^2).
+    made = reactor(linear, WANTED, {"T": "2 K", "TMIn": "2 %"}, samples=5000)
+    sigma = math.hypot(0.0016 * 2.0, 0.1 * 0.02)
+    expected = math.erf(0.005 / sigma / math.sqrt(2.0))
+    assert abs(made.yield_ - expected) < 4.0 * math.sqrt(expected * (1.0 - expected) / 5000)
+    assert made.interval[0] < expected < made.interval[1] and made.interval[0] < made.yield_ < made.interval[1]
+    assert made.targets["std"][1] == pytest.approx(sigma, rel=0.04) and made.targets["held"][0] == 1.0
+    assert made.table.holds.mean() == made.yield_ and len(made.table) == 5000 and made.warnings == []
+    assert made.table["T"].std() == pytest.approx(2.0, rel=0.05) and abs(made.table["T"].mean()) < 0.12
+    assert abs(np.corrcoef(made.table["T"], made.table["TMIn"])[0, 1]) < 0.06
+
+
+def test_the_sentences_state_the_effects_of_one_standard_deviation(reactor):
+    made = reactor(linear, WANTED, {"T": "2.5 K", "TMIn": "0.1 %"}, samples=50)
+    name = read_goals(vorlen.Recipe.load(LAYER), WANTED)[0].layer
+    low, high = (100 * end for end in made.interval)
+    good = int(made.table.holds.sum())
+    assert made.sentences == [
+        f"All targets hold in {good} of 50 runs: yield {2 * good:.1f} % (95 % confidence: {low:.1f} to {high:.1f} %).",
+        f"In of {name} is missed most often: it holds in {2 * good:.1f} % of the runs.",
+        f"+2.5 K of T lowers In of {name} by 0.4 points, 80 % of its tolerance.",
+        "TMIn: one standard deviation changes no target by 10 % of its tolerance.",
+    ]
+    assert str(made) == "\n".join(made.sentences) and f"yield {2 * good:.1f} %" in repr(made)
+    row = made.sensitivities.set_index(["knob", "quantity"]).loc[("T", "In")]
+    assert row.change == pytest.approx(-0.004) and row.derivative == pytest.approx(-0.0016)
+    assert made.sensitivities.set_index(["knob", "quantity"]).loc[("T", "thickness")].change == 0.0
+
+
+def test_the_seed_repeats_the_runs_and_more_samples_continue_them(reactor):
+    first, same, more = (reactor(linear, WANTED, {"T": "2 K"}, samples=count) for count in (20, 20, 30))
+    assert first.table.equals(same.table) and first.table.equals(more.table.iloc[:20])
+    assert not first.table.equals(reactor(linear, WANTED, {"T": "2 K"}, samples=20, seed=1).table)
+
+
+def test_bounds_hold_on_one_side(reactor):
+    targets = {"layers": [{"layer": 2, "thickness": "at least 2.5 nm", "In": "at most 0.2"}]}
+    made = reactor(linear, targets, {"T": "2 K"}, samples=2000)
+    assert abs(made.yield_ - 0.5) < 4.0 * math.sqrt(0.25 / 2000) and made.targets.held[0] == 1.0
+    assert ["+2 K of T lowers In" in text for text in made.sentences].count(True) == 1
+
+
+def test_runs_that_fail_are_misses(reactor):
+    base, _ = start()
+    made = reactor(lambda heat, flow: "too hot" if heat > base + 3.0 else [3.0, 0.2], WANTED, {"T": "2 K"}, samples=400)
+    failed = int((made.table.status == "failed").sum())
+    assert failed == int((made.table["T"] > 3.0).sum()) > 5 and made.yield_ == 1.0 - failed / 400
+    assert made.warnings == [f"{failed} of 400 runs failed and count as misses; the first: too hot"]
+    with pytest.raises(vorlen.SimulationError, match="never"):
+        reactor(lambda heat, flow: "never", WANTED, {"T": "2 K"}, samples=4)
+
+
+def test_a_failed_run_leaves_its_effect_unknown(reactor):
+    base, _ = start()
+    made = reactor(lambda heat, flow: "too hot" if heat > base + 1.0 else [3.0, 0.2], WANTED, {"T": "2 K"}, samples=40)
+    assert made.sensitivities.change.isna().all() and not any("lowers" in text for text in made.sentences)
+
+
+def test_a_recipe_that_misses_its_target_without_deviations_is_a_warning(reactor):
+    made = reactor(lambda heat, flow: [3.0, 0.22], WANTED, {"T": "2 K"}, samples=10)
+    assert made.yield_ == 0.0 and made.interval[0] == 0.0 < made.interval[1]
+    assert len(made.warnings) == 1 and "is 0.22 without deviations and misses its target 0.2" in made.warnings[0]
+
+
+@pytest.mark.parametrize(
+    ("good", "count", "low", "high"),
+    # published examples of Wilson's interval: Newcombe, Statistics in Medicine 17 (1998), table I
+    [(81, 263, 0.2553, 0.3662), (15, 148, 0.0624, 0.1605), (0, 20, 0.0, 0.1611), (1, 29, 0.0061, 0.1718)],
+)
+def test_the_interval_is_that_of_wilson(good, count, low, high):
+    assert wilson(good, count) == pytest.approx((low, high), abs=5e-5)
+    assert wilson(count - good, count) == pytest.approx((1.0 - high, 1.0 - low), abs=5e-5)
+
+
+# ---- spreads
+
+
+def test_a_spread_moves_all_stages_together_and_a_path_only_its_stage():
+    recipe = vorlen.Recipe.load(LED)
+    stages = list(dict.fromkeys(recipe.timeline().query("kind == 'active'").path))
+    drifts = read_spread(recipe, {"T": "2 K", "TMIn": "3 %", "stage_4/stage_4_3/T": 1.5})
+    heat, flow, well = drifts
+    moved = heat.values(2.0)
+    assert set(moved) == {f"{stage}/T" for stage in stages} - {f"{WELL}/T"}
+    for path, value in moved.items():
+        assert value == pytest.approx([end + 4.0 for end in recipe[path]], rel=1e-6)
+    assert well.values(-1.0) == {f"{WELL}/T": pytest.approx(tuple(end - 1.5 for end in recipe[f"{WELL}/T"]), rel=1e-6)}
+    # Flows that are off are off.
+    assert set(flow.values(1.0)) == {path for stage in stages if any(recipe[path := f"{stage}/gas_species/Q/TMIn"])}
+    for path, value in flow.values(1.0).items():
+        assert value == pytest.approx([1.03 * end for end in recipe[path]], rel=1e-6)
+        assert flow.values(0.0)[path] == recipe[path]
+    assert min(flow.values(-100.0)[f"{WELL}/gas_species/Q/TMIn"]) > 0.0
+    assert (heat.text, flow.text) == ("2 K", "3 %")
+
+
+@pytest.mark.parametrize(
+    ("spread", "error"),
+    [
+        ({}, "spread is empty"),
+        ([("T", 2)], "spread must be a mapping"),
+        ({"X": "2 K"}, "unknown name 'X'; known are tau, T"),
+        ({"periods": 1}, "unknown name 'periods'"),
+        ({"stage_77/T": 1}, "the recipe has no stage_77/T"),
+        ({"process_stages/stage_1/name": 1}, "not a real number"),
+        ({"T": "2 degC"}, "is a difference of temperatures in K, got '2 degC'"),
+        ({"chemistry/Kd_In/A": 0}, "must be above 0"),
+        ({"T": 0}, "must be above 0"),
+        ({"T": "-1 %"}, "must be above 0"),
+        ({"T": True}, "takes a number"),
+        ({"TMIn": "26 %"}, "can be at most 25 %, a quarter of the smallest value"),
+        ({"T": "400 K"}, "can be at most"),
+        ({"TMAl": "2 %"}, "TMAl is 0 in all stages"),
+        ({"temperature": 1, "T": 2}, "the spread of T is given twice"),
+        ({3: 1}, "expected the name of a knob or a path"),
+    ],
+)
+def test_mistakes_in_spreads_are_messages(spread, error):
+    with pytest.raises((TypeError, ValueError), match=error):
+        read_spread(vorlen.Recipe.load(LAYER), spread)
+
+
+# ---- tolerances
+
+
+@pytest.mark.parametrize(
+    ("quantity", "given", "value", "allowed"),
+    [
+        ("thickness", "3.0 +- 0.1 nm", 3.0, 0.1),
+        ("thickness", "2 um ± 0.05", 2000.0, 50.0),
+        ("thickness", "2 um +/- 30 nm", 2000.0, 30.0),
+        ("thickness", "3 +-0.1", 3.0, 0.1),
+        ("thickness", "3 nm +- 5 %", 3.0, 0.15),
+        ("thickness", 3, 3.0, 0.06),
+        ("thickness", "at most 3 nm", 3.0, 0.0),
+        ("In", "18 % +- 0.5", 0.18, 0.005),
+        ("In", "0.18 +- 1 %", 0.18, 0.01),
+        ("In", 0.18, 0.18, 0.005),
+        ("strain", "-0.01 +- 1e-4", -0.01, 1e-4),
+        ("dislocations", "5e8 +- 1e8 cm^-2", 5e8, 1e8),
+    ],
+)
+def test_tolerances_of_targets(quantity, given, value, allowed):
+    (target,) = read_goals(vorlen.Recipe.load(LAYER), {"layers": [{"layer": 2, quantity: given}]})
+    assert target.value == pytest.approx(value) and target.allowed == pytest.approx(allowed, rel=1e-9)
+    assert target.holds(value) and target.holds(value + allowed) and not target.holds(value + 1.01 * allowed + 1e-6)
+    assert target.holds(value - 2.0 * allowed - 1e-6) == bool(target.bound) and not target.holds(math.nan)
+
+
+@pytest.mark.parametrize(
+    ("given", "error"),
+    [
+        ("3 +- 0 nm", "the tolerance of thickness of .* must be above 0"),
+        ("3 +- nm", "takes a number with or without a unit"),
+        ("3 nm +-", "expected a value and a tolerance, such as 3.0 \\+- 0.1 nm"),
+        ("at most 3 +- 1 nm", "is a bound, which has no tolerance"),
+        ("3 nm +- 2 K", "has the unit K"),
+    ],
+)
+def test_mistakes_in_tolerances_are_messages(given, error):
+    with pytest.raises(ValueError, match=error):
+        read_goals(vorlen.Recipe.load(LAYER), {"layers": [{"layer": 2, "thickness": given}]})
+
+
+def test_a_design_aims_at_the_value_itself():
+    targets = {"layers": [{"layer": 2, "thickness": "4 +- 0.5 nm", "by": "tau"}]}
+    made = vorlen.design(LAYER, targets, workers=1, check=False)
+    assert made.success and made.table.reached[0] == pytest.approx(4.0, rel=1e-3)
+
+
+# ---- real runs
+
+
+@pytest.mark.parametrize(
+    ("options", "error"),
+    [({"samples": 1}, "samples must be 2 or more"), ({"samples": 2.5}, "samples must be an integer"),
+     ({"samples": 10**6}, "samples can be at most"), ({"seed": -1}, "seed must be 0 or more")],
+)
+def test_wrong_numbers_of_runs_are_messages(options, error):
+    with pytest.raises((TypeError, ValueError), match=error):
+        vorlen.window(LAYER, WANTED, {"T": 1}, **options)
+
+
+def test_a_real_window_agrees_with_single_runs_and_continues_in_its_folder(tmp_path: Path):
+    nominal = vorlen.run(vorlen.Recipe.load(LAYER).with_scheme("staged")).layers.loc[2]
+    targets = {"layers": [{"layer": 2, "In": float(nominal.x_in), "thickness": float(nominal.thickness)}]}
+    spread = {"T": "3 K", FLOW: "2 %"}
+    with LocalPool(2) as pool:
+        options = {"samples": 12, "out": tmp_path / "runs", "executor": pool, "check": False}
+        made = vorlen.window(LAYER, targets, spread, **options)
+        stamps = {path: path.stat().st_mtime_ns for path in (tmp_path / "runs" / "rows").glob("*.result.txt")}
+        again = vorlen.window(LAYER, targets, spread, **options)
+        more = vorlen.window(LAYER, targets, spread, **options | {"samples": 14})
+    assert made.table.equals(more.table.iloc[:12]) and len(more.table) == 14
+    assert len(stamps) == 12 + 1 + 2 * 2
+    assert all(path.stat().st_mtime_ns == stamp for path, stamp in stamps.items())  # not run again
+    assert made.table.equals(again.table) and (made.table.status == "ok").all()
+    recipe = vorlen.Recipe.load(LAYER).with_scheme("staged")
+    label_in, label_thickness = made.table.columns[2:4]
+    recipe[f"{STAGE}/T"] = tuple(float(f"{end + made.table['T'][5]:.7g}") for end in recipe[f"{STAGE}/T"])
+    recipe[FLOW] = tuple(float(f"{end * (1.0 + made.table[FLOW][5] / 100.0):.7g}") for end in recipe[FLOW])
+    layer = vorlen.run(recipe).layers.loc[2]
+    assert made.table[label_in][5] == layer.x_in and made.table[label_thickness][5] == layer.thickness
+    effects = made.sensitivities.set_index(["knob", "quantity"])
+    assert effects.loc[("T", "In")].change < 0.0 < effects.loc[(FLOW, "In")].change  # indium desorbs from hot surfaces
+    figure = made.plot(path=tmp_path / "window.svg")
+    assert len(figure.axes) == 4 and (tmp_path / "window.svg").stat().st_size > 1000
