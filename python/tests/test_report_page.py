@@ -532,14 +532,14 @@ def test_all_colours_can_be_read_in_both_modes(dark: bool, name: str, browser: B
         return found;"""
     )
     assert len(texts) > 150
-    for text, behind, words in texts:
-        bright, dim = sorted((luminance(text), luminance(behind)), reverse=True)
-        assert (bright + 0.05) / (dim + 0.05) >= 4.5, (words, text, behind)
+    for text, background, words in texts:
+        bright, dim = sorted((luminance(text), luminance(background)), reverse=True)
+        assert (bright + 0.05) / (dim + 0.05) >= 4.5, (words, text, background)
     lines = browser.run("return [...document.querySelectorAll('.chart .js-line')].map(e => getComputedStyle(e).stroke)")
     shade = colour_of(browser, "Charts.colours()('shade')")
     assert len(lines) > 15
-    for line, behind in itertools.product(set(lines), (ground, shade)):
-        bright, dim = sorted((luminance(line), behind), reverse=True)
+    for line, background in itertools.product(set(lines), (ground, shade)):
+        bright, dim = sorted((luminance(line), background), reverse=True)
         assert (bright + 0.05) / (dim + 0.05) >= 3, line
     assert browser.console() == []
 
