@@ -29,8 +29,8 @@ ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "python"))
 
 import vorlen  # noqa: E402  # of this tree
-from vorlen._design_knobs import KNOBS  # noqa: E402
-from vorlen._pool import LocalPool  # noqa: E402
+from vorlen._design.knobs import KNOBS  # noqa: E402
+from vorlen._sweep.pool import LocalPool  # noqa: E402
 
 EXAMPLES = ROOT / "examples"
 RUNS_MAX, SECONDS_MAX = 25, 6.0  # of the diode

@@ -22,8 +22,8 @@ import matplotlib  # noqa: E402
 matplotlib.use("Agg")
 
 import vorlen  # noqa: E402  # of this tree
-from vorlen._report_charts import charts  # noqa: E402
-from vorlen._report_stack import layer_stack  # noqa: E402
+from vorlen._pages.report_charts import charts  # noqa: E402
+from vorlen._pages.report_stack import layer_stack  # noqa: E402
 
 LIMIT = 0.5  # s, for a table
 TABLES = ("layers", "interfaces")

@@ -18,7 +18,7 @@ ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "python"))
 
 import vorlen  # noqa: E402
-from vorlen._library import simulate  # noqa: E402
+from vorlen._base.library import simulate  # noqa: E402
 
 REPEATS = 41
 OVERHEAD_LIMIT = 1e-3  # s, and

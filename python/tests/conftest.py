@@ -9,7 +9,7 @@ from typing import TYPE_CHECKING
 
 import pytest
 
-from vorlen import _library
+from vorlen._base import library as _library
 
 if TYPE_CHECKING:
     from browser import Browser

@@ -11,7 +11,7 @@ from pathlib import Path
 import pytest
 
 import vorlen
-from vorlen._result_file import COLUMN_NAMES
+from vorlen._runs.result_file import COLUMN_NAMES
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))

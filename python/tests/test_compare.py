@@ -19,10 +19,10 @@ import vorlen
 from browser import Browser
 from support import MQW, V_DEFECTS, failed_run, failing_recipe, result, row
 from vorlen.__main__ import main
-from vorlen._compare import render
-from vorlen._compare_layers import compared_layers, matching_layers, pairs_of
-from vorlen._compare_recipes import RecipeDifference, recipe_differences
-from vorlen._compare_table import grouped_lines, layer_lines, layers_csv
+from vorlen._pages.compare import render
+from vorlen._runs.compare_layers import compared_layers, matching_layers, pairs_of
+from vorlen._pages.compare_recipes import RecipeDifference, recipe_differences
+from vorlen._pages.compare_table import grouped_lines, layer_lines, layers_csv
 
 
 def stack(*layers: tuple[str, float, float, float]) -> vorlen.Run:

@@ -10,9 +10,9 @@ import pytest
 
 import vorlen
 from support import MQW, ROOT, V_DEFECTS
-from vorlen._design_knobs import KNOBS, SHIFT
-from vorlen._design_steps import least_squares_step
-from vorlen._pool import LocalPool
+from vorlen._design.knobs import KNOBS, SHIFT
+from vorlen._design.steps import least_squares_step
+from vorlen._sweep.pool import LocalPool
 
 LED = ROOT / "examples" / "blue_led.xml"
 LAYER = ROOT / "examples" / "notebooks" / "ingan_layer.xml"  # one layer, InGaN, that runs within milliseconds
@@ -320,7 +320,7 @@ def test_a_folder_of_something_else_is_left_alone(design, tmp_path):
 
 
 def test_a_folder_that_another_design_uses_is_busy(design, tmp_path):
-    from vorlen._design_model import design_folder
+    from vorlen._design.model import design_folder
 
     with design_folder(tmp_path / "design"), pytest.raises(vorlen.BusyError, match="another design is running"):
         design(LAYER, single(thickness=3, by="tau"))
@@ -351,7 +351,7 @@ def test_wrong_options_are_errors(options):
 
 
 def test_an_interrupt_names_how_to_continue(design, capsys, monkeypatch):
-    from vorlen import _design_solver
+    from vorlen._design import solver as _design_solver
 
     def stop(*_):
         raise KeyboardInterrupt

@@ -9,9 +9,9 @@ import pytest
 
 import vorlen
 from support import ROOT
-from vorlen._design_model import DesignModel, LimitReached, Outcome
-from vorlen._design_solver import solve
-from vorlen._design_targets import read_spec
+from vorlen._design.model import DesignModel, LimitReached, Outcome
+from vorlen._design.solver import solve
+from vorlen._design.targets import read_spec
 
 LED = ROOT / "examples" / "blue_led.xml"
 LAYERS = ("n-GaN", "InGaN well", "p-AlGaN blocking layer")

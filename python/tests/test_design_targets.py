@@ -9,8 +9,8 @@ import pytest
 
 import vorlen
 from support import MQW, ROOT
-from vorlen._design_knobs import SHIFT
-from vorlen._design_targets import read_spec
+from vorlen._design.knobs import SHIFT
+from vorlen._design.targets import read_spec
 
 LED = ROOT / "examples" / "blue_led.xml"
 WELL = "process_stages/stage_4/stage_4_3"

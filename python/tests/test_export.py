@@ -13,7 +13,7 @@ import pytest
 
 import vorlen
 from support import ROOT, V_DEFECTS, result, row, table_of
-from vorlen._result_file import COLUMN_NAMES
+from vorlen._runs.result_file import COLUMN_NAMES
 
 RESULT_COLUMNS = "| no. | heading | name | unit | content |"  # first line of the tables in docs/result-format.md
 

@@ -1,4 +1,4 @@
-"""vorlen._files: files are put in place whole, and only where a file may be; locks of runs."""
+"""vorlen._base.files: files are put in place whole, and only where a file may be; locks of runs."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ import pytest
 
 import vorlen
 from support import V_DEFECTS
-from vorlen._files import BusyError, check_place, is_part_locked, lock_file, locked_part, replace_file
+from vorlen._base.files import BusyError, check_place, is_part_locked, lock_file, locked_part, replace_file
 
 NOBODY = 65534  # user without rights
 
@@ -150,7 +150,7 @@ def test_a_full_disk_leaves_the_old_file_and_no_litter(tmp_path: Path) -> None:
     (tmp_path / "r").write_bytes(b"old")
     program = """
 import resource, signal
-from vorlen._files import replace_file
+from vorlen._base.files import replace_file
 signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
 resource.setrlimit(resource.RLIMIT_FSIZE, (1000, 1000))
 try:
@@ -214,7 +214,7 @@ def test_missing_rights_are_an_error_and_nothing_is_lost(open_folder: Path) -> N
     program = """
 import sys
 import vorlen
-from vorlen._files import replace_file
+from vorlen._base.files import replace_file
 for path in ("locked/r.txt", "locked/new.txt", "mine/foreign.txt"):
     for write in (lambda: replace_file(path, b"new"), lambda: vorlen.run("recipe.xml", path)):
         try:

@@ -11,7 +11,7 @@ import pytest
 from scipy import stats
 
 import vorlen
-from vorlen._fit_model import FitModel
+from vorlen._fit.model import FitModel
 
 INCORPORATION, DESORPTION = "chemistry/K_InN_plus/A", "chemistry/Kd_In/A"
 TRUE = {INCORPORATION: 1e19, DESORPTION: 1e13}

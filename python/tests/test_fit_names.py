@@ -10,7 +10,7 @@ import pytest
 
 import vorlen
 from sweeps import LAYER, P, T, TMIN
-from vorlen._measurements import measurement_table
+from vorlen._fit.measurements import measurement_table
 
 FLOW = 0.3  # sccm of TMIn, the true one
 

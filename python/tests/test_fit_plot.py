@@ -8,7 +8,7 @@ import numpy as np
 import pandas as pd
 import pytest
 
-from vorlen._fit_plot import plot_fit
+from vorlen._fit.plot import plot_fit
 
 matplotlib.use("Agg")
 

@@ -11,16 +11,30 @@ from pathlib import Path
 import vorlen
 
 PACKAGE = Path(vorlen.__file__).parent
-MODULES = sorted(path.stem for path in PACKAGE.glob("*.py") if path.stem not in ("__init__", "__main__"))
+FILES = {
+    ".".join(path.relative_to(PACKAGE).with_suffix("").parts): path
+    for path in sorted(PACKAGE.rglob("*.py"))
+    if path.stem not in ("__init__", "__main__")
+}
 
 
-def imports_of(path: Path) -> set[str]:
+def imports_of(name: str) -> set[str]:
     """Modules of this package that a module imports, also within functions and for type checking."""
     found = set()
-    for node in ast.walk(ast.parse(path.read_text("utf-8"))):
-        if isinstance(node, ast.ImportFrom) and node.level == 1:
-            found |= {alias.name for alias in node.names} if node.module is None else {node.module.split(".")[0]}
-    return found & set(MODULES)
+    for node in ast.walk(ast.parse(FILES[name].read_text("utf-8"))):
+        if isinstance(node, ast.ImportFrom) and node.level > 0:
+            above = [*name.split(".")[: -node.level], *(node.module.split(".") if node.module else [])]
+            found |= {".".join(above), *(".".join([*above, alias.name]) for alias in node.names)}
+    return found & set(FILES)
+
+
+def rooms_of(graph: dict[str, set[str]]) -> dict[str, set[str]]:
+    """The same between the folders of the package."""
+    rooms: dict[str, set[str]] = {}
+    for name, others in graph.items():
+        room = name.split(".")[0]
+        rooms.setdefault(room, set()).update(other.split(".")[0] for other in others)
+    return {room: others - {room} for room, others in rooms.items()}
 
 
 def cycle_in(graph: dict[str, set[str]]) -> list[str]:
@@ -42,9 +56,15 @@ def cycle_in(graph: dict[str, set[str]]) -> list[str]:
 
 
 def test_no_import_leads_back_to_its_module() -> None:
-    graph = {name: imports_of(PACKAGE / f"{name}.py") for name in MODULES}
-    assert sum(map(len, graph.values())) > 50 and "_xml_bytes" in graph["_recipe"]
+    graph = {name: imports_of(name) for name in FILES}
+    assert sum(map(len, graph.values())) > 50 and {"_recipe.xml_bytes", "_base.files"} <= graph["_recipe.recipe"]
     assert cycle_in(graph) == []
+
+
+def test_no_import_leads_back_to_its_folder() -> None:
+    rooms = rooms_of({name: imports_of(name) for name in FILES})
+    assert rooms["_base"] == set() and rooms["_recipe"] == {"_base"}
+    assert cycle_in(rooms) == []
 
 
 def test_a_cycle_is_found() -> None:
@@ -66,6 +86,6 @@ for name in sys.argv[2:]:
     if os.wait()[1] != 0:
         sys.exit(f"vorlen.{name} can't be imported alone")
 """
-    command = [sys.executable, "-c", program, str(PACKAGE), *MODULES]
+    command = [sys.executable, "-c", program, str(PACKAGE), *FILES]
     done = subprocess.run(command, env=os.environ, capture_output=True, text=True, check=False, timeout=300)
     assert done.returncode == 0, done.stderr

@@ -7,7 +7,7 @@ import pytest
 
 import vorlen
 from support import result, row, table_of
-from vorlen._interfaces import period_numbers
+from vorlen._runs.interfaces import period_numbers
 
 
 def run_of(rows: list[str], layers: list[tuple[str, float, float]]) -> vorlen.Run:

@@ -129,7 +129,7 @@ def sweep_whose_worker_is_starting(folder: Path) -> Iterator[tuple[subprocess.Po
     starting = folder / "starting"
     text = (
         "import os, sys, time\n"
-        "if 'vorlen._worker' in sys.orig_argv:\n"
+        "if 'vorlen._sweep.worker' in sys.orig_argv:\n"
         f"    open({str(starting)!r}, 'w').write(str(os.getpid()))\n"
         "    time.sleep(1)\n"
     )

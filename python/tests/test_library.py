@@ -9,7 +9,7 @@ import pytest
 
 import vorlen
 from support import PLAIN_LAYER
-from vorlen import _library
+from vorlen._base import library as _library
 
 
 def test_a_library_that_is_missing_is_reported_with_its_path_and_the_places(
@@ -36,8 +36,8 @@ def test_a_library_without_the_function_is_another_library(tmp_path: Path, monke
 def test_an_installed_package_looks_below_its_prefix_first(
     packages: str, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    """As PREFIX/lib/python3/dist-packages/vorlen/_library.py, it uses PREFIX/lib/libVorlenSolver.so.1."""
-    module = tmp_path / "lib" / "python3" / packages / "vorlen" / "_library.py"
+    """As PREFIX/lib/python3/dist-packages/vorlen/_base/library.py, it uses PREFIX/lib/libVorlenSolver.so.1."""
+    module = tmp_path / "lib" / "python3" / packages / "vorlen" / "_base" / "library.py"
     module.parent.mkdir(parents=True)
     monkeypatch.delenv("VORLEN_LIBRARY")
     monkeypatch.setattr(_library, "__file__", str(module))
@@ -56,7 +56,7 @@ def test_in_the_source_tree_the_release_build_comes_first(tmp_path: Path, monkey
         (folder / _library.FILE_NAMES[0]).touch()
         found.append(folder)
     monkeypatch.delenv("VORLEN_LIBRARY")
-    monkeypatch.setattr(_library, "__file__", str(tmp_path / "python" / "vorlen" / "_library.py"))
+    monkeypatch.setattr(_library, "__file__", str(tmp_path / "python" / "vorlen" / "_base" / "library.py"))
     monkeypatch.setattr(_library.sys, "prefix", str(tmp_path / "none"))
     for folder in reversed(found[1:]):
         assert _library.find_library() == str(folder / _library.FILE_NAMES[0])

@@ -14,12 +14,12 @@ import pytest
 import vorlen
 from browser import Browser
 from support import MQW, ROOT
-from vorlen import _map
+from vorlen._design import map as _map
 from vorlen.__main__ import main
-from vorlen._design_targets import read_goals
-from vorlen._map_lines import levels_of, lines_of, region_of
-from vorlen._map_page import map_model
-from vorlen._measured import Measured
+from vorlen._design.targets import read_goals
+from vorlen._design.map_lines import levels_of, lines_of, region_of
+from vorlen._design.map_page import map_model
+from vorlen._design.measured import Measured
 
 LAYER = ROOT / "examples" / "notebooks" / "ingan_layer.xml"  # one layer, InGaN, that runs within milliseconds
 STAGE = "process_stages/stage_1"

@@ -10,7 +10,7 @@ from pathlib import Path
 
 import vorlen
 from support import MQW, ROOT
-from vorlen._library import find_library
+from vorlen._base.library import find_library
 
 PROGRAM = """import sys, vorlen
 print(vorlen.__version__, vorlen.__file__)

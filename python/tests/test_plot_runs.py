@@ -15,7 +15,7 @@ import pytest
 
 import vorlen
 from support import MQW, V_DEFECTS, failed_run, failing_recipe, result, row
-from vorlen._plot_aligned import place_runs
+from vorlen._runs.plot_aligned import place_runs
 
 
 @pytest.fixture(autouse=True)
@@ -245,10 +245,10 @@ def test_wrong_arguments(arguments, options, error, text) -> None:
 
 def test_without_the_command_runs_of_other_layers_are_not_compared(monkeypatch: pytest.MonkeyPatch) -> None:
     other = stack(("buffer", 10, 20, 0.0), ("cap", 5, 4, 0.2))
-    monkeypatch.setattr("vorlen._compare_layers.find_tool", lambda: None)
+    monkeypatch.setattr("vorlen._runs.compare_layers.find_tool", lambda: None)
     vorlen.plot([A, B])  # the same names need no comparison
     with pytest.raises(RuntimeError, match="the command vorlen, which compares layers, was not found; set VORLEN"):
         vorlen.plot([A, other])
-    monkeypatch.setattr("vorlen._compare_layers.find_tool", lambda: "/bin/false")
+    monkeypatch.setattr("vorlen._runs.compare_layers.find_tool", lambda: "/bin/false")
     with pytest.raises(RuntimeError, match="not compared by /bin/false diff"):
         vorlen.plot([A, other])

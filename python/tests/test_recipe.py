@@ -19,8 +19,8 @@ from lxml import etree
 
 import vorlen
 from support import PLAIN_LAYER, tool
-from vorlen._elements import ELEMENTS
-from vorlen._kinds import KNOWN, known_element, leading_integer
+from vorlen._recipe.elements import ELEMENTS
+from vorlen._recipe.kinds import KNOWN, known_element, leading_integer
 
 ROOT = Path(__file__).resolve().parents[2]
 EXAMPLES = sorted((ROOT / "examples").glob("*.xml"))

@@ -19,11 +19,11 @@ from hypothesis import strategies as st
 
 import vorlen
 from support import EXAMPLES, MQW, ROOT, V_DEFECTS, table_of, tool
-from vorlen._build import CONDITIONS, CONSTANTS, FLOWS, METALS
-from vorlen._composition import LATTICES
-from vorlen._elements import ELEMENTS
-from vorlen._kinds import KNOWN
-from vorlen._limits import limits_of
+from vorlen._recipe.build import CONDITIONS, CONSTANTS, FLOWS, METALS
+from vorlen._recipe.composition import LATTICES
+from vorlen._recipe.elements import ELEMENTS
+from vorlen._recipe.kinds import KNOWN
+from vorlen._recipe.limits import limits_of
 
 GASES = {"NH3": 8000, "N2": 8000}
 DRESSES: tuple[Callable[[str], str], ...] = (

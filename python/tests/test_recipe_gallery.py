@@ -12,7 +12,7 @@ import pytest
 
 import vorlen
 from support import ROOT, tool
-from vorlen._build import METALS
+from vorlen._recipe.build import METALS
 
 SCRIPTS = sorted((ROOT / "examples" / "gallery").glob("*.py"))
 EXAMPLES = ROOT / "examples"

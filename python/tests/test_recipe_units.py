@@ -14,9 +14,9 @@ from hypothesis import strategies as st
 
 import vorlen
 from support import MQW
-from vorlen import _quantities
-from vorlen._elements import ELEMENTS
-from vorlen._quantities import number_in
+from vorlen._recipe import quantities as _quantities
+from vorlen._recipe.elements import ELEMENTS
+from vorlen._recipe.quantities import number_in
 
 # unit, unit in the recipe, factor or offset; from the definitions of the units, not from pint
 UNITS = [

@@ -15,12 +15,13 @@ import pytest
 import vorlen
 from support import EXAMPLES, MQW, PLAIN_LAYER, tool, without_integration
 from sweeps import LAYER, P, T, small_sweep
-from vorlen import _recipe_check, _tool
+from vorlen._recipe import check as _recipe_check
+from vorlen._base import tool as _tool
 from vorlen.__main__ import main
-from vorlen._plan_values import make_plan
-from vorlen._recipe_check import check_text, warning_text
-from vorlen._sweep_check import MOST_ROWS, extreme_rows, sweep_text
-from vorlen._tool import Finding, check_recipe
+from vorlen._sweep.plan_values import make_plan
+from vorlen._recipe.check import check_text, warning_text
+from vorlen._sweep.check import MOST_ROWS, extreme_rows, sweep_text
+from vorlen._base.tool import Finding, check_recipe
 
 CLEAN = [*EXAMPLES, LAYER, PLAIN_LAYER]
 

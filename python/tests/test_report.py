@@ -28,8 +28,8 @@ from support import (
     recipe_with_nan,
 )
 from vorlen.__main__ import main
-from vorlen._report import render
-from vorlen._tool import find_tool, findings
+from vorlen._pages.report import render
+from vorlen._base.tool import find_tool, findings
 
 # growth rate, temperature, metal flows, gas flows, V/III, pressure, strain, densities; and one for each of In and Al
 PANELS = {"v_defects": 9, "wells": 9, "failed": 9, "nan": 8, "unphysical": 9}

@@ -10,8 +10,8 @@ import pytest
 
 import vorlen
 from support import result, row
-from vorlen._report_charts import MAX_ROWS, charts, inner_part, thin
-from vorlen._report_recipe import GASES, METALS
+from vorlen._pages.report_charts import MAX_ROWS, charts, inner_part, thin
+from vorlen._pages.report_recipe import GASES, METALS
 
 LAYERS = [("a", 10.0, 10.0), ("b", 10.0, 10.0)]
 

@@ -10,7 +10,7 @@ import pytest
 import vorlen
 from support import MQW, result, row
 from test_structure import CAP, LAST, TEMPLATE, table, wells
-from vorlen._report_stack import HEIGHT, NAME_HEIGHT, TOP, _spread, colour, layer_stack
+from vorlen._pages.report_stack import HEIGHT, NAME_HEIGHT, TOP, _spread, colour, layer_stack
 
 
 def pictures(text: str) -> dict[str, str]:

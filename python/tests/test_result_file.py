@@ -13,9 +13,9 @@ from hypothesis import strategies as st
 
 import vorlen
 from support import HEADING, MQW, TITLE, V_DEFECTS, failing_recipe, result, row
-from vorlen._columns import RELAXATION_COLUMNS, SURFACE_COLUMNS
-from vorlen._result_check import looks_physical, unphysical_text
-from vorlen._result_file import COLUMN_NAMES, parse_layers, parse_profile
+from vorlen._runs.columns import RELAXATION_COLUMNS, SURFACE_COLUMNS
+from vorlen._runs.result_check import looks_physical, unphysical_text
+from vorlen._runs.result_file import COLUMN_NAMES, parse_layers, parse_profile
 
 
 def test_numbers_are_read_to_the_last_bit() -> None:

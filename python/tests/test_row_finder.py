@@ -8,7 +8,7 @@ import numpy as np
 from hypothesis import given, settings
 from hypothesis import strategies as st
 
-from vorlen._row_finder import RowFinder
+from vorlen._runs.row_finder import RowFinder
 
 NUMBERS = st.one_of(
     st.integers(-3, 9).map(float), st.sampled_from([math.nan, math.inf, -math.inf]), st.floats(allow_nan=True)

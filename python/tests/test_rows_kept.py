@@ -63,10 +63,10 @@ def test_a_timeout_does_not_replace_a_finished_row(tmp_path: Path) -> None:
 
 def test_a_row_has_the_values_of_its_own_recipe(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     """Another program replaces the recipe of the row between writing and running it."""
-    from vorlen import _row
-    from vorlen._plan import make_task
-    from vorlen._plan_values import make_plan
-    from vorlen._sweep_folder import prepare_folder
+    from vorlen._sweep import row as _row
+    from vorlen._sweep.plan import make_task
+    from vorlen._sweep.plan_values import make_plan
+    from vorlen._sweep.folder import prepare_folder
 
     folder = tmp_path / "s"
     plan = make_plan(PLAIN_LAYER, {FLOW: [0.1]})

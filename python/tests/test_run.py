@@ -20,9 +20,9 @@ import pytest
 
 import vorlen
 from support import EXAMPLES, failing_recipe, scripted_library
-from vorlen._library import simulate
-from vorlen._simulate import _renamed
-from vorlen._status import status_path
+from vorlen._base.library import simulate
+from vorlen._runs.simulate import _renamed
+from vorlen._runs.status import status_path
 
 
 def bytes_of_the_library(recipe: Path, folder: Path) -> bytes:
@@ -215,7 +215,7 @@ def test_rows_that_can_not_be_renamed_are_not_lost(tmp_path: Path, monkeypatch: 
     def fail(*_: object) -> None:
         raise OSError(errno.EIO, "Input/output error")
 
-    monkeypatch.setattr("vorlen._simulate.put_in_place", fail)
+    monkeypatch.setattr("vorlen._runs.simulate.put_in_place", fail)
     monkeypatch.setenv("TMPDIR", str(tmp_path))
     monkeypatch.setattr(tempfile, "tempdir", None)
     with pytest.raises(OSError, match="the rows are in ") as caught:
@@ -367,7 +367,7 @@ def test_the_next_run_cleans_up_after_one_that_was_killed(hanging: subprocess.Po
     assert (tmp_path / "run" / "r.txt").read_bytes() == run.content
 
 
-@pytest.mark.parametrize("place", ["vorlen._simulate.simulate", "vorlen._simulate.put_in_place"])
+@pytest.mark.parametrize("place", ["vorlen._runs.simulate.simulate", "vorlen._runs.simulate.put_in_place"])
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
 def test_an_interrupt_leaves_no_temporary_file(
     place: str, number: int, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
@@ -376,7 +376,7 @@ def test_an_interrupt_leaves_no_temporary_file(
         os.kill(os.getpid(), number)
         time.sleep(1)
 
-    if (place, number) == ("vorlen._simulate.simulate", signal.SIGTERM):
+    if (place, number) == ("vorlen._runs.simulate.simulate", signal.SIGTERM):
         pytest.skip("ends the process: see above")
     monkeypatch.setattr(place, interrupt)
     with pytest.raises(KeyboardInterrupt if number == signal.SIGINT else SystemExit):
@@ -447,7 +447,7 @@ def test_a_result_without_status_file_is_reported(tmp_path: Path, monkeypatch: p
     def full(target: Path, *_: object) -> None:
         raise OSError(errno.ENOSPC, os.strerror(errno.ENOSPC), str(status_path(target)))
 
-    monkeypatch.setattr(vorlen._simulate, "write_status", full)
+    monkeypatch.setattr(vorlen._runs.simulate, "write_status", full)
     with pytest.raises(OSError, match="No space left on device; the result itself is in place: '.*/r.status.json'"):
         vorlen.run(EXAMPLES[0], tmp_path / "r.txt")
     assert vorlen.read(tmp_path / "r.txt").complete

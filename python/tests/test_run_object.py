@@ -8,7 +8,7 @@ import pytest
 
 import vorlen
 from support import V_DEFECTS, result, row
-from vorlen._source import RecipeSource
+from vorlen._recipe.source import RecipeSource
 
 LAYERS = [("a", 10.0, 10.0), ("b", 10.0, 10.0)]
 ROWS = [row(time=t, z=t, x_ga=1.0, rate=1.0, rho_td_t=1e8, rho_td_z=1e8) for t in (0, 10, 20)]

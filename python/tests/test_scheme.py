@@ -10,9 +10,9 @@ import pytest
 
 import vorlen
 from support import MQW, PLAIN_LAYER, result, row, scripted_library
-from vorlen import _plan
+from vorlen._sweep import plan as _plan
 from vorlen.__main__ import main
-from vorlen._scheme import scheme_of, with_scheme
+from vorlen._recipe.scheme import scheme_of, with_scheme
 
 T = "process_stages/stage_1/T"
 STAGED = b'<integration><scheme val="staged"/></integration>'

@@ -11,7 +11,7 @@ import pytest
 
 import vorlen
 from support import V_DEFECTS
-from vorlen._source import RecipeSource
+from vorlen._recipe.source import RecipeSource
 
 BROKEN = "<NonstSurfChem><integration></NonstSurfChem>"
 

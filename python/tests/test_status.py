@@ -17,10 +17,10 @@ import pytest
 import vorlen
 from support import EXAMPLES, MQW, PLAIN_LAYER, V_DEFECTS, failing_recipe
 from vorlen.__main__ import main
-from vorlen._report import render
-from vorlen._source import RecipeSource
-from vorlen._status import read_status, recipe_of_status, status_path
-from vorlen._tool import find_tool
+from vorlen._pages.report import render
+from vorlen._recipe.source import RecipeSource
+from vorlen._runs.status import read_status, recipe_of_status, status_path
+from vorlen._base.tool import find_tool
 
 
 @pytest.fixture

@@ -14,10 +14,10 @@ import pytest
 
 import vorlen
 from support import MQW, ROOT, V_DEFECTS, failed_run, failing_recipe, recipe_with_a_pause, recipe_with_nan
-from vorlen._report_stack import layer_stack
-from vorlen._repeats import Group
-from vorlen._structure import groups_of, heights, structure_of
-from vorlen._structure_text import length, sentence
+from vorlen._pages.report_stack import layer_stack
+from vorlen._runs.repeats import Group
+from vorlen._runs.structure import groups_of, heights, structure_of
+from vorlen._runs.structure_text import length, sentence
 
 Layer = tuple[Any, ...]
 NBSP = "\u00a0"

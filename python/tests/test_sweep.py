@@ -14,8 +14,8 @@ import pytest
 
 import vorlen
 from sweeps import P, T, TMIN, quiet_sweep
-from vorlen import _plan
-from vorlen._table import ranges
+from vorlen._sweep import plan as _plan
+from vorlen._sweep.table import ranges
 
 
 def test_a_grid_has_every_combination_and_the_last_parameter_varies_fastest(layer, tmp_path):

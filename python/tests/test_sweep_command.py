@@ -154,7 +154,7 @@ def test_a_row_that_was_lost_gives_the_exit_status_1(layer, tmp_path, capsys, mo
     def fail(*_: object) -> None:
         raise RuntimeError("gone")
 
-    monkeypatch.setattr("vorlen._pool.LocalPool.submit", fail)
+    monkeypatch.setattr("vorlen._sweep.pool.LocalPool.submit", fail)
     plan = str(vorlen.write_plan(tmp_path / "plan.json", layer, {T: [1000]}))
     for words in ([], ["--rows", "0:1"]):
         assert main(["sweep", plan, "--quiet", *words]) == 1
@@ -196,9 +196,9 @@ def test_without_space_for_the_table_the_sweep_is_returned_with_a_warning(layer,
 
 
 def test_a_folder_that_disappears_gives_rows_with_the_reason(layer, tmp_path):
-    from vorlen._plan import make_task
-    from vorlen._plan_values import make_plan
-    from vorlen._pool import run_row
+    from vorlen._sweep.plan import make_task
+    from vorlen._sweep.plan_values import make_plan
+    from vorlen._sweep.pool import run_row
 
     row = run_row(make_task(make_plan(layer, {T: [1000]}), tmp_path / "gone", 0, {T: 1000}, resume=True))
     assert row["status"] == "error" and f"No such file or directory: '{tmp_path / 'gone'}'" in row["text"]

@@ -13,12 +13,12 @@ import pytest
 
 import vorlen
 from sweeps import HANG, LAYER, P, T, hanging_sweep, quiet_sweep, small_sweep
-from vorlen._files import lock_file
-from vorlen._plan_values import make_plan
-from vorlen._plan import make_task
-from vorlen._pool import run_row
-from vorlen._row import END_VALUES
-from vorlen._sweep_folder import locked_folder
+from vorlen._base.files import lock_file
+from vorlen._sweep.plan_values import make_plan
+from vorlen._sweep.plan import make_task
+from vorlen._sweep.pool import run_row
+from vorlen._sweep.row import END_VALUES
+from vorlen._sweep.folder import locked_folder
 
 
 def test_a_row_is_run_again_when_its_status_names_another_recipe_or_version_or_its_result_is_gone(layer, tmp_path):
@@ -433,7 +433,7 @@ def test_a_table_beside_rows_that_are_not_of_a_sweep_stays(layer, tmp_path):
 
 
 def test_a_row_is_that_of_its_values_even_if_another_program_replaces_its_recipe(layer, tmp_path, monkeypatch):
-    from vorlen import _row
+    from vorlen._sweep import row as _row
 
     monkeypatch.chdir(tmp_path)  # where the row's process is
     (tmp_path / "rows").mkdir()

@@ -18,7 +18,7 @@ import pytest
 
 import vorlen
 from sweeps import NAME, P, T, TMIN, quiet_sweep, small_sweep
-from vorlen._arguments import given_executor
+from vorlen._base.arguments import given_executor
 
 GRID = {T: [1000, 1020, 1040], TMIN: [0.1, 0.2]}
 

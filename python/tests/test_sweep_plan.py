@@ -13,10 +13,10 @@ import pytest
 import vorlen
 from sweeps import NAME, P, T, TMIN, quiet_sweep
 from vorlen.__main__ import main
-from vorlen._table import parameter_unit
-from vorlen._plan import row_recipe
-from vorlen._plan_file import read_plan
-from vorlen._plan_values import make_plan
+from vorlen._sweep.table import parameter_unit
+from vorlen._sweep.plan import row_recipe
+from vorlen._sweep.plan_file import read_plan
+from vorlen._sweep.plan_values import make_plan
 
 PERIODS = "process_stages/stage_1/n_periods"
 

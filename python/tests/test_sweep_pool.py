@@ -13,9 +13,9 @@ import pytest
 import vorlen
 from engines import wait_for
 from sweeps import HANG, P, T, children, is_running, quiet_sweep
-from vorlen import _pool
-from vorlen._plan import make_task
-from vorlen._plan_values import make_plan
+from vorlen._sweep import pool as _pool
+from vorlen._sweep.plan import make_task
+from vorlen._sweep.plan_values import make_plan
 
 ASK = _pool.WorkerProcess.ask
 

@@ -10,8 +10,8 @@ import pytest
 import vorlen
 from sweeps import NAME, T, TMIN, quiet_sweep
 from vorlen.__main__ import main
-from vorlen._plan import MAX_ROWS
-from vorlen._plan_options import plan_of_options, split_setting
+from vorlen._sweep.plan import MAX_ROWS
+from vorlen._sweep.plan_options import plan_of_options, split_setting
 
 PERIODS = "process_stages/stage_1/n_periods"
 

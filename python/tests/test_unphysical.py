@@ -11,7 +11,7 @@ import numpy as np
 import pytest
 
 import vorlen
-from vorlen._result_file import COLUMN_NAMES
+from vorlen._runs.result_file import COLUMN_NAMES
 from support import (
     MQW,
     V_DEFECTS,
@@ -25,9 +25,9 @@ from support import (
     tool,
     without_integration,
 )
-from vorlen._result_check import looks_physical
-from vorlen._source import RecipeSource
-from vorlen._tool import find_tool
+from vorlen._runs.result_check import looks_physical
+from vorlen._recipe.source import RecipeSource
+from vorlen._base.tool import find_tool
 
 STAGED_REMEDY = 'What to do: run it with --scheme staged (in Python: scheme="staged")'
 PAGE_REMEDY = "What to do: see docs/when-a-run-fails.md"

@@ -11,12 +11,12 @@ import scipy.stats
 
 import vorlen
 from support import ROOT
-from vorlen import _window
-from vorlen._design_targets import read_goals
-from vorlen._measured import Measured
-from vorlen._pool import LocalPool
-from vorlen._window_answer import wilson
-from vorlen._window_spread import read_spread
+from vorlen._design import window as _window
+from vorlen._design.targets import read_goals
+from vorlen._design.measured import Measured
+from vorlen._sweep.pool import LocalPool
+from vorlen._design.window_answer import wilson
+from vorlen._design.window_spread import read_spread
 
 LED = ROOT / "examples" / "blue_led.xml"
 LAYER = ROOT / "examples" / "notebooks" / "ingan_layer.xml"  # one layer, InGaN, that runs within milliseconds

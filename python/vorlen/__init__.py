@@ -10,27 +10,28 @@
 matplotlib, jinja2 and other optional packages are imported when they are first used.
 """
 
-from . import _interrupts  # first: a command that is interrupted during the other imports ends without a traceback
-from ._compare import compare
-from ._design import Design, design
-from ._files import BusyError
-from ._fit import Fit, fit
-from ._library import LibraryNotFoundError
-from ._map import ProcessMap, process_map
-from ._plan import PlanError
-from ._plan_file import write_plan
-from ._plot_runs import plot
-from ._recipe import Recipe
-from ._recipe_check import RecipeWarning, check
-from ._report import report
-from ._result_file import ResultFileError
-from ._run import Run, SimulationError, read
-from ._sensitivity import sensitivity, tornado
-from ._simulate import run
-from ._sweep import Sweep, read_sweep, sweep
-from ._version import __version__
-from ._window import Window, window
-from ._xml_bytes import RecipeError
+# First: a command that is interrupted during the other imports ends without a traceback.
+from ._base import interrupts as _interrupts
+from ._base.files import BusyError
+from ._base.library import LibraryNotFoundError
+from ._base.version import __version__
+from ._design.design import Design, design
+from ._design.map import ProcessMap, process_map
+from ._design.window import Window, window
+from ._fit.fit import Fit, fit
+from ._pages.compare import compare
+from ._pages.report import report
+from ._recipe.check import RecipeWarning, check
+from ._recipe.recipe import Recipe
+from ._recipe.xml_bytes import RecipeError
+from ._runs.plot_runs import plot
+from ._runs.result_file import ResultFileError
+from ._runs.run import Run, SimulationError, read
+from ._runs.simulate import run
+from ._sweep.plan import PlanError
+from ._sweep.plan_file import write_plan
+from ._sweep.sensitivity import sensitivity, tornado
+from ._sweep.sweep import Sweep, read_sweep, sweep
 
 __all__ = [
     "BusyError",

@@ -5,13 +5,13 @@ from __future__ import annotations
 import sys
 
 from . import __version__
-from ._command_line import Parser
-from ._compare_command import add_command as add_compare
-from ._design_command import add_command as add_design
-from ._interrupts import run_command
-from ._map_command import add_command as add_map
-from ._report_command import add_command as add_report
-from ._sweep_command import add_command as add_sweep
+from ._base.command_line import Parser
+from ._base.interrupts import run_command
+from ._design.command import add_command as add_design
+from ._design.map_command import add_command as add_map
+from ._pages.compare_command import add_command as add_compare
+from ._pages.report_command import add_command as add_report
+from ._sweep.command import add_command as add_sweep
 
 
 def main(arguments: list[str] | None = None) -> int:

@@ -2,13 +2,13 @@
 // the choices that it depends on, its default, the text that rejects a value, and the record field that it fills.
 //
 // The reader (recipe_reader.h), `vorlen check`, the schema recipe.rng, the tables of docs/recipe-format.md and the
-// Python package's vorlen/_elements.py all work from it.
+// Python package's vorlen/_recipe/elements.py all work from it.
 //
 // To add an element: give the record in process_recipe.h a field for it, and add a row to ROWS in recipe_table.cpp, in
 // the section of its parent, in the place where it is to be read. value_row, keyword_row, group_row and their like make
 // rows; optional_row(row, default) lets a recipe leave the element out. A choice that other elements depend on needs a
 // Condition. Checks of several values are in validate_recipe.cpp. Then run write_recipe_files --tables on
-// docs/recipe-format.md and python/vorlen/_elements.py; the build writes the schema.
+// docs/recipe-format.md and python/vorlen/_recipe/elements.py; the build writes the schema.
 #pragma once
 
 #include <array>

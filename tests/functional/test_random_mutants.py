@@ -193,11 +193,11 @@ class Tree(unittest.TestCase):
             with open(os.path.join(tests, f"test_{name}.py"), "w", encoding="utf-8"):
                 pass
         tree = random_mutants.PythonTree(os.path.join(self.root, "copy"), self.root)
-        self.assertEqual(tree.tests("python/vorlen/_pool.py"), [
+        self.assertEqual(tree.tests("python/vorlen/_sweep/pool.py"), [
             ("test_sweep_pool", True), ("test_sweep", True),
             ("test_fit", False), ("test_run", False), ("test_toy", False)])
-        self.assertEqual(tree.tests("python/vorlen/_fit_plot.py")[0], ("test_fit", True))
-        self.assertEqual(sum(near for _, near in tree.tests("python/vorlen/_fit_plot.py")), 1)
+        self.assertEqual(tree.tests("python/vorlen/_fit/plot.py")[0], ("test_fit", True))
+        self.assertEqual(sum(near for _, near in tree.tests("python/vorlen/_fit/plot.py")), 1)
 
     def test_the_tests_that_are_near_exist(self):
         names = [name.removeprefix("test_") for name in os.listdir(os.path.join(SOURCE, "python/tests"))]

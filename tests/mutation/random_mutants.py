@@ -44,9 +44,9 @@ from mutant import HERE, ROOT, Mutant, build, copy_tree, failed_case, run  # noq
 TEST_LIMIT = 100  # s, of one test program or file without any change
 MEMORY_LIMIT = 6 * 2**30  # bytes, of a process: a change may allocate without end
 SOURCES = {"src": ["src/**/*.cpp", "src/**/*.h"], "tools": ["tools/**/*.cpp", "tools/**/*.h"],
-           "python": ["python/vorlen/*.py"]}
+           "python": ["python/vorlen/**/*.py"]}
 # Tables that a test compares with the library's, byte for byte.
-GENERATED = ("python/vorlen/_elements.py", "python/vorlen/_columns.py")
+GENERATED = ("python/vorlen/_recipe/elements.py", "python/vorlen/_runs/columns.py")
 # Real clusters, notebooks, installations: minutes. They run only for a file of their name.
 SLOW = ("test_sweep_engines", "test_notebooks", "test_docs", "test_chart_library", "test_package")
 # The first words of the test files for modules of the package, nearest first.
@@ -92,13 +92,17 @@ class PythonTree:
 
     def tests(self, file: str) -> list[tuple[str, bool]]:
         """The tests of a changed file in their order, and which of them are near."""
-        name = os.path.basename(file)[:-len(".py")].strip("_")
-        words = next((each.split() for names, each in PYTHON_TESTS.items() if name in names.split()), [])
+        room, name = (word.strip("_") for word in file[:-len(".py")].split("/")[-2:])
+        names = (name, f"{room}_{name}")
+        words = next((each.split() for keys, each in PYTHON_TESTS.items() if {*names} & {*keys.split()}), [])
 
         def rank(test: str) -> tuple:
             about = test.removeprefix("test_")
-            near = about.startswith(name) or name.startswith(about + "_")
-            return 0 if near else next((k for k, word in enumerate(words, 1) if about.startswith(word)), 100), test
+            if about.startswith(names):
+                return 0, test
+            if names[1].startswith(about + "_"):
+                return 1, test
+            return next((k for k, word in enumerate(words, 2) if about.startswith(word)), 100), test
 
         found = [os.path.basename(path)[:-len(".py")]
                  for path in glob.glob(os.path.join(self.folder, "python/tests/test_*.py"))]

@@ -1,4 +1,4 @@
-// Whether the rows of a result are physical, and where in the process a run went wrong. python/vorlen/_result_check.py
+// Whether the rows of a result are physical, and where in the process a run went wrong. python/vorlen/_runs/result_check.py
 // gives the same texts.
 #pragma once
 

@@ -5,7 +5,7 @@
 
 namespace vorlen::recipe {
 
-// The module vorlen/_elements.py of the Python package.
+// The module vorlen/_recipe/elements.py of the Python package.
 std::string recipe_elements_module();
 
 }  // namespace vorlen::recipe

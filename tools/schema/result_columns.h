@@ -7,5 +7,5 @@
 // The Markdown table called "result columns", "surface columns" or "relaxation columns"; empty for any other name.
 std::string result_columns_table(std::string_view name);
 
-// The module vorlen/_columns.py of the Python package.
+// The module vorlen/_runs/columns.py of the Python package.
 std::string result_columns_module();

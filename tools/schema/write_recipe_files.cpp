@@ -2,7 +2,7 @@
 //   write_recipe_files --schema FILE   the RELAX NG schema of the recipe
 //   write_recipe_files --tables FILE   the tables of docs/recipe-format.md, docs/result-format.md or
 //                                      docs/checking-a-recipe.md, in place, or a module of the Python package,
-//                                      _elements.py or _columns.py
+//                                      _recipe/elements.py or _runs/columns.py
 //   write_recipe_files --check FILE    writes nothing; fails if one of these is out of date
 // Exit status: 0; 1 if a file cannot be written or is out of date; 2 for a wrong command line.
 #include <cstdio>
@@ -24,8 +24,8 @@ std::string file_text(const std::string& path) {
 
 // The file at path as it should be; stored is its present text.
 std::string fresh_text(const std::string& path, const std::string& stored, std::string& error) {
-  if (path.ends_with("_elements.py")) return recipe::recipe_elements_module();
-  if (path.ends_with("_columns.py")) return result_columns_module();
+  if (path.ends_with("_recipe/elements.py")) return recipe::recipe_elements_module();
+  if (path.ends_with("_runs/columns.py")) return result_columns_module();
   return recipe::page_with_tables(stored, error);
 }
 

@@ -1,5 +1,5 @@
 // Charts over time and over height that are linked: panels, colours of the mode, zoom, units, names of stages, SVG.
-// Charts.linked(model, nodes) draws a model of _report_charts.py; Charts.chart(node, build) draws any other figure.
+// Charts.linked(model, nodes) draws a model of report_charts.py; Charts.chart(node, build) draws any other figure.
 "use strict";
 const Charts = (() => {
   const touch = window.matchMedia("(pointer: coarse)").matches;

@@ -1,0 +1,128 @@
+"""The command-line tool: finding it, and its check of a recipe."""
+
+from __future__ import annotations
+
+import contextlib
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+from collections.abc import Sequence
+from dataclasses import dataclass
+from pathlib import Path
+
+from .files import memory_file, path_of_descriptor
+
+CHECK_TIMEOUT = 60  # s
+
+
+def find_tool() -> str | None:
+    """The command-line tool: named by the environment variable VORLEN, in this installation or tree, or on PATH."""
+    package = Path(__file__).resolve().parents[1]
+    places = [Path(sys.prefix) / "bin" / "vorlen"]
+    if package.parent.name in ("dist-packages", "site-packages"):
+        places.insert(0, package.parents[3] / "bin" / "vorlen")
+    places += [package.parents[1] / "build" / preset / "tools" / "vorlen" for preset in ("release", "run")]
+    named = os.environ.get("VORLEN")
+    return named or next((str(place) for place in places if place.is_file()), None) or shutil.which("vorlen")
+
+
+@dataclass(frozen=True)
+class Finding:
+    """One entry of the report of `vorlen check`."""
+
+    severity: str  # error or warning
+    kind: str
+    line: int | None  # from 1
+    text: str
+    hint: str | None
+    stage: str | None = None  # its element, such as stage_1_3
+    stage_name: str | None = None  # the user's name of it
+
+    def sentence(self, place: str) -> str:
+        """The place, the text and the hint. place precedes the line."""
+        line = f"line {self.line}" if self.line else ""
+        return self._after(", ".join(part for part in (place, line) if part), self.text)
+
+    def named_sentence(self, with_line: bool) -> str:
+        """The line, if it is wanted, the text with the name of the stage, and the hint.
+
+        A path with the stage stays as it is in the recipe.
+        """
+        text = self.text
+        if self.stage and self.stage_name and f'"{self.stage_name}"' not in text:
+            named = f'{self.stage} "{self.stage_name}"'
+            element = re.escape(self.stage)
+            if at := re.search(rf"(?<![\w:]){element}(?!\w|:\w)", text):
+                text = f"{text[: at.start()]}{named}{text[at.end() :]}"
+            elif not re.search(rf":{element}(?!\w)", text):
+                text = f"{named}: {text}"
+        return self._after(f"line {self.line}" if self.line and with_line else "", text)
+
+    def _after(self, where: str, text: str) -> str:
+        hint = f" ({self.hint})" if self.hint else ""
+        return f"{where}: {text}{hint}" if where else f"{text}{hint}"
+
+
+class ToolError(RuntimeError):
+    """The tool could not check a recipe; the text says why."""
+
+
+def check_recipe(recipe: bytes) -> list[Finding]:
+    """The report of `vorlen check` on a recipe, in its order. Raises ToolError."""
+    return check_recipes([recipe])[0]
+
+
+def check_recipes(recipes: Sequence[bytes]) -> list[list[Finding]]:
+    """The report of `vorlen check` on each of some recipes, from one call of the tool. Raises ToolError."""
+    tool = find_tool()
+    if tool is None:
+        raise ToolError("the command vorlen was not found. Set VORLEN to its path")
+    try:
+        with contextlib.ExitStack() as held:
+            files = [held.enter_context(memory_file(recipe)) for recipe in recipes]
+            places = [str(path_of_descriptor(file)) for file in files]
+            answer = subprocess.run(
+                [tool, "check", "--format", "json", *places],
+                stdin=subprocess.DEVNULL,
+                capture_output=True,
+                timeout=CHECK_TIMEOUT,
+                check=False,
+                encoding="utf-8",
+                errors="replace",
+                pass_fds=files,
+            )
+        reports = [report["problems"] for report in json.loads(answer.stdout)["files"]]
+        if len(reports) != len(recipes):
+            raise ValueError
+        return [
+            [
+                Finding(
+                    one["severity"], one["kind"], one["line"], _named(one["text"], place), one["hint"],
+                    one["stage"], one["stage_name"],
+                )
+                for one in report
+            ]
+            for report, place in zip(reports, places)
+        ]
+    except OSError as error:
+        raise ToolError(f"{tool} could not be run: {error.strerror}") from error
+    except subprocess.TimeoutExpired as error:
+        raise ToolError(f"{tool} check did not finish within {CHECK_TIMEOUT} s") from error
+    except (ValueError, LookupError, TypeError) as error:
+        raise ToolError(f"the output of {tool} check is not a report") from error
+
+
+def _named(text: str, place: str) -> str:
+    """The text with the word recipe instead of the file in memory that the tool has read."""
+    return re.sub(rf"{re.escape(place)}(?!\d)", "recipe", text)
+
+
+def findings(recipe: bytes) -> list[str]:
+    """Findings of `vorlen check` about a recipe, such as elements that are not read; or why it was not checked."""
+    try:
+        return [one.sentence("Recipe") for one in check_recipe(recipe)]
+    except ToolError as error:
+        return [f"The recipe was not checked: {error}."]

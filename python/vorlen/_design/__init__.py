@@ -1,0 +1,1 @@
+"""From targets to recipes: designs, process windows and maps."""

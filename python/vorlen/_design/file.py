@@ -1,0 +1,86 @@
+"""Files of targets: YAML, with messages for the mistakes that a person makes in it."""
+
+from __future__ import annotations
+
+import re
+from typing import Any
+
+from .._base.files import as_path, read_file
+from .._base.types import PathLike
+
+_UNIT_AFTER_BRACKET = re.compile(r"\[([^\][,]+),([^\][,]+)\]\s*([A-Za-z%\u00b0][\w%\u00b0/^-]*)")
+
+
+def read_targets_file(path: PathLike) -> Any:
+    """The content of a file of targets.
+
+    Raises ImportError without PyYAML, OSError if the file can't be read, ValueError with the place of a mistake.
+    """
+    try:
+        import yaml
+    except ImportError as error:
+        raise ImportError("files of targets need PyYAML: install python3-yaml (Debian) or pyyaml (pip)") from error
+
+    place = as_path(path, "targets")
+    try:
+        text = read_file(place).decode("utf-8-sig")
+    except UnicodeDecodeError as error:
+        raise ValueError(f"{place} is not UTF-8: {error}") from error
+    for number, line in enumerate(text.splitlines(), 1):
+        if match := _UNIT_AFTER_BRACKET.search(line.split("#")[0]):
+            low, high, unit = match[1].strip(), match[2].strip(), match[3]
+            raise ValueError(
+                f"{place}, line {number}: {match[0]!r} is not valid YAML, which takes no text after a bracket; write "
+                f"[{low} {unit}, {high} {unit}] or {low} .. {high} {unit}"
+            )
+    try:
+        content = yaml.load(text, _loader())
+    except yaml.YAMLError as error:
+        mark = getattr(error, "problem_mark", None)
+        where = f", line {mark.line + 1}, column {mark.column + 1}" if mark is not None else ""
+        reason = getattr(error, "problem", None) or str(error)
+        raise ValueError(f"{place}{where}: {reason}") from error
+    except RecursionError as error:
+        raise ValueError(f"{place} is nested too deeply") from error
+    if content is None:
+        raise ValueError(f"{place} is empty; it needs layers, a list of targets")
+    return content
+
+
+def _loader() -> Any:
+    """A safe loader that rejects keys given twice, of which YAML would keep the last, and aliases.
+
+    The words no, off and n are texts, so that they can be names.
+    """
+    import yaml
+
+    class Loader(yaml.SafeLoader):
+        def compose_node(self, parent: Any, index: Any) -> Any:
+            events: Any = self
+            if events.check_event(yaml.events.AliasEvent):
+                mark = events.peek_event().start_mark
+                raise yaml.composer.ComposerError(None, None, "aliases are not supported", mark)
+            return super().compose_node(parent, index)
+
+    def mapping(loader: Any, node: Any) -> dict[Any, Any]:
+        found: dict[Any, Any] = {}
+        for key_node, value_node in node.value:
+            key = loader.construct_object(key_node, deep=True)
+            if not isinstance(key, (str, int, float)):
+                raise yaml.constructor.ConstructorError(None, None, "a key must be a text", key_node.start_mark)
+            if key in found:
+                problem = f"the key {key!r} is given twice"
+                raise yaml.constructor.ConstructorError(None, None, problem, key_node.start_mark)
+            found[key] = loader.construct_object(value_node, deep=True)
+        return found
+
+    Loader.add_constructor(yaml.resolver.BaseResolver.DEFAULT_MAPPING_TAG, mapping)
+    Loader.yaml_implicit_resolvers = {
+        letter: [(tag, pattern) for tag, pattern in resolvers if tag == "tag:yaml.org,2002:null" or _is_number(tag)]
+        for letter, resolvers in yaml.SafeLoader.yaml_implicit_resolvers.items()
+    }
+    return Loader
+
+
+def _is_number(tag: str) -> bool:
+    return tag in ("tag:yaml.org,2002:int", "tag:yaml.org,2002:float")

@@ -1,0 +1,1 @@
+"""Fits of model constants and recipe values to measured layers."""

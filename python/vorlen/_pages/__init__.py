@@ -1,0 +1,1 @@
+"""Pages about runs: reports and comparisons. The layouts are in assets."""

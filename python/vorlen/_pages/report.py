@@ -1,0 +1,321 @@
+"""A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
+
+The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
+page.css and report.css; charts.js draws the charts, readout.js shows their values, downloads.js saves tables and charts,
+report.js has the controls. report_charts.py makes the data of the charts, report_stack.py the pictures of the layers,
+report_tables.py the tables.
+"""
+
+from __future__ import annotations
+
+import json
+import math
+import re
+from pathlib import Path
+from typing import Any
+
+import numpy as np
+import pandas as pd
+
+from .._base.files import check_place, page_bytes, replace_file
+from .._base.tool import findings
+from .._base.types import PathLike
+from .._base.version import __version__
+from .._recipe.source import RecipeSource
+from .._runs.run import Run, SimulationError
+from .._runs.status import read_matching_status
+from .._runs.structure import Structure, structure_of
+from .._runs.structure_text import sentence
+from .report_charts import charts
+from .report_stack import layer_stack
+from .report_tables import (
+    csv_text,
+    details_text,
+    interface_groups,
+    interface_table,
+    layer_records,
+    layer_table,
+    records,
+    shown_places,
+)
+
+ASSETS = Path(__file__).resolve().parents[1] / "assets"
+
+
+def report(run: Run | SimulationError, path: PathLike) -> Path:
+    """Writes the report of a run: one page for a browser that needs no other file. Needs jinja2.
+
+    Parameters
+    ----------
+    run : Run or SimulationError
+        The run, complete or failed.
+    path : path
+        The page. An existing file is replaced when the new page is complete, but never a file of the run.
+
+    Returns
+    -------
+    pathlib.Path
+        The path.
+
+    Raises
+    ------
+    ImportError
+        If jinja2 is missing.
+    OSError
+        If the page can't be written, or the chart library is missing.
+    TypeError
+        If an argument has another type.
+    ValueError
+        If path is the recipe, the result, its status file, or not a regular file.
+    """
+    run = _run_of(run)
+    check_place(path, run._own_files)  # before the work
+    return replace_file(path, page_bytes(render(run)), inputs=run._own_files)
+
+
+def _run_of(run: Run | SimulationError) -> Run:
+    """The run of an error; one without content if nothing was simulated."""
+    if isinstance(run, SimulationError):
+        return run.run or Run(b"", recipe_source=run.recipe_source, text=run.text)
+    if not isinstance(run, Run):
+        raise TypeError(f"run must be a Run or a SimulationError, got {type(run).__name__}")
+    return run
+
+
+def render(run: Run | SimulationError) -> str:
+    """The HTML text of a report."""
+    import jinja2
+
+    run = _run_of(run)
+    has_rows = bool(run.content) and not run._profile.empty
+    failed = run.failed if run.content else True
+    title = _title(run)
+    layers = layer_table(run._layers, float(run.end["time"]) if has_rows else math.inf) if run.content else None
+    structure = structure_of(layers[layers["reached"]]) if layers is not None else None
+    data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
+    content: dict[str, Any] = {"layers": [], "interfaces": [], "has_periods": False, "stack": "", "summary": ""}
+    content |= {"quantities": "", "details": ""}
+    if layers is not None and structure is not None:
+        content["layers"] = layer_records(layers)
+        content["details"] = details_text(content["layers"])
+        content["stack"] = layer_stack(layers[layers["reached"]], structure)
+        data["tables"]["layers"] = {"name": f"{data['stem']}-layers.csv", "text": csv_text(layers)}
+    if has_rows:
+        drawn = run._drawn
+        interfaces = interface_table(drawn.interfaces, drawn.reference_height)
+        groups = interface_groups(interfaces)
+        content["interfaces"] = records(interfaces, groups, "Interfaces")
+        content["has_periods"] = bool(interfaces["period"].notna().any())
+        data["tables"]["interfaces"] = {"name": f"{data['stem']}-interfaces.csv", "text": csv_text(interfaces)}
+        data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
+        content["summary"] = _chart_summary(drawn.rows("active"))
+        content["quantities"] = _quantities(data["charts"]["panels"])
+    environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
+    environment.filters |= {"number": number, "fraction": fraction}
+    template = environment.from_string(_asset("report.html"))
+    return template.render(
+        title=title,
+        version=__version__,
+        failed=failed,
+        grew=_grew(run, structure) if layers is not None else "",
+        failure=_failure(run),
+        facts=_facts(run),
+        height_note=_height_note(run) if has_rows else "",
+        recipe_note=_recipe_note(run),
+        warnings=_warnings(run) if has_rows else _findings(run.recipe_source),
+        has_charts=has_rows,
+        data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
+        css=_asset("page.css") + _asset("report.css"),
+        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "report.js")),
+        plotly=chart_library() if has_rows else "",
+        **content,
+    )
+
+
+def _asset(name: str) -> str:
+    return (ASSETS / name).read_text("utf-8")
+
+
+def _stem(title: str) -> str:
+    """The title as the start of file names."""
+    stem = re.sub(r"\.(xml|txt)$", "", title).removesuffix(".result").removesuffix(".failed")
+    return re.sub(r"[^\w.-]+", "-", stem).strip("-.") or "run"
+
+
+def chart_library() -> str:
+    """The JavaScript that draws the charts, from the installation or from a build of the source tree."""
+    builds = ASSETS.parents[2] / "build"
+    places = [ASSETS, *(builds / preset / "python" for preset in ("release", "run"))]
+    for place in (folder / "plotly.min.js" for folder in places):
+        if place.is_file():
+            return place.read_text("utf-8")
+    raise FileNotFoundError(
+        f"the chart library of reports is missing, {ASSETS / 'plotly.min.js'}. Install the Debian packages "
+        "python3-plotly and esbuild (apt-get install python3-plotly esbuild), then build or install VorlenSolver again"
+    )
+
+
+def number(value: Any, digits: int = 4, unit: str = "") -> str:
+    """A number for display: this many digits, true minus signs, a dash for NaN or None."""
+    if value is None or (isinstance(value, float) and math.isnan(value)):
+        return "\u2013"
+    if abs(value) < 1e-9:
+        value = 0.0
+    text = f"{value:.{digits}g}"
+    if "e" in text:
+        mantissa, exponent = text.split("e")
+        text = f"{mantissa}\u00d710" + str(int(exponent)).translate(str.maketrans("-0123456789", "⁻⁰¹²³⁴⁵⁶⁷⁸⁹"))
+    return text.replace("-", "\u2212") + (f"\u00a0{unit}" if unit else "")
+
+
+def fraction(value: float | None) -> str:
+    """A fraction for display: four decimals, a dash for NaN."""
+    if value is None or math.isnan(value):
+        return "\u2013"
+    if abs(value - round(value)) < 5e-5:
+        return f"{round(value)}".replace("-", "\u2212")
+    return f"{value:.4f}".replace("-", "\u2212")
+
+
+def _title(run: Run) -> str:
+    for path in (run.recipe_source.path, run.path):
+        if path is not None:
+            return path.name
+    return "VORLEN run"
+
+
+def _grew(run: Run, structure: Structure | None) -> str:
+    """The sentence about what grew."""
+    if run.unphysical:
+        return "The result is unphysical: do not use its values."
+    text = sentence(run._layers, structure, failed=run.failed)
+    return text[0].upper() + text[1:]
+
+
+def _height_note(run: Run) -> str:
+    """How the heights of the page relate to the result file."""
+    reference = run._drawn.reference_height
+    if not (run._layers["kind"] == "pre").any():
+        return "Heights on this page are z of the result file."
+    shown = f"{reference:.10g} nm" if math.isfinite(reference) else "the height of the first simulated row"
+    return f"Heights on this page are above the pre-stages: 0 is z = {shown} in the result file."
+
+
+def _recipe_note(run: Run) -> str:
+    """What is missing without the recipe, and how to get it."""
+    if run.recipe_source.content is not None or run.recipe_source.problem:
+        return ""
+    return (
+        "The recipe is unknown, so flows, pressure, V/III and temperature are not shown, and the recipe was not "
+        "checked. Name it with --recipe, in Python with vorlen.read(path, recipe=...)."
+    )
+
+
+def _quantities(panels: list[dict[str, Any]]) -> str:
+    """The quantities of the charts in words."""
+    titles = [re.sub(r"<sub>(\w+)</sub>", r" \1", panel["title"]) for panel in panels if not panel.get("hidden")]
+    text = ", ".join(titles)
+    return text[0].upper() + text[1:]
+
+
+def _failure(run: Run) -> dict[str, str]:
+    """Text of a failed run, and where it stopped."""
+    if run.content and not run.failed:
+        return {}
+    cut_off = "The result file ends before the last layer does, and no status file gives the reason."
+    text = run.text or run.unphysical or cut_off
+    if not run.content or run._profile.empty:
+        return {"text": text, "place": "Nothing was simulated: the result has no rows."}
+    last = run.end
+    if run.complete:
+        return {"text": text, "place": "The rows are kept for finding the cause. Do not use their values."}
+    layers = run._layers
+    reached = layers[layers["begin"] <= last["time"] * (1 + 1e-9)]
+    # A run that stopped at the end of a layer could not start the next one.
+    name = f"layer {reached.index[-1]}, {reached['name'].iloc[-1]}" if len(reached) else "the first layer"
+    height = last["z"] - run._drawn.reference_height
+    place = f"It stopped at {last['time']:.10g} s, {height:.7g} nm above the pre-stages, in {name}."
+    ahead = layers[(layers["end"] > last["time"]) & (layers["kind"] == "active")]
+    if len(ahead) and abs(ahead["end"].iloc[0] - last["time"]) < 0.01 * ahead["duration"].iloc[0] and len(ahead) > 1:
+        place += f" The next layer, {ahead['name'].iloc[1]}, was not started."
+    return {"text": text, "place": place}
+
+
+def _facts(run: Run) -> list[tuple[str, str]]:
+    """Facts about the run: pairs of a name and a value."""
+    status = read_matching_status(run.path, run.content) if run.path else {}
+    facts = [("Result", run.path.name if run.path and run.content else "not saved to a file")]
+    if run.content:
+        facts += [("SHA-256 of the result", run.sha256), ("Rows", str(len(run._profile)))]
+    source = run.recipe_source
+    facts.append(("Recipe", source.path.name if source.path else str(status.get("recipe") or "unknown")))
+    recipe_hash = source.sha256 or status.get("recipe_sha256")
+    if recipe_hash:
+        facts.append(("SHA-256 of the recipe", recipe_hash))
+    wall_time = run.wall_time if run.wall_time is not None else status.get("wall_time_s")
+    if wall_time is not None:
+        facts.append(("Simulated in", f"{wall_time:.3g} s"))
+    if run.scheme or status.get("scheme"):
+        facts.append(("Integration scheme", str(run.scheme or status["scheme"])))
+    if status.get("version") and status["version"] != __version__:
+        facts.append(("Simulated by", f"VorlenSolver {status['version']}"))
+    for key, name in (("host", "Host"), ("finished", "Finished")):
+        if status.get(key):
+            facts.append((name, str(status[key])))
+    if run.content and not run._profile.empty:
+        facts.append(("Process", f"{run._profile['time'].iloc[0]:.10g} s to {run.end['time']:.10g} s"))
+        top = run._profile.loc[run._profile["active"], "z"].iloc[-1:] - run._drawn.reference_height
+        facts += [("Height of the simulated layers", f"{height:.7g} nm") for height in top]
+    facts.append(("Report by", f"VorlenSolver {__version__}"))
+    return facts
+
+
+def _warnings(run: Run) -> list[str]:
+    found = [warning for warning in run.warnings if warning not in _failure(run).get("text", "")]
+    opened = v_defects_open(run)
+    if opened is not None:
+        found.append(
+            f"V-defects opened at {opened['time']:.7g} s, {opened['height']:.4g} nm above the pre-stages, "
+            f"in {opened['layer']}. "
+            f"The final density is {number(run.end['rho_vd0_t'] / 2, 3)} per cm\u00b2."
+        )
+    found += _findings(run.recipe_source)
+    return found
+
+
+def v_defects_open(run: Run) -> dict[str, Any] | None:
+    """Time [s], height above the pre-stages [nm] and layer of the first row with V-defects; None if no row has any."""
+    rows = run._profile[run._profile["rho_vd0_t"] > 0]
+    if rows.empty:
+        return None
+    first = rows.iloc[0]
+    layers = run._layers
+    inside = layers[(layers["begin"] <= first["time"]) & (layers["end"] >= first["time"])]
+    name = f"layer {inside.index[0]}, {inside['name'].iloc[0]}" if len(inside) else "the structure"
+    return {"time": float(first["time"]), "height": float(first["z"]) - run._drawn.reference_height, "layer": name}
+
+
+def _findings(source: RecipeSource) -> list[str]:
+    """What is to be said about the recipe: findings of `vorlen check`, or why there are none."""
+    if source.problem:
+        return [f"{source.problem} The charts therefore have no temperature and flows, and the recipe was not checked."]
+    if source.content is None:
+        return []  # _recipe_note
+    return findings(source.content)
+
+
+def _chart_summary(rows: pd.DataFrame) -> str:
+    """The charts in words, for screen readers. rows: those that are drawn."""
+    parts = [f"{len(rows)} rows from {rows['time'].iloc[0]:.6g} to {rows['time'].iloc[-1]:.6g} s"]
+    for column, name, factor, unit in (
+        ("x_in", "indium", 100, "%"),
+        ("x_al", "aluminium", 100, "%"),
+        ("rate", "growth rate", 1, "nm/s"),
+        ("eps_xx_t", "strain at growth", 100, "%"),
+        ("rho_td_t", "dislocations at growth", 1, "per cm\u00b2"),
+    ):
+        values = factor * rows[column].to_numpy()
+        values = values[np.isfinite(values)]
+        if len(values) and (np.abs(values) > 1e-6).any():
+            parts.append(f"{name} {number(float(values.min()), 3)} to {number(float(values.max()), 3)} {unit}")
+    return "; ".join(parts) + "."

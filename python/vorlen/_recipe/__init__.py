@@ -1,0 +1,1 @@
+"""Recipes: reading, changing and building them, checking them with the tool."""

@@ -1,0 +1,1 @@
+"""A run: simulating, its result file, layers and interfaces, what grew, its figures."""
