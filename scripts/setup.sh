@@ -7,7 +7,8 @@
 # Only missing packages are installed. If there are none, neither root nor the network is needed.
 set -euo pipefail
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
+  libtinyxml-dev libcli11-dev libfast-float-dev libfmt-dev nettle-dev nlohmann-json3-dev)
 PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # reports: pages, and the library that draws their charts
   python3-jinja2 python3-plotly esbuild
