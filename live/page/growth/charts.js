@@ -9,7 +9,7 @@ import { colour } from "./palette.js";
 import { pathOf, visibleRange } from "./paths.js";
 import { setText, svgElement } from "./svg.js";
 
-const LEFT = 56, RIGHT = 12, HEAD = 18, NAMES = 18, LEGEND = 19, GAP = 7, FOOT = 40; // pixels
+const LEFT = 56, RIGHT = 12, HEAD = 18, NAMES = 18, LEGEND = 22, GAP = 5, FOOT = 40; // pixels
 const HEIGHTS = { composition: 118, densities: 92 }, HEIGHT = 78;
 const LETTER = 6.4, APART = 8; // pixels: average width of a letter, room between names
 const NARROW = 480; // pixels; narrower charts have their legends from the left edge on
@@ -53,7 +53,7 @@ export function createCharts(node) {
     const clip = svgElement("clipPath", { id: `clip-${panel.key}` }, group);
     const begin = top + LEGEND;
     svgElement("rect", { x: LEFT, y: begin, width: width - LEFT - RIGHT, height: high }, clip);
-    const legend = svgElement("text", { x: legendStart(), y: top + 14 }, group);
+    const legend = svgElement("text", { x: legendStart(), y: top + 13 }, group);
     svgElement("tspan", { class: "head" }, legend, panel.unit ? `${panel.title}, ${panel.unit}` : panel.title);
     const values = panel.curves.map((curve) => {
       svgElement("tspan", { dx: 10, style: `fill: ${colour(curve.colour)}; font-weight: 600` }, legend, curve.dashed ? "┄" : "━");

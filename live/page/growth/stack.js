@@ -12,7 +12,7 @@ const WANTED = 14; // pixels of the thinnest alloy; thicker layers are cut for i
 const THINNEST = 1; // nm; thinner layers need not be visible
 const PAUSE = 0.25; // nm; thinner layers are pauses and interfaces, and have no name
 const LINE = 15, SHIFT = 70; // pixels that a name needs, and by which it may be moved
-const LETTERS = 23; // of a name with its thickness
+const LETTERS = 21; // of a name with its thickness
 
 // node: its container; onLayer(number): a layer was clicked. Gives {draw(layers), svg}.
 export function createStack(node, onLayer) {

@@ -26,8 +26,10 @@ export function createTable(node, onLayer) {
   box.append("All periods and pauses");
   const frame = htmlElement("div", { class: "scroll", role: "region", tabindex: "0", "aria-label": "Table of the layers" }, node);
   const table = htmlElement("table", { class: "growth-layers" }, frame);
-  const caption = htmlElement("caption", {}, table);
+  htmlElement("caption", { class: "hidden" }, table, "Layers from the bottom up");
   const head = htmlElement("thead", {}, table), body = htmlElement("tbody", {}, table);
+  const note = htmlElement("p", { class: "note", id: "growth-layers-note" }, node);
+  table.setAttribute("aria-describedby", note.id);
   let last = null, headText = "";
   all.addEventListener("change", () => last && draw(last));
   body.addEventListener("click", ({ target }) => {
@@ -41,7 +43,7 @@ export function createTable(node, onLayer) {
     const used = (metal) => layers.some((layer) => compositionOf(layer)[metal] > 1e-6 || layer[metal ? "x_al_end" : "x_in_end"] > 1e-6);
     const columns = COLUMNS.filter(({ metal }) => metal === undefined || used(metal));
     drawHead(columns);
-    setText(caption, "From the bottom up. Fractions without “final” are those of a layer without its interfaces; strain and " +
+    setText(note, "From the bottom up. Fractions without “final” are those of a layer without its interfaces; strain and " +
       "dislocations are those of the finished structure, at the top of the layer." + (other ? ` Below each value: its difference from “${other.name}”.` : ""));
     const rows = rowsOf(layers, all.checked);
     box.hidden = rows.length === layers.length && !all.checked;
