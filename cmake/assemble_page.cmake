@@ -1,6 +1,6 @@
-# Puts FOLDER/main.js and FOLDER/page.css into the page PAGE, as FOLDER/live.html.
+# Puts FOLDER/main.js, FOLDER/page.css and FOLDER/page_data.json into the page PAGE, as FOLDER/live.html.
 file(READ "${PAGE}" html)
-foreach(name page.css main.js)
+foreach(name page.css page_data.json main.js)
   file(READ "${FOLDER}/${name}" content)
   string(FIND "${html}" "/* ${name} */" place)
   if(place EQUAL -1)
