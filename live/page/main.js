@@ -29,7 +29,12 @@ if (embedded) {
 first ??= {xml: data.examples[0].xml, name: `${data.examples[0].name}.xml`};
 
 const key = pageKey(embedded), engine = createEngine();
-const growth = createGrowthPane(at("growth"));
+const second = createEngine(); // for kept variants of a link: their runs do not replace those of the recipe
+const growth = createGrowthPane(at("growth"), {
+  onRecall: xml => pane.setXml(xml, pane.name()),
+  onCancel: () => engine.cancel(),
+  run: xml => second.run(xml),
+});
 let newest = 0, last = null; // number of the newest run; {outcome, xml} of the last that was shown
 
 // ---- Messages
@@ -68,10 +73,8 @@ async function run(xml) {
   showStatus(good ? "complete" : "failed", sentence);
   say(sentence);
   pane.showRunFailure(good ? null : outcome);
-  if (good || outcome.status === "failed") {
-    last = {outcome, xml};
-    growth.show(outcome, xml);
-  }
+  if (good || outcome.status === "failed") last = {outcome, xml};
+  growth.show(outcome, xml, pane.name());
   document.documentElement.dataset.runs = String(Number(document.documentElement.dataset.runs ?? 0) + 1);
 }
 
