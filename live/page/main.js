@@ -35,7 +35,7 @@ const growth = createGrowthPane(at("growth"), {
   onCancel: () => engine.cancel(),
   run: xml => second.run(xml),
 });
-let newest = 0, last = null; // number of the newest run; {outcome, xml} of the last that was shown
+let newest = 0, last = null; // number of the newest run; {outcome, xml} that is shown, null while the newest run is under way
 
 // ---- Messages
 
@@ -56,6 +56,7 @@ function showStatus(kind, text) {
 
 async function run(xml) {
   const number = ++newest;
+  last = null;
   growth.busy(true);
   const slow = setTimeout(() => {
     if (number !== newest) return;
