@@ -1,4 +1,4 @@
-# Puts FOLDER/main.js and FOLDER/page.css into the page PAGE, as FOLDER/live.html.
+# Puts FOLDER/main.js and FOLDER/page.css into the page PAGE, and the texts of LICENCES before it, as FOLDER/live.html.
 file(READ "${PAGE}" html)
 foreach(name page.css main.js)
   file(READ "${FOLDER}/${name}" content)
@@ -8,4 +8,14 @@ foreach(name page.css main.js)
   endif()
   string(REPLACE "/* ${name} */" "${content}" html "${html}")
 endforeach()
+
+set(comment "This page contains parts of the following programs and libraries.\n")
+foreach(licence IN LISTS LICENCES)
+  get_filename_component(package "${licence}" DIRECTORY)
+  get_filename_component(package "${package}" NAME)
+  file(READ "${licence}" text)
+  string(REPLACE "--" "==" text "${text}")  # not allowed in a comment
+  string(APPEND comment "\n======== ${package} ========\n\n${text}")
+endforeach()
+string(REPLACE "<!DOCTYPE html>\n" "<!DOCTYPE html>\n<!--\n${comment}-->\n" html "${html}")
 file(WRITE "${FOLDER}/live.html" "${html}")
