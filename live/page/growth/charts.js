@@ -9,7 +9,7 @@ import { colour } from "./palette.js";
 import { pathOf, visibleRange } from "./paths.js";
 import { setText, svgElement } from "./svg.js";
 
-const LEFT = 56, RIGHT = 12, HEAD = 18, NAMES = 18, LEGEND = 22, GAP = 5, FOOT = 40; // pixels
+const LEFT = 56, RIGHT = 16, HEAD = 18, NAMES = 18, LEGEND = 22, GAP = 5, FOOT = 40; // pixels
 const HEIGHTS = { composition: 118, densities: 92, sweep: 190 }, HEIGHT = 78;
 const LETTER = 6.4, APART = 8; // pixels: average width of a letter, room between names
 const NARROW = 480; // pixels; narrower charts have their legends from the left edge on

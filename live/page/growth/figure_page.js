@@ -44,7 +44,7 @@ export function showFigure(fragment) {
     const input = htmlElement("input", { type: "range", min: slider.low, max: slider.high, step: slider.step }, label);
     input.value = slider.value;
     const output = htmlElement("output", {}, label);
-    const say = () => setText(output, `${number(values[index])}${SPACE}${slider.unit}`);
+    const say = () => setText(output, withUnit(values[index], slider));
     input.addEventListener("input", () => {
       values[index] = Number(input.value);
       say();
@@ -99,10 +99,10 @@ export function showFigure(fragment) {
       first ??= sweep;
     }
     // The curve goes through the point of the slider.
-    const { x, y } = withPoint(sweep, at, value), view = { axis: "place", range: [slider.low, slider.high], label: `${slider.label} (${slider.unit})` };
+    const { x, y } = withPoint(sweep, at, value), view = { axis: "place", range: [slider.low, slider.high], label: slider.unit ? `${slider.label} (${slider.unit})` : slider.label };
     const panel = (curve) => ({ key: "sweep", title: quantity.title, unit: quantity.unit, zero: true, least: 0.01,
       curves: [{ name: "", colour: quantity.colour, x: { place: curve.x }, y: curve.y }] });
-    drawn = { view, current: { x: { place: x }, panels: [panel({ x, y })], stages: [] }, head: (row) => `${number(x[row])}${SPACE}${slider.unit}`,
+    drawn = { view, current: { x: { place: x }, panels: [panel({ x, y })], stages: [] }, head: (row) => withUnit(x[row], slider),
       others: first === sweep ? [] : [{ panels: [panel(first)], colour: "ghost", kind: "ghost" }] }; // the first curve, for comparison
     redraw();
     cursor.rest(at);
@@ -126,6 +126,10 @@ export function showFigure(fragment) {
     redraw();
     charts.describe(answer.textContent, figure.title);
   }
+}
+
+function withUnit(value, { unit }) {
+  return number(value) + (unit ? SPACE + unit : "");
 }
 
 // A curve {x, y} with one more point.

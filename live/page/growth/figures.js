@@ -23,7 +23,7 @@ export const FIGURES = {
   "indium-ceiling": {
     title: "The indium ceiling", kind: "sweep", xml: ingan_layer, name: "ingan_layer.xml", quantity: indium,
     text: "Slower desorption of indium, to the left, gives more of it, but only up to a ceiling. The ceiling follows from the temperature, the flows and the lattice, not from the constants.",
-    sliders: [{ label: "Exponent n of Kd_In, A = 10ⁿ", unit: "1/s", places: [["chemistry/Kd_In", "A"]], low: 11, high: 16.5, step: 0.1, value: 13,
+    sliders: [{ label: "Exponent n of Kd_In, A = 10ⁿ", unit: "", places: [["chemistry/Kd_In", "A"]], low: 11, high: 16.5, step: 0.1, value: 13,
       stored: (value) => (10 ** value).toPrecision(4) }, temperature(980, 1080)],
   },
   "growth-rate": {
