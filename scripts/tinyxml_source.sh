@@ -36,4 +36,5 @@ if ! { "${apt[@]}" update && cd "$work" && "${apt[@]}" source tinyxml; } >"$work
   echo "tinyxml_source: Debian's source package tinyxml can't be downloaded" >&2
   exit 1
 fi
-mv "$work"/tinyxml-*/ "$folder/tinyxml"
+# Another build may have been faster.
+mv -T "$work"/tinyxml-*/ "$folder/tinyxml" 2>/dev/null || [ -e "$folder/tinyxml/tinyxml.h" ]

@@ -74,10 +74,12 @@ TEST(RunRecipeText, ARecipeThatTheReaderRejects) {
 
 TEST(RunRecipeText, ARecipeThatTheModelRejects) {
   RecipeBuilder recipe;
-  recipe.set("pre_stages/stage_1/stress_state", "val", "0");
+  for (const char* constant : {"Kd_In", "Kd_Ga", "Kd_Al", "Kd_N2", "Kd_H2"}) {
+    recipe.set(std::string("chemistry/") + constant, "A", "0");
+  }
   const MemoryRun run = expect_the_same(recipe.text());
   EXPECT_EQ(1, run.result);
-  EXPECT_EQ("Lattice constant 'a' of first pre-stage is not defined", run.text);
+  EXPECT_EQ("Predexponents of all desorption constants are zeros or not specified", run.text);
   EXPECT_EQ("", run.rows);
 }
 
