@@ -57,14 +57,18 @@ function showStatus(kind, text) {
 async function run(xml) {
   const number = ++newest;
   growth.busy(true);
-  const slow = setTimeout(() => { showStatus("running", "The solver is at work."); at("cancel").hidden = false; }, 400);
+  const slow = setTimeout(() => {
+    if (number !== newest) return;
+    showStatus("running", "The solver is at work.");
+    at("cancel").hidden = false;
+  }, 400);
   const outcome = await engine.run(xml, {timeout_s: TIMEOUT_S, name: pane.name()});
   clearTimeout(slow);
-  if (outcome.status === "cancelled" && number !== newest) return; // a newer run follows
-  if (number === newest) {
+  const current = number === newest; // results of earlier ones are drawn while a slider moves
+  if (current) {
     growth.busy(false);
     at("cancel").hidden = true;
-  }
+  } else if (outcome.status !== "ok" || pane.hasFault()) return;
   const sentence = sentenceOf(outcome), good = outcome.status === "ok";
   showStatus(good ? "complete" : "failed", sentence);
   say(sentence);
@@ -89,6 +93,13 @@ const pane = createRecipePane(at("recipe-pane"), {
   ...first, examples: data.examples,
   check: xml => engine.check(xml),
   onChange: changed,
+  onFault: text => {
+    ++newest; // the outcome of a run under way is not that of this text
+    growth.busy(false);
+    showStatus("failed", `Not run: ${text}`);
+    say(`Not run: ${text}`);
+    remember();
+  },
   onShare: async (xml, name) => {
     const address = location.href.replace(/#.*/, "") + await fragmentOf(xml, name);
     if (address.length > LINK_MAX) note("The recipe is too large for a link; save it as a file.");

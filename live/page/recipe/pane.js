@@ -1,13 +1,14 @@
 // The recipe half of the page: toolbar, problems, table of stages with the panel of the selected one, and the XML.
 //
-//   createRecipePane(node, {xml, name, examples, check, onChange, onShare, onNote})
+//   createRecipePane(node, {xml, name, examples, check, onChange, onFault, onShare, onNote})
 //
 // examples  [{name, title, xml}]
 // check     async (xml) => {findings}, as engine.check
 // onChange  called with the recipe after each change that can be run; not for texts that are not well-formed
+// onFault   called with a text when the XML is not well-formed, so that there is nothing to run
 // onShare   called when a link to the recipe is wanted; onNote with a text for the user
 //
-// The answer has rerun(), xml(), name(), setXml(xml, name), markFindings(findings), showRunFailure(outcome or null), state() and
+// The answer has rerun(), xml(), hasFault(), name(), setXml(xml, name), markFindings(findings), showRunFailure(outcome or null), state() and
 // restore(state). Nothing here throws on any text of a recipe.
 import {attributeAt, attributeEdits, elementAt} from "./xml_text.js";
 import {button, debounced, el} from "./dom.js";
@@ -27,7 +28,7 @@ import {createXmlEditor} from "./xml_editor.js";
 const CHECK_DELAY = 250; // ms after the last change
 const TYPING_DELAY = 250; // ms after the last key, before a run; sliders run at once
 
-export function createRecipePane(node, {xml, name = "recipe.xml", examples = [], check, onChange, onShare = () => {}, onNote = () => {}}) {
+export function createRecipePane(node, {xml, name = "recipe.xml", examples = [], check, onChange, onFault = () => {}, onShare = () => {}, onNote = () => {}}) {
   const p = {
     examples, tab: "table", selected: null, rowsShown: ROWS_SHOWN, settingsOpen: false, checkState: "",
     faults: new Map(), findings: [], forcedRamps: new Set(), failure: null,
@@ -136,12 +137,12 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
   function changed({source}) {
     if (source !== "table") p.faults.clear();
     if (source === "load") byPath = new Map(p.findings = []);
-    p.failure = null;
+    setFailure(null);
     if (p.selected && p.model.root && !elementAt(p.model.root, p.selected)) p.selected = null;
     show();
     checkLater();
     changeLater.cancel();
-    if (p.model.draft) return;
+    if (p.model.draft) return onFault(placed(p.model.draft.error));
     const typing = source === "xml" || document.activeElement?.matches?.("input[type=text]");
     if (typing) changeLater(p.model.text);
     else if (started) onChange(p.model.text);
@@ -213,7 +214,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     const add = (path, kind, text) => texts.set(path, [...(texts.get(path) ?? []), {kind, text}]);
     for (const [key, text] of p.faults) add(stagePathOf(key), "error", `${key.split("@")[0].split("/").at(-1)}: ${text}`);
     for (const finding of p.findings) if (finding.stagePath && !finding.repeated) add(finding.stagePath, finding.severity, finding.text);
-    if (p.failure?.path) add(p.failure.path, "error", p.failure.text);
+    if (p.failure?.path && !isKnown(p.failure)) add(p.failure.path, "error", p.failure.text);
     for (const [path, list] of texts) {
       const row = table.rowNodes.get(path);
       if (!row) continue;
@@ -223,20 +224,30 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     }
   }
 
+  // The failure of a run is shown once: not if the check has found it, and above the table only if it is in no stage.
+  function isKnown(failure) { return p.findings.some(finding => finding.text === failure.message); }
+
+  function setFailure(failure) {
+    p.failure = failure;
+    failureNote.hidden = !failure || isKnown(failure) || Boolean(table?.rowNodes.has(failure.path));
+    failureNote.replaceChildren(el("strong", {}, failure?.crashed ? "The solver stopped. " : "The run failed. "), failure?.text ?? "");
+  }
+
   function showDraft() {
     const {draft, root} = p.model;
     draftNote.hidden = xmlNote.hidden = !draft;
     content.disabled = Boolean(draft);
     content.classList.toggle("stale", Boolean(draft));
     if (!draft) return;
-    const place = draft.error.line ? `Line ${draft.error.line}: ` : "";
-    const text = `${place}${draft.error.message}.`;
+    const text = `${placed(draft.error)}.`;
     xmlNote.textContent = text;
     draftNote.replaceChildren(el("p", {}, `The XML can't be shown as a table. ${text}`),
       el("p", {}, root ? "The table shows the last state that could be read." : "Correct the XML, or open another recipe."),
       button("Go to the place", () => { p.showTab("xml"); editor.focus(draft.error.line, draft.error.column); }, {class: "small"}),
       root ? button("Discard the XML", () => p.model.discardDraft(), {class: "small"}) : "");
   }
+
+  function placed(error) { return (error.line ? `Line ${error.line}: ` : "") + error.message; }
 
   function showEditor() {
     editor ??= createXmlEditor(editorNode, {typed: text => p.model.type(text), undo: p.undo, redo: p.redo});
@@ -284,6 +295,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     for (const finding of p.findings) {
       if (finding.target !== null) byPath.set(finding.target, [...(byPath.get(finding.target) ?? []), finding]);
     }
+    setFailure(p.failure);
     showMarks();
   }
 
@@ -293,6 +305,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     // Calls onChange with the recipe, as after a change.
     rerun() { if (p.model.root) onChange(p.model.text); },
     xml: () => p.model.shownText,
+    hasFault: () => Boolean(p.model.draft),
     name: () => recipeName,
     setXml: (text, fresh = recipeName) => p.open(text, fresh),
     openFile: p.openFile,
@@ -300,10 +313,9 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     // Shows why a run failed, next to its stage; null after a run that did not fail.
     showRunFailure(outcome) {
       const texts = outcome ? [outcome.message, outcome.stage, outcome.unphysical, outcome.remedy].filter(Boolean) : [];
-      const text = [...new Set(texts)].join(". ").replace(/\.\. /g, ". ");
-      p.failure = text ? {text, path: stageNamedIn(`${outcome.stage ?? ""} ${outcome.unphysical ?? ""} ${outcome.message ?? ""}`)} : null;
-      failureNote.hidden = !text;
-      failureNote.replaceChildren(el("strong", {}, outcome?.status === "crashed" ? "The solver stopped. " : "The run failed. "), text);
+      const text = [...new Set(texts)].join(". ").replaceAll(".. ", ". ");
+      const place = stageNamedIn([outcome?.stage, outcome?.unphysical, outcome?.message].join(" "));
+      setFailure(text ? {text, message: outcome.message, path: place, crashed: outcome.status === "crashed"} : null);
       showMessages();
     },
     undo: p.undo, redo: p.redo, save: p.save,
