@@ -101,7 +101,7 @@ const pane = createRecipePane(at("recipe-pane"), {
     remember();
   },
   onShare: async (xml, name) => {
-    const address = location.href.replace(/#.*/, "") + await fragmentOf(xml, name);
+    const address = location.href.replace(/#.*/, "") + await fragmentOf(xml, name, growth.state());
     if (address.length > LINK_MAX) note("The recipe is too large for a link; save it as a file.");
     else showLink(address);
   },
@@ -115,6 +115,7 @@ async function openLink() {
     const recipe = await recipeOf(fragment);
     if (!recipe) return false;
     pane.setXml(recipe.xml, recipe.name);
+    if (recipe.growth) growth.restore(recipe.growth);
   } catch {
     note("The recipe in the link can't be read: the link is incomplete or was changed on its way.");
     return false;
@@ -153,6 +154,7 @@ async function start() {
 }
 
 function shortcut(event) {
+  if (event.defaultPrevented) return; // the editor of the XML has its own
   const word = event.key.toLowerCase(), control = event.ctrlKey || event.metaKey;
   const action = control && word === "z" ? (event.shiftKey ? pane.redo : pane.undo)
     : control && word === "y" ? pane.redo

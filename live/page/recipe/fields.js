@@ -34,6 +34,7 @@ export function numberField(p, value, attributes, label, view) {
   const input = el("input", {type: "text", inputmode: "decimal", class: "number", autocomplete: "off", spellcheck: "false",
     "aria-label": label, "data-key": key, "data-view": view});
   const current = () => attributeAt(p.model.root, value.path, attributes[0]) ?? "";
+  let original = null; // texts of the attributes before the first key
 
   function show() {
     const fault = p.faults.get(key);
@@ -56,7 +57,12 @@ export function numberField(p, value, attributes, label, view) {
   input.addEventListener("input", () => {
     const typed = parsed(input.value);
     p.setFault(key, typed.fault ?? null);
-    if (typed.fault) return mark(typed.fault);
+    if (typed.fault) {
+      // What was typed before, such as the 1 of 1e, is not meant.
+      if (original) p.setValues(value.path, original, `type:${key}`);
+      return mark(typed.fault);
+    }
+    original ??= Object.fromEntries(attributes.map(name => [name, attributeAt(p.model.root, value.path, name)]));
     const text = storedText(input.value, unitFor(p, value));
     p.setValues(value.path, Object.fromEntries(attributes.map(name => [name, text])), `type:${key}`);
   });
@@ -73,7 +79,10 @@ export function numberField(p, value, attributes, label, view) {
     }
   });
   input.addEventListener("change", () => p.model.seal());
-  input.addEventListener("blur", show);
+  input.addEventListener("blur", () => {
+    original = null;
+    show();
+  });
   show();
   return {node: input, show};
 

@@ -39,6 +39,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
   p.actions = createActions(p, onNote);
   let recipeName = name, editor = null, shapes = {}, fields = [], editorOpen = false;
   let started = false; // the first recipe is run by rerun()
+  let sent = null; // the text of the last run
   let table = null, byPath = new Map();
 
   // ---- What the parts of the pane call
@@ -132,7 +133,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     const answer = await check(text);
     if (text === p.model.shownText && answer?.findings) markFindings(answer.findings);
   }, CHECK_DELAY);
-  const changeLater = debounced(text => onChange(text), TYPING_DELAY);
+  const changeLater = debounced(send, TYPING_DELAY);
 
   function changed({source}) {
     if (source !== "table") p.faults.clear();
@@ -142,10 +143,20 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     show();
     checkLater();
     changeLater.cancel();
-    if (p.model.draft) return onFault(placed(p.model.draft.error));
+    if (p.model.draft) {
+      sent = null;
+      return onFault(placed(p.model.draft.error));
+    }
+    if (p.model.text === sent) return; // the text is back at what was run
     const typing = source === "xml" || document.activeElement?.matches?.("input[type=text]");
-    if (typing) changeLater(p.model.text);
-    else if (started) onChange(p.model.text);
+    if (typing) changeLater();
+    else if (started) send();
+  }
+
+  function send() {
+    if (p.model.draft || !p.model.root) return;
+    sent = p.model.text;
+    onChange(sent);
   }
 
   // ---- Showing
@@ -303,7 +314,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
   started = true;
   return {
     // Calls onChange with the recipe, as after a change.
-    rerun() { if (p.model.root) onChange(p.model.text); },
+    rerun: send,
     xml: () => p.model.shownText,
     hasFault: () => Boolean(p.model.draft),
     name: () => recipeName,
