@@ -12,7 +12,7 @@ list(APPEND page_files "${PROJECT_SOURCE_DIR}/live/page_data.py" "${PROJECT_SOUR
 # The libraries are those of Debian: CodeMirror, d3.
 set(bundle "${CMAKE_COMMAND}" -E env NODE_PATH=/usr/share/nodejs "${ESBUILD_PROGRAM}" --bundle --minify --target=es2020 --log-level=warning)
 set(embed --alias:vorlen-module=${VORLEN_WASM} --alias:vorlen-worker=${folder}/worker.txt
-  --loader:.wasm=binary --loader:.txt=text)
+  --loader:.wasm=binary --loader:.txt=text --loader:.xml=text)
 
 add_custom_command(OUTPUT "${folder}/worker.txt"
   COMMAND ${bundle} --format=iife "${page}/worker.js" "--outfile=${folder}/worker.txt"
@@ -21,7 +21,7 @@ add_custom_command(OUTPUT "${folder}/engine.mjs"
   COMMAND ${bundle} --format=esm ${embed} "${page}/engine.js" "--outfile=${folder}/engine.mjs"
   DEPENDS ${page_files} "${folder}/worker.txt" vorlen_module "${VORLEN_WASM}" VERBATIM)
 add_custom_command(OUTPUT "${folder}/live.html"
-  COMMAND ${bundle} --format=iife ${embed} "${page}/main.js" "--outfile=${folder}/main.js"
+  COMMAND ${bundle} --format=iife ${embed} "${page}/start.js" "--outfile=${folder}/main.js"
   COMMAND ${bundle} "${page}/page.css" "--outfile=${folder}/page.css"
   COMMAND Python3::Interpreter -B "${PROJECT_SOURCE_DIR}/live/page_data.py" "${PROJECT_VERSION}" "${folder}/page_data.json"
   COMMAND "${CMAKE_COMMAND}" "-DPAGE=${page}/index.html" "-DFOLDER=${folder}"

@@ -9,8 +9,8 @@ import { colour } from "./palette.js";
 import { pathOf, visibleRange } from "./paths.js";
 import { setText, svgElement } from "./svg.js";
 
-const LEFT = 56, RIGHT = 12, HEAD = 18, NAMES = 18, LEGEND = 22, GAP = 5, FOOT = 40; // pixels
-const HEIGHTS = { composition: 118, densities: 92 }, HEIGHT = 78;
+const LEFT = 56, RIGHT = 16, HEAD = 18, NAMES = 18, LEGEND = 22, GAP = 5, FOOT = 40; // pixels
+const HEIGHTS = { composition: 118, densities: 92, sweep: 190 }, HEIGHT = 78;
 const LETTER = 6.4, APART = 8; // pixels: average width of a letter, room between names
 const NARROW = 480; // pixels; narrower charts have their legends from the left edge on
 const AXES = { time: "time (s)", height: "height above the pre-stages (nm)" };
@@ -56,6 +56,7 @@ export function createCharts(node) {
     const legend = svgElement("text", { x: legendStart(), y: top + 13 }, group);
     svgElement("tspan", { class: "head" }, legend, panel.unit ? `${panel.title}, ${panel.unit}` : panel.title);
     const values = panel.curves.map((curve) => {
+      if (!curve.name) return svgElement("tspan", { dx: 8, class: "head", "data-live": "" }, legend);
       svgElement("tspan", { dx: 10, style: `fill: ${colour(curve.colour)}; font-weight: 600` }, legend, curve.dashed ? "┄" : "━");
       svgElement("tspan", { dx: 4 }, legend, curve.name);
       return svgElement("tspan", { dx: 4, class: "head", "data-live": "" }, legend);
@@ -71,7 +72,7 @@ export function createCharts(node) {
     return { key: panel.key, begin, high, values, shade, grid, axis, lower, lines, domain: "" };
   }
 
-  // view: {axis, range: [low, high]}. current: {panels, stages: [{name, time, height, rank}]}. others: drawn thinner below it,
+  // view: {axis, range: [low, high], label}. current: {panels, stages: [{name, time, height, rank}]}. others: drawn thinner below it,
   // [{panels, colour, kind}]. text: what they show, for a screen reader.
   function draw({ view, current, others, has_given }) {
     const wanted = Math.max(Math.floor(node.clientWidth), 280);
@@ -91,7 +92,7 @@ export function createCharts(node) {
       for (const name of ["font-size", "font-family", "fill"]) parts.axis.removeAttribute(name);
       parts.range = String(view.range) + ticks;
     }
-    setText(parts.label, view.axis === "height" && !has_given ? "height (nm)" : AXES[view.axis]);
+    setText(parts.label, view.label ?? (view.axis === "height" && !has_given ? "height (nm)" : AXES[view.axis]));
   }
 
   function drawPanel(frame, panel, view, place, others) {

@@ -8,10 +8,11 @@ import { setText, svgElement } from "./svg.js";
 const DRAG = 6; // pixels; a shorter drag is a click
 const STEP = 0.01; // of the visible range, by an arrow key
 
-// shown(): {view, current, others} as they were drawn. onZoom(range or null).
+// shown(): {view, current, others, head} as they were drawn; head(row) is the text above the panels. onZoom(range or null).
 export function connectCursor(charts, shown, onZoom) {
   const { svg } = charts;
   let place = null; // on the axis; null without a cursor
+  let resting = null; // where the line is without a mouse
   let dragFrom = null; // pixel
 
   const pixelOf = (event) => {
@@ -21,9 +22,9 @@ export function connectCursor(charts, shown, onZoom) {
   const inside = (pixel) => Math.min(Math.max(pixel, charts.area().left), charts.area().right);
 
   function update() {
-    const parts = charts.readout(), { view, current, others } = shown() ?? {};
+    const parts = charts.readout(), { view, current, others, head } = shown() ?? {}, at = place ?? resting;
     if (!parts.head) return;
-    if (place === null || !current) {
+    if (at === null || !current) {
       setText(parts.head, "");
       parts.cursor.setAttribute("d", "");
       for (const { values } of parts.frames) {
@@ -32,23 +33,27 @@ export function connectCursor(charts, shown, onZoom) {
       }
       return;
     }
-    const { x } = current, row = nearestRow(x[view.axis], place);
-    const stage = current.stages.find(({ time }) => x.time[row] >= time[0] && x.time[row] <= time[1]);
-    setText(parts.head, `${number(x.height[row], 5)}${SPACE}nm, ${number(x.time[row], 6)}${SPACE}s${stage ? `, ${stage.name}` : ""}`);
+    const { x } = current, row = nearestRow(x[view.axis], at);
+    setText(parts.head, head ? head(row) : headOf(current, row));
     const { top, bottom, left, right } = charts.area();
     const pixel = Math.min(Math.max(charts.pixel(x[view.axis][row]), left), right);
     parts.cursor.setAttribute("d", `M${pixel.toFixed(1)} ${top}V${bottom}`);
     current.panels.forEach((panel, index) => {
       panel.curves.forEach((curve, item) => {
         const node = parts.frames[index].values[item];
-        node.replaceChildren(textOf(curve, view.axis, place));
+        node.replaceChildren(textOf(curve, view.axis, at));
         for (const other of others) {
           const same = other.panels.find(({ key }) => key === panel.key)?.curves.find(({ name }) => name === curve.name);
-          if (same) svgElement("tspan", { dx: 5, style: `fill: ${colour(other.colour)}` }, node, textOf(same, view.axis, place));
+          if (same) svgElement("tspan", { dx: 5, style: `fill: ${colour(other.colour)}` }, node, textOf(same, view.axis, at));
         }
       });
       fit(parts.frames[index], charts.area().legend);
     });
+  }
+
+  function headOf({ x, stages }, row) {
+    const stage = stages.find(({ time }) => x.time[row] >= time[0] && x.time[row] <= time[1]);
+    return `${number(x.height[row], 5)}${SPACE}nm, ${number(x.time[row], 6)}${SPACE}s${stage ? `, ${stage.name}` : ""}`;
   }
 
   // Values of other runs are left out where they don't fit beside the names; then letters get narrower.
@@ -112,5 +117,5 @@ export function connectCursor(charts, shown, onZoom) {
     place = Math.min(Math.max((place ?? (low + high) / 2) + step * STEP * (high - low), low), high);
     update();
   });
-  return { update };
+  return { update, rest(where) { resting = where; update(); } };
 }

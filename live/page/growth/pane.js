@@ -174,7 +174,7 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     const added = (Array.isArray(variants) ? variants : []).filter(({ xml }) => typeof xml === "string")
       .map(({ name, xml }) => kept.add({ name: typeof name === "string" ? name : undefined, xml })).filter(Boolean);
     redraw();
-    for (const variant of run ? added : []) {
+    for (const variant of run ? added : []) { // one after the other, because a newer run cancels an older one
       const outcome = await run(variant.xml), described = outcome.status === "ok" ? describedRun(outcome, variant.xml, variant.name) : null;
       if (described) Object.assign(variant, { outcome, panels: described.allPanels, range: described.range, layers: described.layers });
       redraw();
@@ -182,6 +182,10 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     controls.setKept(kept.list(), kept.isFull());
   }
 
-  new ResizeObserver(() => { if (shown) redraw(); }).observe(chartNode);
+  let width = 0;
+  new ResizeObserver(() => requestAnimationFrame(() => {
+    if (shown && chartNode.clientWidth !== width) redraw();
+    width = chartNode.clientWidth;
+  })).observe(chartNode);
   return { show, busy, keep, state, restore };
 }
