@@ -106,7 +106,12 @@ export function escaped(text, quote = '"') {
 // ---- Elements by path: names below the root, joined by /. Of several elements of one name the first is read.
 
 export function childOf(element, tag) {
-  return element.children.find(child => child.tag === tag) ?? null;
+  if (element.children.length < 8) return element.children.find(child => child.tag === tag) ?? null;
+  if (!element.byTag) {
+    element.byTag = new Map();
+    for (const child of element.children) if (!element.byTag.has(child.tag)) element.byTag.set(child.tag, child);
+  }
+  return element.byTag.get(tag) ?? null;
 }
 
 export function elementAt(root, path) {
