@@ -256,6 +256,10 @@ def test_a_recipe_with_a_million_layers_gets_a_message_and_the_page_continues(li
     assert live.shown(f"{WELL}/T") != ""
     live.press("Cancel the run")
     live.wait_for_status("The run was cancelled")
+    live.press("Run again")
+    live.browser.wait("return document.getElementById('status-word').textContent === 'Running'")
+    live.press("Cancel the run")
+    live.wait_for_status("The run was cancelled")
     live.press("Undo")
     live.wait_for_status("Grown: ")
 
