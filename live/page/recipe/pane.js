@@ -46,6 +46,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
 
   p.setValues = (path, texts, group) => {
     const element = elementAt(p.model.root, path);
+    if (!element) return;
     const edits = Object.entries(texts).flatMap(([attribute, text]) => attributeEdits(p.model.text, element, attribute, text));
     p.model.edit(edits, group);
   };

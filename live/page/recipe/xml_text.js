@@ -174,10 +174,15 @@ export function applied(text, edits) {
   return out + text.slice(place);
 }
 
-// The edits that give an attribute a text; none if it has this text or the element lacks the attribute.
+// The edits that give an attribute of an element a text; none if it has this text. A missing attribute is added.
 export function attributeEdits(source, element, name, text) {
-  const attribute = element?.attributes[name];
-  if (!attribute || attribute.text === text) return [];
+  const attribute = element.attributes[name];
+  if (attribute?.text === text) return [];
+  if (!attribute) {
+    let place = element.tagEnd - (source[element.tagEnd - 2] === "/" ? 2 : 1);
+    place -= spaceBefore(source, place).length;
+    return [{begin: place, end: place, text: ` ${name}="${escaped(text)}"`}];
+  }
   const quote = source[attribute.begin];
   return [{begin: attribute.begin + 1, end: attribute.end - 1, text: escaped(text, quote)}];
 }
