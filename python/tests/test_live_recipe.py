@@ -109,7 +109,7 @@ def test_the_page_and_the_library_give_the_same_layers(live: Live) -> None:
     live.enter(f"{WELL}/T", "1020", view=TABLE)
     live.settled()
     layers = vorlen.run(live.recipe()).layers
-    assert [layer["thickness"] for layer in live.layers()] == pytest.approx(list(layers["thickness"]), rel=1e-9)
+    assert [layer["thickness"] for layer in live.layers()] == pytest.approx(list(layers["thickness"]), rel=1e-6)  # as docs/command-line.md promises
 
 
 def test_a_constant_value_is_one_number_and_a_ramp_two(live: Live) -> None:
