@@ -41,7 +41,7 @@ def on_post_build(config, **_):
     write_search_script(site)
     page = live_page()
     if page:
-        shutil.copy(page, site / "live.html")
+        shutil.copy(page, site / "live_page.html")  # live.html is the page about it
 
 
 def live_page():
@@ -57,7 +57,7 @@ def live_figure(name):
     if not live_page():
         return NO_LIVE_PAGE
     title = name.replace("-", " ").capitalize().replace("V defects", "V-defects")
-    return (f'<iframe src="live.html#embed={name}" title="Live figure: {title}" loading="lazy" '
+    return (f'<iframe src="live_page.html#embed={name}" title="Live figure: {title}" loading="lazy" '
             f'style="width: 100%; height: {HEIGHTS.get(name, HEIGHT)}px; border: 1px solid #9aa7b3; border-radius: 8px;"></iframe>')
 
 

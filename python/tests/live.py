@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import json
 import subprocess
 from pathlib import Path
 from typing import Any
@@ -55,18 +56,16 @@ class Live:
         return int(self.browser.run("return Number(document.documentElement.dataset.runs ?? 0)"))
 
     def settled(self, seconds: float = 20) -> None:
-        """Waits until a run of the present recipe is shown and its check is done."""
-        self.browser.wait(
-            "return vorlen.last !== null && vorlen.last.xml === vorlen.pane.xml()"
-            " || document.getElementById('status').className === 'status failed'", seconds
-        )
+        """Waits until the outcome of the present recipe is shown."""
+        self.browser.wait("return vorlen.last !== null && vorlen.last.xml === vorlen.pane.xml()", seconds)
+
+    def wait_for_status(self, start: str, seconds: float = 20) -> None:
+        """Waits until the status of the page starts with these words."""
+        self.browser.wait(f"return document.getElementById('status-text').textContent.startsWith({json.dumps(start)})", seconds)
 
     def set(self, xml: str, name: str = "test.xml") -> None:
-        """Loads a recipe and waits for its run."""
-        before, same = self.runs(), self.xml() == xml
+        """Loads a recipe that can be run and waits for its outcome."""
         self.browser.run("vorlen.pane.setXml(arguments[0], arguments[1])", xml, name)
-        if not same:
-            self.wait_for_run(before)
         self.settled()
 
     def xml(self) -> str:
@@ -104,7 +103,7 @@ class Live:
         return self.browser.driver.find_element(By.CSS_SELECTOR, f"[data-key='{path}@slider']")
 
     def enter(self, path: str, text: str, attribute: str = "val", view: str = PANEL) -> None:
-        """Types a text into a field, in place of what it contains."""
+        """Types a text into a field and so replaces its content."""
         field = self.field(path, attribute, view)
         field.send_keys(Keys.CONTROL, "a")
         field.send_keys(text or Keys.DELETE)

@@ -55,7 +55,7 @@ def test_the_page_is_one_file_below_3_mb_that_needs_no_network(page: Path) -> No
     content = page.read_bytes()
     assert len(content) < 3e6
     html = content.decode("utf-8")
-    assert not re.search(r"""<(?:script|img|link|iframe)[^>]*\s(?:src|href)=["']?(?!data:)""", html)
+    assert not re.search(r"""<(?:script|img|link|iframe)[^>]*\s(?:src|href)=(?!["']data:)""", html)
     assert not re.search(r"url\((?!['\"]?(?:data:|#))", html[: html.index("</style>")])
     # Nothing ends a script early: as many ends as starts.
     assert len(re.findall(r"<script[\s>]", html)) == len(re.findall(r"</script>", html)) == 3
@@ -240,7 +240,7 @@ def test_odd_texts_get_a_message_and_the_page_continues(name: str, live: Live) -
     "<process_stages><n_stages val='1'/><stage_1><type val='periodic'/><n_stages val='1'/><stage_1_1><T/></stage_1_1></stage_1></process_stages>"])
 def test_recipes_with_holes_are_shown_and_rejected_by_the_solver(inside: str, live: Live) -> None:
     live.browser.run("vorlen.pane.setXml(arguments[0], 'holes.xml')", f"<NonstSurfChem>{inside}</NonstSurfChem>")
-    live.browser.wait("return document.getElementById('status-text').textContent.startsWith('The recipe can\\'t be run')", 20)
+    live.wait_for_status("The recipe can't be run")
     live.browser.wait("return document.querySelector('.problems').classList.contains('bad')")
     for path in live.browser.run("return [...document.querySelectorAll('tr[data-path]')].map(row => row.dataset.path)"):
         live.select(path)
@@ -255,10 +255,13 @@ def test_a_recipe_with_a_million_layers_gets_a_message_and_the_page_continues(li
     live.select(WELL)
     assert live.shown(f"{WELL}/T") != ""
     live.press("Cancel the run")
-    live.browser.wait("return document.getElementById('status-text').textContent.startsWith('The run was cancelled')")
+    live.wait_for_status("The run was cancelled")
+    live.press("Run again")
+    live.browser.wait("return document.getElementById('status-word').textContent === 'Running'")
+    live.press("Cancel the run")
+    live.wait_for_status("The run was cancelled")
     live.press("Undo")
-    live.settled()
-    assert live.status().startswith("Grown: ")
+    live.wait_for_status("Grown: ")
 
 
 def test_when_the_memory_is_exhausted_the_page_continues(live: Live) -> None:
@@ -267,27 +270,29 @@ def test_when_the_memory_is_exhausted_the_page_continues(live: Live) -> None:
         "unphysical: '', remedy: '', seconds: 1, result: new Uint8Array(), columns: {}, layers: []})"
     )
     live.enter(f"{WELL}/tau", "90", view=TABLE)
-    live.browser.wait("return document.getElementById('status-text').textContent === 'The solver stopped: Out of memory'")
+    live.wait_for_status("The solver stopped: Out of memory")
     assert live.text(".run-failure") == "The solver stopped. Out of memory"
     live.browser.run("vorlen.engine.run = window.realRun")
     live.enter(f"{WELL}/tau", "80", view=TABLE)
-    live.settled()
-    live.browser.wait("return document.getElementById('status-text').textContent.startsWith('Grown')")
+    live.wait_for_status("Grown: ")
     assert live.text(".run-failure") == "" or live.browser.run("return document.querySelector('.run-failure').hidden")
 
 
 def test_a_table_of_very_many_stages_is_shown_in_parts(live: Live) -> None:
     recipe = MQW.read_text("utf-8")
     stage = re.search(r"<stage_2>.*?</stage_2>", recipe, re.DOTALL)[0]
-    stages = "\n".join(stage.replace("stage_2", f"stage_{k}") for k in range(2, 1500))
-    live.set(recipe.replace(stage, stages).replace('<n_stages val="2"/>', '<n_stages val="1499"/>'))
+    stages = "\n".join(stage.replace("stage_2", f"stage_{k}") for k in range(2, 600))
+    live.set(recipe.replace(stage, stages).replace('<n_stages val="2"/>', '<n_stages val="599"/>'))
     rows = "return document.querySelectorAll('tr.stage').length"
     assert live.browser.run(rows) < 151
     live.press("Show 150 more")
     assert 250 < live.browser.run(rows) < 301
-    started = live.browser.run("return performance.now()")
-    live.enter("process_stages/stage_2/tau", "151", view=TABLE)
-    assert live.browser.run("return performance.now()") - started < 5000  # ms, four keys
+    milliseconds = live.browser.run(
+        "const field = arguments[0]; field.focus(); const start = performance.now(); field.value = '151';"
+        "field.dispatchEvent(new Event('input')); return performance.now() - start;",
+        live.field("process_stages/stage_2/tau", view=TABLE),
+    )
+    assert milliseconds < 2000
     assert live.recipe()["process_stages/stage_2/tau"] == 151
 
 
@@ -301,7 +306,7 @@ def test_the_shortcuts_of_the_help_work(live: Live) -> None:
     keys = live.browser.run("return [...document.querySelectorAll('dialog .keys th')].map(e => e.textContent)")
     assert {"Ctrl-Z, Ctrl-Shift-Z", "Ctrl-S", "Ctrl-O", "Alt-1, Alt-2"} <= set(keys)
     live.keys(Keys.ESCAPE)
-    assert live.browser.run("return document.querySelector('dialog') === null")
+    live.browser.wait("return document.querySelector('dialog') === null", 5)
     live.keys(Keys.ALT, "2")
     assert live.browser.run("return !document.getElementById('pane-xml').hidden")
     live.keys(Keys.ALT, "1")
@@ -375,7 +380,7 @@ def test_the_page_fits_and_can_be_read(name: str, dark: bool, browser: Browser, 
     texts = browser.run(
         """const found = [];
         for (const e of document.querySelectorAll('body *:not(script, style, option, noscript, noscript *)')) {
-          const text = e.value ?? [...e.childNodes].filter(n => n.nodeType === 3).map(n => n.data).join('');
+          const text = e.matches('input:not([type=range]), textarea, select') ? e.value : [...e.childNodes].filter(n => n.nodeType === 3).map(n => n.data).join('');
           if (!text.trim() || !e.getClientRects().length || e.disabled || e.closest('#growth, .hidden, .skip, :disabled')) continue;
           let ground = e, colour = 'rgba(0, 0, 0, 0)';
           while (ground && /, 0\\)$/.test(colour)) { colour = getComputedStyle(ground).backgroundColor; ground = ground.parentElement; }

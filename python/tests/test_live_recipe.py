@@ -126,6 +126,15 @@ def test_a_constant_value_is_one_number_and_a_ramp_two(live: Live) -> None:
     assert live.browser.run(f"return document.querySelectorAll(\"[data-key^='{WELL}/T@'][data-view=panel]\").length") == 1
 
 
+def test_a_missing_end_of_a_value_can_be_added(live: Live) -> None:
+    text = live.xml().replace('<T val="1010" end="1010"/>', '<T val="1010" />')
+    live.browser.run("vorlen.pane.setXml(arguments[0])", text)
+    live.wait_for_status("The recipe can't be run")
+    live.enter(f"{WELL}/T", "1010", "end", TABLE)
+    live.settled()
+    assert live.xml() == text.replace('<T val="1010" />', '<T val="1010" end="1010" />')
+
+
 @pytest.mark.parametrize(
     ("text", "message"),
     [
@@ -431,7 +440,7 @@ def test_an_error_of_the_check_is_marked_and_the_run_rejected(live: Live) -> Non
     live.browser.wait("return document.querySelector('.problems summary').textContent.includes('1 error')", 10)
     assert live.browser.run("return arguments[0].getAttribute('aria-invalid')", live.field(f"{WELL}/tau")) == "true"
     assert "Duration tau is less than 1e-4 s in stage_1_3" in live.text(f"[data-value='{WELL}/tau'] .message")
-    live.browser.wait("return document.getElementById('status-text').textContent.startsWith('The recipe can\\'t be run')", 10)
+    live.wait_for_status("The recipe can't be run")
 
 
 def test_a_warning_about_several_stages_is_marked_in_all_and_listed_once(live: Live) -> None:

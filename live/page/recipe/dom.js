@@ -11,7 +11,7 @@ export function el(tag, attributes = {}, ...children) {
     if (name.startsWith("on")) node.addEventListener(name.slice(2), value);
     else node.setAttribute(name, value === true ? "" : value);
   }
-  node.append(...children.flat().filter(child => child !== null && child !== undefined));
+  node.append(...children.flat(Infinity).filter(child => child !== null && child !== undefined));
   return node;
 }
 
