@@ -61,15 +61,18 @@ export function numberField(p, value, attributes, label, view) {
 
   input.addEventListener("input", () => {
     const typed = parsed(input.value);
-    p.setFault(key, typed.fault ?? null);
     if (typed.fault) {
+      p.setFault(key, typed.fault);
       // What was typed before, such as the 1 of 1e, is not meant.
       if (original) p.setValues(value.path, original, `type:${key}`);
       return mark(typed.fault);
     }
+    // An end that equals the start for a moment does not make one field of two.
+    if (value.known.kind === "range" && attributes.length === 1) p.forcedRamps.add(value.path);
     original ??= Object.fromEntries(attributes.map(name => [name, attributeAt(p.model.root, value.path, name)]));
     const text = storedText(input.value, unitFor(p, value));
     p.setValues(value.path, Object.fromEntries(attributes.map(name => [name, text])), `type:${key}`);
+    p.setFault(key, null); // after the value is in the recipe: a field without a fault shows that
   });
   input.addEventListener("keydown", event => {
     if (event.key === "Escape" && p.faults.has(key)) {

@@ -31,7 +31,7 @@ const TYPING_DELAY = 250; // ms after the last key, before a run; sliders run at
 export function createRecipePane(node, {xml, name = "recipe.xml", examples = [], check, onChange, onFault = () => {}, onShare = () => {}, onNote = () => {}}) {
   const p = {
     examples, tab: "table", selected: null, rowsShown: ROWS_SHOWN, settingsOpen: false, checkState: "",
-    faults: new Map(), findings: [], forcedRamps: new Set(), failure: null,
+    faults: new Map(), findings: [], forcedRamps: new Set(), columns: new Set(), failure: null,
   };
   p.model = createModel(changed);
   const units = chosenUnits(p);
@@ -77,6 +77,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     p.selected = null;
     p.faults.clear();
     p.forcedRamps.clear();
+    p.columns.clear();
     p.rowsShown = ROWS_SHOWN;
     p.model.load(text);
     units.suit();

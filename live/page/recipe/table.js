@@ -30,11 +30,16 @@ export function rowsOf(root) {
   return rows;
 }
 
-// Columns with a value in some stage; duration, temperature and pressure always.
-function columnsIn(root, rows) {
-  const stages = rows.filter(row => row.kind === "stage").map(row => elementAt(root, row.path));
-  return COLUMNS.filter((column, k) => k < 3 || stages.some(stage =>
-    ["val", "end"].some(name => Math.abs(leadingNumber(attributeAt(stage, column, name) ?? "0")) > 0)));
+// Columns with a value in some stage; duration, temperature and pressure always. A column stays until another recipe is
+// loaded, so that it does not vanish under a number that is being typed.
+function columnsIn(p, rows) {
+  const stages = rows.filter(row => row.kind === "stage").map(row => elementAt(p.model.root, row.path));
+  COLUMNS.forEach((column, k) => {
+    if (k < 3 || stages.some(stage => ["val", "end"].some(name => Math.abs(leadingNumber(attributeAt(stage, column, name) ?? "0")) > 0))) {
+      p.columns.add(column);
+    }
+  });
+  return COLUMNS.filter(column => p.columns.has(column));
 }
 
 // What decides which fields there are; the table is built again when it changes.
@@ -44,7 +49,7 @@ export function shapeOf(p) {
   const rows = rowsOf(root);
   const ramps = rows.slice(0, p.rowsShown).filter(row => row.kind === "stage").map(row =>
     COLUMNS.map(column => Number(rampAt(p, row.path, column))).join(""));
-  return JSON.stringify([rows.map(row => row.path + row.kind[0]), columnsIn(root, rows), ramps, p.rowsShown]);
+  return JSON.stringify([rows.map(row => row.path + row.kind[0]), columnsIn(p, rows), ramps, p.rowsShown]);
 }
 
 function rampAt(p, stage, column) {
@@ -54,7 +59,7 @@ function rampAt(p, stage, column) {
 
 // {node, fields, rowNodes}: the table, its fields with show(), and the row of each path.
 export function stageTable(p) {
-  const root = p.model.root, rows = rowsOf(root), columns = columnsIn(root, rows), fields = [], rowNodes = new Map();
+  const root = p.model.root, rows = rowsOf(root), columns = columnsIn(p, rows), fields = [], rowNodes = new Map();
   const body = el("tbody");
   for (const row of rows.slice(0, p.rowsShown)) {
     const node = {group: groupRow, periods: periodsRow, layer: layerRow, stage: stageRow}[row.kind](p, row, columns, fields);
