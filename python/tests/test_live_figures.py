@@ -122,7 +122,7 @@ def test_figures_fit_into_the_frame_of_the_manual(name: str, browser: Browser, p
 def test_an_unknown_figure_is_named(browser: Browser, page: Path) -> None:
     browser.driver.get("about:blank")
     browser.driver.get(f"{page.as_uri()}#embed=nothing")
-    browser.wait("return document.body.textContent.includes('There is no such figure')")
+    browser.wait("return document.body.textContent.includes('Figure not found')")
     assert all(name in browser.run("return document.body.textContent") for name in FIGURES)
 
 
