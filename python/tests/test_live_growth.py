@@ -368,6 +368,7 @@ def test_kept_variants_are_drawn_thinner_and_compared_in_the_table(live: Live, w
     )
     (thin, colour), (thick, own) = widths  # the kept one is below the current one
     assert thin < thick and colour != own
+    assert live.text(".charts .others") == "━Variant 1"
     # Differences in the row of the well: thickness and indium.
     changes = live.browser.run(
         "return [...document.querySelectorAll('.growth-layers tbody tr')].find(r => r.cells[0].textContent === '4')"
@@ -521,6 +522,7 @@ def number_or_text(cell: str) -> float | str:
 
 @pytest.mark.parametrize("name", ["charts", "stack"])
 def test_saved_pictures_stand_alone_and_are_light(name: str, live: Live, tmp_path: Path) -> None:
+    live.press("Keep this")
     live.browser.dark_mode(True)
     path = live.browser.downloaded(tmp_path, f".growth-files [data-file={name}]")
     live.browser.dark_mode(False)
@@ -533,7 +535,7 @@ def test_saved_pictures_stand_alone_and_are_light(name: str, live: Live, tmp_pat
     assert used and used <= set(re.findall(r"(--[\w-]+):", style))
     assert "--plot-ink: #1c2733" in style and not re.search(r"href|url\((?!#clip)", text)
     words = "".join(root.itertext())
-    assert "InGaN well" in words
+    assert "InGaN well" in words and ("Variant 1" in words) == (name == "charts")
 
 
 # ---- reading aids, sizes, paper

@@ -26,6 +26,8 @@ export function createCharts(node) {
   function build(panels) {
     while (description.nextSibling) description.nextSibling.remove();
     parts.head = svgElement("text", { class: "head", x: LEFT, y: 13, "data-live": "" }, svg);
+    parts.key = svgElement("text", { class: "others", x: legendStart(), y: 13 }, svg); // where the head is without a cursor
+    parts.keyText = "";
     parts.names = svgElement("g", { "text-anchor": "middle" }, svg);
     frames = [];
     parts.range = "";
@@ -73,7 +75,7 @@ export function createCharts(node) {
   }
 
   // view: {axis, range: [low, high], label}. current: {panels, stages: [{name, time, height, rank}]}. others: drawn thinner below it,
-  // [{panels, colour, kind}]. text: what they show, for a screen reader.
+  // [{panels, colour, kind, name}]. text: what they show, for a screen reader.
   function draw({ view, current, others, has_given }) {
     const wanted = Math.max(Math.floor(node.clientWidth), 280);
     const next = wanted + current.panels.map((panel) => panel.key + panel.curves.map((curve) => curve.name).join()).join(";");
@@ -85,6 +87,7 @@ export function createCharts(node) {
     const slope = (width - RIGHT - LEFT) / (view.range[1] - view.range[0]);
     const place = { a: slope, b: LEFT - slope * view.range[0] };
     drawStages(current.stages, view, place);
+    drawKey(others);
     current.panels.forEach((panel, index) => drawPanel(frames[index], panel, view, place, others));
     const ticks = Math.min(8, Math.floor((width - LEFT - RIGHT) / 70));
     if (parts.range !== String(view.range) + ticks) {
@@ -124,6 +127,18 @@ export function createCharts(node) {
     });
   }
 
+  // The names of the other runs.
+  function drawKey(others) {
+    const named = others.filter(({ name }) => name), text = JSON.stringify(named.map(({ name, colour: own }) => [name, own]));
+    if (text === parts.keyText) return;
+    parts.keyText = text;
+    parts.key.replaceChildren();
+    named.forEach(({ name, colour: own }, index) => {
+      svgElement("tspan", { dx: index ? 10 : 0, style: `fill: ${colour(own)}; font-weight: 600` }, parts.key, "━");
+      svgElement("tspan", { dx: 4 }, parts.key, name);
+    });
+  }
+
   // Shading of every second layer, and the names that have room; wider layers are named first.
   function drawStages(stages, view, place) {
     const shown = stages
@@ -149,7 +164,7 @@ export function createCharts(node) {
   return {
     svg, draw,
     describe: (text, name) => { setText(description, text); setText(title, name); },
-    readout: () => ({ head: parts.head, cursor: parts.cursor, selection: parts.selection, frames }),
+    readout: () => ({ head: parts.head, key: parts.key, cursor: parts.cursor, selection: parts.selection, frames }),
     area: () => ({ left: LEFT, right: width - RIGHT, top: HEAD + NAMES, bottom: height - FOOT, legend: width - legendStart(), place: (pixel) => scale.invert(pixel) }),
     pixel: (value) => scale(value),
   };

@@ -24,6 +24,7 @@ export function connectCursor(charts, shown, onZoom) {
   function update() {
     const parts = charts.readout(), { view, current, others, head } = shown() ?? {}, at = place ?? resting;
     if (!parts.head) return;
+    parts.key.style.display = at === null ? "" : "none";
     if (at === null || !current) {
       setText(parts.head, "");
       parts.cursor.setAttribute("d", "");

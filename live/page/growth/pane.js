@@ -64,8 +64,8 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     }
     node.classList.toggle("stale", result === null && shown !== null);
     node.dataset.status = outcome.status;
-    const text = result ? (outcome.status === "ok" ? "" : "Until the failure: ") + sentence(result.reached) : null;
-    if (text) setText(grew, text);
+    const text = result ? sentence(result.reached) : null;
+    if (text) setText(grew, outcome.status === "ok" ? text : `Until the failure, ${text[0].toLowerCase()}${text.slice(1)}`);
     controls.setKeep(outcome.status === "ok", kept.isFull());
     redraw();
   }
@@ -91,8 +91,8 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     controls.setPanels(shown.allPanels);
     const current = { ...shown, panels: shown.allPanels.filter(({ key }) => controls.isOn(key)) };
     const others = [
-      ...(good !== shown && good ? [{ panels: good.allPanels, range: good.range, colour: "ghost", kind: "ghost" }] : []),
-      ...kept.list().filter(({ panels }) => panels).map(({ panels, range, colour }) => ({ panels, range, colour, kind: "kept" }))];
+      ...(good !== shown && good ? [{ panels: good.allPanels, range: good.range, colour: "ghost", kind: "ghost", name: "last run that succeeded" }] : []),
+      ...kept.list().filter(({ panels }) => panels).map(({ panels, range, colour, name }) => ({ panels, range, colour, name, kind: "kept" }))];
     const whole = [shown.range, ...others.map(({ range }) => range)].map((range) => range[axis]);
     const range = rangeOf(axis) ?? [Math.min(...whole.map(([low]) => low)), Math.max(...whole.map(([, high]) => high))];
     drawn = { view: { axis, range }, current, others, has_given: shown.layers.some(({ kind }) => kind === "pre") };

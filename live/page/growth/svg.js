@@ -28,7 +28,8 @@ export function setText(node, text) {
 export function savedPicture(svg) {
   const copy = svg.cloneNode(true), [, , width, height] = svg.getAttribute("viewBox").split(" ");
   for (const part of copy.querySelectorAll("[data-live]")) part.remove(); // what follows the mouse
-  for (const name of ["tabindex", "style"]) copy.removeAttribute(name);
+  for (const part of copy.querySelectorAll(".others")) part.style.display = ""; // hidden while the mouse is there
+  copy.removeAttribute("tabindex");
   copy.setAttribute("xmlns", NAMESPACE);
   copy.setAttribute("width", width);
   copy.setAttribute("height", height);
