@@ -83,7 +83,7 @@ def test_the_recipe_and_the_page_are_two_files(files, capsys):
     ("text", "error"),
     [
         ("layers: [{layer: none, thickness: 4, by: tau}]", "the recipe has no layer 'none'"),
-        ("limits: {tau: [1, 2] s}", "targets.yaml, line 1: '[1, 2] s' is not valid YAML"),
+        ("layers: []\nlimits: {tau: [1, 2] s 3}", "targets.yaml, line 2"),
     ],
 )
 def test_mistakes_in_the_targets_are_messages(files, capsys, text, error):

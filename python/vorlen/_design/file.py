@@ -8,7 +8,9 @@ from typing import Any
 from .._base.files import as_path, read_file
 from .._base.types import PathLike
 
-_UNIT_AFTER_BRACKET = re.compile(r"\[([^\][,]+),([^\][,]+)\]\s*([A-Za-z%\u00b0][\w%\u00b0/^-]*)")
+_NUMBER = r"\s*([-+]?[\d.]+(?:[eE][-+]?\d+)?)\s*"
+_UNIT_AFTER_BRACKET = re.compile(rf"\[{_NUMBER},{_NUMBER}\]\s*([A-Za-z%\u00b0\u00b5\u03bc][^\s,}}\]#\"']*)")
+_QUOTED_OR_COMMENT = re.compile(r"""("[^"]*"|'[^']*'|(?:^|\s)#.*)""")
 
 
 def read_targets_file(path: PathLike) -> Any:
@@ -26,15 +28,8 @@ def read_targets_file(path: PathLike) -> Any:
         text = read_file(place).decode("utf-8-sig")
     except UnicodeDecodeError as error:
         raise ValueError(f"{place} is not UTF-8: {error}") from error
-    for number, line in enumerate(text.splitlines(), 1):
-        if match := _UNIT_AFTER_BRACKET.search(line.split("#")[0]):
-            low, high, unit = match[1].strip(), match[2].strip(), match[3]
-            raise ValueError(
-                f"{place}, line {number}: {match[0]!r} is not valid YAML, which takes no text after a bracket; write "
-                f"[{low} {unit}, {high} {unit}] or {low} .. {high} {unit}"
-            )
     try:
-        content = yaml.load(text, _loader())
+        content = yaml.load(_with_units_in_brackets(text), _loader())
     except yaml.YAMLError as error:
         mark = getattr(error, "problem_mark", None)
         where = f", line {mark.line + 1}, column {mark.column + 1}" if mark is not None else ""
@@ -45,6 +40,17 @@ def read_targets_file(path: PathLike) -> Any:
     if content is None:
         raise ValueError(f"{place} is empty; it needs layers, a list of targets")
     return content
+
+
+def _with_units_in_brackets(text: str) -> str:
+    """[0.02, 0.6] sccm as [0.02 sccm, 0.6 sccm]: YAML takes no text after a bracket. Lines stay where they are."""
+
+    def unquoted(line: str) -> str:
+        parts = _QUOTED_OR_COMMENT.split(line)
+        parts[::2] = [_UNIT_AFTER_BRACKET.sub(r"[\1 \3, \2 \3]", part) for part in parts[::2]]
+        return "".join(parts)
+
+    return "\n".join(unquoted(line) for line in text.split("\n"))
 
 
 def _loader() -> Any:
