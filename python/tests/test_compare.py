@@ -341,7 +341,7 @@ def test_the_charts_in_a_browser(browser: Browser, results: Path, tmp_path: Path
 
     saved = browser.downloaded(tmp_path_of(tmp_path, "csv"), "a[data-csv=layers]").read_text("utf-8")
     assert len(list(csv.reader(io.StringIO(saved)))) == 1 + 23
-    picture = browser.downloaded(tmp_path_of(tmp_path, "svg"), ".pair:not([hidden]) a[data-picture=height]").read_text("utf-8")
+    picture = browser.downloaded(tmp_path_of(tmp_path, "svg"), ".pair:not([hidden]) a[data-svg=height]").read_text("utf-8")
     assert picture.startswith("<svg") and "72 s" in picture
 
     browser.open(page, dark=True)
