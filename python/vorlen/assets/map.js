@@ -1,8 +1,7 @@
 // The chart of a process map: lines of equal value with their numbers, the region of the targets, the runs; links to files.
 "use strict";
 (() => {
-  const { map, tables } = JSON.parse(document.getElementById("data").textContent);
-  const node = document.getElementById("chart");
+  const { map, tables } = Page.data;
   const HEIGHT = 620, NARROW = 480;  // pixels
 
   // Pieces of lines as one line with gaps.
@@ -55,7 +54,7 @@
       const numbers = chosen(ok);
       if (!numbers.length) continue;
       data.push({ type: "scatter", mode: "markers", name, x: numbers.map((at) => map.runs.x[at]),
-        y: numbers.map((at) => map.runs.y[at]), text: numbers.map((at) => map.runs.texts[at].map(Charts.plain).join("<br>")),
+        y: numbers.map((at) => map.runs.y[at]), text: numbers.map((at) => map.runs.texts[at].map(Texts.plain).join("<br>")),
         hovertemplate: "%{text}<extra></extra>", cliponaxis: false,
         marker: { symbol, size: ok ? 4 : 9, color: colour(ok ? "strong" : "alarm") } });
     }
@@ -66,11 +65,7 @@
     return { data, layout };
   }
 
-  const draw = Charts.chart(node, build);
+  const draw = Charts.chart(Page.byId("chart"), build);
   Downloads.connect(tables, { map: { name: "map.svg", svg: () => Charts.svg(build) } });
-  draw().then(() => {
-    // The chart is one picture with a description; a screen reader skips its parts.
-    for (const part of document.querySelectorAll(".chart > *, #js-plotly-tester")) part.setAttribute("aria-hidden", "true");
-    document.documentElement.dataset.drawn = "yes";
-  });
+  Page.drawn([draw()]);
 })();
