@@ -5,7 +5,7 @@ from support import InAFolder, changed_example
 
 
 class Checks(InAFolder):
-    """A test that checks recipes in a folder of its own."""
+    """A test that checks recipes in a temporary folder."""
 
     def check(self, *arguments):
         return self.run_tool("check", *arguments)
