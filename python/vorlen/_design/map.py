@@ -27,7 +27,7 @@ from .._sweep.plan import PlanError
 from .._sweep.plan_values import given_recipe, make_plan
 from .._sweep.table import parameter_unit
 from .knobs import KNOBS
-from .map_page import Axis, Shown, write_page
+from .map_page import Axis, Shown, write_map
 from .measured import Measured, RunOptions, measured, open_bench, say_interrupted
 from .quantities import Target
 from .targets import Layer, find_layer, find_quantity, read_goals
@@ -82,7 +82,7 @@ class ProcessMap:
         OSError
             If the page can't be written, or the chart library is missing.
         """
-        return write_page(
+        return write_map(
             path, self._recipe, self._axes, self._shown, self._targets, self.table, self.layer, self.warnings
         )
 

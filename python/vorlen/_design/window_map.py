@@ -41,7 +41,7 @@ def map_around(
     one, other = (int(place) for place in np.argsort(-sizes.max(axis=1), kind="stable")[:2])
     main = goals[int(np.argmax(sizes[[one, other]].max(axis=0)))]
     deviations = np.linspace(-REACH, REACH, grid).tolist()
-    rows = []
+    rows: list[dict[str, Any]] = []
     for first in deviations:
         for second in deviations:
             rows.append({})
@@ -65,7 +65,7 @@ def _sizes(goals: Sequence[Target], found: pd.DataFrame, nominal: Array) -> Arra
         target.allowed or max(abs(float(value) - target.value), 1e-3 * abs(target.value), 1e-12)
         for target, value in zip(goals, nominal)
     ]
-    return np.nan_to_num(changes / np.array(room), nan=0.0)
+    return np.asarray(np.nan_to_num(changes / np.array(room), nan=0.0))
 
 
 def _candidates(main: Target, goals: Sequence[Target]) -> list[Target]:
