@@ -2,6 +2,7 @@
 
     window = vorlen.window("led.xml", "targets.yaml", {"T": "2 K", "TMIn": "2 %"})
     print(window)
+    window.report("window.html")
 """
 
 from __future__ import annotations
@@ -9,6 +10,7 @@ from __future__ import annotations
 from collections.abc import Mapping, Sequence
 from concurrent.futures import Executor
 from dataclasses import dataclass, field
+from pathlib import Path
 from typing import TYPE_CHECKING, Any
 
 import numpy as np
@@ -26,6 +28,7 @@ from .quantities import Target
 from .targets import read_goals
 from .window_answer import doubts, effects, sentences, target_table, wilson
 from .window_map import map_around
+from .window_page import write_window
 from .window_plot import plot_window
 from .window_spread import Drift, read_spread
 
@@ -56,8 +59,8 @@ class Window:
         value without deviations), mean, std (standard deviation), and held, the share of runs in which it holds.
     sensitivities : pandas.DataFrame
         A row per value that varies and target, from two more runs one standard deviation below and above: knob, spread,
-        knob_unit, layer, quantity, unit, change (of the target for one standard deviation), derivative (change per
-        knob_unit), share_of_tolerance. NaN where one of these runs failed.
+        knob_unit, layer, quantity, unit, below and above (the target's values in these runs), change (half of their
+        difference), derivative (change per knob_unit), share_of_tolerance. NaN where one of these runs failed.
     sentences : list of str
         The same in words, the largest effects first.
     warnings : list of str
@@ -102,6 +105,34 @@ class Window:
             If the figure can't be written.
         """
         return plot_window(self.table, self.targets, self.sensitivities, path)
+
+    def report(self, path: PathLike) -> Path:
+        """Writes one page for a browser: the yield, distributions, effects and the map. Needs jinja2.
+
+        Parameters
+        ----------
+        path : path
+            The page. An existing file is replaced when the new one is complete.
+
+        Returns
+        -------
+        pathlib.Path
+            The path.
+
+        Raises
+        ------
+        ImportError
+            If jinja2 is missing, or contourpy for the map.
+        TypeError
+            If path is not a path.
+        ValueError
+            If path is the recipe or not a regular file.
+        OSError
+            If the page can't be written, or the chart library is missing.
+        """
+        return write_window(
+            path, self._recipe, self.sentences, self.warnings, self.table, self.targets, self.sensitivities, self.map
+        )
 
     def __repr__(self) -> str:
         low, high = self.interval

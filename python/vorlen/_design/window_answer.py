@@ -44,9 +44,12 @@ def effects(targets: Sequence[Target], drifts: Sequence[Drift], pairs: Array) ->
             share = abs(change) / target.allowed if target.allowed > 0.0 else math.nan
             records.append((
                 drift.name, drift.shown_spread, drift.shown_unit, target.layer, target.quantity.name,
-                target.quantity.unit, change, change / drift.shown_spread, share,
+                target.quantity.unit, float(low), float(high), change, change / drift.shown_spread, share,
             ))
-    columns = ["knob", "spread", "knob_unit", "layer", "quantity", "unit", "change", "derivative", "share_of_tolerance"]
+    columns = [
+        "knob", "spread", "knob_unit", "layer", "quantity", "unit", "below", "above", "change", "derivative",
+        "share_of_tolerance",
+    ]
     return pd.DataFrame(records, columns=columns)
 
 

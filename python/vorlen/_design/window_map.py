@@ -78,7 +78,7 @@ def _candidates(main: Target, goals: Sequence[Target]) -> list[Target]:
     if not main.whole and not any(name.split()[0] in METALS for name in made):
         for metal in METALS:
             made[metal] = Target(main.layer, main.stages, main.whole, QUANTITIES[metal], 1.0)
-    return list(made.values())
+    return sorted(made.values(), key=lambda target: target.quantity.name.split()[0] not in METALS)  # first, as in maps
 
 
 def _shown(candidates: Sequence[Target], values: Array) -> list[int]:
