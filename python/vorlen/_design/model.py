@@ -84,7 +84,7 @@ class DesignModel:
         self._grows = any(knob.is_integer for knob in spec.knobs)  # the number of layers changes
         (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
         replace_file(folder / RECIPE_NAME, self.plan.recipe)
-        self._numbers = dict(_recorded(folder))
+        self._numbers = dict(recorded_numbers(folder))
         self._next = 1 + max(self._numbers.values(), default=-1)
         self._line = _ProgressLine(progress)
 
@@ -175,7 +175,7 @@ def violation_norm(spec: Spec, coordinates: Array) -> float:
     return float(np.linalg.norm(violations(spec, coordinates)))
 
 
-def _recorded(folder: Path) -> Iterator[tuple[str, int]]:
+def recorded_numbers(folder: Path) -> Iterator[tuple[str, int]]:
     """The hash of the recipe and the number of each row that is recorded in a folder."""
     for path in sorted((folder / ROWS_FOLDER).glob("*.xml")):
         if path.stem.isdecimal():
