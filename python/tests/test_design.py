@@ -357,9 +357,12 @@ def test_an_interrupt_names_how_to_continue(design, capsys, monkeypatch):
         raise KeyboardInterrupt
 
     monkeypatch.setattr(_design_solver, "newton", stop)
-    with pytest.raises(KeyboardInterrupt):
+    with pytest.raises(vorlen.DesignInterrupted) as interrupted:
         design(LAYER, single(thickness=3, by="tau"))
-    assert "design interrupted after 1 runs; to continue, repeat the call" in capsys.readouterr().err
+    assert "design interrupted after 1 run; to continue, repeat the call" in capsys.readouterr().err
+    best = interrupted.value.design
+    assert best.runs == 1 and best.recipe == vorlen.Recipe.load(LAYER).with_scheme("staged")
+    assert not best.success and best.warnings == ["the search is not complete: it was interrupted"]
     assert threading.active_count() < 50
 
 

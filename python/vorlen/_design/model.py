@@ -185,29 +185,27 @@ def _recorded(folder: Path) -> Iterator[tuple[str, int]]:
 
 
 class _ProgressLine:
-    """One line on standard error that is overwritten on a terminal; elsewhere, a line for each step."""
+    """One line on standard error that is overwritten, if that is a terminal."""
 
     def __init__(self, wanted: bool) -> None:
-        self.wanted, self.terminal = wanted, sys.stderr.isatty()
-        self.shown, self.width = -RATE, 0
+        self.wanted = wanted and sys.stderr.isatty()
+        self.text, self.width, self.shown = "", 0, -RATE
 
     def show(self, model: DesignModel) -> None:
-        if not self.wanted or (self.terminal and time.monotonic() - self.shown < RATE):
-            return
-        self.shown = time.monotonic()
-        text = progress_text(model.spec.targets, model)
-        if self.terminal:
-            sys.stderr.write("\r" + text.ljust(self.width))
-            self.width = len(text)
-        else:
-            sys.stderr.write(text + "\n")
-        sys.stderr.flush()
+        if self.wanted:
+            self.text = progress_text(model.spec.targets, model)
+            if time.monotonic() - self.shown >= RATE:
+                self._write("")
 
     def end(self) -> None:
-        if self.width:
-            sys.stderr.write("\n")
-            sys.stderr.flush()
-            self.width = 0
+        if self.text:
+            self._write("\n")
+            self.text = ""
+
+    def _write(self, end: str) -> None:
+        sys.stderr.write(f"\r{self.text.ljust(self.width)}{end}")
+        sys.stderr.flush()
+        self.width, self.shown = len(self.text), time.monotonic()
 
 
 def progress_text(targets: Sequence[Any], model: DesignModel) -> str:

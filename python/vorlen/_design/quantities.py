@@ -83,6 +83,12 @@ ALIASES = {
     "v_defects_t": "V-defects",
 }
 
+# what a high temperature does to quantities whose names start with these words
+EVAPORATION = {
+    "In": "Indium desorbs", "Ga": "Gallium evaporates", "Al": "Gallium evaporates", "thickness": "Metals evaporate",
+    "rate": "Metals evaporate",
+}
+
 
 @dataclass(frozen=True)
 class Target:
@@ -106,6 +112,11 @@ class Target:
     @property
     def label(self) -> str:
         return f"{self.quantity.name} of {self.layer}"
+
+    @property
+    def evaporation(self) -> str:
+        """What a high temperature does to it; empty if that is not evaporation."""
+        return "" if self.whole else EVAPORATION.get(self.quantity.name.split()[0], "")
 
     @property
     def goal(self) -> str:

@@ -30,6 +30,7 @@ SAMPLES = {1: 3, 2: 4}  # logarithm to base 2 of their number, by the number of 
 MOST_SAMPLES = 5
 SEED = 1  # of the Sobol sequence: a design gives the same result each time
 STARTS = 2  # from the best samples
+OTHER_STARTS, START_RADIUS = 3, 2.5  # logarithm to base 2 of their number if the first run fails, and their distance
 SAME = 0.01  # relative difference of deviations
 AT_LIMIT = 0.01  # distance of a variable from its limit, below which it is there
 TENTH = 0.1  # of a variable: a change for which effects are compared
@@ -61,6 +62,24 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
     if search.close.all() and spec.preferences:
         follow_preferences(search)
     return search
+
+
+def first_point(model: DesignModel, x: Array) -> tuple[Array, Outcome]:
+    """x and its outcome. If its run fails, the best of several points around it; if all fail, one that fails."""
+    from scipy.stats import qmc
+
+    (outcome,) = model.at([x], "start")
+    if not outcome.text:
+        return x, outcome
+    low = np.array([max(knob.low, value - START_RADIUS) for knob, value in zip(model.spec.knobs, x)])
+    high = np.array([min(knob.high, value + START_RADIUS) for knob, value in zip(model.spec.knobs, x)])
+    shares = qmc.Sobol(len(x), scramble=True, seed=SEED).random_base2(OTHER_STARTS)
+    points = [snapped(model, low + share * (high - low)) for share in shares]
+    for point in points:
+        point[model.spec.hints.start :] = x[model.spec.hints.start :]
+    model.at(points, "start")
+    best = model.best()
+    return np.array(best), model.known[best]
 
 
 # ---- step 2
@@ -201,15 +220,20 @@ def refine(search: Search) -> None:
         )
     except _Reached:
         pass
-    best = min(model.known, key=lambda key: _norm_or_infinity(model, key))
+    best = min(model.known, key=lambda key: _rank(search, key))
     search.x = np.array(best)
     search.coordinates = model.known[best].coordinates.copy()
     search.close, search.exact = is_close(model, model.known[best]), True
 
 
-def _norm_or_infinity(model: DesignModel, key: tuple[float, ...]) -> float:
-    outcome = model.known[key]
-    return np.inf if outcome.text else violation_norm(model.spec, outcome.coordinates)
+def _rank(search: Search, key: tuple[float, ...]) -> tuple[float, float]:
+    """Groups that miss targets, and by how much: what one group can't reach must not cost another its targets."""
+    outcome = search.model.known[key]
+    if outcome.text:
+        return np.inf, np.inf
+    close = is_close(search.model, outcome)
+    missed = sum(not close[group.targets].all() for group in search.groups)
+    return missed, violation_norm(search.model.spec, outcome.coordinates)
 
 
 def settle(search: Search) -> None:

@@ -49,7 +49,7 @@ class Spec:
 
     knobs        those of the groups, then those of hints
     preferences  name: 1 for high, -1 for low; a name is V/III or that of a knob
-    hints        places of temperatures that stay, and are only tried if indium is out of reach
+    hints        places of temperatures that stay, and are only tried if a target is out of reach
     """
 
     targets: list[Target]
@@ -402,12 +402,12 @@ def _joined(
 
 
 def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob], limits: Any) -> list[Knob]:
-    """The temperatures of layers with a target for indium, where they are not knobs already and have room to move."""
+    """The temperatures of layers, where they are not knobs already and have room to move."""
     used = {path for knob in knobs for path in knob.paths}
     hints: list[Knob] = []
     for target in targets:
         paths = [f"{stage}/T" for stage in target.stages]
-        if target.quantity.name.startswith("In") and not used & set(paths):
+        if target.evaporation and not used & set(paths):
             with contextlib.suppress(ValueError):
                 hints.append(make_knob(recipe, target.layer, "T", paths, _checked_limits(limits, "T", paths[0])))
             used |= set(paths)
