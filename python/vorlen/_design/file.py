@@ -12,7 +12,7 @@ from .._base.types import PathLike
 _UNIT_AFTER_BRACKET = re.compile(r"\[ *([-+.\de]+) *, *([-+.\de]+) *\] *(?=[A-Za-z%\u00b0\u00b5\u03bc])")
 
 
-_KINDS = {list: "a list", str: "a text"}
+_KINDS: dict[type, str] = {list: "a list", str: "a text"}
 
 
 def read_targets_file(path: PathLike) -> Any:
