@@ -185,10 +185,11 @@ def reachable(count: int, pool: LocalPool, folder: Path) -> bool:
 def unreachable(count: int, pool: LocalPool, folder: Path) -> bool:
     random = np.random.default_rng(7)
     begin = time.perf_counter()
-    failed = 0
+    runs, failed = [], 0
     for number in range(count):
         recipe, targets, best = _beyond(number, random)
         made = vorlen.design(recipe, targets, out=folder / f"beyond_{number % 4}", executor=pool, check=False)
+        runs.append(made.runs)
         reached = float(made.table.reached.iloc[0])
         recognised = not made.success and not made.table.met.iloc[0] and bool(made.warnings)
         as_good = math.isnan(best) or abs(reached - best) <= 0.002
@@ -196,7 +197,8 @@ def unreachable(count: int, pool: LocalPool, folder: Path) -> bool:
             failed += 1
             print(f"unreachable {number}, best of the scan {best:.4f}: {targets}\n{made}", flush=True)
     seconds = time.perf_counter() - begin
-    print(f"unreachable: {count - failed} of {count} recognised; {seconds / count:.2f} s each", flush=True)
+    print(f"unreachable: {count - failed} of {count} recognised; runs: median {np.median(runs):.0f}, most {max(runs)}; "
+          f"{seconds / count:.2f} s each", flush=True)
     return failed == 0
 
 

@@ -250,9 +250,16 @@ def test_a_ramp_moves_as_a_whole_and_stays_within_the_limits(led):
         spec(led, entry, limits={"T": "1000 .. 1050 degC"})
 
 
+def test_the_scale_of_a_thickness_goes_on_where_a_layer_evaporates(led):
+    (target,) = spec(led, ENTRY).targets
+    values = [-1e5, -10.0, -1.0, -1e-3, 0.0, 1e-3, 1.0, 3.0, 10.0]
+    places = [target.coordinate(value) for value in values]
+    assert places == sorted(set(places)) and target.coordinate(3.0) == 0.0
+
+
 def test_limits_can_be_written_in_several_ways(led):
     entry = ENTRY | {"by": "TMIn"}
-    for given in ("0.02 .. 0.6 sccm", "0.02 sccm .. 0.6 sccm", "0.02..0.6", [0.02, 0.6], ["0.02 sccm", "0.6 sccm"],
+    for given in ("0.02 .. 0.6 sccm", "[0.02, 0.6] sccm", "0.02 sccm .. 0.6 sccm", "0.02..0.6", [0.02, 0.6], ["0.02 sccm", "0.6 sccm"],
                   ("20e-6 slm", 0.6)):
         (knob,) = knobs(led, entry, limits={"tmin": given})
         assert knob.limits == (0.02, 0.6) and not knob.default_limits
@@ -290,6 +297,10 @@ def test_entries_that_share_a_stage_or_a_knob_are_one_group():
     assert shared.groups == [([0, 1], [0, 1])]
     by_path = spec(recipe, ENTRY, {"layer": "last GaN barrier", "strain": 0, "by": "stage_1/stage_1_3/T"})
     assert by_path.groups == [([0, 1], [0, 1])] and by_path.knobs[1].name == "T"
+    for path in ("stage_1_3/T", "process_stages/stage_1/stage_1_3/T"):
+        assert spec(recipe, ENTRY, {"layer": "last GaN barrier", "strain": 0, "by": path}) == by_path
+    for path in ("stage_1/periods", "process_stages/stage_1/n_periods"):
+        assert spec(recipe, ENTRY | {"by": path}).knobs[0].paths == ("process_stages/stage_1/n_periods",)
 
 
 def test_the_same_knob_of_two_entries_is_one(led):

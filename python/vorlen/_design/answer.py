@@ -13,7 +13,7 @@ from .solver import AT_LIMIT, effects_of, has_effect, stopped_knobs
 from .steps import Search
 
 HINT = -0.25  # variable of a temperature 10 K lower
-HINT_GAIN = 0.02  # share of what is missing that it must bring
+HINT_GAIN = 0.05  # share of what is missing that it must bring
 
 
 def reasons(search: Search) -> list[str]:
@@ -37,7 +37,8 @@ def _missed(target: Target, value: float, found: str = "is the best within the l
     if np.isnan(value):
         missing = "the composition makes no step there" if "interface" in target.quantity.name else "nothing grows"
         return f"{target.label} is undefined, as {missing}; the target is {target.goal}{unit}"
-    return f"{target.label}: {value:.4g}{unit} {found}, the target is {target.goal}{unit}"
+    loss = ", as more evaporates than grows," if target.quantity.scale == "log" and value <= 0.0 else ""
+    return f"{target.label}: {value:.4g}{unit}{loss} {found}, the target is {target.goal}{unit}"
 
 
 def _reason(search: Search, row: int, outcome: Outcome) -> str:
@@ -105,6 +106,8 @@ def _hint(search: Search, row: int) -> str:
     places = [place for place in spec.hints if spec.knobs[place].layer == target.layer]
     if not target.evaporation or not places or spec.knobs[places[0]].low > HINT:
         return ""  # the last: the limits exclude it
+    if target.quantity.scale == "log" and model.known[tuple(float(value) for value in search.x)].values[row] <= 0.0:
+        return f". {target.evaporation}: add T to its knobs"
     point = search.x.copy()
     point[places[0]] = HINT
     try:

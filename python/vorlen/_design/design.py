@@ -51,8 +51,8 @@ class Design:
         The recipe with the new values of the knobs and the staged scheme. If targets are out of reach, the best one.
     table : pandas.DataFrame
         A row per target: layer, quantity, unit, target, bound ("at most", "at least" or ""), start (the value that the
-        given recipe gives), reached, tolerance, met, and knobs: the knobs of the layer before and after, as a text.
-        Values of layers that are grown several times are means over them.
+        given recipe gives, with its knobs moved into their limits), reached, tolerance, met, and knobs: the knobs of
+        the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
         A row per knob: layer, knob, unit, before, after (a pair for a ramp), low, high (the limits), at_limit: "low",
         "high" or "", and path: that of its first value in the recipe.

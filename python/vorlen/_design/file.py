@@ -15,6 +15,11 @@ _UNIT_AFTER_BRACKET = re.compile(r"\[ *([-+.\de]+) *, *([-+.\de]+) *\] *(?=[A-Za
 _KINDS: dict[type, str] = {list: "a list", str: "a text"}
 
 
+def without_brackets(text: str) -> str:
+    """The text with [0.02, 0.6] sccm written as 0.02 .. 0.6 sccm."""
+    return _UNIT_AFTER_BRACKET.sub(r"\1 .. \2 ", text)
+
+
 def read_targets_file(path: PathLike) -> Any:
     """The content of a file of targets.
 
@@ -31,7 +36,7 @@ def read_targets_file(path: PathLike) -> Any:
     except UnicodeDecodeError as error:
         raise ValueError(f"{place} is not UTF-8: {error}") from error
     try:
-        content = yaml.load(_UNIT_AFTER_BRACKET.sub(r"\1 .. \2 ", text), _loader())
+        content = yaml.load(without_brackets(text), _loader())
     except yaml.YAMLError as error:
         mark = getattr(error, "problem_mark", None)
         where = f", line {mark.line + 1}, column {mark.column + 1}" if mark is not None else ""

@@ -110,7 +110,7 @@ class DesignModel:
         keys = [tuple(float(value) for value in point) for point in points]
         new = [key for key in dict.fromkeys(keys) if key not in self.known]
         if new and self.runs and self.runs + len(new) > self.max_runs:
-            raise LimitReached(f"{self.max_runs} runs are used up")
+            raise LimitReached(f"the largest number of runs, {self.max_runs}, is reached")
         if new and self.runs and self.time_limit is not None and time.monotonic() - self.begin > self.time_limit:
             raise LimitReached(f"the time limit of {self.time_limit:g} s is reached")
         tasks, recipes = [], []
@@ -153,13 +153,14 @@ class DesignModel:
     def best(self) -> tuple[float, ...]:
         """The point at which most targets are reached; of several, that with the smallest deviations."""
 
-        def rank(key: tuple[float, ...]) -> tuple[int, float]:
-            outcome = self.known[key]
-            if outcome.text:
-                return len(self.spec.targets) + 1, np.inf
-            return int(np.sum(self.deviations(outcome) > 1.0)), violation_norm(self.spec, outcome.coordinates)
+        return min(self.known, key=self.rank)
 
-        return min(self.known, key=rank)
+    def rank(self, point: Iterable[float]) -> tuple[int, float]:
+        """Targets that are missed at a point that was run, and by how much."""
+        outcome = self.known[tuple(point)]
+        if outcome.text:
+            return len(self.spec.targets) + 1, np.inf
+        return int(np.sum(self.deviations(outcome) > 1.0)), violation_norm(self.spec, outcome.coordinates)
 
     def close(self) -> None:
         self._line.end()

@@ -1,7 +1,8 @@
 """The solver of designs: least squares with bounds for targets that fall into nearly independent groups.
 
 1. Gauss-Newton steps by groups, in steps.py.
-2. Groups that stop short of their targets get new starts from a Sobol sequence over their knobs.
+2. Groups that stop short of their targets get new starts from a Sobol sequence over their knobs. If a group has one
+   target, and there are points on both sides of it, Brent's method finds it between them, however steep it is there.
 3. What is still open goes to scipy's trust-region method for all knobs, with separate differences for each.
 4. If there are more knobs than targets and a preference, linear programmes move along the solutions.
 """
@@ -36,6 +37,7 @@ AT_LIMIT = 0.01  # distance of a variable from its limit, below which it is ther
 TENTH = 0.1  # of a variable: a change for which effects are compared
 SMALL_EFFECT = 0.02  # of what is missing or of the value: knobs with less effect are left out
 FINAL_STEPS = 8  # of scipy's method
+BRACKET_STEPS = 40  # of Brent's method
 PREFERENCE_STEPS = 12
 PREFERENCE_RADIUS = 0.6
 PREFERENCE_GAIN = 0.01  # smallest gain of a step
@@ -55,6 +57,7 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
     newton(search)
     if not search.close.all():
         explore(search)
+        bracket(search)
     if not search.close.all():
         refine(search)
     if not search.close.all():
@@ -170,11 +173,45 @@ def _keep_better(search: Search, groups: list[Group], before: tuple[Array, Array
         evaluate_here(search)
 
 
-# ---- step 3
-
-
 class _Reached(Exception):
-    """All targets are reached: scipy's method can stop."""
+    """The targets are reached: scipy's method can stop."""
+
+
+def bracket(search: Search) -> None:
+    """Groups of one target, on the line between the nearest two points on both sides of it."""
+    from scipy.optimize import brentq
+
+    model = search.model
+    for group in [group for group in search.groups if len(group.targets) == 1 and not search.reached(group)]:
+        (row,) = group.targets
+        sides: tuple[list[Array], list[Array]] = ([], [])
+        for key, outcome in model.known.items():
+            if np.isfinite(outcome.values[row]):
+                sides[bool(outcome.coordinates[row] > 0.0)].append(np.array(key)[group.knobs])
+        pairs = [(low, high) for low in sides[0] for high in sides[1]]
+        if not pairs:
+            continue
+        low, high = min(pairs, key=lambda pair: float(np.linalg.norm(pair[1] - pair[0])))
+
+        def deviation(share: float, group: Group = group, low: Array = low, high: Array = high) -> float:
+            x = search.x.copy()
+            x[group.knobs] = low + share * (high - low)
+            x = snapped(model, x)
+            (outcome,) = model.at([x], "step")
+            if is_close(model, outcome)[group.targets].all():
+                search.x = x
+                raise _Reached
+            return float(outcome.coordinates[group.targets[0]])
+
+        try:
+            brentq(deviation, 0.0, 1.0, xtol=1e-9, maxiter=BRACKET_STEPS, disp=False)
+        except _Reached:
+            evaluate_here(search)
+        except ValueError:
+            pass  # the other groups have changed the signs, or a run fails there
+
+
+# ---- step 3
 
 
 def refine(search: Search) -> None:
@@ -237,21 +274,30 @@ def _rank(search: Search, key: tuple[float, ...]) -> tuple[float, float]:
 
 
 def settle(search: Search) -> None:
-    """Knobs that a target out of reach has driven to a limit stay there; the others serve the targets that are left."""
+    """Knobs that a target out of reach has driven to a limit stay there; the others serve the targets that are left.
+
+    Targets that no knob affects are left out too.
+    """
     stopped: list[int] = []
     for group in search.groups:
         for row in group.targets[~search.close[group.targets]]:
             places = stopped_knobs(search, group, int(row))
             stopped += places
-            search.dropped[row] = bool(places)
+            effects = effects_of(search, group, int(row))
+            search.dropped[row] = bool(places) or not any(has_effect(search, int(row), effect) for effect in effects)
         group.wake()
-    if not stopped:
+    if not search.dropped.any():
         return
+    before = search.x.copy()
     for place in stopped:
         upper = search.high[place] - search.x[place] < search.x[place] - search.low[place]
         search.x[place] = search.low[place] = search.high[place] = search.high[place] if upper else search.low[place]
     evaluate_here(search)
     newton(search)
+    (missed, norm), (missed_before, norm_before) = (search.model.rank(map(float, x)) for x in (search.x, before))
+    if missed >= missed_before and norm > (1.0 + SAME) * norm_before:
+        search.x = before
+        evaluate_here(search)
 
 
 def stopped_knobs(search: Search, group: Group, row: int) -> list[int]:

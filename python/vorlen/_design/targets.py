@@ -20,7 +20,7 @@ from .._recipe.recipe import Recipe
 from .._recipe.stages import PROCESS
 from . import knobs as knobs_of
 from . import quantities as quantities_of
-from .file import read_targets_file
+from .file import read_targets_file, without_brackets
 from .knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
 from .quantities import QUANTITIES, Quantity, Target
 
@@ -318,11 +318,11 @@ def _usual_knob(name: str) -> str | None:
 
 def _knob_at(recipe: Recipe, timeline: pd.DataFrame, path: str) -> tuple[str, list[str]]:
     """The name of the knob at a path in the recipe, and the path."""
-    full = path if path.startswith(f"{PROCESS}/") else f"{PROCESS}/{path}"
     stages = [*timeline.path[timeline.kind == "active"], *{one.rpartition("/")[0] for one in timeline.path}]
     for stage in dict.fromkeys(stages):
+        names = (stage, stage.removeprefix(f"{PROCESS}/"), stage.rpartition("/")[2])
         for name, below in KNOBS.items():
-            if full in (f"{stage}/{below}", f"{stage}/{name}") and f"{stage}/{below}" in recipe:
+            if path in [f"{one}/{end}" for one in names for end in (below, name)] and f"{stage}/{below}" in recipe:
                 return name, [f"{stage}/{below}"]
     raise ValueError(f"{path} is not a knob; a path of a knob is that of a stage with one of {', '.join(KNOBS)}")
 
@@ -346,7 +346,7 @@ def _checked_limits(given: Any, name: str, path: str) -> tuple[float, float] | N
     wrong = f"{what} must be two values, such as [0.02 sccm, 0.6 sccm] or 0.02 .. 0.6 sccm, got {given!r}"
     pair: Any = given
     if isinstance(given, str):
-        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", given.strip())
+        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", without_brackets(given.strip()))
         if match is None:
             raise ValueError(wrong)
         ends = [match[1], match[2]]
