@@ -21,7 +21,8 @@ from .._base.version import __version__
 from .numbers import fraction, number
 
 ASSETS = Path(__file__).resolve().parents[1] / "assets"
-LINKED_CHARTS = ["readout.js", "charts.js"]  # what charts over time and over height need, in this order
+CHARTS = ["page.js", "text.js", "charts.js"]  # the scripts that charts need, in the order of loading
+LINKED_CHARTS = [*CHARTS, "axes.js", "stages.js", "readout.js", "hover.js", "linked.js"]  # over time and over height
 
 
 def write_page(path: PathLike, make: Callable[[], str], *, inputs: Iterable[PathLike | None] = ()) -> Path:
@@ -54,6 +55,7 @@ def page(layout: str, title: str, *, data: Any = None, **content: Any) -> str:
     environment.globals |= {
         "asset": lambda name: Markup((ASSETS / name).read_text("utf-8")),
         "chart_library": lambda: Markup(chart_library()),
+        "CHARTS": CHARTS,
         "LINKED_CHARTS": LINKED_CHARTS,
     }
     if data is not None:

@@ -64,7 +64,7 @@ const MapFigure = (() => {
       const numbers = chosen(ok);
       if (!numbers.length) continue;
       data.push({ type: "scatter", mode: "markers", name, x: numbers.map((at) => map.runs.x[at]),
-        y: numbers.map((at) => map.runs.y[at]), text: numbers.map((at) => map.runs.texts[at].map(Charts.plain).join("<br>")),
+        y: numbers.map((at) => map.runs.y[at]), text: numbers.map((at) => map.runs.texts[at].map(Texts.plain).join("<br>")),
         hovertemplate: "%{text}<extra></extra>", cliponaxis: false,
         marker: { symbol, size: ok ? 4 : 9, color: colour(ok ? "strong" : "alarm") } });
     }

@@ -1,7 +1,7 @@
 // The page of a process window: histograms, effects and the map, and links to files.
 "use strict";
 (() => {
-  const { targets, map, tables } = JSON.parse(document.getElementById("data").textContent);
+  const { targets, map, tables } = Page.data;
   const HEIGHT = 250, BAR = 34, AROUND = 96;  // pixels: of a chart at least; of a bar of a tornado, and of what is around them
   const THICK = 0.32;  // half of the thickness of a bar
   const MARGIN = 0.15;  // of the tolerance that is shown beyond its limits
@@ -58,13 +58,13 @@
     layout.height = Math.max(HEIGHT, AROUND + BAR * count);
     Object.assign(layout.xaxis, { range: [-reach, reach], zeroline: true, zerolinecolor: colour("axis") });
     Object.assign(layout.yaxis, { range: [count - 0.5, -0.5], showgrid: false, ticks: "", tickmode: "array",
-      tickvals: target.effects.map((one, place) => place), ticktext: target.effects.map((one) => Charts.plain(one.name)) });
+      tickvals: target.effects.map((one, place) => place), ticktext: target.effects.map((one) => Texts.plain(one.name)) });
     return { data, layout };
   }
 
   const pictures = {}, draws = [];
   function add(id, name, build) {
-    const node = document.getElementById(id);
+    const node = Page.byId(id);
     if (!node) return;
     draws.push(Charts.chart(node, build));
     pictures[id] = { name, svg: () => Charts.svg(build) };
@@ -75,9 +75,5 @@
   });
   if (map) add("map", "map.svg", (colour, width, limit) => MapFigure.build(map, colour, width, limit));
   Downloads.connect(tables, pictures);
-  Promise.all(draws.map((draw) => draw())).then(() => {
-    // Each chart is one picture with a description; a screen reader skips its parts.
-    for (const part of document.querySelectorAll(".chart > *, #js-plotly-tester")) part.setAttribute("aria-hidden", "true");
-    document.documentElement.dataset.drawn = "yes";
-  });
+  Page.drawn(draws.map((draw) => draw()));
 })();
