@@ -283,3 +283,94 @@ def test_a_real_window_agrees_with_single_runs_and_continues_in_its_folder(tmp_p
     assert effects.loc[("T", "In")].change < 0.0 < effects.loc[(FLOW, "In")].change  # indium desorbs from hot surfaces
     figure = made.plot(path=tmp_path / "window.svg")
     assert len(figure.axes) == 4 and (tmp_path / "window.svg").stat().st_size > 1000
+
+
+# ---- edge cases of yields
+
+
+def test_yields_of_0_and_1_have_one_sided_intervals(reactor):
+    for answer, expected in (([3.0, 0.2], 1.0), ([2.0, 0.2], 0.0)):
+        made = reactor(lambda heat, flow: answer, WANTED, {"T": "2 K"}, samples=20)  # noqa: B023
+        assert made.yield_ == expected and expected in made.interval
+        assert made.sentences[0].startswith(f"All targets hold in {20 * expected:.0f} of 20 runs: yield {100 * expected:.1f} %")
+        assert made.sensitivities.change.tolist() == [0.0, 0.0]
+        assert made.sentences[-1] == "T: one standard deviation changes no target by 10 % of its tolerance."
+    assert made.targets.held.tolist() == [0.0, 1.0] and "is missed most often: it holds in 0.0 %" in made.sentences[1]
+
+
+def test_runs_without_a_value_are_misses_that_are_counted_and_named(reactor):
+    base, _ = start()
+    made = reactor(
+        lambda heat, flow: [math.nan if heat > base + 3.0 else 3.0, 0.2], WANTED, {"T": "2 K"}, samples=60
+    )
+    empty = made.table.index[made.table["T"] > 3.0]
+    assert made.yield_ == 1.0 - len(empty) / 60 and set(made.table.status) == {"ok"} and len(empty) > 2
+    name = made.targets.layer[0]
+    text = f"{len(empty)} of 60 runs have no value of thickness of {name} and count as misses: runs {empty[0]}, "
+    assert len(made.warnings) == 1 and made.warnings[0].startswith(text)
+    assert made.targets["mean"][0] == 3.0 and made.targets.held[0] == made.yield_
+
+
+def test_a_failure_of_all_random_runs_is_a_yield_of_0(reactor):
+    base, _ = start()
+    made = reactor(lambda heat, flow: [3.0, 0.2] if heat == base else "never", WANTED, {"T": "2 K"}, samples=3)
+    assert made.yield_ == 0.0 and made.warnings == [
+        "3 of 3 runs failed and count as misses: runs 0, 1 and 2; the first: never"
+    ]
+    assert made.targets["mean"].isna().all() and made.sensitivities.change.isna().all()
+
+
+# ---- how values move
+
+
+@pytest.mark.parametrize(
+    ("size", "kelvin", "text"),
+    [("2 K", 2.0, "2 K"), (2, 2.0, "2 K"), ("2", 2.0, "2 K"), ("2 degC", 2.0, "2 K"), ("2 \u00b0C", 2.0, "2 K"),
+     ("1.5 delta_degC", 1.5, "1.5 K"), ("500 mK", 0.5, "0.5 K"), ("0.1 %", None, "0.1 %")],
+)
+def test_spreads_of_temperatures_are_differences_in_kelvin_or_degrees_celsius_or_shares(size, kelvin, text):
+    recipe = vorlen.Recipe.load(LAYER)
+    (drift,) = read_spread(recipe, {"T": size})
+    assert drift.text == text
+    start_heat = recipe[f"{STAGE}/T"][0]
+    expected = start_heat + kelvin if kelvin is not None else 1.001 * start_heat
+    assert drift.values(1.0)[f"{STAGE}/T"] == pytest.approx((expected, expected), rel=1e-7)
+
+
+def test_quantities_of_pint_are_spreads():
+    import pint
+
+    units = pint.UnitRegistry()
+    for size, text in ((units.Quantity(2, "delta_degC"), "2 K"), (units.Quantity(2, "K"), "2 K")):
+        assert read_spread(vorlen.Recipe.load(LAYER), {"T": size})[0].text == text
+
+
+def test_absolute_and_relative_spreads_of_a_flow_and_ramps_that_move_as_a_whole():
+    recipe = vorlen.Recipe.load(LAYER)
+    recipe[f"{STAGE}/T"] = (1000.0, 1040.0)
+    recipe[FLOW] = (0.1, 0.3)
+    heat, share = read_spread(recipe, {"T": "3 K", "TMIn": "10 %"})
+    assert heat.values(-2.0)[f"{STAGE}/T"] == (994.0, 1034.0)  # shifted
+    assert share.values(2.0)[FLOW] == pytest.approx((0.12, 0.36))  # multiplied
+    (amount,) = read_spread(recipe, {"TMIn": "0.01 sccm"})
+    assert amount.values(2.0)[FLOW] == pytest.approx((0.12, 0.32)) and amount.text == "0.01 sccm"
+    (amount,) = read_spread(recipe, {"TMIn": "1e-5 slm"})
+    assert amount.values(1.0)[FLOW] == pytest.approx((0.11, 0.31))
+    (one_end,) = read_spread(recipe, {"stage_1/T/end": "3 K"})
+    assert one_end.values(1.0) == {f"{STAGE}/T/end": 1043.0}
+
+
+def test_a_drift_of_the_reactor_moves_stages_together_and_separate_paths_do_not():
+    """Of two stages whose effects on the sum add up, a common drift spreads the sum by 2, separate ones by sqrt 2."""
+    recipe = vorlen.Recipe.load(LED)
+    well, barrier = (f"process_stages/stage_4/stage_4_{number}/T" for number in (3, 4))
+    points = _window.points_of(2, 4000, 7)[5:]
+    common = read_spread(recipe, {"T": "2 K"})
+    apart = read_spread(recipe, {well: "2 K", barrier: "2 K"})
+
+    def sums(drifts):
+        rows = [_window._values_at(drifts, point) for point in points]
+        return np.array([row[well][0] - recipe[well][0] + row[barrier][0] - recipe[barrier][0] for row in rows])
+
+    assert sums(common).std() == pytest.approx(4.0, rel=0.04)
+    assert sums(apart).std() == pytest.approx(2.0 * math.sqrt(2.0), rel=0.04)

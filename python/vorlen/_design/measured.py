@@ -126,6 +126,7 @@ def say_interrupted(what: str, interrupt: KeyboardInterrupt, out: PathLike | Non
     """What is done, and how to continue, on standard error."""
     again = "name a folder with out; this one is removed" if out is None else "the same call"
     print(f"{what} interrupted{done_text(interrupt)}. To continue: {again}", file=sys.stderr)
+    interrupt.args = ()  # said
 
 
 def done_text(interrupt: KeyboardInterrupt) -> str:
@@ -192,7 +193,8 @@ def _run(bench: Bench, plan: Plan, inputs: Sequence[dict[str, Any]], contents: S
         if tasks:
             run_into(made, range(len(made)), list(tasks.values()), bench.executor, bench.options.progress)
     except KeyboardInterrupt as interrupt:
-        interrupt.args = (count_text([*known.values(), *made]),)
+        known |= zip(tasks, made)
+        interrupt.args = (count_text([known[name] for name in hashes]),)
         raise
     known |= zip(tasks, made)
     return [known[name] for name in hashes]

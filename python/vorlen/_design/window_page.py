@@ -10,6 +10,7 @@ import numpy as np
 import pandas as pd
 
 from .._base.types import Array, PathLike
+from .._pages.numbers import MISSING, number
 from .._pages.page import page, write_page
 from .._recipe.recipe import Recipe
 from .map import ProcessMap
@@ -110,8 +111,9 @@ def _histogram(values: Array, within: Array, nominal: float) -> dict[str, Any]:
 
 def _alternative(label: str, row: Any) -> str:
     """What the charts of a target show, in words."""
-    held = f"{label} holds in {100 * row.held:.1f} % of the runs" if np.isfinite(row.held) else f"{label} is unknown"
-    return f"{held}; mean {row.mean:.5g}, standard deviation {row.std:.2g}."
+    parts = [f"{label} holds in {100 * row.held:.1f} % of the runs" if np.isfinite(row.held) else f"{label} is unknown"]
+    named = (("mean", number(row.mean, 5)), ("standard deviation", number(row.std, 2)))
+    return ", ".join([*parts, *(f"{name} {text}" for name, text in named if text != MISSING)]) + "."
 
 
 def _change(value: float, nominal: float) -> float | None:
