@@ -31,7 +31,7 @@ def reactor(monkeypatch):
     """vorlen.window() on a made-up reactor: values(T in K, TMIn in sccm) gives those of the targets, or a failure."""
 
     def run(values, targets, spread, **options):
-        def run_points(base, goals, rows, **_):
+        def run_points(bench, base, goals, rows):
             found, texts = [], []
             for row in rows:
                 recipe = base.copy()
@@ -45,7 +45,7 @@ def reactor(monkeypatch):
             return Measured(np.array(found, dtype=float), statuses, texts)
 
         monkeypatch.setattr(_window, "_run_points", run_points)
-        return vorlen.window(LAYER, targets, spread, **options)
+        return vorlen.window(LAYER, targets, spread, **{"grid": 0} | options)
 
     return run
 
@@ -112,7 +112,10 @@ def test_runs_that_fail_are_misses(reactor):
     made = reactor(lambda heat, flow: "too hot" if heat > base + 3.0 else [3.0, 0.2], WANTED, {"T": "2 K"}, samples=400)
     failed = int((made.table.status == "failed").sum())
     assert failed == int((made.table["T"] > 3.0).sum()) > 5 and made.yield_ == 1.0 - failed / 400
-    assert made.warnings == [f"{failed} of 400 runs failed and count as misses; the first: too hot"]
+    first, second, third = made.table.index[made.table.status == "failed"][:3]
+    text = f"{failed} of 400 runs failed and count as misses: runs {first}, {second}, {third}, "
+    assert len(made.warnings) == 1 and made.warnings[0].startswith(text)
+    assert made.warnings[0].endswith(", ...; the first: too hot")
     with pytest.raises(vorlen.SimulationError, match="never"):
         reactor(lambda heat, flow: "never", WANTED, {"T": "2 K"}, samples=4)
 
@@ -169,10 +172,15 @@ def test_a_spread_moves_all_stages_together_and_a_path_only_its_stage():
         ({}, "spread is empty"),
         ([("T", 2)], "spread must be a mapping"),
         ({"X": "2 K"}, "unknown name 'X'; known are tau, T"),
+        ({"TMIm": "2 %"}, "did you mean TMIn"),
+        ({"temp": "2 K"}, "did you mean T\\?"),
         ({"periods": 1}, "unknown name 'periods'"),
-        ({"stage_77/T": 1}, "the recipe has no stage_77/T"),
+        ({"stage_77/T": 1}, "has no process_stages/stage_77/T; similar paths: process_stages/stage_1/T"),
+        ({"stage_1/TMI": 1}, "has no process_stages/stage_1/TMI"),
+        ({"InGaN/T": 1}, "InGaN is process_stages/stage_1; the path is process_stages/stage_1/T"),
         ({"process_stages/stage_1/name": 1}, "not a real number"),
-        ({"T": "2 degC"}, "is a difference of temperatures in K, got '2 degC'"),
+        ({"T": "2 degF"}, "is a difference of temperatures, in K or degC, got '2 degF'"),
+        ({"T": "2 sccm"}, "is a difference of temperatures, in K or degC, got '2 sccm'"),
         ({"chemistry/Kd_In/A": 0}, "must be above 0"),
         ({"T": 0}, "must be above 0"),
         ({"T": "-1 %"}, "must be above 0"),
@@ -242,7 +250,7 @@ def test_a_design_aims_at_the_value_itself():
 
 @pytest.mark.parametrize(
     ("options", "error"),
-    [({"samples": 1}, "samples must be 2 or more"), ({"samples": 2.5}, "samples must be an integer"),
+    [({"samples": 0}, "samples must be 1 or more"), ({"samples": 2.5}, "samples must be an integer"),
      ({"samples": 10**6}, "samples can be at most"), ({"seed": -1}, "seed must be 0 or more")],
 )
 def test_wrong_numbers_of_runs_are_messages(options, error):
@@ -261,7 +269,8 @@ def test_a_real_window_agrees_with_single_runs_and_continues_in_its_folder(tmp_p
         again = vorlen.window(LAYER, targets, spread, **options)
         more = vorlen.window(LAYER, targets, spread, **options | {"samples": 14})
     assert made.table.equals(more.table.iloc[:12]) and len(more.table) == 14
-    assert len(stamps) == 12 + 1 + 2 * 2
+    # the random runs, one without deviations, two for each value, and the map, which has five of these
+    assert len(stamps) == 12 + 1 + 2 * 2 + 7 * 7 - 5
     assert all(path.stat().st_mtime_ns == stamp for path, stamp in stamps.items())  # not run again
     assert made.table.equals(again.table) and (made.table.status == "ok").all()
     recipe = vorlen.Recipe.load(LAYER).with_scheme("staged")

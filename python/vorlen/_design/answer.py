@@ -13,6 +13,7 @@ from .solver import AT_LIMIT, effects_of, has_effect, stopped_knobs
 from .steps import Search
 
 HINT = -0.25  # variable of a temperature 10 K lower
+HINT_GAIN = 0.05  # share of what is missing that it must bring
 
 
 def reasons(search: Search) -> list[str]:
@@ -36,7 +37,8 @@ def _missed(target: Target, value: float, found: str = "is the best within the l
     if np.isnan(value):
         missing = "the composition makes no step there" if "interface" in target.quantity.name else "nothing grows"
         return f"{target.label} is undefined, as {missing}; the target is {target.goal}{unit}"
-    return f"{target.label}: {value:.4g}{unit} {found}, the target is {target.goal}{unit}"
+    loss = ", as more evaporates than grows," if target.quantity.scale == "log" and value <= 0.0 else ""
+    return f"{target.label}: {value:.4g}{unit}{loss} {found}, the target is {target.goal}{unit}"
 
 
 def _reason(search: Search, row: int, outcome: Outcome) -> str:
@@ -98,24 +100,25 @@ def _effect(knob: Knob, effect: float, target: Target) -> str:
 
 
 def _hint(search: Search, row: int) -> str:
-    """What 10 K less would do for an indium fraction that is too low."""
+    """What 10 K less would do for a layer that evaporates."""
     model, spec = search.model, search.model.spec
     target = spec.targets[row]
     places = [place for place in spec.hints if spec.knobs[place].layer == target.layer]
-    if not target.quantity.name.startswith("In") or not places or search.coordinates[row] >= 0.0:
-        return ""
-    if spec.knobs[places[0]].low > HINT:
-        return ""  # the limits exclude it
+    if not target.evaporation or not places or spec.knobs[places[0]].low > HINT:
+        return ""  # the last: the limits exclude it
+    if target.quantity.scale == "log" and model.known[tuple(float(value) for value in search.x)].values[row] <= 0.0:
+        return f". {target.evaporation}: add T to its knobs"
     point = search.x.copy()
     point[places[0]] = HINT
     try:
         (outcome,) = model.at([point], "hint")
     except LimitReached:
         return ""
-    here = model.known[tuple(float(value) for value in search.x)].values[row]
-    if outcome.text or not outcome.values[row] > here + target.tolerance:
+    missing = abs(search.coordinates[row])
+    if outcome.text or not abs(outcome.coordinates[row]) < min((1.0 - HINT_GAIN) * missing, missing - 1.0):
         return ""
-    return f". Indium desorbs: 10 K lower it would be {outcome.values[row]:.3g}; add T to its knobs"
+    unit = f" {target.quantity.unit}" if target.quantity.unit else ""
+    return f". {target.evaporation}: 10 K lower it would be {outcome.values[row]:.3g}{unit}; add T to its knobs"
 
 
 def knob_text(value: Any) -> str:

@@ -8,13 +8,16 @@ values of several stages of one name.
 from __future__ import annotations
 
 import math
+import operator
 from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import Any
 
 import numpy as np
 
+from .._recipe.elements import Element
 from .._recipe.kinds import known_element
+from .._recipe.limits import limits_of
 from .._recipe.recipe import Recipe
 from .._recipe.stages import RAMPS
 
@@ -118,11 +121,18 @@ def make_knob(
         factor = DEFAULT_FACTORS.get(name, DEFAULT_FACTOR_OF_FLOWS)
         limits = (bottom - DEFAULT_SHIFT, top + DEFAULT_SHIFT) if name == "T" else (bottom / factor, top * factor)
         limits = (max(1.0, round(limits[0])), round(limits[1])) if name == PERIODS else limits
+        limits = (max(limits[0], _lowest(known)), limits[1])
     low, high = _variable_limits(name, bottom, top, limits)
     if not low < high:
         span = f"{limits[0]:g} to {limits[1]:g}{f' {unit}' if unit else ''}"
         raise ValueError(f"{label}: the recipe's values range from {bottom:g} to {top:g}, which can't move in {span}")
     return Knob(layer, name, unit, tuple(paths), start, low, high, limits, not given)
+
+
+def _lowest(known: Element | None) -> float:
+    """The lowest value that the library takes."""
+    limits = limits_of(known.allowed) if known is not None else ()
+    return max((limit for compare, limit in limits if compare is operator.ge), default=0.0)
 
 
 def _flow_in(limits: tuple[float, float], start: Sequence[Any]) -> tuple[tuple[Any, ...], list[float]]:

@@ -35,6 +35,10 @@ class Axis:
     def title(self) -> str:
         return f"{self.label} ({self.unit})" if self.unit else self.label
 
+    @property
+    def short(self) -> str:
+        return self.label.removeprefix("deviation of ")
+
 
 @dataclass(frozen=True)
 class Shown:
@@ -62,7 +66,7 @@ def write_map(
             data={"map": model, "tables": {"map": {"name": "map.csv", "text": table.to_csv(index=False)}}},
             layer=layer,
             sentences=sentences(shown, targets, table, bool(model["region"])),
-            goals=[_goal(target) for target in targets],
+            goals=[goal_text(target) for target in targets],
             warnings=warnings,
             axes=axes,
             runs=len(table),
@@ -71,7 +75,7 @@ def write_map(
     return write_page(path, text, inputs=[recipe.path])
 
 
-def _goal(target: Target) -> str:
+def goal_text(target: Target) -> str:
     """Such as "thickness of InGaN well: 3 ± 0.1 nm"."""
     tolerance = "" if target.bound else f" \u00b1 {target.allowed:.3g}"
     return f"{target.label}: {target.goal}{tolerance} {target.quantity.unit}".strip()

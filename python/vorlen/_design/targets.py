@@ -20,7 +20,7 @@ from .._recipe.recipe import Recipe
 from .._recipe.stages import PROCESS
 from . import knobs as knobs_of
 from . import quantities as quantities_of
-from .file import read_targets_file
+from .file import read_targets_file, without_brackets
 from .knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
 from .quantities import QUANTITIES, Quantity, Target
 
@@ -49,7 +49,7 @@ class Spec:
 
     knobs        those of the groups, then those of hints
     preferences  name: 1 for high, -1 for low; a name is V/III or that of a knob
-    hints        places of temperatures that stay, and are only tried if indium is out of reach
+    hints        places of temperatures that stay, and are only tried if a target is out of reach
     """
 
     targets: list[Target]
@@ -318,11 +318,11 @@ def _usual_knob(name: str) -> str | None:
 
 def _knob_at(recipe: Recipe, timeline: pd.DataFrame, path: str) -> tuple[str, list[str]]:
     """The name of the knob at a path in the recipe, and the path."""
-    full = path if path.startswith(f"{PROCESS}/") else f"{PROCESS}/{path}"
     stages = [*timeline.path[timeline.kind == "active"], *{one.rpartition("/")[0] for one in timeline.path}]
     for stage in dict.fromkeys(stages):
+        names = (stage, stage.removeprefix(f"{PROCESS}/"), stage.rpartition("/")[2])
         for name, below in KNOBS.items():
-            if full in (f"{stage}/{below}", f"{stage}/{name}") and f"{stage}/{below}" in recipe:
+            if path in [f"{one}/{end}" for one in names for end in (below, name)] and f"{stage}/{below}" in recipe:
                 return name, [f"{stage}/{below}"]
     raise ValueError(f"{path} is not a knob; a path of a knob is that of a stage with one of {', '.join(KNOBS)}")
 
@@ -346,7 +346,7 @@ def _checked_limits(given: Any, name: str, path: str) -> tuple[float, float] | N
     wrong = f"{what} must be two values, such as [0.02 sccm, 0.6 sccm] or 0.02 .. 0.6 sccm, got {given!r}"
     pair: Any = given
     if isinstance(given, str):
-        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", given.strip())
+        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", without_brackets(given.strip()))
         if match is None:
             raise ValueError(wrong)
         ends = [match[1], match[2]]
@@ -402,12 +402,12 @@ def _joined(
 
 
 def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob], limits: Any) -> list[Knob]:
-    """The temperatures of layers with a target for indium, where they are not knobs already and have room to move."""
+    """The temperatures of layers, where they are not knobs already and have room to move."""
     used = {path for knob in knobs for path in knob.paths}
     hints: list[Knob] = []
     for target in targets:
         paths = [f"{stage}/T" for stage in target.stages]
-        if target.quantity.name.startswith("In") and not used & set(paths):
+        if target.evaporation and not used & set(paths):
             with contextlib.suppress(ValueError):
                 hints.append(make_knob(recipe, target.layer, "T", paths, _checked_limits(limits, "T", paths[0])))
             used |= set(paths)

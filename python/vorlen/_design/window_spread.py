@@ -6,11 +6,13 @@ that flow in all stages. Flows that are 0 are switched off and stay 0.
 
 from __future__ import annotations
 
+import difflib
+import re
 from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any
 
-from .._recipe.quantities import number_in
+from .._recipe.quantities import has_unit, is_quantity, number_in
 from .._recipe.recipe import Recipe
 from .._recipe.stages import PROCESS
 from .._sweep.plan_values import known_parameter
@@ -18,6 +20,8 @@ from .knobs import ALIASES, DIGITS, KNOBS, PERIODS
 
 LARGEST = 0.25  # of the smallest value: four standard deviations lead to 0
 SMALLEST = 0.01  # of a value is left at least; beyond four standard deviations
+_CELSIUS = re.compile(r"([\d.])\s*(?:delta_)?(?:degC|\u00b0\s?C|degrees?_?\s?[Cc]elsius|celsius)\s*$")
+_KELVIN = re.compile(r"\d\s*(?:[a-z\u00b5]?K|(?:milli)?[Kk]elvin)\s*$")
 NAMES = [name for name in KNOBS if name != PERIODS]
 
 
@@ -102,11 +106,16 @@ def _paths_of(recipe: Recipe, stages: list[str], given: object) -> tuple[str, li
                      f"{PROCESS}/{head}/{KNOBS.get(tail, tail)}"):
             if path in recipe:
                 return path, [path]
-        raise ValueError(f"spread: the recipe has no {given}")
+        try:
+            recipe[f"{PROCESS}/{given}" if given.startswith("stage_") else given]
+        except KeyError as error:
+            raise ValueError(f"spread: {error.args[0]}") from None
     usual = {name.lower(): name for name in NAMES} | ALIASES
     name = usual.get(given.lower(), "")
     if name not in NAMES:
-        raise ValueError(f"spread: unknown name {given!r}; known are {', '.join(NAMES)}, and paths in the recipe")
+        near = difflib.get_close_matches(given.lower(), usual, 1, 0.5)
+        hint = f"; did you mean {usual[near[0]]}?" if near else ""
+        raise ValueError(f"spread: unknown name {given!r}; known are {', '.join(NAMES)}, and paths in the recipe{hint}")
     paths = [path for path in (f"{stage}/{KNOBS[name]}" for stage in stages) if path in recipe and _varies(recipe, path)]
     if not paths:
         raise ValueError(f"spread: {name} is 0 in all stages")
@@ -127,15 +136,24 @@ def _drift(recipe: Recipe, name: str, paths: list[str], size: Any) -> Drift:
     if not all(isinstance(end, float) for end in ends):
         raise ValueError(f"{what}: {paths[0]} is {start[0]!r}, not a real number")
     is_share = isinstance(size, str) and size.strip().endswith("%")
-    if unit == "K" and isinstance(size, str) and not is_share and not size.strip().rstrip("0123456789.eE+-K ") == "":
-        raise ValueError(f"{what} is a difference of temperatures in K, got {size!r}")
-    amount = float(number_in(size, what, "" if is_share else unit))
+    amount = _difference(size, what) if unit == "K" and not is_share else number_in(size, what, "" if is_share else unit)
     if not amount > 0.0:
-        raise ValueError(f"{what} must be above 0, got {size!r}")
+        raise ValueError(f"{what} must be above 0, got {size!r}; leave out what does not vary")
     least = min((abs(end) for end in ends if end), default=0.0)
     if least == 0.0:
         raise ValueError(f"{what}: {paths[0]} is 0")
     if amount > LARGEST * (1.0 if is_share else least):
         most = f"{100 * LARGEST:g} %" if is_share else f"{LARGEST * least:.4g} {unit}".strip()
         raise ValueError(f"{what} can be at most {most}, a quarter of the smallest value, got {size!r}")
-    return Drift(name, unit, tuple(paths), start, amount, is_share)
+    return Drift(name, unit, tuple(paths), start, float(amount), is_share)
+
+
+def _difference(size: Any, what: str) -> float | int:
+    """A difference of temperatures in K: that of degrees Celsius is the same number."""
+    if is_quantity(size):
+        size = f"{size.magnitude} {size.units}"
+    if isinstance(size, str):
+        size = _CELSIUS.sub(r"\1 K", size)
+        if has_unit(size) and not _KELVIN.search(size):
+            raise ValueError(f"{what} is a difference of temperatures, in K or degC, got {size!r}")
+    return number_in(size, what, "K")
