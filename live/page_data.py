@@ -54,12 +54,10 @@ def examples() -> list[dict[str, str]]:
 
 
 def licences() -> list[dict[str, str]]:
-    found = []
-    for package, (name, use) in BUNDLED.items():
-        path = Path("/usr/share/doc") / package / "copyright"
-        if path.is_file():
-            found.append({"name": name, "use": use, "text": path.read_text("utf-8")})
-    return found
+    return [
+        {"name": name, "use": use, "text": (Path("/usr/share/doc") / package / "copyright").read_text("utf-8")}
+        for package, (name, use) in BUNDLED.items()
+    ]
 
 
 def main() -> int:

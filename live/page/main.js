@@ -57,6 +57,7 @@ function showStatus(kind, text) {
 async function run(xml) {
   const number = ++newest;
   last = null;
+  at("again").hidden = true;
   growth.busy(true);
   const slow = setTimeout(() => {
     if (number !== newest) return;
@@ -70,6 +71,7 @@ async function run(xml) {
     growth.busy(false);
     at("cancel").hidden = true;
   } else if (outcome.status !== "ok" || pane.hasFault()) return;
+  at("again").hidden = outcome.status !== "cancelled" && outcome.status !== "crashed";
   const sentence = sentenceOf(outcome), good = outcome.status === "ok";
   showStatus(good ? "complete" : "failed", sentence);
   say(sentence);
@@ -179,6 +181,7 @@ function showHalf(half) {
 at("help").onclick = showHelp;
 at("about").onclick = () => showAbout(data);
 at("cancel").onclick = () => engine.cancel();
+at("again").onclick = () => pane.rerun();
 at("note-close").onclick = () => note("");
 for (const half of ["recipe", "growth"]) at(`half-${half}`).onclick = () => showHalf(half);
 showHalf("recipe");
@@ -191,7 +194,7 @@ addEventListener("drop", event => {
   const file = event.dataTransfer?.files[0];
   if (file) pane.openFile(file);
 });
-// Whatever goes wrong, the page says so and goes on.
+// Whatever goes wrong, the page says so and continues.
 addEventListener("error", event => note(`An error of the page: ${event.message}`));
 addEventListener("unhandledrejection", event => note(`An error of the page: ${event.reason?.message ?? event.reason}`));
 window.vorlen = {engine, pane, growth, get last() { return last; }};

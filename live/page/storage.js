@@ -2,7 +2,7 @@
 
 const SIZE_MAX = 4e6; // characters; browsers keep about 5 million
 
-// key tells pages apart, which share one storage when they are opened as files: their address and their own recipe.
+// The key of a page: its address and its own recipe, because all pages opened as files share one storage.
 export function pageKey(recipe) {
   let hash = 0;
   for (const code of recipe?.bytes ?? []) hash = (hash * 31 + code) | 0;

@@ -103,7 +103,7 @@ class Live:
         return self.browser.driver.find_element(By.CSS_SELECTOR, f"[data-key='{path}@slider']")
 
     def enter(self, path: str, text: str, attribute: str = "val", view: str = PANEL) -> None:
-        """Types a text into a field, in place of what it contains."""
+        """Types a text into a field and so replaces its content."""
         field = self.field(path, attribute, view)
         field.send_keys(Keys.CONTROL, "a")
         field.send_keys(text or Keys.DELETE)

@@ -256,6 +256,10 @@ def test_a_recipe_with_a_million_layers_gets_a_message_and_the_page_continues(li
     assert live.shown(f"{WELL}/T") != ""
     live.press("Cancel the run")
     live.wait_for_status("The run was cancelled")
+    live.press("Run again")
+    live.browser.wait("return document.getElementById('status-word').textContent === 'Running'")
+    live.press("Cancel the run")
+    live.wait_for_status("The run was cancelled")
     live.press("Undo")
     live.wait_for_status("Grown: ")
 
@@ -283,9 +287,12 @@ def test_a_table_of_very_many_stages_is_shown_in_parts(live: Live) -> None:
     assert live.browser.run(rows) < 151
     live.press("Show 150 more")
     assert 250 < live.browser.run(rows) < 301
-    started = live.browser.run("return performance.now()")
-    live.enter("process_stages/stage_2/tau", "151", view=TABLE)
-    assert live.browser.run("return performance.now()") - started < 5000  # ms, four keys
+    milliseconds = live.browser.run(
+        "const field = arguments[0]; field.focus(); const start = performance.now(); field.value = '151';"
+        "field.dispatchEvent(new Event('input')); return performance.now() - start;",
+        live.field("process_stages/stage_2/tau", view=TABLE),
+    )
+    assert milliseconds < 2000
     assert live.recipe()["process_stages/stage_2/tau"] == 151
 
 

@@ -126,6 +126,15 @@ def test_a_constant_value_is_one_number_and_a_ramp_two(live: Live) -> None:
     assert live.browser.run(f"return document.querySelectorAll(\"[data-key^='{WELL}/T@'][data-view=panel]\").length") == 1
 
 
+def test_a_missing_end_of_a_value_can_be_added(live: Live) -> None:
+    text = live.xml().replace('<T val="1010" end="1010"/>', '<T val="1010" />')
+    live.browser.run("vorlen.pane.setXml(arguments[0])", text)
+    live.wait_for_status("The recipe can't be run")
+    live.enter(f"{WELL}/T", "1010", "end", TABLE)
+    live.settled()
+    assert live.xml() == text.replace('<T val="1010" />', '<T val="1010" end="1010" />')
+
+
 @pytest.mark.parametrize(
     ("text", "message"),
     [

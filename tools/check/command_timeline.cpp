@@ -18,6 +18,7 @@
 #include "recipe/read_recipe.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
+#include "terminal/printable.h"
 #include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"

@@ -15,6 +15,7 @@
 #include "results/result_diff.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
+#include "terminal/printable.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 

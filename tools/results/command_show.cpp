@@ -13,6 +13,7 @@
 #include "results/result_check.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
+#include "terminal/printable.h"
 #include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"

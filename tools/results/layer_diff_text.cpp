@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "results/layer_diff.h"
+#include "terminal/printable.h"
 #include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"

@@ -9,6 +9,7 @@
 #include <iterator>
 
 #include "run/status_file.h"
+#include "terminal/printable.h"
 #include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"

@@ -35,6 +35,7 @@ export function numberField(p, value, attributes, label, view) {
     "aria-label": label, "data-key": key, "data-view": view});
   const current = () => attributeAt(p.model.root, value.path, attributes[0]) ?? "";
   let original = null; // texts of the attributes before the first key
+  let marked = null; // what the marks show
 
   function show() {
     const fault = p.faults.get(key);
@@ -42,13 +43,17 @@ export function numberField(p, value, attributes, label, view) {
       const typed = parsed(input.value);
       if (fault || (!typed.fault && storedText(input.value, unitFor(p, value)) === current())) return mark(fault);
     }
-    input.value = fault && input.value ? input.value : shownText(current(), unitFor(p, value));
+    const text = fault && input.value ? input.value : shownText(current(), unitFor(p, value));
+    if (input.value !== text) input.value = text;
     mark(fault);
   }
 
   function mark(fault) {
     const finding = fault ? null : p.findingsAt(value.path)[0];
-    input.setAttribute("aria-invalid", String(Boolean(fault) || finding?.severity === "error"));
+    const state = `${Boolean(fault) || finding?.severity === "error"} ${fault ?? finding?.text ?? ""}`;
+    if (state === marked) return; // most of a thousand fields: changes of attributes cost more than this
+    marked = state;
+    input.setAttribute("aria-invalid", state.slice(0, state.indexOf(" ")));
     input.classList.toggle("warned", finding?.severity === "warning");
     input.title = fault ?? finding?.text ?? "";
     input.setAttribute("aria-description", input.title);

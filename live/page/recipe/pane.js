@@ -46,6 +46,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
 
   p.setValues = (path, texts, group) => {
     const element = elementAt(p.model.root, path);
+    if (!element) return;
     const edits = Object.entries(texts).flatMap(([attribute, text]) => attributeEdits(p.model.text, element, attribute, text));
     p.model.edit(edits, group);
   };
@@ -161,9 +162,9 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
 
   // ---- Showing
 
-  // Fields take their new values; parts whose shape has changed, or all with anew, are built again.
-  function show(anew = false) {
-    const focus = anew || p.model.root ? focused() : null;
+  // Fields take their new values; parts whose shape has changed, or all on request, are built again.
+  function show(all = false) {
+    const focus = all || p.model.root ? focused() : null;
     tools.show();
     showDraft();
     tablePane.hidden = p.tab !== "table";
@@ -171,7 +172,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     if (p.tab === "xml") showEditor();
     if (p.model.root) {
       const fresh = {table: shapeOf(p), panel: p.selected ? panelShape(p, p.selected) : "", settings: settingsShape(p), narrow: narrow.matches};
-      const rebuild = part => anew || fresh[part] !== shapes[part] || fresh.narrow !== shapes.narrow;
+      const rebuild = part => all || fresh[part] !== shapes[part] || fresh.narrow !== shapes.narrow;
       const parts = ["table", "panel", "settings"].filter(rebuild);
       if (parts.includes("table") && !parts.includes("panel") && narrow.matches) parts.push("panel");
       shapes = fresh;

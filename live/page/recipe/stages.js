@@ -71,7 +71,8 @@ function constantAtEnd(stage) {
 }
 
 function withAttribute(stage, path, value) {
-  return applied(stage, attributeEdits(stage, elementAt(rootOf(stage), path), "val", value));
+  const element = elementAt(rootOf(stage), path);
+  return element ? applied(stage, attributeEdits(stage, element, "val", value)) : stage;
 }
 
 // The first layer of an empty group of given layers: 100 nm of GaN. Gives {text, path}.

@@ -106,7 +106,12 @@ export function escaped(text, quote = '"') {
 // ---- Elements by path: names below the root, joined by /. Of several elements of one name the first is read.
 
 export function childOf(element, tag) {
-  return element.children.find(child => child.tag === tag) ?? null;
+  if (element.children.length < 8) return element.children.find(child => child.tag === tag) ?? null;
+  if (!element.byTag) {
+    element.byTag = new Map();
+    for (const child of element.children) if (!element.byTag.has(child.tag)) element.byTag.set(child.tag, child);
+  }
+  return element.byTag.get(tag) ?? null;
 }
 
 export function elementAt(root, path) {
@@ -169,10 +174,15 @@ export function applied(text, edits) {
   return out + text.slice(place);
 }
 
-// The edits that give an attribute a text; none if it has this text or the element lacks the attribute.
+// The edits that give an attribute of an element a text; none if it has this text. A missing attribute is added.
 export function attributeEdits(source, element, name, text) {
-  const attribute = element?.attributes[name];
-  if (!attribute || attribute.text === text) return [];
+  const attribute = element.attributes[name];
+  if (attribute?.text === text) return [];
+  if (!attribute) {
+    let place = element.tagEnd - (source[element.tagEnd - 2] === "/" ? 2 : 1);
+    place -= spaceBefore(source, place).length;
+    return [{begin: place, end: place, text: ` ${name}="${escaped(text)}"`}];
+  }
   const quote = source[attribute.begin];
   return [{begin: attribute.begin + 1, end: attribute.end - 1, text: escaped(text, quote)}];
 }

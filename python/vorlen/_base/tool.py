@@ -9,6 +9,7 @@ import re
 import shutil
 import subprocess
 import sys
+import tempfile
 from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
@@ -126,3 +127,23 @@ def findings(recipe: bytes) -> list[str]:
         return [one.sentence("Recipe") for one in check_recipe(recipe)]
     except ToolError as error:
         return [f"The recipe was not checked: {error}."]
+
+
+def live_page(recipe: bytes, name: str) -> bytes:
+    """The page that `vorlen live` writes for a recipe with this file name. Raises ToolError."""
+    tool = find_tool()
+    if tool is None:
+        raise ToolError("the command vorlen was not found. Set VORLEN to its path")
+    with tempfile.TemporaryDirectory() as folder:
+        source, page = Path(folder) / os.path.basename(name), Path(folder) / "page.live.html"
+        source.write_bytes(recipe)
+        try:
+            done = subprocess.run(
+                [tool, "live", str(source), "-o", str(page)],
+                stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8", errors="replace", timeout=CHECK_TIMEOUT,
+            )
+        except (OSError, subprocess.TimeoutExpired) as error:
+            raise ToolError(f"{tool} live: {error}") from None
+        if done.returncode != 0 or not page.is_file():
+            raise ToolError(done.stderr.strip().removeprefix("vorlen: ") or f"{tool} live failed")
+        return page.read_bytes()

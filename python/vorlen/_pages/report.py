@@ -8,14 +8,17 @@ report_tables.py the tables.
 from __future__ import annotations
 
 import math
+import os
 import re
 from pathlib import Path
 from typing import Any
+from urllib.parse import quote
 
 import numpy as np
 import pandas as pd
 
-from .._base.tool import findings
+from .._base.files import check_place, replace_file, valid_text
+from .._base.tool import findings, live_page
 from .._base.types import PathLike
 from .._base.version import __version__
 from .._recipe.source import RecipeSource
@@ -39,7 +42,7 @@ from .report_tables import (
 )
 
 
-def report(run: Run | SimulationError, path: PathLike) -> Path:
+def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) -> Path:
     """Writes the report of a run: one page for a browser that needs no other file. Needs jinja2.
 
     Parameters
@@ -48,6 +51,9 @@ def report(run: Run | SimulationError, path: PathLike) -> Path:
         The run, complete or failed.
     path : path
         The page. An existing file is replaced when the new page is complete, but never a file of the run.
+    live : bool, optional
+        Also writes the live page of the recipe (`vorlen live`) beside it, NAME-live.html for NAME.html, about 2 MB. A
+        button of the report, "Change this recipe", opens it; to mail the report, send both files.
 
     Returns
     -------
@@ -59,14 +65,35 @@ def report(run: Run | SimulationError, path: PathLike) -> Path:
     ImportError
         If jinja2 is missing.
     OSError
-        If the page can't be written, or the chart library is missing.
+        If a page can't be written, or the chart library is missing.
     TypeError
         If an argument has another type.
     ValueError
-        If path is the recipe, the result, its status file, or not a regular file.
+        If a page is the recipe, the result, its status file, or not a regular file; with live, if the recipe is unknown.
+    RuntimeError
+        With live, if the command vorlen is missing or was built without the live page.
     """
     run = _run_of(run)
-    return write_page(path, lambda: render(run), inputs=run._own_files)
+
+    def make() -> str:
+        return render(run, _write_live_page(run, Path(path)) if live else None)
+
+    return write_page(path, make, inputs=run._own_files)
+
+
+def _write_live_page(run: Run, page: Path) -> Path:
+    """The live page of a run's recipe, beside its report."""
+    recipe = run.recipe_source.content
+    if recipe is None:
+        raise ValueError("live=True needs the recipe of the run, which is unknown: vorlen.read(path, recipe=...)")
+    beside = page.with_name(f"{page.stem}-live.html")
+    check_place(beside, run._own_files)
+    return replace_file(beside, live_page(recipe, recipe_file_name(_title(run))), inputs=run._own_files)
+
+
+def recipe_file_name(title: str) -> str:
+    """The name of a recipe in the live page, from the title of a report."""
+    return title if title.endswith(".xml") else f"{_stem(title)}.xml"
 
 
 def _run_of(run: Run | SimulationError) -> Run:
@@ -78,8 +105,8 @@ def _run_of(run: Run | SimulationError) -> Run:
     return run
 
 
-def render(run: Run | SimulationError) -> str:
-    """The HTML text of a report."""
+def render(run: Run | SimulationError, beside: Path | None = None) -> str:
+    """The HTML text of a report. beside: the live page that its button opens."""
     run = _run_of(run)
     has_rows = bool(run.content) and not run._profile.empty
     failed = run.failed if run.content else True
@@ -111,6 +138,8 @@ def render(run: Run | SimulationError) -> str:
         failed=failed,
         grew=_grew(run, structure) if layers is not None else "",
         failure=_failure(run),
+        live_name=valid_text(beside.name) if beside else "",
+        live=quote(os.fsencode(beside.name)) if beside else "",
         facts=_facts(run),
         height_note=_height_note(run) if has_rows else "",
         recipe_note=_recipe_note(run),
