@@ -62,7 +62,7 @@ sources() {
 
 check_format() {
   local log=$logs/format.log
-  if ! sources src tests tools bench examples | xargs -0 clang-format --dry-run -Werror >"$log" 2>&1; then
+  if ! sources src tests tools live bench examples | xargs -0 clang-format --dry-run -Werror >"$log" 2>&1; then
     echo "not formatted (fix with clang-format -i):"
     sed -n 's/:[0-9]*:[0-9]*: error:.*//p' "$log" | sort -u
     return 1
@@ -114,7 +114,7 @@ analyse() {
     --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wreserved-identifier 2>/dev/null || status=1
   cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
     --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \
-    src tools || status=1
+    src tools live || status=1
   # Debian's, which finds the types of Debian's numpy.
   /usr/bin/mypy --config-file python/pyproject.toml --cache-dir build/mypy --no-error-summary python/vorlen || status=1
   return $status

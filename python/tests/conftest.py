@@ -13,6 +13,7 @@ from vorlen._base import library as _library
 
 if TYPE_CHECKING:
     from browser import Browser
+    from live import Live
 
 ROOT = Path(__file__).resolve().parents[2]
 
@@ -42,6 +43,23 @@ def browser() -> Iterator[Browser]:
     browser = Browser()
     yield browser
     browser.close()
+
+
+@pytest.fixture(scope="session")
+def wells_page(browser: Browser, tmp_path_factory: pytest.TempPathFactory) -> Live:
+    """One live page with the recipe of quantum wells for all tests of it."""
+    from live import Live, write_page
+    from support import MQW
+
+    return Live(browser, write_page(tmp_path_factory.mktemp("live") / "wells.html", MQW))
+
+
+@pytest.fixture
+def live(wells_page: Live) -> Iterator[Live]:
+    """The live page with the recipe of wells, its table, and the units of the recipe, in a window of 1440 pixels."""
+    wells_page.make_ready()
+    yield wells_page
+    assert wells_page.browser.console() == []
 
 
 @pytest.fixture

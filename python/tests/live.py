@@ -13,7 +13,7 @@ from selenium.webdriver.common.keys import Keys
 
 import vorlen
 from browser import Browser
-from support import tool
+from support import MQW, tool
 
 TABLE, PANEL = "table", "panel"
 
@@ -47,6 +47,18 @@ class Live:
             self.browser.driver.get("about:blank")
             self.browser.driver.get(self.page.resolve().as_uri() + fragment)
         self.wait_for_run(0)
+
+    def make_ready(self) -> None:
+        """Shows the table of the recipe of wells, as after loading; the page is loaded if it is not there."""
+        if self.browser.run("return location.href") != self.page.as_uri() or self.browser.run("return innerWidth") != 1440:
+            self.open(1440, 900)
+        self.browser.run(
+            "document.querySelectorAll('dialog').forEach(d => d.close()); document.getElementById('note-close').click();"
+            "document.getElementById('tab-table').click()"
+        )
+        self.set(MQW.read_text("utf-8"), "wells.xml")
+        for quantity, unit in {"temperature": "K", "pressure": "Pa", "metal": "sccm", "gas": "sccm"}.items():
+            self.choose(f"[data-quantity={quantity}]", unit)
 
     def wait_for_run(self, before: int, seconds: float = 20) -> None:
         self.browser.wait(f"return Number(document.documentElement.dataset.runs ?? 0) > {before}", seconds)

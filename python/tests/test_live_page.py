@@ -4,9 +4,10 @@ from __future__ import annotations
 
 import base64
 import json
+import os
 import re
+import subprocess
 import zlib
-from collections.abc import Iterator
 from pathlib import Path
 
 import pytest
@@ -24,35 +25,11 @@ WELL = "process_stages/stage_1/stage_1_3"
 LAYER = Path(__file__).with_name("plain_layer.xml")
 
 
-@pytest.fixture(scope="module")
-def page(tmp_path_factory: pytest.TempPathFactory) -> Path:
-    return write_page(tmp_path_factory.mktemp("live") / "wells.html", MQW)
-
-
-@pytest.fixture(scope="module")
-def opened(browser: Browser, page: Path) -> Live:
-    live = Live(browser, page)
-    live.open(1440, 900)
-    return live
-
-
-@pytest.fixture
-def live(opened: Live) -> Iterator[Live]:
-    """The page with the recipe of wells, in a window of 1440 pixels."""
-    if opened.browser.run("return location.href") != opened.page.as_uri() or opened.browser.run("return innerWidth") != 1440:
-        opened.open(1440, 900)
-    opened.browser.run("document.querySelectorAll('dialog').forEach(d => d.close()); document.getElementById('note-close').click()")
-    opened.browser.run("document.getElementById('tab-table').click()")
-    opened.set(MQW.read_text("utf-8"), "wells.xml")
-    yield opened
-    assert opened.browser.console() == []
-
-
 # ---- the file
 
 
-def test_the_page_is_one_file_below_3_mb_that_needs_no_network(page: Path) -> None:
-    content = page.read_bytes()
+def test_the_page_is_one_file_below_3_mb_that_needs_no_network(wells_page: Live) -> None:
+    content = wells_page.page.read_bytes()
     assert len(content) < 3e6
     html = content.decode("utf-8")
     assert not re.search(r"""<(?:script|img|link|iframe)[^>]*\s(?:src|href)=(?!["']data:)""", html)
@@ -69,8 +46,6 @@ def test_without_a_recipe_the_page_starts_with_an_example(browser: Browser, tmp_
 
 
 def test_the_titles_of_the_examples_are_those_of_vorlen_new(live: Live) -> None:
-    import subprocess
-
     listed = subprocess.run([tool(), "new"], capture_output=True, encoding="utf-8", check=True).stdout
     offered = live.browser.run("return [...document.querySelectorAll('.examples option')].slice(1).map(o => [o.value, o.title])")
     for name, title in offered:
@@ -361,14 +336,12 @@ def test_about_names_versions_and_licences(live: Live) -> None:
 
 @pytest.mark.parametrize("dark", [False, True], ids=["light", "dark"])
 @pytest.mark.parametrize("name", SIZES)
-def test_the_page_fits_and_can_be_read(name: str, dark: bool, browser: Browser, opened: Live) -> None:
-    opened.open(*SIZES[name], dark=dark)
-    opened.set(MQW.read_text("utf-8").replace('<T val="1010" end="1010"/>', '<T val="757" end="757"/>'))
-    opened.browser.wait("return document.querySelector('tr.message-row') !== null")
-    opened.select(WELL)
+def test_the_page_fits_and_can_be_read(name: str, dark: bool, browser: Browser, wells_page: Live) -> None:
+    wells_page.open(*SIZES[name], dark=dark)
+    wells_page.set(MQW.read_text("utf-8").replace('<T val="1010" end="1010"/>', '<T val="757" end="757"/>'))
+    wells_page.browser.wait("return document.querySelector('tr.message-row') !== null")
+    wells_page.select(WELL)
     halves = ("recipe", "growth") if name == "phone" else ("recipe",)
-    import os
-
     for half in halves:
         if name == "phone":
             browser.run(f"document.getElementById('half-{half}').click()")
@@ -400,21 +373,21 @@ def test_the_page_fits_and_can_be_read(name: str, dark: bool, browser: Browser, 
     assert browser.console() == []
 
 
-def test_on_a_phone_the_panel_is_below_its_row_and_fingers_fit(opened: Live) -> None:
-    opened.open(*SIZES["phone"])
-    opened.set(MQW.read_text("utf-8"))
-    opened.select(WELL)
-    assert opened.browser.run(f"return document.querySelector(\"tr[data-path='{WELL}']\").nextElementSibling.className") == "panel-row"
-    heights = opened.browser.run(
+def test_on_a_phone_the_panel_is_below_its_row_and_fingers_fit(wells_page: Live) -> None:
+    wells_page.open(*SIZES["phone"])
+    wells_page.set(MQW.read_text("utf-8"))
+    wells_page.select(WELL)
+    assert wells_page.browser.run(f"return document.querySelector(\"tr[data-path='{WELL}']\").nextElementSibling.className") == "panel-row"
+    heights = wells_page.browser.run(
         "return [...document.querySelectorAll('.panel button, .panel input, .panel select, .tools button, .tools select')]"
         ".filter(e => e.getClientRects().length && !e.closest('[hidden]')).map(e => [e.getBoundingClientRect().height, e.outerHTML.slice(0, 80)])"
     )
     assert len(heights) > 20
     for height, node in heights:
         assert height >= 39.5, node  # pixels
-    box = opened.browser.run(
+    box = wells_page.browser.run(
         "const e = document.getElementById('half-growth'); e.scrollIntoView({block: 'center'}); return e.getBoundingClientRect().toJSON()"
     )
-    opened.browser.tap(box["x"] + box["width"] / 2, box["y"] + box["height"] / 2)
-    opened.browser.wait("return getComputedStyle(document.getElementById('recipe-pane')).display === 'none'")
-    assert opened.browser.run("return document.getElementById('growth').getClientRects().length") == 1
+    wells_page.browser.tap(box["x"] + box["width"] / 2, box["y"] + box["height"] / 2)
+    wells_page.browser.wait("return getComputedStyle(document.getElementById('recipe-pane')).display === 'none'")
+    assert wells_page.browser.run("return document.getElementById('growth').getClientRects().length") == 1

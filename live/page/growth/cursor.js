@@ -2,13 +2,13 @@
 // names, and zoom by dragging, back by a double click.
 import { fraction, number, SPACE } from "./numbers.js";
 import { colour } from "./palette.js";
-import { nearestRow } from "./panels.js";
+import { between, valueBetween } from "./panels.js";
 import { setText, svgElement } from "./svg.js";
 
 const DRAG = 6; // pixels; a shorter drag is a click
 const STEP = 0.01; // of the visible range, by an arrow key
 
-// shown(): {view, current, others, head} as they were drawn; head(row) is the text above the panels. onZoom(range or null).
+// shown(): {view, current, others, head} as they were drawn; head(place) is the text above the panels. onZoom(range or null).
 export function connectCursor(charts, shown, onZoom) {
   const { svg } = charts;
   let place = null; // on the axis; null without a cursor
@@ -33,10 +33,9 @@ export function connectCursor(charts, shown, onZoom) {
       }
       return;
     }
-    const { x } = current, row = nearestRow(x[view.axis], at);
-    setText(parts.head, head ? head(row) : headOf(current, row));
+    setText(parts.head, head ? head(at) : headOf(current, between(current.x[view.axis], at)));
     const { top, bottom, left, right } = charts.area();
-    const pixel = Math.min(Math.max(charts.pixel(x[view.axis][row]), left), right);
+    const pixel = Math.min(Math.max(charts.pixel(at), left), right);
     parts.cursor.setAttribute("d", `M${pixel.toFixed(1)} ${top}V${bottom}`);
     current.panels.forEach((panel, index) => {
       panel.curves.forEach((curve, item) => {
@@ -52,8 +51,9 @@ export function connectCursor(charts, shown, onZoom) {
   }
 
   function headOf({ x, stages }, row) {
-    const stage = stages.find(({ time }) => x.time[row] >= time[0] && x.time[row] <= time[1]);
-    return `${number(x.height[row], 5)}${SPACE}nm, ${number(x.time[row], 6)}${SPACE}s${stage ? `, ${stage.name}` : ""}`;
+    const [height, time] = [valueBetween(x.height, row), valueBetween(x.time, row)];
+    const stage = stages.find((each) => time >= each.time[0] && time <= each.time[1]);
+    return `${number(height, 5)}${SPACE}nm, ${number(time, 6)}${SPACE}s${stage ? `, ${stage.name}` : ""}`;
   }
 
   // Values of other runs are left out where they don't fit beside the names; then letters get narrower.
@@ -71,7 +71,7 @@ export function connectCursor(charts, shown, onZoom) {
   }
 
   function textOf(curve, axis, where) {
-    const value = curve.y[nearestRow(curve.x[axis], where)];
+    const value = valueBetween(curve.y, between(curve.x[axis], where));
     return curve.digits === "fraction" ? fraction(value) : number(value, 4);
   }
 

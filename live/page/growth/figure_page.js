@@ -102,7 +102,7 @@ export function showFigure(fragment) {
     const { x, y } = withPoint(sweep, at, value), view = { axis: "place", range: [slider.low, slider.high], label: slider.unit ? `${slider.label} (${slider.unit})` : slider.label };
     const panel = (curve) => ({ key: "sweep", title: quantity.title, unit: quantity.unit, zero: true, least: 0.01,
       curves: [{ name: "", colour: quantity.colour, x: { place: curve.x }, y: curve.y }] });
-    drawn = { view, current: { x: { place: x }, panels: [panel({ x, y })], stages: [] }, head: (row) => withUnit(x[row], slider),
+    drawn = { view, current: { x: { place: x }, panels: [panel({ x, y })], stages: [] }, head: (place) => withUnit(place, slider),
       others: first === sweep ? [] : [{ panels: [panel(first)], colour: "ghost", kind: "ghost" }] }; // the first curve, for comparison
     redraw();
     cursor.rest(at);

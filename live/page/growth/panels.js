@@ -61,19 +61,29 @@ export function rangeOf(values) {
   return high - low > 1e-6 ? [low, high] : [low - 1, high + 1];
 }
 
-// Position of the row that is nearest to a place on an axis, "time" or "height".
-export function nearestRow(values, place) {
-  let best = 0, distance = Infinity;
-  for (let index = 0; index < values.length; ++index) {
-    const here = Math.abs(values[index] - place);
-    if (here < distance) [best, distance] = [index, here];
+// Where a place is between the rows: {before, after, share}, with the last rows between which the surface rose through it,
+// because what was grown before has evaporated. Outside of the rows: the nearest one twice.
+export function between(places, place) {
+  for (let k = places.length - 1; k > 0; --k) {
+    if (places[k - 1] <= place && place <= places[k]) {
+      const width = places[k] - places[k - 1];
+      return { before: k - 1, after: k, share: width > 0 ? (place - places[k - 1]) / width : 1 };
+    }
   }
-  return best;
+  const end = place < places[0] ? 0 : places.length - 1;
+  return { before: end, after: end, share: 1 };
+}
+
+// A value between the rows; beside a gap that of the nearer row.
+export function valueBetween(values, { before, after, share }) {
+  const [low, high] = [values[before], values[after]];
+  if (Number.isFinite(low) && Number.isFinite(high)) return low + share * (high - low);
+  return share < 0.5 ? low : high;
 }
 
 // The same place on the other axis, from the rows.
 export function otherPlace(x, from, place) {
-  return x[from === "time" ? "height" : "time"][nearestRow(x[from], place)];
+  return valueBetween(x[from === "time" ? "height" : "time"], between(x[from], place));
 }
 
 // In words, for a screen reader: the range of each quantity.
