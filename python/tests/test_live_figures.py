@@ -122,7 +122,7 @@ def test_figures_fit_into_the_frame_of_the_manual(name: str, browser: Browser, p
 def test_an_unknown_figure_is_named(browser: Browser, page: Path) -> None:
     browser.driver.get("about:blank")
     browser.driver.get(f"{page.as_uri()}#embed=nothing")
-    browser.wait("return document.body.textContent.includes('There is no such figure')")
+    browser.wait("return document.body.textContent.includes('Figure not found')")
     assert all(name in browser.run("return document.body.textContent") for name in FIGURES)
 
 
@@ -149,7 +149,7 @@ def test_with_the_live_page_the_manual_has_a_frame_and_without_it_a_note(
     text = "before\n\n<!-- live: v-defects -->\n\nafter"
     monkeypatch.setenv("VORLEN_LIVE_PAGE", str(page))
     framed = hooks.on_page_markdown(text)
-    assert '<iframe src="live.html#embed=v-defects" title="Live figure: V-defects"' in framed and "after" in framed
+    assert '<iframe src="live_page.html#embed=v-defects" title="Live figure: V-defects"' in framed and "after" in framed
     monkeypatch.setenv("VORLEN_LIVE_PAGE", str(tmp_path / "missing.html"))
     noted = hooks.on_page_markdown(text)
     assert "iframe" not in noted and "`scripts/setup.sh run`" in noted
@@ -159,7 +159,7 @@ def test_a_page_of_the_manual_shows_its_figure_from_disk(
     browser: Browser, hooks: ModuleType, page: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
     monkeypatch.setenv("VORLEN_LIVE_PAGE", str(page))
-    (tmp_path / "live.html").write_bytes(hooks.live_page().read_bytes())
+    (tmp_path / "live_page.html").write_bytes(hooks.live_page().read_bytes())
     (tmp_path / "calibration.html").write_text(hooks.on_page_markdown("<!DOCTYPE html>\n<!-- live: indium-ceiling -->"))
     browser.driver.get((tmp_path / "calibration.html").as_uri())
     browser.driver.switch_to.frame(0)

@@ -21,7 +21,7 @@ export function showFigure(fragment) {
   document.body.replaceChildren();
   const main = htmlElement("main", { class: "figure-page" }, document.body);
   if (!figure) {
-    htmlElement("p", {}, main, `There is no such figure. There are: ${Object.keys(FIGURES).join(", ")}.`);
+    htmlElement("p", {}, main, `Figure not found. The figures are ${Object.keys(FIGURES).join(", ")}.`);
     return;
   }
   document.title = figure.title;

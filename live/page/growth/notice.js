@@ -1,4 +1,4 @@
-// What a reader is told about a run besides its pictures: that it failed and what to do, and that it takes its time.
+// What the page reports about a run besides its pictures: that it failed and what to do, and that it is under way.
 import { htmlElement, setText } from "./svg.js";
 
 const PATIENCE = 150; // ms; a shorter run is not announced

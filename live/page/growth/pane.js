@@ -64,8 +64,8 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     }
     node.classList.toggle("stale", result === null && shown !== null);
     node.dataset.status = outcome.status;
-    const text = result ? (outcome.status === "ok" ? "" : "Until the failure: ") + sentence(result.reached) : null;
-    if (text) setText(grew, text);
+    const text = result ? sentence(result.reached) : null;
+    if (text) setText(grew, outcome.status === "ok" ? text : `Until the failure, ${text[0].toLowerCase()}${text.slice(1)}`);
     controls.setKeep(outcome.status === "ok", kept.isFull());
     redraw();
   }

@@ -8,7 +8,7 @@ import { svgElement } from "./svg.js";
 
 const WIDTH = 248, HEIGHT = 400, TOP = 26, FOOT = 8, LEFT = 26, BAR = 54; // pixels
 const LEAST = 4, LEAST_PAUSE = 1, CUT = 56; // pixels of a layer that would be thinner, of a pause, and of a layer that is cut
-const WANTED = 14; // pixels of the thinnest alloy; thicker layers are cut for it
+const WANTED = 9; // pixels of the thinnest alloy; thicker layers are cut for it
 const THINNEST = 1; // nm; thinner layers need not be visible
 const PAUSE = 0.25; // nm; thinner layers are pauses and interfaces, and have no name
 const LINE = 15, SHIFT = 70; // pixels that a name needs, and by which it may be moved

@@ -14,7 +14,7 @@ const COLUMNS = [
   { head: ["Al"], value: (layer) => compositionOf(layer)[2], text: fraction, least: 5e-5, metal: 2 },
   { head: ["Al", "final"], value: (layer) => layer.x_al_end, text: fraction, least: 5e-5, metal: 2 },
   { head: ["Rate", "nm/s"], value: (layer) => layer.mean_rate, text: (value) => number(value, 4), least: 5e-6 },
-  { head: ["Strain", "%"], value: (layer) => percent(layer.eps_xx_z), text: (value) => number(value, 3), least: 5e-4 },
+  { head: ["Strain", "%"], value: (layer) => percent(layer.eps_xx_z), text: (value) => number(Math.abs(value) < 1e-5 && value !== null ? 0 : value, 3), least: 5e-4 },
   { head: ["Dislocations", "cm⁻²"], value: (layer) => layer.rho_td_z, text: (value) => number(value, 3), share: 5e-4 },
   { head: ["V-defects", "cm⁻²"], value: (layer) => layer.v_defects_t, text: (value) => number(value, 3), share: 5e-4 },
 ];
