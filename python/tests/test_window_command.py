@@ -99,7 +99,7 @@ def test_a_recipe_that_fails_without_deviations_is_an_error(targets, tmp_path, c
 def test_a_plan_has_the_runs_of_the_window_and_of_the_map(targets, tmp_path, capsys):
     """Rows that `vorlen sweep` has run are used; the others are run."""
     words = ["window", str(LAYER), "--targets", str(targets), *WORDS, "--samples", "5", "--out", "parts/runs"]
-    assert main([*words, "--plan", "plans/window.json"]) == 1  # there is no such folder
+    assert main([*words, "--plan", "plans/window.json"]) == 1  # the folder does not exist
     assert "plans" in capsys.readouterr().err
     assert main([*words, "--plan", "window.json"]) == 0
     assert capsys.readouterr().out == "8 runs in window.json\n" and not Path("parts").exists()
