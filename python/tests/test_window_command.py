@@ -125,9 +125,9 @@ def test_a_plan_has_the_runs_of_the_window_and_of_the_map(targets, tmp_path, cap
 def test_histograms_count_each_run_once_and_bars_are_the_effects(tmp_path):
     targets = {"layers": [{"layer": 2, "thickness": "at most 2.85 nm", "In": "19 % +- 0.2 %"}]}
     made = vorlen.window(LAYER, targets, {"T": "2 K", "tau": "1 %"}, samples=20, grid=0, workers=1, check=False)
-    thickness, indium = window_model(made.table, made.targets, made.sensitivities)
+    thickness, indium = window_model(made.table, made.targets, made.sensitivities, made._labels)
     for model, row in zip((thickness, indium), made.targets.itertuples()):
-        assert sum(model["histogram"]["all"]) == 20 and len(model["histogram"]["edges"]) == 32
+        assert sum(model["histogram"]["all"]) == 20 and len(model["histogram"]["edges"]) == 10
         assert sum(model["histogram"]["within"]) == round(20 * row.held) < 20
     assert thickness["low"] is None and thickness["high"] == 2.85
     assert (indium["low"], indium["high"]) == pytest.approx((0.188, 0.192), rel=1e-8)

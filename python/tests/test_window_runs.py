@@ -114,11 +114,23 @@ def test_the_map_shows_the_layer_with_the_largest_effects_and_its_region(tmp_pat
     assert made.map.layer == "InGaN well" and list(made.map.table)[:4] == [
         "T", "TMIn", "In of InGaN well", "thickness of InGaN well",
     ]
+    assert made.map._axes[0].title == "deviation of T (K)"
     centre = made.map.table[(made.map.table["T"] == 0.0) & (made.map.table["TMIn"] == 0.0)].iloc[0]
     assert centre["In of InGaN well"] == made.targets.nominal[0]
     inside = (made.map.table["In of InGaN well"] - 0.225).abs() <= 0.005
     assert made.map.table.holds.tolist() == inside.tolist() and 0 < inside.sum() < 9
     assert made.map.report(tmp_path / "map.html").stat().st_size > 1e5
+
+
+def test_the_map_of_two_layers_has_lines_of_both():
+    targets = {"layers": [{"layer": "InGaN well", "In": "22.5 % +- 0.5 %"}, {"layer": "GaN barrier", "thickness": "10 nm"}]}
+    barrier = "process_stages/stage_1/stage_1_1/tau"
+    made = vorlen.window(MQW, targets, {"T": "2 K", barrier: "2 %"}, samples=1, grid=2, workers=1, check=False)
+    name = vorlen.Recipe.load(MQW)["process_stages/stage_1/stage_1_1/name"]
+    assert made._labels == {"T": "T", barrier: f"tau of {name}"}
+    assert set(made.map.layer.split(" and ")) == {"InGaN well", "GaN barrier"}
+    assert {"In of InGaN well", "thickness of GaN barrier"} < set(made.map.table)
+    assert any(f"+2 % of tau of {name} raises thickness of GaN barrier by " in text for text in made.sentences)
 
 
 # ---- folders
@@ -242,7 +254,7 @@ def interrupted(words: list[object], folder: Path, number: signal.Signals) -> tu
     settings = os.environ | {"PYTHONPATH": f"{PYTHON_PATH}:{Path(__file__).parent}"}
     process = subprocess.Popen([sys.executable, *map(str, words)], env=settings, stderr=subprocess.PIPE, text=True)
     try:
-        assert wait_for(lambda: len(list((folder / "rows").glob("*.status.json"))) >= 5), process.poll()
+        assert wait_for(lambda: len(list((folder / "rows").glob("*.status.json"))) >= 8), process.poll()
         process.send_signal(number)
         begin = time.monotonic()
         _, error = process.communicate(timeout=60)

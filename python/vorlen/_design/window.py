@@ -79,8 +79,8 @@ class Window:
     sentences: list[str]
     warnings: list[str]
     map: ProcessMap | None
-    _targets: list[Target] = field(repr=False)
     _recipe: Recipe = field(repr=False)
+    _labels: dict[str, str] = field(repr=False)  # of the values that vary, by their names
 
     def plot(self, *, path: PathLike | None = None) -> Figure:
         """Distribution of each target, with its tolerance, and what each value contributes. Needs matplotlib.
@@ -131,7 +131,8 @@ class Window:
             If the page can't be written, or the chart library is missing.
         """
         return write_window(
-            path, self._recipe, self.sentences, self.warnings, self.table, self.targets, self.sensitivities, self.map
+            path, self._recipe, self.sentences, self.warnings, self.table, self.targets, self.sensitivities, self.map,
+            self._labels,
         )
 
     def __repr__(self) -> str:
@@ -316,5 +317,6 @@ def _window(
     return Window(
         yield_=good / count if count else float("nan"), interval=wilson(good, count), table=table, targets=about,
         sensitivities=found, sentences=sentences(good, count, about, drifts, found),
-        warnings=doubts(goals, made.values[0], values, statuses, texts), map=around, _targets=goals, _recipe=base,
+        warnings=doubts(goals, made.values[0], values, statuses, texts), map=around, _recipe=base,
+        _labels={drift.name: drift.label for drift in drifts},
     )
