@@ -35,7 +35,8 @@ def test_the_result_as_text_and_as_json_and_the_folder_beside_the_recipe(targets
     words = ["window", str(recipe), "--targets", str(targets), *WORDS, "--samples", "8", "-j", "1"]
     assert main(words) == 0
     text = capsys.readouterr().out
-    window = vorlen.window(recipe, targets, {"T": "2 K"}, samples=8, grid=0, out=tmp_path / "layer.runs", time_limit=1e-6)
+    kept = {"out": tmp_path / "layer.runs", "time_limit": 1e-6}
+    window = vorlen.window(recipe, targets, {"T": "2 K"}, samples=8, grid=0, **kept)
     assert text.splitlines() == window.sentences and text.startswith("All targets hold in ")
     assert sorted(path.name for path in tmp_path.iterdir()) == ["layer.runs", "layer.xml", "targets.yaml"]
     assert main([*words, "--json"]) == 0
@@ -133,7 +134,8 @@ def test_histograms_count_each_run_once_and_bars_are_the_effects(tmp_path):
     assert (indium["low"], indium["high"]) == pytest.approx((0.188, 0.192), rel=1e-8)
     assert [one["name"] for one in thickness["effects"]] == ["tau \u00b11 %", "T \u00b12 K"]  # the largest first
     tau = made.sensitivities.iloc[2]
-    assert tau.knob == "tau" and thickness["effects"][0]["above"] == pytest.approx(tau.above - made.targets.nominal[0], rel=1e-6)
+    change = tau.above - made.targets.nominal[0]
+    assert tau.knob == "tau" and thickness["effects"][0]["above"] == pytest.approx(change, rel=1e-6)
 
 
 def test_pages_of_windows_with_one_run_or_without_values_are_complete(tmp_path):
@@ -168,15 +170,17 @@ def test_the_page_in_a_browser(browser: Browser, targets, tmp_path, capsys):
     assert charts[1] == charts[3] == ["one standard deviation less", "more"]
     assert charts[4][:3] == ["all targets hold", "In of InGaN well", "thickness of InGaN well (nm)"]
     # The histogram: the area of both kinds of bars is the number of runs, drawn as one picture each.
-    counts = browser.run("return document.querySelectorAll('.chart')[2].data.map((one) => one.y.reduce((a, b) => a + b))")
+    sums = "return document.querySelectorAll('.chart')[2].data.map((one) => one.y.reduce((a, b) => a + b))"
+    counts = browser.run(sums)
     held = json.loads(browser.run("return document.getElementById('data').textContent"))["targets"][1]["histogram"]
     assert counts == [24, sum(held["within"])] and 0 < sum(held["within"]) < 24
     rows = browser.run(
         "return [...document.querySelectorAll('#effects-head ~ .scroll tbody tr')].map((row) => row.textContent)"
     )
     assert len(rows) == 6 and "TEGa" in rows[4]
-    paths = "return [...document.querySelectorAll('.chart')].map((chart) => chart.querySelectorAll('.scatterlayer path').length)"
-    assert all(count > 0 for count in browser.run(paths))
+    paths = "chart.querySelectorAll('.scatterlayer path').length"
+    drawn = browser.run(f"return [...document.querySelectorAll('.chart')].map((chart) => {paths})")
+    assert len(drawn) == 5 and all(count > 0 for count in drawn)
     saved = tmp_path / "saved"
     saved.mkdir()
     table = list(csv.DictReader(io.StringIO(browser.downloaded(saved, "[data-csv=runs]").read_text("utf-8"))))

@@ -123,9 +123,11 @@ def doubts(
         text = f"{len(failed)} of {count} runs failed and count as misses"
         notes.append(f"{text}: {_named(failed)}; the first: {texts[failed[0]]}")
     for place, target in enumerate(goals):
-        empty = [number for number, status in enumerate(statuses) if status == "ok" and math.isnan(values[number, place])]
+        values_of = zip(statuses, values[:, place])
+        empty = [number for number, (status, value) in enumerate(values_of) if status == "ok" and math.isnan(value)]
         if empty:
-            notes.append(f"{len(empty)} of {count} runs have no value of {target.label} and count as misses: {_named(empty)}")
+            text = f"runs have no value of {target.label} and count as misses"
+            notes.append(f"{len(empty)} of {count} {text}: {_named(empty)}")
     missing = [number for number, status in enumerate(statuses) if status == "missing"]
     if missing:
         text = "were not started within the time limit and do not count; the same call with the same folder continues"

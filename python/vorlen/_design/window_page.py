@@ -37,7 +37,7 @@ def write_window(
             recipe.path.name if recipe.path is not None else "Recipe",
             data={
                 "targets": model,
-                "map": None if around is None else map_model(around._axes, around._shown, around._targets, around.table),
+                "map": None if around is None else _map_model(around),
                 "tables": {key: {"name": name, "text": own.to_csv()} for key, (name, own) in tables.items()},
             },
             sentences=sentences,
@@ -53,6 +53,10 @@ def write_window(
         )
 
     return write_page(path, text, inputs=[recipe.path])
+
+
+def _map_model(around: ProcessMap) -> dict[str, Any]:
+    return map_model(around._axes, around._shown, around._targets, around.table)
 
 
 def window_model(

@@ -119,7 +119,8 @@ def _paths_of(recipe: Recipe, stages: list[str], given: object) -> tuple[str, li
     if name not in NAMES:
         near = difflib.get_close_matches(given.lower(), usual, 1, 0.5)
         hint = f"; did you mean {usual[near[0]]}?" if near else ""
-        raise ValueError(f"spread: unknown name {given!r}; known are {', '.join(NAMES)}, and paths in the recipe{hint}")
+        known = f"known are {', '.join(NAMES)}, and paths in the recipe"
+        raise ValueError(f"spread: unknown name {given!r}; {known}{hint}")
     paths = [path for path in (f"{stage}/{KNOBS[name]}" for stage in stages) if path in recipe and _varies(recipe, path)]
     if not paths:
         raise ValueError(f"spread: {name} is 0 in all stages")
@@ -140,7 +141,10 @@ def _drift(recipe: Recipe, timeline: pd.DataFrame, name: str, paths: list[str], 
     if not all(isinstance(end, float) for end in ends):
         raise ValueError(f"{what}: {paths[0]} is {start[0]!r}, not a real number")
     is_share = isinstance(size, str) and size.strip().endswith("%")
-    amount = _difference(size, what) if unit == "K" and not is_share else number_in(size, what, "" if is_share else unit)
+    if unit == "K" and not is_share:
+        amount = _difference(size, what)
+    else:
+        amount = number_in(size, what, "" if is_share else unit)
     if not amount > 0.0:
         raise ValueError(f"{what} must be above 0, got {size!r}; leave out what does not vary")
     least = min((abs(end) for end in ends if end), default=0.0)
