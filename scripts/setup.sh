@@ -1,13 +1,14 @@
 #!/bin/bash
 # Installs the Debian 12 packages that this project needs: scripts/setup.sh [build|run|test|bench]
 #   build  compiler and libraries for the library and its command-line tool (default)
-#   run    these, and what the Python package needs for figures, reports and units
+#   run    these, and what the Python package needs for figures, reports and units, and the live page
 #   test   these, and what ./test.sh needs
 #   bench  these, and what the benchmarks and the comparison of integrators need
 # Only missing packages are installed. If there are none, neither root nor the network is needed.
 set -euo pipefail
 
-BUILD_PACKAGES=(g++ cmake ninja-build pkg-config libtinyxml-dev libcli11-dev libfmt-dev nettle-dev nlohmann-json3-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build pkg-config
+  libtinyxml-dev libcli11-dev libfast-float-dev libfmt-dev nettle-dev nlohmann-json3-dev)
 PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # reports: pages, and the library that draws their charts
   python3-jinja2 python3-plotly esbuild
@@ -17,11 +18,13 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   python3-scipy python3-yaml
   # maps: lines of equal value
   python3-contourpy)
-TEST_PACKAGES=("${PYTHON_PACKAGES[@]}"
+# The live page: compiler and libraries for WebAssembly; TinyXML is compiled from Debian's source package.
+LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-wasm32 libclang-rt-19-dev-wasm32 dpkg-dev)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
   # tools that tests call
-  bash-completion debootstrap dpkg-dev file git groff-base jing libxml2-utils lintian locales
+  bash-completion debootstrap file git groff-base jing libxml2-utils lintian locales nodejs
   # the Python package: tests, formats, installation, browser
   python3-pytest python3-pytest-xdist python3-hypothesis python3-lxml python3-xarray python3-netcdf4 python3-pip
   python3-venv python3-setuptools
@@ -55,7 +58,7 @@ rise_to_root() {
 
 case "${1:-build}" in
   build) packages=("${BUILD_PACKAGES[@]}") ;;
-  run) packages=("${BUILD_PACKAGES[@]}" "${PYTHON_PACKAGES[@]}") ;;
+  run) packages=("${BUILD_PACKAGES[@]}" "${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}") ;;
   test) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}") ;;
   bench) packages=("${BUILD_PACKAGES[@]}" "${TEST_PACKAGES[@]}" "${BENCH_PACKAGES[@]}") ;;
   *) die "usage: scripts/setup.sh [build|run|test|bench]" ;;

@@ -9,6 +9,7 @@
 void add_run_command(CLI::App& app, int& status);
 void add_show_command(CLI::App& app, int& status);
 void add_diff_command(CLI::App& app, int& status);
+void add_live_command(CLI::App& app, int& status);
 void add_new_command(CLI::App& app, int& status);
 void add_explain_command(CLI::App& app, int& status);
 void add_check_command(CLI::App& app, int& status);

@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
   add_diff_command(app, status);
   add_new_command(app, status);
   add_explain_command(app, status);
+  add_live_command(app, status);
   add_python_commands(app);
 
   // Hidden commands: for the build, and for completion in the shell.

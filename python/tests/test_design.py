@@ -226,6 +226,14 @@ def test_a_start_outside_of_the_limits_is_moved_inside(design):
     assert any("outside of its limits; the search starts inside" in text for text in made.warnings)
 
 
+@pytest.mark.parametrize("limits", ["1000 .. 1010 K", "1040 .. 1050 K"])
+def test_limits_of_a_temperature_that_is_no_knob_change_nothing(design, limits):
+    made = design(LAYER, single(In=0.45, thickness=3, by=["tau", "TMIn"]) | {"limits": {"T": limits, "TMIn": [0.1, 0.3]}})
+    assert made.recipe[f"{STAGE}/T"] == vorlen.Recipe.load(LAYER)[f"{STAGE}/T"]
+    (text,) = made.warnings
+    assert "TMIn is at its upper limit" in text and "10 K lower" not in text
+
+
 def test_a_flow_that_is_0_can_be_turned_on(design):
     recipe = vorlen.Recipe.load(LAYER)
     recipe[f"{STAGE}/{FLOW}"] = 0

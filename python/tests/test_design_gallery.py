@@ -63,6 +63,26 @@ def test_every_structure_of_the_gallery_has_targets():
     assert gallery == sorted(path.stem for path in (EXAMPLES / "targets").iterdir()) == sorted(STRUCTURES)
 
 
+def test_a_contact_that_evaporates_costs_the_layer_below_nothing(pool, tmp_path):
+    """A blocking layer of pure AlN would keep more of the contact, by far too little."""
+    start = off(vorlen.Recipe.load(EXAMPLES / "uv_led.xml"), 1.0, 40.0)
+    blocking = {"layer": "p-AlGaN blocking layer", "thickness": 12, "Al": 0.7, "by": ["tau", "TMAl"]}
+    contact = {"layer": "p-GaN contact", "thickness": 30, "by": "tau"}
+    targets = {"layers": [blocking, contact], "limits": {"TMAl": "0.0005 .. 50 sccm"}}
+    made = vorlen.design(start, targets, executor=pool, out=tmp_path / "runs", check=False)
+    assert list(made.table.met) == [True, True, False]
+    layers = vorlen.run(made.recipe).layers.set_index("name")
+    assert math.isclose(layers.thickness["p-AlGaN blocking layer"], 12.0, rel_tol=1e-3)
+    assert abs(layers.x_al["p-AlGaN blocking layer"] - 0.7) <= 1e-3
+    # The reason holds: 10 K colder the contact grows.
+    (text,) = made.warnings
+    colder = made.recipe.copy()
+    heat = f"{colder.timeline().path.iloc[-1]}/T"
+    colder[heat] = colder[heat][0] - 10.0
+    thickness = vorlen.run(colder).layers.thickness.iloc[-1]
+    assert thickness > 1.0 and f"Metals evaporate: 10 K lower it would be {thickness:.3g} nm" in text
+
+
 # ---- constants that were fitted
 
 

@@ -108,14 +108,6 @@ def test_if_all_points_around_a_recipe_fail_so_does_the_start():
     assert outcome.text == "failed" and len(model.known) == 9
 
 
-def test_what_one_layer_can_not_reach_costs_no_other_layer_its_target():
-    """The third layer hardly grows, a little more if the second is thinner than it shall be."""
-    model = MadeUp(thicknesses(20, 60, 30), lambda x: [10.0 * np.exp(x[0]), 30.0 * np.exp(x[1]), 0.01 * np.exp(-2.0 * x[1])])
-    search = model.solved()
-    assert list(search.close) == [True, True, False]
-    assert np.allclose(search.x[:2], np.log(2.0), atol=1e-3)
-
-
 @pytest.mark.parametrize("width", [1e-2, 1e-4, 1e-6])
 def test_a_target_on_a_step_is_found_between_two_points(width):
     targets = {"layers": [{"layer": "InGaN well", "In": 0.23, "by": "TMIn"}], "limits": {"TMIn": [0.02, 1.0]}}

@@ -161,6 +161,7 @@ def test_values_have_units_and_bounds(led, quantity, given, name, value, bound):
         ({"strain": 1}, "write 1 % for 0.01"),
         ({"V-defects": 1e8}, "can only be none"),
         ({"thicknes": 3}, "unknown target of InGaN well: 'thicknes'.*Did you mean 'thickness'"),
+        ({"thickness": 3, "limit": {"tau": [1, 2]}}, "unknown target of InGaN well: 'limit'.*Did you mean 'limits'"),
         ({}, "InGaN well has no target"),
         ({"thickness": 3, "by": "TMin2"}, "unknown knob of InGaN well: 'TMin2'.*Did you mean 'TMIn'"),
         ({"thickness": 3, "by": []}, "has no knobs"),

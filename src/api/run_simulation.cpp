@@ -100,10 +100,10 @@ void add_counters(RunCounters& sum, const std::int32_t* IWORK) {
 }
 
 std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
-                            RunCounters* counters, const RunOptions& options) {
+                            RunCounters* counters, const RunOptions& options, std::string* output_text) {
   error.clear();
   std::int32_t err = 0;
-  SurfChemNonst surfchem_nonst(recipe, output_path, err);
+  SurfChemNonst surfchem_nonst(recipe, output_path, err, output_text);
   if (err != 0) {
     error = surfchem_nonst.error_text;
     return err;

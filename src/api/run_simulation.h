@@ -39,10 +39,12 @@ struct RunOptions {
 };
 
 // Runs the recipe and writes the result file to output_path, also when the integration fails; an empty path means no
-// file. Returns a RunStatus or the code of a failed construction. error is empty after RUN_OK, otherwise the reason.
-// counters may be null, and is set only if the integration was started.
+// file. The content of the file goes to output_text instead if that is not null. Returns a RunStatus or the code of a
+// failed construction. error is empty after RUN_OK, otherwise the reason. counters may be null, and is set only if the
+// integration was started.
 std::int32_t run_simulation(const ProcessRecipe& recipe, const char* output_path, std::string& error,
-                            RunCounters* counters = nullptr, const RunOptions& options = {});
+                            RunCounters* counters = nullptr, const RunOptions& options = {},
+                            std::string* output_text = nullptr);
 
 // Status of a run whose integration ended with idid: a RadauResult, but not RADAU_STOPPED, since no step callback ends
 // a run. Sets error on a failure.

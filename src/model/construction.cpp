@@ -13,7 +13,6 @@ namespace vorlen {
 
 namespace {
 
-constexpr int OUTPUT_PRECISION = 16;
 constexpr std::size_t HISTORY_ROOM = 1024;  // entries reserved for each list that the run will fill
 constexpr double COSINE_MIN = 1e-10;
 
@@ -92,7 +91,8 @@ bool set_dislocation_geometry(SurfChemNonst& m) {
 
 }  // namespace
 
-SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err)
+SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err,
+                             std::string* output_text)
     : active_stages(recipe.active_stages),
       pre_stages(recipe.pre_stages),
       post_stages(recipe.post_stages),
@@ -111,16 +111,11 @@ SurfChemNonst::SurfChemNonst(const ProcessRecipe& recipe, const char* output_pat
   err = 0;
   reserve_history(*this);
 
-  if (*output_path != '\0') {
-    out.imbue(std::locale::classic());
-    out.open(output_path, std::ios::out | std::ios::trunc);
-    if (!out.is_open()) {
-      err = 1;
-      error_text =
-          errno == ENOMEM ? "Out of memory" : std::string("Unable to open file ") + output_path + " for writing";
-      return;
-    }
-    out.precision(OUTPUT_PRECISION);
+  if (output_text != nullptr) out.open_text(*output_text);
+  if (*output_path != '\0' && !out.open_file(output_path)) {
+    err = 1;
+    error_text = errno == ENOMEM ? "Out of memory" : std::string("Unable to open file ") + output_path + " for writing";
+    return;
   }
 
   if (!recipe.validate_recipe(error_text)) {

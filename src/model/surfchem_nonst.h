@@ -28,13 +28,13 @@
 
 #include <array>
 #include <cstdint>
-#include <fstream>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "model/history.h"
 #include "model/residual_terms.h"
+#include "model/result_output.h"
 #include "recipe/process_recipe.h"
 #include "recipe/species_data.h"
 
@@ -117,7 +117,7 @@ class SurfChemNonst {
 
   // ---- Run control
   std::string error_text;
-  std::ofstream out;           // the result file
+  ResultOutput out;            // the result file
   bool detail_output = false;  // keep surface concentrations and energy terms, and write their columns
   SinglePoint single_point;
   double t = 0.0;                   // time of the last conditions lookup, s
@@ -181,8 +181,10 @@ class SurfChemNonst {
   Segments segments;
 
   // Builds the model from a recipe; the recipe is not kept. Opens and empties the file at output_path, unless that is
-  // empty. err is 0 on success, 1, -1 or 100 to 103 on failure, with the text in error_text.
-  SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err);
+  // empty, or output_text, unless that is null. err is 0 on success, 1, -1 or 100 to 103 on failure, with the text in
+  // error_text.
+  SurfChemNonst(const ProcessRecipe& recipe, const char* output_path, std::int32_t& err,
+                std::string* output_text = nullptr);
 
   // Number of components of the state vector, 10 or 15.
   std::int32_t n_state() const { return stress_model == STRESS_V_dislocation ? N_STATE_MAX : N_STATE_SHORT; }

@@ -2,15 +2,12 @@
 // open file when memory runs out.
 #include "recipe/load_document.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <new>
+#include <utility>
 
+#include "recipe/read_file.h"
 #include "recipe/xml_nesting.h"
 
 namespace vorlen {
@@ -18,43 +15,7 @@ namespace vorlen {
 namespace {
 
 // About 90000 stages. The parsed document takes up to 70 times the size of the text.
-constexpr off_t FILE_SIZE_MAX = off_t{64} << 20;  // bytes
-
-// An open file, closed at the end of its scope.
-struct OpenFile {
-  int descriptor = -1;
-
-  OpenFile() = default;
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  ~OpenFile() {
-    if (descriptor >= 0) close(descriptor);
-  }
-};
-
-enum class FileResult { read, unreadable, too_large, no_memory };
-
-// Reads the whole file. Anything but a regular file is unreadable and not opened, because opening a pipe or a device
-// may have an effect, or block, and reading it may never end. A file that is shorter than its size is unreadable as
-// well.
-FileResult read_file(const char* path, std::string& text) {
-  struct stat status;
-  if (stat(path, &status) != 0) return errno == ENOMEM ? FileResult::no_memory : FileResult::unreadable;
-  if (!S_ISREG(status.st_mode)) return FileResult::unreadable;
-  OpenFile file;
-  file.descriptor = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (file.descriptor < 0) return errno == ENOMEM ? FileResult::no_memory : FileResult::unreadable;
-  if (fstat(file.descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return FileResult::unreadable;
-  if (status.st_size > FILE_SIZE_MAX) return FileResult::too_large;
-  text.resize(static_cast<std::size_t>(status.st_size));
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t count = read(file.descriptor, text.data() + done, text.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return FileResult::unreadable;
-    done += static_cast<std::size_t>(count);
-  }
-  return FileResult::read;
-}
+constexpr std::size_t FILE_SIZE_MAX = std::size_t{64} << 20;  // bytes
 
 // Turns the content of a file into the text for the parser: ends it at the first zero byte, replaces CR LF and CR by
 // LF, and appends four zeros. The parser skips a character by the length that its first byte implies, up to four bytes,
@@ -78,6 +39,38 @@ void require_memory(std::size_t size) {
   ::operator delete(block);
 }
 
+constexpr const char* TOO_LARGE = "File is larger than 64 MiB";
+
+std::string start_of_error(const char* name) { return std::string("Error reading file ") + name + "\n"; }
+
+// Whether the document has been parsed. Sets error if not.
+bool parsed_without_error(const char* name, const TiXmlDocument& document, std::string& error) {
+  if (!document.Error()) return true;
+  error = start_of_error(name) + document.ErrorDesc();
+  if (document.ErrorRow() > 0) {
+    error += "Line:" + std::to_string(document.ErrorRow()) + "\n";
+    if (document.ErrorCol() > 0) error += "Column:" + std::to_string(document.ErrorCol()) + "\n";
+  }
+  return false;
+}
+
+// Parses the content of a file.
+bool parse(const char* name, std::string text, TiXmlDocument& document, std::string& error) {
+  make_text_for_parser(text);
+  const XmlShape shape = shape_of_xml(text);
+  if (shape.nesting > NESTING_MAX) {
+    error = start_of_error(name) + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
+    return false;
+  }
+  if (shape.attributes > ATTRIBUTES_MAX) {
+    error = start_of_error(name) + "An element has more than " + std::to_string(ATTRIBUTES_MAX) + " attributes";
+    return false;
+  }
+  require_memory(tree_size_max(text));
+  document.Parse(text.c_str());
+  return parsed_without_error(name, document, error);
+}
+
 }  // namespace
 
 std::size_t tree_size_max(const std::string& text) {
@@ -92,40 +85,29 @@ std::size_t tree_size_max(const std::string& text) {
 }
 
 bool load_document(const char* path, TiXmlDocument& document, std::string& error) {
-  const std::string start = std::string("Error reading file ") + path + "\n";
   std::string text;
-  switch (read_file(path, text)) {
+  switch (read_file(path, FILE_SIZE_MAX, text)) {
     case FileResult::no_memory:
       error = "Out of memory";
       return false;
     case FileResult::too_large:
-      error = start + "File is larger than 64 MiB";
+      error = start_of_error(path) + TOO_LARGE;
       return false;
     case FileResult::unreadable:
       document.LoadFile(static_cast<std::FILE*>(nullptr));  // sets the library's error text
-      break;
+      return parsed_without_error(path, document, error);
     case FileResult::read:
-      make_text_for_parser(text);
-      const XmlShape shape = shape_of_xml(text);
-      if (shape.nesting > NESTING_MAX) {
-        error = start + "Elements are nested deeper than " + std::to_string(NESTING_MAX) + " levels";
-        return false;
-      }
-      if (shape.attributes > ATTRIBUTES_MAX) {
-        error = start + "An element has more than " + std::to_string(ATTRIBUTES_MAX) + " attributes";
-        return false;
-      }
-      require_memory(tree_size_max(text));
-      document.Parse(text.c_str());
       break;
   }
-  if (!document.Error()) return true;
-  error = start + document.ErrorDesc();
-  if (document.ErrorRow() > 0) {
-    error += "Line:" + std::to_string(document.ErrorRow()) + "\n";
-    if (document.ErrorCol() > 0) error += "Column:" + std::to_string(document.ErrorCol()) + "\n";
+  return parse(path, std::move(text), document, error);
+}
+
+bool load_document(const RecipeText& recipe, TiXmlDocument& document, std::string& error) {
+  if (recipe.bytes.size() > FILE_SIZE_MAX) {
+    error = start_of_error(recipe.name) + TOO_LARGE;
+    return false;
   }
-  return false;
+  return parse(recipe.name, std::string(recipe.bytes), document, error);
 }
 
 }  // namespace vorlen

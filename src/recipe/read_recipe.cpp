@@ -4,7 +4,6 @@
 #include <tinyxml.h>
 
 #include "recipe/classic_locale.h"
-#include "recipe/load_document.h"
 #include "recipe/recipe_reader.h"
 
 namespace vorlen {
@@ -25,17 +24,27 @@ bool keep_first_fault(void* context, const recipe::Fault& fault) {
   return false;
 }
 
-}  // namespace
-
-std::int32_t read_recipe(const char* path, ProcessRecipe& recipe, std::string& error) {
+// source is a path or a RecipeText.
+template <class Source>
+std::int32_t read_from(const Source& source, ProcessRecipe& recipe, std::string& error) {
   constexpr std::int32_t READ = 0, BAD_RECIPE = 1, BAD_FILE = -1;
   const ClassicLocaleScope classic_locale;
   error.clear();
   TiXmlDocument document;
-  if (!load_document(path, document, error)) return BAD_FILE;
+  if (!load_document(source, document, error)) return BAD_FILE;
   FirstFault first{recipe, error};
   recipe::read_document(document, recipe, {.context = &first, .fault = keep_first_fault});
   return first.is_bad_recipe ? BAD_RECIPE : READ;
+}
+
+}  // namespace
+
+std::int32_t read_recipe(const char* path, ProcessRecipe& recipe, std::string& error) {
+  return read_from(path, recipe, error);
+}
+
+std::int32_t read_recipe(const RecipeText& text, ProcessRecipe& recipe, std::string& error) {
+  return read_from(text, recipe, error);
 }
 
 }  // namespace vorlen

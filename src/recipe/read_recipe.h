@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "recipe/load_document.h"
 #include "recipe/process_recipe.h"
 
 namespace vorlen {
@@ -16,5 +17,8 @@ namespace vorlen {
 // A fault in the elements integration and output is left in recipe.late_fault, which the run reports.
 // The decimal separator is the point, whatever the locale of the process or the thread.
 std::int32_t read_recipe(const char* path, ProcessRecipe& recipe, std::string& error);
+
+// The same for a recipe in memory.
+std::int32_t read_recipe(const RecipeText& text, ProcessRecipe& recipe, std::string& error);
 
 }  // namespace vorlen

@@ -27,7 +27,9 @@ constexpr std::array<char, 200> DIGIT_PAIRS = [] {
   return pairs;
 }();
 
-void write_pair(char* buffer, std::uint64_t number) { std::memcpy(buffer, &DIGIT_PAIRS[2 * number], 2); }
+void write_pair(char* buffer, std::uint64_t number) {
+  std::memcpy(buffer, &DIGIT_PAIRS[static_cast<std::size_t>(2 * number)], 2);
+}
 
 // A number below 10^9 as a multiple of 10^8, with the point before the 57th bit: the digit before the point is the
 // first of nine. Too large by less than 10^9 units.

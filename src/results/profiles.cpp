@@ -13,7 +13,7 @@ namespace vorlen {
 
 namespace {
 
-// Rows are collected in a block, which goes to the stream when the next row might not fit: the larger the block, the
+// Rows are collected in a block, which goes to the output when the next row might not fit: the larger the block, the
 // less time the system takes for the file. Each column is followed by a blank, and the row by the end of the line.
 constexpr std::size_t WRITE_BLOCK = 1 << 20;  // bytes
 constexpr std::size_t COLUMNS_MAX = N_RESULT_COLUMNS + N_SURFACE_COLUMNS + N_RELAXATION_COLUMNS;
@@ -61,7 +61,7 @@ void write_profile(SurfChemNonst& m) {
   const auto block = std::make_unique_for_overwrite<char[]>(WRITE_BLOCK);
   char* end = block.get();
   const auto write_block = [&] {
-    m.out.write(block.get(), end - block.get());
+    m.out.write(block.get(), static_cast<std::size_t>(end - block.get()));
     end = block.get();
   };
   ColumnWriter columns, concentrations, relaxation;
@@ -135,7 +135,7 @@ void write_stage_rows(SurfChemNonst& m, const std::vector<PrePostStageRecord>& s
     depth += s.thickness;
     append_row(s, s.time.end, depth);
   }
-  m.out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  m.out.write(text.data(), text.size());
 }
 
 }  // namespace vorlen

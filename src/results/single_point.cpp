@@ -63,7 +63,7 @@ void write_single_point(SurfChemNonst& m) {
   append_state(text, m);
   append_history(text, m.history);
   append_fluxes(text, m);
-  m.out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  m.out.write(text.data(), text.size());
   m.out.close();
 }
 

@@ -38,7 +38,7 @@ void write_header(SurfChemNonst& m) {
   text += "</LAYERS>\n";
   text += result_heading(m.detail_output, m.stress_model == STRESS_V_dislocation);
   text += '\n';
-  m.out.write(text.data(), static_cast<std::streamsize>(text.size()));
+  m.out.write(text.data(), text.size());
 }
 
 }  // namespace

@@ -73,10 +73,22 @@ TEST(ConstructionErrors, TheOutputFileIsEmptiedAtConstruction) {
     BuiltModel model(recipe_of(RecipeOptions{}), path);
     EXPECT_EQ(model.err, 0);
     EXPECT_EQ(read_file(path), "");
-    EXPECT_EQ(model->out.precision(), 16);
-    model->out << 0.1;
+    model->out.write("rows", 4);
   }
-  EXPECT_EQ(read_file(path), "0.1") << "the file is open for the writer, and closed with the model";
+  EXPECT_EQ(read_file(path), "rows") << "the file is open for the writer, and closed with the model";
+}
+
+TEST(ConstructionErrors, ATextInMemoryTakesThePlaceOfTheFile) {
+  std::string text = "an older result";
+  std::int32_t err = 0;
+  SurfChemNonst model(recipe_of(RecipeOptions{}), "", err, &text);
+  EXPECT_EQ(text, "");
+  ASSERT_TRUE(model.out.is_open());
+  model.out.write("rows ", 5);
+  model.out.write("of two blocks, the last one cut", 13);
+  EXPECT_EQ(text, "rows of two blocks");
+  model.out.close();
+  EXPECT_FALSE(model.out.is_open());
 }
 
 TEST(ConstructionErrors, TheOutputFileIsEmptiedAlsoForARecipeThatIsRejected) {

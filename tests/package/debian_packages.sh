@@ -48,6 +48,7 @@ lintian --allow-root --fail-on error --tag-display-limit 0 "${packages[@]}" || d
 
 for package in "${packages[@]}"; do dpkg-deb --extract "$package" "$root"; done
 for file in bin/vorlen share/man/man1/vorlen.1.gz share/bash-completion/completions/vorlen share/vorlen/recipe.rng \
+  share/vorlen/live.html \
   lib/python3/dist-packages/vorlen/__init__.py lib/python3/dist-packages/vorlen/assets/plotly.min.js; do
   [ -f "$root/usr/$file" ] || die "the package vorlen lacks $file"
 done

@@ -14,6 +14,7 @@ SOVERSION = os.environ["VORLEN_SOVERSION"]
 LIBDIR = os.environ["VORLEN_LIBDIR"]
 TOOL = os.environ["VORLEN_TOOL"]
 CHART_LIBRARY = os.environ["VORLEN_CHART_LIBRARY"]  # its file name; empty when the build has none
+LIVE_PAGE = os.environ["VORLEN_LIVE_PAGE"]  # likewise
 CMAKE = os.environ["VORLEN_CMAKE"]
 CONSUMER = os.path.join(SOURCE, "tests", "package", "consumer")
 RECIPE = os.path.join(SOURCE, "examples", "algan_gan_hemt.xml")
@@ -44,6 +45,8 @@ class Installation(InstalledTree):
                 if os.path.basename(folder) != "__pycache__":
                     expected += [os.path.join("lib/python3/dist-packages", os.path.relpath(folder, tree), name)
                                  for name in names]
+            if LIVE_PAGE:
+                expected.append("share/vorlen/" + LIVE_PAGE)
             if CHART_LIBRARY:
                 expected.append("lib/python3/dist-packages/vorlen/assets/" + CHART_LIBRARY)
         for name in expected:
@@ -97,6 +100,9 @@ class Installation(InstalledTree):
         result = os.path.join(self.folder, "tool.txt")
         self.assertIn("GaN channel", self.succeed(tool, "run", RECIPE, "-o", result))
         self.assertTrue(os.path.getsize(result) > 0)
+        if LIVE_PAGE:
+            page = os.path.join(self.folder, "page.html")
+            self.assertEqual(self.succeed(tool, "live", RECIPE, "-o", page), page + "\n")
 
 
 if __name__ == "__main__":

@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "check/problem_json.h"
 #include "check/recipe_check.h"
 #include "check/recipe_words.h"
 #include "commands.h"
@@ -30,18 +30,6 @@ struct CheckOptions {
   std::vector<std::string> allowed;  // kinds of warnings that are not reported
 };
 
-struct CheckedFile {
-  std::string file;
-  std::vector<Problem> problems;
-
-  std::ptrdiff_t count(Severity severity) const {
-    return std::count_if(problems.begin(), problems.end(),
-                         [severity](const Problem& problem) { return problem.severity == severity; });
-  }
-};
-
-const char* severity_word(Severity severity) { return severity == Severity::error ? "error" : "warning"; }
-
 std::string counted(std::ptrdiff_t number, const std::string& word) {
   return fmt::format("{} {}{}", number, word, number == 1 ? "" : "s");
 }
@@ -52,7 +40,7 @@ std::string text_on_one_line(std::string text) {
   return printable(text);
 }
 
-void append_text(std::string& out, const CheckedFile& checked) {
+void append_text(std::string& out, const recipe::CheckedFile& checked) {
   const auto shown = [](const std::string& text) {
     return use_utf8() ? printable(text) : with_ascii_units(printable(text));
   };
@@ -60,7 +48,7 @@ void append_text(std::string& out, const CheckedFile& checked) {
   for (const Problem& problem : checked.problems) {
     out += file;
     if (problem.line > 0) out += fmt::format(":{}:{}", problem.line, problem.column);
-    out += fmt::format(": {}: {}\n", severity_word(problem.severity), shown(text_on_one_line(problem.text)));
+    out += fmt::format(": {}: {}\n", recipe::severity_word(problem.severity), shown(text_on_one_line(problem.text)));
     if (!problem.stage.empty()) {
       out += "    stage: " + problem.stage;
       if (!problem.stage_name.empty()) out += " \"" + printable(recipe::short_name(problem.stage_name)) + "\"";
@@ -78,42 +66,10 @@ void append_text(std::string& out, const CheckedFile& checked) {
   out += '\n';
 }
 
-nlohmann::ordered_json json_of(const Problem& problem) {
-  const auto or_null = [](const auto& value, bool known) -> nlohmann::ordered_json {
-    if (known) return value;
-    return nullptr;
-  };
-  return {{"severity", severity_word(problem.severity)},
-          {"kind", problem.kind},
-          {"line", or_null(problem.line, problem.line > 0)},
-          {"column", or_null(problem.column, problem.line > 0)},
-          {"path", or_null(problem.path, !problem.path.empty())},
-          {"stage", or_null(problem.stage, !problem.stage.empty())},
-          {"stage_name", or_null(problem.stage_name, !problem.stage_name.empty())},
-          {"text", problem.text},
-          {"hint", or_null(problem.hint, !problem.hint.empty())},
-          {"also_in", problem.also_in}};
-}
-
-std::string json_text(const std::vector<CheckedFile>& files) {
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const CheckedFile& checked : files) {
-    nlohmann::ordered_json problems = nlohmann::ordered_json::array();
-    for (const Problem& problem : checked.problems) problems.push_back(json_of(problem));
-    list.push_back({{"file", checked.file},
-                    {"errors", checked.count(Severity::error)},
-                    {"warnings", checked.count(Severity::warning)},
-                    {"problems", problems}});
-  }
-  const nlohmann::ordered_json whole = {{"version", VORLEN_VERSION}, {"files", list}};
-  // Names and values of recipes may be in any encoding.
-  return whole.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
-}
-
 int check_recipes(const CheckOptions& options) {
-  std::vector<CheckedFile> files;
+  std::vector<recipe::CheckedFile> files;
   for (const std::string& file : options.recipes) {
-    CheckedFile checked{file, recipe::check_recipe(file)};
+    recipe::CheckedFile checked{file, recipe::check_recipe(file)};
     std::erase_if(checked.problems, [&options](const Problem& problem) {
       return problem.severity == Severity::warning &&
              std::find(options.allowed.begin(), options.allowed.end(), problem.kind) != options.allowed.end();
@@ -122,12 +78,12 @@ int check_recipes(const CheckOptions& options) {
   }
   std::string out;
   if (options.format == "json") {
-    out = json_text(files);
+    out = recipe::json_text(files);
   } else {
-    for (const CheckedFile& checked : files) append_text(out, checked);
+    for (const recipe::CheckedFile& checked : files) append_text(out, checked);
   }
   if (print_out(out) != EXIT_OK) return EXIT_FAILED;
-  const bool clean = std::all_of(files.begin(), files.end(), [&options](const CheckedFile& checked) {
+  const bool clean = std::all_of(files.begin(), files.end(), [&options](const recipe::CheckedFile& checked) {
     return checked.count(Severity::error) == 0 && !(options.strict && checked.count(Severity::warning) > 0);
   });
   return clean ? EXIT_OK : EXIT_FAILED;

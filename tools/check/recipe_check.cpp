@@ -10,18 +10,19 @@
 #include "check/recipe_reading.h"
 #include "model/setup_messages.h"
 #include "model/surfchem_nonst.h"
-#include "recipe/load_document.h"
 
 namespace vorlen::recipe {
 
 namespace {
 
-// The file as a whole can't be read. The parser knows the place of a fault in the text.
-Problem file_problem(const std::string& file, const TiXmlDocument& document) {
+// The file as a whole can't be read. The parser knows the place of a fault in the text. source is a path or a
+// RecipeText, file its name.
+template <class Source>
+Problem file_problem(const Source& source, const std::string& file, const TiXmlDocument& document) {
   Problem problem;
   problem.kind = "file";
   TiXmlDocument with_tabs;  // the library's text counts tabs as several columns
-  vorlen::load_document(file.c_str(), with_tabs, problem.text);
+  vorlen::load_document(source, with_tabs, problem.text);
   const std::size_t name = std::min(problem.text.find(file), problem.text.size());  // may have line breaks
   const std::string_view reason =
       std::string_view(problem.text).substr(problem.text.find('\n', name + file.size()) + 1);
@@ -90,13 +91,12 @@ void cut(std::string& text) {
   if (text.size() >= VORLEN_ERROR_BUFFER_SIZE) text.resize(VORLEN_ERROR_BUFFER_SIZE - 1);
 }
 
-}  // namespace
-
-std::vector<Problem> check_recipe(const std::string& file) {
+template <class Source>
+std::vector<Problem> check(const Source& source, const std::string& file) {
   TiXmlDocument document;
   document.SetTabSize(1);  // columns count characters
   std::string ignored;
-  if (!vorlen::load_document(file.c_str(), document, ignored)) return {file_problem(file, document)};
+  if (!vorlen::load_document(source, document, ignored)) return {file_problem(source, file, document)};
 
   Reading reading = read_all(document);
   std::vector<Problem>& warnings = reading.warnings;
@@ -113,5 +113,11 @@ std::vector<Problem> check_recipe(const std::string& file) {
   for (Problem& problem : problems) cut(problem.text);
   return problems;
 }
+
+}  // namespace
+
+std::vector<Problem> check_recipe(const std::string& file) { return check(file.c_str(), file); }
+
+std::vector<Problem> check_recipe(const vorlen::RecipeText& text) { return check(text, text.name); }
 
 }  // namespace vorlen::recipe

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "recipe/load_document.h"
+
 namespace vorlen::recipe {
 
 enum class Severity { error, warning };
@@ -38,6 +40,9 @@ std::span<const WarningKind> warning_kinds();
 // the first one is that of runSurfChem, then the warnings by line. Without errors the library accepts the recipe;
 // whether its run succeeds is not known. The texts on a file that can't be read contain its name as given.
 std::vector<Problem> check_recipe(const std::string& file);
+
+// The same for a recipe in memory.
+std::vector<Problem> check_recipe(const vorlen::RecipeText& text);
 
 }  // namespace vorlen::recipe
 

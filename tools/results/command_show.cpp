@@ -3,12 +3,12 @@
 
 #include <cmath>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "commands.h"
+#include "results/layer_json.h"
 #include "results/layer_values.h"
 #include "results/result_check.h"
 #include "terminal/option_values.h"
@@ -92,36 +92,12 @@ std::string text_of(const std::vector<LayerValues>& layers, bool all) {
          (grouped ? "\nLayers with the same values are one line; --all lists each.\n" : "");
 }
 
-// The numbers of a layer by their identifiers, in the order of docs/result-format.md.
-std::vector<std::pair<const char*, double>> numbers_of(const LayerValues& layer) {
-  return {{"begin", layer.begin},
-          {"end", layer.end},
-          {"duration", layer.duration},
-          {"thickness", layer.thickness},
-          {"mean_rate", layer.mean_rate},
-          {"x_in", layer.x[0]},
-          {"x_ga", layer.x[1]},
-          {"x_al", layer.x[2]},
-          {"x_in_mid", layer.x_mid[0]},
-          {"x_ga_mid", layer.x_mid[1]},
-          {"x_al_mid", layer.x_mid[2]},
-          {"x_in_end", layer.x_end[0]},
-          {"x_ga_end", layer.x_end[1]},
-          {"x_al_end", layer.x_end[2]},
-          {"eps_xx_t", layer.eps_xx_t},
-          {"eps_xx_z", layer.eps_xx_z},
-          {"rho_td_t", layer.rho_td_t},
-          {"rho_td_z", layer.rho_td_z},
-          {"v_defects_t", layer.v_defects_t},
-          {"relaxation", layer.relaxation}};
-}
-
 std::string csv_of(const std::vector<LayerValues>& layers) {
   Table table{{{"number"}, {"name"}, {"kind"}}, {}};
-  for (const auto& [identifier, value] : numbers_of(LayerValues())) table.columns.push_back({identifier});
+  for (const auto& [identifier, value] : layer_numbers(LayerValues())) table.columns.push_back({identifier});
   for (const LayerValues& layer : layers) {
     std::vector<std::string> row = {std::to_string(table.rows.size() + 1), layer.name, layer_kind_name(layer.kind)};
-    for (const auto& [identifier, value] : numbers_of(layer)) row.push_back(exact_number(value));
+    for (const auto& [identifier, value] : layer_numbers(layer)) row.push_back(exact_number(value));
     table.rows.push_back(row);
   }
   return csv_text(table);
@@ -139,22 +115,6 @@ std::string rows_csv_of(const ResultFile& result) {
   return csv_text(table);
 }
 
-// JSON has no NaN: it is null there.
-std::string json_of(const std::string& path, const std::vector<LayerValues>& layers, const std::string& unphysical) {
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const LayerValues& layer : layers) {
-    nlohmann::ordered_json record = {
-        {"number", list.size() + 1}, {"name", layer.name}, {"kind", layer_kind_name(layer.kind)}};
-    for (const auto& [identifier, value] : numbers_of(layer)) record[identifier] = value;
-    list.push_back(record);
-  }
-  const nlohmann::ordered_json document = {
-      {"result_file", path},
-      {"unphysical", unphysical.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(unphysical)},
-      {"layers", list}};
-  return document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + '\n';
-}
-
 int show_result(const ShowOptions& options) {
   ResultFile result;
   std::string error;
@@ -164,7 +124,7 @@ int show_result(const ShowOptions& options) {
   if (!unphysical.empty()) warn(options.result + ": " + unphysical);
   if (options.rows) return print_out(rows_csv_of(result));
   if (options.csv) return print_out(csv_of(layers));
-  if (options.json) return print_out(json_of(options.result, layers, unphysical));
+  if (options.json) return print_out(layers_json_text(options.result, layers, unphysical));
   return print_out(text_of(layers, options.all || !is_terminal(stdout)));
 }
 

@@ -163,3 +163,15 @@ std::string remedy_text(const std::string& scheme) {
   return scheme == "staged" ? "What to do: see docs/when-a-run-fails.md"
                             : "What to do: run it with --scheme staged (in Python: scheme=\"staged\")";
 }
+
+RunFailure failure_of_run(const std::string& text, const ResultFile& result,
+                          const std::optional<vorlen::ProcessRecipe>& recipe, const std::string& scheme) {
+  RunFailure failure;
+  failure.text = text;
+  if (text.empty() ? !find_unphysical_rows(result.rows) : !is_text_of_integration(text)) return failure;
+  const std::vector<ProcessStage> stages = recipe ? stages_of(*recipe) : stages_of(result);
+  if (!text.empty()) failure.end = end_text(result, stages);
+  failure.unphysical = unphysical_text(result, stages);
+  failure.remedy = remedy_text(scheme);
+  return failure;
+}

@@ -47,3 +47,15 @@ std::string end_text(const ResultFile& result, const std::vector<ProcessStage>& 
 
 // One line: what to do after such a run under that scheme.
 std::string remedy_text(const std::string& scheme);
+
+// What there is to say about a run that has failed; all empty if it has not. Empty lines are left out.
+struct RunFailure {
+  std::string text;        // of the library
+  std::string end;         // where an integration ended early
+  std::string unphysical;  // on unphysical rows
+  std::string remedy;
+};
+
+// text: of the library, empty if the run ended normally. recipe: that of the run, if it is known.
+RunFailure failure_of_run(const std::string& text, const ResultFile& result,
+                          const std::optional<vorlen::ProcessRecipe>& recipe, const std::string& scheme);

@@ -3,14 +3,10 @@
 // several lines.
 #include "results/result_file.h"
 
+#include <fast_float/fast_float.h>
+
 #include <algorithm>
-#include <cerrno>
-#include <charconv>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string_view>
+#include <cmath>
 #include <system_error>
 #include <utility>
 
@@ -63,11 +59,13 @@ LayersEnd end_of_layers(std::string_view text) {
   return end;
 }
 
-// The whole of text as a number, the point being the decimal separator whatever the locale is.
+// The whole of text as a number, the point being the decimal separator whatever the locale is. A number beyond the
+// range of double is none. Not by std::from_chars, which not every standard library has for double.
 bool parse_number(std::string_view text, double& value) {
   const char* end = text.data() + text.size();
-  const std::from_chars_result parsed = std::from_chars(text.data(), end, value);
-  return parsed.ec == std::errc() && parsed.ptr == end;
+  const fast_float::from_chars_result parsed = fast_float::from_chars(text.data(), end, value);
+  if (parsed.ec != std::errc() || parsed.ptr != end) return false;
+  return !std::isinf(value) || text.find_first_of("iI") != std::string_view::npos;
 }
 
 // "NAME" DURATION THICKNESS
@@ -136,30 +134,10 @@ bool parse_row(std::string_view line, std::size_t column_count, ResultRow& row) 
   return true;
 }
 
-bool read_whole_file(const std::string& path, std::string& content, std::string& error) {
-  std::error_code code;
-  if (!std::filesystem::is_regular_file(path, code)) {
-    error = code ? path + " can't be read: " + code.message() : path + " is not a regular file";
-    return false;
-  }
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (!in) {
-    error = path + " can't be read: " + std::strerror(errno);
-    return false;
-  }
-  content = text.str();
-  return true;
-}
-
 }  // namespace
 
-bool read_result_file(const std::string& path, ResultFile& result, std::string& error) {
+bool read_result_text(const std::string& path, std::string_view content, ResultFile& result, std::string& error) {
   result = ResultFile();
-  std::string content;
-  if (!read_whole_file(path, content, error)) return false;
-
   LineSource source{content};
   std::string_view line;
   const auto fail = [&path, &error](std::size_t line_number, const std::string& text) {

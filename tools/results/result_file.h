@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "results/columns.h"
@@ -39,3 +40,6 @@ struct ResultFile {
 // NaN and infinity included. The file of a failed run can be read; it has fewer rows.
 // Returns false with a message in error that names the path and the line, and leaves result incomplete.
 bool read_result_file(const std::string& path, ResultFile& result, std::string& error);
+
+// The same for the content of a result file; path is its name in messages.
+bool read_result_text(const std::string& path, std::string_view content, ResultFile& result, std::string& error);

@@ -88,14 +88,13 @@ std::string fault_of_file(const std::vector<ResultRow>& rows, bool cut, double e
 // empty if the run ended normally.
 std::string text_with_rows(const std::string& text, const ResultFile& result,
                            const std::optional<vorlen::ProcessRecipe>& recipe, const std::string& scheme) {
-  if (text.empty() ? !find_unphysical_rows(result.rows) : !is_text_of_integration(text)) return text;
-  const std::vector<ProcessStage> stages = recipe ? stages_of(*recipe) : stages_of(result);
-  std::vector<std::string> lines;
-  if (!text.empty()) lines = {text, end_text(result, stages)};
-  const std::string unphysical = unphysical_text(result, stages);
-  if (!unphysical.empty()) lines.push_back(unphysical);
-  lines.push_back(remedy_text(scheme));
-  return fmt::format("{}", fmt::join(lines, "\n"));
+  const RunFailure failure = failure_of_run(text, result, recipe, scheme);
+  std::string lines;
+  for (const std::string& line : {failure.text, failure.end, failure.unphysical, failure.remedy}) {
+    if (!lines.empty() && !line.empty()) lines += '\n';
+    lines += line;
+  }
+  return lines;
 }
 
 void write_status(Job& job, const SimulationReport& report, const std::string& rows) {

@@ -104,7 +104,7 @@ def _hint(search: Search, row: int) -> str:
     model, spec = search.model, search.model.spec
     target = spec.targets[row]
     places = [place for place in spec.hints if spec.knobs[place].layer == target.layer]
-    if not target.evaporation or not places or spec.knobs[places[0]].low > HINT:
+    if not target.evaporation or not places or not spec.knobs[places[0]].low <= HINT <= spec.knobs[places[0]].high:
         return ""  # the last: the limits exclude it
     if target.quantity.scale == "log" and model.known[tuple(float(value) for value in search.x)].values[row] <= 0.0:
         return f". {target.evaporation}: add T to its knobs"

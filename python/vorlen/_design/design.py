@@ -251,8 +251,8 @@ def design(
 
 def _search(model: DesignModel, recipe: RecipeLike) -> Design:
     spec = model.spec
-    start = np.array([min(max(0.0, knob.low), knob.high) for knob in spec.knobs])
-    start = snapped(model, start)
+    start = snapped(model, np.array([min(max(0.0, knob.low), knob.high) for knob in spec.knobs]))
+    start[spec.hints.start :] = 0.0  # limits are for knobs: these temperatures stay
     notes = [
         f"{knob.label} is {knob_text(knob.shown(0.0))} in the recipe, outside of its limits; the search starts inside"
         for knob, variable in zip(spec.knobs, start) if abs(variable) > 1e-9

@@ -13,18 +13,18 @@ from typing import Any
 
 import numpy as np
 
-from .._base.files import BusyError, lock_file, replace_file
+from .._base.files import replace_file
 from .._base.types import Array, PathLike
 from .._recipe.recipe import Recipe
 from .._runs.result_file import ResultFileError
 from .._runs.run import Run, SimulationError
 from .._runs.status import read_status
+from .._sweep.own_folder import own_folder
 from .._sweep.plan import ROWS_FOLDER, Plan, make_task, row_files, row_recipe, sha256
-from .._sweep.run_rows import run_tasks, working_folder
+from .._sweep.run_rows import run_tasks
 from .quantities import measure
 from .targets import Spec
 
-LOCK_NAME = ".design.lock"
 RECIPE_NAME = "recipe.xml"
 PLACELESS = ("lost", "error")  # statuses of rows that say nothing about the recipe
 CLOSE = 0.3  # of the tolerance: a target this near counts as reached for the solver
@@ -47,21 +47,9 @@ class Outcome:
         self.values.flags.writeable = self.coordinates.flags.writeable = False  # the search must not change them
 
 
-@contextlib.contextmanager
-def design_folder(out: PathLike | None) -> Iterator[Path]:
-    """The folder of a design, locked. Raises BusyError, or FileExistsError if it holds something else."""
-    with working_folder(out) as folder, contextlib.ExitStack() as held:
-        mark = folder / LOCK_NAME
-        if not mark.exists():
-            foreign = [path for path in (folder / ROWS_FOLDER, folder / RECIPE_NAME) if path.exists()]
-            if foreign:
-                text = f"{foreign[0]} is not of a design and would be overwritten; choose another folder"
-                raise FileExistsError(text)
-        try:
-            held.enter_context(lock_file(mark, exclusive=True))
-        except BlockingIOError:
-            raise BusyError(f"another design is running in {folder}") from None
-        yield folder
+def design_folder(out: PathLike | None) -> contextlib.AbstractContextManager[Path]:
+    """The folder of a design. Raises as own_folder()."""
+    return own_folder(out, "design", (ROWS_FOLDER, RECIPE_NAME))
 
 
 class DesignModel:

@@ -15,6 +15,7 @@ from .._base.types import Array, Mask
 from .model import CLOSE, DesignModel, Outcome, violation_norm, violations
 from .prefer import preference_of
 from .steps import (
+    DAMPING,
     FAILED,
     LARGEST_RADIUS,
     STEP,
@@ -231,11 +232,10 @@ def refine(search: Search) -> None:
 
     def residual(part: Array) -> Array:
         (outcome,) = model.at([full(part)], "step")
-        if outcome.text:
-            return np.full(len(spec.targets), FAILED)
-        if is_close(model, outcome).all():
+        if not outcome.text and is_close(model, outcome).all():
             raise _Reached
-        return violations(spec, outcome.coordinates)
+        left = np.full(len(spec.targets), FAILED) if outcome.text else violations(spec, outcome.coordinates)
+        return np.concatenate([left, DAMPING * (part - begin)])
 
     def jacobian(part: Array) -> Array:
         steps = [spec.knobs[place].difference(value, STEP) for place, value in zip(free, part)]
@@ -246,7 +246,7 @@ def refine(search: Search) -> None:
             else (violations(spec, side.coordinates) - violations(spec, centre.coordinates)) / step
             for side, step in zip(sides, steps)
         ]
-        return np.column_stack(columns)
+        return np.vstack([np.column_stack(columns), DAMPING * np.eye(len(free))])
 
     inside = 1e-6 * (search.high[free] - search.low[free])
     begin = np.clip(search.x[free], search.low[free] + inside, search.high[free] - inside)

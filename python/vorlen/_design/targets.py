@@ -25,6 +25,7 @@ from .knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
 from .quantities import QUANTITIES, Quantity, Target
 
 KEYS = ("layers", "limits", "prefer")
+OTHER_KEYS = ("layer", "by", "limits")  # of an entry of layers
 V_III = "V/III"
 BOUNDS = {
     "at most": "at most", "at least": "at least", "<=": "at most", ">=": "at least", "<": "at most", ">": "at least",
@@ -168,7 +169,7 @@ def _layer_targets(
     if "layer" not in entry:
         raise ValueError(f"entry {number} of layers has no key layer, such as {EXAMPLE}")
     layer = find_layer(recipe, timeline, entry["layer"])
-    targets = [_target(layer, key, value) for key, value in entry.items() if key not in ("layer", "by", "limits")]
+    targets = [_target(layer, key, value) for key, value in entry.items() if key not in OTHER_KEYS]
     if not targets:
         raise ValueError(f"{layer.name} has no target; known are {', '.join(QUANTITIES)}")
     return layer, targets
@@ -220,19 +221,23 @@ def _layer_of(name: str, rows: pd.DataFrame) -> Layer:
     return Layer(name, stages, tuple(periodic), False)
 
 
-def find_quantity(key: object, what: str) -> Quantity:
-    """The quantity of a name or a column. what: what messages call it. Raises ValueError if it is unknown."""
+def find_quantity(key: object, what: str, others: Sequence[str] = ()) -> Quantity:
+    """The quantity of a name or a column. Raises ValueError if it is unknown.
+
+    what    what messages call it
+    others  other names that are possible there
+    """
     text = " ".join(re.split(r"[\s,_]+", str(key).strip()))
     names = {name.lower(): name for name in QUANTITIES} | {
         alias.lower().replace("_", " "): name for alias, name in quantities_of.ALIASES.items()
     }
     if text.lower() not in names:
-        _unknown(what, key, list(QUANTITIES), "known are")
+        _unknown(what, key, [*QUANTITIES, *others], "known are")
     return QUANTITIES[names[text.lower()]]
 
 
 def _target(layer: Layer, key: object, given: Any) -> Target:
-    quantity = find_quantity(key, f"target of {layer.name}:")
+    quantity = find_quantity(key, f"target of {layer.name}:", OTHER_KEYS)
     label = f"{quantity.name} of {layer.name}"
     if layer.whole and quantity.name not in ("thickness", "rate"):
         raise ValueError(f"{label}: a whole periodic stage can only have a thickness or a rate; name a layer in it")

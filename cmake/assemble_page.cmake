@@ -1,0 +1,11 @@
+# Puts FOLDER/main.js, FOLDER/page.css and FOLDER/page_data.json into the page PAGE, as FOLDER/live.html.
+file(READ "${PAGE}" html)
+foreach(name page.css page_data.json main.js)
+  file(READ "${FOLDER}/${name}" content)
+  string(FIND "${html}" "/* ${name} */" place)
+  if(place EQUAL -1)
+    message(FATAL_ERROR "${PAGE} has no place for ${name}")
+  endif()
+  string(REPLACE "/* ${name} */" "${content}" html "${html}")
+endforeach()
+file(WRITE "${FOLDER}/live.html" "${html}")
