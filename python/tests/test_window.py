@@ -292,7 +292,8 @@ def test_yields_of_0_and_1_have_one_sided_intervals(reactor):
     for answer, expected in (([3.0, 0.2], 1.0), ([2.0, 0.2], 0.0)):
         made = reactor(lambda heat, flow: answer, WANTED, {"T": "2 K"}, samples=20)  # noqa: B023
         assert made.yield_ == expected and expected in made.interval
-        assert made.sentences[0].startswith(f"All targets hold in {20 * expected:.0f} of 20 runs: yield {100 * expected:.1f} %")
+        text = f"All targets hold in {20 * expected:.0f} of 20 runs: yield {100 * expected:.1f} %"
+        assert made.sentences[0].startswith(text)
         assert made.sensitivities.change.tolist() == [0.0, 0.0]
         assert made.sentences[-1] == "T: one standard deviation changes no target by 10 % of its tolerance."
     assert made.targets.held.tolist() == [0.0, 1.0] and "is missed most often: it holds in 0.0 %" in made.sentences[1]

@@ -35,7 +35,8 @@ def test_the_result_as_text_and_as_json_and_the_folder_beside_the_recipe(targets
     words = ["window", str(recipe), "--targets", str(targets), *WORDS, "--samples", "8", "-j", "1"]
     assert main(words) == 0
     text = capsys.readouterr().out
-    window = vorlen.window(recipe, targets, {"T": "2 K"}, samples=8, grid=0, out=tmp_path / "layer.runs", time_limit=1e-6)
+    kept = {"out": tmp_path / "layer.runs", "time_limit": 1e-6}
+    window = vorlen.window(recipe, targets, {"T": "2 K"}, samples=8, grid=0, **kept)
     assert text.splitlines() == window.sentences and text.startswith("All targets hold in ")
     assert sorted(path.name for path in tmp_path.iterdir()) == ["layer.runs", "layer.xml", "targets.yaml"]
     assert main([*words, "--json"]) == 0
@@ -99,7 +100,7 @@ def test_a_recipe_that_fails_without_deviations_is_an_error(targets, tmp_path, c
 def test_a_plan_has_the_runs_of_the_window_and_of_the_map(targets, tmp_path, capsys):
     """Rows that `vorlen sweep` has run are used; the others are run."""
     words = ["window", str(LAYER), "--targets", str(targets), *WORDS, "--samples", "5", "--out", "parts/runs"]
-    assert main([*words, "--plan", "plans/window.json"]) == 1  # there is no such folder
+    assert main([*words, "--plan", "plans/window.json"]) == 1  # the folder does not exist
     assert "plans" in capsys.readouterr().err
     assert main([*words, "--plan", "window.json"]) == 0
     assert capsys.readouterr().out == "8 runs in window.json\n" and not Path("parts").exists()
@@ -125,15 +126,16 @@ def test_a_plan_has_the_runs_of_the_window_and_of_the_map(targets, tmp_path, cap
 def test_histograms_count_each_run_once_and_bars_are_the_effects(tmp_path):
     targets = {"layers": [{"layer": 2, "thickness": "at most 2.85 nm", "In": "19 % +- 0.2 %"}]}
     made = vorlen.window(LAYER, targets, {"T": "2 K", "tau": "1 %"}, samples=20, grid=0, workers=1, check=False)
-    thickness, indium = window_model(made.table, made.targets, made.sensitivities)
+    thickness, indium = window_model(made.table, made.targets, made.sensitivities, made._labels)
     for model, row in zip((thickness, indium), made.targets.itertuples()):
-        assert sum(model["histogram"]["all"]) == 20 and len(model["histogram"]["edges"]) == 32
+        assert sum(model["histogram"]["all"]) == 20 and len(model["histogram"]["edges"]) == 10
         assert sum(model["histogram"]["within"]) == round(20 * row.held) < 20
     assert thickness["low"] is None and thickness["high"] == 2.85
     assert (indium["low"], indium["high"]) == pytest.approx((0.188, 0.192), rel=1e-8)
     assert [one["name"] for one in thickness["effects"]] == ["tau \u00b11 %", "T \u00b12 K"]  # the largest first
     tau = made.sensitivities.iloc[2]
-    assert tau.knob == "tau" and thickness["effects"][0]["above"] == pytest.approx(tau.above - made.targets.nominal[0], rel=1e-6)
+    change = tau.above - made.targets.nominal[0]
+    assert tau.knob == "tau" and thickness["effects"][0]["above"] == pytest.approx(change, rel=1e-6)
 
 
 def test_pages_of_windows_with_one_run_or_without_values_are_complete(tmp_path):
@@ -168,15 +170,17 @@ def test_the_page_in_a_browser(browser: Browser, targets, tmp_path, capsys):
     assert charts[1] == charts[3] == ["one standard deviation less", "more"]
     assert charts[4][:3] == ["all targets hold", "In of InGaN well", "thickness of InGaN well (nm)"]
     # The histogram: the area of both kinds of bars is the number of runs, drawn as one picture each.
-    counts = browser.run("return document.querySelectorAll('.chart')[2].data.map((one) => one.y.reduce((a, b) => a + b))")
+    sums = "return document.querySelectorAll('.chart')[2].data.map((one) => one.y.reduce((a, b) => a + b))"
+    counts = browser.run(sums)
     held = json.loads(browser.run("return document.getElementById('data').textContent"))["targets"][1]["histogram"]
     assert counts == [24, sum(held["within"])] and 0 < sum(held["within"]) < 24
     rows = browser.run(
         "return [...document.querySelectorAll('#effects-head ~ .scroll tbody tr')].map((row) => row.textContent)"
     )
     assert len(rows) == 6 and "TEGa" in rows[4]
-    paths = "return [...document.querySelectorAll('.chart')].map((chart) => chart.querySelectorAll('.scatterlayer path').length)"
-    assert all(count > 0 for count in browser.run(paths))
+    paths = "chart.querySelectorAll('.scatterlayer path').length"
+    drawn = browser.run(f"return [...document.querySelectorAll('.chart')].map((chart) => {paths})")
+    assert len(drawn) == 5 and all(count > 0 for count in drawn)
     saved = tmp_path / "saved"
     saved.mkdir()
     table = list(csv.DictReader(io.StringIO(browser.downloaded(saved, "[data-csv=runs]").read_text("utf-8"))))

@@ -81,9 +81,8 @@ def test_sensitivities_are_central_differences():
             assert row.derivative == pytest.approx((above[column] - below[column]) / 2.0 / spread, rel=1e-12)
     # In words: 10 K cost 1.6 points of indium or so, and the numbers of the sentence are those of the runs.
     change = 100.0 * (grown(T=1033).x_in - grown(T=1027).x_in) / 2.0
-    assert f"+3 K of T lowers In of layer 2 (InGaN) by {-change:.2g} points, {20.0 * -change * 10:.0f} % of its tolerance." in (
-        made.sentences
-    )
+    text = f"{-change:.2g} points, {200.0 * -change:.0f} % of its tolerance"
+    assert f"+3 K of T lowers In of layer 2 (InGaN) by {text}." in made.sentences
 
 
 def test_lines_of_a_map_have_their_value_between_the_runs_too():
@@ -108,17 +107,31 @@ def test_lines_of_a_map_have_their_value_between_the_runs_too():
 
 
 def test_the_map_shows_the_layer_with_the_largest_effects_and_its_region(tmp_path):
-    targets = {"layers": [{"layer": "InGaN well", "In": "22.5 % +- 0.5 %"}, {"layer": "GaN barrier", "thickness": "at most 12 nm"}]}
+    wells = {"layer": "InGaN well", "In": "22.5 % +- 0.5 %"}
+    targets = {"layers": [wells, {"layer": "GaN barrier", "thickness": "at most 12 nm"}]}
     spread = {"P": "0.1 %", "TMIn": "2 %", "T": "2 K"}
     made = vorlen.window(MQW, targets, spread, samples=2, grid=3, workers=2, check=False)
     assert made.map.layer == "InGaN well" and list(made.map.table)[:4] == [
         "T", "TMIn", "In of InGaN well", "thickness of InGaN well",
     ]
+    assert made.map._axes[0].title == "deviation of T (K)"
     centre = made.map.table[(made.map.table["T"] == 0.0) & (made.map.table["TMIn"] == 0.0)].iloc[0]
     assert centre["In of InGaN well"] == made.targets.nominal[0]
     inside = (made.map.table["In of InGaN well"] - 0.225).abs() <= 0.005
     assert made.map.table.holds.tolist() == inside.tolist() and 0 < inside.sum() < 9
     assert made.map.report(tmp_path / "map.html").stat().st_size > 1e5
+
+
+def test_the_map_of_two_layers_has_lines_of_both():
+    wells = {"layer": "InGaN well", "In": "22.5 % +- 0.5 %"}
+    targets = {"layers": [wells, {"layer": "GaN barrier", "thickness": "10 nm"}]}
+    barrier = "process_stages/stage_1/stage_1_1/tau"
+    made = vorlen.window(MQW, targets, {"T": "2 K", barrier: "2 %"}, samples=1, grid=2, workers=1, check=False)
+    name = vorlen.Recipe.load(MQW)["process_stages/stage_1/stage_1_1/name"]
+    assert made._labels == {"T": "T", barrier: f"tau of {name}"}
+    assert set(made.map.layer.split(" and ")) == {"InGaN well", "GaN barrier"}
+    assert {"In of InGaN well", "thickness of GaN barrier"} < set(made.map.table)
+    assert any(f"+2 % of tau of {name} raises thickness of GaN barrier by " in text for text in made.sentences)
 
 
 # ---- folders
@@ -138,7 +151,8 @@ def test_runs_are_found_again_by_their_recipe_whatever_window_made_them(tmp_path
     vorlen.process_map(LAYER, {HEAT: [1029, 1031], FLOW: [0.2, 0.21]}, layer=2, out=folder, workers=1, check=False)
     assert after.items() < stamps(folder).items() and len(stamps(folder)) == 15 + 2
     # Other targets need no runs at all.
-    again = vorlen.window(LAYER, {"layers": [{"layer": 2, "rate": 0.047}]}, {"T": "1 K"}, samples=2, out=folder, **QUICK)
+    rate = {"layers": [{"layer": 2, "rate": 0.047}]}
+    again = vorlen.window(LAYER, rate, {"T": "1 K"}, samples=2, out=folder, **QUICK)
     assert len(stamps(folder)) == 17 and np.isfinite(again.table["rate of layer 2 (InGaN)"]).all()
 
 
@@ -207,7 +221,9 @@ def test_a_map_after_the_time_limit_has_gaps(tmp_path):
     assert made.report(tmp_path / "map.html").is_file()
 
 
-@pytest.mark.parametrize(("limit", "kind"), [(0, ValueError), (-1, ValueError), ("1 s", TypeError), (math.inf, ValueError)])
+@pytest.mark.parametrize(
+    ("limit", "kind"), [(0, ValueError), (-1, ValueError), ("1 s", TypeError), (math.inf, ValueError)]
+)
 def test_wrong_time_limits_are_messages_before_anything_runs(limit, kind):
     with pytest.raises(kind, match="time_limit must be a positive number of seconds"):
         vorlen.window(LAYER, TARGETS, SPREAD, time_limit=limit)
@@ -242,7 +258,7 @@ def interrupted(words: list[object], folder: Path, number: signal.Signals) -> tu
     settings = os.environ | {"PYTHONPATH": f"{PYTHON_PATH}:{Path(__file__).parent}"}
     process = subprocess.Popen([sys.executable, *map(str, words)], env=settings, stderr=subprocess.PIPE, text=True)
     try:
-        assert wait_for(lambda: len(list((folder / "rows").glob("*.status.json"))) >= 5), process.poll()
+        assert wait_for(lambda: len(list((folder / "rows").glob("*.status.json"))) >= 8), process.poll()
         process.send_signal(number)
         begin = time.monotonic()
         _, error = process.communicate(timeout=60)
@@ -274,7 +290,10 @@ def test_an_interrupt_keeps_the_runs_and_says_how_to_continue(tmp_path):
     ("name", "words", "count", "number"),
     [
         ("window", ["--targets", "targets.yaml", "--spread", "T=3 K", "--samples", "2000"], 2003, signal.SIGTERM),
-        ("map", ["--layer", "InGaN", "--x", f"{HEAT}=1000:1001:0.02", "--y", f"{FLOW}=0.1:0.2:0.002"], 2601, signal.SIGINT),
+        (
+            "map", ["--layer", "InGaN", "--x", f"{HEAT}=1000:1001:0.02", "--y", f"{FLOW}=0.1:0.2:0.002"], 2601,
+            signal.SIGINT,
+        ),
     ],
 )
 def test_an_interrupted_command_says_what_is_done(tmp_path, monkeypatch, name, words, count, number):

@@ -14,6 +14,7 @@ from dataclasses import dataclass
 from typing import Any
 
 import numpy as np
+import pandas as pd
 
 from .._recipe.elements import Element
 from .._recipe.kinds import known_element
@@ -148,3 +149,13 @@ def _variable_limits(name: str, bottom: float, top: float, limits: tuple[float, 
         return (limits[0] - bottom) / SHIFT, (limits[1] - top) / SHIFT
     lowest = limits[0] if limits[0] > 0.0 else SMALLEST_SHARE * limits[1]
     return float(np.log(lowest / bottom)), float(np.log(limits[1] / top))
+
+
+def label_of(timeline: pd.DataFrame, path: str) -> str:
+    """Such as "TMIn of InGaN well" for a path of a stage, otherwise the path, also if several stages have the name."""
+    stages = timeline.drop_duplicates("path")
+    for stage, layer in zip(stages.path, stages.name):
+        for knob, below in KNOBS.items():
+            if path == f"{stage}/{below}":
+                return f"{knob} of {layer}" if (stages.name == layer).sum() == 1 else path
+    return path

@@ -26,7 +26,7 @@ from .._runs.structure import structure_of
 from .._sweep.plan import PlanError
 from .._sweep.plan_values import given_recipe, make_plan
 from .._sweep.table import parameter_unit
-from .knobs import KNOBS
+from .knobs import label_of
 from .map_page import Axis, Shown, write_map
 from .measured import Measured, RunOptions, measured, open_bench, say_interrupted
 from .quantities import Target
@@ -45,7 +45,7 @@ class ProcessMap:
         A row per run: the two values by their paths, the quantities shown ("In of InGaN well"), each target that is not
         shown, holds (True if all targets hold, only if there are some), status and text as in a sweep.
     layer : str
-        The layer whose quantities are shown.
+        The layer or layers whose quantities are shown.
     warnings : list of str
         Runs without a result; usually empty.
     """
@@ -203,7 +203,7 @@ def map_of(
 ) -> ProcessMap:
     """The map of runs on a grid, whose second axis varies fastest.
 
-    wanted  the quantities of one layer that are shown
+    wanted  the quantities that are shown
     made    the values of wanted, then of goals
     """
     lost = [number for number, status in enumerate(made.statuses) if status != "ok"]
@@ -223,7 +223,8 @@ def map_of(
     table = pd.DataFrame(columns | {"status": made.statuses, "text": made.texts})
     table.index.name = "run"
     shown = [Shown(target.label, target.quantity.unit) for target in wanted]
-    return ProcessMap(table, wanted[0].layer, _warnings(axes, made, lost), axes, shown, goals, base)
+    layers = " and ".join(dict.fromkeys(target.layer for target in wanted))
+    return ProcessMap(table, layers, _warnings(axes, made, lost), axes, shown, goals, base)
 
 
 def _warnings(axes: tuple[Axis, Axis], made: Measured, lost: list[int]) -> list[str]:
@@ -264,15 +265,6 @@ def _axes(base: Recipe, parameters: Mapping[str, list[Any]]) -> tuple[Axis, Axis
         unit = parameter_unit(path)
         made.append(Axis(path, label_of(timeline, path), "" if unit == "1" else unit, ordered, own))
     return made[0], made[1]
-
-
-def label_of(timeline: pd.DataFrame, path: str) -> str:
-    """Such as "TMIn of InGaN well" for a path of a stage, otherwise the path."""
-    for stage, layer in zip(timeline.path, timeline.name):
-        for knob, below in KNOBS.items():
-            if path == f"{stage}/{below}":
-                return f"{knob} of {layer}"
-    return path
 
 
 def _wells(base: Recipe) -> Layer:

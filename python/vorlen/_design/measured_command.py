@@ -1,4 +1,4 @@
-"""What the command lines of windows and maps share: where and how the runs take place, plans for clusters, interrupts."""
+"""What the command lines of windows and maps share: options of the runs, plans for clusters, interrupts."""
 
 from __future__ import annotations
 

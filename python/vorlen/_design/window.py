@@ -7,6 +7,7 @@
 
 from __future__ import annotations
 
+import functools
 from collections.abc import Mapping, Sequence
 from concurrent.futures import Executor
 from dataclasses import dataclass, field
@@ -79,8 +80,8 @@ class Window:
     sentences: list[str]
     warnings: list[str]
     map: ProcessMap | None
-    _targets: list[Target] = field(repr=False)
     _recipe: Recipe = field(repr=False)
+    _labels: dict[str, str] = field(repr=False)  # of the values that vary, by their names
 
     def plot(self, *, path: PathLike | None = None) -> Figure:
         """Distribution of each target, with its tolerance, and what each value contributes. Needs matplotlib.
@@ -131,7 +132,8 @@ class Window:
             If the page can't be written, or the chart library is missing.
         """
         return write_window(
-            path, self._recipe, self.sentences, self.warnings, self.table, self.targets, self.sensitivities, self.map
+            path, self._recipe, self.sentences, self.warnings, self.table, self.targets, self.sensitivities, self.map,
+            self._labels,
         )
 
     def __repr__(self) -> str:
@@ -241,9 +243,10 @@ def make_window(
             text = made.texts[0] or f"the recipe without deviations has the status {made.statuses[0]}"
             raise SimulationError(text, recipe)
         found = effects(goals, drifts, made.values[1 : 1 + 2 * len(drifts)].reshape(len(drifts), 2, len(goals)))
-        around = None if not grid or bench.out_of_time else map_around(
-            base, goals, drifts, found, made.values[0], grid, lambda wanted, rows: _run_points(bench, base, wanted, rows)
-        )
+        around = None
+        if grid and not bench.out_of_time:
+            run = functools.partial(_run_points, bench, base)
+            around = map_around(base, goals, drifts, found, made.values[0], grid, run)
     return _window(base, goals, drifts, points, made, found, around)
 
 
@@ -252,7 +255,8 @@ def read_window(
     grid: int = 0,
 ) -> tuple[Recipe, list[Target], list[Drift]]:
     """The recipe with the staged scheme, the targets and what varies. Raises TypeError or ValueError for mistakes."""
-    for name, value, low, high in (("samples", samples, 1, LIMIT), ("seed", seed, 0, None), ("grid", grid, 0, MOST_GRID)):
+    numbers = (("samples", samples, 1, LIMIT), ("seed", seed, 0, None), ("grid", grid, 0, MOST_GRID))
+    for name, value, low, high in numbers:
         if isinstance(value, bool) or not isinstance(value, int):
             raise TypeError(f"{name} must be an integer, got {value!r}")
         if value < low:
@@ -316,5 +320,6 @@ def _window(
     return Window(
         yield_=good / count if count else float("nan"), interval=wilson(good, count), table=table, targets=about,
         sensitivities=found, sentences=sentences(good, count, about, drifts, found),
-        warnings=doubts(goals, made.values[0], values, statuses, texts), map=around, _targets=goals, _recipe=base,
+        warnings=doubts(goals, made.values[0], values, statuses, texts), map=around, _recipe=base,
+        _labels={drift.name: drift.label for drift in drifts},
     )

@@ -88,15 +88,15 @@ def sentences(
         made.append(f"{worst.quantity} of {worst.layer} is missed most often: it holds in {held} of the runs.")
     large = found[(found.share_of_tolerance >= SMALL) | (found.share_of_tolerance.isna() & (found.change != 0.0))]
     large = large[np.isfinite(large.change)].sort_values("share_of_tolerance", ascending=False)
-    texts = {drift.name: drift.text for drift in drifts}
+    texts = {drift.name: f"{drift.text} of {drift.label}" for drift in drifts}
     for row in large.head(MAX_SENTENCES).itertuples():
         verb = "raises" if row.change > 0.0 else "lowers"
         share = f", {100 * row.share_of_tolerance:.0f} % of its tolerance" if row.share_of_tolerance > 0.0 else ""
         made.append(
-            f"+{texts[row.knob]} of {row.knob} {verb} {row.quantity} of {row.layer} by "
+            f"+{texts[row.knob]} {verb} {row.quantity} of {row.layer} by "
             f"{_amount(abs(row.change), row.quantity, row.unit)}{share}."
         )
-    quiet = [drift.name for drift in drifts if drift.name not in set(large.knob)]
+    quiet = [drift.label for drift in drifts if drift.name not in set(large.knob)]
     if quiet:
         share = f"{100 * SMALL:g} % of its tolerance"
         made.append(f"{', '.join(quiet)}: one standard deviation changes no target by {share}.")
@@ -123,9 +123,11 @@ def doubts(
         text = f"{len(failed)} of {count} runs failed and count as misses"
         notes.append(f"{text}: {_named(failed)}; the first: {texts[failed[0]]}")
     for place, target in enumerate(goals):
-        empty = [number for number, status in enumerate(statuses) if status == "ok" and math.isnan(values[number, place])]
+        values_of = zip(statuses, values[:, place])
+        empty = [number for number, (status, value) in enumerate(values_of) if status == "ok" and math.isnan(value)]
         if empty:
-            notes.append(f"{len(empty)} of {count} runs have no value of {target.label} and count as misses: {_named(empty)}")
+            text = f"runs have no value of {target.label} and count as misses"
+            notes.append(f"{len(empty)} of {count} {text}: {_named(empty)}")
     missing = [number for number, status in enumerate(statuses) if status == "missing"]
     if missing:
         text = "were not started within the time limit and do not count; the same call with the same folder continues"

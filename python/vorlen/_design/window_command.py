@@ -22,8 +22,8 @@ EPILOG = f"""\
 For example:
   vorlen window led.xml --targets targets.yaml --spread T="2 K" --spread TMIn="2 %" -o window.html
 
-A spread is one standard deviation, absolute or relative. T, P, tau and flows such as TMIn vary in all stages together; a
-path, such as process_stages/stage_4/stage_4_3/T, varies separately. Targets are a YAML file with tolerances:
+A spread is one standard deviation, absolute or relative. T, P, tau and flows such as TMIn vary in all stages together;
+a path, such as process_stages/stage_4/stage_4_3/T, varies separately. Targets are a YAML file with tolerances:
 
   layers: [{{layer: InGaN well, thickness: 3 +- 0.1 nm, In: 18 % +- 0.5 %}}]
 

@@ -10,7 +10,7 @@ import pandas as pd
 
 from .._base.types import Array
 from .._recipe.recipe import Recipe
-from .map import ProcessMap, label_of, map_of
+from .map import ProcessMap, map_of
 from .map_page import Axis
 from .measured import Measured
 from .quantities import QUANTITIES, Target
@@ -39,21 +39,23 @@ def map_around(
         return None
     sizes = _sizes(goals, found, nominal)
     one, other = (int(place) for place in np.argsort(-sizes.max(axis=1), kind="stable")[:2])
-    main = goals[int(np.argmax(sizes[[one, other]].max(axis=0)))]
+    main, second = (goals[int(np.argmax(sizes[place]))] for place in (one, other))
     deviations = np.linspace(-REACH, REACH, grid).tolist()
     rows: list[dict[str, Any]] = []
-    for first in deviations:
-        for second in deviations:
+    for across in deviations:
+        for up in deviations:
             rows.append({})
             for place, drift in enumerate(drifts):  # all of them, so that runs with one deviation are found again
-                rows[-1] |= drift.values({one: first, other: second}.get(place, 0.0))
+                rows[-1] |= drift.values({one: across, other: up}.get(place, 0.0))
     candidates = _candidates(main, goals)
+    if (second.stages, second.whole) != (main.stages, main.whole) and second.quantity.name != "V-defects":
+        candidates.append(second)
     made = run([*candidates, *goals], rows)
     if not np.isfinite(made.values).any():
         return None
     shown = _shown(candidates, made.values)
     columns = [*shown, *range(len(candidates), made.values.shape[1])]
-    axes = (_axis(base, drifts[one], deviations), _axis(base, drifts[other], deviations))
+    axes = (_axis(drifts[one], deviations), _axis(drifts[other], deviations))
     made = Measured(made.values[:, columns], made.statuses, made.texts)
     return map_of(base, axes, [candidates[place] for place in shown], goals, made)
 
@@ -91,8 +93,7 @@ def _shown(candidates: Sequence[Target], values: Array) -> list[int]:
     return places
 
 
-def _axis(base: Recipe, drift: Drift, deviations: Sequence[float]) -> Axis:
+def _axis(drift: Drift, deviations: Sequence[float]) -> Axis:
     """An axis of deviations, in the unit of the spread."""
-    name = label_of(base.timeline(), drift.name) if "/" in drift.name else drift.name
     values = [float(f"{deviation * drift.shown_spread:.{DIGITS}g}") for deviation in deviations]
-    return Axis(drift.name, f"deviation of {name}", drift.shown_unit, values, 0.0)
+    return Axis(drift.name, f"deviation of {drift.label}", drift.shown_unit, values, 0.0)

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
@@ -16,19 +16,19 @@ from .._recipe.recipe import Recipe
 from .map import ProcessMap
 from .map_page import goal_text, map_model
 
-BINS = 31  # of a histogram; an odd number: one is centred at the nominal value
+LEAST_BINS, MOST_BINS = 9, 31  # of a histogram; an odd number: one is centred at the nominal value
 SMALLEST_RANGE = 1e-6  # of a histogram, of the nominal value
 DIGITS = 7
 
 
 def write_window(
     path: PathLike, recipe: Recipe, sentences: Sequence[str], warnings: Sequence[str], table: pd.DataFrame,
-    targets: pd.DataFrame, sensitivities: pd.DataFrame, around: ProcessMap | None,
+    targets: pd.DataFrame, sensitivities: pd.DataFrame, around: ProcessMap | None, labels: Mapping[str, str],
 ) -> Path:
-    """Writes the page of a window and returns its path."""
+    """Writes the page of a window and returns its path. labels: of the values that vary, by their names."""
 
     def text() -> str:
-        model = window_model(table, targets, sensitivities)
+        model = window_model(table, targets, sensitivities, labels)
         tables = {"runs": ("runs.csv", table), "effects": ("effects.csv", sensitivities)}
         if around is not None:
             tables["map"] = ("map.csv", around.table)
@@ -37,7 +37,7 @@ def write_window(
             recipe.path.name if recipe.path is not None else "Recipe",
             data={
                 "targets": model,
-                "map": None if around is None else map_model(around._axes, around._shown, around._targets, around.table),
+                "map": None if around is None else _map_model(around),
                 "tables": {key: {"name": name, "text": own.to_csv()} for key, (name, own) in tables.items()},
             },
             sentences=sentences,
@@ -46,7 +46,7 @@ def write_window(
                 row | {"title": one["title"], "label": one["label"], "alternative": one["alternative"]}
                 for row, one in zip(targets.to_dict("records"), model)
             ],
-            effects=sensitivities.to_dict("records"),
+            effects=[row | {"label": labels[row["knob"]]} for row in sensitivities.to_dict("records")],
             around=around,
             goals=[] if around is None else [goal_text(target) for target in around._targets],
             runs=len(table) + 2 * sensitivities.knob.nunique() + 1,
@@ -55,8 +55,12 @@ def write_window(
     return write_page(path, text, inputs=[recipe.path])
 
 
+def _map_model(around: ProcessMap) -> dict[str, Any]:
+    return map_model(around._axes, around._shown, around._targets, around.table)
+
+
 def window_model(
-    table: pd.DataFrame, targets: pd.DataFrame, sensitivities: pd.DataFrame
+    table: pd.DataFrame, targets: pd.DataFrame, sensitivities: pd.DataFrame, labels: Mapping[str, str]
 ) -> list[dict[str, Any]]:
     """Each target as data for window.js: a histogram of its values, and the effects on it, the largest first."""
     made = []
@@ -68,13 +72,13 @@ def window_model(
         values = table[label].to_numpy(float)
         within = (values >= (-np.inf if low is None else low)) & (values <= (np.inf if high is None else high))
         made.append({
-            "label": label,
+            "label": label, "unit": row.unit,
             "title": f"{label} ({row.unit})" if row.unit else label,
             "low": low, "high": high, "target": row.target, "nominal": _known(row.nominal),
             "histogram": _histogram(values, within, row.nominal),
             "effects": [
                 {
-                    "name": f"{one.knob.removeprefix('process_stages/')} \u00b1{one.spread:.3g} {one.knob_unit}",
+                    "name": f"{labels[one.knob]} \u00b1{one.spread:.3g} {one.knob_unit}",
                     "below": _change(one.below, row.nominal), "above": _change(one.above, row.nominal),
                 }
                 for one in own.itertuples()
@@ -101,7 +105,8 @@ def _histogram(values: Array, within: Array, nominal: float) -> dict[str, Any]:
         return {"edges": [], "all": [], "within": []}
     centre = nominal if np.isfinite(nominal) else float(values[known].mean())
     away = max(float(np.abs(values[known] - centre).max()), SMALLEST_RANGE * max(abs(centre), 1e-9))
-    edges = np.linspace(centre - away, centre + away, BINS + 1)
+    bins = min(max(2 * round(float(np.sqrt(known.sum()))) + 1, LEAST_BINS), MOST_BINS)
+    edges = np.linspace(centre - away, centre + away, bins + 1)
     return {
         "edges": [_rounded(edge) for edge in edges.tolist()],
         "all": np.histogram(values[known], edges)[0].tolist(),

@@ -3,6 +3,7 @@
 const MapFigure = (() => {
   const HEIGHT = 620, NARROW = 480;  // pixels
   const EDGE = { wide: 0.03, narrow: 0.08 };  // of the range of an axis
+  const CROWDED = 4;  // lines on a narrow screen; of more only each second one has a number
   const PLACES = 60;  // along a line that its number can have
 
   // Pieces of lines as one line with gaps.
@@ -52,7 +53,8 @@ const MapFigure = (() => {
       const all = joined(curve.lines.flatMap((line) => line.pieces));
       data.push(Object.assign(all, { type: "scatter", mode: "lines", name: curve.name, hoverinfo: "skip",
         line: { color: colour(curve.colour), width: 2, dash: curve.dashed ? "dash" : "solid" } }));
-      for (const line of curve.lines) {
+      const each = width < NARROW && curve.lines.length > CROWDED ? 2 : 1;
+      for (const line of curve.lines.filter((_, place) => place % each === 0)) {
         const place = labelled(map, line, number % 2 ? 0.3 : 0.65, width < NARROW ? EDGE.narrow : EDGE.wide);
         if (!place) continue;
         layout.annotations.push({ x: place[0], y: place[1], text: line.text, showarrow: false,

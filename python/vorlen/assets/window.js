@@ -41,7 +41,7 @@
 
   // What one standard deviation of each value changes, down and up; the largest effect is on top.
   function tornado(target, colour, width) {
-    const layout = frame(colour, width, "change of " + target.title);
+    const layout = frame(colour, width, target.unit ? `change (${target.unit})` : "change");
     function bars(name, key, fill) {
       const x = [], y = [];
       target.effects.forEach((one, place) => {
