@@ -54,8 +54,8 @@ class Design:
         given recipe gives, with its knobs moved into their limits), reached, tolerance, met, and knobs: the knobs of
         the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
-        A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a ramp), low, high (the limits), at_limit: "low",
-        "high" or "", and path: that of its first value in the recipe.
+        A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
+        ramp), low, high (the limits), at_limit: "low", "high" or "", and path: that of its first value in the recipe.
     history : pandas.DataFrame
         A row per run, in order: kind (start, step, derivative, exploration or hint), knobs, targets, and text, the
         reason if it failed.
