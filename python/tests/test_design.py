@@ -147,6 +147,18 @@ def test_a_preference_without_spare_knobs_is_a_warning(design):
     assert made.success and made.warnings == ["prefer has no effect: no layer has more knobs than targets"]
 
 
+def test_a_preference_for_what_is_not_a_knob_is_a_warning(design):
+    made = design(LAYER, single(thickness=4, by=["tau", "TEGa"]) | {"prefer": {"P": "low"}})
+    assert made.success and made.warnings == ["prefer P has no effect: P is not a knob"]
+
+
+def test_a_knob_of_another_stage_is_named_after_it(design):
+    entry = {"layer": "last GaN barrier", "thickness": 10, "by": "stage_1_3/tau"}
+    made = design(MQW, {"layers": [entry], "limits": {"tau": "50 .. 500 s"}})
+    assert "Hardly affected by tau of stage_1/stage_1_3 there" in made.warnings[0]
+    assert made.table.knobs[0].startswith("tau of stage_1/stage_1_3 ") and made.knobs.layer[0] == "stage_1/stage_1_3"
+
+
 def test_repeated_layers_count_by_their_mean(design):
     made = design(MQW, {"layers": [{"layer": "InGaN well", "thickness": 3, "In": 0.2, "by": ["tau", "T"]}]})
     assert made.success

@@ -33,7 +33,7 @@ from .plot import plot_design
 from .report import write_report
 from .solver import first_point, solve
 from .steps import snapped
-from .targets import Spec, read_spec
+from .targets import V_III, Spec, read_spec
 
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
@@ -54,8 +54,8 @@ class Design:
         given recipe gives, with its knobs moved into their limits), reached, tolerance, met, and knobs: the knobs of
         the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
-        A row per knob: layer, knob, unit, before, after (a pair for a ramp), low, high (the limits), at_limit: "low",
-        "high" or "", and path: that of its first value in the recipe.
+        A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
+        ramp), low, high (the limits), at_limit: "low", "high" or "", and path: that of its first value in the recipe.
     history : pandas.DataFrame
         A row per run, in order: kind (start, step, derivative, exploration or hint), knobs, targets, and text, the
         reason if it failed.
@@ -278,9 +278,10 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
 def _preference_notes(spec: Spec) -> list[str]:
     spare = any(len(knobs) > len(targets) for targets, knobs in spec.groups)
     bounds = any(target.bound for target in spec.targets)
-    if not spec.preferences or spare or bounds:
-        return []
-    return ["prefer has no effect: no layer has more knobs than targets"]
+    if spec.preferences and not (spare or bounds):
+        return ["prefer has no effect: no layer has more knobs than targets"]
+    knobs = [V_III, *(knob.name for knob in spec.knobs[: spec.hints.start])]
+    return [f"prefer {name} has no effect: {name} is not a knob" for name in spec.preferences if name not in knobs]
 
 
 def _model_notes(model: DesignModel) -> list[str]:
@@ -326,8 +327,7 @@ def _knobs_text(spec: Spec, row: int, knobs: list[tuple[Knob, float]]) -> str:
         knob, variable = knobs[place]
         unit = f" {knob.unit}" if knob.unit else ""
         before, after = knob_text(knob.shown(0.0)), knob_text(knob.shown(variable))
-        name = knob.name if knob.layer == spec.targets[row].layer else knob.label
-        shown.append(f"{name} {before} \u2192 {after}{unit}")
+        shown.append(f"{knob.name_for(spec.targets[row].layer)} {before} \u2192 {after}{unit}")
     return ", ".join(shown)
 
 
@@ -336,7 +336,7 @@ def _knob_table(knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
     for knob, variable in knobs:
         at = "high" if knob.high - variable < 1e-3 else "low" if variable - knob.low < 1e-3 else ""
         records.append((
-            knob.layer, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0]
+            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0]
         ))
     columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path"]
     return pd.DataFrame(records, columns=columns)

@@ -44,6 +44,7 @@ class Knob:
     low, high        of the variable
     limits           in the unit of the knob
     default_limits   True if the caller gave none
+    stage            of a knob that is given by its path; empty if it is the target's
     """
 
     layer: str
@@ -55,10 +56,19 @@ class Knob:
     high: float
     limits: tuple[float, float]
     default_limits: bool
+    stage: str = ""
+
+    @property
+    def owner(self) -> str:
+        return self.stage or self.layer
 
     @property
     def label(self) -> str:
-        return f"{self.name} of {self.layer}"
+        return f"{self.name} of {self.owner}"
+
+    def name_for(self, layer: str) -> str:
+        """What texts about a layer call it."""
+        return self.name if self.owner == layer else self.label
 
     @property
     def is_integer(self) -> bool:
@@ -100,12 +110,12 @@ class Knob:
 
 
 def make_knob(
-    recipe: Recipe, layer: str, name: str, paths: Sequence[str], limits: tuple[float, float] | None
+    recipe: Recipe, layer: str, name: str, paths: Sequence[str], limits: tuple[float, float] | None, stage: str = ""
 ) -> Knob:
     """A knob for these paths of a recipe. Raises ValueError if it can't be changed within the limits."""
     known = known_element(paths[0])
     unit = known.unit if known is not None else ""
-    label = f"{name} of {layer}"
+    label = f"{name} of {stage or layer}"
     start = tuple(recipe[path] for path in paths)
     numbers = [end for value in start for end in (value if isinstance(value, tuple) else (value,))]
     if not all(isinstance(number, (int, float)) for number in numbers):
@@ -127,7 +137,7 @@ def make_knob(
     if not low < high:
         span = f"{limits[0]:g} to {limits[1]:g}{f' {unit}' if unit else ''}"
         raise ValueError(f"{label}: the recipe's values range from {bottom:g} to {top:g}, which can't move in {span}")
-    return Knob(layer, name, unit, tuple(paths), start, low, high, limits, not given)
+    return Knob(layer, name, unit, tuple(paths), start, low, high, limits, not given, stage)
 
 
 def _lowest(known: Element | None) -> float:

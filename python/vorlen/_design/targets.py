@@ -80,7 +80,9 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
             path_key, knob_name, paths = _knob_paths(recipe, timeline, layer, name)
             chosen = own.get(path_key, own.get(knob_name, limits.get(path_key, limits.get(knob_name))))
             used |= {path_key, knob_name}
-            knob = make_knob(recipe, layer.name, knob_name, paths, _checked_limits(chosen, knob_name, paths[0]))
+            stage = _stage_of(paths[0]).removeprefix(f"{PROCESS}/") if "/" in name else ""
+            limits_of_knob = _checked_limits(chosen, knob_name, paths[0])
+            knob = make_knob(recipe, layer.name, knob_name, paths, limits_of_knob, stage)
             twin = next((one for one in knobs.values() if set(one.paths) & set(paths)), None)
             if twin is not None and (twin.paths != knob.paths or twin.limits != knob.limits):
                 raise ValueError(f"{knob.label} and {twin.label} share a stage, but not all stages or limits")
