@@ -57,8 +57,12 @@ class Live:
             "document.getElementById('tab-table').click()"
         )
         self.set(MQW.read_text("utf-8"), "wells.xml")
-        for quantity, unit in {"temperature": "K", "pressure": "Pa", "metal": "sccm", "gas": "sccm"}.items():
-            self.choose(f"[data-quantity={quantity}]", unit)
+        self.browser.run(
+            "for (const [quantity, unit] of Object.entries({temperature: 'K', pressure: 'Pa', metal: 'sccm', gas: 'sccm'})) {"
+            "  const list = document.querySelector(`[data-quantity=${quantity}]`);"
+            "  if (list.value !== unit) { list.value = unit; list.dispatchEvent(new Event('change')); }"
+            "}"
+        )
 
     def wait_for_run(self, before: int, seconds: float = 20) -> None:
         self.browser.wait(f"return Number(document.documentElement.dataset.runs ?? 0) > {before}", seconds)

@@ -133,19 +133,16 @@ def test_a_link_carries_the_recipe(live: Live) -> None:
         assert live.browser.run("return location.hash") == ""  # a reload shows later changes
 
 
-@pytest.mark.parametrize("fragment", ["#recipe=AAAA", "#recipe=%%%", "#recipe=", "bomb", "cut"])
-def test_a_broken_link_gets_a_message(fragment: str, live: Live) -> None:
+def test_a_broken_link_gets_a_message(live: Live) -> None:
     before = live.xml()
     packer = zlib.compressobj(9, zlib.DEFLATED, -15)
-    if fragment == "bomb":
-        packed = packer.compress(b'{"name":"a","xml":"' + b" " * 50_000_000) + packer.flush()
-        fragment = "#recipe=" + base64.urlsafe_b64encode(packed).decode().rstrip("=")
-    elif fragment == "cut":
-        fragment = "#recipe=" + link_of(live).split("=", 1)[1][:-300]
-    live.browser.run("location.hash = arguments[0]", fragment)
-    live.browser.wait("return document.getElementById('note-text').textContent.startsWith('The recipe in the link can')")
-    assert live.xml() == before
-    live.browser.console()
+    bomb = packer.compress(b'{"name":"a","xml":"' + b" " * 50_000_000) + packer.flush()
+    whole = link_of(live).split("=", 1)[1]
+    for broken in ("AAAA", "%%%", "", whole[:-300], base64.urlsafe_b64encode(bomb).decode().rstrip("=")):
+        live.browser.run("document.getElementById('note-text').textContent = ''; location.hash = arguments[0]", f"#recipe={broken}")
+        live.browser.wait("return document.getElementById('note-text').textContent.startsWith('The recipe in the link can')")
+        assert live.xml() == before
+    assert live.browser.run("return location.hash") == ""
 
 
 def test_the_state_survives_a_reload_and_is_that_of_this_page(live: Live, tmp_path: Path) -> None:
