@@ -8,7 +8,6 @@ import json
 import re
 import subprocess
 import xml.etree.ElementTree as ElementTree
-from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
 
@@ -17,7 +16,7 @@ import pytest
 
 import vorlen
 from browser import Browser
-from live import Live, write_page
+from live import Live
 from support import MQW, ROOT, V_DEFECTS, failing_recipe, tool
 from test_report import luminance
 
@@ -26,25 +25,14 @@ WELL = "process_stages/stage_1/stage_1_3"
 PANELS = ["composition", "rate", "strain", "densities", "temperature"]
 
 
-@pytest.fixture(scope="module")
-def opened(browser: Browser, tmp_path_factory: pytest.TempPathFactory) -> Live:
-    live = Live(browser, write_page(tmp_path_factory.mktemp("growth") / "wells.html", MQW))
-    live.open(1440, 900)
-    return live
-
-
 @pytest.fixture
-def live(opened: Live) -> Iterator[Live]:
+def live(live: Live) -> Live:
     """The page with the recipe of wells, without kept variants, over the whole depth."""
-    if opened.browser.run("return location.href") != opened.page.as_uri() or opened.browser.run("return innerWidth") != 1440:
-        opened.open(1440, 900)
-    opened.set(MQW.read_text("utf-8"), "wells.xml")
-    opened.browser.run(
+    live.browser.run(
         "vorlen.growth.restore({axis: 'height', zoom: 'whole', panels: arguments[0], kept: []}); scrollTo(0, 0);"
         "document.querySelector('.all-periods input').checked = false;", PANELS
     )
-    yield opened
-    assert opened.browser.console() == []
+    return live
 
 
 @pytest.fixture(scope="module")
@@ -575,15 +563,15 @@ def test_colours_have_contrast(dark: bool, live: Live) -> None:
         assert (high + 0.05) / (low + 0.05) >= least, name
 
 
-def test_on_a_phone_everything_fits_and_a_tap_shows_values(browser: Browser, opened: Live) -> None:
-    opened.open(390, 844, True)
-    opened.press("Growth")
+def test_on_a_phone_everything_fits_and_a_tap_shows_values(browser: Browser, wells_page: Live) -> None:
+    wells_page.open(390, 844, True)
+    wells_page.press("Growth")
     assert browser.run("return document.documentElement.scrollWidth") <= 390
     for selector in (".charts", ".stack"):
         box = browser.run("return document.querySelector(arguments[0]).getBoundingClientRect().toJSON()", f".growth svg{selector}")
         assert box["left"] >= 0 and box["right"] <= 390 and box["height"] > 300
     browser.run("document.querySelector('.charts').scrollIntoView()")
-    box = box_of_panel(opened, "rate")
+    box = box_of_panel(wells_page, "rate")
     browser.tap(box["left"] + 0.5 * box["width"], box["top"] + 20)
     browser.wait("return document.querySelector('.charts > text.head').textContent !== ''", 5)
     widths = browser.run("return [...document.querySelectorAll('.charts [data-panel] > text')].map(t => t.getBoundingClientRect().right)")
