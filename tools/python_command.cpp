@@ -35,12 +35,14 @@ struct PythonCommand {
   const char* module;  // that it needs in addition to MODULES, may be null; its Debian package is python3-MODULE
 };
 
-constexpr std::array<PythonCommand, 5> COMMANDS = {{
+constexpr std::array<PythonCommand, 6> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
     {"compare", "Compare result files: one page for a browser", "vorlen compare a.result.txt b.result.txt -o page.html",
      "jinja2"},
     {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml",
      "scipy"},
+    {"window", "Find out how often a recipe meets its targets if the reactor varies",
+     "vorlen window led.xml --targets targets.yaml --spread T=\"2 K\" -o window.html", "jinja2"},
     {"map", "Run a recipe on a grid of two values: one page with a map",
      "vorlen map recipe.xml --x process_stages/stage_1/T=1000:1050:10 --y process_stages/stage_1/P=20000,40000",
      "jinja2"},

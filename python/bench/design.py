@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """How reliable and how quick designs are: python/bench/design.py [--reachable N] [--unreachable N] [--workers N]
 
-1. A light-emitting diode with five targets, from the example and from starts that are off by a factor of three in the
-   flows and by 40 K: runs, wall time including the start of the worker processes, largest deviations.
+1. The structures of the gallery with the targets in examples/targets, from the examples and from starts that are off by
+   a factor of three in all metal flows and by 40 K: runs, wall time including the start of the worker processes,
+   largest deviations.
 2. Random reachable targets: a recipe is run with random values of its knobs, so that its results can be reached; the
    design starts from the unchanged recipe. All must be reached.
 3. Random unreachable targets: beyond the extremes of a scan of the knobs within the limits, or two targets for a knob
@@ -18,7 +19,7 @@ import math
 import sys
 import tempfile
 import time
-from collections.abc import Callable
+from collections.abc import Callable, Iterator
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
@@ -33,7 +34,8 @@ from vorlen._design.knobs import KNOBS  # noqa: E402
 from vorlen._sweep.pool import LocalPool  # noqa: E402
 
 EXAMPLES = ROOT / "examples"
-RUNS_MAX, SECONDS_MAX = 25, 6.0  # of the diode
+RUNS_MAX, SECONDS_MAX = 25, 6.0  # of a structure
+METALS = ("TMIn", "TMGa", "TEGa", "TMAl")
 COLUMNS = {"thickness": "thickness", "rate": "mean_rate", "In": "x_in", "In middle": "x_in_mid", "In final": "x_in_end",
            "Al": "x_al", "strain": "eps_xx_z", "dislocations": "rho_td_z"}
 
@@ -120,39 +122,44 @@ def load(family: Family) -> vorlen.Recipe:
     return vorlen.Recipe.load(EXAMPLES / family.recipe).with_scheme("staged")
 
 
-def diode(workers: int) -> bool:
-    base = load(LED)
-    targets = {
-        "layers": [
-            {"layer": "n-GaN", "thickness": "2 um", "by": "tau"},
-            {"layer": "InGaN well", "thickness": "3 nm", "In": 0.15, "by": ["tau", "TMIn"]},
-            {"layer": "p-AlGaN blocking layer", "thickness": "15 nm", "Al": 0.15, "by": ["tau", "TMAl"]},
-        ]
-    }
-    starts = [("example", base)]
-    for name, factor, shift in (("flows x 3, -40 K", 3.0, -40.0), ("flows / 3, +40 K", 1.0 / 3.0, 40.0),
-                                ("flows x 3, +40 K", 3.0, 40.0), ("flows / 3, -40 K", 1.0 / 3.0, -40.0)):
-        start = base.copy()
-        for layer, flow in (("InGaN well", "TMIn"), ("p-AlGaN blocking layer", "TMAl")):
-            path = f"{stage_path(base, layer)}/gas_species/Q/{flow}"
-            start[path] = base[path][0] * factor
-            heat = f"{stage_path(base, layer)}/T"
-            start[heat] = base[heat][0] + shift
-        starts.append((name, start))
+def starts(recipe: vorlen.Recipe) -> Iterator[tuple[str, vorlen.Recipe]]:
+    """The recipe; and with all metal flows wrong by a factor of three and all temperatures by 40 K."""
+    yield "example", recipe
+    paths = [path for path in recipe.paths() if path.startswith("process_stages/")]
+    for name, share, shift in (("flows x 3, -40 K", 1.0, -1.0), ("flows x 3, +40 K", 1.0, 1.0),
+                               ("flows / 3, -40 K", -1.0, -1.0), ("flows / 3, +40 K", -1.0, 1.0)):
+        start = recipe.copy()
+        for path in paths:
+            knob = path.rpartition("/")[2]
+            if knob in ("T", *METALS):
+                start[path] = moved(start[path], knob, shift if knob == "T" else share)
+        yield name, start
+
+
+def structures(workers: int) -> bool:
+    """Each structure of the gallery with its targets."""
     good = True
-    for name, start in starts:
-        limits = {"limits": {"TMIn": "0.001 .. 20 sccm"}}
-        begin = time.perf_counter()
-        made = vorlen.design(start, targets | limits, workers=workers, check=False)
-        seconds = time.perf_counter() - begin
-        away = made.table.reached - made.table.target
-        thickness = float((away / made.table.target)[made.table.quantity == "thickness"].abs().max())
-        fraction = float(away[made.table.quantity != "thickness"].abs().max())
-        fine = made.success and made.runs < RUNS_MAX and seconds < SECONDS_MAX
-        good &= fine
-        print(f"diode, {name:18s}: {made.runs:3d} runs, {seconds:5.2f} s, thickness within {100 * thickness:.3f} %, "
-              f"composition within {fraction:.5f}{'' if fine else '  FAILED ' + '; '.join(made.warnings)}", flush=True)
+    for path in sorted((EXAMPLES / "targets").glob("*.yaml")):
+        worst = np.zeros(4)
+        for name, start in starts(vorlen.Recipe.load(EXAMPLES / f"{path.stem}.xml").with_scheme("staged")):
+            begin = time.perf_counter()
+            made = vorlen.design(start, path, workers=workers, check=False)
+            seconds = time.perf_counter() - begin
+            table = made.table[made.table.bound == ""]
+            away = (table.reached - table.target).abs()
+            is_thickness = table.quantity == "thickness"
+            errors = float((100.0 * away / table.target)[is_thickness].max()), float(away[~is_thickness].max())
+            worst = np.maximum(worst, [made.runs, seconds, *errors])
+            fine = made.success and made.runs < RUNS_MAX and seconds < SECONDS_MAX
+            good &= fine
+            print(f"{path.stem:8s} {name:16s}: {len(made.table):2d} targets, {_figures(made.runs, seconds, *errors)}"
+                  f"{'' if fine else '  FAILED ' + '; '.join(made.warnings)}", flush=True)
+        print(f"{path.stem:8s} {'worst':16s}:             {_figures(*worst)}", flush=True)
     return good
+
+
+def _figures(runs: float, seconds: float, thickness: float, fraction: float) -> str:
+    return f"{runs:3.0f} runs, {seconds:5.2f} s, thickness within {thickness:.3f} %, composition within {fraction:.5f}"
 
 
 def reachable(count: int, pool: LocalPool, folder: Path) -> bool:
@@ -178,10 +185,11 @@ def reachable(count: int, pool: LocalPool, folder: Path) -> bool:
 def unreachable(count: int, pool: LocalPool, folder: Path) -> bool:
     random = np.random.default_rng(7)
     begin = time.perf_counter()
-    failed = 0
+    runs, failed = [], 0
     for number in range(count):
         recipe, targets, best = _beyond(number, random)
         made = vorlen.design(recipe, targets, out=folder / f"beyond_{number % 4}", executor=pool, check=False)
+        runs.append(made.runs)
         reached = float(made.table.reached.iloc[0])
         recognised = not made.success and not made.table.met.iloc[0] and bool(made.warnings)
         as_good = math.isnan(best) or abs(reached - best) <= 0.002
@@ -189,7 +197,8 @@ def unreachable(count: int, pool: LocalPool, folder: Path) -> bool:
             failed += 1
             print(f"unreachable {number}, best of the scan {best:.4f}: {targets}\n{made}", flush=True)
     seconds = time.perf_counter() - begin
-    print(f"unreachable: {count - failed} of {count} recognised; {seconds / count:.2f} s each", flush=True)
+    print(f"unreachable: {count - failed} of {count} recognised; runs: median {np.median(runs):.0f}, most {max(runs)}; "
+          f"{seconds / count:.2f} s each", flush=True)
     return failed == 0
 
 
@@ -234,7 +243,7 @@ def main() -> int:
     parser.add_argument("--unreachable", type=int, default=50, metavar="N")
     parser.add_argument("--workers", type=int, default=2, metavar="N")
     options = parser.parse_args()
-    good = diode(options.workers)
+    good = structures(options.workers)
     with tempfile.TemporaryDirectory() as place, LocalPool(options.workers) as pool:
         good = (not options.reachable or reachable(options.reachable, pool, Path(place))) and good
         good = (not options.unreachable or unreachable(options.unreachable, pool, Path(place))) and good

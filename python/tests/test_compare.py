@@ -71,6 +71,27 @@ def test_equal_lines_of_the_table_are_one() -> None:
     assert [group.numbers for group in groups] == ["1, 3, 5, \u2026, 17", "2, 4, 6, \u2026, 18"]
 
 
+def test_changes_below_the_digits_shown_do_not_separate_periods() -> None:
+    """Of the wells, the first is the same in both runs, the others differ by less than the 0.001 nm that are shown."""
+    barrier = ("QB", 9, 9, 0.0)
+    first = stack(*[barrier, ("QW", 5, 3, 0.125)] * 4, ("cap", 9, 9, 0.0))
+    other = stack(*(part for extra in (0, 1e-5, 2e-5, 0) for part in (barrier, ("QW", 5, 3 + extra, 0.125))), ("cap", 9, 10, 0.0))
+    lines = layer_lines([compared_layers(first, other)])
+    changes = [line.values["thickness"][1].change for line in lines]
+    assert changes == ["0", "0", "0", "<0.001", "0", "<0.001", "0", "0", "+1.000"]
+    groups = grouped_lines(lines, ["thickness", "x_in_mid"])
+    assert [(group.numbers, group.name) for group in groups] == [("1, 3, 5, 7", "QB"), ("2, 4, 6, 8", "QW"), ("9", "cap")]
+    # A change of 0 would say that all wells are equal.
+    assert [group.cells[0][1].change for group in groups] == ["0", "<0.001", "+1.000"]
+    assert [group.visible for group in groups] == [False, False, True]
+    # A change that is shown separates them.
+    thicker = stack(*(part for extra in (0, 1e-5, 0.002, 0) for part in (barrier, ("QW", 5, 3 + extra, 0.125))), ("cap", 9, 9, 0.0))
+    groups = grouped_lines(layer_lines([compared_layers(first, thicker)]), ["thickness"])
+    assert [(group.numbers, group.cells[0][1].change) for group in groups] == [
+        ("1, 3, 5, 7", "0"), ("2, 4, 8", "<0.001"), ("6", "+0.002"), ("9", "0")
+    ]
+
+
 def test_the_csv_has_all_layers_and_digits() -> None:
     text = layers_csv(layer_lines([compared_layers(A, B), compared_layers(A, C)]), ["a", "b,1", "c"])
     rows = list(csv.DictReader(io.StringIO(text)))
@@ -341,7 +362,7 @@ def test_the_charts_in_a_browser(browser: Browser, results: Path, tmp_path: Path
 
     saved = browser.downloaded(tmp_path_of(tmp_path, "csv"), "a[data-csv=layers]").read_text("utf-8")
     assert len(list(csv.reader(io.StringIO(saved)))) == 1 + 23
-    picture = browser.downloaded(tmp_path_of(tmp_path, "svg"), ".pair:not([hidden]) a[data-picture=height]").read_text("utf-8")
+    picture = browser.downloaded(tmp_path_of(tmp_path, "svg"), ".pair:not([hidden]) a[data-svg=height]").read_text("utf-8")
     assert picture.startswith("<svg") and "72 s" in picture
 
     browser.open(page, dark=True)

@@ -147,6 +147,18 @@ def test_a_preference_without_spare_knobs_is_a_warning(design):
     assert made.success and made.warnings == ["prefer has no effect: no layer has more knobs than targets"]
 
 
+def test_a_preference_for_what_is_not_a_knob_is_a_warning(design):
+    made = design(LAYER, single(thickness=4, by=["tau", "TEGa"]) | {"prefer": {"P": "low"}})
+    assert made.success and made.warnings == ["prefer P has no effect: P is not a knob"]
+
+
+def test_a_knob_of_another_stage_is_named_after_it(design):
+    entry = {"layer": "last GaN barrier", "thickness": 10, "by": "stage_1_3/tau"}
+    made = design(MQW, {"layers": [entry], "limits": {"tau": "50 .. 500 s"}})
+    assert "Hardly affected by tau of stage_1/stage_1_3 there" in made.warnings[0]
+    assert made.table.knobs[0].startswith("tau of stage_1/stage_1_3 ") and made.knobs.layer[0] == "stage_1/stage_1_3"
+
+
 def test_repeated_layers_count_by_their_mean(design):
     made = design(MQW, {"layers": [{"layer": "InGaN well", "thickness": 3, "In": 0.2, "by": ["tau", "T"]}]})
     assert made.success
@@ -190,6 +202,12 @@ def test_a_layer_ends_before_v_defects_open(design):
     assert after.x_in < before.x_in.iloc[0]
 
 
+def test_a_dislocation_density_just_above_the_flow_at_which_v_defects_open_is_reached(design):
+    """There it rises by half within a relative change of the flow of 2e-6."""
+    made = design(V_DEFECTS, {"layers": [{"layer": "InGaN", "dislocations": "8e8 cm^-2", "by": "TMIn"}]})
+    assert made.success and math.isclose(grown(made.recipe, "InGaN").rho_td_z.iloc[0], 8e8, rel_tol=1e-2)
+
+
 def test_a_bound_that_holds_is_left_alone(design):
     made = design(LAYER, single(thickness="at least 0.1 nm", In="at most 0.9", by="tau"))
     assert made.success and made.runs == 1 and (made.knobs.before == made.knobs.after).all()
@@ -218,6 +236,14 @@ def test_a_start_outside_of_the_limits_is_moved_inside(design):
     made = design(LAYER, single(In=0.1, by="TMIn") | {"limits": {"TMIn": [0.01, 0.15]}})
     assert made.recipe[f"{STAGE}/{FLOW}"][0] <= 0.15
     assert any("outside of its limits; the search starts inside" in text for text in made.warnings)
+
+
+@pytest.mark.parametrize("limits", ["1000 .. 1010 K", "1040 .. 1050 K"])
+def test_limits_of_a_temperature_that_is_no_knob_change_nothing(design, limits):
+    made = design(LAYER, single(In=0.45, thickness=3, by=["tau", "TMIn"]) | {"limits": {"T": limits, "TMIn": [0.1, 0.3]}})
+    assert made.recipe[f"{STAGE}/T"] == vorlen.Recipe.load(LAYER)[f"{STAGE}/T"]
+    (text,) = made.warnings
+    assert "TMIn is at its upper limit" in text and "10 K lower" not in text
 
 
 def test_a_flow_that_is_0_can_be_turned_on(design):
@@ -285,6 +311,37 @@ def test_a_knob_without_effect_is_named(design):
     assert not made.success and "Hardly affected by tau there" in made.warnings[0]
 
 
+def test_a_target_without_a_knob_for_it_leaves_the_others_exact(design):
+    made = design(LAYER, single(thickness=3, rate=0.1, by="tau"))
+    assert list(made.table.met) == [True, False] and len(made.warnings) == 1
+    assert made.warnings[0].startswith("rate of layer 2 (InGaN): ") and "Hardly affected by tau" in made.warnings[0]
+    assert math.isclose(grown(made.recipe, 2).thickness.iloc[0], 3.0, rel_tol=1e-3)
+
+
+def test_a_layer_that_evaporates_is_named_as_one(design):
+    start = vorlen.Recipe.load(LAYER)
+    start[f"{STAGE}/T"] = 1500.0
+    assert grown(start, 2).thickness.iloc[0] < -1.0
+    made = design(start, single(thickness=3, by=["tau", "TMIn"]))
+    assert not made.success and "nm, as more evaporates than grows, is the best" in made.warnings[0]
+    assert made.warnings[0].endswith("Metals evaporate: add T to its knobs")
+    made = design(start, single(thickness=3, by=["tau", "T"]))
+    assert made.success and math.isclose(grown(made.recipe, 2).thickness.iloc[0], 3.0, rel_tol=1e-3)
+
+
+def test_too_little_gallium_on_a_hot_surface_is_explained(design):
+    start = vorlen.Recipe.load(ROOT / "examples" / "uv_led.xml")
+    heat = f"{STAGE}/T"
+    start[heat] = start[heat][0] + 40.0
+    for metal in ("TMGa", "TMAl"):
+        start[f"{STAGE}/gas_species/Q/{metal}"] = start[f"{STAGE}/gas_species/Q/{metal}"][0] / 3.0
+    made = design(start, {"layers": [{"layer": "n-AlGaN", "Al": 0.55, "by": "TMAl"}]})
+    assert not made.success
+    best = made.recipe.copy().set(heat, start[heat][0] - 10.0)
+    colder = grown(best, "n-AlGaN").x_al.iloc[0]
+    assert f"Gallium evaporates: 10 K lower it would be {colder:.3g}; add T to its knobs" in made.warnings[0]
+
+
 def test_v_defects_that_can_not_be_avoided_are_recognised(design):
     made = design(V_DEFECTS, {"layers": [{"layer": "InGaN", "thickness": 9, "V-defects": "none", "by": "tau"}]})
     assert not made.success
@@ -326,7 +383,7 @@ def test_a_folder_that_another_design_uses_is_busy(design, tmp_path):
         design(LAYER, single(thickness=3, by="tau"))
 
 
-@pytest.mark.parametrize(("limit", "text"), [({"max_runs": 3}, "3 runs are used up"),
+@pytest.mark.parametrize(("limit", "text"), [({"max_runs": 3}, "the largest number of runs, 3, is reached"),
                                              ({"time_limit": 1e-6}, "the time limit of 1e-06 s is reached")])
 def test_limits_of_runs_and_time_give_the_best_so_far(design, limit, text):
     made = design(LAYER, single(In=0.2, thickness=3, by=["tau", "TMIn"]), **limit)
@@ -339,6 +396,25 @@ def test_a_recipe_that_fails_at_the_start_is_an_error(design):
     recipe[f"{STAGE}/T"] = -1
     with pytest.raises(vorlen.SimulationError):
         design(recipe, single(thickness=3, by="tau"))
+
+
+def test_a_design_finds_its_way_from_a_recipe_that_fails(design, monkeypatch):
+    from vorlen._design.model import DesignModel, Outcome
+
+    measured = DesignModel._outcome
+
+    def fails_first(self, row, number, content):
+        nothing = np.full(len(self.spec.targets), np.nan)
+        return measured(self, row, number, content) if number else Outcome(nothing, nothing.copy(), "it failed")
+
+    monkeypatch.setattr(DesignModel, "_outcome", fails_first)
+    targets = single(In=0.15, thickness=3, by=["TMIn", "tau"])
+    made = design(LAYER, targets)
+    assert made.success and np.isnan(made.table.start).all() and made.history.text[0] == "it failed"
+    assert made.warnings == ["the recipe fails: it failed; the search started from other values of its knobs"]
+    assert abs(grown(made.recipe, 2).x_in.iloc[0] - 0.15) <= 1e-3
+    with pytest.raises(vorlen.SimulationError, match="it failed"):
+        design(LAYER, targets, max_runs=1)
 
 
 @pytest.mark.parametrize(
@@ -357,9 +433,12 @@ def test_an_interrupt_names_how_to_continue(design, capsys, monkeypatch):
         raise KeyboardInterrupt
 
     monkeypatch.setattr(_design_solver, "newton", stop)
-    with pytest.raises(KeyboardInterrupt):
+    with pytest.raises(vorlen.DesignInterrupted) as interrupted:
         design(LAYER, single(thickness=3, by="tau"))
-    assert "design interrupted after 1 runs; to continue, repeat the call" in capsys.readouterr().err
+    assert "design interrupted after 1 run; to continue, repeat the call" in capsys.readouterr().err
+    best = interrupted.value.design
+    assert best.runs == 1 and best.recipe == vorlen.Recipe.load(LAYER).with_scheme("staged")
+    assert not best.success and best.warnings == ["the search is not complete: it was interrupted"]
     assert threading.active_count() < 50
 
 

@@ -10,7 +10,7 @@ import pytest
 import vorlen
 from support import ROOT
 from vorlen._design.model import DesignModel, LimitReached, Outcome
-from vorlen._design.solver import solve
+from vorlen._design.solver import first_point, solve
 from vorlen._design.targets import read_spec
 
 LED = ROOT / "examples" / "blue_led.xml"
@@ -33,7 +33,7 @@ class MadeUp(DesignModel):
                 continue
             if len(self.known) >= self.max_runs:
                 raise LimitReached("no more runs")
-            values = self.values_at(np.array(key))
+            values = self.values_at(np.array(key)[: self.spec.hints.start])
             if values is None:
                 nothing = np.full(len(self.spec.targets), np.nan)
                 self.known[key] = Outcome(nothing, nothing.copy(), "failed")
@@ -44,10 +44,9 @@ class MadeUp(DesignModel):
             self.kinds.append(kind)
         return [self.known[key] for key in keys]
 
-    def solved(self, x=None):
-        x = np.zeros(len(self.spec.knobs)) if x is None else np.array(x)
-        (first,) = self.at([x], "start")
-        return solve(self, first, x)
+    def solved(self):
+        x, outcome = first_point(self, np.zeros(len(self.spec.knobs)))
+        return solve(self, outcome, x)
 
 
 def thicknesses(*wanted):
@@ -57,7 +56,7 @@ def thicknesses(*wanted):
 def test_independent_layers_take_one_difference_for_all():
     model = MadeUp(thicknesses(200, 300, 50), lambda x: 100.0 * np.exp(x))
     search = model.solved()
-    assert np.allclose(search.x, np.log([2.0, 3.0, 0.5]), atol=1e-3) and search.close.all()
+    assert np.allclose(search.x[:3], np.log([2.0, 3.0, 0.5]), atol=1e-3) and search.close.all()
     assert model.kinds.count("derivative") == 1 and len(model.known) <= 4
 
 
@@ -68,7 +67,7 @@ def test_layers_that_depend_on_each_other_are_solved_too():
     model = MadeUp(thicknesses(*wanted), lambda x: 100.0 * np.exp(coupling @ x))
     search = model.solved()
     assert search.close.all()
-    assert np.allclose(search.x, np.linalg.solve(coupling, np.log(wanted / 100.0)), atol=2e-3)
+    assert np.allclose(search.x[:3], np.linalg.solve(coupling, np.log(wanted / 100.0)), atol=2e-3)
 
 
 def test_steps_into_a_region_where_runs_fail_are_shortened():
@@ -93,6 +92,36 @@ def test_a_target_across_a_minimum_is_found_from_other_starts():
     search = model.solved()
     assert search.close.all() and search.x[0] > 1.0
     assert "exploration" in model.kinds
+
+
+def test_a_recipe_that_fails_is_left_for_the_best_point_around_it():
+    model = MadeUp(thicknesses(20, 30, 5), lambda x: None if x[0] > -0.5 else [200.0 * np.exp(x[0]), 30.0, 5.0])
+    search = model.solved()
+    assert model.known[tuple(np.zeros(len(search.x)))].text  # the start
+    assert search.close.all() and math.isclose(search.x[0], math.log(0.1), rel_tol=1e-3)
+    assert not search.x[model.spec.hints.start :].any()
+
+
+def test_if_all_points_around_a_recipe_fail_so_does_the_start():
+    model = MadeUp(thicknesses(20, 30, 5), lambda x: None)
+    x, outcome = first_point(model, np.zeros(len(model.spec.knobs)))
+    assert outcome.text == "failed" and len(model.known) == 9
+
+
+@pytest.mark.parametrize("width", [1e-2, 1e-4, 1e-6])
+def test_a_target_on_a_step_is_found_between_two_points(width):
+    targets = {"layers": [{"layer": "InGaN well", "In": 0.23, "by": "TMIn"}], "limits": {"TMIn": [0.02, 1.0]}}
+    model = MadeUp(targets, lambda x: [0.1 + 0.1 * (1.0 + math.tanh((x[0] - 0.7) / width))])
+    search = model.solved()
+    assert search.close.all() and abs(search.x[0] - 0.7) < width
+    assert len(model.known) < 80
+
+
+def test_a_target_within_a_jump_is_out_of_reach():
+    targets = {"layers": [{"layer": "InGaN well", "In": 0.23, "by": "TMIn"}], "limits": {"TMIn": [0.02, 1.0]}}
+    model = MadeUp(targets, lambda x: [0.1 if x[0] < 0.7 else 0.3])
+    search = model.solved()
+    assert not search.close.any() and len(model.known) < 120
 
 
 def test_a_target_out_of_reach_leaves_the_others_exact():

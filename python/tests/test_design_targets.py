@@ -5,11 +5,12 @@ from __future__ import annotations
 import math
 from pathlib import Path
 
+import numpy as np
 import pytest
 
 import vorlen
 from support import MQW, ROOT
-from vorlen._design.knobs import SHIFT
+from vorlen._design.knobs import KNOBS, SHIFT
 from vorlen._design.targets import read_spec
 
 LED = ROOT / "examples" / "blue_led.xml"
@@ -24,6 +25,11 @@ def led() -> vorlen.Recipe:
 
 def spec(recipe, *entries, **others):
     return read_spec(recipe, {"layers": list(entries), **others})
+
+
+def knobs(recipe, *entries, **others):
+    made = spec(recipe, *entries, **others)
+    return made.knobs[: made.hints.start]
 
 
 def written(folder: Path, text: str) -> Path:
@@ -53,16 +59,38 @@ prefer: {V/III: high}
 
 
 @pytest.mark.parametrize(
+    ("limits", "expected"),
+    [
+        ("{TMIn: [0.02, 0.6] sccm, tau: [60, 70] s}", {"TMIn": (0.02, 0.6), "tau": (60, 70)}),
+        ("{TMIn: [ 2e-2 , +6E-1 ]sccm}  # or [1, 2] slm", {"TMIn": (0.02, 0.6)}),
+        ("\n  TMIn: [0.02, 0.6] sccm # usual\n  tau: [1, 2] min", {"TMIn": (0.02, 0.6), "tau": (60, 120)}),
+        ("{TMIn: [0.02 sccm, 0.6 sccm], tau: [60, 70]}", {"TMIn": (0.02, 0.6), "tau": (60, 70)}),
+    ],
+)
+def test_a_unit_after_brackets_is_that_of_both_limits(led, tmp_path, limits, expected):
+    entry = {"layer": "InGaN well", "thickness": "3.0 nm", "by": ["tau", "TMIn"]}
+    path = written(tmp_path, f"layers: [{{layer: InGaN well, thickness: 3.0 nm, by: [tau, TMIn]}}]\nlimits: {limits}\n")
+    assert read_spec(led, path) == spec(led, entry, limits=expected)
+
+
+@pytest.mark.parametrize("name", ["'[1, 2] sccm'", '"[1, 2] sccm"'])
+def test_brackets_in_a_quoted_name_stay(led, tmp_path, name):
+    with pytest.raises(ValueError, match=r"the recipe has no layer '\[1, 2\] sccm'"):
+        read_spec(led, written(tmp_path, f"layers: [{{layer: {name}, thickness: 3 nm, by: tau}}]"))
+
+
+@pytest.mark.parametrize(
     ("text", "error"),
     [
-        ("limits: {TMIn: [0.02, 0.6] sccm}",
-         r"line 1: '\[0.02, 0.6\] sccm' is not valid YAML, .* write \[0.02 sccm, 0.6 sccm\] or 0.02 .. 0.6 sccm"),
-        ("layers:\nlimits:\n  T: [980, 1060] K", "line 3: .*980 .. 1060 K"),
         ("layers: {", "line 1"),
+        ("limits:\n  by: [tau, T] K", "line 2, column "),
         ("layers: []\nlayers: []", "line 2, column 1: the key 'layers' is given twice"),
         ("layers: &a [*a]", "aliases are not supported"),
         ("", "is empty"),
-        ("[1, 2]", "must be a mapping with the key layers, or a path, got list"),
+        ("# only a comment", "is empty"),
+        ("[1, 2]", "targets.yaml must be a mapping with the key layers, not a list"),
+        ("layers", "must be a mapping with the key layers, not a text"),
+        ("3", "must be a mapping with the key layers, not a number"),
         ("layers: !!python/object:os.system x", "could not determine a constructor"),
         pytest.param("[" * 5000, "nested too deeply", id="deep"),
     ],
@@ -70,6 +98,14 @@ prefer: {V/III: high}
 def test_a_mistake_in_a_file_is_named_with_its_place(led, tmp_path, text, error):
     with pytest.raises((TypeError, ValueError), match=error):
         read_spec(led, written(tmp_path, text))
+
+
+def test_a_unit_after_a_list_is_that_of_both_values(led, tmp_path):
+    for text in ("{TMIn: [0.02, 0.6] sccm, T: [980,1060] K}", "{TMIn: [2e-2, .6]sccm, T: '[980, 1060] K'}",
+                 "\n  TMIn: [0.02, 0.6] sccm  # usual\n  T: [ 980 , 1060 ] K"):
+        layers = "layers: [{layer: InGaN well, thickness: 3, In: 0.1, by: [TMIn, T]}]\n"
+        made = read_spec(led, written(tmp_path, f"{layers}limits: {text}"))
+        assert [knob.limits for knob in made.knobs] == [(0.02, 0.6), (980.0, 1060.0)]
 
 
 def test_a_file_that_is_missing_or_not_text_is_an_error(led, tmp_path):
@@ -125,6 +161,7 @@ def test_values_have_units_and_bounds(led, quantity, given, name, value, bound):
         ({"strain": 1}, "write 1 % for 0.01"),
         ({"V-defects": 1e8}, "can only be none"),
         ({"thicknes": 3}, "unknown target of InGaN well: 'thicknes'.*Did you mean 'thickness'"),
+        ({"thickness": 3, "limit": {"tau": [1, 2]}}, "unknown target of InGaN well: 'limit'.*Did you mean 'limits'"),
         ({}, "InGaN well has no target"),
         ({"thickness": 3, "by": "TMin2"}, "unknown knob of InGaN well: 'TMin2'.*Did you mean 'TMIn'"),
         ({"thickness": 3, "by": []}, "has no knobs"),
@@ -216,7 +253,7 @@ def test_stages_of_one_name_share_their_knob_and_keep_their_ratio(led):
     recipe = led.copy()
     recipe["process_stages/stage_5/name"] = "GaN barrier"
     recipe["process_stages/stage_5/tau"] = 115
-    (knob,) = spec(recipe, ENTRY | {"layer": "GaN barrier"}).knobs
+    (knob,) = knobs(recipe, ENTRY | {"layer": "GaN barrier"})
     assert knob.values(math.log(2.0)) == {
         "process_stages/stage_4/stage_4_1/tau": 460.0, "process_stages/stage_5/tau": 230.0
     }
@@ -235,27 +272,43 @@ def test_a_ramp_moves_as_a_whole_and_stays_within_the_limits(led):
         spec(led, entry, limits={"T": "1000 .. 1050 degC"})
 
 
+def test_the_scale_of_a_thickness_goes_on_where_a_layer_evaporates(led):
+    (target,) = spec(led, ENTRY).targets
+    values = [-1e5, -10.0, -1.0, -1e-3, 0.0, 1e-3, 1.0, 3.0, 10.0]
+    places = [target.coordinate(value) for value in values]
+    assert places == sorted(set(places)) and target.coordinate(3.0) == 0.0
+
+
 def test_limits_can_be_written_in_several_ways(led):
     entry = ENTRY | {"by": "TMIn"}
-    for given in ("0.02 .. 0.6 sccm", "0.02 sccm .. 0.6 sccm", "0.02..0.6", [0.02, 0.6], ["0.02 sccm", "0.6 sccm"],
+    for given in ("0.02 .. 0.6 sccm", "[0.02, 0.6] sccm", "0.02 sccm .. 0.6 sccm", "0.02..0.6", [0.02, 0.6], ["0.02 sccm", "0.6 sccm"],
                   ("20e-6 slm", 0.6)):
-        (knob,) = spec(led, entry, limits={"tmin": given}).knobs
+        (knob,) = knobs(led, entry, limits={"tmin": given})
         assert knob.limits == (0.02, 0.6) and not knob.default_limits
         assert spec(led, entry | {"limits": {"TMIn": given}}, limits={"TMIn": [1, 2]}).knobs[0].limits == (0.02, 0.6)
 
 
 def test_limits_may_name_knobs_that_no_layer_uses(led):
-    assert spec(led, ENTRY, limits={"TMIn": [0, 1], "T": "980 .. 1060 K"}) == spec(led, ENTRY)
-    # The temperature that is tried if indium is out of reach stays within its limits.
+    assert knobs(led, ENTRY, limits={"TMIn": [0, 1], "T": "980 .. 1060 K"}) == knobs(led, ENTRY)
+    # The temperature that is tried if a target is out of reach stays within its limits.
     (_, hint) = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "TMIn"}, limits={"T": [1030, 1040]}).knobs
     assert math.isclose(hint.low, -3.15 / SHIFT)
 
 
 def test_a_flow_that_is_0_starts_between_its_limits(led):
-    (knob,) = spec(led, ENTRY | {"by": "TMAl"}, limits={"TMAl": [0.01, 1]}).knobs
+    (knob,) = knobs(led, ENTRY | {"by": "TMAl"}, limits={"TMAl": [0.01, 1]})
     assert knob.values(0.0)[knob.paths[0]] == [0.1, 0.1]
-    (knob,) = spec(led, ENTRY | {"by": "TMAl"}, limits={"TMAl": [0, 1]}).knobs
+    (knob,) = knobs(led, ENTRY | {"by": "TMAl"}, limits={"TMAl": [0, 1]})
     assert knob.values(knob.low)[knob.paths[0]][0] <= 1e-4
+
+
+@pytest.mark.parametrize(("knob", "value", "lowest"), [("tau", 1e-6, 1e-4), ("P", 2.0, 1.0), ("T", 50.0, 1e-4)])
+def test_default_limits_are_values_that_a_recipe_can_have(led, knob, value, lowest):
+    recipe = led.copy()
+    path = f"{WELL}/{KNOBS[knob]}"
+    recipe[path] = value
+    (made,) = knobs(recipe, ENTRY | {"by": knob})
+    assert made.limits[0] == lowest and math.isclose(np.mean(made.values(made.low)[path]), lowest, rel_tol=1e-6)
 
 
 def test_entries_that_share_a_stage_or_a_knob_are_one_group():
@@ -266,6 +319,10 @@ def test_entries_that_share_a_stage_or_a_knob_are_one_group():
     assert shared.groups == [([0, 1], [0, 1])]
     by_path = spec(recipe, ENTRY, {"layer": "last GaN barrier", "strain": 0, "by": "stage_1/stage_1_3/T"})
     assert by_path.groups == [([0, 1], [0, 1])] and by_path.knobs[1].name == "T"
+    for path in ("stage_1_3/T", "process_stages/stage_1/stage_1_3/T"):
+        assert spec(recipe, ENTRY, {"layer": "last GaN barrier", "strain": 0, "by": path}) == by_path
+    for path in ("stage_1/periods", "process_stages/stage_1/n_periods"):
+        assert spec(recipe, ENTRY | {"by": path}).knobs[0].paths == ("process_stages/stage_1/n_periods",)
 
 
 def test_the_same_knob_of_two_entries_is_one(led):

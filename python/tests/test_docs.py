@@ -9,7 +9,7 @@ import pytest
 from doc_blocks import ROOT, matches, run_page
 
 PAGES = ("checking-a-recipe.md", "python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
-         "designing.md")  # of docs/
+         "designing.md")  # of docs/; test_designing_page runs designing-an-led.md
 
 
 @pytest.mark.filterwarnings("error::vorlen.RecipeWarning")

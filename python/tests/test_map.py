@@ -115,7 +115,7 @@ def reactor(monkeypatch):
     """vorlen.process_map() on a made-up reactor: values(first, second) gives the values, or the text of a failure."""
 
     def run(values, parameters, **options):
-        def measured(base, lists, mode, wanted, **_):
+        def measured(bench, base, lists, mode, wanted):
             assert mode == "grid"
             answers = [values(first, second) for first in list(lists.values())[0] for second in list(lists.values())[1]]
             texts = [answer if isinstance(answer, str) else "" for answer in answers]

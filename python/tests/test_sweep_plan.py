@@ -348,3 +348,19 @@ def test_the_name_of_a_stage_in_a_path_is_answered_with_its_path(layer, examples
     name = vorlen.Recipe.load(layer)[NAME]
     with pytest.raises(vorlen.PlanError, match=f"has no {name}/T; {name} is process_stages/stage_1; the path is {T}$"):
         make_plan(layer, {f"{name}/T": [1000]})
+
+
+def test_the_recipe_of_a_row_is_that_of_its_values_set_one_after_the_other(layer):
+    base = vorlen.Recipe.load(layer)
+    values = {
+        T: [1000.5, 1020], f"{T}/end": 1040, "process_stages/stage_1/P": 20000, "output/detail": "true",
+        "process_stages/stage_1/gas_species/Q/TMIn": [0.1, 0.2], "chemistry/Kd_In/A": 2e13, "integration/scheme": "staged",
+        "process_stages/stage_1/name": 'a "name" & <more>', "integration/tolerance": 1e-7,
+    }
+    expected = base.copy()
+    for path, value in values.items():
+        expected[path] = tuple(value) if isinstance(value, list) else value
+    assert row_recipe(base, values) == expected.to_bytes()
+    assert vorlen.Recipe(row_recipe(base, values))[T] == (1000.5, 1040.0) and row_recipe(base, {}) == base.to_bytes()
+    with pytest.raises(KeyError, match="stage_9"):
+        row_recipe(base, {T: 1000, "process_stages/stage_9/T": 1000})

@@ -31,7 +31,7 @@ def reactor(monkeypatch):
     """vorlen.window() on a made-up reactor: values(T in K, TMIn in sccm) gives those of the targets, or a failure."""
 
     def run(values, targets, spread, **options):
-        def run_points(base, goals, rows, **_):
+        def run_points(bench, base, goals, rows):
             found, texts = [], []
             for row in rows:
                 recipe = base.copy()
@@ -45,7 +45,7 @@ def reactor(monkeypatch):
             return Measured(np.array(found, dtype=float), statuses, texts)
 
         monkeypatch.setattr(_window, "_run_points", run_points)
-        return vorlen.window(LAYER, targets, spread, **options)
+        return vorlen.window(LAYER, targets, spread, **{"grid": 0} | options)
 
     return run
 
@@ -112,7 +112,10 @@ def test_runs_that_fail_are_misses(reactor):
     made = reactor(lambda heat, flow: "too hot" if heat > base + 3.0 else [3.0, 0.2], WANTED, {"T": "2 K"}, samples=400)
     failed = int((made.table.status == "failed").sum())
     assert failed == int((made.table["T"] > 3.0).sum()) > 5 and made.yield_ == 1.0 - failed / 400
-    assert made.warnings == [f"{failed} of 400 runs failed and count as misses; the first: too hot"]
+    first, second, third = made.table.index[made.table.status == "failed"][:3]
+    text = f"{failed} of 400 runs failed and count as misses: runs {first}, {second}, {third}, "
+    assert len(made.warnings) == 1 and made.warnings[0].startswith(text)
+    assert made.warnings[0].endswith(", ...; the first: too hot")
     with pytest.raises(vorlen.SimulationError, match="never"):
         reactor(lambda heat, flow: "never", WANTED, {"T": "2 K"}, samples=4)
 
@@ -169,10 +172,15 @@ def test_a_spread_moves_all_stages_together_and_a_path_only_its_stage():
         ({}, "spread is empty"),
         ([("T", 2)], "spread must be a mapping"),
         ({"X": "2 K"}, "unknown name 'X'; known are tau, T"),
+        ({"TMIm": "2 %"}, "did you mean TMIn"),
+        ({"temp": "2 K"}, "did you mean T\\?"),
         ({"periods": 1}, "unknown name 'periods'"),
-        ({"stage_77/T": 1}, "the recipe has no stage_77/T"),
+        ({"stage_77/T": 1}, "has no process_stages/stage_77/T; similar paths: process_stages/stage_1/T"),
+        ({"stage_1/TMI": 1}, "has no process_stages/stage_1/TMI"),
+        ({"InGaN/T": 1}, "InGaN is process_stages/stage_1; the path is process_stages/stage_1/T"),
         ({"process_stages/stage_1/name": 1}, "not a real number"),
-        ({"T": "2 degC"}, "is a difference of temperatures in K, got '2 degC'"),
+        ({"T": "2 degF"}, "is a difference of temperatures, in K or degC, got '2 degF'"),
+        ({"T": "2 sccm"}, "is a difference of temperatures, in K or degC, got '2 sccm'"),
         ({"chemistry/Kd_In/A": 0}, "must be above 0"),
         ({"T": 0}, "must be above 0"),
         ({"T": "-1 %"}, "must be above 0"),
@@ -242,7 +250,7 @@ def test_a_design_aims_at_the_value_itself():
 
 @pytest.mark.parametrize(
     ("options", "error"),
-    [({"samples": 1}, "samples must be 2 or more"), ({"samples": 2.5}, "samples must be an integer"),
+    [({"samples": 0}, "samples must be 1 or more"), ({"samples": 2.5}, "samples must be an integer"),
      ({"samples": 10**6}, "samples can be at most"), ({"seed": -1}, "seed must be 0 or more")],
 )
 def test_wrong_numbers_of_runs_are_messages(options, error):
@@ -261,7 +269,8 @@ def test_a_real_window_agrees_with_single_runs_and_continues_in_its_folder(tmp_p
         again = vorlen.window(LAYER, targets, spread, **options)
         more = vorlen.window(LAYER, targets, spread, **options | {"samples": 14})
     assert made.table.equals(more.table.iloc[:12]) and len(more.table) == 14
-    assert len(stamps) == 12 + 1 + 2 * 2
+    # the random runs, one without deviations, two for each value, and the map, which has five of these
+    assert len(stamps) == 12 + 1 + 2 * 2 + 7 * 7 - 5
     assert all(path.stat().st_mtime_ns == stamp for path, stamp in stamps.items())  # not run again
     assert made.table.equals(again.table) and (made.table.status == "ok").all()
     recipe = vorlen.Recipe.load(LAYER).with_scheme("staged")
@@ -274,3 +283,95 @@ def test_a_real_window_agrees_with_single_runs_and_continues_in_its_folder(tmp_p
     assert effects.loc[("T", "In")].change < 0.0 < effects.loc[(FLOW, "In")].change  # indium desorbs from hot surfaces
     figure = made.plot(path=tmp_path / "window.svg")
     assert len(figure.axes) == 4 and (tmp_path / "window.svg").stat().st_size > 1000
+
+
+# ---- edge cases of yields
+
+
+def test_yields_of_0_and_1_have_one_sided_intervals(reactor):
+    for answer, expected in (([3.0, 0.2], 1.0), ([2.0, 0.2], 0.0)):
+        made = reactor(lambda heat, flow: answer, WANTED, {"T": "2 K"}, samples=20)  # noqa: B023
+        assert made.yield_ == expected and expected in made.interval
+        text = f"All targets hold in {20 * expected:.0f} of 20 runs: yield {100 * expected:.1f} %"
+        assert made.sentences[0].startswith(text)
+        assert made.sensitivities.change.tolist() == [0.0, 0.0]
+        assert made.sentences[-1] == "T: one standard deviation changes no target by 10 % of its tolerance."
+    assert made.targets.held.tolist() == [0.0, 1.0] and "is missed most often: it holds in 0.0 %" in made.sentences[1]
+
+
+def test_runs_without_a_value_are_misses_that_are_counted_and_named(reactor):
+    base, _ = start()
+    made = reactor(
+        lambda heat, flow: [math.nan if heat > base + 3.0 else 3.0, 0.2], WANTED, {"T": "2 K"}, samples=60
+    )
+    empty = made.table.index[made.table["T"] > 3.0]
+    assert made.yield_ == 1.0 - len(empty) / 60 and set(made.table.status) == {"ok"} and len(empty) > 2
+    name = made.targets.layer[0]
+    text = f"{len(empty)} of 60 runs have no value of thickness of {name} and count as misses: runs {empty[0]}, "
+    assert len(made.warnings) == 1 and made.warnings[0].startswith(text)
+    assert made.targets["mean"][0] == 3.0 and made.targets.held[0] == made.yield_
+
+
+def test_a_failure_of_all_random_runs_is_a_yield_of_0(reactor):
+    base, _ = start()
+    made = reactor(lambda heat, flow: [3.0, 0.2] if heat == base else "never", WANTED, {"T": "2 K"}, samples=3)
+    assert made.yield_ == 0.0 and made.warnings == [
+        "3 of 3 runs failed and count as misses: runs 0, 1 and 2; the first: never"
+    ]
+    assert made.targets["mean"].isna().all() and made.sensitivities.change.isna().all()
+
+
+# ---- how values move
+
+
+@pytest.mark.parametrize(
+    ("size", "kelvin", "text"),
+    [("2 K", 2.0, "2 K"), (2, 2.0, "2 K"), ("2", 2.0, "2 K"), ("2 degC", 2.0, "2 K"), ("2 \u00b0C", 2.0, "2 K"),
+     ("1.5 delta_degC", 1.5, "1.5 K"), ("500 mK", 0.5, "0.5 K"), ("0.1 %", None, "0.1 %")],
+)
+def test_spreads_of_temperatures_are_differences_in_kelvin_or_degrees_celsius_or_shares(size, kelvin, text):
+    recipe = vorlen.Recipe.load(LAYER)
+    (drift,) = read_spread(recipe, {"T": size})
+    assert drift.text == text
+    start_heat = recipe[f"{STAGE}/T"][0]
+    expected = start_heat + kelvin if kelvin is not None else 1.001 * start_heat
+    assert drift.values(1.0)[f"{STAGE}/T"] == pytest.approx((expected, expected), rel=1e-7)
+
+
+def test_quantities_of_pint_are_spreads():
+    import pint
+
+    units = pint.UnitRegistry()
+    for size, text in ((units.Quantity(2, "delta_degC"), "2 K"), (units.Quantity(2, "K"), "2 K")):
+        assert read_spread(vorlen.Recipe.load(LAYER), {"T": size})[0].text == text
+
+
+def test_absolute_and_relative_spreads_of_a_flow_and_ramps_that_move_as_a_whole():
+    recipe = vorlen.Recipe.load(LAYER)
+    recipe[f"{STAGE}/T"] = (1000.0, 1040.0)
+    recipe[FLOW] = (0.1, 0.3)
+    heat, share = read_spread(recipe, {"T": "3 K", "TMIn": "10 %"})
+    assert heat.values(-2.0)[f"{STAGE}/T"] == (994.0, 1034.0)  # shifted
+    assert share.values(2.0)[FLOW] == pytest.approx((0.12, 0.36))  # multiplied
+    (amount,) = read_spread(recipe, {"TMIn": "0.01 sccm"})
+    assert amount.values(2.0)[FLOW] == pytest.approx((0.12, 0.32)) and amount.text == "0.01 sccm"
+    (amount,) = read_spread(recipe, {"TMIn": "1e-5 slm"})
+    assert amount.values(1.0)[FLOW] == pytest.approx((0.11, 0.31))
+    (one_end,) = read_spread(recipe, {"stage_1/T/end": "3 K"})
+    assert one_end.values(1.0) == {f"{STAGE}/T/end": 1043.0}
+
+
+def test_a_drift_of_the_reactor_moves_stages_together_and_separate_paths_do_not():
+    """Of two stages whose effects on the sum add up, a common drift spreads the sum by 2, separate ones by sqrt 2."""
+    recipe = vorlen.Recipe.load(LED)
+    well, barrier = (f"process_stages/stage_4/stage_4_{number}/T" for number in (3, 4))
+    points = _window.points_of(2, 4000, 7)[5:]
+    common = read_spread(recipe, {"T": "2 K"})
+    apart = read_spread(recipe, {well: "2 K", barrier: "2 K"})
+
+    def sums(drifts):
+        rows = [_window._values_at(drifts, point) for point in points]
+        return np.array([row[well][0] - recipe[well][0] + row[barrier][0] - recipe[barrier][0] for row in rows])
+
+    assert sums(common).std() == pytest.approx(4.0, rel=0.04)
+    assert sums(apart).std() == pytest.approx(2.0 * math.sqrt(2.0), rel=0.04)

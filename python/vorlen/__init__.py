@@ -15,7 +15,7 @@ from ._base import interrupts as _interrupts
 from ._base.files import BusyError
 from ._base.library import LibraryNotFoundError
 from ._base.version import __version__
-from ._design.design import Design, design
+from ._design.design import Design, DesignInterrupted, design
 from ._design.map import ProcessMap, process_map
 from ._design.window import Window, window
 from ._fit.fit import Fit, fit
@@ -36,6 +36,7 @@ from ._sweep.sweep import Sweep, read_sweep, sweep
 __all__ = [
     "BusyError",
     "Design",
+    "DesignInterrupted",
     "Fit",
     "LibraryNotFoundError",
     "PlanError",

@@ -9,6 +9,7 @@ from ._base.command_line import Parser
 from ._base.interrupts import run_command
 from ._design.command import add_command as add_design
 from ._design.map_command import add_command as add_map
+from ._design.window_command import add_command as add_window
 from ._pages.compare_command import add_command as add_compare
 from ._pages.report_command import add_command as add_report
 from ._sweep.command import add_command as add_sweep
@@ -16,10 +17,11 @@ from ._sweep.command import add_command as add_sweep
 
 def main(arguments: list[str] | None = None) -> int:
     """Runs a subcommand and returns its exit status: 0; 1 for a failure, described on stderr; 2 for a usage error."""
-    parser = Parser(prog="vorlen", description="Writes reports and comparisons of results; designs, sweeps and maps recipes.")
+    parser = Parser(prog="vorlen", description="Reports and comparisons of results; designs, process windows, maps and sweeps of recipes.")
     parser.add_argument("--version", action="version", version=f"vorlen {__version__}")
     commands = parser.add_subparsers(required=True, metavar="COMMAND")
     add_design(commands)
+    add_window(commands)
     add_map(commands)
     add_report(commands)
     add_compare(commands)

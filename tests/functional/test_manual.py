@@ -29,7 +29,7 @@ NOT_RUN = {
 }
 # Their blocks are run by the tests of the Python package.
 PYTHON_PAGES = ("python.md", "recipes-in-python.md", "gallery.md", "sweeps.md", "clusters.md", "fitting.md",
-                "designing.md")
+                "designing.md", "designing-an-led.md")
 FLAGS = doctest.ELLIPSIS | doctest.NORMALIZE_WHITESPACE
 
 

@@ -1,9 +1,12 @@
 """Common to all commands: colours, units, progress on a terminal, help, manual page, completion, Python."""
+import fcntl
 import os
 import pty
 import re
 import shutil
+import struct
 import subprocess
+import termios
 import unittest
 
 from support import EXAMPLES, LIBRARY, SOURCE, VORLEN, InAFolder, changed_example, example
@@ -19,9 +22,10 @@ def environment(**changes):
 
 
 class Terminals(InAFolder):
-    def on_terminal(self, *arguments, **changes):
-        """The output of the tool on a terminal, both streams together."""
+    def on_terminal(self, *arguments, width=0, **changes):
+        """The output of the tool on a terminal, both streams together. width: in columns; 0: unknown"""
         master, slave = pty.openpty()
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", 24, width, 0, 0))
         with subprocess.Popen([VORLEN, *arguments], cwd=self.folder, env=environment(**changes), stdin=slave,
                               stdout=slave, stderr=slave) as run:
             os.close(slave)
@@ -87,6 +91,85 @@ class Terminals(InAFolder):
                 self.assertNotIn("\033", run.stdout + run.stderr)
                 self.assertNotEqual(run.stdout + run.stderr, "")
 
+    def shown(self, *arguments, **options):
+        return self.on_terminal(*arguments, TERM="dumb", LC_ALL="C.UTF-8", **options).replace("\r\n", "\n")
+
+    def test_tables_fit_into_the_terminal_and_lose_nothing(self):
+        self.assertEqual(self.run_tool("run", example("blue_led"), "-o", "led.txt").returncode, 0)
+        self.assertEqual(self.run_tool("run", example("hemt"), "-o", "hemt.txt").returncode, 0)
+        for arguments in (["show", "--all", "led.txt"], ["timeline", "--all", example("blue_led")],
+                          ["diff", "--columns", "led.txt", "hemt.txt"]):
+            full = self.run_tool(*arguments).stdout
+            self.assertGreater(max(map(len, full.splitlines())), 80)
+            self.assertEqual(self.shown(*arguments), full)  # of a terminal that does not know its size
+            self.assertEqual(self.shown(*arguments, width=300), full)
+            for width in (80, 100, 120):
+                with self.subTest(arguments, width=width):
+                    narrow = self.shown(*arguments, width=width)
+                    self.assertLessEqual(max(len(line) for line in narrow.splitlines() if line.startswith("  ")), width)
+                    self.assertEqual(set(full.split()), set(narrow.split()))
+
+    def test_each_part_of_a_narrow_table_has_the_names_of_its_rows(self):
+        self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", "r.txt").returncode, 0)
+        parts = self.shown("show", "--all", "r.txt", width=60).strip("\n").split("\n\n")
+        self.assertGreater(len(parts), 3)
+        table = []
+        for part in parts:
+            rows = [line for line in part.splitlines() if re.match(r" +\d", line)]
+            self.assertEqual(len(rows), 6)
+            table.append([re.split(r"  +", row.strip()) for row in rows])
+        # The parts side by side are the rows of the two full tables.
+        full = [[re.split(r"  +", line.strip()) for line in half.splitlines()[1:]]
+                for half in self.run_tool("show", "r.txt").stdout.split("\n\n")]
+        for number in range(6):
+            names = full[0][number][:2]
+            self.assertTrue(all(part[number][:2] == names for part in table))
+            self.assertEqual([cell for part in table for cell in part[number][2:]],
+                             full[0][number][2:] + full[1][number][2:])
+
+    def test_a_change_is_beside_its_value_in_a_narrow_table(self):
+        for name in ("ingan_gan_mqw", "ingan_v_defects"):
+            self.assertEqual(self.run_tool("run", example(name), "-o", name + ".txt").returncode, 0)
+        narrow = self.shown("diff", "ingan_gan_mqw.txt", "ingan_v_defects.txt", width=70)
+        parts = [part.splitlines() for part in narrow.split("\n\n")[:-1]]
+        self.assertGreater(len(parts), 3)
+        for part in parts:
+            heading = next(line for line in part if "No." in line)
+            self.assertRegex(heading, r"^ +No\.  second +Layer( +\S[^C]* +Change)+$")
+
+    def test_equal_layers_are_one_line_on_a_terminal_only(self):
+        path = example("blue_led")  # five wells, and two pauses with the name of others
+        run = self.shown("run", path, "-o", "led.txt")
+        show = self.shown("show", "led.txt")
+        for text, end in ((run, "69          3.029\n"), (show, "active           69          3.029 ")):
+            self.assertRegex(text, rf"\n +7  InGaN well × 5 +{end}")
+            self.assertRegex(text, r"\n +4  cooling  +.*\n +5  GaN barrier × 5 .*\n +6  cooling × 5 ")
+            self.assertRegex(text, r"\n +30  last GaN barrier  ")  # its name is another one
+            self.assertNotRegex(text, r"\n +12  ")
+        self.assertTrue(show.endswith("\nLayers with the same values are one line; --all lists each.\n"))
+        self.assertIn("InGaN well x 5", self.on_terminal("show", "led.txt", LC_ALL="C"))
+        for options in ([], ["--all"]):
+            piped = self.run_tool("show", "led.txt", *options).stdout
+            self.assertEqual(len(re.findall(r"^ +\d+  InGaN well  ", piped, re.MULTILINE)), 10)
+            self.assertNotIn("--all", piped)
+        self.assertEqual(self.shown("show", "--all", "led.txt"), piped)
+
+    def test_nothing_is_said_of_equal_layers_where_there_are_none(self):
+        self.assertEqual(self.run_tool("run", example("algan_gan_hemt"), "-o", "r.txt").returncode, 0)
+        self.assertEqual(self.shown("show", "r.txt"), self.run_tool("show", "r.txt").stdout)
+        path = example("algan_gan_hemt")
+        self.assertEqual(self.shown("timeline", path), self.run_tool("timeline", path).stdout)
+
+    def test_equal_periods_are_one_line_of_the_timeline_on_a_terminal_only(self):
+        path = example("ingan_gan_mqw")
+        lines = [line for line in self.shown("timeline", path).splitlines() if "stage_1_3" in line]
+        self.assertEqual([line.split()[:8] for line in lines],
+                         [["stage_1_3", "(periods", "1-3)", "InGaN", "well", "3170", "3240", "70"]])
+        piped = self.run_tool("timeline", path).stdout
+        self.assertEqual(re.findall(r"stage_1_3 \(period (\d)\)", piped), ["1", "2", "3"])
+        self.assertEqual(self.run_tool("timeline", "--all", path).stdout, piped)
+        self.assertEqual(self.shown("timeline", "--all", path), piped)
+
     def test_columns_are_aligned_by_display_width(self):
         self.write_recipe("a.xml", 'val="AlGaN barrier"', 'val="氮化镓 Löß"')
         for locale, width in (("C.UTF-8", 2), ("C", 1)):  # Han characters take two columns if the locale is UTF-8
@@ -108,7 +191,7 @@ class Help(InAFolder):
     def test_each_help_has_an_example(self):
         self.assertIn("run", self.commands())
         for command in ["", *self.commands()]:
-            if command in ("report", "compare", "design", "map", "sweep"):
+            if command in ("report", "compare", "design", "window", "map", "sweep"):
                 continue  # Python's own
             with self.subTest(command):
                 text = self.run_tool(*command.split(), "--help").stdout
@@ -117,12 +200,12 @@ class Help(InAFolder):
     def test_the_manual_page_describes_each_command_and_option(self):
         with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
             page = file.read().replace("\\-", "-")
-        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "map", "sweep"}
+        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "window", "map", "sweep"}
         self.assertLess(commands, set(self.commands()) | {""})
         for command in self.commands():
             with self.subTest(command):
                 (section,) = re.findall(rf"^\.SS vorlen {command}\b(.*?)(?=^\.S[SH] )", page, re.MULTILINE | re.DOTALL)
-                if command in ("report", "compare", "design", "map", "sweep"):
+                if command in ("report", "compare", "design", "window", "map", "sweep"):
                     continue
                 options = self.options(command)
                 self.assertIn("--help", options)
@@ -175,7 +258,7 @@ class Suggestions(InAFolder):
                     self.run_tool("--help").stdout.split("Subcommands:\n")[1].split("\n\n")[0].splitlines()]
         self.assertIn("timeline", commands)
         for command in commands:
-            if command in ("report", "compare", "design", "map", "sweep"):
+            if command in ("report", "compare", "design", "window", "map", "sweep"):
                 continue  # Python's own
             options = re.findall(r"(--[a-z-]+)", self.run_tool(command, "--help").stdout.split("Options:")[1])
             for option in sorted(set(options)):
@@ -247,11 +330,11 @@ class Completion(InAFolder):
 
     def test_commands_and_options(self):
         self.assertEqual(self.complete("ru"), {"run"})
-        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "map", "sweep"}
+        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "window", "map", "sweep"}
         self.assertLess(commands, self.complete("") | {""})
         self.assertEqual(self.complete("--v"), {"--version"})
         self.assertEqual(self.complete("run --ke"), {"--keep-going"})
-        self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json", "--rows"})
+        self.assertEqual(self.complete("show a.txt --"), {"--help", "--csv", "--json", "--rows", "--all"})
         self.assertEqual(self.complete("nonsense "), set())
 
     def test_files_by_what_the_command_takes(self):
@@ -312,7 +395,7 @@ class Python(InAFolder):
         python = self.write_interpreter("python", fits=True)
         settings = environment(VORLEN_PYTHON=python)
         del settings["VORLEN_LIBRARY"]
-        for command in ("report", "compare", "design", "map", "sweep"):
+        for command in ("report", "compare", "design", "window", "map", "sweep"):
             run = self.run_tool(command, "a b.txt", "--help", "-x", env=settings)
             self.assertEqual((run.returncode, run.stderr), (7, ""))
             self.assertEqual(run.stdout.splitlines(),
@@ -348,7 +431,7 @@ class Python(InAFolder):
         for module in ("vorlen", "numpy", "pandas"):
             settings = environment(VORLEN_PYTHON=self.write_interpreter("python", fits=f" {module}"),
                                    PYTHONHOME=self.path("nowhere"))
-            for command in ("report", "compare", "map", "sweep"):
+            for command in ("report", "compare", "window", "map", "sweep"):
                 self.assertEqual(self.run_tool(command, env=settings).returncode, 1)
         settings["VORLEN_PYTHON"] = self.write_interpreter("python", fits="lxml")
         self.assertEqual(self.run_tool("report", env=settings).returncode, 7)

@@ -15,7 +15,7 @@
 #include "commands.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
-#include "terminal/table.h"
+#include "terminal/printable.h"
 #include "terminal/terminal.h"
 
 namespace {

@@ -18,6 +18,8 @@
 #include "recipe/read_recipe.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
+#include "terminal/printable.h"
+#include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 
@@ -33,6 +35,7 @@ using vorlen::recipe::Flow;
 struct TimelineOptions {
   std::string recipe;
   bool csv = false;
+  bool all = false;
 };
 
 // A time or duration: ten digits hide the rounding error of the sum of many durations.
@@ -46,6 +49,8 @@ std::string ramp_words(const ValueRange& range) {
 
 using Row = std::vector<std::string>;
 
+constexpr std::size_t N_TIMES = 2;  // columns after the names: start and end
+
 template <typename Record>
 Row begin_row(const Record& stage) {
   const std::string period = stage.period > 0 ? fmt::format(" (period {})", stage.period) : "";
@@ -54,7 +59,7 @@ Row begin_row(const Record& stage) {
 }
 
 Table begin_table(const char* kind) {
-  return {{{kind, true}, {"name", true}, {"start, s"}, {"end, s"}, {"duration, s"}}, {}};
+  return {{{kind, true}, {"name", true}, {"start, s"}, {"end, s"}, {"duration, s"}}, {}, 2};
 }
 
 std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>& layers) {
@@ -67,7 +72,26 @@ std::string layer_table(const char* kind, const std::vector<PrePostStageRecord>&
     }
     table.rows.push_back(std::move(row));
   }
-  return table_text(table, use_colour(stdout));
+  return table_for_stdout(table);
+}
+
+// One row for the periods of each stage that differ only in their times. Returns whether there are fewer rows now.
+bool keep_first_periods(Table& table, const std::vector<StageRecord>& stages) {
+  std::vector<std::string> keys;
+  for (std::size_t k = 0; k < stages.size(); ++k) {
+    keys.push_back(stages[k].label + '\n' + row_key(table.rows[k], table.names + N_TIMES));
+  }
+  std::vector<Row> rows;
+  for (const Indices& group : equal_keys(keys)) {
+    rows.push_back(table.rows[group.front()]);
+    if (group.size() == 1) continue;
+    Indices periods;
+    for (const std::size_t k : group) periods.push_back(static_cast<std::size_t>(stages[k].period) - 1);
+    rows.back().front() = fmt::format("{} (periods {})", stages[group.front()].label, numbers_text(periods));
+  }
+  const bool fewer = rows.size() < table.rows.size();
+  table.rows = std::move(rows);
+  return fewer;
 }
 
 // Four digits; "-" without a number.
@@ -75,8 +99,8 @@ std::string growth_words(const std::vector<ExpectedGrowth>& growth, std::size_t 
   return growth.empty() || !std::isfinite(growth[stage].*value) ? "-" : fmt::format("{:.4g}", growth[stage].*value);
 }
 
-// Without gases that never flow, and without the rotation when no stage has one.
-std::string stage_table(const std::vector<StageRecord>& stages, const std::vector<ExpectedGrowth>& growth) {
+// Without gases that never flow, and without the rotation when no stage has one. all: a row for each period.
+std::string stage_table(const std::vector<StageRecord>& stages, const std::vector<ExpectedGrowth>& growth, bool all) {
   std::vector<Flow> flows;
   for (const Flow& flow : recipe::flows()) {
     const bool used = std::any_of(stages.begin(), stages.end(), [&flow](const StageRecord& stage) {
@@ -104,13 +128,15 @@ std::string stage_table(const std::vector<StageRecord>& stages, const std::vecto
     row.push_back(growth_words(growth, k, &ExpectedGrowth::thickness));
     table.rows.push_back(std::move(row));
   }
-  return table_text(table, use_colour(stdout));
+  const bool fewer = !all && keep_first_periods(table, stages);
+  return table_for_stdout(table) +
+         (fewer ? "Of several periods, start and end are those of the first; --all lists each.\n" : "");
 }
 
-std::string table_of(const ProcessRecipe& recipe, const std::vector<ExpectedGrowth>& growth) {
+std::string table_of(const ProcessRecipe& recipe, const std::vector<ExpectedGrowth>& growth, bool all) {
   std::string out;
   if (!recipe.pre_stages.empty()) out += layer_table("pre-stage", recipe.pre_stages) + "\n";
-  out += stage_table(recipe.active_stages, growth);
+  out += stage_table(recipe.active_stages, growth, all);
   if (!recipe.post_stages.empty()) out += "\n" + layer_table("post-stage", recipe.post_stages);
   return out;
 }
@@ -203,7 +229,8 @@ int show_timeline(const TimelineOptions& options) {
   }
   name_layers(recipe);
   const std::vector<ExpectedGrowth> growth = growth_of(recipe);
-  return print_out(options.csv ? csv_of(recipe, growth) : table_of(recipe, growth));
+  if (options.csv) return print_out(csv_of(recipe, growth));
+  return print_out(table_of(recipe, growth, options.all || !is_terminal(stdout)));
 }
 
 }  // namespace
@@ -214,6 +241,7 @@ void add_timeline_command(CLI::App& app, int& status) {
       app.add_subcommand("timeline", "Show the stages of a recipe on the time axis, periodic ones expanded");
   timeline->add_option("RECIPE", options->recipe, "Recipe, an XML file")->required()->check(not_empty());
   timeline->add_flag("--csv", options->csv, "Comma-separated values with all columns and all digits");
+  timeline->add_flag("--all", options->all, "A separate line for each period, also on a terminal");
   timeline->footer(
       "A ramp is shown as start -> end. The expected growth takes in all metals that reach the\n"
       "surface.\n\nExample:\n  vorlen timeline --csv recipe.xml > timeline.csv");

@@ -46,7 +46,7 @@ int list_kinds() {
   for (const EmbeddedRecipe& recipe : embedded_recipes()) {
     table.rows.push_back({recipe.kind, first_sentence(recipe.text)});
   }
-  return print_out(table_text(table, use_colour(stdout)));
+  return print_out(table_for_stdout(table));
 }
 
 int write_recipe(const NewOptions& options) {

@@ -15,6 +15,7 @@
 #include "results/result_diff.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
+#include "terminal/printable.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 
@@ -62,7 +63,7 @@ std::string columns_text(const ResultDifference& difference, std::size_t rows_a,
                           short_number(found.relative), fixed_number(found.z, 3), fmt::format("{:.10g}", found.a),
                           fmt::format("{:.10g}", found.b), printable(found.layer)});
   }
-  text += table.rows.empty() ? "No column differs.\n" : '\n' + table_text(table, colour) + '\n';
+  text += table.rows.empty() ? "No column differs.\n" : '\n' + table_for_stdout(table) + '\n';
   const std::string verdict = difference.same ? "The same within the tolerance." : "Different.";
   if (!table.rows.empty() || !difference.same) {
     text += colour && !difference.same ? fmt::format(fmt::fg(fmt::terminal_color::red), "{}", verdict) : verdict;
@@ -93,7 +94,7 @@ std::string layers_text(const DiffOptions& options, const ResultDifference& diff
   if (difference.same) {
     return fmt::format("The same within the tolerance of {:g}.\n", options.tolerance) + deviation_text(difference);
   }
-  std::string text = layer_table_text(comparison, use_colour(stdout));
+  std::string text = layer_table_text(comparison);
   if (a.column_count != b.column_count) {
     text += fmt::format("The first has {} columns, the second {}.\n", a.column_count, b.column_count);
   }

@@ -13,6 +13,8 @@
 #include "results/result_check.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
+#include "terminal/printable.h"
+#include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 
@@ -23,6 +25,7 @@ struct ShowOptions {
   bool csv = false;
   bool json = false;
   bool rows = false;
+  bool all = false;
 };
 
 constexpr double SMALLEST_SHOWN_FRACTION = 0.0005;
@@ -42,8 +45,8 @@ std::string formula(const std::array<double, 3>& x) {
   return text + 'N';
 }
 
-std::string text_of(const std::vector<LayerValues>& layers) {
-  const bool colour = use_colour(stdout);
+// all: a line for each layer; otherwise one for those with the same values.
+std::string text_of(const std::vector<LayerValues>& layers, bool all) {
   const std::string um_per_h = std::string("Rate, ") + unit_names().micrometres_per_hour;
   Table growth{{{" No."},
                 {"Layer", true},
@@ -54,7 +57,8 @@ std::string text_of(const std::vector<LayerValues>& layers) {
                 {um_per_h},
                 {"Mean composition", true},
                 {"At its end", true}},
-               {}};
+               {},
+               2};
   Table strain{{{" No."},
                 {"Layer", true},
                 {"Strain as grown, %"},
@@ -63,7 +67,9 @@ std::string text_of(const std::vector<LayerValues>& layers) {
                 {"Dislocations as grown, cm^-2"},
                 {"at the end, cm^-2"},
                 {"V-defects, cm^-2"}},
-               {}};
+               {},
+               2};
+  std::vector<std::string> keys;
   std::size_t number = 0;
   for (const LayerValues& layer : layers) {
     const std::string label = std::to_string(++number);
@@ -75,8 +81,16 @@ std::string text_of(const std::vector<LayerValues>& layers) {
                            fixed_number(100.0 * layer.eps_xx_z, 3), fixed_number(100.0 * layer.relaxation, 1),
                            short_number(layer.rho_td_t), short_number(layer.rho_td_z),
                            short_number(layer.v_defects_t)});
+    keys.push_back(row_key(growth.rows.back(), 1) + row_key(strain.rows.back(), 1));
   }
-  return table_text(growth, colour) + '\n' + table_text(strain, colour);
+  const std::vector<Indices> groups = equal_keys(keys);
+  const bool grouped = !all && groups.size() < layers.size();
+  if (grouped) {
+    keep_groups(growth, groups);
+    keep_groups(strain, groups);
+  }
+  return table_for_stdout(growth) + '\n' + table_for_stdout(strain) +
+         (grouped ? "\nLayers with the same values are one line; --all lists each.\n" : "");
 }
 
 std::string csv_of(const std::vector<LayerValues>& layers) {
@@ -112,7 +126,7 @@ int show_result(const ShowOptions& options) {
   if (options.rows) return print_out(rows_csv_of(result));
   if (options.csv) return print_out(csv_of(layers));
   if (options.json) return print_out(layers_json_text(options.result, layers, unphysical));
-  return print_out(text_of(layers));
+  return print_out(text_of(layers, options.all || !is_terminal(stdout)));
 }
 
 }  // namespace
@@ -128,6 +142,7 @@ void add_show_command(CLI::App& app, int& status) {
                  "The rows instead of the layers: all columns, comma-separated, with all digits")
       ->excludes(csv)
       ->excludes(json);
+  show->add_flag("--all", options->all, "A separate line for each layer, also on a terminal");
   show->footer("Example:\n  vorlen show algan_gan_hemt.result.txt");
   show->callback([options, &status] { status = show_result(*options); });
 }

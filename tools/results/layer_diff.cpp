@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "terminal/table.h"
+#include "terminal/printable.h"
 
 namespace {
 

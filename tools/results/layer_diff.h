@@ -74,10 +74,7 @@ inline constexpr double SLIVER = 0.1;  // nm; a monolayer of GaN is 0.26 nm
 
 // Lines with the layers whose rounded values differ: a table, in which equal lines are one, and sentences about the
 // other layers.
-std::string layer_table_text(const LayerComparison& comparison, bool colour);
+std::string layer_table_text(const LayerComparison& comparison);
 
 // "The largest change is in layer 5, AlGaN barrier: ..."; empty if no layer does visibly.
 std::string largest_change(const LayerComparison& comparison);
-
-// Indices as numbers from 1: "3", "3, 5", "3-6", "3, 5, 7, ..., 41".
-std::string numbers_text(const std::vector<std::size_t>& indices);

@@ -2,23 +2,20 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <map>
 
 #include "results/layer_diff.h"
+#include "terminal/printable.h"
+#include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 
 namespace {
 
-// Numbers of layers beyond this are abbreviated.
-constexpr std::size_t MAX_NUMBERS = 6;
 // Their places in compared_quantities().
 constexpr std::size_t DURATION = 0;
 constexpr std::size_t THICKNESS = 1;
 constexpr std::size_t RATE = 2;
 constexpr double THIN = 1.0;  // nm; duration and rate of a thinner layer count less
-
-using Indices = std::vector<std::size_t>;
 
 bool in_both(const ComparedLayer& layer) { return layer.pair.a != NO_LAYER && layer.pair.b != NO_LAYER; }
 
@@ -44,16 +41,23 @@ struct LayerGroup {
 // Groups the layers for which key is the same, in the order of their first layers.
 template <typename Selected, typename Key>
 std::vector<LayerGroup> group_layers(const LayerComparison& comparison, Selected selected, Key key) {
-  std::vector<LayerGroup> groups;
-  std::map<std::string, std::size_t> places;
+  std::vector<const ComparedLayer*> layers;
+  std::vector<std::string> keys;
   for (const ComparedLayer& layer : comparison.layers) {
     if (!selected(layer)) continue;
-    const auto [place, is_new] = places.try_emplace(key(layer), groups.size());
-    if (is_new) groups.push_back({&layer, {}, {}, {}});
-    LayerGroup& group = groups[place->second];
-    group.layers.push_back(&layer);
-    if (layer.pair.a != NO_LAYER) group.a.push_back(layer.pair.a);
-    if (layer.pair.b != NO_LAYER) group.b.push_back(layer.pair.b);
+    layers.push_back(&layer);
+    keys.push_back(key(layer));
+  }
+  std::vector<LayerGroup> groups;
+  for (const Indices& places : equal_keys(keys)) {
+    LayerGroup group{layers[places.front()], {}, {}, {}};
+    for (const std::size_t place : places) {
+      const LayerPair& pair = layers[place]->pair;
+      group.layers.push_back(layers[place]);
+      if (pair.a != NO_LAYER) group.a.push_back(pair.a);
+      if (pair.b != NO_LAYER) group.b.push_back(pair.b);
+    }
+    groups.push_back(std::move(group));
   }
   return groups;
 }
@@ -150,27 +154,7 @@ bool common_names(const LayerComparison& comparison) {
 
 }  // namespace
 
-std::string numbers_text(const std::vector<std::size_t>& indices) {
-  std::vector<std::string> parts;
-  for (std::size_t i = 0; i < indices.size();) {
-    std::size_t last = i;
-    while (last + 1 < indices.size() && indices[last + 1] == indices[last] + 1) ++last;
-    if (last > i + 1) {
-      parts.push_back(fmt::format("{}-{}", indices[i] + 1, indices[last] + 1));
-    } else {
-      for (std::size_t k = i; k <= last; ++k) parts.push_back(std::to_string(indices[k] + 1));
-    }
-    i = last + 1;
-  }
-  if (parts.size() > MAX_NUMBERS) {
-    parts = {parts[0], parts[1], parts[2], "...", parts.back()};
-  }
-  std::string text;
-  for (const std::string& part : parts) text += (text.empty() ? "" : ", ") + part;
-  return text;
-}
-
-std::string layer_table_text(const LayerComparison& comparison, bool colour) {
+std::string layer_table_text(const LayerComparison& comparison) {
   const auto& quantities = compared_quantities();
   std::string text;
   const bool any_pair = std::any_of(comparison.layers.begin(), comparison.layers.end(), in_both);
@@ -195,11 +179,12 @@ std::string layer_table_text(const LayerComparison& comparison, bool colour) {
   Table table{{{" No."}}, {}};
   if (other_numbers) table.columns.push_back({"in the second"});
   table.columns.push_back({"Layer", true});
+  table.names = table.columns.size();
   std::array<std::size_t, N_COMPARED> width{};  // of the first value of a cell, so that the second ones are aligned
   for (std::size_t q = 0; q < N_COMPARED; ++q) {
     if (!comparison.shown[q]) continue;
     table.columns.push_back({quantities[q].heading, true});
-    table.columns.push_back({"Change"});
+    table.columns.push_back({"Change", false, true});
     for (const LayerGroup& group : groups) {
       width[q] = std::max(width[q], display_width(group.first->values[q].text_a));
     }
@@ -216,7 +201,7 @@ std::string layer_table_text(const LayerComparison& comparison, bool colour) {
     }
     table.rows.push_back(cells);
   }
-  if (!groups.empty()) text += table_text(table, colour) + '\n';
+  if (!groups.empty()) text += table_for_stdout(table) + '\n';
   return text + rest_text(comparison, !groups.empty()) + only_in(comparison, "first", true) +
          only_in(comparison, "second", false);
 }

@@ -8,7 +8,7 @@
 #include <array>
 #include <cmath>
 
-#include "terminal/table.h"
+#include "terminal/printable.h"
 
 namespace {
 

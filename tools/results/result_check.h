@@ -1,5 +1,5 @@
-// Whether the rows of a result are physical, and where in the process a run went wrong. python/vorlen/_runs/result_check.py
-// gives the same texts.
+// Whether the rows of a result are physical, and where in the process a run went wrong.
+// python/vorlen/_runs/result_check.py gives the same texts.
 #pragma once
 
 #include <cstddef>

@@ -12,7 +12,7 @@
 #include <limits>
 
 #include "results/layer_values.h"
-#include "terminal/table.h"
+#include "terminal/printable.h"
 
 namespace {
 

@@ -21,7 +21,7 @@
 #include "check/recipe_words.h"
 #include "terminal/files.h"
 #include "terminal/output.h"
-#include "terminal/table.h"
+#include "terminal/printable.h"
 #include "terminal/terminal.h"
 
 namespace {

@@ -9,6 +9,8 @@
 #include <iterator>
 
 #include "run/status_file.h"
+#include "terminal/printable.h"
+#include "terminal/row_groups.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 
@@ -20,7 +22,13 @@ std::string layer_table(const ResultFile& result) {
     table.rows.push_back({std::to_string(table.rows.size() + 1), printable(layer.name),
                           fmt::format("{:.10g}", layer.duration), fixed_number(layer.thickness, 3)});
   }
-  return table_text(table, use_colour(stdout));
+  table.names = 2;
+  if (is_terminal(stdout)) {
+    std::vector<std::string> keys;
+    for (const std::vector<std::string>& row : table.rows) keys.push_back(row_key(row, 1));
+    keep_groups(table, equal_keys(keys));
+  }
+  return table_for_stdout(table);
 }
 
 std::string last_row_text(const ResultRow& row) {
@@ -89,5 +97,5 @@ std::string batch_text(const std::vector<Job>& jobs) {
         {printable(job.recipe), colour ? fmt::format(fmt::fg(state.colour), "{}", state.word) : state.word,
          has_run ? fmt::format("{:.2f}", job.wall_time) : "-", has_result ? printable(job.paths.result) : "-"});
   }
-  return table_text(table, colour);
+  return table_for_stdout(table);
 }

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "terminal/exit_status.h"
-#include "terminal/table.h"
+#include "terminal/printable.h"
 #include "terminal/terminal.h"
 
 int fail(const std::string& text, int status) {

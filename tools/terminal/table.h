@@ -7,34 +7,27 @@
 
 struct TableColumn {
   std::string heading;
-  bool left = false;  // left-aligned (words); otherwise right-aligned (numbers)
+  bool left = false;    // left-aligned (words); otherwise right-aligned (numbers)
+  bool joined = false;  // belongs to the column on its left, and is printed beside it
 };
 
 struct Table {
   std::vector<TableColumn> columns;
   std::vector<std::vector<std::string>> rows;  // each with one cell for each column
+  std::size_t names = 1;                       // columns at the left that name a row, such as number and layer
 };
 
 // One line for the headings and one for each row, indented by two blanks, with two blanks between columns and none at
 // the end. With colour the headings are bold. Cells may contain colour codes; line breaks in them become blanks.
-std::string table_text(const Table& table, bool colour);
+// width: columns of the terminal. In a table that is wider, headings take several lines; if that is not enough, the
+// columns are printed in parts, one below the other, each with the names of its rows. 0: any width.
+std::string table_text(const Table& table, bool colour, std::size_t width = 0);
+
+// table_text() as stdout can show it.
+std::string table_for_stdout(const Table& table);
 
 // Comma-separated values: a line of headings, then the rows. Cells are quoted where needed, lines end with \n.
 std::string csv_text(const Table& table);
 
 // Number of terminal columns that text occupies. Colour codes occupy none.
 std::size_t display_width(const std::string& text);
-
-// text on one line: line breaks and other control characters become blanks.
-std::string printable(std::string text);
-// The same with line breaks and tabs as they are.
-std::string printable_lines(std::string text);
-
-// value with the given number of decimals, without a sign if it rounds to zero; "-" for NaN.
-std::string fixed_number(double value, int decimals);
-
-// value with up to three significant digits, such as 6e+08; "-" for NaN.
-std::string short_number(double value);
-
-// value with as many digits as are needed to read it back exactly; an empty text for NaN.
-std::string exact_number(double value);

@@ -2,6 +2,7 @@
 #include "terminal/terminal.h"
 
 #include <langinfo.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -14,7 +15,14 @@ bool use_colour(std::FILE* stream) {
   if (no_color != nullptr && *no_color != '\0') return false;
   const char* terminal = std::getenv("TERM");
   if (terminal == nullptr || std::strcmp(terminal, "dumb") == 0) return false;
-  return isatty(fileno(stream)) == 1;
+  return is_terminal(stream);
+}
+
+bool is_terminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
+std::size_t terminal_width(std::FILE* stream) {
+  winsize size{};
+  return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;  // fails unless stream is a terminal
 }
 
 bool use_utf8() { return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0; }

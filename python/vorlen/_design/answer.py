@@ -13,6 +13,7 @@ from .solver import AT_LIMIT, effects_of, has_effect, stopped_knobs
 from .steps import Search
 
 HINT = -0.25  # variable of a temperature 10 K lower
+HINT_GAIN = 0.05  # share of what is missing that it must bring
 
 
 def reasons(search: Search) -> list[str]:
@@ -36,7 +37,8 @@ def _missed(target: Target, value: float, found: str = "is the best within the l
     if np.isnan(value):
         missing = "the composition makes no step there" if "interface" in target.quantity.name else "nothing grows"
         return f"{target.label} is undefined, as {missing}; the target is {target.goal}{unit}"
-    return f"{target.label}: {value:.4g}{unit} {found}, the target is {target.goal}{unit}"
+    loss = ", as more evaporates than grows," if target.quantity.scale == "log" and value <= 0.0 else ""
+    return f"{target.label}: {value:.4g}{unit}{loss} {found}, the target is {target.goal}{unit}"
 
 
 def _reason(search: Search, row: int, outcome: Outcome) -> str:
@@ -50,11 +52,11 @@ def _reason(search: Search, row: int, outcome: Outcome) -> str:
     effective = [place for place in group.knobs if has_effect(search, row, effects[place])]
     stopped = stopped_knobs(search, group, row)
     if not effective:
-        names = " and ".join(spec.knobs[place].name for place in group.knobs)
+        names = " and ".join(spec.knobs[place].name_for(target.layer) for place in group.knobs)
         changes = ", ".join(_effect(spec.knobs[place], effects[place], target) for place in group.knobs)
         text += f". Hardly affected by {names} there: {changes}"
     elif stopped:
-        text += ". " + "; ".join(_at_limit(spec.knobs[place], search.x[place]) for place in stopped)
+        text += ". " + "; ".join(_at_limit(spec.knobs[place], search.x[place], target) for place in stopped)
         text += "; " + ", ".join(_effect(spec.knobs[place], effects[place], target) for place in stopped)
     elif any(spec.knobs[place].is_integer for place in effective):
         whole = next(spec.knobs[place] for place in effective if spec.knobs[place].is_integer)
@@ -62,60 +64,57 @@ def _reason(search: Search, row: int, outcome: Outcome) -> str:
         if len(effective) > 1:
             text += ", and the other knobs also set other targets"
     elif len(group.targets) > 1:
-        names = ", ".join(_name(spec.knobs[place], target) for place in effective)
+        names = ", ".join(spec.knobs[place].name_for(target.layer) for place in effective)
         others = ", ".join(spec.targets[place].label for place in group.targets if place != row)
         text = _missed(target, outcome.values[row], "is part of the best compromise")
         text += f". {_counted(len(group.targets), 'target')} share {_counted(len(group.knobs), 'knob')}: {names} also "
-        text += f"{'sets' if len(effective) == 1 else 'set'} {others}"
+        return text + f"{'sets' if len(effective) == 1 else 'set'} {others}"
     else:
         text += ". The search found no better value of its knobs"
     return text + _hint(search, row)
-
-
-def _name(knob: Knob, target: Target) -> str:
-    return knob.name if knob.layer == target.layer else knob.label
 
 
 def _counted(number: int, what: str) -> str:
     return f"{number} {what}{'' if number == 1 else 's'}"
 
 
-def _at_limit(knob: Knob, variable: float) -> str:
+def _at_limit(knob: Knob, variable: float, target: Target) -> str:
     upper = knob.high - variable < AT_LIMIT
     limit = knob.limits[1] if upper else knob.limits[0]
     unit = f" {knob.unit}" if knob.unit else ""
     default = ", a default that limits: can widen" if knob.default_limits else ""
-    return f"{knob.name} is at its {'upper' if upper else 'lower'} limit {limit:.5g}{unit}{default}"
+    return f"{knob.name_for(target.layer)} is at its {'upper' if upper else 'lower'} limit {limit:.5g}{unit}{default}"
 
 
 def _effect(knob: Knob, effect: float, target: Target) -> str:
     """Such as "10 % more TMIn changes it by about +0.0004"."""
-    more = "4 K more" if knob.name == "T" else "10 % more"
+    more = f"{'4 K' if knob.name == 'T' else '10 %'} more {knob.name_for(target.layer)}"
     if target.quantity.name == "V-defects":
-        return f"{more} {knob.name} {'raises' if effect > 0.0 else 'lowers'} them"
+        return f"{more} {'raises' if effect > 0.0 else 'lowers'} them"
     unit = f" {target.quantity.unit}" if target.quantity.unit else ""
-    return f"{more} {knob.name} changes it by about {effect:+.2g}{unit}"
+    return f"{more} changes it by about {effect:+.2g}{unit}"
 
 
 def _hint(search: Search, row: int) -> str:
-    """What 10 K less would do for an indium fraction that is too low."""
+    """What 10 K less would do for a layer that evaporates."""
     model, spec = search.model, search.model.spec
     target = spec.targets[row]
     places = [place for place in spec.hints if spec.knobs[place].layer == target.layer]
-    if not target.quantity.name.startswith("In") or not places or search.coordinates[row] >= 0.0:
-        return ""
-    if spec.knobs[places[0]].low > HINT:
-        return ""  # the limits exclude it
+    if not target.evaporation or not places or not spec.knobs[places[0]].low <= HINT <= spec.knobs[places[0]].high:
+        return ""  # the last: the limits exclude it
+    if target.quantity.scale == "log" and model.known[tuple(float(value) for value in search.x)].values[row] <= 0.0:
+        return f". {target.evaporation}: add T to its knobs"
     point = search.x.copy()
     point[places[0]] = HINT
     try:
         (outcome,) = model.at([point], "hint")
     except LimitReached:
         return ""
-    here = model.known[tuple(float(value) for value in search.x)].values[row]
-    if outcome.text or not outcome.values[row] > here + target.tolerance:
+    missing = abs(search.coordinates[row])
+    if outcome.text or not abs(outcome.coordinates[row]) < min((1.0 - HINT_GAIN) * missing, missing - 1.0):
         return ""
-    return f". Indium desorbs: 10 K lower it would be {outcome.values[row]:.3g}; add T to its knobs"
+    unit = f" {target.quantity.unit}" if target.quantity.unit else ""
+    return f". {target.evaporation}: 10 K lower it would be {outcome.values[row]:.3g}{unit}; add T to its knobs"
 
 
 def knob_text(value: Any) -> str:

@@ -13,7 +13,7 @@ from .._base.interrupts import status_of
 from .._recipe.check import check_text
 from .._recipe.scheme import STAGED
 from .._runs.run import SimulationError
-from .design import design, design_text
+from .design import Design, DesignInterrupted, design, design_text, runs_text
 
 EPILOG = """\
 Targets are a YAML file:
@@ -105,16 +105,26 @@ def _design(options: argparse.Namespace) -> int:
             recipe, options.targets, max_runs=options.max_runs, time_limit=options.time_limit, timeout=options.timeout,
             out=options.out, workers=options.workers, progress=not options.quiet, check=False,
         )
+    except DesignInterrupted as interrupt:
+        _save(interrupt.design, output, options.report)
+        _print(f"vorlen design: {output} is the best so far; repeat the command with --force", sys.stderr)
+        cause = interrupt.__cause__
+        return status_of(cause if isinstance(cause, KeyboardInterrupt) else interrupt)
     except KeyboardInterrupt as interrupt:
         return status_of(interrupt)
     except SimulationError as error:
-        raise RuntimeError(f"{recipe} fails before anything is changed: {error.text}") from error
+        raise RuntimeError(f"{recipe} fails, and with other values of the knobs too: {error.text}") from error
+    _save(made, output, options.report)
+    return 0 if made.success else 1
+
+
+def _save(made: Design, output: Path, page: Path | None) -> None:
     made.recipe.save(output)
-    page = None if options.report is None else made.report(options.report)
+    if page is not None:
+        made.report(page)
     _print(design_text(made), sys.stdout)
     for warning in made.warnings:
         _print(f"vorlen design: {warning}", sys.stderr)
-    _print(f"recipe in {output}, {made.runs} runs", sys.stdout)
+    _print(f"recipe in {output}, {runs_text(made.runs)}", sys.stdout)
     if page is not None:
         _print(f"report in {page}", sys.stdout)
-    return 0 if made.success else 1

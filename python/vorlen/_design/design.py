@@ -31,9 +31,9 @@ from .knobs import Knob
 from .model import DesignModel, LimitReached, design_folder
 from .plot import plot_design
 from .report import write_report
-from .solver import solve
+from .solver import first_point, solve
 from .steps import snapped
-from .targets import Spec, read_spec
+from .targets import V_III, Spec, read_spec
 
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
@@ -51,11 +51,11 @@ class Design:
         The recipe with the new values of the knobs and the staged scheme. If targets are out of reach, the best one.
     table : pandas.DataFrame
         A row per target: layer, quantity, unit, target, bound ("at most", "at least" or ""), start (the value that the
-        given recipe gives), reached, tolerance, met, and knobs: the knobs of the layer before and after, as a text.
-        Values of layers that are grown several times are means over them.
+        given recipe gives, with its knobs moved into their limits), reached, tolerance, met, and knobs: the knobs of
+        the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
-        A row per knob: layer, knob, unit, before, after (a pair for a ramp), low, high (the limits), at_limit: "low",
-        "high" or "", and path: that of its first value in the recipe.
+        A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
+        ramp), low, high (the limits), at_limit: "low", "high" or "", and path: that of its first value in the recipe.
     history : pandas.DataFrame
         A row per run, in order: kind (start, step, derivative, exploration or hint), knobs, targets, and text, the
         reason if it failed.
@@ -127,10 +127,24 @@ class Design:
 
     def __repr__(self) -> str:
         met = int(self.table.met.sum())
-        return f"<Design, {met} of {len(self.table)} targets reached, {self.runs} runs>"
+        return f"<Design, {met} of {len(self.table)} targets reached, {runs_text(self.runs)}>"
 
     def __str__(self) -> str:
         return "\n".join([design_text(self), *self.warnings])
+
+
+class DesignInterrupted(KeyboardInterrupt):
+    """Raised by design() after an interrupt: a KeyboardInterrupt that has the best so far.
+
+    Attributes
+    ----------
+    design : Design
+        The result with the best of the runs so far.
+    """
+
+    def __init__(self, best: Design) -> None:
+        super().__init__("the design was interrupted")
+        self.design = best
 
 
 def design(
@@ -171,7 +185,7 @@ def design(
     workers, executor : optional
         As for sweep().
     progress : bool, optional
-        True: show a progress line on standard error.
+        True: show a progress line if standard error is a terminal.
     check : bool, optional
         True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
         three. The recipes of the runs are not checked.
@@ -198,7 +212,10 @@ def design(
     BusyError
         If another design is running in out.
     SimulationError
-        If the recipe fails at the start, or runs have no result for a reason other than the recipe.
+        If the recipe fails, and with other values of the knobs too, or runs have no result for a reason other than the
+        recipe.
+    DesignInterrupted
+        After Ctrl-C, if at least one run has succeeded; its attribute design is the best so far.
     """
     import scipy.optimize  # noqa: F401  # reports that it is missing before anything runs
 
@@ -220,43 +237,51 @@ def design(
         )
         try:
             return _search(model, recipe)
-        except KeyboardInterrupt:
+        except KeyboardInterrupt as interrupt:
             model.close()  # ends the progress line
             again = "to keep the runs, name a folder (out, --out)" if out is None else "to continue, repeat the call"
-            print(f"design interrupted after {model.runs} runs; {again}", file=sys.stderr)
-            raise
+            print(f"design interrupted after {runs_text(model.runs)}; {again}", file=sys.stderr)
+            if all(outcome.text for outcome in model.known.values()):
+                raise
+            notes = ["the search is not complete: it was interrupted"]
+            raise DesignInterrupted(_result(model, np.array(model.best()), notes)) from interrupt
         finally:
             model.close()
 
 
 def _search(model: DesignModel, recipe: RecipeLike) -> Design:
     spec = model.spec
-    start = np.array([min(max(0.0, knob.low), knob.high) for knob in spec.knobs])
-    start = snapped(model, start)
-    (first,) = model.at([start], "start")
-    if first.text:
-        raise SimulationError(first.text, recipe)
+    start = snapped(model, np.array([min(max(0.0, knob.low), knob.high) for knob in spec.knobs]))
+    start[spec.hints.start :] = 0.0  # limits are for knobs: these temperatures stay
     notes = [
         f"{knob.label} is {knob_text(knob.shown(0.0))} in the recipe, outside of its limits; the search starts inside"
         for knob, variable in zip(spec.knobs, start) if abs(variable) > 1e-9
     ]
     notes += _model_notes(model)
     try:
-        search = solve(model, first, start.copy())
-        x = search.x
-        notes = [*reasons(search), *_preference_notes(spec), *notes]
+        x, outcome = first_point(model, start)
+        if not outcome.text:
+            search = solve(model, outcome, x)
+            x = search.x
+            notes = [*reasons(search), *_preference_notes(spec), *notes]
     except LimitReached as limit:
         x = np.array(model.best())
         notes = [f"the search is not complete: {limit}", *notes]
-    return _result(model, x, start, notes)
+    failure = next(iter(model.known.values())).text
+    if model.known[tuple(float(value) for value in x)].text:
+        raise SimulationError(failure, recipe)
+    if failure:
+        notes.append(f"the recipe fails: {failure}; the search started from other values of its knobs")
+    return _result(model, x, notes)
 
 
 def _preference_notes(spec: Spec) -> list[str]:
     spare = any(len(knobs) > len(targets) for targets, knobs in spec.groups)
     bounds = any(target.bound for target in spec.targets)
-    if not spec.preferences or spare or bounds:
-        return []
-    return ["prefer has no effect: no layer has more knobs than targets"]
+    if spec.preferences and not (spare or bounds):
+        return ["prefer has no effect: no layer has more knobs than targets"]
+    knobs = [V_III, *(knob.name for knob in spec.knobs[: spec.hints.start])]
+    return [f"prefer {name} has no effect: {name} is not a knob" for name in spec.preferences if name not in knobs]
 
 
 def _model_notes(model: DesignModel) -> list[str]:
@@ -269,9 +294,9 @@ def _model_notes(model: DesignModel) -> list[str]:
     ]
 
 
-def _result(model: DesignModel, x: Array, start: Array, notes: list[str]) -> Design:
+def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
     spec = model.spec
-    first, last = (model.known[tuple(float(value) for value in point)] for point in (start, x))
+    first, last = next(iter(model.known.values())), model.known[tuple(float(value) for value in x)]
     met = model.deviations(last) <= 1.0
     knobs = [(knob, float(value)) for knob, value in zip(spec.knobs, x)][: spec.hints.start]
     table = pd.DataFrame(
@@ -302,8 +327,7 @@ def _knobs_text(spec: Spec, row: int, knobs: list[tuple[Knob, float]]) -> str:
         knob, variable = knobs[place]
         unit = f" {knob.unit}" if knob.unit else ""
         before, after = knob_text(knob.shown(0.0)), knob_text(knob.shown(variable))
-        name = knob.name if knob.layer == spec.targets[row].layer else knob.label
-        shown.append(f"{name} {before} \u2192 {after}{unit}")
+        shown.append(f"{knob.name_for(spec.targets[row].layer)} {before} \u2192 {after}{unit}")
     return ", ".join(shown)
 
 
@@ -312,7 +336,7 @@ def _knob_table(knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
     for knob, variable in knobs:
         at = "high" if knob.high - variable < 1e-3 else "low" if variable - knob.low < 1e-3 else ""
         records.append((
-            knob.layer, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0]
+            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0]
         ))
     columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path"]
     return pd.DataFrame(records, columns=columns)
@@ -326,6 +350,10 @@ def _history(model: DesignModel) -> pd.DataFrame:
         targets = {target.label: value for target, value in zip(spec.targets, outcome.values)}
         records.append({"kind": kind, **knobs, **targets, "text": outcome.text})
     return pd.DataFrame(records, index=pd.RangeIndex(len(records), name="run"))
+
+
+def runs_text(count: int) -> str:
+    return f"{count} run{'' if count == 1 else 's'}"
 
 
 def design_text(made: Design) -> str:

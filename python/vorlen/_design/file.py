@@ -8,7 +8,17 @@ from typing import Any
 from .._base.files import as_path, read_file
 from .._base.types import PathLike
 
-_UNIT_AFTER_BRACKET = re.compile(r"\[([^\][,]+),([^\][,]+)\]\s*([A-Za-z%\u00b0][\w%\u00b0/^-]*)")
+# [0.02, 0.6] sccm, which is not YAML but easily understood
+_NUMBER = r"\s*([-+]?[\d.]+(?:[eE][-+]?\d+)?)\s*"
+_UNIT_AFTER_BRACKET = re.compile(rf"\[{_NUMBER},{_NUMBER}\]\s*(?=[A-Za-z%\u00b0\u00b5\u03bc])")
+_QUOTED_OR_COMMENT = re.compile(r"""("[^"]*"|'[^']*'|(?:^|\s)#.*)""")
+
+_KINDS: dict[type, str] = {list: "a list", str: "a text"}
+
+
+def without_brackets(text: str) -> str:
+    """The text with [0.02, 0.6] sccm written as 0.02 .. 0.6 sccm."""
+    return _UNIT_AFTER_BRACKET.sub(r"\1 .. \2 ", text)
 
 
 def read_targets_file(path: PathLike) -> Any:
@@ -26,15 +36,8 @@ def read_targets_file(path: PathLike) -> Any:
         text = read_file(place).decode("utf-8-sig")
     except UnicodeDecodeError as error:
         raise ValueError(f"{place} is not UTF-8: {error}") from error
-    for number, line in enumerate(text.splitlines(), 1):
-        if match := _UNIT_AFTER_BRACKET.search(line.split("#")[0]):
-            low, high, unit = match[1].strip(), match[2].strip(), match[3]
-            raise ValueError(
-                f"{place}, line {number}: {match[0]!r} is not valid YAML, which takes no text after a bracket; write "
-                f"[{low} {unit}, {high} {unit}] or {low} .. {high} {unit}"
-            )
     try:
-        content = yaml.load(text, _loader())
+        content = yaml.load(_without_brackets(text), _loader())
     except yaml.YAMLError as error:
         mark = getattr(error, "problem_mark", None)
         where = f", line {mark.line + 1}, column {mark.column + 1}" if mark is not None else ""
@@ -44,7 +47,20 @@ def read_targets_file(path: PathLike) -> Any:
         raise ValueError(f"{place} is nested too deeply") from error
     if content is None:
         raise ValueError(f"{place} is empty; it needs layers, a list of targets")
+    if not isinstance(content, dict):
+        raise ValueError(f"{place} must be a mapping with the key layers, not {_KINDS.get(type(content), 'a number')}")
     return content
+
+
+def _without_brackets(text: str) -> str:
+    """The same in a file, where texts in quotes and comments stay."""
+
+    def unquoted(line: str) -> str:
+        parts = _QUOTED_OR_COMMENT.split(line)
+        parts[::2] = [without_brackets(part) for part in parts[::2]]
+        return "".join(parts)
+
+    return "\n".join(unquoted(line) for line in text.split("\n"))
 
 
 def _loader() -> Any:

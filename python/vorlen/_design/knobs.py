@@ -8,13 +8,17 @@ values of several stages of one name.
 from __future__ import annotations
 
 import math
+import operator
 from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import Any
 
 import numpy as np
+import pandas as pd
 
+from .._recipe.elements import Element
 from .._recipe.kinds import known_element
+from .._recipe.limits import limits_of
 from .._recipe.recipe import Recipe
 from .._recipe.stages import RAMPS
 
@@ -40,6 +44,7 @@ class Knob:
     low, high        of the variable
     limits           in the unit of the knob
     default_limits   True if the caller gave none
+    stage            of a knob that is given by its path; empty if it is the target's
     """
 
     layer: str
@@ -51,10 +56,19 @@ class Knob:
     high: float
     limits: tuple[float, float]
     default_limits: bool
+    stage: str = ""
+
+    @property
+    def owner(self) -> str:
+        return self.stage or self.layer
 
     @property
     def label(self) -> str:
-        return f"{self.name} of {self.layer}"
+        return f"{self.name} of {self.owner}"
+
+    def name_for(self, layer: str) -> str:
+        """What texts about a layer call it."""
+        return self.name if self.owner == layer else self.label
 
     @property
     def is_integer(self) -> bool:
@@ -96,12 +110,12 @@ class Knob:
 
 
 def make_knob(
-    recipe: Recipe, layer: str, name: str, paths: Sequence[str], limits: tuple[float, float] | None
+    recipe: Recipe, layer: str, name: str, paths: Sequence[str], limits: tuple[float, float] | None, stage: str = ""
 ) -> Knob:
     """A knob for these paths of a recipe. Raises ValueError if it can't be changed within the limits."""
     known = known_element(paths[0])
     unit = known.unit if known is not None else ""
-    label = f"{name} of {layer}"
+    label = f"{name} of {stage or layer}"
     start = tuple(recipe[path] for path in paths)
     numbers = [end for value in start for end in (value if isinstance(value, tuple) else (value,))]
     if not all(isinstance(number, (int, float)) for number in numbers):
@@ -118,11 +132,18 @@ def make_knob(
         factor = DEFAULT_FACTORS.get(name, DEFAULT_FACTOR_OF_FLOWS)
         limits = (bottom - DEFAULT_SHIFT, top + DEFAULT_SHIFT) if name == "T" else (bottom / factor, top * factor)
         limits = (max(1.0, round(limits[0])), round(limits[1])) if name == PERIODS else limits
+        limits = (max(limits[0], _lowest(known)), limits[1])
     low, high = _variable_limits(name, bottom, top, limits)
     if not low < high:
         span = f"{limits[0]:g} to {limits[1]:g}{f' {unit}' if unit else ''}"
         raise ValueError(f"{label}: the recipe's values range from {bottom:g} to {top:g}, which can't move in {span}")
-    return Knob(layer, name, unit, tuple(paths), start, low, high, limits, not given)
+    return Knob(layer, name, unit, tuple(paths), start, low, high, limits, not given, stage)
+
+
+def _lowest(known: Element | None) -> float:
+    """The lowest value that the library takes."""
+    limits = limits_of(known.allowed) if known is not None else ()
+    return max((limit for compare, limit in limits if compare is operator.ge), default=0.0)
 
 
 def _flow_in(limits: tuple[float, float], start: Sequence[Any]) -> tuple[tuple[Any, ...], list[float]]:
@@ -138,3 +159,13 @@ def _variable_limits(name: str, bottom: float, top: float, limits: tuple[float, 
         return (limits[0] - bottom) / SHIFT, (limits[1] - top) / SHIFT
     lowest = limits[0] if limits[0] > 0.0 else SMALLEST_SHARE * limits[1]
     return float(np.log(lowest / bottom)), float(np.log(limits[1] / top))
+
+
+def label_of(timeline: pd.DataFrame, path: str) -> str:
+    """Such as "TMIn of InGaN well" for a path of a stage, otherwise the path, also if several stages have the name."""
+    stages = timeline.drop_duplicates("path")
+    for stage, layer in zip(stages.path, stages.name):
+        for knob, below in KNOBS.items():
+            if path == f"{stage}/{below}":
+                return f"{knob} of {layer}" if (stages.name == layer).sum() == 1 else path
+    return path

@@ -15,7 +15,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from .._base.arguments import check_timeout, given_executor, is_number
+from .._base.arguments import is_number
 from .._base.types import Array, PathLike
 from .._recipe.recipe import Recipe
 from .._recipe.scheme import STAGED
@@ -26,9 +26,9 @@ from .._runs.structure import structure_of
 from .._sweep.plan import PlanError
 from .._sweep.plan_values import given_recipe, make_plan
 from .._sweep.table import parameter_unit
-from .knobs import KNOBS
-from .map_page import Axis, Shown, write_page
-from .measured import Measured, measured
+from .knobs import label_of
+from .map_page import Axis, Shown, write_map
+from .measured import Measured, RunOptions, measured, open_bench, say_interrupted
 from .quantities import Target
 from .targets import Layer, find_layer, find_quantity, read_goals
 
@@ -45,7 +45,7 @@ class ProcessMap:
         A row per run: the two values by their paths, the quantities shown ("In of InGaN well"), each target that is not
         shown, holds (True if all targets hold, only if there are some), status and text as in a sweep.
     layer : str
-        The layer whose quantities are shown.
+        The layer or layers whose quantities are shown.
     warnings : list of str
         Runs without a result; usually empty.
     """
@@ -82,7 +82,7 @@ class ProcessMap:
         OSError
             If the page can't be written, or the chart library is missing.
         """
-        return write_page(
+        return write_map(
             path, self._recipe, self._axes, self._shown, self._targets, self.table, self.layer, self.warnings
         )
 
@@ -99,6 +99,7 @@ def process_map(
     layer: str | int | None = None,
     targets: Mapping[str, Any] | PathLike | None = None,
     timeout: float | None = 60.0,
+    time_limit: float | None = None,
     out: PathLike | None = None,
     workers: int | None = None,
     executor: Executor | None = None,
@@ -124,8 +125,11 @@ def process_map(
         Targets as for window(); the map shows the region in which all of them hold.
     timeout : float, optional
         Time limit of one run, s; None: no limit.
+    time_limit : float, optional
+        No runs are started after this time, s; the map has gaps where runs are missing. None: no limit.
     out : path, optional
-        Folder for the files of the sweep, which continues in it. None: the files are deleted. Required with an executor.
+        Folder that keeps the runs. Runs that are there already, of this or another map or window, are not repeated.
+        None: they are deleted. Required with an executor.
     workers, executor : optional
         As for sweep().
     progress : bool, optional
@@ -145,24 +149,35 @@ def process_map(
     ValueError
         If there are not two paths with two or more values each, or a layer or quantity is unknown. Nothing was run.
     PlanError
-        If the values do not fit the recipe, or the folder contains something else. Nothing was run.
+        If the values do not fit the recipe. Nothing was run.
     RecipeError
         If the recipe is not well-formed XML or not a recipe.
     ImportError
         If contourpy, or a package that targets need, is missing.
     OSError
-        If a file can't be read, or the folder can't be written.
+        If a file can't be read, or the folder can't be written or has files of something else.
     BusyError
-        If another sweep is running in the folder.
+        If another map, window or sweep is running in the folder.
     SimulationError
         If no run has a result, or the recipe itself fails, which is run to find its wells.
     RuntimeError
         If the worker processes can't be started, for example because the library is missing.
     """
+    options = RunOptions(timeout, time_limit, out, workers, executor, progress, check)
+    try:
+        return make_map(recipe, parameters, show, layer, targets, options)
+    except KeyboardInterrupt as interrupt:
+        say_interrupted("map", interrupt, out)
+        raise
+
+
+def make_map(
+    recipe: RecipeLike, parameters: Mapping[str, Iterable[Any]], show: Sequence[str], layer: str | int | None,
+    targets: Mapping[str, Any] | PathLike | None, options: RunOptions,
+) -> ProcessMap:
+    """The map, without a text about an interrupt."""
     import contourpy  # noqa: F401  # reports that it is missing before anything runs
 
-    check_timeout(timeout)
-    given_executor(workers, executor, out)
     if isinstance(show, str) or not all(isinstance(name, str) for name in show):
         raise TypeError(f"show must be a list of quantities, got {show!r}")
     if not show:
@@ -178,24 +193,22 @@ def process_map(
     if meant.whole and any(one.name not in ("thickness", "rate") for one in quantities):
         raise ValueError(f"{meant.name} is a whole periodic stage, which can only show thickness and rate")
     wanted = [Target(meant.name, meant.stages, meant.whole, one, 1.0) for one in quantities]
-    made = measured(
-        base, {axis.path: axis.values for axis in axes}, "grid", wanted + goals, timeout=timeout, out=out,
-        workers=workers, executor=executor, progress=progress, check=check,
-    )
-    return _map(base, axes, meant, wanted, goals, made)
+    with open_bench(base, options) as bench:
+        made = measured(bench, base, {axis.path: axis.values for axis in axes}, "grid", wanted + goals)
+    return map_of(base, axes, wanted, goals, made)
 
 
-def _map(
-    base: Recipe, axes: tuple[Axis, Axis], layer: Layer, wanted: list[Target], goals: list[Target], made: Measured
+def map_of(
+    base: Recipe, axes: tuple[Axis, Axis], wanted: list[Target], goals: list[Target], made: Measured
 ) -> ProcessMap:
+    """The map of runs on a grid, whose second axis varies fastest.
+
+    wanted  the quantities that are shown
+    made    the values of wanted, then of goals
+    """
     lost = [number for number, status in enumerate(made.statuses) if status != "ok"]
     if len(lost) == len(made.statuses):
         raise SimulationError(made.texts[0] or "no run has a result")
-    warnings = []
-    if lost:
-        at = lost[0]
-        place = ", ".join(f"{axis.label} {value:g}" for axis, value in zip(axes, _places(axes)[at]))
-        warnings.append(f"{len(lost)} of {len(made.statuses)} runs have no result; the first, {place}: {made.texts[at]}")
     goals = [
         replace(goal, layer=f"{goal.layer} (target)")
         if any(goal.label == target.label and goal.stages != target.stages for target in wanted) else goal
@@ -210,7 +223,23 @@ def _map(
     table = pd.DataFrame(columns | {"status": made.statuses, "text": made.texts})
     table.index.name = "run"
     shown = [Shown(target.label, target.quantity.unit) for target in wanted]
-    return ProcessMap(table, layer.name, warnings, axes, shown, goals, base)
+    layers = " and ".join(dict.fromkeys(target.layer for target in wanted))
+    return ProcessMap(table, layers, _warnings(axes, made, lost), axes, shown, goals, base)
+
+
+def _warnings(axes: tuple[Axis, Axis], made: Measured, lost: list[int]) -> list[str]:
+    """About runs without a result."""
+    notes, count = [], len(made.statuses)
+    missing = [number for number in lost if made.statuses[number] == "missing"]
+    others = [number for number in lost if made.statuses[number] != "missing"]
+    if others:
+        at = others[0]
+        place = ", ".join(f"{axis.label} {value:g}" for axis, value in zip(axes, _places(axes)[at]))
+        notes.append(f"{len(others)} of {count} runs have no result; the first, {place}: {made.texts[at]}")
+    if missing:
+        text = "were not started within the time limit; the same call with the same folder continues"
+        notes.append(f"{len(missing)} of {count} runs {text}")
+    return notes
 
 
 def _places(axes: tuple[Axis, Axis]) -> Array:
@@ -234,17 +263,8 @@ def _axes(base: Recipe, parameters: Mapping[str, list[Any]]) -> tuple[Axis, Axis
         ends = present if isinstance(present, tuple) else (present,)
         own = float(ends[0]) if is_number(ends[0]) and ends[0] == ends[-1] else None
         unit = parameter_unit(path)
-        made.append(Axis(path, _label(timeline, path), "" if unit == "1" else unit, ordered, own))
+        made.append(Axis(path, label_of(timeline, path), "" if unit == "1" else unit, ordered, own))
     return made[0], made[1]
-
-
-def _label(timeline: pd.DataFrame, path: str) -> str:
-    """Such as "TMIn of InGaN well" for a path of a stage, otherwise the path."""
-    for stage, layer in zip(timeline.path, timeline.name):
-        for knob, below in KNOBS.items():
-            if path == f"{stage}/{below}":
-                return f"{knob} of {layer}"
-    return path
 
 
 def _wells(base: Recipe) -> Layer:

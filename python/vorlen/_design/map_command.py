@@ -7,17 +7,16 @@ import sys
 from pathlib import Path
 from typing import Any
 
-from .._base.files import check_place, read_file
-from .._base.interrupts import status_of
-from .._recipe.check import check_text
+from .._base.files import check_place
 from .._recipe.scheme import STAGED
 from .._runs.run import SimulationError
 from .._sweep.command import setting
 from .._sweep.plan_options import plan_of_options
-from .command import positive
-from .map import SHOWN, process_map
+from .._sweep.plan_values import given_recipe
+from .map import SHOWN, make_map
+from .measured_command import EXIT_STATUS, add_run_options, interrupted, make_plan_file, run_options, warn_about_recipe
 
-EPILOG = """\
+EPILOG = f"""\
 For example:
   vorlen map led.xml --x process_stages/stage_4/stage_4_3/T=1000:1050:10 \\
     --y process_stages/stage_4/stage_4_3/gas_species/Q/TMIn=0.05:0.3:0.05 -o map.html
@@ -25,7 +24,7 @@ For example:
 Quantities: thickness, rate, In, Ga, Al ("In middle", "In final"), strain, dislocations, V-defects, lower interface,
 upper interface; or columns such as x_in.
 
-Exit status: 0; 1 for a failure; 2 for a usage error; 130 after Ctrl-C, 143 after SIGTERM."""
+{EXIT_STATUS}"""
 
 
 def add_command(commands: Any) -> None:
@@ -56,16 +55,7 @@ def add_command(commands: Any) -> None:
     parser.add_argument(
         "-o", "--output", type=Path, default=Path("map.html"), metavar="PAGE", help="page (default: %(default)s)"
     )
-    parser.add_argument("--out", type=Path, metavar="FOLDER", help="keep the runs there; they are not repeated")
-    parser.add_argument(
-        "--workers", type=positive("the number of workers", int), metavar="N",
-        help="concurrent runs; default: one per processor",
-    )
-    parser.add_argument(
-        "--timeout", type=positive("the timeout", float), default=60.0, metavar="S",
-        help="time limit of one run, s; default: 60",
-    )
-    parser.add_argument("--quiet", action="store_true", help="no progress bar")
+    add_run_options(parser)
     parser.set_defaults(function=_map)
 
 
@@ -74,18 +64,17 @@ def _map(options: argparse.Namespace) -> int:
     inputs = [recipe, *([options.targets] if options.targets else [])]
     check_place(options.output, inputs)  # before the work
     plan = plan_of_options(recipe, [options.x, options.y], None, None)
-    text = check_text(read_file(recipe), recipe, STAGED)
-    if text:
-        print(f"vorlen map: {text}", file=sys.stderr)
+    if options.plan is not None:
+        return make_plan_file(options, given_recipe(recipe, STAGED), plan.parameters, "grid")
+    warn_about_recipe(recipe, "map")
+    show = [name.strip() for name in options.show.split(",") if name.strip()]
     try:
-        made = process_map(
-            recipe, plan.parameters, show=[name.strip() for name in options.show.split(",") if name.strip()],
-            layer=options.layer, targets=options.targets, timeout=options.timeout, out=options.out,
-            workers=options.workers, progress=not options.quiet, check=False,
-        )
+        made = make_map(recipe, plan.parameters, show, options.layer, options.targets, run_options(options))
     except KeyboardInterrupt as interrupt:
-        return status_of(interrupt)
+        return interrupted("map", interrupt)
     except SimulationError as error:
         raise RuntimeError(f"no map of {recipe}: {error.text}") from error
+    for warning in made.warnings:
+        print(f"vorlen map: {warning}", file=sys.stderr)
     print(made.report(options.output))
-    return 0
+    return 1 if {"missing", "lost", "error"} & set(made.table.status) else 0

@@ -15,7 +15,8 @@ from .._base.types import Array
 from .quantities import Target
 
 LINES = 9  # about, per quantity
-REFINED = 8  # parts of a cell in which the region is found
+REFINED = 8  # parts of a cell in which the region is found, at least
+PARTS = 160  # parts of an axis, at least
 ROUND = (1.0, 2.0, 2.5, 5.0, 10.0)
 
 
@@ -81,7 +82,8 @@ def _margin(target: Target, values: Array) -> Array:
 
 
 def _refined(places: Array) -> Array:
-    steps = np.arange(REFINED * (len(places) - 1) + 1) / REFINED
+    parts = max(REFINED, -(-PARTS // (len(places) - 1)))
+    steps = np.arange(parts * (len(places) - 1) + 1) / parts
     return np.interp(steps, np.arange(len(places)), places)
 
 

@@ -1,8 +1,7 @@
-"""A map of a process as one self-contained HTML page. Its layout is in assets/map.html and map.js."""
+"""A map of a process as one page. Its layout is in assets/map.html and map.js."""
 
 from __future__ import annotations
 
-import json
 from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
@@ -11,10 +10,9 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
-from .._base.files import check_place, replace_file, valid_text
 from .._base.types import Array, PathLike
-from .._base.version import __version__
-from .._pages.report import ASSETS, chart_library, number
+from .._pages.numbers import number
+from .._pages.page import page, write_page
 from .._recipe.recipe import Recipe
 from .map_lines import lines_of, region_of
 from .quantities import Target
@@ -37,6 +35,10 @@ class Axis:
     def title(self) -> str:
         return f"{self.label} ({self.unit})" if self.unit else self.label
 
+    @property
+    def short(self) -> str:
+        return self.label.removeprefix("deviation of ")
+
 
 @dataclass(frozen=True)
 class Shown:
@@ -50,39 +52,30 @@ class Shown:
         return f"{self.label} ({self.unit})" if self.unit else self.label
 
 
-def write_page(
+def write_map(
     path: PathLike, recipe: Recipe, axes: tuple[Axis, Axis], shown: Sequence[Shown], targets: Sequence[Target],
     table: pd.DataFrame, layer: str, warnings: Sequence[str],
 ) -> Path:
     """Writes the page of a map and returns its path."""
-    import jinja2
 
-    check_place(path, [recipe.path])  # before the work
-    model = map_model(axes, shown, targets, table)
-    data = {"map": model, "tables": {"map": {"name": "map.csv", "text": table.to_csv(index=False)}}}
-    environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
-    page = environment.from_string(_asset("map.html")).render(
-        title=recipe.path.name if recipe.path is not None else "Recipe",
-        version=__version__,
-        layer=layer,
-        sentences=sentences(shown, targets, table, bool(model["region"])),
-        goals=[_goal(target) for target in targets],
-        warnings=warnings,
-        axes=axes,
-        runs=len(table),
-        data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
-        css=_asset("page.css"),
-        script="\n".join(_asset(name) for name in ("charts.js", "downloads.js", "map.js")),
-        plotly=chart_library(),
-    )
-    return replace_file(path, valid_text(page).encode(), inputs=[recipe.path])
+    def text() -> str:
+        model = map_model(axes, shown, targets, table)
+        return page(
+            "map.html",
+            recipe.path.name if recipe.path is not None else "Recipe",
+            data={"map": model, "tables": {"map": {"name": "map.csv", "text": table.to_csv(index=False)}}},
+            layer=layer,
+            sentences=sentences(shown, targets, table, bool(model["region"])),
+            goals=[goal_text(target) for target in targets],
+            warnings=warnings,
+            axes=axes,
+            runs=len(table),
+        )
+
+    return write_page(path, text, inputs=[recipe.path])
 
 
-def _asset(name: str) -> str:
-    return (ASSETS / name).read_text("utf-8")
-
-
-def _goal(target: Target) -> str:
+def goal_text(target: Target) -> str:
     """Such as "thickness of InGaN well: 3 ± 0.1 nm"."""
     tolerance = "" if target.bound else f" \u00b1 {target.allowed:.3g}"
     return f"{target.label}: {target.goal}{tolerance} {target.quantity.unit}".strip()

@@ -13,18 +13,18 @@ from typing import Any
 
 import numpy as np
 
-from .._base.files import BusyError, lock_file, replace_file
+from .._base.files import replace_file
 from .._base.types import Array, PathLike
 from .._recipe.recipe import Recipe
 from .._runs.result_file import ResultFileError
 from .._runs.run import Run, SimulationError
 from .._runs.status import read_status
+from .._sweep.own_folder import own_folder
 from .._sweep.plan import ROWS_FOLDER, Plan, make_task, row_files, row_recipe, sha256
-from .._sweep.run_rows import run_tasks, working_folder
+from .._sweep.run_rows import run_tasks
 from .quantities import measure
 from .targets import Spec
 
-LOCK_NAME = ".design.lock"
 RECIPE_NAME = "recipe.xml"
 PLACELESS = ("lost", "error")  # statuses of rows that say nothing about the recipe
 CLOSE = 0.3  # of the tolerance: a target this near counts as reached for the solver
@@ -47,21 +47,9 @@ class Outcome:
         self.values.flags.writeable = self.coordinates.flags.writeable = False  # the search must not change them
 
 
-@contextlib.contextmanager
-def design_folder(out: PathLike | None) -> Iterator[Path]:
-    """The folder of a design, locked. Raises BusyError, or FileExistsError if it holds something else."""
-    with working_folder(out) as folder, contextlib.ExitStack() as held:
-        mark = folder / LOCK_NAME
-        if not mark.exists():
-            foreign = [path for path in (folder / ROWS_FOLDER, folder / RECIPE_NAME) if path.exists()]
-            if foreign:
-                text = f"{foreign[0]} is not of a design and would be overwritten; choose another folder"
-                raise FileExistsError(text)
-        try:
-            held.enter_context(lock_file(mark, exclusive=True))
-        except BlockingIOError:
-            raise BusyError(f"another design is running in {folder}") from None
-        yield folder
+def design_folder(out: PathLike | None) -> contextlib.AbstractContextManager[Path]:
+    """The folder of a design. Raises as own_folder()."""
+    return own_folder(out, "design", (ROWS_FOLDER, RECIPE_NAME))
 
 
 class DesignModel:
@@ -84,7 +72,7 @@ class DesignModel:
         self._grows = any(knob.is_integer for knob in spec.knobs)  # the number of layers changes
         (folder / ROWS_FOLDER).mkdir(parents=True, exist_ok=True)
         replace_file(folder / RECIPE_NAME, self.plan.recipe)
-        self._numbers = dict(_recorded(folder))
+        self._numbers = dict(recorded_numbers(folder))
         self._next = 1 + max(self._numbers.values(), default=-1)
         self._line = _ProgressLine(progress)
 
@@ -110,7 +98,7 @@ class DesignModel:
         keys = [tuple(float(value) for value in point) for point in points]
         new = [key for key in dict.fromkeys(keys) if key not in self.known]
         if new and self.runs and self.runs + len(new) > self.max_runs:
-            raise LimitReached(f"{self.max_runs} runs are used up")
+            raise LimitReached(f"the largest number of runs, {self.max_runs}, is reached")
         if new and self.runs and self.time_limit is not None and time.monotonic() - self.begin > self.time_limit:
             raise LimitReached(f"the time limit of {self.time_limit:g} s is reached")
         tasks, recipes = [], []
@@ -153,13 +141,14 @@ class DesignModel:
     def best(self) -> tuple[float, ...]:
         """The point at which most targets are reached; of several, that with the smallest deviations."""
 
-        def rank(key: tuple[float, ...]) -> tuple[int, float]:
-            outcome = self.known[key]
-            if outcome.text:
-                return len(self.spec.targets) + 1, np.inf
-            return int(np.sum(self.deviations(outcome) > 1.0)), violation_norm(self.spec, outcome.coordinates)
+        return min(self.known, key=self.rank)
 
-        return min(self.known, key=rank)
+    def rank(self, point: Iterable[float]) -> tuple[int, float]:
+        """Targets that are missed at a point that was run, and by how much."""
+        outcome = self.known[tuple(point)]
+        if outcome.text:
+            return len(self.spec.targets) + 1, np.inf
+        return int(np.sum(self.deviations(outcome) > 1.0)), violation_norm(self.spec, outcome.coordinates)
 
     def close(self) -> None:
         self._line.end()
@@ -175,7 +164,7 @@ def violation_norm(spec: Spec, coordinates: Array) -> float:
     return float(np.linalg.norm(violations(spec, coordinates)))
 
 
-def _recorded(folder: Path) -> Iterator[tuple[str, int]]:
+def recorded_numbers(folder: Path) -> Iterator[tuple[str, int]]:
     """The hash of the recipe and the number of each row that is recorded in a folder."""
     for path in sorted((folder / ROWS_FOLDER).glob("*.xml")):
         if path.stem.isdecimal():
@@ -185,29 +174,27 @@ def _recorded(folder: Path) -> Iterator[tuple[str, int]]:
 
 
 class _ProgressLine:
-    """One line on standard error that is overwritten on a terminal; elsewhere, a line for each step."""
+    """One line on standard error that is overwritten, if that is a terminal."""
 
     def __init__(self, wanted: bool) -> None:
-        self.wanted, self.terminal = wanted, sys.stderr.isatty()
-        self.shown, self.width = -RATE, 0
+        self.wanted = wanted and sys.stderr.isatty()
+        self.text, self.width, self.shown = "", 0, -RATE
 
     def show(self, model: DesignModel) -> None:
-        if not self.wanted or (self.terminal and time.monotonic() - self.shown < RATE):
-            return
-        self.shown = time.monotonic()
-        text = progress_text(model.spec.targets, model)
-        if self.terminal:
-            sys.stderr.write("\r" + text.ljust(self.width))
-            self.width = len(text)
-        else:
-            sys.stderr.write(text + "\n")
-        sys.stderr.flush()
+        if self.wanted:
+            self.text = progress_text(model.spec.targets, model)
+            if time.monotonic() - self.shown >= RATE:
+                self._write("")
 
     def end(self) -> None:
-        if self.width:
-            sys.stderr.write("\n")
-            sys.stderr.flush()
-            self.width = 0
+        if self.text:
+            self._write("\n")
+            self.text = ""
+
+    def _write(self, end: str) -> None:
+        sys.stderr.write(f"\r{self.text.ljust(self.width)}{end}")
+        sys.stderr.flush()
+        self.width, self.shown = len(self.text), time.monotonic()
 
 
 def progress_text(targets: Sequence[Any], model: DesignModel) -> str:

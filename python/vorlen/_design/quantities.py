@@ -17,7 +17,7 @@ import pandas as pd
 from .._runs.run import Run
 
 FRACTION_MIN = 1e-5  # of the logit scale
-SMALLEST_SHARE = 1e-9  # of the target: values below, as of layers that evaporate, count as this on a logarithmic scale
+SMALLEST_SHARE = 1e-9  # of the target: values from 0 to this count as this on a logarithmic scale
 UNDEFINED = 3.0  # distance from the target, on the scale, of a value that is NaN
 V_DEFECT_MARGIN = 0.01  # designs end a layer at least this share of its thickness before V-defects would open
 
@@ -83,6 +83,12 @@ ALIASES = {
     "v_defects_t": "V-defects",
 }
 
+# what a high temperature does to quantities whose names start with these words
+EVAPORATION = {
+    "In": "Indium desorbs", "Ga": "Gallium evaporates", "Al": "Gallium evaporates", "thickness": "Metals evaporate",
+    "rate": "Metals evaporate",
+}
+
 
 @dataclass(frozen=True)
 class Target:
@@ -106,6 +112,11 @@ class Target:
     @property
     def label(self) -> str:
         return f"{self.quantity.name} of {self.layer}"
+
+    @property
+    def evaporation(self) -> str:
+        """What a high temperature does to it; empty if that is not evaporation."""
+        return "" if self.whole else EVAPORATION.get(self.quantity.name.split()[0], "")
 
     @property
     def goal(self) -> str:
@@ -152,13 +163,18 @@ class Target:
         if math.isnan(value):
             away, unit = UNDEFINED, self.tolerance
         elif scale == "log":
-            away, unit = math.log(max(value / target, SMALLEST_SHARE)), self.tolerance / abs(target)
+            away, unit = _log_ratio(value / target), self.tolerance / abs(target)
         elif scale == "logit":
             away = _logit(value) - _logit(target)
             unit = self.tolerance / max(target * (1.0 - target), self.tolerance)
         else:
             away, unit = value - target, self.tolerance
         return (-away if self.bound == "at least" else away) / unit
+
+
+def _log_ratio(ratio: float) -> float:
+    """The logarithm; where a layer loses thickness, further down the more it loses."""
+    return math.log(max(ratio, SMALLEST_SHARE)) - math.log1p(max(-ratio, 0.0))
 
 
 def _logit(fraction: float) -> float:

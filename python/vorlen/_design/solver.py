@@ -1,7 +1,8 @@
 """The solver of designs: least squares with bounds for targets that fall into nearly independent groups.
 
 1. Gauss-Newton steps by groups, in steps.py.
-2. Groups that stop short of their targets get new starts from a Sobol sequence over their knobs.
+2. Groups that stop short of their targets get new starts from a Sobol sequence over their knobs. If a group has one
+   target, and there are points on both sides of it, Brent's method finds it between them, however steep it is there.
 3. What is still open goes to scipy's trust-region method for all knobs, with separate differences for each.
 4. If there are more knobs than targets and a preference, linear programmes move along the solutions.
 """
@@ -14,6 +15,7 @@ from .._base.types import Array, Mask
 from .model import CLOSE, DesignModel, Outcome, violation_norm, violations
 from .prefer import preference_of
 from .steps import (
+    DAMPING,
     FAILED,
     LARGEST_RADIUS,
     STEP,
@@ -30,11 +32,13 @@ SAMPLES = {1: 3, 2: 4}  # logarithm to base 2 of their number, by the number of 
 MOST_SAMPLES = 5
 SEED = 1  # of the Sobol sequence: a design gives the same result each time
 STARTS = 2  # from the best samples
+OTHER_STARTS, START_RADIUS = 3, 2.5  # logarithm to base 2 of their number if the first run fails, and their distance
 SAME = 0.01  # relative difference of deviations
 AT_LIMIT = 0.01  # distance of a variable from its limit, below which it is there
 TENTH = 0.1  # of a variable: a change for which effects are compared
 SMALL_EFFECT = 0.02  # of what is missing or of the value: knobs with less effect are left out
 FINAL_STEPS = 8  # of scipy's method
+BRACKET_STEPS = 40  # of Brent's method
 PREFERENCE_STEPS = 12
 PREFERENCE_RADIUS = 0.6
 PREFERENCE_GAIN = 0.01  # smallest gain of a step
@@ -54,6 +58,7 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
     newton(search)
     if not search.close.all():
         explore(search)
+        bracket(search)
     if not search.close.all():
         refine(search)
     if not search.close.all():
@@ -61,6 +66,24 @@ def solve(model: DesignModel, start: Outcome, x: Array) -> Search:
     if search.close.all() and spec.preferences:
         follow_preferences(search)
     return search
+
+
+def first_point(model: DesignModel, x: Array) -> tuple[Array, Outcome]:
+    """x and its outcome. If its run fails, the best of several points around it; if all fail, one that fails."""
+    from scipy.stats import qmc
+
+    (outcome,) = model.at([x], "start")
+    if not outcome.text:
+        return x, outcome
+    low = np.array([max(knob.low, value - START_RADIUS) for knob, value in zip(model.spec.knobs, x)])
+    high = np.array([min(knob.high, value + START_RADIUS) for knob, value in zip(model.spec.knobs, x)])
+    shares = qmc.Sobol(len(x), scramble=True, seed=SEED).random_base2(OTHER_STARTS)
+    points = [snapped(model, low + share * (high - low)) for share in shares]
+    for point in points:
+        point[model.spec.hints.start :] = x[model.spec.hints.start :]
+    model.at(points, "start")
+    best = model.best()
+    return np.array(best), model.known[best]
 
 
 # ---- step 2
@@ -151,11 +174,45 @@ def _keep_better(search: Search, groups: list[Group], before: tuple[Array, Array
         evaluate_here(search)
 
 
-# ---- step 3
-
-
 class _Reached(Exception):
-    """All targets are reached: scipy's method can stop."""
+    """The targets are reached: scipy's method can stop."""
+
+
+def bracket(search: Search) -> None:
+    """Groups of one target, on the line between the nearest two points on both sides of it."""
+    from scipy.optimize import brentq
+
+    model = search.model
+    for group in [group for group in search.groups if len(group.targets) == 1 and not search.reached(group)]:
+        (row,) = group.targets
+        sides: tuple[list[Array], list[Array]] = ([], [])
+        for key, outcome in model.known.items():
+            if np.isfinite(outcome.values[row]):
+                sides[bool(outcome.coordinates[row] > 0.0)].append(np.array(key)[group.knobs])
+        pairs = [(low, high) for low in sides[0] for high in sides[1]]
+        if not pairs:
+            continue
+        low, high = min(pairs, key=lambda pair: float(np.linalg.norm(pair[1] - pair[0])))
+
+        def deviation(share: float, group: Group = group, low: Array = low, high: Array = high) -> float:
+            x = search.x.copy()
+            x[group.knobs] = low + share * (high - low)
+            x = snapped(model, x)
+            (outcome,) = model.at([x], "step")
+            if is_close(model, outcome)[group.targets].all():
+                search.x = x
+                raise _Reached
+            return float(outcome.coordinates[group.targets[0]])
+
+        try:
+            brentq(deviation, 0.0, 1.0, xtol=1e-9, maxiter=BRACKET_STEPS, disp=False)
+        except _Reached:
+            evaluate_here(search)
+        except ValueError:
+            pass  # the other groups have changed the signs, or a run fails there
+
+
+# ---- step 3
 
 
 def refine(search: Search) -> None:
@@ -175,11 +232,10 @@ def refine(search: Search) -> None:
 
     def residual(part: Array) -> Array:
         (outcome,) = model.at([full(part)], "step")
-        if outcome.text:
-            return np.full(len(spec.targets), FAILED)
-        if is_close(model, outcome).all():
+        if not outcome.text and is_close(model, outcome).all():
             raise _Reached
-        return violations(spec, outcome.coordinates)
+        left = np.full(len(spec.targets), FAILED) if outcome.text else violations(spec, outcome.coordinates)
+        return np.concatenate([left, DAMPING * (part - begin)])
 
     def jacobian(part: Array) -> Array:
         steps = [spec.knobs[place].difference(value, STEP) for place, value in zip(free, part)]
@@ -190,7 +246,7 @@ def refine(search: Search) -> None:
             else (violations(spec, side.coordinates) - violations(spec, centre.coordinates)) / step
             for side, step in zip(sides, steps)
         ]
-        return np.column_stack(columns)
+        return np.vstack([np.column_stack(columns), DAMPING * np.eye(len(free))])
 
     inside = 1e-6 * (search.high[free] - search.low[free])
     begin = np.clip(search.x[free], search.low[free] + inside, search.high[free] - inside)
@@ -201,33 +257,47 @@ def refine(search: Search) -> None:
         )
     except _Reached:
         pass
-    best = min(model.known, key=lambda key: _norm_or_infinity(model, key))
+    best = min(model.known, key=lambda key: _rank(search, key))
     search.x = np.array(best)
     search.coordinates = model.known[best].coordinates.copy()
     search.close, search.exact = is_close(model, model.known[best]), True
 
 
-def _norm_or_infinity(model: DesignModel, key: tuple[float, ...]) -> float:
-    outcome = model.known[key]
-    return np.inf if outcome.text else violation_norm(model.spec, outcome.coordinates)
+def _rank(search: Search, key: tuple[float, ...]) -> tuple[float, float]:
+    """Groups that miss targets, and by how much: what one group can't reach must not cost another its targets."""
+    outcome = search.model.known[key]
+    if outcome.text:
+        return np.inf, np.inf
+    close = is_close(search.model, outcome)
+    missed = sum(not close[group.targets].all() for group in search.groups)
+    return missed, violation_norm(search.model.spec, outcome.coordinates)
 
 
 def settle(search: Search) -> None:
-    """Knobs that a target out of reach has driven to a limit stay there; the others serve the targets that are left."""
+    """Knobs that a target out of reach has driven to a limit stay there; the others serve the targets that are left.
+
+    Targets that no knob affects are left out too.
+    """
     stopped: list[int] = []
     for group in search.groups:
         for row in group.targets[~search.close[group.targets]]:
             places = stopped_knobs(search, group, int(row))
             stopped += places
-            search.dropped[row] = bool(places)
+            effects = effects_of(search, group, int(row))
+            search.dropped[row] = bool(places) or not any(has_effect(search, int(row), effect) for effect in effects)
         group.wake()
-    if not stopped:
+    if not search.dropped.any():
         return
+    before = search.x.copy()
     for place in stopped:
         upper = search.high[place] - search.x[place] < search.x[place] - search.low[place]
         search.x[place] = search.low[place] = search.high[place] = search.high[place] if upper else search.low[place]
     evaluate_here(search)
     newton(search)
+    (missed, norm), (missed_before, norm_before) = (search.model.rank(map(float, x)) for x in (search.x, before))
+    if missed >= missed_before and norm > (1.0 + SAME) * norm_before:
+        search.x = before
+        evaluate_here(search)
 
 
 def stopped_knobs(search: Search, group: Group, row: int) -> list[int]:

@@ -20,11 +20,12 @@ from .._recipe.recipe import Recipe
 from .._recipe.stages import PROCESS
 from . import knobs as knobs_of
 from . import quantities as quantities_of
-from .file import read_targets_file
+from .file import read_targets_file, without_brackets
 from .knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
 from .quantities import QUANTITIES, Quantity, Target
 
 KEYS = ("layers", "limits", "prefer")
+OTHER_KEYS = ("layer", "by", "limits")  # of an entry of layers
 V_III = "V/III"
 BOUNDS = {
     "at most": "at most", "at least": "at least", "<=": "at most", ">=": "at least", "<": "at most", ">": "at least",
@@ -49,7 +50,7 @@ class Spec:
 
     knobs        those of the groups, then those of hints
     preferences  name: 1 for high, -1 for low; a name is V/III or that of a knob
-    hints        places of temperatures that stay, and are only tried if indium is out of reach
+    hints        places of temperatures that stay, and are only tried if a target is out of reach
     """
 
     targets: list[Target]
@@ -79,7 +80,9 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
             path_key, knob_name, paths = _knob_paths(recipe, timeline, layer, name)
             chosen = own.get(path_key, own.get(knob_name, limits.get(path_key, limits.get(knob_name))))
             used |= {path_key, knob_name}
-            knob = make_knob(recipe, layer.name, knob_name, paths, _checked_limits(chosen, knob_name, paths[0]))
+            stage = _stage_of(paths[0]).removeprefix(f"{PROCESS}/") if "/" in name else ""
+            limits_of_knob = _checked_limits(chosen, knob_name, paths[0])
+            knob = make_knob(recipe, layer.name, knob_name, paths, limits_of_knob, stage)
             twin = next((one for one in knobs.values() if set(one.paths) & set(paths)), None)
             if twin is not None and (twin.paths != knob.paths or twin.limits != knob.limits):
                 raise ValueError(f"{knob.label} and {twin.label} share a stage, but not all stages or limits")
@@ -168,7 +171,7 @@ def _layer_targets(
     if "layer" not in entry:
         raise ValueError(f"entry {number} of layers has no key layer, such as {EXAMPLE}")
     layer = find_layer(recipe, timeline, entry["layer"])
-    targets = [_target(layer, key, value) for key, value in entry.items() if key not in ("layer", "by", "limits")]
+    targets = [_target(layer, key, value) for key, value in entry.items() if key not in OTHER_KEYS]
     if not targets:
         raise ValueError(f"{layer.name} has no target; known are {', '.join(QUANTITIES)}")
     return layer, targets
@@ -220,19 +223,23 @@ def _layer_of(name: str, rows: pd.DataFrame) -> Layer:
     return Layer(name, stages, tuple(periodic), False)
 
 
-def find_quantity(key: object, what: str) -> Quantity:
-    """The quantity of a name or a column. what: what messages call it. Raises ValueError if it is unknown."""
+def find_quantity(key: object, what: str, others: Sequence[str] = ()) -> Quantity:
+    """The quantity of a name or a column. Raises ValueError if it is unknown.
+
+    what    what messages call it
+    others  other names that are possible there
+    """
     text = " ".join(re.split(r"[\s,_]+", str(key).strip()))
     names = {name.lower(): name for name in QUANTITIES} | {
         alias.lower().replace("_", " "): name for alias, name in quantities_of.ALIASES.items()
     }
     if text.lower() not in names:
-        _unknown(what, key, list(QUANTITIES), "known are")
+        _unknown(what, key, [*QUANTITIES, *others], "known are")
     return QUANTITIES[names[text.lower()]]
 
 
 def _target(layer: Layer, key: object, given: Any) -> Target:
-    quantity = find_quantity(key, f"target of {layer.name}:")
+    quantity = find_quantity(key, f"target of {layer.name}:", OTHER_KEYS)
     label = f"{quantity.name} of {layer.name}"
     if layer.whole and quantity.name not in ("thickness", "rate"):
         raise ValueError(f"{label}: a whole periodic stage can only have a thickness or a rate; name a layer in it")
@@ -318,11 +325,11 @@ def _usual_knob(name: str) -> str | None:
 
 def _knob_at(recipe: Recipe, timeline: pd.DataFrame, path: str) -> tuple[str, list[str]]:
     """The name of the knob at a path in the recipe, and the path."""
-    full = path if path.startswith(f"{PROCESS}/") else f"{PROCESS}/{path}"
     stages = [*timeline.path[timeline.kind == "active"], *{one.rpartition("/")[0] for one in timeline.path}]
     for stage in dict.fromkeys(stages):
+        names = (stage, stage.removeprefix(f"{PROCESS}/"), stage.rpartition("/")[2])
         for name, below in KNOBS.items():
-            if full in (f"{stage}/{below}", f"{stage}/{name}") and f"{stage}/{below}" in recipe:
+            if path in [f"{one}/{end}" for one in names for end in (below, name)] and f"{stage}/{below}" in recipe:
                 return name, [f"{stage}/{below}"]
     raise ValueError(f"{path} is not a knob; a path of a knob is that of a stage with one of {', '.join(KNOBS)}")
 
@@ -346,7 +353,7 @@ def _checked_limits(given: Any, name: str, path: str) -> tuple[float, float] | N
     wrong = f"{what} must be two values, such as [0.02 sccm, 0.6 sccm] or 0.02 .. 0.6 sccm, got {given!r}"
     pair: Any = given
     if isinstance(given, str):
-        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", given.strip())
+        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", without_brackets(given.strip()))
         if match is None:
             raise ValueError(wrong)
         ends = [match[1], match[2]]
@@ -402,12 +409,12 @@ def _joined(
 
 
 def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob], limits: Any) -> list[Knob]:
-    """The temperatures of layers with a target for indium, where they are not knobs already and have room to move."""
+    """The temperatures of layers, where they are not knobs already and have room to move."""
     used = {path for knob in knobs for path in knob.paths}
     hints: list[Knob] = []
     for target in targets:
         paths = [f"{stage}/T" for stage in target.stages]
-        if target.quantity.name.startswith("In") and not used & set(paths):
+        if target.evaporation and not used & set(paths):
             with contextlib.suppress(ValueError):
                 hints.append(make_knob(recipe, target.layer, "T", paths, _checked_limits(limits, "T", paths[0])))
             used |= set(paths)

@@ -10,12 +10,14 @@ import numpy as np
 import pandas as pd
 
 from .._base.types import Array
+from .measured import DECIDED
 from .quantities import Target
 from .window_spread import Drift
 
 CONFIDENCE = 0.95
 SMALL = 0.1  # of the tolerance: smaller effects of one standard deviation are not mentioned
 MAX_SENTENCES = 6
+MAX_NAMED = 5  # runs named in a warning
 
 
 def wilson(good: int, count: int) -> tuple[float, float]:
@@ -42,9 +44,12 @@ def effects(targets: Sequence[Target], drifts: Sequence[Drift], pairs: Array) ->
             share = abs(change) / target.allowed if target.allowed > 0.0 else math.nan
             records.append((
                 drift.name, drift.shown_spread, drift.shown_unit, target.layer, target.quantity.name,
-                target.quantity.unit, change, change / drift.shown_spread, share,
+                target.quantity.unit, float(low), float(high), change, change / drift.shown_spread, share,
             ))
-    columns = ["knob", "spread", "knob_unit", "layer", "quantity", "unit", "change", "derivative", "share_of_tolerance"]
+    columns = [
+        "knob", "spread", "knob_unit", "layer", "quantity", "unit", "below", "above", "change", "derivative",
+        "share_of_tolerance",
+    ]
     return pd.DataFrame(records, columns=columns)
 
 
@@ -70,6 +75,8 @@ def sentences(
     good: int, count: int, targets: pd.DataFrame, drifts: Sequence[Drift], found: pd.DataFrame
 ) -> list[str]:
     """The yield, the target that is missed most often, and the largest effects."""
+    if not count:
+        return ["No run was finished: the yield is unknown."]
     low, high = wilson(good, count)
     made = [
         f"All targets hold in {good} of {count} runs: yield {_percent(good / count)} "
@@ -81,19 +88,63 @@ def sentences(
         made.append(f"{worst.quantity} of {worst.layer} is missed most often: it holds in {held} of the runs.")
     large = found[(found.share_of_tolerance >= SMALL) | (found.share_of_tolerance.isna() & (found.change != 0.0))]
     large = large[np.isfinite(large.change)].sort_values("share_of_tolerance", ascending=False)
-    texts = {drift.name: drift.text for drift in drifts}
+    texts = {drift.name: f"{drift.text} of {drift.label}" for drift in drifts}
     for row in large.head(MAX_SENTENCES).itertuples():
         verb = "raises" if row.change > 0.0 else "lowers"
         share = f", {100 * row.share_of_tolerance:.0f} % of its tolerance" if row.share_of_tolerance > 0.0 else ""
         made.append(
-            f"+{texts[row.knob]} of {row.knob} {verb} {row.quantity} of {row.layer} by "
+            f"+{texts[row.knob]} {verb} {row.quantity} of {row.layer} by "
             f"{_amount(abs(row.change), row.quantity, row.unit)}{share}."
         )
-    quiet = [drift.name for drift in drifts if drift.name not in set(large.knob)]
+    quiet = [drift.label for drift in drifts if drift.name not in set(large.knob)]
     if quiet:
         share = f"{100 * SMALL:g} % of its tolerance"
         made.append(f"{', '.join(quiet)}: one standard deviation changes no target by {share}.")
     return made
+
+
+def doubts(
+    goals: Sequence[Target], nominal: Array, values: Array, statuses: Sequence[str], texts: Sequence[str]
+) -> list[str]:
+    """Targets that the recipe misses without deviations, and runs that failed, have no value or are missing.
+
+    values  of all targets, runs x targets
+    """
+    notes = []
+    for target, value in zip(goals, nominal):
+        if math.isnan(value):
+            notes.append(f"{target.label} has no value without deviations; every run without a value is a miss")
+        elif not target.holds(value):
+            text = f"is {value:.4g} without deviations and misses its target {target.goal}"
+            notes.append(f"{target.label} {text}: design the recipe first")
+    count = sum(status in DECIDED for status in statuses)
+    failed = [number for number, status in enumerate(statuses) if status in DECIDED and status != "ok"]
+    if failed:
+        text = f"{len(failed)} of {count} runs failed and count as misses"
+        notes.append(f"{text}: {_named(failed)}; the first: {texts[failed[0]]}")
+    for place, target in enumerate(goals):
+        values_of = zip(statuses, values[:, place])
+        empty = [number for number, (status, value) in enumerate(values_of) if status == "ok" and math.isnan(value)]
+        if empty:
+            text = f"runs have no value of {target.label} and count as misses"
+            notes.append(f"{len(empty)} of {count} {text}: {_named(empty)}")
+    missing = [number for number, status in enumerate(statuses) if status == "missing"]
+    if missing:
+        text = "were not started within the time limit and do not count; the same call with the same folder continues"
+        notes.append(f"{len(missing)} of {len(statuses)} runs {text}")
+    lost = [number for number, status in enumerate(statuses) if status not in DECIDED and status != "missing"]
+    if lost:
+        text = "runs gave no result for a reason other than the recipe and do not count"
+        notes.append(f"{len(lost)} {text}: {_named(lost)}; the first: {texts[lost[0]]}")
+    return notes
+
+
+def _named(numbers: Sequence[int]) -> str:
+    """Such as "runs 3, 17 and 40": the index of the table."""
+    shown = [str(number) for number in numbers[:MAX_NAMED]]
+    if len(numbers) > MAX_NAMED:
+        return f"runs {', '.join(shown)}, ..."
+    return f"runs {', '.join(shown[:-1])} and {shown[-1]}" if len(shown) > 1 else f"run {shown[0]}"
 
 
 def _percent(share: float) -> str:

@@ -45,7 +45,8 @@ def plot_window(
 def _draw_distribution(axes: Axes, values: Array, row: Any, label: str) -> None:
     """A histogram of the runs; the range of the tolerance is shaded."""
     known = values[np.isfinite(values)]
-    target, tolerance, centre = row.target, row.tolerance, row.nominal
+    target, tolerance = row.target, row.tolerance
+    centre = row.nominal if np.isfinite(row.nominal) else target
     away = max(float(np.abs(known - centre).max(initial=0.0)), SMALLEST_RANGE * max(abs(centre), 1e-9))
     axes.hist(known, bins=BINS, range=(centre - away, centre + away), color=GALLIUM)
     low, high = axes.get_xlim()
@@ -58,7 +59,8 @@ def _draw_distribution(axes: Axes, values: Array, row: Any, label: str) -> None:
         axes.axvline(target, color=BLACK, linewidth=0.7)
         low, high = min(low, target - 1.2 * tolerance), max(high, target + 1.2 * tolerance)
     axes.set(xlim=(low, high), ylabel="runs", xlabel=f"{label}{f', {row.unit}' if row.unit else ''}")
-    axes.set_title(f"holds in {100 * row.held:.1f} %", fontsize="small", loc="right")
+    if np.isfinite(row.held):
+        axes.set_title(f"holds in {100 * row.held:.1f} %", fontsize="small", loc="right")
     axes.ticklabel_format(axis="x", useOffset=False)
 
 

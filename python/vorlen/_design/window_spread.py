@@ -6,18 +6,24 @@ that flow in all stages. Flows that are 0 are switched off and stay 0.
 
 from __future__ import annotations
 
+import difflib
+import re
 from collections.abc import Mapping
 from dataclasses import dataclass
 from typing import Any
 
-from .._recipe.quantities import number_in
+import pandas as pd
+
+from .._recipe.quantities import has_unit, is_quantity, number_in
 from .._recipe.recipe import Recipe
 from .._recipe.stages import PROCESS
 from .._sweep.plan_values import known_parameter
-from .knobs import ALIASES, DIGITS, KNOBS, PERIODS
+from .knobs import ALIASES, DIGITS, KNOBS, PERIODS, label_of
 
 LARGEST = 0.25  # of the smallest value: four standard deviations lead to 0
 SMALLEST = 0.01  # of a value is left at least; beyond four standard deviations
+_CELSIUS = re.compile(r"([\d.])\s*(?:delta_)?(?:degC|\u00b0\s?C|degrees?_?\s?[Cc]elsius|celsius)\s*$")
+_KELVIN = re.compile(r"\d\s*(?:[a-z\u00b5]?K|(?:milli)?[Kk]elvin)\s*$")
 NAMES = [name for name in KNOBS if name != PERIODS]
 
 
@@ -25,7 +31,8 @@ NAMES = [name for name in KNOBS if name != PERIODS]
 class Drift:
     """Values of the recipe that vary together.
 
-    name         as the caller gave it, or the usual name of a knob
+    name         the usual name of a knob, or the path
+    label        what texts call it: the name, or "T of InGaN well" for a path
     unit         of the values
     paths, start their paths in the recipe, and their values there: numbers, or pairs for ramps
     spread       one standard deviation, in the unit or as a share of each value
@@ -33,6 +40,7 @@ class Drift:
     """
 
     name: str
+    label: str
     unit: str
     paths: tuple[str, ...]
     start: tuple[Any, ...]
@@ -88,7 +96,7 @@ def read_spread(recipe: Recipe, spread: Any) -> list[Drift]:
     for name, (paths, size) in named.items():
         own = paths if "/" in name else [path for path in paths if path not in alone]
         if own:
-            made.append(_drift(recipe, name, own, size))
+            made.append(_drift(recipe, timeline, name, own, size))
     return made
 
 
@@ -102,11 +110,17 @@ def _paths_of(recipe: Recipe, stages: list[str], given: object) -> tuple[str, li
                      f"{PROCESS}/{head}/{KNOBS.get(tail, tail)}"):
             if path in recipe:
                 return path, [path]
-        raise ValueError(f"spread: the recipe has no {given}")
+        try:
+            recipe[f"{PROCESS}/{given}" if given.startswith("stage_") else given]
+        except KeyError as error:
+            raise ValueError(f"spread: {error.args[0]}") from None
     usual = {name.lower(): name for name in NAMES} | ALIASES
     name = usual.get(given.lower(), "")
     if name not in NAMES:
-        raise ValueError(f"spread: unknown name {given!r}; known are {', '.join(NAMES)}, and paths in the recipe")
+        near = difflib.get_close_matches(given.lower(), usual, 1, 0.5)
+        hint = f"; did you mean {usual[near[0]]}?" if near else ""
+        known = f"known are {', '.join(NAMES)}, and paths in the recipe"
+        raise ValueError(f"spread: unknown name {given!r}; {known}{hint}")
     paths = [path for path in (f"{stage}/{KNOBS[name]}" for stage in stages) if path in recipe and _varies(recipe, path)]
     if not paths:
         raise ValueError(f"spread: {name} is 0 in all stages")
@@ -118,7 +132,7 @@ def _varies(recipe: Recipe, path: str) -> bool:
     return any(value) if isinstance(value, tuple) else bool(value)
 
 
-def _drift(recipe: Recipe, name: str, paths: list[str], size: Any) -> Drift:
+def _drift(recipe: Recipe, timeline: pd.DataFrame, name: str, paths: list[str], size: Any) -> Drift:
     known, _ = known_parameter(paths[0])
     unit = known.unit if known is not None else ""
     what = f"the spread of {name}"
@@ -127,15 +141,27 @@ def _drift(recipe: Recipe, name: str, paths: list[str], size: Any) -> Drift:
     if not all(isinstance(end, float) for end in ends):
         raise ValueError(f"{what}: {paths[0]} is {start[0]!r}, not a real number")
     is_share = isinstance(size, str) and size.strip().endswith("%")
-    if unit == "K" and isinstance(size, str) and not is_share and not size.strip().rstrip("0123456789.eE+-K ") == "":
-        raise ValueError(f"{what} is a difference of temperatures in K, got {size!r}")
-    amount = float(number_in(size, what, "" if is_share else unit))
+    if unit == "K" and not is_share:
+        amount = _difference(size, what)
+    else:
+        amount = number_in(size, what, "" if is_share else unit)
     if not amount > 0.0:
-        raise ValueError(f"{what} must be above 0, got {size!r}")
+        raise ValueError(f"{what} must be above 0, got {size!r}; leave out what does not vary")
     least = min((abs(end) for end in ends if end), default=0.0)
     if least == 0.0:
         raise ValueError(f"{what}: {paths[0]} is 0")
     if amount > LARGEST * (1.0 if is_share else least):
         most = f"{100 * LARGEST:g} %" if is_share else f"{LARGEST * least:.4g} {unit}".strip()
         raise ValueError(f"{what} can be at most {most}, a quarter of the smallest value, got {size!r}")
-    return Drift(name, unit, tuple(paths), start, amount, is_share)
+    return Drift(name, label_of(timeline, name), unit, tuple(paths), start, float(amount), is_share)
+
+
+def _difference(size: Any, what: str) -> float | int:
+    """A difference of temperatures in K: that of degrees Celsius is the same number."""
+    if is_quantity(size):
+        size = f"{size.magnitude} {size.units}"
+    if isinstance(size, str):
+        size = _CELSIUS.sub(r"\1 K", size)
+        if has_unit(size) and not _KELVIN.search(size):
+            raise ValueError(f"{what} is a difference of temperatures, in K or degC, got {size!r}")
+    return number_in(size, what, "K")

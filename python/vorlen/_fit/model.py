@@ -6,7 +6,7 @@ The runs of all points that are needed at once are submitted together.
 from __future__ import annotations
 
 import contextlib
-from collections.abc import Iterable, Iterator
+from collections.abc import Iterable
 from concurrent.futures import Executor
 from pathlib import Path
 from typing import Any
@@ -15,35 +15,22 @@ import numpy as np
 import numpy.typing as npt
 import pandas as pd
 
-from .._base.files import BusyError, lock_file, replace_file
+from .._base.files import replace_file
 from .._base.types import PathLike
 from .._recipe.recipe import Recipe
 from .._runs.run import SimulationError
+from .._sweep.own_folder import own_folder
 from .._sweep.plan import ROWS_FOLDER, Plan, make_task
-from .._sweep.run_rows import run_tasks, working_folder
+from .._sweep.run_rows import run_tasks
 
 Array = npt.NDArray[np.float64]
 STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change
-LOCK_NAME = ".fit.lock"  # in the folder of a fit
 PLACELESS = ("lost", "error")  # statuses of rows that say nothing about the constants
 
 
-@contextlib.contextmanager
-def fit_folder(out: PathLike | None, recipes: int) -> Iterator[Path]:
-    """The folder of a fit with so many recipes, locked.
-
-    Raises BusyError if another fit is running there, FileExistsError if it holds other files with the same names.
-    """
-    with working_folder(out) as folder, contextlib.ExitStack() as held:
-        mark = folder / LOCK_NAME
-        for place in (folder / recipe_folder(number) for number in range(recipes)):
-            if place.exists() and not mark.exists():
-                raise FileExistsError(f"{place} is not of a fit and would be overwritten; choose another folder")
-        try:
-            held.enter_context(lock_file(mark, exclusive=True))
-        except BlockingIOError:
-            raise BusyError(f"another fit is running in {folder}") from None
-        yield folder
+def fit_folder(out: PathLike | None, recipes: int) -> contextlib.AbstractContextManager[Path]:
+    """The folder of a fit with so many recipes. Raises as own_folder()."""
+    return own_folder(out, "fit", map(recipe_folder, range(recipes)))
 
 
 def recipe_folder(number: int) -> str:

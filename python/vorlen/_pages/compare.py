@@ -1,4 +1,4 @@
-"""Runs on one self-contained HTML page: vorlen.compare([a, b], "page.html"), or vorlen compare A B -o page.html.
+"""Several runs on one page: vorlen.compare([a, b], "page.html"), or vorlen compare A B -o page.html.
 
 This module gathers the content: the layers with their differences, which `vorlen diff` computes, and those of the
 recipes. The layout is in assets/compare.html, compare.css and compare.js; compare_charts.py makes the charts' data.
@@ -6,24 +6,21 @@ recipes. The layout is in assets/compare.html, compare.css and compare.js; compa
 
 from __future__ import annotations
 
-import json
 from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 
-from .._base.files import check_place, page_bytes, replace_file
 from .._base.types import PathLike
-from .._base.version import __version__
 from .._runs.compare_layers import Pair, compared_layers, pairs_of
 from .._runs.plot_runs import named_runs
 from .._runs.run import Run
 from .compare_charts import RUN_COLOURS, compare_charts
 from .compare_recipes import recipe_differences
 from .compare_table import all_zero, grouped_lines, layer_lines, layers_csv, shown_quantities
-from .report import ASSETS, chart_library
+from .numbers import MISSING
+from .page import page, write_page
 
 MAX_RECIPE_LINES = 200
-MISSING = "\u2013"
 
 
 def compare(
@@ -67,14 +64,11 @@ def compare(
     if len(chosen) < 2:
         raise ValueError(f"a comparison needs at least two runs, got {len(chosen)}")
     inputs = [file for run in chosen for file in run._own_files]
-    check_place(path, inputs)  # before the work
-    return replace_file(path, page_bytes(render(chosen, names)), inputs=inputs)
+    return write_page(path, lambda: render(chosen, names), inputs=inputs)
 
 
 def render(runs: list[Run], names: list[str]) -> str:
     """The HTML text of a comparison."""
-    import jinja2
-
     comparisons = [compared_layers(runs[0], run) for run in runs[1:]]
     itself: list[Pair] = [(place, place) for place in range(len(runs[0]._layers))]
     matches = [itself, *(pairs_of(comparison) for comparison in comparisons)]
@@ -85,12 +79,11 @@ def render(runs: list[Run], names: list[str]) -> str:
         "charts": compare_charts(runs, names, matches),
         "tables": {"layers": {"name": "layers.csv", "text": layers_csv(lines, names)}},
     }
-    environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
-    template = environment.from_string(_asset("compare.html"))
     recipe_lines, recipe_note = _recipe_lines(runs, names)
-    return template.render(
-        title=" and ".join(names) if len(names) == 2 else f"{names[0]} and {len(names) - 1} others",
-        version=__version__,
+    return page(
+        "compare.html",
+        " and ".join(names) if len(names) == 2 else f"{names[0]} and {len(names) - 1} others",
+        data=data,
         runs=[
             {"name": name, "colour": number % RUN_COLOURS, "facts": _facts(run)}
             for number, (name, run) in enumerate(zip(names, runs))
@@ -105,15 +98,7 @@ def render(runs: list[Run], names: list[str]) -> str:
         recipe_note=recipe_note,
         summary=f"{len(runs)} runs: {', '.join(names)}.",
         aligned=len(data["charts"]["models"]) > 1,
-        data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
-        css=_asset("page.css") + _asset("compare.css"),
-        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "compare.js")),
-        plotly=chart_library(),
     )
-
-
-def _asset(name: str) -> str:
-    return (ASSETS / name).read_text("utf-8")
 
 
 def _sentence(name: str, comparison: dict[str, Any]) -> str:

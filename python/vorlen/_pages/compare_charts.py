@@ -1,4 +1,4 @@
-"""The charts of a comparison as data for charts.js: the same points of each run, placed in each way to align."""
+"""The charts of a comparison as data for linked.js: the same points of each run, placed in each way to align."""
 
 from __future__ import annotations
 
@@ -152,7 +152,7 @@ def _quantity(curve: Curve, title: str, relaxes: bool) -> str:
 
 
 def _curve(curve: Curve, name: str, placed: list[PlacedRun], rows: list[Rows]) -> dict[str, Any]:
-    """A curve for charts.js. The first runs have wider lines, so that they show where curves coincide."""
+    """A curve for linked.js. The first runs have wider lines, so that they show where curves coincide."""
     kept = rows[curve.run]
     points = placed[curve.run]
     real = np.flatnonzero(~np.isnan(points.share))

@@ -35,7 +35,7 @@ class LayerLine:
 
 @dataclass
 class LineGroup:
-    """Lines with the same names and texts, which are one line of the table."""
+    """Lines with the same names and rounded values, which are one line of the table."""
 
     numbers: str
     name: str
@@ -95,22 +95,33 @@ def all_zero(lines: list[LayerLine], quantity: str) -> bool:
 
 
 def grouped_lines(lines: list[LayerLine], quantities: list[str]) -> list[LineGroup]:
-    """The lines of the table in the order of their first layers."""
-    groups: dict[tuple[Any, ...], tuple[LineGroup, list[int]]] = {}
+    """The lines of the table in the order of their first layers. As in `vorlen diff`, a change below the digits shown, in
+    one period and not in another, separates no lines.
+    """
+    alike: dict[tuple[Any, ...], list[LayerLine]] = {}
     for line in lines:
         names = [str(layer["name"]) if layer else None for layer in line.layers]
-        cells = [line.values[quantity] for quantity in quantities]
-        texts = tuple(cell and cell[1:] for row in cells for cell in row)
-        others = [name for name in dict.fromkeys(names) if name is not None and name != line.first["name"]]
-        made = LineGroup(
-            "", line.first["name"], line.first["kind"], others, cells, line.visible,
-            next(run for run, layer in enumerate(line.layers) if layer is not None),
-        )
-        _, numbers = groups.setdefault((*names, line.first["kind"], texts), (made, []))
-        numbers.append(line.first["number"])
-    for group, numbers in groups.values():
-        group.numbers = _numbers_text(numbers)
-    return [group for group, _ in groups.values()]
+        shown = [
+            cell and (cell.text, cell.visible and cell.change) for quantity in quantities for cell in line.values[quantity]
+        ]
+        alike.setdefault((*names, line.first["kind"], *shown), []).append(line)
+    return [_group(same, quantities) for same in alike.values()]
+
+
+def _group(lines: list[LayerLine], quantities: list[str]) -> LineGroup:
+    line = lines[0]
+    names = [str(layer["name"]) for layer in line.layers if layer]
+    return LineGroup(
+        _numbers_text([one.first["number"] for one in lines]), line.first["name"], line.first["kind"],
+        [name for name in dict.fromkeys(names) if name != line.first["name"]],
+        [[_largest(cells) for cells in zip(*(one.values[quantity] for one in lines))] for quantity in quantities],
+        line.visible, next(run for run, layer in enumerate(line.layers) if layer is not None),
+    )
+
+
+def _largest(cells: tuple[Cell | None, ...]) -> Cell | None:
+    """The cell for the same value in several lines: its change is 0 only if it is that in all of them."""
+    return next((cell for cell in cells if cell is not None and cell.change not in ("", "0")), cells[0])
 
 
 def _numbers_text(numbers: list[int]) -> str:

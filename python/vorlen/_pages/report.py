@@ -1,14 +1,12 @@
-"""A run as one self-contained HTML page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
+"""A run as one page: vorlen.report(run, "run.html"), or python3 -m vorlen report RESULT.
 
-The page needs no network and no other file. This module gathers its content. Its layout is in assets/report.html,
-page.css and report.css; charts.js draws the charts, readout.js shows their values, downloads.js saves tables and charts,
-report.js has the controls. report_charts.py makes the data of the charts, report_stack.py the pictures of the layers,
+This module gathers the content. The layout is in assets/report.html, which names the style sheets and scripts; report.js
+has the controls. report_charts.py makes the data of the charts, report_stack.py the pictures of the layers,
 report_tables.py the tables.
 """
 
 from __future__ import annotations
 
-import json
 import math
 import os
 import re
@@ -19,7 +17,7 @@ from urllib.parse import quote
 import numpy as np
 import pandas as pd
 
-from .._base.files import check_place, page_bytes, replace_file, valid_text
+from .._base.files import check_place, replace_file, valid_text
 from .._base.tool import findings, live_page
 from .._base.types import PathLike
 from .._base.version import __version__
@@ -28,6 +26,8 @@ from .._runs.run import Run, SimulationError
 from .._runs.status import read_matching_status
 from .._runs.structure import Structure, structure_of
 from .._runs.structure_text import sentence
+from .numbers import number
+from .page import page, write_page
 from .report_charts import charts
 from .report_stack import layer_stack
 from .report_tables import (
@@ -40,8 +40,6 @@ from .report_tables import (
     records,
     shown_places,
 )
-
-ASSETS = Path(__file__).resolve().parents[1] / "assets"
 
 
 def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) -> Path:
@@ -75,10 +73,12 @@ def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) ->
     RuntimeError
         With live, if the command vorlen is missing or was built without the live page.
     """
-    run = _run_of(run)
-    check_place(path, run._own_files)  # before the work
-    beside = _write_live_page(run, Path(path)) if live else None
-    return replace_file(path, page_bytes(render(run, beside)), inputs=run._own_files)
+    drawn = _run_of(run)
+
+    def make() -> str:
+        return render(drawn, _write_live_page(drawn, Path(path)) if live else None)
+
+    return write_page(path, make, inputs=drawn._own_files)
 
 
 def _write_live_page(run: Run, page: Path) -> Path:
@@ -107,8 +107,6 @@ def _run_of(run: Run | SimulationError) -> Run:
 
 def render(run: Run | SimulationError, beside: Path | None = None) -> str:
     """The HTML text of a report. beside: the live page that its button opens."""
-    import jinja2
-
     run = _run_of(run)
     has_rows = bool(run.content) and not run._profile.empty
     failed = run.failed if run.content else True
@@ -133,12 +131,10 @@ def render(run: Run | SimulationError, beside: Path | None = None) -> str:
         data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
         content["summary"] = _chart_summary(drawn.rows("active"))
         content["quantities"] = _quantities(data["charts"]["panels"])
-    environment = jinja2.Environment(autoescape=True, trim_blocks=True, lstrip_blocks=True)
-    environment.filters |= {"number": number, "fraction": fraction}
-    template = environment.from_string(_asset("report.html"))
-    return template.render(
-        title=title,
-        version=__version__,
+    return page(
+        "report.html",
+        title,
+        data=data,
         failed=failed,
         grew=_grew(run, structure) if layers is not None else "",
         failure=_failure(run),
@@ -149,57 +145,14 @@ def render(run: Run | SimulationError, beside: Path | None = None) -> str:
         recipe_note=_recipe_note(run),
         warnings=_warnings(run) if has_rows else _findings(run.recipe_source),
         has_charts=has_rows,
-        data=json.dumps(data, separators=(",", ":"), allow_nan=False).replace("<", "\\u003c"),
-        css=_asset("page.css") + _asset("report.css"),
-        script="\n".join(_asset(name) for name in ("readout.js", "charts.js", "downloads.js", "report.js")),
-        plotly=chart_library() if has_rows else "",
         **content,
     )
-
-
-def _asset(name: str) -> str:
-    return (ASSETS / name).read_text("utf-8")
 
 
 def _stem(title: str) -> str:
     """The title as the start of file names."""
     stem = re.sub(r"\.(xml|txt)$", "", title).removesuffix(".result").removesuffix(".failed")
     return re.sub(r"[^\w.-]+", "-", stem).strip("-.") or "run"
-
-
-def chart_library() -> str:
-    """The JavaScript that draws the charts, from the installation or from a build of the source tree."""
-    builds = ASSETS.parents[2] / "build"
-    places = [ASSETS, *(builds / preset / "python" for preset in ("release", "run"))]
-    for place in (folder / "plotly.min.js" for folder in places):
-        if place.is_file():
-            return place.read_text("utf-8")
-    raise FileNotFoundError(
-        f"the chart library of reports is missing, {ASSETS / 'plotly.min.js'}. Install the Debian packages "
-        "python3-plotly and esbuild (apt-get install python3-plotly esbuild), then build or install VorlenSolver again"
-    )
-
-
-def number(value: Any, digits: int = 4, unit: str = "") -> str:
-    """A number for display: this many digits, true minus signs, a dash for NaN or None."""
-    if value is None or (isinstance(value, float) and math.isnan(value)):
-        return "\u2013"
-    if abs(value) < 1e-9:
-        value = 0.0
-    text = f"{value:.{digits}g}"
-    if "e" in text:
-        mantissa, exponent = text.split("e")
-        text = f"{mantissa}\u00d710" + str(int(exponent)).translate(str.maketrans("-0123456789", "⁻⁰¹²³⁴⁵⁶⁷⁸⁹"))
-    return text.replace("-", "\u2212") + (f"\u00a0{unit}" if unit else "")
-
-
-def fraction(value: float | None) -> str:
-    """A fraction for display: four decimals, a dash for NaN."""
-    if value is None or math.isnan(value):
-        return "\u2013"
-    if abs(value - round(value)) < 5e-5:
-        return f"{round(value)}".replace("-", "\u2212")
-    return f"{value:.4f}".replace("-", "\u2212")
 
 
 def _title(run: Run) -> str:

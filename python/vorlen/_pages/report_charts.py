@@ -1,4 +1,4 @@
-"""The charts of a page as data for charts.js: curves in panels over time and height, stages, and ranges to zoom to.
+"""The charts of a page as data for linked.js: curves in panels over time and height, stages, and ranges to zoom to.
 
 Curves refer to a set of points, which has a time and a height for each, so that both charts share the values. Colours
 are named; the page has one set for light and one for dark mode.

@@ -10,6 +10,7 @@ from __future__ import annotations
 import difflib
 import math
 from collections.abc import Iterable, Mapping
+from dataclasses import dataclass
 from typing import Any
 
 from .composition import fractions_of, lattice_of, material_keyword
@@ -222,31 +223,35 @@ def _texts(name: str, path: str, value: object, unit: str | None = None) -> tupl
 # ---- given layers
 
 
-def with_layer(
-    document: Document,
-    group: str,
-    composition: str,
-    fractions: Mapping[str, object],
-    thickness: object,
-    dislocations: object,
-    name: str | None,
-    lattice: object,
-    relaxation: object,
-    duration: object,
-    growth_rate: object,
-) -> tuple[Document, str]:
-    """The document with a given layer on those of its group, and the path of its stage. See Recipe.template."""
+@dataclass(frozen=True)
+class GivenLayer:
+    """A layer that is not simulated, as the arguments of Recipe.template describe it."""
+
+    composition: str
+    thickness: object
+    dislocations: object
+    name: str | None
+    lattice: object
+    relaxation: object
+    fractions: Mapping[str, object]  # by metal
+    duration: object
+    growth_rate: object
+
+
+def with_layer(document: Document, group: str, given: GivenLayer) -> tuple[Document, str]:
+    """The document with a given layer on those of its group, and the path of its stage."""
     pattern = f"{group}/{tag_of_stage(group, 0)[:-1]}#"
     numbers = {
         metal: None if value is None else float(number_in(value, f"x_{metal.lower()}", "fraction"))
-        for metal, value in fractions.items()
+        for metal, value in given.fractions.items()
     }
-    found = fractions_of(composition, numbers)
+    found = fractions_of(given.composition, numbers)
     number = count_of_stages(document, group) + 1
     lowest = group == "pre_stages" and number == 1
-    layer = composition.strip() if name is None else name
+    layer = given.composition.strip() if given.name is None else given.name
     values = {"name": _texts("name", f"{pattern}/name", layer)}
-    values["thickness"] = _texts("thickness", f"{pattern}/thickness", thickness)
+    values["thickness"] = _texts("thickness", f"{pattern}/thickness", given.thickness)
+    duration, growth_rate = given.duration, given.growth_rate
     if growth_rate is None:
         hours = None if duration is None else float(number_in(duration, "duration", "s")) / 3600
         growth_rate = float(f"{float(values['thickness'][0]) / 1000 / hours:.6g}") if hours else GROWTH_RATE
@@ -259,10 +264,10 @@ def with_layer(
     values["tau"] = _texts("duration", f"{pattern}/tau", duration)
     for metal, fraction in found.items():
         values[f"X_{metal}_average"] = _texts(f"x_{metal.lower()}", f"{pattern}/X_{metal}_average", fraction)
-    if dislocations in (None, "inherited") and lowest:
+    if given.dislocations in (None, "inherited") and lowest:
         raise ValueError("dislocations must be given for the lowest layer: there is none to inherit them from")
-    values |= _dislocations(pattern, dislocations)
-    values["stress_state"], comment = _stress_state(pattern, found, lattice, relaxation, lowest)
+    values |= _dislocations(pattern, given.dislocations)
+    values["stress_state"], comment = _stress_state(pattern, found, given.lattice, given.relaxation, lowest)
     return _with_stage(document, group, pattern, values, {"stress_state": comment})
 
 

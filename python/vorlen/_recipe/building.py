@@ -190,10 +190,12 @@ class Building:
             If the composition is unknown, a unit does not fit, a value is outside of its limits, or the lowest layer
             has no dislocations.
         """
-        return self._add_layer(
-            "pre_stages", composition, thickness, dislocations, name, lattice, relaxation,
-            {"In": x_in, "Ga": x_ga, "Al": x_al}, duration, growth_rate,
+        layer = _build.GivenLayer(
+            composition, thickness, dislocations, name, lattice, relaxation, {"In": x_in, "Ga": x_ga, "Al": x_al},
+            duration, growth_rate,
         )  # fmt: skip
+        self._document, path = _build.with_layer(self._document, "pre_stages", layer)
+        return path
 
     @with_suggestions(NAMES)
     def cap(
@@ -234,28 +236,11 @@ class Building:
         ValueError
             As in template().
         """
-        return self._add_layer(
-            "post_stages", composition, thickness, dislocations, name, lattice, relaxation,
-            {"In": x_in, "Ga": x_ga, "Al": x_al}, duration, growth_rate,
-        )  # fmt: skip
-
-    def _add_layer(
-        self,
-        group: str,
-        composition: str,
-        thickness: Number,
-        dislocations: Number,
-        name: str | None,
-        lattice: Number,
-        relaxation: Number,
-        fractions: Mapping[str, Number],
-        duration: Number,
-        growth_rate: Number,
-    ) -> str:
-        self._document, path = _build.with_layer(
-            self._document, group, composition, fractions, thickness, dislocations, name, lattice, relaxation,
+        layer = _build.GivenLayer(
+            composition, thickness, dislocations, name, lattice, relaxation, {"In": x_in, "Ga": x_ga, "Al": x_al},
             duration, growth_rate,
         )  # fmt: skip
+        self._document, path = _build.with_layer(self._document, "post_stages", layer)
         return path
 
     @with_suggestions(NAMES)

@@ -42,7 +42,30 @@ def with_value(document: Document, path: str, value: object) -> Document:
     missing = _missing_optional(document, path)
     if missing is not None:
         return _with_optional(document, missing, value)
-    place = document.find(path)
+    return document.edited(_edits(document, document.find(path), path, value))
+
+
+def with_values(document: Document, values: Mapping[str, object]) -> Document:
+    """The document with a value at each path, set one after the other; raises as with_value.
+
+    The document is parsed again only once, unless elements are added or a value is set twice.
+    """
+    edits: list[xml_bytes.Edit] = []
+    places: list[Place] = []
+    for path, value in values.items():
+        is_missing = _missing_optional(document, path) is not None
+        place = None if is_missing else document.find(path)
+        if place is None or any(place.overlaps(other) for other in places):
+            document, edits, places = document.edited(edits), [], []
+            document = with_value(document, path, value)
+        else:
+            edits += _edits(document, place, path, value)
+            places.append(place)
+    return document.edited(edits)
+
+
+def _edits(document: Document, place: Place, path: str, value: object) -> list[xml_bytes.Edit]:
+    """Edits that set the value at a place, whose path messages name."""
     present = place.element.attributes
     texts = {}
     for name, new in _changes(place, path, value).items():
@@ -53,7 +76,7 @@ def with_value(document: Document, path: str, value: object) -> Document:
         text = text_of(new, path, known)
         same = not isinstance(new, str) and parse(present[name], known) == new
         texts[name] = present[name] if same else text
-    return document.edited(xml_bytes.attribute_edits(document.content, place.element, texts))
+    return xml_bytes.attribute_edits(document.content, place.element, texts)
 
 
 def _known(place: Place, attribute: str) -> Known | None:

@@ -12,6 +12,7 @@ from typing import Any
 from .._base.arguments import check_timeout
 from .._recipe.recipe import Recipe
 from .._recipe.scheme import with_scheme
+from .._recipe.values import with_values
 from .._runs.status import failed_path
 
 MODES = ("grid", "zip")
@@ -80,10 +81,7 @@ def row_files(folder: Path, number: int) -> RowFiles:
 
 def row_recipe(base: Recipe, values: Mapping[str, Any]) -> bytes:
     """XML of a row's recipe: the base with the row's values."""
-    recipe = base.copy()
-    for path, value in values.items():
-        recipe[path] = tuple(value) if isinstance(value, list) else value
-    return recipe.to_bytes()
+    return with_values(base._document, values).content
 
 
 def sha256(content: bytes) -> str:

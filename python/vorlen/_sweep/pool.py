@@ -7,6 +7,7 @@ pandas takes longer than many runs. A worker that crashes or hangs is replaced, 
 from __future__ import annotations
 
 import json
+import math
 import os
 import select
 import signal
@@ -142,7 +143,12 @@ class WorkerProcess:
 
 
 def run_row(task: dict[str, Any]) -> dict[str, Any]:
-    """Runs one row of a sweep in the worker process of the calling thread. Executors call this, on any machine."""
+    """Runs one row of a sweep in the worker process of the calling thread. Executors call this, on any machine.
+
+    A task that has the key "start_by", in seconds since the epoch, is not run after that time: its row is "missing".
+    """
+    if time.time() > task.get("start_by", math.inf):
+        return empty_row("missing")
     worker: WorkerProcess | None = getattr(_thread, "worker", None)
     if worker is None or worker.owner != os.getpid():  # a forked process must not share the worker of its parent
         worker = _thread.worker = WorkerProcess()

@@ -58,7 +58,7 @@ def run_rows(
     tasks = [make_task(plan, folder, number, inputs[number], resume) for number in numbers]
     try:
         with pool_of(min(workers or default_workers(), len(tasks)), executor) as pool:
-            _run_into(rows, numbers, tasks, pool, progress)
+            run_into(rows, numbers, tasks, pool, progress)
     finally:
         if executor is None:  # whose processes may still be writing
             remove_row_litter(folder, numbers)
@@ -67,13 +67,14 @@ def run_rows(
 def run_tasks(tasks: list[dict[str, Any]], executor: Executor, progress: bool) -> list[Row]:
     """Submits tasks to an executor and waits for all of them. Returns their rows in the same order."""
     rows: list[Row] = [{}] * len(tasks)
-    _run_into(rows, range(len(tasks)), tasks, executor, progress)
+    run_into(rows, range(len(tasks)), tasks, executor, progress)
     return rows
 
 
-def _run_into(
+def run_into(
     rows: list[Row], places: Sequence[int], tasks: list[dict[str, Any]], executor: Executor, progress: bool
 ) -> None:
+    """Runs tasks and puts the row of each into its place of rows. After an interrupt, rows has what was done."""
     ended: queue.SimpleQueue[Future[Row]] = queue.SimpleQueue()
     place_of: dict[Future[Row], int] = {}
     bar = _progress_bar(len(tasks)) if progress else None
@@ -86,7 +87,7 @@ def _run_into(
         for _ in tasks:
             future = ended.get()
             row = rows[place_of[future]] = _row_of(future, isinstance(executor, LocalPool))
-            if bar is not None:
+            if bar is not None and row["status"] != "missing":  # it was not run
                 troubles += row["status"] != "ok"
                 bar.set_postfix_str(f"{troubles} not ok" if troubles else "", refresh=False)
                 bar.update()

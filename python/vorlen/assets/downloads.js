@@ -11,19 +11,17 @@ const Downloads = (() => {
     setTimeout(() => URL.revokeObjectURL(link.href), 60000);  // ms
   }
 
-  // Makes every link with data-csv or data-svg work. tables: {key: {name, text}}; pictures: {key: {name, svg()}}
+  // Makes every link with data-csv or data-svg work, also those that are made later. tables: {key: {name, text}};
+  // pictures: {key: {name, svg()}}
   function connect(tables, pictures) {
-    for (const link of document.querySelectorAll("a[data-csv]")) {
-      const table = tables[link.dataset.csv];
-      link.addEventListener("click", (event) => { event.preventDefault(); save(table.name, "text/csv", table.text); });
-    }
-    for (const link of document.querySelectorAll("a[data-svg]")) {
-      const picture = pictures[link.dataset.svg];
-      link.addEventListener("click", (event) => {
-        event.preventDefault();
-        Promise.resolve(picture.svg()).then((text) => save(picture.name, "image/svg+xml", text));
-      });
-    }
+    document.addEventListener("click", (event) => {
+      const link = event.target.closest("a[data-csv], a[data-svg]");
+      if (!link) return;
+      event.preventDefault();
+      const table = tables[link.dataset.csv], picture = pictures[link.dataset.svg];
+      if (table) save(table.name, "text/csv", table.text);
+      else Promise.resolve(picture.svg()).then((text) => save(picture.name, "image/svg+xml", text));
+    });
   }
-  return { connect, save };
+  return { connect };
 })();

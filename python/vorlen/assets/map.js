@@ -1,76 +1,9 @@
-// The chart of a process map: lines of equal value with their numbers, the region of the targets, the runs; links to files.
+// The page of a process map: its chart, and links to files.
 "use strict";
 (() => {
-  const { map, tables } = JSON.parse(document.getElementById("data").textContent);
-  const node = document.getElementById("chart");
-  const HEIGHT = 620, NARROW = 480;  // pixels
-
-  // Pieces of lines as one line with gaps.
-  function joined(pieces) {
-    const x = [], y = [];
-    for (const piece of pieces) {
-      if (x.length) { x.push(null); y.push(null); }
-      x.push(...piece.x);
-      y.push(...piece.y);
-    }
-    return { x, y };
-  }
-
-  // Where the number of a line is: at a share of the length of its longest piece, other for each quantity.
-  function labelled(line, share) {
-    const piece = line.pieces.reduce((longest, other) => other.x.length > longest.x.length ? other : longest);
-    const place = Math.round(share * (piece.x.length - 1));
-    return [piece.x[place], piece.y[place]];
-  }
-
-  function build(colour, width, limit) {
-    const layout = Charts.baseLayout(map.x.title, colour, width);
-    const axis = Charts.yAxis(colour);
-    const box = { showgrid: false, fixedrange: true, mirror: true };
-    Object.assign(layout, {
-      height: limit ? Math.min(limit, HEIGHT) : width < NARROW ? 460 : HEIGHT, hovermode: "closest", hoverdistance: 12,
-      dragmode: false, showlegend: true,
-      legend: { orientation: "h", x: 0, y: 1.01, yanchor: "bottom", font: { size: 12 } },
-    });
-    Object.assign(layout.xaxis, box, { range: map.x.range });
-    layout.yaxis = Object.assign(axis, box, { title: { text: map.y.title, standoff: 6 }, range: map.y.range, nticks: 8,
-      automargin: true });
-    const data = [];
-    if (map.region.length) {
-      data.push(Object.assign(joined(map.region), { type: "scatter", mode: "lines", name: "all targets hold", fill: "toself",
-        fillcolor: colour("aluminium") + "40", line: { color: colour("aluminium"), width: 1.5 }, hoverinfo: "skip" }));
-    }
-    map.curves.forEach((curve, number) => {
-      const all = joined(curve.lines.flatMap((line) => line.pieces));
-      data.push(Object.assign(all, { type: "scatter", mode: "lines", name: curve.name, hoverinfo: "skip",
-        line: { color: colour(curve.colour), width: 2, dash: curve.dashed ? "dash" : "solid" } }));
-      for (const line of curve.lines) {
-        const [x, y] = labelled(line, number % 2 ? 0.3 : 0.65);
-        layout.annotations.push({ x, y, text: line.text, showarrow: false, font: { size: 12, color: colour(curve.colour) },
-          bgcolor: colour("paper"), borderpad: 1 });
-      }
-    });
-    const chosen = (ok) => map.runs.ok.flatMap((own, number) => own === ok ? [number] : []);
-    for (const [ok, name, symbol] of [[true, "run", "circle"], [false, "run without a result", "x"]]) {
-      const numbers = chosen(ok);
-      if (!numbers.length) continue;
-      data.push({ type: "scatter", mode: "markers", name, x: numbers.map((at) => map.runs.x[at]),
-        y: numbers.map((at) => map.runs.y[at]), text: numbers.map((at) => map.runs.texts[at].map(Charts.plain).join("<br>")),
-        hovertemplate: "%{text}<extra></extra>", cliponaxis: false,
-        marker: { symbol, size: ok ? 4 : 9, color: colour(ok ? "strong" : "alarm") } });
-    }
-    if (map.present) {
-      data.push({ type: "scatter", mode: "markers", name: "recipe", x: [map.present[0]], y: [map.present[1]], hoverinfo: "skip",
-        cliponaxis: false, marker: { symbol: "star", size: 14, color: colour("ink") } });
-    }
-    return { data, layout };
-  }
-
-  const draw = Charts.chart(node, build);
+  const { map, tables } = Page.data;
+  const build = (colour, width, limit) => MapFigure.build(map, colour, width, limit);
+  const draw = Charts.chart(Page.byId("chart"), build);
   Downloads.connect(tables, { map: { name: "map.svg", svg: () => Charts.svg(build) } });
-  draw().then(() => {
-    // The chart is one picture with a description; a screen reader skips its parts.
-    for (const part of document.querySelectorAll(".chart > *, #js-plotly-tester")) part.setAttribute("aria-hidden", "true");
-    document.documentElement.dataset.drawn = "yes";
-  });
+  Page.drawn([draw()]);
 })();

@@ -3,7 +3,6 @@
 "use strict";
 const Readout = (() => {
   const NARROW = 600, EDGE = 8, DISTANCE = 18;  // pixels; in a narrower window the box is at its lower or upper edge
-  const RISE = "⁻⁰¹²³⁴⁵⁶⁷⁸⁹";
   let box = null;
 
   function element(tag, name, text, parent) {
@@ -23,16 +22,10 @@ const Readout = (() => {
     return box;
   }
 
-  // A number with four digits, six from 1000 on, without an exponent unless it is very large or small. least: smaller ones are 0.
+  // A number with four digits, six from 1000 on. least: smaller ones are 0.
   function text(value, least) {
     const size = Math.abs(value);
-    if (size === 0 || size < least) return "0";
-    let shown = String(Number(value.toPrecision(size >= 1000 ? 6 : 4)));
-    if (size >= 1e7 || size < 1e-4) {
-      const [digits, exponent] = value.toExponential(3).split("e");
-      shown = Number(digits) + "×10" + [...exponent.replace("+", "")].map((sign) => RISE["-0123456789".indexOf(sign)]).join("");
-    }
-    return shown.replace("-", "−");
+    return size < least ? "0" : Texts.number(value, size >= 1000 && size < 1e7 ? 6 : 4);
   }
 
   // rows: {name, value, colour, dash}. place: {x, y} in the window.
