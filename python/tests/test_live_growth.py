@@ -178,6 +178,21 @@ def test_a_sentence_about_many_layers_is_short(live: Live) -> None:
                         live.text(".growth-sentence"))
 
 
+def test_a_run_in_which_nothing_grows_is_shown(live: Live) -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    for stage in ("stage_1", "stage_2"):
+        for metal in ("TMIn", "TEGa"):
+            recipe[f"process_stages/{stage}/gas_species/Q/{metal}"] = 0
+    recipe["process_stages/stage_1/name"] = "<b>pause</b> & \u202ewait"
+    live.set(recipe.to_bytes().decode(), "pause.xml")
+    assert live.text(".growth-sentence") == "Nothing grew on 2.00 µm GaN."
+    assert "<b>pause</b> & \u202ewait" in [row[1] for row in rows_of_table(live)]
+    assert live.browser.run("return document.querySelectorAll('.growth b').length") == 0
+    assert "NaN" not in live.browser.run("return document.querySelector('.growth').innerHTML")
+    press(live, "[data-choice=time]")
+    assert axis_range(live) == pytest.approx([3600, 3734], abs=2)
+
+
 @pytest.mark.parametrize("seed", range(3))
 def test_repeated_groups_are_those_of_the_python_package(seed: int, tmp_path: Path) -> None:
     from vorlen._runs.repeats import repeats
