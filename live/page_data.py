@@ -18,10 +18,16 @@ EXAMPLES_FIRST = ("blue_led", "ingan_gan_mqw", "algan_gan_hemt")  # the others f
 # package of Debian: what it is called, and what for
 BUNDLED = {
     "libjs-codemirror": ("CodeMirror", "editor of the XML"),
-    "node-d3-scale": ("d3-scale", "charts"),
-    "node-d3-shape": ("d3-shape", "charts"),
     "node-d3-axis": ("d3-axis", "charts"),
+    "node-d3-scale": ("d3-scale", "charts"),
     "node-d3-selection": ("d3-selection", "charts"),
+    "node-d3-array": ("d3-array", "charts, used by d3-scale"),
+    "node-d3-collection": ("d3-collection", "charts, used by d3-scale"),
+    "node-d3-color": ("d3-color", "charts, used by d3-scale"),
+    "node-d3-format": ("d3-format", "charts, used by d3-scale"),
+    "node-d3-interpolate": ("d3-interpolate", "charts, used by d3-scale"),
+    "node-d3-time": ("d3-time", "charts, used by d3-scale"),
+    "node-d3-time-format": ("d3-time-format", "charts, used by d3-scale"),
     "libtinyxml-dev": ("TinyXML", "reads recipes, in the module"),
     "libfmt-dev": ("{fmt}", "texts of numbers, in the module"),
     "nlohmann-json3-dev": ("JSON for Modern C++", "answers of the module"),

@@ -8,7 +8,6 @@ import json
 import re
 import subprocess
 import xml.etree.ElementTree as ElementTree
-from collections.abc import Iterator
 from pathlib import Path
 from typing import Any
 
@@ -17,7 +16,7 @@ import pytest
 
 import vorlen
 from browser import Browser
-from live import Live, write_page
+from live import Live
 from support import MQW, ROOT, V_DEFECTS, failing_recipe, tool
 from test_report import luminance
 
@@ -26,25 +25,14 @@ WELL = "process_stages/stage_1/stage_1_3"
 PANELS = ["composition", "rate", "strain", "densities", "temperature"]
 
 
-@pytest.fixture(scope="module")
-def opened(browser: Browser, tmp_path_factory: pytest.TempPathFactory) -> Live:
-    live = Live(browser, write_page(tmp_path_factory.mktemp("growth") / "wells.html", MQW))
-    live.open(1440, 900)
-    return live
-
-
 @pytest.fixture
-def live(opened: Live) -> Iterator[Live]:
+def live(live: Live) -> Live:
     """The page with the recipe of wells, without kept variants, over the whole depth."""
-    if opened.browser.run("return location.href") != opened.page.as_uri() or opened.browser.run("return innerWidth") != 1440:
-        opened.open(1440, 900)
-    opened.set(MQW.read_text("utf-8"), "wells.xml")
-    opened.browser.run(
+    live.browser.run(
         "vorlen.growth.restore({axis: 'height', zoom: 'whole', panels: arguments[0], kept: []}); scrollTo(0, 0);"
         "document.querySelector('.all-periods input').checked = false;", PANELS
     )
-    yield opened
-    assert opened.browser.console() == []
+    return live
 
 
 @pytest.fixture(scope="module")
@@ -188,6 +176,21 @@ def test_a_sentence_about_many_layers_is_short(live: Live) -> None:
     live.set((ROOT / "examples" / "blue_led.xml").read_text("utf-8"), "led.xml")
     assert re.fullmatch(r"From the bottom up: 1\.50 µm GaN, 5 × \(.*In 0\.15\d.*\), 8\.64 nm GaN, 19\.9 nm Al 0\.152, 119 nm GaN on 3\.00 µm GaN\.",
                         live.text(".growth-sentence"))
+
+
+def test_a_run_in_which_nothing_grows_is_shown(live: Live) -> None:
+    recipe = vorlen.Recipe.load(V_DEFECTS)
+    for stage in ("stage_1", "stage_2"):
+        for metal in ("TMIn", "TEGa"):
+            recipe[f"process_stages/{stage}/gas_species/Q/{metal}"] = 0
+    recipe["process_stages/stage_1/name"] = "<b>pause</b> & \u202ewait"
+    live.set(recipe.to_bytes().decode(), "pause.xml")
+    assert live.text(".growth-sentence") == "Nothing grew on 2.00 µm GaN."
+    assert "<b>pause</b> & \u202ewait" in [row[1] for row in rows_of_table(live)]
+    assert live.browser.run("return document.querySelectorAll('.growth b').length") == 0
+    assert "NaN" not in live.browser.run("return document.querySelector('.growth').innerHTML")
+    press(live, "[data-choice=time]")
+    assert axis_range(live) == pytest.approx([3600, 3734], abs=2)
 
 
 @pytest.mark.parametrize("seed", range(3))
@@ -575,15 +578,15 @@ def test_colours_have_contrast(dark: bool, live: Live) -> None:
         assert (high + 0.05) / (low + 0.05) >= least, name
 
 
-def test_on_a_phone_everything_fits_and_a_tap_shows_values(browser: Browser, opened: Live) -> None:
-    opened.open(390, 844, True)
-    opened.press("Growth")
+def test_on_a_phone_everything_fits_and_a_tap_shows_values(browser: Browser, wells_page: Live) -> None:
+    wells_page.open(390, 844, True)
+    wells_page.press("Growth")
     assert browser.run("return document.documentElement.scrollWidth") <= 390
     for selector in (".charts", ".stack"):
         box = browser.run("return document.querySelector(arguments[0]).getBoundingClientRect().toJSON()", f".growth svg{selector}")
         assert box["left"] >= 0 and box["right"] <= 390 and box["height"] > 300
     browser.run("document.querySelector('.charts').scrollIntoView()")
-    box = box_of_panel(opened, "rate")
+    box = box_of_panel(wells_page, "rate")
     browser.tap(box["left"] + 0.5 * box["width"], box["top"] + 20)
     browser.wait("return document.querySelector('.charts > text.head').textContent !== ''", 5)
     widths = browser.run("return [...document.querySelectorAll('.charts [data-panel] > text')].map(t => t.getBoundingClientRect().right)")

@@ -75,7 +75,7 @@ export function createCharts(node) {
   }
 
   // view: {axis, range: [low, high], label}. current: {panels, stages: [{name, time, height, rank}]}. others: drawn thinner below it,
-  // [{panels, colour, kind, name}]. text: what they show, for a screen reader.
+  // [{panels, colour, kind, name}]. has_given: there are pre-stages below.
   function draw({ view, current, others, has_given }) {
     const wanted = Math.max(Math.floor(node.clientWidth), 280);
     const next = wanted + current.panels.map((panel) => panel.key + panel.curves.map((curve) => curve.name).join()).join(";");

@@ -1,4 +1,5 @@
 // The controls of the pane: axis, zoom, panels, keeping, the variant that the table is compared with, and files to save.
+import { KEPT_MAX } from "./palette.js";
 import { PANELS } from "./panels.js";
 import { htmlElement } from "./svg.js";
 
@@ -57,7 +58,7 @@ export function createControls(node, { onChange, onKeep, onZoom, onAxis, onSave 
     isOn: (key) => switches.get(key).checked,
     compared: (kept) => kept.find((variant) => variant.layers && variant.colour === choice.value) ?? null,
     compareWith(variant, kept) {
-      this.setKept(kept, kept.length >= 5);
+      this.setKept(kept, kept.length >= KEPT_MAX);
       choice.value = variant.colour;
     },
     // Where the table is: what belongs to it is put around it.

@@ -40,7 +40,6 @@ const RULES = `
 .picture .edge { stroke: var(--plot-axis); stroke-width: .6; fill: none; }
 .picture .lead { stroke: var(--plot-axis); stroke-width: .8; fill: none; }
 .picture .cut { stroke: var(--plot-paper); stroke-width: 2.5; fill: none; }
-.picture .chosen { stroke: var(--plot-ink); stroke-width: 1.5; fill: none; }
 `;
 
 function variables(mode) {

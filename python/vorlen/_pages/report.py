@@ -73,12 +73,12 @@ def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) ->
     RuntimeError
         With live, if the command vorlen is missing or was built without the live page.
     """
-    run = _run_of(run)
+    drawn = _run_of(run)
 
     def make() -> str:
-        return render(run, _write_live_page(run, Path(path)) if live else None)
+        return render(drawn, _write_live_page(drawn, Path(path)) if live else None)
 
-    return write_page(path, make, inputs=run._own_files)
+    return write_page(path, make, inputs=drawn._own_files)
 
 
 def _write_live_page(run: Run, page: Path) -> Path:
