@@ -1,5 +1,6 @@
 #!/bin/bash
-# Builds everything that is installed, runs a recipe, shows the layers and writes a report: ./run.sh [RECIPE]
+# Builds everything that is installed, runs a recipe, shows the layers, writes a report and a live page:
+# ./run.sh [RECIPE]
 # The default recipe is the multiple quantum well in examples/. Works from any folder.
 set -euo pipefail
 
@@ -39,11 +40,16 @@ NINJA_STATUS="%f of %t steps: " quietly cmake --build "$build"
 say "Running $recipe"
 name=$(basename "$recipe" .xml)
 page="$build/$name.html"
+live="$build/$name.live.html"
 failed=0
 "$build/tools/vorlen" run "$recipe" -o "$build/$name.result.txt" || failed=$?
 if [ $failed -eq 0 ]; then
   say "Writing the report (HTML)"
   "$build/tools/vorlen" report "$build/$name.result.txt" --recipe "$recipe" -o "$page" || failed=$?
+  if [ -e "$build/wasi/live/live.html" ]; then  # else the build has said what is missing
+    say "Writing the live page (HTML)"
+    "$build/tools/vorlen" live "$recipe" -o "$live" || failed=$?
+  fi
 fi
 
 say "Done"
@@ -59,3 +65,4 @@ if [ $failed -ne 0 ]; then
   exit $failed
 fi
 echo "To see the report, open $page in a browser."
+[ ! -e "$live" ] || echo "To change the recipe and watch the layers follow, open $live."

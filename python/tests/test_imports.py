@@ -76,6 +76,7 @@ def test_each_module_can_be_imported_alone() -> None:
     # Without vorlen/__init__.py, which imports all of them.
     program = """
 import importlib, os, sys, types
+import numpy, pandas, scipy.optimize  # once for all: these take most of the time
 package = types.ModuleType("vorlen")
 package.__path__ = [sys.argv[1]]
 sys.modules["vorlen"] = package

@@ -169,6 +169,21 @@ class AnyFolder(Scripts):
         self.write_program("vorlen", 'echo "this is vorlen, $1"')
         shutil.move(os.path.join(self.programs, "vorlen"), self.tools)
 
+    def test_the_live_page_is_written_if_the_build_has_one(self):
+        self.write_program("vorlen", 'echo "this is vorlen, $*"; [ "$1" != live ] || touch "$4"')
+        os.replace(os.path.join(self.programs, "vorlen"), os.path.join(self.tools, "vorlen"))
+        build = os.path.join(self.root, "build", "run")
+        live = os.path.join(build, "ingan_gan_mqw.live.html")
+        self.assertNotIn("this is vorlen, live", self.run_sh().stdout)
+        os.makedirs(os.path.join(build, "wasi", "live"))
+        with open(os.path.join(build, "wasi", "live", "live.html"), "w", encoding="utf-8"):
+            pass
+        run = self.run_sh()
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        recipe = os.path.join(self.root, "examples", "ingan_gan_mqw.xml")
+        self.assertIn(f"this is vorlen, live {recipe} -o {live}\n", run.stdout)
+        self.assertTrue(run.stdout.endswith(f"To change the recipe and watch the layers follow, open {live}.\n"))
+
     def run_sh(self, *arguments):
         return self.run_script(os.path.join(self.root, "run.sh"), *arguments, **self.only(*PROGRAMS))
 
