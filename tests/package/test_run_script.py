@@ -170,7 +170,7 @@ class AnyFolder(Scripts):
         shutil.move(os.path.join(self.programs, "vorlen"), self.tools)
 
     def test_the_live_page_is_written_if_the_build_has_one(self):
-        self.write_program("vorlen", 'echo "this is vorlen, $*"; [ "$1" != live ] || touch "$4"')
+        self.write_program("vorlen", 'echo "this is vorlen, $*"; [ "$1" != live ] || : >"$4"')
         os.replace(os.path.join(self.programs, "vorlen"), os.path.join(self.tools, "vorlen"))
         build = os.path.join(self.root, "build", "run")
         live = os.path.join(build, "ingan_gan_mqw.live.html")
