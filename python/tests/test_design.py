@@ -191,6 +191,25 @@ def test_a_ramp_moves_as_a_whole(design):
     assert made.knobs.before[0] == (1000.0, 1020.0) and made.knobs.after[0] == (begin, end)
 
 
+def test_a_colder_well_takes_its_cap_and_its_ramps_with_it(design):
+    made = design(LED, {"layers": [{"layer": "InGaN well", "In": 0.22, "by": "T"}]})
+    assert made.success and made.warnings == [] and vorlen.check(made.recipe).empty
+    heat = made.recipe[f"{WELL}/T"][0]
+    assert heat < 1000.0 and made.recipe["process_stages/stage_4/stage_4_4/T"] == (heat, heat)
+    assert made.recipe["process_stages/stage_4/stage_4_5/T"] == (heat, 1123.15)
+    assert made.knobs.followers[0] == "cooling, GaN cap, heating"
+    assert made.table.knobs[0].endswith(" K (with cooling, GaN cap, heating)")
+
+
+def test_what_the_check_finds_in_the_designed_recipe_alone_is_a_warning(design):
+    start = vorlen.Recipe.load(LAYER)
+    assert "stage_1" not in set(vorlen.check(start).stage)
+    made = design(start, single(thickness="2 um", by="tau"))  # InGaN that thick relaxes
+    found = vorlen.check(made.recipe)
+    new = [text for text in made.warnings if text.startswith("check of the designed recipe: ")]
+    assert made.success and len(new) == len(found) - len(vorlen.check(start)) > 0
+
+
 def test_a_layer_ends_before_v_defects_open(design):
     before = grown(vorlen.Recipe.load(V_DEFECTS).with_scheme("staged"), "InGaN")
     assert before.v_defects_t.iloc[0] > 1e8

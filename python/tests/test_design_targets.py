@@ -272,6 +272,51 @@ def test_a_ramp_moves_as_a_whole_and_stays_within_the_limits(led):
         spec(led, entry, limits={"T": "1000 .. 1050 degC"})
 
 
+def values_at(made, **variables):
+    """The values at a point where the knobs of these names have these variables."""
+    return made.values_of([variables.get(f"{knob.name} of {knob.owner}".replace(" ", "_"), 0.0) for knob in made.knobs])
+
+
+def test_what_continues_a_temperature_moves_with_it(led):
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"})
+    values = values_at(made, T_of_InGaN_well=-10.0 / SHIFT)
+    ramps = {"4_2": [1123.15, 1023.15], "4_3": [1023.15, 1023.15], "4_4": [1023.15, 1023.15], "4_5": [1023.15, 1123.15]}
+    assert values == {f"process_stages/stage_4/stage_{place}/T": ends for place, ends in ramps.items()}
+    # The last barrier continues the ramp after the last period.
+    made = spec(led, {"layer": "GaN barrier", "In": 0.2, "by": "T"})
+    values = values_at(made, T_of_GaN_barrier=10.0 / SHIFT)
+    assert values["process_stages/stage_5/T"] == [1133.15, 1133.15] and len(values) == 6
+    assert values["process_stages/stage_3/T"] == [1223.15, 1133.15]
+    assert values["process_stages/stage_6/T"] == [1133.15, 1273.15]
+
+
+def test_a_temperature_that_is_a_knob_does_not_follow_another(led):
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"}, {"layer": "GaN cap", "thickness": 2, "by": ["tau", "T"]})
+    values = values_at(made, T_of_InGaN_well=-10.0 / SHIFT, T_of_GaN_cap=20.0 / SHIFT)
+    ramps = {"4_2": [1123.15, 1023.15], "4_3": [1023.15, 1023.15], "4_4": [1053.15, 1053.15], "4_5": [1053.15, 1123.15]}
+    assert {path: ends for path, ends in values.items() if path.endswith("/T")} == {
+        f"process_stages/stage_4/stage_{place}/T": ends for place, ends in ramps.items()
+    }
+
+
+def test_a_layer_whose_temperature_follows_belongs_to_the_group_of_the_knob(led):
+    cap = {"layer": "GaN cap", "thickness": 2, "by": "tau"}
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"}, cap)
+    assert made.groups == [([0, 1], [0, 1])] and len(made.hints) == 0  # its temperature is not tried separately
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "TMIn"}, cap)
+    assert made.groups == [([0], [0]), ([1], [1])] and len(made.hints) == 2
+    # A temperature that is tried takes the others with it as well.
+    assert values_at(made, T_of_InGaN_well=-0.25)["process_stages/stage_4/stage_4_4/T"] == [1023.15, 1023.15]
+    assert values_at(made, T_of_GaN_cap=-0.25)["process_stages/stage_4/stage_4_4/T"] == [1023.15, 1023.15]
+
+
+def test_a_jump_of_the_temperature_stays_a_jump(led):
+    recipe = led.copy()
+    recipe[f"{WELL}/T"] = 1030.0
+    made = spec(recipe, {"layer": "InGaN well", "In": 0.2, "by": "T"})
+    assert values_at(made, T_of_InGaN_well=-0.25) == {f"{WELL}/T": [1020.0, 1020.0]}
+
+
 def test_the_scale_of_a_thickness_goes_on_where_a_layer_evaporates(led):
     (target,) = spec(led, ENTRY).targets
     values = [-1e5, -10.0, -1.0, -1e-3, 0.0, 1e-3, 1.0, 3.0, 10.0]

@@ -19,7 +19,7 @@ import pandas as pd
 
 from .._base.arguments import check_flags, check_number, check_timeout, given_executor
 from .._base.types import Array, PathLike
-from .._recipe.check import warn_about
+from .._recipe.check import new_findings, warn_about
 from .._recipe.recipe import Recipe
 from .._recipe.scheme import STAGED
 from .._recipe.source import RecipeLike
@@ -29,6 +29,7 @@ from .._sweep.run_rows import pool_of
 from .answer import knob_text, reasons
 from .knobs import Knob
 from .model import DesignModel, LimitReached, design_folder
+from .neighbours import names_of
 from .plot import plot_design
 from .report import write_report
 from .solver import first_point, solve
@@ -55,7 +56,8 @@ class Design:
         the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
         A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
-        ramp), low, high (the limits), at_limit: "low", "high" or "", and path: that of its first value in the recipe.
+        ramp), low, high (the limits), at_limit: "low", "high" or "", path: that of its first value in the recipe, and
+        followers: the names of the stages beside it whose temperatures move with it, as a text.
     history : pandas.DataFrame
         A row per run, in order: kind (start, step, derivative, exploration or hint), knobs, targets, and text, the
         reason if it failed.
@@ -188,7 +190,8 @@ def design(
         True: show a progress line if standard error is a terminal.
     check : bool, optional
         True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
-        three. The recipes of the runs are not checked.
+        three. The recipes of the runs are not checked, the designed recipe always is: what `vorlen check` finds in it,
+        but not in the given one, is in the warnings of the result.
 
     Returns
     -------
@@ -296,6 +299,7 @@ def _model_notes(model: DesignModel) -> list[str]:
 
 def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
     spec = model.spec
+    notes = [*notes, *_new_findings(model, x)]
     first, last = next(iter(model.known.values())), model.known[tuple(float(value) for value in x)]
     met = model.deviations(last) <= 1.0
     knobs = [(knob, float(value)) for knob, value in zip(spec.knobs, x)][: spec.hints.start]
@@ -314,9 +318,15 @@ def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
         }
     )
     return Design(
-        recipe=model.recipe_at(x), table=table, knobs=_knob_table(knobs), history=_history(model),
+        recipe=model.recipe_at(x), table=table, knobs=_knob_table(spec, knobs), history=_history(model),
         success=bool(met.all()), warnings=notes, runs=model.runs,
     )
+
+
+def _new_findings(model: DesignModel, x: Array) -> list[str]:
+    """What `vorlen check` finds in the designed recipe, but not in the given one."""
+    found = new_findings(model.recipe.to_bytes(), model.recipe_at(x).to_bytes())
+    return [f"check of the designed recipe: {one.named_sentence(False)}" for one in found]
 
 
 def _knobs_text(spec: Spec, row: int, knobs: list[tuple[Knob, float]]) -> str:
@@ -327,18 +337,21 @@ def _knobs_text(spec: Spec, row: int, knobs: list[tuple[Knob, float]]) -> str:
         knob, variable = knobs[place]
         unit = f" {knob.unit}" if knob.unit else ""
         before, after = knob_text(knob.shown(0.0)), knob_text(knob.shown(variable))
-        shown.append(f"{knob.name_for(spec.targets[row].layer)} {before} \u2192 {after}{unit}")
+        followers = names_of(spec.neighbours, place)
+        also = f" (with {', '.join(followers)})" if followers else ""
+        shown.append(f"{knob.name_for(spec.targets[row].layer)} {before} \u2192 {after}{unit}{also}")
     return ", ".join(shown)
 
 
-def _knob_table(knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
+def _knob_table(spec: Spec, knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
     records = []
-    for knob, variable in knobs:
+    for place, (knob, variable) in enumerate(knobs):
         at = "high" if knob.high - variable < 1e-3 else "low" if variable - knob.low < 1e-3 else ""
         records.append((
-            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0]
+            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0],
+            ", ".join(names_of(spec.neighbours, place)),
         ))
-    columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path"]
+    columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path", "followers"]
     return pd.DataFrame(records, columns=columns)
 
 

@@ -98,15 +98,19 @@ class Knob:
             return math.log(other / number)
         return step if variable + step <= self.high else -step
 
+    def shifted(self, start: float, variable: float) -> float:
+        """Another value that moves as those of this knob do."""
+        if variable == 0.0:
+            return start  # with all its digits
+        moved = start + SHIFT * variable if self.name == "T" else start * math.exp(variable)
+        return float(f"{moved:.{DIGITS}g}")
+
     def _moved(self, start: Any, variable: float) -> Any:
         if isinstance(start, tuple):
             return [self._moved(end, variable) for end in start]
         if self.is_integer:
             return max(1, round(start * math.exp(variable)))
-        if variable == 0.0:
-            return start  # with all its digits
-        moved = start + SHIFT * variable if self.name == "T" else start * math.exp(variable)
-        return float(f"{moved:.{DIGITS}g}")
+        return self.shifted(start, variable)
 
 
 def make_knob(

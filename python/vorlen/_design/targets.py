@@ -22,6 +22,7 @@ from . import knobs as knobs_of
 from . import quantities as quantities_of
 from .file import read_targets_file, without_brackets
 from .knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
+from .neighbours import Neighbour, neighbours_of
 from .quantities import QUANTITIES, Quantity, Target
 
 KEYS = ("layers", "limits", "prefer")
@@ -51,6 +52,7 @@ class Spec:
     knobs        those of the groups, then those of hints
     preferences  name: 1 for high, -1 for low; a name is V/III or that of a knob
     hints        places of temperatures that stay, and are only tried if a target is out of reach
+    neighbours   temperatures that follow knobs and hints
     """
 
     targets: list[Target]
@@ -58,6 +60,17 @@ class Spec:
     preferences: dict[str, int]
     groups: list[tuple[list[int], list[int]]]  # targets and knobs that belong together, by their places
     hints: range
+    neighbours: list[Neighbour]
+
+    def values_of(self, point: Sequence[float]) -> dict[str, Any]:
+        """The value of each path in the recipe at a point."""
+        found: dict[str, Any] = {}
+        for neighbour in self.neighbours:
+            found |= neighbour.values(self.knobs, point)
+        for knob, variable in zip(self.knobs, point):
+            own = knob.values(float(variable))
+            found |= own if variable else {path: value for path, value in own.items() if path not in found}
+        return found
 
 
 def read_spec(recipe: Recipe, targets: Any) -> Spec:
@@ -99,10 +112,13 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
         elif name not in used:
             _unknown("limits: knob", name, list(KNOBS), "known are")
     found = list(knobs.values())
-    hints = _hints(recipe, made, found, limits.get("T"))
+    followers = {one.stage for one in neighbours_of(recipe, found)}
+    hints = _hints(recipe, made, found, followers, limits.get("T"))
     places_of_hints = range(len(found), len(found) + len(hints))
     preferences = _preferences(targets.get("prefer"))
-    return Spec(made, found + hints, preferences, _joined(belongs, made, found), places_of_hints)
+    neighbours = neighbours_of(recipe, found, hints)
+    groups = _joined(belongs, made, found, neighbours)
+    return Spec(made, found + hints, preferences, groups, places_of_hints, neighbours)
 
 
 def read_goals(recipe: Recipe, targets: Any) -> list[Target]:
@@ -393,13 +409,15 @@ def _preferences(given: Any) -> dict[str, int]:
 
 
 def _joined(
-    belongs: list[tuple[list[int], list[int]]], targets: list[Target], knobs: list[Knob]
+    belongs: list[tuple[list[int], list[int]]], targets: list[Target], knobs: list[Knob], neighbours: list[Neighbour]
 ) -> list[tuple[list[int], list[int]]]:
     """Entries that share a stage or a knob, as one group: the knobs of a group affect mainly its targets."""
+    wanted = {stage for target in targets for stage in target.stages}
     groups: list[tuple[set[int], set[int], set[str]]] = []
     for target_places, knob_places in belongs:
         stages = {stage for place in target_places for stage in targets[place].stages}
         stages |= {_stage_of(path) for place in knob_places for path in knobs[place].paths}
+        stages |= {one.stage for one in neighbours if one.stage in wanted and set(one.knobs) & set(knob_places)}
         merged = (set(target_places), set(knob_places), stages)
         for other in [group for group in groups if group[2] & stages or group[1] & merged[1]]:
             merged = (merged[0] | other[0], merged[1] | other[1], merged[2] | other[2])
@@ -408,9 +426,11 @@ def _joined(
     return [(sorted(some), sorted(others)) for some, others, _ in groups]
 
 
-def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob], limits: Any) -> list[Knob]:
-    """The temperatures of layers, where they are not knobs already and have room to move."""
-    used = {path for knob in knobs for path in knob.paths}
+def _hints(
+    recipe: Recipe, targets: list[Target], knobs: list[Knob], followers: set[str], limits: Any
+) -> list[Knob]:
+    """The temperatures of layers, where they are not knobs, do not follow knobs and have room to move."""
+    used = {path for knob in knobs for path in knob.paths} | {f"{stage}/T" for stage in followers}
     hints: list[Knob] = []
     for target in targets:
         paths = [f"{stage}/T" for stage in target.stages]
