@@ -165,6 +165,14 @@ def _variable_limits(name: str, bottom: float, top: float, limits: tuple[float, 
     return float(np.log(lowest / bottom)), float(np.log(limits[1] / top))
 
 
+def usual_knob(name: str) -> str | None:
+    """The name of a knob as the table spells it; None if it is not one."""
+    for known in KNOBS:
+        if name.lower() == known.lower():
+            return known
+    return ALIASES.get(name.lower())
+
+
 def label_of(timeline: pd.DataFrame, path: str) -> str:
     """Such as "TMIn of InGaN well" for a path of a stage, otherwise the path, also if several stages have the name."""
     stages = timeline.drop_duplicates("path")
