@@ -313,6 +313,23 @@ def test_a_fraction_of_0_or_1_ends_at_the_limit_of_the_flow(design, indium, limi
     assert math.isclose(stated, effect, rel_tol=0.1)
 
 
+def test_a_knob_with_little_effect_on_a_target_out_of_reach_stays_near_its_start(design):
+    start = vorlen.Recipe.load(LAYER).with_scheme("staged")
+    made = design(start, single(In=0.6, by=["tau", "TMIn"]) | {"limits": {"TMIn": [0.05, 0.3]}})
+    assert not made.success and made.knobs.at_limit.tolist() == ["", "high"]
+    before, after = made.knobs.before[0], made.knobs.after[0]
+    assert after < 10.0 * before  # 1000 times is the limit
+    # No duration within the limits has more indium by more than the tolerance, 0.001, and the layer of a shorter one,
+    # by a quarter of the way on the logarithmic scale, has less by more than that.
+    def indium(duration):
+        recipe = start.copy().set(f"{STAGE}/{FLOW}", 0.3).set(f"{STAGE}/tau", float(duration))
+        return grown(recipe, 2).x_in.iloc[0]
+
+    scan = [indium(before * factor) for factor in (1.0, 3.0, 10.0, 100.0, 990.0)]
+    assert max(scan) - made.table.reached[0] <= 0.001 + 1e-6
+    assert max(scan) - indium(before ** 0.25 * after**0.75) > 0.001 or after == before
+
+
 def test_a_default_limit_is_named_as_one(design):
     made = design(LAYER, single(In=0.9, by="TMIn"))
     assert "TMIn is at its upper limit" in made.warnings[0]

@@ -32,6 +32,7 @@ from .model import DesignModel, LimitReached, design_folder
 from .neighbours import names_of
 from .plot import plot_design
 from .report import write_report
+from .retreat import retreat
 from .solver import first_point, solve
 from .steps import snapped
 from .targets import V_III, Spec, read_spec
@@ -264,7 +265,9 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
     try:
         x, outcome = first_point(model, start)
         if not outcome.text:
-            search = solve(model, outcome, x)
+            search = solve(model, outcome, x.copy())
+            if not search.close.all():
+                retreat(search, start)
             x = search.x
             notes = [*reasons(search), *_preference_notes(spec), *notes]
     except LimitReached as limit:
