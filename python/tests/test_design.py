@@ -138,8 +138,22 @@ def test_a_preference_chooses_among_solutions(design):
 
 def test_densities_that_the_stress_model_does_not_compute_are_a_warning(design):
     made = design(LAYER, single(**{"thickness": 3, "V-defects": "none", "by": "tau"}))
-    assert made.success
-    assert made.warnings[0].endswith("the stress model of the recipe, none, does not compute them; V_dislocation does")
+    text = "the stress model of the recipe, none, does not compute them; V_dislocation does"
+    assert made.success and made.warnings == [f"V-defects of layer 2 (InGaN): {text}"]
+    # Nothing else is said about a target that is missed for this reason.
+    made = design(LAYER, single(dislocations="at most 1e8", by="TMIn"))
+    assert made.warnings == [f"dislocations of layer 2 (InGaN): {text}"] and not made.success
+
+
+def test_a_target_of_growth_in_a_pause_without_metals_is_a_warning(design):
+    recipe = vorlen.Recipe.load(LAYER)
+    recipe[f"{STAGE}/{FLOW}"] = recipe[f"{STAGE}/gas_species/Q/TEGa"] = 0
+    text = "no metals flow in layer 2 (InGaN): it can only grow from residues in the gas and on the surface"
+    assert text in design(recipe, single(thickness="2 nm", by="tau"), max_runs=3).warnings
+    # Not where metals can be turned on, and not for what does not grow.
+    flow = single(thickness="2 nm", by="TEGa") | {"limits": {"TEGa": "0.1 .. 2 sccm"}}
+    assert text not in design(recipe, flow, max_runs=1).warnings
+    assert text not in design(recipe, single(thickness="at most 2 nm", by="tau"), max_runs=1).warnings
 
 
 def test_a_preference_without_spare_knobs_is_a_warning(design):
@@ -254,6 +268,8 @@ def test_an_interface_without_a_step_has_no_width(design):
 def test_a_start_outside_of_the_limits_is_moved_inside(design):
     made = design(LAYER, single(In=0.1, by="TMIn") | {"limits": {"TMIn": [0.01, 0.15]}})
     assert made.recipe[f"{STAGE}/{FLOW}"][0] <= 0.15
+    own = grown(vorlen.Recipe.load(LAYER).with_scheme("staged"), 2).x_in.iloc[0]
+    assert made.table.start[0] == own and made.knobs.before[0] == 0.2  # both as in the recipe, not as moved inside
     assert any("outside of its limits; the search starts inside" in text for text in made.warnings)
 
 

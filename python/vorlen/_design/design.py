@@ -7,6 +7,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import sys
 from collections.abc import Mapping
 from concurrent.futures import Executor
@@ -28,9 +29,11 @@ from .._sweep.plan_values import given_recipe
 from .._sweep.run_rows import pool_of
 from .answer import knob_text, reasons
 from .knobs import Knob
-from .model import DesignModel, LimitReached, design_folder
+from .model import DesignModel, LimitReached, Outcome, design_folder
 from .neighbours import names_of
 from .plot import plot_design
+from .prefer import METALS
+from .quantities import Target
 from .report import write_report
 from .retreat import retreat
 from .solver import first_point, solve
@@ -53,14 +56,14 @@ class Design:
         The recipe with the new values of the knobs and the staged scheme. If targets are out of reach, the best one.
     table : pandas.DataFrame
         A row per target: layer, quantity, unit, target, bound ("at most", "at least" or ""), start (the value that the
-        given recipe gives, with its knobs moved into their limits), reached, tolerance, met, and knobs: the knobs of
+        given recipe gives), reached, tolerance, met, and knobs: the knobs of
         the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
         A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
         ramp), low, high (the limits), at_limit: "low", "high" or "", path: that of its first value in the recipe, and
         followers: the names of the stages beside it whose temperatures move with it, as a text.
     history : pandas.DataFrame
-        A row per run, in order: kind (start, step, derivative, exploration or hint), knobs, targets, and text, the
+        A row per run, in order: kind (start, step, derivative, exploration, hint or recipe), knobs, targets, and text, the
         reason if it failed.
     success : bool
         True if all targets are reached.
@@ -269,7 +272,7 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
             if not search.close.all():
                 retreat(search, start)
             x = search.x
-            notes = [*reasons(search), *_preference_notes(spec), *notes]
+            notes = [*reasons(search, _uncomputed(model)), *_preference_notes(spec), *notes]
     except LimitReached as limit:
         x = np.array(model.best())
         notes = [f"the search is not complete: {limit}", *notes]
@@ -278,7 +281,11 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
         raise SimulationError(failure, recipe)
     if failure:
         notes.append(f"the recipe fails: {failure}; the search started from other values of its knobs")
-    return _result(model, x, notes)
+    given = None
+    if np.any(np.abs(start) > 1e-9):
+        with contextlib.suppress(LimitReached):
+            (given,) = model.at([np.zeros_like(start)], "recipe")
+    return _result(model, x, notes, given)
 
 
 def _preference_notes(spec: Spec) -> list[str]:
@@ -291,16 +298,36 @@ def _preference_notes(spec: Spec) -> list[str]:
 
 
 def _model_notes(model: DesignModel) -> list[str]:
+    """Targets that the recipe can't have, whatever its knobs are."""
     stress = model.recipe.get("stress/model")
-    if stress == RELAXING:
-        return []
-    return [
-        f"{target.label}: the stress model of the recipe, {stress}, does not compute them; {RELAXING} does"
-        for target in model.spec.targets if target.quantity.name in ("dislocations", "V-defects")
+    notes = [
+        f"{model.spec.targets[row].label}: the stress model of the recipe, {stress}, does not compute them; "
+        f"{RELAXING} does" for row in _uncomputed(model)
     ]
+    for name in dict.fromkeys(target.layer for target in model.spec.targets if _grows_by_itself(model, target)):
+        notes.append(f"no metals flow in {name}: it can only grow from residues in the gas and on the surface")
+    return notes
 
 
-def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
+def _uncomputed(model: DesignModel) -> list[int]:
+    """Targets that the stress model does not compute, by their places."""
+    if model.recipe.get("stress/model") == RELAXING:
+        return []
+    return [row for row, target in enumerate(model.spec.targets) if target.quantity.name in ("dislocations", "V-defects")]
+
+
+def _grows_by_itself(model: DesignModel, target: Target) -> bool:
+    """True for a target of growth in a layer without flows of metals, neither in the recipe nor among the knobs."""
+    if not target.evaporation or target.bound == "at most":
+        return False
+    paths = {f"{stage}/gas_species/Q/{metal}" for stage in target.stages for metal in METALS}
+    if any(paths & set(knob.paths) for knob in model.spec.knobs):
+        return False
+    return not any(np.any(model.recipe.get(path, 0.0)) for path in paths)
+
+
+def _result(model: DesignModel, x: Array, notes: list[str], given: Outcome | None = None) -> Design:
+    """given: what the recipe grows, if its knobs are outside of their limits; None: the first run is that."""
     spec = model.spec
     notes = [*notes, *_new_findings(model, x)]
     first, last = next(iter(model.known.values())), model.known[tuple(float(value) for value in x)]
@@ -313,7 +340,7 @@ def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
             "unit": [target.quantity.unit for target in spec.targets],
             "bound": [target.bound for target in spec.targets],
             "target": [target.value for target in spec.targets],
-            "start": first.values,
+            "start": (given or first).values,
             "reached": last.values,
             "tolerance": [target.tolerance for target in spec.targets],
             "met": met,
