@@ -96,6 +96,22 @@ def test_mistakes_in_the_targets_are_messages(files, capsys, text, error):
     assert shown.startswith("vorlen: ") and error in shown and "Traceback" not in shown
 
 
+def test_a_file_of_targets_without_its_option_is_a_usage_error_that_says_where_it_belongs(files, capsys):
+    for words in ([], ["--targets", "other.yaml"]):
+        with pytest.raises(SystemExit) as end:
+            main(["design", str(files / "start.xml"), "targets.yaml", *words])
+        assert end.value.code == 2
+        assert "targets.yaml: a file of targets belongs after --targets" in capsys.readouterr().err
+    with pytest.raises(SystemExit):
+        main(["design", "--targets", "targets.yaml"])
+    assert "belongs" not in capsys.readouterr().err
+
+
+def test_a_missing_file_is_a_message_like_that_of_other_commands(files, capsys):
+    assert main(["design", "nope.xml", "--targets", str(files / "targets.yaml")]) == 1
+    assert capsys.readouterr().err == "vorlen: nope.xml can't be read: No such file or directory\n"
+
+
 def test_a_recipe_that_fails_is_a_message(files, capsys):
     recipe = vorlen.Recipe.load(files / "start.xml")
     recipe["process_stages/stage_1/P"] = -1

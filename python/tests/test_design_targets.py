@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+import re
 from pathlib import Path
 
 import numpy as np
@@ -272,6 +273,51 @@ def test_a_ramp_moves_as_a_whole_and_stays_within_the_limits(led):
         spec(led, entry, limits={"T": "1000 .. 1050 degC"})
 
 
+def values_at(made, **variables):
+    """The values at a point where the knobs of these names have these variables."""
+    return made.values_of([variables.get(f"{knob.name} of {knob.owner}".replace(" ", "_"), 0.0) for knob in made.knobs])
+
+
+def test_what_continues_a_temperature_moves_with_it(led):
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"})
+    values = values_at(made, T_of_InGaN_well=-10.0 / SHIFT)
+    ramps = {"4_2": [1123.15, 1023.15], "4_3": [1023.15, 1023.15], "4_4": [1023.15, 1023.15], "4_5": [1023.15, 1123.15]}
+    assert values == {f"process_stages/stage_4/stage_{place}/T": ends for place, ends in ramps.items()}
+    # The last barrier continues the ramp after the last period.
+    made = spec(led, {"layer": "GaN barrier", "In": 0.2, "by": "T"})
+    values = values_at(made, T_of_GaN_barrier=10.0 / SHIFT)
+    assert values["process_stages/stage_5/T"] == [1133.15, 1133.15] and len(values) == 6
+    assert values["process_stages/stage_3/T"] == [1223.15, 1133.15]
+    assert values["process_stages/stage_6/T"] == [1133.15, 1273.15]
+
+
+def test_a_temperature_that_is_a_knob_does_not_follow_another(led):
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"}, {"layer": "GaN cap", "thickness": 2, "by": ["tau", "T"]})
+    values = values_at(made, T_of_InGaN_well=-10.0 / SHIFT, T_of_GaN_cap=20.0 / SHIFT)
+    ramps = {"4_2": [1123.15, 1023.15], "4_3": [1023.15, 1023.15], "4_4": [1053.15, 1053.15], "4_5": [1053.15, 1123.15]}
+    assert {path: ends for path, ends in values.items() if path.endswith("/T")} == {
+        f"process_stages/stage_4/stage_{place}/T": ends for place, ends in ramps.items()
+    }
+
+
+def test_a_layer_whose_temperature_follows_belongs_to_the_group_of_the_knob(led):
+    cap = {"layer": "GaN cap", "thickness": 2, "by": "tau"}
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"}, cap)
+    assert made.groups == [([0, 1], [0, 1])] and len(made.hints) == 0  # its temperature is not tried separately
+    made = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "TMIn"}, cap)
+    assert made.groups == [([0], [0]), ([1], [1])] and len(made.hints) == 2
+    # A temperature that is tried takes the others with it as well.
+    assert values_at(made, T_of_InGaN_well=-0.25)["process_stages/stage_4/stage_4_4/T"] == [1023.15, 1023.15]
+    assert values_at(made, T_of_GaN_cap=-0.25)["process_stages/stage_4/stage_4_4/T"] == [1023.15, 1023.15]
+
+
+def test_a_jump_of_the_temperature_stays_a_jump(led):
+    recipe = led.copy()
+    recipe[f"{WELL}/T"] = 1030.0
+    made = spec(recipe, {"layer": "InGaN well", "In": 0.2, "by": "T"})
+    assert values_at(made, T_of_InGaN_well=-0.25) == {f"{WELL}/T": [1020.0, 1020.0]}
+
+
 def test_the_scale_of_a_thickness_goes_on_where_a_layer_evaporates(led):
     (target,) = spec(led, ENTRY).targets
     values = [-1e5, -10.0, -1.0, -1e-3, 0.0, 1e-3, 1.0, 3.0, 10.0]
@@ -281,11 +327,55 @@ def test_the_scale_of_a_thickness_goes_on_where_a_layer_evaporates(led):
 
 def test_limits_can_be_written_in_several_ways(led):
     entry = ENTRY | {"by": "TMIn"}
-    for given in ("0.02 .. 0.6 sccm", "[0.02, 0.6] sccm", "0.02 sccm .. 0.6 sccm", "0.02..0.6", [0.02, 0.6], ["0.02 sccm", "0.6 sccm"],
+    for given in ("0.02 .. 0.6 sccm", "[0.02, 0.6] sccm", "0.02 sccm .. 0.6 sccm", "0.02..0.6", "0.02 to 0.6 sccm",
+                  "0.02 - 0.6 sccm", "2e-2 sccm to 0.6 sccm", "0.02\u20130.6 sccm", [0.02, 0.6], ["0.02 sccm", "0.6 sccm"],
                   ("20e-6 slm", 0.6)):
         (knob,) = knobs(led, entry, limits={"tmin": given})
         assert knob.limits == (0.02, 0.6) and not knob.default_limits
         assert spec(led, entry | {"limits": {"TMIn": given}}, limits={"TMIn": [1, 2]}).knobs[0].limits == (0.02, 0.6)
+
+
+@pytest.mark.parametrize("given", ["740 .. 800", [740, 800], ["740", "800"], "740 to 800"])
+def test_limits_in_kelvin_that_would_fit_in_degrees_celsius_are_an_error(led, given):
+    text = "740 .. 800 without a unit, are in K, far below the 1033.15 K of InGaN well; if degC is meant, write 740 .. 800 degC"
+    for limits in ({"limits": {"T": given}}, {}):
+        with pytest.raises(ValueError, match=re.escape(text)):
+            spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"} | limits, limits={"T": given})
+    with pytest.raises(ValueError, match="the 1323.15 to 1223.15 K of change to|the 1223.15 to 1323.15 K of change to"):
+        spec(led, {"layer": "change to nitrogen", "thickness": 1, "by": "T"}, limits={"T": "950 .. 1050"})
+
+
+@pytest.mark.parametrize("given", ["740 .. 800 K", ["740 K", "800 K"], "940 .. 1000", "400 .. 500", "740 .. 800 degC"])
+def test_limits_with_a_unit_or_near_the_recipe_are_taken_as_they_are(led, given):
+    (knob,) = spec(led, {"layer": "InGaN well", "In": 0.2, "by": "T"}, limits={"T": given}).knobs
+    numbers = [float(number) for number in re.findall(r"\d+", str(given))]
+    offset = 273.15 if "degC" in given else 0.0
+    assert knob.limits == pytest.approx([number + offset for number in numbers])
+
+
+def test_knobs_can_be_separated_by_commas(led):
+    assert spec(led, ENTRY | {"by": "tau, TMIn"}) == spec(led, ENTRY | {"by": ["tau", "TMIn"]})
+
+
+@pytest.mark.parametrize(
+    ("entry", "error"),
+    [
+        ({"thickness": "2.9 .. 3.1 nm"}, "is one value with a tolerance: write 3 +- 0.1 nm, got '2.9 .. 3.1 nm'"),
+        ({"In": "14 % to 16 %"}, "write 0.15 +- 0.01, got"),
+        ({"thickness": "30 A"}, 'A is ampere, 0.1 nm are "angstrom"'),
+        ({"thickness": "3,0 nm"}, "the decimal separator is the point"),
+        ({"thickness": 3, "0 nm": None}, "unknown target '0 nm'; the decimal separator is the point, as in 3.0 nm"),
+        ({"thickness": 3, "TMIn": None}, "unknown target 'TMIn'; several knobs need brackets, as in by: [tau, TMIn]"),
+    ],
+)
+def test_other_ways_of_writing_are_explained(led, entry, error):
+    with pytest.raises(ValueError, match=re.escape(error)):
+        spec(led, {"layer": "InGaN well", "by": "tau"} | entry)
+
+
+def test_angstroms_are_a_unit(led):
+    (target,) = spec(led, ENTRY | {"thickness": "30 angstrom"}).targets
+    assert math.isclose(target.value, 3.0)
 
 
 def test_limits_may_name_knobs_that_no_layer_uses(led):

@@ -399,7 +399,7 @@ def test_the_command_writes_the_page_and_finds_the_recipe_by_the_status_file(tmp
     for arguments, message in (
         (["none.txt"], "No such file"),
         (["a.html"], "a.html is not a result file"),
-        (["a.result.txt", "--recipe", "none.xml"], "No such file or directory: 'none.xml'"),
+        (["a.result.txt", "--recipe", "none.xml"], "none.xml can't be read: No such file or directory"),
         (["a.result.txt", "-o", "a.result.txt"], "would overwrite"),
         (["a.result.txt", "-o", "nowhere/a.html"], "folder not found: nowhere"),
     ):

@@ -29,6 +29,11 @@ def main(arguments: list[str] | None = None) -> int:
     options = parser.parse_args(arguments)
     try:
         return int(options.function(options))
+    except (FileNotFoundError, IsADirectoryError) as error:
+        raw = error.errno is not None and error.filename is not None
+        text = f"{error.filename} can't be read: {error.strerror}" if raw else str(error)
+        print(f"vorlen: {text}", file=sys.stderr)
+        return 1
     except (OSError, ValueError, RuntimeError, ImportError) as error:
         print(f"vorlen: {error}", file=sys.stderr)
         return 1

@@ -43,4 +43,7 @@ class Parser(argparse.ArgumentParser):
             name = word[2:].partition("=")[0]
             if word.startswith("--") and not any(known.startswith(name) for known in names):
                 message += _suggestion(name, names, dashes="--")
+        for word, before in zip(self._words[1:], self._words):
+            if "targets" in names and word.endswith((".yaml", ".yml")) and not before.startswith("-"):
+                message += f"\n{word}: a file of targets belongs after --targets"
         super().error(message)

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
@@ -16,11 +17,11 @@ HINT = -0.25  # variable of a temperature 10 K lower
 HINT_GAIN = 0.05  # share of what is missing that it must bring
 
 
-def reasons(search: Search) -> list[str]:
-    """A text for each target that is not reached."""
+def reasons(search: Search, explained: Sequence[int] = ()) -> list[str]:
+    """A text for each target that is not reached. explained: places of targets with another text."""
     model, spec = search.model, search.model.spec
     outcome = model.known[tuple(float(value) for value in search.x)]
-    missed = np.flatnonzero(model.deviations(outcome) > 1.0)
+    missed = np.setdiff1d(np.flatnonzero(model.deviations(outcome) > 1.0), explained)
     if not len(missed):
         return []
     try:

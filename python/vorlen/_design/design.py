@@ -7,6 +7,7 @@
 
 from __future__ import annotations
 
+import contextlib
 import sys
 from collections.abc import Mapping
 from concurrent.futures import Executor
@@ -19,7 +20,7 @@ import pandas as pd
 
 from .._base.arguments import check_flags, check_number, check_timeout, given_executor
 from .._base.types import Array, PathLike
-from .._recipe.check import warn_about
+from .._recipe.check import new_findings, warn_about
 from .._recipe.recipe import Recipe
 from .._recipe.scheme import STAGED
 from .._recipe.source import RecipeLike
@@ -28,9 +29,13 @@ from .._sweep.plan_values import given_recipe
 from .._sweep.run_rows import pool_of
 from .answer import knob_text, reasons
 from .knobs import Knob
-from .model import DesignModel, LimitReached, design_folder
+from .model import DesignModel, LimitReached, Outcome, design_folder
+from .neighbours import names_of
 from .plot import plot_design
+from .prefer import METALS
+from .quantities import Target
 from .report import write_report
+from .retreat import retreat
 from .solver import first_point, solve
 from .steps import snapped
 from .targets import V_III, Spec, read_spec
@@ -51,13 +56,14 @@ class Design:
         The recipe with the new values of the knobs and the staged scheme. If targets are out of reach, the best one.
     table : pandas.DataFrame
         A row per target: layer, quantity, unit, target, bound ("at most", "at least" or ""), start (the value that the
-        given recipe gives, with its knobs moved into their limits), reached, tolerance, met, and knobs: the knobs of
+        given recipe gives), reached, tolerance, met, and knobs: the knobs of
         the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
         A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
-        ramp), low, high (the limits), at_limit: "low", "high" or "", and path: that of its first value in the recipe.
+        ramp), low, high (the limits), at_limit: "low", "high" or "", path: that of its first value in the recipe, and
+        followers: the names of the stages beside it whose temperatures move with it, as a text.
     history : pandas.DataFrame
-        A row per run, in order: kind (start, step, derivative, exploration or hint), knobs, targets, and text, the
+        A row per run, in order: kind (start, step, derivative, exploration, hint or recipe), knobs, targets, and text, the
         reason if it failed.
     success : bool
         True if all targets are reached.
@@ -188,7 +194,8 @@ def design(
         True: show a progress line if standard error is a terminal.
     check : bool, optional
         True: if `vorlen check` has warnings about the recipe, issue one RecipeWarning before the runs, with the first
-        three. The recipes of the runs are not checked.
+        three. The recipes of the runs are not checked, the designed recipe always is: what `vorlen check` finds in it,
+        but not in the given one, is in the warnings of the result.
 
     Returns
     -------
@@ -261,9 +268,11 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
     try:
         x, outcome = first_point(model, start)
         if not outcome.text:
-            search = solve(model, outcome, x)
+            search = solve(model, outcome, x.copy())
+            if not search.close.all():
+                retreat(search, start)
             x = search.x
-            notes = [*reasons(search), *_preference_notes(spec), *notes]
+            notes = [*reasons(search, _uncomputed(model)), *_preference_notes(spec), *notes]
     except LimitReached as limit:
         x = np.array(model.best())
         notes = [f"the search is not complete: {limit}", *notes]
@@ -272,7 +281,11 @@ def _search(model: DesignModel, recipe: RecipeLike) -> Design:
         raise SimulationError(failure, recipe)
     if failure:
         notes.append(f"the recipe fails: {failure}; the search started from other values of its knobs")
-    return _result(model, x, notes)
+    given = None
+    if np.any(np.abs(start) > 1e-9):
+        with contextlib.suppress(LimitReached):
+            (given,) = model.at([np.zeros_like(start)], "recipe")
+    return _result(model, x, notes, given)
 
 
 def _preference_notes(spec: Spec) -> list[str]:
@@ -285,17 +298,38 @@ def _preference_notes(spec: Spec) -> list[str]:
 
 
 def _model_notes(model: DesignModel) -> list[str]:
+    """Targets that the recipe can't have, whatever its knobs are."""
     stress = model.recipe.get("stress/model")
-    if stress == RELAXING:
-        return []
-    return [
-        f"{target.label}: the stress model of the recipe, {stress}, does not compute them; {RELAXING} does"
-        for target in model.spec.targets if target.quantity.name in ("dislocations", "V-defects")
+    notes = [
+        f"{model.spec.targets[row].label}: the stress model of the recipe, {stress}, does not compute them; "
+        f"{RELAXING} does" for row in _uncomputed(model)
     ]
+    for name in dict.fromkeys(target.layer for target in model.spec.targets if _grows_by_itself(model, target)):
+        notes.append(f"no metals flow in {name}: it can only grow from residues in the gas and on the surface")
+    return notes
 
 
-def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
+def _uncomputed(model: DesignModel) -> list[int]:
+    """Targets that the stress model does not compute, by their places."""
+    if model.recipe.get("stress/model") == RELAXING:
+        return []
+    return [row for row, target in enumerate(model.spec.targets) if target.quantity.name in ("dislocations", "V-defects")]
+
+
+def _grows_by_itself(model: DesignModel, target: Target) -> bool:
+    """True for a target of growth in a layer without flows of metals, neither in the recipe nor among the knobs."""
+    if not target.evaporation or target.bound == "at most":
+        return False
+    paths = {f"{stage}/gas_species/Q/{metal}" for stage in target.stages for metal in METALS}
+    if any(paths & set(knob.paths) for knob in model.spec.knobs):
+        return False
+    return not any(np.any(model.recipe.get(path, 0.0)) for path in paths)
+
+
+def _result(model: DesignModel, x: Array, notes: list[str], given: Outcome | None = None) -> Design:
+    """given: what the recipe grows, if its knobs are outside of their limits; None: the first run is that."""
     spec = model.spec
+    notes = [*notes, *_new_findings(model, x)]
     first, last = next(iter(model.known.values())), model.known[tuple(float(value) for value in x)]
     met = model.deviations(last) <= 1.0
     knobs = [(knob, float(value)) for knob, value in zip(spec.knobs, x)][: spec.hints.start]
@@ -306,7 +340,7 @@ def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
             "unit": [target.quantity.unit for target in spec.targets],
             "bound": [target.bound for target in spec.targets],
             "target": [target.value for target in spec.targets],
-            "start": first.values,
+            "start": (given or first).values,
             "reached": last.values,
             "tolerance": [target.tolerance for target in spec.targets],
             "met": met,
@@ -314,9 +348,15 @@ def _result(model: DesignModel, x: Array, notes: list[str]) -> Design:
         }
     )
     return Design(
-        recipe=model.recipe_at(x), table=table, knobs=_knob_table(knobs), history=_history(model),
+        recipe=model.recipe_at(x), table=table, knobs=_knob_table(spec, knobs), history=_history(model),
         success=bool(met.all()), warnings=notes, runs=model.runs,
     )
+
+
+def _new_findings(model: DesignModel, x: Array) -> list[str]:
+    """What `vorlen check` finds in the designed recipe, but not in the given one."""
+    found = new_findings(model.recipe.to_bytes(), model.recipe_at(x).to_bytes())
+    return [f"check of the designed recipe: {one.named_sentence(False)}" for one in found]
 
 
 def _knobs_text(spec: Spec, row: int, knobs: list[tuple[Knob, float]]) -> str:
@@ -327,18 +367,21 @@ def _knobs_text(spec: Spec, row: int, knobs: list[tuple[Knob, float]]) -> str:
         knob, variable = knobs[place]
         unit = f" {knob.unit}" if knob.unit else ""
         before, after = knob_text(knob.shown(0.0)), knob_text(knob.shown(variable))
-        shown.append(f"{knob.name_for(spec.targets[row].layer)} {before} \u2192 {after}{unit}")
+        followers = names_of(spec.neighbours, place)
+        also = f" (with {', '.join(followers)})" if followers else ""
+        shown.append(f"{knob.name_for(spec.targets[row].layer)} {before} \u2192 {after}{unit}{also}")
     return ", ".join(shown)
 
 
-def _knob_table(knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
+def _knob_table(spec: Spec, knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
     records = []
-    for knob, variable in knobs:
+    for place, (knob, variable) in enumerate(knobs):
         at = "high" if knob.high - variable < 1e-3 else "low" if variable - knob.low < 1e-3 else ""
         records.append((
-            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0]
+            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0],
+            ", ".join(names_of(spec.neighbours, place)),
         ))
-    columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path"]
+    columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path", "followers"]
     return pd.DataFrame(records, columns=columns)
 
 

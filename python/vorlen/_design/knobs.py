@@ -98,15 +98,19 @@ class Knob:
             return math.log(other / number)
         return step if variable + step <= self.high else -step
 
+    def shifted(self, start: float, variable: float) -> float:
+        """Another value that moves as those of this knob do."""
+        if variable == 0.0:
+            return start  # with all its digits
+        moved = start + SHIFT * variable if self.name == "T" else start * math.exp(variable)
+        return float(f"{moved:.{DIGITS}g}")
+
     def _moved(self, start: Any, variable: float) -> Any:
         if isinstance(start, tuple):
             return [self._moved(end, variable) for end in start]
         if self.is_integer:
             return max(1, round(start * math.exp(variable)))
-        if variable == 0.0:
-            return start  # with all its digits
-        moved = start + SHIFT * variable if self.name == "T" else start * math.exp(variable)
-        return float(f"{moved:.{DIGITS}g}")
+        return self.shifted(start, variable)
 
 
 def make_knob(
@@ -159,6 +163,14 @@ def _variable_limits(name: str, bottom: float, top: float, limits: tuple[float, 
         return (limits[0] - bottom) / SHIFT, (limits[1] - top) / SHIFT
     lowest = limits[0] if limits[0] > 0.0 else SMALLEST_SHARE * limits[1]
     return float(np.log(lowest / bottom)), float(np.log(limits[1] / top))
+
+
+def usual_knob(name: str) -> str | None:
+    """The name of a knob as the table spells it; None if it is not one."""
+    for known in KNOBS:
+        if name.lower() == known.lower():
+            return known
+    return ALIASES.get(name.lower())
 
 
 def label_of(timeline: pd.DataFrame, path: str) -> str:

@@ -82,10 +82,7 @@ class DesignModel:
 
     def values_of(self, point: Iterable[float]) -> dict[str, Any]:
         """The value of each path in the recipe at a point."""
-        found: dict[str, Any] = {}
-        for knob, variable in zip(self.spec.knobs, point):
-            found |= knob.values(float(variable))
-        return found
+        return self.spec.values_of(list(point))
 
     def recipe_at(self, point: Iterable[float]) -> Recipe:
         return Recipe(row_recipe(self.recipe, self.values_of(point)), self.recipe.path)

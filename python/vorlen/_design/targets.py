@@ -13,15 +13,14 @@ from typing import Any, NoReturn
 
 import pandas as pd
 
-from .._recipe.kinds import known_element
-from .._recipe.limits import check_limits
 from .._recipe.quantities import number_in
 from .._recipe.recipe import Recipe
 from .._recipe.stages import PROCESS
-from . import knobs as knobs_of
 from . import quantities as quantities_of
-from .file import read_targets_file, without_brackets
-from .knobs import FLOWS, KNOBS, PERIODS, Knob, make_knob
+from .file import read_targets_file
+from .knobs import KNOBS, PERIODS, Knob, make_knob, usual_knob
+from .limits import as_range, check_celsius, checked_limits, named_limits
+from .neighbours import Neighbour, neighbours_of
 from .quantities import QUANTITIES, Quantity, Target
 
 KEYS = ("layers", "limits", "prefer")
@@ -51,6 +50,7 @@ class Spec:
     knobs        those of the groups, then those of hints
     preferences  name: 1 for high, -1 for low; a name is V/III or that of a knob
     hints        places of temperatures that stay, and are only tried if a target is out of reach
+    neighbours   temperatures that follow knobs and hints
     """
 
     targets: list[Target]
@@ -58,6 +58,17 @@ class Spec:
     preferences: dict[str, int]
     groups: list[tuple[list[int], list[int]]]  # targets and knobs that belong together, by their places
     hints: range
+    neighbours: list[Neighbour]
+
+    def values_of(self, point: Sequence[float]) -> dict[str, Any]:
+        """The value of each path in the recipe at a point."""
+        found: dict[str, Any] = {}
+        for neighbour in self.neighbours:
+            found |= neighbour.values(self.knobs, point)
+        for knob, variable in zip(self.knobs, point):
+            own = knob.values(float(variable))
+            found |= own if variable else {path: value for path, value in own.items() if path not in found}
+        return found
 
 
 def read_spec(recipe: Recipe, targets: Any) -> Spec:
@@ -67,7 +78,7 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
     Raises OSError if a file can't be read, TypeError or ValueError for mistakes.
     """
     targets, entries = _given(targets)
-    limits = _limits(targets.get("limits"), "limits")
+    limits = named_limits(targets.get("limits"), "limits")
     timeline = recipe.timeline()
     made: list[Target] = []
     knobs: dict[tuple[str, ...], Knob] = {}
@@ -81,7 +92,9 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
             chosen = own.get(path_key, own.get(knob_name, limits.get(path_key, limits.get(knob_name))))
             used |= {path_key, knob_name}
             stage = _stage_of(paths[0]).removeprefix(f"{PROCESS}/") if "/" in name else ""
-            limits_of_knob = _checked_limits(chosen, knob_name, paths[0])
+            limits_of_knob = checked_limits(chosen, knob_name, paths[0])
+            if knob_name == "T" and limits_of_knob is not None:
+                check_celsius(chosen, limits_of_knob, [recipe[path] for path in paths], stage or layer.name)
             knob = make_knob(recipe, layer.name, knob_name, paths, limits_of_knob, stage)
             twin = next((one for one in knobs.values() if set(one.paths) & set(paths)), None)
             if twin is not None and (twin.paths != knob.paths or twin.limits != knob.limits):
@@ -95,14 +108,17 @@ def read_spec(recipe: Recipe, targets: Any) -> Spec:
         belongs.append((list(range(len(made) - len(wanted), len(made))), places))
     for name, pair in limits.items():
         if name in KNOBS:  # limits of the reactor may name knobs that no layer uses
-            _checked_limits(pair, name, f"{PROCESS}/stage_1/{KNOBS[name]}")
+            checked_limits(pair, name, f"{PROCESS}/stage_1/{KNOBS[name]}")
         elif name not in used:
             _unknown("limits: knob", name, list(KNOBS), "known are")
     found = list(knobs.values())
-    hints = _hints(recipe, made, found, limits.get("T"))
+    followers = {one.stage for one in neighbours_of(recipe, found)}
+    hints = _hints(recipe, made, found, followers, limits.get("T"))
     places_of_hints = range(len(found), len(found) + len(hints))
     preferences = _preferences(targets.get("prefer"))
-    return Spec(made, found + hints, preferences, _joined(belongs, made, found), places_of_hints)
+    neighbours = neighbours_of(recipe, found, hints)
+    groups = _joined(belongs, made, found, neighbours)
+    return Spec(made, found + hints, preferences, groups, places_of_hints, neighbours)
 
 
 def read_goals(recipe: Recipe, targets: Any) -> list[Target]:
@@ -153,12 +169,12 @@ def _entry(
     """Layer, targets, names of knobs, and limits of one entry of layers."""
     layer, targets = _layer_targets(recipe, timeline, entry, number)
     by: Any = entry.get("by")
-    by = [by] if isinstance(by, str) else by
+    by = [name.strip() for name in by.split(",") if name.strip()] if isinstance(by, str) else by
     if not isinstance(by, Sequence) or not by:
         raise ValueError(f"{layer.name} has no knobs; add by: with some of {', '.join(KNOBS)}, such as by: [tau, TMIn]")
     if not all(isinstance(name, str) for name in by):
         raise ValueError(f"{layer.name}: the knobs after by: must be texts, got {by!r}")
-    own = _limits(entry.get("limits"), f"limits of {layer.name}")
+    own = named_limits(entry.get("limits"), f"limits of {layer.name}")
     return layer, targets, list(dict.fromkeys(by)), own
 
 
@@ -239,6 +255,8 @@ def find_quantity(key: object, what: str, others: Sequence[str] = ()) -> Quantit
 
 
 def _target(layer: Layer, key: object, given: Any) -> Target:
+    if given is None:
+        _check_comma(layer, str(key))
     quantity = find_quantity(key, f"target of {layer.name}:", OTHER_KEYS)
     label = f"{quantity.name} of {layer.name}"
     if layer.whole and quantity.name not in ("thickness", "rate"):
@@ -250,6 +268,12 @@ def _target(layer: Layer, key: object, given: Any) -> Target:
     match = re.match(rf"\s*({'|'.join(map(re.escape, BOUNDS))})\s*", given) if isinstance(given, str) else None
     bound, given = (BOUNDS[match[1]], given[match.end() :]) if match else ("", given)
     given, plus_minus = _tolerance_apart(given, label)
+    ends = as_range(given) if isinstance(given, str) else None
+    if ends is not None:
+        low, high = (number_in(end, label, quantity.unit) for end in ends)
+        unit = f" {quantity.unit}" if quantity.unit else ""
+        written = f"{(low + high) / 2:.6g} +- {abs(high - low) / 2:.3g}{unit}"
+        raise ValueError(f"{label} is one value with a tolerance: write {written}, got {given!r}")
     if bound and plus_minus:
         raise ValueError(f"{label} is a bound, which has no tolerance, got +- {plus_minus}")
     value = float(number_in(given, label, quantity.unit))
@@ -262,6 +286,14 @@ def _target(layer: Layer, key: object, given: Any) -> Target:
         raise ValueError(f"{label} must be between -0.2 and 0.2, got {value:g}; write 1 % for 0.01")
     allowed = _tolerance(plus_minus, label, quantity, value) if plus_minus else None
     return Target(layer.name, layer.stages, layer.whole, quantity, value, bound, allowed)
+
+
+def _check_comma(layer: Layer, key: str) -> None:
+    """Raises ValueError for what YAML makes of commas within braces: the text after them is a key without a value."""
+    if re.match(r"[\d\s]", key):
+        raise ValueError(f"{layer.name}: unknown target {key!r}; the decimal separator is the point, as in 3.0 nm")
+    if usual_knob(key) is not None:
+        raise ValueError(f"{layer.name}: unknown target {key!r}; several knobs need brackets, as in by: [tau, {key}]")
 
 
 def _tolerance_apart(given: Any, label: str) -> tuple[Any, str]:
@@ -298,7 +330,7 @@ def _knob_paths(recipe: Recipe, timeline: pd.DataFrame, layer: Layer, name: str)
     """What limits call a knob, its usual name, and its paths in the recipe."""
     if "/" in name:
         return name, *_knob_at(recipe, timeline, name)
-    usual = _usual_knob(name)
+    usual = usual_knob(name)
     if usual is None:
         _unknown(f"knob of {layer.name}:", name, list(KNOBS), "known are")
     if usual == PERIODS:
@@ -316,13 +348,6 @@ def _knob_paths(recipe: Recipe, timeline: pd.DataFrame, layer: Layer, name: str)
     return usual, usual, paths
 
 
-def _usual_knob(name: str) -> str | None:
-    for known in KNOBS:
-        if name.lower() == known.lower():
-            return known
-    return knobs_of.ALIASES.get(name.lower())
-
-
 def _knob_at(recipe: Recipe, timeline: pd.DataFrame, path: str) -> tuple[str, list[str]]:
     """The name of the knob at a path in the recipe, and the path."""
     stages = [*timeline.path[timeline.kind == "active"], *{one.rpartition("/")[0] for one in timeline.path}]
@@ -334,48 +359,6 @@ def _knob_at(recipe: Recipe, timeline: pd.DataFrame, path: str) -> tuple[str, li
     raise ValueError(f"{path} is not a knob; a path of a knob is that of a stage with one of {', '.join(KNOBS)}")
 
 
-def _limits(given: Any, what: str) -> dict[str, Any]:
-    """Limits by the name or path of a knob, as given."""
-    if given is None:
-        return {}
-    if not isinstance(given, Mapping):
-        raise ValueError(f"{what} must be a mapping such as {{TMIn: 0.02 .. 0.6 sccm}}, got {given!r}")
-    return {_usual_knob(str(name)) or str(name): value for name, value in given.items()}
-
-
-def _checked_limits(given: Any, name: str, path: str) -> tuple[float, float] | None:
-    """The limits of a knob in its unit: [0.02 sccm, 0.6 sccm], 0.02 .. 0.6 sccm, or numbers."""
-    if given is None:
-        return None
-    known = known_element(path)
-    unit = known.unit if known is not None else ""
-    what = f"the limits of {name}"
-    wrong = f"{what} must be two values, such as [0.02 sccm, 0.6 sccm] or 0.02 .. 0.6 sccm, got {given!r}"
-    pair: Any = given
-    if isinstance(given, str):
-        match = re.fullmatch(r"(.+?)\s*(?:\.\.\.?|\u2026)\s*(.+)", without_brackets(given.strip()))
-        if match is None:
-            raise ValueError(wrong)
-        ends = [match[1], match[2]]
-        unit_of_end = re.sub(r"^\s*[-+]?[\d.]+(?:[eE][-+]?\d+)?\s*", "", match[2])
-        if re.fullmatch(r"\s*[-+]?[\d.]+(?:[eE][-+]?\d+)?\s*", match[1]):
-            ends[0] = f"{match[1]} {unit_of_end}".strip()
-        pair = ends
-    if isinstance(pair, str) or not isinstance(pair, Sequence) or len(pair) != 2:
-        raise ValueError(wrong)
-    low, high = (float(number_in(end, what, unit)) for end in pair)
-    if not low < high:
-        raise ValueError(f"{what}: the lower one must be below the upper one, got {given!r}")
-    if known is not None and not (name in FLOWS and low == 0.0):
-        for end in (low, high):
-            check_limits(end, what, known)
-    if name == PERIODS:
-        low, high = math.ceil(low), math.floor(high)
-        if not low < high:
-            raise ValueError(f"{what} must contain two integers, got {given!r}")
-    return low, high
-
-
 def _preferences(given: Any) -> dict[str, int]:
     if given is None:
         return {}
@@ -383,7 +366,7 @@ def _preferences(given: Any) -> dict[str, int]:
         raise ValueError(f"prefer must be a mapping such as {{V/III: high}}, got {given!r}")
     found = {}
     for name, direction in given.items():
-        usual = V_III if str(name).upper() in (V_III, "V-III", "VIII") else _usual_knob(str(name))
+        usual = V_III if str(name).upper() in (V_III, "V-III", "VIII") else usual_knob(str(name))
         if usual is None:
             _unknown("preference", name, [V_III, *KNOBS], "known are")
         if direction not in ("high", "low"):
@@ -393,13 +376,15 @@ def _preferences(given: Any) -> dict[str, int]:
 
 
 def _joined(
-    belongs: list[tuple[list[int], list[int]]], targets: list[Target], knobs: list[Knob]
+    belongs: list[tuple[list[int], list[int]]], targets: list[Target], knobs: list[Knob], neighbours: list[Neighbour]
 ) -> list[tuple[list[int], list[int]]]:
     """Entries that share a stage or a knob, as one group: the knobs of a group affect mainly its targets."""
+    wanted = {stage for target in targets for stage in target.stages}
     groups: list[tuple[set[int], set[int], set[str]]] = []
     for target_places, knob_places in belongs:
         stages = {stage for place in target_places for stage in targets[place].stages}
         stages |= {_stage_of(path) for place in knob_places for path in knobs[place].paths}
+        stages |= {one.stage for one in neighbours if one.stage in wanted and set(one.knobs) & set(knob_places)}
         merged = (set(target_places), set(knob_places), stages)
         for other in [group for group in groups if group[2] & stages or group[1] & merged[1]]:
             merged = (merged[0] | other[0], merged[1] | other[1], merged[2] | other[2])
@@ -408,15 +393,17 @@ def _joined(
     return [(sorted(some), sorted(others)) for some, others, _ in groups]
 
 
-def _hints(recipe: Recipe, targets: list[Target], knobs: list[Knob], limits: Any) -> list[Knob]:
-    """The temperatures of layers, where they are not knobs already and have room to move."""
-    used = {path for knob in knobs for path in knob.paths}
+def _hints(
+    recipe: Recipe, targets: list[Target], knobs: list[Knob], followers: set[str], limits: Any
+) -> list[Knob]:
+    """The temperatures of layers, where they are not knobs, do not follow knobs and have room to move."""
+    used = {path for knob in knobs for path in knob.paths} | {f"{stage}/T" for stage in followers}
     hints: list[Knob] = []
     for target in targets:
         paths = [f"{stage}/T" for stage in target.stages]
         if target.evaporation and not used & set(paths):
             with contextlib.suppress(ValueError):
-                hints.append(make_knob(recipe, target.layer, "T", paths, _checked_limits(limits, "T", paths[0])))
+                hints.append(make_knob(recipe, target.layer, "T", paths, checked_limits(limits, "T", paths[0])))
             used |= set(paths)
     return hints
 

@@ -124,6 +124,15 @@ def reported(recipes: Sequence[bytes]) -> list[list[Finding]] | str:
         return text
 
 
+def new_findings(before: bytes, after: bytes) -> list[Finding]:
+    """What the tool reports about a changed recipe, but not about the one before; nothing if it can't check them."""
+    found = reported([before, after])
+    if isinstance(found, str):
+        return []
+    old = {(one.kind, one.stage) for one in found[0]}
+    return in_order(one for one in found[1] if (one.kind, one.stage) not in old)
+
+
 def is_rejected(found: Iterable[Finding]) -> bool:
     """True if there are errors, which end the run."""
     return any(one.severity == "error" for one in found)

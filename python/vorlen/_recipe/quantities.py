@@ -115,6 +115,8 @@ def _converted(magnitude: float, given: str, value: Any, name: str, unit: str) -
         hint = ""
         if unit == "K" and given in ("C", "c"):
             hint = '; degrees Celsius are "degC"'
+        elif unit == "nm" and given == "A":
+            hint = '; A is ampere, 0.1 nm are "angstrom"'
         elif unit == "sccm" and found.is_compatible_with("l/min"):
             hint = "; litres per minute at 0 degC and 1 atm are slm"
         raise ValueError(f"{wrong}{hint}") from error
