@@ -15,6 +15,7 @@ import vorlen
 from browser import Browser
 from support import MQW, ROOT
 from vorlen._design import map as _map
+from vorlen._pages import page as _page
 from vorlen.__main__ import main
 from vorlen._design.targets import read_goals
 from vorlen._design.map_lines import levels_of, lines_of, region_of
@@ -267,6 +268,20 @@ def test_mistakes_on_the_command_line(words, status, error, capsys, tmp_path):
     else:
         assert main(words) == status
     assert error in capsys.readouterr().err and not list(tmp_path.iterdir())
+
+
+def test_a_missing_chart_library_is_reported_before_the_runs(tmp_path, capsys, monkeypatch):
+    def missing():
+        raise FileNotFoundError("the chart library of reports is missing")
+
+    monkeypatch.setattr(_page, "chart_library", missing)
+    axes = ["--x", f"{HEAT}=1000,1050", "--y", f"{FLOW}=0.1,0.2"]
+    goals = tmp_path / "targets.yaml"
+    goals.write_text("layers: [{layer: 2, thickness: 3 nm}]")
+    for words in (["map", str(LAYER), *axes], ["window", str(LAYER), "--targets", str(goals), "--spread", "T=2 K"]):
+        runs = tmp_path / "runs"
+        assert main([*words, "-o", str(tmp_path / "page.html"), "--out", str(runs)]) == 1
+        assert "the chart library of reports is missing" in capsys.readouterr().err and not runs.exists()
 
 
 def test_inputs_are_never_replaced(tmp_path, capsys):
