@@ -47,6 +47,8 @@ def render(table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: 
 
 def _picture(table: pd.DataFrame, knobs: pd.DataFrame) -> str:
     """The figure of the design as an element of the page; empty without matplotlib."""
+    if knobs.empty:
+        return ""
     try:
         import matplotlib.pyplot as plt
     except ImportError:
