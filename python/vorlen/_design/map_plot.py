@@ -81,7 +81,7 @@ def _draw_lines(place: Axes, axes: tuple[Axis, Axis], shown: Sequence[Shown], ta
         levels = levels_of(grid)
         if levels:
             made = place.contour(
-                axes[0].values, axes[1].values, np.ma.array(grid, mask=np.isnan(grid)), levels=levels, colors=colour, linewidths=1.1,
+                axes[0].values, axes[1].values, grid, levels=levels, colors=colour, linewidths=1.1,
                 linestyles=[dashes],
             )
             place.clabel(made, fmt=lambda level: f"{level:g}", fontsize=7)
