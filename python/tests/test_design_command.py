@@ -221,6 +221,8 @@ def test_the_page_has_targets_knobs_and_warnings_as_text(made, tmp_path):
     assert "2 of 3 targets reached" in page and "Warnings" in page
     assert "&lt;b&gt;In &amp; Ga&lt;/b&gt;" in page and "<b>" not in page
     assert "T is at its lower limit 1000 K" in page and "1000 to 1060" in page
+    assert "<figure" in page and "value / target" in page and "knob, after / before" in page  # the picture
+    assert page.count("1000 to 1060") == 1 and "0.06 to 6" not in page  # limits of tau were not given
     assert "http://" not in page and "https://" not in page and "<script" not in page
     with pytest.raises(ValueError, match="which is an input"):
         made.report(made.recipe.path)

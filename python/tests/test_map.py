@@ -15,6 +15,7 @@ import vorlen
 from browser import Browser
 from support import MQW, ROOT
 from vorlen._design import map as _map
+from vorlen._pages import page as _page
 from vorlen.__main__ import main
 from vorlen._design.targets import read_goals
 from vorlen._design.map_lines import levels_of, lines_of, region_of
@@ -164,6 +165,28 @@ def test_targets_add_columns_and_a_region(reactor):
     assert max(y for part in region for y in part["y"]) == pytest.approx(0.25, abs=1e-3)
 
 
+def test_the_figure_has_lines_the_region_and_the_recipe(reactor, tmp_path):
+    goals = {"layers": [{"layer": 2, "thickness": "2 +- 0.5 nm"}]}
+    heat, flow = (vorlen.Recipe.load(LAYER)[path][0] for path in (HEAT, FLOW))
+    made = reactor(
+        lambda hot, much: "too hot" if hot > heat + 15 and much > 0.25 else [10.0 * much, 10.0 * much],
+        {HEAT: [heat - 10, heat, heat + 20], FLOW: [0.1, 0.2, 0.3]}, show=["thickness"], targets=goals,
+    )
+    figure = made.plot(path=tmp_path / "map.svg")
+    (axes,) = figure.axes
+    (region,) = axes.patches  # from 1.5 to 2.5 nm, of the cells with results
+    assert region.get_path().vertices[:, 1].min() == pytest.approx(0.15, abs=1e-3)
+    assert region.get_path().vertices[:, 1].max() == pytest.approx(0.25, abs=1e-3)
+    legend = [text.get_text() for text in axes.get_legend().get_texts()]
+    assert legend == ["all targets hold", "thickness of InGaN (nm)", "run", "run without a result", "recipe"]
+    star = next(line for line in axes.lines if line.get_label() == "recipe")
+    assert star.get_xydata().tolist() == [[heat, flow]]
+    picture = (tmp_path / "map.svg").read_text("utf-8")
+    assert "T of InGaN (K)" in picture and "TMIn of InGaN (sccm)" in picture and ">1.75<" in picture
+    with pytest.raises(ValueError, match="ending of a format"):
+        made.plot(path=tmp_path / "map.xyz")
+
+
 def test_a_map_of_failures_is_an_error(reactor):
     with pytest.raises(vorlen.SimulationError, match="never"):
         reactor(lambda heat, flow: "never", {HEAT: [900, 910], FLOW: [0.1, 0.2]})
@@ -267,6 +290,20 @@ def test_mistakes_on_the_command_line(words, status, error, capsys, tmp_path):
     else:
         assert main(words) == status
     assert error in capsys.readouterr().err and not list(tmp_path.iterdir())
+
+
+def test_a_missing_chart_library_is_reported_before_the_runs(tmp_path, capsys, monkeypatch):
+    def missing():
+        raise FileNotFoundError("the chart library of reports is missing")
+
+    monkeypatch.setattr(_page, "chart_library", missing)
+    axes = ["--x", f"{HEAT}=1000,1050", "--y", f"{FLOW}=0.1,0.2"]
+    goals = tmp_path / "targets.yaml"
+    goals.write_text("layers: [{layer: 2, thickness: 3 nm}]")
+    for words in (["map", str(LAYER), *axes], ["window", str(LAYER), "--targets", str(goals), "--spread", "T=2 K"]):
+        runs = tmp_path / "runs"
+        assert main([*words, "-o", str(tmp_path / "page.html"), "--out", str(runs)]) == 1
+        assert "the chart library of reports is missing" in capsys.readouterr().err and not runs.exists()
 
 
 def test_inputs_are_never_replaced(tmp_path, capsys):

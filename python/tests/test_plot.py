@@ -16,6 +16,7 @@ import numpy as np
 import pytest
 
 import vorlen
+from vorlen._runs.plot import _named
 from support import (
     EXAMPLES,
     MQW,
@@ -238,6 +239,16 @@ def test_a_path_without_the_ending_of_a_format_is_rejected_and_nothing_is_drawn(
     with pytest.raises(ValueError, match=rf"{re.escape(name)} must have the ending of a format for figures: .*\.svg"):
         vorlen.run(V_DEFECTS).plot(path=tmp_path / name)
     assert not list(tmp_path.iterdir()) and not plt.get_fignums()
+
+
+def test_thick_layers_are_named_before_pauses_and_other_layers_before_repeats() -> None:
+    names = ["buffer", "pause", "barrier", "well", "barrier", "well", "block", "cap"]
+    widths = np.array([4.0, 0.001, 0.1, 0.03, 0.1, 0.03, 0.2, 0.5])
+    places = np.cumsum(widths) - widths / 2.0
+    assert [names[number] for number in _named(names, widths, places)] == ["buffer", "barrier", "block", "cap"]
+    assert 2 in _named(names, widths, places)  # the first of two barriers
+    wide = 10.0 * widths
+    assert _named(names, wide, np.cumsum(wide) - wide / 2.0) == list(range(8))  # there is room for all
 
 
 @pytest.mark.parametrize(

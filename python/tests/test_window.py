@@ -283,6 +283,11 @@ def test_a_real_window_agrees_with_single_runs_and_continues_in_its_folder(tmp_p
     assert effects.loc[("T", "In")].change < 0.0 < effects.loc[(FLOW, "In")].change  # indium desorbs from hot surfaces
     figure = made.plot(path=tmp_path / "window.svg")
     assert len(figure.axes) == 4 and (tmp_path / "window.svg").stat().st_size > 1000
+    for axes in figure.axes[::2]:  # the distributions
+        low, high = axes.get_xlim()
+        shown = [label for label in axes.get_xticklabels() if low <= label.get_position()[0] <= high]
+        boxes = [label.get_window_extent() for label in shown]
+        assert len(boxes) > 1 and all(box.x1 < other.x0 for box, other in zip(boxes, boxes[1:]))
 
 
 # ---- edge cases of yields

@@ -10,6 +10,7 @@ from typing import Any, TextIO
 from .._base.arguments import check_number
 from .._base.files import check_place, read_file
 from .._base.interrupts import status_of
+from .._pages.page import check_pages
 from .._recipe.check import check_text
 from .._recipe.scheme import STAGED
 from .._runs.run import SimulationError
@@ -93,6 +94,8 @@ def _design(options: argparse.Namespace) -> int:
     inputs = [recipe, options.targets]
     for place in filter(None, (output, options.report)):
         check_place(place, inputs)  # before the work
+    if options.report is not None:
+        check_pages(charts=False)
     if options.report is not None and options.report.resolve() == output.resolve():
         raise ValueError(f"{output} can't be both the recipe and the page")
     if output.exists() and not options.force:

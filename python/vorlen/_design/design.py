@@ -60,7 +60,8 @@ class Design:
         the layer before and after, as a text. Values of layers that are grown several times are means over them.
     knobs : pandas.DataFrame
         A row per knob: layer (the stage, if the knob was given by its path), knob, unit, before, after (a pair for a
-        ramp), low, high (the limits), at_limit: "low", "high" or "", path: that of its first value in the recipe, and
+        ramp), low, high (the limits), limited (False
+        for limits by default, where none are given), at_limit: "low", "high" or "", path: that of its first value in the recipe, and
         followers: the names of the stages beside it whose temperatures move with it, as a text.
     history : pandas.DataFrame
         A row per run, in order: kind (start, step, derivative, exploration, hint or recipe), knobs, targets, and text, the
@@ -106,7 +107,9 @@ class Design:
         return plot_design(self.table, self.knobs, path, [self.recipe.path])
 
     def report(self, path: PathLike) -> Path:
-        """Writes one page for a browser with the targets, the knobs and the warnings. Needs jinja2.
+        """Writes one page for a browser with the targets, the knobs, the warnings and the figure of plot().
+
+        Needs jinja2; the figure needs matplotlib and is left out without it.
 
         Parameters
         ----------
@@ -378,10 +381,11 @@ def _knob_table(spec: Spec, knobs: list[tuple[Knob, float]]) -> pd.DataFrame:
     for place, (knob, variable) in enumerate(knobs):
         at = "high" if knob.high - variable < 1e-3 else "low" if variable - knob.low < 1e-3 else ""
         records.append((
-            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits, at, knob.paths[0],
+            knob.owner, knob.name, knob.unit, knob.shown(0.0), knob.shown(variable), *knob.limits,
+            not knob.default_limits, at, knob.paths[0],
             ", ".join(names_of(spec.neighbours, place)),
         ))
-    columns = ["layer", "knob", "unit", "before", "after", "low", "high", "at_limit", "path", "followers"]
+    columns = ["layer", "knob", "unit", "before", "after", "low", "high", "limited", "at_limit", "path", "followers"]
     return pd.DataFrame(records, columns=columns)
 
 

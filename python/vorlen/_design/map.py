@@ -10,7 +10,7 @@ from collections.abc import Iterable, Mapping, Sequence
 from concurrent.futures import Executor
 from dataclasses import dataclass, field, replace
 from pathlib import Path
-from typing import Any
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
@@ -28,9 +28,13 @@ from .._sweep.plan_values import given_recipe, make_plan
 from .._sweep.table import parameter_unit
 from .knobs import label_of
 from .map_page import Axis, Shown, write_map
+from .map_plot import plot_map
 from .measured import Measured, RunOptions, measured, open_bench, say_interrupted
 from .quantities import Target
 from .targets import Layer, find_layer, find_quantity, read_goals
+
+if TYPE_CHECKING:
+    from matplotlib.figure import Figure
 
 SHOWN = ("In", "thickness")
 
@@ -57,6 +61,32 @@ class ProcessMap:
     _shown: list[Shown] = field(repr=False)
     _targets: list[Target] = field(repr=False)
     _recipe: Recipe = field(repr=False)
+
+    def plot(self, *, path: PathLike | None = None) -> Figure:
+        """Lines of equal value, the region in which all targets hold, the runs and the recipe. Needs matplotlib.
+
+        Parameters
+        ----------
+        path : path, optional
+            File to save the figure to, in the format of its ending; None: it is not saved.
+
+        Returns
+        -------
+        matplotlib.figure.Figure
+            The figure.
+
+        Raises
+        ------
+        ImportError
+            If matplotlib or contourpy is missing.
+        TypeError
+            If path is not a path.
+        ValueError
+            If path is the recipe, not a regular file, or without the ending of a format.
+        OSError
+            If the figure can't be written.
+        """
+        return plot_map(self._axes, self._shown, self._targets, self.table, path, [self._recipe.path])
 
     def report(self, path: PathLike) -> Path:
         """Writes one page for a browser with the map. Needs jinja2 and contourpy.

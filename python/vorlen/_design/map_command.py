@@ -8,6 +8,7 @@ from pathlib import Path
 from typing import Any
 
 from .._base.files import check_place
+from .._pages.page import check_pages
 from .._recipe.scheme import STAGED
 from .._runs.run import SimulationError
 from .._sweep.command import setting
@@ -63,6 +64,8 @@ def _map(options: argparse.Namespace) -> int:
     recipe: Path = options.recipe
     inputs = [recipe, *([options.targets] if options.targets else [])]
     check_place(options.output, inputs)  # before the work
+    if options.plan is None:
+        check_pages()
     plan = plan_of_options(recipe, [options.x, options.y], None, None)
     if options.plan is not None:
         return make_plan_file(options, given_recipe(recipe, STAGED), plan.parameters, "grid")

@@ -105,10 +105,8 @@ def map_model(
     """The chart as data for map.js."""
     x, y = (np.array(axis.values, dtype=float) for axis in axes)
 
-    def grid(label: str) -> Array:
-        return np.asarray(table[label].to_numpy(float).reshape(len(x), len(y)).T)
-
-    region = region_of(x, y, [grid(target.label) for target in targets], targets) if targets else []
+    grids = [grid_of(axes, table, target.label) for target in targets]
+    region = region_of(x, y, grids, targets) if targets else []
     present = [axis.present for axis in axes]
     inside = all(
         value is not None and axis.values[0] <= value <= axis.values[-1] for axis, value in zip(axes, present)
@@ -119,7 +117,7 @@ def map_model(
         "curves": [
             {"name": one.title, "colour": COLOURS[place % len(COLOURS)], "dashed": place % 2 == 1, "lines": [
                 {"text": f"{line.level:g}", "pieces": [_points(piece) for piece in line.pieces]}
-                for line in lines_of(x, y, grid(one.label))
+                for line in lines_of(x, y, grid_of(axes, table, one.label))
             ]}
             for place, one in enumerate(shown)
         ],
@@ -127,6 +125,11 @@ def map_model(
         "present": present if inside else None,
         "runs": _runs(axes, shown, table),
     }
+
+
+def grid_of(axes: tuple[Axis, Axis], table: pd.DataFrame, label: str) -> Array:
+    """The values of a column as y x x."""
+    return np.asarray(table[label].to_numpy(float).reshape(len(axes[0].values), len(axes[1].values)).T)
 
 
 def _points(line: Array) -> dict[str, list[float]]:

@@ -19,7 +19,7 @@ from .knobs import Knob
 SAME = 1e-6  # K
 TEMPERATURE = "/T"
 
-End = tuple[str, int]  # the path of a stage, and 0 for its begin or 1 for its end
+End = tuple[str, int]  # the path of a stage, and 0 for its start or 1 for its end
 
 
 @dataclass(frozen=True)

@@ -1,7 +1,9 @@
-"""A design as one page: targets, knobs and warnings. Its layout is in assets/design.html."""
+"""A design as one page: targets, knobs, their picture and warnings. Its layout is in assets/design.html."""
 
 from __future__ import annotations
 
+import io
+import re
 from pathlib import Path
 
 import pandas as pd
@@ -9,7 +11,9 @@ import pandas as pd
 from .._base.types import PathLike
 from .._pages.numbers import number
 from .._pages.page import page, write_page
+from .._runs.plot import STYLE
 from .answer import knob_text
+from .plot import plot_design
 
 
 def write_report(
@@ -22,9 +26,11 @@ def write_report(
 
 def render(table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: int, title: str) -> str:
     """The HTML text."""
+    from markupsafe import Markup
+
     shown = knobs.assign(
         before=knobs.before.map(knob_text), after=knobs.after.map(knob_text),
-        limits=[f"{number(row.low)} to {number(row.high)}" for row in knobs.itertuples()],
+        limits=[f"{number(row.low)} to {number(row.high)}" if row.limited else "" for row in knobs.itertuples()],
     )
     return page(
         "design.html",
@@ -35,4 +41,22 @@ def render(table: pd.DataFrame, knobs: pd.DataFrame, warnings: list[str], runs: 
         knobs=shown.to_dict("records"),
         warnings=warnings,
         runs=runs,
+        picture=Markup(_picture(table, knobs)),
     )
+
+
+def _picture(table: pd.DataFrame, knobs: pd.DataFrame) -> str:
+    """The figure of the design as an element of the page; empty without matplotlib."""
+    if knobs.empty:
+        return ""
+    try:
+        import matplotlib.pyplot as plt
+    except ImportError:
+        return ""
+    figure = plot_design(table, knobs, None, [])
+    text = io.StringIO()
+    with plt.rc_context(STYLE):
+        figure.savefig(text, format="svg", metadata={"Date": None})
+    plt.close(figure)
+    element = "<svg" + text.getvalue().partition("<svg")[2]
+    return re.sub(r' xmlns(?::\w+)?="[^"]*"|<metadata>.*?</metadata>', "", element, flags=re.DOTALL)  # not in HTML

@@ -41,7 +41,8 @@ def _retreat_group(search: Search, group: Group, start: Array, before: Outcome) 
         if place not in stopped and abs(search.x[place] - start[place]) > MOVED
         and not search.model.spec.knobs[place].is_integer
     ]
-    for place in sorted(moved, key=lambda place: -abs(search.x[place] - start[place])):
+    distances = {place: float(abs(search.x[place] - start[place])) for place in moved}
+    for place in sorted(moved, key=lambda place: -distances[place]):
         near, far = 0.0, 1.0  # shares of the way from the start
         for step in range(ROUNDS):
             shares = np.linspace(near, far, PARTS, endpoint=False)[0 if step == 0 else 1 :]

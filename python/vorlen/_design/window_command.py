@@ -12,6 +12,7 @@ from typing import Any
 import pandas as pd
 
 from .._base.files import check_place
+from .._pages.page import check_pages
 from .._runs.run import SimulationError
 from .measured_command import (
     EXIT_STATUS, add_run_options, interrupted, make_plan_file, run_options, warn_about_recipe,
@@ -88,6 +89,8 @@ def _window(options: argparse.Namespace) -> int:
     given = (options.recipe, options.targets, dict(options.spreads), options.samples, options.seed)
     if options.output is not None:
         check_place(options.output, [options.recipe, options.targets])  # before the work
+        if options.plan is None:
+            check_pages()
     if options.plan is not None:
         base, _, drifts = read_window(*given)
         return make_plan_file(

@@ -62,6 +62,7 @@ def _draw_distribution(axes: Axes, values: Array, row: Any, label: str) -> None:
     if np.isfinite(row.held):
         axes.set_title(f"holds in {100 * row.held:.1f} %", fontsize="small", loc="right")
     axes.ticklabel_format(axis="x", useOffset=False)
+    axes.locator_params(axis="x", nbins=4)  # of more the labels of fractions would overlap
 
 
 def _draw_effects(axes: Axes, own: pd.DataFrame, unit: str) -> None:

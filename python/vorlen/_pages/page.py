@@ -64,6 +64,14 @@ def page(layout: str, title: str, *, data: Any = None, **content: Any) -> str:
     return environment.get_template(layout).render(title=title, version=__version__, data=data, **content)
 
 
+def check_pages(charts: bool = True) -> None:
+    """Raises ImportError or FileNotFoundError if what pages need is missing: for before the work that they show."""
+    import jinja2  # noqa: F401
+
+    if charts:
+        chart_library()
+
+
 def chart_library() -> str:
     """The JavaScript that draws the charts, from the installation or from a build of the source tree."""
     builds = ASSETS.parents[2] / "build"

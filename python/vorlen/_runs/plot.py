@@ -139,16 +139,12 @@ def shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
     names = [name if len(name) <= 28 else name[:27] + "\N{HORIZONTAL ELLIPSIS}" for name in names]
     widths = (borders["end"] - borders["begin"]).to_numpy() * inches
     upright = any(LETTER_WIDTH * len(name) > width for name, width in zip(names, widths))
-    last_place = -1.0
-    for name, stage in zip(names, borders.itertuples()):
-        middle = 0.5 * (max(stage.begin, begin) + min(stage.end, end))
-        place = (middle - begin) * inches
-        if upright and place - last_place < NAME_DISTANCE:
-            continue  # the names would overlap
-        last_place = place
+    middles = 0.5 * (borders["begin"].clip(lower=begin) + borders["end"].clip(upper=end)).to_numpy()
+    chosen = _named(names, widths, (middles - begin) * inches) if upright else range(len(names))
+    for number in chosen:
         axes[0].annotate(
-            name,
-            (middle, 1.0),
+            names[number],
+            (middles[number], 1.0),
             xycoords=("data", "axes fraction"),
             xytext=(0, 3),
             textcoords="offset points",
@@ -160,6 +156,22 @@ def shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:
             annotation_clip=False,
         )
     return upright
+
+
+def _named(names: list[str], widths: Array, places: Array) -> list[int]:
+    """The stages whose slanted names do not overlap: wide ones first, and repeated names after all others.
+
+    widths, places  inches
+    """
+    order = [int(number) for number in np.argsort(-widths, kind="stable")]
+    first: dict[str, int] = {}
+    for number in order:
+        first.setdefault(names[number], number)
+    chosen: list[int] = []
+    for number in [*first.values(), *(number for number in order if first[names[number]] != number)]:
+        if all(abs(places[number] - places[other]) >= NAME_DISTANCE for other in chosen):
+            chosen.append(number)
+    return sorted(chosen)
 
 
 def _panels(tables: DrawnTables, span: str, panels: Sequence[str], over_time: bool) -> Figure:

@@ -4,6 +4,7 @@ const MapFigure = (() => {
   const HEIGHT = 620, NARROW = 480;  // pixels
   const EDGE = { wide: 0.03, narrow: 0.08 };  // of the range of an axis
   const CROWDED = 4;  // lines on a narrow screen; of more only each second one has a number
+  const STAR = 0.06;  // of both ranges: numbers stay this far from the star of the recipe, which they would hide
   const PLACES = 60;  // along a line that its number can have
 
   // Pieces of lines as one line with gaps.
@@ -22,11 +23,14 @@ const MapFigure = (() => {
   function labelled(map, line, share, edge) {
     const piece = line.pieces.reduce((longest, other) => other.x.length > longest.x.length ? other : longest);
     const isInside = (value, [low, high]) => Math.abs(value - (low + high) / 2) < (0.5 - edge) * (high - low);
+    const isNear = (value, other, [low, high]) => Math.abs(value - other) < STAR * (high - low);
+    const isAtStar = (x, y) => map.present !== null && isNear(x, map.present[0], map.x.range)
+      && isNear(y, map.present[1], map.y.range);
     const last = piece.x.length - 1, inside = [];
     for (let step = 0; step <= PLACES; step++) {
       const at = Math.min(Math.floor(step / PLACES * last), last - 1), part = step / PLACES * last - at;
       const [x, y] = [piece.x, piece.y].map((values) => values[at] + part * (values[at + 1] - values[at]));
-      if (isInside(x, map.x.range) && isInside(y, map.y.range)) inside.push([x, y]);
+      if (isInside(x, map.x.range) && isInside(y, map.y.range) && !isAtStar(x, y)) inside.push([x, y]);
     }
     return inside.length ? inside[Math.round(share * (inside.length - 1))] : null;
   }
