@@ -10,13 +10,12 @@ WELL = "process_stages/stage_1/stage_1_3"
 PANELS = ["composition", "rate", "strain", "densities", "temperature"]
 
 
-def over_depth(live: Live) -> Live:
-    """The page without kept variants, over the whole depth."""
+def over_depth(live: Live) -> None:
+    """Shows the page without kept variants, over the whole depth."""
     live.browser.run(
         "vorlen.growth.restore({axis: 'height', zoom: 'whole', panels: arguments[0], kept: []}); scrollTo(0, 0);"
         "document.querySelector('.all-periods input').checked = false;", PANELS
     )
-    return live
 
 
 def plain(text: str) -> str:

@@ -11,24 +11,10 @@ import pytest
 
 import vorlen
 from live import Live
-from live_growth import PANELS, axis_range, box_of_panel, hover, over_depth, press, readout, texts, value
-from support import MQW, ROOT, V_DEFECTS
+from live_growth import PANELS, axis_range, box_of_panel, hover, press, readout, texts, value
+from support import ROOT, V_DEFECTS
 
-
-@pytest.fixture
-def live(live: Live) -> Live:
-    """The page with the recipe of wells, over the whole depth."""
-    return over_depth(live)
-
-
-@pytest.fixture(scope="module")
-def wells() -> vorlen.Run:
-    return vorlen.run(MQW)
-
-
-@pytest.fixture(scope="module")
-def defects() -> vorlen.Run:
-    return vorlen.run(V_DEFECTS)
+pytestmark = pytest.mark.usefixtures("whole_depth")
 
 
 def row_at(run: vorlen.Run, column: str, place: float) -> dict[str, float]:

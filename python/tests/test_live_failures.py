@@ -11,14 +11,10 @@ import pytest
 
 import vorlen
 from live import Live
-from live_growth import hotter, over_depth, plain, rows_of_table, texts, value
+from live_growth import hotter, plain, rows_of_table, texts, value
 from support import MQW, ROOT, V_DEFECTS, failing_recipe
 
-
-@pytest.fixture
-def live(live: Live) -> Live:
-    """The page with the recipe of wells, over the whole depth."""
-    return over_depth(live)
+pytestmark = pytest.mark.usefixtures("whole_depth")
 
 
 def test_a_failed_run_shows_its_rows_and_the_last_good_one_in_grey(live: Live) -> None:

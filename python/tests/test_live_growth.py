@@ -13,25 +13,11 @@ import pytest
 import vorlen
 from browser import Browser
 from live import Live
-from live_growth import axis_range, box_of_panel, heads, over_depth, press, rows_of_table, texts, value
+from live_growth import axis_range, box_of_panel, heads, press, rows_of_table, texts, value
 from support import MQW, ROOT, V_DEFECTS
 from test_report import luminance
 
-
-@pytest.fixture
-def live(live: Live) -> Live:
-    """The page with the recipe of wells, over the whole depth."""
-    return over_depth(live)
-
-
-@pytest.fixture(scope="module")
-def wells() -> vorlen.Run:
-    return vorlen.run(MQW)
-
-
-@pytest.fixture(scope="module")
-def defects() -> vorlen.Run:
-    return vorlen.run(V_DEFECTS)
+pytestmark = pytest.mark.usefixtures("whole_depth")
 
 
 def test_the_table_has_the_layers_of_the_library(live: Live, wells: vorlen.Run, defects: vorlen.Run) -> None:
@@ -154,6 +140,17 @@ def test_figures_and_the_table_have_text_for_screen_readers(live: Live) -> None:
         "|| n.labels?.length)).length"
     )
     assert unnamed == 0
+
+
+def test_the_colours_of_the_pictures_are_those_of_the_reports() -> None:
+    styles = (ROOT / "python/vorlen/assets/page.css").read_text("utf-8").split("@media", 2)[:2]
+    light, dark = (dict(re.findall(r"--(\w+): (#\w{6})", style)) for style in styles)
+    reports = {name: [colour, dark[name]] for name, colour in light.items() if name in dark}
+    own = re.findall(r'(\w+): \["(#\w{6})", "(#\w{6})"\]', (ROOT / "live/page/growth/palette.js").read_text("utf-8"))
+    shared = [(name, [light, dark]) for name, light, dark in own if name in reports]
+    assert len(shared) == 11
+    for name, colours in shared:
+        assert colours == reports[name], name
 
 
 @pytest.mark.parametrize("dark", [False, True])

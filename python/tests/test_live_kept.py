@@ -6,19 +6,10 @@ import pytest
 
 import vorlen
 from live import Live
-from live_growth import hotter, hover, over_depth, press, texts, value
+from live_growth import hotter, hover, press, texts, value
 from support import MQW
 
-
-@pytest.fixture
-def live(live: Live) -> Live:
-    """The page with the recipe of wells, over the whole depth."""
-    return over_depth(live)
-
-
-@pytest.fixture(scope="module")
-def wells() -> vorlen.Run:
-    return vorlen.run(MQW)
+pytestmark = pytest.mark.usefixtures("whole_depth")
 
 
 def test_kept_variants_are_drawn_thinner_and_compared_in_the_table(live: Live, wells: vorlen.Run) -> None:

@@ -12,16 +12,11 @@ from pathlib import Path
 import pytest
 
 from live import Live
-from live_growth import over_depth
 from support import tool
 
 SVG = "{http://www.w3.org/2000/svg}"
 
-
-@pytest.fixture
-def live(live: Live) -> Live:
-    """The page with the recipe of wells, over the whole depth."""
-    return over_depth(live)
+pytestmark = pytest.mark.usefixtures("whole_depth")
 
 
 def test_the_result_file_and_the_tables_are_saved(live: Live, tmp_path: Path) -> None:
