@@ -10,6 +10,7 @@ import {loadElements} from "./recipe/elements.js";
 import {decodedRecipe} from "./recipe/files.js";
 import {createRecipePane} from "./recipe/pane.js";
 import {forget, pageKey, store, stored} from "./storage.js";
+import {remedyOf} from "./words.js";
 
 const TIMEOUT_S = 60;
 const SAY_DELAY = 700; // ms of rest before a screen reader hears the result, so that sliders do not chatter
@@ -32,7 +33,7 @@ const key = pageKey(embedded), engine = createEngine();
 const second = createEngine(); // for kept variants of a link: their runs do not replace those of the recipe
 const growth = createGrowthPane(at("growth"), {
   onRecall: xml => pane.setXml(xml, pane.name()),
-  onCancel: () => engine.cancel(),
+  unitOf: quantity => pane.unitOf(quantity),
   run: xml => second.run(xml),
 });
 let newest = 0, last = null; // number of the newest run; {outcome, xml} that is shown, null while the newest run is under way
@@ -48,7 +49,7 @@ function note(text) {
 
 function showStatus(kind, text) {
   at("status").className = `status ${kind}`;
-  at("status-word").textContent = {complete: "Complete", failed: "Failed", running: "Running"}[kind];
+  at("status-word").textContent = {complete: "Complete", failed: "Failed", cancelled: "Cancelled", running: "Running"}[kind];
   at("status-text").textContent = text;
 }
 
@@ -64,7 +65,7 @@ async function run(xml) {
     showStatus("running", "The solver is at work.");
     at("cancel").hidden = false;
   }, 400);
-  const outcome = await engine.run(xml, {timeout_s: TIMEOUT_S, name: pane.name()});
+  const answer = await engine.run(xml, {timeout_s: TIMEOUT_S, name: pane.name()}), outcome = {...answer, remedy: remedyOf(answer)};
   clearTimeout(slow);
   const current = number === newest; // results of earlier ones are drawn while a slider moves
   if (current) {
@@ -73,7 +74,7 @@ async function run(xml) {
   } else if (outcome.status !== "ok" || pane.hasFault()) return;
   at("again").hidden = outcome.status !== "cancelled" && outcome.status !== "crashed";
   const sentence = sentenceOf(outcome), good = outcome.status === "ok";
-  showStatus(good ? "complete" : "failed", sentence);
+  showStatus(good ? "complete" : outcome.status === "cancelled" ? "cancelled" : "failed", sentence);
   say(sentence);
   pane.showRunFailure(good ? null : outcome);
   if (good || outcome.status === "failed") last = {outcome, xml};
@@ -99,10 +100,12 @@ const pane = createRecipePane(at("recipe-pane"), {
   onFault: text => {
     ++newest; // the outcome of a run under way is not that of this text
     growth.busy(false);
+    growth.notRun();
     showStatus("failed", `Not run: ${text}`);
     say(`Not run: ${text}`);
     remember();
   },
+  onUnits: () => growth.redraw(),
   onShare: async (xml, name) => {
     const address = location.href.replace(/#.*/, "") + await fragmentOf(xml, name, growth.state());
     if (address.length > LINK_MAX) note("The recipe is too large for a link; save it as a file.");

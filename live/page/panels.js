@@ -31,7 +31,7 @@ export function showHelp() {
       el("li", {}, "The rows of the table are the stages in the order of growth. The panel below has all values of the selected stage."),
       el("li", {}, "Two numbers in a cell are a ramp from the start to the end of the stage. Its slider moves both."),
       el("li", {}, "Table and XML show one recipe. A change in the table changes only that value in the XML."),
-      el("li", {}, "Units are those of the screen. The recipe keeps K, Pa and sccm."),
+      el("li", {}, "Units are those of the screen: at first those in which the numbers of the recipe are shortest. The recipe keeps K, Pa and sccm."),
       el("li", {}, "Problems are marked where they are and listed above the table. A click leads to the place.")),
     el("h3", {}, "Keyboard"),
     el("table", {class: "keys"}, el("tbody", {}, KEYS.map(([keys, use]) => el("tr", {}, el("th", {scope: "row"}, keys), el("td", {}, use))))));

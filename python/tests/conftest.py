@@ -9,6 +9,7 @@ from typing import TYPE_CHECKING
 
 import pytest
 
+import vorlen
 from vorlen._base import library as _library
 
 if TYPE_CHECKING:
@@ -60,6 +61,30 @@ def live(wells_page: Live) -> Iterator[Live]:
     wells_page.make_ready()
     yield wells_page
     assert wells_page.browser.console() == []
+
+
+@pytest.fixture
+def whole_depth(live: Live) -> None:
+    """The right half of the live page is over the whole depth, without kept variants."""
+    from live_growth import over_depth
+
+    over_depth(live)
+
+
+@pytest.fixture(scope="session")
+def wells() -> vorlen.Run:
+    """The result of the recipe of the live page."""
+    from support import MQW
+
+    return vorlen.run(MQW)
+
+
+@pytest.fixture(scope="session")
+def defects() -> vorlen.Run:
+    """A result with V-defects."""
+    from support import V_DEFECTS
+
+    return vorlen.run(V_DEFECTS)
 
 
 @pytest.fixture

@@ -253,7 +253,8 @@ def test_when_the_memory_is_exhausted_the_page_continues(live: Live) -> None:
     )
     live.enter(f"{WELL}/tau", "90", view=TABLE)
     live.wait_for_status("The solver stopped: Out of memory")
-    assert live.text(".run-failure") == "The solver stopped. Out of memory"
+    assert live.text(".run-failure").startswith("The solver stopped. Out of memory. What to do: make it smaller")
+    assert live.text(".growth-failure .remedy").startswith("What to do: make it smaller")
     live.browser.run("vorlen.engine.run = window.realRun")
     live.enter(f"{WELL}/tau", "80", view=TABLE)
     live.wait_for_status("Grown: ")

@@ -78,7 +78,7 @@ export function createCharts(node) {
   // [{panels, colour, kind, name}]. has_given: there are pre-stages below.
   function draw({ view, current, others, has_given }) {
     const wanted = Math.max(Math.floor(node.clientWidth), 280);
-    const next = wanted + current.panels.map((panel) => panel.key + panel.curves.map((curve) => curve.name).join()).join(";");
+    const next = wanted + current.panels.map((panel) => panel.key + panel.unit + panel.curves.map((curve) => curve.name).join()).join(";");
     if (next !== signature) {
       [signature, width] = [next, wanted];
       build(current.panels);

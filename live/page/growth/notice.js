@@ -16,7 +16,7 @@ export function createFailure(node) {
       : has_picture ? "The pictures below show the last run that succeeded." : "Nothing has been simulated yet.";
     const repeated = outcome.unphysical && !outcome.message.includes(outcome.unphysical) ? outcome.unphysical : "";
     setText(head, HEADS[outcome.status] ?? outcome.status);
-    const texts = [[outcome.message, repeated].filter(Boolean).join("\n"), outcome.stage, outcome.remedy, picture];
+    const texts = [[outcome.message === "Cancelled" ? "" : outcome.message, repeated].filter(Boolean).join("\n"), outcome.stage, outcome.remedy, picture];
     parts.forEach((part, k) => {
       setText(part, texts[k] ?? "");
       part.hidden = !texts[k];
@@ -27,14 +27,13 @@ export function createFailure(node) {
   return { show, hide: () => { box.hidden = true; } };
 }
 
-// The box of a run that takes longer: seconds, and a button to cancel it. Gives busy(flag).
-export function createBusy(node, onCancel) {
+// The box of a run that takes longer, with its seconds. Gives busy(flag).
+export function createBusy(node) {
   const box = htmlElement("div", { class: "growth-busy", role: "status" }, node);
   box.hidden = true;
   htmlElement("span", { class: "spinner", "aria-hidden": "true" }, box);
   const text = htmlElement("span", {}, box, "Simulating");
   const seconds = htmlElement("span", { class: "seconds", "aria-hidden": "true" }, box);
-  htmlElement("button", { type: "button" }, box, "Cancel").addEventListener("click", () => onCancel?.());
   let start = null, timer = null;
 
   function tick() {

@@ -1,11 +1,13 @@
 // The right half of the page: what grows. main.js hands it each outcome of the engine.
 //
-//   const pane = createGrowthPane(node, {onRecall(xml, name), onCancel(), run(xml)});
+//   const pane = createGrowthPane(node, {onRecall(xml, name), unitOf(quantity), run(xml)});
 //   pane.show(outcome, xml, name)  draws an outcome, or says why there is none
 //   pane.busy(true)                a run has started; a run of more than 150 ms is announced
+//   pane.notRun()                  the recipe can't be read: what is shown is that of an earlier one
+//   pane.redraw()                  draws again, after a change of the units
 //   pane.keep()                    keeps the shown run for comparison
 //   pane.state(), restore(state)   view and kept recipes, as plain data for a link
-// run(xml) gives the promise of an outcome; restore() simulates kept recipes with it. Without it they can be recalled.
+// unitOf gives the unit of the curves of temperature and flows. run(xml) gives the promise of an outcome; restore() simulates kept recipes with it. Without it they can be recalled.
 import { createCharts } from "./charts.js";
 import { createControls } from "./controls.js";
 import { connectCursor } from "./cursor.js";
@@ -15,7 +17,7 @@ import { alloy, compositionOf, heightsOf, oneLine, reachedLayers, sentence, thin
 import { createBusy, createFailure } from "./notice.js";
 import { number } from "./numbers.js";
 import { installPalette } from "./palette.js";
-import { otherPlace, panelsOf, summary } from "./panels.js";
+import { inChosenUnit, otherPlace, panelsOf, summary } from "./panels.js";
 import { createStack } from "./stack.js";
 import { htmlElement, savedPicture, setText } from "./svg.js";
 import { createTable } from "./table.js";
@@ -23,10 +25,10 @@ import { createTable } from "./table.js";
 const QUIET = 600; // ms without a change, until the charts are described in words
 const BESIDE = 0.15; // of a layer's thickness: how much of its neighbours a zoom to it shows
 
-export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
+export function createGrowthPane(node, { onRecall, unitOf, run } = {}) {
   installPalette();
   node.classList.add("growth");
-  const failure = createFailure(node), busy = createBusy(node, onCancel);
+  const failure = createFailure(node), busy = createBusy(node);
   const grew = htmlElement("p", { class: "growth-sentence" }, node, "Nothing has been simulated yet.");
   const controls = createControls(node, { onChange: redraw, onKeep: keep, onZoom: zoomTo, onAxis: switchAxis, onSave: saveFile });
   const kept = createKept(htmlElement("ul", { class: "growth-kept", "aria-label": "Kept variants" }, node), {
@@ -70,6 +72,11 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     redraw();
   }
 
+  function notRun() {
+    failure.hide();
+    node.classList.toggle("stale", shown !== null);
+  }
+
   // Panels and layers of an outcome; null if it has no rows.
   function describedRun(outcome, xml, name) {
     const drawnRun = panelsOf(outcome, xml);
@@ -89,10 +96,12 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     if (shown === null) return;
     const axis = controls.axis();
     controls.setPanels(shown.allPanels);
-    const current = { ...shown, panels: shown.allPanels.filter(({ key }) => controls.isOn(key)) };
+    const inUnits = (panels) => panels.filter(({ key }) => controls.isOn(key)).map((panel) => inChosenUnit(panel, unitOf));
+    const current = { ...shown, panels: inUnits(shown.allPanels) };
     const others = [
-      ...(good !== shown && good ? [{ panels: good.allPanels, range: good.range, colour: "ghost", kind: "ghost", name: "last run that succeeded" }] : []),
-      ...kept.list().filter(({ panels }) => panels).map(({ panels, range, colour, name }) => ({ panels, range, colour, name, kind: "kept" }))];
+      ...(good !== shown && good ? [{ panels: inUnits(good.allPanels), range: good.range, colour: "ghost", kind: "ghost", name: "last run that succeeded" }] : []),
+      ...kept.list().filter(({ panels }) => panels).map(({ panels, range, colour, name }) =>
+        ({ panels: inUnits(panels), range, colour, name, kind: "kept" }))];
     const whole = [shown.range, ...others.map(({ range }) => range)].map((range) => range[axis]);
     const range = rangeOf(axis) ?? [Math.min(...whole.map(([low]) => low)), Math.max(...whole.map(([, high]) => high))];
     drawn = { view: { axis, range }, current, others, has_given: shown.layers.some(({ kind }) => kind === "pre") };
@@ -187,5 +196,5 @@ export function createGrowthPane(node, { onRecall, onCancel, run } = {}) {
     if (shown && chartNode.clientWidth !== width) redraw();
     width = chartNode.clientWidth;
   })).observe(chartNode);
-  return { show, busy, keep, state, restore };
+  return { show, notRun, redraw, busy, keep, state, restore };
 }

@@ -1,7 +1,8 @@
 // The curves of a run, in panels: numbers only. charts.js draws them.
 //
 // A run is drawn from its simulated rows, heights counted from the first of them. A panel is {key, title, unit, log, zero,
-// least, curves}: with zero its axis includes 0, and it covers at least `least`. A curve is {name, colour, dashed, x: {time,
+// least, quantity, curves}: with zero its axis includes 0, and it covers at least `least`; quantity is one of those whose unit
+// can be chosen (recipe/units.js), if it is. A curve is {name, colour, dashed, x: {time,
 // height}, y}, with NaN where it has no value.
 import { recipeCurves } from "./recipe_curves.js";
 
@@ -49,6 +50,14 @@ function densityPanel(rows, curve) {
     curve("dislocations (z)", "gallium", positive(rows.rho_td_z), { dashed: true })];
   if (rows.rho_vd0_t.some((value) => value > 0)) curves.push(curve("V-defects (t)", "indium", positive(rows.rho_vd0_t, 0.5)));
   return { key: "densities", title: "density", unit: "cm⁻²", log: true, decades: DECADES, curves };
+}
+
+// A panel in the unit that was chosen for its quantity. unitOf(quantity): {name, factor, offset}, as in recipe/units.js.
+export function inChosenUnit(panel, unitOf) {
+  if (!panel.quantity) return panel;
+  const { name, factor, offset } = unitOf(panel.quantity);
+  const curves = panel.curves.map((curve) => ({ ...curve, y: curve.y.map((value) => factor * value + offset) }));
+  return { ...panel, unit: name, least: factor * (panel.least ?? 0), curves };
 }
 
 export function rangeOf(values) {

@@ -26,9 +26,9 @@ export function recipeCurves(xml, times, heights) {
   const curves = (list) => list
     .map(([name, colour, shown]) => ({ name: shown ?? name, colour, x, y: values(name) }))
     .filter(({ y }) => y.some((value) => value > 0));
-  const panels = [{ key: "temperature", title: "temperature", unit: "K", least: 20, curves: curves([["T", "warm", "temperature"]]) },
-    { key: "flows", title: "metal flows", unit: "sccm", zero: true, curves: curves(METALS) },
-    { key: "gases", title: "gas flows", unit: "sccm", zero: true, curves: curves(GASES) }];
+  const panels = [{ key: "temperature", title: "temperature", unit: "K", quantity: "temperature", least: 20, curves: curves([["T", "warm", "temperature"]]) },
+    { key: "flows", title: "metal flows", unit: "sccm", quantity: "metal", zero: true, curves: curves(METALS) },
+    { key: "gases", title: "gas flows", unit: "sccm", quantity: "gas", zero: true, curves: curves(GASES) }];
   return panels.filter((panel) => panel.curves.length);
 }
 

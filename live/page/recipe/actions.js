@@ -1,5 +1,6 @@
 // What can be done with stages: each is one step of the history, and a message where it is not possible.
 import {addedLayer, addedStage, movedStage, withPeriods, withoutPeriods, withoutStage} from "./stages.js";
+import {withScheme} from "./scheme.js";
 
 // p is the pane; note(text) shows a message.
 export function createActions(p, note) {
@@ -24,6 +25,7 @@ export function createActions(p, note) {
     move: (path, step) => act(text => movedStage(text, path, step)),
     remove: path => act(text => ({text: withoutStage(text, path)})),
     repeat: (first, last, periods) => act(text => withPeriods(text, first, last, periods)),
+    chooseStaged: () => p.model.replace(withScheme(p.model.text, "staged")),
     dissolve: path => act(text => ({text: withoutPeriods(text, path), path})),
   };
 }

@@ -1,4 +1,5 @@
 // The findings of the check, by the element that they belong to.
+import {wordsOfPage} from "../words.js";
 import {elementAround, offsetOf, pathOf} from "./xml_text.js";
 
 // Adds to each finding of a check the path of its element (target) and of its stage (stagePath); null if unknown.
@@ -8,12 +9,12 @@ export function located(findings, text, root) {
   return problems.flatMap(problem => {
     const element = problem.line && root ? elementAround(root, offsetOf(text, problem.line, problem.column ?? 1)) : null;
     const target = element ? pathOf(element) : null;
-    const first = {...problem, target, stagePath: stagePathOf(target)};
+    const first = {...problem, hint: problem.hint && wordsOfPage(problem.hint), target, stagePath: stagePathOf(target)};
     // A warning that applies to several stages is marked in each of them, and listed once.
     const others = (problem.also_in ?? []).map(tag => {
       const stagePath = pathOfStage(tag);
       const other = target && first.stagePath ? stagePath + target.slice(first.stagePath.length) : stagePath;
-      return {...problem, target: other, stagePath, repeated: true};
+      return {...first, target: other, stagePath, repeated: true};
     });
     return [first, ...others];
   });

@@ -1,14 +1,15 @@
 // The recipe half of the page: toolbar, problems, table of stages with the panel of the selected one, and the XML.
 //
-//   createRecipePane(node, {xml, name, examples, check, onChange, onFault, onShare, onNote})
+//   createRecipePane(node, {xml, name, examples, check, onChange, onFault, onUnits, onShare, onNote})
 //
 // examples  [{name, title, xml}]
 // check     async (xml) => {findings}, as engine.check
 // onChange  called with the recipe after each change that can be run; not for texts that are not well-formed
 // onFault   called with a text when the XML is not well-formed, so that there is nothing to run
+// onUnits   called when other units were chosen; unitOf(quantity) of the answer gives them
 // onShare   called when a link to the recipe is wanted; onNote with a text for the user
 //
-// The answer has rerun(), xml(), hasFault(), name(), setXml(xml, name), markFindings(findings), showRunFailure(outcome or null), state() and
+// The answer has rerun(), xml(), hasFault(), name(), unitOf(quantity), setXml(xml, name), markFindings(findings), showRunFailure(outcome or null), state() and
 // restore(state). Nothing here throws on any text of a recipe.
 import {attributeAt, attributeEdits, elementAt} from "./xml_text.js";
 import {button, debounced, el} from "./dom.js";
@@ -28,7 +29,7 @@ import {createXmlEditor} from "./xml_editor.js";
 const CHECK_DELAY = 250; // ms after the last change
 const TYPING_DELAY = 250; // ms after the last key, before a run; sliders run at once
 
-export function createRecipePane(node, {xml, name = "recipe.xml", examples = [], check, onChange, onFault = () => {}, onShare = () => {}, onNote = () => {}}) {
+export function createRecipePane(node, {xml, name = "recipe.xml", examples = [], check, onChange, onFault = () => {}, onUnits = () => {}, onShare = () => {}, onNote = () => {}}) {
   const p = {
     examples, tab: "table", selected: null, rowsShown: ROWS_SHOWN, settingsOpen: false, checkState: "",
     faults: new Map(), findings: [], forcedRamps: new Set(), columns: new Set(), failure: null,
@@ -71,7 +72,7 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
   p.redo = () => p.model.redo();
   p.share = () => onShare(p.model.shownText, recipeName);
   p.save = () => saveFile(fileName(recipeName), p.model.shownText, "application/xml");
-  p.chooseUnit = (quantity, unit) => { units.choose(quantity, unit); p.refresh(); };
+  p.chooseUnit = (quantity, unit) => { units.choose(quantity, unit); p.refresh(); onUnits(); };
   p.open = (text, fresh) => {
     recipeName = fresh;
     p.selected = null;
@@ -320,12 +321,13 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
     xml: () => p.model.shownText,
     hasFault: () => Boolean(p.model.draft),
     name: () => recipeName,
+    unitOf: units.of,
     setXml: (text, fresh = recipeName) => p.open(text, fresh),
     openFile: p.openFile,
     markFindings,
     // Shows why a run failed, next to its stage; null after a run that did not fail.
     showRunFailure(outcome) {
-      const texts = outcome ? [outcome.message, outcome.stage, outcome.unphysical, outcome.remedy].filter(Boolean) : [];
+      const texts = outcome && outcome.status !== "cancelled" ? [outcome.message, outcome.stage, outcome.unphysical, outcome.remedy].filter(Boolean) : [];
       const text = [...new Set(texts)].join(". ").replaceAll(".. ", ". ");
       const place = stageNamedIn([outcome?.stage, outcome?.unphysical, outcome?.message].join(" "));
       setFailure(text ? {text, message: outcome.message, path: place, crashed: outcome.status === "crashed"} : null);

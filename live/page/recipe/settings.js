@@ -1,5 +1,6 @@
 // Models and constants of the recipe: everything outside of stages.
-import {el} from "./dom.js";
+import {button, el} from "./dom.js";
+import {namesScheme} from "./scheme.js";
 import {valueRow, valuesIn} from "./stage_panel.js";
 
 const SECTIONS = {
@@ -8,7 +9,7 @@ const SECTIONS = {
 };
 
 export function settingsShape(p) {
-  return JSON.stringify(sections(p).map(([, values]) => values.map(value => value.path)));
+  return JSON.stringify([namesScheme(p.model.root), sections(p).map(([, values]) => values.map(value => value.path))]);
 }
 
 function sections(p) {
@@ -29,7 +30,9 @@ export function settings(p) {
       return row.node;
     }));
   });
+  const scheme = namesScheme(p.model.root) ? null : el("p", {class: "scheme"}, "The recipe names no integration scheme: continuous is used. ",
+    button("Choose the scheme staged", p.actions.chooseStaged, {class: "small"}));
   const node = el("details", {class: "settings", open: p.settingsOpen, ontoggle: () => { p.settingsOpen = node.open; }},
-    el("summary", {}, "Models and constants"), groups);
+    el("summary", {}, "Models and constants"), groups, scheme);
   return {node, fields};
 }
