@@ -4,7 +4,7 @@
 extern "C" {
 
 // The compiler calls these for a throw expression.
-[[noreturn]] void* __cxa_allocate_exception(std::size_t) { __builtin_trap(); }  // NOLINT(bugprone-reserved-identifier)
+void* __cxa_allocate_exception(std::size_t) { __builtin_trap(); }  // NOLINT(bugprone-reserved-identifier)
 [[noreturn]] void __cxa_throw(void*, void*, void (*)(void*)) {
   __builtin_trap();
 }  // NOLINT(bugprone-reserved-identifier)

@@ -14,7 +14,7 @@ namespace {
 
 constexpr double FRACTION_MIN = -0.001;  // rounding errors of the integration are far smaller
 constexpr double FRACTION_MAX = 1.001;
-constexpr double TIME_TOLERANCE = 1e-9;  // relative, for sums of durations
+constexpr double STAGE_TIME_TOLERANCE = 1e-9;  // relative, for sums of durations
 // Rows are at least 1 ms apart, so the last one may be that much earlier than the failure.
 constexpr double LAST_ROW_GAP = 0.01;        // s
 constexpr double LAST_ROW_GAP_SHARE = 0.01;  // of the duration of the stage
@@ -87,7 +87,7 @@ const ProcessStage* stage_of_row(const std::vector<ResultRow>& rows, std::size_t
     return &stages[is_pre_stage ? index / 2 : stages.size() - from_end];
   }
   if (!std::isfinite(time)) return nullptr;
-  const double slack = TIME_TOLERANCE * std::fabs(time);
+  const double slack = STAGE_TIME_TOLERANCE * std::fabs(time);
   return active_stage(stages, [&](const ProcessStage& stage) { return stage.end >= time - slack; });
 }
 
@@ -155,7 +155,7 @@ std::string end_text(const ResultFile& result, const std::vector<ProcessStage>& 
     return each.end > time + std::min(LAST_ROW_GAP, LAST_ROW_GAP_SHARE * (each.end - each.begin));
   });
   if (stage == nullptr) return fmt::format("The run ended at {:.10g} s", time);
-  const bool at_start = time <= stage->begin + TIME_TOLERANCE * std::fabs(time);
+  const bool at_start = time <= stage->begin + STAGE_TIME_TOLERANCE * std::fabs(time);
   return fmt::format("The run ended at {:.10g} s{} {}", time, at_start ? ", at the start of" : " in", stage->label);
 }
 

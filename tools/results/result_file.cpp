@@ -46,12 +46,11 @@ struct LayersEnd {
 
 LayersEnd end_of_layers(std::string_view text) {
   LayersEnd end;
-  for (const Heading& heading : HEADINGS) {
-    const std::string wanted =
-        std::string(LAYERS_END) + '\n' + vorlen::result_heading(heading.detail, heading.relaxes) + '\n';
-    for (std::size_t at = text.find(wanted); at != std::string_view::npos; at = text.find(wanted, at + 1)) {
-      if (at > 0 && text[at - 1] != '\n') continue;
-      if (end.at == std::string_view::npos || at > end.at) {
+  for (std::size_t at = text.find(LAYERS_END); at != std::string_view::npos; at = text.find(LAYERS_END, at + 1)) {
+    if (at > 0 && text[at - 1] != '\n') continue;
+    const std::string_view after = text.substr(at + LAYERS_END.size());
+    for (const Heading& heading : HEADINGS) {
+      if (after.starts_with('\n' + vorlen::result_heading(heading.detail, heading.relaxes) + '\n')) {
         end = {at, vorlen::column_count(heading.detail, heading.relaxes)};
       }
     }
