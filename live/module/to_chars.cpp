@@ -1,5 +1,6 @@
-// Takes the place of the function of libc++, whose tables have 105 kB. The library writes few numbers with it: settings,
-// and what decimal_digits leaves open.
+// Takes the place of the function of libc++, whose tables have 105 kB. The library writes few numbers with it:
+// settings, and what decimal_digits leaves open. A negative NaN is -nan as in libstdc++, not -nan(ind), for which a row
+// has no place.
 #include <charconv>
 #include <cstdio>
 #include <cstring>

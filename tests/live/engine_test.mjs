@@ -141,6 +141,13 @@ test("exhausted memory is reported, and a new worker takes over", async () => {
   await expectAGoodRun();
 });
 
+test("a recipe with a million rows exhausts the memory, and a new worker takes over", async () => {
+  // 320 rows of 450 characters for each period: half of the memory for the result file, which is copied as it grows.
+  const run = await engine.run(WELLS.replace(/<n_periods val="\d+"/, '<n_periods val="3200"'));
+  assert.deepEqual([run.status, run.message], ["crashed", "Out of memory"]);
+  await expectAGoodRun();
+});
+
 test("many runs do not use up the memory", async () => {
   for (let k = 0; k < 100; k += 1) {
     const deep = k % 3 === 0;
