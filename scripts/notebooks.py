@@ -44,8 +44,18 @@ def executed(path: Path, folder: Path) -> nbformat.NotebookNode:
         resources={"metadata": {"path": folder / "examples" / "notebooks"}},
     )
     client.execute(env=environment)
+    for cell in notebook.cells:
+        join_streams(cell.get("outputs", []))
     notebook.metadata["language_info"] = {"name": "python"}  # without the versions of this machine
     return notebook
+
+
+def join_streams(shown: list[nbformat.NotebookNode]) -> None:
+    """Makes one output of what a cell prints in a row; where the kernel divides it depends on how busy the machine is."""
+    for number in range(len(shown) - 1, 0, -1):
+        before, after = shown[number - 1], shown[number]
+        if before.output_type == after.output_type == "stream" and before.name == after.name:
+            before.text += shown.pop(number).text
 
 
 def outputs(notebook: nbformat.NotebookNode) -> Iterator[tuple[int, nbformat.NotebookNode]]:

@@ -35,6 +35,12 @@ def test_the_result_file_and_the_tables_are_saved(live: Live, tmp_path: Path) ->
             assert [number_or_text(cell) for cell in one] == [number_or_text(cell) for cell in other]
 
 
+def test_files_have_the_name_of_the_recipe_also_if_only_the_name_changes(live: Live, tmp_path: Path) -> None:
+    live.set(live.xml(), "renamed.xml")
+    assert live.browser.run("return document.getElementById('name').textContent") == "renamed.xml"
+    assert live.browser.downloaded(tmp_path, ".growth-files [data-file=layers]").name == "renamed-layers.csv"
+
+
 def number_or_text(cell: str) -> float | str:
     try:
         return float(cell)

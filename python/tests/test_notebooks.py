@@ -89,6 +89,14 @@ def test_a_notebook_is_stored_with_its_outputs(path):
     assert all(cell.metadata == {} for cell in notebook.cells)
 
 
+def test_what_a_cell_prints_in_a_row_is_one_output():
+    out = lambda text, name="stdout": nbformat.v4.new_output("stream", name=name, text=text)  # noqa: E731
+    table = nbformat.v4.new_output("execute_result", data={"text/plain": "5"})
+    shown = [out("a\n"), out("b\n"), out("c\n"), out("x", "stderr"), out("d"), table, out("e")]
+    notebooks.join_streams(shown)
+    assert [one.get("text", "5") for one in shown] == ["a\nb\nc\n", "x", "d", "5", "e"]
+
+
 @each_notebook
 def test_a_notebook_runs_and_shows_what_is_stored(path, tmp_path):
     stored = nbformat.read(path, as_version=4)

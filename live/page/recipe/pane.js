@@ -74,16 +74,19 @@ export function createRecipePane(node, {xml, name = "recipe.xml", examples = [],
   p.save = () => saveFile(fileName(recipeName), p.model.shownText, "application/xml");
   p.chooseUnit = (quantity, unit) => { units.choose(quantity, unit); p.refresh(); onUnits(); };
   p.open = (text, fresh) => {
+    const renamed = fresh !== recipeName;
     recipeName = fresh;
     p.selected = null;
     p.faults.clear();
     p.forcedRamps.clear();
     p.columns.clear();
     p.rowsShown = ROWS_SHOWN;
+    const before = sent;
     p.model.load(text);
     units.suit();
     selectFirst();
     show(true);
+    if (renamed && before !== null && sent === before) send(); // the same recipe under another name
   };
   p.openFile = async file => {
     if (file.size > 64e6) return onNote(`${file.name}: the file is too large for a recipe`);
