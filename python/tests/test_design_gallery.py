@@ -46,7 +46,7 @@ def test_a_structure_is_designed_from_flows_off_by_three_and_40_k(pool, tmp_path
     made = vorlen.design(
         start, EXAMPLES / "targets" / f"{name}.yaml", executor=pool, out=tmp_path / "runs", check=False
     )
-    # The contact of the ultraviolet diode directly follows a layer that has another temperature of its own.
+    # The contact of the ultraviolet diode directly follows a layer with another temperature.
     jump = "check of the designed recipe: the temperature jumps "
     assert made.success and made.runs < 25
     assert [text for text in made.warnings if name != "uv_led" or not text.startswith(jump)] == []

@@ -154,7 +154,7 @@ def test_fields_stay_while_a_number_is_typed(live: Live) -> None:
 
 
 def test_a_number_can_be_typed_through_nonsense(live: Live) -> None:
-    live.enter(f"{WELL}/P", "3.5e4", view=TABLE)  # 3.5e is not a number
+    live.enter(f"{WELL}/P", "3.5e4", view=TABLE)  # 3.5e alone is incomplete
     assert live.shown(f"{WELL}/P", view=TABLE) == "3.5e4"
     assert live.recipe()[f"{WELL}/P"] == (35000, 35000)
     assert live.text(".problems summary") != "1 error"
