@@ -1,0 +1,11 @@
+// Paths as Windows takes them.
+#pragma once
+
+#include <string>
+
+namespace vorlen {
+
+// A path in UTF-8 as UTF-16. Bytes that are not UTF-8 make it empty, which names no file.
+std::wstring wide_path(const char* path);
+
+}  // namespace vorlen
