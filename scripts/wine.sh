@@ -6,7 +6,7 @@ set -euo pipefail
 export WINEPREFIX=${WINEPREFIX:-$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build/wine}
 export WINEDEBUG=-all WINEARCH=win64
 # No menus of the desktop, no offers to install a browser or .NET.
-export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
+export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winedbg.exe="
 unset DISPLAY WAYLAND_DISPLAY
 wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
 if [ ! -x "$wine" ]; then
