@@ -13,6 +13,7 @@
 #include <numeric>
 #include <sstream>
 
+#include "platform/terminal.h"
 #include "terminal/terminal.h"
 
 namespace {
@@ -142,7 +143,7 @@ void append_csv_cell(std::string& text, const std::string& cell) {
 
 std::size_t display_width(const std::string& text) {
   const std::string plain = without_colours(text);
-  if (!use_utf8()) return character_count(plain);
+  if (!platform::uses_utf8()) return character_count(plain);
   std::size_t width = 0;
   std::mbstate_t state{};
   const char* at = plain.data();
@@ -192,7 +193,7 @@ std::string table_text(const Table& table, bool colour, std::size_t width) {
 }
 
 std::string table_for_stdout(const Table& table) {
-  return table_text(table, use_colour(stdout), terminal_width(stdout));
+  return table_text(table, use_colour(stdout), platform::terminal_width(stdout));
 }
 
 std::string csv_text(const Table& table) {
