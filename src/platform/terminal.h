@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <optional>
+#include <string>
 
 namespace platform {
 
@@ -16,5 +18,8 @@ std::size_t terminal_width(std::FILE* stream);
 
 // True if output is expected in UTF-8. On POSIX systems always false before prepare_program().
 bool uses_utf8();
+
+// The columns that a text takes on a terminal that shows UTF-8; nothing if it is not valid.
+std::optional<std::size_t> utf8_width(const std::string& text);
 
 }  // namespace platform

@@ -11,10 +11,6 @@
 
 namespace {
 
-// Their places in compared_quantities().
-constexpr std::size_t DURATION = 0;
-constexpr std::size_t THICKNESS = 1;
-constexpr std::size_t RATE = 2;
 constexpr double THIN = 1.0;  // nm; duration and rate of a thinner layer count less
 
 bool in_both(const ComparedLayer& layer) { return layer.pair.a != NO_LAYER && layer.pair.b != NO_LAYER; }
