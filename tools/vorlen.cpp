@@ -39,6 +39,7 @@ int main(int argc, char** argv) {
   CLI::App app("Simulates the growth of III-nitride alloy layers over a whole process recipe.", "vorlen");
   app.set_version_flag("--version", "vorlen " VORLEN_VERSION);
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // a word that begins with a slash is a path
   app.footer(
       "vorlen COMMAND --help describes a command, the manual page vorlen(1) describes them all.\n\n"
       "Example:\n  vorlen new algan_gan_hemt && vorlen run algan_gan_hemt.xml");

@@ -197,6 +197,7 @@ fs::path with_resolved_folder(const std::string& path) {
 }
 
 std::string identity_of(const std::string& path) {
+  if (is_device(name_in(wide_of(path)))) return "";
   std::wstring place = with_resolved_folder(link_target(path)).wstring();
   CharLowerBuffW(place.data(), static_cast<DWORD>(place.size()));
   return narrow_of(place);

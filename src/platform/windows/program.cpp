@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 
 #include "platform/windows/console.h"
 #include "platform/windows/wide_text.h"
@@ -41,6 +42,9 @@ void prepare_program() {
   // A crash shows no window, and messages are the bytes that the program writes.
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
   for (const int stream : {0, 1, 2}) _setmode(stream, _O_BINARY);
+  // Without a buffer a console would get single bytes, of which it can't make characters.
+  constexpr std::size_t BUFFER_SIZE = 65536;
+  for (std::FILE* stream : {stdout, stderr}) std::setvbuf(stream, nullptr, _IOFBF, BUFFER_SIZE);
   prepare_console();
 }
 
