@@ -3,6 +3,7 @@
 #   VORLEN_PIC                   object files may go into a shared library
 #   VORLEN_THREAD_LOCAL_OPTIONS  compiler options of the files with thread-local records
 #   VORLEN_TINYXML_SOURCE        TinyXML is compiled with this build, as there is no library of it for the target
+#   VORLEN_TINYXML_OPTIONS       its compiler options
 #   vorlen_export_only(TARGET)   gives a shared library its name and its one exported function
 #   vorlen_link_runtime(TARGET)  a program or a shared library needs no library but those of the system
 set(VORLEN_SYSTEM posix)
@@ -25,6 +26,11 @@ endif()
 set(VORLEN_TINYXML_SOURCE OFF)
 if(VORLEN_MODULE OR CMAKE_CROSSCOMPILING)
   set(VORLEN_TINYXML_SOURCE ON)
+endif()
+
+set(VORLEN_TINYXML_OPTIONS -w)
+if(WIN32)
+  list(APPEND VORLEN_TINYXML_OPTIONS -include "${PROJECT_SOURCE_DIR}/src/platform/windows/ascii_classes.h")
 endif()
 
 function(vorlen_link_runtime target)
