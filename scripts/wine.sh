@@ -24,4 +24,8 @@ if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
     }
   ) 9>"$WINEPREFIX/.vorlen-lock"
 fi
+# Wine's server, which otherwise starts with a program and keeps the program's streams open for seconds after its end.
+# It ends 10 s after the last program. If it runs already, this does nothing.
+server=$(command -v wineserver64 || command -v wineserver || echo /usr/lib/wine/wineserver64)
+"$server" -p10 </dev/null >/dev/null 2>&1 || true
 exec "$wine" "$@"
