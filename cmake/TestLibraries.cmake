@@ -6,6 +6,12 @@ if(NOT CMAKE_CROSSCOMPILING)
   return()
 endif()
 include(HostHeaders)
+
+# Tests written in Python run on the building machine. Otherwise ctest would start Python through the emulator, and Wine
+# loses the status of a program that is not one of Windows.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+set_property(TARGET Python3::Interpreter PROPERTY CROSSCOMPILING_EMULATOR "")
+
 find_path(GTEST_SOURCE googletest/src/gtest-all.cc PATHS /usr/src/googletest REQUIRED NO_CMAKE_FIND_ROOT_PATH)
 mark_as_advanced(GTEST_SOURCE)
 add_library(vorlen_gtest STATIC "${GTEST_SOURCE}/googletest/src/gtest-all.cc"
