@@ -21,7 +21,7 @@ matplotlib.use("Agg")
 
 from doc_blocks import run_page  # noqa: E402
 
-from vorlen._runs.plot import STYLE  # noqa: E402
+from vorlen._base.figures import STYLE  # noqa: E402
 
 PAGE = ROOT / "docs" / "designing-an-led.md"
 

@@ -19,6 +19,7 @@ from ._design.design import Design, DesignInterrupted, design
 from ._design.map import ProcessMap, process_map
 from ._design.window import Window, window
 from ._fit.fit import Fit, fit
+from ._observe.curve import Curve
 from ._pages.compare import compare
 from ._pages.report import report
 from ._recipe.check import RecipeWarning, check
@@ -35,6 +36,7 @@ from ._sweep.sweep import Sweep, read_sweep, sweep
 
 __all__ = [
     "BusyError",
+    "Curve",
     "Design",
     "DesignInterrupted",
     "Fit",
