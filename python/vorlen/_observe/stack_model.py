@@ -18,9 +18,10 @@ from .._base.types import Array
 from .blocks import SAME_ROD, Blocks
 from .reflections import Reflection
 
+HC = 12398.41984  # eV angstrom
 SPACE_GROUP = 186  # P6_3mc
 ANION = 0.375  # height of nitrogen above the metal, in units of c: of ideal tetrahedra
-FADED = 1e-6  # factor of the scattering amplitude of a block that only absorbs and refracts
+OUT_OF_REACH = 2.5  # qz per wavenumber of a block that only absorbs and refracts; beams reach points up to 2
 
 
 def imported_xrayutilities() -> Any:
@@ -64,13 +65,12 @@ def intensities(
         scatters = groups == group
         a = blocks.a if reflection.symmetric else np.full(len(blocks.a), blocks.a[scatters].mean())
         crystals = [
-            _crystal(x, in_plane, c, 0.0 if own else _fading(reflection, in_plane, c))
+            _crystal(x, in_plane, c) if own else _absorber(x, in_plane, c, reflection, energy)
             for x, own, in_plane, c in zip(blocks.x, scatters, a, blocks.c)
         ]
         thickness = list(blocks.thickness)
         if not infinite:
-            in_plane, c = float(a[0]), float(blocks.c[0])
-            crystals.insert(0, _crystal(blocks.x[0], in_plane, c, _fading(reflection, in_plane, c)))
+            crystals.insert(0, _absorber(blocks.x[0], a[0], blocks.c[0], reflection, energy))
             thickness.insert(0, math.inf)
         total += _simulated(crystals, thickness, reflection, energy, omega, grazing_exit, polarization, monochromator)
     return total
@@ -88,20 +88,21 @@ def rods_of(blocks: Blocks) -> Any:
     return numbers
 
 
-def _fading(reflection: Reflection, a: float, c: float) -> float:
-    """The exponent B [angstrom^2] of a Debye-Waller factor exp(-B q^2 / (4 pi)^2) that is FADED."""
-    q = math.hypot(reflection.qx(a), reflection.qz(c))
-    return -math.log(FADED) * (4.0 * math.pi / q) ** 2
+def _absorber(x: Array, a: float, c: float, reflection: Reflection, energy: float) -> Any:
+    """A crystal with the density of the one with the lattice constants a and c, but with a reflection out of reach."""
+    short = float(reflection.qz(1.0)) / (OUT_OF_REACH * 2.0 * math.pi * energy / HC)
+    return _crystal(x, a, short, short / c)
 
 
-def _crystal(x: Array, a: float, c: float, exponent: float) -> Any:
+def _crystal(x: Array, a: float, c: float, occupied: float = 1.0) -> Any:
+    """A wurtzite crystal. occupied: the share of occupied sites."""
     materials = imported_xrayutilities().materials
     elements = materials.elements
     metals = [(atom, share) for atom, share in zip((elements.In, elements.Ga, elements.Al), x) if share > 0.0]
     atoms = [atom for atom, _ in metals] + [elements.N]
     lattice = materials.SGLattice(
         SPACE_GROUP, a, c, atoms=atoms, pos=[("2b", 0.0)] * len(metals) + [("2b", ANION)],
-        occ=[share for _, share in metals] + [1.0], b=[exponent] * len(atoms),
+        occ=[occupied * share for _, share in metals] + [occupied],
     )
     return materials.Crystal("nitride", lattice)
 

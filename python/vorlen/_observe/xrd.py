@@ -28,9 +28,8 @@ from .reflections import (
     two_theta_on_rod,
 )
 from .slices import Slices
-from .stack_model import energy_of, imported_xrayutilities, intensities
+from .stack_model import HC, energy_of, imported_xrayutilities, intensities
 
-HC = 12398.41984  # eV angstrom
 BLOCKS_MAX = 2000
 POINTS, POINTS_MAX = 2001, 100_000
 POINTS_PER_FRINGE = 5  # of all that is not infinitely thick, by default
