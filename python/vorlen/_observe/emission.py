@@ -173,6 +173,8 @@ def _record(slices: Slices, emitter: Emitter, room: tuple[float, float], setting
     edges = _edges(middle[None, :], settings.temperature, settings.constants)
     row.update(gap=float(edges.gap[0]), hole="split" if edges.split[0] > edges.heavy[0] else "heavy")
     row.update(localisation=settings.constants.localisation * row["x_in"])
+    if not row["gap"] > row["localisation"]:
+        return row | {"note": "the strain closes the gap"}
     if not _is_thin(emitter):
         cells, found = _bulk(middle, row["gap"], row["hole"] == "split")
         note = f"thicker than {BULK:g} nm: levels of a well neglected" if emitter.is_well else ""
