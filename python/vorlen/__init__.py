@@ -19,6 +19,7 @@ from ._design.design import Design, DesignInterrupted, design
 from ._design.map import ProcessMap, process_map
 from ._design.window import Window, window
 from ._fit.fit import Fit, fit
+from ._observe import measured
 from ._observe.curve import Curve
 from ._pages.compare import compare
 from ._pages.report import report
@@ -56,6 +57,7 @@ __all__ = [
     "compare",
     "design",
     "fit",
+    "measured",
     "plot",
     "process_map",
     "read",
