@@ -21,7 +21,7 @@ from ._design.window import Window, window
 from ._fit.fit import Fit, fit
 from ._observe import measured
 from ._observe.curve import Curve
-from ._pages.compare import compare
+from ._pages.compare import compare, deviations
 from ._pages.report import report
 from ._recipe.check import RecipeWarning, check
 from ._recipe.recipe import Recipe
@@ -56,6 +56,7 @@ __all__ = [
     "check",
     "compare",
     "design",
+    "deviations",
     "fit",
     "measured",
     "plot",

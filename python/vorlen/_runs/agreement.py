@@ -99,12 +99,14 @@ def settings_for(method: Any, measured: Curve) -> dict[str, Any]:
 
 def checked_curves(measured: object) -> list[Curve]:
     """One or several measured curves as a list. Raises TypeError or ValueError."""
-    curves = [measured] if isinstance(measured, Curve) else list(measured) if isinstance(measured, Iterable) else [measured]
-    for curve in curves:
+    given: list[Any] = list(measured) if isinstance(measured, Iterable) else [measured]
+    curves: list[Curve] = []
+    for curve in given:
         if not isinstance(curve, Curve):
             raise TypeError(f"measured must be a Curve or a list of Curves, as vorlen.measured.read() returns, got {curve!r:.60}")
         if len(curve.x) < FEWEST_POINTS:
             raise ValueError(f"{curve.name or curve.kind} has {len(curve.x)} points; at least {FEWEST_POINTS} are needed")
+        curves.append(curve)
     if not curves:
         raise ValueError("give at least one measured curve")
     return curves
