@@ -6,7 +6,7 @@ import copy
 import functools
 import hashlib
 import re
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import TYPE_CHECKING, Any
@@ -15,10 +15,14 @@ import pandas as pd
 
 from .._base.files import as_path, read_file
 from .._base.types import PathLike
+from .._observe.bands import ROOM_TEMPERATURE
+from .._observe.emission import emission_table, settings_of
+from .._observe.slices import slices_of
 from .._recipe.recipe import Recipe
 from .._recipe.source import RecipeLike, RecipeSource
 from .._recipe.xml_bytes import RecipeError
 from .drawn import DrawnTables
+from .emitters import emitters_of
 from .export import write_csv, write_netcdf
 from .interfaces import interface_values
 from .layers import layer_values
@@ -274,6 +278,50 @@ class Run:
             or not a regular file.
         """
         return plot_run(self._drawn, kind, span, panels, path, self._own_files)
+
+    def emission(
+        self,
+        *,
+        temperature: Any = ROOM_TEMPERATURE,
+        screening: Any = 0.0,
+        field: Any = None,
+        constants: Mapping[str, Any] | None = None,
+    ) -> pd.DataFrame:
+        """The wavelength at which each well emits: a coarse guide, explained in docs/emission.md. Needs scipy.
+
+        Parameters
+        ----------
+        temperature : float, str or Quantity, optional
+            Temperature of the wells, K.
+        screening : float, optional
+            Share of the field of the polarisation that carriers and dopants screen, 0 to 1. 0 is right for undoped
+            wells at low excitation.
+        field : float, str or Quantity, optional
+            Electric field in the wells, MV/cm, negative towards the substrate. None: that of the polarisation.
+        constants : dict, optional
+            Constants that replace built-in ones, such as {"bowing_in_ga": 1.7}: a number, or a pair of number and
+            standard deviation. The names are those of the table in docs/emission.md.
+
+        Returns
+        -------
+        pandas.DataFrame
+            One row per well, numbered from 1 from the bottom up. In a structure without wells, one row per simulated
+            layer with indium or, without indium, per simulated layer, all as bulk. attrs["units"] and attrs["meanings"]
+            describe the columns, attrs["notes"] lists what is neglected. Values that are undefined are NaN, and the
+            column note has the reason.
+
+        Raises
+        ------
+        ImportError
+            If scipy is missing, or pint for a text with a unit.
+        TypeError
+            If an argument has another type.
+        ValueError
+            If an argument is out of its range, or a constant is unknown.
+        """
+        settings = settings_of(temperature, field, screening, constants)
+        emitters = emitters_of(self._layers, self._drawn.reference_height)
+        return emission_table(slices_of(self._profile, self._layers), emitters, settings)
 
     @property
     def _drawn(self) -> DrawnTables:
