@@ -56,7 +56,8 @@ class Curve:
     path : pathlib.Path or None
         The file it was read from; None if it was simulated.
     peaks : pandas.DataFrame or None
-        Positions with a label, in the columns x and label: of layers and satellites in a diffraction curve.
+        Positions on the abscissa and their names, in columns x and label: of layers and satellites in a diffraction
+        curve. A position without a name has an empty label.
     inputs : list of path or None
         Further files that no figure or table may replace, such as those of the run.
     """
@@ -175,7 +176,7 @@ class Curve:
         low, high = axes.get_xlim()
         named: list[float] = []
         for peak in self.peaks.itertuples():
-            if low <= peak.x <= high and all(abs(peak.x - other) > LABEL_ROOM * (high - low) for other in named):
+            if peak.label and low <= peak.x <= high and all(abs(peak.x - other) > LABEL_ROOM * (high - low) for other in named):
                 named.append(peak.x)
                 axes.annotate(
                     peak.label, (peak.x, 1.0), (0, 3), xycoords=axes.get_xaxis_transform(), textcoords="offset points",

@@ -33,6 +33,13 @@ class Slices(NamedTuple):
     end: Array
     layer: Rows  # number as in Run.layers, from 1
 
+    def above(self, start: int) -> Slices:
+        """The slices from number start on."""
+        return Slices(
+            self.bottom[start:], self.top[start:], self.x[start:], self.a[start:], self.eps_xx[start:],
+            self.eps_zz[start:], self.begin[start:], self.end[start:], self.layer[start:],
+        )
+
     @property
     def thickness(self) -> Array:
         """Thickness of each slice, nm."""
