@@ -273,6 +273,16 @@ def test_the_thermal_part_of_a_process_follows_its_temperatures() -> None:
     assert thermal.iloc[0] == 0.0
 
 
+def test_the_settings_of_a_curve_repeat_it() -> None:
+    run = run_of(film(10.0, **IN10))
+    for curve, repeat in (
+        (run.curvature("si", "1 mm", gradient="2 K/mm", span="all"), run.curvature),
+        (run.reflectance("0.5 um", substrate="GaN", back="polished", temperature="900 degC"), run.reflectance),
+    ):
+        again = repeat(**curve.settings)
+        assert again.settings == curve.settings and again.y == pytest.approx(curve.y, rel=1e-12)
+
+
 def test_without_the_recipe_there_is_no_thermal_part_but_a_note() -> None:
     curve = run_of(film(10.0, **IN10)).curvature(gradient="5 K/mm")
     assert curve.table["thermal"].isna().all() and (curve.y == curve.table["mismatch"]).all()
@@ -284,6 +294,8 @@ def test_a_failed_run_gives_the_curvature_up_to_its_end() -> None:
     curve = run.curvature()
     assert curve.x[-1] == run.profile["time"].iloc[-1] and np.isfinite(curve.y).all() and curve.y[-1] < 0
     rows = [*film(10.0, **IN10), row(time=2, z=math.nan, **IN10), row(time=3, z=12, **IN10)]
+    assert list(run_of(rows).curvature().x) == [0, 1]
+    rows[2] = row(time=2, z=12, x_in=-0.1, x_ga=1.1)
     assert list(run_of(rows).curvature().x) == [0, 1]
 
 

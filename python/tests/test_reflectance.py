@@ -159,7 +159,7 @@ def test_a_bragg_mirror_reaches_the_reflectance_of_the_formula() -> None:
 
 
 def test_the_growth_rate_follows_from_the_period_of_the_fringes() -> None:
-    """One period is wavelength/(2n) of growth: in the longest stage of a run, from the times of its first two minima."""
+    """One period is wavelength/(2n) of growth: from the times of the minima in the longest stage."""
     run = vorlen.run(next(path for path in EXAMPLES if path.stem == "gan_thick_ccs"))
     stage = run.layers.loc[4]
     curve = run.reflectance("633 nm")

@@ -11,9 +11,9 @@ from vorlen._observe.nitrides import NITRIDES
 from vorlen._observe.slices import Slices, alloy, slices_of
 
 
-def slices(rows: list[str], layers: list[tuple[str, float, float]]) -> Slices:
+def slices(rows: list[str], layers: list[tuple[str, float, float]], change: float = 1.0) -> Slices:
     run = vorlen.Run(result(layers, rows).encode())
-    return slices_of(run.profile, run.layers)
+    return slices_of(run.profile, run.layers, change)
 
 
 def grown(*points: tuple[float, float, float]) -> list[str]:
@@ -31,6 +31,20 @@ def test_a_slice_has_the_values_of_its_middle_and_the_times_of_its_growth() -> N
     assert found.x[0] == pytest.approx([0.2, 0.7, 0.1])
     assert (found.a[0], found.eps_xx[0], found.eps_zz[0]) == pytest.approx((3.19, -0.02, 0.008))
     assert found.layer.tolist() == [1] and found.thickness.tolist() == [4]
+
+
+def test_a_step_through_which_the_composition_changes_is_divided() -> None:
+    # 0 to 0.2 over 10 nm in 20 s, in parts of which each changes by 0.05 or less; a constant layer stays whole.
+    found = slices(grown((0, 0, 0.0), (20, 10, 0.2), (30, 15, 0.2)), [("graded", 20, 10), ("b", 10, 5)], change=0.05)
+    assert found.bottom.tolist() == [0, 2.5, 5, 7.5, 10] and found.top.tolist() == [2.5, 5, 7.5, 10, 15]
+    assert found.x[:, 0] == pytest.approx([0.025, 0.075, 0.125, 0.175, 0.2])
+    assert found.begin.tolist() == [0, 5, 10, 15, 20] and found.layer.tolist() == [1, 1, 1, 1, 2]
+
+
+def test_only_the_part_of_a_step_that_is_left_is_divided() -> None:
+    # Of the step from 0 to 0.2 over 10 nm, 2 nm are left, with a change of 0.04.
+    found = slices(grown((0, 0, 0.0), (20, 10, 0.2), (22, 2, 0.0)), [("a", 22, 2)], change=0.02)
+    assert found.top.tolist() == [1, 2] and found.x[:, 0] == pytest.approx([0.01, 0.03])
 
 
 def test_what_evaporated_again_is_not_in_the_structure() -> None:

@@ -33,6 +33,7 @@ KINDS = {
 }
 PARTS = (INDIUM, GALLIUM)  # colours of the parts of a curve, such as those of a curvature
 HEIGHT = 2.6  # inches
+LABEL_ROOM = 0.022  # of the width; labels of peaks closer than this would overlap
 
 
 @dataclass(repr=False, eq=False)
@@ -54,6 +55,9 @@ class Curve:
         What a simulation neglects, and warnings; one line each.
     path : pathlib.Path or None
         The file it was read from; None if it was simulated.
+    peaks : pandas.DataFrame or None
+        Positions on the abscissa and their names, in columns x and label: of layers and satellites in a diffraction
+        curve. A position without a name has an empty label.
     inputs : list of path or None
         Further files that no figure or table may replace, such as those of the run.
     """
@@ -64,6 +68,7 @@ class Curve:
     settings: dict[str, Any] = field(default_factory=dict)
     notes: list[str] = field(default_factory=list)
     path: Path | None = None
+    peaks: pd.DataFrame | None = None
     inputs: Sequence[PathLike | None] = ()
 
     def __post_init__(self) -> None:
@@ -150,6 +155,7 @@ class Curve:
             parts = [column for column in KINDS[self.kind].parts if column in self.table]
             for column, colour in zip(parts, PARTS):
                 axes.plot(self.x, self.table[column], color=colour, linewidth=0.8, label=column)
+            self._label_peaks(axes)
             if self.name or parts:
                 axes.legend()
             save_or_close(figure, path, self._files)
@@ -162,6 +168,21 @@ class Curve:
             axes.set_yscale("log")
         axes.set_xlabel(kind.x)
         axes.set_ylabel(kind.y)
+
+    def _label_peaks(self, axes: Axes) -> None:
+        """Names the peaks above the axes; of those that would overlap, the first one in the table."""
+        if self.peaks is None:
+            return
+        low, high = axes.get_xlim()
+        named: list[float] = []
+        for peak in self.peaks.itertuples():
+            if peak.label and low <= peak.x <= high and all(abs(peak.x - other) > LABEL_ROOM * (high - low) for other in named):
+                named.append(peak.x)
+                axes.annotate(
+                    peak.label, (peak.x, 1.0), (0, 3), xycoords=axes.get_xaxis_transform(), textcoords="offset points",
+                    rotation=35, ha="left", va="bottom", fontsize=6.5, color="#333333", annotation_clip=False,
+                )
+                axes.axvline(peak.x, color="#d0d0d0", linewidth=0.5, zorder=0)
 
     @property
     def _files(self) -> list[PathLike | None]:

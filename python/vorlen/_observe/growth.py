@@ -15,6 +15,7 @@ import pandas as pd
 from .._base.types import Array, Rows
 
 COLUMNS = ("x_in", "x_ga", "x_al", "eps_xx_t", "eps_xx_z", "rho_vd0_t")
+TOLERANCE = 1e-3  # of fractions, as for the check of result files
 # Strain that dislocations relieve for a factor e in their density: Burgers vector over twice the reaction length
 RELIEF = 3.189 / (2 * 310)
 
@@ -43,13 +44,15 @@ class Growth(NamedTuple):
 
 
 def points_of(profile: pd.DataFrame, timeline: pd.DataFrame | None) -> Points:
-    """The rows of a run up to the first one with a value that is NaN or infinite, with the temperature.
+    """The rows of a run up to the first unphysical one, with the temperature.
 
     timeline  of the recipe; None if it is unknown
-    The surface never sinks below the bottom of the first row.
+    A row is unphysical if a value is NaN or infinite or a fraction outside of 0 to 1. The surface never sinks below the
+    bottom of the first row.
     """
     rows = profile[["time", "z", *COLUMNS]].to_numpy(float)
-    broken = np.flatnonzero(~np.isfinite(rows).all(axis=1))
+    whole = np.isfinite(rows).all(axis=1) & (np.abs(rows[:, 2:5] - 0.5) <= 0.5 + TOLERANCE).all(axis=1)
+    broken = np.flatnonzero(~whole)
     rows = rows[: broken[0]] if len(broken) else rows
     simulated = np.flatnonzero(profile["active"].to_numpy()[: len(rows)])
     first, last = (simulated[0], simulated[-1]) if len(simulated) else (len(rows) - 1,) * 2

@@ -1,7 +1,8 @@
 """The finished structure as slices, from the bottom up: composition, lattice and strain of what is left of each step.
 
 A height belongs to the last step that rises through it, so that what evaporated again does not count. Between two rows
-of the result file all values are linear in the height, and a slice has those of its middle.
+of the result file all values are linear in the height; a slice has those of its middle, and a step through which the
+composition changes is divided into several slices.
 """
 
 from __future__ import annotations
@@ -14,6 +15,7 @@ import pandas as pd
 from .._base.types import Array, Mask, Rows
 from .nitrides import NITRIDES, Nitride
 
+LARGEST_CHANGE = 0.01  # of a fraction within one slice
 TIME_TOLERANCE = 1e-9  # relative; a border between layers this close to a row is at the row
 COLUMNS = ("x_in", "x_ga", "x_al", "a_eff_z", "eps_xx_z", "eps_zz_z")
 
@@ -31,16 +33,24 @@ class Slices(NamedTuple):
     end: Array
     layer: Rows  # number as in Run.layers, from 1
 
+    def above(self, start: int) -> Slices:
+        """The slices from number start on."""
+        return Slices(
+            self.bottom[start:], self.top[start:], self.x[start:], self.a[start:], self.eps_xx[start:],
+            self.eps_zz[start:], self.begin[start:], self.end[start:], self.layer[start:],
+        )
+
     @property
     def thickness(self) -> Array:
         """Thickness of each slice, nm."""
         return self.top - self.bottom
 
 
-def slices_of(profile: pd.DataFrame, layers: pd.DataFrame) -> Slices:
+def slices_of(profile: pd.DataFrame, layers: pd.DataFrame, change: float = LARGEST_CHANGE) -> Slices:
     """The slices of the finished structure, with pre-stages and post-stages; none if nothing has grown.
 
     profile, layers  the tables of a run
+    change           the largest change of a fraction within one slice
     The structure ends below the first row with a value that is NaN or infinite. The time it takes is linear in layers
     and rows.
     """
@@ -55,7 +65,13 @@ def slices_of(profile: pd.DataFrame, layers: pd.DataFrame) -> Slices:
     left = np.minimum.accumulate(z[::-1])[::-1]  # above it, nothing is left of the steps before
     bottom, top = z[:-1], left[1:]
     steps = np.flatnonzero((top > bottom) & (layer > 0))
-    bottom, top = bottom[steps], top[steps]
+    changes = np.abs(np.diff(values[:, :3], axis=0)).max(axis=1, initial=0.0)[steps]
+    changes *= (top - bottom)[steps] / np.diff(z)[steps]  # of the part that is left
+    parts = np.maximum(np.ceil(changes / change * (1.0 - TIME_TOLERANCE)), 1.0).astype(int)
+    number = np.arange(parts.sum()) - np.repeat(np.cumsum(parts) - parts, parts)  # of a slice within its step
+    steps, parts = np.repeat(steps, parts), np.repeat(parts, parts)
+    bottom, height = bottom[steps], (top - bottom)[steps]
+    bottom, top = bottom + height * (number / parts), bottom + height * ((number + 1) / parts)
 
     def at(columns: Array, height: Array) -> Array:
         share = (height - z[steps]) / (z[steps + 1] - z[steps])

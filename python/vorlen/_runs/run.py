@@ -21,6 +21,7 @@ from .._observe.curve import Curve
 from .._observe.emission import emission_table, settings_of
 from .._observe.reflectance import reflectance
 from .._observe.slices import slices_of
+from .._observe.xrd import Stack, xrd_curve
 from .._recipe.recipe import Recipe
 from .._recipe.source import RecipeLike, RecipeSource
 from .._recipe.xml_bytes import RecipeError
@@ -33,6 +34,7 @@ from .plot import PANELS, plot_run
 from .result_check import Stage, stages_of_layers, stages_of_recipe, unphysical_text
 from .result_file import ResultFileError, parse_layers, parse_profile, reaches_the_end
 from .status import check_recipe, read_matching_status, status_path
+from .structure import groups_of
 
 if TYPE_CHECKING:
     from matplotlib.figure import Figure
@@ -326,6 +328,90 @@ class Run:
         emitters = emitters_of(self._layers, self._drawn.reference_height)
         return emission_table(slices_of(self._profile, self._layers), emitters, settings)
 
+    def xrd(
+        self,
+        hkl: Sequence[int] = (0, 0, 2),
+        energy: float | str = "CuKa1",
+        *,
+        two_theta: Sequence[float] | None = None,
+        points: int | None = None,
+        resolution: float | str = 12.0,
+        background: float = 0.0,
+        reference: int | str | None = None,
+        template: str = "infinite",
+        geometry: str = "grazing exit",
+        polarization: str = "both",
+        monochromator: float = 1.0,
+    ) -> Curve:
+        """The X-ray diffraction curve of the finished structure, by dynamical theory. Needs xrayutilities.
+
+        A scan of the angle of incidence with an open detector; for planes parallel to the surface, an omega-2theta scan.
+        Strain and composition are those of the columns (z), the lattice constants are the model's.
+
+        Parameters
+        ----------
+        hkl : tuple of int, optional
+            Miller indices, three or four: (0, 0, 2), (1, 0, 5), (1, 0, -1, 5).
+        energy : float or str, optional
+            An X-ray line (CuKa1, CuKa2, CuKa12, CuKb, MoKa1, CoKa1, CoKa2), a photon energy in eV or with a unit, or a
+            wavelength with a unit ("1.5406 angstrom").
+        two_theta : pair or array of float, optional
+            Both ends of the range, or three or more angles at which the curve is computed, deg. None: around the peaks
+            of all layers.
+        points : int, optional
+            Number of points, at equal distances of omega. None: 2001, or five per fringe of the film.
+        resolution : float or str, optional
+            Full width at half maximum of a Gaussian that the curve is convoluted with, in omega: the divergence of the
+            beam, in arcsec or with a unit.
+        background : float, optional
+            Intensity to add, per that of the incident beam.
+        reference : int or str, optional
+            Number or name of the template. None: the thickest pre-stage, or the thickest layer if there are none.
+        template : str, optional
+            "infinite": the template has no lower end, and layers below it are left out; "finite": all layers are
+            there, on a substrate that does not scatter.
+        geometry : str, optional
+            "grazing exit" or "grazing incidence": which beam is flatter if the planes are inclined to the surface.
+        polarization : str, optional
+            "S" (normal to the plane of diffraction), "P" or "both".
+        monochromator : float, optional
+            For "both", the intensity of P in the incident beam per that of S: 1 without a monochromator, |cos 2theta_M|
+            for each reflection of a perfect crystal.
+
+        Returns
+        -------
+        Curve
+            Columns two_theta [deg], intensity (per that of the incident beam) and omega [deg]. settings holds the
+            arguments: run.xrd(**curve.settings) repeats the curve. peaks has positions by Bragg's law: layers, and
+            satellites of repeated layers, named SL0, SL+1, SL-1 and so on.
+
+        Raises
+        ------
+        ImportError
+            If xrayutilities is missing.
+        TypeError
+            If an argument has another type.
+        ValueError
+            If the run failed or nothing has grown; if the reflection is forbidden or can't be reached; if an argument
+            is unknown or out of range; if the structure needs too many slices.
+        """
+        return xrd_curve(
+            self._stack, hkl, energy, two_theta, points, resolution, background, reference, template, geometry,
+            polarization, monochromator,
+        )
+
+    @property
+    def _stack(self) -> Stack:
+        """The finished structure for diffraction. Raises ValueError if the run failed."""
+        if self.failed:
+            raise ValueError(f"the run failed, its structure is not complete: {self.text or self.unphysical or 'no end'}")
+        periods = [
+            (int(self._layers.index[group.first]), group.size, group.periods)
+            for group in groups_of(self._layers)
+            if group.periods > 1
+        ]
+        return Stack(slices_of(self._profile, self._layers), self._layers, periods, self._own_files)
+
     def curvature(
         self,
         substrate: str = "sapphire",
@@ -358,6 +444,7 @@ class Run:
         Curve
             Kind "curvature". Columns time [s]; curvature, mismatch, thermal [1/km], positive when the wafer is concave
             seen from the film: the sum and its parts. thermal is NaN, and not in the sum, if the recipe is unknown.
+            settings holds the arguments: run.curvature(**curve.settings) repeats the curve.
 
         Raises
         ------
@@ -409,7 +496,7 @@ class Run:
         -------
         Curve
             Kind "reflectance". Columns time [s] and reflectance [1], the reflected share of the light. The points are
-            close enough for the fringes, more than those of profile.
+            close enough for the fringes, more than those of profile. settings holds the arguments, as for curvature().
 
         Raises
         ------
