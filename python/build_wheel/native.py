@@ -28,7 +28,7 @@ CONTENTS = {"tinyxml": "libtinyxml-dev", "nettle": "nettle-dev", "fmt": "libfmt-
 
 
 def _missing_packages() -> str:
-    """A sentence that names the Debian packages for a build; on Debian, only missing ones, and empty if there are none."""
+    """A sentence that names the Debian packages for a build. On Debian, only missing ones; empty if there are none."""
     text = (TREE / "scripts" / "setup.sh").read_text("utf-8")
     found = re.search(r"^BUILD_PACKAGES=\((.*?)\)", text, re.MULTILINE | re.DOTALL)
     names = found[1].split() if found else []
@@ -43,13 +43,14 @@ def _missing_packages() -> str:
 def _run(*command: str) -> None:
     done = subprocess.run(command, stdout=sys.stderr, check=False)
     if done.returncode != 0:
-        raise SystemExit(f"vorlen can't be built: {shlex.join(command[:3])} failed, see above. {_missing_packages()}".rstrip())
+        failed = shlex.join(command[:3])
+        raise SystemExit(f"vorlen can't be built: {failed} failed, see above. {_missing_packages()}".rstrip())
 
 
 def _build() -> Path:
     """Builds everything that is installed and returns the folder that it is installed in."""
-    programs = {"cmake": shutil.which("cmake"), "ninja": shutil.which("ninja"), "pkg-config": shutil.which("pkg-config"),
-                "a C++ compiler": os.environ.get("CXX") or shutil.which("c++")}
+    programs = {name: shutil.which(name) for name in ("cmake", "ninja", "pkg-config")}
+    programs["a C++ compiler"] = os.environ.get("CXX") or shutil.which("c++")
     if absent := [name for name, place in programs.items() if not place]:
         raise SystemExit(f"vorlen can't be built without {' and '.join(absent)}. {_missing_packages()}".rstrip())
     prefix = BUILD / "prefix"

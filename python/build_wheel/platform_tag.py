@@ -61,7 +61,7 @@ def needs_of(file: Path) -> Needs:
 
 
 def _version_of(symbol_version: str) -> tuple[str, Version] | None:
-    """GLIBC_2.29 as its name and its numbers; None if there are no numbers, as in GLIBC_PRIVATE."""
+    """GLIBC_2.29 as its name and its numbers; None without numbers, as in GLIBC_PRIVATE."""
     if symbol_version == "GLIBC_ABI_DT_RELR":
         return "GLIBC", (2, 36)
     match = re.fullmatch(r"(\w+?)_([\d.]+)", symbol_version)
