@@ -14,7 +14,7 @@ from typing import Any
 
 import numpy as np
 
-from .._base.types import Array
+from .._base.types import Array, Mask
 from .blocks import SAME_ROD, Blocks
 from .reflections import Reflection
 
@@ -62,18 +62,37 @@ def intensities(
     total = np.zeros(len(omega))
     groups = np.zeros(len(blocks.a), int) if reflection.symmetric else rods_of(blocks)
     for group in range(groups.max() + 1):
-        scatters = groups == group
-        a = blocks.a if reflection.symmetric else np.full(len(blocks.a), blocks.a[scatters].mean())
+        scatters, stack = _joined_absorbers(blocks, groups == group)
+        a = stack.a if reflection.symmetric else np.full(len(stack.a), _common(stack, scatters))
         crystals = [
             _crystal(x, in_plane, c) if own else _absorber(x, in_plane, c, reflection, energy)
-            for x, own, in_plane, c in zip(blocks.x, scatters, a, blocks.c)
+            for x, own, in_plane, c in zip(stack.x, scatters, a, stack.c)
         ]
-        thickness = list(blocks.thickness)
+        thickness = list(stack.thickness)
         if not infinite:
-            crystals.insert(0, _absorber(blocks.x[0], a[0], blocks.c[0], reflection, energy))
+            crystals.insert(0, _absorber(stack.x[0], a[0], stack.c[0], reflection, energy))
             thickness.insert(0, math.inf)
         total += _simulated(crystals, thickness, reflection, energy, omega, grazing_exit, polarization, monochromator)
     return total
+
+
+def _joined_absorbers(blocks: Blocks, scatters: Mask) -> tuple[Mask, Blocks]:
+    """The blocks of which each sequence that does not scatter is joined to one block, and which of these scatter."""
+    first = np.flatnonzero(scatters | np.insert(scatters[:-1], 0, True))
+    total = np.add.reduceat(blocks.thickness, first)
+
+    def mean(values: Array) -> Array:
+        weighted: Array = (np.add.reduceat(values.T * blocks.thickness, first, axis=-1) / total).T
+        return weighted
+
+    return scatters[first], Blocks(total, mean(blocks.x), mean(blocks.a), mean(blocks.c), blocks.first[first])
+
+
+def _common(blocks: Blocks, scatters: Mask) -> float:
+    """The in-plane lattice constant of the blocks that scatter: of the lowest block if it does, otherwise the mean."""
+    if scatters[0]:
+        return float(blocks.a[0])
+    return float(np.average(blocks.a[scatters], weights=blocks.thickness[scatters]))
 
 
 def rods_of(blocks: Blocks) -> Any:
