@@ -19,8 +19,9 @@ from ._design.design import Design, DesignInterrupted, design
 from ._design.map import ProcessMap, process_map
 from ._design.window import Window, window
 from ._fit.fit import Fit, fit
+from ._observe import measured
 from ._observe.curve import Curve
-from ._pages.compare import compare
+from ._pages.compare import compare, deviations
 from ._pages.report import report
 from ._recipe.check import RecipeWarning, check
 from ._recipe.recipe import Recipe
@@ -55,7 +56,9 @@ __all__ = [
     "check",
     "compare",
     "design",
+    "deviations",
     "fit",
+    "measured",
     "plot",
     "process_map",
     "read",
