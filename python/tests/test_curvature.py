@@ -15,6 +15,8 @@ from scipy.sparse.linalg import spsolve
 import vorlen
 from support import EXAMPLES, V_DEFECTS, failed_run, failing_recipe, result, row
 from vorlen._observe.curvature import curvature
+from vorlen._observe.growth import growth_of, points_of, summed
+from vorlen._observe.slices import slices_of
 from vorlen._observe.substrates import SUBSTRATES, substrate_named
 
 SAPPHIRE = 606.4  # GPa, C11 + C12 - 2 C13^2/C33 of 497.3, 162.8, 116.0, 500.9
@@ -269,7 +271,7 @@ def test_the_thermal_part_of_a_process_follows_its_temperatures() -> None:
     well = thermal[(thermal.index > 7610) & (thermal.index < 7679)]
     height = 4512e-9
     stoney = -6e3 * 449.6 * (7.28e-6 - 5.59e-6) * 290 * height / (SAPPHIRE * 430e-6**2)
-    assert well.to_numpy() == pytest.approx(stoney, rel=0.05)  # thick films bend less, by 4 h_f/h_s
+    assert well.to_numpy() == pytest.approx(stoney, rel=0.03)  # 2 % less, by 2 h_f/h_s
     assert thermal.iloc[0] == 0.0
 
 
@@ -281,6 +283,16 @@ def test_the_settings_of_a_curve_repeat_it() -> None:
     ):
         again = repeat(**curve.settings)
         assert again.settings == curve.settings and again.y == pytest.approx(curve.y, rel=1e-12)
+
+
+def test_what_is_left_at_the_end_is_the_finished_structure() -> None:
+    """The sums over the film at the last point are those over its slices, which are found from the end backwards."""
+    run = vorlen.run(next(path for path in EXAMPLES if path.stem == "blue_led"))
+    assert (np.diff(run.profile["z"]) < 0).sum() > 50  # a little evaporates in the ramps
+    growth, slices = growth_of(points_of(run.profile, None)), slices_of(run.profile, run.layers)
+    parts = (growth.top - growth.bottom)[:, None] * np.column_stack((growth.x, growth.final))
+    expected = slices.thickness @ np.column_stack((slices.x, slices.eps_xx))
+    assert summed(growth.below, parts)[-1] == pytest.approx(expected, rel=1e-9)
 
 
 def test_without_the_recipe_there_is_no_thermal_part_but_a_note() -> None:
