@@ -15,8 +15,10 @@ from .._base.types import Array, Rows
 from .reflections import Reflection
 from .slices import Slices, alloy
 
-PHASE = 0.02  # largest phase error of a block, rad
-SAME_ROD = 1e-4  # relative difference of the in-plane lattice constants of blocks that scatter on one rod
+PHASE = 0.005  # largest phase error of a block, rad
+# Relative difference of the in-plane lattice constants of blocks whose waves interfere: a lateral coherence length of a
+# quarter of a micrometre, as between grains of nitrides on sapphire
+SAME_ROD = 1e-3
 CHANGE = 0.05  # largest difference of a fraction within a block: of its scattering power
 
 

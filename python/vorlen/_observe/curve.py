@@ -176,7 +176,8 @@ class Curve:
         low, high = axes.get_xlim()
         named: list[float] = []
         for peak in self.peaks.itertuples():
-            if peak.label and low <= peak.x <= high and all(abs(peak.x - other) > LABEL_ROOM * (high - low) for other in named):
+            room = LABEL_ROOM * (high - low)
+            if peak.label and low <= peak.x <= high and all(abs(peak.x - other) > room for other in named):
                 named.append(peak.x)
                 axes.annotate(
                     peak.label, (peak.x, 1.0), (0, 3), xycoords=axes.get_xaxis_transform(), textcoords="offset points",

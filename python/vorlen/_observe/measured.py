@@ -27,10 +27,10 @@ AXES: dict[str, tuple[tuple[str, ...], str]] = {  # what the two columns of a cu
     "emission": (("wavelength", "energy"), "intensity"),
 }
 SETTINGS = {  # what a simulation of the same curve may need to know, by kind
-    "xrd": ("hkl", "energy"),
-    "curvature": ("substrate", "thickness"),
-    "reflectance": ("wavelength", "substrate"),
-    "emission": (),
+    "xrd": ("hkl", "energy", "resolution", "reference", "template", "geometry", "polarization", "monochromator"),
+    "curvature": ("substrate", "thickness", "gradient", "span"),
+    "reflectance": ("wavelength", "substrate", "thickness", "back", "temperature", "span"),
+    "emission": ("temperature", "screening", "field", "constants"),
 }
 MEANINGS = {
     "two_theta": "angle between the incident and the diffracted beam", "omega": "angle of incidence",

@@ -1,6 +1,7 @@
 """Reflections of wurtzite crystals with a c-plane surface: where they are in reciprocal space, and their angles.
 
-Reciprocal lengths are 2 pi / d, in 1/angstrom. The x axis is in the surface, in the plane of diffraction; z is the normal.
+Reciprocal lengths are 2 pi / d, in 1/angstrom. The x axis is in the surface and in the plane of diffraction; z is the
+normal of the surface.
 """
 
 from __future__ import annotations
@@ -100,6 +101,6 @@ def check_reach(reflection: Reflection, qx: float, qz: float, wavenumber: float)
         )
     if two_theta - omega < GRAZING:
         raise ValueError(
-            f"{reflection} can't be reached with {wavelength:.4g} angstrom from the surface: its planes are inclined by "
-            f"{omega - two_theta / 2.0:.4g} deg, but the Bragg angle is {two_theta / 2.0:.4g} deg"
+            f"{reflection} can't be reached from the surface with {wavelength:.4g} angstrom: its planes are inclined "
+            f"by {omega - two_theta / 2.0:.4g} deg, but the Bragg angle is {two_theta / 2.0:.4g} deg"
         )

@@ -15,7 +15,7 @@ import pandas as pd
 from .._base.types import Array, Mask, Rows
 from .nitrides import NITRIDES, Nitride
 
-LARGEST_CHANGE = 0.01  # of a fraction within one slice
+LARGEST_CHANGE = 0.005  # of a fraction within one slice
 TIME_TOLERANCE = 1e-9  # relative; a border between layers this close to a row is at the row
 COLUMNS = ("x_in", "x_ga", "x_al", "a_eff_z", "eps_xx_z", "eps_zz_z")
 

@@ -9,18 +9,21 @@ are those of xrayutilities.
 
 from __future__ import annotations
 
+import copy
+import functools
 import math
 from typing import Any
 
 import numpy as np
 
-from .._base.types import Array
+from .._base.types import Array, Mask
 from .blocks import SAME_ROD, Blocks
 from .reflections import Reflection
 
 HC = 12398.41984  # eV angstrom
 SPACE_GROUP = 186  # P6_3mc
 ANION = 0.375  # height of nitrogen above the metal, in units of c: of ideal tetrahedra
+Q_MAX, Q_STEP = 40.0, 0.05  # 1/angstrom, of the table of scattering factors
 OUT_OF_REACH = 2.5  # qz per wavenumber of a block that only absorbs and refracts; beams reach points up to 2
 
 
@@ -62,18 +65,37 @@ def intensities(
     total = np.zeros(len(omega))
     groups = np.zeros(len(blocks.a), int) if reflection.symmetric else rods_of(blocks)
     for group in range(groups.max() + 1):
-        scatters = groups == group
-        a = blocks.a if reflection.symmetric else np.full(len(blocks.a), blocks.a[scatters].mean())
+        scatters, stack = _joined_absorbers(blocks, groups == group)
+        a = stack.a if reflection.symmetric else np.full(len(stack.a), _common(stack, scatters))
         crystals = [
             _crystal(x, in_plane, c) if own else _absorber(x, in_plane, c, reflection, energy)
-            for x, own, in_plane, c in zip(blocks.x, scatters, a, blocks.c)
+            for x, own, in_plane, c in zip(stack.x, scatters, a, stack.c)
         ]
-        thickness = list(blocks.thickness)
+        thickness = list(stack.thickness)
         if not infinite:
-            crystals.insert(0, _absorber(blocks.x[0], a[0], blocks.c[0], reflection, energy))
+            crystals.insert(0, _absorber(stack.x[0], a[0], stack.c[0], reflection, energy))
             thickness.insert(0, math.inf)
         total += _simulated(crystals, thickness, reflection, energy, omega, grazing_exit, polarization, monochromator)
     return total
+
+
+def _joined_absorbers(blocks: Blocks, scatters: Mask) -> tuple[Mask, Blocks]:
+    """The blocks of which each sequence that does not scatter is joined to one block, and which of these scatter."""
+    first = np.flatnonzero(scatters | np.insert(scatters[:-1], 0, True))
+    total = np.add.reduceat(blocks.thickness, first)
+
+    def mean(values: Array) -> Array:
+        weighted: Array = (np.add.reduceat(values.T * blocks.thickness, first, axis=-1) / total).T
+        return weighted
+
+    return scatters[first], Blocks(total, mean(blocks.x), mean(blocks.a), mean(blocks.c), blocks.first[first])
+
+
+def _common(blocks: Blocks, scatters: Mask) -> float:
+    """The in-plane lattice constant of the blocks that scatter: of the lowest block if it does, otherwise the mean."""
+    if scatters[0]:
+        return float(blocks.a[0])
+    return float(np.average(blocks.a[scatters], weights=blocks.thickness[scatters]))
 
 
 def rods_of(blocks: Blocks) -> Any:
@@ -97,14 +119,27 @@ def _absorber(x: Array, a: float, c: float, reflection: Reflection, energy: floa
 def _crystal(x: Array, a: float, c: float, occupied: float = 1.0) -> Any:
     """A wurtzite crystal. occupied: the share of occupied sites."""
     materials = imported_xrayutilities().materials
-    elements = materials.elements
-    metals = [(atom, share) for atom, share in zip((elements.In, elements.Ga, elements.Al), x) if share > 0.0]
-    atoms = [atom for atom, _ in metals] + [elements.N]
+    metals = [(_atom(name), share) for name, share in zip(("In", "Ga", "Al"), x) if share > 0.0]
+    atoms = [atom for atom, _ in metals] + [_atom("N")]
     lattice = materials.SGLattice(
         SPACE_GROUP, a, c, atoms=atoms, pos=[("2b", 0.0)] * len(metals) + [("2b", ANION)],
         occ=[occupied * share for _, share in metals] + [occupied],
     )
     return materials.Crystal("nitride", lattice)
+
+
+@functools.cache
+def _atom(name: str) -> Any:
+    """An element of xrayutilities that reads its scattering factors from the database once, not at each call."""
+    from scipy.interpolate import CubicSpline
+
+    element = getattr(imported_xrayutilities().materials.elements, name)
+    atom, source = copy.deepcopy(element), copy.deepcopy(element)  # crystals copy their atoms: keep them small
+    q = np.linspace(0.0, Q_MAX, int(Q_MAX / Q_STEP) + 1)
+    f0 = CubicSpline(q, source.f0(q))
+    dispersion = functools.cache(lambda energy: source.f1(energy) + 1j * source.f2(energy))
+    atom.f = lambda q, en: f0(q) + dispersion(en)
+    return atom
 
 
 def _simulated(

@@ -38,6 +38,7 @@ MARGIN, MARGIN_MAX = 0.6, 2.5  # deg of 2 theta beyond the outermost layer, by d
 SATELLITES = 2.5  # distances of satellites in that margin
 ORDERS = 5  # of satellites, on both sides
 SMALLEST_STEP = 0.005  # fraction; smaller changes make no satellites
+TEMPLATE_MIN = 300.0  # nm; a thinner pre-stage is a nucleation layer
 THIN = 0.5  # nm; thinner layers have no peak
 FWHM = 2.0 * math.sqrt(2.0 * math.log(2.0))  # full width at half maximum per standard deviation
 GEOMETRIES = ("grazing incidence", "grazing exit")
@@ -111,7 +112,7 @@ def xrd_curve(
 def _blocks_above(
     slices: Slices, number: int, template: str, reflection: Reflection, phase: float
 ) -> tuple[Blocks, int]:
-    """The blocks of the curve, and the lowest slice in it. With an infinite template, its thickest block is the first."""
+    """The blocks of the curve, and the lowest slice in it. An infinite template is the thickest block of its layer."""
     blocks = blocks_of(slices, reflection, phase)
     start = 0
     if template == "infinite":
@@ -166,8 +167,9 @@ def _check_choice(name: str, value: Any, choices: Sequence[str]) -> None:
 
 
 def reference_layer(layers: pd.DataFrame, slices: Slices, reference: Any) -> int:
-    """The number of the reference layer: given as number or name; by default the thickest pre-stage, or layer.
+    """The number of the reference layer: given as number or name.
 
+    By default the thickest pre-stage, or the thickest layer if no pre-stage is a template by its thickness.
     Raises TypeError or ValueError, also if nothing is left of the layer.
     """
     if not len(slices.layer):
@@ -176,11 +178,12 @@ def reference_layer(layers: pd.DataFrame, slices: Slices, reference: Any) -> int
     if reference is None:
         thickness = pd.Series(slices.thickness).groupby(slices.layer).sum()
         below = thickness[(layers["kind"][thickness.index] == "pre").to_numpy()]
-        return int((below if len(below) else thickness).idxmax())
+        return int((below if below.max() >= TEMPLATE_MIN else thickness).idxmax())
     if isinstance(reference, str):
         numbers = layers.index[layers["name"] == reference]
         if not len(numbers):
-            raise ValueError(f"reference: no layer is named {reference!r}; there are {', '.join(layers['name'].unique())}")
+            names = ", ".join(layers["name"].unique())
+            raise ValueError(f"reference: no layer is named {reference!r}; there are {names}")
         number = int(numbers[0])
     elif isinstance(reference, bool) or not hasattr(reference, "__index__"):
         raise TypeError(f"reference must be the number or the name of a layer, got {reference!r}")
@@ -258,7 +261,9 @@ def _smoothed(values: Array, step: float, width: float) -> Array:
 # ---- positions of layers and satellites
 
 
-def _peaks(stack: Stack, bottom: int, number: int, reflection: Reflection, sign: float, wavenumber: float) -> pd.DataFrame:
+def _peaks(
+    stack: Stack, bottom: int, number: int, reflection: Reflection, sign: float, wavenumber: float
+) -> pd.DataFrame:
     """Positions by Bragg's law: the reference layer, satellites of repeated layers, the other layers.
 
     Columns: label, kind (layer, satellite, or part for a layer of a repeated group, whose label is empty), order (of a

@@ -1,7 +1,7 @@
 """Comparisons: several runs on one page, or a run with measured curves.
 
     vorlen.compare([a, b], "page.html")   or vorlen compare A B -o page.html
-    vorlen.compare(run, scan)             a figure, drawn by agreement_figure.py
+    vorlen.compare(run, scan)             a figure, drawn by plot_agreement.py
 
 For pages of runs, this module gathers the content: the layers with their differences, which `vorlen diff` computes, and those of the
 recipes. The layout is in assets/compare.html, compare.css and compare.js; compare_charts.py makes the charts' data.
@@ -27,9 +27,9 @@ from .._runs.agreement import (
     shifts_of,
 )
 from .._runs.compare_layers import Pair, compared_layers, pairs_of
+from .._runs.plot_agreement import draw_agreements
 from .._runs.plot_runs import named_runs
 from .._runs.run import Run
-from .agreement_figure import draw_agreements
 from .compare_charts import RUN_COLOURS, compare_charts
 from .compare_recipes import recipe_differences
 from .compare_table import all_zero, grouped_lines, layer_lines, layers_csv, shown_quantities

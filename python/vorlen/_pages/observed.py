@@ -15,8 +15,8 @@ from .._base.types import Array
 from .._observe.curve import KINDS, Curve
 from .._observe.matching import UNITS, smallest_intensity
 from .._runs.agreement import COLUMNS, Agreement, agreement_table
+from .._runs.plot_agreement import agreement_text
 from .._runs.run import Run
-from .agreement_figure import agreement_text
 from .numbers import MISSING, number
 from .page import page
 
@@ -29,6 +29,10 @@ SETTINGS = {  # in words, below a chart
     "hkl": "reflection {}", "energy": "{}", "substrate": "substrate {}", "wavelength": "{}", "thickness": "{} thick",
     "two_theta": "",
 }
+WELL_COLUMNS = (  # of the many of Run.emission()
+    "layer", "name", "thickness", "x_in", "x_al", "field", "overlap", "energy", "wavelength", "wavelength_low",
+    "wavelength_high", "note",
+)
 MAX_POINTS = 4000  # of a curve in a chart; files have all
 DIGITS = 7
 PARTS = {"mismatch": "indium", "thermal": "warm"}  # colours of the parts of a curvature
@@ -98,7 +102,7 @@ def observed_page(run: Run, measured: Sequence[Agreement] = (), found: Observed 
 
 def observed_section(found: Observed, name: str) -> dict[str, Any]:
     """What the layout shows: charts, tables for files, rows of wells and of agreements."""
-    drawn = [(_of_agreement(one, name), table_of(one)) for one in found.agreements]
+    drawn = [(_of_agreement(one, name), one.table()) for one in found.agreements]
     drawn += [(_of_curve(curve), curve.table) for curve in found.curves]
     charts, tables = [chart for chart, _ in drawn], {}
     for place, (chart, table) in enumerate(drawn, 1):
@@ -114,17 +118,6 @@ def observed_section(found: Observed, name: str) -> dict[str, Any]:
         section["numbers"] = table.to_dict("records")
         tables["deviations"] = {"name": f"{name}-deviations.csv", "text": table[[column for column, *_ in COLUMNS]].to_csv(index=False)}
     return section
-
-
-def table_of(agreement: Agreement) -> pd.DataFrame:
-    """The points of an agreement: the measured table, and the simulated curve where it is compared."""
-    table = agreement.measured.table.copy()
-    if agreement.match is not None:
-        match = agreement.match
-        x, y = table.columns[:2]
-        compared = pd.DataFrame({x: match.x, f"simulated_{y}": match.simulated, "deviation": match.deviations})
-        table = table.merge(compared, on=x, how="left")
-    return table
 
 
 def _of_curve(curve: Curve) -> dict[str, Any]:
@@ -213,7 +206,9 @@ def _rounded(values: Array) -> list[float | None]:
 def _wells(table: pd.DataFrame) -> dict[str, Any]:
     """The table of wells: headings with units, and rows of texts."""
     units = table.attrs.get("units", {})
-    columns = [column for column in table if not table[column].isna().all() or column == "wavelength"]
+    columns = [column for column in WELL_COLUMNS if column in table]
+    if "note" in columns and not table["note"].astype(bool).any():
+        columns.remove("note")
     headings = []
     for column in columns:
         unit = units.get(column, "")

@@ -59,6 +59,17 @@ class Agreement(NamedTuple):
             row |= {"scale": self.match.scale, "background": self.match.background}
         return row
 
+    def table(self) -> pd.DataFrame:
+        """The measured points, and the simulated curve and the deviations where these are compared."""
+        table = self.measured.table.copy()
+        if self.match is not None:
+            x, y = table.columns[:2]
+            compared = pd.DataFrame(
+                {x: self.match.x, f"simulated_{y}": self.match.simulated, "deviation": self.match.deviations}
+            )
+            table = table.merge(compared, on=x, how="left")
+        return table
+
 
 def agreement_of(run: Run, measured: Curve, shifts: Range) -> Agreement:
     """The agreement of one curve. Raises as the method of Run that simulates it, and as places_of()."""

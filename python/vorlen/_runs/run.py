@@ -21,10 +21,11 @@ from .._observe.curve import Curve
 from .._observe.emission import emission_table, settings_of
 from .._observe.reflectance import reflectance
 from .._observe.slices import slices_of
-from .._observe.xrd import Stack, xrd_curve
+from .._observe.xrd import Stack
 from .._recipe.recipe import Recipe
 from .._recipe.source import RecipeLike, RecipeSource
 from .._recipe.xml_bytes import RecipeError
+from .diffraction import Diffraction
 from .drawn import DrawnTables
 from .emitters import emitters_of
 from .export import write_csv, write_netcdf
@@ -70,7 +71,7 @@ class SimulationError(RuntimeError):
 
 
 @dataclass(repr=False, eq=False)
-class Run:
+class Run(Diffraction):
     """The result of one simulation, complete or failed, from run() or read().
 
     The table is parsed when it is first used. profile, layers, interfaces and recipe are copies, which may be changed:
@@ -328,83 +329,12 @@ class Run:
         emitters = emitters_of(self._layers, self._drawn.reference_height)
         return emission_table(slices_of(self._profile, self._layers), emitters, settings)
 
-    def xrd(
-        self,
-        hkl: Sequence[int] = (0, 0, 2),
-        energy: float | str = "CuKa1",
-        *,
-        two_theta: Sequence[float] | None = None,
-        points: int | None = None,
-        resolution: float | str = 12.0,
-        background: float = 0.0,
-        reference: int | str | None = None,
-        template: str = "infinite",
-        geometry: str = "grazing exit",
-        polarization: str = "both",
-        monochromator: float = 1.0,
-    ) -> Curve:
-        """The X-ray diffraction curve of the finished structure, by dynamical theory. Needs xrayutilities.
-
-        A scan of the angle of incidence with an open detector; for planes parallel to the surface, an omega-2theta scan.
-        Strain and composition are those of the columns (z), the lattice constants are the model's.
-
-        Parameters
-        ----------
-        hkl : tuple of int, optional
-            Miller indices, three or four: (0, 0, 2), (1, 0, 5), (1, 0, -1, 5).
-        energy : float or str, optional
-            An X-ray line (CuKa1, CuKa2, CuKa12, CuKb, MoKa1, CoKa1, CoKa2), a photon energy in eV or with a unit, or a
-            wavelength with a unit ("1.5406 angstrom").
-        two_theta : pair or array of float, optional
-            Both ends of the range, or three or more angles at which the curve is computed, deg. None: around the peaks
-            of all layers.
-        points : int, optional
-            Number of points, at equal distances of omega. None: 2001, or five per fringe of the film.
-        resolution : float or str, optional
-            Full width at half maximum of a Gaussian that the curve is convoluted with, in omega: the divergence of the
-            beam, in arcsec or with a unit.
-        background : float, optional
-            Intensity to add, per that of the incident beam.
-        reference : int or str, optional
-            Number or name of the template. None: the thickest pre-stage, or the thickest layer if there are none.
-        template : str, optional
-            "infinite": the template has no lower end, and layers below it are left out; "finite": all layers are
-            there, on a substrate that does not scatter.
-        geometry : str, optional
-            "grazing exit" or "grazing incidence": which beam is flatter if the planes are inclined to the surface.
-        polarization : str, optional
-            "S" (normal to the plane of diffraction), "P" or "both".
-        monochromator : float, optional
-            For "both", the intensity of P in the incident beam per that of S: 1 without a monochromator, |cos 2theta_M|
-            for each reflection of a perfect crystal.
-
-        Returns
-        -------
-        Curve
-            Columns two_theta [deg], intensity (per that of the incident beam) and omega [deg]. settings holds the
-            arguments: run.xrd(**curve.settings) repeats the curve. peaks has positions by Bragg's law: layers, and
-            satellites of repeated layers, named SL0, SL+1, SL-1 and so on.
-
-        Raises
-        ------
-        ImportError
-            If xrayutilities is missing.
-        TypeError
-            If an argument has another type.
-        ValueError
-            If the run failed or nothing has grown; if the reflection is forbidden or can't be reached; if an argument
-            is unknown or out of range; if the structure needs too many slices.
-        """
-        return xrd_curve(
-            self._stack, hkl, energy, two_theta, points, resolution, background, reference, template, geometry,
-            polarization, monochromator,
-        )
-
     @property
     def _stack(self) -> Stack:
         """The finished structure for diffraction. Raises ValueError if the run failed."""
         if self.failed:
-            raise ValueError(f"the run failed, its structure is not complete: {self.text or self.unphysical or 'no end'}")
+            why = self.text or self.unphysical or "its table ends early"
+            raise ValueError(f"the run failed, so its structure is not complete: {why}")
         periods = [
             (int(self._layers.index[group.first]), group.size, group.periods)
             for group in groups_of(self._layers)

@@ -1,4 +1,4 @@
-"""The figure of vorlen.compare(run, measured): each simulated curve over the measured one, and their deviations."""
+"""Figures of a run and measured curves: each simulated curve over the measured one, and their deviations."""
 
 from __future__ import annotations
 
@@ -11,7 +11,7 @@ from .._base.figures import BLACK, GALLIUM, INDIUM, STYLE, WIDTH, check_figure, 
 from .._base.types import PathLike
 from .._observe.curve import KINDS
 from .._observe.matching import UNITS, smallest_intensity
-from .._runs.agreement import Agreement
+from .agreement import Agreement
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
@@ -29,17 +29,24 @@ def draw_agreements(
     inputs = list(inputs)
     if path is not None:
         check_figure(path, inputs)  # before the work
-    heights = [height for one in agreements for height in ((HEIGHT,) if one.match is None else (HEIGHT, SMALL))]
     with plt.rc_context(STYLE):
-        figure, grid = plt.subplots(
-            len(heights), 1, squeeze=False, figsize=(WIDTH, sum(heights) + 0.5 * len(agreements)), height_ratios=heights,
-            layout="constrained",
-        )
-        panels = iter(grid[:, 0])
-        for one in agreements:
-            draw_agreement(next(panels), None if one.match is None else next(panels), one, name)
+        figure = plt.figure(figsize=(WIDTH, height_of(agreements)), layout="constrained")
+        draw_into(figure, agreements, [name] * len(agreements))
         save_or_close(figure, path, inputs)
     return figure
+
+
+def height_of(agreements: Sequence[Agreement]) -> float:
+    """Height of the panels in inches."""
+    return sum(HEIGHT + 0.5 + (0.0 if one.match is None else SMALL) for one in agreements)
+
+
+def draw_into(figure: Any, agreements: Sequence[Agreement], names: Sequence[str]) -> None:
+    """Draws all panels into a figure or a part of one. names: of the simulated curves."""
+    heights = [height for one in agreements for height in ((HEIGHT,) if one.match is None else (HEIGHT, SMALL))]
+    panels = iter(figure.subplots(len(heights), 1, squeeze=False, gridspec_kw={"height_ratios": heights})[:, 0])
+    for one, name in zip(agreements, names):
+        draw_agreement(next(panels), None if one.match is None else next(panels), one, name)
 
 
 def draw_agreement(axes: Axes, below: Axes | None, agreement: Agreement, name: str) -> None:
