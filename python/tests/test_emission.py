@@ -288,6 +288,16 @@ def test_a_layer_that_is_not_in_the_slices_is_unknown() -> None:
     assert emission_table(nothing, [missing], settings_of())["note"][1] == "unknown composition"
 
 
+def test_values_without_a_meaning_are_not_shown() -> None:
+    row = rows(stack((50, 0, 0), (3, 1.4, 0), (50, 0, 0)), 1).loc[1]
+    assert row["note"] == "unphysical composition" and math.isnan(row["gap"]) and row["x_in"] > 1.3
+    row = single(6.0, 1.0)
+    assert row["note"] == "the strain closes the gap" and math.isnan(row["energy_flat"])
+    assert math.isnan(single(20.0, 1.0)["wavelength_flat"])
+    row = single(6.0, 0.5)
+    assert row["note"] == "the field closes the gap" and math.isnan(row["energy"]) and row["energy_flat"] > 0.0
+
+
 # ---- standard deviations
 
 

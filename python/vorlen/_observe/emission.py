@@ -29,6 +29,7 @@ CELL = 0.05  # nm
 TAIL = 15.0  # nm, how far the barrier continues, without a field, beyond the part that belongs to a well
 OUTER = 10.0  # nm of barrier that belong to a single well on each side, at most
 BULK = 15.0  # nm, thickness of the thickest layer with levels of a well
+SLACK = 0.01  # by which a fraction may be outside of 0 to 1
 THIN = 3.0  # nm, thickness of a barrier below which wells couple
 
 # name, unit, meaning of the columns of Run.emission()
@@ -167,9 +168,13 @@ def _record(slices: Slices, emitter: Emitter, room: tuple[float, float], setting
     if middle is None:
         return row | {"note": "unknown composition"}
     row.update(zip(("x_in", "x_ga", "x_al", "eps_xx"), middle))
+    if not -SLACK <= middle[:3].min() <= middle[:3].max() <= 1.0 + SLACK:
+        return row | {"note": "unphysical composition"}
     edges = _edges(middle[None, :], settings.temperature, settings.constants)
     row.update(gap=float(edges.gap[0]), hole="split" if edges.split[0] > edges.heavy[0] else "heavy")
     row.update(localisation=settings.constants.localisation * row["x_in"])
+    if not row["gap"] > row["localisation"]:
+        return row | {"note": "the strain closes the gap"}
     if not _is_thin(emitter):
         cells, found = _bulk(middle, row["gap"], row["hole"] == "split")
         note = f"thicker than {BULK:g} nm: levels of a well neglected" if emitter.is_well else ""
@@ -189,6 +194,8 @@ def _record(slices: Slices, emitter: Emitter, room: tuple[float, float], setting
     found = _transition(cells, _drop(cells, settings, settings.constants), settings)
     if found.unbound:
         return row | {"note": f"{found.unbound} not bound in the field"}
+    if not found.energy > row["localisation"]:
+        return row | {"note": "the field closes the gap"}
     electron, hole = found.density
     row.update(hole="split" if found.is_split else "heavy", overlap=float(np.sqrt(electron * hole).sum() ** 2))
     return row | _with_error(cells, found, row["x_in"], settings) | {"note": _note(cells, room)}
