@@ -25,3 +25,18 @@ def as_measured(curve: vorlen.Curve, seed: int | None = 1, *, scale: float = 1.0
 
 def over_time(kind: str, times: object, values: object, name: str = "sensor") -> vorlen.Curve:
     return vorlen.Curve(kind, pd.DataFrame({"time": times, kind: values}), name)
+
+
+def kinematic(run: vorlen.Run, hkl: object = (0, 0, 2), *, two_theta: np.ndarray) -> vorlen.Curve:
+    """A diffraction curve in microseconds: a peak of the template beside the fringes of one thin layer.
+
+    For tests of many fits, instead of Run.xrd.
+    """
+    layer = run.layers.loc[2]
+    spacing = 2.5925 * (1.0 + 0.16 * layer.x_in)  # angstrom, between planes 002; InGaN strained to GaN
+    q = 4.0 * np.pi / 1.5406 * np.sin(np.radians(0.5 * two_theta))
+    phase = 0.5 * 10.0 * layer.thickness * (q - 2.0 * np.pi / spacing)
+    film = 1e-5 * (layer.thickness * np.sinc(phase / np.pi)) ** 2
+    intensity = 1.0 / (1.0 + ((two_theta - 34.57) / 0.01) ** 2) + film + 1e-7
+    table = pd.DataFrame({"two_theta": two_theta, "intensity": intensity})
+    return vorlen.Curve("xrd", table)
