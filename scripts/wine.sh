@@ -6,7 +6,7 @@ set -euo pipefail
 export WINEPREFIX=${WINEPREFIX:-$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build/wine}
 export WINEDEBUG=-all WINEARCH=win64
 # No menus of the desktop, no offers to install a browser or .NET.
-export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe="
+export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winedbg.exe="
 unset DISPLAY WAYLAND_DISPLAY
 wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
 if [ ! -x "$wine" ]; then
@@ -24,4 +24,8 @@ if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
     }
   ) 9>"$WINEPREFIX/.vorlen-lock"
 fi
+# Wine's server, which otherwise starts with a program and keeps the program's streams open for seconds after its end.
+# It ends 10 s after the last program. If it runs already, this does nothing.
+server=$(command -v wineserver64 || command -v wineserver || echo /usr/lib/wine/wineserver64)
+"$server" -p10 </dev/null >/dev/null 2>&1 || true
 exec "$wine" "$@"

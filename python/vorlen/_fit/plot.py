@@ -8,9 +8,8 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
+from .._base.figures import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK, STYLE, check_figure, save_figure
 from .._base.types import PathLike
-from .._runs.drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
-from .._runs.plot import STYLE, check_figure, save_figure
 from .._sweep.table import UNITS
 
 if TYPE_CHECKING:

@@ -1,0 +1,124 @@
+"""Dynamical diffraction of a stack of nitride crystals, by xrayutilities' DynamicalModel.
+
+The model solves the two-beam dispersion equation with its four solutions in each block and joins them at the
+interfaces, for reflections in any coplanar geometry; unlike Takagi and Taupin's equations it needs no reference
+lattice. See S. A. Stepanov, E. A. Kondrashkina, R. Koehler, D. V. Novikov, G. Materlik, S. M. Durbin, Physical Review B
+57, 4829 (1998). Each block is a crystal of its own with the strained lattice constants given. Atomic scattering factors
+are those of xrayutilities.
+"""
+
+from __future__ import annotations
+
+import math
+from typing import Any
+
+import numpy as np
+
+from .._base.types import Array
+from .blocks import SAME_ROD, Blocks
+from .reflections import Reflection
+
+HC = 12398.41984  # eV angstrom
+SPACE_GROUP = 186  # P6_3mc
+ANION = 0.375  # height of nitrogen above the metal, in units of c: of ideal tetrahedra
+OUT_OF_REACH = 2.5  # qz per wavenumber of a block that only absorbs and refracts; beams reach points up to 2
+
+
+def imported_xrayutilities() -> Any:
+    """The package xrayutilities. Raises ImportError with a hint if it is missing."""
+    try:
+        import xrayutilities
+        import xrayutilities.simpack
+    except ImportError as error:
+        raise ImportError(
+            "diffraction curves need xrayutilities: install python3-xrayutilities (Debian) or xrayutilities (pip)"
+        ) from error
+    return xrayutilities
+
+
+def energy_of(name: str) -> float:
+    """The photon energy of an X-ray line such as CuKa1, eV. Raises ValueError for an unknown name."""
+    from_name = imported_xrayutilities().utilities.energies
+    if name not in from_name:
+        raise ValueError(f"energy must be one of {', '.join(from_name)}, a number in eV, or a wavelength, got {name!r}")
+    return float(from_name[name])
+
+
+def intensities(
+    blocks: Blocks, reflection: Reflection, energy: float, omega: Array, grazing_exit: bool, polarization: str,
+    monochromator: float, infinite: bool,
+) -> Array:
+    """Intensity per that of the incident beam at the angles of incidence omega [deg].
+
+    blocks         from the bottom up
+    polarization   S, P or both
+    monochromator  intensity of P per that of S in the incident beam, for both
+    infinite       whether the lowest block has no lower end; otherwise it is on a crystal that does not scatter
+
+    Blocks with different in-plane lattice constants scatter at different places of reciprocal space: each set of
+    blocks with one constant is a stack of which the other blocks only absorb and refract, and intensities are added.
+    All blocks scatter at one place for planes parallel to the surface.
+    """
+    total = np.zeros(len(omega))
+    groups = np.zeros(len(blocks.a), int) if reflection.symmetric else rods_of(blocks)
+    for group in range(groups.max() + 1):
+        scatters = groups == group
+        a = blocks.a if reflection.symmetric else np.full(len(blocks.a), blocks.a[scatters].mean())
+        crystals = [
+            _crystal(x, in_plane, c) if own else _absorber(x, in_plane, c, reflection, energy)
+            for x, own, in_plane, c in zip(blocks.x, scatters, a, blocks.c)
+        ]
+        thickness = list(blocks.thickness)
+        if not infinite:
+            crystals.insert(0, _absorber(blocks.x[0], a[0], blocks.c[0], reflection, energy))
+            thickness.insert(0, math.inf)
+        total += _simulated(crystals, thickness, reflection, energy, omega, grazing_exit, polarization, monochromator)
+    return total
+
+
+def rods_of(blocks: Blocks) -> Any:
+    """For each block the number of its set of blocks with one in-plane lattice constant, from 0."""
+    order = np.argsort(blocks.a, kind="stable")
+    numbers = np.zeros(len(order), int)
+    number, lowest = 0, blocks.a[order[0]]
+    for place in order:
+        if blocks.a[place] > lowest * (1.0 + SAME_ROD):
+            number, lowest = number + 1, blocks.a[place]
+        numbers[place] = number
+    return numbers
+
+
+def _absorber(x: Array, a: float, c: float, reflection: Reflection, energy: float) -> Any:
+    """A crystal with the density of the one with the lattice constants a and c, but with a reflection out of reach."""
+    short = float(reflection.qz(1.0)) / (OUT_OF_REACH * 2.0 * math.pi * energy / HC)
+    return _crystal(x, a, short, short / c)
+
+
+def _crystal(x: Array, a: float, c: float, occupied: float = 1.0) -> Any:
+    """A wurtzite crystal. occupied: the share of occupied sites."""
+    materials = imported_xrayutilities().materials
+    elements = materials.elements
+    metals = [(atom, share) for atom, share in zip((elements.In, elements.Ga, elements.Al), x) if share > 0.0]
+    atoms = [atom for atom, _ in metals] + [elements.N]
+    lattice = materials.SGLattice(
+        SPACE_GROUP, a, c, atoms=atoms, pos=[("2b", 0.0)] * len(metals) + [("2b", ANION)],
+        occ=[occupied * share for _, share in metals] + [occupied],
+    )
+    return materials.Crystal("nitride", lattice)
+
+
+def _simulated(
+    crystals: list[Any], thickness: list[float], reflection: Reflection, energy: float, omega: Array,
+    grazing_exit: bool, polarization: str, monochromator: float,
+) -> Array:
+    """The intensity of a stack; the first crystal is infinite."""
+    package = imported_xrayutilities()
+    layers = [package.simpack.Layer(crystal, height) for crystal, height in zip(crystals, thickness)]
+    geometry = package.HXRD(crystals[0].Q(1, 0, 0), crystals[0].Q(0, 0, 1), en=energy)
+    model = package.simpack.DynamicalModel(
+        package.simpack.LayerStack("stack", *layers), experiment=geometry, energy=energy, polarization=polarization,
+        Cmono=monochromator,
+    )
+    side = "hi_lo" if grazing_exit else "lo_hi"
+    found: Array = np.asarray(model.simulate(omega, hkl=tuple(reflection), geometry=side), float)
+    return found
