@@ -22,7 +22,9 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
 LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-wasm32 libclang-rt-19-dev-wasm32 dpkg-dev
   # editor and charts of the page
   libjs-codemirror node-d3-scale node-d3-axis node-d3-selection)
-TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}"
+# The build for 64-bit ARM: compiler, and the emulator that runs its programs.
+ARM_PACKAGES=(g++-aarch64-linux-gnu qemu-user-static dpkg-dev)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}" "${ARM_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
   # tools that tests call
