@@ -100,6 +100,15 @@ compare_builds() {
     examples/*.xml tests/data/recipes/*.xml
 }
 
+# The library for 64-bit ARM: hosts in C, and the numbers of all recipes.
+test_arm64() {
+  ctest --preset arm64 -R '^api.AHost(InC|ThatOpensTheLibraryWhileItRuns)$' >"$logs/ctest-arm64.log" 2>&1 || {
+    cat "$logs/ctest-arm64.log"
+    return 1
+  }
+  VORLEN_PLATFORMS=arm64 VORLEN_TABLE=build/arm64/platforms.json python3 -B tests/platforms/test_platforms.py
+}
+
 test_python() {
   local python
   python=$(scripts/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
@@ -150,6 +159,7 @@ if [ "$mode" = all ]; then
   phase "Build: debug, the library" build debug -- VorlenSolver &&
     phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
+  phase "Build: arm64, the library" build arm64 -DVORLEN_TESTS=ON -- arm64_targets && phase "Tests: arm64" test_arm64
   phase "Build: package" build package &&
     phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
   phase "Build: fuzz" build fuzz -- fuzz_targets && phase "Fuzzing, one minute" tests/fuzz/run.sh 60
