@@ -22,6 +22,8 @@ jobs=$(nproc)
 # Builds share their object files: the packages contain the same code as the release build.
 export CCACHE_DIR=$PWD/build/ccache CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 export CCACHE_DEPEND=1  # without a separate run of the preprocessor
+# Paths in the tree count from its top: a test builds the source archive of the Python package in another folder.
+export CCACHE_BASEDIR=$PWD
 # run.sh, which a test runs, builds the same without -Werror, and only after the release build has passed with it.
 export CCACHE_IGNOREOPTIONS=-Werror
 logs=build/test-logs
