@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# macos_sources.sh COMPILER FOLDER SOURCE...: the sources compile with __APPLE__ in place of __linux__, and without functions
-# of Linux that macOS lacks. The system's headers are still those of this machine, so it is no proof that they compile on
-# macOS. FOLDER is src.
+# macos_sources.sh COMPILER FOLDER SOURCE...: the sources compile with __APPLE__ instead of __linux__, and do not use
+# functions of Linux that macOS lacks. The system's headers are still those of this machine, so this does not prove that
+# the sources compile on macOS. FOLDER is src.
 set -euo pipefail
 compiler=$1
 folder=$2

@@ -35,7 +35,9 @@ MOST_EXCEPTIONS = 3
 
 
 def has_fma():
-    """Whether glibc uses fused multiply-adds here, as on every arm64."""
+    """Whether glibc uses fused multiply-adds on this processor, as it does on ARM."""
+    if not os.path.exists("/proc/cpuinfo"):
+        return False
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         flags = set(file.read().split())
     return {"fma", "avx2"} <= flags
