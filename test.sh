@@ -1,8 +1,8 @@
 #!/bin/bash
 # Checks the whole tree: ./test.sh [--fast|--coverage|--packages]
 # Formatting; build and tests of the presets release and asan; the Python package; overlapping calls with tsan; identical
-# results from both compilers, with and without optimisation; the build for Windows under Wine; Debian packages; a minute
-# of fuzzing; static analysis.
+# results from both compilers, with and without optimisation; the builds for Windows (under Wine) and 64-bit ARM (in qemu);
+# Debian packages; a minute of fuzzing; static analysis.
 #   --fast      only formatting and the preset release
 #   --coverage  test coverage of src/; fails below the limits in report_coverage
 #   --packages  the Debian packages on a fresh Debian 12; needs root and the network
@@ -86,10 +86,10 @@ build() {
     quietly "build-$preset.log" cmake --build "build/$preset" --target "$target" -j "$jobs"
 }
 
-# Shows the summary of ctest, after the output of failed tests.
+# run_tests PRESET [OPTION OF CTEST...]: shows the summary of ctest, after the output of failed tests.
 run_tests() {
   local log="$logs/ctest-$1.log" status=0
-  ctest --preset "$1" -j "$jobs" >"$log" 2>&1 || status=$?
+  ctest --preset "$@" -j "$jobs" >"$log" 2>&1 || status=$?
   if [ $status -ne 0 ]; then
     grep -v -e '^ *Start ' -e ' Passed ' "$log"
   else
@@ -101,6 +101,11 @@ run_tests() {
 compare_builds() {
   python3 tests/functional/same_bytes.py build/{release,debug,clang}/src/api/libVorlenSolver.so --staged -- \
     examples/*.xml tests/data/recipes/*.xml
+}
+
+# Hosts in C, and the numbers of all recipes.
+test_arm64() {
+  run_tests arm64 -R '^(api\.AHost(InC|ThatOpensTheLibraryWhileItRuns)|platforms\..*)$'
 }
 
 test_python() {
@@ -154,6 +159,7 @@ if [ "$mode" = all ]; then
     phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
   phase "Build: windows" build windows -DVORLEN_TESTS=ON && phase "Tests: windows (Wine)" run_tests windows
+  phase "Build: arm64, the library" build arm64 -DVORLEN_TESTS=ON -- platform_hosts && phase "Tests: arm64" test_arm64
   phase "Build: package" build package &&
     phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
   phase "Build: fuzz" build fuzz -- fuzz_targets && phase "Fuzzing, one minute" tests/fuzz/run.sh 60

@@ -27,7 +27,9 @@ LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-w
 WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix wine wine64 googletest lld-19
   # the example in C#
   mono-mcs mono-runtime)
-TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}" "${WINDOWS_PACKAGES[@]}"
+# The build for 64-bit ARM: compiler, and the emulator that runs its programs.
+ARM_PACKAGES=(g++-aarch64-linux-gnu qemu-user-static dpkg-dev)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}" "${WINDOWS_PACKAGES[@]}" "${ARM_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
   # tools that tests call

@@ -1,5 +1,5 @@
-# Linux on 64-bit ARM, with Debian's cross compiler. What the build runs of its own programs, and tests, run in qemu's
-# emulator of one process, which needs no support of the kernel.
+# Linux on 64-bit ARM, with Debian's cross compiler. Programs and tests run in qemu's emulator of single processes,
+# which needs no support of the kernel.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)

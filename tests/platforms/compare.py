@@ -5,7 +5,8 @@
 
 Needs the builds of the presets release (with tests), arm64 and windows; a platform without a build is left out. Prints for
 each platform and quantity the largest difference, the recipe that has it, and the median over all recipes.
-differences.py explains the measure, which depends on the scheme.
+differences.py explains the measure, which depends on the scheme. The last lines are the error of the scheme: its difference from
+the staged scheme with a hundredth of the default tolerance.
 """
 import argparse
 import concurrent.futures
@@ -22,16 +23,20 @@ import platforms
 import recipes
 
 
+OWN_ERROR = "Error of the scheme"
+FINE = 1e-8  # tolerance
+
+
 @dataclasses.dataclass
 class Comparison:
     """One platform against the reference."""
     title: str
     runs: int = 0
     same: int = 0        # result files that are the same bytes, but for the sign of NaN
-    least_share: float = 1.0  # of rows with equal times
     compared: dict = dataclasses.field(default_factory=dict)  # by quantity: {recipe: difference}
     messages: list = dataclasses.field(default_factory=list)  # recipes whose messages differ
-    failed: list = dataclasses.field(default_factory=list)    # recipes that fail on both
+    failed: list = dataclasses.field(default_factory=list)    # recipes that fail on both with the same message
+    unphysical: list = dataclasses.field(default_factory=list)  # recipes without a physical result on one or both
 
     def largest(self, quantity):
         """Difference and recipe. NaN counts as more than any number."""
@@ -45,23 +50,25 @@ class Comparison:
                             "percentile_90": sorted(values.values())[int(0.9 * len(values))]}
                  for quantity, values in self.compared.items()}
         return {"runs": self.runs, "same_bytes": self.same, "other_messages": self.messages,
-                "failed_on_both": self.failed, "quantities": table}
+                "failed_on_both": self.failed, "unphysical": self.unphysical, "quantities": table}
 
 
 def run_all(chosen, folder, paths, workers=None):
     """Runs the recipes on the platforms, several at once. By platform: {recipe: run}; results in folder/PLATFORM."""
     with concurrent.futures.ThreadPoolExecutor(workers or os.cpu_count()) as pool:
         runs = pool.map(lambda platform: platform.run(os.path.join(folder, platform.name), paths), chosen)
-        return {platform.name: {run["name"]: run for run in of_platform} for platform, of_platform in zip(chosen, runs)}
+        return {platform.name: {run["name"]: {**run, "message": run["message"].rstrip("\n")} for run in of_platform}
+                for platform, of_platform in zip(chosen, runs)}
 
 
-def compare(scheme, reference, other, runs, folder, cache):
-    """Compares the results of two platforms. cache: results of the reference that were read before."""
-    found = Comparison(other.title)
-    for name, run in runs[reference.name].items():
+def compare(scheme, title, runs, folders, cache):
+    """Compares two sets of results. runs: {recipe: run} of the reference and the other; folders: of their results; cache:
+    results of the reference that were read before."""
+    found = Comparison(title)
+    for name, run in runs[0].items():
         found.runs += 1
-        paths = [os.path.join(folder, platform.name, name + ".txt") for platform in (reference, other)]
-        if runs[other.name][name]["message"] != run["message"]:
+        paths = [os.path.join(folder, name + ".txt") for folder in folders]
+        if runs[1][name]["message"] != run["message"]:
             found.messages.append(name)
             continue
         if run["message"]:
@@ -74,9 +81,11 @@ def compare(scheme, reference, other, runs, folder, cache):
             result = cache[name]
         else:
             result = differences.read(paths[1])
+        if not (differences.is_physical(cache[name]) and differences.is_physical(result)):
+            found.unphysical.append(name)
+            continue
         if scheme == "staged":
-            values, share = differences.of_rows(cache[name], result)
-            found.least_share = min(found.least_share, share)
+            values = differences.of_rows(cache[name], result)
         else:
             values = differences.of_layers(cache[name], result)
         for quantity, value in values.items():
@@ -84,26 +93,31 @@ def compare(scheme, reference, other, runs, folder, cache):
     return found
 
 
-def compare_all(scheme, others, folder, texts):
-    """A list of Comparison, of each of the other platforms."""
-    reference = platforms.known()[platforms.REFERENCE]
+def compare_all(scheme, reference, others, folder, texts, finer=None):
+    """A list of Comparison, of each of the other platforms. finer: the same recipes with better results; the last
+    Comparison is then that of the reference with them."""
     paths = recipes.write(os.path.join(folder, "recipes"), texts)
     # The slow one first.
     chosen = sorted((reference, *others), key=lambda platform: platform.name != "arm64")
     runs = run_all(chosen, folder, paths)
-    for of_platform in runs.values():
-        for run in of_platform.values():
-            run["message"] = run["message"].rstrip("\n")
     cache = {}
-    return [compare(scheme, reference, other, runs, folder, cache) for other in others]
+    first = os.path.join(folder, reference.name)
+    found = [compare(scheme, other.title, (runs[reference.name], runs[other.name]),
+                     (first, os.path.join(folder, other.name)), cache) for other in others]
+    if finer is not None:
+        second = os.path.join(folder, "finer")
+        of_finer = run_all([reference], second, recipes.write(os.path.join(second, "recipes"), finer))[reference.name]
+        found.append(compare(scheme, OWN_ERROR, (runs[reference.name], of_finer),
+                             (first, os.path.join(second, reference.name)), cache))
+    return found
 
 
 def table(found):
     """The comparisons as text."""
     lines = []
     for one in found:
-        lines.append(f"{one.title}: {one.runs} recipes, {one.same} with the same bytes, {len(one.failed)} fail on both, "
-                     f"{len(one.messages)} end with another message")
+        lines.append(f"{one.title}: {one.runs} recipes, {one.same} with the same bytes; {len(one.failed)} fail on both, "
+                     f"{len(one.messages)} on one, {len(one.unphysical)} are unphysical")
         for quantity, values in one.compared.items():
             value, name = one.largest(quantity)
             lines.append(f"  {quantity:14} largest {value:9.2e} {name:32} median {statistics.median(values.values()):9.2e}")
@@ -124,7 +138,10 @@ def main():
     else:
         others = [one for name, one in known.items() if name != platforms.REFERENCE and one.is_built()]
     with tempfile.TemporaryDirectory() as scratch:
-        found = compare_all(a.scheme, others, a.keep or scratch, recipes.texts(a.scheme, a.count))
+        finer = {name: recipes.with_scheme(text, "staged", FINE)
+                 for name, text in recipes.texts("staged", a.count).items()}
+        found = compare_all(a.scheme, known[platforms.REFERENCE], others, a.keep or scratch,
+                            recipes.texts(a.scheme, a.count), finer)
     print(table(found))
     if a.json:
         with open(a.json, "w", encoding="utf-8") as file:

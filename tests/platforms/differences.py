@@ -1,12 +1,14 @@
 """The largest differences of two result files of one recipe, by quantity.
 
-Two measures. `of_rows` compares rows of equal times, so it compares what was computed at the same instant. Under the
-staged scheme each stage has some. Under the continuous scheme rows are at steps of the integrator, which depend on
-rounding, and few times are equal: `of_layers` compares what a reader of the result sees, values of layers.
+Two measures. `of_rows` compares rows that are the same instant of the process. Under the staged scheme both ends of each
+stage are rows. Under the continuous scheme rows are at steps of the integrator, which depend on rounding: `of_layers`
+compares what a reader of the result sees, values of layers.
 """
 import dataclasses
+import math
 
 QUANTITIES = {
+    "time": ("#time(sec)",),  # of switches; only that of an opening of V-defects is a result
     "height": ("z(nm)",),
     "growth rate": ("Vg",),
     "composition": ("xIn", "xGa", "xAl"),
@@ -18,9 +20,10 @@ QUANTITIES = {
 TIME, HEIGHT = "#time(sec)", "z(nm)"
 # Scales of quantities that are smaller everywhere in the run. There is only rounding in the fraction of an absent metal.
 LEAST_SCALE = {"composition": 1e-3}
-SAME_TIME = 1e-12   # relative
+SAME_TIME = 1e-14   # relative; processes after a switch take nanoseconds
 LEAST_LAYER = 1.0   # nm; thinner layers have no mean to compare
 LEAST_STRAIN = 1e-4
+SLACK = 1e-3         # of fractions
 
 
 @dataclasses.dataclass
@@ -55,6 +58,37 @@ def equal_times(a, b):
             j += 1
 
 
+def switches(times):
+    """The indices of the rows before a switch of stages or an opening of V-defects. The row after it is a representable
+    number later."""
+    return [i for i in range(len(times) - 1) if times[i + 1] - times[i] <= 2.0 * math.ulp(times[i])]
+
+
+def comparable_rows(a, b):
+    """Pairs of indices of rows of the two lists of times that are the same instant of the process: both rows of each
+    switch, which is found by counting, as V-defects open at times that differ; and rows between switches whose times
+    agree."""
+    at = list(zip(switches(a), switches(b)))
+    if len(switches(a)) != len(switches(b)):
+        raise ValueError(f"{len(switches(a))} and {len(switches(b))} switches of stages and openings of V-defects")
+    i = j = 0
+    for to_i, to_j in at:
+        yield from ((i + k, j + n) for k, n in equal_times(a[i:to_i], b[j:to_j]))
+        yield from ((to_i, to_j), (to_i + 1, to_j + 1))
+        i, j = to_i + 2, to_j + 2
+    yield from ((i + k, j + n) for k, n in equal_times(a[i:], b[j:]))
+
+
+def at_times(times, x, y):
+    """The line through the points (x, y) at times; all rise."""
+    k = 0
+    for t in times:
+        while k + 2 < len(x) and x[k + 1] < t:
+            k += 1
+        share = min(max((t - x[k]) / (x[k + 1] - x[k]), 0.0), 1.0)
+        yield y[k] + share * (y[k + 1] - y[k])
+
+
 def largest(values):
     """The largest absolute value; NaN if there is one."""
     values = [abs(value) for value in values]
@@ -68,9 +102,10 @@ def thickness(a, b):
 
 
 def of_rows(a, b):
-    """The largest differences in rows of equal times by quantity, as shares of the column's largest value; and the
-    share of rows that have a row of equal time."""
-    pairs = list(equal_times(a.columns[TIME], b.columns[TIME]))
+    """The largest differences in comparable rows by quantity, as shares of the column's largest value, and of the height
+    at any time. Between rows, other columns than the height are only followed to a thousandth of their range, which says
+    nothing about the integration."""
+    pairs = list(comparable_rows(a.columns[TIME], b.columns[TIME]))
     found = {"thickness": thickness(a, b)}
     for quantity, names in QUANTITIES.items():
         found[quantity] = 0.0
@@ -78,7 +113,10 @@ def of_rows(a, b):
             x, y = a.columns[name], b.columns[name]
             scale = max(largest(x), LEAST_SCALE.get(quantity, 0.0)) or 1.0
             found[quantity] = largest((found[quantity], largest(x[i] - y[j] for i, j in pairs) / scale))
-    return found, len(pairs) / len(a.columns[TIME])
+    heights = at_times(a.columns[TIME], b.columns[TIME], b.columns[HEIGHT])
+    found["height"] = largest((found["height"], largest(x - y for x, y in zip(a.columns[HEIGHT], heights))
+                               / largest(a.columns[HEIGHT])))
+    return found
 
 
 def means(result, names):
@@ -121,6 +159,13 @@ def of_layers(a, b):
         x, y = a.columns[name][-1], b.columns[name][-1]
         found[quantity] = abs(x - y) / (max(abs(x), abs(y)) or 1.0)
     return found
+
+
+def is_physical(result):
+    """Whether all numbers are finite and all fractions are from 0 to 1, but for the slack of the continuous scheme."""
+    fractions = [result.columns[name] for name in QUANTITIES["composition"]]
+    return (all(math.isfinite(value) for column in result.columns.values() for value in column)
+            and all(-SLACK <= value <= 1.0 + SLACK for column in fractions for value in column))
 
 
 def same_text(a, b):

@@ -1,5 +1,5 @@
 // Runs recipes with vorlen.wasm: node run_module.mjs MODULE FOLDER LIST, like run_recipes.c.
-// The line of a recipe also has the status.
+// The line of a recipe also has the status. Unphysical values are not a message of the library.
 import fs from "node:fs";
 import path from "node:path";
 
@@ -14,5 +14,5 @@ for (const recipe of fs.readFileSync(list, "utf8").split("\n").filter(Boolean)) 
   const run = solver.run(recipe, bytes);
   const milliseconds = performance.now() - start;
   fs.writeFileSync(path.join(folder, `${name}.txt`), run.result);
-  console.log(JSON.stringify({ name, message: run.message, milliseconds, status: run.status }));
+  console.log(JSON.stringify({ name, message: run.message === run.unphysical ? "" : run.message, milliseconds, status: run.status }));
 }
