@@ -2,6 +2,7 @@
 
 VORLEN is a script that starts it; its processes are those of Linux, so they can be looked for and killed here.
 """
+import base64
 import fcntl
 import glob
 import json
@@ -154,6 +155,15 @@ class Paths(OnWindows):
             self.assertRegex(run.stderr, rf"^vorlen: {re.escape(name)} can't be written: {reason}[\w ,]+\n$")
         self.expect_failure("none\\r.txt can't be written: folder not found: none", "run", "a.xml", "-o", "none\\r.txt")
         self.assertEqual((self.names(), self.read("kept.txt")), (["a.xml", "kept.txt"], b"old"))
+
+    def test_the_live_page_is_found_beside_the_tool(self):
+        self.write_recipe("a.xml")
+        self.write("live.html", '<script id="recipe" type="application/json">null</script>')
+        shutil.copy(os.environ["VORLEN_EXE"], self.path("vorlen.exe"))
+        run = self.run_tool(self.path("vorlen.exe"), "live", "a.xml", tool=os.path.join(SOURCE, "scripts", "wine.sh"))
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "a.live.html\n", ""))
+        recipe = {"name": "a.xml", "base64": base64.b64encode(self.read("a.xml")).decode()}
+        self.assertIn(json.dumps(recipe, separators=(",", ":")).encode(), self.read("a.live.html"))
 
     def test_two_recipes_with_the_same_result(self):
         """Names of files are the same in upper and lower case."""
