@@ -11,7 +11,14 @@
 
 #include <stdint.h>
 
+/* A program that contains the library instead of loading it defines VORLEN_STATIC. */
+#if !defined(_WIN32)
 #define VORLEN_EXPORT __attribute__((visibility("default")))
+#elif defined(VORLEN_STATIC)
+#define VORLEN_EXPORT
+#else
+#define VORLEN_EXPORT __declspec(dllimport)
+#endif
 
 /* Size of the error buffer in bytes, including the terminating zero. */
 #define VORLEN_ERROR_BUFFER_SIZE 2048

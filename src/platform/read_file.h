@@ -1,4 +1,4 @@
-// Reads the file of a recipe.
+// Reads a whole file.
 #pragma once
 
 #include <cstddef>
