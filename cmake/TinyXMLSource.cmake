@@ -7,7 +7,7 @@ set(source "${tinyxml_folder}/tinyxml")
 add_library(tinyxml STATIC
   "${source}/tinystr.cpp" "${source}/tinyxml.cpp" "${source}/tinyxmlerror.cpp" "${source}/tinyxmlparser.cpp")
 set_target_properties(tinyxml PROPERTIES COMPILE_WARNING_AS_ERROR OFF)
-target_compile_options(tinyxml PRIVATE -w)
+target_compile_options(tinyxml PRIVATE ${VORLEN_TINYXML_OPTIONS})
 # The folder of the source has more than this header.
 file(COPY "${source}/tinyxml.h" "${source}/tinystr.h" DESTINATION "${PROJECT_BINARY_DIR}/tinyxml")
 set(TinyXML_INCLUDE_DIR "${PROJECT_BINARY_DIR}/tinyxml")

@@ -20,7 +20,7 @@ matplotlib.use("Agg")
 
 from doc_blocks import draw_page  # noqa: E402
 
-PAGES = ("emission.md", "xrd.md")  # of docs/
+PAGES = ("emission.md", "xrd.md", "curvature.md", "reflectance.md")  # of docs/
 
 
 def main() -> None:

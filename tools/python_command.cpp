@@ -2,27 +2,19 @@
 // installation of this tool, or of the source tree and the build folder that the tool is in.
 #include "python_command.h"
 
-#include <fcntl.h>
-#include <fmt/core.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <fmt/format.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <system_error>
 #include <vector>
 
-#include "terminal/exit_status.h"
+#include "platform/files.h"
+#include "platform/process.h"
+#include "platform/program.h"
 #include "terminal/output.h"
-
-extern char** environ;
 
 namespace {
 
@@ -59,59 +51,43 @@ constexpr std::array<const char*, 3> MODULES = {"vorlen", "numpy", "pandas"};
 
 // The source tree from which the tool was built; empty if the tool is not in a build folder.
 fs::path source_tree(const fs::path& tool) {
-  std::ifstream cache(tool.parent_path().parent_path() / "CMakeCache.txt");
+  std::ifstream cache(platform::stream_path(platform::text_of(tool.parent_path().parent_path() / "CMakeCache.txt")));
   const std::string key = "CMAKE_HOME_DIRECTORY:INTERNAL=";
   std::string line;
   while (std::getline(cache, line)) {
-    if (line.rfind(key, 0) == 0) return line.substr(key.size());
+    if (line.starts_with(key)) return platform::path_of(line.substr(key.size()));
   }
   return {};
 }
 
+void set_if_unset(const std::string& name, const std::string& value) {
+  if (!platform::environment(name)) platform::set_environment(name, value);
+}
+
 void set_environment() {
-  std::error_code ignored;
-  const fs::path tool = fs::read_symlink("/proc/self/exe", ignored);
-  if (!tool.empty()) setenv("VORLEN", tool.c_str(), 0);  // checks recipes for the package
+  const fs::path tool = platform::path_of(platform::own_path());
+  if (!tool.empty()) set_if_unset("VORLEN", platform::text_of(tool));  // checks recipes for the package
   const fs::path tree = source_tree(tool);
   const fs::path folder = tool.parent_path();
   const fs::path package = tree.empty() ? folder.parent_path() / "lib/python3/dist-packages" : tree / "python";
-  if (fs::exists(package / "vorlen", ignored)) {
-    const char* old = std::getenv("PYTHONPATH");
-    const std::string path = package.string() + (old != nullptr && *old != '\0' ? std::string(":") + old : "");
-    setenv("PYTHONPATH", path.c_str(), 1);
+  if (platform::file_state(platform::text_of(package / "vorlen")).kind != platform::FileKind::NONE) {
+    const std::string old = platform::environment("PYTHONPATH").value_or("");
+    platform::set_environment("PYTHONPATH",
+                              platform::text_of(package) + (old.empty() ? "" : platform::path_list_separator() + old));
   }
+  std::error_code ignored;
   const fs::path library =
-      fs::canonical(folder / (tree.empty() ? VORLEN_LIBRARY_FROM_TOOL : "../src/api/libVorlenSolver.so"), ignored);
-  if (!library.empty()) setenv("VORLEN_LIBRARY", library.c_str(), 0);  // the caller's choice has priority
+      fs::canonical(folder / (tree.empty() ? VORLEN_LIBRARY_FROM_TOOL : VORLEN_LIBRARY_IN_BUILD), ignored);
+  if (!library.empty()) set_if_unset("VORLEN_LIBRARY", platform::text_of(library));  // the caller's choice has priority
 }
 
-// As exec() expects them, terminated by a null.
-std::vector<char*> pointers_to(std::vector<std::string>& words) {
-  std::vector<char*> pointers;
-  pointers.reserve(words.size() + 1);
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-bool fits(const std::string& interpreter, const PythonCommand& command) {
-  std::vector<std::string> words = {interpreter, "-c", PROBE};
+// Whether Python, called with these words, finds all that the command needs.
+bool fits(const std::vector<std::string>& call, const PythonCommand& command) {
+  std::vector<std::string> words = call;
+  words.insert(words.end(), {"-c", PROBE});
   words.insert(words.end(), MODULES.begin(), MODULES.end());
   if (command.module != nullptr) words.emplace_back(command.module);
-  std::vector<char*> arguments = pointers_to(words);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t pid = 0;
-  const bool spawned = posix_spawnp(&pid, interpreter.c_str(), &actions, nullptr, arguments.data(), environ) == 0;
-  posix_spawn_file_actions_destroy(&actions);
-  if (!spawned) return false;
-  int ended = 0;
-  while (waitpid(pid, &ended, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(ended) && WEXITSTATUS(ended) == 0;
+  return platform::run_silently(words) == 0;
 }
 
 const PythonCommand* command_called(const std::string& word) {
@@ -119,14 +95,6 @@ const PythonCommand* command_called(const std::string& word) {
     if (word == command.name) return &command;
   }
   return nullptr;
-}
-
-// Ctrl-C waits until the package handles it: an interpreter that is starting would print a traceback.
-void block_interrupts() {
-  sigset_t interrupts;
-  sigemptyset(&interrupts);
-  sigaddset(&interrupts, SIGINT);
-  sigprocmask(SIG_BLOCK, &interrupts, nullptr);
 }
 
 }  // namespace
@@ -143,30 +111,26 @@ void add_python_commands(CLI::App& app) {
 
 bool is_python_command(const std::string& word) { return command_called(word) != nullptr; }
 
-int forward_to_python(char** arguments) {
+int forward_to_python(const std::vector<std::string>& arguments) {
   set_environment();
-  const PythonCommand& command = *command_called(arguments[0]);
-  std::vector<std::string> interpreters = {"python3", "/usr/bin/python3"};
-  const char* chosen = std::getenv("VORLEN_PYTHON");
-  if (chosen != nullptr && *chosen != '\0') interpreters.insert(interpreters.begin(), chosen);
+  const PythonCommand& command = *command_called(arguments.at(0));
+  std::vector<std::vector<std::string>> calls = platform::python_calls();
+  const std::string chosen = platform::environment("VORLEN_PYTHON").value_or("");
+  if (!chosen.empty()) calls.insert(calls.begin(), {chosen});
   std::string tried;
-  for (std::string& interpreter : interpreters) {
-    tried += (tried.empty() ? "" : ", ") + interpreter;
-    if (!fits(interpreter, command)) continue;
-    std::vector<std::string> words = {interpreter, "-m", "vorlen"};
-    for (char** argument = arguments; *argument != nullptr; ++argument) words.emplace_back(*argument);
-    block_interrupts();
-    execvp(interpreter.c_str(), pointers_to(words).data());
-    return fail(interpreter + ": " + std::strerror(errno));
+  for (const std::vector<std::string>& call : calls) {
+    const std::string name = fmt::format("{}", fmt::join(call, " "));
+    tried += (tried.empty() ? "" : ", ") + name;
+    if (!fits(call, command)) continue;
+    std::vector<std::string> words = call;
+    words.insert(words.end(), {"-m", "vorlen"});
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return fail(name + ": " + platform::error_text(platform::continue_as(words)));
   }
-  std::string names = "numpy, pandas";
-  std::string packages = "python3-numpy, python3-pandas";
-  if (command.module != nullptr) {
-    names += std::string(", ") + command.module;
-    packages += std::string(", python3-") + command.module;
-  }
+  std::vector<std::string> modules = {"numpy", "pandas"};
+  if (command.module != nullptr) modules.emplace_back(command.module);
   return fail(
-      fmt::format("this command needs Python 3 with {} and the package vorlen (Debian packages:\n{}). "
+      fmt::format("this command needs Python 3 with {} and the package vorlen ({}). "
                   "Tried without success: {}.\nSet the environment variable VORLEN_PYTHON to another interpreter",
-                  names, packages, tried));
+                  fmt::join(modules, ", "), platform::ways_to_install(modules), tried));
 }

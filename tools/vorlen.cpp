@@ -1,9 +1,4 @@
 // vorlen, the command-line tool of VorlenSolver. Data goes to stdout, messages go to stderr.
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <clocale>
-#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <new>
@@ -12,7 +7,10 @@
 
 #include "commands.h"
 #include "help/self_description.h"
+#include "platform/process.h"
+#include "platform/program.h"
 #include "python_command.h"
+#include "run/tasks.h"
 #include "terminal/output.h"
 
 namespace {
@@ -23,24 +21,25 @@ std::string usage_message(const CLI::App* app, const CLI::Error& error) {
   return message.insert(std::strlen(error.what()) + 1, suggestions(*app));
 }
 
-// A file that the tool opens must not get the number of a stream that the caller has closed: messages would be written
-// to it. Here such a stream can neither be read nor written.
-void reserve_standard_streams() {
-  for (int file = open("/dev/null", O_PATH); file >= 0; file = open("/dev/null", O_PATH)) {
-    if (file <= STDERR_FILENO) continue;
-    close(file);
-    return;
-  }
+// Parses the arguments, as those of main, and runs their command.
+void run_command(CLI::App& app, std::vector<std::string> arguments) {
+  std::string name = "vorlen";
+  std::vector<char*> pointers = {name.data()};
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  app.parse(static_cast<int>(pointers.size()), pointers.data());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::setlocale(LC_CTYPE, "");  // character set only: numbers keep their decimal point
+  platform::prepare_program();
+  const std::vector<std::string> arguments = platform::arguments_of(argc, argv);
   int status = EXIT_OK;
+  if (platform::run_as_child(arguments, worker_tasks(), status)) return status;
   CLI::App app("Simulates the growth of III-nitride alloy layers over a whole process recipe.", "vorlen");
   app.set_version_flag("--version", "vorlen " VORLEN_VERSION);
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // a word that begins with a slash is a path
   app.footer(
       "vorlen COMMAND --help describes a command, the manual page vorlen(1) describes them all.\n\n"
       "Example:\n  vorlen new algan_gan_hemt && vorlen run algan_gan_hemt.xml");
@@ -56,22 +55,21 @@ int main(int argc, char** argv) {
   add_python_commands(app);
 
   // Hidden commands: for the build, and for completion in the shell.
-  const std::string first = argc > 1 ? argv[1] : "";
+  const std::string first = arguments.empty() ? "" : arguments[0];
   if (first == "__man") return print_out(manual_page(app, VORLEN_VERSION));
-  if (first == "__complete") return print_out(completions(app, std::vector<std::string>(argv + 2, argv + argc)));
-  if (is_python_command(first)) return forward_to_python(argv + 1);
+  if (first == "__complete") return print_out(completions(app, {arguments.begin() + 1, arguments.end()}));
+  if (is_python_command(first)) return forward_to_python(arguments);
 
   const auto named = app.get_subcommands([&first](const CLI::App* command) { return command->get_name() == first; });
-  if (argc > 1 && !first.starts_with('-') && named.empty()) {
+  if (!arguments.empty() && !first.starts_with('-') && named.empty()) {
     const std::string meant = nearest_command(app, first);
     const std::string help = meant.empty() ? " (vorlen --help lists the commands)" : "; did you mean " + meant + "?";
     return fail("not a command: " + first + help, EXIT_USAGE);
   }
 
-  reserve_standard_streams();
-  std::signal(SIGXFSZ, SIG_IGN);  // a file that gets too large is an error of writing
+  platform::protect_files();
   try {
-    app.parse(argc, argv);
+    run_command(app, arguments);
   } catch (const CLI::ParseError& error) {
     // --help and --version arrive here too, with exit status 0.
     if (app.exit(error) != 0) return EXIT_USAGE;

@@ -407,6 +407,12 @@ def test_the_centroid_of_a_lopsided_peak():
     assert peak(spectrum(x, triangle)) < peak(spectrum(x, triangle), "centroid")
 
 
+def test_a_sharp_peak_has_its_place_between_three_points():
+    """A Gaussian whose neighbours are below half of the maximum: its logarithm is still a parabola."""
+    x = np.arange(400.0, 500.0)
+    assert peak(spectrum(x, np.exp(-0.5 * ((x - 450.2) / 0.4) ** 2) + 1e-300)) == pytest.approx(450.2, abs=1e-9)
+
+
 def test_a_curve_without_a_peak():
     x = np.linspace(400, 500, 101)
     for y, reason in ((x, "highest at the end"), (0 * x, "no peak of three points"), (np.where(x == 450, 1, 0), "three points")):

@@ -10,6 +10,6 @@ from doc_blocks import ROOT, check_pictures
 
 
 @pytest.mark.filterwarnings("error::vorlen.RecipeWarning")
-@pytest.mark.parametrize("page", ["emission.md", "xrd.md"])
+@pytest.mark.parametrize("page", ["emission.md", "xrd.md", "curvature.md", "reflectance.md"])
 def test_the_page_runs_and_its_pictures_are_what_its_blocks_draw(page: str, tmp_path: Path) -> None:
     assert check_pictures(ROOT / "docs" / page, tmp_path) > 0

@@ -2,7 +2,6 @@
 // and a text.
 #include "api/vorlen_solver.h"
 
-#include <cfenv>
 #include <exception>
 #include <new>
 #include <string>
@@ -10,6 +9,7 @@
 #include "api/error_buffer.h"
 #include "api/run_recipe_text.h"
 #include "api/run_simulation.h"
+#include "platform/floating_point.h"
 #include "recipe/read_recipe.h"
 
 namespace {
@@ -18,22 +18,6 @@ std::int32_t fail(const char* text, char* error_buffer) {
   vorlen::copy_error_text(text, error_buffer);
   return 1;
 }
-
-// The calling thread has the default floating-point environment while this object exists, then that of the host again.
-// So the host's rounding mode does not change the numbers, and its traps do not end the process.
-class DefaultFloatingPoint {
- public:
-  DefaultFloatingPoint() {
-    std::fegetenv(&host_);
-    std::fesetenv(FE_DFL_ENV);
-  }
-  ~DefaultFloatingPoint() { std::fesetenv(&host_); }
-  DefaultFloatingPoint(const DefaultFloatingPoint&) = delete;
-  DefaultFloatingPoint& operator=(const DefaultFloatingPoint&) = delete;
-
- private:
-  std::fenv_t host_;
-};
 
 // input is a path or a RecipeText. The result goes to output_text if that is not null, otherwise to output_path.
 template <class Input>
@@ -49,7 +33,7 @@ std::int32_t run(const Input& input, const char* output_path, std::string* outpu
 
 template <class Input>
 std::int32_t run_guarded(const Input& input, const char* output_path, std::string* output_text, char* error_buffer) {
-  const DefaultFloatingPoint default_floating_point;
+  const vorlen::DefaultFloatingPoint default_floating_point;
   // The standard library and the host's operator new may throw. No exception may cross the C interface.
   try {
     return run(input, output_path, output_text, error_buffer);

@@ -1,14 +1,11 @@
 #include "model/result_output.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
+#include "platform/output_file.h"
 
 namespace vorlen {
 
 bool ResultOutput::open_file(const char* path) {
-  file_ = open(path, O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  file_ = open_output_file(path);
   return file_ >= 0;
 }
 
@@ -20,21 +17,14 @@ void ResultOutput::open_text(std::string& text) {
 void ResultOutput::write(const char* data, std::size_t size) {
   if (text_ != nullptr) {
     text_->append(data, size);
-    return;
-  }
-  while (size > 0 && !failed_) {
-    const ssize_t count = ::write(file_, data, size);
-    if (count < 0 && errno == EINTR) continue;
-    failed_ = count <= 0;
-    if (failed_) return;
-    data += count;
-    size -= static_cast<std::size_t>(count);
+  } else if (!failed_) {
+    failed_ = !write_output_file(file_, data, size);
   }
 }
 
 void ResultOutput::close() {
   text_ = nullptr;
-  if (file_ >= 0) ::close(file_);
+  if (file_ >= 0) close_output_file(file_);
   file_ = -1;
 }
 

@@ -7,7 +7,7 @@
 #include <new>
 #include <utility>
 
-#include "recipe/read_file.h"
+#include "platform/read_file.h"
 #include "recipe/xml_nesting.h"
 
 namespace vorlen {

@@ -3,7 +3,7 @@
 
 #include <tinyxml.h>
 
-#include "recipe/classic_locale.h"
+#include "platform/classic_locale.h"
 #include "recipe/recipe_reader.h"
 
 namespace vorlen {

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "recipe/keywords.h"
+#include "recipe/number_text.h"
 #include "recipe/xml_lookup.h"
 
 namespace vorlen::recipe {
@@ -51,10 +52,10 @@ bool read_keyword(ReadState& state, const TiXmlElement& element, const Row& row)
   return true;
 }
 
-bool convert(const TiXmlElement& element, Kind kind, const char* attribute, double& value) {
-  if (kind != Kind::integer) return element.QueryDoubleAttribute(attribute, &value) == TIXML_SUCCESS;
-  int whole = 0;
-  const bool converted = element.QueryIntAttribute(attribute, &whole) == TIXML_SUCCESS;
+bool convert(const char* text, Kind kind, double& value) {
+  if (kind != Kind::integer) return read_real(text, value);
+  std::int32_t whole = 0;
+  const bool converted = read_integer(text, whole);
   value = whole;
   return converted;
 }
@@ -67,7 +68,7 @@ bool read_numbers(ReadState& state, const TiXmlElement& element, const Row& row)
   for (std::size_t k = 0; k < attributes.size(); ++k) {
     bool go_on = true;
     const char* text = attribute_text(state, element, row, attributes[k], go_on);
-    if (text != nullptr && !convert(element, row.kind, attributes[k], values[k])) {
+    if (text != nullptr && !convert(text, row.kind, values[k])) {
       go_on = report(state, FaultKind::no_number, element, &row, attributes[k],
                      std::string("Failed to get ") + (row.kind == Kind::integer ? "integer" : "real") +
                          " number from value \"" + text + "\" of attribute " + attributes[k] + " in element " +

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "recipe/classic_locale.h"
+#include "platform/classic_locale.h"
 #include "recipe/read_value.h"
 #include "recipe/xml_lookup.h"
 

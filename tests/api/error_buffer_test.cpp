@@ -3,8 +3,6 @@
 #include "api/error_buffer.h"
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <string>
@@ -24,18 +22,6 @@ std::string text_of(std::size_t length) {
   for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('a' + i % 26);
   return text;
 }
-
-// A buffer at the end of a page, followed by a page without access: reading or writing a byte after the buffer crashes.
-struct BufferAtTheEdge {
-  std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  void* pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  char* buffer = static_cast<char*>(pages) + page - BUFFER_SIZE;
-
-  BufferAtTheEdge() { EXPECT_EQ(0, mprotect(static_cast<char*>(pages) + page, page, PROT_NONE)); }
-  BufferAtTheEdge(const BufferAtTheEdge&) = delete;
-  BufferAtTheEdge& operator=(const BufferAtTheEdge&) = delete;
-  ~BufferAtTheEdge() { munmap(pages, 2 * page); }
-};
 
 TEST(ErrorBuffer, TextsOfEveryLengthAreCopiedOrCut) {
   for (std::size_t length = 0; length <= LENGTH_MAX; ++length) {
@@ -73,26 +59,6 @@ TEST(ErrorBuffer, ALongTextFromTheRecipeIsCut) {
     EXPECT_TRUE(got.terminated && got.guarded);
     EXPECT_EQ(("Material \"" + material + "\" is not recognized").substr(0, BUFFER_SIZE - 1), got.text);
   }
-}
-
-TEST(ErrorBuffer, NothingAfterItIsTouched) {
-  const BufferAtTheEdge edge;
-  ASSERT_NE(MAP_FAILED, edge.pages);
-  for (const std::size_t length : {std::size_t{0}, std::size_t{1}, BUFFER_SIZE - 40, BUFFER_SIZE, LENGTH_MAX}) {
-    EXPECT_EQ(1, runSurfChem(text_of(length).c_str(), "", edge.buffer));
-    const std::string text = "Error reading file " + text_of(length) + "\nFailed to open file";
-    EXPECT_EQ(text.substr(0, BUFFER_SIZE - 1), edge.buffer);
-  }
-}
-
-TEST(ErrorBuffer, ASuccessDoesNotTouchIt) {
-  const TempFolder folder;
-  const std::string recipe = RecipeBuilder({.stress_model = "relax"}).write(folder.path("recipe.xml"));
-  const BufferAtTheEdge edge;
-  ASSERT_NE(MAP_FAILED, edge.pages);
-  // Memory that cannot even be read.
-  ASSERT_EQ(0, mprotect(edge.pages, edge.page, PROT_NONE));
-  EXPECT_EQ(0, runSurfChem(recipe.c_str(), folder.path("out.txt").c_str(), edge.buffer));
 }
 
 }  // namespace

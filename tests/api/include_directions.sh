@@ -3,17 +3,19 @@
 set -euo pipefail
 cd "$1"
 declare -A knows=(
+  [platform]="platform"
   [integrator]="integrator"
-  [recipe]="recipe"
-  [model]="model|recipe"
+  [recipe]="recipe|platform"
+  [model]="model|recipe|platform"
   [strain]="strain|model|recipe"
   [results]="results|model|recipe"
-  [api]="api|results|strain|model|recipe|integrator"
+  [api]="api|results|strain|model|recipe|integrator|platform"
 )
 status=0
 for folder in */; do
   folder=${folder%/}
-  wrong=$(grep -nE '#include "[a-z]+/' "$folder"/*.{h,cpp} | grep -vE "#include \"(${knows[$folder]})/" || true)
+  wrong=$(find "$folder" -name '*.h' -o -name '*.cpp' | xargs grep -nE '#include "[a-z]+/' |
+    grep -vE "#include \"(${knows[$folder]})/" || true)
   [ -z "$wrong" ] || { echo "$folder may only include ${knows[$folder]}:"; echo "$wrong"; status=1; }
 done
 exit $status

@@ -31,10 +31,13 @@ std::string row(double value) {
   return text;
 }
 
+// Not every C library writes the sign of NaN.
+std::string sign_of_nan(double value) { return std::isnan(value) && std::signbit(value) ? "-" : ""; }
+
 std::string stream_general(double value) {
   std::ostringstream stream;
   stream.imbue(std::locale::classic());
-  stream << std::setprecision(16) << value;
+  stream << sign_of_nan(value) << std::setprecision(16) << (std::isnan(value) ? std::fabs(value) : value);
   return stream.str();
 }
 
@@ -42,7 +45,8 @@ std::string stream_general(double value) {
 std::string stream_row(double value) {
   std::ostringstream stream;
   stream.imbue(std::locale::classic());
-  stream << std::showpoint << std::scientific << std::setprecision(16) << value;
+  stream << sign_of_nan(value) << std::showpoint << std::scientific << std::setprecision(16)
+         << (std::isnan(value) ? std::fabs(value) : value);
   std::string text = stream.str();
   const std::size_t e = text.find('e');
   if (e != std::string::npos && text.size() - e == 4) text.insert(e + 2, 1, '0');

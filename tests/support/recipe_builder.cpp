@@ -1,18 +1,19 @@
 // Valid recipes with realistic constants, built in memory and changed element by element.
 #include "support/recipe_builder.h"
 
-#include <stdlib.h>
-
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 
 namespace vorlen_test {
 
 TempFolder::TempFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "vorlen_test_XXXXXX").string();
-  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder " + pattern);
-  folder_ = pattern;
+  std::random_device random;
+  do {
+    folder_ = std::filesystem::temp_directory_path() / ("vorlen_test_" + std::to_string(random()));
+  } while (!std::filesystem::create_directory(folder_));
+  std::filesystem::permissions(folder_, std::filesystem::perms::owner_all);
 }
 
 TempFolder::~TempFolder() {

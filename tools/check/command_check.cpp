@@ -13,6 +13,7 @@
 #include "check/recipe_check.h"
 #include "check/recipe_words.h"
 #include "commands.h"
+#include "platform/terminal.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
 #include "terminal/printable.h"
@@ -42,7 +43,7 @@ std::string text_on_one_line(std::string text) {
 
 void append_text(std::string& out, const recipe::CheckedFile& checked) {
   const auto shown = [](const std::string& text) {
-    return use_utf8() ? printable(text) : with_ascii_units(printable(text));
+    return platform::uses_utf8() ? printable(text) : with_ascii_units(printable(text));
   };
   const std::string file = printable(checked.file);
   for (const Problem& problem : checked.problems) {

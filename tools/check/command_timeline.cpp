@@ -14,6 +14,7 @@
 #include "check/recipe_words.h"
 #include "commands.h"
 #include "model/surfchem_nonst.h"
+#include "platform/terminal.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
 #include "terminal/option_values.h"
@@ -21,7 +22,6 @@
 #include "terminal/printable.h"
 #include "terminal/row_groups.h"
 #include "terminal/table.h"
-#include "terminal/terminal.h"
 
 namespace {
 
@@ -230,7 +230,7 @@ int show_timeline(const TimelineOptions& options) {
   name_layers(recipe);
   const std::vector<ExpectedGrowth> growth = growth_of(recipe);
   if (options.csv) return print_out(csv_of(recipe, growth));
-  return print_out(table_of(recipe, growth, options.all || !is_terminal(stdout)));
+  return print_out(table_of(recipe, growth, options.all || !platform::is_terminal(stdout)));
 }
 
 }  // namespace

@@ -1,14 +1,13 @@
 // vorlen new KIND: a commented recipe to start from.
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "commands.h"
 #include "help/embedded_texts.h"
+#include "platform/files.h"
 #include "terminal/files.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
@@ -58,8 +57,7 @@ int write_recipe(const NewOptions& options) {
   const std::string file = options.file.empty() ? options.kind + ".xml" : options.file;
   std::string error = problem_with_output(file);
   if (!error.empty()) return fail(error);
-  std::error_code ignored;
-  if (!options.force && std::filesystem::exists(std::filesystem::symlink_status(file, ignored))) {
+  if (!options.force && platform::is_name_taken(file)) {
     return fail(file + " already exists (use --force to replace it)");
   }
   if (!write_file(file, recipe->text, error)) return fail(error);

@@ -1,26 +1,23 @@
 // vorlen live [RECIPE]: the live page with a recipe. The page is one file (live/page), made by the build; its element
 // "recipe" has the name of the recipe and the bytes of its file, whatever their encoding is.
-#include <nettle/base64.h>
-
 #include <cstddef>
-#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "commands.h"
 #include "help/embedded_texts.h"
-#include "recipe/read_file.h"
+#include "platform/digest.h"
+#include "platform/files.h"
+#include "platform/program.h"
+#include "platform/read_file.h"
 #include "terminal/files.h"
 #include "terminal/option_values.h"
 #include "terminal/output.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::size_t SIZE_MAX_OF_FILE = std::size_t{64} << 20;  // bytes, as in the library
 constexpr std::string_view PLACE = "<script id=\"recipe\" type=\"application/json\">null</script>";
@@ -36,17 +33,11 @@ struct PageRecipe {
   std::string bytes;
 };
 
-std::string base64(const std::string& bytes) {
-  std::string text(BASE64_ENCODE_RAW_LENGTH(bytes.size()), '\0');
-  base64_encode_raw(text.data(), bytes.size(), reinterpret_cast<const std::uint8_t*>(bytes.data()));
-  return text;
-}
-
 // The recipe as the page expects it. Nothing in it can end the element: base64 has no "<", and in the name it is
 // escaped.
 std::string json_of(const PageRecipe& recipe) {
   using nlohmann::ordered_json;
-  const ordered_json json = {{"name", recipe.name}, {"base64", base64(recipe.bytes)}};
+  const ordered_json json = {{"name", recipe.name}, {"base64", platform::base64_of(recipe.bytes)}};
   std::string text = json.dump(-1, ' ', true, ordered_json::error_handler_t::replace);
   for (std::size_t at = text.find('<'); at != std::string::npos; at = text.find('<', at))
     text.replace(at, 1, "\\u003c");
@@ -66,25 +57,27 @@ bool read_whole(const std::string& path, std::string& bytes, std::string& error)
     case vorlen::FileResult::unreadable:
       break;
   }
-  std::error_code ignored;
-  error = fs::exists(path, ignored) ? path + " can't be read" : "recipe not found: " + path;
+  error = platform::file_state(path).kind != platform::FileKind::NONE ? path + " can't be read"
+                                                                      : "recipe not found: " + path;
   return false;
 }
 
 // The live page of the build folder that the tool is in, or of its installation.
 std::string page_without_recipe() {
-  std::error_code ignored;
-  const fs::path folder = fs::read_symlink("/proc/self/exe", ignored).parent_path();
+  const std::filesystem::path folder = platform::path_of(platform::own_path()).parent_path();
   for (const char* place : {"../wasi/live/live.html", VORLEN_DATA_FROM_TOOL "/live.html"}) {
     std::string html;
-    if (vorlen::read_file((folder / place).c_str(), SIZE_MAX_OF_FILE, html) == vorlen::FileResult::read) return html;
+    if (vorlen::read_file(platform::text_of(folder / place).c_str(), SIZE_MAX_OF_FILE, html) ==
+        vorlen::FileResult::read) {
+      return html;
+    }
   }
   return "";
 }
 
 bool read_recipe_of(const LiveOptions& options, PageRecipe& recipe, std::string& error) {
   if (!options.recipe.empty()) {
-    recipe.name = fs::path(options.recipe).filename().string();
+    recipe.name = platform::text_of(platform::path_of(options.recipe).filename());
     return read_whole(options.recipe, recipe.bytes, error);
   }
   for (const EmbeddedRecipe& each : embedded_recipes()) {
@@ -94,7 +87,7 @@ bool read_recipe_of(const LiveOptions& options, PageRecipe& recipe, std::string&
 }
 
 std::string default_page(const std::string& recipe) {
-  return recipe.empty() ? "live.html" : fs::path(recipe).replace_extension(".live.html").string();
+  return recipe.empty() ? "live.html" : platform::text_of(platform::path_of(recipe).replace_extension(".live.html"));
 }
 
 int write_page(const LiveOptions& options) {
@@ -102,7 +95,7 @@ int write_page(const LiveOptions& options) {
   PageRecipe recipe;
   std::string error;
   if (!read_recipe_of(options, recipe, error)) return fail(error);
-  if (!options.recipe.empty() && is_same_file(page, options.recipe)) return fail(page + " is the recipe");
+  if (!options.recipe.empty() && platform::is_same_file(page, options.recipe)) return fail(page + " is the recipe");
   std::string html = page_without_recipe();
   const std::size_t place = html.find(PLACE);
   if (place == std::string::npos) {

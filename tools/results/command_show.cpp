@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "platform/terminal.h"
 #include "results/layer_json.h"
 #include "results/layer_values.h"
 #include "results/result_check.h"
@@ -126,7 +127,7 @@ int show_result(const ShowOptions& options) {
   if (options.rows) return print_out(rows_csv_of(result));
   if (options.csv) return print_out(csv_of(layers));
   if (options.json) return print_out(layers_json_text(options.result, layers, unphysical));
-  return print_out(text_of(layers, options.all || !is_terminal(stdout)));
+  return print_out(text_of(layers, options.all || !platform::is_terminal(stdout)));
 }
 
 }  // namespace

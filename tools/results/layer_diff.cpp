@@ -6,14 +6,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <limits>
 
 #include "terminal/printable.h"
 
 namespace {
 
-constexpr double UNDEFINED = std::numeric_limits<double>::quiet_NaN();
-constexpr std::size_t DURATION = 0;
 constexpr double ROUNDING = 1e-14;      // relative; what means of the same rows may differ by
 constexpr double VISIBLE = 1.0 - 1e-6;  // units of the last digit from which a difference is shown
 

@@ -34,6 +34,10 @@ struct ComparedQuantity {
 
 constexpr std::size_t N_COMPARED = 8;
 const std::array<ComparedQuantity, N_COMPARED>& compared_quantities();
+// Places in it.
+inline constexpr std::size_t DURATION = 0;
+inline constexpr std::size_t THICKNESS = 1;
+inline constexpr std::size_t RATE = 2;
 
 // One value in both results. What a layer does not have is NaN.
 struct ComparedValue {

@@ -3,23 +3,19 @@
 
 #include <algorithm>
 
+#include "platform/terminal.h"
 #include "results/layer_diff.h"
 #include "terminal/printable.h"
 #include "terminal/row_groups.h"
 #include "terminal/table.h"
-#include "terminal/terminal.h"
 
 namespace {
 
-// Their places in compared_quantities().
-constexpr std::size_t DURATION = 0;
-constexpr std::size_t THICKNESS = 1;
-constexpr std::size_t RATE = 2;
 constexpr double THIN = 1.0;  // nm; duration and rate of a thinner layer count less
 
 bool in_both(const ComparedLayer& layer) { return layer.pair.a != NO_LAYER && layer.pair.b != NO_LAYER; }
 
-const char* arrow() { return use_utf8() ? " \u2192 " : " -> "; }
+const char* arrow() { return platform::uses_utf8() ? " \u2192 " : " -> "; }
 
 // "a" if both are the same, otherwise "a -> b".
 std::string from_to(const std::string& a, const std::string& b) { return a == b ? a : a + arrow() + b; }

@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <limits>
 
 namespace {
 
-constexpr double UNDEFINED = std::numeric_limits<double>::quiet_NaN();
 constexpr double TIME_TOLERANCE = 1e-9;     // of a layer's end, for sums of durations that were rounded otherwise
 constexpr double SMALLEST_MISMATCH = 1e-6;  // angstrom; below it a relaxation says nothing
 constexpr std::array<ResultColumn, 3> METALS = {ResultColumn::X_IN, ResultColumn::X_GA, ResultColumn::X_AL};

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,9 @@
 
 enum class LayerKind { PRE, ACTIVE, POST };
 
-// Undefined values (nothing grew, the run ended before the layer did) are NaN.
+// The value of what is undefined: nothing grew, or the run ended before the layer did.
+inline constexpr double UNDEFINED = std::numeric_limits<double>::quiet_NaN();
+
 struct LayerValues {
   std::string name;
   LayerKind kind = LayerKind::ACTIVE;

@@ -1,22 +1,22 @@
 // The file of a result.
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <system_error>
 
+#include "platform/files.h"
 #include "results/result_file.h"
 
 namespace {
 
 bool read_whole_file(const std::string& path, std::string& content, std::string& error) {
-  std::error_code code;
-  if (!std::filesystem::is_regular_file(path, code)) {
-    error = code ? path + " can't be read: " + code.message() : path + " is not a regular file";
+  const platform::FileState state = platform::file_state(path);
+  if (state.kind != platform::FileKind::REGULAR) {
+    error = state.error != 0 ? path + " can't be read: " + platform::error_text(state.error)
+                             : path + " is not a regular file";
     return false;
   }
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(platform::stream_path(path), std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
   if (!in) {

@@ -1,24 +1,17 @@
-// The parent process forks a worker for each recipe, receives one SimulationReport from it through a pipe, and does all
-// renaming and writing of status files itself. A pipe that ends without a report means that the worker has crashed.
+// The parent process starts a worker for each recipe, receives one SimulationReport from it, and does all renaming and
+// writing of status files itself.
 #include "run/batch.h"
 
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <csignal>
-#include <cstdio>
-#include <cstring>
+#include <cstddef>
 #include <string>
 
+#include "platform/interruptions.h"
+#include "platform/process.h"
 #include "run/progress.h"
+#include "run/tasks.h"
 #include "terminal/files.h"
 #include "terminal/output.h"
 
@@ -26,122 +19,71 @@ namespace {
 
 constexpr int POLL_INTERVAL = 200;  // ms; an interruption is noticed within this time
 
-constexpr std::array<int, 3> INTERRUPTING_SIGNALS = {SIGINT, SIGTERM, SIGHUP};
-
-volatile sig_atomic_t interrupting_signal = 0;
-
-void note_signal(int signal) { interrupting_signal = signal; }
-
 struct Worker {
-  pid_t pid = 0;
-  int pipe = -1;  // its read end
+  platform::Child process;
   Job* job = nullptr;
   std::string temporary;
-  int lock = -1;       // the temporary file, open
-  double begin = 0.0;  // s, on the progress clock
+  platform::File lock = platform::NO_FILE;  // the temporary file, open
+  double begin = 0.0;                       // s, on the progress clock
 };
 
-// Records interrupting signals during its lifetime. Signals that were ignored before (nohup) stay ignored. A pipe that
-// nobody reads does not end the run either: messages may get lost, files may not.
-struct SignalRecorder {
-  std::array<struct sigaction, INTERRUPTING_SIGNALS.size()> old{};
-  sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);
-
-  SignalRecorder() {
-    interrupting_signal = 0;
-    for (std::size_t i = 0; i < old.size(); ++i) {
-      sigaction(INTERRUPTING_SIGNALS[i], nullptr, &old[i]);
-      if (old[i].sa_handler == SIG_IGN) continue;
-      struct sigaction action {};
-      action.sa_handler = note_signal;
-      sigaction(INTERRUPTING_SIGNALS[i], &action, nullptr);
-    }
-  }
-  ~SignalRecorder() {
-    for (std::size_t i = 0; i < old.size(); ++i) sigaction(INTERRUPTING_SIGNALS[i], &old[i], nullptr);
-    std::signal(SIGPIPE, old_pipe);
-  }
-  SignalRecorder(const SignalRecorder&) = delete;
-  SignalRecorder& operator=(const SignalRecorder&) = delete;
-};
-
-[[noreturn]] void work(const Worker& worker, int pipe) {
-  // A terminal or a scheduler signals all processes at once. The parent ends its workers; a worker that reacted to the
-  // signal itself would look like a crash.
-  for (const int interruption : INTERRUPTING_SIGNALS) std::signal(interruption, SIG_IGN);
-  prctl(PR_SET_PDEATHSIG, SIGKILL);  // no simulation outlives its parent
-  const SimulationReport report = simulate(*worker.job, worker.temporary);
-  _exit(write_all(pipe, &report, sizeof report) ? 0 : 1);
+// words: recipe, scheme and result of a job.
+std::string run_simulation_task(const std::vector<std::string>& words) {
+  Job job;
+  job.recipe = words.at(0);
+  job.scheme = words.at(1);
+  job.paths = result_paths(words.at(2));
+  return bytes_of(simulate(job, part_path(job.paths.result)));
 }
 
-// Removes the temporary file of a job that was not finished, and ends its lock. Keeps errno.
+// Removes the temporary file of a job that was not finished, and ends its lock.
 void release(const Worker& worker) {
-  const int reason = errno;
-  remove_file(worker.temporary);
-  close(worker.lock);
-  errno = reason;
+  platform::remove_file(worker.temporary);
+  platform::close_file(worker.lock);
 }
 
-// Returns false if no process can be created. A job that must not run, because another run writes its files, is FAILED.
-bool start_worker(Job& job, double now, std::vector<Worker>& workers) {
-  std::array<int, 2> ends{};
+// Returns the system's error if no process can be created, otherwise 0. A job that must not run, because another run
+// writes its files, is FAILED.
+platform::ErrorCode start_worker(Job& job, double now, std::vector<Worker>& workers) {
   Worker worker;
   worker.job = &job;
   worker.temporary = part_path(job.paths.result);
   worker.begin = now;
   worker.lock = lock_part(job.paths.result, job.text);
-  if (worker.lock >= 0) job.text = problem_with_target(job);  // again: the files may be those of a run that ended now
+  const bool locked = worker.lock != platform::NO_FILE;
+  if (locked) job.text = problem_with_target(job);  // again: the files may be those of a run that ended now
   if (!job.text.empty()) {
-    if (worker.lock >= 0) release(worker);
+    if (locked) release(worker);
     job.state = JobState::FAILED;
-    return true;
+    return 0;
   }
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+  const platform::ErrorCode error =
+      platform::start_child(SIMULATION_TASK, {job.recipe, job.scheme, job.paths.result}, worker.process);
+  if (error != 0) {
     release(worker);
-    return false;
+    return error;
   }
-  worker.pipe = ends[0];
-  worker.pid = fork();
-  if (worker.pid == 0) {
-    // Inherited pipes of other workers are read ends and do no harm.
-    work(worker, ends[1]);
-  }
-  if (worker.pid < 0) {
-    release(worker);
-    for (const int end : ends) close(end);
-    return false;
-  }
-  close(ends[1]);
   job.state = JobState::RUNNING;
   workers.push_back(worker);
-  return true;
+  return 0;
 }
 
-// Waits for a worker whose pipe is readable or closed, and finishes its job.
+// Finishes the job of a worker that has reported or ended.
 void collect(const Worker& worker, double now) {
+  std::string bytes;
+  const std::string end = platform::collect_child(worker.process, bytes);
   SimulationReport report;
-  const bool reported = read_all(worker.pipe, &report, sizeof report);
-  close(worker.pipe);
-  int ended = 0;
-  while (waitpid(worker.pid, &ended, 0) < 0 && errno == EINTR) {
-  }
-  if (reported) {
+  if (from_bytes(bytes, report)) {
     finish_job(*worker.job, worker.temporary, report);
   } else {
-    const std::string cause = WIFSIGNALED(ended)
-                                  ? fmt::format("signal {}, {}", WTERMSIG(ended), strsignal(WTERMSIG(ended)))
-                                  : fmt::format("exit status {}", WEXITSTATUS(ended));
-    finish_crashed_job(*worker.job, worker.temporary, "The simulation's process has crashed (" + cause + ")",
+    finish_crashed_job(*worker.job, worker.temporary, "The simulation's process has crashed (" + end + ")",
                        now - worker.begin);
   }
-  close(worker.lock);
+  platform::close_file(worker.lock);
 }
 
 void end_worker(const Worker& worker) {
-  kill(worker.pid, SIGKILL);
-  while (waitpid(worker.pid, nullptr, 0) < 0 && errno == EINTR) {
-  }
-  close(worker.pipe);
+  platform::kill_child(worker.process);
   release(worker);
   worker.job->state = JobState::WAITING;
 }
@@ -157,12 +99,12 @@ void report_failure(const Job& job, bool with_name, Progress& progress) {
 
 // Waits up to timeout [ms] for reports of workers, and finishes their jobs.
 void wait_for_workers(std::vector<Worker>& workers, int timeout, Progress& progress, bool with_name) {
-  std::vector<pollfd> pipes;
-  pipes.reserve(workers.size());
-  for (const Worker& worker : workers) pipes.push_back({worker.pipe, POLLIN, 0});
-  if (poll(pipes.data(), pipes.size(), timeout) <= 0) return;
-  for (std::size_t i = workers.size(); i-- > 0;) {
-    if (pipes[i].revents == 0) continue;
+  std::vector<platform::Child> processes;
+  processes.reserve(workers.size());
+  for (const Worker& worker : workers) processes.push_back(worker.process);
+  const std::vector<std::size_t> ready = platform::wait_for_children(processes, timeout);
+  for (auto place = ready.rbegin(); place != ready.rend(); ++place) {
+    const std::size_t i = *place;
     collect(workers[i], elapsed(progress));
     if (workers[i].job->state == JobState::FAILED) report_failure(*workers[i].job, with_name, progress);
     workers.erase(workers.begin() + static_cast<std::ptrdiff_t>(i));
@@ -175,15 +117,19 @@ bool any_failed(const std::vector<Job>& jobs) {
 
 }  // namespace
 
+const platform::NamedTask SIMULATION_TASK = {"simulate", run_simulation_task};
+
+std::vector<platform::NamedTask> worker_tasks() { return {SIMULATION_TASK, WARNING_TASK}; }
+
 int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
-  const SignalRecorder signals;
+  const platform::RecordedInterruptions interruptions;
   Progress progress = begin_progress(jobs.size());
   const bool with_name = jobs.size() > 1;
   std::vector<Worker> workers;
   std::size_t next = 0;
   bool stop = false;
-  while (interrupting_signal == 0) {
-    while (!stop && next < jobs.size() && workers.size() < options.workers && interrupting_signal == 0) {
+  while (platform::recorded_interruption() == 0) {
+    while (!stop && next < jobs.size() && workers.size() < options.workers && platform::recorded_interruption() == 0) {
       Job& job = jobs[next];
       const bool shares_part = std::any_of(workers.begin(), workers.end(), [&job](const Worker& worker) {
         return worker.temporary == part_path(job.paths.result);  // very long names
@@ -191,10 +137,10 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
       if (shares_part) break;
       if (!options.force && is_up_to_date(job)) {
         job.state = JobState::SKIPPED;
-      } else if (!start_worker(job, elapsed(progress), workers)) {
+      } else if (const platform::ErrorCode error = start_worker(job, elapsed(progress), workers); error != 0) {
         if (!workers.empty()) break;  // try again when one has ended and released its resources
         job.state = JobState::FAILED;
-        job.text = std::string("No process for the simulation: ") + std::strerror(errno);
+        job.text = "No process for the simulation: " + platform::error_text(error);
       }
       if (job.state == JobState::FAILED) report_failure(job, with_name, progress);
       ++next;
@@ -208,5 +154,5 @@ int run_batch(std::vector<Job>& jobs, const BatchOptions& options) {
   wait_for_workers(workers, 0, progress, with_name);  // that had ended before the interruption
   for (const Worker& worker : workers) end_worker(worker);
   show_progress(progress, jobs, true);
-  return interrupting_signal;
+  return platform::recorded_interruption();
 }

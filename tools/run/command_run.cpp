@@ -2,15 +2,14 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "commands.h"
+#include "platform/files.h"
 #include "results/result_file.h"
 #include "run/batch.h"
 #include "run/recipe_warnings.h"
@@ -22,8 +21,6 @@
 #include "terminal/output.h"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr int EXIT_SIGNAL = 128;  // plus the number of the signal, as in shells
 constexpr unsigned MOST_WORKERS = 1024;
@@ -40,17 +37,17 @@ struct RunOptions {
 
 // The recipe's file name with the extension .result.txt, in folder (empty: the current one).
 std::string default_result_path(const std::string& recipe, const std::string& folder) {
-  return (fs::path(folder) / (fs::path(recipe).stem().string() + ".result.txt")).string();
+  const std::string name = platform::text_of(platform::path_of(recipe).stem()) + ".result.txt";
+  return platform::text_of(platform::path_of(folder) / platform::path_of(name));
 }
 
 // Why the batch must not be started; empty if it can be.
 std::string problem_with_batch(const std::vector<Job>& jobs) {
-  std::map<fs::path, const Job*> owners;
+  std::map<std::string, const Job*> owners;
   for (const Job& job : jobs) {
     for (const std::string& path : {job.paths.result, job.paths.status, job.paths.failed}) {
-      std::error_code ignored;
-      const fs::path place = fs::weakly_canonical(fs::absolute(target_of(path), ignored), ignored);
-      const auto [owner, is_first] = owners.emplace(place.empty() ? fs::path(path) : place, &job);
+      const std::string place = platform::identity_of(path);
+      const auto [owner, is_first] = owners.emplace(place.empty() ? path : place, &job);
       if (is_first) continue;
       if (owner->second == &job) return path + " is a link to another file of the same run";
       return fmt::format("{} and {} would both write {}", owner->second->recipe, job.recipe, path);
@@ -64,10 +61,9 @@ std::string overwritten_recipe(const std::vector<Job>& jobs) {
   for (const Job& job : jobs) {
     const ResultPaths& paths = job.paths;
     for (const std::string& path : {paths.result, paths.status, paths.failed, part_path(paths.result)}) {
-      std::error_code ignored;
-      if (!fs::exists(path, ignored)) continue;
+      if (platform::file_state(path).kind == platform::FileKind::NONE) continue;
       for (const Job& other : jobs) {
-        if (is_same_file(other.recipe, path)) return other.recipe;
+        if (platform::is_same_file(other.recipe, path)) return other.recipe;
       }
     }
   }
@@ -100,9 +96,8 @@ int run_recipes(const RunOptions& options) {
   const std::string overwritten = overwritten_recipe(jobs);
   if (!overwritten.empty()) return fail("the result would overwrite the recipe " + overwritten);
   if (!options.output_folder.empty()) {
-    std::error_code code;
-    fs::create_directories(options.output_folder, code);
-    if (code) return fail(options.output_folder + " can't be created: " + code.message());
+    const platform::ErrorCode error = platform::create_folders(options.output_folder);
+    if (error != 0) return fail(options.output_folder + " can't be created: " + platform::error_text(error));
   }
   int target_status = EXIT_OK;
   for (const Job& job : jobs) {

@@ -2,12 +2,11 @@
 #include "run/progress.h"
 
 #include <fmt/core.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
+
+#include "platform/terminal.h"
 
 namespace {
 
@@ -34,10 +33,9 @@ std::string line_of(const std::vector<Job>& jobs, double seconds) {
 }  // namespace
 
 Progress begin_progress(std::size_t job_count) {
-  const char* terminal = std::getenv("TERM");
   Progress progress;
   progress.start = std::chrono::steady_clock::now();
-  progress.in_place = isatty(STDERR_FILENO) == 1 && terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+  progress.in_place = platform::has_control_sequences(stderr);
   progress.of_several = job_count > 1;
   return progress;
 }

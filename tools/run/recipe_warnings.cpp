@@ -2,24 +2,22 @@
 // check that ends without an answer counts as one without warnings; the run will show what is wrong.
 #include "run/recipe_warnings.h"
 
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cerrno>
-#include <csignal>
 #include <exception>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "check/recipe_check.h"
 #include "check/recipe_words.h"
-#include "terminal/files.h"
+#include "platform/interruptions.h"
+#include "platform/process.h"
+#include "platform/terminal.h"
+#include "run/tasks.h"
 #include "terminal/output.h"
 #include "terminal/printable.h"
 #include "terminal/terminal.h"
@@ -64,14 +62,14 @@ std::string text_with_name(const recipe::Problem& problem) {
   return fmt::format("{} ({} {})", text, problem.stage, name);
 }
 
-WarningReport report_on(const Job& job) {
-  std::vector<recipe::Problem> problems = recipe::check_recipe(job.recipe);
+WarningReport report_on(const std::string& path, const std::string& scheme) {
+  std::vector<recipe::Problem> problems = recipe::check_recipe(path);
   WarningReport report;
   if (!problems.empty() && problems.front().severity == recipe::Severity::error) {
     report.rejected = problems.front().line > 0;
     return report;
   }
-  if (job.scheme == "staged") {
+  if (scheme == "staged") {
     std::erase_if(problems, [](const recipe::Problem& problem) {
       return std::find(std::begin(CONTINUOUS_ONLY), std::end(CONTINUOUS_ONLY), problem.kind) !=
              std::end(CONTINUOUS_ONLY);
@@ -83,35 +81,26 @@ WarningReport report_on(const Job& job) {
   for (std::size_t k = 0; k < std::min(problems.size(), MOST_SHOWN); ++k) {
     const std::string place = problems[k].line > 0 ? fmt::format("line {}: ", problems[k].line) : "";
     const std::string words = printable(text_with_name(problems[k]));
-    const std::string text = place + (use_utf8() ? words : with_ascii_units(words));
+    const std::string text = place + (platform::uses_utf8() ? words : with_ascii_units(words));
     text.copy(report.first[k].data(), report.first[k].size() - 1);
   }
   return report;
 }
 
-[[noreturn]] void check_and_exit(const Job& job, int pipe) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  int status = 1;
-  try {
-    const WarningReport report = report_on(job);
-    if (write_all(pipe, &report, sizeof report)) status = 0;
-  } catch (const std::exception&) {  // out of memory
-  }
-  _exit(status);
+// words: the recipe, and the scheme that overrides its own, or an empty text.
+std::string check(const std::vector<std::string>& words) try {
+  return bytes_of(report_on(words.at(0), words.at(1)));
+} catch (const std::exception&) {  // out of memory
+  return "";
 }
 
 WarningReport checked_separately(const Job& job) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return {};
-  const pid_t pid = fork();
-  if (pid == 0) check_and_exit(job, ends[1]);
-  close(ends[1]);
+  platform::Child child;
+  if (platform::start_child(WARNING_TASK, {job.recipe, job.scheme}, child) != 0) return {};
+  std::string bytes;
+  platform::collect_child(child, bytes);
   WarningReport report;
-  const bool reported = pid > 0 && read_all(ends[0], &report, sizeof report);
-  close(ends[0]);
-  while (pid > 0 && waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-  }
-  return reported ? report : WarningReport{};
+  return from_bytes(bytes, report) ? report : WarningReport{};
 }
 
 std::string counted(std::size_t number, const char* word) {
@@ -146,12 +135,13 @@ void show_batch(std::vector<Job>& jobs) {
 
 }  // namespace
 
+const platform::NamedTask WARNING_TASK = {"check", check};
+
 void show_recipe_warnings(std::vector<Job>& jobs) {
-  const sighandler_t old_pipe = std::signal(SIGPIPE, SIG_IGN);  // the run continues when nobody reads the messages
+  const platform::IgnoredBrokenPipes ignored;  // the run continues when nobody reads the messages
   if (jobs.size() == 1) {
     show_one(jobs.front(), checked_separately(jobs.front()));
   } else {
     show_batch(jobs);
   }
-  std::signal(SIGPIPE, old_pipe);
 }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <iterator>
 
+#include "platform/terminal.h"
 #include "run/status_file.h"
 #include "terminal/printable.h"
 #include "terminal/row_groups.h"
@@ -23,7 +24,7 @@ std::string layer_table(const ResultFile& result) {
                           fmt::format("{:.10g}", layer.duration), fixed_number(layer.thickness, 3)});
   }
   table.names = 2;
-  if (is_terminal(stdout)) {
+  if (platform::is_terminal(stdout)) {
     std::vector<std::string> keys;
     for (const std::vector<std::string>& row : table.rows) keys.push_back(row_key(row, 1));
     keep_groups(table, equal_keys(keys));

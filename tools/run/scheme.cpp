@@ -3,28 +3,19 @@
 // The library's own reader then confirms that the recipe has the scheme.
 #include "run/scheme.h"
 
-#include <fmt/core.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
+#include <cstddef>
 #include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <new>
-#include <sstream>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 
+#include "platform/read_file.h"
 #include "recipe/keywords.h"
 #include "recipe/load_document.h"
 #include "recipe/process_recipe.h"
 #include "recipe/read_recipe.h"
 #include "recipe/recipe_table.h"
-#include "terminal/files.h"
 
 namespace {
 
@@ -37,13 +28,9 @@ std::string root_name() { return vorlen::recipe::rows_of(Section::document).fron
 
 // Empty for what the library does not read either: pipes, devices and huge files.
 std::string read_text(const std::string& path) {
-  constexpr std::uintmax_t LARGEST = std::uintmax_t{64} << 20;  // bytes
-  std::error_code code;
-  if (!std::filesystem::is_regular_file(path, code) || std::filesystem::file_size(path, code) > LARGEST) return "";
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  constexpr std::size_t LARGEST = std::size_t{64} << 20;  // bytes
+  std::string text;
+  return vorlen::read_file(path.c_str(), LARGEST, text) == vorlen::FileResult::read ? text : "";
 }
 
 // The first element of that name below parent; null if there is none, also for a null parent.
@@ -111,11 +98,11 @@ std::size_t end_of_root_tag(std::string_view text) {
   return std::string_view::npos;
 }
 
-// Whether the recipe at path has this scheme. True also for a recipe with errors, which does not run at all.
-bool has_scheme(const std::string& path, const std::string& scheme) {
+// Whether the recipe has this scheme. True also for a recipe with errors, which does not run at all.
+bool has_scheme(const std::string& text, const std::string& scheme) {
   vorlen::ProcessRecipe recipe;
   std::string ignored;
-  if (vorlen::read_recipe(path.c_str(), recipe, ignored) != 0) return true;
+  if (vorlen::read_recipe({"", text}, recipe, ignored) != 0) return true;
   std::int32_t wanted = 0;
   return vorlen::find_keyword(scheme_row().keywords, scheme.c_str(), wanted) && recipe.scheme == wanted;
 }
@@ -157,20 +144,14 @@ std::string recipe_under_scheme(const std::string& path, const std::string& sche
   const std::size_t place = end_of_root_tag(text);
   if (place != std::string_view::npos) {
     text.insert(place, integration_text(document, scheme));
-    if (has_scheme(MemoryFile(text).path(), scheme)) return text;
+    if (has_scheme(text, scheme)) return text;
   } else if (child(&document, root_name().c_str()) == nullptr || child(&document, root_name().c_str())->NoChildren()) {
     return "";
   }
   throw std::runtime_error("The scheme can't be set in " + path + ": put the element integration into it instead");
 }
 
-MemoryFile::MemoryFile(const std::string& content) : descriptor_(memfd_create("recipe", MFD_CLOEXEC)) {
-  if (descriptor_ >= 0 && write_all(descriptor_, content.data(), content.size())) return;
-  const std::string reason = std::strerror(errno);
-  if (descriptor_ >= 0) close(descriptor_);
-  throw std::runtime_error("No copy of the recipe for another scheme: " + reason);
+const std::string& path_of_copy(const platform::PrivateFile& copy) {
+  if (copy.error() == 0) return copy.path();
+  throw std::runtime_error("No copy of the recipe for another scheme: " + platform::error_text(copy.error()));
 }
-
-MemoryFile::~MemoryFile() { close(descriptor_); }
-
-std::string MemoryFile::path() const { return fmt::format("/proc/self/fd/{}", descriptor_); }

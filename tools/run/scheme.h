@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/files.h"
+
 // The schemes that a recipe can choose.
 std::vector<std::string> scheme_names();
 
@@ -15,16 +17,5 @@ std::string scheme_of_recipe(const std::string& path);
 // scheme cannot be set.
 std::string recipe_under_scheme(const std::string& path, const std::string& scheme);
 
-// A file in memory. It disappears with the process, even if that crashes.
-class MemoryFile {
- public:
-  // Throws std::runtime_error if it cannot be created.
-  explicit MemoryFile(const std::string& content);
-  ~MemoryFile();
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-  std::string path() const;
-
- private:
-  int descriptor_ = -1;
-};
+// The path of the copy of a recipe for another scheme. Throws std::runtime_error if the copy could not be created.
+const std::string& path_of_copy(const platform::PrivateFile& copy);

@@ -7,23 +7,21 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "api/vorlen_solver.h"
+#include "platform/files.h"
+#include "platform/program.h"
 #include "recipe/read_recipe.h"
 #include "results/result_check.h"
 #include "results/result_file.h"
 #include "run/scheme.h"
 #include "run/status_file.h"
 #include "terminal/files.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -40,6 +38,8 @@ std::string renamed(std::string text, const std::string& temporary, const std::s
   const std::size_t place = text.find(temporary);
   return place == std::string::npos ? text : text.replace(place, temporary.size(), name);
 }
+
+bool exists(const std::string& path) { return platform::file_state(path).kind != platform::FileKind::NONE; }
 
 // The recipe that produced the rows; nothing if it has changed since.
 std::optional<vorlen::ProcessRecipe> recipe_of_rows(const Job& job, const SimulationReport& report) {
@@ -61,16 +61,16 @@ double end_of_process(const std::optional<vorlen::ProcessRecipe>& recipe) {
 // Removes an incomplete last line, which is left when a file could not be written to its end. Returns whether there
 // was one.
 bool drop_cut_line(const std::string& path) {
-  std::error_code code;
-  const std::uintmax_t size = fs::file_size(path, code);
-  if (code || size == 0) return false;
+  const std::uintmax_t size = platform::file_size(path);
+  if (size == 0) return false;
   constexpr std::uintmax_t ROW_SIZE_MAX = 1024;  // no row is longer
   std::string end(static_cast<std::size_t>(std::min(size, ROW_SIZE_MAX)), '\0');
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(platform::stream_path(path), std::ios::binary);
   in.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
   if (!in.read(end.data(), static_cast<std::streamsize>(end.size())) || end.back() == '\n') return false;
+  in.close();
   const std::size_t last = end.rfind('\n');
-  if (last != std::string::npos) fs::resize_file(path, size - end.size() + last + 1, code);
+  if (last != std::string::npos) platform::shorten_file(path, size - end.size() + last + 1);
   return true;
 }
 
@@ -108,7 +108,7 @@ void write_status(Job& job, const SimulationReport& report, const std::string& r
   status.scheme = report.scheme.data();
   status.result_file = path_in_status(rows.empty() ? job.paths.result : rows, job.paths.status);
   if (!rows.empty()) status.result_sha256 = report.result_sha256.data();
-  status.host = host_name();
+  status.host = platform::host_name();
   status.finished = utc_now();
   std::string error;
   if (write_status_file(job.paths.status, status, error)) return;
@@ -129,8 +129,7 @@ bool names_file(const RunStatus& status, const std::string& status_path, const s
   if (status.result_file.empty()) return false;
   if (status.result_file == path_in_status(path, status_path)) return true;
   const std::string named = path_from_status(status.result_file, status_path);
-  std::error_code ignored;
-  if (fs::exists(named, ignored)) return is_same_file(named, path);
+  if (exists(named)) return platform::is_same_file(named, path);
   return !status.result_sha256.empty() && status.result_sha256 == sha256_of_file(path);
 }
 
@@ -144,9 +143,8 @@ bool has_recipe_of(const Job& job, const RunStatus& status) {
 std::string foreign_file(const Job& job) {
   const ResultPaths& paths = job.paths;
   constexpr const char* REMEDY = "move it away, or choose another output";
-  std::error_code ignored;
-  const bool has_status = fs::exists(paths.status, ignored);
-  const bool has_rows = fs::exists(paths.failed, ignored);
+  const bool has_status = exists(paths.status);
+  const bool has_rows = exists(paths.failed);
   RunStatus status;
   if (has_status && !read_status_file(paths.status, status)) {
     return fmt::format("{} is not a status file: {}", paths.status, REMEDY);
@@ -168,8 +166,8 @@ std::string foreign_file(const Job& job) {
 ResultPaths result_paths(const std::string& result) {
   std::string stem = result;
   const auto drop = [&stem](const std::string& ending) {
-    const bool ends_so =
-        stem.size() > ending.size() && stem.ends_with(ending) && stem[stem.size() - ending.size() - 1] != '/';
+    const bool ends_so = stem.size() > ending.size() && stem.ends_with(ending) &&
+                         !platform::is_separator(stem[stem.size() - ending.size() - 1]);
     if (ends_so) stem.resize(stem.size() - ending.size());
     return ends_so;
   };
@@ -183,10 +181,10 @@ SimulationReport simulate(const Job& job, const std::string& temporary) {
   const std::string scheme = scheme_of(job);
   copy_text(scheme, report.scheme);
   std::string recipe = job.recipe;
-  std::optional<MemoryFile> copy;
+  std::optional<platform::PrivateFile> copy;
   try {
     const std::string content = job.scheme.empty() ? "" : recipe_under_scheme(job.recipe, job.scheme);
-    if (!content.empty()) recipe = copy.emplace(content).path();
+    if (!content.empty()) recipe = path_of_copy(copy.emplace(content));
   } catch (const std::runtime_error& error) {
     copy_text(error.what(), report.text);
     return report;
@@ -223,12 +221,12 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
   if (report.result != 0 && rows.empty() && report.recipe_sha256.front() == '\0') {
     // Without a recipe nothing was run. The files of an earlier run are kept, including its status file and failed
     // rows.
-    remove_file(temporary);
+    platform::remove_file(temporary);
     return;
   }
   std::string error;
   if (rows.empty()) {
-    remove_file(temporary);
+    platform::remove_file(temporary);
   } else if (!put_in_place(temporary, rows, error)) {
     rows.clear();
     error += "; the rows are in " + set_aside(temporary, job.paths.result);
@@ -237,7 +235,7 @@ void finish_job(Job& job, const std::string& temporary, const SimulationReport& 
   } else if (rows == job.paths.failed) {
     job.text += "\nThe rows up to there are in " + rows;
   }
-  if (error.empty() && rows != job.paths.failed) remove_file(job.paths.failed);  // from an earlier run
+  if (error.empty() && rows != job.paths.failed) platform::remove_file(job.paths.failed);  // from an earlier run
   SimulationReport final_report = report;
   if (job.state == JobState::FAILED && report.result == 0) {
     final_report.result = 1;
@@ -272,7 +270,7 @@ std::string problem_with_target(const Job& job) {
     if (!problem.empty()) return problem;
   }
   for (const char* ending : {".failed.txt", ".status.json", ".part"}) {
-    if (paths.result.ends_with(ending) || target_of(paths.result).ends_with(ending)) {
+    if (paths.result.ends_with(ending) || platform::link_target(paths.result).ends_with(ending)) {
       return fmt::format("{}: names ending in {} are for other files of a run; choose another output", paths.result,
                          ending);
     }

@@ -1,15 +1,13 @@
 // Status files are JSON objects.
 #include "run/status_file.h"
 
-#include <unistd.h>
-
 #include <array>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
+#include "platform/files.h"
 #include "terminal/files.h"
 
 namespace fs = std::filesystem;
@@ -26,26 +24,20 @@ std::string text_at(const nlohmann::json& object, const char* key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
-// The absolute path without symbolic links in its folder; the last part is kept, also if it is a link.
-fs::path with_resolved_folder(const std::string& path) {
-  std::error_code ignored;
-  const fs::path absolute = fs::absolute(path, ignored);
-  return fs::weakly_canonical(absolute.parent_path(), ignored) / absolute.filename();
-}
-
 }  // namespace
 
 std::string path_in_status(const std::string& path, const std::string& status_path) {
-  const fs::path absolute = with_resolved_folder(path);
-  const fs::path relative = absolute.lexically_relative(with_resolved_folder(status_path).parent_path());
+  const fs::path absolute = platform::with_resolved_folder(path);
+  const fs::path relative = absolute.lexically_relative(platform::with_resolved_folder(status_path).parent_path());
   const bool is_inside = !relative.empty() && *relative.begin() != "..";
   // Texts and paths may contain bytes that are not valid UTF-8; JSON cannot.
-  const nlohmann::json text = (is_inside ? relative : absolute).string();
+  const nlohmann::json text = platform::portable_text_of(is_inside ? relative : absolute);
   return nlohmann::json::parse(text.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace)).get<std::string>();
 }
 
 std::string path_from_status(const std::string& text, const std::string& status_path) {
-  return (fs::path(status_path).parent_path() / text).string();  // an absolute one replaces the folder
+  return platform::text_of(platform::path_of(status_path).parent_path() /
+                           platform::path_of(text));  // an absolute one replaces the folder
 }
 
 bool write_status_file(const std::string& path, const RunStatus& status, std::string& error) {
@@ -64,7 +56,7 @@ bool write_status_file(const std::string& path, const RunStatus& status, std::st
 }
 
 bool read_status_file(const std::string& path, RunStatus& status) {
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in(platform::stream_path(path), std::ios::binary);
   if (!in) return false;
   const nlohmann::json object = nlohmann::json::parse(in, nullptr, false);
   if (!object.is_object()) return false;
@@ -85,15 +77,9 @@ bool read_status_file(const std::string& path, RunStatus& status) {
   return true;
 }
 
-std::string host_name() {
-  std::array<char, 256> name{};
-  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
-}
-
 std::string utc_now() {
   const std::time_t now = std::time(nullptr);
-  std::tm parts{};
-  gmtime_r(&now, &parts);
+  const std::tm parts = *std::gmtime(&now);
   std::array<char, 32> text{};
   std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
   return text.data();

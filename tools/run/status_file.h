@@ -31,5 +31,4 @@ std::string path_from_status(const std::string& text, const std::string& status_
 // False if the file does not exist or is not understood.
 bool read_status_file(const std::string& path, RunStatus& status);
 
-std::string host_name();
 std::string utc_now();

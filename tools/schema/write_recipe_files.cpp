@@ -19,7 +19,7 @@
 namespace {
 
 std::string file_text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(platform::stream_path(path), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 

@@ -1,27 +1,16 @@
-// Hidden names begin with a dot so that *.txt does not match. The lock of a run is that of flock() on its temporary
-// file, which the Python package respects too.
+// Hidden names begin with a dot so that *.txt does not match. The Python package respects the lock of a temporary file
+// too.
 #include "terminal/files.h"
 
-#include <fcntl.h>
 #include <fmt/core.h>
-#include <nettle/sha2.h>
-#include <signal.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
+#include <cstddef>
 #include <fstream>
 #include <iterator>
 #include <string_view>
-#include <system_error>
-#include <tuple>
+
+#include "platform/digest.h"
+#include "platform/interruptions.h"
 
 namespace fs = std::filesystem;
 
@@ -29,230 +18,120 @@ namespace {
 
 constexpr std::string_view PART = ".part";
 
-// Holds back the signals that end the program.
-class HeldSignals {
- public:
-  HeldSignals() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
-    sigprocmask(SIG_BLOCK, &ending, &old_);
-  }
-  ~HeldSignals() { sigprocmask(SIG_SETMASK, &old_, nullptr); }
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
-
- private:
-  sigset_t old_{};
-};
-
-fs::path folder_of(const fs::path& target) { return target.has_parent_path() ? target.parent_path() : fs::path("."); }
+std::string folder_of(const std::string& target) {
+  const fs::path path = platform::path_of(target);
+  return path.has_parent_path() ? platform::text_of(path.parent_path()) : ".";
+}
 
 // A hidden name beside target. Names of files have at most 255 bytes.
-std::string hidden_name(const fs::path& target, std::string_view ending) {
+std::string hidden_name(const std::string& target, std::string_view ending) {
   constexpr std::size_t LONGEST = 200;
-  const std::string name = target.filename().string();
-  return target.parent_path() / fmt::format(".{}{}", name.size() > LONGEST ? "vorlen" : name, ending);
+  const fs::path path = platform::path_of(target);
+  const std::string name = platform::text_of(path.filename());
+  const std::string hidden = fmt::format(".{}{}", name.size() > LONGEST ? "vorlen" : name, ending);
+  return platform::text_of(path.parent_path() / platform::path_of(hidden));
 }
 
-// Creates an empty file with a new name beside target. Returns it open, or -1 with the reason in errno.
-int create_beside(const fs::path& target, std::string& name) {
-  name = hidden_name(target, fmt::format(".XXXXXX{}", PART));
-  return mkostemps(name.data(), static_cast<int>(PART.size()), O_CLOEXEC);
+// Creates an empty file with a new name beside target.
+platform::ErrorCode create_beside(const std::string& target, platform::File& file, std::string& name) {
+  return platform::create_new_file(hidden_name(target, "."), std::string(PART), file, name);
 }
 
-bool is_same(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
-
-std::string not_written(const std::string& path, int reason) {
-  return path + " can't be written: " + std::strerror(reason);
-}
-
-// Writes the file to the disk; a network file system may report a full disk only now.
-bool flush_to_disk(const std::string& path) {
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
-  const bool flushed = fsync(file) == 0 || errno == EINVAL || errno == EROFS;
-  const int reason = errno;
-  close(file);
-  errno = reason;
-  return flushed;
-}
-
-// Gives the file the owner and the permissions of old, or those of a new file. A file system may not have them.
-void set_access(const std::string& path, const struct stat* old) {
-  if (old == nullptr) {
-    const mode_t mask = umask(0);
-    umask(mask);
-    std::ignore = chmod(path.c_str(), 0666 & ~mask);
-    return;
-  }
-  if (chown(path.c_str(), old->st_uid, old->st_gid) != 0) {
-    std::ignore = chown(path.c_str(), static_cast<uid_t>(-1), old->st_gid);
-  }
-  std::ignore = chmod(path.c_str(), old->st_mode & 07777);
+std::string not_written(const std::string& path, platform::ErrorCode reason) {
+  return path + " can't be written: " + platform::error_text(reason);
 }
 
 }  // namespace
 
-std::string target_of(const std::string& path) {
-  constexpr int MOST_LINKS = 40;  // as in the kernel
-  fs::path target = path;
-  std::error_code code;
-  for (int links = 0; links < MOST_LINKS && fs::is_symlink(target, code); ++links) {
-    target = target.parent_path() / fs::read_symlink(target, code);  // an absolute one replaces the folder
-  }
-  return target.string();
-}
-
 std::string problem_with_output(const std::string& path) {
-  struct stat old {};
-  if (stat(path.c_str(), &old) == 0) {
-    if (!S_ISREG(old.st_mode)) return path + " is not a regular file";
-    if (access(path.c_str(), W_OK) != 0) return not_written(path, errno);
-    for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {  // as in -o r.txt > r.txt, or -o /dev/stdout > r.txt
-      struct stat printed {};
-      if (fstat(stream, &printed) == 0 && is_same(old, printed)) return path + " is also the output of the command";
-    }
-  } else if (errno != ENOENT) {
-    return not_written(path, errno);
+  const platform::FileState old = platform::file_state(path);
+  if (old.kind == platform::FileKind::OTHER) return path + " is not a regular file";
+  if (old.kind == platform::FileKind::REGULAR) {
+    const platform::ErrorCode error = platform::write_access(path);
+    if (error != 0) return not_written(path, error);
+    // As in -o r.txt > r.txt, or -o /dev/stdout > r.txt.
+    if (platform::is_standard_output(path)) return path + " is also the output of the command";
+  } else if (!platform::is_missing(old.error)) {
+    return not_written(path, old.error);
   }
-  const fs::path folder = folder_of(target_of(path));
-  if (access(folder.c_str(), W_OK | X_OK) == 0) return "";
-  return errno == ENOENT ? path + " can't be written: folder not found: " + folder.string() : not_written(path, errno);
-}
-
-bool is_same_file(const std::string& a, const std::string& b) {
-  std::error_code code;
-  return fs::equivalent(a, b, code);
+  const std::string folder = folder_of(platform::link_target(path));
+  const platform::ErrorCode error = platform::folder_access(folder);
+  if (error == 0) return "";
+  return platform::is_missing(error) ? path + " can't be written: folder not found: " + folder
+                                     : not_written(path, error);
 }
 
 bool put_in_place(const std::string& temporary, const std::string& path, std::string& error) {
   error = problem_with_output(path);  // it may have changed since the start of a run
   if (!error.empty()) return false;
-  const fs::path target = target_of(path);
-  struct stat old {};
-  set_access(temporary, stat(target.c_str(), &old) == 0 ? &old : nullptr);
-  if (flush_to_disk(temporary) && std::rename(temporary.c_str(), target.c_str()) == 0) return true;
-  if (errno == EXDEV) {  // path is a link to another file system
-    std::ifstream in(temporary, std::ios::binary);
+  const std::string target = platform::link_target(path);
+  platform::copy_access(temporary, target);
+  platform::ErrorCode code = platform::flush_to_disk(temporary);
+  if (code == 0) code = platform::rename_file(temporary, target);
+  if (code == 0) return true;
+  if (platform::is_other_file_system(code)) {  // path is a link
+    std::ifstream in(platform::stream_path(temporary), std::ios::binary);
     if (!write_file(path, std::string(std::istreambuf_iterator<char>(in), {}), error)) return false;
-    remove_file(temporary);
+    platform::remove_file(temporary);
     return true;
   }
-  error = path + " can't be put in place: " + std::strerror(errno);
+  error = path + " can't be put in place: " + platform::error_text(code);
   return false;
 }
 
 bool write_file(const std::string& path, const std::string& content, std::string& error) {
   error = problem_with_output(path);
   if (!error.empty()) return false;
-  const HeldSignals held;
+  const platform::HeldInterruptions held;
   std::string temporary;
-  const int file = create_beside(target_of(path), temporary);
-  if (file < 0) {
-    error = not_written(path, errno);
+  platform::File file = platform::NO_FILE;
+  platform::ErrorCode code = create_beside(platform::link_target(path), file, temporary);
+  if (code != 0) {
+    error = not_written(path, code);
     return false;
   }
-  const bool written = write_all(file, content.data(), content.size());
-  if (!written) error = not_written(path, errno);
-  close(file);
-  if (written && put_in_place(temporary, path, error)) return true;
-  remove_file(temporary);
+  code = platform::write_all(file, content.data(), content.size());
+  if (code != 0) error = not_written(path, code);
+  platform::close_file(file);
+  if (code == 0 && put_in_place(temporary, path, error)) return true;
+  platform::remove_file(temporary);
   return false;
 }
 
-std::string part_path(const std::string& path) { return hidden_name(target_of(path), PART); }
+std::string part_path(const std::string& path) { return hidden_name(platform::link_target(path), PART); }
 
-int lock_part(const std::string& path, std::string& error) {
+platform::File lock_part(const std::string& path, std::string& error) {
   const std::string part = part_path(path);
-  while (true) {
-    const int file = open(part.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
-    if (file < 0) {
-      error = fmt::format("{} ({})", not_written(path, errno), part);
-      return -1;
-    }
-    // Some network file systems have no locks; there a second run is not noticed.
-    const bool busy = flock(file, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-    struct stat opened {};
-    struct stat named {};
-    fstat(file, &opened);
-    if (busy) {
+  const platform::LockedFile locked = platform::lock_file(part);
+  switch (locked.result) {
+    case platform::LockResult::LOCKED:
+      break;
+    case platform::LockResult::BUSY:
       error = "another run is writing " + path;
-    } else if (stat(part.c_str(), &named) != 0 || !is_same(named, opened)) {
-      close(file);  // renamed by a run that has just ended
-      continue;
-    } else if (!S_ISREG(opened.st_mode) || opened.st_nlink != 1) {
+      break;
+    case platform::LockResult::IN_THE_WAY:
       error = fmt::format("{} can't be written: {} is in the way", path, part);
-    } else if (ftruncate(file, 0) != 0) {
-      error = not_written(path, errno);
-    } else {
-      return file;
-    }
-    close(file);
-    return -1;
+      break;
+    case platform::LockResult::FAILED:
+      error = locked.open_error != 0 ? fmt::format("{} ({})", not_written(path, locked.open_error), part)
+                                     : not_written(path, locked.empty_error);
+      break;
   }
+  return locked.file;
 }
 
-bool is_part_locked(const std::string& path) {
-  const int file = open(part_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (file < 0) return false;
-  const bool busy = flock(file, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  close(file);
-  return busy;
-}
+bool is_part_locked(const std::string& path) { return platform::is_locked(part_path(path)); }
 
 std::string set_aside(const std::string& temporary, const std::string& path) {
   std::string name;
-  const int file = create_beside(target_of(path), name);
-  if (file < 0) return temporary;
-  close(file);
-  return std::rename(temporary.c_str(), name.c_str()) == 0 ? name : temporary;
-}
-
-bool read_all(int file, void* data, std::size_t size) {
-  char* at = static_cast<char*>(data);
-  while (size > 0) {
-    const ssize_t count = read(file, at, size);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    at += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
-bool write_all(int file, const void* data, std::size_t size) {
-  const char* at = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t count = write(file, at, size);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    at += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
-void remove_file(const std::string& path) {
-  std::error_code ignored;
-  fs::remove(path, ignored);
+  platform::File file = platform::NO_FILE;
+  if (create_beside(platform::link_target(path), file, name) != 0) return temporary;
+  platform::close_file(file);
+  return platform::rename_file(temporary, name) == 0 ? name : temporary;
 }
 
 std::string sha256_of_file(const std::string& path) {
-  std::error_code ignored;
-  if (!fs::is_regular_file(path, ignored)) return "";
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return "";
-  sha256_ctx context;
-  sha256_init(&context);
-  std::array<char, 65536> block{};
-  while (in.read(block.data(), block.size()) || in.gcount() > 0) {
-    sha256_update(&context, static_cast<std::size_t>(in.gcount()), reinterpret_cast<const std::uint8_t*>(block.data()));
-  }
-  if (in.bad()) return "";
-  std::array<std::uint8_t, SHA256_DIGEST_SIZE> digest{};
-  sha256_digest(&context, digest.size(), digest.data());
-  std::string digits;
-  for (const std::uint8_t byte : digest) digits += fmt::format("{:02x}", byte);
-  return digits;
+  if (platform::file_state(path).kind != platform::FileKind::REGULAR) return "";
+  std::ifstream in(platform::stream_path(path), std::ios::binary);
+  return in ? platform::sha256_of(in) : "";
 }

@@ -2,34 +2,29 @@
 // its target and then renamed. Symbolic links are followed: the link stays, its target is replaced.
 #pragma once
 
-#include <cstddef>
 #include <string>
+
+#include "platform/files.h"
 
 // Why path can't be written; empty if it can be. Only regular files are replaced, and only with the right to write
 // them.
 std::string problem_with_output(const std::string& path);
-
-// The path of the file that path leads to, symbolic links followed, also to a file that does not exist yet.
-std::string target_of(const std::string& path);
-
-// True if both paths lead to the same existing file, also through links.
-bool is_same_file(const std::string& a, const std::string& b);
 
 // Renames the temporary file to path and gives it the permissions, and if possible the owner, of the file it replaces.
 // On failure returns false, with a message in error, and leaves both files unchanged.
 bool put_in_place(const std::string& temporary, const std::string& path, std::string& error);
 
 // Writes content to path. On failure returns false, with a message in error, and leaves an existing file unchanged.
-// Signals that end the program wait until the temporary file is gone.
+// Interruptions wait until the temporary file is gone.
 bool write_file(const std::string& path, const std::string& content, std::string& error);
 
 // The temporary file of a run with the result at path: .NAME.part in the folder of the result.
 std::string part_path(const std::string& path);
 
 // Creates the temporary file of a run, or empties the one that a killed run has left, and locks it. Returns the open
-// file, whose lock ends when it is closed, or -1 with a message in error if another run has locked it or it can't be
-// written.
-int lock_part(const std::string& path, std::string& error);
+// file, whose lock ends when it is closed, or platform::NO_FILE with a message in error if another run has locked it or
+// it can't be written.
+platform::File lock_part(const std::string& path, std::string& error);
 
 // True if a run with the result at path has locked its temporary file.
 bool is_part_locked(const std::string& path);
@@ -37,14 +32,6 @@ bool is_part_locked(const std::string& path);
 // Renames the temporary file of a run with the result at path, so that the next run does not reuse it. Returns its
 // name.
 std::string set_aside(const std::string& temporary, const std::string& path);
-
-// Removes path if it exists.
-void remove_file(const std::string& path);
-
-// Writes all bytes to an open file. Returns false, with the reason in errno, on failure.
-bool write_all(int file, const void* data, std::size_t size);
-// Fills data with size bytes from an open file. False at an error or if it ends before.
-bool read_all(int file, void* data, std::size_t size);
 
 // SHA-256 of a regular file in hexadecimal digits; empty if it cannot be read.
 std::string sha256_of_file(const std::string& path);

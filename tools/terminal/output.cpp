@@ -1,4 +1,5 @@
-// stdout is flushed at once, so that a full disk or a closed pipe is noticed.
+// stdout is flushed at once, so that a full disk or a closed pipe is noticed; stderr too, which is not everywhere
+// without a buffer.
 #include "terminal/output.h"
 
 #include <fmt/color.h>
@@ -11,6 +12,7 @@
 
 int fail(const std::string& text, int status) {
   std::fputs(("vorlen: " + printable_lines(text) + "\n").c_str(), stderr);
+  std::fflush(stderr);
   return status;
 }
 
@@ -20,6 +22,7 @@ void warn(const std::string& text) {
   const std::string line = "vorlen: warning: " + printable_lines(text);
   std::fputs((use_colour(stderr) ? fmt::format(fmt::fg(fmt::terminal_color::red), "{}", line) : line).c_str(), stderr);
   std::fputc('\n', stderr);
+  std::fflush(stderr);
 }
 
 int print_out(const std::string& text) {

@@ -5,7 +5,7 @@
 #include <map>
 #include <utility>
 
-#include "terminal/terminal.h"
+#include "platform/terminal.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ void keep_groups(Table& table, const std::vector<Indices>& groups) {
   std::vector<std::vector<std::string>> rows;
   for (const Indices& group : groups) {
     rows.push_back(table.rows[group.front()]);
-    if (group.size() > 1) rows.back()[1] += fmt::format(" {} {}", use_utf8() ? "\u00d7" : "x", group.size());
+    if (group.size() > 1) rows.back()[1] += fmt::format(" {} {}", platform::uses_utf8() ? "\u00d7" : "x", group.size());
   }
   table.rows = std::move(rows);
 }

@@ -1,4 +1,4 @@
-// Widths are those on a terminal: by wcwidth() if the locale is UTF-8, otherwise one column per UTF-8 character.
+// Widths are those on a terminal if output is in UTF-8, otherwise one column per UTF-8 character.
 #include "terminal/table.h"
 
 #include <fmt/color.h>
@@ -9,10 +9,10 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <cwchar>
 #include <numeric>
 #include <sstream>
 
+#include "platform/terminal.h"
 #include "terminal/terminal.h"
 
 namespace {
@@ -142,20 +142,8 @@ void append_csv_cell(std::string& text, const std::string& cell) {
 
 std::size_t display_width(const std::string& text) {
   const std::string plain = without_colours(text);
-  if (!use_utf8()) return character_count(plain);
-  std::size_t width = 0;
-  std::mbstate_t state{};
-  const char* at = plain.data();
-  const char* end = at + plain.size();
-  while (at < end) {
-    wchar_t character = 0;
-    const std::size_t length = std::mbrtowc(&character, at, static_cast<std::size_t>(end - at), &state);
-    if (length == 0 || length > plain.size()) return character_count(plain);  // not valid UTF-8
-    const int columns = wcwidth(character);
-    width += columns < 0 ? 1U : static_cast<std::size_t>(columns);
-    at += length;
-  }
-  return width;
+  if (!platform::uses_utf8()) return character_count(plain);
+  return platform::utf8_width(plain).value_or(character_count(plain));
 }
 
 std::string table_text(const Table& table, bool colour, std::size_t width) {
@@ -192,7 +180,7 @@ std::string table_text(const Table& table, bool colour, std::size_t width) {
 }
 
 std::string table_for_stdout(const Table& table) {
-  return table_text(table, use_colour(stdout), terminal_width(stdout));
+  return table_text(table, use_colour(stdout), platform::terminal_width(stdout));
 }
 
 std::string csv_text(const Table& table) {

@@ -1,33 +1,19 @@
-// Determined from the environment (no-color.org, TERM) and the locale.
+// Determined from the environment (no-color.org) and the terminal.
 #include "terminal/terminal.h"
 
-#include <langinfo.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 #include <utility>
+
+#include "platform/terminal.h"
 
 bool use_colour(std::FILE* stream) {
   const char* no_color = std::getenv("NO_COLOR");
   if (no_color != nullptr && *no_color != '\0') return false;
-  const char* terminal = std::getenv("TERM");
-  if (terminal == nullptr || std::strcmp(terminal, "dumb") == 0) return false;
-  return is_terminal(stream);
+  return platform::has_control_sequences(stream);
 }
 
-bool is_terminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
-
-std::size_t terminal_width(std::FILE* stream) {
-  winsize size{};
-  return ioctl(fileno(stream), TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;  // fails unless stream is a terminal
-}
-
-bool use_utf8() { return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0; }
-
-UnitNames unit_names() { return use_utf8() ? UnitNames{"\u00b5m/h", "\u00c5"} : UnitNames{"um/h", "A"}; }
+UnitNames unit_names() { return platform::uses_utf8() ? UnitNames{"\u00b5m/h", "\u00c5"} : UnitNames{"um/h", "A"}; }
 
 std::string with_ascii_units(std::string text) {
   constexpr std::pair<std::string_view, std::string_view> UNITS[] = {

@@ -1,20 +1,11 @@
-// What the output device can show: colours, columns, and characters outside of ASCII.
+// What the output device can show: colours, and characters outside of ASCII.
 #pragma once
 
-#include <cstddef>
 #include <cstdio>
 #include <string>
 
 // True if stream is a terminal that supports colours and NO_COLOR is unset or empty.
 bool use_colour(std::FILE* stream);
-
-bool is_terminal(std::FILE* stream);
-
-// Columns of the terminal; 0 if stream is not a terminal, or one that does not know its size.
-std::size_t terminal_width(std::FILE* stream);
-
-// True if the locale uses UTF-8. Always false before setlocale(LC_CTYPE, "").
-bool use_utf8();
 
 // Names of units in the character set of the locale.
 struct UnitNames {

@@ -129,8 +129,8 @@ def peak(curve: Curve, how: str = "top") -> float:
     curve : Curve
         The curve, for example a spectrum.
     how : str, optional
-        "top": vertex of the parabola through the logarithms of the points above half of the maximum, exact for a
-        Gaussian peak; "centroid": centre of the area of these points.
+        "top": vertex of the parabola through the logarithms of the points above half of the maximum, three or more,
+        exact for a Gaussian peak; "centroid": centre of the area of these points.
 
     Returns
     -------
@@ -142,8 +142,7 @@ def peak(curve: Curve, how: str = "top") -> float:
     TypeError
         If curve is not a Curve.
     ValueError
-        If how is unknown, or the curve has no peak: fewer than three points are above half of the maximum, or the
-        parabola opens upwards.
+        If how is unknown, or the curve has no peak of three positive points, or is highest at an end.
     """
     if not isinstance(curve, Curve):
         raise TypeError(f"curve must be a Curve, got {type(curve).__name__}")
@@ -154,9 +153,10 @@ def peak(curve: Curve, how: str = "top") -> float:
     below = np.flatnonzero(~(y > PEAK_HEIGHT * y[top])) if len(y) else np.array([], int)
     first = below[below < top].max(initial=-1) + 1
     last = below[below > top].min(initial=len(y))
+    first, last = min(first, max(top - 1, 0)), max(last, min(top + 2, len(y)))  # at least both neighbours
     x, y = x[first:last], y[first:last]
-    if len(x) < 3 or not y[top - first] > 0:
-        raise ValueError(f"{curve.name or curve.kind} has no peak of three points or more above half of its maximum")
+    if len(x) < 3 or not (y > 0).all():
+        raise ValueError(f"{curve.name or curve.kind} has no peak of three points or more")
     if how == "centroid":
         return float(np.trapz(x * y, x) / np.trapz(y, x))
     middle = x[top - first]

@@ -9,6 +9,8 @@ are those of xrayutilities.
 
 from __future__ import annotations
 
+import copy
+import functools
 import math
 from typing import Any
 
@@ -22,6 +24,7 @@ HC = 12398.41984  # eV angstrom
 SPACE_GROUP = 186  # P6_3mc
 ANION = 0.375  # height of nitrogen above the metal, in units of c: of ideal tetrahedra
 GRAZING_EXIT = 0.05  # deg; smallest angle between the diffracted beam and the surface
+Q_MAX, Q_STEP = 40.0, 0.05  # 1/angstrom, of the table of scattering factors
 OUT_OF_REACH = 2.5  # qz per wavenumber of a block that only absorbs and refracts; beams reach points up to 2
 
 
@@ -129,14 +132,31 @@ def _absorber(x: Array, a: float, c: float, reflection: Reflection, energy: floa
 def _crystal(x: Array, a: float, c: float, occupied: float = 1.0) -> Any:
     """A wurtzite crystal. occupied: the share of occupied sites."""
     materials = imported_xrayutilities().materials
-    elements = materials.elements
-    metals = [(atom, share) for atom, share in zip((elements.In, elements.Ga, elements.Al), x) if share > 0.0]
-    atoms = [atom for atom, _ in metals] + [elements.N]
+    metals = [(_atom(name), share) for name, share in zip(("In", "Ga", "Al"), x) if share > 0.0]
+    atoms = [atom for atom, _ in metals] + [_atom("N")]
     lattice = materials.SGLattice(
         SPACE_GROUP, a, c, atoms=atoms, pos=[("2b", 0.0)] * len(metals) + [("2b", ANION)],
         occ=[occupied * share for _, share in metals] + [occupied],
     )
     return materials.Crystal("nitride", lattice)
+
+
+@functools.cache
+def _atom(name: str) -> Any:
+    """An element of xrayutilities that reads its scattering factors from the database once, not at each call."""
+    from scipy.interpolate import CubicSpline
+
+    element = getattr(imported_xrayutilities().materials.elements, name)
+    atom, source = copy.deepcopy(element), copy.deepcopy(element)  # crystals copy their atoms: keep them small
+    q = np.linspace(0.0, Q_MAX, int(Q_MAX / Q_STEP) + 1)
+    f0 = CubicSpline(q, source.f0(q))
+
+    @functools.cache
+    def dispersion(energy: float) -> complex:
+        return complex(source.f1(energy), source.f2(energy))
+
+    atom.f = lambda q, en: f0(q) + dispersion(en)
+    return atom
 
 
 def _simulated(

@@ -71,7 +71,7 @@ OTHER_NAMES = {
 def substrate_named(name: str) -> Substrate:
     """The substrate with that name; case, blanks, hyphens and brackets do not count.
 
-    Raises TypeError if name is not a text, ValueError if there is no such substrate.
+    Raises TypeError if name is not a text, ValueError if the substrate is unknown.
     """
     if not isinstance(name, str):
         raise TypeError(f"substrate must be a text, one of {', '.join(SUBSTRATES)}; got {name!r}")

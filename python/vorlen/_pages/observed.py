@@ -29,13 +29,14 @@ SETTINGS = {  # in words, below a chart
     "hkl": "reflection {}", "energy": "{}", "substrate": "substrate {}", "wavelength": "{}", "thickness": "{} thick",
     "two_theta": "",
 }
-WELL_COLUMNS = (  # of the many of Run.emission()
-    "layer", "name", "thickness", "x_in", "x_al", "field", "overlap", "energy", "wavelength", "wavelength_low",
-    "wavelength_high", "note",
-)
+WELL_COLUMNS = {  # of the many of Run.emission(): headings
+    "layer": "Layer", "name": "Name", "thickness": "Thickness", "x_in": "In", "x_al": "Al", "field": "Field",
+    "overlap": "Overlap", "energy": "Energy", "wavelength": "Wavelength", "wavelength_low": "at least",
+    "wavelength_high": "at most", "note": "Note",
+}
 MAX_POINTS = 4000  # of a curve in a chart; files have all
 DIGITS = 7
-PARTS = {"mismatch": "indium", "thermal": "warm"}  # colours of the parts of a curvature
+PARTS = {"mismatch": "indium", "thermal": "gallium"}  # colours of the parts of a curvature
 
 
 class Observed(NamedTuple):
@@ -139,7 +140,8 @@ def _of_agreement(agreement: Agreement, name: str) -> dict[str, Any]:
     shown = measured.name or "measured"
     chart["title"] = f"{TITLES[measured.kind]}: {shown}"
     chart["curves"] = [_line(measured.x, values, shown, "gallium") | {"marks": True}]
-    chart["text"] = agreement_text(agreement)
+    text = agreement_text(agreement)
+    chart["text"] = text[:1].upper() + text[1:]
     chart["notes"] = [*measured.notes, *agreement.notes]
     if match is not None:
         chart["curves"].append(_line(match.x, match.simulated, name, "indium"))
@@ -169,7 +171,8 @@ def _settings(settings: Mapping[str, Any]) -> str:
         if form:
             text = "".join(map(str, value)) if isinstance(value, (tuple, list)) else _text(key, value)
             parts.append(form.format(text))
-    return ", ".join(parts)
+    text = ", ".join(parts)
+    return text[:1].upper() + text[1:]
 
 
 def _text(key: str, value: Any) -> str:
@@ -207,12 +210,11 @@ def _wells(table: pd.DataFrame) -> dict[str, Any]:
     """The table of wells: headings with units, and rows of texts."""
     units = table.attrs.get("units", {})
     columns = [column for column in WELL_COLUMNS if column in table]
-    if "note" in columns and not table["note"].astype(bool).any():
-        columns.remove("note")
+    columns = [column for column in columns if column not in ("note", "x_in", "x_al") or table[column].astype(bool).any()]
     headings = []
     for column in columns:
         unit = units.get(column, "")
-        headings.append({"name": str(column).replace("_", " "), "unit": unit if unit not in ("", "1") else ""})
+        headings.append({"name": WELL_COLUMNS[column], "unit": unit if unit not in ("", "1") else ""})
     rows = []
     for label, row in table.iterrows():
         cells = [_cell(row[column]) for column in columns]

@@ -80,11 +80,10 @@ def agreement_text(agreement: Agreement) -> str:
     """The numbers of an agreement in a line."""
     row: dict[str, Any] = agreement.numbers()
     unit = "" if row["unit"] == "1" else f" {row['unit']}"
+    of_x = "{:.4f}\u00b0" if agreement.measured.kind == "xrd" else "{:.1f} nm" if agreement.match is None else "{:.1f} s"
     parts = [] if agreement.match is None else [f"rms {row['rms']:.3g}{unit}"]
     if np.isfinite(row["peak_shift"]):
-        degrees = "\u00b0" if agreement.measured.kind == "xrd" else " nm"
-        parts.append(f"peak {row['peak_shift']:+.3g}{degrees}".replace("-", "\u2212"))
+        parts.append(f"peak {of_x.replace('{:', '{:+').format(row['peak_shift'])} from the measured one")
     if agreement.match is not None and row["shift"] != 0:
-        where = "\u00b0" if agreement.measured.kind == "xrd" else " s"
-        parts.append(f"simulated curve moved by {row['shift']:.4g}{where}".replace("-", "\u2212"))
-    return ", ".join(parts)
+        parts.append(f"simulated curve moved by {of_x.format(row['shift'])}")
+    return ", ".join(parts).replace("-", "\u2212")

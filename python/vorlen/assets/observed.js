@@ -40,7 +40,7 @@ const Observed = (() => {
     const lowest = chart.difference ? BELOW / height : 0;
     Object.assign(layout, { height, showlegend: chart.curves.length > 1 || chart.lines.length > 0, hovermode: "closest",
       legend: { orientation: "h", x: 0, y: 1.02, yanchor: "bottom", font: { size: 12 } } });
-    layout.margin.t = 40;
+    layout.margin.t = layout.showlegend ? 40 : 12;
     layout.margin.l = narrow ? 60 : 72;
     layout.margin.r = narrow ? 12 : 24;
     layout.xaxis.range = zoomed.range || chart.range;

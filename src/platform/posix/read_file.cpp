@@ -1,4 +1,4 @@
-#include "recipe/read_file.h"
+#include "platform/read_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,0 +1,33 @@
+#!/bin/bash
+# Runs a Windows program under Wine, without a window and without messages of Wine's own: scripts/wine.sh PROGRAM [ARGUMENT...]
+# Wine's folder (registry, drive C) is WINEPREFIX, or build/wine. The status is that of the program.
+set -euo pipefail
+
+export WINEPREFIX=${WINEPREFIX:-$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/build/wine}
+export WINEDEBUG=-all WINEARCH=win64
+# No menus of the desktop, no offers to install a browser or .NET.
+export WINEDLLOVERRIDES="mscoree,mshtml,winemenubuilder.exe,winedbg.exe="
+unset DISPLAY WAYLAND_DISPLAY
+wine=$(command -v wine64 || echo /usr/lib/wine/wine64)
+if [ ! -x "$wine" ]; then
+  echo "wine.sh: Wine is missing; scripts/setup.sh test installs it" >&2
+  exit 127
+fi
+# Several programs may start at once, and only one may create the folder.
+if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
+  mkdir -p "$WINEPREFIX"
+  (
+    flock 9
+    [ -e "$WINEPREFIX/.vorlen-ready" ] || {
+      "$wine" wineboot --init >/dev/null 2>&1 </dev/null
+      touch "$WINEPREFIX/.vorlen-ready"
+    }
+  ) 9>"$WINEPREFIX/.vorlen-lock"
+fi
+# Wine's server, and its services with the first program, would keep the streams of that program open until they end, 10 s
+# after the last program. If the server runs already, it says so by its status.
+server=$(command -v wineserver64 || command -v wineserver || echo /usr/lib/wine/wineserver64)
+if "$server" -p10 </dev/null >/dev/null 2>&1; then
+  "$wine" cmd /c rem </dev/null >/dev/null 2>&1 || true
+fi
+exec "$wine" "$@"

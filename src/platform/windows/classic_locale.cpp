@@ -1,0 +1,11 @@
+// Nothing to do: the XML parser is compiled with classes of characters that no locale changes
+// (cmake/TinyXMLSource.cmake), and numbers are read and written without a locale. A locale of one thread would be no
+// way out: while a thread gets one, numbers that other threads read go wrong.
+#include "platform/classic_locale.h"
+
+namespace vorlen {
+
+ClassicLocaleScope::ClassicLocaleScope() = default;
+ClassicLocaleScope::~ClassicLocaleScope() = default;
+
+}  // namespace vorlen
