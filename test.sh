@@ -1,7 +1,8 @@
 #!/bin/bash
 # Checks the whole tree: ./test.sh [--fast|--coverage|--packages]
 # Formatting; build and tests of the presets release and asan; the Python package; overlapping calls with tsan; identical
-# results from both compilers, with and without optimisation; Debian packages; a minute of fuzzing; static analysis.
+# results from both compilers, with and without optimisation; the build for Windows under Wine; Debian packages; a minute
+# of fuzzing; static analysis.
 #   --fast      only formatting and the preset release
 #   --coverage  test coverage of src/; fails below the limits in report_coverage
 #   --packages  the Debian packages on a fresh Debian 12; needs root and the network
@@ -22,6 +23,8 @@ jobs=$(nproc)
 # Builds share their object files: the packages contain the same code as the release build.
 export CCACHE_DIR=$PWD/build/ccache CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 export CCACHE_DEPEND=1  # without a separate run of the preprocessor
+# Paths in the tree count from its top: a test builds the source archive of the Python package in another folder.
+export CCACHE_BASEDIR=$PWD
 # run.sh, which a test runs, builds the same without -Werror, and only after the release build has passed with it.
 export CCACHE_IGNOREOPTIONS=-Werror
 logs=build/test-logs
@@ -150,6 +153,7 @@ if [ "$mode" = all ]; then
   phase "Build: debug, the library" build debug -- VorlenSolver &&
     phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
+  phase "Build: windows" build windows -DVORLEN_TESTS=ON && phase "Tests: windows (Wine)" run_tests windows
   phase "Build: package" build package &&
     phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
   phase "Build: fuzz" build fuzz -- fuzz_targets && phase "Fuzzing, one minute" tests/fuzz/run.sh 60

@@ -2,10 +2,11 @@
 #   VORLEN_SYSTEM                folder of src/platform: posix or windows
 #   VORLEN_PIC                   object files may go into a shared library
 #   VORLEN_THREAD_LOCAL_OPTIONS  compiler options of the files with thread-local records
-#   VORLEN_TINYXML_SOURCE        TinyXML is compiled with this build, as there is no library of it for the target
+#   VORLEN_TINYXML_SOURCE        TinyXML is compiled with this build, where Debian has only that of the host
 #   VORLEN_TINYXML_OPTIONS       its compiler options
 #   vorlen_export_only(TARGET)   gives a shared library its name and its one exported function
-#   vorlen_link_runtime(TARGET)  a program or a shared library needs no library but those of the system
+#   vorlen_link_runtime(TARGET)  a program or a shared library that needs no library but those of the system, and has the same
+#                                bytes whenever it is linked
 set(VORLEN_SYSTEM posix)
 if(WIN32)
   set(VORLEN_SYSTEM windows)
@@ -35,7 +36,7 @@ endif()
 
 function(vorlen_link_runtime target)
   if(WIN32)
-    target_link_options(${target} PRIVATE -static)
+    target_link_options(${target} PRIVATE -static LINKER:--no-insert-timestamp)
   endif()
 endfunction()
 

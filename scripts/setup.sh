@@ -17,12 +17,19 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # designs: solvers, files of targets
   python3-scipy python3-yaml
   # maps: lines of equal value
-  python3-contourpy)
+  python3-contourpy
+  # X-ray diffraction
+  python3-xrayutilities)
 # The live page: compiler and libraries for WebAssembly; TinyXML is compiled from Debian's source package.
 LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-wasm32 libclang-rt-19-dev-wasm32 dpkg-dev
   # editor and charts of the page
   libjs-codemirror node-d3-scale node-d3-axis node-d3-selection)
-TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}"
+# The library and the tool for Windows: compiler, and Wine to run their tests; GoogleTest is compiled from its source, and
+# lld makes the import library for Microsoft's linker.
+WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix wine wine64 googletest lld-19
+  # the example in C#
+  mono-mcs mono-runtime)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}" "${WINDOWS_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
   # tools that tests call

@@ -24,8 +24,10 @@ if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
     }
   ) 9>"$WINEPREFIX/.vorlen-lock"
 fi
-# Wine's server, which otherwise starts with a program and keeps the program's streams open for seconds after its end.
-# It ends 10 s after the last program. If it runs already, this does nothing.
+# Wine's server, and its services with the first program, would keep the streams of that program open until they end, 10 s
+# after the last program. If the server runs already, it says so by its status.
 server=$(command -v wineserver64 || command -v wineserver || echo /usr/lib/wine/wineserver64)
-"$server" -p10 </dev/null >/dev/null 2>&1 || true
+if "$server" -p10 </dev/null >/dev/null 2>&1; then
+  "$wine" cmd /c rem </dev/null >/dev/null 2>&1 || true
+fi
 exec "$wine" "$@"

@@ -177,6 +177,28 @@ def test_heating_bends_a_bimetal_as_timoshenko_says() -> None:
     assert curve.table["mismatch"].iloc[-1] == 0.0 and curve.y[-1] == curve.table["thermal"].iloc[-1]
 
 
+def test_a_stage_that_ends_between_two_rows_has_a_point_there() -> None:
+    """The continuous scheme has rows up to 10 s apart, and the temperature a kink in between."""
+    profile = run_of([row(time=t, z=1000 + t, x_ga=1.0) for t in (0, 2)]).profile
+    heat = stages((1000.0, 1000.0), (1000.0, 1300.0), (1300.0, 1300.0))  # the third one was not reached
+    curve = curvature(profile, heat, "", substrate="sapphire", thickness=430, gradient="1 K/mm", span="active")
+    assert list(curve.x) == [0, 1, 2] and curve.y[2] > 1.0
+    assert curve.y[1] == pytest.approx(0.0, abs=1e-8 * curve.y[2])  # the border counts as 1e-9 later
+    steady = curvature(profile, stages((1000.0, 1000.0), (1000.0, 1000.0)), "", substrate="GaN", thickness=430,
+                       gradient=0, span="active")  # fmt: skip
+    assert list(steady.x) == [0, 1, 2] and np.abs(steady.y).max() == 0.0
+
+
+def test_a_jump_of_the_temperature_is_a_jump_of_the_curvature() -> None:
+    """Staged runs have few rows: without a second point at the border, the jump would be a ramp since the last row."""
+    for times in ((0, 1, 2), (0, 2)):
+        profile = run_of([row(time=t, z=1000 + t, x_ga=1.0) for t in times]).profile
+        heat = stages((1000.0, 1000.0), (1300.0, 1300.0))
+        curve = curvature(profile, heat, "", substrate="sapphire", thickness=430, gradient="1 K/mm", span="active")
+        assert list(curve.x) == [0, 1, 1, 2]
+        assert curve.y[1] == 0.0 and curve.y[2] > 1.0 and curve.y[3] == pytest.approx(curve.y[2], rel=0.01)
+
+
 def test_the_temperature_gradient_follows_the_temperature() -> None:
     """7.28e-6 1/K * 5 K/mm = 36.4 1/km at the start, 1000 K above room temperature; half of it 500 K above."""
     profile = run_of(film(1e-3, x_ga=1.0)).profile

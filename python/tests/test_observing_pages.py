@@ -8,7 +8,7 @@ import pytest
 
 from doc_blocks import ROOT, check_pictures
 
-PAGES = ["emission.md", "curvature.md", "reflectance.md", "comparing-with-measurements.md"]
+PAGES = ["emission.md", "xrd.md", "curvature.md", "reflectance.md", "comparing-with-measurements.md"]
 
 
 @pytest.mark.filterwarnings("error::vorlen.RecipeWarning")

@@ -11,7 +11,9 @@
 
 #include <stdint.h>
 
-/* A program that contains the library instead of loading it defines VORLEN_STATIC. */
+/* On Windows the function is imported from VorlenSolver.dll. A program that contains the library instead of loading it
+ * defines VORLEN_STATIC. The calling convention is that of C (__cdecl).
+ */
 #if !defined(_WIN32)
 #define VORLEN_EXPORT __attribute__((visibility("default")))
 #elif defined(VORLEN_STATIC)
@@ -29,8 +31,8 @@ extern "C" {
 
 /* Runs one simulation on the calling thread and returns when it has ended. Nothing can interrupt it.
  *
- *   input_path    Path of the recipe: a zero-terminated string of bytes, as the file system takes them. The file is
- *                 only read. Null is an error.
+ *   input_path    Path of the recipe: a zero-terminated string of bytes, as the file system takes them; on Windows in
+ *                 UTF-8. The file is only read. Null is an error.
  *   output_path   Path of the result file: likewise. An existing file is overwritten. An empty string: no result file.
  *                 Null is an error.
  *   error_buffer  char[VORLEN_ERROR_BUFFER_SIZE], or null if the text is not wanted. Not read.

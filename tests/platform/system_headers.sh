@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # system_headers.sh SOURCE: in src/, tools/ and live/, only src/platform depends on the operating system: no other file
-# includes a header of a system or has a macro that names one. The public header is apart: a program on Windows is told
-# there that the function is imported.
+# includes a header of a system or has a macro that names one. The public header is apart: it declares the
+# function as imported for programs on Windows.
 set -euo pipefail
 cd "$1"
 headers='(unistd|fcntl|poll|signal|csignal|termios|pthread|dlfcn|spawn|pwd|grp|langinfo|locale\.h|xlocale|clocale|fenv|cfenv|io|direct|process|share|conio|windows|winsock2|psapi|shlobj|shellapi|malloc|sched|semaphore|syslog|utime|ftw|glob|fnmatch|libgen|dirent|netdb|(sys|linux|mach|mach-o|netinet|arpa)/[a-z_]+)(\.h)?'

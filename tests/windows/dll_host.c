@@ -151,7 +151,7 @@ static void check_names_and_line_ends(Content recipe_text, Content expected) {
   write_file(recipe, named.bytes, named.size);
   const Content content = run(recipe, result);
   check(contains(content, "\"\xc3\xa0\xe6\x97\xa5\""), "the result has the name of the stage in UTF-8");
-  check(setlocale(LC_ALL, "German") != NULL, "there is no locale German");
+  check(setlocale(LC_ALL, "German") != NULL, "the locale German is missing");
   check_same(content, recipe, L"named2.txt", "a name in UTF-8 under a German locale");
   setlocale(LC_ALL, "C");
   free(with_CRLF.bytes);
@@ -163,7 +163,7 @@ static void check_names_and_line_ends(Content recipe_text, Content expected) {
  */
 
 static void check_locale(Content expected, const wchar_t* recipe) {
-  check(setlocale(LC_ALL, "German") != NULL, "there is no locale German");
+  check(setlocale(LC_ALL, "German") != NULL, "the locale German is missing");
   char* const before = strdup(setlocale(LC_ALL, NULL));
   check(strcmp(localeconv()->decimal_point, ",") == 0, "the locale German has no decimal comma");
   check_same(expected, recipe, L"locale.txt", "a run under a German locale");

@@ -1,4 +1,4 @@
-"""Shared by the tests of the Windows build: its programs under Wine, in a folder of their own."""
+"""Shared by the tests of the Windows build: its programs under Wine, in a temporary folder."""
 import os
 import subprocess
 import tempfile

@@ -13,6 +13,7 @@ import numpy as np
 import pandas as pd
 
 from .._base.types import Array, Rows
+from .slices import TIME_TOLERANCE
 
 COLUMNS = ("x_in", "x_ga", "x_al", "eps_xx_t", "eps_xx_z", "rho_vd0_t")
 TOLERANCE = 1e-3  # of fractions, as for the check of result files
@@ -44,7 +45,7 @@ class Growth(NamedTuple):
 
 
 def points_of(profile: pd.DataFrame, timeline: pd.DataFrame | None) -> Points:
-    """The rows of a run up to the first unphysical one, with the temperature.
+    """The rows of a run up to the first unphysical one, and the borders between stages, with the temperature.
 
     timeline  of the recipe; None if it is unknown
     A row is unphysical if a value is NaN or infinite or a fraction outside of 0 to 1. The surface never sinks below the
@@ -56,17 +57,37 @@ def points_of(profile: pd.DataFrame, timeline: pd.DataFrame | None) -> Points:
     rows = rows[: broken[0]] if len(broken) else rows
     simulated = np.flatnonzero(profile["active"].to_numpy()[: len(rows)])
     first, last = (simulated[0], simulated[-1]) if len(simulated) else (len(rows) - 1,) * 2
-    z = np.maximum(rows[:, 1], rows[0, 1]) if len(rows) else rows[:, 1]
-    return Points(rows[:, 0], z, rows[:, 2:], _temperature(timeline, rows[:, 0]), int(first), int(last))
-
-
-def _temperature(timeline: pd.DataFrame | None, time: Array) -> Array:
-    """Temperature of the process, K; before and after the simulated stages that of their start and end."""
     stages = None if timeline is None else timeline[timeline["kind"] == "active"]
-    if stages is None or stages.empty:
-        return np.full(len(time), np.nan)
-    times, heat = stages[["begin", "end"]].to_numpy(float), stages[["T_begin", "T_end"]].to_numpy(float)
-    return np.interp(time, times.ravel(), heat.ravel())
+    heat = np.full(len(rows), np.nan)
+    if stages is not None and len(simulated):
+        within, heat = _with_borders(rows[first : last + 1], stages)
+        rows = np.concatenate((rows[:first], within, rows[last + 1 :]))
+        heat = np.pad(heat, (first, len(rows) - first - len(heat)), "edge")
+        last = first + len(within) - 1
+    z = np.maximum(rows[:, 1], rows[0, 1]) if len(rows) else rows[:, 1]
+    return Points(rows[:, 0], z, rows[:, 2:], heat, int(first), int(last))
+
+
+def _with_borders(rows: Array, stages: pd.DataFrame) -> tuple[Array, Array]:
+    """The rows of simulated stages with one more at each border that has none, and the temperature, K.
+
+    Where the temperature jumps, the border is there twice.
+    """
+    heat = stages[["T_begin", "T_end"]].to_numpy(float)
+    borders = stages["end"].to_numpy(float)[:-1]
+    slack = TIME_TOLERANCE * np.abs(borders)
+    reached = (borders - slack > rows[0, 0]) & (borders + slack < rows[-1, 0])
+    time = rows[:, 0]
+    missing = reached & (np.searchsorted(time, borders - slack) == np.searchsorted(time, borders + slack, "right"))
+    new = np.unique(borders[missing])
+    between = np.column_stack([np.interp(new, time, column) for column in rows.T])
+    rows = np.insert(rows, np.searchsorted(time, new), between, axis=0)
+    time = rows[:, 0]
+    ramps = stages[["begin", "end"]].to_numpy(float)
+    temperature = np.interp(time + TIME_TOLERANCE * np.abs(time), ramps.ravel(), heat.ravel())  # after a jump
+    jump = reached & (heat[:-1, 1] != heat[1:, 0])
+    place = np.searchsorted(time, (borders - slack)[jump])
+    return np.insert(rows, place, rows[place], axis=0), np.insert(temperature, place, heat[:-1, 1][jump])
 
 
 def refined(points: Points, begin: int, height: float, heat: float) -> Points:
