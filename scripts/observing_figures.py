@@ -20,7 +20,8 @@ matplotlib.use("Agg")
 
 from doc_blocks import draw_page  # noqa: E402
 
-PAGES = ("emission.md", "xrd.md", "curvature.md", "reflectance.md")  # of docs/
+PAGES = ("emission.md", "xrd.md", "curvature.md", "reflectance.md",
+         "comparing-with-measurements.md")  # of docs/
 
 
 def main() -> None:

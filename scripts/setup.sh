@@ -17,7 +17,9 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # designs: solvers, files of targets
   python3-scipy python3-yaml
   # maps: lines of equal value
-  python3-contourpy)
+  python3-contourpy
+  # X-ray diffraction
+  python3-xrayutilities)
 # The live page: compiler and libraries for WebAssembly; TinyXML is compiled from Debian's source package.
 LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-wasm32 libclang-rt-19-dev-wasm32 dpkg-dev
   # editor and charts of the page

@@ -102,7 +102,7 @@ def test_a_curve_that_the_model_misses_does_not_outweigh_a_layer(grown, fast):
 
 
 def test_offsets_of_temperature_and_angle_are_fitted_along(grown, fast):
-    """Two growths tell the offset from the constant; a pyrometer shows 5 K less than there are."""
+    """Two growths separate the offset from the constant; the pyrometer shows 5 K too little."""
     recipes = {"hot": layer(START, 1025.0), "cold": layer(START, 965.0)}
     truth = {"hot": grown, "cold": vorlen.run(layer(TRUE, 970.0))}
     measured = {

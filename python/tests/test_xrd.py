@@ -146,8 +146,8 @@ def test_fringes_have_the_thickness_of_the_film() -> None:
 
 
 def test_a_thick_crystal_reflects_almost_all_over_the_darwin_width() -> None:
-    # FWHM of a perfect crystal without absorption: 3 sqrt(2) / 4 of 2 |chi_h| / sin 2theta, with chi_h = r_e lambda^2 F /
-    # (pi V). F(002) = 2 |f_M + i f_N| with f_Ga = 24.5 and f_N = 4.9 at sin(theta) / lambda = 0.193 / angstrom
+    # FWHM of a perfect crystal without absorption: 3 sqrt(2) / 4 of 2 |chi_h| / sin 2theta, with chi_h = r_e lambda^2
+    # F / (pi V). F(002) = 2 |f_Ga + i f_N| with 24.5 and 4.9 at sin(theta) / lambda = 0.193 / angstrom
     # (International Tables for Crystallography C, section 6.1.1): 50.0. Absorption narrows it by a few per cent.
     curve = grown().xrd(resolution=0, polarization="S", two_theta=(34.5, 34.65), points=3001)
     volume = math.sqrt(3) / 2 * 3.189**2 * 5.185
@@ -159,9 +159,9 @@ def test_a_thick_crystal_reflects_almost_all_over_the_darwin_width() -> None:
 
 
 def test_a_thin_film_has_the_kinematical_intensity() -> None:
-    # Integrated over omega: (r_e lambda F / V)^2 lambda t / sin(2 theta) / sin(theta), in the limit of a thin film; B. E.
-    # Warren, X-ray Diffraction (1969), chapter 4. Relaxed AlN on a substrate that does not scatter, far below extinction;
-    # F(002) = 2 |f_Al + i f_N| with 9.0 and 4.9: 20.5.
+    # Integrated over omega: (r_e lambda F / V)^2 lambda t / sin(2 theta) / sin(theta), in the limit of a thin film;
+    # B. E. Warren, X-ray Diffraction (1969), chapter 4. Relaxed AlN on a substrate that does not scatter, far below
+    # extinction; F(002) = 2 |f_Al + i f_N| with 9.0 and 4.9: 20.5.
     run = grown((30.0, {"x_al": 1.0, "relaxation": 1.0}), template=0.5)
     curve = run.xrd(reference="AlGaN", template="finite", resolution=0, polarization="S", two_theta=(35.0, 37.05))
     volume = math.sqrt(3) / 2 * 3.112**2 * 4.982
@@ -172,9 +172,10 @@ def test_a_thin_film_has_the_kinematical_intensity() -> None:
 
 
 def test_the_curve_is_that_of_takagi_and_taupins_equations() -> None:
-    # dX/dz = i k / (2 sin theta) (chi_h (1 + X^2) + (2 chi_0 - alpha) X), integrated numerically from the bottom up. The
-    # deviation alpha is exact in qz, which makes the equations right far from a peak.
-    curve = grown((100.0, {"x_in": 0.15}), (50.0, {})).xrd(resolution=0, polarization="S", two_theta=(31.0, 36.6), points=29)
+    # dX/dz = i k / (2 sin theta) (chi_h (1 + X^2) + (2 chi_0 - alpha) X), integrated numerically from the bottom up.
+    # The deviation alpha is exact in qz, which makes the equations right far from a peak.
+    run = grown((100.0, {"x_in": 0.15}), (50.0, {}))
+    curve = run.xrd(resolution=0, polarization="S", two_theta=(31.0, 36.6), points=29)
     chis = {0.0: (-3.424e-5 + 7.60e-7j, -2.2705e-5 + 7.43e-7j)}  # of GaN at 8048 eV: 92.4 and 50 electrons per cell
     chis[0.15] = chis_of(0.15)
     blocks = [(0.0, 5.185, None), (0.15, strained(x_in=0.15)[1], 1000.0), (0.0, 5.185, 500.0)]
@@ -224,13 +225,15 @@ GRADED = [row(time=t, z=2000 + z, x_in=x, x_ga=1 - x, a_eff_z=3.189, eps_xx_z=st
 
 
 def test_the_curve_of_a_graded_layer_converges() -> None:
-    # 40 nm from 0 to 0.2 and 10 nm back, with finer and finer blocks. Compared are decades: 0.01 are 2 % of the intensity.
+    # 40 nm from 0 to 0.2 and 10 nm back, with finer and finer blocks. Compared are decades: 0.01 is 2 % of intensity.
     below = [row(False, time=t, z=z, x_ga=1.0, a_eff_z=3.189) for t, z in ((0, 0), (1, 2000))]
     run = vorlen.Run(result([("template", 1, 2000), ("up", 10, 40), ("down", 10, 10)], [*below, *GRADED]).encode())
 
     def curve(phase: float, change: float = LARGEST_CHANGE) -> Any:
-        arguments = dict(hkl=(0, 0, 2), energy="CuKa1", two_theta=(32.0, 36.0), points=401, resolution=12, background=0.0,
-                         reference=None, template="infinite", geometry="grazing exit", polarization="S", monochromator=1)
+        arguments: dict[str, Any] = dict(
+            hkl=(0, 0, 2), energy="CuKa1", two_theta=(32.0, 36.0), points=401, resolution=12, background=0.0,
+            reference=None, template="infinite", geometry="grazing exit", polarization="S", monochromator=1,
+        )
         stack = run._stack._replace(slices=slices_of(run.profile, run.layers, change))
         return np.log10(xrd_curve(stack, **arguments, phase=phase).y)
 
@@ -287,7 +290,7 @@ def test_the_default_reference_is_the_template() -> None:
 @pytest.mark.parametrize("geometry", ["grazing exit", "grazing incidence"])
 def test_the_angles_of_105(geometry: str) -> None:
     # d(105) = 1 / sqrt(4/3 / a^2 + 25 / c^2) = 0.97085 angstrom, theta = 52.51 deg; inclination of the planes
-    # atan(2 / sqrt(3) c / (5 a)) = 20.58 deg; omega is theta plus that at grazing exit, and minus that at grazing incidence.
+    # atan(2 / sqrt(3) c / (5 a)) = 20.58 deg; omega is theta plus it at grazing exit, minus it at grazing incidence.
     curve = grown().xrd((1, 0, 5), geometry=geometry, polarization="S")
     spacing = 1 / math.sqrt(4 / 3 / 3.189**2 + 25 / 5.185**2)
     theta = math.degrees(math.asin(CU / 2 / spacing))
@@ -308,6 +311,33 @@ def test_a_relaxed_layer_has_its_inclined_peak_at_its_own_angle(relaxation: floa
     omega = theta + math.degrees(math.atan(2 / math.sqrt(3) * c / (5 * a)))
     near = curve.table[(curve.table["omega"] - omega).abs() < 0.2]
     assert near["omega"][near["intensity"].idxmax()] == pytest.approx(omega, abs=0.02)
+
+
+@pytest.mark.parametrize(("hkl", "energy"), [((1, 0, 3), "CuKa1"), ((1, 0, 5), "MoKa1"), ((1, 1, 6), "MoKa1")])
+@pytest.mark.filterwarnings("error")
+def test_flat_beams_are_computed_or_rejected(hkl: tuple[int, ...], energy: str) -> None:
+    # A relaxed layer, whose beams are flatter than those of the template; 103 has 1.3 deg of incidence.
+    run = grown((300.0, {"x_al": 0.5, "relaxation": 1.0}), (5.0, {"x_in": 0.3}))
+    for geometry in ("grazing incidence", "grazing exit"):
+        try:
+            curve = run.xrd(hkl, energy, geometry=geometry, polarization="S", points=101)
+        except ValueError as error:
+            assert f"{''.join(map(str, hkl))} can't be reached from the surface" in str(error)
+        else:
+            assert np.isfinite(curve.y).all() and 0.0 < curve.y.max() < 1.0
+            exits = curve.x - curve.table["omega"]
+            assert min(curve.table["omega"].min(), exits.min()) >= 0.6
+
+
+def test_a_failure_of_xrayutilities_is_explained(monkeypatch: pytest.MonkeyPatch) -> None:
+    from xrayutilities.simpack import DynamicalModel
+
+    def failing(*_: Any, **__: Any) -> None:
+        raise ValueError("cannot reshape array")
+
+    monkeypatch.setattr(DynamicalModel, "simulate", failing)
+    with pytest.raises(ValueError, match="002 can't be computed with omega from 16..* deg: a beam is too close"):
+        grown().xrd()
 
 
 def test_four_indices_are_the_same_as_three() -> None:
@@ -377,7 +407,7 @@ def test_polarizations_are_averaged() -> None:
         ({"hkl": (0, 0, 2.0)}, TypeError, "hkl must be three integers"),
         ({"hkl": (0, 2)}, TypeError, "hkl must be three integers"),
         ({"hkl": 2}, TypeError, "hkl must be three integers"),
-        ({"hkl": (0, 0, 8)}, ValueError, "008 can't be reached with 1.541 angstrom: the distance of its planes, 0.6481"),
+        ({"hkl": (0, 0, 8)}, ValueError, "008 can't be reached with 1.541 angstrom: the distance of its planes, 0.6"),
         ({"hkl": (1, 0, 1)}, ValueError, "can't be reached from the surface"),
         ({"energy": "CuKa"}, ValueError, "energy must be one of CuKa1, "),
         ({"energy": "3 nm/s"}, ValueError, "energy must be an energy, a wavelength or the name of a line"),

@@ -50,7 +50,7 @@ START_DISTANCE = 1e-4  # of a start from its bounds, as a share of the logarithm
 FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead to regions where runs are slow or fail
 SINGULAR = 1e-10  # smallest to largest singular value of the derivatives, below which the constants are undetermined
 PASSES = 5  # of a fit with curves, whose weights are found between passes
-SETTLED = 0.2  # relative change of the weights, below which there is no further pass
+SETTLED = 0.2  # relative change of the weights, below which the last pass was enough
 NAME_OF_A_SINGLE_RECIPE = "recipe"
 
 

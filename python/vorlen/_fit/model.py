@@ -184,7 +184,7 @@ class FitModel:
 
 
 def _temperatures(recipe: Recipe) -> dict[str, float]:
-    """The temperatures of all stages by path, both ends of ramps. Raises ValueError for one that is not a number."""
+    """The temperatures of all stages by path, both ends of ramps. Raises ValueError if there are none."""
     found: dict[str, float] = {}
     for path in recipe.paths():
         if path.endswith("/T") and "stage" in path.split("/")[0]:

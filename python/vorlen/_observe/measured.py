@@ -81,8 +81,8 @@ def read(
         Number of a scan of an XRDML file with several, from 1.
     name : str, optional
         Name for legends. None: that of the file without its ending.
-    **settings
-        What is needed to simulate the same curve: hkl and energy for xrd, substrate and thickness for curvature,
+    settings : any
+        As keywords, what is needed to simulate the same curve: hkl and energy for xrd, substrate and thickness for curvature,
         wavelength and substrate for reflectance.
 
     Returns

@@ -13,7 +13,9 @@ import numpy as np
 
 from .._base.types import Array
 
-GRAZING = 0.2  # deg; smallest angle between a beam and the surface
+# Smallest angle between a beam and the surface, deg, and the same per wavelength in angstrom: beyond total reflection,
+# where the roots of the dispersion equation are too close to each other
+GRAZING, GRAZING_PER_WAVELENGTH = 0.6, 0.5
 
 
 class Reflection(NamedTuple):
@@ -90,8 +92,13 @@ def bragg_angles(qx: Any, qz: Any, wavenumber: float) -> tuple[Any, Any]:
     return 2.0 * theta, theta + np.degrees(np.arctan2(qx, qz))
 
 
+def smallest_angle(wavenumber: float) -> float:
+    """The smallest angle between a beam and the surface, deg."""
+    return max(GRAZING, GRAZING_PER_WAVELENGTH * 2.0 * math.pi / wavenumber)
+
+
 def check_reach(reflection: Reflection, qx: float, qz: float, wavenumber: float) -> None:
-    """Raises ValueError unless both beams are above the surface. The sign of qx does not matter."""
+    """Raises ValueError unless both beams are far enough above the surface. The sign of qx does not matter."""
     two_theta, omega = bragg_angles(abs(qx), qz, wavenumber)
     wavelength = 2.0 * math.pi / wavenumber
     if not np.isfinite(two_theta):
@@ -99,7 +106,7 @@ def check_reach(reflection: Reflection, qx: float, qz: float, wavenumber: float)
             f"{reflection} can't be reached with {wavelength:.4g} angstrom: the distance of its planes, "
             f"{2.0 * math.pi / math.hypot(qx, qz):.4g} angstrom, is less than half of it"
         )
-    if two_theta - omega < GRAZING:
+    if two_theta - omega < smallest_angle(wavenumber):
         raise ValueError(
             f"{reflection} can't be reached from the surface with {wavelength:.4g} angstrom: its planes are inclined "
             f"by {omega - two_theta / 2.0:.4g} deg, but the Bragg angle is {two_theta / 2.0:.4g} deg"

@@ -3,7 +3,7 @@
 The model solves the two-beam dispersion equation with its four solutions in each block and joins them at the
 interfaces, for reflections in any coplanar geometry; unlike Takagi and Taupin's equations it needs no reference
 lattice. See S. A. Stepanov, E. A. Kondrashkina, R. Koehler, D. V. Novikov, G. Materlik, S. M. Durbin, Physical Review B
-57, 4829 (1998). Each block is a crystal of its own with the strained lattice constants given. Atomic scattering factors
+57, 4829 (1998). Each block is a separate crystal with the strained lattice constants given. Atomic scattering factors
 are those of xrayutilities.
 """
 
@@ -18,11 +18,12 @@ import numpy as np
 
 from .._base.types import Array, Mask
 from .blocks import SAME_ROD, Blocks
-from .reflections import Reflection
+from .reflections import Reflection, two_theta_on_rod
 
 HC = 12398.41984  # eV angstrom
 SPACE_GROUP = 186  # P6_3mc
 ANION = 0.375  # height of nitrogen above the metal, in units of c: of ideal tetrahedra
+GRAZING_EXIT = 0.05  # deg; smallest angle between the diffracted beam and the surface
 Q_MAX, Q_STEP = 40.0, 0.05  # 1/angstrom, of the table of scattering factors
 OUT_OF_REACH = 2.5  # qz per wavenumber of a block that only absorbs and refracts; beams reach points up to 2
 
@@ -75,8 +76,20 @@ def intensities(
         if not infinite:
             crystals.insert(0, _absorber(stack.x[0], a[0], stack.c[0], reflection, energy))
             thickness.insert(0, math.inf)
-        total += _simulated(crystals, thickness, reflection, energy, omega, grazing_exit, polarization, monochromator)
+        above = _is_above(omega, float(reflection.qx(a[0])) * (1.0 if grazing_exit else -1.0), energy)
+        if above.any():
+            total[above] += _simulated(
+                crystals, thickness, reflection, energy, omega[above], grazing_exit, polarization, monochromator
+            )
     return total
+
+
+def _is_above(omega: Array, qx: float, energy: float) -> Mask:
+    """Where the diffracted beam of a rod is above the surface. Elsewhere nothing leaves the crystal."""
+    with np.errstate(invalid="ignore"):  # no such beam
+        leaving = two_theta_on_rod(omega, qx, 2.0 * math.pi * energy / HC) - omega
+    above: Mask = (leaving >= GRAZING_EXIT) & (leaving <= 180.0 - GRAZING_EXIT)
+    return above
 
 
 def _joined_absorbers(blocks: Blocks, scatters: Mask) -> tuple[Mask, Blocks]:
@@ -136,8 +149,12 @@ def _atom(name: str) -> Any:
     element = getattr(imported_xrayutilities().materials.elements, name)
     atom, source = copy.deepcopy(element), copy.deepcopy(element)  # crystals copy their atoms: keep them small
     q = np.linspace(0.0, Q_MAX, int(Q_MAX / Q_STEP) + 1)
-    f0 = CubicSpline(q, source.f0(q))
-    dispersion = functools.cache(lambda energy: source.f1(energy) + 1j * source.f2(energy))
+    f0: Any = CubicSpline(q, source.f0(q))
+
+    @functools.cache
+    def dispersion(energy: float) -> complex:
+        return complex(source.f1(energy), source.f2(energy))
+
     atom.f = lambda q, en: f0(q) + dispersion(en)
     return atom
 
@@ -155,5 +172,11 @@ def _simulated(
         Cmono=monochromator,
     )
     side = "hi_lo" if grazing_exit else "lo_hi"
-    found: Array = np.asarray(model.simulate(omega, hkl=tuple(reflection), geometry=side), float)
+    try:
+        found: Array = np.asarray(model.simulate(omega, hkl=tuple(reflection), geometry=side), float)
+    except (ValueError, np.linalg.LinAlgError) as error:  # roots that it can't sort, or a singular matrix
+        raise ValueError(
+            f"{reflection} can't be computed with omega from {omega[0]:.4g} to {omega[-1]:.4g} deg: a beam is too close "
+            "to the surface"
+        ) from error
     return found

@@ -19,12 +19,12 @@ from .._recipe.quantities import has_unit, is_quantity, number_in
 from .blocks import PHASE, Blocks, blocks_of, strained_c
 from .curve import Curve
 from .reflections import (
-    GRAZING,
     Reflection,
     angles_on_rod,
     bragg_angles,
     check_reach,
     given_reflection,
+    smallest_angle,
     two_theta_on_rod,
 )
 from .slices import Slices
@@ -198,14 +198,15 @@ def reference_layer(layers: pd.DataFrame, slices: Slices, reference: Any) -> int
 
 def _range(two_theta: Any, peaks: pd.DataFrame, qx: float, wavenumber: float) -> tuple[Array, Array | None]:
     """Both ends of 2 theta, deg, and the angles if there are more than two. Raises TypeError or ValueError."""
-    lowest = max(GRAZING, math.degrees(2.0 * math.asin(min(abs(qx) / (2.0 * wavenumber), 1.0))))
+    grazing = smallest_angle(wavenumber)
+    lowest = max(2.0 * grazing, math.degrees(2.0 * math.asin(min(abs(qx) / (2.0 * wavenumber), 1.0))))
     if two_theta is None:
         spacing = float((peaks.x[peaks.order == 1].max() - peaks.x[peaks.order == -1].max()) / 2.0)
         margin = min(max(MARGIN, SATELLITES * np.nan_to_num(spacing)), MARGIN_MAX)
         places = peaks.x[peaks.kind != "satellite"]
         ends = np.array([max(places.min() - margin, lowest + 0.1), min(places.max() + margin, 179.0)])
-        while (_flattest(ends, qx, wavenumber) < GRAZING).any() and ends[1] - ends[0] > 0.01:
-            ends = ends + 0.05 * (places.median() - ends)
+        while (_flattest(ends, qx, wavenumber) < grazing).any() and ends[1] - ends[0] > 0.01:
+            ends = ends + 0.05 * (float(places.iloc[0]) - ends)  # towards the peak of the template
         return ends, None
     if isinstance(two_theta, (str, bytes)) or not isinstance(two_theta, Iterable):
         raise TypeError(f"two_theta must be a pair or an array of angles in deg, got {two_theta!r}")
@@ -214,10 +215,10 @@ def _range(two_theta: Any, peaks: pd.DataFrame, qx: float, wavenumber: float) ->
         raise ValueError("two_theta must have two or more angles in ascending order")
     ends = values[[0, -1]]
     flattest = _flattest(ends, qx, wavenumber) if 0.0 < ends[0] and ends[1] < 180.0 else np.array([math.nan])
-    if not (flattest >= GRAZING).all():
+    if not (flattest >= grazing).all():
         raise ValueError(
-            f"two_theta from {ends[0]:g} to {ends[1]:g} deg is out of reach: both beams must be {GRAZING} deg or more "
-            "above the surface"
+            f"two_theta from {ends[0]:g} to {ends[1]:g} deg is out of reach: both beams must be {grazing:.3g} deg or "
+            "more above the surface"
         )
     return ends, values if len(values) > 2 else None
 

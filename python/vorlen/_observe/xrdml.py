@@ -57,7 +57,7 @@ def scans_of(content: bytes, name: str) -> list[Scan]:
 
 
 class _Builder(ElementTree.TreeBuilder):
-    """A tree without namespaces. No document type, so that there are no entities; no deep nesting."""
+    """A tree without namespaces. A document type, which may declare entities, and deep nesting are errors."""
 
     depth = 0
 

@@ -154,8 +154,10 @@ def deviations(
 
     Raises
     ------
-    TypeError, ValueError
-        As for compare().
+    TypeError
+        If an argument has another type.
+    ValueError
+        If a curve can't be simulated, or has no points where the simulated one is.
     """
     if not isinstance(run, Run):
         raise TypeError(f"run must be a Run, got {type(run).__name__}")

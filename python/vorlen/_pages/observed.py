@@ -88,7 +88,7 @@ def run_name(run: Run) -> str:
 
 
 def observed_page(run: Run, measured: Sequence[Agreement] = (), found: Observed | None = None) -> str:
-    """The HTML text of a page of its own."""
+    """The HTML text of a page with nothing else."""
     found = found or Observed([], None, list(measured), [])
     section = observed_section(found, run_name(run))
     path = run.recipe_source.path or run.path
