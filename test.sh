@@ -117,14 +117,17 @@ test_python() {
 }
 
 analyse() {
-  local status=0
+  local status=0 types
+  # Beside the others, because it runs on one processor. Debian's, which finds the types of Debian's numpy.
+  /usr/bin/mypy --config-file python/pyproject.toml --cache-dir build/mypy --no-error-summary \
+    python/vorlen python/vorlen_command.py python/build_wheel >"$logs/mypy.log" 2>&1 &
+  types=$!
   find src tools -name '*.cpp' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet \
     --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wreserved-identifier 2>/dev/null || status=1
   cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
     --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \
     src tools live || status=1
-  # Debian's, which finds the types of Debian's numpy.
-  /usr/bin/mypy --config-file python/pyproject.toml --cache-dir build/mypy --no-error-summary python/vorlen || status=1
+  wait "$types" || { cat "$logs/mypy.log"; status=1; }
   return $status
 }
 
