@@ -1,8 +1,8 @@
 #!/bin/bash
 # Checks the whole tree: ./test.sh [--fast|--coverage|--packages]
 # Formatting; build and tests of the presets release and asan; the Python package; overlapping calls with tsan; identical
-# results from both compilers, with and without optimisation; the build for Windows under Wine; Debian packages; a minute
-# of fuzzing; static analysis.
+# results from both compilers, with and without optimisation; the builds for Windows (under Wine) and 64-bit ARM (in qemu);
+# Debian packages; a minute of fuzzing; static analysis.
 #   --fast      only formatting and the preset release
 #   --coverage  test coverage of src/; fails below the limits in report_coverage
 #   --packages  the Debian packages on a fresh Debian 12; needs root and the network
@@ -23,6 +23,8 @@ jobs=$(nproc)
 # Builds share their object files: the packages contain the same code as the release build.
 export CCACHE_DIR=$PWD/build/ccache CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 export CCACHE_DEPEND=1  # without a separate run of the preprocessor
+# Paths in the tree count from its top: a test builds the source archive of the Python package in another folder.
+export CCACHE_BASEDIR=$PWD
 # run.sh, which a test runs, builds the same without -Werror, and only after the release build has passed with it.
 export CCACHE_IGNOREOPTIONS=-Werror
 logs=build/test-logs
@@ -84,10 +86,10 @@ build() {
     quietly "build-$preset.log" cmake --build "build/$preset" --target "$target" -j "$jobs"
 }
 
-# Shows the summary of ctest, after the output of failed tests.
+# run_tests PRESET [OPTION OF CTEST...]: shows the summary of ctest, after the output of failed tests.
 run_tests() {
   local log="$logs/ctest-$1.log" status=0
-  ctest --preset "$1" -j "$jobs" >"$log" 2>&1 || status=$?
+  ctest --preset "$@" -j "$jobs" >"$log" 2>&1 || status=$?
   if [ $status -ne 0 ]; then
     grep -v -e '^ *Start ' -e ' Passed ' "$log"
   else
@@ -101,6 +103,11 @@ compare_builds() {
     examples/*.xml tests/data/recipes/*.xml
 }
 
+# Hosts in C, and the numbers of all recipes.
+test_arm64() {
+  run_tests arm64 -R '^(api\.AHost(InC|ThatOpensTheLibraryWhileItRuns)|platforms\..*)$'
+}
+
 test_python() {
   local python
   python=$(scripts/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
@@ -110,14 +117,17 @@ test_python() {
 }
 
 analyse() {
-  local status=0
+  local status=0 types
+  # Beside the others, because it runs on one processor. Debian's, which finds the types of Debian's numpy.
+  /usr/bin/mypy --config-file python/pyproject.toml --cache-dir build/mypy --no-error-summary \
+    python/vorlen python/vorlen_command.py python/build_wheel >"$logs/mypy.log" 2>&1 &
+  types=$!
   find src tools -name '*.cpp' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet \
     --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wreserved-identifier 2>/dev/null || status=1
   cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
     --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \
     src tools live || status=1
-  # Debian's, which finds the types of Debian's numpy.
-  /usr/bin/mypy --config-file python/pyproject.toml --cache-dir build/mypy --no-error-summary python/vorlen || status=1
+  wait "$types" || { cat "$logs/mypy.log"; status=1; }
   return $status
 }
 
@@ -152,6 +162,7 @@ if [ "$mode" = all ]; then
     phase "Build: clang, the library" build clang -- VorlenSolver &&
     phase "Same bytes: release, debug, clang" compare_builds
   phase "Build: windows" build windows -DVORLEN_TESTS=ON && phase "Tests: windows (Wine)" run_tests windows
+  phase "Build: arm64, the library" build arm64 -DVORLEN_TESTS=ON -- platform_hosts && phase "Tests: arm64" test_arm64
   phase "Build: package" build package &&
     phase "Debian packages" quietly packages.log tests/package/debian_packages.sh build/package
   phase "Build: fuzz" build fuzz -- fuzz_targets && phase "Fuzzing, one minute" tests/fuzz/run.sh 60

@@ -11,9 +11,9 @@ import sys
 import tempfile
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-sys.path.insert(0, os.path.join(ROOT, "tests", "live"))
+sys.path.insert(0, os.path.join(ROOT, "tests", "platforms"))
 
-import module_runs  # noqa: E402
+import platforms  # noqa: E402
 
 
 def shortest(runs):
@@ -33,8 +33,9 @@ def main():
     recipes = a.recipes or sorted(os.path.join(examples, name) for name in os.listdir(examples) if name.endswith(".xml"))
     recipes = [os.path.abspath(recipe) for recipe in recipes for _ in range(a.repeat)]
     with tempfile.TemporaryDirectory() as folder:
-        native = shortest(module_runs.run_native(os.path.join(a.build, "src/api/libVorlenSolver.so"), folder, recipes))
-        module = shortest(module_runs.run_module(os.path.join(a.build, "wasi/vorlen.wasm"), folder, recipes))
+        known = platforms.known(a.build)
+        native = shortest(known[platforms.REFERENCE].run(folder, recipes))
+        module = shortest(known["wasm"].run(folder, recipes))
     print(f"{'recipe':20} {'library, ms':>12} {'module, ms':>12} {'ratio':>6}")
     for name in native:
         print(f"{name:20} {native[name]:12.2f} {module[name]:12.2f} {module[name] / native[name]:6.2f}")

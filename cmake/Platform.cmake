@@ -20,7 +20,7 @@ endif()
 # Reserves the thread-local records when a thread starts. Otherwise their first use in a library opened by dlopen
 # allocates, and the C library ends the process if that fails.
 set(VORLEN_THREAD_LOCAL_OPTIONS -ftls-model=initial-exec)
-if(WIN32)
+if(WIN32 OR APPLE)
   set(VORLEN_THREAD_LOCAL_OPTIONS "")  # there is one model
 endif()
 
@@ -55,6 +55,12 @@ function(vorlen_export_only target)
       message(STATUS "No VorlenSolver.lib: it needs lld-link")
     endif()
     vorlen_link_runtime(${target})
+    return()
+  endif()
+  if(APPLE)
+    set(exported "${PROJECT_BINARY_DIR}/vorlen_solver.exported")
+    file(WRITE "${exported}" "_runSurfChem\n")
+    target_link_options(${target} PRIVATE "LINKER:-exported_symbols_list,${exported}")
     return()
   endif()
   set(version_script "${folder}/vorlen_solver.map")

@@ -1,10 +1,15 @@
-# The libraries of the command-line tool: CLI11::CLI11, FastFloat::fast_float, fmt::fmt, nlohmann_json::nlohmann_json.
+# The libraries of the command-line tool: CLI11::CLI11, FastFloat::fast_float, nlohmann_json::nlohmann_json, and the one
+# that the variable fmt names.
 # All can be used as headers alone, which a build for another system takes from the building machine.
+set(fmt fmt::fmt)
 if(NOT CMAKE_CROSSCOMPILING)
   find_package(CLI11 REQUIRED)
   find_package(FastFloat REQUIRED)
   find_package(fmt REQUIRED)
   find_package(nlohmann_json REQUIRED)
+  if(VORLEN_PORTABLE)
+    include(StaticFmt)
+  endif()
   return()
 endif()
 include(HostHeaders)

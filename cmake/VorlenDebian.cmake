@@ -63,7 +63,7 @@ set(CPACK_DEBIAN_TOOL_PACKAGE_DEPENDS "${library_package} (= ${debian_version})"
 # Only the Python package, which is installed with the tool, needs these.
 set(CPACK_DEBIAN_TOOL_PACKAGE_RECOMMENDS
   "python3, python3-jinja2, python3-matplotlib, python3-numpy, python3-pandas")
-set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "python3-contourpy, python3-lmfit, python3-scipy, python3-xarray, python3-yaml")
+set(CPACK_DEBIAN_TOOL_PACKAGE_SUGGESTS "python3-contourpy, python3-lmfit, python3-scipy, python3-xarray, python3-xrayutilities, python3-yaml")
 set(CPACK_COMPONENT_TOOL_DESCRIPTION "growth of III-nitride layers in MOVPE, command line
 Simulates the growth of InGaN, AlGaN, AlInN and AlInGaN layers in metal-organic
 vapour-phase epitaxy over a whole process recipe.

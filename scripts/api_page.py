@@ -112,9 +112,18 @@ def _section(docstring: str) -> list[str]:
     return lines
 
 
+def public_names() -> dict[str, Any]:
+    """What is public, by name in alphabetical order; functions of a public module as measured.read."""
+    found = {}
+    for name in vorlen.__all__:
+        one = getattr(vorlen, name)
+        found |= {f"{name}.{part}": getattr(one, part) for part in one.__all__} if inspect.ismodule(one) else {name: one}
+    return dict(sorted(found.items(), key=lambda item: item[0].lower()))
+
+
 def page() -> str:
     """The text of docs/api.md."""
-    public = {name: getattr(vorlen, name) for name in sorted(vorlen.__all__, key=str.lower)}
+    public = public_names()
     errors = {name: one for name, one in public.items() if inspect.isclass(one) and issubclass(one, Exception)}
     classes = {name: one for name, one in public.items() if inspect.isclass(one) and name not in errors}
     lines = [HEAD, "## Functions", ""]

@@ -20,7 +20,7 @@ matplotlib.use("Agg")
 import matplotlib.pyplot as plt  # noqa: E402
 
 import vorlen  # noqa: E402
-from vorlen._runs.plot import STYLE  # noqa: E402
+from vorlen._base.figures import STYLE  # noqa: E402
 
 # The part that matters: its first and last layer, and how much is shown around it, nm.
 PARTS = {

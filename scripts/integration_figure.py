@@ -20,7 +20,7 @@ matplotlib.use("Agg")
 import matplotlib.pyplot as plt  # noqa: E402
 
 import vorlen  # noqa: E402
-from vorlen._runs.plot import STYLE  # noqa: E402
+from vorlen._base.figures import STYLE  # noqa: E402
 
 SCHEMES = {"staged": ("#0072b2", "-"), "continuous": ("#d55e00", "--")}
 PAUSE = 5  # s

@@ -17,7 +17,9 @@ PYTHON_PACKAGES=(python3 python3-numpy python3-pandas python3-matplotlib
   # designs: solvers, files of targets
   python3-scipy python3-yaml
   # maps: lines of equal value
-  python3-contourpy)
+  python3-contourpy
+  # X-ray diffraction
+  python3-xrayutilities)
 # The live page: compiler and libraries for WebAssembly; TinyXML is compiled from Debian's source package.
 LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-wasm32 libclang-rt-19-dev-wasm32 dpkg-dev
   # editor and charts of the page
@@ -27,7 +29,9 @@ LIVE_PACKAGES=(clang-19 lld-19 wasi-libc libc++-19-dev-wasm32 libc++abi-19-dev-w
 WINDOWS_PACKAGES=(g++-mingw-w64-x86-64-posix wine wine64 googletest lld-19
   # the example in C#
   mono-mcs mono-runtime)
-TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}" "${WINDOWS_PACKAGES[@]}"
+# The build for 64-bit ARM: compiler, and the emulator that runs its programs.
+ARM_PACKAGES=(g++-aarch64-linux-gnu qemu-user-static dpkg-dev)
+TEST_PACKAGES=("${PYTHON_PACKAGES[@]}" "${LIVE_PACKAGES[@]}" "${WINDOWS_PACKAGES[@]}" "${ARM_PACKAGES[@]}"
   # compilers, static analysis, test library
   ccache clang clang-format clang-tidy libclang-rt-14-dev cppcheck gcovr libgtest-dev libgmock-dev mypy valgrind
   # tools that tests call

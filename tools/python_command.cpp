@@ -27,10 +27,12 @@ struct PythonCommand {
   const char* module;  // that it needs in addition to MODULES, may be null; its Debian package is python3-MODULE
 };
 
-constexpr std::array<PythonCommand, 6> COMMANDS = {{
+constexpr std::array<PythonCommand, 7> COMMANDS = {{
     {"report", "Write a report of a result file: one page for a browser", "vorlen report recipe.result.txt", "jinja2"},
     {"compare", "Compare result files: one page for a browser", "vorlen compare a.result.txt b.result.txt -o page.html",
      "jinja2"},
+    {"observe", "Show what can be measured on the wafer of a result: one page for a browser",
+     "vorlen observe recipe.result.txt --xrd 002 --curvature sapphire -o page.html", "jinja2"},
     {"design", "Change a recipe so that its layers reach targets", "vorlen design led.xml --targets targets.yaml",
      "scipy"},
     {"window", "Find out how often a recipe meets its targets if the reactor varies",

@@ -7,7 +7,8 @@ Blocks are fenced with ```python, ```sh or ```text:
 - sh blocks run under bash -e. `vorlen` is the command-line host, `python3` the interpreter of the tests.
 - A block after <!-- not run: REASON --> is skipped; one after <!-- raises: ErrorName --> must end in that error.
 
-All blocks of a page run in a separate folder, with the example recipes in examples/.
+All blocks of a page run in a separate folder, with the example recipes in examples/. Figures that they save there are
+the pictures of the page.
 """
 
 from __future__ import annotations
@@ -24,6 +25,7 @@ from pathlib import Path
 from typing import Any
 
 ROOT = Path(__file__).resolve().parents[2]
+LARGEST_PICTURE = 80_000  # bytes
 _FENCE = re.compile(
     r"(?:<!-- (?P<note>(?:not run|raises): [^\n]*?) -->\n)?```(?P<language>\w+)\n(?P<text>.*?)^```$",
     re.DOTALL | re.MULTILINE,
@@ -73,6 +75,50 @@ def run_page(page: Path, folder: Path) -> int:
             raise AssertionError(f"{place}: printed\n{printed}\nbut the page says\n{block.expected}")
         count += 1
     return count
+
+
+def figures_of(page: Path) -> list[str]:
+    """The names of the figures that a page shows."""
+    return re.findall(r"^!\[[^\]]+\]\(figures/(\w+\.svg)\)$", page.read_text("utf-8"), re.MULTILINE)
+
+
+def draw_page(page: Path, folder: Path, output: Path) -> int:
+    """Runs a page in folder, an empty one, and stores its figures without their date in output; number of blocks."""
+    import matplotlib
+
+    from vorlen._base.figures import STYLE
+
+    with matplotlib.rc_context(STYLE):
+        count = run_page(page, folder)
+    for name in figures_of(page):
+        text = re.sub(r"\n *<dc:date>.*?</dc:date>", "", (folder / name).read_text("utf-8"))
+        (output / name).write_text(text, "utf-8")
+    return count
+
+
+def check_pictures(page: Path, folder: Path) -> int:
+    """Asserts that the pictures of a page are those that its blocks draw in a folder; number of blocks.
+
+    Labels and titles are compared, without shares of random runs and deviations of fits.
+    """
+    import matplotlib.pyplot as plt
+
+    work, drawn = folder / "work", folder / "drawn"
+    work.mkdir()
+    drawn.mkdir()
+    count = draw_page(page, work, drawn)
+    plt.close("all")
+    assert figures_of(page) != []
+    for name in figures_of(page):
+        shown = ROOT / "docs" / "figures" / name
+        assert _labels(drawn / name) == _labels(shown) != [], name
+        assert shown.stat().st_size < LARGEST_PICTURE, name
+    return count
+
+
+def _labels(path: Path) -> list[str]:
+    texts: list[str] = re.findall("<text [^>]*>([^<]*)</text>", path.read_text("utf-8"))
+    return [re.sub(r"\d+\.\d %|rms [\d.]+|[+\u2212]0\.\d+\u00b0", "...", text) for text in texts]
 
 
 def matches(printed: str, expected: str) -> bool:

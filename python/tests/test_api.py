@@ -34,8 +34,7 @@ api_page = load_script()
 def public_functions() -> dict[str, Callable[..., Any]]:
     """Functions, methods, and classes that callers construct, by their names."""
     found: dict[str, Callable[..., Any]] = {}
-    for name in vorlen.__all__:
-        one = getattr(vorlen, name)
+    for name, one in api_page.public_names().items():
         if inspect.isfunction(one):
             found[name] = one
         if not inspect.isclass(one):

@@ -64,6 +64,7 @@ def test_no_import_leads_back_to_its_module() -> None:
 def test_no_import_leads_back_to_its_folder() -> None:
     rooms = rooms_of({name: imports_of(name) for name in FILES})
     assert rooms["_base"] == set() and rooms["_recipe"] == {"_base"}
+    assert rooms["_observe"] <= {"_base", "_recipe"}
     assert cycle_in(rooms) == []
 
 

@@ -1,4 +1,4 @@
-"""The installed package: by pip without a network, and by CMake beside the library."""
+"""The package installed by CMake beside the library. test_wheel.py is about pip."""
 
 from __future__ import annotations
 
@@ -8,7 +8,6 @@ import subprocess
 import sys
 from pathlib import Path
 
-import vorlen
 from support import MQW, ROOT
 from vorlen._base.library import find_library
 
@@ -26,18 +25,6 @@ def run_program(python: str, folder: Path, **variables: str) -> str:
     assert done.returncode == 0, done.stderr
     assert "plotly.js v" in (folder / "run.html").read_text("utf-8")
     return done.stdout
-
-
-def test_pip_installs_it_without_a_network(tmp_path: Path) -> None:
-    source = tmp_path / "python"
-    shutil.copytree(ROOT / "python", source, ignore=shutil.ignore_patterns("__pycache__", ".hypothesis"))
-    venv = tmp_path / "venv"
-    subprocess.run([sys.executable, "-m", "venv", "--system-site-packages", str(venv)], check=True)
-    python = str(venv / "bin" / "python")
-    options = ["--no-index", "--no-build-isolation", "--quiet"]
-    subprocess.run([python, "-m", "pip", "install", *options, str(source)], check=True)
-    printed = run_program(python, tmp_path, VORLEN_LIBRARY=str(Path(find_library()).resolve()))
-    assert printed.startswith(f"{vorlen.__version__} {venv}")
 
 
 def test_an_installation_of_the_library_is_found_from_the_package_in_it(tmp_path: Path) -> None:

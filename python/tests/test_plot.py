@@ -176,7 +176,7 @@ def test_the_colours_of_metals_are_distinguishable_for_the_colour_blind() -> Non
     """Distance in CIELAB as a deuteranope and a protanope see the colours (matrices of Machado et al., 2009)."""
     from matplotlib.colors import to_rgb
 
-    from vorlen._runs.drawn import ALUMINIUM, GALLIUM, INDIUM
+    from vorlen._base.figures import ALUMINIUM, GALLIUM, INDIUM
 
     seen_by = {
         "deuteranope": [

@@ -19,7 +19,9 @@ from ._design.design import Design, DesignInterrupted, design
 from ._design.map import ProcessMap, process_map
 from ._design.window import Window, window
 from ._fit.fit import Fit, fit
-from ._pages.compare import compare
+from ._observe import measured
+from ._observe.curve import Curve
+from ._pages.compare import compare, deviations
 from ._pages.report import report
 from ._recipe.check import RecipeWarning, check
 from ._recipe.recipe import Recipe
@@ -35,6 +37,7 @@ from ._sweep.sweep import Sweep, read_sweep, sweep
 
 __all__ = [
     "BusyError",
+    "Curve",
     "Design",
     "DesignInterrupted",
     "Fit",
@@ -53,7 +56,9 @@ __all__ = [
     "check",
     "compare",
     "design",
+    "deviations",
     "fit",
+    "measured",
     "plot",
     "process_map",
     "read",

@@ -11,6 +11,7 @@ from ._design.command import add_command as add_design
 from ._design.map_command import add_command as add_map
 from ._design.window_command import add_command as add_window
 from ._pages.compare_command import add_command as add_compare
+from ._pages.observe_command import add_command as add_observe
 from ._pages.report_command import add_command as add_report
 from ._sweep.command import add_command as add_sweep
 
@@ -25,6 +26,7 @@ def main(arguments: list[str] | None = None) -> int:
     add_map(commands)
     add_report(commands)
     add_compare(commands)
+    add_observe(commands)
     add_sweep(commands)
     options = parser.parse_args(arguments)
     try:

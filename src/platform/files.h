@@ -59,7 +59,7 @@ std::string identity_of(const std::string& path);
 ErrorCode write_access(const std::string& file);
 ErrorCode folder_access(const std::string& folder);
 
-// Creates the folder and those above it; existing ones are no error.
+// Creates the folder and those above it. It may exist already.
 ErrorCode create_folders(const std::string& folder);
 
 // The size of a regular file, bytes; 0 if it can't be found out.

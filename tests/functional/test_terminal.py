@@ -191,7 +191,7 @@ class Help(InAFolder):
     def test_each_help_has_an_example(self):
         self.assertIn("run", self.commands())
         for command in ["", *self.commands()]:
-            if command in ("report", "compare", "design", "window", "map", "sweep"):
+            if command in ("report", "compare", "observe", "design", "window", "map", "sweep"):
                 continue  # Python's own
             with self.subTest(command):
                 text = self.run_tool(*command.split(), "--help").stdout
@@ -200,12 +200,12 @@ class Help(InAFolder):
     def test_the_manual_page_describes_each_command_and_option(self):
         with open(os.path.join(BUILD, "vorlen.1"), encoding="utf-8") as file:
             page = file.read().replace("\\-", "-")
-        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "window", "map", "sweep"}
+        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "observe", "design", "window", "map", "sweep"}
         self.assertLess(commands, set(self.commands()) | {""})
         for command in self.commands():
             with self.subTest(command):
                 (section,) = re.findall(rf"^\.SS vorlen {command}\b(.*?)(?=^\.S[SH] )", page, re.MULTILINE | re.DOTALL)
-                if command in ("report", "compare", "design", "window", "map", "sweep"):
+                if command in ("report", "compare", "observe", "design", "window", "map", "sweep"):
                     continue
                 options = self.options(command)
                 self.assertIn("--help", options)
@@ -258,7 +258,7 @@ class Suggestions(InAFolder):
                     self.run_tool("--help").stdout.split("Subcommands:\n")[1].split("\n\n")[0].splitlines()]
         self.assertIn("timeline", commands)
         for command in commands:
-            if command in ("report", "compare", "design", "window", "map", "sweep"):
+            if command in ("report", "compare", "observe", "design", "window", "map", "sweep"):
                 continue  # Python's own
             options = re.findall(r"(--[a-z-]+)", self.run_tool(command, "--help").stdout.split("Options:")[1])
             for option in sorted(set(options)):
@@ -330,7 +330,7 @@ class Completion(InAFolder):
 
     def test_commands_and_options(self):
         self.assertEqual(self.complete("ru"), {"run"})
-        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "design", "window", "map", "sweep"}
+        commands = {"run", "show", "diff", "new", "explain", "report", "compare", "observe", "design", "window", "map", "sweep"}
         self.assertLess(commands, self.complete("") | {""})
         self.assertEqual(self.complete("--v"), {"--version"})
         self.assertEqual(self.complete("run --ke"), {"--keep-going"})
@@ -395,7 +395,7 @@ class Python(InAFolder):
         python = self.write_interpreter("python", fits=True)
         settings = environment(VORLEN_PYTHON=python)
         del settings["VORLEN_LIBRARY"]
-        for command in ("report", "compare", "design", "window", "map", "sweep"):
+        for command in ("report", "compare", "observe", "design", "window", "map", "sweep"):
             run = self.run_tool(command, "a b.txt", "--help", "-x", env=settings)
             self.assertEqual((run.returncode, run.stderr), (7, ""))
             self.assertEqual(run.stdout.splitlines(),

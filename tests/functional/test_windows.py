@@ -2,6 +2,7 @@
 
 VORLEN is a script that starts it; its processes are those of Linux, so they can be looked for and killed here.
 """
+import base64
 import fcntl
 import glob
 import json
@@ -104,8 +105,9 @@ class Paths(OnWindows):
         os.makedirs(self.path("sub folder"))
         text = self.expect_good("run", NAME + ".xml", "-o", "sub folder\\täg.txt")
         self.assertRegex(text, rf"\n     5  {NAME} +40 +\d+\.\d\d\d\n")
-        # The columns are those of a terminal: the second and the third word take two each.
-        self.assertIn(f"\n     5  {NAME}" + " " * (26 - 7) + "40", text)
+        # The columns are those of a terminal, on which the second and the third word take two each.
+        name, gap, right_aligned = len("Al0.4Ga0.6N transition") - 7, 2, len("Duration, s") - len("40")
+        self.assertIn(f"\n     5  {NAME}" + " " * (name + gap + right_aligned) + "40", text)
         self.assertTrue(text.endswith("rows in sub folder\\täg.txt\n"), text)
         self.assertEqual(sorted(os.listdir(self.path("sub folder"))), ["täg.status.json", "täg.txt"])
         self.assertIn(f'"{NAME}" '.encode(), self.read("sub folder/täg.txt"))
@@ -124,16 +126,19 @@ class Paths(OnWindows):
         (found,) = glob.glob(self.path("d*/d*/d*"))
         self.assertEqual(sorted(os.listdir(found)), ["a.result.txt", "a.status.json"])
         recipe = folder + "\\r.xml"
-        self.expect_good("new", "algan_tension", "-o", recipe)
+        run = self.run_tool("new", "algan_tension", "-o", recipe)
+        self.assertEqual((run.returncode, run.stderr), (0, f"vorlen: wrote {recipe}\n"))
         self.expect_good("check", recipe)
         self.expect_good("run", recipe)
         self.assertIn("1  ", self.expect_good("show", folder + "\\a.result.txt"))
 
     def test_patterns_are_replaced_by_the_files_that_they_fit(self):
         os.mkdir(self.path("in"))
-        for name in ("b", "a", "ab"):
-            self.write_recipe(f"in/{name}.xml")
-        self.assertEqual(self.expect_good("check", "in\\?.xml"), "in\\a.xml: no problems\nin\\b.xml: no problems\n")
+        for name in ("b.xml", "a.xml", "ab.xml", "c.xml~", ".d.xml"):
+            self.write_recipe(f"in/{name}")
+        for pattern, fitting in (("?", ["a", "b"]), ("*", ["a", "ab", "b"])):
+            self.assertEqual(self.expect_good("check", f"in\\{pattern}.xml"),
+                             "".join(f"in\\{name}.xml: no problems\n" for name in fitting))
         run = self.run_tool("check", "in\\c*.xml")
         self.assertEqual(run.returncode, 1)
         self.assertIn("c*.xml", run.stdout + run.stderr)
@@ -150,6 +155,15 @@ class Paths(OnWindows):
             self.assertRegex(run.stderr, rf"^vorlen: {re.escape(name)} can't be written: {reason}[\w ,]+\n$")
         self.expect_failure("none\\r.txt can't be written: folder not found: none", "run", "a.xml", "-o", "none\\r.txt")
         self.assertEqual((self.names(), self.read("kept.txt")), (["a.xml", "kept.txt"], b"old"))
+
+    def test_the_live_page_is_found_beside_the_tool(self):
+        self.write_recipe("a.xml")
+        self.write("live.html", '<script id="recipe" type="application/json">null</script>')
+        shutil.copy(os.environ["VORLEN_EXE"], self.path("vorlen.exe"))
+        run = self.run_tool(self.path("vorlen.exe"), "live", "a.xml", tool=os.path.join(SOURCE, "scripts", "wine.sh"))
+        self.assertEqual((run.returncode, run.stdout, run.stderr), (0, "a.live.html\n", ""))
+        recipe = {"name": "a.xml", "base64": base64.b64encode(self.read("a.xml")).decode()}
+        self.assertIn(json.dumps(recipe, separators=(",", ":")).encode(), self.read("a.live.html"))
 
     def test_two_recipes_with_the_same_result(self):
         """Names of files are the same in upper and lower case."""
@@ -272,9 +286,10 @@ class PythonCommands(OnWindows):
     def test_an_interpreter_gets_the_arguments_and_the_places(self):
         shutil.copy(PYTHON, self.path("python.exe"))
         words = ["a b", 'say "no"', "back\\", 'x\\"', "", "%PATH%", NAME]
+        others = {name: value for name, value in os.environ.items() if not name.startswith("VORLEN")}
         for changes in ({"WINEPATH": windows_path(self.folder)},
                         {"VORLEN_PYTHON": windows_path(self.path("python.exe"))}):
-            run = self.run_tool("sweep", *words, env={**os.environ, **changes})
+            run = self.run_tool("sweep", *words, env={**others, **changes})
             self.assertEqual((run.returncode, run.stderr), (7, ""))
             lines = run.stdout.split("\n")
             self.assertEqual(lines[:3 + len(words)], ["-m", "vorlen", "sweep", *words])

@@ -46,7 +46,8 @@ MEMORY_LIMIT = 6 * 2**30  # bytes, of a process: a change may allocate without e
 SOURCES = {"src": ["src/**/*.cpp", "src/**/*.h"], "tools": ["tools/**/*.cpp", "tools/**/*.h"],
            "python": ["python/vorlen/**/*.py"]}
 # Tables that a test compares with the library's, byte for byte.
-GENERATED = ("python/vorlen/_recipe/elements.py", "python/vorlen/_runs/columns.py")
+GENERATED = ("python/vorlen/_recipe/elements.py", "python/vorlen/_runs/columns.py",
+             "python/vorlen/_observe/nitrides.py")
 # Real clusters, notebooks, installations: minutes. They run only for a file of their name.
 SLOW = ("test_sweep_engines", "test_notebooks", "test_docs", "test_chart_library", "test_package")
 # The first words of the test files for modules of the package, nearest first.

@@ -1,8 +1,8 @@
-// Writes what is generated from the table of the recipe and from the columns of the result file:
+// Writes what is generated from the table of the recipe, the columns of the result file and the crystal data:
 //   write_recipe_files --schema FILE   the RELAX NG schema of the recipe
 //   write_recipe_files --tables FILE   the tables of docs/recipe-format.md, docs/result-format.md or
 //                                      docs/checking-a-recipe.md, in place, or a module of the Python package,
-//                                      _recipe/elements.py or _runs/columns.py
+//                                      _recipe/elements.py, _runs/columns.py or _observe/nitrides.py
 //   write_recipe_files --check FILE    writes nothing; fails if one of these is out of date
 // Exit status: 0; 1 if a file cannot be written or is out of date; 2 for a wrong command line.
 #include <cstdio>
@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string>
 
+#include "schema/nitride_data.h"
 #include "schema/recipe_elements.h"
 #include "schema/recipe_files.h"
 #include "schema/result_columns.h"
@@ -26,6 +27,7 @@ std::string file_text(const std::string& path) {
 std::string fresh_text(const std::string& path, const std::string& stored, std::string& error) {
   if (path.ends_with("_recipe/elements.py")) return recipe::recipe_elements_module();
   if (path.ends_with("_runs/columns.py")) return result_columns_module();
+  if (path.ends_with("_observe/nitrides.py")) return nitrides_module();
   return recipe::page_with_tables(stored, error);
 }
 

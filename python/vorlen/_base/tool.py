@@ -6,28 +6,38 @@ import contextlib
 import json
 import os
 import re
-import shutil
 import subprocess
-import sys
 import tempfile
 from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
 from .files import memory_file, path_of_descriptor
+from .places import tool_name, tool_places
 
 CHECK_TIMEOUT = 60  # s
+MISSING_TOOL = "the command vorlen was not found. Set VORLEN to its path"
 
 
 def find_tool() -> str | None:
     """The command-line tool: named by the environment variable VORLEN, in this installation or tree, or on PATH."""
-    package = Path(__file__).resolve().parents[1]
-    places = [Path(sys.prefix) / "bin" / "vorlen"]
-    if package.parent.name in ("dist-packages", "site-packages"):
-        places.insert(0, package.parents[3] / "bin" / "vorlen")
-    places += [package.parents[1] / "build" / preset / "tools" / "vorlen" for preset in ("release", "run")]
     named = os.environ.get("VORLEN")
-    return named or next((str(place) for place in places if place.is_file()), None) or shutil.which("vorlen")
+    if named:
+        return named
+    on_path = [Path(folder) / tool_name() for folder in os.get_exec_path()]
+    return next((str(place) for place in tool_places() + on_path if _is_tool(place)), None)
+
+
+def _is_tool(place: Path) -> bool:
+    """True for a program, but not for the command that pip installs, which looks for the tool here."""
+    if not os.access(place, os.X_OK) or not place.is_file():
+        return False
+    try:
+        with place.open("rb") as file:
+            head = file.read(1024)
+    except OSError:  # it may be run but not read
+        return True
+    return not (head.startswith(b"#!") and b"vorlen_command" in head)
 
 
 @dataclass(frozen=True)
@@ -80,7 +90,7 @@ def check_recipes(recipes: Sequence[bytes]) -> list[list[Finding]]:
     """The report of `vorlen check` on each of some recipes, from one call of the tool. Raises ToolError."""
     tool = find_tool()
     if tool is None:
-        raise ToolError("the command vorlen was not found. Set VORLEN to its path")
+        raise ToolError(MISSING_TOOL)
     try:
         with contextlib.ExitStack() as held:
             files = [held.enter_context(memory_file(recipe)) for recipe in recipes]
@@ -133,7 +143,7 @@ def live_page(recipe: bytes, name: str) -> bytes:
     """The page that `vorlen live` writes for a recipe with this file name. Raises ToolError."""
     tool = find_tool()
     if tool is None:
-        raise ToolError("the command vorlen was not found. Set VORLEN to its path")
+        raise ToolError(MISSING_TOOL)
     with tempfile.TemporaryDirectory() as folder:
         source, page = Path(folder) / os.path.basename(name), Path(folder) / "page.live.html"
         source.write_bytes(recipe)

@@ -8,9 +8,9 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
+from .._base.figures import ALUMINIUM, BLACK, DASHES, GALLIUM, INDIUM, ORANGE, PINK, STYLE, WIDTH
+from .._base.figures import check_figure, save_or_close
 from .._base.types import PathLike
-from .._runs.drawn import ALUMINIUM, BLACK, DASHES, GALLIUM, INDIUM, ORANGE, PINK, WIDTH
-from .._runs.plot import STYLE, check_figure, save_or_close
 from .map_lines import levels_of, region_of
 from .map_page import Axis, Shown, grid_of
 from .quantities import Target

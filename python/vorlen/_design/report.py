@@ -8,10 +8,10 @@ from pathlib import Path
 
 import pandas as pd
 
+from .._base.figures import STYLE
 from .._base.types import PathLike
 from .._pages.numbers import number
 from .._pages.page import page, write_page
-from .._runs.plot import STYLE
 from .answer import knob_text
 from .plot import plot_design
 

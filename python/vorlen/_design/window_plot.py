@@ -7,9 +7,8 @@ from typing import TYPE_CHECKING, Any
 import numpy as np
 import pandas as pd
 
+from .._base.figures import ALUMINIUM, BLACK, GALLIUM, INDIUM, STYLE, WIDTH, check_figure, save_figure
 from .._base.types import Array, PathLike
-from .._runs.drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, WIDTH
-from .._runs.plot import STYLE, check_figure, save_figure
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes

@@ -1,4 +1,4 @@
-"""Calibration: kinetic constants from measured thicknesses and compositions, by least squares.
+"""Calibration: kinetic constants from measured thicknesses, compositions and curves, by least squares.
 
     fit = vorlen.fit(
         {"cold": "cold.xml", "hot": "hot.xml"},
@@ -15,7 +15,7 @@ inverse of J'J, J being the derivatives of the residuals at the solution, by cen
 from __future__ import annotations
 
 import re
-from collections.abc import Mapping
+from collections.abc import Mapping, Sequence
 from concurrent.futures import Executor
 from dataclasses import dataclass
 from typing import TYPE_CHECKING, Any
@@ -26,14 +26,17 @@ import pandas as pd
 
 from .._base.arguments import check_flags, check_number, check_timeout, given_executor, is_number
 from .._base.types import PathLike
+from .._observe.curve import Curve
 from .._recipe.check import warn_about
 from .._recipe.recipe import Recipe, place_in
 from .._recipe.source import RecipeLike
+from .._runs.agreement import Agreement, checked_offset, shifts_of
 from .._runs.run import SimulationError
 from .._sweep.plan_values import given_recipe
 from .._sweep.run_rows import pool_of
-from .measurements import measurement_table
-from .model import STEP, Array, FitModel, fit_folder
+from .curves import FOLLOWS, CurveTarget
+from .measurements import measurement_table, without_curves
+from .model import OFFSET, Array, FitModel, fit_folder
 from .plot import plot_fit
 
 if TYPE_CHECKING:
@@ -46,6 +49,8 @@ TOLERANCES = {"ftol": 1e-5, "xtol": 1e-6}  # relative; about 0.01 of a standard 
 START_DISTANCE = 1e-4  # of a start from its bounds, as a share of the logarithmic range
 FIRST_STEP = 0.3  # of the Levenberg-Marquardt method; long first steps lead to regions where runs are slow or fail
 SINGULAR = 1e-10  # smallest to largest singular value of the derivatives, below which the constants are undetermined
+PASSES = 5  # of a fit with curves, whose weights are found between passes
+SETTLED = 0.2  # relative change of the weights, below which the last pass was enough
 NAME_OF_A_SINGLE_RECIPE = "recipe"
 
 
@@ -69,14 +74,22 @@ class Fit:
         failed), text of the failure. With out, the index is the number of the files.
     fitted : pandas.DataFrame
         A row per measurement: recipe, quantity, measured, sigma (NaN if none is given), fitted, and residual: fitted
-        less measured, in standard deviations, or relative to the measured value if none are given.
+        less measured, in standard deviations, or relative to the measured value if none are given. chi_square is its
+        share, and points is the number of independent measurements that it counts as: 1, except for curves. A curve has
+        NaN for measured and fitted, and its residual is the root mean square.
+    offsets : pandas.DataFrame
+        What was adjusted besides the constants: recipe, quantity, name (temperature_offset, scale, background,
+        angle_offset or time_offset), value, low and high (of the temperature offset, otherwise NaN) and unit.
+    curves : dict of tuple of str to pandas.DataFrame
+        For each curve, by recipe and name, its table with the simulated curve and the deviations.
     recipes : dict of str to Recipe
         The recipes with the fitted constants, and with the scheme if one is given. A single recipe has the name
         recipe.
     chi_square : float
         Sum of the squared residuals.
     degrees_of_freedom : int
-        Number of measurements less that of constants that are not at a bound.
+        Number of measurements, independent points of curves included, less that of constants that are not at a bound
+        and of offsets.
     success : bool
         True if the fit converged.
     message : str
@@ -94,6 +107,8 @@ class Fit:
     correlation: pd.DataFrame
     history: pd.DataFrame
     fitted: pd.DataFrame
+    offsets: pd.DataFrame
+    curves: dict[tuple[str, str], pd.DataFrame]
     recipes: dict[str, Recipe]
     chi_square: float
     degrees_of_freedom: int
@@ -102,11 +117,12 @@ class Fit:
     warnings: list[str]
     runs: int
     lmfit: MinimizerResult
+    _agreements: dict[tuple[str, str], Agreement]
 
     def plot(self, *, path: PathLike | None = None) -> Figure:
-        """Fitted against measured values, a panel for each kind of quantity; on the line they are equal.
+        """Fitted against measured values, a panel for each kind of quantity; on the line they are equal. Needs matplotlib.
 
-        Needs matplotlib.
+        Below them, each measured curve with the simulated one and their difference.
 
         Parameters
         ----------
@@ -128,7 +144,8 @@ class Fit:
             If the figure can't be written.
         """
         inputs = [recipe.path for recipe in self.recipes.values()]
-        return plot_fit(self.fitted, path, inputs)
+        inputs += [one.measured.path for one in self._agreements.values()]
+        return plot_fit(self.fitted[self.fitted.measured.notna()], path, inputs, self._agreements)
 
     def __repr__(self) -> str:
         state = "" if self.success else ", not converged"
@@ -142,8 +159,11 @@ class Fit:
 def fit(
     recipe: RecipeLike | Mapping[str, RecipeLike],
     parameters: Mapping[str, tuple[float, float] | tuple[float, float, float]],
-    measurements: Mapping[str, Any] | pd.DataFrame,
+    measurements: Mapping[str, Any] | pd.DataFrame | Curve | Sequence[Curve],
     *,
+    temperature_offset: tuple[float, float] | tuple[float, float, float] | None = None,
+    angle_offset: Any = None,
+    time_offset: Any = None,
     level: float = 0.95,
     scheme: str | None = None,
     timeout: float | None = None,
@@ -169,6 +189,16 @@ def fit(
         the key results of sweep(): thickness_2 (nm), x_in_2, z (nm), ... Without standard deviations, relative
         deviations are minimised, and their scatter gives the errors. Names of recipes that are numbers may be written
         differently, such as 12, 12.0 and "0012", as long as only one recipe has that number.
+        A value may also be a Curve, under any name, or (curve, standard deviation of a point); instead of the mapping of a
+        recipe, a curve or a list of them. The standard deviation is in decades of intensity for diffraction, in the unit
+        of the curve for others, and estimated if it is not given; a spectrum needs that of its peak, nm. Other
+        measurements need standard deviations then.
+    temperature_offset : tuple, optional
+        (low, high) or (low, start, high), K: one offset of all temperatures of all recipes is fitted too. The default
+        start is 0.
+    angle_offset, time_offset : pair, optional
+        Lowest and highest offset of the angle 2theta of diffraction curves, deg, and of the times of curvatures and
+        reflectances, s. Each curve has its own. None: no offset.
     level : float, optional
         Confidence level of the intervals, between 0 and 1.
     scheme : str, optional
@@ -207,15 +237,21 @@ def fit(
     """
     from lmfit import minimize
 
+    angles, times = checked_offset("angle_offset", angle_offset, "deg"), checked_offset("time_offset", time_offset, "s")
     check_number(level, "level must be a number between 0 and 1, such as 0.95", 0.0, 1.0)
     check_timeout(timeout)
     check_flags(check=check)
     executor = given_executor(workers, executor, out)
     recipes = _given_recipes(recipe, scheme)
     start, paths = _start_parameters(recipes, parameters)
-    table = measurement_table(measurements, recipes)
-    if len(table) < len(paths):
-        raise ValueError(f"{len(table)} measurements can't determine {len(paths)} constants")
+    if temperature_offset is not None:
+        _add_offset(start, paths, temperature_offset)
+    others, measured = without_curves(measurements, recipes)
+    table = measurement_table(others, recipes, measured)
+    curves = [CurveTarget(one, shifts_of(one.curve, angles, times)) for one in measured]
+    count = len(table) + sum(1 if one.curve.kind == "emission" else len(one.curve.x) for one in measured)
+    if count < len(start):
+        raise ValueError(f"{count} measurements can't determine {len(start)} constants")
     if check:
         for name, one in recipes.items():
             called = name if isinstance(recipe, Mapping) else one.path
@@ -223,28 +259,42 @@ def fit(
 
     with pool_of(workers, executor) as pool, fit_folder(out, len(recipes)) as folder:
         model = FitModel(
-            recipes, paths, table, folder=folder, keep=out is not None, executor=pool, timeout=timeout
+            recipes, paths, table, folder=folder, keep=out is not None, executor=pool, timeout=timeout, curves=curves,
+            offset=temperature_offset is not None,
         )
+        coarse = False
 
         def residual(current: Parameters) -> Array:
             (values,) = model.at([_point(current)], "step")
-            return np.full(len(table), FAILED_RESIDUAL) if isinstance(values, str) else model.residual(values)
+            if isinstance(values, str):
+                return np.full(len(model.measured), FAILED_RESIDUAL)
+            return model.smoothed(model.residual(values)) if coarse else model.residual(values)
 
         def jacobian(current: Parameters) -> Array:
             scaled: Array = model.derivatives(_point(current)) / model.scale[:, None]
-            return scaled
+            return np.column_stack([model.smoothed(column) for column in scaled.T]) if coarse else scaled
 
-        (first,) = model.at([_point(start)], "step")
-        if isinstance(first, str):
-            raise SimulationError(first, recipe)
-        found = minimize(
-            residual, start, method="leastsq", scale_covar=not model.weighted, Dfun=jacobian, factor=FIRST_STEP,
-            **TOLERANCES,
-        )
+        (values,) = model.at([_point(start)], "step")
+        if isinstance(values, str):
+            raise SimulationError(values, recipe)
+        weights, settled, present = model.weigh(values), False, start
+        # The first pass looks for the broad features of diffraction curves, which have fewer local minima.
+        for coarse in [True] * any(one.curve.kind == "xrd" for one in measured) + [False] * (PASSES if curves else 1):
+            found = minimize(
+                residual, present, method="leastsq", scale_covar=not model.weighted, Dfun=jacobian, factor=FIRST_STEP,
+                **TOLERANCES,
+            )
+            (values,) = model.at([_point(found.params)], "step")
+            assert not isinstance(values, str)
+            present, before, weights = found.params, weights, model.weigh(values)
+            settled = bool(np.all(np.abs(weights / before - 1.0) < SETTLED))
+            if settled and not coarse:
+                break
+        coarse = False
         derivatives = jacobian(found.params)
         (values,) = model.at([_point(found.params)], "step")
     assert not isinstance(values, str)
-    return _result(model, recipes, found, start, values, derivatives, level)
+    return _result(model, recipes, found, start, values, derivatives, level, settled)
 
 
 def _point(current: Parameters) -> Array:
@@ -290,6 +340,20 @@ def _start_parameters(recipes: dict[str, Recipe], parameters: Mapping[str, Any])
     return made, paths
 
 
+def _add_offset(start: Parameters, paths: list[str], given: Any) -> None:
+    """Adds the temperature offset, K, to the parameters. Raises ValueError."""
+    values = tuple(given) if isinstance(given, (tuple, list)) else ()
+    if len(values) not in (2, 3) or not all(map(is_number, values)):
+        raise ValueError(f"{OFFSET}: expected (low, high) or (low, start, high), finite numbers in K, got {given!r}")
+    low, first, high = values if len(values) == 3 else (values[0], 0.0, values[1])
+    if not low < first < high:
+        raise ValueError(f"{OFFSET}: bounds must satisfy low < start < high, got {low:g}, {first:g}, {high:g}")
+    heated = next((path for path in paths if re.search(r"/T(/(val|end))?$", path) and "stage" in path.split("/")[0]), None)
+    if heated is not None:
+        raise ValueError(f"{heated} can't be fitted together with {OFFSET}, which changes all temperatures")
+    start.add(OFFSET, float(first), min=float(low), max=float(high))
+
+
 def _present_value(name: str, recipe: Recipe, path: str) -> Any:
     """The value at a path; of a ramp whose ends are equal, one number. Raises ValueError for other ramps."""
     value = recipe[path]
@@ -322,41 +386,84 @@ def _bounds(path: str, given: Any, present: Any) -> tuple[float, float, float]:
 
 def _result(
     model: FitModel, recipes: dict[str, Recipe], found: MinimizerResult, start: Parameters, values: Array,
-    derivatives: Array, level: float,
+    derivatives: Array, level: float, settled: bool,
 ) -> Fit:
     residual = model.residual(values)
-    at_bound = _at_bounds(found.params, residual, derivatives)
+    at_bound = _at_bounds(found.params, residual, derivatives, model.steps)
     free = np.array([bound == "" for bound in at_bound])
-    chi_square, freedom = float(residual @ residual), len(residual) - int(free.sum())
+    counted = len(model.measurements) + round(sum(curve.independent - curve.nuisances for curve in model.curves))
+    chi_square, freedom = float(residual @ residual), counted - int(free.sum())
     variance = 1.0 if model.weighted else chi_square / freedom if freedom else np.nan
     covariance = _inverse_normal_matrix(derivatives, free) * variance
     errors = np.sqrt(np.diag(covariance))
-    constants = _constants(model, start, found.params, errors, _quantile(model.weighted, level, freedom))
-    constants["at_bound"] = at_bound
+    width, logs = _quantile(model.weighted, level, freedom), len(model.paths)
+    constants = _constants(model, start, found.params, errors[:logs], width)
+    constants["at_bound"] = at_bound[:logs]
     constants.attrs["level"] = level
+    key = tuple(float(value) for value in _point(found.params))
+    agreements = {(one.target.recipe, one.target.name): one.agreement(key) for one in model.curves}
+    best = model.constants(key)
     return Fit(
         constants=constants,
-        covariance=pd.DataFrame(covariance, model.paths, model.paths),
-        correlation=pd.DataFrame(covariance / np.outer(errors, errors), model.paths, model.paths),
+        covariance=pd.DataFrame(covariance, model.names, model.names),
+        correlation=pd.DataFrame(covariance / np.outer(errors, errors), model.names, model.names),
         history=model.history(),
-        fitted=model.measurements.assign(fitted=values, residual=residual),
-        recipes={name: _with_constants(one, constants["value"]) for name, one in recipes.items()},
+        fitted=_fitted(model, values, residual),
+        offsets=_offsets(model, agreements, best.get(OFFSET), width * errors[-1]),
+        curves={name: one.table() for name, one in agreements.items()},
+        recipes={name: _with_constants(one, model.values(key, name)) for name, one in recipes.items()},
         chi_square=chi_square,
         degrees_of_freedom=freedom,
-        success=bool(found.success),
-        message=str(found.message),
-        warnings=_doubts(constants, found, freedom, model.weighted),
+        success=bool(found.success) and settled,
+        message=str(found.message) if settled else f"{found.message} The weights of the curves did not settle.",
+        warnings=_doubts(constants, found, freedom, model.weighted) + _doubts_about_curves(model, key, settled)
+        + _doubts_about_offset(found.params, at_bound[logs:], width * errors[logs:]),
         runs=len(model.history()) * len(recipes),
         lmfit=found,
+        _agreements=agreements,
     )
 
 
+def _fitted(model: FitModel, values: Array, residual: Array) -> pd.DataFrame:
+    """Fit.fitted."""
+    count = len(model.measurements)
+    own = residual[:count]
+    table = model.measurements.assign(fitted=values[:count], residual=own, chi_square=own**2, points=1.0)
+    end = count
+    for curve in model.curves:
+        share = float(np.sum(residual[end : end + curve.count] ** 2))
+        end += curve.count
+        table.loc[len(table)] = {
+            "recipe": curve.target.recipe, "quantity": curve.target.name, "measured": np.nan, "sigma": curve.sigma,
+            "fitted": np.nan, "residual": np.sqrt(share / curve.independent), "chi_square": share,
+            "points": curve.independent,
+        }
+    return table
+
+
+def _offsets(
+    model: FitModel, agreements: Mapping[tuple[str, str], Agreement], heat: float | None, error: float
+) -> pd.DataFrame:
+    """Fit.offsets. heat: temperature offset, K, None if it was not fitted; error: half of its interval."""
+    rows = [] if heat is None else [("", "", OFFSET, heat, heat - error, heat + error, "K")]
+    for curve, (place, one) in zip(model.curves, agreements.items()):
+        if one.match is None:
+            continue
+        if one.measured.kind == "xrd":
+            rows.append((*place, "scale", one.match.scale, np.nan, np.nan, ""))
+            rows.append((*place, "background", one.match.background, np.nan, np.nan, ""))
+        if curve.shifts is not None:
+            name, unit = ("angle_offset", "deg") if one.measured.kind == "xrd" else ("time_offset", "s")
+            rows.append((*place, name, one.match.shift, np.nan, np.nan, unit))
+    return pd.DataFrame(rows, columns=["recipe", "quantity", "name", "value", "low", "high", "unit"])
+
+
 def _constants(model: FitModel, start: Parameters, params: Parameters, errors: Array, width: float) -> pd.DataFrame:
-    best = _point(params)
+    first, best = (_point(one)[: len(errors)] for one in (start, params))
     with np.errstate(over="ignore"):
         return pd.DataFrame(
             {
-                "start": np.exp(_point(start)),
+                "start": np.exp(first),
                 "value": np.exp(best),
                 "low": np.exp(best - width * errors),
                 "high": np.exp(best + width * errors),
@@ -366,20 +473,20 @@ def _constants(model: FitModel, start: Parameters, params: Parameters, errors: A
         )
 
 
-def _with_constants(recipe: Recipe, values: pd.Series) -> Recipe:
+def _with_constants(recipe: Recipe, values: Mapping[str, float]) -> Recipe:
     fitted = recipe.copy()
     for path, value in values.items():
         fitted[path] = float(value)
     return fitted
 
 
-def _at_bounds(params: Parameters, residual: Array, derivatives: Array) -> list[str]:
-    """For each constant "low" or "high" if the sum of squares still falls across that bound, otherwise ""."""
+def _at_bounds(params: Parameters, residual: Array, derivatives: Array, steps: Array) -> list[str]:
+    """For each parameter "low" or "high" if the sum of squares still falls across that bound, otherwise ""."""
     found = []
-    for one, column in zip(params.values(), derivatives.T):
+    for one, column, step in zip(params.values(), derivatives.T, steps):
         with np.errstate(divide="ignore", invalid="ignore"):
             best = one.value - (column @ residual) / (column @ column)  # minimum along this constant; NaN: no effect
-        near_low, near_high = one.value - one.min < STEP, one.max - one.value < STEP
+        near_low, near_high = one.value - one.min < step, one.max - one.value < step
         found.append("low" if near_low and best <= one.min else "high" if near_high and best >= one.max else "")
     return found
 
@@ -414,4 +521,34 @@ def _doubts(constants: pd.DataFrame, found: MinimizerResult, freedom: int, weigh
             texts.append(f"the measurements do not determine {path}, or only together with another constant")
         elif row.low <= np.exp(one.min) and row.high >= np.exp(one.max):
             texts.append(f"the measurements do not determine {path}: its interval exceeds its bounds")
+    return texts
+
+
+def _doubts_about_offset(params: Parameters, at_bound: list[str], errors: Array) -> list[str]:
+    """Texts about the temperature offset. at_bound, errors: its bound and half of its interval; empty without it."""
+    if not at_bound:
+        return []
+    if at_bound[0]:
+        return [f"{OFFSET} is at its {'lower' if at_bound[0] == 'low' else 'upper'} bound"]
+    one = params[OFFSET]
+    if np.isnan(errors[0]):
+        return [f"the measurements do not determine {OFFSET}, or only together with a constant"]
+    wide = one.value - errors[0] <= one.min and one.value + errors[0] >= one.max
+    return [f"the measurements do not determine {OFFSET}: its interval exceeds its bounds"] if wide else []
+
+
+def _doubts_about_curves(model: FitModel, key: tuple[float, ...], settled: bool) -> list[str]:
+    """Texts about curves that are not followed."""
+    texts = [] if settled else [f"the weights of the curves did not settle in {PASSES} passes: the errors are uncertain"]
+    for curve in model.curves:
+        agreement = curve.agreement(key)
+        share = curve.explained(agreement)
+        if share < FOLLOWS:
+            texts.append(
+                f"the simulated curve does not follow {curve.target.name} of {curve.target.recipe}: it explains "
+                f"{max(share, 0.0):.0%} of its variance. The fit may have ended in a local minimum; try another start"
+            )
+        ends, match = curve.shifts, agreement.match
+        if ends is not None and match is not None and min(match.shift - ends[0], ends[1] - match.shift) < 1e-3 * (ends[1] - ends[0]):
+            texts.append(f"the offset of {curve.target.name} of {curve.target.recipe} is at a bound")
     return texts

@@ -5,22 +5,109 @@ from __future__ import annotations
 import math
 import re
 from collections import Counter
-from collections.abc import Iterator, Mapping
+from collections.abc import Iterable, Iterator, Mapping
 from decimal import Decimal
-from typing import Any
+from typing import Any, NamedTuple
 
 import pandas as pd
 
 from .._base.arguments import check_number
+from .._observe.curve import Curve
 from .._recipe.recipe import Recipe
+from .._runs.agreement import checked_curves
 from .._sweep.row import END_VALUES, LAYER_VALUES
 
 COLUMNS = ("recipe", "quantity", "value", "sigma")
 Record = tuple[Any, Any, Any, Any]  # recipe, quantity, value, standard deviation or None
 
 
-def measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, recipes: Mapping[str, Recipe]) -> pd.DataFrame:
-    """Columns recipe, quantity, measured, sigma (NaN where none is given). Raises ValueError or TypeError."""
+class MeasuredCurve(NamedTuple):
+    """A curve that constants are fitted to."""
+
+    recipe: str
+    name: str
+    curve: Curve
+    sigma: float | None  # standard deviation of a point, in the unit of deviations; None: estimated by the fit
+
+
+def without_curves(measurements: Any, recipes: Mapping[str, Recipe]) -> tuple[Any, list[MeasuredCurve]]:
+    """The measurements that are not curves, in the form in which they are given, and the curves.
+
+    Raises ValueError or TypeError.
+    """
+    names = list(recipes)
+    if _is_curves(measurements):
+        if len(names) > 1:
+            raise ValueError(f"for several recipes, give measurements by recipe: {{{names[0]!r}: {{...}}, ...}}")
+        measurements = {names[0]: measurements}
+    if not isinstance(measurements, Mapping):
+        return measurements, []
+    values = list(measurements.values())
+    by_recipe = all(isinstance(value, Mapping) or _is_curves(value) for value in values) and all(
+        _recipe_name(name, recipes) in recipes for name, value in measurements.items() if not isinstance(value, Mapping)
+    )
+    if not by_recipe:
+        if len(names) > 1 or any(isinstance(value, Mapping) for value in values):
+            return measurements, []  # which measurement_table() rejects
+        kept, curves = _split(names[0], measurements)
+        return kept, curves
+    others, found = {}, []
+    for name, given in measurements.items():
+        recipe = _recipe_name(name, recipes)
+        kept, curves = _split(recipe, given if isinstance(given, Mapping) else _by_name(given))
+        others[name] = kept
+        found += curves
+    return others, found
+
+
+def _is_curve(value: object) -> bool:
+    """A curve, or a pair of a curve and a standard deviation."""
+    if isinstance(value, (tuple, list)) and len(value) == 2:
+        return isinstance(value[0], Curve) and not isinstance(value[1], Curve)
+    return isinstance(value, Curve)
+
+
+def _is_curves(value: object) -> bool:
+    """A curve, or a list of curves with or without standard deviations."""
+    return _is_curve(value) or (isinstance(value, (tuple, list)) and len(value) > 0 and all(map(_is_curve, value)))
+
+
+def _by_name(given: Any) -> dict[str, Any]:
+    """Curves by their names, with a number after a name that is used already."""
+    named: dict[str, Any] = {}
+    for one in [given] if _is_curve(given) else given:
+        curve = one if isinstance(one, Curve) else one[0]
+        name = start = curve.name or curve.kind
+        while name in named:
+            name = f"{start} {len(named) + 1}"
+        named[name] = one
+    return named
+
+
+def _split(recipe: str, given: Mapping[str, Any]) -> tuple[dict[str, Any], list[MeasuredCurve]]:
+    kept, curves = {}, []
+    for name, value in given.items():
+        if not _is_curve(value):
+            kept[name] = value
+            continue
+        curve, sigma = value if isinstance(value, (tuple, list)) else (value, None)
+        if sigma is not None:
+            check_number(sigma, f"{name} of {recipe}: the standard deviation must be a positive number", 0.0)
+        elif curve.kind == "emission":
+            raise ValueError(f"{name} of {recipe}: give the spectrum with the standard deviation of its peak, nm: (curve, 2.0)")
+        checked_curves(curve)
+        curves.append(MeasuredCurve(recipe, str(name), curve, None if sigma is None else float(sigma)))
+    return kept, curves
+
+
+def measurement_table(
+    measurements: Mapping[str, Any] | pd.DataFrame, recipes: Mapping[str, Recipe], curves: Iterable[MeasuredCurve] = ()
+) -> pd.DataFrame:
+    """Columns recipe, quantity, measured, sigma (NaN where none is given). Raises ValueError or TypeError.
+
+    curves  those that were given with the measurements
+    """
+    measured = {curve.recipe for curve in curves}
     if isinstance(measurements, pd.DataFrame):
         records = list(_records_of_frame(measurements, list(recipes)))
     elif isinstance(measurements, Mapping):
@@ -29,7 +116,7 @@ def measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, recipes: M
         kind = type(measurements).__name__
         raise TypeError(f"measurements must be a mapping of quantities to values or a data frame, got {kind}")
     records = [(_recipe_name(record[0], recipes), *record[1:]) for record in records]
-    _check_names(records, recipes)
+    _check_names(records, recipes, measured)
     for record in records:
         _check_numbers(*record)
     table = pd.DataFrame(records, columns=["recipe", "quantity", "measured", "sigma"])
@@ -37,6 +124,8 @@ def measurement_table(measurements: Mapping[str, Any] | pd.DataFrame, recipes: M
     given = table.sigma.notna()
     if given.any() and not given.all():
         raise ValueError("give a standard deviation for all measurements or for none")
+    if measured and not given.all():
+        raise ValueError("with curves, all other measurements need standard deviations")
     if not given.any() and (table.measured == 0).any():
         raise ValueError("a measured 0 needs a standard deviation: without one, deviations are relative")
     return table
@@ -97,7 +186,7 @@ def _number_in(text: str) -> Decimal | None:
     return Decimal(text) if re.fullmatch(r"[-+]?\d{1,30}(\.\d*)?", text.strip(), re.ASCII) else None
 
 
-def _check_names(records: list[Record], recipes: Mapping[str, Recipe]) -> None:
+def _check_names(records: list[Record], recipes: Mapping[str, Recipe], measured: set[str]) -> None:
     names = list(recipes)
     for name in dict.fromkeys(record[0] for record in records):
         if name not in recipes:
@@ -108,8 +197,8 @@ def _check_names(records: list[Record], recipes: Mapping[str, Recipe]) -> None:
     for (name, quantity), count in Counter((record[0], record[1]) for record in records).items():
         if count > 1:
             raise ValueError(f"{quantity} of {name} is given {count} times; give the mean and its standard deviation")
-    missing = [name for name in names if all(record[0] != name for record in records)]
-    if missing and records:
+    missing = [name for name in names if all(record[0] != name for record in records) and name not in measured]
+    if missing and (records or measured):
         raise ValueError(f"no measurement is given for {missing[0]}")
 
 

@@ -1,12 +1,13 @@
 """The model of a fit: the measured quantities as a function of the logarithms of the constants.
 
-The runs of all points that are needed at once are submitted together.
+The runs of all points that are needed at once are submitted together. A curve adds the deviations of its points, which
+curves.py computes from the result files.
 """
 
 from __future__ import annotations
 
 import contextlib
-from collections.abc import Iterable
+from collections.abc import Iterable, Sequence
 from concurrent.futures import Executor
 from pathlib import Path
 from typing import Any
@@ -20,11 +21,14 @@ from .._base.types import PathLike
 from .._recipe.recipe import Recipe
 from .._runs.run import SimulationError
 from .._sweep.own_folder import own_folder
-from .._sweep.plan import ROWS_FOLDER, Plan, make_task
+from .._sweep.plan import ROWS_FOLDER, Plan, make_task, row_files
 from .._sweep.run_rows import run_tasks
+from .curves import CurveTarget
 
 Array = npt.NDArray[np.float64]
 STEP = 0.01  # of a logarithm, for differences: far above the integration tolerance, yet a small change
+KELVIN_STEP = 0.25  # of the temperature offset; a rate with an activation temperature of 40000 K changes by 0.01
+OFFSET = "temperature_offset"  # the name of this parameter
 PLACELESS = ("lost", "error")  # statuses of rows that say nothing about the constants
 
 
@@ -43,6 +47,8 @@ class FitModel:
 
     folder  has a folder for each recipe, with the files of its runs
     keep    False: files are replaced by those of later runs
+    curves  that are fitted too
+    offset  whether the last parameter is the temperature offset, K, instead of a logarithm
     """
 
     def __init__(
@@ -55,8 +61,14 @@ class FitModel:
         keep: bool,
         executor: Executor,
         timeout: float | None,
+        curves: Sequence[CurveTarget] = (),
+        offset: bool = False,
     ) -> None:
         self.paths, self.measurements, self.executor, self.keep = paths, measurements, executor, keep
+        self.curves, self.offset = curves, offset
+        self.names = [*paths, *([OFFSET] if offset else [])]
+        self.steps = np.array([STEP] * len(paths) + [KELVIN_STEP] * offset)
+        self.heats = {name: _temperatures(recipe) for name, recipe in recipes.items()} if offset else {}
         self.measured = measurements.measured.to_numpy()
         self.weighted = bool(measurements.sigma.notna().all())
         self.scale = measurements.sigma.to_numpy() if self.weighted else np.abs(self.measured)
@@ -77,26 +89,60 @@ class FitModel:
         new = [key for key in dict.fromkeys(keys) if key not in self._known]
         first = len(self._known) if self.keep else 0
         tasks = [
-            make_task(plan, self.folders[name], first + number, self.constants(key), resume=True)
+            make_task(plan, self.folders[name], first + number, self.values(key, name), resume=True)
             for number, key in enumerate(new)
             for name, plan in self.plans.items()
         ]
         rows = iter(run_tasks(tasks, self.executor, progress=False))
-        for key in new:
-            self._known[key] = self._quantities({name: next(rows) for name in self.plans})
+        for number, key in enumerate(new):
+            results = {name: row_files(place, first + number).result for name, place in self.folders.items()}
+            self._known[key] = self._quantities({name: next(rows) for name in self.plans}, results, key)
             self._kinds.append(kind)
         return [self._known[key] for key in keys]
 
     def constants(self, point: Iterable[float]) -> dict[str, float]:
-        """The constants at a point, by path."""
-        return {path: float(np.exp(value)) for path, value in zip(self.paths, point)}
+        """The constants at a point, by path, and the temperature offset."""
+        return {
+            name: float(value) if name == OFFSET and self.offset else float(np.exp(value))
+            for name, value in zip(self.names, point)
+        }
+
+    def values(self, point: Iterable[float], recipe: str) -> dict[str, float]:
+        """What a recipe is changed to at a point, by path."""
+        values = self.constants(point)
+        if self.offset:
+            shift = values.pop(OFFSET)
+            values |= {path: heat + shift for path, heat in self.heats[recipe].items()}
+        return values
+
+    def weigh(self, values: Array) -> Array:
+        """Sets the standard deviations of the curves' points from their deviations; returns the weights of the curves."""
+        blocks = self._blocks(values)
+        weights = [curve.weigh(block) for curve, block in zip(self.curves, blocks)]
+        self.scale = np.concatenate([self.scale[: len(self.measurements)], *(curve.scale for curve in self.curves)])
+        self.measured = np.concatenate([self.measured[: len(self.measurements)], np.zeros(sum(map(len, blocks)))])
+        return np.array(weights)
+
+    def _blocks(self, values: Array) -> list[Array]:
+        """The deviations of each curve."""
+        ends = len(self.measurements) + np.cumsum([0, *(curve.count for curve in self.curves)])
+        return [values[begin:end] for begin, end in zip(ends, ends[1:])]
+
+    def smoothed(self, residual: Array) -> Array:
+        """Residuals, or derivatives of them, with those of diffraction curves averaged over neighbours."""
+        blocks = self._blocks(residual)
+        return np.concatenate(
+            [residual[: len(self.measurements)], *(curve.smoothed(block) for curve, block in zip(self.curves, blocks))]
+        )
 
     def residual(self, values: Array) -> Array:
         """Fitted less measured, in standard deviations, or relative to the measured value if none are given."""
         residual: Array = (values - self.measured) / self.scale
         return residual
 
-    def _quantities(self, rows: dict[str, dict[str, Any]]) -> Array | str:
+    def _quantities(
+        self, rows: dict[str, dict[str, Any]], results: dict[str, Path], key: tuple[float, ...]
+    ) -> Array | str:
         for name, row in rows.items():
             if row["status"] in PLACELESS:
                 raise SimulationError(f"a run of {name} gave no result: {row['text']}")
@@ -111,16 +157,21 @@ class FitModel:
             if value is None:
                 return f"{quantity} of {name} is NaN"
             values.append(value)
-        return np.array(values, dtype=float)
+        try:
+            deviations = [curve.deviations(results[curve.target.recipe], key) for curve in self.curves]
+        except ValueError as error:
+            return str(error)
+        quantities: Array = np.concatenate([np.array(values, dtype=float), *deviations])
+        return quantities
 
     def derivatives(self, point: Array) -> Array:
         """One column per constant: central differences, or one-sided ones where a run fails on one side."""
-        steps = STEP * np.eye(len(point))
+        steps = np.diag(self.steps)
         centre, *sides = self.at([point, *(point + steps), *(point - steps)], "derivative")
         if isinstance(centre, str):
             raise SimulationError(centre)
-        pairs = zip(self.paths, sides[: len(point)], sides[len(point) :])
-        return np.column_stack([_difference(path, centre, above, below) for path, above, below in pairs])
+        pairs = zip(self.names, self.steps, sides[: len(point)], sides[len(point) :])
+        return np.column_stack([_difference(name, step, centre, above, below) for name, step, above, below in pairs])
 
     def history(self) -> pd.DataFrame:
         """A row per point in the order of the runs: kind, constants, chi_square, and text if a run failed."""
@@ -132,11 +183,24 @@ class FitModel:
         return pd.DataFrame(records, index=pd.RangeIndex(len(records), name="run"))
 
 
-def _difference(path: str, centre: Array, above: Array | str, below: Array | str) -> Array:
+def _temperatures(recipe: Recipe) -> dict[str, float]:
+    """The temperatures of all stages by path, both ends of ramps. Raises ValueError if there are none."""
+    found: dict[str, float] = {}
+    for path in recipe.paths():
+        if path.endswith("/T") and "stage" in path.split("/")[0]:
+            value = recipe[path]
+            ends = {f"{path}/val": value[0], f"{path}/end": value[1]} if isinstance(value, tuple) else {path: value}
+            found |= {place: float(heat) for place, heat in ends.items()}
+    if not found:
+        raise ValueError("temperature_offset: the recipe has no temperatures")
+    return found
+
+
+def _difference(path: str, step: float, centre: Array, above: Array | str, below: Array | str) -> Array:
     if isinstance(above, str):
         if isinstance(below, str):
             raise SimulationError(f"no derivative with respect to {path}: the runs on both sides fail: {above}")
-        return (centre - below) / STEP
+        return (centre - below) / step
     if isinstance(below, str):
-        return (above - centre) / STEP
-    return (above - below) / (2.0 * STEP)
+        return (above - centre) / step
+    return (above - below) / (2.0 * step)

@@ -2,28 +2,34 @@
 
 from __future__ import annotations
 
-from collections.abc import Iterable
-from typing import TYPE_CHECKING
+from collections.abc import Iterable, Mapping
+from typing import TYPE_CHECKING, Any
 
 import numpy as np
 import pandas as pd
 
+from .._base.figures import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK, STYLE, WIDTH, check_figure, save_figure
 from .._base.types import PathLike
-from .._runs.drawn import ALUMINIUM, BLACK, GALLIUM, INDIUM, PINK
-from .._runs.plot import STYLE, check_figure, save_figure
+from .._runs.agreement import Agreement
+from .._runs.plot_agreement import draw_into, height_of
 from .._sweep.table import UNITS
 
 if TYPE_CHECKING:
     from matplotlib.axes import Axes
     from matplotlib.figure import Figure
 
+PANEL = (3.1, 3.0)  # inches
 LABELS = {"thickness": "Thickness", "x_in": "Indium", "x_ga": "Gallium", "x_al": "Aluminium", "z": "Height"}
 
 
 def plot_fit(
-    fitted: pd.DataFrame, path: PathLike | None, inputs: Iterable[PathLike | None] = ()
+    fitted: pd.DataFrame, path: PathLike | None, inputs: Iterable[PathLike | None] = (),
+    curves: Mapping[tuple[str, str], Agreement] | None = None,
 ) -> Figure:
-    """A panel for each kind of quantity in Fit.fitted. inputs: files that the figure must not replace."""
+    """A panel for each kind of quantity in Fit.fitted, and below them the curves, by recipe and name.
+
+    inputs  files that the figure must not replace
+    """
     import matplotlib.pyplot as plt
 
     if path is not None:
@@ -31,20 +37,31 @@ def plot_fit(
     kinds = fitted.quantity.str.replace(r"_\d+$", "", regex=True)
     present = list(dict.fromkeys(kinds))
     names = list(dict.fromkeys(fitted.recipe))
+    below = list((curves or {}).values())
+    width = max(PANEL[0] * len(present), WIDTH if below else 0.0)
+    heights = [PANEL[1] if present else 0.0, height_of(below)]
     with plt.rc_context(STYLE):
-        figure, panels = plt.subplots(
-            1, len(present), figsize=(3.1 * len(present), 3.0), squeeze=False, constrained_layout=True
-        )
-        for panel, kind in zip(panels[0], present):
-            _draw_panel(panel, fitted[kinds == kind], names)
-            unit = UNITS.get(kind, "1")
-            title = LABELS.get(kind, kind) + ("" if unit == "1" else f" ({unit})")
-            panel.set(xlabel=f"{title}, measured", ylabel=f"{title}, fitted")
-        if len(names) > 1:
-            panels[0][0].legend(loc="upper left")
+        figure = plt.figure(figsize=(width, sum(heights)), layout="constrained")
+        parts = iter(figure.subfigures(2, 1, height_ratios=heights) if present and below else [figure])
+        if present:
+            _draw_values(next(parts), fitted, kinds, present, names)
+        if below:
+            draw_into(next(parts), below, [recipe for recipe, _ in curves or {}])
         if path is not None:
             save_figure(figure, path, inputs)
     return figure
+
+
+def _draw_values(figure: Any, fitted: pd.DataFrame, kinds: pd.Series, present: list[str], names: list[str]) -> None:
+    """Fitted against measured values, in a figure or a part of one."""
+    panels = figure.subplots(1, len(present), squeeze=False)
+    for panel, kind in zip(panels[0], present):
+        _draw_panel(panel, fitted[kinds == kind], names)
+        unit = UNITS.get(kind, "1")
+        title = LABELS.get(kind, kind) + ("" if unit == "1" else f" ({unit})")
+        panel.set(xlabel=f"{title}, measured", ylabel=f"{title}, fitted")
+    if len(names) > 1:
+        panels[0][0].legend(loc="upper left")
 
 
 def _draw_panel(panel: Axes, rows: pd.DataFrame, names: list[str]) -> None:

@@ -1,6 +1,9 @@
-"""Several runs on one page: vorlen.compare([a, b], "page.html"), or vorlen compare A B -o page.html.
+"""Comparisons: several runs on one page, or a run with measured curves.
 
-This module gathers the content: the layers with their differences, which `vorlen diff` computes, and those of the
+    vorlen.compare([a, b], "page.html")   or vorlen compare A B -o page.html
+    vorlen.compare(run, scan)             a figure, drawn by plot_agreement.py
+
+For pages of runs, this module gathers the content: the layers with their differences, which `vorlen diff` computes, and those of the
 recipes. The layout is in assets/compare.html, compare.css and compare.js; compare_charts.py makes the charts' data.
 """
 
@@ -8,63 +11,173 @@ from __future__ import annotations
 
 from collections.abc import Mapping, Sequence
 from pathlib import Path
-from typing import Any
+from typing import TYPE_CHECKING, Any, overload
 
+import pandas as pd
+
+from .._base.files import as_path
 from .._base.types import PathLike
+from .._observe.curve import Curve
+from .._runs.agreement import (
+    Agreement,
+    agreement_of,
+    agreement_table,
+    checked_curves,
+    checked_offset,
+    shifts_of,
+)
 from .._runs.compare_layers import Pair, compared_layers, pairs_of
+from .._runs.plot_agreement import draw_agreements
 from .._runs.plot_runs import named_runs
 from .._runs.run import Run
 from .compare_charts import RUN_COLOURS, compare_charts
 from .compare_recipes import recipe_differences
 from .compare_table import all_zero, grouped_lines, layer_lines, layers_csv, shown_quantities
 from .numbers import MISSING
+from .observed import observed_page, run_name
 from .page import page, write_page
+
+if TYPE_CHECKING:
+    from matplotlib.figure import Figure
 
 MAX_RECIPE_LINES = 200
 
 
+@overload
 def compare(
-    runs: Sequence[Run] | Mapping[str, Run], path: PathLike, *, labels: Sequence[str] | None = None
-) -> Path:
-    """Writes a page that compares runs: one file for a browser that needs no other file. Needs jinja2.
+    runs: Sequence[Run] | Mapping[str, Run], path: PathLike, /, *, labels: Sequence[str] | None = None
+) -> Path: ...
 
-    The page has charts of all runs over time and over height, aligned layer by layer or not, the layers with their
-    differences from the first run, and what differs between the recipes.
+
+@overload
+def compare(
+    run: Run, measured: Curve | Sequence[Curve], path: PathLike | None = None, /, *, angle_offset: Any = None,
+    time_offset: Any = None,
+) -> Figure: ...
+
+
+def compare(
+    runs: Run | Sequence[Run] | Mapping[str, Run],
+    other: Curve | Sequence[Curve] | PathLike,
+    path: PathLike | None = None,
+    /,
+    *,
+    labels: Sequence[str] | None = None,
+    angle_offset: Any = None,
+    time_offset: Any = None,
+) -> Path | Figure:
+    """Compares runs with each other, compare(runs, path), or a run with measured curves, compare(run, measured).
+
+    Of several runs, it writes a page: one file for a browser that needs no other file, with charts over time and over
+    height, aligned layer by layer or not, the layers with their differences from the first run, and what differs between
+    the recipes. Needs jinja2.
+
+    Of a run and measured curves, it draws a figure: each curve as the run gives it over the measured one, and their
+    deviations. The intensity of a diffraction curve is adjusted by a scale and a background. Needs matplotlib.
+    deviations() returns the numbers.
 
     Parameters
     ----------
-    runs : list of Run, or dict of str to Run
-        At least two runs, complete or failed, in a dict with their labels. The others are compared with the first.
-    path : path
-        The page. An existing file is replaced when the new page is complete, but never a file of a run.
+    runs : Run, list of Run, or dict of str to Run
+        One run, to compare with measured curves; or two or more, complete or failed, in a dict with their labels, of
+        which the others are compared with the first.
+    other : Curve, list of Curve, or path
+        For one run, the measured curves, from measured.read(): their settings, such as hkl or wavelength, are those of
+        the simulation. For several runs, the page. An existing file is replaced when the new one is complete, but never
+        a file of a run or of a curve.
+    path : path, optional
+        For one run, file to save the figure to, in the format of its ending; for .html, a page with charts to zoom
+        into, for which jinja2 is needed too. None: it is not saved.
     labels : list of str, optional
-        The names of the runs on the page. None: the names of their recipes or results.
+        For several runs, their names on the page. None: the names of their recipes or results.
+    angle_offset : pair of float or str, optional
+        For one run, lowest and highest offset of the measured angle 2theta, deg or with a unit; the best one is used.
+        None: no offset.
+    time_offset : pair of float or str, optional
+        The same for the times of curvatures and reflectances, s or with a unit.
 
     Returns
     -------
-    pathlib.Path
-        The path.
+    pathlib.Path or matplotlib.figure.Figure
+        The path of the page of several runs; the figure of one run and measured curves, open in pyplot.
 
     Raises
     ------
     ImportError
-        If jinja2 is missing.
+        If jinja2, or for one run matplotlib, is missing.
     OSError
-        If the page can't be written, or the chart library is missing.
+        If the file can't be written, or the chart library is missing.
     RuntimeError
-        If the command vorlen, which compares the layers, is missing or fails.
+        If the command vorlen, which compares the layers of runs, is missing or fails.
     TypeError
-        If an argument has another type.
+        If an argument has another type, or belongs to the other form.
     ValueError
-        If there are fewer than two runs, a run has no rows, or path is a file of a run or not a regular file.
+        If there are fewer than two runs, a run has no rows, path is an input or not a regular file, or a curve can't be
+        simulated or has no points where the simulated one is.
     """
     if isinstance(runs, Run):
-        raise TypeError("runs must be two or more runs in a list or dict, got one Run")
+        if labels is not None:
+            raise TypeError("labels are the names of several runs; the names of measured curves are those of the curves")
+        if isinstance(other, (str, Path)):
+            raise TypeError(f"runs must be two or more runs in a list or dict, got one Run; to compare it with {other}, read that: compare(run, vorlen.measured.read({str(other)!r}))")
+        return _with_measured(runs, other, path, angle_offset, time_offset)
+    if path is not None or angle_offset is not None or time_offset is not None:
+        raise TypeError("measured curves are compared with one run, got several runs in a list or dict")
     chosen, names = named_runs(runs, labels)
     if len(chosen) < 2:
         raise ValueError(f"a comparison needs at least two runs, got {len(chosen)}")
+    page_path = as_path(other, "path")
     inputs = [file for run in chosen for file in run._own_files]
-    return write_page(path, lambda: render(chosen, names), inputs=inputs)
+    return write_page(page_path, lambda: render(chosen, names), inputs=inputs)
+
+
+def deviations(
+    run: Run, measured: Curve | Sequence[Curve], *, angle_offset: Any = None, time_offset: Any = None
+) -> pd.DataFrame:
+    """How well a run agrees with measured curves: the numbers of the figure of compare().
+
+    Parameters
+    ----------
+    run : Run
+        The run.
+    measured : Curve or list of Curve
+        The measured curves, from measured.read().
+    angle_offset, time_offset : pair, optional
+        As for compare().
+
+    Returns
+    -------
+    pandas.DataFrame
+        A row per curve: points, rms of the deviations with its unit, scale and background of an intensity, shift, and
+        the positions of the highest peaks. NaN where a number does not apply. attrs["units"] and attrs["meanings"]
+        describe the columns.
+
+    Raises
+    ------
+    TypeError
+        If an argument has another type.
+    ValueError
+        If a curve can't be simulated, or has no points where the simulated one is.
+    """
+    if not isinstance(run, Run):
+        raise TypeError(f"run must be a Run, got {type(run).__name__}")
+    return agreement_table(_agreements(run, checked_curves(measured), angle_offset, time_offset))
+
+
+def _agreements(run: Run, curves: Sequence[Curve], angle_offset: Any, time_offset: Any) -> list[Agreement]:
+    angles, times = checked_offset("angle_offset", angle_offset, "deg"), checked_offset("time_offset", time_offset, "s")
+    return [agreement_of(run, curve, shifts_of(curve, angles, times)) for curve in curves]
+
+
+def _with_measured(run: Run, measured: Any, path: PathLike | None, angle_offset: Any, time_offset: Any) -> Figure:
+    curves = checked_curves(measured)
+    inputs = [*run._own_files, *(curve.path for curve in curves)]
+    agreements = _agreements(run, curves, angle_offset, time_offset)
+    name = run_name(run)
+    if path is None or as_path(path, "path").suffix.lower() not in (".html", ".htm"):
+        return draw_agreements(agreements, name, path, inputs)
+    write_page(path, lambda: observed_page(run, measured=agreements), inputs=inputs)
+    return draw_agreements(agreements, name, None, inputs)
 
 
 def render(runs: list[Run], names: list[str]) -> str:

@@ -10,6 +10,7 @@ from __future__ import annotations
 import math
 import os
 import re
+from collections.abc import Mapping, Sequence
 from pathlib import Path
 from typing import Any
 from urllib.parse import quote
@@ -27,6 +28,8 @@ from .._runs.status import read_matching_status
 from .._runs.structure import Structure, structure_of
 from .._runs.structure_text import sentence
 from .numbers import number
+from .observed import checked_observables, observed_section
+from .observed import observe as observed
 from .page import page, write_page
 from .report_charts import charts
 from .report_stack import layer_stack
@@ -42,7 +45,10 @@ from .report_tables import (
 )
 
 
-def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) -> Path:
+def report(
+    run: Run | SimulationError, path: PathLike, *, live: bool = False,
+    observe: Sequence[str] | Mapping[str, Mapping[str, Any]] | None = None,
+) -> Path:
     """Writes the report of a run: one page for a browser that needs no other file. Needs jinja2.
 
     Parameters
@@ -54,6 +60,10 @@ def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) ->
     live : bool, optional
         Also writes the live page of the recipe (`vorlen live`) beside it, NAME-live.html for NAME.html, about 2 MB. A
         button of the report, "Change this recipe", opens it; to mail the report, send both files.
+    observe : list of str, or dict, optional
+        What can be measured on the wafer, to be shown too: "xrd", "curvature", "reflectance", "emission", each the method
+        of Run with that name; a dict has the arguments, {"xrd": {"hkl": (0, 0, 4)}}. What the run does not allow becomes
+        a warning.
 
     Returns
     -------
@@ -69,14 +79,16 @@ def report(run: Run | SimulationError, path: PathLike, *, live: bool = False) ->
     TypeError
         If an argument has another type.
     ValueError
-        If a page is the recipe, the result, its status file, or not a regular file; with live, if the recipe is unknown.
+        If a page is the recipe, the result, its status file, or not a regular file; with live, if the recipe is unknown;
+        if observe has an unknown name.
     RuntimeError
         With live, if the command vorlen is missing or was built without the live page.
     """
     drawn = _run_of(run)
+    wanted = {} if observe is None else checked_observables(observe)
 
     def make() -> str:
-        return render(drawn, _write_live_page(drawn, Path(path)) if live else None)
+        return render(drawn, _write_live_page(drawn, Path(path)) if live else None, wanted)
 
     return write_page(path, make, inputs=drawn._own_files)
 
@@ -105,8 +117,14 @@ def _run_of(run: Run | SimulationError) -> Run:
     return run
 
 
-def render(run: Run | SimulationError, beside: Path | None = None) -> str:
-    """The HTML text of a report. beside: the live page that its button opens."""
+def render(
+    run: Run | SimulationError, beside: Path | None = None, wanted: Mapping[str, Mapping[str, Any]] | None = None
+) -> str:
+    """The HTML text of a report.
+
+    beside  the live page that its button opens
+    wanted  what can be measured and is shown, with arguments
+    """
     run = _run_of(run)
     has_rows = bool(run.content) and not run._profile.empty
     failed = run.failed if run.content else True
@@ -115,7 +133,7 @@ def render(run: Run | SimulationError, beside: Path | None = None) -> str:
     structure = structure_of(layers[layers["reached"]]) if layers is not None else None
     data: dict[str, Any] = {"stem": _stem(title), "tables": {}}
     content: dict[str, Any] = {"layers": [], "interfaces": [], "has_periods": False, "stack": "", "summary": ""}
-    content |= {"quantities": "", "details": ""}
+    content |= {"quantities": "", "details": "", "observed": None}
     if layers is not None and structure is not None:
         content["layers"] = layer_records(layers)
         content["details"] = details_text(content["layers"])
@@ -131,6 +149,13 @@ def render(run: Run | SimulationError, beside: Path | None = None) -> str:
         data["charts"] = charts(drawn, structure, np.array(shown_places(groups), np.intp), failed=failed)
         content["summary"] = _chart_summary(drawn.rows("active"))
         content["quantities"] = _quantities(data["charts"]["panels"])
+    problems: list[str] = []
+    if has_rows and wanted:
+        found = observed(run, wanted, [], lenient=True)
+        content["observed"] = observed_section(found, data["stem"])
+        data["observed"] = content["observed"]["charts"]
+        data["tables"] |= content["observed"]["tables"]
+        problems = found.problems
     return page(
         "report.html",
         title,
@@ -143,7 +168,7 @@ def render(run: Run | SimulationError, beside: Path | None = None) -> str:
         facts=_facts(run),
         height_note=_height_note(run) if has_rows else "",
         recipe_note=_recipe_note(run),
-        warnings=_warnings(run) if has_rows else _findings(run.recipe_source),
+        warnings=[*_warnings(run), *problems] if has_rows else _findings(run.recipe_source),
         has_charts=has_rows,
         **content,
     )

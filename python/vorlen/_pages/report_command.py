@@ -1,4 +1,4 @@
-"""The command line of reports: vorlen report RESULT [--recipe R] [-o PAGE] [--live]"""
+"""The command line of reports: vorlen report RESULT [--recipe R] [-o PAGE] [--live] [--observe WHAT]"""
 
 from __future__ import annotations
 
@@ -22,6 +22,9 @@ def add_command(commands: Any) -> None:
     command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one named in the status file)")
     command.add_argument("-o", "--output", metavar="PAGE", help="page to write (default: the result's name with .html)")
     command.add_argument("--live", action="store_true", help="also write PAGE-live.html, in which the recipe can be changed")
+    command.add_argument(
+        "--observe", metavar="WHAT", help="also show what can be measured, some of xrd,curvature,reflectance,emission"
+    )
     command.set_defaults(function=_report)
 
 
@@ -30,7 +33,8 @@ def _report(options: argparse.Namespace) -> int:
     stem = result.name.removesuffix(".txt").removesuffix(".result")
     page = Path(options.output) if options.output is not None else result.with_name(stem + ".html")
     given = None if options.recipe is None else RecipeSource.of(Path(options.recipe))
-    print(report(run_of_result(result, given), page, live=options.live))
+    observe = None if options.observe is None else [word.strip() for word in options.observe.split(",")]
+    print(report(run_of_result(result, given), page, live=options.live, observe=observe))
     return 0
 
 

@@ -57,7 +57,7 @@ def number_in(value: Any, name: str, unit: str) -> float | int:
         if match is None or (match[2] and not has_unit(value)):
             hint = "; the decimal separator is the point" if re.search(r"\d,\d", value) else ""
             raise ValueError(f"{name} takes a number with or without a unit, got {value!r}{hint}")
-        if match[2]:
+        if match[2] not in ("", unit):
             return _converted(float(match[1]), match[2], value, name, unit)
         value = float(match[1])
     if isinstance(value, bool) or not isinstance(value, numbers.Real):

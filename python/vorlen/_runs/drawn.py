@@ -8,16 +8,12 @@ from typing import NamedTuple
 import numpy as np
 import pandas as pd
 
+from .._base.figures import ALUMINIUM, BLACK, GALLIUM, INDIUM
 from .._base.types import Array
 from .row_finder import RowFinder
 
-# Okabe and Ito's palette for colour-blind readers (jfly.uni-koeln.de/color)
-INDIUM, GALLIUM, ALUMINIUM = "#D55E00", "#0072B2", "#009E73"
-BLACK, PINK, ORANGE = "#222222", "#AA3377", "#B87500"
-DASHES = (0, (4, 2))  # of curves of the finished structure
 SEEN = 1e-6  # fraction above which a metal is drawn
 METALS = (("x_in", "In", INDIUM), ("x_ga", "Ga", GALLIUM), ("x_al", "Al", ALUMINIUM))
-WIDTH = 6.3  # of figures, inches; a text column of A4
 
 
 def metals_of(rows: pd.DataFrame) -> list[tuple[str, str, str]]:

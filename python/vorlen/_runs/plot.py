@@ -1,20 +1,19 @@
 """Figures of a run for papers and slides: matplotlib, vector graphics with editable text, colour-blind-safe colours.
 
-Contents: a figure of a run; saving figures; panels over time or height. plot_relaxation has the relaxation diagram.
+Contents: a figure of a run; panels over time or height. plot_relaxation has the relaxation diagram.
 """
 
 from __future__ import annotations
 
-import io
 from collections.abc import Callable, Iterable, Sequence
 from typing import TYPE_CHECKING
 
 import numpy as np
 import pandas as pd
 
-from .._base.files import as_path, check_place, replace_file
+from .._base.figures import BLACK, DASHES, ORANGE, PINK, STYLE, WIDTH, check_figure, save_or_close
 from .._base.types import Array, PathLike
-from .drawn import BLACK, DASHES, ORANGE, PINK, WIDTH, DrawnTables, decades_of, densities_of, metals_of
+from .drawn import DrawnTables, decades_of, densities_of, metals_of
 from .plot_relaxation import relaxation_diagram
 
 if TYPE_CHECKING:
@@ -22,26 +21,6 @@ if TYPE_CHECKING:
     from matplotlib.figure import Figure
 
 SHADES = ("#eef2f6", "#ffffff")  # of alternate stages
-STYLE = {
-    "font.size": 8.0,
-    "axes.titlesize": 9.0,
-    "axes.labelsize": 8.0,
-    "axes.linewidth": 0.7,
-    "axes.spines.top": False,
-    "axes.spines.right": False,
-    "axes.unicode_minus": True,
-    "legend.fontsize": 7.0,
-    "legend.frameon": False,
-    "lines.linewidth": 1.3,
-    "xtick.major.width": 0.7,
-    "ytick.major.width": 0.7,
-    "figure.dpi": 120.0,
-    "savefig.dpi": 300.0,
-    "pdf.fonttype": 42,  # text stays text in PDF, PostScript and SVG
-    "ps.fonttype": 42,
-    "svg.fonttype": "none",
-    "svg.hashsalt": "vorlen",  # the same figure gives the same bytes
-}
 PANEL_HEIGHT = 1.25  # inches
 LETTER_WIDTH = 0.058  # inches, of a letter in a stage's name
 NAME_DISTANCE = 0.15  # inches; names of stages closer than this would overlap
@@ -76,18 +55,6 @@ def plot_run(
     return figure
 
 
-def save_or_close(figure: Figure, path: PathLike | None, inputs: Iterable[PathLike | None]) -> None:
-    """Saves a new figure if there is a path. If that fails, the figure is closed."""
-    import matplotlib.pyplot as plt
-
-    if path is not None:
-        try:
-            save_figure(figure, path, inputs)
-        except BaseException:
-            plt.close(figure)
-            raise
-
-
 def checked_panels(kind: str, kinds: Sequence[str], span: str, panels: Sequence[str]) -> list[str]:
     """The panels as a list. Raises TypeError or ValueError for a wrong kind, span or panel."""
     if kind not in kinds:
@@ -104,26 +71,6 @@ def checked_panels(kind: str, kinds: Sequence[str], span: str, panels: Sequence[
     if span not in ("active", "all"):
         raise ValueError(f'span must be "active" or "all", got {span!r}')
     return panels
-
-
-def check_figure(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> str:
-    """The format of a figure, by the ending of its path. Raises as check_place, and for an unknown format."""
-    from matplotlib.backend_bases import FigureCanvasBase
-
-    check_place(path, inputs)
-    form = as_path(path, "path").suffix[1:].lower()
-    formats = FigureCanvasBase.get_supported_filetypes()
-    if form not in formats:
-        raise ValueError(f"{path} must have the ending of a format for figures: .{', .'.join(sorted(formats))}")
-    return form
-
-
-def save_figure(figure: Figure, path: PathLike, inputs: Iterable[PathLike | None] = ()) -> None:
-    """Saves a figure in the format that the ending of path names. inputs: files that must not be replaced."""
-    form = check_figure(path, inputs)
-    picture = io.BytesIO()
-    figure.savefig(picture, format=form, metadata={"Date": None} if form == "svg" else None)
-    replace_file(path, picture.getvalue(), inputs=inputs)
 
 
 def shade_stages(axes: list[Axes], borders: pd.DataFrame) -> bool:

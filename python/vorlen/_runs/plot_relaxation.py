@@ -7,7 +7,8 @@ from typing import TYPE_CHECKING
 import numpy as np
 import pandas as pd
 
-from .drawn import DASHES, GALLIUM, INDIUM, WIDTH, DrawnTables
+from .._base.figures import DASHES, GALLIUM, INDIUM, WIDTH
+from .drawn import DrawnTables
 from .row_finder import RowFinder
 
 if TYPE_CHECKING:

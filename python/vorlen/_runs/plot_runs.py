@@ -8,10 +8,11 @@ from typing import TYPE_CHECKING, NamedTuple
 import numpy as np
 import pandas as pd
 
+from .._base.figures import DASHES, STYLE, WIDTH, check_figure, save_or_close
 from .._base.types import Array, PathLike
 from .compare_layers import matching_layers
-from .drawn import DASHES, METALS, SEEN, WIDTH, decades_of
-from .plot import PANEL_HEIGHT, PANELS, STYLE, check_figure, checked_panels, save_or_close, shade_stages
+from .drawn import METALS, SEEN, decades_of
+from .plot import PANEL_HEIGHT, PANELS, checked_panels, shade_stages
 from .plot_aligned import ALIGNMENTS, Match, PlacedRun, place_runs
 from .run import Run
 

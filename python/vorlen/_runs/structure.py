@@ -14,6 +14,7 @@ import numpy as np
 import pandas as pd
 
 from .._base.types import Array
+from .._observe.bands import band_gap
 from .repeats import Group, repeats
 
 METALS = ("x_in", "x_ga", "x_al")
@@ -56,10 +57,8 @@ class Slab(NamedTuple):
 
     @property
     def gap(self) -> float:
-        """A measure of the band gap that orders nitrides, eV: Vegard's law with bowing."""
-        x_in, x_ga, x_al = self.x
-        bowing = 1.4 * x_in * x_ga + 0.8 * x_al * x_ga + 4.0 * x_in * x_al
-        return 0.7 * x_in + 3.4 * x_ga + 6.1 * x_al - bowing
+        """Band gap without strain at room temperature, eV; orders the slabs."""
+        return float(band_gap(*self.x))
 
 
 class Region(NamedTuple):

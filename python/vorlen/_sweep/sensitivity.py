@@ -16,12 +16,11 @@ import numpy as np
 import pandas as pd
 
 from .._base.arguments import check_flags, check_number, given_executor, is_number
+from .._base.figures import BLACK, GALLIUM, INDIUM, STYLE, check_figure, save_figure
 from .._base.types import PathLike
 from .._recipe.check import warn_about
 from .._recipe.recipe import Recipe, place_in
 from .._recipe.source import RecipeLike
-from .._runs.drawn import BLACK, GALLIUM, INDIUM
-from .._runs.plot import STYLE, check_figure, save_figure
 from .._runs.run import SimulationError
 from .folder import locked_folder
 from .plan_values import given_recipe, make_plan

@@ -1,7 +1,7 @@
 // The controls of a report: zoom, units, gallium; which layers the table has; links to files.
 "use strict";
 (() => {
-  const { byId, data: { stem, charts: model, tables } } = Page;
+  const { byId, data: { stem, charts: model, observed, tables } } = Page;
   const pictures = {};
   const waiting = [];
 
@@ -18,6 +18,11 @@
       pictures.interface = { name: `${stem}-interface.svg`, svg: chart.svg };
       waiting.push(chart.ready);
     }
+  }
+  if (observed) {
+    const charts = Observed.draw(observed);
+    waiting.push(...charts.waiting);
+    Object.assign(pictures, charts.pictures);
   }
   for (const key of ["active", "whole"]) {
     const node = document.querySelector(".stack-" + key);

@@ -1,6 +1,9 @@
 #include "platform/classic_locale.h"
 
 #include <locale.h>
+#ifdef __APPLE__
+#include <xlocale.h>
+#endif
 
 namespace vorlen {
 

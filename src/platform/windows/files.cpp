@@ -120,6 +120,23 @@ ErrorCode try_for_a_while(const Action& action) {
   }
 }
 
+// Creates an empty file whose name is new.
+ErrorCode create_named(const std::string& start, const std::string& ending, DWORD access, DWORD flags, File& file,
+                       std::string& name) {
+  constexpr std::string_view LETTERS = "abcdefghijklmnopqrstuvwxyz0123456789";
+  std::random_device random;
+  while (true) {
+    name = start;
+    for (int k = 0; k < 6; ++k) name += LETTERS[random() % LETTERS.size()];
+    name += ending;
+    const HANDLE created = CreateFileW(system_path(name).c_str(), access, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                       CREATE_NEW, flags, nullptr);
+    file = file_of(created);
+    if (created != INVALID_HANDLE_VALUE) return 0;
+    if (GetLastError() != ERROR_FILE_EXISTS) return last_error();
+  }
+}
+
 }  // namespace
 
 fs::path path_of(const std::string& text) { return wide_of(text); }
@@ -267,18 +284,7 @@ ErrorCode write_all(File file, const void* data, std::size_t size) {
 }
 
 ErrorCode create_new_file(const std::string& start, const std::string& ending, File& file, std::string& name) {
-  constexpr std::string_view LETTERS = "abcdefghijklmnopqrstuvwxyz0123456789";
-  std::random_device random;
-  while (true) {
-    name = start;
-    for (int k = 0; k < 6; ++k) name += LETTERS[random() % LETTERS.size()];
-    name += ending;
-    const HANDLE created = CreateFileW(system_path(name).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                                       nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    file = file_of(created);
-    if (created != INVALID_HANDLE_VALUE) return 0;
-    if (GetLastError() != ERROR_FILE_EXISTS) return last_error();
-  }
+  return create_named(start, ending, GENERIC_WRITE, FILE_ATTRIBUTE_NORMAL, file, name);
 }
 
 ErrorCode flush_to_disk(const std::string& path) {
@@ -334,21 +340,13 @@ bool is_locked(const std::string& path) {
   return file.is_open() && !lock(file.value, 0) && GetLastError() == ERROR_LOCK_VIOLATION;
 }
 
-// In the folder for temporary files.
+// In the folder for temporary files. Only those can open it who let it be deleted, as vorlen::read_file() does.
 PrivateFile::PrivateFile(const std::string& content) {
   std::array<wchar_t, MAX_PATH + 1> folder{};
   GetTempPathW(static_cast<DWORD>(folder.size()), folder.data());
-  const std::string start = narrow_of(folder.data()) + "vorlen-";
-  File created = NO_FILE;
-  error_ = create_new_file(start, ".xml", created, path_);
-  if (error_ != 0) return;
-  error_ = write_all(created, content.data(), content.size());
-  close_file(created);
-  // Others may open it, but only in a way that lets it be deleted.
-  const HANDLE kept = CreateFileW(system_path(path_).c_str(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                  OPEN_EXISTING, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-  file_ = file_of(kept);
-  if (error_ == 0 && kept == INVALID_HANDLE_VALUE) error_ = last_error();
+  error_ = create_named(narrow_of(folder.data()) + "vorlen-", ".xml", GENERIC_WRITE | DELETE,
+                        FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, file_, path_);
+  if (error_ == 0) error_ = write_all(file_, content.data(), content.size());
 }
 
 PrivateFile::~PrivateFile() {

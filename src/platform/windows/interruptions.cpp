@@ -1,4 +1,4 @@
-// Console events. The system calls the handler in a thread of its own; an event that it does not accept ends the
+// Console events. The system calls the handler in a separate thread; an event that it does not accept ends the
 // program.
 #include "platform/interruptions.h"
 

@@ -1,4 +1,4 @@
-// There is no fork: a child is this program started again, with a hidden first argument. It reports on its standard
+// Windows has no fork: a child is this program started again, with a hidden first argument. It reports on its standard
 // output. All children are in a job that ends them when the last handle of it is closed, by the end of this process at
 // the latest. A thread for each child reads its report, because pipes can't be waited for.
 #include "platform/process.h"

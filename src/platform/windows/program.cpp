@@ -5,6 +5,7 @@
 #include <windows.h>
 // After it:
 #include <shellapi.h>
+#include <shlwapi.h>
 
 #include <algorithm>
 #include <array>
@@ -28,7 +29,9 @@ std::vector<std::string> expanded(const std::wstring& pattern) {
   if (search != INVALID_HANDLE_VALUE) {
     do {
       const bool is_folder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-      if (!is_folder && found.cFileName[0] != L'.') names.push_back(narrow_of(folder + found.cFileName));
+      // The system also finds a.xml~ for *.xml, by its short name.
+      const bool fits = PathMatchSpecW(found.cFileName, pattern.c_str() + folder.size()) != 0;
+      if (!is_folder && fits && found.cFileName[0] != L'.') names.push_back(narrow_of(folder + found.cFileName));
     } while (FindNextFileW(search, &found));
     FindClose(search);
   }

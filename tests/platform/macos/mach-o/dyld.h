@@ -1,0 +1,3 @@
+// As on macOS.
+#include <stdint.h>
+extern "C" int _NSGetExecutablePath(char* path, uint32_t* size);

@@ -1,0 +1,2 @@
+// On macOS this header declares what <locale.h> does elsewhere.
+#include <locale.h>
