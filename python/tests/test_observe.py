@@ -49,7 +49,7 @@ def page_of(folder, monkeypatch, capsys):
 
 HEADINGS = {
     "xrd": ">X-ray diffraction<", "curvature": ">Curvature of the wafer<", "reflectance": ">Reflectance<",
-    "emission": ">Emission of the wells<",
+    "emission": ">Emission of the wells: a coarse guide<",
 }
 
 
@@ -61,6 +61,7 @@ HEADINGS = {
         (("--xrd", "004", "--emission"), ("xrd", "emission"), ("Reflection 004",)),
         (("--curvature", "Si"), ("curvature",), ("ubstrate ",)),
         (("--reflectance", "633 nm"), ("reflectance",), ("633 nm",)),
+        (("--reflectance", "633", "--curvature", "Si"), ("curvature", "reflectance"), ("633 nm, substrate Si(111)",)),
     ],
 )
 def test_options_choose_what_is_shown(page_of, words, shown, texts):

@@ -31,8 +31,8 @@ SETTINGS = {  # in words, below a chart
 }
 WELL_COLUMNS = {  # of the many of Run.emission(): headings
     "layer": "Layer", "name": "Name", "thickness": "Thickness", "x_in": "In", "x_al": "Al", "field": "Field",
-    "overlap": "Overlap", "energy": "Energy", "wavelength": "Wavelength", "wavelength_low": "at least",
-    "wavelength_high": "at most", "note": "Note",
+    "overlap": "Overlap", "energy": "Energy", "wavelength": "Wavelength", "wavelength_low": "\u2212\u03c3",
+    "wavelength_high": "+\u03c3", "note": "Note",
 }
 MAX_POINTS = 4000  # of a curve in a chart; files have all
 DIGITS = 7
@@ -226,5 +226,5 @@ def _cell(value: Any) -> str:
     if isinstance(value, (bool, np.bool_)):
         return "yes" if value else "no"
     if isinstance(value, (int, float, np.number)):
-        return number(float(value), 5)
+        return number(float(value), 4)
     return str(value) if value is not None and str(value) else MISSING
