@@ -167,6 +167,10 @@ def test_the_page_in_a_browser(page_of, folder, browser: Browser, tmp_path):
     y = box["y"] + 0.5 * box["height"]
     browser.drag((box["x"] + 0.25 * box["width"], y), (box["x"] + 0.75 * box["width"], y))
     browser.wait(f"return {layout}.xaxis.range[1] - {layout}.xaxis.range[0] < {0.6 * (high - low)}")
+    names = browser.run(f"return {layout}.annotations.map(one => one.text)")
+    peaks = vorlen.read(folder / "layer.result.txt", recipe=LAYER).xrd(two_theta=ANGLES).peaks
+    assert set(names) == {label for label, x in zip(peaks.label, peaks.x) if label and ANGLES[0] < x < ANGLES[-1]}
+    assert len(names) == 2
     data = "document.getElementById('observed-1').data"
     assert browser.run(f"return {data}.map(one => one.name)") == ["scan", "ingan_layer", "difference"]
     saved = browser.downloaded(tmp_path, "[data-csv=observed-1]")
