@@ -13,21 +13,19 @@ if [ ! -x "$wine" ]; then
   echo "wine.sh: Wine is missing; scripts/setup.sh test installs it" >&2
   exit 127
 fi
-# Several programs may start at once, and only one may create the folder.
-if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
-  mkdir -p "$WINEPREFIX"
-  (
-    flock 9
-    [ -e "$WINEPREFIX/.vorlen-ready" ] || {
-      "$wine" wineboot --init >/dev/null 2>&1 </dev/null
-      touch "$WINEPREFIX/.vorlen-ready"
-    }
-  ) 9>"$WINEPREFIX/.vorlen-lock"
-fi
-# Wine's server, and its services with the first program, would keep the streams of that program open until they end, 10 s
-# after the last program. If the server runs already, it says so by its status.
+# Several programs may start at once. One of them creates the folder, and starts Wine's server and services: with the
+# first program, these would keep the streams of that program open until they end, 10 s after the last program. The server
+# says by its status if it runs already.
 server=$(command -v wineserver64 || command -v wineserver || echo /usr/lib/wine/wineserver64)
-if "$server" -p10 </dev/null >/dev/null 2>&1; then
-  "$wine" cmd /c rem </dev/null >/dev/null 2>&1 || true
-fi
+mkdir -p "$WINEPREFIX"
+(
+  flock 9
+  if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
+    "$wine" wineboot --init </dev/null >/dev/null 2>&1 9>&-
+    touch "$WINEPREFIX/.vorlen-ready"
+  fi
+  if "$server" -p10 </dev/null >/dev/null 2>&1 9>&-; then
+    "$wine" cmd /c rem </dev/null >/dev/null 2>&1 9>&- || true
+  fi
+) 9>"$WINEPREFIX/.vorlen-lock"
 exec "$wine" "$@"

@@ -25,6 +25,7 @@ PAGES = sorted(DOCS.glob("*.md"))
 NOT_RUN = {
     "./run.sh": "tests/package/test_run_script.py runs it",
     "gnuplot": "a program of the reader's",
+    "x86_64-w64-mingw32-gcc": "tests/windows/test_archive.py runs it",
     "c++": "needs an installation; tests/package builds such a program",
 }
 # Their blocks are run by the tests of the Python package.

@@ -56,7 +56,7 @@ class Archive(InAFolder):
 
     def check_host_in_C(self):
         [source] = blocks("windows.md", "c")
-        [command, _] = blocks("windows.md", "sh")
+        [command] = blocks("windows.md", "sh")
         with open(os.path.join(self.unpacked, "host.c"), "w", encoding="utf-8") as file:
             file.write(source)
         compiler, *options = command.split()
