@@ -13,7 +13,6 @@ import pytest
 import vorlen
 from curves import ANGLES, LAYER, as_measured, over_time
 from vorlen._observe.matching import independent_points, matched, places_of, scale_and_background
-from vorlen._observe.matching import matched, places_of
 from vorlen._runs.agreement import Agreement
 from vorlen._runs.plot_agreement import agreement_text
 
