@@ -119,6 +119,7 @@ if sys.platform == "win32":
     ctypes.get_last_error = lambda: last_error
     ctypes.WinError = windows_error
     os.O_NOINHERIT = 0
+    subprocess.CREATE_NEW_PROCESS_GROUP = 0x200
     sys.modules["msvcrt"] = types.SimpleNamespace(
         open_osfhandle=lambda handle, flags: handle, get_osfhandle=lambda file: file
     )

@@ -29,8 +29,12 @@ PAUSE = 0.02  # s, between attempts
 
 if sys.platform == "win32":
     from . import windows
+
+    NEW_GROUP = subprocess.CREATE_NEW_PROCESS_GROUP
 else:
     import fcntl
+
+    NEW_GROUP = 0
 
 
 # Files
@@ -183,29 +187,31 @@ def unblock(signals: Iterable[signal.Signals]) -> None:
         signal.pthread_sigmask(signal.SIG_UNBLOCK, signals)
 
 
+@contextlib.contextmanager
+def _interrupts_blocked() -> Iterator[None]:
+    """Blocks Ctrl-C in this thread and in the processes that it starts within the block."""
+    if sys.platform == "win32":
+        yield
+    else:
+        mask = signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT])
+        try:
+            yield
+        finally:
+            signal.pthread_sigmask(signal.SIG_SETMASK, mask)
+
+
 def start_worker(command: Sequence[str], environment: Mapping[str, str]) -> subprocess.Popen[bytes]:
     """Starts a process that Ctrl-C in the terminal does not reach, with pipes for its input and output."""
-    if sys.platform == "win32":
+    with _interrupts_blocked():
         return subprocess.Popen(
             command,
             stdin=subprocess.PIPE,
             stdout=subprocess.PIPE,
             bufsize=0,
             env=environment,
-            creationflags=subprocess.CREATE_NEW_PROCESS_GROUP,
+            start_new_session=True,  # without effect on Windows
+            creationflags=NEW_GROUP,
         )
-    mask = signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT])  # of this thread, and inherited
-    try:
-        return subprocess.Popen(
-            command,
-            stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE,
-            bufsize=0,
-            env=environment,
-            start_new_session=True,  # the terminal sends it no signals
-        )
-    finally:
-        signal.pthread_sigmask(signal.SIG_SETMASK, mask)
 
 
 def die_with_parent() -> None:
