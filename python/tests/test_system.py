@@ -179,6 +179,22 @@ print(child.pid)
     assert wait_for(lambda: not is_running(pid), 10)
 
 
+def test_sigterm_during_a_run_leaves_no_temporary_file(tmp_path: Path) -> None:
+    program = """
+import os, pathlib, signal, subprocess, sys
+from vorlen._base.system import memory_file
+from vorlen._base.termination import exit_on_sigterm, removed_on_sigterm
+if os.fork() != 0:
+    print(os.WEXITSTATUS(os.wait()[1]))
+else:
+    with exit_on_sigterm(), memory_file(b"recipe") as file, removed_on_sigterm(pathlib.Path("part")):
+        assert file.path.read_bytes() == b"recipe" and not file.descriptors
+        os.kill(os.getpid(), signal.SIGTERM)
+        subprocess.run(["sleep", "20"])
+"""
+    assert run_there("darwin", program, tmp_path) == "143\n"
+
+
 def test_a_process_ends_with_a_status_a_signal_or_an_exception() -> None:
     assert system.ending_of(1) == "with exit status 1"
     assert system.ending_of(-9) == "by signal 9, SIGKILL"
