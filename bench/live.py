@@ -11,7 +11,7 @@ import sys
 import tempfile
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-sys.path.insert(0, os.path.join(ROOT, "tests", "platforms"))
+sys.path.insert(0, os.path.join(ROOT, "tests", "numbers"))
 
 import platforms  # noqa: E402
 

@@ -23,6 +23,9 @@ foreach(licence ${licences})
     COMPONENT windows EXCLUDE_FROM_ALL)
 endforeach()
 
+# The live page is the same on all systems: that of the preset `release`, if it has been built.
+install(FILES "${PROJECT_SOURCE_DIR}/build/release/wasi/live/live.html" DESTINATION . COMPONENT windows
+  OPTIONAL EXCLUDE_FROM_ALL)
 install(PROGRAMS "$<TARGET_FILE:vorlen>" DESTINATION . COMPONENT windows EXCLUDE_FROM_ALL)
 install(FILES "${VORLEN_SCHEMA}" DESTINATION . COMPONENT windows EXCLUDE_FROM_ALL)
 configure_file(cmake/windows/README.txt.in windows/README.txt @ONLY NEWLINE_STYLE DOS)

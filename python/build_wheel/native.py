@@ -23,8 +23,10 @@ LIBRARIES = ("lib*/libVorlenSolver.so.1", "lib/*/libVorlenSolver.so.1", "lib/lib
 CHART_LIBRARY = "lib/python3/dist-packages/vorlen/assets/plotly.min.js"
 LICENCES = Path("/usr/share/doc")  # of Debian's packages
 # What the tool and the library contain, and the Debian packages that it is from.
-CONTENTS = {"tinyxml": "libtinyxml-dev", "nettle": "nettle-dev", "fmt": "libfmt-dev", "cli11": "libcli11-dev",
+CONTENTS = {"tinyxml": "libtinyxml-dev", "fmt": "libfmt-dev", "cli11": "libcli11-dev",
             "fast_float": "libfast-float-dev", "nlohmann_json": "nlohmann-json3-dev"}
+POSIX_CONTENTS = {"nettle": "nettle-dev"}
+WINDOWS_CONTENTS = {"gcc_runtime": "gcc-mingw-w64-base", "mingw_w64_runtime": "mingw-w64-common"}
 
 
 def _missing_packages() -> str:
@@ -92,12 +94,13 @@ def package_files(prefix: Path) -> dict[str, Path]:
     files |= {f"_native/share/vorlen/{file.name}": file for file in sorted(prefix.glob("share/vorlen/*"))}
     if (prefix / CHART_LIBRARY).is_file():
         files["assets/plotly.min.js"] = prefix / CHART_LIBRARY
-    return files | _licences()
+    system_contents = WINDOWS_CONTENTS if library.suffix == ".dll" else POSIX_CONTENTS
+    return files | _licences(CONTENTS | system_contents)
 
 
-def _licences() -> dict[str, Path]:
+def _licences(contents: dict[str, str]) -> dict[str, Path]:
     """Licences of what library and tool contain, and the texts that these refer to, by their places in the package."""
-    files = {name: LICENCES / package / "copyright" for name, package in CONTENTS.items()}
+    files = {name: LICENCES / package / "copyright" for name, package in contents.items()}
     files = {name: file for name, file in files.items() if file.is_file()}
     for file in list(files.values()):
         for common in re.findall(r"/usr/share/common-licenses/[\w.-]*\w", file.read_text("utf-8")):

@@ -319,6 +319,9 @@ def test_a_wheel_for_windows_is_made_from_an_installation(folder: Path, tmp_path
     names = [name for name in zipfile.ZipFile(wheel).namelist() if name.startswith("vorlen/_native/")]
     places = {name.removeprefix("vorlen/_native/") for name in names if "/licences/" not in name}
     assert places == {"bin/VorlenSolver.dll", "bin/vorlen.exe", "share/vorlen/live.html"}
+    licences = {name.rpartition("/")[2] for name in names if "/licences/" in name}
+    linked = {"tinyxml", "fmt", "gcc_runtime", "mingw_w64_runtime"}
+    assert {f"{name}.txt" for name in linked} <= licences and "nettle.txt" not in licences
 
 
 @pytest.mark.parametrize(

@@ -38,8 +38,8 @@ class Live(InAFolder):
         self.assertEqual(self.recipe_in("page.html"), ("hemt.xml", bytes_of(example("hemt"))))
 
     def test_without_a_recipe_it_is_the_quantum_wells(self):
-        self.assertEqual(self.live(), "live.html\n")
-        self.assertEqual(self.recipe_in("live.html"), (EXAMPLE + ".xml", bytes_of(example(EXAMPLE))))
+        self.assertEqual(self.live(), EXAMPLE + ".live.html\n")
+        self.assertEqual(self.recipe_in(EXAMPLE + ".live.html"), (EXAMPLE + ".xml", bytes_of(example(EXAMPLE))))
 
     def test_the_page_is_beside_the_recipe(self):
         os.mkdir(self.path("folder"))
@@ -72,13 +72,13 @@ class Live(InAFolder):
         self.assertEqual(stat.S_IMODE(os.stat(self.path("page.html")).st_mode), 0o600)
 
     def test_the_page_needs_no_other_file(self):
-        self.live()
-        links = re.findall(r"""<[a-z]+ [^<>]*\b(?:src|href)=["']?([^"'> ]*)""", self.read("live.html").decode())
+        self.live("-o", "page.html")
+        links = re.findall(r"""<[a-z]+ [^<>]*\b(?:src|href)=["']?([^"'> ]*)""", self.read("page.html").decode())
         self.assertEqual([link for link in links if not link.startswith(("#", "data:", "https:", "mailto:"))], [])
 
     def test_the_licences_are_in_the_page(self):
-        self.live()
-        page = self.read("live.html").decode()
+        self.live("-o", "page.html")
+        page = self.read("page.html").decode()
         for words in ("TinyXML", "wasi-libc", "LLVM Exceptions", "Permission is hereby granted", "Marijn Haverbeke"):
             self.assertTrue(words in page, words)
 
@@ -114,7 +114,20 @@ class Errors(InAFolder):
         self.assertEqual(run.returncode, 1)
         self.assertIn("this build of vorlen has no live page", run.stderr)
         self.assertIn("scripts/setup.sh run", run.stderr)
-        self.assertFalse(os.path.exists(self.path("live.html")))
+        self.assertFalse(os.path.exists(self.path(EXAMPLE + ".live.html")))
+
+    def test_the_page_beside_the_tool_is_used_and_not_replaced(self):
+        os.mkdir(self.path("bin"))
+        shutil.copy(VORLEN, self.path("bin/vorlen"))
+        empty = '<script id="recipe" type="application/json">null</script>'
+        self.write("bin/live.html", empty)
+        run = self.run_tool("live", "-o", "bin/live.html", tool=self.path("bin/vorlen"))
+        self.assertEqual((run.returncode, run.stderr),
+                         (1, "vorlen: bin/live.html is the page that recipes are put into\n"))
+        self.assertEqual(self.read("bin/live.html").decode(), empty)
+        run = self.run_tool("live", "-o", "page.html", tool=self.path("bin/vorlen"))
+        self.assertEqual((run.returncode, run.stdout), (0, "page.html\n"))
+        self.assertIn(b'"base64":', self.read("page.html"))
 
 
 if __name__ == "__main__":

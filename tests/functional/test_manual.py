@@ -6,6 +6,7 @@ built against an installation.
 """
 import doctest
 import html.parser
+import json
 import os
 import pathlib
 import re
@@ -21,7 +22,7 @@ from support import EXAMPLES_FOLDER, SOURCE, VORLEN
 
 DOCS = pathlib.Path(SOURCE, "docs")
 PAGES = sorted(DOCS.glob("*.md"))
-# Commands in blocks `sh`, which are not run here. A block of other commands has its reason in a comment above it.
+# Commands in blocks `sh` without a comment that says why they are not run: <!-- not run: REASON -->
 NOT_RUN = {
     "./run.sh": "tests/package/test_run_script.py runs it",
     "gnuplot": "a program of the reader's",
@@ -38,11 +39,10 @@ def blocks(page, language):
     return re.findall(rf"^```{language}\n(.*?)^```$", page.read_text(encoding="utf-8"), re.MULTILINE | re.DOTALL)
 
 
-def blocks_without_reason(page):
-    """The blocks `sh` of a page that no comment <!-- not run: REASON --> precedes."""
-    found = re.findall(r"^(<!-- not run: [^\n]+ -->\n)?```sh\n(.*?)^```$", page.read_text(encoding="utf-8"),
-                       re.MULTILINE | re.DOTALL)
-    return [text for reason, text in found if not reason]
+def shell_blocks(page):
+    """[(reason, text)] of the blocks `sh`; the reason of the comment before them is empty if there is none."""
+    return re.findall(r"^(?:<!-- not run: ([^\n]+) -->\n)?```sh\n(.*?)^```$", page.read_text(encoding="utf-8"),
+                      re.MULTILINE | re.DOTALL)
 
 
 def sessions(text):
@@ -56,6 +56,34 @@ def sessions(text):
         else:
             found[-1][1] += line + "\n"
     return found
+
+
+def misfits(words):
+    """What a command refers to and the tree does not have."""
+    presets = {preset["name"] for preset in json.loads(read("CMakePresets.json"))["configurePresets"]}
+    if words[:2] == ["cmake", "--preset"] and words[2] not in presets:
+        yield f"no preset {words[2]}"
+    for word in words:
+        option = re.match(r"-D(VORLEN_\w+)=", word)
+        if option and f"option({option[1]} " not in read("CMakeLists.txt"):
+            yield f"no option {option[1]}"
+        if word.startswith("build/") and word.split("/")[1] not in presets:
+            yield f"no preset with the folder {word}"
+        if word.startswith(("scripts/", "tests/", "./")) and not os.path.exists(os.path.join(SOURCE, word)):
+            yield f"no file {word}"
+    if "apt-get" in words:
+        known = re.findall(r"[\w.+-]+", read("scripts/setup.sh"))
+        yield from (f"no package {word} in setup.sh" for word in words[words.index("install") + 1:] if word not in known)
+    program = os.path.join(SOURCE, words[0])
+    if words[0].endswith(".py") and os.path.exists(program):
+        run = subprocess.run([sys.executable, "-B", program, *words[1:], "--help"], capture_output=True, encoding="utf-8",
+                             check=False)
+        if run.returncode != 0:
+            yield run.stderr
+
+
+def read(name):
+    return pathlib.Path(SOURCE, name).read_text(encoding="utf-8")
 
 
 class Links(html.parser.HTMLParser):
@@ -124,8 +152,24 @@ class Manual(Folder):
         for page in PAGES:
             if page.name in (*PYTHON_PAGES, "embedding.md"):
                 continue
-            for line in "".join(blocks_without_reason(page)).splitlines():
+            for line in "".join(text for reason, text in shell_blocks(page) if not reason).splitlines():
                 self.assertIn(line.split()[0], NOT_RUN, f"{page.name}: {line}")
+
+    def test_commands_that_are_not_run_fit_the_tree(self):
+        """Presets, options of the build, packages and files in them exist; a script in Python accepts its arguments."""
+        found = [(f"{page.name}: {line}", shlex.split(line, comments=True)) for page in PAGES
+                 for reason, text in shell_blocks(page) if reason for line in text.splitlines()]
+        self.assertGreater(len(found), 15)
+        for line, words in found:
+            for problem in misfits(words):
+                self.fail(f"{line}: {problem}")
+
+    def test_a_command_that_does_not_fit_is_noticed(self):
+        for command in ("cmake --preset arm65", "cmake --preset arm64 -DVORLEN_TEST=OFF", "cmake --build build/arm65",
+                        "sudo apt-get install cmake g++-aarch65", "scripts/set-up.sh run",
+                        "tests/numbers/compare.py --scheme stagd"):
+            with self.subTest(command):
+                self.assertEqual(len(list(misfits(command.split()))), 1)
 
 
 class Embedding(Folder):

@@ -1,4 +1,5 @@
 """The programs in README.md run, and its recipe and table are those of the example."""
+import json
 import math
 import os
 import re
@@ -14,9 +15,13 @@ from support import LIBRARY, SOURCE, Result, example, vorlen
 PRELOAD = os.environ["VORLEN_PRELOAD"]
 
 
+def text_of(name):
+    with open(os.path.join(SOURCE, name), encoding="utf-8") as file:
+        return file.read()
+
+
 def blocks(language):
-    with open(os.path.join(SOURCE, "README.md"), encoding="utf-8") as file:
-        return re.findall(rf"^```{language}\n(.*?)^```$", file.read(), re.MULTILINE | re.DOTALL)
+    return re.findall(rf"^```{language}\n(.*?)^```$", text_of("README.md"), re.MULTILINE | re.DOTALL)
 
 
 class Readme(unittest.TestCase):
@@ -60,6 +65,22 @@ class Readme(unittest.TestCase):
             file.write(program)
         environment = {"LD_PRELOAD": PRELOAD, "ASAN_OPTIONS": "detect_leaks=0"} if PRELOAD else {}
         self.check_program([sys.executable, "-B", "host.py"], **environment)
+
+    def test_the_names_in_the_section_about_installing(self):
+        """Other tests install from the packages, by pip and from the archive."""
+        page = text_of("README.md")
+        (version,) = re.findall(r"^project\(VorlenSolver VERSION (\S+)", text_of("CMakeLists.txt"), re.MULTILINE)
+        self.assertEqual(re.findall(r"VorlenSolver-(\S+)-windows-x86_64\.zip", page), [version])
+        (first_run,) = re.findall(r"`(\.\\vorlen\.exe [^`]*)`", page)
+        self.assertIn(first_run, text_of("cmake/windows/README.txt.in"))
+        presets = [preset["name"] for preset in json.loads(text_of("CMakePresets.json"))["configurePresets"]]
+        named = re.findall(r"\bpreset\s`(\w+)`", page)
+        self.assertEqual(sorted(named), ["package", "windows"])
+        self.assertLessEqual(set(named), set(presets))
+        self.assertIn("`scripts/setup.sh run`", page)
+        self.assertIn("\n  run) ", text_of("scripts/setup.sh"))
+        self.assertIn("`pip install ./python`", page)
+        self.assertTrue(os.path.exists(os.path.join(SOURCE, "python", "pyproject.toml")))
 
     def test_the_recipe_is_that_of_the_example(self):
         (excerpt,) = blocks("xml")

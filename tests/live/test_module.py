@@ -1,4 +1,4 @@
-"""vorlen.wasm survives hostile recipes, with the texts of the library. tests/platforms compares its numbers."""
+"""vorlen.wasm survives hostile recipes, with the texts of the library. tests/numbers compares its numbers."""
 import os
 import sys
 import tempfile
@@ -6,7 +6,7 @@ import unittest
 
 SOURCE = os.environ["VORLEN_SOURCE"]
 BUILD = os.environ["VORLEN_BUILD"]
-sys.path.insert(0, os.path.join(SOURCE, "tests", "platforms"))
+sys.path.insert(0, os.path.join(SOURCE, "tests", "numbers"))
 
 import platforms  # noqa: E402
 

@@ -9,6 +9,8 @@ from support import BUILD, CC, RECIPE, SOURCE, InAFolder, blocks, run, wine
 
 VERSION = os.environ["VORLEN_VERSION"]
 NAME = f"VorlenSolver-{VERSION}-windows-x86_64"
+# Part of the archive if it has been built.
+LIVE_PAGE = os.path.join(SOURCE, "build", "release", "wasi", "live", "live.html")
 RECIPES = sorted(name for name in os.listdir(os.path.join(SOURCE, "examples")) if name.endswith(".xml"))
 
 
@@ -34,6 +36,8 @@ class Archive(InAFolder):
                     "lib/libVorlenSolver.dll.a", "lib/VorlenSolver.lib", "licences/CLI11.txt", "licences/fast_float.txt",
                     "licences/fmt.txt", "licences/GCC runtime.txt", "licences/MinGW-w64 runtime.txt",
                     "licences/nlohmann-json.txt", "licences/TinyXML.txt"} | {f"examples/{name}" for name in RECIPES}
+        if os.path.exists(LIVE_PAGE):
+            expected.add("live.html")
         self.assertEqual(self.names, {f"{NAME}/{name}" for name in expected})
         self.assertIn(b"GCC Runtime Library Exception", self.unpacked_file("licences", "GCC runtime.txt"))
         readme = self.unpacked_file("README.txt")
@@ -42,7 +46,8 @@ class Archive(InAFolder):
         for name in re.findall(r"^  (\S+\.\S+) {2,}", readme.decode(), re.MULTILINE):
             if "*" in name:
                 name = name.split("\\")[0]
-            self.assertTrue(os.path.exists(os.path.join(self.unpacked, *name.split("\\"))), name)
+            if name != "live.html":
+                self.assertTrue(os.path.exists(os.path.join(self.unpacked, *name.split("\\"))), name)
 
     def check_first_run(self):
         with open(os.path.join(SOURCE, "docs", "windows.md"), encoding="utf-8") as file:
@@ -53,6 +58,9 @@ class Archive(InAFolder):
             self.assertIn(f"\n{command}\n", page)
             text = wine(*command.replace(".\\", "").split(), cwd=self.unpacked)
         self.assertIn("GaN", text)
+        if os.path.exists(LIVE_PAGE):
+            wine("vorlen.exe", "live", "examples\\ingan_gan_mqw.xml", "-o", "wells.html", cwd=self.unpacked)
+            self.assertIn(b'"ingan_gan_mqw.xml"', self.unpacked_file("wells.html"))
 
     def check_host_in_C(self):
         [source] = blocks("windows.md", "c")

@@ -62,15 +62,14 @@ bool read_whole(const std::string& path, std::string& bytes, std::string& error)
   return false;
 }
 
-// The live page of the build folder that the tool is in, or of its installation.
-std::string page_without_recipe() {
+// The live page of the build folder that the tool is in, of its installation, or beside the tool, as in the archive for
+// Windows.
+std::string page_without_recipe(std::string& file) {
   const std::filesystem::path folder = platform::path_of(platform::own_path()).parent_path();
-  for (const char* place : {"../wasi/live/live.html", VORLEN_DATA_FROM_TOOL "/live.html"}) {
+  for (const char* place : {"../wasi/live/live.html", VORLEN_DATA_FROM_TOOL "/live.html", "live.html"}) {
     std::string html;
-    if (vorlen::read_file(platform::text_of(folder / place).c_str(), SIZE_MAX_OF_FILE, html) ==
-        vorlen::FileResult::read) {
-      return html;
-    }
+    file = platform::text_of(folder / place);
+    if (vorlen::read_file(file.c_str(), SIZE_MAX_OF_FILE, html) == vorlen::FileResult::read) return html;
   }
   return "";
 }
@@ -87,7 +86,8 @@ bool read_recipe_of(const LiveOptions& options, PageRecipe& recipe, std::string&
 }
 
 std::string default_page(const std::string& recipe) {
-  return recipe.empty() ? "live.html" : platform::text_of(platform::path_of(recipe).replace_extension(".live.html"));
+  if (recipe.empty()) return std::string(EXAMPLE) + ".live.html";
+  return platform::text_of(platform::path_of(recipe).replace_extension(".live.html"));
 }
 
 int write_page(const LiveOptions& options) {
@@ -96,13 +96,15 @@ int write_page(const LiveOptions& options) {
   std::string error;
   if (!read_recipe_of(options, recipe, error)) return fail(error);
   if (!options.recipe.empty() && platform::is_same_file(page, options.recipe)) return fail(page + " is the recipe");
-  std::string html = page_without_recipe();
+  std::string source;
+  std::string html = page_without_recipe(source);
   const std::size_t place = html.find(PLACE);
   if (place == std::string::npos) {
     return fail(
         "this build of vorlen has no live page: run \"scripts/setup.sh run\", which installs a compiler for "
         "WebAssembly, and build again");
   }
+  if (platform::is_same_file(page, source)) return fail(page + " is the page that recipes are put into");
   const std::size_t begin = place + PLACE.find("null");
   html.replace(begin, std::string_view("null").size(), json_of(recipe));
   if (!write_file(page, html, error)) return fail(error);

@@ -1,6 +1,6 @@
 """The platforms whose results are compared, and how to run recipes on each.
 
-A platform runs all its recipes in one process: tests/platforms/run_recipes.c linked with the library of that platform, or
+A platform runs all its recipes in one process: tests/numbers/run_recipes.c linked with the library of that platform, or
 vorlen.wasm in node.
 """
 import dataclasses
@@ -51,12 +51,12 @@ class Platform:
 def known(release=os.path.join(SOURCE, "build", "release"), arm64=os.path.join(SOURCE, "build", "arm64"),
           windows=os.path.join(SOURCE, "build", "windows")):
     """All platforms by name. The arguments are the folders of the builds."""
-    native = (os.path.join(release, "tests", "platforms", "run_recipes"),)
+    native = (os.path.join(release, "tests", "numbers", "run_recipes"),)
     platforms = (
         Platform(REFERENCE, "Linux, x86-64", native),
         Platform("linux-without-fma", "Linux, x86-64 without FMA", native, WITHOUT_FMA),
         Platform("arm64", "Linux, arm64", ("qemu-aarch64-static", "-L", "/usr/aarch64-linux-gnu",
-                                           os.path.join(arm64, "tests", "platforms", "run_recipes"))),
+                                           os.path.join(arm64, "tests", "numbers", "run_recipes"))),
         Platform("windows", "Windows, x86-64", (os.path.join(SOURCE, "scripts", "wine.sh"),
                                                 os.path.join(windows, "src", "api", "run_recipes.exe"))),
         Platform("wasm", "WebAssembly", ("node", os.path.join(HERE, "run_module.mjs"),
