@@ -129,10 +129,14 @@ check_types() {
 
 analyse() {
   local status=0 types
+  # For the options of each file: the other builds compile those of the tool in batches.
+  quietly configure-analysis.log cmake --preset release -B build/analysis -DVORLEN_TESTS=OFF -DVORLEN_LIVE=OFF \
+    -DVORLEN_TOOL_UNITY=OFF || return 1
   # Beside the others, because it runs on one processor.
   check_types >"$logs/mypy.log" 2>&1 &
   types=$!
-  find src tools -name '*.cpp' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/release --quiet \
+  # Without src/platform/windows, which needs headers of Windows.
+  find src tools -name '*.cpp' -not -path '*/windows/*' -print0 | xargs -0 -n 1 -P "$jobs" clang-tidy -p build/analysis --quiet \
     --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wreserved-identifier 2>/dev/null || status=1
   cppcheck --enable=warning,style,performance,portability --suppressions-list=.cppcheck-suppressions \
     --error-exitcode=1 --std=c++20 --language=c++ -I src -I src/api -I tools -j "$jobs" --quiet --template=gcc \

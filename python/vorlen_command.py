@@ -13,7 +13,7 @@ from pathlib import Path
 from typing import NoReturn
 
 # The subcommands of `python3 -m vorlen`.
-PYTHON_COMMANDS = ("compare", "design", "map", "report", "sweep", "window")
+PYTHON_COMMANDS = ("compare", "design", "map", "observe", "report", "sweep", "window")
 
 
 def find_program() -> str:
