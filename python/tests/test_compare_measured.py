@@ -13,6 +13,8 @@ import pytest
 import vorlen
 from curves import ANGLES, LAYER, as_measured, over_time
 from vorlen._observe.matching import independent_points, matched, places_of, scale_and_background
+from vorlen._runs.agreement import Agreement
+from vorlen._runs.plot_agreement import agreement_text
 
 matplotlib.use("Agg")
 
@@ -194,3 +196,13 @@ def test_measured_curves_are_compared_with_one_run(run, curve):
     empty = vorlen.Curve("xrd", pd.DataFrame({"two_theta": ANGLES, "intensity": 0 * ANGLES}), "dark")
     with pytest.raises(ValueError, match="dark has no positive intensity"):
         vorlen.deviations(run, empty)
+
+
+def test_the_title_leaves_out_a_shift_that_rounds_to_zero():
+    table = pd.DataFrame({"two_theta": 34.0 + 0.01 * np.arange(21), "intensity": np.exp(-((np.arange(21) - 10) / 4.0) ** 2)})
+    measured = vorlen.Curve("xrd", table, "scan")
+    for moved, shown in ((0.0, ""), (2e-5, ""), (-2e-5, ""), (0.01, "+0.0100\u00b0"), (-0.01, "\u22120.0100\u00b0")):
+        simulated = vorlen.Curve("xrd", table.assign(two_theta=table.two_theta + moved))
+        agreement = Agreement(measured, simulated, matched(simulated, places_of(simulated, measured, None)), [], [])
+        text = agreement_text(agreement)
+        assert text.startswith("rms ") and (f"peak {shown} from" in text if shown else "peak" not in text)

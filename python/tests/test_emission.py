@@ -85,6 +85,8 @@ def test_strain_shifts_the_gap_of_gan_as_measured() -> None:
     gap = edges_of(np.tile([0.0, 1.0, 0.0], (3, 1)), strain, along).gap
     assert gap[0] > gap[1] > gap[2]  # compressed, free, stretched
     assert (gap[0] - gap[1]) / along[0] == pytest.approx(15.4, rel=ERRORS.deformation)
+    # By the constants in docs/emission.md: 2 (a_2 - D_4) less 2 C13/C33 of a_1 - D_3
+    assert (gap[1] - gap[0]) / 1e-3 == pytest.approx(2 * (-11.3 + 4.1) + 2 * 103 / 405 * (4.9 + 8.2), rel=1e-3)
 
 
 def test_compression_in_the_plane_lifts_heavy_holes_of_aluminium_rich_layers() -> None:
@@ -385,6 +387,8 @@ def test_a_failed_run_has_the_wells_it_reached() -> None:
         ({"field": "3 V"}, ValueError, "field: '3 V' has the unit V, expected MV/cm"),
         ({"constants": {"bowing": 1}}, ValueError, "unknown constant 'bowing'; known are gap_in, "),
         ({"constants": {"offset": (1, 2, 3)}}, ValueError, "offset takes a number, or a pair"),
+        ({"constants": {"gap_in": (0.7, -0.1)}}, ValueError, "gap_in: the standard deviation must be 0 or more, got -0.1"),
+        ({"constants": ["gap_in"]}, TypeError, "constants must be a dict of names and values"),
     ],
 )
 def test_wrong_arguments(mqw: vorlen.Run, arguments: dict[str, Any], error: type[Exception], text: str) -> None:

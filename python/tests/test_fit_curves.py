@@ -74,7 +74,7 @@ def test_the_scatter_of_estimates_is_that_of_the_stated_errors(fast):
     """Four experiments: the sum of squared deviations in standard errors has a chi-square distribution."""
     away = []
     for seed in range(10, 14):
-        constants = vorlen.fit(layer(9e12), BOUNDS, as_measured(fast, seed=seed), workers=2).constants.loc[DESORPTION]
+        constants = vorlen.fit(layer(9e12), BOUNDS, as_measured(fast, seed=seed), workers=1).constants.loc[DESORPTION]
         away.append(np.log(constants["value"] / TRUE) / constants.relative_error)
     low, high = 0.0908, 18.47  # 0.001 and 0.999 quantiles for 4 degrees of freedom, any table
     assert low < np.sum(np.square(away)) < high
@@ -83,7 +83,7 @@ def test_the_scatter_of_estimates_is_that_of_the_stated_errors(fast):
 def test_scale_and_background_of_the_curve_do_not_matter(fast):
     def found(scale: float) -> float:
         measured = as_measured(fast, None, scale=scale, background=scale)
-        return float(vorlen.fit(layer(9e12), BOUNDS, measured, workers=2).constants["value"][0])
+        return float(vorlen.fit(layer(9e12), BOUNDS, measured, workers=1).constants["value"][0])
 
     small, large = found(1e-4), found(1e4)
     assert small == pytest.approx(TRUE, rel=1e-3) and small == pytest.approx(large, rel=1e-4)
@@ -94,7 +94,7 @@ def test_a_curve_that_the_model_misses_does_not_outweigh_a_layer(grown, fast):
     hump = 1.0 + 0.8 * np.exp(-0.5 * ((ANGLES - 33.8) / 0.15) ** 2)
     bent = as_measured(vorlen.Curve("xrd", fast.table.assign(intensity=fast.y * hump)), None)
     measured = {"scan": bent, "x_in_2": (grown.layers.x_in[2], 0.0005)}
-    fit = vorlen.fit(layer(START), BOUNDS, measured, workers=2)
+    fit = vorlen.fit(layer(START), BOUNDS, measured, workers=1)
     points = dict(zip(fit.fitted.quantity, fit.fitted.points))
     assert points["x_in_2"] == 1 and 1 <= points["scan"] < 30
     constant = fit.constants.loc[DESORPTION]
@@ -112,7 +112,7 @@ def test_offsets_of_temperature_and_angle_are_fitted_along(grown, fast):
         }
         for name, run in truth.items()
     }
-    fit = vorlen.fit(recipes, BOUNDS, measured, temperature_offset=(-20, 20), angle_offset=(-0.03, 0.03), workers=2)
+    fit = vorlen.fit(recipes, BOUNDS, measured, temperature_offset=(-20, 20), angle_offset=(-0.03, 0.03), workers=1)
     offsets = fit.offsets.set_index(["recipe", "name"])
     heat = offsets.loc["", "temperature_offset"]
     assert heat.low < 5.0 < heat.high and heat.high - heat.low < 10 and heat.unit == "K"
@@ -125,7 +125,7 @@ def test_offsets_of_temperature_and_angle_are_fitted_along(grown, fast):
 def test_a_local_minimum_is_reported(fast):
     """A curve of something else: nothing between the bounds follows it."""
     other = as_measured(vorlen.Curve("xrd", pd.DataFrame({"two_theta": ANGLES, "intensity": 1.0 + np.sin(9 * ANGLES) ** 2})), None)
-    fit = vorlen.fit(layer(START), BOUNDS, other, workers=2)
+    fit = vorlen.fit(layer(START), BOUNDS, other, workers=1)
     assert any("does not follow scan of recipe: it explains" in text for text in fit.warnings)
 
 
@@ -137,14 +137,14 @@ def test_curves_over_time_and_a_spectrum(grown):
     x = np.linspace(300, 600, 601)
     peak = float(grown.emission().wavelength.mean())
     spectrum = vorlen.Curve("emission", pd.DataFrame({"wavelength": x, "intensity": np.exp(-0.5 * ((x - peak) / 10) ** 2)}), "pl")
-    fit = vorlen.fit(layer(START), BOUNDS, [(sensor, 0.002), (spectrum, 1.0)], workers=2)
+    fit = vorlen.fit(layer(START), BOUNDS, [(sensor, 0.002), (spectrum, 1.0)], workers=1)
     assert list(fit.fitted.quantity) == ["sensor", "pl"] and list(fit.fitted.sigma) == [0.002, 1.0]
     assert fit.constants.low[0] < TRUE < fit.constants.high[0] and fit.fitted.points[1] == 1
 
 
 def test_the_figure_has_values_and_curves(fast, grown, tmp_path):
     measured = {"scan": as_measured(fast), "x_in_2": (grown.layers.x_in[2], 0.002)}
-    fit = vorlen.fit(layer(9.5e12), BOUNDS, measured, workers=2)
+    fit = vorlen.fit(layer(9.5e12), BOUNDS, measured, workers=1)
     figure = fit.plot(path=tmp_path / "fit.svg")
     assert [axes.get_xlabel() for axes in figure.subfigs[0].axes] == ["Indium, measured"]
     assert [axes.get_ylabel() for axes in figure.subfigs[1].axes] == ["intensity", "difference\n(decades)"]

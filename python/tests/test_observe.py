@@ -49,7 +49,7 @@ def page_of(folder, monkeypatch, capsys):
 
 HEADINGS = {
     "xrd": ">X-ray diffraction<", "curvature": ">Curvature of the wafer<", "reflectance": ">Reflectance<",
-    "emission": ">Emission of the wells<",
+    "emission": ">Emission of the wells: a coarse guide<",
 }
 
 
@@ -61,6 +61,7 @@ HEADINGS = {
         (("--xrd", "004", "--emission"), ("xrd", "emission"), ("Reflection 004",)),
         (("--curvature", "Si"), ("curvature",), ("ubstrate ",)),
         (("--reflectance", "633 nm"), ("reflectance",), ("633 nm",)),
+        (("--reflectance", "633", "--curvature", "Si"), ("curvature", "reflectance"), ("633 nm, substrate Si(111)",)),
     ],
 )
 def test_options_choose_what_is_shown(page_of, words, shown, texts):
@@ -166,6 +167,10 @@ def test_the_page_in_a_browser(page_of, folder, browser: Browser, tmp_path):
     y = box["y"] + 0.5 * box["height"]
     browser.drag((box["x"] + 0.25 * box["width"], y), (box["x"] + 0.75 * box["width"], y))
     browser.wait(f"return {layout}.xaxis.range[1] - {layout}.xaxis.range[0] < {0.6 * (high - low)}")
+    names = browser.run(f"return {layout}.annotations.map(one => one.text)")
+    peaks = vorlen.read(folder / "layer.result.txt", recipe=LAYER).xrd(two_theta=ANGLES).peaks
+    assert set(names) == {label for label, x in zip(peaks.label, peaks.x) if label and ANGLES[0] < x < ANGLES[-1]}
+    assert len(names) == 2
     data = "document.getElementById('observed-1').data"
     assert browser.run(f"return {data}.map(one => one.name)") == ["scan", "ingan_layer", "difference"]
     saved = browser.downloaded(tmp_path, "[data-csv=observed-1]")

@@ -28,8 +28,10 @@ constexpr std::array<ManualItem, 5> ENVIRONMENT = {{
     {"TERM", "With the value dumb, no colours are used and no line is rewritten in place."},
     {"LC_ALL, LC_CTYPE, LANG", "In a UTF-8 locale units are written with their usual symbols, otherwise in ASCII."},
     {"VORLEN_PYTHON",
-     "The interpreter for report, compare, design, window, map and sweep, tried before python3 and /usr/bin/python3."},
-    {"VORLEN_LIBRARY", "The library that report, compare, design, window, map and sweep call (default: installed)."},
+     "The interpreter for report, compare, observe, design, window, map and sweep, tried before python3 and "
+     "/usr/bin/python3."},
+    {"VORLEN_LIBRARY",
+     "The library that report, compare, observe, design, window, map and sweep call (default: installed)."},
 }};
 
 constexpr std::array<ManualItem, 3> FILES = {{

@@ -8,7 +8,6 @@ from __future__ import annotations
 
 import contextlib
 import errno
-import fcntl
 import os
 import re
 import stat
@@ -17,6 +16,7 @@ from collections.abc import Iterable, Iterator
 from pathlib import Path
 from typing import Any
 
+from . import system
 from .types import PathLike
 
 NAME_SIZE_MAX = 200  # bytes; with a longer name, that of the temporary would exceed the 255 of a file system
@@ -58,27 +58,10 @@ def page_bytes(text: str) -> bytes:
 
 def read_file(path: PathLike) -> bytes:
     """The content of a regular file. Raises the OSError of opening it; ValueError for a pipe or a device."""
-    with open(path, "rb", opener=lambda name, flags: os.open(name, flags | os.O_NONBLOCK)) as file:
+    with open(path, "rb", opener=system.open_at_once) as file:
         if not stat.S_ISREG(os.fstat(file.fileno()).st_mode):
             raise ValueError(f"{path} is not a regular file")
         return file.read()
-
-
-@contextlib.contextmanager
-def memory_file(content: bytes = b"") -> Iterator[int]:
-    """The descriptor of a file in memory with this content; other code opens it by path_of_descriptor()."""
-    file = os.memfd_create("vorlen")
-    try:
-        with open(file, "wb", closefd=False) as writer:
-            writer.write(content)
-        yield file
-    finally:
-        os.close(file)
-
-
-def path_of_descriptor(file: int) -> Path:
-    """A path by which this process, and one that inherits the descriptor, can open it."""
-    return Path(f"/proc/self/fd/{file}")
 
 
 def check_place(path: PathLike, inputs: Iterable[PathLike | None] = ()) -> Path:
@@ -131,7 +114,7 @@ def replacement(
     part = part_of(place, uuid.uuid4().hex)
     mode = 0o600 if place.exists() else 0o666  # not readable by more users than the old file
     try:
-        os.close(os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, mode))
+        system.create_new(part, mode)
         yield part
         put_in_place(part, place)
     except OSError as error:
@@ -145,11 +128,8 @@ def replacement(
 def put_in_place(part: Path, place: Path) -> None:
     """Renames part to place, with the mode and owner of the file that is there. Both must be in one folder."""
     with contextlib.suppress(FileNotFoundError):
-        old = place.stat()
-        with contextlib.suppress(PermissionError):
-            os.chown(part, old.st_uid, old.st_gid)
-        part.chmod(stat.S_IMODE(old.st_mode))
-    os.replace(part, place)
+        system.copy_access(place.stat(), part)
+    system.rename(part, place)
 
 
 @contextlib.contextmanager
@@ -162,11 +142,11 @@ def locked_part(place: Path) -> Iterator[Path]:
     part = part_of(place)
     while True:
         try:
-            file = os.open(part, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK, 0o666)
+            file = system.open_to_lock(part, follow=False, create=True)
         except OSError as error:
             raise OSError(error.errno, f"{error.strerror} ({part.name})", str(place)) from error
         try:
-            _lock(file, exclusive=True, wait=False)
+            system.lock(file, exclusive=True, wait=False)
             if _is_open_as(file, part):
                 break
         except BlockingIOError:
@@ -174,8 +154,7 @@ def locked_part(place: Path) -> Iterator[Path]:
             raise BusyError(f"another run is writing {place}") from None
         os.close(file)  # the run that held it has renamed it meanwhile
     try:
-        opened = os.fstat(file)
-        if not stat.S_ISREG(opened.st_mode) or opened.st_nlink != 1:
+        if not system.is_plain(os.fstat(file)):
             raise ValueError(f"{place} can't be written: {part} is in the way")
         try:
             os.ftruncate(file, 0)
@@ -195,11 +174,11 @@ def is_part_locked(place: Path) -> bool:
 def is_locked(path: Path) -> bool:
     """True if the file exists and an exclusive lock on it is held."""
     try:
-        file = os.open(path, os.O_RDONLY | os.O_CLOEXEC | os.O_NOFOLLOW | os.O_NONBLOCK)
+        file = system.open_to_lock(path, follow=False, create=False)
     except OSError:
         return False
     try:
-        _lock(file, exclusive=False, wait=False)
+        system.lock(file, exclusive=False, wait=False)
     except BlockingIOError:
         return True
     finally:
@@ -210,24 +189,14 @@ def is_locked(path: Path) -> bool:
 @contextlib.contextmanager
 def lock_file(path: Path, *, exclusive: bool, wait: bool = False) -> Iterator[None]:
     """Holds a lock on the file path, which is created and stays. Raises BlockingIOError if it is held and not wait."""
-    file = os.open(path, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o666)
+    file = system.open_to_lock(path, follow=True, create=True)
     try:
-        _lock(file, exclusive=exclusive, wait=wait)
+        system.lock(file, exclusive=exclusive, wait=wait)
         yield
     finally:
         with contextlib.suppress(OSError):
-            fcntl.flock(file, fcntl.LOCK_UN)  # closing is not enough if a process was forked meanwhile
+            system.unlock(file)  # closing is not enough if a process was forked meanwhile
         os.close(file)
-
-
-def _lock(file: int, *, exclusive: bool, wait: bool) -> None:
-    try:
-        fcntl.flock(file, (fcntl.LOCK_EX if exclusive else fcntl.LOCK_SH) | (0 if wait else fcntl.LOCK_NB))
-    except BlockingIOError:
-        raise
-    except OSError as error:
-        if error.errno not in (errno.ENOLCK, errno.ENOTSUP, errno.ENOSYS):
-            raise  # those network file systems have no locks; other processes are not noticed there
 
 
 def _is_open_as(file: int, path: Path) -> bool:

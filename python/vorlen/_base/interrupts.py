@@ -81,4 +81,6 @@ def _end_if_interrupted(unraisable: sys.UnraisableHookArgs) -> None:
 
 if _is_command():
     _handle(_end, _end)
-    signal.pthread_sigmask(signal.SIG_UNBLOCK, SIGNALS)  # the tool blocks SIGINT while the interpreter starts
+    from .system import unblock  # not before the handlers are there
+
+    unblock(SIGNALS)  # the tool blocks SIGINT while the interpreter starts

@@ -16,6 +16,8 @@ from collections.abc import Iterator
 from pathlib import Path
 from types import FrameType
 
+from .system import remove_temporaries
+
 EXIT_STATUS = 128 + signal.SIGTERM  # as shells report it
 
 
@@ -64,4 +66,5 @@ def _end_on_sigterm(reader: socket.socket, path: Path) -> None:
     while numbers := reader.recv(64):
         if signal.SIGTERM in numbers:
             path.unlink(missing_ok=True)
+            remove_temporaries()
             os._exit(EXIT_STATUS)

@@ -12,8 +12,8 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
-from .files import memory_file, path_of_descriptor
 from .places import tool_name, tool_places
+from .system import memory_file, run_program
 
 CHECK_TIMEOUT = 60  # s
 MISSING_TOOL = "the command vorlen was not found. Set VORLEN to its path"
@@ -35,6 +35,9 @@ def _is_tool(place: Path) -> bool:
     try:
         with place.open("rb") as file:
             head = file.read(1024)
+            if head.startswith(b"MZ"):  # on Windows pip appends an archive with the script to a program
+                file.seek(max(0, place.stat().st_size - 2048))
+                return b"vorlen_command" not in file.read()
     except OSError:  # it may be run but not read
         return True
     return not (head.startswith(b"#!") and b"vorlen_command" in head)
@@ -94,17 +97,8 @@ def check_recipes(recipes: Sequence[bytes]) -> list[list[Finding]]:
     try:
         with contextlib.ExitStack() as held:
             files = [held.enter_context(memory_file(recipe)) for recipe in recipes]
-            places = [str(path_of_descriptor(file)) for file in files]
-            answer = subprocess.run(
-                [tool, "check", "--format", "json", *places],
-                stdin=subprocess.DEVNULL,
-                capture_output=True,
-                timeout=CHECK_TIMEOUT,
-                check=False,
-                encoding="utf-8",
-                errors="replace",
-                pass_fds=files,
-            )
+            places = [str(file.path) for file in files]
+            answer = run_program([tool, "check", "--format", "json", *places], files, CHECK_TIMEOUT)
         reports = [report["problems"] for report in json.loads(answer.stdout)["files"]]
         if len(reports) != len(recipes):
             raise ValueError
@@ -148,10 +142,7 @@ def live_page(recipe: bytes, name: str) -> bytes:
         source, page = Path(folder) / os.path.basename(name), Path(folder) / "page.live.html"
         source.write_bytes(recipe)
         try:
-            done = subprocess.run(
-                [tool, "live", str(source), "-o", str(page)],
-                stdin=subprocess.DEVNULL, capture_output=True, encoding="utf-8", errors="replace", timeout=CHECK_TIMEOUT,
-            )
+            done = run_program([tool, "live", str(source), "-o", str(page)], [], CHECK_TIMEOUT)
         except (OSError, subprocess.TimeoutExpired) as error:
             raise ToolError(f"{tool} live: {error}") from None
         if done.returncode != 0 or not page.is_file():

@@ -12,16 +12,13 @@ so that the derivatives of the deviations count their uncertainty.
 
 from __future__ import annotations
 
-from pathlib import Path
-
 import numpy as np
 
 from .._base.types import Array
 from .._observe.matching import Places, independent_points, matched, places_of
 from .._observe.measured import peak
-from .._recipe.source import RecipeSource
 from .._runs.agreement import Agreement, Range, agreement_of, simulated_like
-from .._runs.run import Run, read_run
+from .._runs.run import Run
 from .measurements import MeasuredCurve
 
 SMALLEST_SIGMA = 1e-3  # of the standard deviation of the measured values: for curves without noise
@@ -48,10 +45,9 @@ class CurveTarget:
         """The number of values that are adjusted without a simulation."""
         return (2 if self.target.curve.kind == "xrd" else 0) + (self.shifts is not None)
 
-    def deviations(self, result: Path, key: tuple[float, ...]) -> Array:
-        """Those of the run with this result file. key: of the point. Raises ValueError if the curve can't be simulated."""
-        recipe = result.with_name(result.name.removesuffix(".result.txt") + ".xml")
-        agreement = self._agreement(read_run(result, RecipeSource.of(recipe)))
+    def deviations(self, run: Run, key: tuple[float, ...]) -> Array:
+        """Those of a run. key: of the point. Raises ValueError if the curve can't be simulated."""
+        agreement = self._agreement(run)
         self._agreements[key] = agreement
         if agreement.match is None:
             if not agreement.wavelengths:

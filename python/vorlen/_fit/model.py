@@ -19,9 +19,10 @@ import pandas as pd
 from .._base.files import replace_file
 from .._base.types import PathLike
 from .._recipe.recipe import Recipe
-from .._runs.run import SimulationError
+from .._recipe.source import RecipeSource
+from .._runs.run import SimulationError, read_run
 from .._sweep.own_folder import own_folder
-from .._sweep.plan import ROWS_FOLDER, Plan, make_task, row_files
+from .._sweep.plan import ROWS_FOLDER, Plan, RowFiles, make_task, row_files
 from .._sweep.run_rows import run_tasks
 from .curves import CurveTarget
 
@@ -95,8 +96,8 @@ class FitModel:
         ]
         rows = iter(run_tasks(tasks, self.executor, progress=False))
         for number, key in enumerate(new):
-            results = {name: row_files(place, first + number).result for name, place in self.folders.items()}
-            self._known[key] = self._quantities({name: next(rows) for name in self.plans}, results, key)
+            files = {name: row_files(place, first + number) for name, place in self.folders.items()}
+            self._known[key] = self._quantities({name: next(rows) for name in self.plans}, files, key)
             self._kinds.append(kind)
         return [self._known[key] for key in keys]
 
@@ -141,7 +142,7 @@ class FitModel:
         return residual
 
     def _quantities(
-        self, rows: dict[str, dict[str, Any]], results: dict[str, Path], key: tuple[float, ...]
+        self, rows: dict[str, dict[str, Any]], files: dict[str, RowFiles], key: tuple[float, ...]
     ) -> Array | str:
         for name, row in rows.items():
             if row["status"] in PLACELESS:
@@ -158,7 +159,11 @@ class FitModel:
                 return f"{quantity} of {name} is NaN"
             values.append(value)
         try:
-            deviations = [curve.deviations(results[curve.target.recipe], key) for curve in self.curves]
+            runs = {  # each parsed once, for all of its curves
+                name: read_run(files[name].result, RecipeSource.of(files[name].recipe))
+                for name in dict.fromkeys(curve.target.recipe for curve in self.curves)
+            }
+            deviations = [curve.deviations(runs[curve.target.recipe], key) for curve in self.curves]
         except ValueError as error:
             return str(error)
         quantities: Array = np.concatenate([np.array(values, dtype=float), *deviations])

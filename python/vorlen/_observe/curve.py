@@ -170,20 +170,13 @@ class Curve:
         axes.set_ylabel(kind.y)
 
     def _label_peaks(self, axes: Axes) -> None:
-        """Names the peaks above the axes; of those that would overlap, the first one in the table."""
-        if self.peaks is None:
-            return
-        low, high = axes.get_xlim()
-        named: list[float] = []
-        for peak in self.peaks.itertuples():
-            room = LABEL_ROOM * (high - low)
-            if peak.label and low <= peak.x <= high and all(abs(peak.x - other) > room for other in named):
-                named.append(peak.x)
-                axes.annotate(
-                    peak.label, (peak.x, 1.0), (0, 3), xycoords=axes.get_xaxis_transform(), textcoords="offset points",
-                    rotation=35, ha="left", va="bottom", fontsize=6.5, color="#333333", annotation_clip=False,
-                )
-                axes.axvline(peak.x, color="#d0d0d0", linewidth=0.5, zorder=0)
+        """Names the peaks above the axes."""
+        for x, label in named_peaks(self, *axes.get_xlim()):
+            axes.annotate(
+                label, (x, 1.0), (0, 3), xycoords=axes.get_xaxis_transform(), textcoords="offset points",
+                rotation=35, ha="left", va="bottom", fontsize=6.5, color="#333333", annotation_clip=False,
+            )
+            axes.axvline(x, color="#d0d0d0", linewidth=0.5, zorder=0)
 
     @property
     def _files(self) -> list[PathLike | None]:
@@ -191,3 +184,13 @@ class Curve:
 
     def __repr__(self) -> str:
         return f"<Curve {self.kind}, {len(self.table)} points{', ' + self.name if self.name else ''}>"
+
+
+def named_peaks(curve: Curve, low: float, high: float) -> list[tuple[float, str]]:
+    """Positions and names of the peaks between low and high; of names that would overlap, the first one in the table."""
+    named: list[tuple[float, str]] = []
+    for peak in curve.peaks.itertuples() if curve.peaks is not None else ():
+        apart = all(abs(peak.x - other) > LABEL_ROOM * (high - low) for other, _ in named)
+        if peak.label and low <= peak.x <= high and apart:
+            named.append((float(peak.x), str(peak.label)))
+    return named

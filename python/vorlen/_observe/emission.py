@@ -17,10 +17,10 @@ import pandas as pd
 from .._base.types import Array, Mask
 from .._recipe.quantities import number_in
 from .bands import CONSTANTS, ERRORS, ROOM_TEMPERATURE, Constants, Edges, edges_of, polarisation_of
+from .constants import HC
 from .quantum_well import lowest_state
 from .slices import Slices
 
-EV_NM = 1239.841984  # Planck's constant times the speed of light, eV nm
 VACUUM = 8.8541878128e-12  # permittivity, F/m
 PER_MV_CM = 1e8  # V/m
 V_PER_NM = 0.1  # of 1 MV/cm
@@ -123,6 +123,8 @@ def settings_of(
         raise ValueError(f"screening must be from 0 to 1, got {share}")
     given = None if field is None else number_in(field, "field", "MV/cm")
     values, errors = CONSTANTS._asdict(), ERRORS._asdict()
+    if not isinstance(constants, (Mapping, type(None))):
+        raise TypeError(f"constants must be a dict of names and values, got {constants!r}")
     for name, value in (constants or {}).items():
         if name not in values:
             raise ValueError(f"unknown constant {name!r}; known are {', '.join(values)}")
@@ -130,6 +132,8 @@ def settings_of(
         if len(pair) != 2:
             raise ValueError(f"{name} takes a number, or a pair of value and standard deviation, got {value!r}")
         values[name], errors[name] = (float(number_in(number, name, "")) for number in pair)
+        if errors[name] < 0.0:
+            raise ValueError(f"{name}: the standard deviation must be 0 or more, got {errors[name]}")
     return Settings(float(kelvin), given, float(share), Constants(**values), Constants(**errors))
 
 
@@ -179,7 +183,7 @@ def _record(slices: Slices, emitter: Emitter, room: tuple[float, float], setting
         cells, found = _bulk(middle, row["gap"], row["hole"] == "split")
         note = f"thicker than {BULK:g} nm: levels of a well neglected" if emitter.is_well else ""
         flat = row["gap"] - row["localisation"]
-        row.update(energy_flat=flat, wavelength_flat=EV_NM / flat)
+        row.update(energy_flat=flat, wavelength_flat=HC / flat)
         return row | _with_error(cells, found, row["x_in"], settings) | {"note": note}
 
     cells = _cells(slices, emitter, room)
@@ -190,7 +194,7 @@ def _record(slices: Slices, emitter: Emitter, room: tuple[float, float], setting
     holes = edges.split if without.is_split else edges.heavy
     flat = without.energy - row["localisation"]
     row.update(electron=without.electron - float(edges.electron[0]), hole_level=float(holes[0]) - without.hole)
-    row.update(energy_flat=flat, wavelength_flat=EV_NM / flat)
+    row.update(energy_flat=flat, wavelength_flat=HC / flat)
     found = _transition(cells, _drop(cells, settings, settings.constants), settings)
     if found.unbound:
         return row | {"note": f"{found.unbound} not bound in the field"}
@@ -330,9 +334,9 @@ def _with_error(cells: Cells, found: Transition, x_in: float, settings: Settings
         changes = [_energy_change(cells, found, x_in, settings, name, side * error) for side in (1.0, -1.0)]
         variance += (0.5 * (changes[0] - changes[1])) ** 2
     energy, error = found.energy - settings.constants.localisation * x_in, math.sqrt(variance)
-    low, high = EV_NM / (energy + error), EV_NM / (energy - error) if energy > error else math.inf
+    low, high = HC / (energy + error), HC / (energy - error) if energy > error else math.inf
     return {
-        "energy": energy, "energy_error": error, "wavelength": EV_NM / energy,
+        "energy": energy, "energy_error": error, "wavelength": HC / energy,
         "wavelength_low": low, "wavelength_high": high,
     }
 

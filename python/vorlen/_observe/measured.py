@@ -14,6 +14,7 @@ from .._base.files import as_path, read_file
 from .._base.types import Array, PathLike
 from .._recipe.quantities import number_in
 from . import text_table, xrdml
+from .constants import HC
 from .curve import KINDS, Curve
 from .headings import QUANTITIES, Heading, heading_of, unit_in
 from .text_table import TextTable, decoded, parse_table
@@ -38,7 +39,6 @@ MEANINGS = {
     "curvature": "curvature of the wafer, positive when concave seen from the film",
     "reflectance": "share of the light that is reflected",
 }
-HC = 1239.8419843320026  # eV nm, from the exact values of h, c and e in the SI
 LARGEST_REFLECTANCE = 1.5  # more is a percentage whose unit is missing
 PEAK_HEIGHT = 0.5  # of the maximum, above which points belong to a peak
 

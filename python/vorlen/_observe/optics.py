@@ -28,11 +28,11 @@ from numpy.typing import NDArray
 
 from .._base.types import Array
 from .bands import ROOM_TEMPERATURE, band_gap
+from .constants import HC
 from .nitrides import NITRIDES
 
 Complex = NDArray[np.complex128]
 
-PHOTON = 1239.842  # energy times wavelength of light, eV nm
 SHORTEST, LONGEST = 350.0, 1000.0  # nm; the constants are those of this range
 
 AMPLITUDE = {"In": 9.94, "Ga": 9.94, "Al": 14.26}
@@ -62,7 +62,7 @@ def nitride_index(x: Array, wavelength: float, temperature: Any = ROOM_TEMPERATU
         (x @ np.array([table[metal] for metal in NITRIDES]))[shape] for table in (AMPLITUDE, BACKGROUND)
     )
     x_in, x_ga, x_al = (column[shape] for column in x.T)
-    y = PHOTON / wavelength / band_gap(x_in, x_ga, x_al, temperature)
+    y = HC / wavelength / band_gap(x_in, x_ga, x_al, temperature)
     edge = 2.0 - np.sqrt(1.0 + y) - np.conj(np.sqrt(1.0 - y + 0j))
     index: Complex = np.sqrt(amplitude * edge / y**2 + background)
     return index
@@ -84,5 +84,5 @@ def substrate_index(name: str, wavelength: float, temperature: Array) -> Complex
         index = 2.55378 + 0.03417 / square
     else:
         energy, n, k = SILICON.T
-        index = complex(np.interp(PHOTON / wavelength, energy, n), np.interp(PHOTON / wavelength, energy, k))
+        index = complex(np.interp(HC / wavelength, energy, n), np.interp(HC / wavelength, energy, k))
     return np.full(len(temperature), index, complex)

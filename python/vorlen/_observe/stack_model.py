@@ -18,9 +18,9 @@ import numpy as np
 
 from .._base.types import Array, Mask
 from .blocks import SAME_ROD, Blocks
+from .constants import HC_ANGSTROM
 from .reflections import Reflection, two_theta_on_rod
 
-HC = 12398.41984  # eV angstrom
 SPACE_GROUP = 186  # P6_3mc
 ANION = 0.375  # height of nitrogen above the metal, in units of c: of ideal tetrahedra
 GRAZING_EXIT = 0.05  # deg; smallest angle between the diffracted beam and the surface
@@ -87,7 +87,7 @@ def intensities(
 def _is_above(omega: Array, qx: float, energy: float) -> Mask:
     """Where the diffracted beam of a rod is above the surface. Elsewhere nothing leaves the crystal."""
     with np.errstate(invalid="ignore"):  # no such beam
-        leaving = two_theta_on_rod(omega, qx, 2.0 * math.pi * energy / HC) - omega
+        leaving = two_theta_on_rod(omega, qx, 2.0 * math.pi * energy / HC_ANGSTROM) - omega
     above: Mask = (leaving >= GRAZING_EXIT) & (leaving <= 180.0 - GRAZING_EXIT)
     return above
 
@@ -125,7 +125,7 @@ def rods_of(blocks: Blocks) -> Any:
 
 def _absorber(x: Array, a: float, c: float, reflection: Reflection, energy: float) -> Any:
     """A crystal with the density of the one with the lattice constants a and c, but with a reflection out of reach."""
-    short = float(reflection.qz(1.0)) / (OUT_OF_REACH * 2.0 * math.pi * energy / HC)
+    short = float(reflection.qz(1.0)) / (OUT_OF_REACH * 2.0 * math.pi * energy / HC_ANGSTROM)
     return _crystal(x, a, short, short / c)
 
 

@@ -17,6 +17,7 @@ from .._base.arguments import check_number
 from .._base.types import Array
 from .._recipe.quantities import has_unit, is_quantity, number_in
 from .blocks import PHASE, Blocks, blocks_of, strained_c
+from .constants import HC_ANGSTROM
 from .curve import Curve
 from .reflections import (
     Reflection,
@@ -28,7 +29,7 @@ from .reflections import (
     two_theta_on_rod,
 )
 from .slices import Slices
-from .stack_model import HC, energy_of, imported_xrayutilities, intensities
+from .stack_model import energy_of, imported_xrayutilities, intensities
 
 BLOCKS_MAX = 2000
 POINTS, POINTS_MAX = 2001, 100_000
@@ -68,7 +69,7 @@ def xrd_curve(
     imported_xrayutilities()  # first of all, so that a missing package is reported before any wrong argument
     reflection = given_reflection(hkl)
     photon = given_energy(energy)
-    wavenumber = 2.0 * math.pi * photon / HC
+    wavenumber = 2.0 * math.pi * photon / HC_ANGSTROM
     _check_choice("template", template, TEMPLATES)
     _check_choice("geometry", geometry, GEOMETRIES)
     _check_choice("polarization", polarization, ("S", "P", "both"))
@@ -155,7 +156,7 @@ def given_energy(energy: Any) -> float:
             wavelength = float(number_in(energy, "energy", "angstrom"))
         except ValueError:
             raise ValueError(f"energy must be an energy, a wavelength or the name of a line, got {energy!r}") from None
-        value = HC / wavelength if wavelength > 0.0 else math.nan
+        value = HC_ANGSTROM / wavelength if wavelength > 0.0 else math.nan
     if not 1000.0 <= value <= 100_000.0:
         raise ValueError(f"energy must be 1 to 100 keV, which is 0.124 to 12.4 angstrom, got {energy!r}")
     return value

@@ -8,12 +8,12 @@ from xml.etree import ElementTree
 import numpy as np
 
 from .._base.types import Array
+from .constants import HC_ANGSTROM
 
 SIZE_MAX = 50_000_000  # bytes
 DEPTH_MAX = 100  # of nested elements; a scan has 6
 POINTS_MAX = 1_000_000
 COPPER = 1.5406  # angstrom, wavelength of Cu K-alpha 1
-HC = 12398.419843320026  # eV angstrom, from the exact values of h, c and e in the SI
 AXES = {"2Theta": "two_theta", "Omega": "omega"}
 
 
@@ -39,7 +39,7 @@ class Scan(NamedTuple):
         """The energy of the X-rays, as Run.xrd() takes it; None if it is unknown."""
         if self.wavelength is None:
             return None
-        return "CuKa1" if abs(self.wavelength - COPPER) < 2e-4 else f"{HC / self.wavelength:.8g} eV"
+        return "CuKa1" if abs(self.wavelength - COPPER) < 2e-4 else f"{HC_ANGSTROM / self.wavelength:.8g} eV"
 
 
 def scans_of(content: bytes, name: str) -> list[Scan]:

@@ -75,6 +75,8 @@ def wanted_of(options: argparse.Namespace) -> dict[str, dict[str, Any]]:
             wanted[kind] = {} if value == "" else {argument: miller_indices(value) if kind == "xrd" else value}
     if options.emission:
         wanted["emission"] = {}
+    if "reflectance" in wanted:  # of the same wafer
+        wanted["reflectance"] |= wanted.get("curvature", {})
     return wanted
 
 

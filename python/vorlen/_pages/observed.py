@@ -12,7 +12,7 @@ import numpy as np
 import pandas as pd
 
 from .._base.types import Array
-from .._observe.curve import KINDS, Curve
+from .._observe.curve import KINDS, Curve, named_peaks
 from .._observe.matching import UNITS, smallest_intensity
 from .._runs.agreement import COLUMNS, Agreement, agreement_table
 from .._runs.plot_agreement import agreement_text
@@ -31,8 +31,8 @@ SETTINGS = {  # in words, below a chart
 }
 WELL_COLUMNS = {  # of the many of Run.emission(): headings
     "layer": "Layer", "name": "Name", "thickness": "Thickness", "x_in": "In", "x_al": "Al", "field": "Field",
-    "overlap": "Overlap", "energy": "Energy", "wavelength": "Wavelength", "wavelength_low": "at least",
-    "wavelength_high": "at most", "note": "Note",
+    "overlap": "Overlap", "energy": "Energy", "wavelength": "Wavelength", "wavelength_low": "\u2212\u03c3",
+    "wavelength_high": "+\u03c3", "note": "Note",
 }
 MAX_POINTS = 4000  # of a curve in a chart; files have all
 DIGITS = 7
@@ -129,6 +129,7 @@ def _of_curve(curve: Curve) -> dict[str, Any]:
         if part in KINDS[curve.kind].parts and part in curve.table:
             chart["curves"].append(_line(curve.x, curve.table[part].to_numpy(float), part, colour, dashed=True))
     chart["notes"] = list(curve.notes)
+    chart["peaks"] = named_peaks(curve, *chart["range"])
     return chart
 
 
@@ -143,7 +144,8 @@ def _of_agreement(agreement: Agreement, name: str) -> dict[str, Any]:
     text = agreement_text(agreement)
     chart["text"] = text[:1].upper() + text[1:]
     chart["notes"] = [*measured.notes, *agreement.notes]
-    if match is not None:
+    if agreement.simulated is not None and match is not None:
+        chart["peaks"] = [(x + match.shift, label) for x, label in named_peaks(agreement.simulated, *chart["range"])]
         chart["curves"].append(_line(match.x, match.simulated, name, "indium"))
         unit = UNITS[measured.kind]
         chart["difference"] = _line(match.x, match.deviations, "difference", "ink") | {
@@ -158,7 +160,7 @@ def _chart(kind: str, curve: Curve, settings: str) -> dict[str, Any]:
     x = curve.x[np.isfinite(curve.x)]
     return {
         "kind": kind, "title": TITLES[kind], "x": KINDS[kind].x, "y": KINDS[kind].y, "log": KINDS[kind].logarithmic,
-        "settings": settings, "text": "", "lines": [], "lines_name": "", "difference": None,
+        "settings": settings, "text": "", "lines": [], "lines_name": "", "peaks": [], "difference": None,
         "range": [float(x.min()), float(x.max())] if len(x) else [0.0, 1.0],
     }
 
@@ -226,5 +228,5 @@ def _cell(value: Any) -> str:
     if isinstance(value, (bool, np.bool_)):
         return "yes" if value else "no"
     if isinstance(value, (int, float, np.number)):
-        return number(float(value), 5)
+        return number(float(value), 4)
     return str(value) if value is not None and str(value) else MISSING

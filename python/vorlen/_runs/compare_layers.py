@@ -6,7 +6,7 @@ import json
 import subprocess
 from typing import Any
 
-from .._base.files import memory_file, path_of_descriptor
+from .._base.system import memory_file, run_program
 from .._base.tool import find_tool
 from .run import Run
 
@@ -26,15 +26,7 @@ def compared_layers(first: Run, other: Run) -> dict[str, Any]:
         raise RuntimeError("the command vorlen, which compares layers, was not found; set VORLEN to its path")
     with memory_file(first.content) as a, memory_file(other.content) as b:
         try:
-            answer = subprocess.run(
-                [tool, "diff", "--json", path_of_descriptor(a), path_of_descriptor(b)],
-                capture_output=True,
-                timeout=TIMEOUT,
-                check=False,
-                encoding="utf-8",
-                errors="replace",
-                pass_fds=[a, b],
-            )
+            answer = run_program([tool, "diff", "--json", a.path, b.path], [a, b], TIMEOUT)
             if answer.returncode < EXIT_TROUBLE:
                 return dict(json.loads(answer.stdout))
             reason = answer.stderr.strip()

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import re
 from collections.abc import Iterable, Sequence
 from typing import TYPE_CHECKING, Any
 
@@ -82,8 +83,9 @@ def agreement_text(agreement: Agreement) -> str:
     unit = "" if row["unit"] == "1" else f" {row['unit']}"
     of_x = "{:.4f}\u00b0" if agreement.measured.kind == "xrd" else "{:.1f} nm" if agreement.match is None else "{:.1f} s"
     parts = [] if agreement.match is None else [f"rms {row['rms']:.3g}{unit}"]
-    if np.isfinite(row["peak_shift"]):
-        parts.append(f"peak {of_x.replace('{:', '{:+').format(row['peak_shift'])} from the measured one")
+    shift = of_x.replace("{:", "{:+").format(row["peak_shift"])
+    if np.isfinite(row["peak_shift"]) and re.search("[1-9]", shift):
+        parts.append(f"peak {shift} from the measured one")
     if agreement.match is not None and row["shift"] != 0:
         parts.append(f"simulated curve moved by {of_x.format(row['shift'])}")
     return ", ".join(parts).replace("-", "\u2212")

@@ -15,13 +15,12 @@ from .._base.files import (
     as_path,
     check_place,
     locked_part,
-    memory_file,
     part_of,
-    path_of_descriptor,
     put_in_place,
     replace_file,
 )
 from .._base.library import simulate
+from .._base.system import memory_file
 from .._base.termination import exit_on_sigterm, removed_on_sigterm
 from .._base.types import PathLike
 from .._recipe.check import warn_about
@@ -109,7 +108,7 @@ class _Outcome:
 
 def _run_without_file(source: RecipeSource, scheme: str | None) -> _Outcome:
     with memory_file() as file:
-        return _simulate(source, path_of_descriptor(file), "the result", scheme)
+        return _simulate(source, file.path, "the result", scheme)
 
 
 def _run_to_file(source: RecipeSource, result: PathLike, scheme: str | None) -> _Outcome:
@@ -170,9 +169,9 @@ def _simulate(source: RecipeSource, output: Path, name: str, scheme: str | None)
     with memory_file(simulated_source.content or b"") as file:  # a recipe that changes meanwhile has no influence
         with removed_on_sigterm(output):
             begin = time.perf_counter()
-            status, text = simulate(path_of_descriptor(file), output)
+            status, text = simulate(file.path, output)
         wall_time = time.perf_counter() - begin
-        text = _renamed(text, path_of_descriptor(file), str(source.path or "recipe.xml"))
+        text = _renamed(text, file.path, str(source.path or "recipe.xml"))
     text = _renamed(text, output, name)
     content, cut = _whole_lines(output)
     rows = Run(content, None, source, text, wall_time, scheme) if has_rows(content) else None

@@ -111,7 +111,7 @@ def _path_in_status(path: PathLike, status_file: Path) -> str:
     """A path as a status file has it."""
     absolute, folder = _with_resolved_folder(path), status_file.parent.resolve()
     shown = absolute.relative_to(folder) if absolute.is_relative_to(folder) else absolute
-    return os.fsencode(shown).decode("utf-8", "replace")  # JSON has no other bytes
+    return os.fsencode(shown.as_posix()).decode("utf-8", "replace")  # JSON has no other bytes
 
 
 def _with_resolved_folder(path: PathLike) -> Path:

@@ -9,9 +9,6 @@ from __future__ import annotations
 import json
 import math
 import os
-import select
-import signal
-import subprocess
 import sys
 import threading
 import time
@@ -19,13 +16,14 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import Any
 
+from .._base.system import ending_of, has_input, is_closed_pipe, start_worker
 from .._recipe.scheme import scheme_of
 from .._recipe.source import RecipeSource
 from .._runs.status import write_status
 from .plan import row_files
 from .row import add_row, empty_row, start_row
 
-LONGEST_WAIT = 1e6  # s, of one call of select(), which has a limit
+LONGEST_WAIT = 1e6  # s, of one call of has_input(); select() has a limit
 
 _thread = threading.local()
 
@@ -59,18 +57,7 @@ class WorkerProcess:
 
     def __init__(self) -> None:
         # The caller handles interrupts and kills the worker, which would print a traceback.
-        mask = signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGINT])  # of this thread, and inherited
-        try:
-            process = subprocess.Popen(
-                [sys.executable, "-m", "vorlen._sweep.worker"],
-                stdin=subprocess.PIPE,
-                stdout=subprocess.PIPE,
-                bufsize=0,
-                env=_worker_environment(),
-                start_new_session=True,  # the terminal sends it no signals
-            )
-        finally:
-            signal.pthread_sigmask(signal.SIG_SETMASK, mask)
+        process = start_worker([sys.executable, "-m", "vorlen._sweep.worker"], _worker_environment())
         assert process.stdin is not None and process.stdout is not None
         self.process = process
         self.requests_pipe, self.answers_pipe = process.stdin, process.stdout
@@ -106,14 +93,16 @@ class WorkerProcess:
         try:
             while request:
                 request = request[self.requests_pipe.write(request) :]
-        except BrokenPipeError:
+        except OSError as error:
+            if not is_closed_pipe(error):
+                raise
             raise self._ended() from None
 
     def _read_line(self, timeout: float | None) -> bytes:
         deadline = None if timeout is None else time.monotonic() + timeout
         while b"\n" not in self.unread:
             left = LONGEST_WAIT if deadline is None else deadline - time.monotonic()
-            if not select.select([self.answers_pipe], [], [], max(0.0, min(left, LONGEST_WAIT)))[0]:
+            if not has_input(self.answers_pipe, max(0.0, min(left, LONGEST_WAIT))):
                 if left > LONGEST_WAIT or deadline is None:
                     continue
                 raise WorkerEnded("timeout", f"not finished within {timeout:g} s")
@@ -125,9 +114,7 @@ class WorkerProcess:
         return line
 
     def _ended(self) -> WorkerEnded:
-        code = self.process.wait()
-        reason = f"by signal {-code}, {signal.Signals(-code).name}" if code < 0 else f"with exit status {code}"
-        return WorkerEnded("crashed", f"the worker process ended {reason}")
+        return WorkerEnded("crashed", f"the worker process ended {ending_of(self.process.wait())}")
 
     def close(self) -> None:
         """Kills the process."""
@@ -208,8 +195,3 @@ class LocalPool(ThreadPoolExecutor):
         self.shutdown(wait=True)
         for worker in self.workers:
             worker.close()
-
-
-def default_workers() -> int:
-    """The number of processors that this process may use."""
-    return len(os.sched_getaffinity(0))

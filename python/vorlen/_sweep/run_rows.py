@@ -13,10 +13,11 @@ from pathlib import Path
 from typing import Any
 
 from .._base.files import as_path
+from .._base.system import processors
 from .._base.types import PathLike
 from .folder import remove_row_litter
 from .plan import Plan, make_task
-from .pool import LocalPool, WorkerStartError, default_workers, run_row
+from .pool import LocalPool, WorkerStartError, run_row
 from .row import Row, empty_row
 
 
@@ -24,7 +25,7 @@ def pool_of(workers: int | None, executor: Executor | None) -> contextlib.Abstra
     """The executor, or worker processes on this machine."""
     if executor is not None:
         return contextlib.nullcontext(executor)
-    return LocalPool(workers or default_workers())
+    return LocalPool(workers or processors())
 
 
 @contextlib.contextmanager
@@ -57,7 +58,7 @@ def run_rows(
     inputs = plan.rows()
     tasks = [make_task(plan, folder, number, inputs[number], resume) for number in numbers]
     try:
-        with pool_of(min(workers or default_workers(), len(tasks)), executor) as pool:
+        with pool_of(min(workers or processors(), len(tasks)), executor) as pool:
             run_into(rows, numbers, tasks, pool, progress)
     finally:
         if executor is None:  # whose processes may still be writing

@@ -8,24 +8,13 @@ another worker.
 from __future__ import annotations
 
 import contextlib
-import ctypes
 import json
 import os
-import signal
 import sys
 
 from .._base.library import LibraryNotFoundError, _load, find_library
+from .._base.system import die_with_parent
 from .row import do_row
-
-PR_SET_PDEATHSIG = 1  # <sys/prctl.h>
-
-
-def _die_with_parent() -> None:
-    """Ends the worker with its parent, even while it hangs in the library."""
-    parent = os.getppid()
-    ctypes.CDLL(None).prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
-    if os.getppid() != parent:
-        sys.exit()
 
 
 def main() -> None:
@@ -35,7 +24,7 @@ def main() -> None:
 
 
 def _serve() -> None:
-    _die_with_parent()
+    die_with_parent()
     answers = os.fdopen(os.dup(1), "wb", buffering=0)
     os.dup2(2, 1)  # output of the library must not be mistaken for an answer
     try:

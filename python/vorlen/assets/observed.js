@@ -2,6 +2,7 @@
 "use strict";
 const Observed = (() => {
   const HEIGHT = 330, BELOW = 110;  // pixels: of the curves, and of the difference below them
+  const LABELS = 0.25;  // room above the curve for the names of peaks, as a share of its range
   const GAP = 0.06;  // between the two, as a share of both
   const SUPERSCRIPTS = "⁰¹²³⁴⁵⁶⁷⁸⁹";
 
@@ -49,6 +50,7 @@ const Observed = (() => {
       title: { text: chart.y, standoff: 4 } });
     if (chart.log) {
       const range = logRange(chart.curves);
+      if (chart.peaks.length && !narrow) range[1] += LABELS * (range[1] - range[0]);
       Object.assign(layout.yaxis, { type: "log", range }, decades(range));
     }
     const data = chart.curves.map((curve) => trace(curve, colour, "y"));
@@ -65,7 +67,19 @@ const Observed = (() => {
         data.push({ type: "scatter", mode: "lines", name: chart.lines_name, x: [null], y: [null], line: { color: colour("indium"), width: 1.5 } });
       }
     });
+    markPeaks(layout, chart.peaks, colour, narrow);
     return { data, layout };
+  }
+
+  // Thin lines with the names of peaks; without names on narrow screens.
+  function markPeaks(layout, peaks, colour, narrow) {
+    for (const [place, name] of peaks) {
+      layout.shapes.push({ type: "line", xref: "x", yref: "y domain", x0: place, x1: place, y0: 0, y1: 1, layer: "below",
+        line: { color: colour("grid"), width: 1 } });
+      if (narrow) continue;
+      layout.annotations.push({ xref: "x", yref: "y domain", x: place, y: 1, text: Texts.plain(name), textangle: -90, showarrow: false,
+        xanchor: "right", yanchor: "top", font: { size: 10, color: colour("axis") } });
+    }
   }
 
   // Draws all charts. Returns promises of the drawing, and pictures for downloads.
