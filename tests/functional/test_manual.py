@@ -76,6 +76,8 @@ def misfits(words):
         yield from (f"no package {word} in setup.sh" for word in words[words.index("install") + 1:] if word not in known)
     program = os.path.join(SOURCE, words[0])
     if words[0].endswith(".py") and os.path.exists(program):
+        if not os.access(program, os.X_OK):
+            yield "can't be executed"
         run = subprocess.run([sys.executable, "-B", program, *words[1:], "--help"], capture_output=True, encoding="utf-8",
                              check=False)
         if run.returncode != 0:
