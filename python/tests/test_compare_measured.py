@@ -79,6 +79,29 @@ def test_times_are_matched_where_both_curves_are(run):
     assert np.isnan(found.scale[0]) and np.isnan(found.peak_shift[0])
 
 
+def test_a_sensor_that_is_not_calibrated(run):
+    for kind, change, scale, zero in (
+        ("curvature", lambda y: y - 12.5, None, -12.5), ("reflectance", lambda y: 3.4 * y, 3.4, None),
+    ):
+        simulated = getattr(run, kind)()
+        measured = over_time(kind, simulated.x, change(simulated.y))
+        (as_it_is,) = vorlen.deviations(run, measured).to_dict("records")
+        assert as_it_is["rms"] > 0.1 and np.isnan([as_it_is["scale"], as_it_is["background"]]).all()
+        measured.settings["calibrated"] = False
+        (row,) = vorlen.deviations(run, measured).to_dict("records")
+        assert row["rms"] < 1e-12
+        for name, expected in (("scale", scale), ("background", zero)):
+            assert np.isnan(row[name]) if expected is None else row[name] == pytest.approx(expected, rel=1e-12)
+
+
+def test_a_dark_simulation_leaves_the_factor_of_a_reflectance(run):
+    dark = over_time("reflectance", np.arange(10.0), np.zeros(10))
+    measured = over_time("reflectance", np.arange(10.0), np.ones(10))
+    measured.settings["calibrated"] = False
+    match = matched(dark, places_of(dark, measured, None))
+    assert match.scale == 1.0 and match.rms == 1.0
+
+
 def test_settings_of_the_measured_curve_are_those_of_the_simulation(run):
     simulated = run.reflectance("633 nm")
     measured = over_time("reflectance", simulated.x, simulated.y)

@@ -142,6 +142,20 @@ def test_curves_over_time_and_a_spectrum(grown):
     assert fit.constants.low[0] < TRUE < fit.constants.high[0] and fit.fitted.points[1] == 1
 
 
+def test_a_sensor_that_is_not_calibrated_gives_the_same_constant(grown):
+    curvature = grown.curvature()
+    noise = 0.002 * np.random.default_rng(3).standard_normal(len(curvature.x))
+    fits = []
+    for bow in (0.0, 7.5):
+        sensor = over_time("curvature", curvature.x, curvature.y + noise + bow)
+        sensor.settings["calibrated"] = False
+        fits.append(vorlen.fit(layer(START), BOUNDS, [(sensor, 0.002)], workers=1))
+    zeros = [fit.offsets.set_index("name").value["background"] for fit in fits]
+    assert zeros == pytest.approx([0.0, 7.5], abs=0.01)
+    assert fits[1].constants.value[0] == pytest.approx(fits[0].constants.value[0], rel=1e-3)
+    assert abs(np.log(fits[1].constants.value[0] / TRUE)) < 3.0 * fits[1].constants.relative_error[0] < 0.1
+
+
 def test_the_figure_has_values_and_curves(fast, grown, tmp_path):
     measured = {"scan": as_measured(fast), "x_in_2": (grown.layers.x_in[2], 0.002)}
     fit = vorlen.fit(layer(9.5e12), BOUNDS, measured, workers=1)

@@ -117,6 +117,18 @@ def test_a_percentage_without_its_unit_is_not_taken_for_a_fraction(file):
         read(path, units=("s", "kg"))
 
 
+def test_a_reflectance_that_is_not_calibrated_may_have_any_unit(file):
+    path = file("time (s),reflectance\n0,2\n1,3\n2,2.5\n")
+    with pytest.raises(ValueError, match="values up to 3 and no unit"):
+        read(path)
+    curve = read(path, calibrated=False)
+    assert list(curve.y) == [2, 3, 2.5] and curve.settings["calibrated"] is False
+    volts = read(path, units=("s", "V"), calibrated=False)
+    assert list(volts.y) == [2, 3, 2.5]
+    with pytest.raises(TypeError, match="calibrated must be True or False"):
+        read(path, calibrated="no")
+
+
 def test_columns_without_headings_need_a_kind(file):
     path = file("34.0 10\n34.1 20\n", "scan.xy")
     with pytest.raises(ValueError, match=r"unknown kind: give kind=.*2 columns without headings, first line '34.0 10'"):

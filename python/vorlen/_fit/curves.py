@@ -15,7 +15,7 @@ from __future__ import annotations
 import numpy as np
 
 from .._base.types import Array
-from .._observe.matching import Places, independent_points, matched, places_of
+from .._observe.matching import Places, adjusted, independent_points, matched, places_of
 from .._observe.measured import peak
 from .._runs.agreement import Agreement, Range, agreement_of, simulated_like
 from .._runs.run import Run
@@ -43,7 +43,7 @@ class CurveTarget:
     @property
     def nuisances(self) -> int:
         """The number of values that are adjusted without a simulation."""
-        return (2 if self.target.curve.kind == "xrd" else 0) + (self.shifts is not None)
+        return len(adjusted(self.target.curve)) + (self.shifts is not None)
 
     def deviations(self, run: Run, key: tuple[float, ...]) -> Array:
         """Those of a run. key: of the point. Raises ValueError if the curve can't be simulated."""

@@ -27,6 +27,7 @@ import pandas as pd
 from .._base.arguments import check_flags, check_number, check_timeout, given_executor, is_number
 from .._base.types import PathLike
 from .._observe.curve import Curve
+from .._observe.matching import adjusted
 from .._recipe.check import warn_about
 from .._recipe.recipe import Recipe, place_in
 from .._recipe.source import RecipeLike
@@ -449,9 +450,9 @@ def _offsets(
     for curve, (place, one) in zip(model.curves, agreements.items()):
         if one.match is None:
             continue
-        if one.measured.kind == "xrd":
-            rows.append((*place, "scale", one.match.scale, np.nan, np.nan, ""))
-            rows.append((*place, "background", one.match.background, np.nan, np.nan, ""))
+        for name in adjusted(one.measured):
+            unit = "1/km" if one.measured.kind == "curvature" else ""
+            rows.append((*place, name, getattr(one.match, name), np.nan, np.nan, unit))
         if curve.shifts is not None:
             name, unit = ("angle_offset", "deg") if one.measured.kind == "xrd" else ("time_offset", "s")
             rows.append((*place, name, one.match.shift, np.nan, np.nan, unit))

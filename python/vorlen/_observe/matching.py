@@ -6,7 +6,9 @@ smallest weighted sum of squares, so neither matters. The weight of a point is 1
 counts of the point: counting noise is 0.434 / sqrt(N) decades, and 0.05 decades is what a good model misses. Points
 without counts are taken at one count, or at the smallest intensity of the curve.
 
-Curvature and reflectance have an absolute scale; their deviations are differences.
+Curvature and reflectance have an absolute scale, and their deviations are differences. If the sensor was
+not calibrated, the zero of the curvature, which is the bow of the wafer before growth, and the factor of the reflectance,
+which is the gain, are those with the smallest sum of squares.
 """
 
 from __future__ import annotations
@@ -26,6 +28,7 @@ SHIFTS = 41
 REFINEMENTS = 60  # steps of the golden section; each shrinks an interval to 0.618 of it
 FEWEST_POINTS = 5
 GOLDEN = 0.5 * (np.sqrt(5.0) - 1.0)
+ADJUSTED = {"curvature": ("background",), "reflectance": ("scale",)}  # fields of a match, without a calibration
 UNITS = {"xrd": "decades", "curvature": "1/km", "reflectance": "1", "emission": "nm"}  # of deviations
 
 
@@ -37,8 +40,8 @@ class Match(NamedTuple):
     simulated: Array  # at the same places, adjusted
     deviations: Array  # simulated less measured; decades for xrd
     weights: Array  # 1, or less for points with few counts
-    scale: float  # of the intensity, 1 if it is not adjusted
-    background: float  # in the unit of the measured intensity, 0 if it is not adjusted
+    scale: float  # of the simulated curve, 1 if it is not adjusted
+    background: float  # added to it, in the unit of the measured curve; 0 if it is not adjusted
     shift: float  # by which the simulated curve is moved along the abscissa
 
     @property
@@ -69,6 +72,13 @@ def places_of(simulated: Curve, measured: Curve, shifts: tuple[float, float] | N
     return Places(measured, chosen, shifts)
 
 
+def adjusted(measured: Curve) -> tuple[str, ...]:
+    """Which of scale and background are adjusted to a measured curve."""
+    if measured.kind == "xrd":
+        return "scale", "background"
+    return () if measured.settings.get("calibrated", True) else ADJUSTED.get(measured.kind, ())
+
+
 def matched(simulated: Curve, places: Places) -> Match:
     """The simulated curve with the scale, background and shift that agree best with the measured one."""
     x, measured = places.curve.x[places.chosen], places.curve.y[places.chosen]
@@ -81,14 +91,19 @@ def matched(simulated: Curve, places: Places) -> Match:
         def at(shift: float) -> Match:
             model = np.exp(np.interp(x - shift, simulated.x, logs))
             scale, background = scale_and_background(model, target, weights)
-            adjusted = scale * model + background
-            return Match(x, measured, adjusted, np.log10(adjusted) - target, weights, scale, background, shift)
+            found = scale * model + background
+            return Match(x, measured, found, np.log10(found) - target, weights, scale, background, shift)
     else:
         ones = np.ones(len(x))
+        free = adjusted(places.curve)
 
         def at(shift: float) -> Match:
             model = np.interp(x - shift, simulated.x, simulated.y)
-            return Match(x, measured, model, model - measured, ones, 1.0, 0.0, shift)
+            power = float(model @ model)
+            scale = float(model @ measured) / power if "scale" in free and power > 0 else 1.0
+            zero = float(np.mean(measured - model)) if "background" in free else 0.0
+            found = scale * model + zero
+            return Match(x, measured, found, found - measured, ones, scale, zero, shift)
 
     if places.shifts is None:
         return at(0.0)

@@ -10,6 +10,7 @@ from typing import Any
 import numpy as np
 import pandas as pd
 
+from .._base.arguments import check_flags
 from .._base.files import as_path, read_file
 from .._base.types import Array, PathLike
 from .._recipe.quantities import number_in
@@ -29,8 +30,8 @@ AXES: dict[str, tuple[tuple[str, ...], str]] = {  # what the two columns of a cu
 }
 SETTINGS = {  # what a simulation of the same curve may need to know, by kind
     "xrd": ("hkl", "energy", "resolution", "reference", "template", "geometry", "polarization", "monochromator"),
-    "curvature": ("substrate", "thickness", "gradient", "span"),
-    "reflectance": ("wavelength", "substrate", "thickness", "back", "temperature", "span"),
+    "curvature": ("substrate", "thickness", "gradient", "span", "calibrated"),
+    "reflectance": ("wavelength", "substrate", "thickness", "back", "temperature", "span", "calibrated"),
     "emission": ("temperature", "screening", "field", "constants"),
 }
 MEANINGS = {
@@ -83,7 +84,8 @@ def read(
         Name for legends. None: that of the file without its ending.
     settings : any
         As keywords, what is needed to simulate the same curve: hkl and energy for xrd, substrate and thickness for curvature,
-        wavelength and substrate for reflectance.
+        wavelength and substrate for reflectance. calibrated=False for a curvature whose zero, or a reflectance whose
+        factor, is not known: comparisons and fits adjust it.
 
     Returns
     -------
@@ -105,6 +107,7 @@ def read(
     place = as_path(path, "path")
     if kind is not None and kind not in AXES:
         raise ValueError(f"kind must be one of {', '.join(AXES)}, got {kind!r}")
+    check_flags(calibrated=settings.get("calibrated", True))
     content = _content(place)
     shown = str(place)
     is_xml = content.lstrip(b"\xef\xbb\xbf \t\r\n").startswith(b"<") or content.startswith((b"\xff\xfe<", b"\xfe\xff\0<"))
@@ -232,7 +235,10 @@ def _curve_of_text(
     values = {}
     for place, meaning, unit in zip(places, meanings, stated):
         shown = f"{name}, column {table.headings[place] or place + 1}"
-        values[meaning.quantity] = _converted(table.numbers[:, place], meaning, unit, shown, notes)
+        if meaning.quantity == "reflectance" and not settings.get("calibrated", True):
+            values["reflectance"] = table.numbers[:, place]  # in any unit, such as volts
+        else:
+            values[meaning.quantity] = _converted(table.numbers[:, place], meaning, unit, shown, notes)
     intensity = _unit_of_intensity(stated[1], meanings[1]) if meanings[1].quantity == "intensity" else ""
     if kind == "xrd":
         of_omega = [place for place, one in enumerate(found) if one is not None and one.quantity == "omega" and place not in places]

@@ -32,6 +32,9 @@ def add_command(commands: Any) -> None:
         help="measured curves to draw with the simulated ones; KIND=FILE for files without headings",
     )
     command.add_argument(
+        "--not-calibrated", action="store_true", help="adjust the zero of measured curvatures and the factor of reflectances"
+    )
+    command.add_argument(
         "--angle-offset", metavar=("LOW", "HIGH"), nargs=2, help="offset of measured angles 2theta to search for, deg"
     )
     command.add_argument("--time-offset", metavar=("LOW", "HIGH"), nargs=2, help="offset of measured times to search for, s")
@@ -46,7 +49,7 @@ def _observe(options: argparse.Namespace) -> int:
     wanted = wanted_of(options)
     angles = checked_offset("--angle-offset", options.angle_offset, "deg")
     times = checked_offset("--time-offset", options.time_offset, "s")
-    curves = [_read(word, wanted) for word in options.measured]
+    curves = [_read(word, wanted, not options.not_calibrated) for word in options.measured]
     if curves:
         checked_curves(curves)
     run = run_of_result(result, None if options.recipe is None else RecipeSource.of(Path(options.recipe)))
@@ -93,9 +96,9 @@ def miller_indices(text: str) -> tuple[int, int, int]:
     raise ValueError(f"--xrd must be a reflection such as 002, 004, 105 or 1,0,-5, got {text!r}")
 
 
-def _read(word: str, wanted: dict[str, dict[str, Any]]) -> Curve:
+def _read(word: str, wanted: dict[str, dict[str, Any]], calibrated: bool) -> Curve:
     """A measured file; settings are those of the option for its kind."""
     kind, _, path = word.partition("=")
     curve = measured.read(path, kind) if path and kind in OBSERVABLES else measured.read(word)
-    curve.settings |= wanted.get(curve.kind, {})
+    curve.settings |= wanted.get(curve.kind, {}) | {"calibrated": calibrated}
     return curve

@@ -11,7 +11,7 @@ import pandas as pd
 
 from .._base.arguments import is_number
 from .._observe.curve import Curve
-from .._observe.matching import FEWEST_POINTS, UNITS, Match, matched, places_of
+from .._observe.matching import FEWEST_POINTS, UNITS, Match, adjusted, matched, places_of
 from .._observe.measured import peak
 from .._recipe.quantities import number_in
 from .run import Run
@@ -23,8 +23,8 @@ COLUMNS = (  # of the table of agreements: column, unit, meaning
     ("points", "1", "measured points that were compared"),
     ("rms", "", "root mean square of the deviations, in the unit beside it"),
     ("unit", "", "unit of rms: decades of intensity for xrd, nm for emission"),
-    ("scale", "1", "factor of the simulated intensity"),
-    ("background", "1", "background of the intensity"),
+    ("scale", "1", "factor of the simulated curve, if it was adjusted"),
+    ("background", "", "background of the intensity, or zero of the curvature in 1/km, if it was adjusted"),
     ("shift", "", "by which the simulated curve was moved, deg or s"),
     ("peak_measured", "", "position of the highest measured peak, deg of 2theta or nm"),
     ("peak_simulated", "", "position of the highest simulated peak, or mean wavelength of the wells"),
@@ -55,9 +55,7 @@ class Agreement(NamedTuple):
         if self.match is None:
             return row | {"points": 1, "rms": abs(row["peak_shift"])}
         row |= {"points": len(self.match.x), "rms": self.match.rms, "shift": self.match.shift}
-        if self.measured.kind == "xrd":
-            row |= {"scale": self.match.scale, "background": self.match.background}
-        return row
+        return row | {name: getattr(self.match, name) for name in adjusted(self.measured)}
 
     def table(self) -> pd.DataFrame:
         """The measured points, and the simulated curve and the deviations where these are compared."""
