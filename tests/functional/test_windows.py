@@ -44,6 +44,16 @@ def processes_with(word):
     return found
 
 
+def processor_time(process):
+    """In seconds; 0 if the process has ended."""
+    try:
+        with open(f"/proc/{process}/stat", encoding="utf-8") as file:
+            user, system = file.read().rpartition(")")[2].split()[11:13]
+    except OSError:
+        return 0.0
+    return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK")
+
+
 class OnWindows(InAFolder):
     def status_of(self, name):
         return json.loads(self.read(name + ".status.json"))
@@ -201,12 +211,12 @@ class Batches(OnWindows):
         return processes_with(f"simulate\0{recipe}") if os.path.exists(part) else []
 
     def start(self, *arguments, recipe, **options):
-        """Starts a batch, and waits for the worker of the recipe."""
+        """Starts a batch, and waits until the worker of the recipe simulates, which takes longer than it starts."""
         options = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "encoding": "utf-8", **options}
         run = subprocess.Popen([VORLEN, "run", *arguments], cwd=self.folder, **options)
         self.addCleanup(run.communicate)
         self.addCleanup(run.kill)
-        self.wait_until("no worker", lambda: self.workers_of(recipe))
+        self.wait_until("no worker", lambda: any(processor_time(one) > 0.5 for one in self.workers_of(recipe)))
         return run
 
     def test_states_and_options_of_a_batch(self):
