@@ -76,15 +76,10 @@ bool read_real(const char* text, double& value) {
     return true;
   }
   const bool is_hexadecimal = starts_with(number, "0x");
+  const char* const digits = is_hexadecimal ? number + 2 : number;
   bool has_digits = false;
-  const char* end = number;
-  if (is_hexadecimal) {
-    end = end_of_digits(number + 2, is_hexadecimal_digit, has_digits);
-    if (end == number + 2) return false;
-  } else {
-    end = end_of_digits(number, is_digit, has_digits);
-    if (!has_digits) return false;
-  }
+  const char* const end = end_of_digits(digits, is_hexadecimal ? is_hexadecimal_digit : is_digit, has_digits);
+  if (is_hexadecimal ? end == digits : !has_digits) return false;
   if (!has_digits) {
     value = is_negative ? -0.0 : 0.0;  // 0x.
     return true;
