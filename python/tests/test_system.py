@@ -1,4 +1,4 @@
-"""vorlen._base.system: what differs between systems is there and nowhere else; stand-ins for macOS and Windows."""
+"""vorlen._base.system: what differs between systems is there and nowhere else, with macOS and Windows imitated."""
 
 from __future__ import annotations
 
@@ -94,7 +94,7 @@ def test_dependences_on_a_system_are_found(source: str, expected: list[str]) -> 
 
 
 def run_there(platform: str, program: str, folder: Path) -> str:
-    """What a program prints that imports the package on a stand-in for another system."""
+    """What a program prints that imports the package where another system is imitated."""
     path = folder / "stand_in"
     path.mkdir()
     shutil.copy(Path(__file__).with_name("system_stand_in.py"), path / "sitecustomize.py")

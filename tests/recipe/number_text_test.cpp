@@ -21,7 +21,7 @@ using vorlen::read_real;
 
 constexpr double INF = std::numeric_limits<double>::infinity();
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
-constexpr double LEFT = 7.5;  // value before the call; stays if the text is not a number
+constexpr double LEFT = 7.5;  // value before the call; kept if the text does not start with a number
 
 struct RealCase {
   const char* text;
