@@ -77,6 +77,12 @@ class InAFolder(unittest.TestCase):
             return self.run_tool(*arguments, tool=shutil.copy(VORLEN, folder), user=65534, group=65534,
                                  extra_groups=[], **options)
 
+    def expect_good(self, *arguments, **options):
+        """Expects that the tool succeeds without a message, and returns what it prints."""
+        run = self.run_tool(*arguments, **options)
+        self.assertEqual((run.returncode, run.stderr), (0, ""))
+        return run.stdout
+
     def expect_not_understood(self, *arguments):
         """Expects exit status 2 and a message for the command line."""
         with self.subTest(arguments):

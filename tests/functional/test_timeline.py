@@ -15,9 +15,7 @@ def csv_rows(text):
 
 class Timelines(InAFolder):
     def timeline(self, *arguments):
-        run = self.run_tool("timeline", *arguments)
-        self.assertEqual((run.returncode, run.stderr), (0, ""))
-        return run.stdout
+        return self.expect_good("timeline", *arguments)
 
     def write_changed(self, *replacements):
         self.write("recipe.xml", changed_example("ingan_gan_mqw", *replacements))
@@ -56,7 +54,7 @@ class Timelines(InAFolder):
         path = self.write_changed(('name val="GaN template"', 'name val=""'), ('name val="InGaN well"', 'name val=""'))
         names = [row["name"] for row in csv_rows(self.timeline(path, "--csv"))]
         self.assertEqual([names[0], names[3], names[7], names[11]], ["Layer1", "Layer4", "Layer8", "Layer12"])
-        self.run_tool("run", path, "-o", "out.txt")
+        self.expect_good("run", path, "-o", "out.txt")
         self.assertEqual(names, [layer[0] for layer in Result(self.path("out.txt")).layers])
         self.assertRegex(self.timeline(path), r"\n  stage_1_3 \(period 2\) +Layer8 +")
 
@@ -70,7 +68,7 @@ class Timelines(InAFolder):
             with self.subTest(name):
                 rows = csv_rows(self.timeline(example(name), "--csv"))
                 active = [row for row in rows if row["kind"] == "active"]
-                self.run_tool("run", example(name), "-o", "out.txt")
+                self.expect_good("run", example(name), "-o", "out.txt")
                 result = Result(self.path("out.txt"))
                 self.assertAlmostEqual(float(active[-1]["end_s"]), result.active_rows[-1][0], delta=1e-6)
                 self.assertEqual(len(rows), len(result.layers))

@@ -65,11 +65,6 @@ class OnWindows(InAFolder):
         run = self.run_tool(*arguments)
         self.assertEqual((run.returncode, run.stdout, run.stderr), (1, "", f"vorlen: {text}\n"))
 
-    def expect_good(self, *arguments, **options):
-        run = self.run_tool(*arguments, **options)
-        self.assertEqual((run.returncode, run.stderr), (0, ""))
-        return run.stdout
-
     def wait_until(self, what, condition):
         end = time.monotonic() + 60
         while not condition():
