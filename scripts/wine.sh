@@ -13,6 +13,12 @@ if [ ! -x "$wine" ]; then
   echo "wine.sh: Wine is missing; scripts/setup.sh test installs it" >&2
   exit 127
 fi
+# With random addresses, the kernel sometimes places the heap of a new process at 0x7ffe0000, which Wine needs. The process
+# then ends with status 1 before it has started: about one of 3000 did. A sandbox may forbid to turn them off.
+run=("$wine")
+if setarch -R true 2>/dev/null; then
+  run=(setarch -R "$wine")
+fi
 # Several programs may start at once. One of them creates the folder, and starts Wine's server and services: with the
 # first program, these would keep the streams of that program open until they end, 10 s after the last program. The server
 # says by its status if it runs already.
@@ -21,11 +27,11 @@ mkdir -p "$WINEPREFIX"
 (
   flock 9
   if [ ! -e "$WINEPREFIX/.vorlen-ready" ]; then
-    "$wine" wineboot --init </dev/null >/dev/null 2>&1 9>&-
+    "${run[@]}" wineboot --init </dev/null >/dev/null 2>&1 9>&-
     touch "$WINEPREFIX/.vorlen-ready"
   fi
   if "$server" -p10 </dev/null >/dev/null 2>&1 9>&-; then
-    "$wine" cmd /c rem </dev/null >/dev/null 2>&1 9>&- || true
+    "${run[@]}" cmd /c rem </dev/null >/dev/null 2>&1 9>&- || true
   fi
 ) 9>"$WINEPREFIX/.vorlen-lock"
-exec "$wine" "$@"
+exec "${run[@]}" "$@"

@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     // --help and --version arrive here too, with exit status 0.
     if (app.exit(error) != 0) return EXIT_USAGE;
-    return std::cout.flush() ? EXIT_OK : EXIT_FAILED;
+    return std::cout.flush() ? EXIT_OK : fail("standard output can't be written");
   } catch (const std::bad_alloc&) {
     return fail("Out of memory");
   }

@@ -256,8 +256,8 @@ CALLS = {
         Call("explain", 2, "no text to explain", shell="<&-"),
         Call("explain", 2, "no text to explain", shell="< /dev/null"),
         Call("explain", 1, "no known message matches. The most similar are:", shell="< /dev/zero", output="I"),
-        Call("--version", 1, "", shell="> /dev/full"),
-        Call("--help", 1, "", shell=">&-"),
+        Call("--version", 1, "standard output can't be written", shell="> /dev/full"),
+        Call("--help", 1, "standard output can't be written", shell=">&-"),
     ],
 }
 

@@ -72,6 +72,20 @@ class OnWindows(InAFolder):
             time.sleep(0.05)
 
 
+class Wine(OnWindows):
+    def test_addresses_are_not_random(self):
+        """With random ones, one of 3000 processes ends before it has started."""
+        if subprocess.run(["setarch", "-R", "true"], check=False).returncode != 0:
+            self.skipTest("not allowed here")
+        run = subprocess.Popen([os.path.join(SOURCE, "scripts", "wine.sh"), "cmd", "/c", "pause"],
+                               stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        run.stdout.read(1)  # it has started
+        with open(f"/proc/{run.pid}/personality", encoding="utf-8") as file:
+            personality = int(file.read(), 16)
+        run.communicate(b"x")
+        self.assertTrue(personality & 0x0040000)  # ADDR_NO_RANDOMIZE
+
+
 class Results(OnWindows):
     def setUp(self):
         super().setUp()
