@@ -33,17 +33,17 @@ bool starts_with(const char* text, std::string_view word) {
 // Reads inf, infinity or nan and returns its end; null for another text. A longer start of infinity than inf has to be
 // all of it.
 const char* read_word(const char* text, double& value) {
-  constexpr int SHORT = 3;
-  constexpr int LONG = 8;
+  constexpr std::string_view LONG_WORD = "infinity";
+  constexpr std::size_t SHORT_SIZE = 3;  // of inf and nan
   if (starts_with(text, "nan")) {
     value = std::numeric_limits<double>::quiet_NaN();
-    return text + SHORT;
+    return text + SHORT_SIZE;
   }
   if (!starts_with(text, "inf")) return nullptr;
-  const bool is_long = lower(text[SHORT]) == 'i';
-  if (is_long && !starts_with(text, "infinity")) return nullptr;
+  const bool is_long = lower(text[SHORT_SIZE]) == LONG_WORD[SHORT_SIZE];
+  if (is_long && !starts_with(text, LONG_WORD)) return nullptr;
   value = std::numeric_limits<double>::infinity();
-  return text + (is_long ? LONG : SHORT);
+  return text + (is_long ? LONG_WORD.size() : SHORT_SIZE);
 }
 
 // The end of the digits from text on, with at most one point among them. Sets has_digits if there are any.
