@@ -24,8 +24,11 @@ foreach(licence ${licences})
 endforeach()
 
 # The live page is the same on all systems: that of the preset `release`, if it has been built.
-install(FILES "${PROJECT_SOURCE_DIR}/build/release/wasi/live/live.html" DESTINATION . COMPONENT windows
-  OPTIONAL EXCLUDE_FROM_ALL)
+set(live_page "${PROJECT_SOURCE_DIR}/build/release/wasi/live/live.html")
+install(FILES "${live_page}" DESTINATION . COMPONENT windows OPTIONAL EXCLUDE_FROM_ALL)
+install(CODE "if(NOT EXISTS \"${live_page}\")
+  message(WARNING \"No live.html in the archive: the target live of the preset release has not been built\")
+endif()" COMPONENT windows EXCLUDE_FROM_ALL)
 install(PROGRAMS "$<TARGET_FILE:vorlen>" DESTINATION . COMPONENT windows EXCLUDE_FROM_ALL)
 install(FILES "${VORLEN_SCHEMA}" DESTINATION . COMPONENT windows EXCLUDE_FROM_ALL)
 configure_file(cmake/windows/README.txt.in windows/README.txt @ONLY NEWLINE_STYLE DOS)

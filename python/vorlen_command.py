@@ -41,6 +41,7 @@ def start(command: list[str], blocked: list[signal.Signals]) -> NoReturn:
     """Replaces this process. blocked: signals that wait until the package handles them, without a traceback."""
     if sys.platform == "win32":  # where a process can't be replaced; both get Ctrl-C, and this one waits
         signal.signal(signal.SIGINT, signal.SIG_IGN)
+        os.environ.setdefault("PYTHONUTF8", "1")  # the tool writes UTF-8 to files and pipes as well
         sys.exit(subprocess.run(command, check=False).returncode)
     signal.pthread_sigmask(signal.SIG_BLOCK, blocked)
     for name in ("SIGPIPE", "SIGXFSZ"):  # ignored by every Python

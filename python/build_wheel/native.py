@@ -19,7 +19,7 @@ BUILD = TREE / "build" / "wheel"
 TOOLS = ("bin/vorlen", "bin/vorlen.exe")
 # Each library at its place in an installation, with the multiarch folder if there is one.
 LIBRARIES = ("lib*/libVorlenSolver.so.1", "lib/*/libVorlenSolver.so.1", "lib/libVorlenSolver.1.dylib",
-             "bin/VorlenSolver.dll", "bin/libVorlenSolver.dll")
+             "bin/VorlenSolver.dll")
 CHART_LIBRARY = "lib/python3/dist-packages/vorlen/assets/plotly.min.js"
 LICENCES = Path("/usr/share/doc")  # of Debian's packages
 # What the tool and the library contain, and the Debian packages that it is from.

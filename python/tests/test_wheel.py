@@ -196,6 +196,21 @@ def test_the_command_leaves_its_process_to_the_tool_with_the_usual_signals() -> 
         assert not int(state["SigIgn"], 16) & (1 << (signal.SIGPIPE - 1) | 1 << (signal.SIGXFSZ - 1))
 
 
+def test_on_windows_the_command_waits_for_a_program_that_writes_utf_8() -> None:
+    """A pipe there has the code page of the system otherwise, which lacks most characters."""
+    program = (
+        "import sys; sys.platform = 'win32'; import vorlen_command as c\n"
+        "c.start([sys.executable, '-c', 'import sys; print(sys.flags.utf8_mode); sys.exit(3)'], [])"
+    )
+    for given, printed in (({}, "1\n"), ({"PYTHONUTF8": "0"}, "0\n")):
+        variables = {name: value for name, value in os.environ.items() if name != "PYTHONUTF8"} | given
+        done = subprocess.run(
+            [sys.executable, "-c", program], cwd=ROOT / "python", env=variables | {"LC_ALL": "C.UTF-8"},
+            capture_output=True, text=True, check=False,
+        )
+        assert (done.returncode, done.stdout, done.stderr) == (3, printed, "")
+
+
 def test_the_commands_in_python_have_the_same_names_everywhere() -> None:
     import vorlen_command
 

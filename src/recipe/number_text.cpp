@@ -30,15 +30,20 @@ bool starts_with(const char* text, std::string_view word) {
   return true;
 }
 
-// Reads inf, infinity or nan. A longer start of infinity than inf has to be all of it.
-bool read_word(const char* text, double& value) {
+// Reads inf, infinity or nan and returns its end; null for another text. A longer start of infinity than inf has to be
+// all of it.
+const char* read_word(const char* text, double& value) {
+  constexpr std::string_view LONG_WORD = "infinity";
+  constexpr std::size_t SHORT_SIZE = 3;  // of inf and nan
   if (starts_with(text, "nan")) {
     value = std::numeric_limits<double>::quiet_NaN();
-    return true;
+    return text + SHORT_SIZE;
   }
-  if (!starts_with(text, "inf") || (lower(text[3]) == 'i' && !starts_with(text, "infinity"))) return false;
+  if (!starts_with(text, "inf")) return nullptr;
+  const bool is_long = lower(text[SHORT_SIZE]) == LONG_WORD[SHORT_SIZE];
+  if (is_long && !starts_with(text, LONG_WORD)) return nullptr;
   value = std::numeric_limits<double>::infinity();
-  return true;
+  return text + (is_long ? LONG_WORD.size() : SHORT_SIZE);
 }
 
 // The end of the digits from text on, with at most one point among them. Sets has_digits if there are any.
@@ -66,33 +71,34 @@ const char* end_of_exponent(const char* text, char letter) {
 
 }  // namespace
 
-bool read_real(const char* text, double& value) {
+const char* read_real(const char* text, double& value) {
   const char* const first = after_blanks(text);
   const bool is_negative = *first == '-';
   const char* const number = first + (is_negative || *first == '+' ? 1 : 0);
   double word = 0.0;
-  if (read_word(number, word)) {
+  if (const char* const end = read_word(number, word)) {
     value = std::copysign(word, is_negative ? -1.0 : 1.0);
-    return true;
+    return end;
   }
   const bool is_hexadecimal = starts_with(number, "0x");
   const char* const digits = is_hexadecimal ? number + 2 : number;
   bool has_digits = false;
-  const char* const end = end_of_digits(digits, is_hexadecimal ? is_hexadecimal_digit : is_digit, has_digits);
-  if (is_hexadecimal ? end == digits : !has_digits) return false;
+  const char* end = end_of_digits(digits, is_hexadecimal ? is_hexadecimal_digit : is_digit, has_digits);
+  if (is_hexadecimal ? end == digits : !has_digits) return nullptr;
   if (!has_digits) {
     value = is_negative ? -0.0 : 0.0;  // 0x.
-    return true;
+    return end;
   }
-  value = to_double(first, end_of_exponent(end, is_hexadecimal ? 'p' : 'e'), is_hexadecimal);
-  return true;
+  end = end_of_exponent(end, is_hexadecimal ? 'p' : 'e');
+  value = to_double(first, end, is_hexadecimal);
+  return end;
 }
 
-bool read_integer(const char* text, std::int32_t& value) {
+const char* read_integer(const char* text, std::int32_t& value) {
   text = after_blanks(text);
   const bool is_negative = *text == '-';
   if (is_negative || *text == '+') ++text;
-  if (!is_digit(*text)) return false;
+  if (!is_digit(*text)) return nullptr;
   // Negative, because the range has one more negative number.
   constexpr std::int64_t LEAST = std::numeric_limits<std::int64_t>::min();
   std::int64_t number = 0;
@@ -102,7 +108,7 @@ bool read_integer(const char* text, std::int32_t& value) {
   }
   if (!is_negative) number = number == LEAST ? std::numeric_limits<std::int64_t>::max() : -number;
   value = static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(number)));
-  return true;
+  return text;
 }
 
 }  // namespace vorlen

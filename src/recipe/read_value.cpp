@@ -52,14 +52,6 @@ bool read_keyword(ReadState& state, const TiXmlElement& element, const Row& row)
   return true;
 }
 
-bool convert(const char* text, Kind kind, double& value) {
-  if (kind != Kind::integer) return read_real(text, value);
-  std::int32_t whole = 0;
-  const bool converted = read_integer(text, whole);
-  value = whole;
-  return converted;
-}
-
 bool read_numbers(ReadState& state, const TiXmlElement& element, const Row& row) {
   const std::span<const char* const> attributes = attributes_of(row);
   std::array<double, 3> values{};
@@ -68,7 +60,7 @@ bool read_numbers(ReadState& state, const TiXmlElement& element, const Row& row)
   for (std::size_t k = 0; k < attributes.size(); ++k) {
     bool go_on = true;
     const char* text = attribute_text(state, element, row, attributes[k], go_on);
-    if (text != nullptr && !convert(text, row.kind, values[k])) {
+    if (text != nullptr && read_number(text, row.kind, values[k]) == nullptr) {
       go_on = report(state, FaultKind::no_number, element, &row, attributes[k],
                      std::string("Failed to get ") + (row.kind == Kind::integer ? "integer" : "real") +
                          " number from value \"" + text + "\" of attribute " + attributes[k] + " in element " +
@@ -131,6 +123,14 @@ std::string filled(const char* pattern, const ReadState& state, const TiXmlEleme
     rest.remove_prefix(rest.find('}') + 1);
   }
   return text;
+}
+
+const char* read_number(const char* text, Kind kind, double& value) {
+  if (kind != Kind::integer) return read_real(text, value);
+  std::int32_t whole = 0;
+  const char* const end = read_integer(text, whole);
+  if (end != nullptr) value = whole;
+  return end;
 }
 
 bool read_value(ReadState& state, const TiXmlElement& element, const Row& row) {

@@ -29,6 +29,10 @@ bool report_missing(ReadState& state, const TiXmlNode& parent, const Row& row, c
 // The text of a row with {stage}, {name}, {value} and {path} filled in.
 std::string filled(const char* pattern, const ReadState& state, const TiXmlElement& element, const char* value = "");
 
+// Reads the number at the start of a text, as in an element of this kind, and returns where it ends. Returns null, and
+// leaves value, if there is none.
+const char* read_number(const char* text, Kind kind, double& value);
+
 // Reads an element that has attributes. False: stop reading.
 bool read_value(ReadState& state, const TiXmlElement& element, const Row& row);
 

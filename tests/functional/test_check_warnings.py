@@ -39,6 +39,8 @@ class Warnings(Checks):
         self.expect("trailing-characters", "the decimal separator is the point: 12.5",
                     ('<tau val="70"/>', '<tau val="12,5"/>'))
         self.expect("trailing-characters", "this is an integer", ('<n_periods val="3"/>', '<n_periods val="3.7"/>'))
+        problem = self.expect("trailing-characters", "write only the number", ('<tau val="70"/>', '<tau val="70e"/>'))
+        self.assertIn("reads as 70", problem["text"])
 
     def test_a_number_that_is_nan(self):
         problems = self.problems(('<cut_angle val="0.2"/>', '<cut_angle val="nan"/>'), base="ingan_v_defects")

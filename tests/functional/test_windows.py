@@ -147,7 +147,7 @@ class Paths(OnWindows):
         recipe = folder + "\\r.xml"
         run = self.run_tool("new", "algan_tension", "-o", recipe)
         self.assertEqual((run.returncode, run.stderr), (0, f"vorlen: wrote {recipe}\n"))
-        self.expect_good("check", recipe)
+        self.assertEqual(self.expect_good("check", folder + "\\?.xml"), f"{recipe}: no problems\n")
         self.expect_good("run", recipe)
         self.assertIn("1  ", self.expect_good("show", folder + "\\a.result.txt"))
 
@@ -312,8 +312,9 @@ class PythonCommands(OnWindows):
             self.assertEqual((run.returncode, run.stderr), (7, ""))
             lines = run.stdout.split("\n")
             self.assertEqual(lines[:3 + len(words)], ["-m", "vorlen", "sweep", *words])
-            self.assertRegex(lines[-3], r"^Z:\\.*\\tools\\vorlen\.exe$")
-            self.assertRegex(lines[-2], r"^Z:\\.*\\VorlenSolver\.dll$")
+            self.assertRegex(lines[-4], r"^Z:\\.*\\tools\\vorlen\.exe$")
+            self.assertRegex(lines[-3], r"^Z:\\.*\\VorlenSolver\.dll$")
+            self.assertEqual(lines[-2], "1")  # PYTHONUTF8
 
 
 if __name__ == "__main__":

@@ -13,10 +13,10 @@ static void print_line(const wchar_t* text) {
 }
 
 int wmain(int argc, wchar_t** argv) {
-  static const wchar_t* const NAMES[] = {L"VORLEN", L"VORLEN_LIBRARY"};
+  static const wchar_t* const NAMES[] = {L"VORLEN", L"VORLEN_LIBRARY", L"PYTHONUTF8"};
   if (argc > 1 && wcscmp(argv[1], L"-c") == 0) return 0;
   for (int k = 1; k < argc; ++k) print_line(argv[k]);
-  for (int k = 0; k < 2; ++k) {
+  for (int k = 0; k < (int)(sizeof NAMES / sizeof *NAMES); ++k) {
     wchar_t value[4096] = L"";
     GetEnvironmentVariableW(NAMES[k], value, 4096);
     print_line(value);

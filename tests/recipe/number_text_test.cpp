@@ -140,7 +140,7 @@ std::string shown(double value) { return std::to_string(value) + " " + std::to_s
 TEST(NumberText, EachRealNumberIsReadAsItIsWritten) {
   for (const RealCase& expected : REALS) {
     double value = LEFT;
-    EXPECT_EQ(read_real(expected.text, value), expected.accepted) << "\"" << expected.text << "\"";
+    EXPECT_EQ(read_real(expected.text, value) != nullptr, expected.accepted) << "\"" << expected.text << "\"";
     EXPECT_EQ(bits_of(value), bits_of(expected.value)) << "\"" << expected.text << "\": " << shown(value);
   }
 }
@@ -183,8 +183,32 @@ const IntegerCase INTEGERS[] = {
 TEST(NumberText, EachIntegerIsReadAsItIsWritten) {
   for (const IntegerCase& expected : INTEGERS) {
     std::int32_t value = 7;
-    EXPECT_EQ(read_integer(expected.text, value), expected.accepted) << "\"" << expected.text << "\"";
+    EXPECT_EQ(read_integer(expected.text, value) != nullptr, expected.accepted) << "\"" << expected.text << "\"";
     EXPECT_EQ(value, expected.value) << "\"" << expected.text << "\"";
+  }
+}
+
+struct EndCase {
+  const char* text;
+  const char* rest;
+};
+
+TEST(NumberText, ARealNumberEndsWhereItsNotationDoes) {
+  constexpr EndCase CASES[] = {
+      {"1.5", ""},       {" -5. ", " "},    {"12,5", ",5"},          {"1e5.5", ".5"}, {"1e", "e"},
+      {"1e+x", "e+x"},   {"0x1Fg", "g"},    {"0x1p", "p"},           {"0x.p1", "p1"}, {"infx", "x"},
+      {"-infinity", ""}, {"nan(1)", "(1)"}, {"+NaNometre", "ometre"}};
+  for (const EndCase& expected : CASES) {
+    double value = LEFT;
+    EXPECT_STREQ(read_real(expected.text, value), expected.rest) << "\"" << expected.text << "\"";
+  }
+}
+
+TEST(NumberText, AnIntegerEndsAfterItsDigits) {
+  constexpr EndCase CASES[] = {{"15", ""}, {" +3.7", ".7"}, {"0x15", "x15"}, {"99999999999999999999 x", " x"}};
+  for (const EndCase& expected : CASES) {
+    std::int32_t value = 7;
+    EXPECT_STREQ(read_integer(expected.text, value), expected.rest) << "\"" << expected.text << "\"";
   }
 }
 
@@ -260,7 +284,7 @@ TEST(NumberText, RealNumbersAreThoseOfScanf) {
   for (int k = 0; k < 300000; ++k) {
     const std::string text = texts.next();
     double value = LEFT, expected = LEFT;
-    const bool accepted = read_real(text.c_str(), value);
+    const bool accepted = read_real(text.c_str(), value) != nullptr;
     ASSERT_EQ(accepted, std::sscanf(text.c_str(), "%lf", &expected) == 1) << "\"" << text << "\"";
     ASSERT_EQ(bits_of(value), bits_of(expected)) << "\"" << text << "\": " << shown(value) << ", " << shown(expected);
   }
@@ -276,7 +300,7 @@ TEST(NumberText, IntegersAreThoseOfScanf) {
   for (int k = 0; k < 300000; ++k) {
     const std::string text = texts.next();
     std::int32_t value = 7, expected = 7;
-    const bool accepted = read_integer(text.c_str(), value);
+    const bool accepted = read_integer(text.c_str(), value) != nullptr;
     ASSERT_EQ(accepted, std::sscanf(text.c_str(), "%d", &expected) == 1) << "\"" << text << "\"";
     ASSERT_EQ(value, expected) << "\"" << text << "\"";
   }
@@ -293,7 +317,7 @@ TEST(NumberText, RealNumbersAreThoseOfStrtod) {
   for (int k = 0; k < 100000; ++k) {
     const std::string text = texts.next_number();
     double value = LEFT;
-    ASSERT_TRUE(read_real(text.c_str(), value)) << "\"" << text << "\"";
+    ASSERT_NE(read_real(text.c_str(), value), nullptr) << "\"" << text << "\"";
     const double expected = std::strtod(text.c_str(), nullptr);
     ASSERT_EQ(bits_of(value), bits_of(expected)) << "\"" << text << "\": " << shown(value) << ", " << shown(expected);
   }

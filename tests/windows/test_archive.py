@@ -17,7 +17,8 @@ RECIPES = sorted(name for name in os.listdir(os.path.join(SOURCE, "examples")) i
 class Archive(InAFolder):
     def setUp(self):
         super().setUp()
-        run("cpack", "--config", os.path.join(BUILD, "CPackConfig.cmake"), "-B", self.path("packed"), cwd=self.folder)
+        self.printed = run("cpack", "--config", os.path.join(BUILD, "CPackConfig.cmake"), "-B", self.path("packed"),
+                           cwd=self.folder)
         with zipfile.ZipFile(self.path("packed", NAME + ".zip")) as archive:
             self.names = {name for name in archive.namelist() if not name.endswith("/")}
             archive.extractall(self.path("Züchtung 日本"))
@@ -38,6 +39,7 @@ class Archive(InAFolder):
                     "licences/nlohmann-json.txt", "licences/TinyXML.txt"} | {f"examples/{name}" for name in RECIPES}
         if os.path.exists(LIVE_PAGE):
             expected.add("live.html")
+        self.assertEqual("No live.html in the archive" in self.printed, not os.path.exists(LIVE_PAGE))
         self.assertEqual(self.names, {f"{NAME}/{name}" for name in expected})
         self.assertIn(b"GCC Runtime Library Exception", self.unpacked_file("licences", "GCC runtime.txt"))
         readme = self.unpacked_file("README.txt")

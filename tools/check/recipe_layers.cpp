@@ -62,13 +62,10 @@ namespace {
 
 void look_at_dislocations(Search& search, const TiXmlElement& stage, const StagePlace& place) {
   const TiXmlElement& element = child_of(stage, {"dislocations", "rho_D"});
-  double rho = 0.0;
   if (search.reading.elements.count(&element) == 0 || &element == &stage) return;
   for (const char* attribute : {"val", "end"}) {
-    if (element.QueryDoubleAttribute(attribute, &rho) == TIXML_SUCCESS &&
-        look(search, Quantity::rho_D, "rho_D", rho, element, place)) {
-      return;
-    }
+    const double rho = number_of(element, attribute, Kind::range);
+    if (look(search, Quantity::rho_D, "rho_D", rho, element, place)) return;
   }
 }
 

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <string_view>
 
 #include "check/nearest_word.h"
 #include "check/usual_ranges.h"
+#include "recipe/read_value.h"
 #include "recipe/recipe_reader.h"
 #include "recipe/species_data.h"
 #include "recipe/xml_lookup.h"
@@ -98,16 +98,13 @@ std::string value_fault_hint(const Fault& fault) {
   if (fault.attribute != nullptr) return value_hint(*fault.row);
   double sum = 0.0;
   for (const char* name : {"X_In_average", "X_Ga_average", "X_Al_average"}) {
-    double value = 0.0;
-    fault.node.FirstChildElement(name)->QueryDoubleAttribute("val", &value);
-    sum += value;
+    sum += number_of(*fault.node.FirstChildElement(name), "val", Kind::real);
   }
   return fmt::format("the three add up to {}", number_words(sum));
 }
 
 std::string first_lattice_hint(const Fault& fault) {
-  double value = 0.0;
-  fault.node.ToElement()->QueryDoubleAttribute("val", &value);
+  const double value = number_of(*fault.node.ToElement(), "val", Kind::real);
   const std::string reading = other_reading(usual_range(Quantity::lattice), value);
   return "stress_state of the first pre-stage is its in-plane lattice constant in angstrom, such as 3.189 for GaN; "
          "a degree of relaxation has no layer below to refer to" +
@@ -166,17 +163,12 @@ void warn_of_number(Reading& reading, const TiXmlElement& element, const Row& ro
   const char* text = element.Attribute(attribute);
   if (text == nullptr) return;
   double value = 0.0;
-  int whole_value = 0;
-  int used = 0;
-  const bool whole = row.kind == Kind::integer;
-  // NOLINTNEXTLINE(cert-err34-c): what the conversion tolerates is the point here
-  if ((whole ? std::sscanf(text, "%d%n", &whole_value, &used) : std::sscanf(text, "%lf%n", &value, &used)) != 1) return;
-  if (whole) value = whole_value;
+  const char* rest = read_number(text, row.kind, value);
+  if (rest == nullptr) return;
   const auto warn = [&](const char* kind, std::string words, std::string hint) {
     reading.warnings.push_back(
         problem_at(Severity::warning, kind, element, attribute, place, std::move(words), std::move(hint)));
   };
-  const char* rest = text + used;
   if (!is_blank(rest)) {
     std::string hint = "write only the number";
     if (*rest == ',') {
@@ -261,14 +253,18 @@ void mark_repetitions(Reading& reading) {
     for (next = first; next < stages.size() && stages[next].element->Parent() == parent; ++next) {
     }
     const TiXmlElement* n_periods = parent->FirstChildElement("n_periods");
-    int count = 0;
     if (reading.elements.at(parent).children != Section::periodic || n_periods == nullptr) continue;
-    n_periods->QueryIntAttribute("val", &count);
-    if (count > 1) stages[next - 1].repeats_from = static_cast<int>(first);
+    if (number_of(*n_periods, "val", Kind::integer) > 1.0) stages[next - 1].repeats_from = static_cast<int>(first);
   }
 }
 
 }  // namespace
+
+double number_of(const TiXmlElement& element, const char* attribute, Kind kind) {
+  double value = std::numeric_limits<double>::quiet_NaN();
+  if (const char* text = element.Attribute(attribute)) read_number(text, kind, value);
+  return value;
+}
 
 const TiXmlElement* Reading::good_element(Section section, const char* name) const {
   const Row* row = find_row(section, name);

@@ -74,6 +74,9 @@ struct Reading {
 // True for an empty text and for one of blanks alone.
 inline bool is_blank(const char* text) { return text[std::strspn(text, " \t\n\r\v\f")] == '\0'; }
 
+// The number of an attribute, as the library reads it; NaN if it has none.
+double number_of(const TiXmlElement& element, const char* attribute, Kind kind);
+
 // Reads the document as far as it can be read, and checks it as a whole.
 Reading read_all(const TiXmlDocument& document);
 

@@ -56,9 +56,8 @@ void check_inheritance(Reading& reading) {
         vorlen::NOTHING_BELOW_FIRST_PRE_STAGE, "given, with rho_D");
   }
   const TiXmlElement* n_pre_stages = reading.good_element(Section::pre_stages, "n_pre_stages");
-  int count = -1;
-  if (n_pre_stages != nullptr) n_pre_stages->QueryIntAttribute("val", &count);
-  if (count == 0 && !reading.stages.empty() && reading.stages.front().disl_model == vorlen::DISL_inherited) {
+  const bool without = n_pre_stages != nullptr && number_of(*n_pre_stages, "val", Kind::integer) == 0.0;
+  if (without && !reading.stages.empty() && reading.stages.front().disl_model == vorlen::DISL_inherited) {
     const TiXmlElement& stage = *reading.stages.front().element;
     add(reading, "model", *stage.FirstChildElement("dislocations")->FirstChildElement("disl_model"), "val",
         vorlen::NOTHING_BELOW_FIRST_STAGE, "given, with rho_D; or add a pre-stage");

@@ -16,7 +16,7 @@ PREFERRED_BUILDS = ("release", "run")
 def library_names(platform: str = sys.platform) -> tuple[str, ...]:
     """File names of the shared library on a platform, with the names that sys.platform has. The first is installed."""
     if platform == "win32":
-        return ("VorlenSolver.dll", "libVorlenSolver.dll")
+        return ("VorlenSolver.dll",)
     if platform == "darwin":
         return ("libVorlenSolver.1.dylib", "libVorlenSolver.dylib")
     return ("libVorlenSolver.so.1", "libVorlenSolver.so")

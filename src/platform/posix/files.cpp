@@ -205,8 +205,9 @@ bool is_locked(const std::string& path) {
 #ifdef __APPLE__
 
 PrivateFile::PrivateFile(const std::string& content) {
-  const fs::path folder = fs::temp_directory_path();
-  error_ = create_new_file(text_of(folder / "vorlen-"), ".xml", file_, path_);
+  std::error_code code;
+  const fs::path folder = fs::temp_directory_path(code);
+  error_ = code ? code.value() : create_new_file(text_of(folder / "vorlen-"), ".xml", file_, path_);
   if (error_ == 0) error_ = write_all(file_, content.data(), content.size());
 }
 

@@ -38,12 +38,13 @@ std::vector<std::string> arguments_of(int argc, char** argv) {
 }
 
 std::string own_path() {
+  std::error_code ignored;
 #ifdef __APPLE__
   std::array<char, 4096> path{};
   auto size = static_cast<std::uint32_t>(path.size());
-  return _NSGetExecutablePath(path.data(), &size) == 0 ? path.data() : "";
+  if (_NSGetExecutablePath(path.data(), &size) != 0) return "";
+  return std::filesystem::canonical(path.data(), ignored).string();  // the tool may be started by a link
 #else
-  std::error_code ignored;
   return std::filesystem::read_symlink("/proc/self/exe", ignored).string();
 #endif
 }

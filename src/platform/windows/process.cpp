@@ -64,17 +64,19 @@ std::wstring program_file(const std::string& word) {
 
 // The job of the children; null if there can be none.
 HANDLE job_of_children() {
-  static const HANDLE job = [] {
+  static const HANDLE job = []() -> HANDLE {
     const HANDLE created = CreateJobObjectW(nullptr, nullptr);
     JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
     limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    SetInformationJobObject(created, JobObjectExtendedLimitInformation, &limits, sizeof limits);
-    return created;
+    if (SetInformationJobObject(created, JobObjectExtendedLimitInformation, &limits, sizeof limits)) return created;
+    CloseHandle(created);
+    return nullptr;
   }();
   return job;
 }
 
-// Starts a program with the given standard streams. Inherits all inheritable handles.
+// Starts a program with the given standard streams. It inherits all inheritable handles. One that can't be in the job
+// does not run, because it might outlive this process.
 ErrorCode start(const std::wstring& file, const std::vector<std::string>& words, DWORD flags,
                 const std::array<HANDLE, 3>& streams, HANDLE& process) {
   if (file.empty()) return ERROR_FILE_NOT_FOUND;
@@ -90,11 +92,17 @@ ErrorCode start(const std::wstring& file, const std::vector<std::string>& words,
                       &startup, &started)) {
     return last_error();
   }
-  AssignProcessToJobObject(job_of_children(), started.hProcess);
-  ResumeThread(started.hThread);
+  const bool in_job = AssignProcessToJobObject(job_of_children(), started.hProcess) != 0;
+  const ErrorCode error = in_job ? 0 : last_error();
+  if (in_job) {
+    ResumeThread(started.hThread);
+    process = started.hProcess;
+  } else {
+    TerminateProcess(started.hProcess, 1);  // it has not run yet
+    CloseHandle(started.hProcess);
+  }
   CloseHandle(started.hThread);
-  process = started.hProcess;
-  return 0;
+  return error;
 }
 
 DWORD wait_for_end(HANDLE process) {

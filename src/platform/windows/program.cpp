@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "platform/windows/console.h"
+#include "platform/windows/wide_path.h"
 #include "platform/windows/wide_text.h"
 
 namespace platform {
@@ -25,7 +26,7 @@ std::vector<std::string> expanded(const std::wstring& pattern) {
   const std::wstring folder = separator == std::wstring::npos ? L"" : pattern.substr(0, separator + 1);
   std::vector<std::string> names;
   WIN32_FIND_DATAW found;
-  const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
+  const HANDLE search = FindFirstFileW(vorlen::wide_path(narrow_of(pattern).c_str()).c_str(), &found);
   if (search != INVALID_HANDLE_VALUE) {
     do {
       const bool is_folder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
@@ -49,6 +50,8 @@ void prepare_program() {
   constexpr std::size_t BUFFER_SIZE = 65536;
   for (std::FILE* stream : {stdout, stderr}) std::setvbuf(stream, nullptr, _IOFBF, BUFFER_SIZE);
   prepare_console();
+  // Some commands are left to Python, which otherwise writes in the code page of the system.
+  if (!environment("PYTHONUTF8")) set_environment("PYTHONUTF8", "1");
 }
 
 void protect_files() {}  // a file never gets the number of a closed stream
