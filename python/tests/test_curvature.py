@@ -342,14 +342,33 @@ def test_a_run_without_rows_has_no_curvature() -> None:
     assert list(only_before.curvature().x) == [5] and list(only_before.curvature(span="all").x) == [0, 5]
 
 
+def test_a_bow_beyond_linear_plate_theory_has_a_note() -> None:
+    # The bow is k d^2 / 8: with d = 50.8 mm that of the wafer's thickness of 430 um at 1333 1/km, which is 5.3 um of this
+    # film by Stoney's formula and 2.3 % more by the correction (4 M_f / M_s - 1) h_f / h_s
+    assert not [note for note in run_of(film(5250.0, **IN10)).curvature().notes if "bow of" in note]
+    assert any("more than its thickness of 430 um" in note for note in run_of(film(5600.0, **IN10)).curvature().notes)
+
+
+def test_a_film_thicker_than_its_wafer_has_a_note() -> None:
+    run = run_of(film(50e3, x_ga=1.0))  # flat on GaN
+    thinner, thicker = (run.curvature("GaN", thickness).notes for thickness in (49, 51))
+    assert [note for note in thinner if note not in thicker] == [
+        "The film, pre-stages included, is 50 um thick, more than the substrate."
+    ]
+    assert run.curvature("GaN", 10).y[-1] == run.curvature("GaN", "100 mm").y[-1] == 0.0
+
+
 @pytest.mark.parametrize(
     ("arguments", "error", "text"),
     [
         ({"substrate": "saphire"}, ValueError, "did you mean sapphire"),
         ({"substrate": "glass!"}, ValueError, "known are sapphire, 4H-SiC"),
         ({"substrate": 3}, TypeError, "substrate must be a text"),
-        ({"thickness": "-430 um"}, ValueError, "thickness must be positive, got -430 um"),
-        ({"thickness": 0}, ValueError, "thickness must be positive"),
+        ({"thickness": "-430 um"}, ValueError, "thickness must be from 10 um to 100 mm.*got -430 um"),
+        ({"thickness": 0}, ValueError, "thickness must be from 10 um to 100 mm"),
+        ({"thickness": "430 nm"}, ValueError, "thickness must be from 10 um to 100 mm"),
+        ({"thickness": 430e3}, ValueError, "thickness must be from 10 um to 100 mm"),
+        ({"thickness": "4.3e6 A"}, ValueError, "expected um; A is ampere"),
         ({"thickness": "430 K"}, ValueError, "thickness.*expected um"),
         ({"thickness": None}, TypeError, "thickness"),
         ({"gradient": "5 K"}, ValueError, "gradient.*expected K/mm"),

@@ -252,7 +252,7 @@ def test_a_failed_run_gives_the_reflectance_up_to_its_end() -> None:
         ({"wavelength": "3 eV"}, ValueError, "wavelength.*expected nm"),
         ({"wavelength": [405]}, TypeError, "wavelength"),
         ({"substrate": "4H SCi"}, ValueError, "did you mean"),
-        ({"thickness": -1}, ValueError, "thickness must be positive"),
+        ({"thickness": -1}, ValueError, "thickness must be from 10 um"),
         ({"back": "matt"}, ValueError, 'back must be "rough" or "polished"'),
         ({"temperature": -5}, ValueError, "temperature must be between 0 and 2000 K"),
         ({"temperature": "750 nm"}, ValueError, "temperature.*expected K"),
