@@ -225,6 +225,33 @@ def test_the_curvature_starts_at_zero_with_the_simulated_stages_and_all_starts_w
     assert part.y[1] == pytest.approx(whole.y[3] - whole.y[2], rel=1e-12)
 
 
+def on_pre_stage(thickness: float, **values: float) -> vorlen.Run:
+    """100 nm of InGaN on a pre-stage of that thickness in nm."""
+    rows = [row(False, time=0, z=0, **values), row(False, time=5, z=thickness, **values)]
+    rows += [row(time=5, z=thickness, **IN10), row(time=6, z=thickness + 100, **IN10)]
+    return vorlen.Run(result([("wafer", 5, thickness), ("film", 1, 100)], rows).encode())
+
+
+def test_a_pre_stage_as_thick_as_a_wafer_is_the_substrate() -> None:
+    run = on_pre_stage(300e3, x_ga=1.0)
+    curve = run.curvature()
+    # Stoney's formula on 300 um of GaN, whose correction is 2.8 h/h_s = 9e-4
+    stoney = 1e3 * 6 * IN10_MODULUS * IN10["eps_xx_t"] * 100e-9 / (449.6 * 300e-6**2)
+    assert curve.y[-1] == pytest.approx(stoney, rel=2e-3)
+    assert curve.y.tolist() == run_of(film(100.0, **IN10)).curvature("GaN", "300 um").y.tolist()
+    assert "The first pre-stage is the substrate: 300 um of GaN." in curve.notes
+    assert (curve.settings["substrate"], curve.settings["thickness"]) == ("GaN", 300.0)
+    again = run.curvature(**curve.settings)
+    assert again.y.tolist() == curve.y.tolist()
+    whole = run.curvature(span="all")
+    assert whole.y[0] == 0.0 and whole.y[-1] == curve.y[-1] and list(whole.x) == [5, 5, 6]
+    # with another thickness or composition it is a film
+    for thickness, values in ((99e3, {"x_ga": 1.0}), (300e3, {"x_ga": 0.9, "x_al": 0.1}), (300e3, {"x_in": 1.0})):
+        assert on_pre_stage(thickness, **values).curvature().settings["substrate"] == "sapphire"
+    assert on_pre_stage(100e3, x_al=1.0).curvature().settings["substrate"] == "AlN"
+    assert run_of(film(300e3, x_ga=1.0)).curvature().settings["substrate"] == "sapphire"  # it grows, on something
+
+
 def test_what_evaporates_no_longer_bends_the_wafer() -> None:
     """20 nm of InGaN, 15 nm of it evaporate, then 10 nm of GaN: 5 nm of InGaN under GaN without strain."""
     values = [(0, 0, IN10), (1, 20, IN10), (2, 5, {"x_ga": 1.0}), (3, 15, {"x_ga": 1.0})]

@@ -27,7 +27,7 @@ import pandas as pd
 from .._base.types import Array, PathLike
 from .._recipe.quantities import number_in
 from .curve import Curve
-from .growth import RELIEF, Growth, Points, growth_of, points_of, summed
+from .growth import RELIEF, Growth, Points, growth_of, points_of, summed, wafer_of
 from .substrates import Substrate, film_expansions, film_moduli, substrate_named
 
 ROOM_TEMPERATURE = 300.0  # K
@@ -72,6 +72,7 @@ def curvature(
     points = points_of(profile, timeline)
     if not len(points.time):
         raise ValueError(f"{name} has no rows to compute a curvature from")
+    points, wafer, height, own = on_own_wafer(points, wafer, height)
     growth = growth_of(points)
     begin, end = (points.first, points.last) if span == "active" else (0, len(points.time) - 1)
     mismatch, per_kelvin = _mismatch_and_thermal(growth, points, wafer, 1e-6 * height)
@@ -88,7 +89,7 @@ def curvature(
     table.attrs["units"] = {column: unit for column, unit, _ in COLUMNS}
     table.attrs["meanings"] = {column: meaning for column, _, meaning in COLUMNS}
     settings = {"substrate": wafer.name, "thickness": height, "gradient": slope, "span": span}
-    notes = [*NOTES, *([NO_TEMPERATURE] if unknown else []), *_beyond(total[begin : end + 1], growth, height)]
+    notes = [*NOTES, *own, *([NO_TEMPERATURE] if unknown else []), *_beyond(total[begin : end + 1], growth, height)]
     return Curve("curvature", table, settings=settings, notes=notes, inputs=inputs)
 
 
@@ -116,6 +117,16 @@ def _beyond(total: Array, growth: Growth, height: float) -> list[str]:
     if film > height:
         notes.append(f"The film, pre-stages included, is {film:.0f} um thick, more than the substrate.")
     return notes
+
+
+def on_own_wafer(points: Points, wafer: Substrate, height: float) -> tuple[Points, Substrate, float, list[str]]:
+    """The film, its wafer and the thickness of that, um: the first pre-stage if it is a wafer. And a note if it is."""
+    own = wafer_of(points)
+    if own is None:
+        return points, wafer, height, []
+    name, thickness, above = own
+    note = f"The first pre-stage is the substrate: {1e-3 * thickness:.6g} um of {name}."
+    return above, substrate_named(name), 1e-3 * thickness, [note]
 
 
 def check_span(span: str) -> None:

@@ -115,7 +115,8 @@ class Observables(Diffraction):
         Parameters
         ----------
         substrate : str, optional
-            "sapphire", "4H-SiC", "6H-SiC", "Si(111)", "GaN" or "AlN", all with the film on the c plane or (111).
+            "sapphire", "4H-SiC", "6H-SiC", "Si(111)", "GaN" or "AlN", all with the film on the c plane or (111). A
+            first pre-stage of 100 um or more of GaN or AlN is the substrate instead, with its thickness.
         thickness : float or str, optional
             Thickness of the substrate, 10 um to 100 mm: a number in um, or a text with a unit.
         gradient : float or str, optional
