@@ -63,6 +63,7 @@ HEADINGS = {
         ((), ("xrd", "curvature", "reflectance", "emission"), ()),
         (("--xrd",), ("xrd",), ("Reflection 002",)),
         (("--xrd", "004", "--emission"), ("xrd", "emission"), ("Reflection 004",)),
+        (("--xrd", "1,0,-1,5"), ("xrd",), ("Reflection 105",)),
         (("--curvature", "Si"), ("curvature",), ("ubstrate ",)),
         (("--reflectance", "633 nm"), ("reflectance",), ("633 nm",)),
         (("--reflectance", "633", "--curvature", "Si"), ("curvature", "reflectance"), ("633 nm, substrate Si(111)",)),
@@ -99,7 +100,7 @@ def test_measured_files_have_the_wafer_of_the_options(page_of):
 @pytest.mark.parametrize(
     "words, message",
     [
-        (["--xrd", "00x"], "--xrd must be a reflection such as 002, 004, 105 or 1,0,-5, got '00x'"),
+        (["--xrd", "00x"], "--xrd must be a reflection such as 002, 004, 105 or 1,0,-1,5, got '00x'"),
         (["--curvature", "cheese"], "cheese"),
         (["--reflectance", "5 kg"], "wavelength"),
         (["--thickness", "430 nm"], "thickness must be from 10 um to 100 mm, as it is that of the substrate, got 430 nm"),

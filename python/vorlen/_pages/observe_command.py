@@ -25,7 +25,7 @@ def add_command(commands: Any) -> None:
     command = commands.add_parser("observe", help="show what can be measured on the wafer of a result: one page for a browser")
     command.add_argument("result", metavar="RESULT", help="result file")
     command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one named in the status file)")
-    command.add_argument("--xrd", metavar="HKL", nargs="?", const="", help="X-ray diffraction, reflection such as 002 or 1,0,-5")
+    command.add_argument("--xrd", metavar="HKL", nargs="?", const="", help="X-ray diffraction, reflection such as 002 or 1,0,-1,5")
     command.add_argument("--curvature", metavar="SUBSTRATE", nargs="?", const="", help="curvature of the wafer during growth")
     command.add_argument("--reflectance", metavar="NM", nargs="?", const="", help="reflectance during growth at a wavelength, nm")
     command.add_argument("--emission", action="store_true", help="wavelengths at which the wells emit")
@@ -90,7 +90,7 @@ def settings_given(options: argparse.Namespace) -> dict[str, dict[str, Any]]:
 
 
 def miller_indices(text: str) -> tuple[int, int, int]:
-    """002, 10-5, "0 0 2", 1,0,-5, or four indices hkil as in 0002. Raises ValueError."""
+    """002, -105, "0 0 2", -1,0,5, or four indices hkil as in 0002. Raises ValueError."""
     words = re.split(r"[\s,]+", text.strip()) if re.search(r"[\s,]", text.strip()) else re.findall(r"-?\d", text)
     plain = "".join(words) == re.sub(r"[\s,]+", "", text)
     if plain and all(re.fullmatch(r"-?\d{1,2}", word) for word in words):
@@ -99,7 +99,7 @@ def miller_indices(text: str) -> tuple[int, int, int]:
             del indices[2]
         if len(indices) == 3:
             return indices[0], indices[1], indices[2]
-    raise ValueError(f"--xrd must be a reflection such as 002, 004, 105 or 1,0,-5, got {text!r}")
+    raise ValueError(f"--xrd must be a reflection such as 002, 004, 105 or 1,0,-1,5, got {text!r}")
 
 
 def _read(word: str, settings: dict[str, dict[str, Any]], calibrated: bool) -> Curve:
