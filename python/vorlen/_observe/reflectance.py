@@ -42,8 +42,8 @@ COLUMNS = (
 )
 NOTES = (
     "Roughness, strain, doping and the broadening of the band edge are not included: absorption starts at the gap.",
-    "The temperature acts through the gap of the nitrides alone, which gives less than half of the measured change of "
-    "the index; that of foreign substrates is that at room temperature.",
+    "The temperature acts through the gap of the nitrides alone, which gives only a part of the measured change of the "
+    "index; that of foreign substrates is that at room temperature.",
 )
 NO_TEMPERATURE = "The recipe or its temperatures are unknown: indices are those at 300 K."
 
