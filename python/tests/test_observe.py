@@ -6,6 +6,7 @@ With VORLEN_SCREENSHOTS set to a folder, pictures of the page are left there.
 from __future__ import annotations
 
 import os
+import re
 from pathlib import Path
 
 import numpy as np
@@ -15,7 +16,7 @@ import pytest
 import vorlen
 from browser import Browser
 from curves import ANGLES, LAYER, as_measured
-from support import failed_run, failing_recipe
+from support import ROOT, failed_run, failing_recipe
 from vorlen.__main__ import main
 from vorlen._pages.observe_command import miller_indices
 from vorlen._pages.observed import MAX_POINTS, thinned
@@ -124,6 +125,15 @@ def test_failures_are_one_line(folder, monkeypatch, capsys, words, message):
     error = capsys.readouterr().err
     assert error.startswith("vorlen: ") and message in error and error.count("\n") == 1
     assert not Path("none.html").exists() and (folder / "scan.csv").read_bytes() == before
+
+
+def test_the_manual_lists_all_options(capsys):
+    with pytest.raises(SystemExit):
+        main(["observe", "--help"])
+    options = set(re.findall(r"(?<!\S)--[a-z-]+", capsys.readouterr().out)) - {"--help", "--output"}
+    manual = (ROOT / "docs" / "measured.md").read_text("utf-8")
+    listed = set(re.findall(r"`(--[a-z-]+)", manual.split("| option |")[1].split("\n\n")[0]))
+    assert listed == options and {"--thickness", "--screening"} < options
 
 
 @pytest.mark.parametrize(

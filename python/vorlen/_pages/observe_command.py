@@ -11,6 +11,7 @@ from .._observe import measured
 from .._observe.curvature import checked_thickness
 from .._observe.curve import Curve
 from .._observe.emission import settings_of
+from .._observe.substrates import SUBSTRATES
 from .._recipe.source import RecipeSource
 from .._runs.agreement import agreement_of, checked_curves, checked_offset, shifts_of
 from .observed import OBSERVABLES, observe, observed_page
@@ -26,7 +27,10 @@ def add_command(commands: Any) -> None:
     command.add_argument("result", metavar="RESULT", help="result file")
     command.add_argument("--recipe", metavar="RECIPE", help="its recipe (default: the one named in the status file)")
     command.add_argument("--xrd", metavar="HKL", nargs="?", const="", help="X-ray diffraction, reflection such as 002 or 1,0,-1,5")
-    command.add_argument("--curvature", metavar="SUBSTRATE", nargs="?", const="", help="curvature of the wafer during growth")
+    command.add_argument(
+        "--curvature", metavar="SUBSTRATE", nargs="?", const="",
+        help=f"curvature of the wafer during growth on {', '.join(SUBSTRATES)} (default: sapphire)",
+    )
     command.add_argument("--reflectance", metavar="NM", nargs="?", const="", help="reflectance during growth at a wavelength, nm")
     command.add_argument("--emission", action="store_true", help="wavelengths at which the wells emit")
     command.add_argument("--thickness", metavar="UM", help="thickness of the substrate, um (default: 430)")
