@@ -111,6 +111,16 @@ def test_settings_of_the_measured_curve_are_those_of_the_simulation(run):
     assert vorlen.deviations(run, measured).rms[0] > 1e-3
 
 
+def test_a_scan_of_another_reflection_is_noticed(run):
+    scan = as_measured(run.xrd((0, 0, 4), two_theta=np.linspace(70.0, 74.0, 201)), None)
+    with pytest.raises(ValueError, match=r"70 to 74 deg is far from the peak of GaN template, 34.5\d+ deg in 002.*hkl="):
+        vorlen.deviations(run, scan)
+    scan.settings["hkl"] = (0, 0, 4)
+    assert vorlen.deviations(run, scan).rms[0] < 0.1
+    beside = as_measured(run.xrd(two_theta=(30.0, 34.0), points=201), None)  # the flank of 002, without its peak
+    assert len(vorlen.deviations(run, beside)) == 1
+
+
 def test_a_spectrum_is_compared_with_the_wells(run):
     expected = float(run.emission().wavelength.mean())
     x = np.linspace(expected - 60, expected + 60, 241)

@@ -225,6 +225,33 @@ def test_the_curvature_starts_at_zero_with_the_simulated_stages_and_all_starts_w
     assert part.y[1] == pytest.approx(whole.y[3] - whole.y[2], rel=1e-12)
 
 
+def on_pre_stage(thickness: float, **values: float) -> vorlen.Run:
+    """100 nm of InGaN on a pre-stage of that thickness in nm."""
+    rows = [row(False, time=0, z=0, **values), row(False, time=5, z=thickness, **values)]
+    rows += [row(time=5, z=thickness, **IN10), row(time=6, z=thickness + 100, **IN10)]
+    return vorlen.Run(result([("wafer", 5, thickness), ("film", 1, 100)], rows).encode())
+
+
+def test_a_pre_stage_as_thick_as_a_wafer_is_the_substrate() -> None:
+    run = on_pre_stage(300e3, x_ga=1.0)
+    curve = run.curvature()
+    # Stoney's formula on 300 um of GaN, whose correction is 2.8 h/h_s = 9e-4
+    stoney = 1e3 * 6 * IN10_MODULUS * IN10["eps_xx_t"] * 100e-9 / (449.6 * 300e-6**2)
+    assert curve.y[-1] == pytest.approx(stoney, rel=2e-3)
+    assert curve.y.tolist() == run_of(film(100.0, **IN10)).curvature("GaN", "300 um").y.tolist()
+    assert "The first pre-stage is the substrate: 300 um of GaN." in curve.notes
+    assert (curve.settings["substrate"], curve.settings["thickness"]) == ("GaN", 300.0)
+    again = run.curvature(**curve.settings)
+    assert again.y.tolist() == curve.y.tolist()
+    whole = run.curvature(span="all")
+    assert whole.y[0] == 0.0 and whole.y[-1] == curve.y[-1] and list(whole.x) == [5, 5, 6]
+    # with another thickness or composition it is a film
+    for thickness, values in ((99e3, {"x_ga": 1.0}), (300e3, {"x_ga": 0.9, "x_al": 0.1}), (300e3, {"x_in": 1.0})):
+        assert on_pre_stage(thickness, **values).curvature().settings["substrate"] == "sapphire"
+    assert on_pre_stage(100e3, x_al=1.0).curvature().settings["substrate"] == "AlN"
+    assert run_of(film(300e3, x_ga=1.0)).curvature().settings["substrate"] == "sapphire"  # it grows, on something
+
+
 def test_what_evaporates_no_longer_bends_the_wafer() -> None:
     """20 nm of InGaN, 15 nm of it evaporate, then 10 nm of GaN: 5 nm of InGaN under GaN without strain."""
     values = [(0, 0, IN10), (1, 20, IN10), (2, 5, {"x_ga": 1.0}), (3, 15, {"x_ga": 1.0})]
@@ -342,14 +369,33 @@ def test_a_run_without_rows_has_no_curvature() -> None:
     assert list(only_before.curvature().x) == [5] and list(only_before.curvature(span="all").x) == [0, 5]
 
 
+def test_a_bow_beyond_linear_plate_theory_has_a_note() -> None:
+    # The bow is k d^2 / 8: with d = 50.8 mm that of the wafer's thickness of 430 um at 1333 1/km, which is 5.3 um of this
+    # film by Stoney's formula and 2.3 % more by the correction (4 M_f / M_s - 1) h_f / h_s
+    assert not [note for note in run_of(film(5250.0, **IN10)).curvature().notes if "bow of" in note]
+    assert any("more than its thickness of 430 um" in note for note in run_of(film(5600.0, **IN10)).curvature().notes)
+
+
+def test_a_film_thicker_than_its_wafer_has_a_note() -> None:
+    run = run_of(film(50e3, x_ga=1.0))  # flat on GaN
+    thinner, thicker = (run.curvature("GaN", thickness).notes for thickness in (49, 51))
+    assert [note for note in thinner if note not in thicker] == [
+        "The film, pre-stages included, is 50 um thick, more than the substrate."
+    ]
+    assert run.curvature("GaN", 10).y[-1] == run.curvature("GaN", "100 mm").y[-1] == 0.0
+
+
 @pytest.mark.parametrize(
     ("arguments", "error", "text"),
     [
         ({"substrate": "saphire"}, ValueError, "did you mean sapphire"),
         ({"substrate": "glass!"}, ValueError, "known are sapphire, 4H-SiC"),
         ({"substrate": 3}, TypeError, "substrate must be a text"),
-        ({"thickness": "-430 um"}, ValueError, "thickness must be positive, got -430 um"),
-        ({"thickness": 0}, ValueError, "thickness must be positive"),
+        ({"thickness": "-430 um"}, ValueError, "thickness must be from 10 um to 100 mm.*got -430 um"),
+        ({"thickness": 0}, ValueError, "thickness must be from 10 um to 100 mm"),
+        ({"thickness": "430 nm"}, ValueError, "thickness must be from 10 um to 100 mm"),
+        ({"thickness": 430e3}, ValueError, "thickness must be from 10 um to 100 mm"),
+        ({"thickness": "4.3e6 A"}, ValueError, "expected um; A is ampere"),
         ({"thickness": "430 K"}, ValueError, "thickness.*expected um"),
         ({"thickness": None}, TypeError, "thickness"),
         ({"gradient": "5 K"}, ValueError, "gradient.*expected K/mm"),

@@ -343,6 +343,7 @@ def test_wells_of_a_run(mqw: vorlen.Run) -> None:
     assert list(table.index) == [1, 2, 3] and table.index.name == "well"
     assert list(table.columns) == list(table.attrs["units"]) == list(table.attrs["meanings"])
     assert any("coarse" in note for note in table.attrs["notes"])
+    assert not any("screened" in note for note in table.attrs["notes"])
     layers = mqw.layers
     heights = layers["thickness"].cumsum()
     for row in table.itertuples():

@@ -127,6 +127,8 @@ def test_a_reflectance_that_is_not_calibrated_may_have_any_unit(file):
     assert list(volts.y) == [2, 3, 2.5]
     with pytest.raises(TypeError, match="calibrated must be True or False"):
         read(path, calibrated="no")
+    assert "calibrated" not in read(file("time,curvature\n1,2\n2,3\n", "bow.csv")).settings
+    assert "calibrated" not in read(file("2theta,counts\n34,2\n35,3\n", "scan.csv"), calibrated=False).settings
 
 
 def test_columns_without_headings_need_a_kind(file):

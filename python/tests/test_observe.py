@@ -6,6 +6,7 @@ With VORLEN_SCREENSHOTS set to a folder, pictures of the page are left there.
 from __future__ import annotations
 
 import os
+import re
 from pathlib import Path
 
 import numpy as np
@@ -15,7 +16,7 @@ import pytest
 import vorlen
 from browser import Browser
 from curves import ANGLES, LAYER, as_measured
-from support import failed_run, failing_recipe
+from support import ROOT, failed_run, failing_recipe
 from vorlen.__main__ import main
 from vorlen._pages.observe_command import miller_indices
 from vorlen._pages.observed import MAX_POINTS, thinned
@@ -31,6 +32,10 @@ def folder(tmp_path_factory) -> Path:
     scan.table.iloc[:, :2].to_csv(place / "plain.xy", index=False, header=False, sep=" ")
     x = np.linspace(350, 600, 251)
     pd.DataFrame({"wavelength (nm)": x, "intensity": np.exp(-0.5 * ((x - 450) / 10) ** 2)}).to_csv(place / "pl.csv", index=False)
+    light = [run.reflectance(wavelength, substrate="Si", thickness=650) for wavelength in (405, 633)]
+    columns = {f"R {curve.settings['wavelength']:g} nm": np.interp(light[1].x, curve.x, curve.y) for curve in light}
+    pd.DataFrame({"time (s)": light[1].x} | columns).to_csv(place / "colours.csv", index=False)
+    pd.DataFrame({"time (s)": light[1].x, "R 633 nm": 1000 * light[1].y}).to_csv(place / "volts.csv", index=False)
     return place
 
 
@@ -59,9 +64,13 @@ HEADINGS = {
         ((), ("xrd", "curvature", "reflectance", "emission"), ()),
         (("--xrd",), ("xrd",), ("Reflection 002",)),
         (("--xrd", "004", "--emission"), ("xrd", "emission"), ("Reflection 004",)),
+        (("--xrd", "1,0,-1,5"), ("xrd",), ("Reflection 105",)),
         (("--curvature", "Si"), ("curvature",), ("ubstrate ",)),
         (("--reflectance", "633 nm"), ("reflectance",), ("633 nm",)),
         (("--reflectance", "633", "--curvature", "Si"), ("curvature", "reflectance"), ("633 nm, substrate Si(111)",)),
+        (("--reflectance", "--thickness", "0.65 mm"), ("reflectance",), ("405 nm, substrate sapphire, 650 \u00b5m thick",)),
+        (("--emission", "--screening", "50 %"), ("emission",), ("<li>0.5 of the field is screened",)),
+        (("--thickness", "650"), ("xrd", "curvature", "reflectance", "emission"), (">Substrate sapphire, 650 \u00b5m thick<",)),
     ],
 )
 def test_options_choose_what_is_shown(page_of, words, shown, texts):
@@ -78,12 +87,30 @@ def test_measured_files_are_drawn_with_the_simulated_curve(page_of):
     assert ">X-ray diffraction: plain<" in both and HEADINGS["xrd"] not in both  # one chart with both curves
 
 
+def test_measured_files_have_the_wafer_of_the_options(page_of):
+    wafer = ("--curvature", "Si", "--thickness", "650")
+    page = page_of("--measured", "volts.csv", "--not-calibrated", *wafer)
+    # a reflectance at a wavelength that reaches the substrate: nothing is left but rounding
+    assert "633 nm, substrate Si(111), 650 \u00b5m thick. Rms " in page
+    assert float(page.split("650 \u00b5m thick. Rms ")[1].split("<")[0].replace("\u2212", "-")) < 1e-6
+    page = page_of("--reflectance", "633", "--measured", "reflectance=colours.csv", *wafer)
+    assert "633 nm, substrate Si(111), 650 \u00b5m thick. Rms " in page
+    assert "0.3 of the field screened" in page_of("--screening", "0.3", "--measured", "pl.csv")
+
+
 @pytest.mark.parametrize(
     "words, message",
     [
-        (["--xrd", "00x"], "--xrd must be a reflection such as 002, 004, 105 or 1,0,-5, got '00x'"),
+        (["--xrd", "00x"], "--xrd must be a reflection such as 002, 004, 105 or 1,0,-1,5, got '00x'"),
         (["--curvature", "cheese"], "cheese"),
         (["--reflectance", "5 kg"], "wavelength"),
+        (["--thickness", "430 nm"], "thickness must be from 10 um to 100 mm, as it is that of the substrate, got 430 nm"),
+        (["--thickness", "thin"], "thickness takes a number with or without a unit, got 'thin'"),
+        (["--xrd", "--thickness", "-430"], "thickness must be from 10 um to 100 mm"),
+        (["--screening", "50"], "screening must be from 0 to 1, got 50"),
+        (["--screening", "-0.1"], "screening must be from 0 to 1, got -0.1"),
+        (["--emission", "--screening", "half"], "screening takes a number with or without a unit, got 'half'"),
+        (["--measured", "volts.csv"], "or calibrated=False"),
         (["--measured", "plain.xy"], "give kind="),
         (["--measured", "missing.csv"], "missing.csv can't be read: No such file or directory"),
         (["--time-offset", "5", "1"], "--time-offset: low must be less than high, got 5 and 1"),
@@ -98,6 +125,15 @@ def test_failures_are_one_line(folder, monkeypatch, capsys, words, message):
     error = capsys.readouterr().err
     assert error.startswith("vorlen: ") and message in error and error.count("\n") == 1
     assert not Path("none.html").exists() and (folder / "scan.csv").read_bytes() == before
+
+
+def test_the_manual_lists_all_options(capsys):
+    with pytest.raises(SystemExit):
+        main(["observe", "--help"])
+    options = set(re.findall(r"(?<!\S)--[a-z-]+", capsys.readouterr().out)) - {"--help", "--output"}
+    manual = (ROOT / "docs" / "measured.md").read_text("utf-8")
+    listed = set(re.findall(r"`(--[a-z-]+)", manual.split("| option |")[1].split("\n\n")[0]))
+    assert listed == options and {"--thickness", "--screening"} < options
 
 
 @pytest.mark.parametrize(

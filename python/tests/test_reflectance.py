@@ -32,6 +32,19 @@ def layers_of(*layers: tuple[float, dict[str, float]]) -> vorlen.Run:
     return run_of(rows)
 
 
+def test_a_pre_stage_as_thick_as_a_wafer_is_the_substrate() -> None:
+    """A layer on 300 um of GaN, without the fringes of such a plate on sapphire."""
+    low, high = {"x_al": 0.5, "x_ga": 0.5}, 300e3
+    rows = [row(False, time=0, z=0, x_ga=1.0), row(False, time=5, z=high, x_ga=1.0)]
+    rows += [row(time=5, z=high, **low), row(time=6, z=high + 100, **low)]
+    run = vorlen.Run(result([("wafer", 5, high), ("film", 1, 100)], rows).encode())
+    curve = run.reflectance("633 nm", temperature=300)
+    assert curve.y[0] == pytest.approx(fresnel(index_of({"x_ga": 1.0}, 633.0)), rel=1e-12)
+    expected = run_of([row(time=0, z=0, **low), row(time=1, z=100, **low)]).reflectance("633 nm", substrate="GaN", temperature=300)
+    assert curve.y == pytest.approx(expected.y, rel=1e-12)
+    assert curve.settings["substrate"] == "GaN" and "The first pre-stage is the substrate: 300 um of GaN." in curve.notes
+
+
 def index_of(values: dict[str, float], wavelength: float, temperature: float = 300.0) -> complex:
     x = np.array([[values.get(name, 0.0) for name in ("x_in", "x_ga", "x_al")]])
     return complex(nitride_index(x, wavelength, np.array([temperature]))[0, 0])
@@ -252,7 +265,7 @@ def test_a_failed_run_gives_the_reflectance_up_to_its_end() -> None:
         ({"wavelength": "3 eV"}, ValueError, "wavelength.*expected nm"),
         ({"wavelength": [405]}, TypeError, "wavelength"),
         ({"substrate": "4H SCi"}, ValueError, "did you mean"),
-        ({"thickness": -1}, ValueError, "thickness must be positive"),
+        ({"thickness": -1}, ValueError, "thickness must be from 10 um"),
         ({"back": "matt"}, ValueError, 'back must be "rough" or "polished"'),
         ({"temperature": -5}, ValueError, "temperature must be between 0 and 2000 K"),
         ({"temperature": "750 nm"}, ValueError, "temperature.*expected K"),

@@ -366,8 +366,8 @@ def test_the_curve_at_given_angles() -> None:
 
 def test_energies() -> None:
     run = grown()
-    found = [run.xrd(energy=energy, points=3) for energy in ("CuKa1", 8047.8231, "8.0478231 keV", "1.540593 angstrom")]
-    assert [curve.settings["energy"] for curve in found] == pytest.approx([8047.823] * 4, abs=0.02)
+    found = [run.xrd(energy=energy, points=3) for energy in ("CuKa1", 8047.8231, " 8047.8231", "8.0478231 keV", "1.540593 angstrom")]
+    assert [curve.settings["energy"] for curve in found] == pytest.approx([8047.823] * 5, abs=0.02)
     molybdenum = run.xrd(energy="MoKa1", polarization="S")
     assert peak(molybdenum, 15.6, 15.9) == pytest.approx(bragg(5.185, 2, 0.709319), abs=0.005)
 
@@ -410,7 +410,10 @@ def test_polarizations_are_averaged() -> None:
         ({"hkl": (0, 0, 8)}, ValueError, "008 can't be reached with 1.541 angstrom: the distance of its planes, 0.6"),
         ({"hkl": (1, 0, 1)}, ValueError, "can't be reached from the surface"),
         ({"energy": "CuKa"}, ValueError, "energy must be one of CuKa1, "),
-        ({"energy": "3 nm/s"}, ValueError, "energy must be an energy, a wavelength or the name of a line"),
+        ({"energy": "3 nm/s"}, ValueError, "or the name of a line, got '3 nm/s'"),
+        ({"energy": "1.54 A"}, ValueError, "got '1.54 A'; A is ampere, 0.1 nm are \"angstrom\""),
+        ({"energy": "1.54A"}, ValueError, "A is ampere"),
+        ({"energy": ""}, ValueError, "energy takes a number"),
         ({"energy": 8.05}, ValueError, "energy must be 1 to 100 keV"),
         ({"energy": "0 angstrom"}, ValueError, "energy must be 1 to 100 keV"),
         ({"energy": None}, TypeError, "energy takes a number"),

@@ -27,12 +27,14 @@ import pandas as pd
 from .._base.types import Array, PathLike
 from .._recipe.quantities import number_in
 from .curve import Curve
-from .growth import RELIEF, Growth, Points, growth_of, points_of, summed
+from .growth import RELIEF, Growth, Points, growth_of, points_of, summed, wafer_of
 from .substrates import Substrate, film_expansions, film_moduli, substrate_named
 
 ROOM_TEMPERATURE = 300.0  # K
 SPANS = ("active", "all")
 NODES = 65  # densities of V-defects at which the strain of the whole film is computed
+THINNEST, THICKEST = 10.0, 1e5  # um, of a wafer; what is beyond is a number in another unit
+DIAMETER = 50.8e-3  # m, of the smallest usual wafer
 COLUMNS = (
     ("time", "s", "time of the process"),
     ("curvature", "1/km", "curvature of the wafer, positive when concave seen from the film"),
@@ -70,6 +72,7 @@ def curvature(
     points = points_of(profile, timeline)
     if not len(points.time):
         raise ValueError(f"{name} has no rows to compute a curvature from")
+    points, wafer, height, own = on_own_wafer(points, wafer, height)
     growth = growth_of(points)
     begin, end = (points.first, points.last) if span == "active" else (0, len(points.time) - 1)
     mismatch, per_kelvin = _mismatch_and_thermal(growth, points, wafer, 1e-6 * height)
@@ -86,16 +89,44 @@ def curvature(
     table.attrs["units"] = {column: unit for column, unit, _ in COLUMNS}
     table.attrs["meanings"] = {column: meaning for column, _, meaning in COLUMNS}
     settings = {"substrate": wafer.name, "thickness": height, "gradient": slope, "span": span}
-    notes = [*NOTES, *([NO_TEMPERATURE] if unknown else [])]
+    notes = [*NOTES, *own, *([NO_TEMPERATURE] if unknown else []), *_beyond(total[begin : end + 1], growth, height)]
     return Curve("curvature", table, settings=settings, notes=notes, inputs=inputs)
 
 
 def checked_thickness(thickness: Any) -> float:
     """Thickness of a wafer in um. Raises TypeError or ValueError."""
     height = number_in(thickness, "thickness", "um")
-    if not height > 0:
-        raise ValueError(f"thickness must be positive, got {thickness}")
+    if not THINNEST <= height <= THICKEST:
+        raise ValueError(f"thickness must be from 10 um to 100 mm, as it is that of the substrate, got {thickness}")
     return float(height)
+
+
+def _beyond(total: Array, growth: Growth, height: float) -> list[str]:
+    """Notes if linear plate theory no longer holds, or the wafer is probably not the one that was meant.
+
+    total   curvature, 1/km
+    height  of the wafer, um
+    """
+    notes, film = [], 1e-3 * float(growth.top.max())  # um
+    bow = 1e-3 * float(np.abs(total).max()) * DIAMETER**2 / 8  # m
+    if bow > 1e-6 * height:
+        notes.append(
+            f"The bow of a 2-inch wafer would be {1e6 * bow:.0f} um, more than its thickness of {height:.0f} um: it bends "
+            "less than linear plate theory says."
+        )
+    if film > height:
+        notes.append(f"The film, pre-stages included, is {film:.0f} um thick, more than the substrate.")
+    return notes
+
+
+def on_own_wafer(points: Points, wafer: Substrate, height: float) -> tuple[Points, Substrate, float, list[str]]:
+    """The film, its wafer and the thickness of that, um: the first pre-stage if it is a wafer. And a note if it is."""
+    own = wafer_of(points)
+    if own is None:
+        return points, wafer, height, []
+    name, thickness, above = own
+    note = f"The first pre-stage is the substrate: {1e-3 * thickness:.6g} um of {name}."
+    return above, substrate_named(name), 1e-3 * thickness, [note]
 
 
 def check_span(span: str) -> None:

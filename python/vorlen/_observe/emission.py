@@ -155,7 +155,8 @@ def emission_table(slices: Slices, emitters: Sequence[Emitter], settings: Settin
     table = pd.DataFrame(records, columns=names, index=pd.RangeIndex(1, len(records) + 1, name="well"))
     table.attrs["units"] = {name: unit for name, unit, _ in EMISSION_COLUMNS}
     table.attrs["meanings"] = {name: meaning for name, _, meaning in EMISSION_COLUMNS}
-    table.attrs["notes"] = list(NOTES)
+    screened = settings.screening > 0.0 and settings.field is None
+    table.attrs["notes"] = [*NOTES, *([f"{settings.screening:.3g} of the field is screened"] if screened else [])]
     return table
 
 

@@ -17,6 +17,7 @@ from .slices import TIME_TOLERANCE
 
 COLUMNS = ("x_in", "x_ga", "x_al", "eps_xx_t", "eps_xx_z", "rho_vd0_t")
 TOLERANCE = 1e-3  # of fractions, as for the check of result files
+WAFER = 100e3  # nm; a first pre-stage of this thickness is the wafer, not a film on it
 # Strain that dislocations relieve for a factor e in their density: Burgers vector over twice the reaction length
 RELIEF = 3.189 / (2 * 310)
 
@@ -66,6 +67,18 @@ def points_of(profile: pd.DataFrame, timeline: pd.DataFrame | None) -> Points:
         last = first + len(within) - 1
     z = np.maximum(rows[:, 1], rows[0, 1]) if len(rows) else rows[:, 1]
     return Points(rows[:, 0], z, rows[:, 2:], heat, int(first), int(last))
+
+
+def wafer_of(points: Points) -> tuple[str, float, Points] | None:
+    """If the first pre-stage is a wafer of GaN or AlN: its material, its thickness in nm, and the points above it."""
+    if points.first < 2 or not points.z[1] - points.z[0] >= WAFER:
+        return None
+    for name, column in (("GaN", 1), ("AlN", 2)):
+        if (points.values[:2, column] >= 1.0 - TOLERANCE).all():
+            z = np.maximum(points.z[1:], points.z[1])
+            above = Points(points.time[1:], z, points.values[1:], points.temperature[1:], points.first - 1, points.last - 1)
+            return name, float(points.z[1] - points.z[0]), above
+    return None
 
 
 def _with_borders(rows: Array, stages: pd.DataFrame) -> tuple[Array, Array]:

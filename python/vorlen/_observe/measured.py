@@ -30,8 +30,8 @@ AXES: dict[str, tuple[tuple[str, ...], str]] = {  # what the two columns of a cu
 }
 SETTINGS = {  # what a simulation of the same curve may need to know, by kind
     "xrd": ("hkl", "energy", "resolution", "reference", "template", "geometry", "polarization", "monochromator"),
-    "curvature": ("substrate", "thickness", "gradient", "span", "calibrated"),
-    "reflectance": ("wavelength", "substrate", "thickness", "back", "temperature", "span", "calibrated"),
+    "curvature": ("substrate", "thickness", "gradient", "span"),
+    "reflectance": ("wavelength", "substrate", "thickness", "back", "temperature", "span"),
     "emission": ("temperature", "screening", "field", "constants"),
 }
 MEANINGS = {
@@ -40,6 +40,7 @@ MEANINGS = {
     "curvature": "curvature of the wafer, positive when concave seen from the film",
     "reflectance": "share of the light that is reflected",
 }
+NOT_CALIBRATED = ("curvature", "reflectance")  # kinds of sensors that may lack a calibration
 LARGEST_REFLECTANCE = 1.5  # more is a percentage whose unit is missing
 PEAK_HEIGHT = 0.5  # of the maximum, above which points belong to a peak
 
@@ -54,6 +55,7 @@ def read(
     center: Any = None,
     scan: int | None = None,
     name: str | None = None,
+    calibrated: bool = True,
     **settings: Any,
 ) -> Curve:
     """Reads a measured curve: XRDML, or a text file with columns of numbers such as .csv, .txt, .dat and .xy.
@@ -82,10 +84,12 @@ def read(
         Number of a scan of an XRDML file with several, from 1.
     name : str, optional
         Name for legends. None: that of the file without its ending.
+    calibrated : bool, optional
+        False for a curvature whose zero, or a reflectance whose factor, is not known: comparisons and fits adjust it.
+        Other kinds have no calibration.
     settings : any
         As keywords, what is needed to simulate the same curve: hkl and energy for xrd, substrate and thickness for curvature,
-        wavelength and substrate for reflectance. calibrated=False for a curvature whose zero, or a reflectance whose
-        factor, is not known: comparisons and fits adjust it.
+        wavelength and substrate for reflectance.
 
     Returns
     -------
@@ -107,7 +111,7 @@ def read(
     place = as_path(path, "path")
     if kind is not None and kind not in AXES:
         raise ValueError(f"kind must be one of {', '.join(AXES)}, got {kind!r}")
-    check_flags(calibrated=settings.get("calibrated", True))
+    check_flags(calibrated=calibrated)
     content = _content(place)
     shown = str(place)
     is_xml = content.lstrip(b"\xef\xbb\xbf \t\r\n").startswith(b"<") or content.startswith((b"\xff\xfe<", b"\xfe\xff\0<"))
@@ -117,11 +121,12 @@ def read(
                 raise ValueError(f"{argument} is for text files, and {shown} is XML")
         if kind not in (None, "xrd"):
             raise ValueError(f"{shown} is XML, which is read as X-ray diffraction, not as {kind}")
-        return _named(_curve_of_scan(xrdml.scans_of(content, shown), scan, shown), place, name, settings)
+        return _named(_curve_of_scan(xrdml.scans_of(content, shown), scan, shown), place, name, calibrated, settings)
     if scan is not None:
         raise ValueError(f"scan is for XRDML files, and {shown} is a text file")
     table = parse_table(decoded(content, shown), shown)
-    return _named(_curve_of_text(table, kind, columns, units, axis, center, settings, shown), place, name, settings)
+    curve = _curve_of_text(table, kind, columns, units, axis, center, calibrated, settings, shown)
+    return _named(curve, place, name, calibrated, settings)
 
 
 def peak(curve: Curve, how: str = "top") -> float:
@@ -182,13 +187,15 @@ def _content(place: Path) -> bytes:
     return content
 
 
-def _named(curve: Curve, place: Path, name: str | None, settings: Mapping[str, Any]) -> Curve:
+def _named(curve: Curve, place: Path, name: str | None, calibrated: bool, settings: Mapping[str, Any]) -> Curve:
     """The curve with its name, path and settings."""
     unknown = [setting for setting in settings if setting not in SETTINGS[curve.kind]]
     if unknown:
         known = ", ".join(SETTINGS[curve.kind]) or "there are none"
         raise TypeError(f"read() has no argument {unknown[0]!r}; settings of {curve.kind}: {known}")
     curve.settings |= settings
+    if not calibrated and curve.kind in NOT_CALIBRATED:
+        curve.settings["calibrated"] = False
     curve.path = place
     curve.name = place.stem if name is None else name
     return curve
@@ -218,7 +225,7 @@ def _curve_of_scan(scans: list[xrdml.Scan], number: int | None, name: str) -> Cu
 
 def _curve_of_text(
     table: TextTable, kind: str | None, columns: Sequence[str | int] | None, units: Any, axis: str | None, center: Any,
-    settings: Mapping[str, Any], name: str,
+    calibrated: bool, settings: Mapping[str, Any], name: str,
 ) -> Curve:
     found = [heading_of(heading, unit) for heading, unit in zip(table.headings, table.unit_line)]
     if columns is not None:
@@ -235,7 +242,7 @@ def _curve_of_text(
     values = {}
     for place, meaning, unit in zip(places, meanings, stated):
         shown = f"{name}, column {table.headings[place] or place + 1}"
-        if meaning.quantity == "reflectance" and not settings.get("calibrated", True):
+        if meaning.quantity == "reflectance" and not calibrated:
             values["reflectance"] = table.numbers[:, place]  # in any unit, such as volts
         else:
             values[meaning.quantity] = _converted(table.numbers[:, place], meaning, unit, shown, notes)
@@ -352,7 +359,7 @@ def _converted(values: Array, meaning: Heading, given: str | None, shown: str, n
     unit = meaning.unit if given is None else unit_in(given) if unit_in(given) is not None else given
     if unit is None:
         if meaning.quantity == "reflectance" and np.nanmax(values) > LARGEST_REFLECTANCE:
-            raise ValueError(f"{shown} has values up to {np.nanmax(values):.4g} and no unit: give units=, such as (None, '%')")
+            raise ValueError(f"{shown} has values up to {np.nanmax(values):.4g} and no unit: give units=, such as (None, '%'), or calibrated=False")
         if wanted:
             notes.append(f"{meaning.quantity} without a unit is taken to be in {wanted}")
         return values

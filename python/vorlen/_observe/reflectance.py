@@ -26,7 +26,7 @@ import pandas as pd
 from .._base.types import Array, PathLike
 from .._recipe.quantities import number_in
 from .bands import ROOM_TEMPERATURE
-from .curvature import check_span, checked_thickness
+from .curvature import check_span, checked_thickness, on_own_wafer
 from .curve import Curve
 from .growth import Growth, growth_of, points_of, refined
 from .optics import LONGEST, SHORTEST, Complex, nitride_index, substrate_index
@@ -42,8 +42,8 @@ COLUMNS = (
 )
 NOTES = (
     "Roughness, strain, doping and the broadening of the band edge are not included: absorption starts at the gap.",
-    "The temperature acts through the gap of the nitrides alone, which gives less than half of the measured change of "
-    "the index; that of foreign substrates is that at room temperature.",
+    "The temperature acts through the gap of the nitrides alone, which gives only a part of the measured change of the "
+    "index; that of foreign substrates is that at room temperature.",
 )
 NO_TEMPERATURE = "The recipe or its temperatures are unknown: indices are those at 300 K."
 
@@ -106,7 +106,8 @@ def reflectance(
     points = points_of(profile, timeline)
     if not len(points.time):
         raise ValueError(f"{name} has no rows to compute a reflectance from")
-    notes = list(NOTES)
+    points, wafer, height, own = on_own_wafer(points, wafer, height)
+    notes = [*NOTES, *own]
     if temperature is not None:
         heat = float(number_in(temperature, "temperature", "K"))
         if not 0.0 < heat < 2000.0:

@@ -6,6 +6,7 @@ Contents: the curve; the reference layer; ranges and points; positions of layers
 from __future__ import annotations
 
 import math
+import re
 from collections.abc import Iterable, Sequence
 from pathlib import Path
 from typing import Any, NamedTuple
@@ -15,7 +16,7 @@ import pandas as pd
 
 from .._base.arguments import check_number
 from .._base.types import Array
-from .._recipe.quantities import has_unit, is_quantity, number_in
+from .._recipe.quantities import AMPERE, has_unit, is_quantity, number_in
 from .blocks import PHASE, Blocks, blocks_of, strained_c
 from .constants import HC_ANGSTROM
 from .curve import Curve
@@ -145,8 +146,8 @@ def _notes(stack: Stack, number: int, template: str, reflection: Reflection) -> 
 
 def given_energy(energy: Any) -> float:
     """The photon energy, eV, of a line, an energy or a wavelength. Raises TypeError or ValueError."""
-    if isinstance(energy, str) and not has_unit(energy):
-        return energy_of(energy)
+    if isinstance(energy, str) and re.match(r"\s*[A-Za-z]", energy):
+        return energy_of(energy.strip())
     try:
         value = float(number_in(energy, "energy", "eV"))
     except ValueError:
@@ -155,7 +156,11 @@ def given_energy(energy: Any) -> float:
         try:
             wavelength = float(number_in(energy, "energy", "angstrom"))
         except ValueError:
-            raise ValueError(f"energy must be an energy, a wavelength or the name of a line, got {energy!r}") from None
+            hint = f"; {AMPERE}" if isinstance(energy, str) and re.search(r"[\d.\s]A\s*$", energy) else ""
+            raise ValueError(
+                'energy must be an energy such as "8.05 keV", a wavelength such as "1.5406 angstrom", or the name of a '
+                f"line, got {energy!r}{hint}"
+            ) from None
         value = HC_ANGSTROM / wavelength if wavelength > 0.0 else math.nan
     if not 1000.0 <= value <= 100_000.0:
         raise ValueError(f"energy must be 1 to 100 keV, which is 0.124 to 12.4 angstrom, got {energy!r}")

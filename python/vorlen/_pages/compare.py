@@ -157,7 +157,7 @@ def deviations(
     TypeError
         If an argument has another type.
     ValueError
-        If a curve can't be simulated, or has no points where the simulated one is.
+        If a curve can't be simulated, or is not where the simulated one is.
     """
     if not isinstance(run, Run):
         raise TypeError(f"run must be a Run, got {type(run).__name__}")

@@ -27,7 +27,7 @@ TITLES = {
 }
 SETTINGS = {  # in words, below a chart
     "hkl": "reflection {}", "energy": "{}", "substrate": "substrate {}", "wavelength": "{}", "thickness": "{} thick",
-    "two_theta": "",
+    "screening": "{} of the field screened", "two_theta": "",
 }
 WELL_COLUMNS = {  # of the many of Run.emission(): headings
     "layer": "Layer", "name": "Name", "thickness": "Thickness", "x_in": "In", "x_al": "Al", "field": "Field",
@@ -136,7 +136,8 @@ def _of_curve(curve: Curve) -> dict[str, Any]:
 def _of_agreement(agreement: Agreement, name: str) -> dict[str, Any]:
     """The chart of a measured curve and the simulated one."""
     measured, match, kind = agreement.measured, agreement.match, KINDS[agreement.measured.kind]
-    chart = _chart(measured.kind, measured, _settings(measured.settings))
+    simulated = agreement.simulated
+    chart = _chart(measured.kind, measured, _settings(measured.settings if simulated is None else simulated.settings))
     values = np.maximum(measured.y, smallest_intensity(measured)) if kind.logarithmic else measured.y
     shown = measured.name or "measured"
     chart["title"] = f"{TITLES[measured.kind]}: {shown}"
@@ -144,8 +145,8 @@ def _of_agreement(agreement: Agreement, name: str) -> dict[str, Any]:
     text = agreement_text(agreement)
     chart["text"] = text[:1].upper() + text[1:]
     chart["notes"] = [*measured.notes, *agreement.notes]
-    if agreement.simulated is not None and match is not None:
-        chart["peaks"] = [(x + match.shift, label) for x, label in named_peaks(agreement.simulated, *chart["range"])]
+    if simulated is not None and match is not None:
+        chart["peaks"] = [(x + match.shift, label) for x, label in named_peaks(simulated, *chart["range"])]
         chart["curves"].append(_line(match.x, match.simulated, name, "indium"))
         unit = UNITS[measured.kind]
         chart["difference"] = _line(match.x, match.deviations, "difference", "ink") | {

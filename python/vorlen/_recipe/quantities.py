@@ -15,6 +15,7 @@ from typing import Any
 MOLAR_VOLUME = 22414  # of an ideal gas at 0 degC and 1 atm, cm^3/mol
 DEFINITIONS = (f"sccm = mole / {MOLAR_VOLUME} / minute = _ = SCCM", "percent = 0.01", "@alias torr = Torr")
 EXAMPLES = {"K": "K or degC", "Pa": "Pa, mbar or Torr", "sccm": "sccm, slm or umol/min", "s": "s, min or h"}
+AMPERE = 'A is ampere, 0.1 nm are "angstrom"'  # a hint
 DIGITS = 12  # of a converted number, so that 0.8 slm is 800 and not 800.0000000000001
 
 _NUMBER = re.compile(r"\s*([-+]?(?:\d+\.?\d*|\.\d+)(?:[eE][-+]?\d+)?)\s*(.*?)\s*", re.ASCII | re.DOTALL)
@@ -115,8 +116,8 @@ def _converted(magnitude: float, given: str, value: Any, name: str, unit: str) -
         hint = ""
         if unit == "K" and given in ("C", "c"):
             hint = '; degrees Celsius are "degC"'
-        elif unit == "nm" and given == "A":
-            hint = '; A is ampere, 0.1 nm are "angstrom"'
+        elif unit in ("nm", "um") and given == "A":
+            hint = f"; {AMPERE}"
         elif unit == "sccm" and found.is_compatible_with("l/min"):
             hint = "; litres per minute at 0 degC and 1 atm are slm"
         raise ValueError(f"{wrong}{hint}") from error

@@ -17,6 +17,7 @@ from .._recipe.quantities import number_in
 from .run import Run
 
 Range = tuple[float, float] | None
+FAR = 5.0  # deg of 2theta, from the template's peak: a scan of another reflection
 COLUMNS = (  # of the table of agreements: column, unit, meaning
     ("curve", "", "name of the measured curve"),
     ("kind", "", "kind of the measured curve"),
@@ -76,6 +77,7 @@ def agreement_of(run: Run, measured: Curve, shifts: Range) -> Agreement:
         found = wells["wavelength"].to_numpy(float)
         return Agreement(measured, None, None, found[np.isfinite(found)].tolist(), list(wells.attrs.get("notes", [])))
     simulated = simulated_like(run, measured, shifts)
+    _check_reflection(measured, simulated)
     return Agreement(measured, simulated, matched(simulated, places_of(simulated, measured, shifts)), [], simulated.notes)
 
 
@@ -89,6 +91,19 @@ def simulated_like(run: Run, measured: Curve, shifts: Range = None) -> Curve:
         settings["two_theta"] = grid_of(measured.x, margin)
     simulated: Curve = method(**settings)
     return simulated
+
+
+def _check_reflection(measured: Curve, simulated: Curve) -> None:
+    """Raises ValueError if a diffraction scan is far from the peak of the template."""
+    if measured.kind != "xrd" or simulated.peaks is None or simulated.peaks.empty:
+        return
+    template = simulated.peaks.iloc[0]
+    low, high = measured.x.min(), measured.x.max()
+    if low - FAR > template.x or high + FAR < template.x:
+        raise ValueError(
+            f"{measured.name or measured.kind}: 2theta from {low:.6g} to {high:.6g} deg is far from the peak of {template.label}, "
+            f"{template.x:.4f} deg in {simulated.name}: is it a scan of another reflection (hkl=, or --xrd)?"
+        )
 
 
 def grid_of(angles: Any, margin: float) -> Any:

@@ -71,7 +71,8 @@ class Observables(Diffraction):
             Share of the field of the polarisation that carriers and dopants screen, 0 to 1. 0 is right for undoped
             wells at low excitation.
         field : float, str or Quantity, optional
-            Electric field in the wells, MV/cm, negative towards the substrate. None: that of the polarisation.
+            Electric field in the wells, MV/cm, negative towards the substrate; screening has no effect on it. None:
+            that of the polarisation.
         constants : dict, optional
             Constants that replace built-in ones, such as {"bowing_in_ga": 1.7}: a number, or a pair of number and
             standard deviation. The names are those of the table in docs/emission.md.
@@ -81,8 +82,8 @@ class Observables(Diffraction):
         pandas.DataFrame
             One row per well, numbered from 1 from the bottom up. In a structure without wells, one row per simulated
             layer with indium or, without indium, per simulated layer, all as bulk. attrs["units"] and attrs["meanings"]
-            describe the columns, attrs["notes"] lists what is neglected. Values that are undefined are NaN, and the
-            column note has the reason.
+            describe the columns, attrs["notes"] lists what is neglected or screened. Values that are undefined are NaN,
+            and the column note has the reason.
 
         Raises
         ------
@@ -114,9 +115,10 @@ class Observables(Diffraction):
         Parameters
         ----------
         substrate : str, optional
-            "sapphire", "4H-SiC", "6H-SiC", "Si(111)", "GaN" or "AlN", all with the film on the c plane or (111).
+            "sapphire", "4H-SiC", "6H-SiC", "Si(111)", "GaN" or "AlN", all with the film on the c plane or (111). A
+            first pre-stage of 100 um or more of GaN or AlN is the substrate instead, with its thickness.
         thickness : float or str, optional
-            Thickness of the substrate: a number in um, or a text with a unit.
+            Thickness of the substrate, 10 um to 100 mm: a number in um, or a text with a unit.
         gradient : float or str, optional
             Temperature gradient through the wafer when the simulated stages start, K/mm, positive when the back is
             hotter. It follows the temperature above 300 K. In K/mm, or a text with a unit.
@@ -138,8 +140,8 @@ class Observables(Diffraction):
         TypeError
             If an argument has another type.
         ValueError
-            If a unit does not fit, the thickness is not positive, the substrate or span is unknown, or the run has no
-            rows.
+            If a unit does not fit, the thickness is out of its range, the substrate or span is unknown, or the run has
+            no rows.
         """
         return curvature(
             self._profile, self._timeline, self._name, self._own_files,
