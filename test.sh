@@ -108,12 +108,13 @@ test_arm64() {
   run_tests arm64 -R '^(api\.AHost(InC|ThatOpensTheLibraryWhileItRuns)|numbers\..*)$'
 }
 
+# One process more than there are processors: the tests wait a fifth of their time for programs and browsers.
 test_python() {
   local python
   python=$(scripts/interpreter.sh pandas pytest xdist hypothesis selenium) || return 1
   VORLEN=$PWD/build/release/tools/vorlen VORLEN_LIBRARY=$PWD/build/release/src/api/libVorlenSolver.so \
     VORLEN_ENGINES=required \
-    "$python" -B -m pytest -q -c python/pyproject.toml -n "$jobs" --dist loadfile python/tests
+    "$python" -B -m pytest -q -c python/pyproject.toml -n $((jobs + 1)) --dist loadfile python/tests
 }
 
 # By Debian's mypy, which finds the types of Debian's numpy. Only two modules differ between systems.
