@@ -359,7 +359,10 @@ def _converted(values: Array, meaning: Heading, given: str | None, shown: str, n
     unit = meaning.unit if given is None else unit_in(given) if unit_in(given) is not None else given
     if unit is None:
         if meaning.quantity == "reflectance" and np.nanmax(values) > LARGEST_REFLECTANCE:
-            raise ValueError(f"{shown} has values up to {np.nanmax(values):.4g} and no unit: give units=, such as (None, '%'), or calibrated=False")
+            raise ValueError(
+                f"{shown} has values up to {np.nanmax(values):.4g} and no unit: give units=, such as (None, '%'), or "
+                "calibrated=False"
+            )
         if wanted:
             notes.append(f"{meaning.quantity} without a unit is taken to be in {wanted}")
         return values
